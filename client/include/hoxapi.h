@@ -1,0 +1,764 @@
+/*
+ * hoxapi.h - the published C interface of the storage client, libApiHX64.so.
+ *
+ * An application stores named objects (streams of bytes) of a node in a repository, and finds,
+ * reads, describes and deletes them by name. The library is opened at run time and its 44
+ * operations are looked up by name; every one has C linkage. This header may be included from C and
+ * from C++.
+ *
+ * CALLING ORDER
+ *   hoxSetUp                                    once a process (again after hoxCleanUp)
+ *     hoxInitEx / hoxInit                       opens a session: a handle
+ *       hoxRegisterFS                           makes a filespace known
+ *       hoxBeginTxn                             one transaction at a time in a session
+ *         hoxSendObj, hoxSendData *, hoxEndSendObj / hoxEndSendObjEx
+ *         hoxDeleteObj
+ *       hoxEndTxn                               the commit: before it nothing shows, after it all
+ * is durable hoxBeginQuery, hoxGetNextQObj *, hoxEndQuery hoxBeginGetData, hoxGetObj, hoxGetData *,
+ * hoxEndGetObj, hoxEndGetData hoxTerminate                              ends the session, aborting
+ * what is open hoxCleanUp                                  ends every session that is left, joins
+ * every thread
+ *
+ * A call out of this order returns HOX_RC_BAD_CALL_SEQUENCE and changes nothing; a handle that is
+ * zero, or whose session ended, returns HOX_RC_BAD_HANDLE and changes nothing. hoxRCMsg,
+ * hoxRCMsgEx, hoxQueryApiVersion and hoxQueryApiVersionEx work at any time, before hoxSetUp too,
+ * and with handle 0.
+ *
+ * RETURN CODES
+ *   Every operation returns a HOX_RC_ value, 0 for success, unless its comment says otherwise.
+ * hoxRCMsg gives the text of any code. HOX_RC_CHECK_REASON says that the reason output holds the
+ * code of the cause.
+ *
+ * THREADS
+ *   One session is used by one thread at a time; different sessions may be used by different
+ * threads at the same time. hoxSetUp and hoxCleanUp must not run beside any other operation.
+ *
+ * OWNERSHIP
+ *   Whoever allocates frees. The library keeps no pointer that it was given beyond the call
+ * (hoxSetUp and hoxInitEx copy what they need), and hands out none.
+ *
+ * RECORDS
+ *   Each record begins with stVersion, filled in by the caller with the version named beside the
+ * record; a version that the library does not know is HOX_RC_BAD_VERSION. Fields that the caller
+ * does not use are 0. Texts are NUL-terminated. A 64-bit quantity is two 32-bit halves (hox64_t),
+ * high half first. Times are local time.
+ */
+#ifndef HOXAPI_H
+#define HOXAPI_H
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- interface level
+ * -------------------------------------------------------------------------------- */
+
+#define HOX_API_VERSION 7
+#define HOX_API_RELEASE 1
+#define HOX_API_LEVEL 3
+#define HOX_API_SUBLEVEL 0
+
+/* ---- sizes: characters without the terminator
+ * ------------------------------------------------------- */
+
+#define HOX_MAX_FS_NAME 1024
+#define HOX_MAX_HL_NAME 1024
+#define HOX_MAX_LL_NAME 256
+#define HOX_MAX_PATH 1024
+#define HOX_MAX_NODE_NAME 64
+#define HOX_MAX_OWNER_NAME 64
+#define HOX_MAX_PASSWORD 64
+#define HOX_MAX_MC_NAME 30
+#define HOX_MAX_DOMAIN_NAME 30
+#define HOX_MAX_POOL_NAME 30
+#define HOX_MAX_FS_TYPE 32
+#define HOX_MAX_FS_INFO 500
+#define HOX_MAX_OBJ_INFO 255
+#define HOX_MAX_DESCRIPTION 255
+#define HOX_MAX_RC_MESSAGE 1024
+#define HOX_MAX_OPTIONS 1024
+
+/* ---- return codes
+ * ----------------------------------------------------------------------------------- */
+
+#define HOX_RC_RETRY_SESSION (-50) /* the repository is busy: start the session again */
+#define HOX_RC_OK 0
+#define HOX_RC_NO_MATCH 2            /* the query matched nothing */
+#define HOX_RC_NODE_NAME_TOO_LONG 23 /* a node name of more than 64 characters */
+#define HOX_RC_NO_MEMORY 102
+#define HOX_RC_INVALID_BLOCK_ID 110 /* the process has no entry in the application's table */
+#define HOX_RC_FINISHED 121         /* the last data, or the end of the query */
+#define HOX_RC_FS_UNKNOWN 124       /* the filespace was never registered */
+#define HOX_RC_AUTH_FAILURE 137     /* node unknown to the repository, or wrong password */
+#define HOX_RC_WILL_ABORT 157       /* the transaction cannot be committed any more */
+#define HOX_RC_NO_PASS_FILE 168     /* the password that should be kept is not there */
+#define HOX_RC_NULL_ARGUMENT 2001
+#define HOX_RC_BAD_HANDLE 2002
+#define HOX_RC_BAD_CALL_SEQUENCE 2003
+#define HOX_RC_BAD_VERSION 2004       /* stVersion of a record */
+#define HOX_RC_BAD_ARGUMENT 2005      /* a value outside its range, a text without terminator */
+#define HOX_RC_NOT_SUPPORTED 2006     /* this level of the client does not offer the operation */
+#define HOX_RC_NOT_SET_UP 2007        /* hoxSetUp has not been called */
+#define HOX_RC_INTERNAL 2008          /* a fault of the client itself; nothing was stored */
+#define HOX_RC_NO_CONTEXT 2014        /* no entry for this process */
+#define HOX_RC_NO_MC_NAME 2025        /* a management class is named by an empty text */
+#define HOX_RC_BAD_OPTION_FILE 2030   /* the client option file is missing, unreadable or wrong */
+#define HOX_RC_BAD_OPTION_STRING 2031 /* the option string of a session is wrong */
+#define HOX_RC_LOG_UNAVAILABLE 2041   /* events cannot be taken now */
+#define HOX_RC_FS_REGISTERED 2062     /* the filespace was registered before; as good as success */
+#define HOX_RC_MC_UNKNOWN 2064        /* the management class is not defined */
+#define HOX_RC_NO_REPOSITORY 2101     /* there is no repository at that place */
+#define HOX_RC_REPOSITORY_IO 2102     /* reading or writing the repository failed */
+#define HOX_RC_REPOSITORY_FULL 2103   /* no space left */
+#define HOX_RC_REPOSITORY_READ_ONLY 2104
+#define HOX_RC_REPOSITORY_DAMAGED 2105 /* stored bytes are not what was written */
+#define HOX_RC_REPOSITORY_FORMAT 2106  /* the repository was made by a newer release */
+#define HOX_RC_ACCESS_DENIED 2107 /* the operating system, or the owner of the object, refuses */
+#define HOX_RC_OBJECT_EXISTS                                                                       \
+    2110 /* an active object of that name is there; as a reason: committed first */
+#define HOX_RC_OBJECT_UNKNOWN 2111 /* no object of that identifier */
+#define HOX_RC_ABORTED 2112        /* reason: the application voted abort, or ended the session */
+#define HOX_RC_STEP_FAILED                                                                         \
+    2113 /* reason: an earlier step of the transaction failed or is missing */
+#define HOX_RC_MORE_DATA 2200
+#define HOX_RC_CHECK_REASON 2302 /* the reason output says why */
+
+/* ---- basic types
+ * ------------------------------------------------------------------------------------ */
+
+typedef uint32_t hoxHandle_t; /* a session: 1 to 2^31 - 1; 0 is no session */
+
+typedef struct hox64 {
+    uint32_t hi;
+    uint32_t lo;
+} hox64_t;
+
+typedef struct hoxDate {
+    uint16_t year; /* 0: no date */
+    uint8_t month; /* 1 to 12 */
+    uint8_t day;
+    uint8_t hour;
+    uint8_t minute;
+    uint8_t second;
+    uint8_t reserved;
+} hoxDate;
+
+/* The name of an object. fsName begins with "/", hlName and llName too. Names match to the byte. */
+typedef struct hoxObjName {
+    char fsName[HOX_MAX_FS_NAME + 1];
+    char hlName[HOX_MAX_HL_NAME + 1];
+    char llName[HOX_MAX_LL_NAME + 1];
+    uint8_t objType; /* HOX_OBJ_FILE */
+} hoxObjName;
+
+#define HOX_OBJ_FILE 1
+
+/* A buffer that travels. bufferLen: its size in bytes; numBytes: how many the library took or
+ * filled. */
+#define HOX_DATABLK_VERSION 3
+typedef struct DataBlk {
+    uint16_t stVersion;
+    uint32_t bufferLen;
+    uint32_t numBytes;
+    char *bufferPtr;
+} DataBlk;
+
+/* ---- set-up
+ * ----------------------------------------------------------------------------------------- */
+
+typedef struct hoxApiVersion {
+    uint16_t version;
+    uint16_t release;
+    uint16_t level;
+} hoxApiVersion;
+
+#define HOX_API_VERSION_EX_VERSION 2
+typedef struct hoxApiVersionEx {
+    uint16_t stVersion; /* 2; the query operation sets it itself */
+    uint16_t version;
+    uint16_t release;
+    uint16_t level;
+    uint16_t subLevel;
+} hoxApiVersionEx;
+
+/* Where the client finds its files. Empty texts mean the installed defaults. */
+#define HOX_ENVSETUP_VERSION 4
+typedef struct envSetUp {
+    uint16_t stVersion;
+    char hoxiDir[HOX_MAX_PATH + 1];    /* directory of the client: catalogues, arca.opt */
+    char hoxiConfig[HOX_MAX_PATH + 1]; /* option file; empty: hoxiDir "/arca.opt" */
+    char hoxiLog[HOX_MAX_PATH + 1];    /* directory of the local log */
+    char **argv;                       /* null, or one element: the name the application goes by */
+    char logName[HOX_MAX_PATH + 1];    /* file name of the local log in hoxiLog */
+    int32_t inclExclCaseSensitive;     /* 0: no */
+} envSetUp;
+
+#define HOX_PASSWORDACCESS_PROMPT 0   /* the application supplies the password */
+#define HOX_PASSWORDACCESS_GENERATE 1 /* the client keeps it; any value but 0 means this */
+
+/* The options in force: of the option file (hoxQueryCliOptions), or of a session
+ * (hoxQuerySessOptions). */
+typedef struct optStruct {
+    char hoxiDir[HOX_MAX_PATH + 1];
+    char hoxiConfig[HOX_MAX_PATH + 1];
+    char serverName[HOX_MAX_PATH + 1];    /* a name for the repository */
+    int16_t commMethod;                   /* 1: a directory of this host */
+    char serverAddress[HOX_MAX_PATH + 1]; /* its address, as the option REPOSITORY has it */
+    char nodeName[HOX_MAX_NODE_NAME + 1];
+    uint8_t compression;
+    uint8_t compressAlways;
+    uint8_t passwordAccess; /* HOX_PASSWORDACCESS_ */
+} optStruct;
+
+/*
+ * Reads the option file and makes the process ready for sessions. A set-up over an earlier one
+ * first ends every session of the earlier one. multithread: 1 when sessions will be used by several
+ * threads. Starts no thread. Errors: HOX_RC_BAD_OPTION_FILE (hoxRCMsg names file and line),
+ * HOX_RC_NO_MEMORY.
+ */
+int16_t hoxSetUp(int multithread, const envSetUp *env);
+
+/*
+ * Ends every session, aborting what is open, joins every thread and forgets the set-up. Harmless
+ * without a set-up. Returns 0.
+ */
+int16_t hoxCleanUp(int multithread);
+
+/* The level of the client. No handle, no return code; a null record is ignored. */
+void hoxQueryApiVersion(hoxApiVersion *version);
+void hoxQueryApiVersionEx(hoxApiVersionEx *version);
+
+/* The options of the option file. HOX_RC_NOT_SET_UP before hoxSetUp. */
+int16_t hoxQueryCliOptions(optStruct *options);
+
+/* ---- sessions
+ * --------------------------------------------------------------------------------------- */
+
+#define HOX_CLIENT_DATABASE_AGENT 3 /* clientClass: an agent inside a database process */
+
+#define HOX_INITEX_IN_VERSION 5
+typedef struct hoxInitExIn_t {
+    uint16_t stVersion;
+    const hoxApiVersionEx *apiVersion; /* the level the application was written for */
+    const char *nodeName;              /* null or empty: the option NODENAME, else the host name */
+    const char *asNodeName; /* null, or the node whose objects are meant (access must be granted) */
+    const char *ownerName;  /* null or empty: no owner */
+    const char *password;   /* with HOX_PASSWORDACCESS_PROMPT; not read otherwise */
+    const char *newPassword; /* null, or the password from now on */
+    const char *userName;
+    const char *userPassword;
+    const char *applicationType;
+    const char *configFile; /* null or empty: the option file of hoxSetUp */
+    const char *options; /* "-option=value" each, blank-separated; they override the option file */
+    int (*passwordCallback)(char *password,
+                            uint32_t size); /* null, or asked when password is null */
+    uint16_t clientClass;                   /* HOX_CLIENT_ */
+} hoxInitExIn_t;
+
+#define HOX_INITEX_OUT_VERSION 1
+typedef struct hoxInitExOut_t {
+    uint16_t stVersion;
+    int16_t userNameAuthorities;
+    int16_t infoCode; /* 0, or a code to show although the session started */
+    char serverName[HOX_MAX_PATH + 1];
+    uint16_t serverVersion;
+    uint16_t serverRelease;
+    uint16_t serverModification;
+    uint16_t serverLevel;
+} hoxInitExOut_t;
+
+/*
+ * Opens a session for a node with the repository. *handle receives it; on failure it is left as it
+ * was. output may be null. Errors: HOX_RC_NO_REPOSITORY, HOX_RC_AUTH_FAILURE, HOX_RC_NO_PASS_FILE,
+ * HOX_RC_NODE_NAME_TOO_LONG, HOX_RC_BAD_OPTION_FILE, HOX_RC_BAD_OPTION_STRING,
+ * HOX_RC_RETRY_SESSION.
+ */
+int16_t hoxInitEx(hoxHandle_t *handle, const hoxInitExIn_t *input, hoxInitExOut_t *output);
+
+/* The first form of hoxInitEx, as version-1 applications use it. */
+int16_t hoxInit(hoxHandle_t *handle, const hoxApiVersion *version, const char *nodeName,
+                const char *ownerName, const char *password, const char *applicationType,
+                const char *configFile, const char *options);
+
+#define HOX_SESSINFO_VERSION 4
+typedef struct ApiSessInfo {
+    uint16_t stVersion;
+    char serverHost[HOX_MAX_PATH + 1];
+    uint16_t serverPort; /* 0: no network */
+    hoxDate serverDate;
+    char serverType[HOX_MAX_FS_TYPE + 1];
+    uint16_t serverVersion;
+    uint16_t serverRelease;
+    uint16_t serverLevel;
+    uint16_t serverSubLevel;
+    char nodeName[HOX_MAX_NODE_NAME + 1];
+    char ownerName[HOX_MAX_OWNER_NAME + 1];
+    char configFile[HOX_MAX_PATH + 1];
+    uint8_t compression;
+    uint8_t passwordAccess;
+    uint8_t backupDelete; /* 1: the node may delete its objects */
+    uint16_t maxObjPerTxn;
+    char domainName[HOX_MAX_DOMAIN_NAME + 1];
+    char policySetName[HOX_MAX_DOMAIN_NAME + 1];
+} ApiSessInfo;
+
+int16_t hoxQuerySessInfo(hoxHandle_t handle, ApiSessInfo *info);
+int16_t hoxQuerySessOptions(hoxHandle_t handle, optStruct *options);
+
+/* Changes the password of the session's node. HOX_RC_AUTH_FAILURE when oldPassword is wrong. */
+int16_t hoxChangePW(hoxHandle_t handle, const char *oldPassword, const char *newPassword);
+
+/* Ends the session: aborts an open transaction, ends a query or a read. The handle is dead
+ * afterwards. */
+int16_t hoxTerminate(hoxHandle_t handle);
+
+/* ---- filespaces
+ * ------------------------------------------------------------------------------------- */
+
+typedef struct hoxFSAttr {
+    uint16_t infoLength; /* characters of info */
+    char info[HOX_MAX_FS_INFO];
+} hoxFSAttr;
+
+#define HOX_REGFS_VERSION 1
+typedef struct regFSData {
+    uint16_t stVersion;
+    const char *fsName;
+    const char *fsType;
+    hox64_t occupancy; /* bytes */
+    hox64_t capacity;  /* bytes */
+    hoxFSAttr fsAttr;
+} regFSData;
+
+#define HOX_FSUPD_VERSION 2
+typedef struct hoxFSUpd {
+    uint16_t stVersion;
+    const char *fsType;
+    hox64_t occupancy; /* bytes */
+    hox64_t capacity;  /* bytes */
+    hoxFSAttr fsAttr;
+    uint64_t protectedSize; /* MiB: the size of the database that the filespace protects */
+} hoxFSUpd;
+
+/* Which fields hoxUpdateFS takes over. */
+#define HOX_FSUPD_TYPE 0x000001U
+#define HOX_FSUPD_ATTR 0x000002U
+#define HOX_FSUPD_OCCUPANCY 0x000010U
+#define HOX_FSUPD_CAPACITY 0x000020U
+#define HOX_FSUPD_PROTECTED_SIZE 0x200000U
+
+/* Makes a filespace known to the repository, durably. HOX_RC_FS_REGISTERED when it is known
+ * already. */
+int16_t hoxRegisterFS(hoxHandle_t handle, const regFSData *data);
+
+/* Takes over the fields named by mask. HOX_RC_FS_UNKNOWN when it was not registered. */
+int16_t hoxUpdateFS(hoxHandle_t handle, const char *fsName, const hoxFSUpd *update, uint32_t mask);
+
+/* Deletes a filespace and every object in it. */
+int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, uint8_t repositoryType);
+
+/* ---- transactions
+ * ----------------------------------------------------------------------------------- */
+
+#define HOX_VOTE_COMMIT 1
+#define HOX_VOTE_ABORT 2
+
+#define HOX_ENDTXNEX_VERSION 1
+typedef struct hoxEndTxnExIn_t {
+    uint16_t stVersion;
+    uint8_t vote;
+} hoxEndTxnExIn_t;
+
+typedef struct hoxEndTxnExOut_t {
+    uint16_t stVersion;
+    uint16_t reason;
+    hox64_t groupLeaderObjId;
+} hoxEndTxnExOut_t;
+
+int16_t hoxBeginTxn(hoxHandle_t handle);
+
+/*
+ * Ends the transaction. After a commit that returned 0 every object sent is durable and visible,
+ * and every deletion done: it survives the loss of power. Once any step of the transaction failed
+ * or is missing (an object that was not ended), a commit publishes nothing and returns
+ * HOX_RC_CHECK_REASON. An abort, in the middle of an object too, publishes nothing and returns
+ * HOX_RC_CHECK_REASON with HOX_RC_ABORTED. *reason is written on every return; HOX_RC_CHECK_REASON
+ * never comes with reason 0.
+ */
+int16_t hoxEndTxn(hoxHandle_t handle, uint8_t vote, uint16_t *reason);
+int16_t hoxEndTxnEx(hoxHandle_t handle, const hoxEndTxnExIn_t *input, hoxEndTxnExOut_t *output);
+
+/* ---- sending
+ * ---------------------------------------------------------------------------------------- */
+
+#define HOX_SEND_BACKUP_BIND                                                                       \
+    0 /* as an argument of hoxBindMC; means backup, as HOX_SEND_BACKUP does */
+#define HOX_SEND_BACKUP 2
+
+#define HOX_MCBIND_VERSION 1
+typedef struct mcBindKey {
+    uint16_t stVersion;
+    char mcName[HOX_MAX_MC_NAME + 1]; /* answer: the class the object is bound to */
+    uint8_t backupCopyGroup;          /* answer: 1 when the class takes backup objects */
+    uint8_t archiveCopyGroup;
+    char backupDestination[HOX_MAX_POOL_NAME + 1];
+} mcBindKey;
+
+#define HOX_OBJATTR_VERSION 3
+typedef struct ObjAttr {
+    uint16_t stVersion;
+    char owner[HOX_MAX_OWNER_NAME + 1];
+    hox64_t sizeEstimate; /* bytes; a hint, the object may be larger or smaller */
+    uint8_t objCompressed;
+    uint16_t objInfoLength; /* at most HOX_MAX_OBJ_INFO */
+    const char *objInfo;    /* kept with the object, padded with NUL to HOX_MAX_OBJ_INFO */
+    const char *mcNameP;    /* null, or the class in place of the bound one */
+} ObjAttr;
+
+#define HOX_ENDSENDEX_VERSION 1
+typedef struct hoxEndSendObjExIn_t {
+    uint16_t stVersion;
+} hoxEndSendObjExIn_t;
+
+#define HOX_ENCRYPT_DES_56BIT 4
+#define HOX_ENCRYPT_AES_128BIT 8
+#define HOX_ENCRYPT_AES_256BIT 16
+
+/* Ratios are reductions in units of 1/10,000: 2,500 means that a quarter was saved. */
+typedef struct hoxEndSendObjExOut_t {
+    uint16_t stVersion;
+    hox64_t totalBytesSent;    /* what the application sent */
+    uint8_t objCompressed;     /* 1: compressed on the way */
+    hox64_t totalCompressSize; /* bytes after compression */
+    uint32_t compressRatio;
+    uint8_t objDeduplicated; /* 1: some of it was in the repository already */
+    hox64_t totalDedupSize;  /* bytes that had to be stored after duplicate detection */
+    uint32_t dedupRatio;
+    uint8_t encryptionType;   /* HOX_ENCRYPT_ bits */
+    hox64_t totalDirectBytes; /* bytes that went to the storage directly, past any server process */
+} hoxEndSendObjExOut_t;
+
+/* Which management class an object of that name gets. Allowed inside and outside a transaction. */
+int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, uint8_t sendType, mcBindKey *binding);
+
+/*
+ * Begins an object. sendBuffer is reserved (null); data may be null or the first block.
+ * HOX_RC_OBJECT_EXISTS when an active object of that name is there, HOX_RC_FS_UNKNOWN,
+ * HOX_RC_MC_UNKNOWN.
+ */
+int16_t hoxSendObj(hoxHandle_t handle, uint8_t sendType, void *sendBuffer, const hoxObjName *name,
+                   const ObjAttr *attributes, DataBlk *data);
+
+/*
+ * Takes data->bufferLen bytes of the object; the buffer is free again on return. Nothing is
+ * promised of them before hoxEndTxn. HOX_RC_WILL_ABORT, HOX_RC_REPOSITORY_FULL,
+ * HOX_RC_REPOSITORY_IO.
+ */
+int16_t hoxSendData(hoxHandle_t handle, DataBlk *data);
+int16_t hoxEndSendObj(hoxHandle_t handle);
+int16_t hoxEndSendObjEx(hoxHandle_t handle, const hoxEndSendObjExIn_t *input,
+                        hoxEndSendObjExOut_t *output);
+
+/* ---- queries
+ * ---------------------------------------------------------------------------------------- */
+
+#define HOX_QUERY_BACKUP 1     /* qryBackupData, answered by qryRespBackupData */
+#define HOX_QUERY_MGMT_CLASS 4 /* qryMCData, answered by qryRespMCData */
+
+#define HOX_STATE_ACTIVE 1
+#define HOX_STATE_INACTIVE 2
+#define HOX_STATE_ANY 255
+
+#define HOX_QRY_BACKUP_VERSION 2
+typedef struct qryBackupData {
+    uint16_t stVersion;
+    const hoxObjName *objName; /* matched literally: "*" and "?" are text */
+    const char *owner;         /* null or empty: any owner */
+    uint8_t objState;
+} qryBackupData;
+
+#define HOX_MEDIA_FIXED 16 /* mediaClass: disk */
+
+/* restoreOrder: objects read in ascending order are read fastest. */
+typedef struct hoxRestoreOrder {
+    uint32_t word[4];
+} hoxRestoreOrder;
+
+#define HOX_QRY_RESP_BACKUP_VERSION 2
+typedef struct qryRespBackupData {
+    uint16_t stVersion;
+    hoxObjName objName;
+    uint32_t copyGroup;
+    char mcName[HOX_MAX_MC_NAME + 1];
+    uint8_t mediaClass;
+    char owner[HOX_MAX_OWNER_NAME + 1];
+    uint8_t objState;
+    hoxDate insDate;
+    hoxDate expDate; /* year 0: does not expire */
+    hox64_t objId;
+    hox64_t sizeEstimate;
+    hox64_t size; /* bytes of the object */
+    uint16_t objInfoLength;
+    char objInfo[HOX_MAX_OBJ_INFO];
+    uint8_t objCompressed;
+    uint8_t objDeduplicated;
+    uint8_t encryptionType;
+    hoxRestoreOrder restoreOrder;
+    hox64_t storedSize; /* bytes that it added to the repository */
+    uint8_t reserved[324];
+} qryRespBackupData;
+
+#define HOX_QRY_MC_VERSION 1
+typedef struct qryMCData {
+    uint16_t stVersion;
+    const char *mcName; /* null or empty: every class */
+    uint8_t detail;     /* 1: fill in more than the name */
+} qryMCData;
+
+#define HOX_QRY_RESP_MC_VERSION 1
+typedef struct qryRespMCData {
+    uint16_t stVersion;
+    char mcName[HOX_MAX_MC_NAME + 1];
+    char description[HOX_MAX_DESCRIPTION + 1];
+    char stgPool[HOX_MAX_POOL_NAME + 1];
+    uint8_t isDefault;
+    uint8_t backupCopyGroup;
+    uint16_t versionsKept; /* 65535: no limit */
+    uint16_t daysKept;     /* 65535: for ever */
+    uint8_t reserved[142];
+} qryRespMCData;
+
+/*
+ * Begins a query; one at a time in a session. queryData is the record of its type.
+ * HOX_RC_FS_UNKNOWN only when the filespace was never registered by the node.
+ */
+int16_t hoxBeginQuery(hoxHandle_t handle, uint8_t queryType, const void *queryData);
+
+/*
+ * Fills data->bufferPtr with the next answer record and data->numBytes. HOX_RC_MORE_DATA with every
+ * object, the last too; then HOX_RC_FINISHED with none; HOX_RC_NO_MATCH at once when nothing
+ * matches; never 0. The caller sets stVersion of the answer record (0 is taken as the current
+ * version).
+ */
+int16_t hoxGetNextQObj(hoxHandle_t handle, DataBlk *data);
+
+/* Ends the query. A second call is harmless and returns 0. */
+int16_t hoxEndQuery(hoxHandle_t handle);
+
+/* ---- reading
+ * ---------------------------------------------------------------------------------------- */
+
+#define HOX_GET_BACKUP 0
+
+#define HOX_GETLIST_VERSION 2
+typedef struct hoxGetList {
+    uint16_t stVersion;
+    uint32_t numObjId;
+    const hox64_t *objId;
+} hoxGetList;
+
+#define HOX_ENDGETEX_VERSION 1
+typedef struct hoxEndGetDataExIn_t {
+    uint16_t stVersion;
+} hoxEndGetDataExIn_t;
+
+typedef struct hoxEndGetDataExOut_t {
+    uint16_t stVersion;
+    uint16_t reason;
+    hox64_t totalBytesReceived;
+} hoxEndGetDataExOut_t;
+
+/* mountWait: 1 to wait for media. HOX_RC_OBJECT_UNKNOWN when an identifier of the list is not
+ * there. */
+int16_t hoxBeginGetData(hoxHandle_t handle, uint8_t mountWait, uint8_t getType,
+                        const hoxGetList *list);
+
+/* Begins one object of the list; data is null or the first block. HOX_RC_MORE_DATA: data follows.
+ */
+int16_t hoxGetObj(hoxHandle_t handle, const hox64_t *objId, DataBlk *data);
+
+/*
+ * Fills the block. HOX_RC_MORE_DATA with a full block while more follows, HOX_RC_FINISHED with the
+ * last data; an object of exactly n blocks ends with HOX_RC_FINISHED and a full block, an empty one
+ * with HOX_RC_FINISHED and 0 bytes. No byte that is not what was stored is ever reported as
+ * success: HOX_RC_REPOSITORY_DAMAGED.
+ */
+int16_t hoxGetData(hoxHandle_t handle, DataBlk *data);
+int16_t hoxEndGetObj(hoxHandle_t handle);
+int16_t hoxEndGetData(hoxHandle_t handle);
+int16_t hoxEndGetDataEx(hoxHandle_t handle, const hoxEndGetDataExIn_t *input,
+                        hoxEndGetDataExOut_t *output);
+
+/* ---- deleting and changing
+ * -------------------------------------------------------------------------- */
+
+#define HOX_DELETE_BACKUP_NAME 1 /* delBackName: the active object of that name */
+#define HOX_DELETE_BACKUP_ID 2   /* delBackID */
+
+#define HOX_DELBACK_VERSION 1
+typedef struct delBackID {
+    uint16_t stVersion;
+    hox64_t objId;
+} delBackID;
+
+typedef struct delBackName {
+    uint16_t stVersion;
+    const hoxObjName *objName;
+} delBackName;
+
+typedef union hoxDelInfo {
+    delBackID backID;
+    delBackName backName;
+} hoxDelInfo;
+
+/* Inside a transaction; done when it commits. HOX_RC_OBJECT_UNKNOWN. */
+int16_t hoxDeleteObj(hoxHandle_t handle, uint8_t delType, const hoxDelInfo *info);
+
+/* Gives an object another high- and low-level name. HOX_RC_OBJECT_EXISTS when that name is taken.
+ */
+int16_t hoxRenameObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *name,
+                     const char *newHlName, const char *newLlName);
+
+/* Which attributes hoxUpdateObj takes over. */
+#define HOX_UPDOBJ_OWNER 0x1U
+#define HOX_UPDOBJ_INFO 0x2U
+#define HOX_UPDOBJ_MC 0x4U
+int16_t hoxUpdateObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *name,
+                     const ObjAttr *attributes, uint32_t mask);
+
+#define HOX_GROUP_OPEN 1
+#define HOX_GROUP_CLOSE 2
+#define HOX_GROUP_ADD 3
+#define HOX_GROUP_ASSIGN 4
+#define HOX_GROUP_REMOVE 5
+#define HOX_GROUP_DELETE 6
+
+#define HOX_GROUP_VERSION 1
+typedef struct hoxGroupIn_t {
+    uint16_t stVersion;
+    uint8_t action; /* HOX_GROUP_ */
+    uint8_t isLeader;
+    const char *tag;
+    const hoxObjName *objName;
+    hox64_t leaderObjId;
+    const hox64_t *memberObjId;
+    uint32_t memberCount;
+} hoxGroupIn_t;
+
+typedef struct hoxGroupOut_t {
+    uint16_t stVersion;
+    hox64_t leaderObjId;
+} hoxGroupOut_t;
+
+int16_t hoxGroupHandler(hoxHandle_t handle, const hoxGroupIn_t *input, hoxGroupOut_t *output);
+
+/* ---- access for other nodes
+ * ------------------------------------------------------------------------- */
+
+#define HOX_ACCESS_READ 1
+
+#define HOX_QRY_RESP_ACCESS_VERSION 1
+typedef struct qryRespAccessData {
+    uint16_t stVersion;
+    char nodeName[HOX_MAX_NODE_NAME + 1]; /* who was granted */
+    char ownerName[HOX_MAX_OWNER_NAME + 1];
+    hoxObjName objName;
+    uint8_t accessType;
+    uint32_t ruleNumber;
+} qryRespAccessData;
+
+int16_t hoxSetAccess(hoxHandle_t handle, uint8_t accessType, const hoxObjName *name,
+                     const char *nodeName, const char *ownerName);
+
+/* *rules points at an array of *count records; the caller gives room for *count, which becomes the
+ * number there is. */
+int16_t hoxQueryAccess(hoxHandle_t handle, qryRespAccessData *rules, uint16_t *count);
+int16_t hoxDeleteAccess(hoxHandle_t handle, uint32_t ruleNumber);
+
+/* ---- messages and events
+ * ---------------------------------------------------------------------------- */
+
+/*
+ * The text of a code: an identifier (RBS, four digits, a severity letter), a blank, a sentence.
+ * Writes at most HOX_MAX_RC_MESSAGE characters and a terminator into message. The text tells more
+ * (a path, a line) when the code is that of the last failure on this thread. Returns 0;
+ * HOX_RC_NULL_ARGUMENT.
+ */
+int16_t hoxRCMsg(hoxHandle_t handle, int16_t rc, char *message);
+
+#define HOX_RCMSGEX_VERSION 1
+typedef struct hoxRCMsgExIn_t {
+    uint16_t stVersion;
+    hoxHandle_t handle; /* the same as the argument */
+    int16_t rc;
+    uint8_t withIdentifier; /* 1: the text begins with its identifier; 0: the sentence alone */
+} hoxRCMsgExIn_t;
+
+typedef struct hoxRCMsgExOut_t {
+    uint16_t stVersion;
+    char identifier[9];
+    char message[HOX_MAX_RC_MESSAGE + 1]; /* always in English, as a server's log wants it */
+} hoxRCMsgExOut_t;
+
+int16_t hoxRCMsgEx(hoxHandle_t handle, const hoxRCMsgExIn_t *input, hoxRCMsgExOut_t *output);
+
+#define HOX_LOG_SERVER 0U /* the activity log of the repository */
+#define HOX_LOG_LOCAL 1U  /* the local log, see envSetUp */
+#define HOX_LOG_BOTH 2U
+
+#define HOX_SEVERITY_INFO 0U
+#define HOX_SEVERITY_WARNING 1U
+#define HOX_SEVERITY_ERROR 2U
+#define HOX_SEVERITY_SEVERE 3U
+
+#define HOX_EVENT_MESSAGE 0 /* kind: a message */
+#define HOX_EVENT_SESSION 4 /* kind: an application begins its work in a session; message empty */
+#define HOX_EVENT_SESSION_RESUMED 5 /* kind: it goes on with work begun in an earlier session */
+
+#define HOX_LOGEVENTEX_VERSION 2
+typedef struct hoxLogEventExIn_t {
+    uint16_t stVersion;
+    uint16_t kind;     /* HOX_EVENT_ */
+    uint32_t severity; /* HOX_SEVERITY_ */
+    char messageId[9]; /* the application's identifier of the message */
+    char appName[33];
+    char platform[17];
+    char appVersion[17];
+    uint32_t logType; /* HOX_LOG_ */
+    const char *message;
+} hoxLogEventExIn_t;
+
+typedef struct hoxLogEventExOut_t {
+    uint16_t stVersion;
+} hoxLogEventExOut_t;
+
+/*
+ * Writes an event. Allowed in any state of a session; with handle 0 it goes to the local log.
+ * output may be null. HOX_RC_LOG_UNAVAILABLE when the log takes nothing now. Durable at the latest
+ * when the session ends.
+ */
+int16_t hoxLogEventEx(hoxHandle_t handle, const hoxLogEventExIn_t *input,
+                      hoxLogEventExOut_t *output);
+
+/* ---- the block cipher of password files
+ * ------------------------------------------------------------- */
+
+#define HOX_DES_BLOCK 8 /* bytes of a key and of a block */
+
+/* Derives the key that belongs to a node on this host. No handle, no return code. */
+void hoxCreateDesKeyEx(uint32_t *key, const char *nodeName);
+
+/* One block of 8 bytes. input and output may be the same. */
+void hoxEncryptEx(const uint32_t *key, const unsigned char *input, unsigned char *output);
+void hoxDecryptEx(const uint32_t *key, const unsigned char *input, unsigned char *output);
+
+#ifdef __cplusplus
+} /* extern "C" */
+
+static_assert(sizeof(qryRespBackupData) == 3064, "applications hand over exactly this many bytes");
+static_assert(sizeof(qryRespMCData) == 468, "applications hand over exactly this many bytes");
+#endif
+
+#endif /* HOXAPI_H */

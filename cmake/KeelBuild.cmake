@@ -1,0 +1,66 @@
+# Language level, warnings, sanitizers, and what is special about a library that lives in a foreign process.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
+endif()
+
+find_package(Threads REQUIRED)
+
+add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+include_directories("${CMAKE_SOURCE_DIR}")
+
+if(KEEL_SANITIZE)
+  add_compile_options(-fsanitize=${KEEL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${KEEL_SANITIZE})
+endif()
+if(KEEL_COVERAGE)
+  add_compile_options(--coverage)
+  add_link_options(--coverage)
+endif()
+
+# keel_foreign_library(TARGET OUTPUT_NAME DIRECTORY EXPORTS)
+# Makes a shared library fit to be loaded by a database: it exports what the file EXPORTS lists and nothing
+# else, and brings its own C++ runtime, hidden, so that an older one in the host does no harm. A sanitizer
+# needs the shared runtime to see its own interceptors.
+function(keel_foreign_library target output directory exports)
+  set_target_properties(${target} PROPERTIES
+    OUTPUT_NAME "${output}"
+    PREFIX ""
+    LIBRARY_OUTPUT_DIRECTORY "${KEEL_STAGE}/${directory}"
+    LINK_DEPENDS "${exports}"
+    BUILD_WITH_INSTALL_RPATH ON)
+  target_link_options(${target} PRIVATE
+    "LINKER:--version-script=${exports}" "LINKER:--exclude-libs,ALL" "LINKER:-z,relro,-z,now"
+    "LINKER:--gc-sections")
+  if(NOT KEEL_SANITIZE)
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc "LINKER:-z,defs")
+  endif()
+  install(TARGETS ${target} LIBRARY DESTINATION "${KEEL_CLIENT_ROOT}/${directory}")
+endfunction()
+
+# keel_program(TARGET): a program people run, laid out beside the libraries.
+function(keel_program target)
+  set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${KEEL_STAGE}/bin")
+  install(TARGETS ${target} RUNTIME DESTINATION "${KEEL_CLIENT_ROOT}/bin")
+endfunction()
+
+# keel_stage_file(SOURCE DIRECTORY [NAME]): a file of the installation that is not built.
+function(keel_stage_file source directory)
+  cmake_path(GET source FILENAME name)
+  if(ARGC GREATER 2)
+    set(name "${ARGV2}")
+  endif()
+  configure_file("${source}" "${KEEL_STAGE}/${directory}/${name}" COPYONLY)
+  install(FILES "${source}" DESTINATION "${KEEL_CLIENT_ROOT}/${directory}" RENAME "${name}")
+endfunction()
