@@ -17,7 +17,8 @@ endif()
 find_package(Threads REQUIRED)
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
-add_compile_definitions(_FILE_OFFSET_BITS=64)
+add_compile_definitions(_FILE_OFFSET_BITS=64
+  KEEL_CLIENT_ROOT="${KEEL_CLIENT_ROOT}" KEEL_PROXY_LIBRARY="${KEEL_PROXY_LIBRARY}")
 include_directories("${CMAKE_SOURCE_DIR}")
 
 if(KEEL_SANITIZE)
