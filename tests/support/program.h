@@ -1,0 +1,63 @@
+// Running a program and catching what it says.
+#ifndef KEEL_TESTS_SUPPORT_PROGRAM_H
+#define KEEL_TESTS_SUPPORT_PROGRAM_H
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace keel::test
+{
+
+struct ProgramResult {
+    int status = -1; ///< exit status, or 128 + signal
+    std::string out;
+    std::string err;
+};
+
+struct ProgramOptions {
+    std::string input;                              ///< standard input
+    std::map<std::string, std::string> environment; ///< added to that of the test
+    std::filesystem::path directory;                ///< working directory; empty: that of the test
+};
+
+/// argv[0] is looked up in PATH when it holds no slash. Throws std::system_error when nothing runs.
+[[nodiscard]] ProgramResult run(const std::vector<std::string> &argv,
+                                const ProgramOptions &options = {});
+
+/// A program that runs beside the test, its standard input a pipe that the test holds. One that is
+/// still there when the object goes is killed.
+class Program
+{
+public:
+    explicit Program(const std::vector<std::string> &argv, const ProgramOptions &options = {});
+    ~Program();
+    Program(const Program &) = delete;
+    Program &operator=(const Program &) = delete;
+
+    /// Returns when the program, or the pipe, has taken all of it. False when nobody reads any
+    /// more.
+    bool feed(std::string_view bytes);
+    void closeInput();
+    void signal(int number);
+    [[nodiscard]] ProgramResult wait();
+    [[nodiscard]] pid_t pid() const { return pid_; }
+
+private:
+    friend ProgramResult run(const std::vector<std::string> &, const ProgramOptions &);
+    void start(const std::vector<std::string> &argv, const ProgramOptions &options, int input);
+    Program() = default;
+
+    pid_t pid_ = -1;
+    int input_ = -1; ///< our end of the pipe
+    int out_ = -1;   ///< unnamed files: no reader is needed, so nothing can block
+    int err_ = -1;
+};
+
+} // namespace keel::test
+
+#endif
