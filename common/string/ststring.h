@@ -1,0 +1,44 @@
+// Narrow strings in fixed buffers: every call is bounded and leaves a terminated text.
+//
+// Letters and white space are the ASCII classes, whatever the host's locale.
+#ifndef KEEL_COMMON_STRING_STSTRING_H
+#define KEEL_COMMON_STRING_STSTRING_H
+
+#include <cstddef>
+#include <string_view>
+
+/// False when src had to be cut to fit; dst is terminated all the same (unless size is 0).
+bool stCopy(char *dst, std::size_t size, std::string_view src) noexcept;
+bool stAppend(char *dst, std::size_t size, std::string_view src) noexcept;
+
+template <std::size_t N> bool stCopy(char (&dst)[N], std::string_view src) noexcept
+{
+    return stCopy(dst, N, src);
+}
+
+template <std::size_t N> bool stAppend(char (&dst)[N], std::string_view src) noexcept
+{
+    return stAppend(dst, N, src);
+}
+
+/// The length of a text that may lack its terminator; at most max.
+std::size_t stLength(const char *text, std::size_t max) noexcept;
+
+constexpr bool stIsSpaceAscii(char c) noexcept
+{
+    return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+constexpr char stToUpperAscii(char c) noexcept
+{
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+}
+
+/// In place.
+void stUpperAscii(char *text) noexcept;
+void stTrimRight(char *text) noexcept;
+
+/// Equal without regard to the case of ASCII letters.
+bool stEqualNoCase(std::string_view a, std::string_view b) noexcept;
+
+#endif

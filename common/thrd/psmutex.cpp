@@ -1,0 +1,95 @@
+// Recursive mutexes, condition variables and thread identity.
+#include "common/thrd/psmutex.h"
+
+#include <cerrno>
+#include <ctime>
+
+#if defined(__linux__)
+#include <sys/syscall.h>
+#include <unistd.h>
+#endif
+
+namespace
+{
+// Its address is the owner's name: distinct for all living threads, and the same for the only
+// thread that a forked child has, so that a lock held over fork stays the child's own.
+thread_local char ownerTag;
+} // namespace
+
+int psMutex_t::lock(int wait) noexcept
+{
+    if (owner.load(std::memory_order_relaxed) == &ownerTag) {
+        ++depth;
+        return 0;
+    }
+    const int rc = wait != 0 ? pthread_mutex_lock(&mutex) : pthread_mutex_trylock(&mutex);
+    if (rc == 0) {
+        owner.store(&ownerTag, std::memory_order_relaxed);
+        depth = 1;
+    }
+    return rc;
+}
+
+int psMutex_t::unlock() noexcept
+{
+    if (owner.load(std::memory_order_relaxed) != &ownerTag)
+        return EPERM;
+    if (--depth > 0)
+        return 0;
+    owner.store(nullptr, std::memory_order_relaxed);
+    return pthread_mutex_unlock(&mutex);
+}
+
+int psCondition_t::waitUntil(psMutex_t &held, const timespec *until) noexcept
+{
+    if (held.owner.load(std::memory_order_relaxed) != &ownerTag)
+        return EPERM;
+    const unsigned depth = held.depth;
+    held.owner.store(nullptr, std::memory_order_relaxed);
+    const int rc = until == nullptr ? pthread_cond_wait(&condition, &held.mutex)
+                                    : pthread_cond_timedwait(&condition, &held.mutex, until);
+    held.owner.store(&ownerTag, std::memory_order_relaxed);
+    held.depth = depth;
+    return rc;
+}
+
+int psCondition_t::wait(psMutex_t &held) noexcept
+{
+    return waitUntil(held, nullptr);
+}
+
+int psCondition_t::waitFor(psMutex_t &held, unsigned milliseconds) noexcept
+{
+    timespec until{};
+    clock_gettime(CLOCK_REALTIME, &until);
+    until.tv_sec += static_cast<time_t>(milliseconds / 1000);
+    until.tv_nsec += static_cast<long>(milliseconds % 1000) * 1'000'000;
+    if (until.tv_nsec >= 1'000'000'000) {
+        until.tv_nsec -= 1'000'000'000;
+        ++until.tv_sec;
+    }
+    return waitUntil(held, &until);
+}
+
+void psCondition_t::signal() noexcept
+{
+    pthread_cond_signal(&condition);
+}
+
+void psCondition_t::broadcast() noexcept
+{
+    pthread_cond_broadcast(&condition);
+}
+
+std::uint32_t psThreadSelf() noexcept
+{
+#if defined(__linux__)
+    return static_cast<std::uint32_t>(syscall(SYS_gettid));
+#else
+    static std::atomic<std::uint32_t> last{0};
+    thread_local std::uint32_t self = 0;
+    if (self == 0)
+        self = ++last;
+    return self;
+#endif
+}

@@ -1,0 +1,73 @@
+// Recursive mutexes, condition variables and thread identity, on plain POSIX threads.
+//
+// Objects of these classes may be static: they are ready without any code running at load time and
+// need none at unload time, because the library comes and goes inside a foreign process. The
+// recursion is counted here and not by the system's mutex, so that a condition can be waited for
+// while the mutex is held more than once.
+#ifndef KEEL_COMMON_THRD_PSMUTEX_H
+#define KEEL_COMMON_THRD_PSMUTEX_H
+
+#include <atomic>
+#include <cstdint>
+#include <pthread.h>
+
+class psMutex_t
+{
+public:
+    constexpr psMutex_t() noexcept = default;
+    psMutex_t(const psMutex_t &) = delete;
+    psMutex_t &operator=(const psMutex_t &) = delete;
+
+    /// 0 when the caller holds the mutex; with wait 0, EBUSY when another thread does.
+    int lock(int wait = 1) noexcept;
+    /// 0; EPERM when the caller does not hold the mutex, which then stays as it is.
+    int unlock() noexcept;
+
+private:
+    friend class psCondition_t;
+
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    std::atomic<const void *> owner{nullptr}; // written by the holder only
+    unsigned depth = 0;                       // guarded by the mutex itself
+};
+
+/// Holds a mutex for the length of a block.
+class psMutexGuard
+{
+public:
+    explicit psMutexGuard(psMutex_t &held) noexcept : mutex(held) { mutex.lock(); }
+    ~psMutexGuard() { mutex.unlock(); }
+    psMutexGuard(const psMutexGuard &) = delete;
+    psMutexGuard &operator=(const psMutexGuard &) = delete;
+
+private:
+    psMutex_t &mutex;
+};
+
+class psCondition_t
+{
+public:
+    constexpr psCondition_t() noexcept = default;
+    psCondition_t(const psCondition_t &) = delete;
+    psCondition_t &operator=(const psCondition_t &) = delete;
+
+    /// Both waits give the mutex up entirely, however often the caller holds it, and return holding
+    /// it as often as before. They may return without a signal: test the condition in a loop.
+    /// 0; EPERM when the caller does not hold the mutex; waitFor: ETIMEDOUT when the time is over.
+    int wait(psMutex_t &mutex) noexcept;
+    int waitFor(psMutex_t &mutex, unsigned milliseconds) noexcept;
+
+    void signal() noexcept;
+    void broadcast() noexcept;
+
+private:
+    int waitUntil(psMutex_t &mutex, const timespec *until) noexcept;
+
+    pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
+};
+
+/// The thread's number: the system's own where it has one, else a number counted in this process.
+/// It does not change while the thread lives and is never 0.
+std::uint32_t psThreadSelf() noexcept;
+
+#endif
