@@ -1,0 +1,90 @@
+// keel backup: stores a stream as a piece.
+#include "tools/keel/blocks.h"
+#include "tools/keel/command.h"
+#include "tools/keel/failure.h"
+#include "tools/keel/files.h"
+#include "tools/keel/progress.h"
+
+#include <memory>
+#include <optional>
+
+namespace keel
+{
+
+namespace
+{
+
+struct Backup {
+    std::string name;
+    std::string input;
+    std::string type;
+    PieceAttributes attributes;
+    std::size_t blockSize = kDefaultBlockSize;
+};
+
+std::optional<std::uint64_t> fileType(const std::string &name)
+{
+    if (name == "datafile")
+        return SBT_FILETYPE_DATAFILE;
+    if (name == "archivelog")
+        return SBT_FILETYPE_ARCHLOG;
+    if (name == "other")
+        return SBT_FILETYPE_OTHER;
+    return std::nullopt;
+}
+
+int run(const Backup &backup, const Command &command, Json &result)
+{
+    result["name"] = backup.name;
+    InputFile input(backup.input);
+    Channel channel(command.channel);
+    Progress progress(backup.name, input.size(), command.quiet);
+    channel.beginBackup(backup.name, backup.attributes, backup.blockSize);
+    const auto read = [&](std::span<std::byte> bytes) {
+        const std::size_t count = input.fill(bytes);
+        progress.add(count);
+        return count;
+    };
+    const auto write = [&](std::span<std::byte> block) { channel.writeBlock(block); };
+    const std::uint64_t length = storeStream(read, write, backup.blockSize);
+    channel.closePiece();
+    progress.finish();
+    reportTransfer(result, length, progress.seconds());
+    result["blockSize"] = backup.blockSize;
+    return kExitDone;
+}
+
+} // namespace
+
+void addBackup(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand("backup", "Store a stream as a backup piece");
+    auto backup = std::make_shared<Backup>();
+    verb->add_option("NAME", backup->name, "name of the piece; it must be new")
+        ->required()
+        ->type_name("");
+    verb->add_option("--input,-i", backup->input, "file to store; - is standard input")
+        ->required()
+        ->type_name("FILE");
+    addBlockSize(*verb, backup->blockSize);
+    verb->add_option("--copy", backup->attributes.copy, "copy number, 1 to 4 (default: 1)")
+        ->check(CLI::Range(1, 4).description(""))
+        ->type_name("N");
+    verb->add_option("--database", backup->attributes.database, "name of the database it is of")
+        ->type_name("NAME");
+    verb->add_option("--type", backup->type, "what it holds: datafile, archivelog or other")
+        ->check(CLI::IsMember({"datafile", "archivelog", "other"}).description(""))
+        ->type_name("TYPE");
+    addCommonOptions(*verb, command);
+    verb->footer(
+        "Example: tar -c /srv/data | keel backup data-monday --input -\n"
+        "Every byte is on disk when it ends with status 0; else nothing of the piece is there.");
+    verb->callback([backup, &command] {
+        backup->attributes.fileType = fileType(backup->type);
+        command.verb = "backup";
+        command.subject = backup->name;
+        command.run = [backup, &command](Json &result) { return run(*backup, command, result); };
+    });
+}
+
+} // namespace keel

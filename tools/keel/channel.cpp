@@ -1,0 +1,283 @@
+// See channel.h.
+#include "tools/keel/channel.h"
+
+#include "tools/keel/failure.h"
+#include "tools/keel/text.h"
+
+#include <dlfcn.h>
+
+#include <array>
+#include <cstdlib>
+
+#include <fmt/format.h>
+
+namespace keel
+{
+
+namespace
+{
+
+const char *meaning(std::uint32_t code)
+{
+    switch (code) {
+    case SBT_NOT_FOUND:
+        return "there is no such piece";
+    case SBT_EXISTS:
+        return "a piece of that name is there already, or cannot be looked for";
+    case SBT_END_OF_FILE:
+        return "the piece has no more data";
+    default:
+        return "the agent could not do it";
+    }
+}
+
+const char *initMeaning(std::uint32_t secondary)
+{
+    switch (secondary) {
+    case 2:
+        return "the message catalogue velo.cat cannot be used";
+    case 104:
+        return "the storage client cannot be loaded";
+    case 107:
+        return "the storage client is too old";
+    case 2522:
+        return "not enough memory";
+    case 2534:
+        return "the option file (VELO_OPTFILE, --optfile) is missing or wrong";
+    case 2601:
+        return "the agent is not installed";
+    default:
+        return "the agent cannot start";
+    }
+}
+
+/// The agent takes strings that it may write to, in lists that end at a null pointer.
+std::vector<char *> nameList(std::vector<std::string> &names)
+{
+    std::vector<char *> list;
+    for (std::string &name : names)
+        list.push_back(name.data());
+    list.push_back(nullptr);
+    return list;
+}
+
+std::uint64_t numberAt(const void *value)
+{
+    return value ? *static_cast<const std::uint64_t *>(value) : 0;
+}
+
+std::string textAt(const void *value)
+{
+    return value ? static_cast<const char *>(value) : "";
+}
+
+} // namespace
+
+Channel::Channel(const ChannelOptions &options)
+{
+    // Never closed: the agent, as in the database, stays for the life of the process.
+    void *library = ::dlopen(options.library.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (!library)
+        throw Failure(fmt::format("cannot load the agent: {}", ::dlerror()));
+    negotiate(library, options);
+    handOverContext(options);
+}
+
+void Channel::negotiate(void *library, const ChannelOptions &options)
+{
+    const auto init = reinterpret_cast<decltype(&::sbtinit)>(::dlsym(library, "sbtinit"));
+    if (!init)
+        throw Failure(fmt::format("{} is no agent: it has no sbtinit", options.library));
+
+    std::string traceFile = options.traceFile;
+    const sbtPair in[] = {{SBTINIT_TRACEFILE, traceFile.empty() ? nullptr : traceFile.data()},
+                          {SBTINIT_END, nullptr}};
+    sbtInitError error = {};
+    sbtPair *out = nullptr;
+    if (init(&error, in, &out) != 0) {
+        throw Failure(fmt::format("{} (code {}); veloerror.log tells more",
+                                  initMeaning(error.secondary), error.secondary),
+                      error.code);
+    }
+
+    void *const *table = nullptr;
+    for (const sbtPair *item = out; item && item->code != SBTINIT_END; ++item) {
+        if (item->code == SBTINIT_FUNCTIONS)
+            table = static_cast<void *const *>(item->value);
+        else if (item->code == SBTINIT_CTXSIZE)
+            contextSize_ = numberAt(item->value);
+    }
+    if (!table || contextSize_ == 0)
+        throw Failure(fmt::format("{} did not hand out its entry points", options.library));
+    const auto take = [&](auto &entry, sbtFunctionIndex index) {
+        if (!table[index])
+            throw Failure(fmt::format("{} lacks entry point {}", options.library, int{index}));
+        entry = reinterpret_cast<std::remove_reference_t<decltype(entry)>>(table[index]);
+    };
+    take(entries_.backup, SBT_FN_BACKUP);
+    take(entries_.close2, SBT_FN_CLOSE2);
+    take(entries_.end, SBT_FN_END);
+    take(entries_.error, SBT_FN_ERROR);
+    take(entries_.info2, SBT_FN_INFO2);
+    take(entries_.init2, SBT_FN_INIT2);
+    take(entries_.read2, SBT_FN_READ2);
+    take(entries_.remove2, SBT_FN_REMOVE2);
+    take(entries_.restore, SBT_FN_RESTORE);
+    take(entries_.write2, SBT_FN_WRITE2);
+}
+
+void Channel::handOverContext(const ChannelOptions &options)
+{
+    auto context = std::make_unique<std::byte[]>(contextSize_);
+    std::uint64_t traceLevel = options.traceLevel;
+    std::uint64_t interfaceVersion = 0x0200;
+    const sbtPair in[] = {{SBTINIT2_TRACELEVEL, &traceLevel},
+                          {SBTINIT2_CLIENTAPI, &interfaceVersion},
+                          {SBTINIT2_END, nullptr}};
+    if (entries_.init2(context.get(), 0, in) != 0)
+        throw Failure("the agent refuses the channel; veloerror.log tells more", SBT_INIT_FAILED);
+    context_ = std::move(context);
+}
+
+Channel::~Channel()
+{
+    if (!context_)
+        return;
+    if (pieceOpen_)
+        entries_.close2(context_.get(), SBT_CLOSE_ABORT);
+    entries_.end(context_.get(), 0);
+}
+
+Channel::LastError Channel::lastError()
+{
+    unsigned long code = 0;
+    void *native = nullptr;
+    void *utf8 = nullptr;
+    entries_.error(context_.get(), 0, &code, &native, &utf8);
+    std::string text = textAt(native);
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
+        text.pop_back();
+    return {static_cast<std::uint32_t>(code), std::move(text)};
+}
+
+void Channel::fail()
+{
+    // Asked for before anything else is called: closing the piece would replace the reason.
+    const LastError error = lastError();
+    const char *general = meaning(error.code);
+    throw Failure(error.text.empty() ? general
+                                     : fmt::format("{}: {}", general, printable(error.text)),
+                  error.code);
+}
+
+void Channel::beginBackup(const std::string &name, const PieceAttributes &attributes,
+                          std::size_t blockSize)
+{
+    std::string database = attributes.database;
+    std::uint64_t fileType = attributes.fileType.value_or(0);
+    std::vector<sbtPair> objects;
+    if (!database.empty())
+        objects.push_back({SBTOBJECT_DBNAME, database.data()});
+    if (attributes.fileType)
+        objects.push_back({SBTOBJECT_FILETYPE, &fileType});
+    objects.push_back({SBTOBJECT_END, nullptr});
+    pieceOpen_ = true; // a failed open is to be closed too
+    if (entries_.backup(context_.get(), 0, name.c_str(), objects.data(), blockSize, 0,
+                        attributes.copy, 0) != 0)
+        fail();
+}
+
+void Channel::writeBlock(std::span<std::byte> block)
+{
+    if (entries_.write2(context_.get(), 0, block.data()) != 0)
+        fail();
+}
+
+void Channel::beginRestore(const std::string &name, std::size_t blockSize)
+{
+    pieceOpen_ = true;
+    if (entries_.restore(context_.get(), 0, name.c_str(), blockSize) != 0)
+        fail();
+}
+
+bool Channel::readBlock(std::span<std::byte> block)
+{
+    if (entries_.read2(context_.get(), 0, block.data()) == 0)
+        return true;
+    if (lastError().code != SBT_END_OF_FILE)
+        fail();
+    return false;
+}
+
+void Channel::closePiece()
+{
+    pieceOpen_ = false;
+    if (entries_.close2(context_.get(), 0) != 0)
+        fail();
+}
+
+namespace
+{
+
+void note(PieceInfo &piece, const sbtPair &item)
+{
+    switch (item.code) {
+    case SBTBFINFO_METHOD:
+        piece.method = numberAt(item.value);
+        break;
+    case SBTBFINFO_SHARE:
+        piece.share = numberAt(item.value);
+        break;
+    case SBTBFINFO_CRETIME:
+        piece.created = static_cast<std::int64_t>(numberAt(item.value));
+        break;
+    case SBTBFINFO_EXPTIME:
+        piece.expires = static_cast<std::int64_t>(numberAt(item.value));
+        break;
+    case SBTBFINFO_LABEL:
+        piece.label = textAt(item.value);
+        break;
+    case SBTBFINFO_COMMENT:
+        piece.managementClass = textAt(item.value);
+        break;
+    case SBTBFINFO_NOTFOUND:
+        piece.found = false;
+        break;
+    default:
+        break;
+    }
+}
+
+} // namespace
+
+std::vector<PieceInfo> Channel::info(std::vector<std::string> names)
+{
+    sbtPair *items = nullptr;
+    if (entries_.info2(context_.get(), 0, nameList(names).data(), &items) != 0)
+        fail();
+    std::vector<PieceInfo> pieces;
+    for (const sbtPair *item = items; item && item->code != SBTBFINFO_END; ++item) {
+        if (item->code == SBTBFINFO_NAME) {
+            // Our own name: the agent has room for 511 characters of it only.
+            if (pieces.size() == names.size())
+                break;
+            PieceInfo piece;
+            piece.name = names[pieces.size()];
+            piece.found = true; // unless an item says that it is not
+            pieces.push_back(piece);
+        } else if (!pieces.empty()) {
+            note(pieces.back(), *item);
+        }
+    }
+    if (pieces.size() != names.size())
+        throw Failure("the agent did not answer for every piece");
+    return pieces;
+}
+
+void Channel::remove(std::vector<std::string> names)
+{
+    if (entries_.remove2(context_.get(), 0, nameList(names).data()) != 0)
+        fail();
+}
+
+} // namespace keel

@@ -1,0 +1,58 @@
+// See command.h.
+#include "tools/keel/command.h"
+
+#include "tools/keel/trailer.h"
+
+#include <algorithm>
+
+#include <fmt/format.h>
+
+namespace keel
+{
+
+void addCommonOptions(CLI::App &verb, Command &command)
+{
+    verb.add_option(
+            "--optfile", command.optionFile,
+            "option file of the agent (default: $VELO_OPTFILE, else the installed velo.opt)")
+        ->type_name("FILE");
+    verb.add_option("--library", command.channel.library,
+                    "agent to load (default: the libobk.so installed beside this program)")
+        ->type_name("FILE");
+    CLI::Option *trace = verb.add_option("--trace", command.channel.traceFile,
+                                         "append the agent's database trace to this file")
+                             ->type_name("FILE");
+    verb.add_option("--trace-level", command.channel.traceLevel,
+                    "0 failures, 1 also calls (default), 2 also details")
+        ->needs(trace)
+        ->type_name("N");
+    verb.add_flag("--json", command.json, "print one JSON object about the outcome");
+    verb.add_flag("--quiet,-q", command.quiet, "show no progress");
+    command.channel.traceLevel = 1;
+}
+
+void addBlockSize(CLI::App &verb, std::size_t &blockSize)
+{
+    const auto valid = [](std::string &text) -> std::string {
+        constexpr std::size_t kMost = std::size_t{64} << 20;
+        std::size_t size = 0;
+        if (!CLI::detail::lexical_cast(text, size) || size == 0 || size > kMost ||
+            size % kSectorSize != 0)
+            return fmt::format("must be a multiple of {} bytes and at most 64M", kSectorSize);
+        return {};
+    };
+    verb.add_option("--block-size", blockSize,
+                    "bytes that go through the agent at a time, as 8192 or 256K (default: 256K)")
+        ->check(CLI::Validator(valid, ""))
+        ->transform(CLI::AsSizeValue(false).description(""))
+        ->type_name("SIZE");
+}
+
+void reportTransfer(Json &result, std::uint64_t bytes, double seconds)
+{
+    result["bytes"] = bytes;
+    result["seconds"] = seconds;
+    result["bytesPerSecond"] = static_cast<double>(bytes) / std::max(seconds, 1e-6);
+}
+
+} // namespace keel

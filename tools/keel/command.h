@@ -1,0 +1,51 @@
+// What the verbs have in common.
+#ifndef KEEL_TOOLS_KEEL_COMMAND_H
+#define KEEL_TOOLS_KEEL_COMMAND_H
+
+#include "tools/keel/channel.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <cstddef>
+#include <functional>
+#include <string>
+
+namespace keel
+{
+
+using Json = nlohmann::ordered_json;
+
+/// The command line, read: options that every verb takes, and the verb that was chosen.
+struct Command {
+    ChannelOptions channel;
+    std::string optionFile; ///< empty: as the agent finds it
+    bool json = false;
+    bool quiet = false;
+    std::string verb; ///< and the piece it is about, for messages
+    std::string subject;
+
+    /// Does the work and returns the exit status. Fills the object that --json prints.
+    std::function<int(Json &)> run;
+};
+
+// Each adds its verb to the program.
+void addBackup(CLI::App &app, Command &command);
+void addRestore(CLI::App &app, Command &command);
+void addInfo(CLI::App &app, Command &command);
+void addRemove(CLI::App &app, Command &command);
+
+/// The options that every verb takes.
+void addCommonOptions(CLI::App &verb, Command &command);
+
+/// --block-size, in bytes or with a unit.
+void addBlockSize(CLI::App &verb, std::size_t &blockSize);
+
+constexpr std::size_t kDefaultBlockSize = std::size_t{256} << 10;
+
+/// The end of a transfer, for --json.
+void reportTransfer(Json &result, std::uint64_t bytes, double seconds);
+
+} // namespace keel
+
+#endif

@@ -1,0 +1,216 @@
+// See files.h.
+#include "tools/keel/files.h"
+
+#include "tools/keel/failure.h"
+#include "tools/keel/interrupt.h"
+#include "tools/keel/text.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+namespace keel
+{
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+[[noreturn]] void failOn(const std::string &name, const char *what, int error)
+{
+    throw Failure(fmt::format("{} {}: {}", what, printable(name), std::strerror(error)));
+}
+
+/// The file that a name leads to: a symbolic link is kept and what it points at is written.
+std::string target(const std::string &name)
+{
+    std::error_code error;
+    const fs::path resolved = fs::weakly_canonical(name, error);
+    return error ? name : resolved.string();
+}
+
+} // namespace
+
+InputFile::InputFile(const std::string &name) : name_(name == "-" ? "standard input" : name)
+{
+    descriptor_ = name == "-" ? STDIN_FILENO : ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor_ < 0)
+        failOn(name_, "cannot open", errno);
+    struct stat status = {};
+    if (::fstat(descriptor_, &status) != 0)
+        failOn(name_, "cannot read", errno);
+    regular_ = S_ISREG(status.st_mode);
+    if (!regular_)
+        return;
+    const off_t position = ::lseek(descriptor_, 0, SEEK_CUR);
+    if (position >= 0 && position <= status.st_size)
+        size_ = static_cast<std::uint64_t>(status.st_size - position);
+#ifdef POSIX_FADV_SEQUENTIAL
+    ::posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
+#endif
+}
+
+InputFile::~InputFile()
+{
+    if (descriptor_ > STDIN_FILENO)
+        ::close(descriptor_);
+}
+
+std::size_t InputFile::fill(std::span<std::byte> bytes)
+{
+    std::size_t filled = 0;
+    while (filled < bytes.size()) {
+        if (regular_)
+            checkInterrupted();
+        else
+            waitUntilReady(descriptor_, Direction::kRead);
+        const ssize_t count = ::read(descriptor_, &bytes[filled], bytes.size() - filled);
+        if (count == 0)
+            break;
+        if (count > 0)
+            filled += static_cast<std::size_t>(count);
+        else if (errno != EINTR && errno != EAGAIN)
+            failOn(name_, "cannot read", errno);
+    }
+    return filled;
+}
+
+OutputFile::OutputFile(const std::string &name, Existing existing)
+    : name_(name), existing_(existing)
+{
+    if (name == "-") {
+        name_ = "standard output";
+        descriptor_ = STDOUT_FILENO;
+        return;
+    }
+    struct stat status = {};
+    const bool exists = ::stat(name.c_str(), &status) == 0;
+    if (exists && S_ISDIR(status.st_mode))
+        failOn(name_, "cannot write", EISDIR);
+    if (exists && !S_ISREG(status.st_mode)) {
+        descriptor_ = ::open(name.c_str(), O_WRONLY | O_CLOEXEC);
+        if (descriptor_ < 0)
+            fail("cannot open");
+        return;
+    }
+    if (exists && existing_ == Existing::kKeep)
+        throw Failure(fmt::format("{} is there already; --force replaces it", printable(name_)));
+    createTemporary();
+}
+
+OutputFile::~OutputFile()
+{
+    if (descriptor_ > STDOUT_FILENO)
+        ::close(descriptor_);
+    if (!temporary_.empty())
+        ::unlink(temporary_.c_str());
+}
+
+void OutputFile::fail(const char *what) const
+{
+    failOn(name_, what, errno);
+}
+
+void OutputFile::createTemporary()
+{
+    name_ = target(name_);
+    std::string pattern = (fs::path(name_).parent_path() / ".keel-restore.XXXXXX").string();
+    descriptor_ = ::mkstemp(pattern.data());
+    if (descriptor_ < 0)
+        fail("cannot create");
+    temporary_ = pattern;
+    ::fcntl(descriptor_, F_SETFD, FD_CLOEXEC);
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    if (::fchmod(descriptor_, 0666 & ~mask) != 0)
+        fail("cannot create");
+}
+
+void OutputFile::write(std::span<const std::byte> bytes)
+{
+    while (!bytes.empty()) {
+        if (temporary_.empty())
+            waitUntilReady(descriptor_, Direction::kWrite);
+        else
+            checkInterrupted();
+        const ssize_t count = ::write(descriptor_, bytes.data(), bytes.size());
+        if (count >= 0) {
+            written_ += static_cast<std::uint64_t>(count);
+            bytes = bytes.subspan(static_cast<std::size_t>(count));
+        } else if (errno != EINTR && errno != EAGAIN) {
+            fail("cannot write");
+        }
+    }
+    if (!temporary_.empty())
+        startWriteBack();
+}
+
+/// Gets the disk going while the rest is still on its way, so that the sync at the end has little
+/// left to do.
+void OutputFile::startWriteBack()
+{
+#ifdef SYNC_FILE_RANGE_WRITE
+    constexpr std::uint64_t kStep = std::uint64_t{8} << 20;
+    if (written_ - writeBackStarted_ < kStep)
+        return;
+    ::sync_file_range(descriptor_, static_cast<off_t>(writeBackStarted_),
+                      static_cast<off_t>(written_ - writeBackStarted_), SYNC_FILE_RANGE_WRITE);
+    writeBackStarted_ = written_;
+#endif
+}
+
+void OutputFile::finish()
+{
+    if (temporary_.empty())
+        return;
+    if (::fsync(descriptor_) != 0)
+        fail("cannot write");
+    const int descriptor = descriptor_;
+    descriptor_ = -1;
+    if (::close(descriptor) != 0)
+        fail("cannot write");
+    publish();
+    syncDirectory();
+}
+
+void OutputFile::publish()
+{
+    if (existing_ == Existing::kKeep) {
+        // A second name instead of a new one: the one way that never replaces a file. File systems
+        // that know no second names get the rename below.
+        if (::link(temporary_.c_str(), name_.c_str()) == 0) {
+            ::unlink(temporary_.c_str());
+            temporary_.clear();
+            return;
+        }
+        if (errno == EEXIST)
+            throw Failure(
+                fmt::format("{} has appeared meanwhile; --force replaces it", printable(name_)));
+    }
+    if (::rename(temporary_.c_str(), name_.c_str()) != 0)
+        fail("cannot create");
+    temporary_.clear();
+}
+
+void OutputFile::syncDirectory() const
+{
+    const std::string directory = fs::path(name_).parent_path().string();
+    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_CLOEXEC);
+    // Not every file system lets a directory be opened or synced; then it needs none.
+    if (descriptor >= 0) {
+        const bool failed = ::fsync(descriptor) != 0 && errno == EIO;
+        ::close(descriptor);
+        if (failed)
+            failOn(directory, "cannot write", EIO);
+    }
+}
+
+} // namespace keel

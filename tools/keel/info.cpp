@@ -1,0 +1,86 @@
+// keel info: tells what is known of pieces.
+#include "tools/keel/command.h"
+#include "tools/keel/failure.h"
+#include "tools/keel/text.h"
+
+#include <algorithm>
+#include <memory>
+
+#include <fmt/format.h>
+
+namespace keel
+{
+
+namespace
+{
+
+Json describe(const PieceInfo &piece)
+{
+    Json object = {{"name", piece.name}, {"found", piece.found}};
+    if (!piece.found)
+        return object;
+    const auto time = [](std::int64_t seconds) {
+        return seconds == 0 ? Json(nullptr) : Json(utcTimeText(seconds));
+    };
+    object["created"] = time(piece.created);
+    object["expires"] = time(piece.expires);
+    object["method"] = piece.method == 1 ? "stream" : "proxy";
+    object["sharing"] = piece.share == 2 ? "multiple" : "single";
+    object["label"] = piece.label;
+    object["class"] = piece.managementClass;
+    return object;
+}
+
+void printTable(const std::vector<PieceInfo> &pieces)
+{
+    std::size_t width = 4;
+    for (const PieceInfo &piece : pieces)
+        width = std::max(width, printable(piece.name).size());
+    const auto row = [&](auto &&...cells) {
+        fmt::print("{:<{}}  {:<5}  {:<19}  {:<19}  {:<10}  {:<8}  {}\n", cells...);
+    };
+    row("NAME", width, "FOUND", "CREATED", "EXPIRES", "LABEL", "SHARING", "CLASS");
+    for (const PieceInfo &piece : pieces) {
+        const std::string name = printable(piece.name);
+        if (!piece.found) {
+            fmt::print("{:<{}}  no\n", name, width);
+            continue;
+        }
+        row(name, width, "yes", piece.created == 0 ? "-" : localTimeText(piece.created),
+            piece.expires == 0 ? "never" : localTimeText(piece.expires), piece.label,
+            piece.share == 2 ? "multiple" : "single", piece.managementClass);
+    }
+}
+
+int run(const std::vector<std::string> &names, const Command &command, Json &result)
+{
+    Channel channel(command.channel);
+    const std::vector<PieceInfo> pieces = channel.info(names);
+    Json list = Json::array();
+    for (const PieceInfo &piece : pieces)
+        list.push_back(describe(piece));
+    result["pieces"] = list;
+    if (!command.json)
+        printTable(pieces);
+    const bool allFound = std::ranges::all_of(pieces, &PieceInfo::found);
+    return allFound ? kExitDone : kExitFailed;
+}
+
+} // namespace
+
+void addInfo(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand("info", "Tell what is known of backup pieces");
+    auto names = std::make_shared<std::vector<std::string>>();
+    verb->add_option("NAME", *names, "names of the pieces")->required()->type_name("");
+    addCommonOptions(*verb, command);
+    verb->footer("Example: keel info data-monday data-tuesday\n"
+                 "Status 0: all of them are there; 1: one is missing, or the question failed.");
+    verb->callback([names, &command] {
+        command.verb = "info";
+        command.subject = names->front();
+        command.run = [names, &command](Json &result) { return run(*names, command, result); };
+    });
+}
+
+} // namespace keel

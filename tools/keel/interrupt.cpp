@@ -1,0 +1,73 @@
+// See interrupt.h. A pipe that the handler writes to makes a signal something that poll() can wait
+// for, so none is missed between looking and waiting.
+#include "tools/keel/interrupt.h"
+
+#include "tools/keel/failure.h"
+
+#include <cerrno>
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+namespace keel
+{
+
+namespace
+{
+
+volatile std::sig_atomic_t caughtSignal = 0;
+int wakeUp[2] = {-1, -1};
+
+extern "C" void noteSignal(int number)
+{
+    const int saved = errno;
+    caughtSignal = number;
+    const char byte = 0;
+    [[maybe_unused]] const ssize_t ignored = ::write(wakeUp[1], &byte, 1);
+    errno = saved;
+}
+
+} // namespace
+
+void catchInterrupts()
+{
+    if (::pipe(wakeUp) != 0)
+        throw Failure("no file descriptor is free");
+    for (const int end : wakeUp)
+        ::fcntl(end, F_SETFD, FD_CLOEXEC);
+
+    struct sigaction action = {};
+    action.sa_handler = noteSignal;
+    // SA_RESTART: the agent's own system calls must not fail because of us.
+    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+    ::sigemptyset(&action.sa_mask);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction inherited = {};
+        ::sigaction(number, nullptr, &inherited);
+        if (inherited.sa_handler != SIG_IGN) // nohup, or a shell's background job
+            ::sigaction(number, &action, nullptr);
+    }
+    ::signal(SIGPIPE, SIG_IGN);
+}
+
+void checkInterrupted()
+{
+    if (caughtSignal != 0)
+        throw Failure(caughtSignal == SIGINT ? "interrupted" : "terminated by a signal");
+}
+
+void waitUntilReady(int descriptor, Direction direction)
+{
+    const short events = direction == Direction::kRead ? POLLIN : POLLOUT;
+    for (;;) {
+        checkInterrupted();
+        struct pollfd waits[] = {{descriptor, events, 0}, {wakeUp[0], POLLIN, 0}};
+        if (::poll(waits, 2, -1) < 0 && errno != EINTR)
+            return; // the read or write that follows says what is wrong
+        if (waits[0].revents != 0)
+            return;
+    }
+}
+
+} // namespace keel

@@ -1,0 +1,119 @@
+// keel: drives the agent as the database's backup tool does.
+#include "tools/keel/command.h"
+#include "tools/keel/failure.h"
+#include "tools/keel/interrupt.h"
+#include "tools/keel/text.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+
+#include <fmt/format.h>
+
+namespace keel
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+/// The agent of the installation that this program belongs to, else the one of the fixed place.
+std::string defaultLibrary(const char *program)
+{
+    std::error_code error;
+    fs::path self = fs::read_symlink("/proc/self/exe", error);
+    if (error)
+        self = fs::canonical(program, error);
+    if (!error) {
+        const fs::path beside = self.parent_path() / "../oracle/bin64/libobk.so";
+        if (fs::exists(beside, error))
+            return fs::weakly_canonical(beside, error).string();
+    }
+    return KEEL_CLIENT_ROOT "/oracle/bin64/libobk.so";
+}
+
+void chooseOptionFile(const std::string &file)
+{
+    // What the agent would silently ignore.
+    constexpr std::size_t kLongest = 1024;
+    if (file.size() > kLongest)
+        throw UsageError("the name of the option file is longer than 1024 characters");
+    if (!file.empty() && ::setenv("VELO_OPTFILE", file.c_str(), 1) != 0)
+        throw Failure("not enough memory");
+}
+
+void printJson(const Json &result)
+{
+    // Names are bytes; what is no text in them must not keep the rest from being read.
+    fmt::print("{}\n", result.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+int report(const Command &command, Json &result, const std::string &text, std::uint32_t sbtCode)
+{
+    if (command.json) {
+        result["ok"] = false;
+        if (sbtCode != 0)
+            result["sbtCode"] = sbtCode;
+        result["error"] = text;
+        printJson(result);
+    }
+    fmt::print(stderr, "keel {} {}: {}{}\n", command.verb, printable(command.subject),
+               sbtCode != 0 ? fmt::format("SBT {}: ", sbtCode) : "", text);
+    return kExitFailed;
+}
+
+int perform(Command &command, const char *program)
+{
+    Json result = {{"verb", command.verb}, {"ok", true}};
+    try {
+        chooseOptionFile(command.optionFile);
+        if (command.channel.library.empty())
+            command.channel.library = defaultLibrary(program);
+        catchInterrupts();
+        const int status = command.run(result);
+        if (command.json)
+            printJson(result);
+        if (std::fflush(stdout) != 0)
+            throw Failure("cannot write standard output");
+        return status;
+    } catch (const UsageError &error) {
+        fmt::print(stderr, "keel {}: {}\n", command.verb, error.what());
+        return kExitUsage;
+    } catch (const Failure &error) {
+        return report(command, result, error.what(), error.sbtCode());
+    } catch (const std::exception &error) {
+        return report(command, result, error.what(), 0);
+    }
+}
+
+} // namespace
+
+} // namespace keel
+
+int main(int argc, char **argv)
+{
+    CLI::App app(
+        "Drives the KEEL for Oracle agent, libobk.so, as the database's backup tool does:\n"
+        "stores, restores, describes and removes backup pieces.",
+        "keel");
+    app.set_version_flag("--version", "keel 7.1.3.0");
+    app.require_subcommand(1);
+    app.footer("Example: keel backup data-monday --input data.dbf\n"
+               "Exit status: 0 done, 1 failed (the reason in one line), 2 wrong use.\n"
+               "keel VERB --help tells more of a verb.");
+    keel::Command command;
+    keel::addBackup(app, command);
+    keel::addRestore(app, command);
+    keel::addInfo(app, command);
+    keel::addRemove(app, command);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        if (error.get_exit_code() == 0)
+            return app.exit(error); // --help, --version
+        fmt::print(stderr, "keel: {} (keel --help tells more)\n", error.what());
+        return keel::kExitUsage;
+    }
+    return keel::perform(command, argv[0]);
+}

@@ -1,0 +1,102 @@
+// keel remove: deletes pieces.
+#include "tools/keel/command.h"
+#include "tools/keel/failure.h"
+#include "tools/keel/text.h"
+
+#include <algorithm>
+#include <iostream>
+#include <iterator>
+#include <memory>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+namespace keel
+{
+
+namespace
+{
+
+struct Remove {
+    std::vector<std::string> names;
+    bool yes = false;
+};
+
+bool confirmed(const Remove &remove)
+{
+    if (remove.yes)
+        return true;
+    if (::isatty(STDIN_FILENO) != 1)
+        throw UsageError("nobody is there to be asked; --yes removes without asking");
+    fmt::print(stderr, "Remove {}{}? [y/N] ", printable(remove.names.front()),
+               remove.names.size() > 1 ? fmt::format(" and {} more", remove.names.size() - 1) : "");
+    std::string answer;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+/// The names for which the piece is, or is not, there.
+std::vector<std::string> namesWhere(const std::vector<PieceInfo> &pieces, bool found)
+{
+    std::vector<std::string> names;
+    for (const PieceInfo &piece : pieces) {
+        if (piece.found == found)
+            names.push_back(piece.name);
+    }
+    return names;
+}
+
+/// The agent passes over pieces that it cannot find or delete and calls that a success, so what has
+/// become of each is asked for before and after.
+int run(Remove &remove, const Command &command, Json &result)
+{
+    if (!confirmed(remove))
+        throw Failure("nothing was removed");
+    std::ranges::sort(remove.names); // a name given twice is meant once
+    remove.names.erase(std::ranges::unique(remove.names).begin(), remove.names.end());
+    Channel channel(command.channel);
+    const auto before = channel.info(remove.names);
+    const auto present = namesWhere(before, true);
+    const auto missing = namesWhere(before, false);
+    std::vector<std::string> remaining;
+    if (!present.empty()) {
+        channel.remove(present);
+        remaining = namesWhere(channel.info(present), true);
+    }
+    std::vector<std::string> removed;
+    std::ranges::copy_if(present, std::back_inserter(removed), [&](const std::string &name) {
+        return std::ranges::find(remaining, name) == remaining.end();
+    });
+    result["removed"] = removed;
+    result["missing"] = missing;
+    result["remaining"] = remaining;
+    if (!remaining.empty())
+        throw Failure(fmt::format("{} is still there; veloerror.log tells more",
+                                  printable(remaining.front())),
+                      SBT_FAILED);
+    if (!missing.empty())
+        throw Failure(fmt::format("there is no piece {}", printable(missing.front())),
+                      SBT_NOT_FOUND);
+    return kExitDone;
+}
+
+} // namespace
+
+void addRemove(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand("remove", "Delete backup pieces");
+    auto remove = std::make_shared<Remove>();
+    verb->add_option("NAME", remove->names, "names of the pieces")->required()->type_name("");
+    verb->add_flag("--yes,-y", remove->yes, "do not ask");
+    addCommonOptions(*verb, command);
+    verb->footer(
+        "Example: keel remove data-monday --yes\n"
+        "Pieces that are there are removed even when others are missing; then the status is 1.");
+    verb->callback([remove, &command] {
+        command.verb = "remove";
+        command.subject = remove->names.front();
+        command.run = [remove, &command](Json &result) { return run(*remove, command, result); };
+    });
+}
+
+} // namespace keel

@@ -1,0 +1,67 @@
+// keel restore: gives the stream of a piece back.
+#include "tools/keel/blocks.h"
+#include "tools/keel/command.h"
+#include "tools/keel/failure.h"
+#include "tools/keel/files.h"
+#include "tools/keel/progress.h"
+
+#include <memory>
+
+namespace keel
+{
+
+namespace
+{
+
+struct Restore {
+    std::string name;
+    std::string output;
+    std::size_t blockSize = kDefaultBlockSize;
+    bool force = false;
+};
+
+int run(const Restore &restore, const Command &command, Json &result)
+{
+    if (command.json && restore.output == "-")
+        throw UsageError("--json prints to standard output and needs --output FILE");
+    result["name"] = restore.name;
+    OutputFile output(restore.output, restore.force ? Existing::kReplace : Existing::kKeep);
+    Channel channel(command.channel);
+    Progress progress(restore.name, std::nullopt, command.quiet);
+    channel.beginRestore(restore.name, restore.blockSize);
+    const auto read = [&](std::span<std::byte> block) { return channel.readBlock(block); };
+    const auto write = [&](std::span<const std::byte> bytes) {
+        output.write(bytes);
+        progress.add(bytes.size());
+    };
+    const std::uint64_t length = restoreStream(read, write, restore.blockSize);
+    channel.closePiece();
+    output.finish();
+    progress.finish();
+    reportTransfer(result, length, progress.seconds());
+    return kExitDone;
+}
+
+} // namespace
+
+void addRestore(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand("restore", "Give the stream of a backup piece back");
+    auto restore = std::make_shared<Restore>();
+    verb->add_option("NAME", restore->name, "name of the piece")->required()->type_name("");
+    verb->add_option("--output,-o", restore->output, "file to write; - is standard output")
+        ->required()
+        ->type_name("FILE");
+    verb->add_flag("--force,-f", restore->force, "replace the file if it is there");
+    addBlockSize(*verb, restore->blockSize);
+    addCommonOptions(*verb, command);
+    verb->footer("Example: keel restore data-monday --output - | tar -t\n"
+                 "The file appears under its name when all of it is on disk, and not before.");
+    verb->callback([restore, &command] {
+        command.verb = "restore";
+        command.subject = restore->name;
+        command.run = [restore, &command](Json &result) { return run(*restore, command, result); };
+    });
+}
+
+} // namespace keel

@@ -1,0 +1,76 @@
+// See text.h.
+#include "tools/keel/text.h"
+
+#include <array>
+#include <cmath>
+#include <ctime>
+
+#include <fmt/format.h>
+
+namespace keel
+{
+
+std::string byteText(double bytes)
+{
+    constexpr std::array units = {"bytes", "KiB", "MiB", "GiB", "TiB", "PiB"};
+    std::size_t unit = 0;
+    while (bytes >= 1000 && unit + 1 < units.size()) {
+        bytes /= 1024;
+        ++unit;
+    }
+    if (unit == 0)
+        return fmt::format("{:.0f} bytes", bytes);
+    return fmt::format("{:.{}f} {}", bytes, bytes < 10 ? 2 : bytes < 100 ? 1 : 0, units[unit]);
+}
+
+std::string durationText(double seconds)
+{
+    const auto whole = static_cast<std::int64_t>(std::min(std::max(seconds, 0.0), 1e9) + 0.5);
+    if (whole >= 3600)
+        return fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60);
+    return fmt::format("{}:{:02}", whole / 60, whole % 60);
+}
+
+std::string printable(std::string_view text)
+{
+    std::string result;
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (character == '\n')
+            result += "\\n";
+        else if (character == '\t')
+            result += "\\t";
+        else if (byte < 0x20 || byte == 0x7f)
+            result += fmt::format("\\x{:02x}", byte);
+        else
+            result += character;
+    }
+    return result;
+}
+
+namespace
+{
+
+std::string timeText(const char *format, const std::tm &time)
+{
+    char text[64];
+    return {text, std::strftime(text, sizeof text, format, &time)};
+}
+
+} // namespace
+
+std::string localTimeText(std::int64_t seconds)
+{
+    const auto time = static_cast<std::time_t>(seconds);
+    std::tm parts = {};
+    return ::localtime_r(&time, &parts) ? timeText("%Y-%m-%d %H:%M:%S", parts) : "?";
+}
+
+std::string utcTimeText(std::int64_t seconds)
+{
+    const auto time = static_cast<std::time_t>(seconds);
+    std::tm parts = {};
+    return ::gmtime_r(&time, &parts) ? timeText("%Y-%m-%dT%H:%M:%SZ", parts) : "?";
+}
+
+} // namespace keel

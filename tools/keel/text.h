@@ -1,0 +1,29 @@
+// Numbers and names as people read them.
+#ifndef KEEL_TOOLS_KEEL_TEXT_H
+#define KEEL_TOOLS_KEEL_TEXT_H
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace keel
+{
+
+/// "1.25 GiB", "812 bytes".
+[[nodiscard]] std::string byteText(double bytes);
+
+/// "0:07", "1:02:33".
+[[nodiscard]] std::string durationText(double seconds);
+
+/// One line whatever the text holds: control characters become "\n", "\x1b" and the like.
+[[nodiscard]] std::string printable(std::string_view text);
+
+/// Local time, "2026-03-07 14:05:09".
+[[nodiscard]] std::string localTimeText(std::int64_t seconds);
+
+/// "2026-03-07T13:05:09Z", for machines.
+[[nodiscard]] std::string utcTimeText(std::int64_t seconds);
+
+} // namespace keel
+
+#endif
