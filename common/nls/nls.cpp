@@ -1,83 +1,194 @@
-// The message repository's entry points.
+// The message repository's entry points: locking, the built-in texts, and the output routines.
 #include "common/nls/nls.h"
 
+#include "common/cu/cutime.h"
+#include "common/nls/nlsinserts.h"
+#include "common/nls/nlsobject.h"
 #include "common/string/ststring.h"
+#include "common/thrd/psmutex.h"
 #include "common/ut/utmem.h"
 
+#include <clocale>
+#include <cstdlib>
 #include <cstring>
+#include <langinfo.h>
 #include <new>
-
-class nlsObject_t
-{
-public:
-    nlsOutputFns fns{};
-};
 
 namespace
 {
-nlsObject_t *globalObject = nullptr;
+constexpr std::size_t maxReposName = 1280;
+constexpr std::size_t maxDirectory = 1025;
+constexpr std::size_t maxTextSize = 8192;
+constexpr std::size_t identifierSize = 9; // "RBQ2503E " is never an insert
+constexpr std::size_t spareBytes = 10;    // behind every text handed out
+constexpr cliType_t firstAgentType = 9;
+constexpr cliType_t lastAgentType = 11;
 
-const char *builtInText(int msgNum) noexcept
+// Static, so that a message can be asked for before the object exists and after it is gone.
+constinit psMutex_t reposLock;
+constinit nlsObject_t *globalObject = nullptr; // guarded by reposLock
+
+struct BuiltIn {
+    int number;
+    std::uint8_t severity;
+    const char *text;
+};
+
+// What must still be sayable without a catalogue and without memory for one.
+constexpr BuiltIn builtIns[] = {
+    {3, nlsSevSevere, "RBQ0003S An internal processing error has occurred"},
+    {2522, nlsSevError, "RBQ2522E There is not enough system memory to complete command."},
+};
+
+const BuiltIn *findBuiltIn(int msgNum) noexcept
 {
-    switch (msgNum) {
-    case 3:
-        return "RBQ0003S An internal processing error has occurred";
-    case 2522:
-        return "RBQ2522E There is not enough system memory to complete command.";
-    default:
+    for (const BuiltIn &known : builtIns)
+        if (known.number == msgNum)
+            return &known;
+    return nullptr;
+}
+
+bool tooLong(const char *text, std::size_t limit) noexcept
+{
+    return text == nullptr || stLength(text, limit) == limit;
+}
+
+// While the repository is not started nobody is told that a built-in text had to serve.
+nlsMsg *lookUp(int msgNum, bool english) noexcept
+{
+    if (globalObject == nullptr || (!globalObject->isStarted() && findBuiltIn(msgNum) != nullptr))
         return nullptr;
+    globalObject->english = english;
+    return globalObject->getMsg(msgNum);
+}
+
+// Formats into buffer; the length, or -1 without a text.
+int formatText(char (&buffer)[maxTextSize], int msgNum, bool english, va_list arguments) noexcept
+{
+    psMutexGuard guard(reposLock);
+    nlsMsg *message = lookUp(msgNum, english);
+    if (message != nullptr)
+        return static_cast<int>(
+            nlOrderInsert(buffer, sizeof buffer, message->stored(),
+                          nlsKeepsIdentifier(message->severity) ? identifierSize : 0,
+                          nlsArgumentTypes(msgNum), arguments));
+    const BuiltIn *known = findBuiltIn(msgNum);
+    if (known == nullptr)
+        return -1;
+    stCopy(buffer, known->text);
+    return static_cast<int>(std::strlen(buffer));
+}
+
+int formatOwned(char *&out, int msgNum, bool english, va_list arguments) noexcept
+{
+    out = nullptr;
+    char buffer[maxTextSize];
+    const int length = formatText(buffer, msgNum, english, arguments);
+    if (length <= 0)
+        return 0;
+    const auto size = static_cast<std::size_t>(length);
+    out = static_cast<char *>(utCalloc(1, size + spareBytes));
+    if (out == nullptr)
+        return 0;
+    std::memcpy(out, buffer, size);
+    return length;
+}
+
+nlsOutputFn routineFor(const nlsOutputFns &fns, std::uint8_t severity) noexcept
+{
+    switch (severity) {
+    case nlsSevError:
+    case nlsSevSevere:
+        return fns.error;
+    case nlsSevWarning:
+        return fns.warning;
+    default:
+        return fns.information;
     }
 }
 } // namespace
 
 nlsObject_t *newNlsGlobalObject(const nlsOutputFns *fns, int) noexcept
 {
+    psMutexGuard guard(reposLock);
     destroyNlsGlobalObject();
-    globalObject = new (std::nothrow) nlsObject_t;
-    if (globalObject != nullptr && fns != nullptr)
-        globalObject->fns = *fns;
+    void *room = utMalloc(sizeof(nlsObject_t));
+    if (room != nullptr)
+        globalObject = new (room) nlsObject_t(fns);
     return globalObject;
 }
 
 void destroyNlsGlobalObject() noexcept
 {
-    delete globalObject;
+    psMutexGuard guard(reposLock);
+    if (globalObject == nullptr)
+        return;
+    globalObject->~nlsObject_t();
+    utFree(globalObject);
     globalObject = nullptr;
 }
 
 nlsObject_t *getNlsGlobalObjectHandle() noexcept
 {
+    psMutexGuard guard(reposLock);
     return globalObject;
 }
 
 void nlsSetErrorRoutine(nlsOutputFn error) noexcept
 {
+    psMutexGuard guard(reposLock);
     if (globalObject != nullptr)
         globalObject->fns.error = error;
 }
 
-int nlinit(const char *, int, const char *, cliType_t, unsigned, unsigned, unsigned,
-           nlsReturnInfo_t *, const char *) noexcept
+int nlinit(const char *reposName, int cacheLimit, const char *catalogDir, cliType_t clientType,
+           unsigned dateFormat, unsigned timeFormat, unsigned numberFormat, nlsReturnInfo_t *info,
+           const char *catalogName) noexcept
 {
-    return 0;
+    psMutexGuard guard(reposLock);
+    if (info != nullptr)
+        *info = {NLS_RC_ARGUMENT, ""};
+    if (tooLong(reposName, maxReposName) || *reposName == '\0')
+        return NLS_RC_ARGUMENT;
+    cuSetFormats(dateFormat, timeFormat, numberFormat);
+    if (globalObject == nullptr)
+        return NLS_RC_NO_MEMORY; // there is an object unless memory for it was short
+    globalObject->clientType = clientType;
+    int rc = 0;
+    if (!globalObject->isStarted()) {
+        if (tooLong(catalogDir, maxDirectory))
+            return NLS_RC_ARGUMENT;
+        const bool agent = clientType >= firstAgentType && clientType <= lastAgentType;
+        rc = globalObject->start({catalogDir, agent ? catalogName : nullptr, cacheLimit,
+                                  std::setlocale(LC_MESSAGES, nullptr), nl_langinfo(CODESET)});
+    }
+    if (info != nullptr) {
+        info->rc = rc;
+        stCopy(info->path, globalObject->path());
+    }
+    return rc;
 }
 
-void nlterm() noexcept {}
+void nlterm() noexcept
+{
+    psMutexGuard guard(reposLock);
+    if (globalObject != nullptr)
+        globalObject->stop();
+}
 
 void psNlsGetReposName(char *out, const char *) noexcept
 {
-    stCopy(out, 1281, "velo.cat");
+    stCopy(out, maxReposName, "velo.cat");
 }
 
-int nlvsprintf(char *&out, int msgNum, va_list) noexcept
+int nlvsprintf(char *&out, int msgNum, va_list arguments) noexcept
 {
-    out = utStrdup(builtInText(msgNum));
-    return out == nullptr ? 0 : static_cast<int>(std::strlen(out));
+    return formatOwned(out, msgNum, false, arguments);
 }
 
 int nlEngvsprintf(char *&out, int msgNum, va_list arguments) noexcept
 {
-    return nlvsprintf(out, msgNum, arguments);
+    return formatOwned(out, msgNum, true, arguments);
 }
 
 int nlsprintf(char *&out, int msgNum, ...) noexcept
@@ -98,22 +209,58 @@ int nlEngsprintf(char *&out, int msgNum, ...) noexcept
     return length;
 }
 
-int nlMessage(int, ...) noexcept
+int nlMessage(int msgNum, ...) noexcept
 {
-    return 0;
+    char text[maxTextSize];
+    va_list arguments;
+    va_start(arguments, msgNum);
+    const int length = formatText(text, msgNum, false, arguments);
+    va_end(arguments);
+    if (length <= 0)
+        return 0;
+    const std::uint8_t severity = nlGetMsgSev(msgNum);
+    psMutexGuard guard(reposLock);
+    const nlsOutputFns fns = globalObject != nullptr ? globalObject->fns : nlsOutputFns{};
+    nlsRoutine(routineFor(fns, severity))(text);
+    return length;
 }
 
-int nlprintf(int, ...) noexcept
+int nlprintf(int msgNum, ...) noexcept
 {
-    return 0;
+    char text[maxTextSize];
+    va_list arguments;
+    va_start(arguments, msgNum);
+    const int length = formatText(text, msgNum, false, arguments);
+    va_end(arguments);
+    if (length <= 0)
+        return 0;
+    psMutexGuard guard(reposLock);
+    nlsRoutine(globalObject != nullptr ? globalObject->fns.message : nullptr)(text);
+    return length;
 }
 
-int nlfprintf(FILE *, int, ...) noexcept
+int nlfprintf(FILE *stream, int msgNum, ...) noexcept
 {
-    return 0;
+    char text[maxTextSize];
+    va_list arguments;
+    va_start(arguments, msgNum);
+    const int length = formatText(text, msgNum, false, arguments);
+    va_end(arguments);
+    return length > 0 && stream != nullptr && std::fputs(text, stream) >= 0 ? length : 0;
 }
 
-std::uint8_t nlGetMsgSev(int) noexcept
+std::uint8_t nlGetMsgSev(int msgNum) noexcept
 {
-    return nlsSevError;
+    if (reposLock.lock() != 0)
+        return UINT8_MAX;
+    std::uint8_t severity = nlsSevError;
+    if (globalObject != nullptr && globalObject->isStarted()) {
+        const nlsMsg *message = lookUp(msgNum, false);
+        const BuiltIn *known = findBuiltIn(msgNum);
+        if (message != nullptr)
+            severity = message->severity;
+        else if (known != nullptr)
+            severity = known->severity;
+    }
+    return reposLock.unlock() == 0 ? severity : std::uint8_t{UINT8_MAX};
 }
