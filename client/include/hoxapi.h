@@ -1,3 +1,4 @@
+/* clang-format off */
 /*
  * hoxapi.h - the published C interface of the storage client, libApiHX64.so.
  *
@@ -7,42 +8,44 @@
  * from C++.
  *
  * CALLING ORDER
- *   hoxSetUp                                    once a process (again after hoxCleanUp)
- *     hoxInitEx / hoxInit                       opens a session: a handle
- *       hoxRegisterFS                           makes a filespace known
- *       hoxBeginTxn                             one transaction at a time in a session
+ *   hoxSetUp                                  once a process (again after hoxCleanUp)
+ *     hoxInitEx / hoxInit                     opens a session: a handle
+ *       hoxRegisterFS                         makes a filespace known
+ *       hoxBeginTxn                           one transaction at a time in a session
  *         hoxSendObj, hoxSendData *, hoxEndSendObj / hoxEndSendObjEx
  *         hoxDeleteObj
- *       hoxEndTxn                               the commit: before it nothing shows, after it all
- * is durable hoxBeginQuery, hoxGetNextQObj *, hoxEndQuery hoxBeginGetData, hoxGetObj, hoxGetData *,
- * hoxEndGetObj, hoxEndGetData hoxTerminate                              ends the session, aborting
- * what is open hoxCleanUp                                  ends every session that is left, joins
- * every thread
+ *       hoxEndTxn                             the commit: before it nothing shows, after it all is
+ *                                             durable
+ *       hoxBeginQuery, hoxGetNextQObj *, hoxEndQuery
+ *       hoxBeginGetData, hoxGetObj, hoxGetData *, hoxEndGetObj, hoxEndGetData
+ *     hoxTerminate                            ends the session, aborting what is open
+ *   hoxCleanUp                                ends every session that is left, joins every thread
  *
- * A call out of this order returns HOX_RC_BAD_CALL_SEQUENCE and changes nothing; a handle that is
- * zero, or whose session ended, returns HOX_RC_BAD_HANDLE and changes nothing. hoxRCMsg,
- * hoxRCMsgEx, hoxQueryApiVersion and hoxQueryApiVersionEx work at any time, before hoxSetUp too,
- * and with handle 0.
+ *   A call out of this order returns HOX_RC_BAD_CALL_SEQUENCE and changes nothing; a handle that is
+ *   zero, or whose session ended, returns HOX_RC_BAD_HANDLE and changes nothing. hoxRCMsg,
+ *   hoxRCMsgEx, hoxQueryApiVersion and hoxQueryApiVersionEx work at any time, before hoxSetUp too,
+ *   and with handle 0.
  *
  * RETURN CODES
  *   Every operation returns a HOX_RC_ value, 0 for success, unless its comment says otherwise.
- * hoxRCMsg gives the text of any code. HOX_RC_CHECK_REASON says that the reason output holds the
- * code of the cause.
+ *   hoxRCMsg gives the text of any code. HOX_RC_CHECK_REASON says that the reason output holds the
+ *   code of the cause.
  *
  * THREADS
  *   One session is used by one thread at a time; different sessions may be used by different
- * threads at the same time. hoxSetUp and hoxCleanUp must not run beside any other operation.
+ *   threads at the same time. hoxSetUp and hoxCleanUp must not run beside any other operation.
  *
  * OWNERSHIP
  *   Whoever allocates frees. The library keeps no pointer that it was given beyond the call
- * (hoxSetUp and hoxInitEx copy what they need), and hands out none.
+ *   (hoxSetUp and hoxInitEx copy what they need), and hands out none.
  *
  * RECORDS
  *   Each record begins with stVersion, filled in by the caller with the version named beside the
- * record; a version that the library does not know is HOX_RC_BAD_VERSION. Fields that the caller
- * does not use are 0. Texts are NUL-terminated. A 64-bit quantity is two 32-bit halves (hox64_t),
- * high half first. Times are local time.
+ *   record; a version that the library does not know is HOX_RC_BAD_VERSION. Fields that the caller
+ *   does not use are 0. Texts are NUL-terminated. A 64-bit quantity is two 32-bit halves (hox64_t),
+ *   high half first. Times are local time.
  */
+/* clang-format on */
 #ifndef HOXAPI_H
 #define HOXAPI_H
 
@@ -52,16 +55,14 @@
 extern "C" {
 #endif
 
-/* ---- interface level
- * -------------------------------------------------------------------------------- */
+/* ---- interface level ---- */
 
 #define HOX_API_VERSION 7
 #define HOX_API_RELEASE 1
 #define HOX_API_LEVEL 3
 #define HOX_API_SUBLEVEL 0
 
-/* ---- sizes: characters without the terminator
- * ------------------------------------------------------- */
+/* ---- sizes: characters without the terminator ---- */
 
 #define HOX_MAX_FS_NAME 1024
 #define HOX_MAX_HL_NAME 1024
@@ -80,8 +81,7 @@ extern "C" {
 #define HOX_MAX_RC_MESSAGE 1024
 #define HOX_MAX_OPTIONS 1024
 
-/* ---- return codes
- * ----------------------------------------------------------------------------------- */
+/* ---- return codes ---- */
 
 #define HOX_RC_RETRY_SESSION (-50) /* the repository is busy: start the session again */
 #define HOX_RC_OK 0
@@ -125,8 +125,7 @@ extern "C" {
 #define HOX_RC_MORE_DATA 2200
 #define HOX_RC_CHECK_REASON 2302 /* the reason output says why */
 
-/* ---- basic types
- * ------------------------------------------------------------------------------------ */
+/* ---- basic types ---- */
 
 typedef uint32_t hoxHandle_t; /* a session: 1 to 2^31 - 1; 0 is no session */
 
@@ -165,8 +164,7 @@ typedef struct DataBlk {
     char *bufferPtr;
 } DataBlk;
 
-/* ---- set-up
- * ----------------------------------------------------------------------------------------- */
+/* ---- set-up ---- */
 
 typedef struct hoxApiVersion {
     uint16_t version;
@@ -233,8 +231,7 @@ void hoxQueryApiVersionEx(hoxApiVersionEx *version);
 /* The options of the option file. HOX_RC_NOT_SET_UP before hoxSetUp. */
 int16_t hoxQueryCliOptions(optStruct *options);
 
-/* ---- sessions
- * --------------------------------------------------------------------------------------- */
+/* ---- sessions ---- */
 
 #define HOX_CLIENT_DATABASE_AGENT 3 /* clientClass: an agent inside a database process */
 
@@ -314,8 +311,7 @@ int16_t hoxChangePW(hoxHandle_t handle, const char *oldPassword, const char *new
  * afterwards. */
 int16_t hoxTerminate(hoxHandle_t handle);
 
-/* ---- filespaces
- * ------------------------------------------------------------------------------------- */
+/* ---- filespaces ---- */
 
 typedef struct hoxFSAttr {
     uint16_t infoLength; /* characters of info */
@@ -359,8 +355,7 @@ int16_t hoxUpdateFS(hoxHandle_t handle, const char *fsName, const hoxFSUpd *upda
 /* Deletes a filespace and every object in it. */
 int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, uint8_t repositoryType);
 
-/* ---- transactions
- * ----------------------------------------------------------------------------------- */
+/* ---- transactions ---- */
 
 #define HOX_VOTE_COMMIT 1
 #define HOX_VOTE_ABORT 2
@@ -390,8 +385,7 @@ int16_t hoxBeginTxn(hoxHandle_t handle);
 int16_t hoxEndTxn(hoxHandle_t handle, uint8_t vote, uint16_t *reason);
 int16_t hoxEndTxnEx(hoxHandle_t handle, const hoxEndTxnExIn_t *input, hoxEndTxnExOut_t *output);
 
-/* ---- sending
- * ---------------------------------------------------------------------------------------- */
+/* ---- sending ---- */
 
 #define HOX_SEND_BACKUP_BIND                                                                       \
     0 /* as an argument of hoxBindMC; means backup, as HOX_SEND_BACKUP does */
@@ -461,8 +455,7 @@ int16_t hoxEndSendObj(hoxHandle_t handle);
 int16_t hoxEndSendObjEx(hoxHandle_t handle, const hoxEndSendObjExIn_t *input,
                         hoxEndSendObjExOut_t *output);
 
-/* ---- queries
- * ---------------------------------------------------------------------------------------- */
+/* ---- queries ---- */
 
 #define HOX_QUERY_BACKUP 1     /* qryBackupData, answered by qryRespBackupData */
 #define HOX_QUERY_MGMT_CLASS 4 /* qryMCData, answered by qryRespMCData */
@@ -547,8 +540,7 @@ int16_t hoxGetNextQObj(hoxHandle_t handle, DataBlk *data);
 /* Ends the query. A second call is harmless and returns 0. */
 int16_t hoxEndQuery(hoxHandle_t handle);
 
-/* ---- reading
- * ---------------------------------------------------------------------------------------- */
+/* ---- reading ---- */
 
 #define HOX_GET_BACKUP 0
 
@@ -591,8 +583,7 @@ int16_t hoxEndGetData(hoxHandle_t handle);
 int16_t hoxEndGetDataEx(hoxHandle_t handle, const hoxEndGetDataExIn_t *input,
                         hoxEndGetDataExOut_t *output);
 
-/* ---- deleting and changing
- * -------------------------------------------------------------------------- */
+/* ---- deleting and changing ---- */
 
 #define HOX_DELETE_BACKUP_NAME 1 /* delBackName: the active object of that name */
 #define HOX_DELETE_BACKUP_ID 2   /* delBackID */
@@ -654,8 +645,7 @@ typedef struct hoxGroupOut_t {
 
 int16_t hoxGroupHandler(hoxHandle_t handle, const hoxGroupIn_t *input, hoxGroupOut_t *output);
 
-/* ---- access for other nodes
- * ------------------------------------------------------------------------- */
+/* ---- access for other nodes ---- */
 
 #define HOX_ACCESS_READ 1
 
@@ -677,8 +667,7 @@ int16_t hoxSetAccess(hoxHandle_t handle, uint8_t accessType, const hoxObjName *n
 int16_t hoxQueryAccess(hoxHandle_t handle, qryRespAccessData *rules, uint16_t *count);
 int16_t hoxDeleteAccess(hoxHandle_t handle, uint32_t ruleNumber);
 
-/* ---- messages and events
- * ---------------------------------------------------------------------------- */
+/* ---- messages and events ---- */
 
 /*
  * The text of a code: an identifier (RBS, four digits, a severity letter), a blank, a sentence.
@@ -742,8 +731,7 @@ typedef struct hoxLogEventExOut_t {
 int16_t hoxLogEventEx(hoxHandle_t handle, const hoxLogEventExIn_t *input,
                       hoxLogEventExOut_t *output);
 
-/* ---- the block cipher of password files
- * ------------------------------------------------------------- */
+/* ---- the block cipher of password files ---- */
 
 #define HOX_DES_BLOCK 8 /* bytes of a key and of a block */
 
