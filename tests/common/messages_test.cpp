@@ -1,0 +1,252 @@
+// The message repository over real catalogues: texts, languages, damage and shortage of memory.
+#include "common/nls/nls.h"
+#include "common/nls/nlsobject.h"
+#include "tests/common/catalogue.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace
+{
+using namespace keel::test;
+
+std::vector<std::string> reported;
+
+void keepReport(const char *text)
+{
+    reported.emplace_back(text);
+}
+
+class Messages : public testing::Test
+{
+protected:
+    ~Messages() override { destroyNlsGlobalObject(); }
+
+    TempDir directory;
+};
+
+const std::string noMemory = "RBQ2522E There is not enough system memory to complete command.";
+
+TEST_F(Messages, OfTheShippedCatalogueCarryTheirInserts)
+{
+    ASSERT_EQ(startMessages(KEEL_TEST_CATALOGUES), 0);
+    EXPECT_EQ(textOf(nlsprintf, 3), "RBQ0003S An internal processing error has occurred");
+    EXPECT_EQ(textOf(nlsprintf, 2522), noMemory);
+    EXPECT_EQ(textOf(nlsprintf, 507), "Yes");
+    EXPECT_EQ(textOf(nlEngsprintf, 2601),
+              "RBQ2601E There is no Registry entry for KEEL for Oracle install path.");
+    EXPECT_EQ(textOf(nlsprintf, 2503, "/fs", "/", "/100%sure%n")
+                  .find("RBQ2503E The backup piece /fs//100%sure%n exists"),
+              0U);
+    EXPECT_EQ(textOf(nlsprintf, 2527, "/f", "/", "/p", "9", 1, 2, 3, "77"),
+              "RBQ2527I Restore details for /f//p: bytes received 9, elapsed time 01:02:03, "
+              "throughput 77 KB/s.");
+    EXPECT_EQ(textOf(nlsprintf, 2702, "sbtbackup()", 5'000'000'000ULL),
+              "RBQ2702E The block size 5000000000 passed to sbtbackup() is 0 or too large.");
+    EXPECT_EQ(nlGetMsgSev(2503), nlsSevError);
+    EXPECT_EQ(nlGetMsgSev(507), nlsSevZ);
+    EXPECT_EQ(textOf(nlsprintf, 9999), "<none>");
+}
+
+TEST_F(Messages, AreAnsweredWithoutAnyCatalogue)
+{
+    const auto check = [](const char *when) {
+        EXPECT_EQ(textOf(nlsprintf, 2522), noMemory) << when;
+        EXPECT_EQ(textOf(nlEngsprintf, 3), "RBQ0003S An internal processing error has occurred");
+        EXPECT_EQ(textOf(nlsprintf, 2503, "a", "b", "c"), "<none>") << when;
+        EXPECT_EQ(nlGetMsgSev(2503), nlsSevError) << when;
+    };
+    check("before the object exists");
+    newNlsGlobalObject(nullptr, 0);
+    check("before it is started");
+    EXPECT_EQ(startMessages(directory.path()), NLS_RC_OPEN);
+    check("after a start without a catalogue");
+    EXPECT_EQ(startMessages(KEEL_TEST_CATALOGUES), 0);
+    nlterm();
+    check("after its end");
+    destroyNlsGlobalObject();
+    check("after the object is gone");
+}
+
+TEST_F(Messages, RefuseBadArgumentsAndIgnoreASecondStart)
+{
+    newNlsGlobalObject(nullptr, 0);
+    const std::string longName(1280, 'n');
+    const std::string longDirectory(1025, 'd');
+    const auto init = [](const char *name, const char *where) {
+        return nlinit(name, 10, where, cliTypeOracle, 1, 1, 1, nullptr, "velo.cat");
+    };
+    EXPECT_EQ(init("", KEEL_TEST_CATALOGUES), NLS_RC_ARGUMENT);
+    EXPECT_EQ(init(nullptr, KEEL_TEST_CATALOGUES), NLS_RC_ARGUMENT);
+    EXPECT_EQ(init(longName.c_str(), KEEL_TEST_CATALOGUES), NLS_RC_ARGUMENT);
+    EXPECT_EQ(init("velo.cat", longDirectory.c_str()), NLS_RC_ARGUMENT);
+    EXPECT_EQ(init("velo.cat", KEEL_TEST_CATALOGUES), 0);
+    EXPECT_EQ(init("velo.cat", "/nowhere"), 0);
+}
+
+TEST_F(Messages, FollowTheLetterOfTheirSeverity)
+{
+    makeCatalogue(directory.path(), "EN_US",
+                  {"1 RBQ0001Z word", "2 RBQ0002T word", "3 RBQ0003R word", "4 RBQ0004L word",
+                   "5 RBQ0005K text", "6 RBQ0006I text", "7 RBQ0007W text", "8 RBQ0008S text",
+                   "9 RBQ0009M text", "10 RBQ0010Q text", "11 RBQ0011a text", "12 RBQ",
+                   "13 RBQ0013", "14 RBQ12345E text", "15 RBQ0015I cut{2}trailer",
+                   "16 RBQ0016I kept{2}longer than fourteen", "17 RBQ0017Z"});
+    ASSERT_EQ(startMessages(directory.path()), 0);
+    for (int number : {1, 2, 4})
+        EXPECT_EQ(textOf(nlsprintf, number), "word") << number;
+    EXPECT_EQ(textOf(nlsprintf, 5), "RBQ0005K text");
+    EXPECT_EQ(textOf(nlsprintf, 8), "RBQ0008S text");
+    for (int number : {9, 10, 11, 12, 13, 17})
+        EXPECT_EQ(textOf(nlsprintf, number), "<none>") << number;
+    EXPECT_EQ(textOf(nlsprintf, 14), "RBQ2345E text");
+    EXPECT_EQ(textOf(nlsprintf, 15), "RBQ0015I cut");
+    EXPECT_EQ(textOf(nlsprintf, 16), "RBQ0016I kept\x12longer than fourteen");
+    const std::vector<int> codes = {0, 1, 2, 8, 3, 4, 5, 7};
+    for (int number = 1; number <= 8; ++number)
+        EXPECT_EQ(nlGetMsgSev(number), codes[static_cast<std::size_t>(number - 1)]) << number;
+}
+
+TEST_F(Messages, NeverHandADamagedFileToTheHost)
+{
+    const std::string whole =
+        readFile(std::filesystem::path(KEEL_TEST_CATALOGUES) / "EN_US" / "velo.cat");
+    ASSERT_GT(whole.size(), 1000U);
+    std::filesystem::create_directories(directory / "EN_US");
+    const auto path = directory / "EN_US/velo.cat";
+    for (std::size_t length = 0; length < whole.size(); length += length < 64 ? 1 : 97) {
+        writeFile(path, whole.substr(0, length));
+        EXPECT_EQ(startMessages(directory.path()), NLS_RC_OPEN) << length << " bytes";
+    }
+    for (std::size_t at = 0; at < whole.size(); ++at) {
+        std::string damaged = whole;
+        damaged[at] = static_cast<char>(damaged[at] ^ (at % 3 == 0 ? 0xFF : 1 << at % 8));
+        writeFile(path, damaged);
+        if (startMessages(directory.path()) != 0)
+            continue;
+        for (int number : {3, 507, 2702})
+            textOf(nlsprintf, number, "text", 7ULL);
+        textOf(nlsprintf, 2526, "a", "b", 1, 2, 3, "c", "d", "e", "f", "g", "h", "i");
+    }
+    std::filesystem::remove(path);
+    std::filesystem::create_directory(path);
+    EXPECT_EQ(startMessages(directory.path()), NLS_RC_OPEN) << "a directory";
+}
+
+struct LanguageCase {
+    const char *locale;
+    const char *codeSet;
+    std::string expected;
+    std::string warning;
+};
+
+TEST_F(Messages, ComeInTheLanguageOfTheHost)
+{
+    const std::vector<std::string> english = {"507 RBQ0507Z Yes", "508 RBQ0508Z No"};
+    makeCatalogue(directory.path(), "EN_US", english);
+    makeCatalogue(directory.path(), "DE_DE", {"507 RBQ0507Z Ja, schön"});
+    makeCatalogue(directory.path(), "Zh_TW", {"507 RBQ0507Z 是"});
+    const LanguageCase cases[] = {
+        {nullptr, "UTF-8", "Yes", ""},
+        {"C", "ANSI_X3.4-1968", "Yes", ""},
+        {"C.UTF-8", "UTF-8", "Yes", ""},
+        {"en_US.UTF-8", "UTF-8", "Yes", ""},
+        {"de_DE.UTF-8", "UTF-8", "Ja, schön", ""},
+        {"de_DE", "ISO-8859-1", "Ja, sch\xF6n", ""},
+        {"de", "UTF-8", "Ja, schön", ""},
+        {"zh_TW.big5", "UTF-8", "是", ""},
+        {"xx", "UTF-8", "Yes", ""},
+        {"fr_FR.UTF-8", "UTF-8", "Yes", "RBS0102W"},
+        {"../DE_DE", "UTF-8", "Yes", ""},
+        {"de_DE", "NO-SUCH-SET", "Yes", "RBS0121W"},
+    };
+    for (const LanguageCase &one : cases) {
+        reported.clear();
+        nlsOutputFns fns{};
+        fns.error = keepReport;
+        nlsObject_t object(&fns);
+        ASSERT_EQ(object.start({directory.path().c_str(), "velo.cat", 10, one.locale, one.codeSet}),
+                  0);
+        const std::string where = one.locale != nullptr ? one.locale : "no locale";
+        nlsMsg *message = object.getMsg(507);
+        ASSERT_NE(message, nullptr) << where;
+        EXPECT_EQ(message->text(), one.expected) << where;
+        object.english = true;
+        EXPECT_STREQ(object.getMsg(507)->text(), "Yes") << where;
+        EXPECT_EQ(object.getMsg(507)->text(), one.expected) << where << ", English is not for ever";
+        EXPECT_STREQ(object.getMsg(508)->text(), "No") << where;
+        ASSERT_EQ(reported.size(), one.warning.empty() ? 0U : 1U) << where;
+        if (!reported.empty()) {
+            EXPECT_EQ(reported[0].substr(0, 8), one.warning) << where;
+        }
+    }
+}
+
+void askAgain(const char *text)
+{
+    keepReport(text);
+    textOf(nlsprintf, 9998);
+}
+
+TEST_F(Messages, ReportAMissingNumberOnceWhateverTheReporterDoes)
+{
+    ASSERT_EQ(startMessages(KEEL_TEST_CATALOGUES), 0);
+    reported.clear();
+    nlsSetErrorRoutine(askAgain);
+    EXPECT_EQ(textOf(nlsprintf, 9999), "<none>");
+    ASSERT_EQ(reported.size(), 1U);
+    EXPECT_EQ(reported[0].substr(0, 8), "RBS9999E");
+    EXPECT_NE(reported[0].find("9999 could not be found"), std::string::npos);
+}
+
+TEST_F(Messages, KeepTheLatestTen)
+{
+    nlsMsgCache_t cache;
+    cache.setLimit(10);
+    const auto add = [&](std::uint16_t number) {
+        nlsMsg *message = nullptr;
+        ASSERT_EQ(nlsMakeMsg(number, "RBQ0001I text", nullptr, &message), nlsMsgResult::made);
+        cache.add(message);
+    };
+    for (std::uint16_t number = 1; number <= 10; ++number)
+        add(number);
+    ASSERT_NE(cache.find(1), nullptr);
+    add(11);
+    EXPECT_EQ(cache.find(2), nullptr) << "the least recently used one goes";
+    for (const std::uint16_t number : std::initializer_list<std::uint16_t>{1, 3, 10, 11})
+        EXPECT_NE(cache.find(number), nullptr) << number;
+}
+
+TEST_F(Messages, SurviveEachAllocationThatFails)
+{
+    for (long n = 1; n <= 6; ++n) {
+        const utMemStats before = utMemOutstanding();
+        utMemFailAfter(n);
+        newNlsGlobalObject(nullptr, 0);
+        if (startMessages(KEEL_TEST_CATALOGUES) == 0)
+            textOf(nlsprintf, 2503, "a", "b", "c");
+        utMemFailAfter(-1);
+        destroyNlsGlobalObject();
+        EXPECT_EQ(utMemOutstanding().blocks, before.blocks) << "allocation " << n;
+    }
+}
+
+TEST_F(Messages, AreFormattedByManyThreadsWhileTheRepositoryRestarts)
+{
+    ASSERT_EQ(startMessages(KEEL_TEST_CATALOGUES), 0);
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([] {
+            for (int n = 0; n < 200; ++n) {
+                const std::string text = textOf(nlsprintf, 2604, "/fs", "/", "/p");
+                EXPECT_TRUE(text == "<none>" || text.find("piece /fs//p was") != text.npos) << text;
+                EXPECT_EQ(textOf(nlEngsprintf, 2522), noMemory);
+            }
+        });
+    for (int n = 0; n < 20; ++n)
+        EXPECT_EQ(startMessages(KEEL_TEST_CATALOGUES), 0);
+    for (std::thread &thread : threads)
+        thread.join();
+}
+} // namespace

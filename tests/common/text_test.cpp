@@ -1,0 +1,104 @@
+// Texts: formats without arguments, bounded strings, UTF-8, dates and numbers.
+#include "common/cu/cu64.h"
+#include "common/cu/cutime.h"
+#include "common/string/ststring.h"
+#include "common/string/stwide.h"
+#include "common/ut/utnoargs.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+
+namespace
+{
+TEST(FormatWithoutArguments, PrintsWhatAFormatterWouldAndReadsNothing)
+{
+    const char *const cases[][2] = {
+        {"plain\n", "plain\n"}, {"100%% sure", "100% sure"}, {"%s%n%d", ""},
+        {"a%-08.3lldb", "ab"},  {"%1$*2$sx", "x"},           {"end%", "end"},
+        {"%5%x", "x"},          {"50% of", "50f"},           {"%%%s%%", "%%"},
+        {"%hhnname", "name"},
+    };
+    for (const auto &one : cases) {
+        EXPECT_EQ(utFormatNoArgs(one[0]), one[1]) << one[0];
+        char small[4];
+        const std::size_t length = utFormatNoArgs(small, sizeof small, one[0]);
+        EXPECT_EQ(std::string(small, length), std::string(one[1]).substr(0, 3)) << one[0];
+    }
+}
+
+TEST(BoundedStrings, CutAndSaySo)
+{
+    char text[6] = "";
+    EXPECT_TRUE(stCopy(text, "12345"));
+    EXPECT_FALSE(stCopy(text, "123456"));
+    EXPECT_STREQ(text, "12345");
+    EXPECT_FALSE(stAppend(text, "6"));
+    EXPECT_TRUE(stCopy(text, "ab \r"));
+    stTrimRight(text);
+    EXPECT_TRUE(stAppend(text, "cde"));
+    stUpperAscii(text);
+    EXPECT_STREQ(text, "ABCDE");
+    char full[3] = {'x', 'y', 'z'};
+    EXPECT_FALSE(stAppend(full, "1")) << "a text without its terminator";
+    EXPECT_STREQ(full, "xy");
+}
+
+TEST(Utf8, RoundTripsAndMarksWhatIsNone)
+{
+    const struct {
+        std::string bytes;
+        std::wstring wide;
+    } cases[] = {
+        {"aä€𝄞", L"aä€\U0001D11E"},
+        {"\xC0\xAF", L"\xFFFD\xFFFD"},
+        {"\xED\xA0\x80", L"\xFFFD\xFFFD\xFFFD"},
+        {"\xE2\x82", L"\xFFFD\xFFFD"},
+        {"a\xF8z", L"a\xFFFDz"},
+        {"\xF4\x90\x80\x80", L"\xFFFD\xFFFD\xFFFD\xFFFD"},
+    };
+    for (const auto &one : cases) {
+        wchar_t wide[16];
+        EXPECT_EQ(std::wstring(wide, stWideFromUtf8(wide, 16, one.bytes)), one.wide) << one.bytes;
+    }
+    char narrow[8];
+    EXPECT_EQ(stUtf8FromWide(narrow, sizeof narrow, cases[0].wide), 6U);
+    EXPECT_STREQ(narrow, "aä€") << "no half character";
+}
+
+TEST(Formats, ShowDatesTimesAndNumbers)
+{
+    struct tm when {
+    };
+    when.tm_year = 126;
+    when.tm_mon = 10;
+    when.tm_mday = 1;
+    when.tm_hour = 23;
+    when.tm_min = 5;
+    when.tm_sec = 9;
+    const std::string dates[] = {"2026-11-01", "11/01/2026", "01-11-2026", "2026-11-01",
+                                 "01.11.2026", "2026.11.01", "11/01/2026"};
+    const std::string times[] = {"23:05:09", "23:05:09",    "23.05.09",
+                                 "23,05,09", "11:05:09 PM", "23:05:09"};
+    const std::string numbers[] = {"-1234567",   "-1,234,567", "-1.234.567", "-1 234 567",
+                                   "-1'234'567", "-1234567",   "-12,34,567", "-1,234,567"};
+    char text[32];
+    for (unsigned format = 0; format < std::size(dates); ++format)
+        EXPECT_EQ(std::string(text, cuFormatDate(text, sizeof text, when, format)), dates[format]);
+    for (unsigned format = 0; format < std::size(times); ++format)
+        EXPECT_EQ(std::string(text, cuFormatTime(text, sizeof text, when, format)), times[format]);
+    for (unsigned format = 0; format < std::size(numbers); ++format)
+        EXPECT_EQ(std::string(text, cuFormatNumber(text, sizeof text, -1234567, format)),
+                  numbers[format]);
+    cuFormatNumber(text, sizeof text, INT64_MIN, 1);
+    EXPECT_STREQ(text, "-9,223,372,036,854,775,808");
+    cuSetFormats(3, 1, 1);
+    EXPECT_EQ(cuFormatDate(text, 5, when), 4U) << "cut to the buffer";
+    EXPECT_STREQ(text, "2026");
+    cuSetFormats(1, 1, 1);
+    EXPECT_STREQ(cuU64ToText(UINT64_MAX, text, 16), "ffffffffffffffff");
+    char binary[cu64TextSize];
+    EXPECT_EQ(std::string(cuU64ToText(UINT64_MAX, binary, 2)), std::string(64, '1'));
+}
+} // namespace
