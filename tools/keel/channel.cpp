@@ -17,6 +17,7 @@ namespace keel
 namespace
 {
 
+/// For a failure that the agent has no text for.
 const char *meaning(std::uint32_t code)
 {
     switch (code) {
@@ -164,10 +165,7 @@ void Channel::fail()
 {
     // Asked for before anything else is called: closing the piece would replace the reason.
     const LastError error = lastError();
-    const char *general = meaning(error.code);
-    throw Failure(error.text.empty() ? general
-                                     : fmt::format("{}: {}", general, printable(error.text)),
-                  error.code);
+    throw Failure(error.text.empty() ? meaning(error.code) : printable(error.text), error.code);
 }
 
 void Channel::beginBackup(const std::string &name, const PieceAttributes &attributes,

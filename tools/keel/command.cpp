@@ -48,6 +48,11 @@ void addBlockSize(CLI::App &verb, std::size_t &blockSize)
         ->type_name("SIZE");
 }
 
+std::string subjectOf(const std::vector<std::string> &names)
+{
+    return names.size() == 1 ? names.front() : std::string();
+}
+
 void reportTransfer(Json &result, std::uint64_t bytes, double seconds)
 {
     result["bytes"] = bytes;

@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace keel
 {
@@ -22,8 +23,8 @@ struct Command {
     std::string optionFile; ///< empty: as the agent finds it
     bool json = false;
     bool quiet = false;
-    std::string verb; ///< and the piece it is about, for messages
-    std::string subject;
+    std::string verb;
+    std::string subject; ///< for messages: the piece it is about; empty when there are several
 
     /// Does the work and returns the exit status. Fills the object that --json prints.
     std::function<int(Json &)> run;
@@ -42,6 +43,9 @@ void addCommonOptions(CLI::App &verb, Command &command);
 void addBlockSize(CLI::App &verb, std::size_t &blockSize);
 
 constexpr std::size_t kDefaultBlockSize = std::size_t{256} << 10;
+
+/// The subject of a verb that takes several names.
+[[nodiscard]] std::string subjectOf(const std::vector<std::string> &names);
 
 /// The end of a transfer, for --json.
 void reportTransfer(Json &result, std::uint64_t bytes, double seconds);

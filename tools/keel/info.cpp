@@ -78,7 +78,7 @@ void addInfo(CLI::App &app, Command &command)
                  "Status 0: all of them are there; 1: one is missing, or the question failed.");
     verb->callback([names, &command] {
         command.verb = "info";
-        command.subject = names->front();
+        command.subject = subjectOf(*names);
         command.run = [names, &command](Json &result) { return run(*names, command, result); };
     });
 }

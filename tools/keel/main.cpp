@@ -58,8 +58,9 @@ int report(const Command &command, Json &result, const std::string &text, std::u
         result["error"] = text;
         printJson(result);
     }
-    fmt::print(stderr, "keel {} {}: {}{}\n", command.verb, printable(command.subject),
-               sbtCode != 0 ? fmt::format("SBT {}: ", sbtCode) : "", text);
+    fmt::print(stderr, "keel {}{}{}: {}{}\n", command.verb, command.subject.empty() ? "" : " ",
+               printable(command.subject), sbtCode != 0 ? fmt::format("SBT {}: ", sbtCode) : "",
+               text);
     return kExitFailed;
 }
 

@@ -94,7 +94,7 @@ void addRemove(CLI::App &app, Command &command)
         "Pieces that are there are removed even when others are missing; then the status is 1.");
     verb->callback([remove, &command] {
         command.verb = "remove";
-        command.subject = remove->names.front();
+        command.subject = subjectOf(remove->names);
         command.run = [remove, &command](Json &result) { return run(*remove, command, result); };
     });
 }
