@@ -1,0 +1,101 @@
+// Opening the storage client and looking its operations up.
+#include "agents/common/unx/sun/dhoxapidl.h"
+
+#include <array>
+#include <cerrno>
+#include <dlfcn.h>
+
+#include "common/ut/trace.h"
+
+void *DHoxApiDL::m_hLumoDll = nullptr;
+
+namespace
+{
+
+constexpr std::size_t kSymbolWidth = 35;
+
+#define DHOX_NAME(operation) #operation,
+constexpr char kSymbols[][kSymbolWidth] = {DHOX_OPERATIONS(DHOX_NAME)};
+#undef DHOX_NAME
+
+constexpr std::size_t kSymbolCount = sizeof kSymbols / sizeof kSymbols[0];
+static_assert(kSymbolCount == 44, "the client's interface has 44 operations");
+
+} // namespace
+
+DHoxApiDL::DHoxApiDL(const char *apiName) : DHoxApi(apiName)
+{
+    KEEL_TRACE(TR_API, "Enter & Exit %s\n", "DHoxApiDL::DHoxApiDL()");
+}
+
+DHoxApiDL::DHoxApiDL(const char *apiName, PasswordCallback callback)
+    : DHoxApi(apiName), callback_(callback)
+{
+    KEEL_TRACE(TR_API, "Enter & Exit %s\n", "DHoxApiDL::DHoxApiDL()");
+}
+
+int DHoxApiDL::Setup()
+{
+    KEEL_TRACE(TR_API, "Enter %s\n", "DHoxApiDL::Setup()");
+    if (m_hLumoDll != nullptr) {
+        KEEL_TRACE(TR_API, "ARCA API already loaded\n");
+        return 0;
+    }
+    int rc = 0;
+    errno = 0;
+    KEEL_TRACE(TR_API, "Calling dlopen()\n");
+    m_hLumoDll = dlopen(kLibrary, RTLD_NOW);
+    if (m_hLumoDll == nullptr) {
+        const int openErrno = errno;
+        const char *loaderText = dlerror();
+        KEEL_TRACE(TR_API,
+                   "ERROR: could not load the ARCA API.\nerrno = %d, dlerror() returned\n %s",
+                   openErrno, loaderText == nullptr ? "" : loaderText);
+        rc = kNotLoaded;
+    } else {
+        KEEL_TRACE(TR_API, "ARCA API loaded successfully\n");
+    }
+
+    std::array<void *, kSymbolCount> found{};
+    for (std::size_t i = 0; i < kSymbolCount; ++i) {
+        found[i] = m_hLumoDll == nullptr ? nullptr : dlsym(m_hLumoDll, kSymbols[i]);
+        if (found[i] == nullptr) {
+            rc = kNotLoaded;
+            Cleanup();
+            break;
+        }
+    }
+    if (rc == 0) {
+        std::size_t i = 0;
+#define DHOX_FILL(operation)                                                                       \
+    m_fn##operation##P = reinterpret_cast<decltype(m_fn##operation##P)>(found[i++]);
+        DHOX_OPERATIONS(DHOX_FILL)
+#undef DHOX_FILL
+    }
+    KEEL_TRACE(TR_API, "Exit %s, rc = %d\n", "DHoxApiDL::Setup()", rc);
+    return rc;
+}
+
+int DHoxApiDL::Cleanup()
+{
+    if (m_hLumoDll != nullptr) {
+        dlclose(m_hLumoDll);
+        m_hLumoDll = nullptr;
+    } else {
+        KEEL_TRACE(TR_API, "ARCA API is not loaded\n");
+    }
+    ClearPointers();
+    return 0;
+}
+
+std::int16_t FunctionNotLoaded()
+{
+    KEEL_TRACE(TR_API, "Function not loaded\n");
+    return 419;
+}
+
+std::int16_t LumoFunctionNotLoaded()
+{
+    KEEL_TRACE(TR_API, "Lumo function not loaded\n");
+    return 1;
+}

@@ -1,0 +1,105 @@
+// The traces of a routine: an Enter line where it begins, an Exit line where it ends, on every
+// path.
+//
+//     std::uint16_t veloRegFS(orcObj_t *ctx)
+//     {
+//         TraceScope scope("veloRegFS()");
+//         ...
+//         if (rc != 0) {
+//             SCOPE_EXIT(scope, " %s: Exit - HOXREGISTERFS() failed. ...\n\n", scope.name(), ...);
+//             return rc;
+//         }
+//         return 0;                                    // " veloRegFS(): Exit - OK"
+//     }
+//
+// A TraceScope writes to the agent trace; an EntryScope, for the exported calls, to the database
+// trace too. The exit text is written when the scope ends. Formatting costs nothing while both
+// traces are off.
+#ifndef KEEL_AGENTS_ORACLE_COMMON_CALLSCOPE_H
+#define KEEL_AGENTS_ORACLE_COMMON_CALLSCOPE_H
+
+#include <cstddef>
+
+#include "agents/oracle/common/rmantrace.h"
+#include "common/ut/trace.h"
+
+/// A statement of the agent trace at one of the library's three levels: 0 failures, 1 flow, 2
+/// detail.
+#define ORC_TRACE(level, ...) KEEL_TRACE(TR_ORCLEVEL##level, __VA_ARGS__)
+
+/// The same text to the agent trace (level) and to the database trace (class).
+#define ORC_TRACE_BOTH(level, rmanClass, ...)                                                      \
+    do {                                                                                           \
+        ORC_TRACE(level, __VA_ARGS__);                                                             \
+        RMAN_TRACE(rmanClass, __VA_ARGS__);                                                        \
+    } while (0)
+
+class TraceScope
+{
+public:
+    explicit TraceScope(const char *name, const char *file = __builtin_FILE(),
+                        unsigned line = __builtin_LINE())
+        : TraceScope(name, file, line, nullptr)
+    {
+    }
+    ~TraceScope();
+    TraceScope(const TraceScope &) = delete;
+    TraceScope &operator=(const TraceScope &) = delete;
+
+    /// The routine's name with "()", as the traces show it.
+    [[nodiscard]] const char *name() const { return name_; }
+
+    /// Sets the exit text of a failure; the last one set wins. Use SCOPE_EXIT.
+    void setExit(const char *file, unsigned line, const char *format, ...)
+        __attribute__((format(printf, 4, 5)));
+
+    [[nodiscard]] bool failed() const { return failed_; }
+
+    /// The exit line goes to the agent trace only: the caller has told the database trace in other
+    /// words.
+    void setExitTold() { database_ = false; }
+
+    /// Is there anyone to read an exit text?
+    [[nodiscard]] bool traced() const;
+
+protected:
+    /// databaseEnter: what the database trace says on entry; null keeps the routine out of that
+    /// trace.
+    TraceScope(const char *name, const char *file, unsigned line, const char *databaseEnter);
+
+private:
+    static constexpr std::size_t kExitSize = 4096;
+
+    const char *name_;
+    const char *file_;
+    unsigned line_;
+    bool database_;
+    bool failed_ = false;
+    char exit_[kExitSize]; // set only with failed_
+};
+
+class EntryScope : public TraceScope
+{
+public:
+    explicit EntryScope(const char *name, const char *databaseEnter = "Enter\n",
+                        const char *file = __builtin_FILE(), unsigned line = __builtin_LINE())
+        : TraceScope(name, file, line, databaseEnter)
+    {
+    }
+};
+
+#define SCOPE_EXIT(scope, ...)                                                                     \
+    do {                                                                                           \
+        if ((scope).traced()) {                                                                    \
+            (scope).setExit(__FILE__, __LINE__, __VA_ARGS__);                                      \
+        }                                                                                          \
+    } while (0)
+
+/// As SCOPE_EXIT, for an exit that the database trace was told in other words.
+#define SCOPE_EXIT_AGENT(scope, ...)                                                               \
+    do {                                                                                           \
+        (scope).setExitTold();                                                                     \
+        SCOPE_EXIT(scope, __VA_ARGS__);                                                            \
+    } while (0)
+
+#endif

@@ -1,0 +1,135 @@
+// The records of a channel: the context that the database keeps for us, and the entry of the
+// process's table.
+//
+// orcObj_t is copied byte for byte, into the table entry and from there into the database's memory;
+// it owns nothing but the pointers named as such, and whoever holds the database's copy owns those.
+#ifndef KEEL_AGENTS_ORACLE_COMMON_ORCOBJ_H
+#define KEEL_AGENTS_ORACLE_COMMON_ORCOBJ_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <ctime>
+#include <type_traits>
+
+#include "agents/oracle/common/sbt.h"
+#include "client/include/hoxapi.h"
+
+// The codes of this library; those of the storage client pass through as they are.
+constexpr std::uint16_t ORC_RC_OK = 0;
+constexpr std::uint16_t ORC_RC_NOT_FOUND = 7;      // no such piece
+constexpr std::uint16_t ORC_RC_FOUND = 8;          // the piece is there
+constexpr std::uint16_t ORC_RC_COPY_NUMBER = 11;   // above 4
+constexpr std::uint16_t ORC_RC_NO_DIRECTORY = 167; // of the password file
+constexpr std::uint16_t ORC_RC_TRACE_OPEN = 406;
+constexpr std::uint16_t ORC_RC_TRACE_FILE = 426;
+constexpr std::uint16_t ORC_RC_NO_ENTRY = 2014;
+constexpr std::uint16_t ORC_RC_CLIENT_TOO_OLD = 2507;
+constexpr std::uint16_t ORC_RC_PSWD_DIRECTORY = 2521;
+constexpr std::uint16_t ORC_RC_NO_MEMORY = 2522;
+constexpr std::uint16_t ORC_RC_OPTION_FILE = 2534;
+constexpr std::uint16_t ORC_RC_NULL_CONTEXT = 2539;
+constexpr std::uint16_t ORC_RC_NO_INSTALL_PATH = 2601;
+constexpr std::uint16_t ORC_RC_EXISTS_ALREADY = 65535; // the context table; also plain -1
+
+// States of a context.
+constexpr std::int16_t ORC_STATE_INITIALISED = 1;
+constexpr std::int16_t ORC_STATE_BACKUP = 2;
+constexpr std::int16_t ORC_STATE_RESTORE = 3;
+constexpr std::int16_t ORC_STATE_RESTORE_END = 4;
+constexpr std::int16_t ORC_STATE_QUERY = 5;
+constexpr std::int16_t ORC_STATE_IDLE = 6;
+constexpr std::int16_t ORC_STATE_REMOVE = 7;
+
+// Options, in the order of the keyword table.
+enum orcOption {
+    OPT_HOXI_DIR,
+    OPT_HOXI_LOG,
+    OPT_HOXI_ORC_DIR,
+    OPT_HOXI_ORC_CONFIG,
+    OPT_VELO_AVG_SIZE,
+    OPT_VELO_FS,
+    OPT_VELO_NODE,
+    OPT_VELO_OWNER,
+    OPT_VELO_PSWDPATH,
+    OPT_VELO_TRACE_MAX,
+    OPT_VELO_TRACE_FILE,
+    OPT_VELO_TRACE_FLAGS,
+    OPT_VELO_MGMT_CLASS_2,
+    OPT_VELO_MGMT_CLASS_3,
+    OPT_VELO_MGMT_CLASS_4,
+    OPT_VELO_NUM_BUFFERS,
+    OPT_VELO_DATE_FMT,
+    OPT_VELO_TIME_FMT,
+    OPT_VELO_NUM_FMT,
+    OPT_VELO_LANGUAGE,
+    OPT_VELO_TEST_FLAGS,
+    OPT_COUNT
+};
+constexpr std::size_t ORC_OPTION_SIZE = 512;
+
+constexpr std::size_t ORC_ERRTEXT_SIZE = 1025;
+constexpr std::size_t ORC_SESSION_OPTIONS_SIZE = 514;
+constexpr std::size_t ORC_MAX_PIECE_NAME = HOX_MAX_LL_NAME - 1; // "/" goes in front of it
+constexpr std::size_t ORC_CTX_SIZE = 1048576;
+
+struct orcObj_t {
+    std::uint32_t hoxHandle; // 0: no session
+    std::uint32_t copyNumber;
+    std::uint32_t mediaPool;
+    std::uint32_t buffersSent; // or received
+    std::int32_t infoCount;    // names answered by bkupInfoTypeP
+    std::int16_t state;
+    std::int16_t resumedPiece; // positive: the piece goes on with work of an earlier session
+    std::uint32_t prevError;   // 1: a transfer of this piece failed, nothing more may be sent
+    std::uint32_t blockSize;
+    std::int64_t maxSize;
+    std::int32_t cliType;
+    char nodeName[HOX_MAX_NODE_NAME + 1];
+    std::uint64_t bytesTransferred;
+    hoxObjName hoxName;
+    char objInfo[HOX_MAX_OBJ_INFO];
+    std::time_t startTime;
+    char objName[1026];      // the database names, in double quotes
+    sbtPair *bkupInfoTypeP;  // owned, with the values of its pairs
+    std::FILE *testDataFile; // owned
+    std::uint64_t dbSize;    // bytes
+    std::uint32_t veloBuffSize;
+    std::uint32_t veloBuffFill;
+    std::uint32_t veloBuffFlush;
+    std::uint32_t veloBuffEmpty;
+    char *veloBuffP; // owned
+    std::uint64_t sbtErrCode;
+    char errText[ORC_ERRTEXT_SIZE];
+    std::int32_t bUsePwGenerate;
+
+    char options[OPT_COUNT][ORC_OPTION_SIZE];
+    char sessionOptions[ORC_SESSION_OPTIONS_SIZE];
+    std::uint16_t maxObjPerTxn;
+    hox64_t objId; // of the piece that the last query found
+    hoxEndSendObjExOut_t sendTotals;
+};
+
+static_assert(std::is_trivially_copyable_v<orcObj_t>, "contexts are copied byte for byte");
+static_assert(sizeof(orcObj_t) <= ORC_CTX_SIZE, "the database reserves no more");
+
+constexpr std::size_t ORC_SCRATCH_SIZE = 63;
+
+struct orcBlock_t {
+    std::uint32_t orcHandle; // version-1 interface
+    std::uint16_t orcState;  // version-1 interface
+    std::uint64_t blockSize;
+    std::uint32_t ctxState;
+    std::uint32_t BlockID; // process identifier; 0: the entry is free
+    std::uint64_t bytesDone;
+    char *strP; // ORC_SCRATCH_SIZE bytes, owned, kept when the entry is freed
+    std::uint64_t cleared;
+    char fileName[96]; // the entry's name area: the node, or the file of the version-1 interface
+    orcObj_t *orcCtxP; // owned
+};
+
+static_assert(sizeof(orcBlock_t) == 152, "one entry of the table");
+static_assert(offsetof(orcBlock_t, strP) == 32 && offsetof(orcBlock_t, orcCtxP) == 144,
+              "the layout of an entry is fixed");
+
+#endif

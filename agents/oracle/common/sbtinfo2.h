@@ -1,0 +1,12 @@
+// The information array that sbtinfo2 answers with. It belongs to the context until the next
+// sbtinfo2 or sbtend.
+#ifndef KEEL_AGENTS_ORACLE_COMMON_SBTINFO2_H
+#define KEEL_AGENTS_ORACLE_COMMON_SBTINFO2_H
+
+#include "agents/oracle/common/orcobj.h"
+
+/// Frees the array that the context holds, with the values of its pairs; function is named in the
+/// traces.
+void veloFreeInfo(orcObj_t *ctx, const char *function);
+
+#endif

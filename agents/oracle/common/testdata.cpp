@@ -1,0 +1,52 @@
+// What the test flags add to the data path: a copy of the data, and a pause.
+#include <algorithm>
+#include <cstring>
+
+#include "agents/common/dbaseapi.h"
+#include "agents/oracle/common/backup.h"
+#include "agents/oracle/common/callscope.h"
+#include "agents/oracle/common/errorlog.h"
+#include "agents/oracle/common/velotrace.h"
+#include "common/string/ststring.h"
+#include "common/unx/psfile.h"
+
+void veloOpenTestData(orcObj_t *ctx, const char *pieceName, const char *suffix)
+{
+    veloCloseTestData(ctx);
+    if (!trTestFlag("TEST_ORACLEDATA", nullptr)) {
+        return;
+    }
+    // The copy lies in the log directory: a piece whose name leads out of it gets none.
+    char path[ORC_PATH_SIZE];
+    const bool fits = std::strchr(pieceName, '/') == nullptr &&
+                      stCopy(path, ctx->options[OPT_HOXI_LOG]) && stAppend(path, "/") &&
+                      stAppend(path, pieceName) && stAppend(path, suffix);
+    if (fits) {
+        int encoding = 0;
+        int flags = 0;
+        ctx->testDataFile = psFileOpen(path, "w", &encoding, &flags);
+    }
+}
+
+void veloWriteTestData(orcObj_t *ctx, const void *data, std::size_t size)
+{
+    if (ctx->testDataFile != nullptr) {
+        std::fwrite(data, 1, size, ctx->testDataFile);
+    }
+}
+
+void veloCloseTestData(orcObj_t *ctx)
+{
+    if (ctx->testDataFile != nullptr) {
+        std::fclose(ctx->testDataFile);
+        ctx->testDataFile = nullptr;
+    }
+}
+
+void veloTestDelay()
+{
+    long milliseconds = 0;
+    if (veloTestNumber("TEST_ORACLEDELAY", &milliseconds) && milliseconds > 0) {
+        DIfcTimeUtil::milliSleep(static_cast<unsigned>(std::min(milliseconds, 3600000L)));
+    }
+}

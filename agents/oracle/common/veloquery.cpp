@@ -1,0 +1,105 @@
+// The existence check of the backup and restore paths.
+#include "agents/oracle/common/veloquery.h"
+
+#include "agents/oracle/common/callscope.h"
+#include "agents/oracle/common/errorlog.h"
+#include "common/cu/cu64.h"
+
+BackupQuery::BackupQuery(const orcObj_t *ctx, const hoxObjName &name) : handle_(ctx->hoxHandle)
+{
+    request_.stVersion = HOX_QRY_BACKUP_VERSION;
+    request_.objName = &name;
+    request_.owner = ctx->options[OPT_VELO_OWNER];
+    request_.objState = HOX_STATE_ACTIVE;
+}
+
+std::int16_t BackupQuery::begin()
+{
+    return hoxApi().dhoxBeginQuery(HoxApiStatusObjP, handle_, HOX_QUERY_BACKUP, &request_);
+}
+
+std::int16_t BackupQuery::next()
+{
+    response_ = qryRespBackupData{};
+    response_.stVersion = HOX_QRY_RESP_BACKUP_VERSION;
+    DataBlk block{};
+    block.stVersion = HOX_DATABLK_VERSION;
+    block.bufferLen = sizeof response_;
+    block.bufferPtr = reinterpret_cast<char *>(&response_);
+    return hoxApi().dhoxGetNextQObj(HoxApiStatusObjP, handle_, &block, &answer_);
+}
+
+std::int16_t BackupQuery::end()
+{
+    return hoxApi().dhoxEndQuery(HoxApiStatusObjP, handle_);
+}
+
+std::uint16_t veloQueryObj(orcObj_t *ctx)
+{
+    TraceScope scope("veloQueryObj()");
+    if (ctx == nullptr) {
+        veloReportNull(scope.name(), "ctx");
+        SCOPE_EXIT(scope, " %s: Exit - NULL context\n\n", scope.name());
+        return ORC_RC_NULL_CONTEXT;
+    }
+    const int handle = static_cast<int>(ctx->hoxHandle);
+    const hoxObjName &name = ctx->hoxName;
+    const char *owner = ctx->options[OPT_VELO_OWNER];
+    BackupQuery query(ctx, name);
+
+    std::int16_t rc = query.begin();
+    if (rc == HOX_RC_FS_UNKNOWN) {
+        // The first piece of a filespace finds it unknown, which is nothing to report.
+        if (ctx->state != ORC_STATE_BACKUP) {
+            veloReportApiFailure(ctx, rc);
+        }
+        SCOPE_EXIT(scope,
+                   " %s: Exit - File Space Not Found. hoxHandle = %d, Object Name = '%s%s%s', "
+                   "Owner = %s, Object State = %d\n",
+                   scope.name(), handle, name.fsName, name.hlName, name.llName, owner,
+                   HOX_STATE_ACTIVE);
+        return ORC_RC_NOT_FOUND;
+    }
+    if (rc != HOX_RC_OK) {
+        veloReportApiFailure(ctx, rc);
+        SCOPE_EXIT(scope,
+                   " %s: Exit - HOXBEGINQUERY() failed. hoxHandle = %d, rc = %d, "
+                   "Object Name = '%s%s%s', Owner = %s, Object State = %d\n\n",
+                   scope.name(), handle, rc, name.fsName, name.hlName, name.llName, owner,
+                   HOX_STATE_ACTIVE);
+        return 0xFFFF;
+    }
+
+    while ((rc = query.next()) == HOX_RC_MORE_DATA) {
+        ctx->objId = {cuHigh32(query.answer().objId), cuLow32(query.answer().objId)};
+        ORC_TRACE(2, " %s: HOXGETNEXTQOBJ() more data, hoxHandle = %d, rc = %d\n", scope.name(),
+                  handle, rc);
+    }
+    ORC_TRACE(2, " %s: calling HOXENDQUERY(), hoxHandle = %d\n", scope.name(), handle);
+    query.end();
+
+    if (rc == HOX_RC_FINISHED) {
+        if (ctx->state == ORC_STATE_BACKUP) {
+            veloReportMessage(ctx, OrcMessage(2503, name.fsName, name.hlName, name.llName));
+        }
+        return ORC_RC_FOUND;
+    }
+    if (rc == HOX_RC_NO_MATCH) {
+        if (ctx->state == ORC_STATE_RESTORE) {
+            veloReportApiFailure(ctx, rc);
+            SCOPE_EXIT(scope,
+                       " %s: Exit - file doesn't exist. hoxHandle = %d, rc = %d, "
+                       "Object Name = '%s%s%s', Owner = %s, Object State = %d\n",
+                       scope.name(), handle, rc, name.fsName, name.hlName, name.llName, owner,
+                       HOX_STATE_ACTIVE);
+        }
+        return ORC_RC_NOT_FOUND;
+    }
+    veloReportApiFailure(ctx, rc);
+    SCOPE_EXIT(scope,
+               " %s: Exit - HOXGETNEXTQOBJ() failed. hoxHandle = %d, rc = %d, "
+               "Object Name = '%s%s%s', Owner = %s, Object State = %d\n\n",
+               scope.name(), handle, rc, name.fsName, name.hlName, name.llName, owner,
+               HOX_STATE_ACTIVE);
+    return static_cast<std::uint16_t>(rc);
+}

@@ -1,0 +1,36 @@
+// Finding a piece in the repository by the context's object name.
+#ifndef KEEL_AGENTS_ORACLE_COMMON_VELOQUERY_H
+#define KEEL_AGENTS_ORACLE_COMMON_VELOQUERY_H
+
+#include "agents/common/dhoxapi.h"
+#include "agents/oracle/common/orcobj.h"
+
+/// Looks for the context's object among the active ones. 8: it is there, and its identifier is in
+/// the context; 7: it is not, or its filespace is unknown; 2539: no context; else the code of a
+/// failure, which is reported.
+std::uint16_t veloQueryObj(orcObj_t *ctx);
+
+/// One backup query for one name, active objects only, as the calls that read answers need it.
+class BackupQuery
+{
+public:
+    /// Both must outlive the query.
+    BackupQuery(const orcObj_t *ctx, const hoxObjName &name);
+
+    std::int16_t begin();
+    /// 2200 with answer() filled; then 121, 2 or a failure. A clear answer stands before each
+    /// fetch.
+    std::int16_t next();
+    std::int16_t end();
+
+    [[nodiscard]] const dhoxBackupObject_t &answer() const { return answer_; }
+    void clearAnswer() { answer_ = dhoxBackupObject_t{}; }
+
+private:
+    std::uint32_t handle_;
+    qryBackupData request_{};
+    qryRespBackupData response_{};
+    dhoxBackupObject_t answer_{};
+};
+
+#endif

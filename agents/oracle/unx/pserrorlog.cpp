@@ -1,0 +1,51 @@
+// The two writers of "veloerror.log" that need neither options nor messages.
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <unistd.h>
+
+#include "agents/oracle/common/velosession.h"
+#include "agents/oracle/unx/psvelo.h"
+#include "common/unx/psfile.h"
+#include "common/ut/utnoargs.h"
+
+void psWriteError(const char *fileName, const char *text)
+{
+    if (fileName != nullptr && fileName[0] != '\0') {
+        psAppendLocked(fileName, text, std::strlen(text));
+    }
+}
+
+namespace
+{
+
+constexpr const char *kInstallDirectory = KEEL_CLIENT_ROOT "/oracle/bin64";
+constexpr const char *kInstallLog = KEEL_CLIENT_ROOT "/oracle/bin64/veloerror.log";
+
+// One write on an append-only descriptor keeps the line whole without a lock.
+void appendOnce(const char *path, const std::string &line)
+{
+    const int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
+    if (fd >= 0) {
+        [[maybe_unused]] const ssize_t written = write(fd, line.data(), line.size());
+        close(fd);
+    }
+}
+
+} // namespace
+
+void psNonNlsErrorMsg(const char *text)
+{
+    const char *path = psFileWritableDir(kInstallDirectory) != 0 ? kInstallLog : "veloerror.log";
+    char when[64];
+    veloGetCurTime(when, sizeof when);
+    char head[32];
+    std::snprintf(head, sizeof head, " TID<%d>  ==>  ", static_cast<int>(getpid()));
+    try {
+        // Both texts are their own formats, and there are no arguments.
+        appendOnce(path, utFormatNoArgs(when) + head + utFormatNoArgs(text) + "\n");
+    } catch (const std::exception &) {
+        // No memory for the line: it is lost, like one whose file does not open.
+    }
+}

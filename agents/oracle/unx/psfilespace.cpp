@@ -1,0 +1,65 @@
+// The filespace that holds the pieces: what it says of itself, and its update after a backup.
+#include "agents/common/dhoxapi.h"
+#include "agents/oracle/common/callscope.h"
+#include "agents/oracle/common/errorlog.h"
+#include "agents/oracle/unx/psvelo.h"
+#include "common/cu/cu64.h"
+#include "common/string/ststring.h"
+
+namespace
+{
+
+constexpr std::uint32_t kUpdateMask =
+    HOX_FSUPD_OCCUPANCY | HOX_FSUPD_CAPACITY | HOX_FSUPD_PROTECTED_SIZE;
+static_assert(kUpdateMask == 0x200030, "the fields that a backup updates");
+
+void fillAttributes(hoxFSAttr &attributes)
+{
+    static constexpr std::string_view text = "KEEL for Oracle";
+    stCopy(attributes.info, text);
+    attributes.infoLength = text.size();
+}
+
+} // namespace
+
+void psveloInitFSAttrib(hoxFSAttr *attributes)
+{
+    static const char *const name = "psveloInitFSAttrib()";
+    ORC_TRACE(1, " %s: Enter\n", name);
+    fillAttributes(*attributes);
+    ORC_TRACE(2, " %s: File Space Info = %s, File Space Length = %d\n", name, attributes->info,
+              attributes->infoLength);
+    ORC_TRACE(1, " %s: Exit\n\n", name);
+}
+
+void psinitFSAttrib(hoxFSAttr *attributes)
+{
+    static const char *const name = "psinitFSAttrib()";
+    ORC_TRACE(1, " %s: Enter\n", name);
+    fillAttributes(*attributes);
+    ORC_TRACE(1, " %s: Exit- OK\n\n", name);
+}
+
+std::uint16_t psveloUpdateFS(orcObj_t *ctx)
+{
+    TraceScope scope("psveloUpdateFS()");
+    const int handle = static_cast<int>(ctx->hoxHandle);
+    hoxFSUpd update{};
+    update.stVersion = HOX_FSUPD_VERSION;
+    update.fsType = "ORACLE";
+    update.occupancy = {cuHigh32(ctx->bytesTransferred), cuLow32(ctx->bytesTransferred)};
+    update.protectedSize = ctx->dbSize >> 20;
+    ORC_TRACE(2, " %s: Calling psveloInitFSAttrib(). hoxHandle  = %d\n", scope.name(), handle);
+    psveloInitFSAttrib(&update.fsAttr);
+    ORC_TRACE(2, " %s: Calling HOXUPDATEFS(). hoxHandle = %d\n", scope.name(), handle);
+    const std::int16_t rc = hoxApi().dhoxUpdateFS(HoxApiStatusObjP, ctx->hoxHandle,
+                                                  ctx->options[OPT_VELO_FS], &update, kUpdateMask);
+    if (rc != HOX_RC_OK) {
+        veloGetApiMsg(ctx->hoxHandle, 1, rc, ctx->errText);
+        veloErrorMsg(ctx->errText);
+        ORC_TRACE(0, " %s: hoxHandle = %d, '%s'\n", scope.name(), handle, ctx->errText);
+        SCOPE_EXIT(scope, " %s: Exit HOXUPDATEFS() failed. hoxHandle = %d, rc = %d\n\n",
+                   scope.name(), handle, rc);
+    }
+    return static_cast<std::uint16_t>(rc);
+}
