@@ -1,17 +1,20 @@
-// The agent trace: statements, line decoration and the file they go to.
+// The agent trace: starting and ending it, its classes, and one line after the other.
 #include "common/ut/trace.h"
 
 #include "common/cu/cutime.h"
 #include "common/string/ststring.h"
 #include "common/thrd/psmutex.h"
-#include "common/unx/psfile.h"
 #include "common/ut/traceclasses.h"
+#include "common/ut/tracefile.h"
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
+#include <ctime>
+#include <string_view>
 #include <sys/time.h>
 #include <unistd.h>
 
@@ -20,102 +23,214 @@ constinit std::atomic<std::uint64_t> trMask{0};
 namespace
 {
 constexpr std::size_t statementSize = 5182;
-constexpr std::size_t maxNameLength = 260;
-constexpr int noFile = -1;
+constexpr std::size_t decorationSize = 256;
+constexpr unsigned largestSegment = 1000; // megabytes, unless the administrator says otherwise
 
-// Everything below is guarded by traceMutex, which is taken last and held over no foreign call but
-// the console routine.
+// Everything below is guarded by traceMutex, which is taken last: nothing but the console routine
+// is called while it is held.
 constinit psMutex_t traceMutex;
-constinit int traceFile = noFile;
+constinit traceFile_t traceFile;
 constinit bool begun = false;
-constinit unsigned maxMegabytes = 0;
-constinit unsigned segmentMegabytes = 0;
+constinit unsigned maximum = 0;
+constinit unsigned segmentSize = 0;
 constinit int clientTypeShown = -1;
+constinit trConsoleFn consoleRoutine = nullptr;
 
-bool writeAll(int descriptor, const char *text, std::size_t length) noexcept
+constexpr std::array<const char *, 13> clientTags = {
+    "[ctCLBackup  ]", "[ctCLAdmin   ]", "[ctGUIBackup ]", "[ctODBCDriver]", "[ctCLAPI     ]",
+    "[ctCLSpaceMGT]", "[ctDICAD     ]", "[ctDIWebClien]", "[ctJBBDaemon ]", "[ctUtlAppl   ]",
+    "[ctCLUtlAppl ]", "[ctGUIUtlAppl]", "[ctDIJavaGUI ]"};
+
+// Keeps errno for a statement in the middle of someone's error handling.
+class ErrnoGuard
 {
-    while (length > 0) {
-        const ssize_t written = write(descriptor, text, length);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        text += written;
-        length -= static_cast<std::size_t>(written);
+public:
+    ErrnoGuard() noexcept = default;
+    ~ErrnoGuard() { errno = kept; }
+    ErrnoGuard(const ErrnoGuard &) = delete;
+    ErrnoGuard &operator=(const ErrnoGuard &) = delete;
+
+private:
+    int kept = errno;
+};
+
+/// A line with room in front for its decoration and behind for the end marker.
+struct Line {
+    char text[decorationSize + statementSize + traceEndLength + 1];
+    std::size_t length = 0;
+
+    __attribute__((format(printf, 2, 3))) void add(const char *format, ...) noexcept
+    {
+        va_list arguments;
+        va_start(arguments, format);
+        addList(decorationSize, format, arguments);
+        va_end(arguments);
     }
-    return true;
+
+    void addList(std::size_t limit, const char *format, va_list arguments) noexcept
+    {
+        const int printed = std::vsnprintf(text + length, limit - length, format, arguments);
+        if (printed > 0)
+            length = std::min(length + static_cast<std::size_t>(printed), limit - 1);
+    }
+};
+
+traceLimits_t limitsInForce() noexcept
+{
+    traceLimits_t limits;
+    limits.maximum = maximum;
+    if (segmentSize != 0)
+        limits.segmentSize = maximum != 0 ? std::min(maximum, segmentSize) : segmentSize;
+    else if (maximum > largestSegment)
+        limits.segmentSize = largestSegment;
+    return limits;
 }
 
-void closeFile() noexcept
+void tellConsole(const char *what, const char *end) noexcept
 {
-    if (traceFile > STDERR_FILENO)
-        close(traceFile);
-    traceFile = noFile;
+    if (consoleRoutine == nullptr)
+        return;
+    char text[decorationSize + traceMaxName];
+    std::snprintf(text, sizeof text, "%s%s%s\n", what, traceFile.name(), end);
+    consoleRoutine(text);
+}
+
+void resetTrace() noexcept
+{
     trMask = 0;
+    traceFile.close();
 }
 
-void writeText(const char *text, std::size_t length) noexcept
+void decorate(Line &line) noexcept
 {
-    if (traceFile != noFile && !writeAll(traceFile, text, length))
-        closeFile();
+    if (trTest(TR_TIMESTAMP)) {
+        struct timeval now {
+        };
+        gettimeofday(&now, nullptr);
+        struct tm local {
+        };
+        cuLocalTime(now.tv_sec, &local);
+        char date[64];
+        char time[64];
+        cuFormatDate(date, sizeof date, local);
+        cuFormatTime(time, sizeof time, local);
+        line.add("%s %s.%03lu ", date, time, static_cast<unsigned long>(now.tv_usec / 1000));
+    }
+    if (trTest(TR_PID))
+        line.add("[%.6u] ", static_cast<unsigned>(getpid()));
+    if (trTest(TR_TID))
+        line.add("[T%u] ", static_cast<unsigned>(psThreadSelf()));
+    if (trTest(TR_CLIENTTYPE)) {
+        const auto index = static_cast<unsigned>(clientTypeShown);
+        line.add("%s", index < clientTags.size() ? clientTags[index] : "[ctUnkown    ]");
+    }
+    if (trTest(TR_TIMESTAMP) || trTest(TR_PID) || trTest(TR_TID))
+        line.add(": ");
+}
+
+void writeLine(Line &line) noexcept
+{
+    if (!traceFile.isOpen() || traceFile.write(line.text, line.length))
+        return;
+    resetTrace();
+    tellConsole("Unable to write to trace file ", ". Tracing disabled.");
+}
+
+// For lines of the trace's own. The lock is held.
+__attribute__((format(printf, 1, 2))) void say(const char *format, ...) noexcept
+{
+    Line line;
+    decorate(line);
+    va_list arguments;
+    va_start(arguments, format);
+    line.addList(line.length + statementSize, format, arguments);
+    va_end(arguments);
+    writeLine(line);
+}
+
+void sayBegun() noexcept
+{
+    struct tm local {
+    };
+    cuLocalTime(std::time(nullptr), &local);
+    char date[64];
+    char time[64];
+    cuFormatDate(date, sizeof date, local);
+    cuFormatTime(time, sizeof time, local);
+    say("Tracing to file: %s\n", traceFile.name());
+    say("Tracefile maximum length set to %lu MB.\n", static_cast<unsigned long>(maximum));
+    say("----------------------------------------------------------------\n%s %s - Trace begun.\n",
+        date, time);
+}
+
+void sayWhereTo() noexcept
+{
+    if (stEqualNoCase(traceFile.name(), "STDOUT"))
+        say("Tracing to stdout\n");
+    else if (stEqualNoCase(traceFile.name(), "STDERR"))
+        say("Tracing to stderr\n");
 }
 } // namespace
 
 unsigned trBegin(const char *fileName, int writeBegun) noexcept
 {
-    const int reason = errno;
+    const ErrnoGuard keep;
     psMutexGuard guard(traceMutex);
-    if (fileName == nullptr || *fileName == '\0' || std::strlen(fileName) > maxNameLength)
-        return TR_RC_NAME;
-    if (stEqualNoCase(fileName, "STDOUT"))
-        traceFile = STDOUT_FILENO;
-    else if (stEqualNoCase(fileName, "STDERR"))
-        traceFile = STDERR_FILENO;
-    else
-        traceFile = psFileOpenDescriptor(fileName, O_WRONLY | O_CREAT | O_APPEND);
-    errno = reason;
-    if (traceFile == noFile)
-        return TR_RC_OPEN;
+    const unsigned rc = traceFile.open(fileName, limitsInForce(), consoleRoutine);
+    if (rc != 0) {
+        resetTrace();
+        tellConsole("Unable to open trace output file ", "");
+        return rc;
+    }
+    if (traceFile.wraps()) // lines of a wrapped file are told apart by their times
+        trMask |= std::uint64_t{1} << TR_TIMESTAMP | std::uint64_t{1} << TR_PREFIX;
+    sayWhereTo();
     if (writeBegun != 0 && !begun) {
         begun = true;
-        static constexpr char text[] = "Trace begun.\n";
-        writeText(text, sizeof text - 1);
+        sayBegun();
     }
-    return 0;
+    return traceFile.isOpen() ? 0 : TR_RC_OPEN;
 }
 
 void trEnd() noexcept
 {
+    const ErrnoGuard keep;
     psMutexGuard guard(traceMutex);
-    closeFile();
+    resetTrace();
     begun = false;
-    maxMegabytes = 0;
-    segmentMegabytes = 0;
+    maximum = 0;
+    segmentSize = 0;
 }
 
 bool trActive() noexcept
 {
     psMutexGuard guard(traceMutex);
-    return traceFile != noFile;
+    return traceFile.isOpen();
 }
 
 unsigned trEnable(const char *flags, int on) noexcept
 {
+    const ErrnoGuard keep;
+    constexpr std::string_view separators = " \t,";
+    psMutexGuard guard(traceMutex);
     unsigned rc = 0;
     std::string_view rest = flags == nullptr ? "" : flags;
     while (!rest.empty()) {
-        const std::size_t length = rest.find_first_of(" \t,");
+        const std::size_t length = rest.find_first_of(separators);
         const std::string_view name = rest.substr(0, length);
         rest.remove_prefix(length == std::string_view::npos ? rest.size() : length + 1);
         if (name.empty())
             continue;
         const std::uint64_t bits = trClassBits(name);
-        if (bits == 0)
+        if (bits == 0) {
             rc = TR_RC_FLAG;
-        else if (on != 0)
+            say("Invalid trace flag: %.*s\n",
+                static_cast<int>(std::min<std::size_t>(80, name.size())), name.data());
+        } else if (on != 0) {
             trMask |= bits;
-        else
+        } else {
             trMask &= ~bits;
+        }
     }
     return rc;
 }
@@ -123,14 +238,14 @@ unsigned trEnable(const char *flags, int on) noexcept
 unsigned trSetMaxTraceSize(unsigned megabytes) noexcept
 {
     psMutexGuard guard(traceMutex);
-    maxMegabytes = megabytes;
+    maximum = megabytes;
     return 0;
 }
 
 unsigned trSetMaxTraceSegSize(unsigned megabytes) noexcept
 {
     psMutexGuard guard(traceMutex);
-    segmentMegabytes = megabytes;
+    segmentSize = megabytes;
     return 0;
 }
 
@@ -140,7 +255,11 @@ void trSetClientType(int clientType) noexcept
     clientTypeShown = clientType;
 }
 
-void trSetConsole(trConsoleFn) noexcept {}
+void trSetConsole(trConsoleFn console) noexcept
+{
+    psMutexGuard guard(traceMutex);
+    consoleRoutine = console;
+}
 
 void KEELCTraceStatement::initStatement(const char *file, unsigned line) noexcept
 {
@@ -151,17 +270,18 @@ void KEELCTraceStatement::initStatement(const char *file, unsigned line) noexcep
 
 void KEELCTraceStatement::write(const char *format, ...) noexcept
 {
-    const int reason = errno;
-    char text[statementSize];
-    int used = 0;
+    const ErrnoGuard keep;
+    psMutexGuard guard(traceMutex);
+    if (!traceFile.isOpen())
+        return;
+    Line line;
+    decorate(line);
+    const std::size_t limit = line.length + statementSize;
     if (trTest(TR_PREFIX))
-        used = std::snprintf(text, sizeof text, "%-20s(%4u): ", sourceFile, sourceLine);
+        line.add("%-20s(%4u): ", sourceFile, sourceLine);
     va_list arguments;
     va_start(arguments, format);
-    const auto start = static_cast<std::size_t>(used);
-    std::vsnprintf(text + start, sizeof text - start, format, arguments);
+    line.addList(limit, format, arguments);
     va_end(arguments);
-    psMutexGuard guard(traceMutex);
-    writeText(text, std::strlen(text));
-    errno = reason;
+    writeLine(line);
 }

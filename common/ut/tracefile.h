@@ -1,0 +1,40 @@
+// Where the agent trace goes: a file, one of the host's streams, or the console routine.
+//
+// Internal to the trace and guarded by its lock.
+#ifndef KEEL_COMMON_UT_TRACEFILE_H
+#define KEEL_COMMON_UT_TRACEFILE_H
+
+#include "common/ut/trace.h"
+#include "common/ut/tracewrap.h"
+
+constexpr std::size_t traceMaxName = 260;
+
+class traceFile_t
+{
+public:
+    constexpr traceFile_t() noexcept = default;
+
+    /// 0, TR_RC_NAME or TR_RC_OPEN.
+    unsigned open(const char *name, const traceLimits_t &limits, trConsoleFn console) noexcept;
+    bool isOpen() const noexcept { return kind != Kind::none; }
+    bool wraps() const noexcept { return kind == Kind::wrapping; }
+    const char *name() const noexcept { return fileName; }
+
+    /// Writes a line of length characters, behind which the buffer has room for traceEndMarker and
+    /// a terminator; both may be written there. False when it could not be written whole.
+    bool write(char *line, std::size_t length) noexcept;
+    void close() noexcept;
+
+private:
+    enum class Kind { none, plain, stream, console, wrapping };
+
+    bool openPlain() noexcept;
+
+    Kind kind = Kind::none;
+    int descriptor = -1;
+    trConsoleFn consoleRoutine = nullptr;
+    traceWrap_t wrapping;
+    char fileName[traceMaxName + 1] = "";
+};
+
+#endif
