@@ -1,0 +1,77 @@
+// From the store's kinds of failure to return codes, and the last failure of each thread.
+#include "client/api/answer.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace arca::api
+{
+
+namespace
+{
+
+std::int16_t codeOf(ErrorKind kind)
+{
+    switch (kind) {
+    case ErrorKind::notFound:
+        return HOX_RC_OBJECT_UNKNOWN;
+    case ErrorKind::exists:
+        return HOX_RC_OBJECT_EXISTS;
+    case ErrorKind::noRepository:
+        return HOX_RC_NO_REPOSITORY;
+    case ErrorKind::io:
+        return HOX_RC_REPOSITORY_IO;
+    case ErrorKind::full:
+        return HOX_RC_REPOSITORY_FULL;
+    case ErrorKind::readOnly:
+        return HOX_RC_REPOSITORY_READ_ONLY;
+    case ErrorKind::denied:
+        return HOX_RC_ACCESS_DENIED;
+    case ErrorKind::damaged:
+        return HOX_RC_REPOSITORY_DAMAGED;
+    case ErrorKind::newerFormat:
+        return HOX_RC_REPOSITORY_FORMAT;
+    case ErrorKind::authentication:
+        return HOX_RC_AUTH_FAILURE;
+    case ErrorKind::noPassword:
+        return HOX_RC_NO_PASS_FILE;
+    case ErrorKind::badOption:
+        return HOX_RC_BAD_OPTION_FILE;
+    case ErrorKind::badArgument:
+        return HOX_RC_BAD_ARGUMENT;
+    case ErrorKind::conflict:
+        return HOX_RC_RETRY_SESSION;
+    case ErrorKind::internal:
+        return HOX_RC_INTERNAL;
+    }
+    return HOX_RC_INTERNAL;
+}
+
+// Plain memory: a thread-local object with a destructor would have to run in a host that may have
+// forgotten us by then.
+struct LastFailure {
+    std::int16_t code;
+    char detail[HOX_MAX_RC_MESSAGE + 1];
+};
+thread_local LastFailure lastFailure;
+
+} // namespace
+
+Refusal::Refusal(Error error) : code(codeOf(error.kind)), detail(std::move(error.text)) {}
+
+std::int16_t remembered(const Refusal &refusal) noexcept
+{
+    const std::size_t length =
+        std::min<std::size_t>(refusal.detail.size(), sizeof lastFailure.detail - 1);
+    lastFailure.code = refusal.code;
+    std::memcpy(lastFailure.detail, refusal.detail.data(), length);
+    lastFailure.detail[length] = '\0';
+    return refusal.code;
+}
+
+const char *lastDetail(std::int16_t code) noexcept
+{
+    return lastFailure.code == code && lastFailure.detail[0] != '\0' ? lastFailure.detail : nullptr;
+}
+
+} // namespace arca::api

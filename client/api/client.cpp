@@ -1,0 +1,106 @@
+// The state of the process: see the header.
+#include "client/api/client.h"
+
+#include "client/api/local_log.h"
+
+namespace arca::api
+{
+
+std::string installedDirectory()
+{
+    return KEEL_CLIENT_ROOT "/api/bin64";
+}
+
+Client &Client::instance()
+{
+    // Never destroyed: the host may still call while it exits, and an exit handler of ours is not
+    // wanted in it.
+    static Client *const client = new Client;
+    return *client;
+}
+
+void Client::setUp(SetUp setUp)
+{
+    cleanUp();
+    const std::lock_guard hold(mutex_);
+    setUp_ = std::move(setUp);
+}
+
+void Client::cleanUp()
+{
+    std::map<hoxHandle_t, std::shared_ptr<Session>> ending;
+    {
+        const std::lock_guard hold(mutex_);
+        ending.swap(sessions_);
+    }
+    for (const auto &[handle, session] : ending)
+        endSession(*session);
+    const std::lock_guard hold(mutex_);
+    setUp_.reset();
+}
+
+Answer<SetUp> Client::currentSetUp()
+{
+    const std::lock_guard hold(mutex_);
+    if (!setUp_)
+        return refused(HOX_RC_NOT_SET_UP);
+    return *setUp_;
+}
+
+hoxHandle_t Client::add(std::shared_ptr<Session> session)
+{
+    constexpr hoxHandle_t kHighest = 0x7fffffff;
+    const std::lock_guard hold(mutex_);
+    // Counting on, so that the handle of an ended session stays dead for a long time.
+    do
+        lastHandle_ = lastHandle_ == kHighest ? 1 : lastHandle_ + 1;
+    while (sessions_.contains(lastHandle_));
+    sessions_.emplace(lastHandle_, std::move(session));
+    return lastHandle_;
+}
+
+Answer<std::shared_ptr<Session>> Client::find(hoxHandle_t handle)
+{
+    const std::lock_guard hold(mutex_);
+    const auto found = sessions_.find(handle);
+    if (found == sessions_.end())
+        return refused(HOX_RC_BAD_HANDLE);
+    return found->second;
+}
+
+Answer<std::shared_ptr<Session>> Client::take(hoxHandle_t handle)
+{
+    const std::lock_guard hold(mutex_);
+    const auto found = sessions_.find(handle);
+    if (found == sessions_.end())
+        return refused(HOX_RC_BAD_HANDLE);
+    auto session = std::move(found->second);
+    sessions_.erase(found);
+    return session;
+}
+
+bool Client::logLocally(const std::string &text)
+{
+    std::string path;
+    {
+        const std::lock_guard hold(mutex_);
+        if (setUp_)
+            path = setUp_->localLog;
+    }
+    return !path.empty() && appendToLocalLog(path, text);
+}
+
+void endSession(Session &session)
+{
+    const std::lock_guard hold(session.mutex);
+    session.ended = true;
+    session.transaction.reset();
+    session.query.reset();
+    session.retrieval.reset();
+    // The application cannot do anything about it here, and its work is not hurt by it.
+    if (const auto published = session.log.publish(); !published)
+        (void)Client::instance().logLocally("The activity log of the repository lost events: " +
+                                            published.error().text);
+}
+
+} // namespace arca::api

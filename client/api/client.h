@@ -1,0 +1,70 @@
+// The state of the process: what hoxSetUp said, and the table of sessions. Any thread may use it.
+#ifndef KEEL_CLIENT_API_CLIENT_H
+#define KEEL_CLIENT_API_CLIENT_H
+
+#include "client/api/session.h"
+
+#include <map>
+#include <memory>
+
+namespace arca::api
+{
+
+/// What hoxSetUp was told, with defaults filled in.
+struct SetUp {
+    std::string directory;  // of the client
+    std::string optionFile; // full path
+    std::string localLog;   // full path
+    config::Options options;
+};
+
+class Client
+{
+public:
+    static Client &instance();
+
+    /// Ends every session of an earlier set-up first.
+    void setUp(SetUp setUp);
+    void cleanUp();
+
+    /// HOX_RC_NOT_SET_UP.
+    Answer<SetUp> currentSetUp();
+
+    hoxHandle_t add(std::shared_ptr<Session> session);
+    /// HOX_RC_BAD_HANDLE.
+    Answer<std::shared_ptr<Session>> find(hoxHandle_t handle);
+    Answer<std::shared_ptr<Session>> take(hoxHandle_t handle);
+
+    /// A line for the local log, as far as one is known and can be written.
+    bool logLocally(const std::string &text);
+
+private:
+    Client() = default;
+
+    std::mutex mutex_; // never held while a session's mutex is waited for
+    std::optional<SetUp> setUp_;
+    std::map<hoxHandle_t, std::shared_ptr<Session>> sessions_;
+    hoxHandle_t lastHandle_ = 0;
+};
+
+/// Aborts what is open and publishes the log. The session answers HOX_RC_BAD_HANDLE afterwards.
+void endSession(Session &session);
+
+/// The body of an operation on a session: `body` gets it locked.
+template <class Body> std::int16_t inSession(hoxHandle_t handle, Body body) noexcept
+{
+    return atBoundary([&]() -> Code {
+        ARCA_TRY(const std::shared_ptr<Session> session, Client::instance().find(handle));
+        const std::lock_guard hold(session->mutex);
+        if (session->ended)
+            return refused(HOX_RC_BAD_HANDLE);
+        return body(*session);
+    });
+}
+
+/// Where the client is installed.
+std::string installedDirectory();
+
+} // namespace arca::api
+
+#endif

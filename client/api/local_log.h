@@ -1,0 +1,18 @@
+// The client's local log: whole lines appended to a file that other processes, and the application
+// itself, append to as well. It is never cut, wrapped or replaced. Any thread may write.
+#ifndef KEEL_CLIENT_API_LOCAL_LOG_H
+#define KEEL_CLIENT_API_LOCAL_LOG_H
+
+#include <string>
+
+namespace arca::api
+{
+
+/// Appends "<date> <time> TID<pid>  ==>  <text>" and a newline as one write under a lock on the
+/// whole file, which is made with mode 0600 when it is not there. False when it could not be
+/// written.
+bool appendToLocalLog(const std::string &path, const std::string &text);
+
+} // namespace arca::api
+
+#endif

@@ -1,0 +1,189 @@
+// The beginning and the end of a session.
+#include "client/api/client.h"
+#include "client/api/query_options.h"
+#include "client/api/records.h"
+#include "client/base/text.h"
+#include "client/config/node_keys.h"
+
+using namespace arca;
+using namespace arca::api;
+
+namespace
+{
+
+/// What a session is asked for with, whichever of the two operations was called.
+struct Request {
+    std::string node;
+    std::string asNode;
+    std::string owner;
+    std::string configFile;
+    std::string options;
+    const char *password = nullptr;
+    const char *newPassword = nullptr;
+    int (*passwordCallback)(char *, std::uint32_t) = nullptr;
+};
+
+Answer<config::Options> optionsFor(const Request &request, const SetUp &setUp)
+{
+    config::Options options = setUp.options;
+    if (!request.configFile.empty() && request.configFile != setUp.optionFile) {
+        ARCA_TRY(options, config::readOptionFile(request.configFile));
+    }
+    if (auto applied = config::applyOptionString(options, request.options); !applied)
+        return refused(HOX_RC_BAD_OPTION_STRING, applied.error().text);
+    if (options.repository.empty())
+        return refused(HOX_RC_BAD_OPTION_FILE,
+                       "the option file " + options.file + " names no REPOSITORY");
+    return options;
+}
+
+Answer<std::unique_ptr<store::Repository>> openRepository(const config::Options &options)
+{
+    auto repository = store::Repository::open(options.repository);
+    if (repository)
+        return std::move(repository).value();
+    Error failure = std::move(repository).error();
+    if (failure.kind == ErrorKind::noRepository)
+        failure.text += "; make one with: arca init --optfile " + options.file;
+    return Refusal(std::move(failure));
+}
+
+/// The password of the node, wherever it is to come from.
+Answer<std::string> passwordFor(const Request &request, const config::Options &options,
+                                const std::string &uuid, const std::string &node)
+{
+    if (options.passwordAccess == config::PasswordAccess::generate) {
+        ARCA_TRY(std::string kept, config::NodeKeys(options.file).find(uuid, node));
+        return kept;
+    }
+    if (request.password != nullptr && *request.password != '\0')
+        return pointerText(request.password, HOX_MAX_PASSWORD, "the password", HOX_RC_AUTH_FAILURE);
+    if (request.passwordCallback != nullptr) {
+        char typed[HOX_MAX_PASSWORD + 1] = "";
+        const bool given = request.passwordCallback(typed, sizeof typed) == 0;
+        typed[sizeof typed - 1] = '\0';
+        std::string password(given ? typed : "");
+        wipe(std::as_writable_bytes(std::span(typed)));
+        if (!password.empty())
+            return password;
+    }
+    return refused(HOX_RC_AUTH_FAILURE, "no password was supplied for node " + printable(node) +
+                                            ", and the option PASSWORDACCESS says prompt");
+}
+
+Answer<void> expectRegistered(store::Repository &repository, const config::Options &options,
+                              const std::string &node)
+{
+    ARCA_TRY(const bool registered, repository.nodes().isRegistered(node));
+    if (!registered)
+        return refused(HOX_RC_AUTH_FAILURE,
+                       "the node " + printable(node) + " is not registered in the repository " +
+                           repository.shownName() + "; register it with: arca init --optfile " +
+                           options.file);
+    return {};
+}
+
+Answer<hoxHandle_t> startSession(const Request &request)
+{
+    ARCA_TRY(const SetUp setUp, Client::instance().currentSetUp());
+    ARCA_TRY(const config::Options options, optionsFor(request, setUp));
+    std::string node = request.node;
+    if (node.empty()) {
+        ARCA_TRY(node, config::nodeNameFor(options));
+    }
+    if (!request.asNode.empty() && request.asNode != node)
+        return refused(HOX_RC_NOT_SUPPORTED, "sessions for another node are not offered");
+
+    ARCA_TRY(auto repository, openRepository(options));
+    ARCA_CHECK(expectRegistered(*repository, options, node));
+    ARCA_TRY(std::string password, passwordFor(request, options, repository->uuid(), node));
+    auto space = repository->logOn(node, password);
+    wipe(password);
+    if (!space)
+        return Refusal(std::move(space).error());
+    // Behind channels that died. What cannot be cleaned now is in nobody's way.
+    (void)repository->blobs().removeLeftovers();
+
+    auto session =
+        std::make_shared<Session>(std::move(repository), std::move(space).value(), options);
+    session->owner = request.owner;
+    return Client::instance().add(std::move(session));
+}
+
+Answer<Request> requestFrom(const hoxInitExIn_t &input)
+{
+    Request request;
+    ARCA_TRY(request.node, pointerText(input.nodeName, HOX_MAX_NODE_NAME, "the node name",
+                                       HOX_RC_NODE_NAME_TOO_LONG));
+    ARCA_TRY(request.asNode, pointerText(input.asNodeName, HOX_MAX_NODE_NAME, "the node name",
+                                         HOX_RC_NODE_NAME_TOO_LONG));
+    ARCA_TRY(request.owner, pointerText(input.ownerName, HOX_MAX_OWNER_NAME, "the owner name"));
+    ARCA_TRY(request.configFile,
+             pointerText(input.configFile, HOX_MAX_PATH, "the name of the option file"));
+    ARCA_TRY(request.options, pointerText(input.options, HOX_MAX_OPTIONS, "the option string",
+                                          HOX_RC_BAD_OPTION_STRING));
+    request.password = input.password;
+    request.newPassword = input.newPassword;
+    request.passwordCallback = input.passwordCallback;
+    if (input.newPassword != nullptr && *input.newPassword != '\0')
+        return refused(HOX_RC_NOT_SUPPORTED, "the password is not changed by the start of a "
+                                             "session");
+    return request;
+}
+
+Code initEx(hoxHandle_t *handle, const hoxInitExIn_t &input, hoxInitExOut_t *output)
+{
+    ARCA_TRY(const Request request, requestFrom(input));
+    ARCA_TRY(const hoxHandle_t started, startSession(request));
+    *handle = started;
+    if (output != nullptr) {
+        *output = hoxInitExOut_t{};
+        output->stVersion = HOX_INITEX_OUT_VERSION;
+        ARCA_TRY(const auto session, Client::instance().find(started));
+        fill(output->serverName, repositoryName(session->options));
+        output->serverVersion = HOX_API_VERSION;
+        output->serverRelease = HOX_API_RELEASE;
+        output->serverModification = HOX_API_LEVEL;
+        output->serverLevel = HOX_API_SUBLEVEL;
+    }
+    return success();
+}
+
+} // namespace
+
+std::int16_t hoxInitEx(hoxHandle_t *handle, const hoxInitExIn_t *input, hoxInitExOut_t *output)
+{
+    return atBoundary([&]() -> Code {
+        if (handle == nullptr)
+            return refused(HOX_RC_NULL_ARGUMENT, "the handle is null");
+        ARCA_CHECK(expectVersion(input, input == nullptr ? std::uint16_t{0} : input->stVersion,
+                                 HOX_INITEX_IN_VERSION, "the session request"));
+        return initEx(handle, *input, output);
+    });
+}
+
+std::int16_t hoxInit(hoxHandle_t *handle, const hoxApiVersion *version, const char *nodeName,
+                     const char *ownerName, const char *password, const char *,
+                     const char *configFile, const char *options)
+{
+    return atBoundary([&]() -> Code {
+        if (handle == nullptr || version == nullptr)
+            return refused(HOX_RC_NULL_ARGUMENT, "the handle or the version is null");
+        hoxInitExIn_t input{};
+        input.nodeName = nodeName;
+        input.ownerName = ownerName;
+        input.password = password;
+        input.configFile = configFile;
+        input.options = options;
+        return initEx(handle, input, nullptr);
+    });
+}
+
+std::int16_t hoxTerminate(hoxHandle_t handle)
+{
+    return atBoundary([&]() -> Code {
+        ARCA_TRY(const auto session, Client::instance().take(handle));
+        endSession(*session);
+        return success();
+    });
+}

@@ -1,0 +1,168 @@
+// Sending objects.
+#include "client/api/client.h"
+#include "client/api/filespace_check.h"
+#include "client/api/records.h"
+#include "client/base/text.h"
+
+using namespace arca;
+using namespace arca::api;
+
+namespace
+{
+
+Answer<void> expectBackup(std::uint8_t sendType)
+{
+    if (sendType != HOX_SEND_BACKUP && sendType != HOX_SEND_BACKUP_BIND)
+        return refused(HOX_RC_BAD_ARGUMENT, "the send type is unknown");
+    return {};
+}
+
+Answer<std::string> classFor(const char *name)
+{
+    ARCA_TRY(const std::string wanted,
+             pointerText(name, HOX_MAX_MC_NAME, "the management class", HOX_RC_MC_UNKNOWN));
+    if (wanted.empty())
+        return std::string(store::defaultManagementClass().name);
+    const auto found = store::findManagementClass(wanted);
+    if (!found)
+        return refused(HOX_RC_MC_UNKNOWN,
+                       "the management class " + printable(wanted) + " is not defined");
+    return std::string(found->name);
+}
+
+Answer<std::string> infoOf(const ObjAttr &attributes)
+{
+    if (attributes.objInfoLength > HOX_MAX_OBJ_INFO)
+        return refused(HOX_RC_BAD_ARGUMENT, "the object information is too long");
+    if (attributes.objInfo == nullptr && attributes.objInfoLength != 0)
+        return refused(HOX_RC_NULL_ARGUMENT, "the object information is null");
+    return std::string(attributes.objInfo == nullptr ? "" : attributes.objInfo,
+                       attributes.objInfoLength);
+}
+
+Answer<store::PieceDescription> describe(Session &session, const hoxObjName *name,
+                                         const ObjAttr *attributes)
+{
+    store::PieceDescription piece;
+    ARCA_TRY(piece.name, objectNameOf(name));
+    ARCA_CHECK(expectVersion(attributes,
+                             attributes == nullptr ? std::uint16_t{0} : attributes->stVersion,
+                             HOX_OBJATTR_VERSION, "the attribute record"));
+    ARCA_TRY(piece.owner, fieldText(attributes->owner, "the owner"));
+    ARCA_TRY(piece.managementClass, classFor(attributes->mcNameP));
+    ARCA_TRY(piece.info, infoOf(*attributes));
+    piece.sizeEstimate = joined(attributes->sizeEstimate);
+    ARCA_CHECK(expectFilespace(session, piece.name.filespace));
+    return piece;
+}
+
+Answer<void> sendBlock(Transaction &transaction, DataBlk *data)
+{
+    ARCA_TRY(const ByteView bytes, bytesIn(data));
+    data->numBytes = 0;
+    ARCA_CHECK(transaction.append(bytes));
+    data->numBytes = data->bufferLen;
+    return {};
+}
+
+Answer<void> beginObject(Session &session, std::uint8_t sendType, const hoxObjName *name,
+                         const ObjAttr *attributes, DataBlk *data)
+{
+    ARCA_CHECK(expectBackup(sendType));
+    if (data != nullptr)
+        ARCA_CHECK(bytesIn(data));
+    ARCA_TRY(store::PieceDescription piece, describe(session, name, attributes));
+    ARCA_CHECK(session.transaction->beginObject(std::move(piece)));
+    if (data != nullptr)
+        ARCA_CHECK(sendBlock(*session.transaction, data));
+    return {};
+}
+
+Answer<store::PieceTotals> endObject(Session &session)
+{
+    if (!session.transaction || !session.transaction->isSending())
+        return refused(HOX_RC_BAD_CALL_SEQUENCE);
+    return session.transaction->endObject();
+}
+
+} // namespace
+
+std::int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, std::uint8_t sendType,
+                       mcBindKey *binding)
+{
+    return inSession(handle, [&](Session &) -> Code {
+        if (binding == nullptr)
+            return refused(HOX_RC_NULL_ARGUMENT, "the binding record is null");
+        ARCA_CHECK(expectVersion(binding,
+                                 binding->stVersion == 0 ? std::uint16_t{HOX_MCBIND_VERSION}
+                                                         : binding->stVersion,
+                                 HOX_MCBIND_VERSION, "the binding record"));
+        ARCA_CHECK(expectBackup(sendType));
+        ARCA_CHECK(objectNameOf(name));
+        const store::ManagementClass &bound = store::defaultManagementClass();
+        *binding = mcBindKey{};
+        binding->stVersion = HOX_MCBIND_VERSION;
+        fill(binding->mcName, bound.name);
+        binding->backupCopyGroup = 1;
+        fill(binding->backupDestination, bound.storagePool);
+        return success();
+    });
+}
+
+std::int16_t hoxSendObj(hoxHandle_t handle, std::uint8_t sendType, void *, const hoxObjName *name,
+                        const ObjAttr *attributes, DataBlk *data)
+{
+    return inSession(handle, [&](Session &session) -> Code {
+        if (!session.transaction || session.transaction->isSending())
+            return refused(HOX_RC_BAD_CALL_SEQUENCE);
+        const auto begun = beginObject(session, sendType, name, attributes, data);
+        if (!begun) {
+            // A refused object is a missing step: the transaction must not be committed without it.
+            session.transaction->poison(begun.error());
+            return begun.error();
+        }
+        return success();
+    });
+}
+
+std::int16_t hoxSendData(hoxHandle_t handle, DataBlk *data)
+{
+    return inSession(handle, [&](Session &session) -> Code {
+        if (!session.transaction || !session.transaction->isSending())
+            return refused(HOX_RC_BAD_CALL_SEQUENCE);
+        const auto sent = sendBlock(*session.transaction, data);
+        if (!sent) {
+            session.transaction->poison(sent.error());
+            return sent.error();
+        }
+        return success();
+    });
+}
+
+std::int16_t hoxEndSendObj(hoxHandle_t handle)
+{
+    return inSession(handle, [](Session &session) -> Code {
+        ARCA_CHECK(endObject(session));
+        return success();
+    });
+}
+
+std::int16_t hoxEndSendObjEx(hoxHandle_t handle, const hoxEndSendObjExIn_t *input,
+                             hoxEndSendObjExOut_t *output)
+{
+    return inSession(handle, [&](Session &session) -> Code {
+        ARCA_CHECK(expectVersion(input, input == nullptr ? std::uint16_t{0} : input->stVersion,
+                                 HOX_ENDSENDEX_VERSION, "the record of the end"));
+        if (output == nullptr)
+            return refused(HOX_RC_NULL_ARGUMENT, "there is no place for the totals");
+        ARCA_TRY(const store::PieceTotals totals, endObject(session));
+        *output = hoxEndSendObjExOut_t{};
+        output->stVersion = HOX_ENDSENDEX_VERSION;
+        // Stored as it came. All of it went straight to the directory: there is no server process.
+        output->totalBytesSent = split(totals.streamBytes);
+        output->totalCompressSize = split(totals.streamBytes);
+        output->totalDedupSize = split(totals.streamBytes);
+        output->totalDirectBytes = split(totals.streamBytes);
+        return success();
+    });
+}

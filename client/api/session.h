@@ -1,0 +1,60 @@
+// A session: a node that proved who it is, and what it is in the middle of. One thread uses it at a
+// time; `mutex` makes sure of that.
+#ifndef KEEL_CLIENT_API_SESSION_H
+#define KEEL_CLIENT_API_SESSION_H
+
+#include "client/api/transaction.h"
+#include "client/config/options.h"
+#include "client/store/activity_log.h"
+#include "client/store/policy.h"
+#include "client/store/repository.h"
+
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <variant>
+#include <vector>
+
+namespace arca::api
+{
+
+/// An open query: the answers that are left.
+struct Query {
+    std::deque<std::variant<store::PieceInfo, store::ManagementClass>> answers;
+    bool classDetail = false;
+    std::int16_t atEnd = HOX_RC_NO_MATCH; // once an answer was given: HOX_RC_FINISHED
+};
+
+/// An open read: the objects that may be read, and the one that is.
+struct Retrieval {
+    std::vector<store::PieceId> ids;
+    std::unique_ptr<store::PieceReader> object;
+    std::uint64_t bytes = 0;
+};
+
+/// Only one of transaction, query and retrieval is open at a time.
+struct Session {
+    Session(std::unique_ptr<store::Repository> itsRepository,
+            std::unique_ptr<store::NodeSpace> itsSpace, config::Options itsOptions)
+        : options(std::move(itsOptions)), repository(std::move(itsRepository)),
+          space(std::move(itsSpace)), log(repository->blobs())
+    {
+    }
+
+    bool isIdle() const { return !transaction && !query && !retrieval; }
+
+    std::mutex mutex; // guards all below
+    const config::Options options;
+    std::string owner;
+    std::unique_ptr<store::Repository> repository;
+    std::unique_ptr<store::NodeSpace> space;
+    store::ActivityLog log;
+    std::optional<Transaction> transaction;
+    std::optional<Query> query;
+    std::optional<Retrieval> retrieval;
+    bool ended = false; // a call that was waiting for the mutex finds the session gone
+};
+
+} // namespace arca::api
+
+#endif

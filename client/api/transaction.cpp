@@ -1,0 +1,118 @@
+// Transactions: see the header.
+#include "client/api/transaction.h"
+
+namespace arca::api
+{
+
+namespace
+{
+
+constexpr std::size_t kMaxObjects = 4096;
+
+template <class T> Answer<T> answered(Result<T> result)
+{
+    if (!result)
+        return Refusal(std::move(result).error());
+    if constexpr (std::is_void_v<T>)
+        return {};
+    else
+        return std::move(result).value();
+}
+
+} // namespace
+
+void Transaction::poison(const Refusal &cause)
+{
+    if (failure_ == HOX_RC_OK)
+        failure_ = cause.code;
+    // What was sent so far is given up at once: its space may be what is lacking.
+    open_.reset();
+    finished_.clear();
+}
+
+template <class T> Answer<T> Transaction::step(Answer<T> answer)
+{
+    if (!answer)
+        poison(answer.error());
+    return answer;
+}
+
+Answer<void> Transaction::mayGoOn(bool sending) const
+{
+    if (sending != sending_)
+        return refused(HOX_RC_BAD_CALL_SEQUENCE);
+    if (failure_ != HOX_RC_OK)
+        return refused(HOX_RC_WILL_ABORT);
+    return {};
+}
+
+Answer<void> Transaction::beginObject(store::PieceDescription description)
+{
+    ARCA_CHECK(mayGoOn(false));
+    if (finished_.size() + deletions_.size() >= kMaxObjects)
+        return step<void>(refused(HOX_RC_BAD_ARGUMENT, "a transaction takes 4,096 objects"));
+    auto writer = step(answered(space_.beginPiece(std::move(description))));
+    if (!writer)
+        return std::move(writer).error();
+    open_ = std::move(writer).value();
+    sending_ = true;
+    return {};
+}
+
+Answer<void> Transaction::append(ByteView bytes)
+{
+    ARCA_CHECK(mayGoOn(true));
+    return step(answered(open_->append(bytes)));
+}
+
+Answer<store::PieceTotals> Transaction::endObject()
+{
+    const auto allowed = mayGoOn(true);
+    sending_ = false;
+    if (!allowed)
+        return allowed.error();
+    auto totals = step(answered(open_->finish()));
+    if (totals)
+        finished_.push_back(std::move(open_));
+    return totals;
+}
+
+Answer<void> Transaction::deleteObject(store::PieceId id)
+{
+    ARCA_CHECK(mayGoOn(false));
+    if (finished_.size() + deletions_.size() >= kMaxObjects)
+        return step<void>(refused(HOX_RC_BAD_ARGUMENT, "a transaction takes 4,096 objects"));
+    auto found = step(answered(space_.find(id)));
+    if (!found)
+        return std::move(found).error();
+    deletions_.push_back(id);
+    return {};
+}
+
+Answer<void> Transaction::commit()
+{
+    if (sending_)
+        poison(refused(HOX_RC_STEP_FAILED));
+    if (failure_ != HOX_RC_OK)
+        return refused(failure_);
+    return publish();
+}
+
+Answer<void> Transaction::publish()
+{
+    for (std::size_t i = 0; i < finished_.size(); ++i) {
+        auto done = finished_[i]->commit();
+        if (done)
+            continue;
+        // The failure that stopped it is what the caller hears of, not how the undoing went.
+        for (std::size_t k = 0; k < i; ++k)
+            (void)space_.remove(finished_[k]->id());
+        return Refusal(std::move(done).error());
+    }
+    for (const store::PieceId id : deletions_)
+        if (auto removed = space_.remove(id); !removed)
+            return Refusal(std::move(removed).error());
+    return {};
+}
+
+} // namespace arca::api

@@ -1,0 +1,67 @@
+// Beginning and ending a transaction.
+#include "client/api/client.h"
+#include "client/api/records.h"
+
+using namespace arca;
+using namespace arca::api;
+
+namespace
+{
+
+/// The answer of an end of transaction whose work was not done: the caller looks at the reason. Its
+/// sentence is kept for that reason, which is what the caller will ask the text of.
+Code withReason(std::uint16_t *reason, const Refusal &cause)
+{
+    *reason = static_cast<std::uint16_t>(remembered(cause));
+    return outcome(HOX_RC_CHECK_REASON);
+}
+
+Code endTransaction(Session &session, std::uint8_t vote, std::uint16_t *reason)
+{
+    if (vote != HOX_VOTE_COMMIT && vote != HOX_VOTE_ABORT)
+        return refused(HOX_RC_BAD_ARGUMENT, "the vote is neither commit nor abort");
+    if (!session.transaction)
+        return refused(HOX_RC_BAD_CALL_SEQUENCE);
+    const auto done = vote == HOX_VOTE_COMMIT ? session.transaction->commit()
+                                              : Answer<void>(refused(HOX_RC_ABORTED));
+    session.transaction.reset();
+    return done ? success() : withReason(reason, done.error());
+}
+
+} // namespace
+
+std::int16_t hoxBeginTxn(hoxHandle_t handle)
+{
+    return inSession(handle, [](Session &session) -> Code {
+        if (!session.isIdle())
+            return refused(HOX_RC_BAD_CALL_SEQUENCE);
+        session.transaction.emplace(*session.space);
+        return success();
+    });
+}
+
+std::int16_t hoxEndTxn(hoxHandle_t handle, std::uint8_t vote, std::uint16_t *reason)
+{
+    if (reason != nullptr)
+        *reason = 0;
+    return inSession(handle, [&](Session &session) -> Code {
+        if (reason == nullptr)
+            return refused(HOX_RC_NULL_ARGUMENT, "there is no place for the reason");
+        return endTransaction(session, vote, reason);
+    });
+}
+
+std::int16_t hoxEndTxnEx(hoxHandle_t handle, const hoxEndTxnExIn_t *input, hoxEndTxnExOut_t *output)
+{
+    if (output != nullptr)
+        output->reason = 0;
+    return inSession(handle, [&](Session &session) -> Code {
+        ARCA_CHECK(expectVersion(input, input == nullptr ? std::uint16_t{0} : input->stVersion,
+                                 HOX_ENDTXNEX_VERSION, "the record of the end"));
+        if (output == nullptr)
+            return refused(HOX_RC_NULL_ARGUMENT, "there is no place for the reason");
+        *output = hoxEndTxnExOut_t{};
+        output->stVersion = HOX_ENDTXNEX_VERSION;
+        return endTransaction(session, input->vote, &output->reason);
+    });
+}

@@ -1,0 +1,54 @@
+// Passwords: see the header.
+#include "client/base/password.h"
+
+#include "client/base/text.h"
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+
+#include <bit>
+
+namespace arca
+{
+
+namespace
+{
+constexpr std::size_t kGeneratedDigits = 64;
+constexpr std::uint64_t kMaxMemory = std::uint64_t{64} << 20;
+} // namespace
+
+PasswordCost costFor(std::string_view password)
+{
+    // Whoever types 64 hexadecimal digits has chosen something as good.
+    if (password.size() == kGeneratedDigits && fromHex(password))
+        return {16, 8, 1};
+    return {std::uint64_t{1} << 14, 8, 1};
+}
+
+Result<Sha256> derivePasswordKey(std::string_view password, ByteView salt, PasswordCost cost)
+{
+    const bool sensible = std::has_single_bit(cost.n) && cost.n > 1 && cost.r >= 1 &&
+                          cost.r <= 64 && cost.p >= 1 && cost.p <= 16 &&
+                          cost.n <= kMaxMemory / (128 * cost.r);
+    if (!sensible)
+        return Error{ErrorKind::damaged, "the cost of a password check is out of bounds"};
+    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr);
+    Sha256 key;
+    if (EVP_PBE_scrypt(password.data(), password.size(),
+                       reinterpret_cast<const unsigned char *>(salt.data()), salt.size(), cost.n,
+                       cost.r, cost.p, kMaxMemory * 2,
+                       reinterpret_cast<unsigned char *>(key.data()), key.size()) != 1)
+        return Error{ErrorKind::internal, "the password check failed"};
+    return key;
+}
+
+Result<std::string> generatePassword()
+{
+    Bytes random(kGeneratedDigits / 2);
+    ARCA_CHECK(fillRandom(random));
+    std::string digits = toHex(random);
+    wipe(random);
+    return digits;
+}
+
+} // namespace arca

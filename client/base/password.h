@@ -1,0 +1,30 @@
+// From a password to a key: scrypt, with a cost that is stored beside what is derived.
+#ifndef KEEL_CLIENT_BASE_PASSWORD_H
+#define KEEL_CLIENT_BASE_PASSWORD_H
+
+#include "client/base/hash.h"
+
+#include <string>
+#include <string_view>
+
+namespace arca
+{
+
+struct PasswordCost {
+    std::uint64_t n = 0; // a power of two
+    std::uint32_t r = 0;
+    std::uint32_t p = 0;
+};
+
+/// High for what people choose, low for what generatePassword() made.
+PasswordCost costFor(std::string_view password);
+
+/// A cost from outside may be absurd; beyond 64 MiB of memory it is refused as `damaged`.
+Result<Sha256> derivePasswordKey(std::string_view password, ByteView salt, PasswordCost cost);
+
+/// 256 random bits as 64 hexadecimal digits.
+Result<std::string> generatePassword();
+
+} // namespace arca
+
+#endif

@@ -1,0 +1,107 @@
+// Failure is a value: Result<T> carries a T, or an Error of a kind that callers branch on and one
+// sentence for the person on call (what failed, on which object, what to do; never a secret).
+// Values of these types belong to one thread.
+#ifndef KEEL_CLIENT_BASE_RESULT_H
+#define KEEL_CLIENT_BASE_RESULT_H
+
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <variant>
+
+namespace arca
+{
+
+enum class ErrorKind {
+    notFound,       // no such blob, piece, node ...
+    exists,         // the name is taken
+    noRepository,   // there is nothing like a repository at that place
+    io,             // the operating system failed to read or write
+    full,           // no space or quota left
+    readOnly,       // the file system is mounted read-only
+    denied,         // the operating system refuses
+    damaged,        // stored bytes are not what was written
+    newerFormat,    // made by a newer release
+    authentication, // a node that is not registered, or a wrong password
+    noPassword,     // the password that should be kept here is not there
+    badOption,      // an option file or option string is wrong
+    badArgument,
+    conflict, // somebody else changed the same thing at the same time; try again
+    internal, // a fault of our own
+};
+
+struct Error {
+    ErrorKind kind;
+    std::string text;
+};
+
+/// A value or a failure. Test it before value() or error(); the wrong one throws.
+template <class T, class E> class [[nodiscard]] Expected
+{
+    using Stored = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
+
+public:
+    Expected() requires std::is_void_v<T> : content_(std::in_place_index<0>) {}
+
+    template <class U>
+    requires(!std::is_void_v<T> && std::is_convertible_v<U, Stored> &&
+             !std::is_same_v<std::remove_cvref_t<U>, Expected> && !std::is_convertible_v<U, E>)
+        Expected(U &&value)
+        : content_(std::in_place_index<0>, std::forward<U>(value))
+    {
+    }
+
+    template <class F>
+    requires(std::is_convertible_v<F, E> && !std::is_same_v<std::remove_cvref_t<F>, Expected>)
+        Expected(F &&failure)
+        : content_(std::in_place_index<1>, std::forward<F>(failure))
+    {
+    }
+
+    explicit operator bool() const noexcept { return content_.index() == 0; }
+
+    Stored &value() & { return std::get<0>(content_); }
+    const Stored &value() const & { return std::get<0>(content_); }
+    Stored &&value() && { return std::get<0>(std::move(content_)); }
+    Stored &operator*() & { return value(); }
+    const Stored &operator*() const & { return value(); }
+    Stored *operator->() { return &value(); }
+    const Stored *operator->() const { return &value(); }
+
+    E &error() & { return std::get<1>(content_); }
+    const E &error() const & { return std::get<1>(content_); }
+    E &&error() && { return std::get<1>(std::move(content_)); }
+
+private:
+    std::variant<Stored, E> content_;
+};
+
+template <class T> using Result = Expected<T, Error>;
+
+/// Adds what the caller was doing: "reading piece /x//y: checksum differs".
+inline Error inContext(Error error, const std::string &doing)
+{
+    error.text = doing + ": " + error.text;
+    return error;
+}
+
+#define ARCA_JOIN_(a, b) a##b
+#define ARCA_JOIN(a, b) ARCA_JOIN_(a, b)
+
+/// ARCA_TRY(auto x, call()): x from the result of call(), or return its failure.
+#define ARCA_TRY(declaration, expression)                                                          \
+    auto ARCA_JOIN(tried_, __LINE__) = (expression);                                               \
+    if (!ARCA_JOIN(tried_, __LINE__))                                                              \
+        return std::move(ARCA_JOIN(tried_, __LINE__)).error();                                     \
+    declaration = std::move(ARCA_JOIN(tried_, __LINE__)).value()
+
+/// ARCA_CHECK(call()): return the failure of call(), if any.
+#define ARCA_CHECK(expression)                                                                     \
+    do {                                                                                           \
+        if (auto checked_ = (expression); !checked_)                                               \
+            return std::move(checked_).error();                                                    \
+    } while (false)
+
+} // namespace arca
+
+#endif

@@ -1,0 +1,79 @@
+// Where blobs live: immutable byte strings under names, a directory today, an object store later. A
+// store knows bytes and names, never what a piece is.
+//
+// What every store promises:
+//   - put-if-absent: commit() makes the whole blob appear under its name in one atomic step, or
+//     answers `exists` and changes nothing; no blob is ever overwritten or appended to.
+//   - durability: when commit() or remove() has returned, its effect survives the loss of power.
+//   When
+//     commit() failed, the name does not show.
+//   - a writer that is dropped, or whose process dies, leaves nothing that shows. What it leaves
+//   behind
+//     is found by removeLeftovers(), which never touches the work of a living writer.
+//
+// Names are made of lower-case letters, digits, '.', '-' and '/' between components. Several
+// threads and processes may use one store at once; a writer and a reader belong to one thread.
+#ifndef KEEL_CLIENT_BLOB_BLOB_STORE_H
+#define KEEL_CLIENT_BLOB_BLOB_STORE_H
+
+#include "client/base/bytes.h"
+#include "client/base/result.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace arca::blob
+{
+
+class BlobWriter
+{
+public:
+    /// Without commit() the blob is given up.
+    virtual ~BlobWriter() = default;
+
+    /// Nothing is promised of the bytes before commit(). After an error: drop the writer.
+    virtual Result<void> append(ByteView bytes) = 0;
+    /// Ends the writer, whatever comes back.
+    virtual Result<void> commit(const std::string &name) = 0;
+};
+
+class BlobReader
+{
+public:
+    virtual ~BlobReader() = default;
+
+    virtual std::uint64_t size() const = 0;
+    /// Reads into.size() bytes; fewer only at the end of the blob.
+    virtual Result<std::size_t> read(std::uint64_t offset, std::span<std::byte> into) = 0;
+    /// A hint that this range will be read soon.
+    virtual void readAhead(std::uint64_t offset, std::uint64_t length) = 0;
+};
+
+class BlobStore
+{
+public:
+    virtual ~BlobStore() = default;
+
+    virtual Result<std::unique_ptr<BlobWriter>> begin() = 0;
+    /// `notFound`. What an open reader reads stays readable when the blob is removed.
+    virtual Result<std::unique_ptr<BlobReader>> open(const std::string &name) = 0;
+    /// Visits every name that begins with `prefix`, in no order; `visit` answers false to stop. The
+    /// last component may be given in part.
+    virtual Result<void> list(const std::string &prefix,
+                              const std::function<bool(const std::string &name)> &visit) = 0;
+    /// Removes the very blob that `opened` reads: when the name leads to another blob by now, or to
+    /// none, it answers `notFound` and removes nothing.
+    virtual Result<void> remove(const std::string &name, BlobReader &opened) = 0;
+    /// Cleans up behind writers that died.
+    virtual Result<void> removeLeftovers() = 0;
+};
+
+/// Reads a small blob whole; `damaged` when it is larger than `limit`.
+Result<Bytes> readWhole(BlobStore &store, const std::string &name, std::size_t limit);
+/// Puts a small blob.
+Result<void> putWhole(BlobStore &store, const std::string &name, ByteView bytes);
+
+} // namespace arca::blob
+
+#endif

@@ -1,0 +1,53 @@
+// The blob store in a local directory.
+//
+//   ROOT/<name>              a blob: complete, synced, never changed
+//   ROOT/tmp/<pid>-<random>  a blob being written; its writer holds a lock on it while it lives
+//   ROOT/locks/remove        held while a blob is removed
+//
+// A file in tmp that can be locked has no writer any more and is removed. Directories appear as
+// they are needed and are never removed.
+#ifndef KEEL_CLIENT_BLOB_DIRECTORY_STORE_H
+#define KEEL_CLIENT_BLOB_DIRECTORY_STORE_H
+
+#include "client/blob/blob_store.h"
+#include "client/blob/file_layer.h"
+
+#include <mutex>
+#include <set>
+
+namespace arca::blob
+{
+
+class DirectoryStore final : public BlobStore
+{
+public:
+    /// `root` is an absolute path of an existing directory. `files` must outlive the store.
+    explicit DirectoryStore(std::string root, FileLayer &files = systemFiles());
+    ~DirectoryStore() override;
+
+    Result<std::unique_ptr<BlobWriter>> begin() override;
+    Result<std::unique_ptr<BlobReader>> open(const std::string &name) override;
+    Result<void> list(const std::string &prefix,
+                      const std::function<bool(const std::string &)> &visit) override;
+    Result<void> remove(const std::string &name, BlobReader &opened) override;
+    Result<void> removeLeftovers() override;
+
+private:
+    friend class DirectoryWriter;
+
+    Result<void> publish(const std::string &temporary, const std::string &name);
+    Result<void> ensureDirectory(const std::string &relative);
+    Result<void> walk(const std::string &directory, const std::string &prefix,
+                      const std::function<bool(const std::string &)> &visit, bool &goOn);
+    std::string pathOf(const std::string &name) const { return root_ + "/" + name; }
+
+    const std::string root_;
+    FileLayer &files_;
+
+    std::mutex mutex_;
+    std::set<std::string> durable_; // guarded by mutex_: directories known to survive power loss
+};
+
+} // namespace arca::blob
+
+#endif

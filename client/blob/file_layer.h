@@ -1,0 +1,83 @@
+// The operating system's files as the directory store sees them: one seam through which every
+// system call goes, so that a test can make the n-th one fail or lose what was not synced.
+// systemFiles() is the real one. Any thread may use a layer; a File belongs to one thread.
+#ifndef KEEL_CLIENT_BLOB_FILE_LAYER_H
+#define KEEL_CLIENT_BLOB_FILE_LAYER_H
+
+#include "client/base/bytes.h"
+#include "client/base/result.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace arca::blob
+{
+
+/// What tells one file from another whatever it is called. Not used again while somebody has the
+/// file open.
+struct FileIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t inode = 0;
+    bool operator==(const FileIdentity &) const = default;
+};
+
+class File
+{
+public:
+    virtual ~File() = default;
+
+    /// Appends all of it. After an error how much was written is not known.
+    virtual Result<void> write(ByteView bytes) = 0;
+    /// Fewer bytes than asked for only at the end of the file.
+    virtual Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) = 0;
+    virtual Result<std::uint64_t> size() = 0;
+
+    /// Content and length survive the loss of power. After an error their state is unknown.
+    virtual Result<void> sync() = 0;
+    /// Hints: start writing back, expect sequential reading, read ahead. They never fail.
+    virtual void startWriteBack(std::uint64_t offset, std::uint64_t length) = 0;
+    virtual void readAhead(std::uint64_t offset, std::uint64_t length) = 0;
+
+    /// A lock against other processes and other Files of this one, held until the File goes, or its
+    /// process. wait = false: answers false when somebody else holds it.
+    virtual Result<bool> lock(bool wait) = 0;
+    virtual Result<FileIdentity> identity() = 0;
+    /// Whether any name still leads to the file.
+    virtual Result<bool> hasName() = 0;
+};
+
+/// Every path is absolute. Errors: notFound, exists, full, readOnly, denied, io.
+class FileLayer
+{
+public:
+    virtual ~FileLayer() = default;
+
+    /// A new file, readable by its owner only. `exists` when the name is taken.
+    virtual Result<std::unique_ptr<File>> create(const std::string &path) = 0;
+    /// An existing regular file, for reading; or so that it can be locked, created if wanted.
+    virtual Result<std::unique_ptr<File>> open(const std::string &path) = 0;
+    virtual Result<std::unique_ptr<File>> openForLocking(const std::string &path, bool create) = 0;
+
+    /// Gives the file the name `to` in one step, and takes `from` away; `exists` when `to` is
+    /// taken. `to` survives the loss of power only after syncDirectory.
+    virtual Result<void> moveNew(const std::string &from, const std::string &to) = 0;
+    virtual Result<void> unlink(const std::string &path) = 0;
+    /// `exists` when there is a directory.
+    virtual Result<void> makeDirectory(const std::string &path) = 0;
+    virtual Result<void> syncDirectory(const std::string &path) = 0;
+    /// The names in a directory, without "." and ".."; `visit` answers false to stop.
+    virtual Result<void> list(const std::string &path,
+                              const std::function<bool(const std::string &)> &visit) = 0;
+    virtual Result<bool> isDirectory(const std::string &path) = 0;
+};
+
+/// The operating system's own. Lives as long as the process.
+FileLayer &systemFiles();
+
+/// What an errno means to us, with a sentence that names the action and the path.
+Error fromErrno(int number, const std::string &action, const std::string &path);
+
+} // namespace arca::blob
+
+#endif

@@ -1,0 +1,314 @@
+// The real file layer: POSIX calls, with what Linux offers beyond them behind feature checks. No
+// call leaves a descriptor that a program started by the host would inherit.
+#include "client/blob/file_layer.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#if __has_include(<sys/file.h>)
+#include <sys/file.h>
+#endif
+
+namespace arca::blob
+{
+
+Error fromErrno(int number, const std::string &action, const std::string &path)
+{
+    ErrorKind kind = ErrorKind::io;
+    switch (number) {
+    case ENOENT:
+    case ENOTDIR:
+        kind = ErrorKind::notFound;
+        break;
+    case EEXIST:
+        kind = ErrorKind::exists;
+        break;
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+        kind = ErrorKind::full;
+        break;
+    case EROFS:
+        kind = ErrorKind::readOnly;
+        break;
+    case EACCES:
+    case EPERM:
+        kind = ErrorKind::denied;
+        break;
+    default:
+        break;
+    }
+    char reason[128] = "";
+    // Two forms of strerror_r exist; whichever this is, the text is where it says or in the buffer.
+    const auto told = strerror_r(number, reason, sizeof reason);
+    if constexpr (std::is_pointer_v<decltype(told)>)
+        return {kind,
+                action + " " + path + ": " + std::string(reinterpret_cast<const char *>(told))};
+    return {kind, action + " " + path + ": " + reason};
+}
+
+namespace
+{
+
+template <class Call> auto retried(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR)
+        result = call();
+    return result;
+}
+
+class SystemFile final : public File
+{
+public:
+    SystemFile(int descriptor, std::string path) : descriptor_(descriptor), path_(std::move(path))
+    {
+    }
+    SystemFile(const SystemFile &) = delete;
+    SystemFile &operator=(const SystemFile &) = delete;
+    ~SystemFile() override { close(descriptor_); }
+
+    Result<void> write(ByteView bytes) override
+    {
+        while (!bytes.empty()) {
+            const ssize_t done =
+                retried([&] { return ::write(descriptor_, bytes.data(), bytes.size()); });
+            if (done < 0)
+                return failure("writing");
+            bytes = bytes.subspan(static_cast<std::size_t>(done));
+        }
+        return {};
+    }
+
+    Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) override
+    {
+        std::size_t total = 0;
+        while (total < into.size()) {
+            const ssize_t got = retried([&] {
+                return pread(descriptor_, into.data() + total, into.size() - total,
+                             static_cast<off_t>(offset + total));
+            });
+            if (got < 0)
+                return failure("reading");
+            if (got == 0)
+                break;
+            total += static_cast<std::size_t>(got);
+        }
+        return total;
+    }
+
+    Result<std::uint64_t> size() override
+    {
+        ARCA_TRY(const struct stat state, status());
+        return static_cast<std::uint64_t>(state.st_size);
+    }
+
+    Result<void> sync() override
+    {
+#if defined(_POSIX_SYNCHRONIZED_IO) && _POSIX_SYNCHRONIZED_IO > 0
+        const int result = retried([&] { return fdatasync(descriptor_); });
+#else
+        const int result = retried([&] { return fsync(descriptor_); });
+#endif
+        if (result != 0)
+            return failure("syncing");
+        return {};
+    }
+
+    void startWriteBack([[maybe_unused]] std::uint64_t offset,
+                        [[maybe_unused]] std::uint64_t length) override
+    {
+#ifdef SYNC_FILE_RANGE_WRITE
+        (void)sync_file_range(descriptor_, static_cast<off_t>(offset), static_cast<off_t>(length),
+                              SYNC_FILE_RANGE_WRITE);
+#endif
+    }
+
+    void readAhead([[maybe_unused]] std::uint64_t offset,
+                   [[maybe_unused]] std::uint64_t length) override
+    {
+#ifdef POSIX_FADV_WILLNEED
+        if (offset == 0)
+            (void)posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
+        (void)posix_fadvise(descriptor_, static_cast<off_t>(offset), static_cast<off_t>(length),
+                            POSIX_FADV_WILLNEED);
+#endif
+    }
+
+    Result<bool> lock(bool wait) override
+    {
+#ifdef LOCK_EX
+        if (retried([&] { return flock(descriptor_, LOCK_EX | (wait ? 0 : LOCK_NB)); }) == 0)
+            return true;
+        if (!wait && errno == EWOULDBLOCK)
+            return false;
+#else
+        // Record locks do not exclude two descriptors of one process; see ownedByThisProcess in
+        // the directory store for what makes up for it.
+        struct flock region = {};
+        region.l_type = F_WRLCK;
+        region.l_whence = SEEK_SET;
+        if (retried([&] { return fcntl(descriptor_, wait ? F_SETLKW : F_SETLK, &region); }) == 0)
+            return true;
+        if (!wait && (errno == EACCES || errno == EAGAIN))
+            return false;
+#endif
+        return failure("locking");
+    }
+
+    Result<FileIdentity> identity() override
+    {
+        ARCA_TRY(const struct stat state, status());
+        return FileIdentity{static_cast<std::uint64_t>(state.st_dev),
+                            static_cast<std::uint64_t>(state.st_ino)};
+    }
+
+    Result<bool> hasName() override
+    {
+        ARCA_TRY(const struct stat state, status());
+        return state.st_nlink > 0;
+    }
+
+private:
+    Error failure(const char *action) const
+    {
+        return fromErrno(errno, action, path_);
+    }
+
+    Result<struct stat> status() const
+    {
+        struct stat state;
+        if (fstat(descriptor_, &state) != 0)
+            return failure("inspecting");
+        return state;
+    }
+
+    int descriptor_;
+    std::string path_;
+};
+
+class SystemFiles final : public FileLayer
+{
+public:
+    Result<std::unique_ptr<File>> create(const std::string &path) override
+    {
+        return opened(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, "creating");
+    }
+
+    Result<std::unique_ptr<File>> open(const std::string &path) override
+    {
+        return opened(path, O_RDONLY | O_NONBLOCK, "opening");
+    }
+
+    Result<std::unique_ptr<File>> openForLocking(const std::string &path, bool create) override
+    {
+        return opened(path, O_RDWR | (create ? O_CREAT : 0) | O_NOFOLLOW | O_NONBLOCK, "opening");
+    }
+
+    Result<void> moveNew(const std::string &from, const std::string &to) override
+    {
+        // A hard link never replaces what is there. Some file systems have none.
+        if (link(from.c_str(), to.c_str()) == 0) {
+            // The name counts, not the leftover: a later clean-up takes it away if this fails.
+            (void)::unlink(from.c_str());
+            return {};
+        }
+#ifdef RENAME_NOREPLACE
+        if ((errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS || errno == EMLINK) &&
+            renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+            return {};
+#endif
+        return fromErrno(errno, "naming", to);
+    }
+
+    Result<void> unlink(const std::string &path) override
+    {
+        if (::unlink(path.c_str()) != 0)
+            return fromErrno(errno, "removing", path);
+        return {};
+    }
+
+    Result<void> makeDirectory(const std::string &path) override
+    {
+        if (mkdir(path.c_str(), 0700) != 0)
+            return fromErrno(errno, "creating the directory", path);
+        return {};
+    }
+
+    Result<void> syncDirectory(const std::string &path) override
+    {
+        const int descriptor =
+            retried([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+        if (descriptor < 0)
+            return fromErrno(errno, "opening the directory", path);
+        const int result = retried([&] { return fsync(descriptor); });
+        const int number = errno;
+        close(descriptor);
+        // Some file systems cannot sync a directory and say so; there is nothing more to be done.
+        if (result != 0 && number != EINVAL)
+            return fromErrno(number, "syncing the directory", path);
+        return {};
+    }
+
+    Result<void> list(const std::string &path,
+                      const std::function<bool(const std::string &)> &visit) override
+    {
+        const std::unique_ptr<DIR, int (*)(DIR *)> directory(opendir(path.c_str()), &closedir);
+        if (!directory)
+            return fromErrno(errno, "opening the directory", path);
+        for (;;) {
+            errno = 0;
+            const dirent *entry = readdir(directory.get());
+            if (entry == nullptr)
+                break;
+            const std::string name = entry->d_name;
+            if (name != "." && name != ".." && !visit(name))
+                return {};
+        }
+        if (errno != 0)
+            return fromErrno(errno, "reading the directory", path);
+        return {};
+    }
+
+    Result<bool> isDirectory(const std::string &path) override
+    {
+        struct stat state;
+        if (stat(path.c_str(), &state) == 0)
+            return S_ISDIR(state.st_mode);
+        if (errno == ENOENT || errno == ENOTDIR)
+            return false;
+        return fromErrno(errno, "inspecting", path);
+    }
+
+private:
+    static Result<std::unique_ptr<File>> opened(const std::string &path, int flags,
+                                                const char *action)
+    {
+        const int descriptor =
+            retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0600); });
+        if (descriptor < 0)
+            return fromErrno(errno, action, path);
+        auto file = std::make_unique<SystemFile>(descriptor, path);
+        struct stat state;
+        if (fstat(descriptor, &state) != 0)
+            return fromErrno(errno, "inspecting", path);
+        if (!S_ISREG(state.st_mode))
+            return Error{ErrorKind::io, action + (" " + path) + ": not a regular file"};
+        return std::unique_ptr<File>(std::move(file));
+    }
+};
+
+} // namespace
+
+FileLayer &systemFiles()
+{
+    static SystemFiles *const files = new SystemFiles; // never destroyed: no exit handler of ours
+    return *files;
+}
+
+} // namespace arca::blob

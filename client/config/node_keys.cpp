@@ -1,0 +1,110 @@
+// The file of kept node passwords: see the header.
+#include "client/config/node_keys.h"
+
+#include "client/base/hash.h"
+#include "client/base/text.h"
+#include "client/blob/file_layer.h"
+
+#include <cstdio>
+
+namespace arca::config
+{
+
+namespace
+{
+
+constexpr std::uint64_t kMaxFileBytes = std::uint64_t{1} << 20;
+constexpr std::string_view kPreamble =
+    "# Node passwords kept by the storage client. Whoever can read this file can act as these\n"
+    "# nodes: keep its mode 0600, and keep a copy of it in a safe place.\n";
+
+/// Calls `visit` with each line, its line feed included.
+template <class Visit> void eachLine(std::string_view text, Visit visit)
+{
+    while (!text.empty()) {
+        const auto end = text.find('\n');
+        const std::size_t length = end == std::string_view::npos ? text.size() : end + 1;
+        visit(text.substr(0, length));
+        text = text.substr(length);
+    }
+}
+
+/// The password of a line that belongs to the node; empty when the line is another's.
+std::string_view passwordIn(std::string_view line, const std::string &uuid, const std::string &node)
+{
+    line = trimmed(line);
+    const auto first = line.find(' ');
+    const auto second = first == std::string_view::npos ? first : line.find(' ', first + 1);
+    if (second == std::string_view::npos || line.substr(0, first) != uuid ||
+        line.substr(second + 1) != node)
+        return {};
+    return line.substr(first + 1, second - first - 1);
+}
+
+} // namespace
+
+Result<std::string> NodeKeys::read() const
+{
+    ARCA_TRY(const auto file, blob::systemFiles().open(path_));
+    ARCA_TRY(const std::uint64_t size, file->size());
+    if (size > kMaxFileBytes)
+        return Error{ErrorKind::io, path_ + " has more than 1 MiB"};
+    std::string text(static_cast<std::size_t>(size), '\0');
+    ARCA_TRY(const std::size_t got, file->readAt(0, std::as_writable_bytes(std::span(text))));
+    text.resize(got);
+    return text;
+}
+
+Result<std::string> NodeKeys::find(const std::string &uuid, const std::string &node) const
+{
+    auto text = read();
+    if (!text) {
+        Error failure = std::move(text).error();
+        failure.kind = ErrorKind::noPassword;
+        return inContext(std::move(failure), "the kept password of node " + printable(node));
+    }
+    std::string password;
+    eachLine(*text, [&](std::string_view line) {
+        if (password.empty())
+            password = passwordIn(line, uuid, node);
+    });
+    wipe(*text);
+    if (password.empty())
+        return Error{ErrorKind::noPassword,
+                     "no password of node " + printable(node) + " is kept in " + path_};
+    return password;
+}
+
+Result<void> NodeKeys::keep(const std::string &uuid, const std::string &node,
+                            const std::string &password) const
+{
+    blob::FileLayer &files = blob::systemFiles();
+    auto old = read();
+    if (!old && old.error().kind != ErrorKind::notFound)
+        return std::move(old).error();
+    std::string text(kPreamble);
+    if (old) {
+        eachLine(*old, [&](std::string_view line) {
+            if (!line.starts_with('#') && passwordIn(line, uuid, node).empty())
+                text += line;
+        });
+        wipe(*old);
+    }
+    if (!text.ends_with('\n'))
+        text += '\n';
+    text += uuid + " " + password + " " + node + "\n";
+
+    const std::string fresh = path_ + ".new";
+    (void)files.unlink(fresh); // of an attempt that was interrupted
+    ARCA_TRY(const auto file, files.create(fresh));
+    auto written = file->write(viewOf(text));
+    wipe(text);
+    ARCA_CHECK(std::move(written));
+    ARCA_CHECK(file->sync());
+    if (std::rename(fresh.c_str(), path_.c_str()) != 0)
+        return blob::fromErrno(errno, "renaming", fresh);
+    const auto slash = path_.rfind('/');
+    return files.syncDirectory(slash == std::string::npos ? "." : path_.substr(0, slash + 1));
+}
+
+} // namespace arca::config

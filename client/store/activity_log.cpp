@@ -1,0 +1,60 @@
+// The activity log: see the header.
+#include "client/store/activity_log.h"
+
+#include "client/base/hash.h"
+#include "client/base/text.h"
+
+#include <ctime>
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr std::size_t kPublishAt = 16 * 1024;
+constexpr std::size_t kMaxGathered = 256 * 1024; // of a repository that takes nothing
+constexpr std::size_t kMaxText = 2048;
+
+std::string utcNow(const char *format)
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm utc{};
+    char text[64] = "";
+    if (gmtime_r(&now, &utc) != nullptr)
+        (void)std::strftime(text, sizeof text, format, &utc);
+    return text;
+}
+
+} // namespace
+
+Result<void> ActivityLog::append(const Event &event)
+{
+    std::string line = utcNow("%Y-%m-%dT%H:%M:%SZ");
+    line += '\t';
+    line += "IWES"[static_cast<std::size_t>(event.severity)];
+    for (const std::string *field :
+         {&event.node, &event.application, &event.messageId, &event.text})
+        line += '\t' + printable(*field, kMaxText);
+    line += '\n';
+    if (gathered_.size() + line.size() > kMaxGathered)
+        return Error{ErrorKind::full, "the activity log of the repository takes nothing"};
+    gathered_ += line;
+    if (event.severity >= Severity::error || gathered_.size() >= kPublishAt)
+        return publish();
+    return {};
+}
+
+Result<void> ActivityLog::publish()
+{
+    if (gathered_.empty())
+        return {};
+    Bytes random(8);
+    ARCA_CHECK(fillRandom(random));
+    const std::string name = "log/" + utcNow("%Y%m%d/%H%M%S-") + toHex(random);
+    ARCA_CHECK(blob::putWhole(store_, name, viewOf(gathered_)));
+    gathered_.clear();
+    return {};
+}
+
+} // namespace arca::store

@@ -1,0 +1,29 @@
+// A filespace of a node: a named group of pieces, described for the administrator.
+#ifndef KEEL_CLIENT_STORE_FILESPACE_H
+#define KEEL_CLIENT_STORE_FILESPACE_H
+
+#include "client/store/record.h"
+
+#include <string>
+
+namespace arca::store
+{
+
+struct Filespace {
+    std::string node;
+    std::string name;
+    std::string type;
+    std::string info; // the application's own
+    std::uint64_t occupancyBytes = 0;
+    std::uint64_t capacityBytes = 0;
+    std::uint64_t protectedMebibytes = 0;
+};
+
+/// The payload of a record of kind "ARCAFSPC": occupancy, capacity, protected size (8 bytes each),
+/// then node, name, type and information, each a 16-bit length and as many bytes.
+Bytes encodeFilespace(const Filespace &filespace);
+Result<Filespace> decodeFilespace(ByteView record);
+
+} // namespace arca::store
+
+#endif

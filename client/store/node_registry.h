@@ -1,0 +1,35 @@
+// The nodes that a repository knows, and how each proves who it is. The repository keeps no
+// password, only what a password is checked against.
+#ifndef KEEL_CLIENT_STORE_NODE_REGISTRY_H
+#define KEEL_CLIENT_STORE_NODE_REGISTRY_H
+
+#include "client/store/record.h"
+
+#include <string>
+
+namespace arca::store
+{
+
+class NodeRegistry
+{
+public:
+    explicit NodeRegistry(blob::BlobStore &store) : store_(store) {}
+
+    Result<bool> isRegistered(const std::string &node);
+    /// `exists` when it is registered already.
+    Result<void> registerNode(const std::string &node, std::string_view password);
+    /// `authentication` when the node is not registered or the password is not its own.
+    Result<void> authenticate(const std::string &node, std::string_view password);
+    /// Replaces the password; `authentication` when `oldPassword` is wrong.
+    Result<void> changePassword(const std::string &node, std::string_view oldPassword,
+                                std::string_view newPassword);
+
+private:
+    Result<NumberedRecord> recordOf(const std::string &node);
+
+    blob::BlobStore &store_;
+};
+
+} // namespace arca::store
+
+#endif

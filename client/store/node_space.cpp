@@ -1,0 +1,223 @@
+// A node's part of a repository.
+//
+//   pieces/<node key>/<xx>/<name hash>   one blob a piece; xx are the hash's first two digits
+//   filespaces/<node key>/<name hash>/   the numbered record of a filespace
+//
+// There is no catalogue to fall behind: the name hash (32 digits) leads from a name to its blob,
+// and the upper half of an identifier is the beginning of that hash, so an identifier leads to a
+// handful of blobs at most, whose headers tell which one is meant. Names and node in the header are
+// compared with what was asked for, so that no hash and no misplaced blob has to be trusted.
+#include "client/store/node_space.h"
+
+#include "client/base/text.h"
+
+#include <utility>
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr std::size_t kHashBytesInNames = 16;
+
+std::string digitsOf(const Sha256 &hash)
+{
+    return toHex(ByteView(hash).first(kHashBytesInNames));
+}
+
+Result<PieceId> newId(const Sha256 &nameHash)
+{
+    Bytes random(4);
+    PieceId low = 0;
+    while (low == 0) {
+        ARCA_CHECK(fillRandom(random));
+        low = ByteReader(random).u32();
+    }
+    PieceId high = 0;
+    for (std::size_t i = 0; i < 4; ++i)
+        high = high << 8 | std::to_integer<PieceId>(nameHash[i]);
+    return high << 32 | low;
+}
+
+Error unknownId(PieceId id)
+{
+    return {ErrorKind::notFound, "no object has the identifier " + toHex(id)};
+}
+
+} // namespace
+
+Result<std::string> nodeKey(const std::string &node)
+{
+    ARCA_TRY(const Sha256 hash, sha256({viewOf("node"), viewOf(node)}));
+    return digitsOf(hash);
+}
+
+NodeSpace::NodeSpace(blob::BlobStore &store, std::string node, std::string key)
+    : store_(store), node_(std::move(node)), key_(std::move(key))
+{
+}
+
+Result<std::unique_ptr<NodeSpace>> NodeSpace::open(blob::BlobStore &store, std::string node)
+{
+    ARCA_TRY(std::string key, nodeKey(node));
+    return std::unique_ptr<NodeSpace>(new NodeSpace(store, std::move(node), std::move(key)));
+}
+
+Result<Sha256> NodeSpace::hashOf(const ObjectName &name) const
+{
+    return sha256({viewOf("piece"), viewOf(node_), viewOf(name.filespace), viewOf(name.highLevel),
+                   viewOf(name.lowLevel)});
+}
+
+std::string NodeSpace::blobNameOf(const Sha256 &nameHash) const
+{
+    const std::string digits = digitsOf(nameHash);
+    return "pieces/" + key_ + "/" + digits.substr(0, 2) + "/" + digits;
+}
+
+std::string NodeSpace::prefixOf(PieceId id) const
+{
+    const std::string digits = toHex(id).substr(0, 8);
+    return "pieces/" + key_ + "/" + digits.substr(0, 2) + "/" + digits;
+}
+
+Result<PieceFrame> NodeSpace::readOwnFrame(blob::BlobReader &blob,
+                                           const std::string &blobName) const
+{
+    auto frame = readFrame(blob);
+    if (!frame)
+        return inContext(std::move(frame).error(), "the stored piece in " + blobName);
+    const PieceDescription &piece = frame->header.description;
+    ARCA_TRY(const Sha256 hash, hashOf(piece.name));
+    if (piece.node != node_ || blobNameOf(hash) != blobName)
+        return Error{ErrorKind::damaged,
+                     "the stored piece in " + blobName + " is another one than its place says"};
+    return frame;
+}
+
+Result<std::unique_ptr<PieceWriter>> NodeSpace::beginPiece(PieceDescription description)
+{
+    description.node = node_;
+    ARCA_TRY(const Sha256 hash, hashOf(description.name));
+    const std::string blobName = blobNameOf(hash);
+    const auto present = store_.open(blobName);
+    if (present)
+        return Error{ErrorKind::exists,
+                     "the object " + printable(description.name.joined()) + " exists already"};
+    if (present.error().kind != ErrorKind::notFound)
+        return present.error();
+    ARCA_TRY(const PieceId id, newId(hash));
+    return PieceWriter::begin(store_, blobName, id, std::move(description));
+}
+
+Result<std::optional<PieceInfo>> NodeSpace::find(const ObjectName &name)
+{
+    ARCA_TRY(const Sha256 hash, hashOf(name));
+    const std::string blobName = blobNameOf(hash);
+    auto blob = store_.open(blobName);
+    if (!blob && blob.error().kind == ErrorKind::notFound)
+        return std::optional<PieceInfo>();
+    ARCA_TRY(const auto opened, std::move(blob));
+    ARCA_TRY(const PieceFrame frame, readOwnFrame(*opened, blobName));
+    return std::optional<PieceInfo>(frame.info(opened->size()));
+}
+
+Result<NodeSpace::Located> NodeSpace::locate(PieceId id)
+{
+    std::vector<std::string> candidates;
+    ARCA_CHECK(store_.list(prefixOf(id), [&](const std::string &name) {
+        candidates.push_back(name);
+        return true;
+    }));
+    std::optional<Error> failure;
+    for (const std::string &name : candidates) {
+        auto blob = store_.open(name);
+        if (!blob)
+            continue; // removed since the listing
+        auto frame = readOwnFrame(**blob, name);
+        if (!frame) {
+            failure = std::move(frame).error();
+        } else if (frame->header.id == id) {
+            PieceInfo info = frame->info((*blob)->size());
+            return Located{name, std::move(blob).value(), std::move(info)};
+        }
+    }
+    return failure ? *failure : unknownId(id);
+}
+
+Result<PieceInfo> NodeSpace::find(PieceId id)
+{
+    ARCA_TRY(Located located, locate(id));
+    return std::move(located.info);
+}
+
+Result<std::unique_ptr<PieceReader>> NodeSpace::openPiece(PieceId id)
+{
+    ARCA_TRY(Located located, locate(id));
+    return PieceReader::open(std::move(located.blob));
+}
+
+Result<void> NodeSpace::remove(PieceId id)
+{
+    ARCA_TRY(Located located, locate(id));
+    auto removed = store_.remove(located.blobName, *located.blob);
+    if (!removed && removed.error().kind == ErrorKind::notFound)
+        return unknownId(id);
+    return removed;
+}
+
+Result<NumberedRecord> NodeSpace::filespaceRecord(const std::string &name)
+{
+    ARCA_TRY(const Sha256 hash, sha256({viewOf("filespace"), viewOf(node_), viewOf(name)}));
+    return NumberedRecord(store_, "filespaces/" + key_ + "/" + digitsOf(hash));
+}
+
+Result<std::optional<Filespace>> NodeSpace::filespace(const std::string &name)
+{
+    ARCA_TRY(NumberedRecord record, filespaceRecord(name));
+    ARCA_TRY(const auto state, record.latest());
+    if (!state)
+        return std::optional<Filespace>();
+    ARCA_TRY(Filespace found, decodeFilespace(state->bytes));
+    if (found.node != node_ || found.name != name)
+        return Error{ErrorKind::damaged, "the record of filespace " + printable(name) +
+                                             " is another one than its place says"};
+    return std::optional<Filespace>(std::move(found));
+}
+
+Result<void> NodeSpace::registerFilespace(const Filespace &filespace)
+{
+    ARCA_TRY(NumberedRecord record, filespaceRecord(filespace.name));
+    const Error known{ErrorKind::exists,
+                      "the filespace " + printable(filespace.name) + " is registered already"};
+    ARCA_TRY(const auto state, record.latest());
+    if (state)
+        return known;
+    Filespace own = filespace;
+    own.node = node_;
+    auto written = record.write(0, encodeFilespace(own));
+    if (!written && written.error().kind == ErrorKind::conflict)
+        return known;
+    return written;
+}
+
+Result<void> NodeSpace::updateFilespace(const std::string &name,
+                                        const std::function<void(Filespace &)> &change)
+{
+    ARCA_TRY(NumberedRecord record, filespaceRecord(name));
+    for (int attempt = 0;; ++attempt) {
+        ARCA_TRY(const auto state, record.latest());
+        if (!state)
+            return Error{ErrorKind::notFound,
+                         "the filespace " + printable(name) + " is not registered"};
+        ARCA_TRY(Filespace filespace, decodeFilespace(state->bytes));
+        change(filespace);
+        auto written = record.write(state->number, encodeFilespace(filespace));
+        // Many channels may finish at the same moment; each conflict means that another one got on.
+        if (written || written.error().kind != ErrorKind::conflict || attempt == 1000)
+            return written;
+    }
+}
+
+} // namespace arca::store

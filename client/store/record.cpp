@@ -1,0 +1,106 @@
+// Small stored records: see the header.
+#include "client/store/record.h"
+
+#include "client/base/hash.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace arca::store
+{
+
+Bytes frameRecord(std::string_view kind, std::uint32_t version, ByteView payload)
+{
+    ByteWriter writer;
+    writer.raw(viewOf(kind));
+    writer.u32(version);
+    writer.u32(static_cast<std::uint32_t>(payload.size()));
+    writer.raw(payload);
+    writer.u64(checksum64(writer.view()));
+    return writer.take();
+}
+
+Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint32_t newestVersion)
+{
+    ByteReader reader(bytes);
+    const std::string_view found = textOf(reader.raw(8));
+    const std::uint32_t version = reader.u32();
+    const ByteView payload = reader.raw(reader.u32());
+    const std::size_t covered = bytes.size() - reader.remaining();
+    const std::uint64_t checksum = reader.u64();
+    if (!reader.ok() || reader.remaining() != 0 || found != kind ||
+        checksum != checksum64(bytes.first(covered)))
+        return Error{ErrorKind::damaged, "a record of kind " + std::string(kind) + " is damaged"};
+    if (version > newestVersion)
+        return Error{ErrorKind::newerFormat,
+                     "a record of kind " + std::string(kind) + " was written by a newer release"};
+    return payload;
+}
+
+std::string NumberedRecord::nameOf(std::uint32_t number) const
+{
+    char digits[16];
+    std::snprintf(digits, sizeof digits, "%08x", number);
+    return prefix_ + "/" + digits;
+}
+
+Result<std::vector<std::uint32_t>> NumberedRecord::numbers()
+{
+    std::vector<std::uint32_t> found;
+    ARCA_CHECK(store_.list(prefix_ + "/", [&](const std::string &name) {
+        unsigned number = 0;
+        int used = 0;
+        const std::string digits = name.substr(prefix_.size() + 1);
+        if (digits.size() == 8 && std::sscanf(digits.c_str(), "%8x%n", &number, &used) == 1 &&
+            used == 8)
+            found.push_back(number);
+        return true;
+    }));
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+Result<std::optional<NumberedRecord::State>> NumberedRecord::latest()
+{
+    // The newest may be superseded and removed between listing and opening it; then there is a
+    // newer one to be found.
+    for (int attempt = 0;; ++attempt) {
+        ARCA_TRY(const auto found, numbers());
+        if (found.empty())
+            return std::optional<State>();
+        auto bytes = blob::readWhole(store_, nameOf(found.back()), kMaxRecordBytes);
+        if (bytes)
+            return std::optional<State>(State{found.back(), std::move(bytes).value()});
+        if (bytes.error().kind != ErrorKind::notFound || attempt == 100)
+            return std::move(bytes).error();
+    }
+}
+
+Result<void> NumberedRecord::write(std::uint32_t number, ByteView bytes)
+{
+    auto put = blob::putWhole(store_, nameOf(number + 1), bytes);
+    if (!put && put.error().kind == ErrorKind::exists)
+        return Error{ErrorKind::conflict, "the record " + prefix_ + " was changed meanwhile"};
+    ARCA_CHECK(std::move(put));
+    removeSuperseded(number + 1);
+    return {};
+}
+
+/// The state before the newest stays, so that whoever lists while a change goes on finds at least
+/// one.
+void NumberedRecord::removeSuperseded(std::uint32_t newest)
+{
+    const auto found = numbers();
+    if (!found)
+        return;
+    for (const std::uint32_t number : *found) {
+        if (number + 1 >= newest)
+            continue;
+        // A state that cannot be removed now is harmless, and the next change tries again.
+        auto reader = store_.open(nameOf(number));
+        if (reader)
+            (void)store_.remove(nameOf(number), **reader);
+    }
+}
+
+} // namespace arca::store

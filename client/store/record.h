@@ -1,0 +1,64 @@
+// Small stored records and how they change although no blob ever does: each state is a blob of its
+// own under a number, and the highest number holds.
+//
+// The frame of a record (all numbers little-endian):
+//
+//   offset  size
+//        0     8  kind, eight letters
+//        8     4  version of the payload's layout
+//       12     4  length n of the payload
+//       16     n  payload
+//     16+n     8  XXH3-64 of everything before
+#ifndef KEEL_CLIENT_STORE_RECORD_H
+#define KEEL_CLIENT_STORE_RECORD_H
+
+#include "client/blob/blob_store.h"
+
+#include <functional>
+#include <optional>
+
+namespace arca::store
+{
+
+constexpr std::size_t kMaxRecordBytes = 64 * 1024;
+
+/// `kind` has eight letters.
+Bytes frameRecord(std::string_view kind, std::uint32_t version, ByteView payload);
+
+/// The payload, whatever the bytes are: `damaged` when they are no such record, `newerFormat` when
+/// its version is beyond `newestVersion`. The view looks into `bytes`.
+Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint32_t newestVersion);
+
+/// A record with successive states at PREFIX/00000001, PREFIX/00000002 ... Any number of processes
+/// may change it; none can undo another's change unseen.
+class NumberedRecord
+{
+public:
+    NumberedRecord(blob::BlobStore &store, std::string prefix)
+        : store_(store), prefix_(std::move(prefix))
+    {
+    }
+
+    struct State {
+        std::uint32_t number;
+        Bytes bytes;
+    };
+
+    /// Nothing when the record was never written.
+    Result<std::optional<State>> latest();
+
+    /// Writes the state after `number`; 0 for the first. `conflict` when somebody was faster.
+    Result<void> write(std::uint32_t number, ByteView bytes);
+
+private:
+    Result<std::vector<std::uint32_t>> numbers();
+    std::string nameOf(std::uint32_t number) const;
+    void removeSuperseded(std::uint32_t newest);
+
+    blob::BlobStore &store_;
+    std::string prefix_;
+};
+
+} // namespace arca::store
+
+#endif

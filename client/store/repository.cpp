@@ -1,0 +1,93 @@
+// Opening and making a repository. The blob "format" (kind "ARCAREPO", version 1) marks it;
+// payload:
+//
+//   offset  size
+//        0    16  what tells this repository from every other, random
+//       16     8  when it was made, seconds since 1970, UTC
+//
+// A change of the layout that an older release would misread raises the version of that record.
+#include "client/store/repository.h"
+
+#include "client/base/text.h"
+#include "client/blob/location.h"
+
+#include <ctime>
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr std::string_view kMarker = "format";
+constexpr std::string_view kKind = "ARCAREPO";
+constexpr std::uint32_t kVersion = 1;
+constexpr std::size_t kUuidBytes = 16;
+
+} // namespace
+
+Repository::Repository(std::unique_ptr<blob::BlobStore> store, std::string shownName,
+                       std::string uuid)
+    : store_(std::move(store)), shownName_(std::move(shownName)), uuid_(std::move(uuid))
+{
+}
+
+Result<std::unique_ptr<Repository>> Repository::open(const std::string &location)
+{
+    ARCA_TRY(const blob::Location place, blob::Location::parse(location));
+    ARCA_TRY(auto store, blob::openStore(place));
+    return open(std::move(store), place.directory);
+}
+
+Result<std::unique_ptr<Repository>> Repository::open(std::unique_ptr<blob::BlobStore> store,
+                                                     const std::string &shownName)
+{
+    auto marker = blob::readWhole(*store, std::string(kMarker), kMaxRecordBytes);
+    if (!marker && marker.error().kind == ErrorKind::notFound)
+        return Error{ErrorKind::noRepository, "there is no repository in " + shownName};
+    ARCA_TRY(const Bytes bytes, std::move(marker));
+    auto payload = unframeRecord(bytes, kKind, kVersion);
+    if (!payload)
+        return inContext(std::move(payload).error(), "the repository in " + shownName);
+    ByteReader reader(*payload);
+    std::string uuid = toHex(reader.raw(kUuidBytes));
+    if (!reader.ok())
+        return Error{ErrorKind::damaged, "the format marker of " + shownName + " is damaged"};
+    return std::unique_ptr<Repository>(
+        new Repository(std::move(store), shownName, std::move(uuid)));
+}
+
+Result<std::unique_ptr<Repository>> Repository::create(const std::string &location)
+{
+    ARCA_TRY(const blob::Location place, blob::Location::parse(location));
+    ARCA_TRY(auto store, blob::prepareStore(place));
+    return create(std::move(store), place.directory);
+}
+
+Result<std::unique_ptr<Repository>> Repository::create(std::unique_ptr<blob::BlobStore> store,
+                                                       const std::string &shownName)
+{
+    std::array<std::byte, kUuidBytes> uuid;
+    ARCA_CHECK(fillRandom(uuid));
+    ByteWriter payload;
+    payload.raw(uuid);
+    payload.u64(static_cast<std::uint64_t>(std::time(nullptr)));
+    ARCA_CHECK(
+        blob::putWhole(*store, std::string(kMarker), frameRecord(kKind, kVersion, payload.view())));
+    return open(std::move(store), shownName);
+}
+
+Result<std::unique_ptr<NodeSpace>> Repository::logOn(const std::string &node,
+                                                     std::string_view password)
+{
+    auto known = nodes().authenticate(node, password);
+    if (!known) {
+        Error failure = std::move(known).error();
+        if (failure.kind == ErrorKind::authentication)
+            failure.text += " (repository " + shownName_ + ")";
+        return failure;
+    }
+    return NodeSpace::open(*store_, node);
+}
+
+} // namespace arca::store

@@ -1,0 +1,49 @@
+// A repository: a blob store with a format marker, the nodes it knows, and what they keep. Any
+// number of processes may have it open.
+#ifndef KEEL_CLIENT_STORE_REPOSITORY_H
+#define KEEL_CLIENT_STORE_REPOSITORY_H
+
+#include "client/store/node_registry.h"
+#include "client/store/node_space.h"
+
+#include <memory>
+#include <string>
+
+namespace arca::store
+{
+
+class Repository
+{
+public:
+    /// `location` as the option REPOSITORY has it. `noRepository`, `newerFormat`; it is never made.
+    static Result<std::unique_ptr<Repository>> open(const std::string &location);
+    static Result<std::unique_ptr<Repository>> open(std::unique_ptr<blob::BlobStore> store,
+                                                    const std::string &shownName);
+
+    /// Makes a repository in a new or empty directory. `exists` when there is something already.
+    static Result<std::unique_ptr<Repository>> create(const std::string &location);
+    static Result<std::unique_ptr<Repository>> create(std::unique_ptr<blob::BlobStore> store,
+                                                      const std::string &shownName);
+
+    /// 32 hexadecimal digits that no other repository has.
+    const std::string &uuid() const { return uuid_; }
+    /// What to call it in a message.
+    const std::string &shownName() const { return shownName_; }
+
+    NodeRegistry nodes() { return NodeRegistry(*store_); }
+    /// The part of a node that has proved who it is; `authentication`.
+    Result<std::unique_ptr<NodeSpace>> logOn(const std::string &node, std::string_view password);
+
+    blob::BlobStore &blobs() { return *store_; }
+
+private:
+    Repository(std::unique_ptr<blob::BlobStore> store, std::string shownName, std::string uuid);
+
+    std::unique_ptr<blob::BlobStore> store_;
+    std::string shownName_;
+    std::string uuid_;
+};
+
+} // namespace arca::store
+
+#endif

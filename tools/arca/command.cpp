@@ -1,0 +1,31 @@
+// What the verbs have in common.
+#include "tools/arca/command.h"
+
+#include <filesystem>
+
+namespace arca::tool
+{
+
+void addCommonOptions(CLI::App &verb, Command &command)
+{
+    command.optionFile = KEEL_CLIENT_ROOT "/api/bin64/arca.opt";
+    verb.add_option("--optfile", command.optionFile, "Option file of the storage client")
+        ->type_name("FILE")
+        ->capture_default_str();
+    verb.add_flag("--json", command.json, "Print one JSON object instead of text");
+}
+
+Result<config::Options> optionsOf(const Command &command)
+{
+    // Kept passwords lie beside the option file and are told by their full path.
+    std::error_code error;
+    const auto full = std::filesystem::absolute(command.optionFile, error);
+    ARCA_TRY(config::Options options,
+             config::readOptionFile(error ? command.optionFile : full.lexically_normal().string()));
+    if (options.repository.empty())
+        return Error{ErrorKind::badOption,
+                     "the option file " + options.file + " names no REPOSITORY"};
+    return options;
+}
+
+} // namespace arca::tool

@@ -1,0 +1,45 @@
+// What the verbs have in common. A verb lives in a file of its own, adds itself to the program, and
+// fails by returning the Error of what it called.
+#ifndef KEEL_TOOLS_ARCA_COMMAND_H
+#define KEEL_TOOLS_ARCA_COMMAND_H
+
+#include "client/base/result.h"
+#include "client/config/options.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <functional>
+#include <string>
+
+namespace arca::tool
+{
+
+using Json = nlohmann::ordered_json;
+
+constexpr int kExitFailed = 1;
+constexpr int kExitUsage = 2;
+
+/// The command line, read: options that every verb takes, and the verb that was chosen.
+struct Command {
+    std::string optionFile;
+    bool json = false;
+    std::string verb;
+
+    /// Does the work. Fills the object that --json prints, and prints for people when there is no
+    /// --json.
+    std::function<Result<void>(Json &)> run;
+};
+
+// Each adds its verb to the program.
+void addInit(CLI::App &app, Command &command);
+
+/// The options that every verb takes.
+void addCommonOptions(CLI::App &verb, Command &command);
+
+/// The options in force; `badOption` also when they name no repository.
+Result<config::Options> optionsOf(const Command &command);
+
+} // namespace arca::tool
+
+#endif

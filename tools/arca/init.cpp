@@ -1,0 +1,126 @@
+// arca init: makes the repository that an option file names, and registers the node. Whatever is
+// there already stays as it is, so that running it again does no harm; an interrupted run is
+// finished by the next.
+#include "client/base/hash.h"
+#include "client/base/password.h"
+#include "client/base/text.h"
+#include "client/config/node_keys.h"
+#include "client/store/repository.h"
+#include "tools/arca/command.h"
+#include "tools/arca/new_password.h"
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+struct Opened {
+    std::unique_ptr<store::Repository> repository;
+    bool made;
+};
+
+Result<Opened> openOrMake(const std::string &location)
+{
+    auto opened = store::Repository::open(location);
+    if (opened)
+        return Opened{std::move(opened).value(), false};
+    if (opened.error().kind != ErrorKind::noRepository)
+        return std::move(opened).error();
+    ARCA_TRY(auto made, store::Repository::create(location));
+    return Opened{std::move(made), true};
+}
+
+/// The kept password is durable before the node is registered: a run that stops in between leaves a
+/// password that the next run uses, never a node whose password nobody knows.
+Result<bool> registerGenerated(store::Repository &repository, const config::Options &options,
+                               const std::string &node)
+{
+    const config::NodeKeys keys(options.file);
+    auto kept = keys.find(repository.uuid(), node);
+    ARCA_TRY(const bool registered, repository.nodes().isRegistered(node));
+    if (registered && !kept)
+        return Error{ErrorKind::noPassword,
+                     "node " + printable(node) + " is registered in " + repository.shownName() +
+                         ", but its password is not kept here; bring back " + keys.path() +
+                         " from where the node was registered"};
+    if (registered) {
+        ARCA_CHECK(repository.nodes().authenticate(node, *kept));
+        return false;
+    }
+    if (!kept) {
+        ARCA_TRY(kept, generatePassword());
+        ARCA_CHECK(keys.keep(repository.uuid(), node, *kept));
+    }
+    ARCA_CHECK(repository.nodes().registerNode(node, *kept));
+    wipe(*kept);
+    return true;
+}
+
+Result<bool> registerPrompted(store::Repository &repository, const std::string &node,
+                              bool fromStandardInput)
+{
+    ARCA_TRY(const bool registered, repository.nodes().isRegistered(node));
+    if (registered)
+        return false;
+    ARCA_TRY(std::string password, newPassword(node, fromStandardInput));
+    auto done = repository.nodes().registerNode(node, password);
+    wipe(password);
+    ARCA_CHECK(std::move(done));
+    return true;
+}
+
+Result<void> init(const Command &command, bool fromStandardInput, Json &result)
+{
+    ARCA_TRY(const config::Options options, optionsOf(command));
+    ARCA_TRY(const std::string node, config::nodeNameFor(options));
+    ARCA_TRY(const Opened opened, openOrMake(options.repository));
+    store::Repository &repository = *opened.repository;
+    const bool generate = options.passwordAccess == config::PasswordAccess::generate;
+    ARCA_TRY(const bool registered, generate
+                                        ? registerGenerated(repository, options, node)
+                                        : registerPrompted(repository, node, fromStandardInput));
+
+    result["repository"] = repository.shownName();
+    result["uuid"] = repository.uuid();
+    result["made"] = opened.made;
+    result["node"] = node;
+    result["registered"] = registered;
+    if (generate)
+        result["passwordFile"] = config::NodeKeys(options.file).path();
+    if (command.json)
+        return {};
+    fmt::print("Repository  {} ({})\n", repository.shownName(),
+               opened.made ? "made now" : "was there, left as it is");
+    fmt::print("Node        {} ({})\n", node, registered ? "registered now" : "was registered");
+    if (generate)
+        fmt::print("Password    kept in {}; keep a copy in a safe place\n",
+                   config::NodeKeys(options.file).path());
+    else
+        fmt::print("Password    supplied by the application (PASSWORDACCESS prompt)\n");
+    return {};
+}
+
+} // namespace
+
+void addInit(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand(
+        "init", "Make the repository that the option file names, and register this node");
+    addCommonOptions(*verb, command);
+    auto fromStandardInput = std::make_shared<bool>(false);
+    verb->add_flag("--stdin", *fromStandardInput,
+                   "With PASSWORDACCESS prompt: read the new password from standard input");
+    verb->footer("Example: arca init --optfile /etc/arca.opt\n"
+                 "Safe to run again: what is there already is left as it is.");
+    verb->callback([&command, fromStandardInput] {
+        command.verb = "init";
+        command.run = [&command, fromStandardInput](Json &result) {
+            return init(command, *fromStandardInput, result);
+        };
+    });
+}
+
+} // namespace arca::tool
