@@ -65,6 +65,7 @@ public:
     std::uint32_t nextHandle = 1;
     std::uint32_t nextObject = 1;
     std::string sendingName, sendingClass, sendingData;
+    bool poisoned = false; // a step of the piece being sent failed: no commit publishes it
     std::string receivingData;
     std::string queried; // the object or class that the running query asks for
     bool queriesClass = false;

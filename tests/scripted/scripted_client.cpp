@@ -22,6 +22,8 @@ ScriptedClient::Answer ScriptedClient::called(const std::string &operation,
         if (applies && !answer.scripted)
             answer = {true, rule.rc, rule.reason};
     }
+    if (answer.scripted && answer.rc != 0 && !sendingName.empty())
+        poisoned = true;
     return answer;
 }
 

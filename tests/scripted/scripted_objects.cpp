@@ -62,7 +62,7 @@ OPERATION(hoxBeginTxn)(hoxHandle_t)
     return 0;
 }
 
-OPERATION(hoxEndTxn)(hoxHandle_t, uint8_t vote, uint16_t *reason)
+static int16_t endTransaction(uint8_t vote, uint16_t *reason)
 {
     ScriptedClient &client = *scriptedClient();
     const auto answer = client.called("hoxEndTxn", scriptedFields("vote=%d", vote));
@@ -72,6 +72,10 @@ OPERATION(hoxEndTxn)(hoxHandle_t, uint8_t vote, uint16_t *reason)
         return static_cast<int16_t>(answer.rc);
     if (vote == HOX_VOTE_ABORT) {
         *reason = HOX_RC_ABORTED;
+        return HOX_RC_CHECK_REASON;
+    }
+    if (client.poisoned) {
+        *reason = HOX_RC_STEP_FAILED;
         return HOX_RC_CHECK_REASON;
     }
     if (!name.empty()) {
@@ -84,9 +88,14 @@ OPERATION(hoxEndTxn)(hoxHandle_t, uint8_t vote, uint16_t *reason)
     return 0;
 }
 
-OPERATION(hoxEndTxnEx)(hoxHandle_t handle, const hoxEndTxnExIn_t *input, hoxEndTxnExOut_t *output)
+OPERATION(hoxEndTxn)(hoxHandle_t, uint8_t vote, uint16_t *reason)
 {
-    return hoxEndTxn(handle, input->vote, &output->reason);
+    return endTransaction(vote, reason);
+}
+
+OPERATION(hoxEndTxnEx)(hoxHandle_t, const hoxEndTxnExIn_t *input, hoxEndTxnExOut_t *output)
+{
+    return endTransaction(input->vote, &output->reason);
 }
 
 OPERATION(hoxBindMC)(hoxHandle_t, const hoxObjName *name, uint8_t sendType, mcBindKey *binding)
@@ -109,6 +118,7 @@ OPERATION(hoxSendObj)
     client.sendingName = joined(*name);
     client.sendingClass = attributes->mcNameP ? attributes->mcNameP : client.boundClass;
     client.sendingData.clear();
+    client.poisoned = false;
     return 0;
 }
 

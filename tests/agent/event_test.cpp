@@ -1,0 +1,177 @@
+// What the agent reports: events to the server's and the client's log, and the error log.
+
+#include "tests/agent/agent_fixture.h"
+
+#include <regex>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using Operations = std::vector<std::string>;
+
+class EventTest : public ScriptedAgentTest
+{
+protected:
+    /// The events sent since the calls were last cleared, without what all have in common.
+    Operations events()
+    {
+        Operations found;
+        for (std::string event : client.callsOf({"hoxLogEventEx"})) {
+            const std::string pid = "(" + std::to_string(getpid()) + ")";
+            for (const std::string &part : {std::string("hoxLogEventEx "),
+                                            std::string("id=RBQ0599 app=KEEL Oracle SUN on "
+                                                        "64bit 7.1.3.0 "),
+                                            pid})
+                if (const auto at = event.find(part); at != std::string::npos)
+                    event.erase(at, part.size());
+            found.push_back(event);
+        }
+        client.calls.clear();
+        return found;
+    }
+    static bool matches(const std::string &text, const std::string &form)
+    {
+        return std::regex_search(text, std::regex(form));
+    }
+};
+
+TEST_F(EventTest, TellsTheServerOfEveryPieceBackedUpAndRestored)
+{
+    openChannel(1);
+    char first[] = "ORCL", second[] = "100%s";
+    std::uint64_t archived = SBT_FILETYPE_ARCHLOG;
+    const sbtPair objects[] = {{SBTOBJECT_DBNAME, first},
+                               {SBTOBJECT_FILETYPE, &archived},
+                               {SBTOBJECT_DBNAME, second},
+                               {SBTOBJECT_END, nullptr}};
+    client.totals.encryptionType = HOX_ENCRYPT_AES_256BIT;
+    client.totals.objCompressed = 1;
+    client.totals.compressRatio = 2550;
+    ASSERT_EQ("", backUp("piece", std::string(8192, 'x'), {.objects = objects}));
+    Operations told = events();
+    ASSERT_EQ(3U, told.size());
+    EXPECT_EQ("handle=1 log=0 severity=0 kind=4 id= app=KEEL Oracle on Sol 7.1.3.0 text=", told[0]);
+    const std::string prefix =
+        "^handle=1 log=0 severity=0 kind=0 text=KEEL for Oracle: : =>\\(\\w+\\) ";
+    EXPECT_TRUE(matches(told[1], prefix + "RBQ2535I .*/lumoorc//piece")) << told[1];
+    EXPECT_TRUE(matches(told[2], prefix + "RBQ2526I .*\"ORCL100%s\".*8192.*Yes.*25\\.50%.*No.*"
+                                          "0\\.00%.*AES_256BIT"))
+        << told[2];
+    EXPECT_TRUE(matches(trace(), "sbtclose2\\(\\): RBQ2526I .*\"ORCL100%?s?\"")) << trace();
+
+    std::string data;
+    ASSERT_EQ("", restore("piece", data));
+    told = events();
+    ASSERT_EQ(3U, told.size());
+    EXPECT_TRUE(matches(told[1], "RBQ2536I .*/lumoorc//piece.*8192")) << told[1];
+    EXPECT_TRUE(matches(told[2], "RBQ2527I .*/lumoorc//piece.*8192")) << told[2];
+}
+
+TEST_F(EventTest, SendsFailuresToBothLogsTheLocalOneFirst)
+{
+    openChannel();
+    client.on("hoxEndTxn", 1, 2302, 2110);
+    EXPECT_EQ("sbtclose2 7501", backUp("piece", "data", {.blockSize = 4}));
+    Operations told = events();
+    told.erase(told.begin()); // the session's
+    EXPECT_EQ((Operations{"handle=1 log=1 severity=3 kind=0 text=KEEL for Oracle: : => "
+                          "(scriptednode) RBS2110E Local text of code 2110.",
+                          "handle=1 log=0 severity=3 kind=0 text=KEEL for Oracle: : => "
+                          "(scriptednode) RBS2110E Server text of code 2110."}),
+              told);
+
+    EXPECT_EQ("", remove({"missing"}));
+    told = events();
+    ASSERT_EQ(2U, told.size());
+    EXPECT_TRUE(matches(told[0], "^handle=2 log=1 severity=1 kind=0 text=KEEL for Oracle: : "
+                                 "=>\\(scriptednode\\) RBQ2604W .*/lumoorc//missing"))
+        << told[0];
+    EXPECT_TRUE(matches(told[1], "^handle=2 log=0 severity=1 .*RBQ2604W")) << told[1];
+
+    client.on("hoxLogEventEx", 2, HOX_RC_LOG_UNAVAILABLE); // the message waits for the next flush
+    EXPECT_EQ("", remove({"missing"}));
+    EXPECT_EQ(4U, events().size());
+    client.on("hoxLogEventEx", ScriptedClient::kEveryCall, HOX_RC_LOG_UNAVAILABLE);
+    EXPECT_EQ("", remove({"a", "b", "c"}));
+    EXPECT_EQ("", backUp("other", "data", {.blockSize = 4})) << "no log fails a backup";
+}
+
+TEST_F(EventTest, WritesWholeLinesFromManyProcessesAtOnce)
+{
+    constexpr int kProcesses = 4, kLines = 50;
+    std::vector<pid_t> children;
+    for (int i = 0; i < kProcesses; ++i) {
+        const pid_t child = fork();
+        if (child == 0) { // a channel of its own, as the database's are
+            if (initialise().empty())
+                for (int line = 0; line < kLines; ++line)
+                    agent.sbtcommand(nullptr, 0, nullptr);
+            _exit(0);
+        }
+        children.push_back(child);
+    }
+    for (const pid_t child : children) {
+        waitpid(child, nullptr, 0);
+        EXPECT_EQ(kLines,
+                  occurrences(errorLog(), " TID<" + std::to_string(child) + "> ==> RBQ2539"));
+    }
+    std::istringstream log(errorLog());
+    for (std::string line; std::getline(log, line);)
+        EXPECT_TRUE(matches(line, "^\\S+ \\S+ TID<\\d+> ==> RBQ2539S .*sbtcommand\\(\\).*ctx"))
+            << line;
+    EXPECT_EQ(std::filesystem::perms::owner_read | std::filesystem::perms::owner_write,
+              std::filesystem::status("veloerror.log").permissions());
+}
+
+TEST_F(EventTest, LogsWhereTheOptionFileSaysAndElseWhereItStands)
+{
+    openChannel();
+    agent.sbtcommand(nullptr, 0, nullptr);
+    EXPECT_EQ(1, occurrences(errorLog(), "RBQ2539S"));
+    // The place is looked up for every line; one that is no directory is no place.
+    std::filesystem::create_directory("elsewhere");
+    keel::test::writeFile("velo.opt", "HOXI_LOG elsewhere/\nHOXI_LOG nowhere\n");
+    agent.sbtcommand(nullptr, 0, nullptr);
+    EXPECT_EQ(1, occurrences(contents("elsewhere/veloerror.log"), "RBQ2539S"));
+    keel::test::writeFile("velo.opt", "HOXI_LOG nowhere\n");
+    agent.sbtcommand(nullptr, 0, nullptr);
+    EXPECT_EQ(2, occurrences(errorLog(), "RBQ2539S"));
+}
+
+TEST_F(EventTest, KeepsTheLastFailureForWhoeverAsks)
+{
+    openChannel();
+    EXPECT_EQ("sbtrestore 7502", openRestore("missing"));
+    EXPECT_EQ("", close());
+    const std::string text = errorText();
+    EXPECT_NE(std::string::npos, text.find("Server text of code 2."));
+    EXPECT_EQ("1=missing 8 9999", info({"missing"}));
+    EXPECT_EQ(7502U, errorCode());
+    EXPECT_EQ(text, errorText());
+}
+
+TEST_F(EventTest, PrintsNothingOnTheHostsConsole)
+{
+    testing::internal::CaptureStdout();
+    testing::internal::CaptureStderr();
+    setenv("VELO_OPTFILE", path("missing.opt").c_str(), 1);
+    initialise();
+    setenv("VELO_OPTFILE", path("velo.opt").c_str(), 1);
+    keel::test::writeFile("velo.opt", "NONSENSE 1\n");
+    initialise();
+    installation.configureAgent({"HOXI_ORC_DIR " + path("nowhere")});
+    initialise();
+    installation.configureAgent({"VELO_TRACE_FILE " + path("no/such/trace")});
+    for (const char *home : {"/nonexistent", installation.directory().c_str()}) {
+        setenv("ORACLE_HOME", home, 1);
+        openChannel();
+        client.on("hoxSendData", 1, 2102);
+        backUp("piece", "data", {.blockSize = 4});
+        close();
+        openRestore("missing");
+        endChannel();
+    }
+    agent.sbtcommand(nullptr, 0, nullptr);
+    const std::string out = testing::internal::GetCapturedStdout();
+    EXPECT_EQ("", out + testing::internal::GetCapturedStderr());
+}

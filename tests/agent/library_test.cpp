@@ -1,0 +1,125 @@
+// libobk.so as a guest in a foreign process: what it brings, what it needs, what it leaves behind,
+// and what it does when the storage client is not what it should be.
+
+#include "tests/agent/agent_fixture.h"
+
+#include <dlfcn.h>
+#include <set>
+#include <sstream>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using keel::test::readFile;
+using keel::test::run;
+using keel::test::writeFile;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+static constexpr bool kSanitized = true;
+#else
+static constexpr bool kSanitized = false;
+#endif
+
+/// The words that follow mark in the output of a program, one a line.
+static std::set<std::string> wordsAfter(const std::string &mark, const std::string &output)
+{
+    std::set<std::string> found;
+    std::istringstream lines(output);
+    for (std::string line; std::getline(lines, line);)
+        if (const auto at = line.find(mark); at != std::string::npos)
+            found.insert(line.substr(at + mark.size()));
+    return found;
+}
+
+TEST(LibraryTest, ExportsItsInterfaceAndNothingElse)
+{
+    std::set<std::string> names =
+        wordsAfter(" T ", run({"nm", "-D", "--defined-only", keel::test::agentLibrary()}).out);
+    for (const char *name :
+         {"sbtinit", "sbtinit2", "sbtend", "sbtbackup", "sbtwrite2", "sbtclose2", "sbtrestore",
+          "sbtread2", "sbtinfo2", "sbtremove2", "sbtcommand", "sbterror", "veloQueryVersion"})
+        EXPECT_EQ(1U, names.erase(name)) << name;
+    for (const char *later :
+         {"sbtopen", "sbtwrite", "sbtread", "sbtclose", "sbtinfo", "sbtremove", "psveloUpdatePswd"})
+        names.erase(later);
+    EXPECT_EQ(std::set<std::string>{}, names);
+    const std::string all = run({"nm", "-D", "--defined-only", keel::test::agentLibrary()}).out;
+    EXPECT_EQ(occurrences(all, "\n"), occurrences(all, " T ")) << all;
+}
+
+TEST(LibraryTest, NeedsOnlyTheSystem)
+{
+    const std::string dynamic = run({"readelf", "-dW", keel::test::agentLibrary()}).out;
+    EXPECT_EQ(1U,
+              wordsAfter("Library runpath: ", dynamic).count("[$ORIGIN:$ORIGIN/../../api/bin64]"))
+        << dynamic;
+    if (kSanitized)
+        GTEST_SKIP() << "a sanitizer brings needs of its own";
+    for (const std::string &library : wordsAfter("Shared library: ", dynamic))
+        EXPECT_TRUE(library == "[libc.so.6]" || library == "[libm.so.6]" ||
+                    library == "[libgcc_s.so.1]" || library == "[ld-linux-x86-64.so.2]")
+            << library;
+}
+
+/// The outcome of sbtinit in a process of its own, so that no library opened there stays here.
+template <class Prepare> static std::string initialiseApart(Prepare prepare)
+{
+    int ends[2];
+    if (pipe(ends) != 0)
+        return "no pipe";
+    const pid_t child = fork();
+    if (child == 0) {
+        AgentLibrary *agent = prepare();
+        sbtInitError error{};
+        sbtPair *out = nullptr;
+        const int rc = agent->sbtinit(&error, nullptr, &out);
+        const std::string outcome = std::to_string(rc) + " " + std::to_string(error.code) + " " +
+                                    std::to_string(error.secondary);
+        _exit(write(ends[1], outcome.data(), outcome.size()) < 0);
+    }
+    close(ends[1]);
+    char text[64] = "";
+    const ssize_t length = read(ends[0], text, sizeof text);
+    close(ends[0]);
+    int status = -1;
+    waitpid(child, &status, 0);
+    return status == 0 && length > 0 ? std::string(text, static_cast<std::size_t>(length))
+                                     : "ended with " + std::to_string(status);
+}
+
+TEST(LibraryTest, RefusesAStorageClientThatIsMissingOrIncomplete)
+{
+    keel::test::Installation installation({"testnode", {}, {}, false});
+    fs::copy_file(keel::test::agentLibrary(), "libobk.so"); // with no client on its search path
+    const auto alone = [] { return new AgentLibrary(fs::absolute("libobk.so")); };
+    EXPECT_EQ("-1 7011 104", initialiseApart(alone));
+    EXPECT_NE(std::string::npos, readFile("veloerror.log").find("RBQ0156S"));
+
+    const std::string client = readFile(KEEL_SCRIPTED_CLIENT);
+    const std::set<std::string> operations =
+        wordsAfter(" T ", run({"nm", "-D", "--defined-only", KEEL_SCRIPTED_CLIENT}).out);
+    int lacking = 0;
+    for (const std::string &operation : operations) {
+        if (operation.compare(0, 3, "hox") != 0)
+            continue;
+        // Under another first letter in the table of names, the operation is not found any more.
+        std::string changed = client;
+        const std::size_t at = changed.find('\0' + operation + '\0');
+        ASSERT_NE(std::string::npos, at);
+        changed[at + 1] = 'x';
+        writeFile("libApiHX64.so", changed);
+        const auto withClient = [&] {
+            if (!dlopen(fs::absolute("libApiHX64.so").c_str(), RTLD_NOW))
+                _exit(9);
+            return alone();
+        };
+        EXPECT_EQ("-1 7011 104", initialiseApart(withClient)) << operation;
+        ++lacking;
+    }
+    EXPECT_EQ(44, lacking);
+    writeFile("libApiHX64.so", client);
+    EXPECT_EQ("0 0 0", initialiseApart([&] {
+                  dlopen(fs::absolute("libApiHX64.so").c_str(), RTLD_NOW);
+                  return alone();
+              }));
+}

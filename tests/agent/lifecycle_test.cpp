@@ -1,0 +1,270 @@
+// A channel's life from sbtinit to sbtend, as the database sees it, and what may go wrong in it.
+
+#include "tests/agent/agent_fixture.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace fs = std::filesystem;
+
+TEST_F(ScriptedAgentTest, NegotiatesWhatTheDatabaseNeeds)
+{
+    const char *versions[][2] = {
+        {nullptr, "512"}, {"2.1.10", "257"}, {"2.1.1", "512"}, {"", "512"}};
+    for (const auto &[variable, expected] : versions) {
+        if (variable)
+            setenv("KEEL_ORACLE", variable, 1);
+        openChannel();
+        EXPECT_EQ(expected, std::to_string(*static_cast<std::uint64_t *>(initOut[1].value)));
+        endChannel();
+    }
+    openChannel();
+    EXPECT_EQ(0U, *static_cast<std::uint64_t *>(initOut[0].value));
+    EXPECT_EQ(1048576U, *static_cast<std::uint64_t *>(initOut[4].value));
+    EXPECT_EQ(117506816U, *static_cast<std::uint64_t *>(initOut[5].value));
+    veloVersion version;
+    agent.veloQueryVersion(&version);
+    agent.veloQueryVersion(nullptr);
+    EXPECT_EQ(7130, version.version * 1000 + version.release * 100 + version.level * 10);
+    EXPECT_STREQ("64bit KEEL Oracle SUN", version.text);
+    void **functions = static_cast<void **>(initOut[3].value);
+    EXPECT_EQ(reinterpret_cast<void *>(agent.sbtbackup), functions[SBT_FN_BACKUP]);
+    EXPECT_EQ(reinterpret_cast<void *>(agent.sbterror), functions[SBT_FN_ERROR]);
+    EXPECT_EQ(reinterpret_cast<void *>(agent.sbtwrite2), functions[SBT_FN_WRITE2]);
+}
+
+TEST_F(ScriptedAgentTest, OffersProxyCopyOnlyWithAWholeProxyLibrary)
+{
+    const fs::path place = KEEL_PROXY_LIBRARY;
+    const struct {
+        const char *library, *codes, *description;
+    } table[] = {{"", "3 4 5 6 7 8 1", "Keel for Oracle: version 7.1.3.0"},
+                 {KEEL_SCRIPTED_PROXY_CUT, "3 4 5 6 7 8 1", "Keel for Oracle: version 7.1.3.0"},
+                 {KEEL_SCRIPTED_PROXY, "3 4 5 6 7 8 9 10 1",
+                  "Keel for Oracle: version 7.1.3.0 scripted proxy"}};
+    fs::create_directories(place.parent_path());
+    for (const auto &row : table) {
+        fs::remove(place);
+        if (*row.library)
+            fs::create_symlink(row.library, place);
+        openChannel();
+        fs::remove(place);
+        std::string codes = "3";
+        for (const sbtPair *item = initOut; item->code != SBTINIT_END; ++item)
+            codes += " " + std::to_string(item[1].code);
+        EXPECT_EQ(row.codes, codes);
+        EXPECT_STREQ(row.description, static_cast<char *>(initOut[2].value));
+        void **functions = static_cast<void **>(initOut[3].value);
+        const bool offered = std::strcmp(row.codes, "3 4 5 6 7 8 1") != 0;
+        for (int i = SBT_FN_PROXY_FIRST; i < SBT_FN_COUNT; ++i)
+            EXPECT_EQ(offered, functions[i] != nullptr) << i;
+        endChannel();
+    }
+}
+
+TEST_F(ScriptedAgentTest, RefusesASecondChannelAndRecovers)
+{
+    openChannel();
+    ASSERT_EQ("", open("piece", {.blockSize = 4}));
+    EXPECT_EQ("7011 65535", initialise());
+    std::string data(4096, 'x');
+    char *names[] = {data.data(), nullptr};
+    sbtPair *items = nullptr;
+    EXPECT_EQ(-1, agent.sbtwrite2(ctx, 0, data.data()));
+    EXPECT_EQ(-1, agent.sbtread2(ctx, 0, data.data()));
+    agent.sbtclose2(ctx, 0);
+    EXPECT_EQ(-1, agent.sbtbackup(ctx, 0, "piece", nullptr, 4, 0, 1, 0));
+    agent.sbtclose2(ctx, 0);
+    EXPECT_EQ(-1, agent.sbtrestore(ctx, 0, "piece", 4));
+    agent.sbtclose2(ctx, 0);
+    EXPECT_EQ(-1, agent.sbtinfo2(ctx, 0, names, &items));
+    EXPECT_EQ(-1, agent.sbtremove2(ctx, 0, names));
+    EXPECT_EQ(-1, agent.sbtinit2(memory.data(), 0, nullptr));
+    endChannel();
+    EXPECT_TRUE(client.objects.empty());
+    openChannel();
+    EXPECT_EQ("", backUp("piece", "data", {.blockSize = 4}));
+}
+
+TEST_F(ScriptedAgentTest, SurvivesNullPointersAndCallsBeforeItsTime)
+{
+    std::string garbage(1048576, '\0');
+    sbtPair *items = nullptr;
+    for (const bool started : {false, true}) {
+        SCOPED_TRACE(started);
+        if (started)
+            openChannel();
+        void *context = started ? ctx : garbage.data();
+        unsigned long code = 0;
+        void *text = nullptr;
+        EXPECT_EQ(-1, agent.sbtbackup(nullptr, 0, "p", nullptr, 4, 0, 1, 0));
+        EXPECT_EQ(-1, agent.sbtwrite2(nullptr, 0, garbage.data()));
+        EXPECT_EQ(-1, agent.sbtclose2(nullptr, 0));
+        EXPECT_EQ(-1, agent.sbtrestore(nullptr, 0, "p", 4));
+        EXPECT_EQ(-1, agent.sbtread2(nullptr, 0, garbage.data()));
+        EXPECT_EQ(-1, agent.sbtinfo2(nullptr, 0, nullptr, &items));
+        EXPECT_EQ(-1, agent.sbtremove2(nullptr, 0, nullptr));
+        EXPECT_EQ(-1, agent.sbtcommand(nullptr, 0, nullptr));
+        EXPECT_EQ(-1, agent.sbterror(nullptr, 0, &code, &text, &text));
+        EXPECT_EQ(0, agent.sbtend(nullptr, 0));
+        if (started) {
+            endChannel(); // whether or not the null context ended the channel already
+            openChannel();
+        }
+        context = started ? ctx : garbage.data();
+
+        EXPECT_EQ(-1, agent.sbtbackup(context, 0, nullptr, nullptr, 4, 0, 1, 0));
+        EXPECT_EQ(-1, agent.sbtwrite2(context, 0, nullptr));
+        EXPECT_EQ(-1, agent.sbtrestore(context, 0, nullptr, 4));
+        EXPECT_EQ(-1, agent.sbtread2(context, 0, nullptr));
+        char *none[] = {nullptr};
+        EXPECT_EQ(-1, agent.sbtinfo2(context, 0, nullptr, &items));
+        agent.sbtinfo2(context, 0, none, nullptr);
+        EXPECT_EQ(-1, agent.sbtremove2(context, 0, nullptr));
+        EXPECT_EQ(0, agent.sbtcommand(context, 0, nullptr));
+        agent.sbterror(context, 0, nullptr, nullptr, nullptr);
+        EXPECT_EQ(0, agent.sbtclose2(context, 0));
+        if (!started) {
+            EXPECT_EQ(-1, agent.sbtinit2(context, 0, nullptr));
+            EXPECT_EQ(0, agent.sbtend(context, 0));
+        }
+    }
+    EXPECT_EQ("", open("piece", {.blockSize = 4})); // the channel is none the worse for it
+    EXPECT_EQ(-1, agent.sbtwrite2(ctx, 0, nullptr));
+    EXPECT_EQ(7501U, errorCode());
+    EXPECT_EQ("sbtwrite2 7501", write("data")) << "a block was lost, so no later one may count";
+    endChannel();
+    sbtInitError error;
+    const sbtPair end[] = {{SBTINIT_END, nullptr}};
+    EXPECT_EQ(-1, agent.sbtinit(nullptr, end, &initOut));
+    EXPECT_EQ(-1, agent.sbtinit(&error, end, nullptr));
+    EXPECT_EQ(0, agent.sbtinit(&error, nullptr, &initOut));
+    EXPECT_EQ(-1, agent.sbtinit2(nullptr, 0, nullptr));
+    openChannel();
+}
+
+TEST_F(ScriptedAgentTest, EndsItsSessionsOnceAndCleansUp)
+{
+    openChannel();
+    ASSERT_EQ("", backUp("piece", "data", {.blockSize = 4}));
+    client.calls.clear();
+    endChannel();
+    EXPECT_EQ(std::vector<std::string>{"hoxCleanUp"}, client.operations());
+
+    openChannel();
+    ASSERT_EQ("", open("other", {.blockSize = 4}));
+    client.calls.clear();
+    endChannel();
+    EXPECT_EQ((std::vector<std::string>{"hoxTerminate", "hoxCleanUp"}), client.operations());
+}
+
+TEST_F(ScriptedAgentTest, ChecksTheLevelOfTheStorageClient)
+{
+    const struct {
+        unsigned short version, release, level, subLevel;
+        const char *outcome;
+    } table[] = {{7, 1, 2, 9, "7011 2507"},
+                 {6, 9, 9, 9, "7011 2507"},
+                 {7, 1, 3, 0, ""},
+                 {8, 0, 0, 0, ""},
+                 {7, 0, 13, 0, ""}};
+    for (const auto &row : table) {
+        client.level = {2, row.version, row.release, row.level, row.subLevel};
+        EXPECT_EQ(row.outcome, initialise()) << row.version << row.release << row.level;
+        if (!*row.outcome) {
+            EXPECT_EQ(0, agent.sbtend(memory.assign(1048576, '\0').data(), 0));
+        }
+    }
+    EXPECT_NE(std::string::npos, errorLog().find("RBQ2572")) << errorLog();
+    EXPECT_NE(std::string::npos, errorLog().find("RBQ2573"));
+    openChannel(); // the failures left nothing behind
+}
+
+TEST_F(ScriptedAgentTest, SetsTheStorageClientUpForTheWayItGetsThePassword)
+{
+    openChannel();
+    auto calls = client.callsOf({"hoxSetUp", "hoxQueryCli", "hoxCleanUp"});
+    ASSERT_EQ(2U, calls.size());
+    EXPECT_EQ("hoxSetUp mt=1 program=4700 config=" + installation.clientOptions().string() +
+                  " logName=veloerror.log",
+              calls[0]);
+    EXPECT_FALSE(fs::exists(client.programName)) << client.programName;
+    endChannel();
+
+    client.calls.clear();
+    client.passwordAccess = HOX_PASSWORDACCESS_PROMPT;
+    openChannel();
+    calls = client.callsOf({"hoxSetUp", "hoxQueryCli", "hoxCleanUp"});
+    ASSERT_EQ(4U, calls.size());
+    EXPECT_EQ(0U, calls[2].find("hoxCleanUp"));
+    EXPECT_EQ(0U, calls[3].find("hoxSetUp mt=1 program=0 "));
+    endChannel();
+
+    client.on("hoxSetUp", 1, HOX_RC_BAD_OPTION_FILE);
+    EXPECT_EQ("7011 2030", initialise());
+    EXPECT_NE(std::string::npos, errorLog().find("RBS2030E Local text")) << errorLog();
+    client.on("hoxQueryCliOptions", 1, HOX_RC_NOT_SET_UP);
+    EXPECT_EQ("7011 2007", initialise());
+    fs::remove(client.programName); // kept on purpose when the set-up failed
+}
+
+TEST_F(ScriptedAgentTest, OpensEachSessionAsTheClientAsks)
+{
+    installation.configureAgent({"VELO_NODE mynode", "VELO_OWNER me", "VELO_FS \\prod"});
+    openChannel();
+    EXPECT_EQ(1, occurrences(errorLog(), "RBQ2610W"));
+    ASSERT_EQ("", backUp("piece", "data", {.blockSize = 4}));
+    auto sessions = client.callsOf({"hoxInitEx"});
+    ASSERT_EQ(1U, sessions.size());
+    EXPECT_EQ("hoxInitEx node=(null) owner=(null) password= application=KEEL Oracle SUN class=3 "
+              "options=[ ]",
+              sessions[0]);
+    EXPECT_EQ(1U, client.objects.count("/prod//piece"));
+
+    // What sbtcommand brings is handed over as it stands, and stops at the end of its room.
+    const std::string longOption(600, 'x');
+    const struct {
+        std::string command, options;
+    } table[] = {{"", " "},
+                 {"-a=1", " -a=1"},
+                 {"\t-b=2 -c", " -a=1\t-b=2 -c"},
+                 {longOption, " -a=1\t-b=2 -c" + longOption.substr(0, 500)},
+                 {longOption, " -a=1\t-b=2 -c" + longOption.substr(0, 500)}};
+    for (std::size_t i = 0; i < std::size(table); ++i) {
+        std::string command = table[i].command;
+        EXPECT_EQ(0, agent.sbtcommand(ctx, 0, command.data()));
+        EXPECT_EQ("", remove({"nothing"}));
+        sessions = client.callsOf({"hoxInitEx"});
+        EXPECT_NE(std::string::npos, sessions.back().find("options=[" + table[i].options + "]"))
+            << sessions.back();
+    }
+}
+
+TEST_F(ScriptedAgentTest, StartsASessionUpToFiveTimes)
+{
+    openChannel();
+    const struct {
+        int failures, rc, attempts;
+        const char *outcome;
+    } table[] = {{1, HOX_RC_RETRY_SESSION, 2, ""},
+                 {4, HOX_RC_RETRY_SESSION, 5, ""},
+                 {5, HOX_RC_RETRY_SESSION, 5, "sbtrestore 7501"},
+                 {1, HOX_RC_AUTH_FAILURE, 1, "sbtrestore 7501"}};
+    client.objects["/lumoorc//piece"] = {.data = "data", .id = {1, 1}};
+    for (const auto &row : table) {
+        SCOPED_TRACE(row.failures);
+        client.calls.clear();
+        for (int i = 1; i <= row.failures; ++i)
+            client.on("hoxInitEx", i, row.rc);
+        EXPECT_EQ(row.outcome, openRestore("piece"));
+        EXPECT_EQ(row.attempts, static_cast<int>(client.callsOf({"hoxInitEx"}).size()));
+        EXPECT_EQ("", close());
+    }
+    EXPECT_NE(std::string::npos, errorLog().find("RBS0137E Local text"));
+    client.on("hoxQuerySessOptions", 1, HOX_RC_INTERNAL); // told, not fatal
+    EXPECT_EQ("", openRestore("piece"));
+    EXPECT_NE(std::string::npos, errorLog().find("RBS2008E"));
+    EXPECT_EQ("", close());
+    client.on("hoxQuerySessInfo", 1, HOX_RC_INTERNAL);
+    EXPECT_EQ("sbtrestore 7501", openRestore("piece"));
+}
