@@ -8,6 +8,7 @@
 
 #include <array>
 #include <cstdlib>
+#include <ctime>
 
 #include <fmt/format.h>
 
@@ -179,10 +180,10 @@ void Channel::beginBackup(const std::string &name, const PieceAttributes &attrib
     if (attributes.fileType)
         objects.push_back({SBTOBJECT_FILETYPE, &fileType});
     objects.push_back({SBTOBJECT_END, nullptr});
-    pieceOpen_ = true; // a failed open is to be closed too
     if (entries_.backup(context_.get(), 0, name.c_str(), objects.data(), blockSize, 0,
                         attributes.copy, 0) != 0)
         fail();
+    pieceOpen_ = true; // what a failed open leaves behind goes with the channel
 }
 
 void Channel::writeBlock(std::span<std::byte> block)
@@ -193,9 +194,9 @@ void Channel::writeBlock(std::span<std::byte> block)
 
 void Channel::beginRestore(const std::string &name, std::size_t blockSize)
 {
-    pieceOpen_ = true;
     if (entries_.restore(context_.get(), 0, name.c_str(), blockSize) != 0)
         fail();
+    pieceOpen_ = true;
 }
 
 bool Channel::readBlock(std::span<std::byte> block)
@@ -217,6 +218,18 @@ void Channel::closePiece()
 namespace
 {
 
+/// The agent turns the local times that it is given into seconds as if daylight saving time were
+/// always in force, so those of the other half of the year come out an hour early.
+std::int64_t timeAt(const void *value)
+{
+    constexpr std::int64_t kHour = 3600;
+    const auto seconds = static_cast<std::int64_t>(numberAt(value));
+    const auto later = static_cast<std::time_t>(seconds + kHour);
+    std::tm parts = {};
+    const bool early = seconds != 0 && ::localtime_r(&later, &parts) && parts.tm_isdst == 0;
+    return early ? seconds + kHour : seconds;
+}
+
 void note(PieceInfo &piece, const sbtPair &item)
 {
     switch (item.code) {
@@ -227,10 +240,10 @@ void note(PieceInfo &piece, const sbtPair &item)
         piece.share = numberAt(item.value);
         break;
     case SBTBFINFO_CRETIME:
-        piece.created = static_cast<std::int64_t>(numberAt(item.value));
+        piece.created = timeAt(item.value);
         break;
     case SBTBFINFO_EXPTIME:
-        piece.expires = static_cast<std::int64_t>(numberAt(item.value));
+        piece.expires = timeAt(item.value);
         break;
     case SBTBFINFO_LABEL:
         piece.label = textAt(item.value);

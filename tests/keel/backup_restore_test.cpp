@@ -1,0 +1,221 @@
+// Streams go in and come back, and what is said about them is true.
+#include "tests/keel/keel_fixture.h"
+#include "tools/keel/trailer.h"
+
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+#include <ctime>
+#include <iomanip>
+#include <sstream>
+
+namespace keel::test
+{
+
+namespace
+{
+
+/// EXPECT_EQ would print megabytes.
+bool same(const std::string &left, const std::string &right)
+{
+    return left == right;
+}
+
+std::string trailerText(std::uint32_t blockSize, std::uint64_t length)
+{
+    const TrailerRecord record = encodeTrailer({blockSize, length});
+    return {reinterpret_cast<const char *>(record.data()), record.size()};
+}
+
+} // namespace
+
+TEST_F(KeelTest, StreamOfAnyLengthComesBackInBlocksOfAnySize)
+{
+    const std::size_t block = 4096;
+    for (const std::size_t size :
+         {std::size_t{0}, std::size_t{1}, block - 1, block, block + 1, 3 * block, 3 * block + 17,
+          5 * block - 1, 16 * block, 2 * 262144 + block}) {
+        const std::string name = "piece-" + std::to_string(size);
+        const std::string stream = randomBytes(size, size);
+        backUp(name, stream, std::to_string(block));
+        for (const char *blockSize : {"4096", "512", "2560", "12K", "256K", "1M"}) {
+            EXPECT_TRUE(same(restored(name, blockSize), stream))
+                << size << " bytes, restored in blocks of " << blockSize;
+        }
+    }
+}
+
+TEST_F(KeelTest, ZerosAtTheEndOfAStreamAreKept)
+{
+    for (const std::size_t size : {std::size_t{4096}, std::size_t{8192}, std::size_t{5000}}) {
+        const std::string name = "zeros-" + std::to_string(size);
+        backUp(name, std::string(size, '\0'), "4K");
+        for (const char *blockSize : {"4K", "1K", "64K"})
+            EXPECT_EQ(restored(name, blockSize).size(), size) << blockSize;
+    }
+}
+
+TEST_F(KeelTest, StreamThatEndsInATrailerOfItsOwnComesBackWhole)
+{
+    const std::string zeros(512 - kTrailerRecordSize, '\0');
+    const std::string first(512, 'a');
+    const std::string fitting = first + zeros + trailerText(512, 300);
+    std::string spoiled = fitting;
+    spoiled.back() ^= 1;
+    const std::string streams[] = {
+        fitting,                                        // as a piece of 300 bytes would lie there
+        fitting + zeros + trailerText(512, 1024),       // and stored once more
+        first + zeros + trailerText(512, 512),          // a trailer that was not needed
+        spoiled,                                        // the magic only
+        zeros + trailerText(512, 0),                    // the empty stream's
+        first + fitting.substr(0, fitting.size() - 20), // cut
+    };
+    int number = 0;
+    for (const std::string &stream : streams) {
+        const std::string name = "imitation-" + std::to_string(++number);
+        backUp(name, stream, "512");
+        EXPECT_TRUE(same(restored(name, "512"), stream)) << name;
+        EXPECT_TRUE(same(restored(name, "2048"), stream)) << name;
+    }
+}
+
+TEST_F(KeelTest, BlocksTooSmallToKnowTheLengthInTimeAreRefusedWithTheRightSize)
+{
+    const std::string stream = randomBytes((std::size_t{5} << 20) + 1, 1);
+    backUp("large-blocks", stream, "4M");
+    const auto output = installation_.directory() / "output";
+    const ProgramResult result =
+        keel({"restore", "large-blocks", "--output", output, "--block-size", "8K"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("--block-size 4194304"), std::string::npos) << result.err;
+    EXPECT_FALSE(std::filesystem::exists(output));
+    EXPECT_TRUE(same(restored("large-blocks", "4M"), stream));
+}
+
+TEST_F(KeelTest, StreamGoesFromPipeToPipe)
+{
+    const std::string stream = randomBytes(3'000'001, 2);
+    writeFile(installation_.directory() / "stream", stream);
+    const std::string program = keelProgram();
+    const ProgramResult result = run({"sh", "-c",
+                                      "cat stream | " + program + " backup piped -i - && " +
+                                          program + " restore piped -o - | cat > copy"});
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_TRUE(same(readFile(installation_.directory() / "copy"), stream));
+}
+
+TEST_F(KeelTest, FilesGetTheirContentBackAndAreNotReplacedUnasked)
+{
+    const auto directory = installation_.directory() / "files";
+    std::filesystem::create_directory(directory);
+    const std::string stream = randomBytes(100'000, 3);
+    writeFile(directory / "input", stream);
+    EXPECT_EQ(keel({"backup", "p", "--input", directory / "input"}).status, 0);
+    writeFile(directory / "taken", "mine");
+    const ProgramResult refused = keel({"restore", "p", "--output", directory / "taken"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("--force"), std::string::npos) << refused.err;
+    EXPECT_EQ(readFile(directory / "taken"), "mine");
+    EXPECT_EQ(keel({"restore", "p", "--output", directory / "taken", "--force"}).status, 0);
+    EXPECT_TRUE(same(readFile(directory / "taken"), stream));
+    EXPECT_EQ(keel({"restore", "p", "--output", directory / "new"}).status, 0);
+    EXPECT_TRUE(same(readFile(directory / "new"), stream));
+    EXPECT_EQ(keel({"restore", "p", "--output", "/dev/null"}).status, 0);
+    EXPECT_EQ(listing(directory), (std::vector<std::string>{"input", "new", "taken"}));
+}
+
+TEST_F(KeelTest, JsonTellsWhatHappened)
+{
+    using nlohmann::json;
+    const ProgramResult backup =
+        keel({"backup", "a \"name\"", "-i", "-", "--json"}, randomBytes(300'000, 4));
+    const json stored = json::parse(backup.out);
+    EXPECT_EQ(stored["name"], "a \"name\"");
+    EXPECT_EQ(stored["ok"], true);
+    EXPECT_EQ(stored["bytes"], 300'000);
+    EXPECT_GT(stored["seconds"], 0.0);
+
+    const ProgramResult again = keel({"backup", "a \"name\"", "-i", "-", "--json"}, "x");
+    EXPECT_EQ(again.status, 1);
+    EXPECT_EQ(json::parse(again.out)["ok"], false);
+    EXPECT_EQ(json::parse(again.out)["sbtCode"], 7503);
+
+    const ProgramResult info = keel({"info", "a \"name\"", "nobody", "--json"});
+    EXPECT_EQ(info.status, 1) << "one of them is missing";
+    const json pieces = json::parse(info.out)["pieces"];
+    ASSERT_EQ(pieces.size(), 2U);
+    EXPECT_EQ(pieces[0]["found"], true);
+    EXPECT_EQ(pieces[0]["method"], "stream");
+    EXPECT_EQ(pieces[0]["class"], "STANDARD");
+    EXPECT_EQ(pieces[0]["created"].get<std::string>().size(),
+              std::string("2026-03-07T13:05:09Z").size());
+    EXPECT_EQ(pieces[1], (json{{"name", "nobody"}, {"found", false}}));
+}
+
+TEST_F(KeelTest, TerminalShowsTheRateUnlessQuiet)
+{
+    writeFile(installation_.directory() / "stream", randomBytes(1'000'000, 8));
+    const std::string command = keelProgram().string() + " backup -i stream ";
+    const ProgramResult shown = run({"script", "-qec", command + "shown", "/dev/null"});
+    EXPECT_EQ(shown.status, 0);
+    EXPECT_NE(shown.out.find("shown  977 KiB in 0:0"), std::string::npos) << shown.out;
+    EXPECT_NE(shown.out.find("iB/s"), std::string::npos) << shown.out;
+    EXPECT_EQ(run({"script", "-qec", command + "--quiet hidden", "/dev/null"}).out, "");
+}
+
+TEST_F(KeelTest, RemovedPieceIsGoneAndTheOthersStay)
+{
+    for (const char *name : {"one", "two", "three"})
+        backUp(name, name);
+    EXPECT_EQ(keel({"remove", "one"}).status, 2) << "nobody can be asked, so nothing is done";
+    EXPECT_TRUE(isStored("one"));
+    const ProgramResult result = keel({"remove", "one", "nobody", "two", "one", "--yes"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("SBT 7502: there is no piece nobody"), std::string::npos)
+        << result.err;
+    EXPECT_FALSE(isStored("one"));
+    EXPECT_FALSE(isStored("two"));
+    EXPECT_EQ(restored("three"), "three");
+    EXPECT_EQ(keel({"remove", "three", "--yes"}).status, 0);
+    backUp("one", "a new one");
+    EXPECT_EQ(restored("one"), "a new one");
+}
+
+TEST_F(KeelTest, CreationTimeIsRightInAnyZoneAndSeason)
+{
+    for (const char *zone : {"UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "EST5EDT,M3.2.0,M11.1.0",
+                             "AEST-10AEDT,M10.1.0,M4.1.0/3"}) {
+        ::setenv("TZ", zone, 1);
+        const std::time_t before = std::time(nullptr);
+        const std::string name = std::string("from ") + zone;
+        backUp(name, "x");
+        const ProgramResult info = keel({"info", name, "--json"});
+        const auto created = nlohmann::json::parse(info.out)["pieces"][0]["created"];
+        std::tm parts = {};
+        std::istringstream(created.get<std::string>()) >>
+            std::get_time(&parts, "%Y-%m-%dT%H:%M:%SZ");
+        EXPECT_GE(::timegm(&parts), before) << zone;
+        EXPECT_LE(::timegm(&parts), std::time(nullptr)) << zone;
+    }
+    ::unsetenv("TZ");
+}
+
+TEST_F(KeelTest, AttributesAndTraceReachTheAgent)
+{
+    const auto agentTrace = installation_.directory() / "agent.trace";
+    installation_.configureAgent({"VELO_MGMT_CLASS_2 STANDARD", "VELO_TRACE_FLAGS ORACLE",
+                                  "VELO_TRACE_FILE " + agentTrace.string()});
+    const auto trace = installation_.directory() / "trace";
+    const ProgramResult result =
+        keel({"backup", "p", "-i", "-", "--copy", "2", "--database", "PROD", "--type", "archivelog",
+              "--trace", trace, "--trace-level", "2", "--block-size", "8K"},
+             "content");
+    EXPECT_EQ(result.status, 0) << result.err;
+    const std::string text = readFile(trace) + readFile(agentTrace);
+    for (const char *expected :
+         {"sbtbackup(): Enter", "block_size       = 8192", "copy_number      = 2",
+          "sbtclose2(): Exit - OK", "type DBNAME, value PROD.", "type FILETYPE, value ARCHLOG."})
+        EXPECT_NE(text.find(expected), std::string::npos) << expected;
+}
+
+} // namespace keel::test

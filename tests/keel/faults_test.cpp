@@ -1,0 +1,142 @@
+// What goes wrong is said in one line with the right status, and leaves nothing half done.
+#include "tests/keel/keel_fixture.h"
+
+#include <algorithm>
+#include <csignal>
+#include <fstream>
+
+namespace keel::test
+{
+
+TEST_F(KeelTest, RefusalIsOneLineWithCodeAndStatus)
+{
+    backUp("taken", "content");
+    const auto directory = installation_.directory();
+    writeFile(directory / "wrong.opt", "VELO_FSS prod\n");
+    writeFile(directory / "elsewhere.arca", "REPOSITORY file://" +
+                                                (directory / "nowhere").string() +
+                                                "\nNODENAME testnode\nPASSWORDACCESS generate\n");
+    writeFile(directory / "elsewhere.opt", "HOXI_LOG " + directory.string() + "\nHOXI_ORC_CONFIG " +
+                                               (directory / "elsewhere.arca").string() + "\n");
+    struct Case {
+        std::vector<std::string> arguments;
+        std::string message;
+    };
+    const Case cases[] = {
+        {{"backup", "taken", "-i", "-"}, "keel backup taken: SBT 7503: "},
+        {{"restore", "absent", "-o", "-"}, "keel restore absent: SBT 7502: "},
+        {{"backup", std::string(256, 'n'), "-i", "-"}, ": SBT 7501: "},
+        {{"restore", std::string(5000, 'n'), "-o", "-"}, ": SBT 7502: "},
+        {{"info", "p", "--optfile", directory / "wrong.opt"}, "keel info p: SBT 7011: "},
+        {{"info", "p", "--optfile", directory / "absent.opt"}, "keel info p: SBT 7011: "},
+        {{"backup", "p", "-i", "-", "--optfile", directory / "elsewhere.opt"},
+         "keel backup p: SBT 7"},
+        {{"backup", "p", "-i", directory / "absent"}, "keel backup p: cannot open "},
+        {{"backup", "p", "-i", directory}, "keel backup p: cannot read "},
+        {{"restore", "taken", "-o", directory}, "keel restore taken: cannot write "},
+        {{"restore", "taken", "-o", directory / "absent/file"},
+         "keel restore taken: cannot create "},
+        {{"restore", "taken", "-o", "/dev/full"}, "keel restore taken: cannot write "},
+        {{"info", "p", "--library", directory / "absent.so"},
+         "keel info p: cannot load the agent: "},
+        {{"info", "p", "--library", clientLibrary()}, "is no agent"},
+    };
+    for (const Case &wrong : cases) {
+        const ProgramResult result = keel(wrong.arguments, "stream");
+        SCOPED_TRACE(result.err);
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(result.out, "");
+        EXPECT_NE(result.err.find(wrong.message), std::string::npos) << wrong.message;
+        EXPECT_EQ(std::ranges::count(result.err, '\n'), 1);
+    }
+    EXPECT_EQ(restored("taken"), "content");
+    EXPECT_FALSE(isStored("p"));
+    EXPECT_FALSE(std::filesystem::exists(directory / "nowhere"));
+}
+
+TEST_F(KeelTest, WrongUseIsStatus2AndHelpIs0)
+{
+    const std::vector<std::string> wrong[] = {
+        {},
+        {"sing"},
+        {"backup"},
+        {"backup", "p"},
+        {"backup", "p", "-i", "-", "--block-size", "1000"},
+        {"backup", "p", "-i", "-", "--block-size", "0"},
+        {"backup", "p", "-i", "-", "--block-size", "1G"},
+        {"backup", "p", "-i", "-", "--copy", "5"},
+        {"backup", "p", "-i", "-", "--type", "tablespace"},
+        {"backup", "p", "-i", "-", "--trace-level", "2"},
+        {"restore", "p", "-o", "-", "--json"},
+        {"info", "p", "--optfile", std::string(1025, 'x')},
+        {"info"},
+    };
+    for (const auto &arguments : wrong) {
+        const ProgramResult result = keel(arguments);
+        EXPECT_EQ(result.status, 2) << result.err;
+        EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
+        EXPECT_EQ(result.out, "");
+    }
+    for (const char *verb : {"backup", "restore", "info", "remove"}) {
+        const ProgramResult help = keel({verb, "--help"});
+        EXPECT_EQ(help.status, 0);
+        EXPECT_NE(help.out.find("Example: "), std::string::npos) << verb;
+    }
+}
+
+TEST_F(KeelTest, BackupThatIsEndedBySignalLeavesNothing)
+{
+    const std::string half = randomBytes(std::size_t{4} << 20, 5);
+    for (const int number : {SIGINT, SIGTERM, SIGKILL}) {
+        Program program({keelProgram(), "backup", "half", "--input", "-"});
+        // More than the pipe holds, so that it is at work, or waiting for more, when the signal
+        // comes.
+        ASSERT_TRUE(program.feed(half));
+        program.signal(number);
+        const ProgramResult result = program.wait();
+        if (number == SIGKILL) {
+            EXPECT_EQ(result.status, 128 + SIGKILL);
+        } else {
+            EXPECT_EQ(result.status, 1) << result.err;
+            EXPECT_EQ(result.err.substr(0, 18), "keel backup half: ") << result.err;
+        }
+        EXPECT_FALSE(isStored("half"));
+    }
+    backUp("half", half);
+    EXPECT_TRUE(restored("half") == half);
+}
+
+TEST_F(KeelTest, DamagedPieceLeavesNoFile)
+{
+    backUp("damaged", randomBytes(1'000'000, 6));
+    // The largest file of the repository is the piece; one bit of it is turned.
+    std::filesystem::path largest;
+    for (const auto &entry :
+         std::filesystem::recursive_directory_iterator(installation_.repository())) {
+        if (entry.is_regular_file() && (largest.empty() || entry.file_size() > file_size(largest)))
+            largest = entry.path();
+    }
+    std::string bytes = readFile(largest);
+    bytes[bytes.size() / 2] ^= 0x10;
+    writeFile(largest, bytes);
+
+    const auto directory = installation_.directory() / "output";
+    std::filesystem::create_directory(directory);
+    const ProgramResult result = keel({"restore", "damaged", "--output", directory / "file"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("SBT 7501"), std::string::npos) << result.err;
+    EXPECT_EQ(listing(directory), std::vector<std::string>());
+}
+
+TEST_F(KeelTest, ReaderThatGoesAwayIsAnError)
+{
+    backUp("long", randomBytes(std::size_t{8} << 20, 7));
+    const ProgramResult result = run(
+        {"bash", "-c",
+         "set -o pipefail; " + keelProgram().string() + " restore long --output - | head -c 10"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.out.size(), 10U);
+    EXPECT_NE(result.err.find("cannot write standard output"), std::string::npos) << result.err;
+}
+
+} // namespace keel::test

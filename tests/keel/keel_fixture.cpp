@@ -1,0 +1,47 @@
+// See keel_fixture.h.
+#include "tests/keel/keel_fixture.h"
+
+#include <algorithm>
+
+namespace keel::test
+{
+
+ProgramResult KeelTest::keel(std::vector<std::string> arguments, const std::string &input) const
+{
+    arguments.insert(arguments.begin(), keelProgram());
+    ProgramOptions options;
+    options.input = input;
+    return run(arguments, options);
+}
+
+void KeelTest::backUp(const std::string &name, const std::string &stream,
+                      const std::string &blockSize) const
+{
+    const ProgramResult result =
+        keel({"backup", name, "--input", "-", "--block-size", blockSize}, stream);
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(result.out + result.err, "") << "it is silent where nobody looks on";
+}
+
+std::string KeelTest::restored(const std::string &name, const std::string &blockSize) const
+{
+    const ProgramResult result =
+        keel({"restore", name, "--output", "-", "--block-size", blockSize});
+    return result.status == 0 ? result.out : "failed: " + result.err;
+}
+
+bool KeelTest::isStored(const std::string &name) const
+{
+    return keel({"info", name}).status == 0;
+}
+
+std::vector<std::string> KeelTest::listing(const std::filesystem::path &directory)
+{
+    std::vector<std::string> names;
+    for (const auto &entry : std::filesystem::directory_iterator(directory))
+        names.push_back(entry.path().filename().string());
+    std::ranges::sort(names);
+    return names;
+}
+
+} // namespace keel::test
