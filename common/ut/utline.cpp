@@ -3,27 +3,12 @@
 
 #include "common/string/ststring.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 
 namespace
 {
-// fgets is no help with binary input: it does not say how much it read when there are NULs.
-bool readPiece(char *buffer, long size, FILE *file) noexcept
-{
-    long length = 0;
-    while (length < size - 1) {
-        const int c = getc(file);
-        if (c == EOF)
-            break;
-        buffer[length++] = static_cast<char>(c);
-        if (c == '\n')
-            break;
-    }
-    buffer[length] = '\0';
-    return length > 0;
-}
-
 void dropLineEnd(char *line) noexcept
 {
     const std::size_t length = std::strlen(line);
@@ -43,7 +28,9 @@ char *utGetNextLine(char *buffer, long size, FILE *file, int *lineCount, int, in
 {
     if (buffer == nullptr || size < 2 || file == nullptr)
         return nullptr;
-    while (readPiece(buffer, size, file)) {
+    // fgets takes a whole line whatever NULs are in it; only the text in the buffer ends there.
+    const int room = static_cast<int>(std::min(size, static_cast<long>(INT_MAX)));
+    while (std::fgets(buffer, room, file) != nullptr) {
         if (lineCount != nullptr && *lineCount < INT_MAX)
             ++*lineCount;
         dropLineEnd(buffer);

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <fcntl.h>
 #include <memory>
 #include <sys/resource.h>
@@ -124,6 +125,39 @@ TEST(LockedAppend, KeepsLinesWholeAmongThreadsAndProcesses)
     EXPECT_EQ(file.st_mode & 0777U, 0600U);
 }
 
+TEST(LockedAppend, WaitsForAnotherProcessThatHoldsTheFile)
+{
+    TempDir directory;
+    const std::string path = (directory / "log").string();
+    int locked[2];
+    int release[2];
+    ASSERT_EQ(pipe(locked), 0);
+    ASSERT_EQ(pipe(release), 0);
+    const pid_t holder = fork();
+    if (holder == 0) {
+        char go = 0;
+        const int log = open(path.c_str(), O_RDWR | O_CREAT, 0600);
+        const bool good = lockf(log, F_LOCK, 0) == 0 && write(log, "fir", 3) == 3 &&
+                          write(locked[1], "l", 1) == 1 && read(release[0], &go, 1) == 1 &&
+                          write(log, "st\n", 3) == 3;
+        _exit(good ? 0 : 1);
+    }
+    char word = 0;
+    ASSERT_EQ(read(locked[0], &word, 1), 1);
+    std::atomic<bool> appended{false};
+    std::thread appender([&] {
+        psAppendLocked(path.c_str(), "second\n", 7);
+        appended = true;
+    });
+    for (int turn = 0; turn < 2000 && !appended; ++turn)
+        std::this_thread::yield();
+    EXPECT_FALSE(appended);
+    EXPECT_EQ(write(release[1], "r", 1), 1);
+    appender.join();
+    waitpid(holder, nullptr, 0);
+    EXPECT_EQ(readFile(path), "first\nsecond\n");
+}
+
 TEST(LockedAppend, StopsAtTheLimitOfTheProcessInsteadOfEndingIt)
 {
     TempDir directory;
@@ -133,8 +167,8 @@ TEST(LockedAppend, StopsAtTheLimitOfTheProcessInsteadOfEndingIt)
         const struct rlimit limit = {100, 100};
         setrlimit(RLIMIT_FSIZE, &limit);
         const std::string line(60, 'x');
-        psAppendLocked(path.c_str(), line.data(), line.size());
-        psAppendLocked(path.c_str(), line.data(), line.size());
+        for (const std::size_t length : {60, 60, 40, 1}) // the second and the last do not fit
+            psAppendLocked(path.c_str(), line.data(), length);
         psAppendLocked("/", line.data(), line.size());
         psAppendLocked("", line.data(), line.size());
         _exit(0);
@@ -142,6 +176,6 @@ TEST(LockedAppend, StopsAtTheLimitOfTheProcessInsteadOfEndingIt)
     int status = -1;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0) << "ended by a signal";
-    EXPECT_EQ(readFile(path).size(), 60U) << "a whole line or none";
+    EXPECT_EQ(readFile(path).size(), 100U) << "a whole line or none";
 }
 } // namespace

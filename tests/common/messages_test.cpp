@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <thread>
 
 namespace
@@ -119,7 +120,29 @@ TEST_F(Messages, NeverHandADamagedFileToTheHost)
         writeFile(path, whole.substr(0, length));
         EXPECT_EQ(startMessages(directory.path()), NLS_RC_OPEN) << length << " bytes";
     }
-    for (std::size_t at = 0; at < whole.size(); ++at) {
+    std::uint32_t words[3];
+    std::memcpy(words, whole.data(), sizeof words);
+    const std::size_t textsAt = 12 + std::size_t{24} * words[1] * words[2];
+    const auto textsLength = static_cast<std::uint32_t>(whole.size() - textsAt);
+    const struct {
+        std::size_t at;
+        std::uint32_t value;
+    } lies[] = {{0, 0xDE080496},
+                {4, 0},
+                {8, 0},
+                {4, words[1] * 2},
+                {8, 0x10000000},
+                {4, 0xFFFFFFFF},
+                {20, textsLength},
+                {textsAt / 2 + 2, textsLength},
+                {20, 0xFFFFFFFF}};
+    for (const auto &lie : lies) {
+        std::string damaged = whole;
+        std::memcpy(damaged.data() + lie.at, &lie.value, sizeof lie.value);
+        writeFile(path, damaged);
+        EXPECT_EQ(startMessages(directory.path()), NLS_RC_OPEN) << lie.at << ": " << lie.value;
+    }
+    for (std::size_t at = 0; at < whole.size(); at += at < textsAt / 2 ? 1 : 11) {
         std::string damaged = whole;
         damaged[at] = static_cast<char>(damaged[at] ^ (at % 3 == 0 ? 0xFF : 1 << at % 8));
         writeFile(path, damaged);
