@@ -389,6 +389,7 @@ bool CopyApiQryRespBackupData(const qryRespBackupData &from, dhoxBackupObject_t 
     to.objName = name;
     to.objId = joined(from.objId);
     to.sizeEstimate = joined(from.sizeEstimate);
+    to.size = joined(from.size);
     to.copyGroup = from.copyGroup;
     to.restoreOrder = from.restoreOrder.word[0];
     to.mediaClass = from.mediaClass;

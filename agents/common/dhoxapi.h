@@ -22,6 +22,7 @@ struct dhoxBackupObject_t {
     hoxObjName objName;
     std::uint64_t objId;
     std::uint64_t sizeEstimate;
+    std::uint64_t size; // bytes
     std::uint32_t copyGroup;
     std::uint32_t restoreOrder;
     std::uint8_t mediaClass;

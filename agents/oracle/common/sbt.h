@@ -69,7 +69,39 @@ SBT_EXPORT int sbterror(void *ctx, unsigned long flags, unsigned long *error, vo
                         void **utf8Msg);
 
 SBT_EXPORT void veloQueryVersion(veloVersion *record);
+
+// ---- version 1 of the interface, for older databases: no context, the state is the process's.
+// Every call clears its error record first and reports there (oer 0: no error).
+
+/// What sbtinfo tells of a stored file.
+struct sbtFileInfo {
+    char name[256];
+    std::uint64_t size;         // bytes
+    std::uint64_t creationTime; // seconds since the epoch; 0 when it is not known
+    std::uint32_t media;        // SBT1_MEDIA_
+    char label[64];             // of the medium
+    char mgmtClass[31];
+};
+
+/// A file handle, or -1. mode: SBT1_READ, or one of the write modes.
+SBT_EXPORT int sbtopen(bserc *error, char *fileName, unsigned long mode, unsigned long blockSize);
+SBT_EXPORT int sbtwrite(bserc *error, unsigned th, char *buffer);
+SBT_EXPORT int sbtread(bserc *error, unsigned th, char *buffer);
+/// flags 1 and 2 both commit what was written.
+SBT_EXPORT int sbtclose(bserc *error, unsigned th, unsigned long flags);
+/// The record stays the library's; it holds until the next sbtinfo of the process. Null on failure.
+SBT_EXPORT const sbtFileInfo *sbtinfo(bserc *error, char *fileName);
+SBT_EXPORT int sbtremove(bserc *error, char *fileName);
 }
+
+// Modes of sbtopen.
+constexpr unsigned long SBT1_READ = 1;
+constexpr unsigned long SBT1_WRITE = 2;
+constexpr unsigned long SBT1_WRITE_NEW = 6;
+
+// Media of sbtFileInfo.
+constexpr std::uint32_t SBT1_MEDIA_REMOVABLE = 1;
+constexpr std::uint32_t SBT1_MEDIA_DISK = 2;
 
 // SBT error codes, as sbterror and sbtinit report them.
 constexpr std::uint32_t SBT_INIT_FAILED = 7011;

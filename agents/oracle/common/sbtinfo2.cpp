@@ -64,23 +64,6 @@ private:
     std::size_t used_ = 0;
 };
 
-// Seconds since the epoch; 0 when the date cannot be converted. Both dates are taken as
-// daylight-saving time whatever the season, as they always were: what the database has kept of them
-// must still compare.
-std::uint64_t secondsOf(const hoxDate &date)
-{
-    tm calendar{};
-    calendar.tm_year = date.year - 1900;
-    calendar.tm_mon = date.month - 1;
-    calendar.tm_mday = date.day;
-    calendar.tm_hour = date.hour;
-    calendar.tm_min = date.minute;
-    calendar.tm_sec = date.second;
-    calendar.tm_isdst = 1;
-    const std::time_t seconds = date.year == 0 ? -1 : std::mktime(&calendar);
-    return seconds < 0 ? 0 : static_cast<std::uint64_t>(seconds);
-}
-
 bool describe(InfoWriter &info, const dhoxBackupObject_t &object, int handle, const char *name)
 {
     const std::uint64_t method = std::strcmp(object.objInfo, "stStream") == 0 ? 1 : 2;
@@ -91,8 +74,8 @@ bool describe(InfoWriter &info, const dhoxBackupObject_t &object, int handle, co
     const bool whole =
         info.addNumber(SBTBFINFO_METHOD, method) && info.addNumber(SBTBFINFO_SHARE, shared) &&
         info.addNumber(SBTBFINFO_ORDER, shared) &&
-        info.addNumber(SBTBFINFO_CRETIME, secondsOf(object.insDate)) &&
-        info.addNumber(SBTBFINFO_EXPTIME, secondsOf(object.expDate)) &&
+        info.addNumber(SBTBFINFO_CRETIME, veloSecondsOf(object.insDate)) &&
+        info.addNumber(SBTBFINFO_EXPTIME, veloSecondsOf(object.expDate)) &&
         info.addText(SBTBFINFO_LABEL, kLabelRoom, labelText) &&
         (object.mcName[0] == '\0' || info.addText(SBTBFINFO_COMMENT, kCommentRoom, object.mcName));
     ORC_TRACE(2, " %s: hoxHandle = %d, SBTBFINFO_METHOD = %d\n", name, handle,
@@ -236,6 +219,23 @@ std::int32_t countNames(char **pieceNames)
 }
 
 } // namespace
+
+// Both dates are taken as
+// daylight-saving time whatever the season, as they always were: what the database has kept of them
+// must still compare.
+std::uint64_t veloSecondsOf(const hoxDate &date)
+{
+    tm calendar{};
+    calendar.tm_year = date.year - 1900;
+    calendar.tm_mon = date.month - 1;
+    calendar.tm_mday = date.day;
+    calendar.tm_hour = date.hour;
+    calendar.tm_min = date.minute;
+    calendar.tm_sec = date.second;
+    calendar.tm_isdst = 1;
+    const std::time_t seconds = date.year == 0 ? -1 : std::mktime(&calendar);
+    return seconds < 0 ? 0 : static_cast<std::uint64_t>(seconds);
+}
 
 void veloFreeInfo(orcObj_t *ctx, const char *function)
 {

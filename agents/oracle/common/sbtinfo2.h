@@ -5,6 +5,9 @@
 
 #include "agents/oracle/common/orcobj.h"
 
+/// Seconds since the epoch of a date of the storage client; 0 when it cannot be converted.
+std::uint64_t veloSecondsOf(const hoxDate &date);
+
 /// Frees the array that the context holds, with the values of its pairs; function is named in the
 /// traces.
 void veloFreeInfo(orcObj_t *ctx, const char *function);

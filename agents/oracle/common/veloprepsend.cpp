@@ -7,6 +7,7 @@
 #include "agents/oracle/common/backup.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/errorlog.h"
+#include "agents/oracle/common/veloquery.h"
 #include "agents/oracle/common/velosession.h"
 #include "common/cu/cu64.h"
 #include "common/string/ststring.h"
@@ -62,39 +63,14 @@ std::uint16_t bindClass(Sending &sending)
 std::uint16_t queryClass(Sending &sending)
 {
     const char *name = sending.scope.name();
-    const std::uint32_t handle = sending.ctx->hoxHandle;
-    qryMCData request{};
-    request.stVersion = HOX_QRY_MC_VERSION;
-    request.mcName = sending.mcName;
-    request.detail = 1;
-    std::int16_t rc =
-        hoxApi().dhoxBeginQuery(HoxApiStatusObjP, handle, HOX_QUERY_MGMT_CLASS, &request);
-    if (rc == HOX_RC_OK) {
-        qryRespMCData answer{};
-        do {
-            answer = qryRespMCData{};
-            answer.stVersion = HOX_QRY_RESP_MC_VERSION;
-            DataBlk block{};
-            block.stVersion = HOX_DATABLK_VERSION;
-            block.bufferLen = sizeof answer;
-            block.bufferPtr = reinterpret_cast<char *>(&answer);
-            rc = hoxApi().dhoxGetNextQObj(HoxApiStatusObjP, handle, &block, nullptr);
-            if (rc == HOX_RC_MORE_DATA) {
-                answer.stgPool[HOX_MAX_POOL_NAME] = '\0';
-                ORC_TRACE(2, " %s: hoxHandle = %d, rc = %d, Stg Pool  = %s\n", name,
-                          sending.handle(), rc, answer.stgPool);
-            }
-        } while (rc == HOX_RC_MORE_DATA);
-    }
-    if (rc != HOX_RC_OK && rc != HOX_RC_FINISHED) {
+    qryRespMCData found{};
+    const std::int16_t rc = veloQueryClass(sending.ctx, sending.mcName, name, &found);
+    if (rc != HOX_RC_OK) {
         sending.report(rc);
-        hoxApi().dhoxEndQuery(HoxApiStatusObjP, handle);
         SCOPE_EXIT(sending.scope, " %s: Exit - management class '%s'. hoxHandle = %d, rc = %d\n\n",
                    name, sending.mcName, sending.handle(), rc);
-        return static_cast<std::uint16_t>(rc);
     }
-    hoxApi().dhoxEndQuery(HoxApiStatusObjP, handle);
-    return ORC_RC_OK;
+    return static_cast<std::uint16_t>(rc);
 }
 
 // Copies 2 to 4 have a class of their own, which the option file names.
@@ -129,7 +105,7 @@ std::uint16_t chooseClass(Sending &sending)
     return queryClass(sending);
 }
 
-std::uint64_t estimateSize(const orcObj_t *ctx, const TraceScope &scope)
+std::uint64_t estimateSize(const orcObj_t *ctx, const char *name)
 {
     constexpr long defaultMegabytes = 50;
     long value = std::strtol(ctx->options[OPT_VELO_AVG_SIZE], nullptr, 10);
@@ -139,7 +115,7 @@ std::uint64_t estimateSize(const orcObj_t *ctx, const TraceScope &scope)
         value = static_cast<long>(static_cast<std::uint64_t>(ctx->maxSize) & 0xFFFFFFFFU);
     }
     const std::uint64_t estimate = static_cast<std::uint64_t>(value) * 1048576U;
-    ORC_TRACE(2, " %s: hoxHandle = %d, Estimated Bkup file size = %d\n", scope.name(),
+    ORC_TRACE(2, " %s: hoxHandle = %d, Estimated Bkup file size = %d\n", name,
               static_cast<int>(ctx->hoxHandle), static_cast<int>(estimate));
     return estimate;
 }
@@ -148,14 +124,8 @@ std::uint16_t beginObject(Sending &sending)
 {
     orcObj_t *ctx = sending.ctx;
     const char *name = sending.scope.name();
-    const std::uint64_t estimate = estimateSize(ctx, sending.scope);
     ObjAttr attributes{};
-    attributes.stVersion = HOX_OBJATTR_VERSION;
-    stCopy(attributes.owner, ctx->options[OPT_VELO_OWNER]);
-    attributes.sizeEstimate = {cuHigh32(estimate), cuLow32(estimate)};
-    attributes.objInfoLength = HOX_MAX_OBJ_INFO;
-    attributes.objInfo = ctx->objInfo;
-    attributes.mcNameP = sending.mcName;
+    fillObjAttr(ctx, sending.mcName, &attributes);
     const std::int16_t rc = hoxApi().dhoxSendObj(HoxApiStatusObjP, ctx->hoxHandle, HOX_SEND_BACKUP,
                                                  nullptr, &ctx->hoxName, &attributes, nullptr);
     if (rc == HOX_RC_OK) {
@@ -178,6 +148,18 @@ std::uint16_t beginObject(Sending &sending)
 }
 
 } // namespace
+
+void fillObjAttr(const orcObj_t *ctx, const char *mcName, ObjAttr *attributes)
+{
+    const std::uint64_t estimate = estimateSize(ctx, "veloPrepSend()");
+    *attributes = ObjAttr{};
+    attributes->stVersion = HOX_OBJATTR_VERSION;
+    stCopy(attributes->owner, ctx->options[OPT_VELO_OWNER]);
+    attributes->sizeEstimate = {cuHigh32(estimate), cuLow32(estimate)};
+    attributes->objInfoLength = HOX_MAX_OBJ_INFO;
+    attributes->objInfo = ctx->objInfo;
+    attributes->mcNameP = mcName;
+}
 
 std::int16_t veloEndTxn(orcObj_t *ctx, std::uint8_t vote, std::uint16_t *reason)
 {

@@ -34,6 +34,36 @@ std::int16_t BackupQuery::end()
     return hoxApi().dhoxEndQuery(HoxApiStatusObjP, handle_);
 }
 
+std::int16_t veloQueryClass(const orcObj_t *ctx, const char *mcName, const char *caller,
+                            qryRespMCData *last)
+{
+    const std::uint32_t handle = ctx->hoxHandle;
+    const qryMCData request{HOX_QRY_MC_VERSION, mcName, 1};
+    std::int16_t rc =
+        hoxApi().dhoxBeginQuery(HoxApiStatusObjP, handle, HOX_QUERY_MGMT_CLASS, &request);
+    if (rc != HOX_RC_OK) {
+        return rc;
+    }
+    do {
+        qryRespMCData answer{};
+        answer.stVersion = HOX_QRY_RESP_MC_VERSION;
+        DataBlk block{};
+        block.stVersion = HOX_DATABLK_VERSION;
+        block.bufferLen = sizeof answer;
+        block.bufferPtr = reinterpret_cast<char *>(&answer);
+        rc = hoxApi().dhoxGetNextQObj(HoxApiStatusObjP, handle, &block, nullptr);
+        if (rc == HOX_RC_MORE_DATA) {
+            answer.mcName[HOX_MAX_MC_NAME] = '\0';
+            answer.stgPool[HOX_MAX_POOL_NAME] = '\0';
+            ORC_TRACE(2, " %s: hoxHandle = %d, rc = %d, Stg Pool  = %s\n", caller,
+                      static_cast<int>(handle), rc, answer.stgPool);
+            *last = answer;
+        }
+    } while (rc == HOX_RC_MORE_DATA);
+    hoxApi().dhoxEndQuery(HoxApiStatusObjP, handle);
+    return rc == HOX_RC_FINISHED ? static_cast<std::int16_t>(HOX_RC_OK) : rc;
+}
+
 std::uint16_t veloQueryObj(orcObj_t *ctx)
 {
     TraceScope scope("veloQueryObj()");

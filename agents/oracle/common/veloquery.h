@@ -10,6 +10,12 @@
 /// failure, which is reported.
 std::uint16_t veloQueryObj(orcObj_t *ctx);
 
+/// Asks for a management class; every answer's storage pool goes into the agent trace under
+/// caller's name, the last one into *last, terminated. 0 when the query came to its end, else the
+/// storage client's code (2: there is no such class). The query is ended in either case.
+std::int16_t veloQueryClass(const orcObj_t *ctx, const char *mcName, const char *caller,
+                            qryRespMCData *last);
+
 /// One backup query for one name, active objects only, as the calls that read answers need it.
 class BackupQuery
 {

@@ -55,6 +55,9 @@ void psinitFSAttrib(hoxFSAttr *attributes);
 /// Updates the filespace after a piece was stored. The storage client's code; a failure is
 /// reported.
 std::uint16_t psveloUpdateFS(orcObj_t *ctx);
+/// The same for a file of the version-1 interface: the size is that of the table entry, and a
+/// failure goes to the event logs in place of the error log.
+std::uint16_t psUpdateFS(std::uint32_t hoxHandle, std::int16_t tableIndex, const orcObj_t *ctx);
 
 // ---- error logs that need no message system (pserrorlog.cpp)
 
