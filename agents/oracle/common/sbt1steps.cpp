@@ -107,8 +107,7 @@ std::uint16_t queryMC(Sbt1Call &call, const char *fileName, const char *mcName)
 {
     TraceScope scope("queryMC()");
     qryRespMCData answer{};
-    const std::int16_t rc =
-        veloQueryClass(call.ctx(), mcName, [&](const qryRespMCData &found) { answer = found; });
+    const std::int16_t rc = veloQueryClass(call.ctx(), mcName, scope.name(), &answer);
     if (rc != HOX_RC_OK) {
         veloReportApiFailure(call.ctx(), rc);
         SCOPE_EXIT(scope, " %s: Exit - hoxHandle = %d, rc = %d\n\n", scope.name(), call.handle(),
