@@ -167,7 +167,7 @@ TEST(LockedAppend, StopsAtTheLimitOfTheProcessInsteadOfEndingIt)
         const struct rlimit limit = {100, 100};
         setrlimit(RLIMIT_FSIZE, &limit);
         const std::string line(60, 'x');
-        for (const std::size_t length : {60, 60, 40, 1}) // the second and the last do not fit
+        for (const unsigned length : {60U, 60U, 40U, 1U}) // the second and the last do not fit
             psAppendLocked(path.c_str(), line.data(), length);
         psAppendLocked("/", line.data(), line.size());
         psAppendLocked("", line.data(), line.size());
