@@ -16,10 +16,11 @@ namespace
 const std::string &catalogueDirectory()
 {
     static const std::string directory = [] {
-        char name[] = "/tmp/keel-fuzz.XXXXXX";
-        if (mkdtemp(name) == nullptr || mkdir((std::string(name) + "/EN_US").c_str(), 0700) != 0)
+        const char *room = std::getenv("TMPDIR");
+        std::string name = std::string(room != nullptr ? room : "/tmp") + "/keel-fuzz.XXXXXX";
+        if (mkdtemp(name.data()) == nullptr || mkdir((name + "/EN_US").c_str(), 0700) != 0)
             std::abort();
-        return std::string(name);
+        return name;
     }();
     return directory;
 }
