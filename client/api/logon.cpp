@@ -1,5 +1,6 @@
 // The beginning and the end of a session.
 #include "client/api/client.h"
+#include "client/api/password_change.h"
 #include "client/api/query_options.h"
 #include "client/api/records.h"
 #include "client/base/text.h"
@@ -107,6 +108,8 @@ Answer<hoxHandle_t> startSession(const Request &request)
     auto session =
         std::make_shared<Session>(std::move(repository), std::move(space).value(), options);
     session->owner = request.owner;
+    if (request.newPassword != nullptr && *request.newPassword != '\0')
+        ARCA_CHECK(changePassword(*session, request.password, request.newPassword));
     return Client::instance().add(std::move(session));
 }
 
@@ -125,9 +128,6 @@ Answer<Request> requestFrom(const hoxInitExIn_t &input)
     request.password = input.password;
     request.newPassword = input.newPassword;
     request.passwordCallback = input.passwordCallback;
-    if (input.newPassword != nullptr && *input.newPassword != '\0')
-        return refused(HOX_RC_NOT_SUPPORTED, "the password is not changed by the start of a "
-                                             "session");
     return request;
 }
 

@@ -1,5 +1,6 @@
 // What a session can be asked about itself.
 #include "client/api/client.h"
+#include "client/api/password_change.h"
 #include "client/api/query_options.h"
 #include "client/api/records.h"
 
@@ -65,9 +66,10 @@ std::int16_t hoxQuerySessOptions(hoxHandle_t handle, optStruct *options)
     });
 }
 
-std::int16_t hoxChangePW(hoxHandle_t handle, const char *, const char *)
+std::int16_t hoxChangePW(hoxHandle_t handle, const char *oldPassword, const char *newPassword)
 {
-    return inSession(handle, [](Session &) -> Code {
-        return refused(HOX_RC_NOT_SUPPORTED, "passwords are not changed through a session");
+    return inSession(handle, [&](Session &session) -> Code {
+        ARCA_CHECK(changePassword(session, oldPassword, newPassword));
+        return success();
     });
 }

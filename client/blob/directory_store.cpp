@@ -17,9 +17,9 @@ namespace arca::blob
 namespace
 {
 
-// Written in large pieces, and handed to the disk early so that the last sync has little left to
+// Written in large portions, and handed to the disk early so that the last sync has little left to
 // do.
-constexpr std::size_t kGather = std::size_t{1} << 20;
+constexpr std::size_t kGather = std::size_t{256} << 10;
 constexpr std::uint64_t kWriteBackEvery = std::uint64_t{8} << 20;
 
 class DirectoryReader final : public BlobReader
@@ -92,15 +92,11 @@ public:
 
     Result<void> append(ByteView bytes) override
     {
-        if (gathered_.empty() && bytes.size() >= kGather)
+        if (gathered_.size() + bytes.size() > kGather)
+            ARCA_CHECK(flush());
+        if (bytes.size() >= kGather)
             return writeThrough(bytes);
-        while (!bytes.empty()) {
-            const auto part = bytes.first(std::min(bytes.size(), kGather - gathered_.size()));
-            gathered_.insert(gathered_.end(), part.begin(), part.end());
-            bytes = bytes.subspan(part.size());
-            if (gathered_.size() == kGather)
-                ARCA_CHECK(flush());
-        }
+        gathered_.insert(gathered_.end(), bytes.begin(), bytes.end());
         return {};
     }
 

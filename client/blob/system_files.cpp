@@ -2,11 +2,13 @@
 // call leaves a descriptor that a program started by the host would inherit.
 #include "client/blob/file_layer.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -75,6 +77,11 @@ public:
 
     Result<void> write(ByteView bytes) override
     {
+        // Beyond the limit of the process the system would not only fail the call but send a signal
+        // that ends the host.
+        if (bytes.size() > limit_ - std::min(written_, limit_))
+            return fromErrno(EFBIG, "writing", path_);
+        written_ += bytes.size();
         while (!bytes.empty()) {
             const ssize_t done =
                 retried([&] { return ::write(descriptor_, bytes.data(), bytes.size()); });
@@ -188,8 +195,18 @@ private:
         return state;
     }
 
+    static std::uint64_t fileSizeLimit()
+    {
+        rlimit limit;
+        if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+            return UINT64_MAX;
+        return limit.rlim_cur;
+    }
+
     int descriptor_;
     std::string path_;
+    std::uint64_t written_ = 0; // by us, from the beginning of a new file
+    const std::uint64_t limit_ = fileSizeLimit();
 };
 
 class SystemFiles final : public FileLayer

@@ -11,7 +11,7 @@ PieceWriter::PieceWriter(std::unique_ptr<blob::BlobWriter> blob, std::string blo
                          PieceHeader header)
     : blob_(std::move(blob)), blobName_(std::move(blobName)), header_(std::move(header))
 {
-    segment_.reserve(header_.segmentBytes);
+    segment_.reserve(header_.segmentBytes + kSegmentCheckBytes);
 }
 
 Result<std::unique_ptr<PieceWriter>> PieceWriter::begin(blob::BlobStore &store,
@@ -50,8 +50,8 @@ Result<void> PieceWriter::endSegment()
 {
     ByteWriter check;
     check.u64(checksum64(segment_, segmentSeed(header_.id, segments_)));
+    segment_.insert(segment_.end(), check.view().begin(), check.view().end());
     ARCA_CHECK(put(segment_));
-    ARCA_CHECK(put(check.view()));
     segment_.clear();
     ++segments_;
     return {};

@@ -1,0 +1,302 @@
+// The repository over files that fail, and over a machine that stops: for every file operation of a small
+// piece of work in turn. Whatever happens, what was acknowledged is there, what was not is there whole or
+// not at all, and the work can be done again.
+#include "client/blob/directory_store.h"
+#include "client/store/repository.h"
+#include "tests/client/memory_files.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <optional>
+
+namespace {
+
+using namespace arca;
+using test::MemoryFiles;
+
+const std::string kPassword(64, 'a');
+
+std::string streamOf(char seed, std::size_t length)
+{
+    std::string stream(length, '\0');
+    for (std::size_t i = 0; i < length; ++i)
+        stream[i] = static_cast<char>(static_cast<std::size_t>(seed) + i * i / 7);
+    return stream;
+}
+
+class StoreFaults : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(files_.makeDirectory("/r"));
+        ASSERT_TRUE(files_.syncDirectory("/"));
+        auto made = store::Repository::create(blobs(), "test");
+        ASSERT_TRUE(made) << made.error().text;
+        ASSERT_TRUE((*made)->nodes().registerNode("node", kPassword));
+        ASSERT_TRUE(open());
+        ASSERT_TRUE(space_->registerFilespace({"", "/fs", "ORACLE", "", 0, 0, 0}));
+        ASSERT_TRUE(backUp("kept", 'k', 5000));
+    }
+
+    std::unique_ptr<blob::BlobStore> blobs()
+    {
+        return std::make_unique<blob::DirectoryStore>("/r", files_);
+    }
+
+    Result<void> open()
+    {
+        space_.reset();
+        ARCA_TRY(repository_, store::Repository::open(blobs(), "test"));
+        ARCA_TRY(space_, repository_->logOn("node", kPassword));
+        return repository_->blobs().removeLeftovers();
+    }
+
+    static store::ObjectName nameOf(const std::string &piece) { return {"/fs", "/", "/" + piece, 1}; }
+
+    Result<void> backUp(const std::string &piece, char seed, std::size_t length)
+    {
+        store::PieceDescription description;
+        description.name = nameOf(piece);
+        ARCA_TRY(const auto writer, space_->beginPiece(description));
+        ARCA_CHECK(writer->append(viewOf(streamOf(seed, length))));
+        ARCA_CHECK(writer->finish());
+        return writer->commit();
+    }
+
+    Result<void> remove(const std::string &piece)
+    {
+        ARCA_TRY(const auto info, space_->find(nameOf(piece)));
+        return info ? space_->remove(info->id) : Error{ErrorKind::notFound, "not there"};
+    }
+
+    /// The stream, or nothing when there is no such piece.
+    Result<std::optional<std::string>> restore(const std::string &piece)
+    {
+        ARCA_TRY(const auto info, space_->find(nameOf(piece)));
+        if (!info)
+            return std::optional<std::string>();
+        ARCA_TRY(const auto reader, space_->openPiece(info->id));
+        std::string stream(info->totals.streamBytes + 1, '\0');
+        ARCA_TRY(const std::size_t got, reader->read(std::as_writable_bytes(std::span(stream))));
+        stream.resize(got);
+        return std::optional<std::string>(std::move(stream));
+    }
+
+    void expectPiece(const std::string &piece, char seed, std::size_t length)
+    {
+        const auto stream = restore(piece);
+        ASSERT_TRUE(stream) << stream.error().text;
+        ASSERT_TRUE(*stream) << piece << " is lost";
+        EXPECT_TRUE(**stream == streamOf(seed, length)) << piece << " is not what was stored";
+    }
+
+    /// One of the pieces of work, tried after everything before it went well.
+    struct Work {
+        const char *name;
+        std::function<Result<void>(StoreFaults &)> run;
+    };
+    static std::vector<Work> works()
+    {
+        return {
+            {"backup", [](StoreFaults &t) { return t.backUp("new", 'n', 3000); }},
+            {"removal", [](StoreFaults &t) { return t.remove("kept"); }},
+            {"filespace",
+             [](StoreFaults &t) {
+                 return t.space_->updateFilespace(
+                     "/fs", [](store::Filespace &fs) { fs.occupancyBytes += 7; });
+             }},
+            {"session", [](StoreFaults &t) { return t.open(); }},
+        };
+    }
+
+    /// After a work that was disturbed: each piece is as acknowledged, or as before.
+    void expectWhole(const Work &work, bool done)
+    {
+        const std::string name = work.name;
+        const auto fresh = restore("new");
+        ASSERT_TRUE(fresh) << fresh.error().text;
+        if (name == "backup" && done) {
+            EXPECT_TRUE(*fresh);
+        }
+        if (*fresh) {
+            EXPECT_TRUE(**fresh == streamOf('n', 3000));
+        }
+        const auto kept = restore("kept");
+        ASSERT_TRUE(kept) << kept.error().text;
+        if (name != "removal") {
+            EXPECT_TRUE(*kept) << "an acknowledged piece is lost";
+        } else if (done) {
+            EXPECT_FALSE(*kept) << "an acknowledged removal is undone";
+        }
+        if (*kept) {
+            EXPECT_TRUE(**kept == streamOf('k', 5000));
+        }
+        const auto filespace = space_->filespace("/fs");
+        ASSERT_TRUE(filespace && *filespace);
+        if (name == "filespace" && done) {
+            EXPECT_EQ((*filespace)->occupancyBytes, 7U);
+        }
+    }
+
+    /// Back to where every work begins.
+    void restoreStart()
+    {
+        if (*restore("new")) {
+            ASSERT_TRUE(remove("new"));
+        }
+        if (!*restore("kept")) {
+            ASSERT_TRUE(backUp("kept", 'k', 5000));
+        }
+        ASSERT_TRUE(space_->updateFilespace(
+            "/fs", [](store::Filespace &fs) { fs.occupancyBytes = 0; }));
+    }
+
+    MemoryFiles files_;
+    std::unique_ptr<store::Repository> repository_;
+    std::unique_ptr<store::NodeSpace> space_;
+};
+
+TEST_F(StoreFaults, AnyFailingOperationIsOneClearErrorAndHurtsNothing)
+{
+    for (const Work &work : works()) {
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE(std::string(work.name) + ", operation " + std::to_string(n));
+            files_.failAt(n, n % 2 == 0 ? ErrorKind::full : ErrorKind::io);
+            const auto done = work.run(*this);
+            const bool came = files_.hasFailed();
+            files_.failAt(0, ErrorKind::io);
+            if (!done) {
+                EXPECT_TRUE(came) << done.error().text;
+            }
+            ASSERT_TRUE(open());
+            expectWhole(work, static_cast<bool>(done));
+            if (!done && std::string(work.name) == "backup") {
+                ASSERT_FALSE(*restore("new")) << "a refused piece shows";
+                const auto again = backUp("new", 'n', 3000);
+                EXPECT_TRUE(again) << again.error().text;
+            }
+            restoreStart();
+            if (!came)
+                break;
+        }
+    }
+}
+
+TEST_F(StoreFaults, WhateverMomentThePowerGoesNothingAcknowledgedIsLost)
+{
+    for (const auto loss : {MemoryFiles::Loss::everythingUnsynced,
+                            MemoryFiles::Loss::contentUnsynced, MemoryFiles::Loss::namesUnsynced}) {
+        for (const Work &work : works()) {
+            for (int n = 1;; ++n) {
+                SCOPED_TRACE(std::string(work.name) + ", operation " + std::to_string(n) +
+                             ", loss " + std::to_string(static_cast<int>(loss)));
+                files_.stopAt(n);
+                const auto done = work.run(*this);
+                const bool came = files_.hasFailed();
+                space_.reset();
+                repository_.reset();
+                files_.losePower(loss);
+                const auto opened = open();
+                ASSERT_TRUE(opened) << opened.error().text;
+                expectWhole(work, static_cast<bool>(done));
+                for (const std::string &path : files_.paths())
+                    EXPECT_FALSE(path.starts_with("/r/tmp/")) << path << " was left behind";
+                restoreStart();
+                if (!came)
+                    break;
+            }
+        }
+    }
+}
+
+TEST_F(StoreFaults, LeftoversOfTheDeadGoAndThoseOfTheLivingStay)
+{
+    store::PieceDescription description;
+    description.name = nameOf("slow");
+    auto living = space_->beginPiece(description);
+    ASSERT_TRUE(living);
+    ASSERT_TRUE((*living)->append(viewOf(streamOf('s', 100))));
+    ASSERT_TRUE(files_.create("/r/tmp/1-dead")); // nobody holds its lock
+
+    auto other = store::Repository::open(blobs(), "test");
+    ASSERT_TRUE(other && (*other)->blobs().removeLeftovers());
+    EXPECT_FALSE(files_.open("/r/tmp/1-dead"));
+    ASSERT_TRUE((*living)->finish());
+    ASSERT_TRUE((*living)->commit());
+    expectPiece("slow", 's', 100);
+}
+
+TEST_F(StoreFaults, ARemovalNeverTakesThePieceThatReplacedTheOneMeant)
+{
+    const auto old = space_->find(nameOf("kept"));
+    ASSERT_TRUE(old && *old);
+    ASSERT_TRUE(remove("kept"));
+    ASSERT_TRUE(backUp("kept", 'x', 10));
+    const auto removed = space_->remove((*old)->id);
+    ASSERT_FALSE(removed);
+    EXPECT_EQ(removed.error().kind, ErrorKind::notFound);
+    expectPiece("kept", 'x', 10);
+}
+
+TEST_F(StoreFaults, EveryFlippedByteAndEveryCutOfAPieceIsFound)
+{
+    ASSERT_TRUE(backUp("small", 's', 300));
+    std::string path;
+    for (const std::string &candidate : files_.paths())
+        if (candidate.starts_with("/r/pieces/") && files_.contentOf(candidate).size() < 3000)
+            path = candidate;
+    const std::string good = files_.contentOf(path);
+    const auto expectFound = [&](const std::string &bad, const std::string &what) {
+        files_.contentOf(path) = bad;
+        const auto stream = restore("small");
+        ASSERT_FALSE(stream) << what << " passed unnoticed";
+        EXPECT_TRUE(stream.error().kind == ErrorKind::damaged ||
+                    stream.error().kind == ErrorKind::newerFormat)
+            << stream.error().text;
+    };
+    for (std::size_t i = 0; i < good.size(); ++i) {
+        std::string bad = good;
+        bad[i] = static_cast<char>(bad[i] ^ 0x10);
+        expectFound(bad, "byte " + std::to_string(i));
+        expectFound(good.substr(0, i), "a cut at " + std::to_string(i));
+    }
+    expectFound(good + '\0', "a byte too many");
+
+    files_.contentOf(path) = good;
+    expectPiece("small", 's', 300);
+}
+
+TEST_F(StoreFaults, AStoredPieceInThePlaceOfAnotherIsFound)
+{
+    ASSERT_TRUE(backUp("a", 'a', 100));
+    const auto before = files_.paths();
+    ASSERT_TRUE(backUp("b", 'b', 100));
+    std::string a, b;
+    for (const std::string &path : files_.paths()) {
+        if (!path.starts_with("/r/pieces/") || files_.contentOf(path).size() > 3000)
+            continue;
+        const bool known = std::find(before.begin(), before.end(), path) != before.end();
+        (known ? a : b) = path;
+    }
+    std::swap(files_.contentOf(a), files_.contentOf(b));
+    for (const char *piece : {"a", "b"}) {
+        const auto stream = restore(piece);
+        ASSERT_FALSE(stream) << piece;
+        EXPECT_EQ(stream.error().kind, ErrorKind::damaged);
+    }
+}
+
+TEST_F(StoreFaults, ARepositoryOfANewerReleaseIsRefused)
+{
+    std::string &marker = files_.contentOf("/r/format");
+    Bytes payload(24);
+    const Bytes newer = store::frameRecord("ARCAREPO", 2, payload);
+    marker = std::string(textOf(newer));
+    const auto opened = open();
+    ASSERT_FALSE(opened);
+    EXPECT_EQ(opened.error().kind, ErrorKind::newerFormat);
+}
+
+} // namespace
