@@ -4,9 +4,11 @@
 #include <algorithm>
 #include <functional>
 
-namespace arca::test {
+namespace arca::test
+{
 
-namespace {
+namespace
+{
 
 using Node = MemoryFiles::Node;
 
@@ -36,8 +38,8 @@ public:
     Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) override
     {
         ARCA_CHECK(files_.operation("read"));
-        const auto from = viewOf(node_->content)
-                              .subspan(std::min<std::size_t>(offset, node_->content.size()));
+        const auto from =
+            viewOf(node_->content).subspan(std::min<std::size_t>(offset, node_->content.size()));
         const std::size_t length = std::min(from.size(), into.size());
         std::copy_n(from.begin(), length, into.begin());
         return length;
@@ -187,8 +189,7 @@ Result<std::unique_ptr<blob::File>> MemoryFiles::open(const std::string &path)
     return std::unique_ptr<blob::File>(std::make_unique<MemoryFile>(*this, node));
 }
 
-Result<std::unique_ptr<blob::File>> MemoryFiles::openForLocking(const std::string &path,
-                                                                bool make)
+Result<std::unique_ptr<blob::File>> MemoryFiles::openForLocking(const std::string &path, bool make)
 {
     return make && !find(path) ? create(path) : open(path);
 }

@@ -1,6 +1,6 @@
-// A file layer in memory that tells what survives the loss of power from what does not: the content of a
-// file as of its last sync, the names of a directory as of its last sync. Any operation can be made to
-// fail, or to be the last one before the power goes. One thread.
+// A file layer in memory that tells what survives the loss of power from what does not: the content
+// of a file as of its last sync, the names of a directory as of its last sync. Any operation can be
+// made to fail, or to be the last one before the power goes. One thread.
 #ifndef KEEL_TESTS_CLIENT_MEMORY_FILES_H
 #define KEEL_TESTS_CLIENT_MEMORY_FILES_H
 
@@ -10,7 +10,8 @@
 #include <memory>
 #include <string>
 
-namespace arca::test {
+namespace arca::test
+{
 
 class MemoryFiles final : public blob::FileLayer
 {

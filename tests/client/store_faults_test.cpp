@@ -1,6 +1,6 @@
-// The repository over files that fail, and over a machine that stops: for every file operation of a small
-// piece of work in turn. Whatever happens, what was acknowledged is there, what was not is there whole or
-// not at all, and the work can be done again.
+// The repository over files that fail, and over a machine that stops: for every file operation of a
+// small piece of work in turn. Whatever happens, what was acknowledged is there, what was not is
+// there whole or not at all, and the work can be done again.
 #include "client/blob/directory_store.h"
 #include "client/store/repository.h"
 #include "tests/client/memory_files.h"
@@ -10,7 +10,8 @@
 #include <functional>
 #include <optional>
 
-namespace {
+namespace
+{
 
 using namespace arca;
 using test::MemoryFiles;
@@ -53,7 +54,10 @@ protected:
         return repository_->blobs().removeLeftovers();
     }
 
-    static store::ObjectName nameOf(const std::string &piece) { return {"/fs", "/", "/" + piece, 1}; }
+    static store::ObjectName nameOf(const std::string &piece)
+    {
+        return {"/fs", "/", "/" + piece, 1};
+    }
 
     Result<void> backUp(const std::string &piece, char seed, std::size_t length)
     {
@@ -149,8 +153,8 @@ protected:
         if (!*restore("kept")) {
             ASSERT_TRUE(backUp("kept", 'k', 5000));
         }
-        ASSERT_TRUE(space_->updateFilespace(
-            "/fs", [](store::Filespace &fs) { fs.occupancyBytes = 0; }));
+        ASSERT_TRUE(
+            space_->updateFilespace("/fs", [](store::Filespace &fs) { fs.occupancyBytes = 0; }));
     }
 
     MemoryFiles files_;

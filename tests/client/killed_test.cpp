@@ -1,0 +1,208 @@
+// Channels that die: killed at whatever moment, or out of space. What was acknowledged is whole,
+// the rest is absent, and what was left behind is in nobody's way.
+#include "tests/client/client_fixture.h"
+
+#include <csignal>
+#include <map>
+#include <random>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace keel::test
+{
+
+namespace
+{
+
+using KilledTest = ClientTest;
+
+std::string streamOf(int round, int piece)
+{
+    return randomBytes(300000 + static_cast<std::size_t>(piece) * 50021,
+                       static_cast<std::uint64_t>(round * 1000 + piece));
+}
+
+std::string nameOfPiece(int round, int piece)
+{
+    return std::to_string(round) + "." + std::to_string(piece);
+}
+
+/// A child process that runs `work`, which writes what it has to say into the pipe it is given.
+struct Child {
+    template <class Work> explicit Child(Work work)
+    {
+        int ends[2];
+        if (pipe(ends) != 0)
+            throw std::runtime_error("pipe");
+        pid = fork();
+        if (pid == 0) {
+            close(ends[0]);
+            work(ends[1]);
+            _exit(0);
+        }
+        close(ends[1]);
+        told = ends[0];
+    }
+    Child(const Child &) = delete;
+    Child &operator=(const Child &) = delete;
+    ~Child() { close(told); }
+
+    int wait() const
+    {
+        int status = 0;
+        waitpid(pid, &status, 0);
+        return status;
+    }
+
+    pid_t pid;
+    int told;
+};
+
+TEST_F(KilledTest, ChannelsKilledAtRandomLeaveWholePiecesAndNothingElse)
+{
+    // The child tells a letter before each piece, after each block, and, in capitals, after each
+    // commit that returned 0. It is killed after a random number of letters, so wherever it is.
+    std::mt19937 random(20261121);
+    for (int round = 0; round < 40; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        const Child child([&](int tell) {
+            const hoxHandle_t handle = logOn();
+            for (int piece = 0; piece < 20; ++piece) {
+                const std::string stream = streamOf(round, piece);
+                (void)!write(tell, "b", 1);
+                int code = send(handle, nameOfPiece(round, piece), stream.substr(0, 200000));
+                (void)!write(tell, "b", 1);
+                std::string rest = stream.substr(200000);
+                DataBlk data{HOX_DATABLK_VERSION, static_cast<std::uint32_t>(rest.size()), 0,
+                             rest.data()};
+                if (code == HOX_RC_OK)
+                    code = api_.hoxSendData(handle, &data);
+                (void)!write(tell, "b", 1);
+                if (code == HOX_RC_OK && commit(handle) == HOX_RC_OK)
+                    (void)!write(tell, "C", 1);
+            }
+        });
+        const int letters = std::uniform_int_distribution<int>(1, 40)(random);
+        int acknowledged = 0;
+        char letter = 0;
+        for (int i = 0; i < letters && read(child.told, &letter, 1) == 1; ++i)
+            acknowledged += letter == 'C';
+        kill(child.pid, SIGKILL);
+        (void)child.wait();
+        while (read(child.told, &letter, 1) == 1)
+            acknowledged += letter == 'C';
+
+        const hoxHandle_t handle = logOn();
+        EXPECT_TRUE(stored("tmp").empty()) << "the next session cleans up";
+        for (int piece = 0; piece < 20; ++piece) {
+            const auto stream = restore(handle, nameOfPiece(round, piece), 100000);
+            if (piece < acknowledged) {
+                ASSERT_TRUE(stream) << "an acknowledged piece is lost";
+            }
+            if (stream) {
+                EXPECT_TRUE(*stream == streamOf(round, piece)) << "half a piece shows";
+                EXPECT_LE(piece, acknowledged) << "a piece shows that was not begun";
+            }
+        }
+        if (acknowledged < 20 && !restore(handle, nameOfPiece(round, acknowledged))) {
+            EXPECT_EQ(backUp(handle, nameOfPiece(round, acknowledged), "again"), HOX_RC_OK);
+        }
+        ASSERT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
+    }
+}
+
+TEST_F(KilledTest, SeveralProcessesWriteOneRepositoryAndOneOfThemWinsEachName)
+{
+    constexpr int kProcesses = 4, kPieces = 10;
+    std::vector<std::unique_ptr<Child>> children;
+    for (int process = 0; process < kProcesses; ++process)
+        children.push_back(std::make_unique<Child>([&](int tell) {
+            const hoxHandle_t handle = logOn();
+            for (int piece = 0; piece < kPieces; ++piece) {
+                const int code = backUp(handle, nameOfPiece(0, piece), streamOf(process, piece));
+                const char letter = code == HOX_RC_OK              ? 'W'
+                                    : code == HOX_RC_OBJECT_EXISTS ? 'L'
+                                                                   : '?';
+                (void)!write(tell, &letter, 1);
+            }
+        }));
+    std::map<int, int> winner;
+    for (int process = 0; process < kProcesses; ++process) {
+        Child &child = *children[static_cast<std::size_t>(process)];
+        for (int piece = 0; piece < kPieces; ++piece) {
+            char letter = 0;
+            ASSERT_EQ(read(child.told, &letter, 1), 1);
+            ASSERT_TRUE(letter == 'W' || letter == 'L') << letter;
+            if (letter == 'W') {
+                EXPECT_TRUE(winner.emplace(piece, process).second) << "two won " << piece;
+            }
+        }
+        EXPECT_EQ(child.wait(), 0);
+    }
+    const hoxHandle_t handle = logOn();
+    for (int piece = 0; piece < kPieces; ++piece) {
+        ASSERT_TRUE(winner.contains(piece));
+        EXPECT_TRUE(restore(handle, nameOfPiece(0, piece)) == streamOf(winner[piece], piece));
+    }
+}
+
+TEST_F(KilledTest, ALimitOnFileSizesIsAFullRepositoryAndNoSignal)
+{
+    const Child child([&](int tell) {
+        const hoxHandle_t handle = logOn();
+        (void)backUp(handle, "before", "before");
+        const rlimit limit{1 << 20, 1 << 20};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const int sent = send(handle, "big", std::string(4 << 20, 'x'));
+        const bool gone = stored("tmp").empty();
+        const int ended = commit(handle);
+        const bool good = sent == HOX_RC_REPOSITORY_FULL && ended == HOX_RC_REPOSITORY_FULL &&
+                          gone && backUp(handle, "small", "small") == HOX_RC_OK;
+        (void)!write(tell, good ? "y" : "n", 1);
+    });
+    char good = 0;
+    EXPECT_EQ(read(child.told, &good, 1), 1) << "the process died";
+    EXPECT_EQ(good, 'y');
+    (void)child.wait();
+    const hoxHandle_t handle = logOn();
+    EXPECT_EQ(restore(handle, "before"), "before");
+    EXPECT_EQ(restore(handle, "small"), "small");
+    EXPECT_FALSE(restore(handle, "big"));
+}
+
+TEST_F(KilledTest, ARepositoryThatCannotBeWrittenStillRestores)
+{
+    // Root may write whatever the mode says, so a child steps down first.
+    {
+        const hoxHandle_t handle = logOn();
+        ASSERT_EQ(backUp(handle, "p", "content"), HOX_RC_OK);
+        ASSERT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
+    }
+    if (getuid() != 0)
+        GTEST_SKIP() << "needs root to step down";
+    namespace fs = std::filesystem;
+    const auto readable = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                          fs::perms::others_read | fs::perms::others_exec;
+    fs::permissions(installation_.directory(), readable);
+    for (const auto &entry : fs::recursive_directory_iterator(installation_.directory()))
+        fs::permissions(entry.path(), readable);
+    const Child child([&](int tell) {
+        if (setgid(65534) != 0 || setuid(65534) != 0)
+            return;
+        const hoxHandle_t handle = logOn();
+        const bool restores = restore(handle, "p") == "content";
+        const int refused = backUp(handle, "q", "x");
+        const bool good =
+            restores && refused == HOX_RC_ACCESS_DENIED && api_.hoxTerminate(handle) == HOX_RC_OK;
+        (void)!write(tell, good ? "y" : "n", 1);
+    });
+    char good = 0;
+    EXPECT_EQ(read(child.told, &good, 1), 1);
+    EXPECT_EQ(good, 'y');
+    (void)child.wait();
+}
+
+} // namespace
+
+} // namespace keel::test
