@@ -246,7 +246,7 @@ bool traceWrap_t::advance(off_t position, off_t &newPosition) noexcept
     char text[longestContinued + 1];
     const int length =
         std::snprintf(text, sizeof text, "%s%u\n\n", continuedInSegment.data(), next);
-    if (!put(text, static_cast<std::size_t>(length), position) ||
+    if (!put(text, static_cast<std::size_t>(length), position) || !record(position) ||
         ftruncate(descriptor, position + length) != 0)
         return false;
     const int left = descriptor;
@@ -280,6 +280,8 @@ bool traceWrap_t::writeLocked(const char *line, std::size_t length) noexcept
     if (!findCurrentSegment(dataStart, position))
         return false;
     const std::size_t text = length - traceEndLength;
+    // A position that leaves no room for the words at the end is none of ours.
+    position = std::min(position, static_cast<off_t>(limits.bytes(segment) - longestContinued));
     if (static_cast<std::uint64_t>(position) + text + longestContinued > limits.bytes(segment) &&
         !makeRoom(dataStart, position))
         return false;

@@ -59,8 +59,12 @@ TEST_F(Messages, AreAnsweredWithoutAnyCatalogue)
         EXPECT_EQ(nlGetMsgSev(2503), nlsSevError) << when;
     };
     check("before the object exists");
-    newNlsGlobalObject(nullptr, 0);
+    nlsOutputFns fns{};
+    fns.error = keepReport;
+    newNlsGlobalObject(&fns, 0);
     check("before it is started");
+    EXPECT_EQ(reported, std::vector<std::string>{
+                            "Cannot get an NLS message due to catalog file is closed\n"});
     EXPECT_EQ(startMessages(directory.path()), NLS_RC_OPEN);
     check("after a start without a catalogue");
     EXPECT_EQ(startMessages(KEEL_TEST_CATALOGUES), 0);

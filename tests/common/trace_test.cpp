@@ -221,9 +221,9 @@ TEST_F(Trace, WrapsWithinItsMaximumAndGoesOnWhereItEnded)
         writeLines(next, until);
         next = until + 1;
         checkWrapped(content(), until);
+        EXPECT_EQ(countOf(content(), "Continued at beginning of file"), until > 10'485 ? 1U : 0U);
         ASSERT_EQ(begin(1), 0U) << "a new process";
     }
-    EXPECT_EQ(countOf(content(), "Continued at beginning of file"), 1U);
 
     ASSERT_EQ(begin(3), 0U) << "a larger maximum";
     EXPECT_EQ(content().substr(24, 11), "3          ");
@@ -232,6 +232,27 @@ TEST_F(Trace, WrapsWithinItsMaximumAndGoesOnWhereItEnded)
     EXPECT_GT(content().size(), megabyte - 200);
     ASSERT_EQ(begin(1), 0U) << "a smaller maximum begins anew";
     EXPECT_LT(content().size(), 300U);
+}
+
+TEST_F(Trace, NeverPassesItsMaximumWhateverRoomIsLeft)
+{
+    ASSERT_EQ(begin(1), 0U);
+    const std::string continued = "\nContinued at beginning of file\n\n";
+    const std::string header = content();
+    const std::string older(megabyte - header.size() - continued.size(), '.');
+    for (std::size_t room = 0; room < 130; ++room) {
+        std::string position = std::to_string(megabyte - room);
+        position.resize(12, ' ');
+        std::filesystem::remove(file());
+        writeFile(file(), header.substr(0, 12) + position + header.substr(24) + older + continued);
+        ASSERT_EQ(begin(1), 0U);
+        KEEL_TRACE(TR_GENERAL, "%-90s\n", "first line");
+        KEEL_TRACE(TR_GENERAL, "second line\n");
+        const std::string text = content();
+        ASSERT_LE(text.size(), megabyte) << room << " bytes left";
+        ASSERT_EQ(countOf(text, "END OF DATA"), 1U) << room << " bytes left";
+        ASSERT_EQ(countOf(text, continued), 1U) << room << " bytes left";
+    }
 }
 
 TEST_F(Trace, SurvivesAnyDamageToAWrappingFile)
