@@ -221,6 +221,11 @@ std::uint16_t psveloWritePswdToFile(const char *directory, const char *path, con
 extern "C" std::uint16_t psveloUpdatePswd(char *password, orcObj_t *ctx)
 {
     TraceScope scope("psveloUpdatePswd()");
+    if (password == nullptr || ctx == nullptr) {
+        veloReportNull(scope.name(), password == nullptr ? "password" : "ctx");
+        SCOPE_EXIT(scope, " %s: Exit - NULL argument\n\n", scope.name());
+        return ORC_RC_NULL_CONTEXT;
+    }
     char directory[ORC_OPTION_PATH_SIZE];
     char path[ORC_OPTION_PATH_SIZE];
     psveloGetFileName(directory, path, ctx);

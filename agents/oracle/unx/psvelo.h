@@ -81,7 +81,8 @@ std::uint16_t psveloReadPswdFromFile(const char *path, char *password, std::uint
 std::uint16_t psveloWritePswdToFile(const char *directory, const char *path, const char *password,
                                     std::uint32_t *key);
 extern "C" {
-/// Writes the password file of the context's node. 0, 167, 2521 or 65535.
+/// Writes the password file of the context's node. 0, 167, 2521 or 65535;
+/// 2539 for a null argument. Another program gets ctx from sbtinit2.
 SBT_EXPORT std::uint16_t psveloUpdatePswd(char *password, orcObj_t *ctx);
 }
 
