@@ -56,6 +56,10 @@ Installation::Installation(const InstallationSettings &settings)
                         settings.clientLines));
     configureAgent(settings.agentLines);
     ::setenv("VELO_OPTFILE", agentOptions().c_str(), 1);
+#ifdef KEEL_TEST_SANITIZED
+    // A sanitizer opens libraries in our stead, so the agent's own search path does not count.
+    ::setenv("LD_LIBRARY_PATH", clientLibrary().parent_path().c_str(), 1);
+#endif
     fs::current_path(directory());
     if (settings.initialise) {
         ProgramResult result = run({arcaProgram(), "init", "--optfile", clientOptions()});
