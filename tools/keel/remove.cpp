@@ -53,7 +53,7 @@ int run(Remove &remove, const Command &command, Json &result)
     if (!confirmed(remove))
         throw Failure("nothing was removed");
     std::ranges::sort(remove.names); // a name given twice is meant once
-    remove.names.erase(std::ranges::unique(remove.names).begin(), remove.names.end());
+    remove.names.erase(std::unique(remove.names.begin(), remove.names.end()), remove.names.end());
     Channel channel(command.channel);
     const auto before = channel.info(remove.names);
     const auto present = namesWhere(before, true);
