@@ -27,7 +27,7 @@ public:
 
 private:
     static void *m_hLumoDll;
-    PasswordCallback callback_ = nullptr;
+    [[maybe_unused]] PasswordCallback callback_ = nullptr; // kept for a client that asks for it
 };
 
 /// Stand-ins for an operation that is not loaded. The table is never filled with them.
