@@ -187,7 +187,9 @@ TEST_F(ClientOptionsTest, InitLeavesWhatIsThereAsItIs)
     // A second node, the first one's password stays; without it the first is not registered anew.
     writeFile(installation_.clientOptions(), repositoryLine_ + "NODENAME second\n");
     EXPECT_EQ(arca({"init", "--optfile", installation_.clientOptions()}).status, 0);
-    EXPECT_TRUE(readFile(installation_.clientOptions().string() + ".keys").starts_with(keys));
+    const std::string both = readFile(installation_.clientOptions().string() + ".keys");
+    EXPECT_TRUE(both.starts_with(keys));
+    EXPECT_TRUE(both.ends_with(" second\n")) << "every node has a password of its own";
     writeFile(file_, repositoryLine_ + "NODENAME testnode\n");
     const ProgramResult stranger = arca({"init", "--optfile", file_});
     EXPECT_EQ(stranger.status, 1);

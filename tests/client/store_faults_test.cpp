@@ -234,13 +234,24 @@ TEST_F(StoreFaults, LeftoversOfTheDeadGoAndThoseOfTheLivingStay)
 
 TEST_F(StoreFaults, ARemovalNeverTakesThePieceThatReplacedTheOneMeant)
 {
+    const std::string prefix = "/r/";
+    std::string blobName;
+    for (const std::string &path : files_.paths())
+        if (path.starts_with(prefix + "pieces/"))
+            blobName = path.substr(prefix.size());
     const auto old = space_->find(nameOf("kept"));
-    ASSERT_TRUE(old && *old);
+    auto meant = repository_->blobs().open(blobName);
+    ASSERT_TRUE(old && *old && meant);
     ASSERT_TRUE(remove("kept"));
     ASSERT_TRUE(backUp("kept", 'x', 10));
-    const auto removed = space_->remove((*old)->id);
-    ASSERT_FALSE(removed);
-    EXPECT_EQ(removed.error().kind, ErrorKind::notFound);
+
+    const auto byIdentifier = space_->remove((*old)->id);
+    ASSERT_FALSE(byIdentifier);
+    EXPECT_EQ(byIdentifier.error().kind, ErrorKind::notFound);
+    // The same when the replacement comes after the look-up.
+    const auto lookedUpBefore = repository_->blobs().remove(blobName, **meant);
+    ASSERT_FALSE(lookedUpBefore);
+    EXPECT_EQ(lookedUpBefore.error().kind, ErrorKind::notFound);
     expectPiece("kept", 'x', 10);
 }
 
