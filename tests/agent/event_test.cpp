@@ -98,18 +98,24 @@ TEST_F(EventTest, SendsFailuresToBothLogsTheLocalOneFirst)
 
 TEST_F(EventTest, WritesWholeLinesFromManyProcessesAtOnce)
 {
-    constexpr int kProcesses = 4, kLines = 50;
+    constexpr int kProcesses = 4, kLines = 200;
+    int gate[2]; // opens for all of them at once
+    ASSERT_EQ(0, pipe(gate));
     std::vector<pid_t> children;
     for (int i = 0; i < kProcesses; ++i) {
         const pid_t child = fork();
         if (child == 0) { // a channel of its own, as the database's are
-            if (initialise().empty())
-                for (int line = 0; line < kLines; ++line)
-                    agent.sbtcommand(nullptr, 0, nullptr);
+            ::close(gate[1]);
+            char nothing;
+            const bool ready = initialise().empty() && ::read(gate[0], &nothing, 1) == 0;
+            for (int line = 0; ready && line < kLines; ++line)
+                agent.sbtcommand(nullptr, 0, nullptr);
             _exit(0);
         }
         children.push_back(child);
     }
+    ::close(gate[0]);
+    ::close(gate[1]);
     for (const pid_t child : children) {
         waitpid(child, nullptr, 0);
         EXPECT_EQ(kLines,

@@ -185,7 +185,7 @@ TEST_F(ScriptedAgentTest, SetsTheStorageClientUpForTheWayItGetsThePassword)
     openChannel();
     auto calls = client.callsOf({"hoxSetUp", "hoxQueryCli", "hoxCleanUp"});
     ASSERT_EQ(2U, calls.size());
-    EXPECT_EQ("hoxSetUp mt=1 program=4700 config=" + installation.clientOptions().string() +
+    EXPECT_EQ("hoxSetUp mt=1 argv=1 program=4700 config=" + installation.clientOptions().string() +
                   " logName=veloerror.log",
               calls[0]);
     EXPECT_FALSE(fs::exists(client.programName)) << client.programName;
@@ -197,7 +197,7 @@ TEST_F(ScriptedAgentTest, SetsTheStorageClientUpForTheWayItGetsThePassword)
     calls = client.callsOf({"hoxSetUp", "hoxQueryCli", "hoxCleanUp"});
     ASSERT_EQ(4U, calls.size());
     EXPECT_EQ(0U, calls[2].find("hoxCleanUp"));
-    EXPECT_EQ(0U, calls[3].find("hoxSetUp mt=1 program=0 "));
+    EXPECT_EQ(0U, calls[3].find("hoxSetUp mt=1 argv=0 "));
     endChannel();
 
     client.on("hoxSetUp", 1, HOX_RC_BAD_OPTION_FILE);
@@ -222,14 +222,16 @@ TEST_F(ScriptedAgentTest, OpensEachSessionAsTheClientAsks)
     EXPECT_EQ(1U, client.objects.count("/prod//piece"));
 
     // What sbtcommand brings is handed over as it stands, and stops at the end of its room.
+    endChannel();
+    openChannel();
     const std::string longOption(600, 'x');
     const struct {
         std::string command, options;
-    } table[] = {{"", " "},
-                 {"-a=1", " -a=1"},
-                 {"\t-b=2 -c", " -a=1\t-b=2 -c"},
-                 {longOption, " -a=1\t-b=2 -c" + longOption.substr(0, 500)},
-                 {longOption, " -a=1\t-b=2 -c" + longOption.substr(0, 500)}};
+    } table[] = {{"-a=1", "-a=1 "},
+                 {"", "-a=1 "},
+                 {"\t-b=2 -c", "-a=1 \t-b=2 -c"},
+                 {longOption, "-a=1 \t-b=2 -c" + longOption.substr(0, 500)},
+                 {longOption, "-a=1 \t-b=2 -c" + longOption.substr(0, 500)}};
     for (std::size_t i = 0; i < std::size(table); ++i) {
         std::string command = table[i].command;
         EXPECT_EQ(0, agent.sbtcommand(ctx, 0, command.data()));

@@ -49,7 +49,10 @@ protected:
             EXPECT_EQ(0U, client.objects.count("/lumoorc//piece"));
         }
         const std::string answer = info({"missing", "other"});
-        EXPECT_TRUE(answer == "1=missing 8 1=other 8 9999" || answer == "sbtinfo2 7501") << answer;
+        if (answer != "1=missing 8 1=other 8 9999") {
+            EXPECT_EQ("sbtinfo2 7501", answer);
+            EXPECT_EQ(0U, errorText().find("RBQ2522E")) << errorText();
+        }
         remove({"piece", "missing"});
         endChannel();
     }
@@ -77,5 +80,4 @@ TEST_F(MemoryTest, FailsCleanlyWhicheverAllocationFails)
     utMemFailAfter(-1);
     EXPECT_GT(failing, 20);
     EXPECT_LT(failing, 1000);
-    EXPECT_NE(std::string::npos, errorLog().find("RBQ2522E"));
 }

@@ -1,6 +1,7 @@
 // The table of contexts, which the exported calls never bring beyond one entry.
 
 #include "agents/oracle/common/orcblock.h"
+#include "common/ut/utmem.h"
 
 #include <gtest/gtest.h>
 
@@ -45,18 +46,21 @@ TEST_F(TableTest, KeepsAContextOnlyForItsProcess)
     const auto context = std::make_unique<orcObj_t>();
     context->state = ORC_STATE_IDLE;
     context->blockSize = 4711;
+    const std::uint64_t blocks = utMemOutstanding().blocks;
     EXPECT_EQ(0, InsertCtxBlock(*context));
     EXPECT_EQ(0, InitOrcBlock());
     EXPECT_EQ(0, InsertCtxBlock(*context)); // no entry yet: nothing happens
     EXPECT_EQ(0, AddOrcBlock());
     EXPECT_EQ(0, InsertCtxBlock(*context));
-    EXPECT_EQ(0, InsertCtxBlock(*context)); // and the first copy is not lost
+    EXPECT_EQ(0, InsertCtxBlock(*context)); // in place of the first copy
     EXPECT_EQ(4711U, pOrcBlock[0].orcCtxP->blockSize);
     EXPECT_EQ(static_cast<std::uint32_t>(ORC_STATE_IDLE), pOrcBlock[0].ctxState);
     pOrcBlock[0].BlockID = static_cast<std::uint32_t>(getppid());
     EXPECT_EQ(-1, SearchOrcBlock(0));
     EXPECT_EQ(2014, DelOrcBlock());
     EXPECT_EQ(4711U, pOrcBlock[0].orcCtxP->blockSize);
+    FreeOrcBlock();
+    EXPECT_EQ(blocks, utMemOutstanding().blocks);
 }
 
 TEST_F(TableTest, BoundsTheNameOfAnEntry)

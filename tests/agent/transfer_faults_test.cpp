@@ -289,6 +289,7 @@ TEST_F(ScriptedAgentTest, TellsWhyAPieceCouldNotBeRead)
         EXPECT_EQ("", restore("piece", data)) << "the channel lives on";
         EXPECT_EQ(8192U, data.size());
     }
+    EXPECT_EQ(4U, client.callsOf({"hoxGetData"}).size()) << "nothing is read past the end";
     EXPECT_EQ("hoxGetObj id=7:9", client.callsOf({"hoxGetObj"})[0]);
     EXPECT_EQ("hoxBeginGetData wait=1 type=0 count=1", client.callsOf({"hoxBeginGetData"})[0]);
 }

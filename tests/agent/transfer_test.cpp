@@ -3,6 +3,7 @@
 #include "tests/agent/agent_fixture.h"
 
 #include <ctime>
+#include <sys/resource.h>
 #include <unistd.h>
 
 using keel::test::randomBytes;
@@ -241,6 +242,69 @@ TEST_F(RealAgentTest, StartsAgainInTheSameProcess)
     endChannel();
     EXPECT_EQ(-1, agent.sbtbackup(memory.data(), 0, "after", nullptr, 4, 0, 1, 0));
     EXPECT_EQ(0, agent.sbtend(memory.data(), 0));
+}
+
+TEST_F(RealAgentTest, TellsWhatIsWrongWithTheRepository)
+{
+    openChannel();
+    ASSERT_EQ("", backUp("kept", "data", {.blockSize = 4}));
+    endChannel();
+    const std::string place = installation.repository().string();
+    const std::string good = contents("arca.opt");
+    const struct {
+        std::string clientOptions;
+        std::vector<std::string> agentOptions;
+        const char *info; // of a piece that is there under the good options
+        std::string told;
+    } table[] = {
+        {"REPOSITORY file://" + place + ".gone\nNODENAME testnode\n",
+         {},
+         "sbtinfo2 7501",
+         place + ".gone"},
+        {"REPOSITORY file://" + place + "\nNODENAME stranger\nPASSWORDACCESS generate\n",
+         {},
+         "sbtinfo2 7501",
+         "stranger"},
+        {good, {"VELO_FS misspelt"}, "sbtinfo2 7501", "misspelt"},
+    };
+    for (const auto &row : table) {
+        SCOPED_TRACE(row.told);
+        keel::test::writeFile("arca.opt", row.clientOptions);
+        installation.configureAgent(row.agentOptions);
+        openChannel();
+        EXPECT_EQ(row.info, info({"kept"}));
+        EXPECT_NE(std::string::npos, errorText().find("RBS")) << errorText();
+        EXPECT_NE(std::string::npos, errorLog().find(row.told)) << errorLog();
+        EXPECT_EQ("sbtremove2 7501", remove({"kept"}));
+        EXPECT_EQ("sbtrestore", openRestore("kept").substr(0, 10));
+        endChannel();
+    }
+    EXPECT_FALSE(std::filesystem::exists(place + ".gone")) << "made without being asked for";
+    keel::test::writeFile("arca.opt", good);
+    installation.configureAgent({});
+    openChannel();
+    std::string data;
+    EXPECT_EQ("", restore("kept", data, 4));
+}
+
+TEST_F(RealAgentTest, SurvivesAFileSystemThatTakesNoMore)
+{
+    openChannel();
+    rlimit unlimited{};
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &unlimited));
+    const rlimit limited{1U << 20, unlimited.rlim_max};
+    const std::string data = randomBytes(8U << 20, 5);
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limited));
+    const std::string failure = backUp("big", data, {.blockSize = 1U << 18});
+    EXPECT_TRUE(failure == "sbtwrite2 7501" || failure == "sbtclose2 7501") << failure;
+    EXPECT_EQ(0U, errorText().find("RBS")) << errorText();
+    close();
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &unlimited));
+    EXPECT_EQ("1=big 8 9999", info({"big"}));
+    ASSERT_EQ("", backUp("big", data, {.blockSize = 1U << 18}));
+    std::string back;
+    EXPECT_EQ("", restore("big", back, 1U << 18));
+    EXPECT_TRUE(back == data);
 }
 
 TEST_F(RealAgentTest, LeavesTheProcessHealthyWhenItGoes)

@@ -38,12 +38,11 @@ extern "C" {
 
 OPERATION(hoxSetUp)(int multithread, const envSetUp *env)
 {
-    struct stat program {
-    };
+    struct stat program = {};
     if (env->argv && stat(env->argv[0], &program) == 0)
         theClient.programName = env->argv[0];
-    CALL("hoxSetUp", "mt=%d program=%o config=%s logName=%s", multithread, program.st_mode & 07777U,
-         env->hoxiConfig, env->logName);
+    CALL("hoxSetUp", "mt=%d argv=%d program=%o config=%s logName=%s", multithread,
+         env->argv != nullptr, program.st_mode & 07777U, env->hoxiConfig, env->logName);
     return 0;
 }
 
