@@ -1,5 +1,6 @@
 // The message repository over real catalogues: texts, languages, damage and shortage of memory.
 #include "common/nls/nls.h"
+#include "common/nls/nlsinserts.h"
 #include "common/nls/nlsobject.h"
 #include "tests/common/catalogue.h"
 
@@ -207,6 +208,59 @@ TEST_F(Messages, ComeInTheLanguageOfTheHost)
         ASSERT_EQ(reported.size(), one.warning.empty() ? 0U : 1U) << where;
         if (!reported.empty()) {
             EXPECT_EQ(reported[0].substr(0, 8), one.warning) << where;
+        }
+    }
+}
+
+/// The stored text of a message for a host of that locale and code set.
+class Host
+{
+public:
+    Host(const char *locale, const char *codeSet) : object(nullptr)
+    {
+        EXPECT_EQ(object.start({KEEL_TEST_CATALOGUES, "velo.cat", 10, locale, codeSet}), 0);
+    }
+    std::string operator[](int number)
+    {
+        nlsMsg *message = object.getMsg(number);
+        return message != nullptr ? message->text() : "<none>";
+    }
+
+private:
+    nlsObject_t object;
+};
+
+TEST_F(Messages, AreShippedInThirteenLanguages)
+{
+    const struct {
+        const char *locale;
+        const char *codeSet; // the one of hosts without UTF-8
+        const char *yes;
+    } cases[] = {
+        {"cz", "ISO-8859-2", "Ano"},  {"cs_CZ", "ISO-8859-2", "Ano"},
+        {"de", "ISO-8859-1", "Ja"},   {"en", "ISO-8859-1", "Yes"},
+        {"es", "ISO-8859-1", "Sí"},   {"fr_FR", "ISO-8859-1", "Oui"},
+        {"hu", "ISO-8859-2", "Igen"}, {"it", "ISO-8859-1", "Sì"},
+        {"ja", "EUC-JP", "はい"},     {"ja_JP.SJIS", "SHIFT_JIS", "はい"},
+        {"ko", "EUC-KR", "예"},       {"pl", "ISO-8859-2", "Tak"},
+        {"pt", "ISO-8859-1", "Sim"},  {"pt_BR.ISO8859-1", "ISO-8859-1", "Sim"},
+        {"ru", "KOI8-R", "Да"},       {"ru_RU", "ISO-8859-5", "Да"},
+        {"zh", "GB2312", "是"},       {"zh_CN.gb18030", "GB18030", "是"},
+    };
+    Host english(nullptr, "UTF-8");
+    for (const auto &one : cases) {
+        Host local(one.locale, "UTF-8");
+        Host older(one.locale, one.codeSet);
+        EXPECT_EQ(local[507], one.yes) << one.locale;
+        for (int number = 1; number < 10'000; ++number) {
+            if (nlsArgumentTypes(number) == nullptr)
+                continue;
+            const std::string text = local[number];
+            const std::string where = one.locale + (": " + text);
+            EXPECT_TRUE(number == 508 || (text == english[number]) == (one.yes[0] == 'Y')) << where;
+            EXPECT_EQ(text.find('?'), std::string::npos) << where;
+            EXPECT_EQ(older[number].find('?'), std::string::npos)
+                << where << ": the code set " << one.codeSet << " lacks a character";
         }
     }
 }
