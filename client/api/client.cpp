@@ -90,6 +90,12 @@ bool Client::logLocally(const std::string &text)
     return !path.empty() && appendToLocalLog(path, text);
 }
 
+void poisonOpenTransaction(Session &session, std::int16_t code) noexcept
+{
+    if (session.transaction)
+        session.transaction->poison(refused(code));
+}
+
 void endSession(Session &session)
 {
     const std::lock_guard hold(session.mutex);

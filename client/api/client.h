@@ -50,7 +50,10 @@ private:
 /// Aborts what is open and publishes the log. The session answers HOX_RC_BAD_HANDLE afterwards.
 void endSession(Session &session);
 
-/// The body of an operation on a session: `body` gets it locked.
+void poisonOpenTransaction(Session &session, std::int16_t code) noexcept;
+
+/// The body of an operation on a session: `body` gets it locked. A step of a transaction that ends
+/// in an exception (memory, mostly) is a failed step like any other.
 template <class Body> std::int16_t inSession(hoxHandle_t handle, Body body) noexcept
 {
     return atBoundary([&]() -> Code {
@@ -58,7 +61,15 @@ template <class Body> std::int16_t inSession(hoxHandle_t handle, Body body) noex
         const std::lock_guard hold(session->mutex);
         if (session->ended)
             return refused(HOX_RC_BAD_HANDLE);
-        return body(*session);
+        try {
+            return body(*session);
+        } catch (const std::bad_alloc &) {
+            poisonOpenTransaction(*session, HOX_RC_NO_MEMORY);
+            throw;
+        } catch (...) {
+            poisonOpenTransaction(*session, HOX_RC_INTERNAL);
+            throw;
+        }
     });
 }
 

@@ -9,6 +9,8 @@
 #include <ctime>
 #include <fcntl.h>
 #include <mutex>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace arca::api
@@ -36,6 +38,17 @@ std::string lineOf(const std::string &text)
            printable(text, kMaxText) + "\n";
 }
 
+/// Beyond the limit of the process on file sizes a write sends a signal that ends the host.
+bool hasRoomFor(int descriptor, std::size_t more)
+{
+    rlimit limit;
+    struct stat state;
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || fstat(descriptor, &state) != 0)
+        return false;
+    return limit.rlim_cur == RLIM_INFINITY ||
+           static_cast<rlim_t>(state.st_size) + more <= limit.rlim_cur;
+}
+
 } // namespace
 
 bool appendToLocalLog(const std::string &path, const std::string &text)
@@ -51,7 +64,7 @@ bool appendToLocalLog(const std::string &path, const std::string &text)
         locked = lockf(descriptor, F_LOCK, 0);
     while (locked != 0 && errno == EINTR);
     bool written = false;
-    if (locked == 0)
+    if (locked == 0 && hasRoomFor(descriptor, line.size()))
         written = write(descriptor, line.data(), line.size()) == static_cast<ssize_t>(line.size());
     close(descriptor); // gives the lock back
     return written;

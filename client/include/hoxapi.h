@@ -380,7 +380,8 @@ int16_t hoxBeginTxn(hoxHandle_t handle);
  * or is missing (an object that was not ended), a commit publishes nothing and returns
  * HOX_RC_CHECK_REASON. An abort, in the middle of an object too, publishes nothing and returns
  * HOX_RC_CHECK_REASON with HOX_RC_ABORTED. *reason is written on every return; HOX_RC_CHECK_REASON
- * never comes with reason 0.
+ * never comes with reason 0. One object, or one deletion, is one atomic step; of several, each is
+ * whole, and a process that dies while it commits them may leave the first ones done.
  */
 int16_t hoxEndTxn(hoxHandle_t handle, uint8_t vote, uint16_t *reason);
 int16_t hoxEndTxnEx(hoxHandle_t handle, const hoxEndTxnExIn_t *input, hoxEndTxnExOut_t *output);

@@ -171,6 +171,35 @@ TEST_F(KilledTest, ALimitOnFileSizesIsAFullRepositoryAndNoSignal)
     EXPECT_FALSE(restore(handle, "big"));
 }
 
+TEST_F(KilledTest, AStepThatFindsNoMemoryKeepsItsTransactionFromBeingCommitted)
+{
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "a sanitizer does not live with little memory";
+#endif
+    const Child child([&](int tell) {
+        const hoxHandle_t handle = logOn();
+        const hoxObjName name = nameOf("p");
+        const ObjAttr attr = attributes();
+        rlimit before{}, tight{};
+        getrlimit(RLIMIT_AS, &before);
+        std::uint16_t reason = 0;
+        bool good = api_.hoxBeginTxn(handle) == HOX_RC_OK;
+        tight = before;
+        tight.rlim_cur = 1; // no more than there is now
+        setrlimit(RLIMIT_AS, &tight);
+        const int sent = api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, nullptr);
+        setrlimit(RLIMIT_AS, &before);
+        good = good && sent == HOX_RC_NO_MEMORY &&
+               api_.hoxEndTxn(handle, HOX_VOTE_COMMIT, &reason) == HOX_RC_CHECK_REASON &&
+               reason == HOX_RC_NO_MEMORY && backUp(handle, "p", "content") == HOX_RC_OK;
+        (void)!write(tell, good ? "y" : "n", 1);
+    });
+    char good = 0;
+    EXPECT_EQ(read(child.told, &good, 1), 1) << "the process died";
+    EXPECT_EQ(good, 'y');
+    (void)child.wait();
+}
+
 TEST_F(KilledTest, ARepositoryThatCannotBeWrittenStillRestores)
 {
     // Root may write whatever the mode says, so a child steps down first.
