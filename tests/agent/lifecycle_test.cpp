@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <dlfcn.h>
 
 namespace fs = std::filesystem;
 
@@ -206,6 +207,41 @@ TEST_F(ScriptedAgentTest, SetsTheStorageClientUpForTheWayItGetsThePassword)
     client.on("hoxQueryCliOptions", 1, HOX_RC_NOT_SET_UP);
     EXPECT_EQ("7011 2007", initialise());
     fs::remove(client.programName); // kept on purpose when the set-up failed
+}
+
+TEST_F(ScriptedAgentTest, LogsOnWithThePasswordOfItsFile)
+{
+    using Update = std::uint16_t(char *, void *);
+    auto *update = reinterpret_cast<Update *>(dlsym(agent.handle, "psveloUpdatePswd"));
+    ASSERT_NE(nullptr, update);
+    client.passwordAccess = HOX_PASSWORDACCESS_PROMPT;
+    installation.configureAgent({"VELO_NODE mynode", "VELO_PSWDPATH " + path("pw") + "/"});
+    openChannel();
+    EXPECT_EQ("sbtrestore 7501", openRestore("piece"));
+    EXPECT_NE(std::string::npos, errorText().find("RBQ2519")) << errorText();
+    EXPECT_TRUE(client.callsOf({"hoxInitEx"}).empty());
+    const struct {
+        std::string password, digits;
+    } table[] = {{"", ""},
+                 {"short", "5"},
+                 {"8letters", "8"},
+                 {"8letters9", "81"},
+                 {std::string(64, 'p'), "88888888"}};
+    for (const auto &row : table) {
+        std::string password = row.password;
+        ASSERT_EQ(0, update(password.data(), ctx));
+        const std::string file = contents("pw/VELO.mynode");
+        EXPECT_EQ(39 + 9 * row.digits.size(), file.size());
+        EXPECT_EQ(0U, file.find("Agent for Oracle Backup - Password file"));
+        for (std::size_t i = 0; i < row.digits.size() && 39 + 9 * i < file.size(); ++i)
+            EXPECT_EQ(row.digits[i], file[39 + 9 * i]);
+        EXPECT_TRUE(row.password.empty() || file.find(row.password) == std::string::npos);
+        EXPECT_EQ("", remove({"missing"}));
+        const std::string session = client.callsOf({"hoxInitEx"}).back();
+        EXPECT_EQ(0U, session.find("hoxInitEx node=mynode owner= password=" + row.password + " "))
+            << session;
+        EXPECT_EQ(fs::perms(0644), fs::status("pw/VELO.mynode").permissions());
+    }
 }
 
 TEST_F(ScriptedAgentTest, OpensEachSessionAsTheClientAsks)
