@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <pthread.h>
 #include <string_view>
 #include <sys/time.h>
 #include <unistd.h>
@@ -41,17 +42,24 @@ constexpr std::array<const char *, 13> clientTags = {
     "[ctCLSpaceMGT]", "[ctDICAD     ]", "[ctDIWebClien]", "[ctJBBDaemon ]", "[ctUtlAppl   ]",
     "[ctCLUtlAppl ]", "[ctGUIUtlAppl]", "[ctDIJavaGUI ]"};
 
-// Keeps errno for a statement in the middle of someone's error handling.
-class ErrnoGuard
+// A statement may stand in the middle of someone's error handling, and in a thread that the host
+// cancels: errno is kept, and cancellation waits until no lock is held any more. (An unwinding
+// that meets a noexcept function would even end the host.)
+class Undisturbed
 {
 public:
-    ErrnoGuard() noexcept = default;
-    ~ErrnoGuard() { errno = kept; }
-    ErrnoGuard(const ErrnoGuard &) = delete;
-    ErrnoGuard &operator=(const ErrnoGuard &) = delete;
+    Undisturbed() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState); }
+    ~Undisturbed()
+    {
+        pthread_setcancelstate(cancelState, nullptr);
+        errno = kept;
+    }
+    Undisturbed(const Undisturbed &) = delete;
+    Undisturbed &operator=(const Undisturbed &) = delete;
 
 private:
     int kept = errno;
+    int cancelState = 0;
 };
 
 /// A line with room in front for its decoration and behind for the end marker.
@@ -174,7 +182,7 @@ void sayWhereTo() noexcept
 
 unsigned trBegin(const char *fileName, int writeBegun) noexcept
 {
-    const ErrnoGuard keep;
+    const Undisturbed scope;
     psMutexGuard guard(traceMutex);
     const unsigned rc = traceFile.open(fileName, limitsInForce(), consoleRoutine);
     if (rc != 0) {
@@ -194,7 +202,7 @@ unsigned trBegin(const char *fileName, int writeBegun) noexcept
 
 void trEnd() noexcept
 {
-    const ErrnoGuard keep;
+    const Undisturbed scope;
     psMutexGuard guard(traceMutex);
     resetTrace();
     begun = false;
@@ -210,7 +218,7 @@ bool trActive() noexcept
 
 unsigned trEnable(const char *flags, int on) noexcept
 {
-    const ErrnoGuard keep;
+    const Undisturbed scope;
     constexpr std::string_view separators = " \t,";
     psMutexGuard guard(traceMutex);
     unsigned rc = 0;
@@ -270,7 +278,7 @@ void KEELCTraceStatement::initStatement(const char *file, unsigned line) noexcep
 
 void KEELCTraceStatement::write(const char *format, ...) noexcept
 {
-    const ErrnoGuard keep;
+    const Undisturbed scope;
     psMutexGuard guard(traceMutex);
     if (!traceFile.isOpen())
         return;

@@ -11,8 +11,8 @@
 #include <cstdint>
 
 enum trClass : unsigned {
-    TR_ORCLEVEL0, // the flow of calls: Enter and Exit
-    TR_ORCLEVEL1,
+    TR_ORCLEVEL0, // failures
+    TR_ORCLEVEL1, // the flow of calls: Enter, Exit - OK
     TR_ORCLEVEL2, // details
     TR_ORCBUFF,   // buffers, byte by byte
     TR_GENERAL,

@@ -21,7 +21,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <pthread.h>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -290,12 +289,8 @@ bool traceWrap_t::writeLocked(const char *line, std::size_t length) noexcept
 
 bool traceWrap_t::write(const char *line, std::size_t length) noexcept
 {
-    // A thread that is cancelled in the middle would leave the file locked.
-    int cancelState = 0;
-    pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &cancelState);
     const bool good = writeLocked(line, length);
     if (descriptor >= 0)
         lockFile(descriptor, F_UNLCK);
-    pthread_setcancelstate(cancelState, nullptr);
     return good;
 }

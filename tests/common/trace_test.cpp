@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -307,6 +308,28 @@ TEST_F(Trace, IsSharedByProcessesAndThreads)
     EXPECT_EQ(std::unique(numbers.begin(), numbers.end()), numbers.end());
     EXPECT_EQ(numbers.size(), 5000U) << "no line covers another";
     EXPECT_EQ(countOf(content(), "END OF DATA"), 1U);
+}
+
+TEST_F(Trace, OutlivesAThreadThatIsCancelled)
+{
+    for (const unsigned megabytes : {0u, 1u}) {
+        std::filesystem::remove(file());
+        ASSERT_EQ(begin(megabytes), 0U);
+        pthread_t thread{};
+        const auto traceWhileCancelled = [](void *) -> void * {
+            pthread_cancel(pthread_self());
+            KEEL_TRACE(TR_GENERAL, "written\n");
+            pthread_testcancel();
+            KEEL_TRACE(TR_GENERAL, "never reached\n");
+            return nullptr;
+        };
+        ASSERT_EQ(pthread_create(&thread, nullptr, traceWhileCancelled, nullptr), 0);
+        void *result = nullptr;
+        ASSERT_EQ(pthread_join(thread, &result), 0);
+        EXPECT_EQ(result, PTHREAD_CANCELED);
+        KEEL_TRACE(TR_GENERAL, "by another\n"); // no lock was left behind
+        EXPECT_NE(content().find("written\nby another\n"), std::string::npos) << content();
+    }
 }
 
 TEST_F(Trace, IsKeptInSegments)
