@@ -108,13 +108,15 @@ nlsOutputFn routineFor(const nlsOutputFns &fns, std::uint8_t severity) noexcept
 }
 } // namespace
 
-nlsObject_t *newNlsGlobalObject(const nlsOutputFns *fns, int) noexcept
+nlsObject_t *newNlsGlobalObject(const nlsOutputFns *fns, int flags) noexcept
 {
     psMutexGuard guard(reposLock);
     destroyNlsGlobalObject();
     void *room = utMalloc(sizeof(nlsObject_t));
     if (room != nullptr)
         globalObject = new (room) nlsObject_t(fns);
+    if (globalObject != nullptr)
+        globalObject->provisional = (flags & NLS_PROVISIONAL_START) != 0;
     return globalObject;
 }
 
@@ -148,7 +150,7 @@ int nlinit(const char *reposName, int cacheLimit, const char *catalogDir, cliTyp
     psMutexGuard guard(reposLock);
     if (info != nullptr)
         *info = {NLS_RC_ARGUMENT, ""};
-    if (tooLong(reposName, maxReposName) || *reposName == '\0')
+    if (reposName == nullptr || *reposName == '\0')
         return NLS_RC_ARGUMENT;
     cuSetFormats(dateFormat, timeFormat, numberFormat);
     if (globalObject == nullptr)
@@ -156,7 +158,7 @@ int nlinit(const char *reposName, int cacheLimit, const char *catalogDir, cliTyp
     globalObject->clientType = clientType;
     int rc = 0;
     if (!globalObject->isStarted()) {
-        if (tooLong(catalogDir, maxDirectory))
+        if (tooLong(reposName, maxReposName) || tooLong(catalogDir, maxDirectory))
             return NLS_RC_ARGUMENT;
         const bool agent = clientType >= firstAgentType && clientType <= lastAgentType;
         rc = globalObject->start({catalogDir, agent ? catalogName : nullptr, cacheLimit,

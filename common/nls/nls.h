@@ -46,8 +46,13 @@ constexpr int NLS_RC_ARGUMENT = 610; // an empty or over-long argument
 
 class nlsObject_t;
 
-/// Creates the process's message object in place of an earlier one. fns may be null; flags is kept
-/// for callers of other programs and has no meaning here. Null when there is no memory.
+/// A flag of newNlsGlobalObject: the first start serves only until the settings are known. What it
+/// has to say about the host's language is said when a text is asked for in it, and not at all when
+/// nlterm comes first: the next start speaks for itself.
+constexpr int NLS_PROVISIONAL_START = 1;
+
+/// Creates the process's message object in place of an earlier one. fns may be null. Null when
+/// there is no memory.
 nlsObject_t *newNlsGlobalObject(const nlsOutputFns *fns, int flags) noexcept;
 void destroyNlsGlobalObject() noexcept;
 nlsObject_t *getNlsGlobalObjectHandle() noexcept;

@@ -38,10 +38,18 @@ void nlsObject_t::report(const char *format, ...) noexcept
     std::vsnprintf(errorText, sizeof errorText, format, arguments);
     va_end(arguments);
     KEEL_TRACE(TR_NLS, "%s", errorText);
+    if (holding)
+        stCopy(heldText, errorText);
+    else
+        deliver(errorText);
+}
+
+void nlsObject_t::deliver(const char *text) noexcept
+{
     if (reporting || fns.error == nullptr)
         return;
     reporting = true;
-    fns.error(errorText);
+    fns.error(text);
     reporting = false;
 }
 
@@ -79,7 +87,9 @@ int nlsObject_t::start(const nlsSetup &setup) noexcept
     const int rc = openCat(engCatalogue, setup.directory, nlsEnglish, setup.file);
     if (rc != 0)
         return rc;
+    holding = provisional;
     openLocal(setup);
+    holding = provisional = false;
     initialised = true;
     return 0;
 }
@@ -118,10 +128,15 @@ void nlsObject_t::stop() noexcept
     engCache.clear();
     localCache.clear();
     converter.close();
+    heldText[0] = '\0';
 }
 
 nlsMsg *nlsObject_t::getMsg(int msgNum) noexcept
 {
+    if (!english && heldText[0] != '\0') {
+        deliver(heldText);
+        heldText[0] = '\0';
+    }
     const bool fromEnglish = english || localIsEnglish;
     english = false;
     if (msgNum < 0 || msgNum > UINT16_MAX)

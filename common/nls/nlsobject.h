@@ -41,7 +41,8 @@ public:
     const char *path() const noexcept { return reposPath; }
 
     nlsOutputFns fns;
-    bool english = false; // for the next lookup; cleared by it
+    bool english = false;     // for the next lookup; cleared by it
+    bool provisional = false; // the next start holds back what it says; cleared by it
     cliType_t clientType = 0;
 
 private:
@@ -50,12 +51,14 @@ private:
     bool tryCat(nlsCatalogue_t &catalogue, const char *directory, const char *language,
                 const char *file) noexcept;
     void openLocal(const nlsSetup &setup) noexcept;
+    void deliver(const char *text) noexcept;
     nlsMsg *readMsg(std::uint16_t number, bool fromEnglish, bool quietly) noexcept;
 
     bool initialised = false;
     bool localIsEnglish = true;
     bool converting = false;
     bool reporting = false;
+    bool holding = false;
     nlsCatalogue_t engCatalogue;
     nlsCatalogue_t localCatalogue;
     nlsMsgCache_t engCache;
@@ -63,6 +66,7 @@ private:
     nlsConverter_t converter;
     char reposPath[1281] = "";
     char errorText[1600] = "";
+    char heldText[1600] = ""; // of a provisional start
 };
 
 /// The routine itself, or the default writer in place of a null one.

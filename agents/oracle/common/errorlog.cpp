@@ -36,6 +36,24 @@ bool logDirectoryFromOptions(char *path)
     return stCopy(path, ORC_PATH_SIZE, value);
 }
 
+// In a fixed buffer: the message object also reports that there is no memory.
+class LogLine
+{
+public:
+    explicit LogLine(const char *text)
+    {
+        stCopy(line_, text);
+        const std::size_t length = stLength(line_, sizeof line_);
+        if (length != 0 && line_[length - 1] == '\n') {
+            line_[length - 1] = '\0';
+        }
+    }
+    [[nodiscard]] const char *text() const { return line_; }
+
+private:
+    char line_[2048];
+};
+
 } // namespace
 
 std::uint16_t getErrorLog(char *path)
@@ -75,7 +93,12 @@ void veloErrorMsg(const char *text)
 
 void veloErrorRoutine(const char *text)
 {
-    veloErrorMsg(text);
+    veloErrorMsg(LogLine(text).text());
+}
+
+void veloFirstErrorRoutine(const char *text)
+{
+    psNonNlsErrorMsg(LogLine(text).text());
 }
 
 void veloGetApiMsg(std::uint32_t hoxHandle, char /*unused*/, std::int16_t rc, char *text)

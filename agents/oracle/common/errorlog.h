@@ -20,8 +20,11 @@ std::uint16_t getErrorLog(char *path);
 /// Appends "DATE TIME TID<process> ==> text" to the error log.
 void veloErrorMsg(const char *text);
 
-/// As veloErrorMsg; the form that the message object takes as its error routine.
+/// The error routines that the message object takes: to the error log, and to the one of the
+/// installation directory before the settings are known. Its reports end their line, and so do the
+/// logs: one line end is taken off.
 void veloErrorRoutine(const char *text);
+void veloFirstErrorRoutine(const char *text);
 
 /// Copies the storage client's text of rc into text (ORC_ERRTEXT_SIZE characters). The second
 /// argument is not used.

@@ -70,8 +70,8 @@ std::uint16_t openFirstCatalogue()
 std::uint16_t makeProcessObjects(const TraceScope &scope)
 {
     nlsOutputFns outputs{};
-    outputs.error = psNonNlsErrorMsg;
-    if (newNlsGlobalObject(&outputs, 0) == nullptr) {
+    outputs.error = veloFirstErrorRoutine;
+    if (newNlsGlobalObject(&outputs, NLS_PROVISIONAL_START) == nullptr) {
         psNonNlsErrorMsg("RBQ2522E There is not enough system memory to complete command.");
         return ORC_RC_NO_MEMORY;
     }
