@@ -9,6 +9,8 @@
 #include "client/base/text.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <new>
 #include <unistd.h>
 
 namespace arca::blob
@@ -17,10 +19,38 @@ namespace arca::blob
 namespace
 {
 
-// Written in large portions, and handed to the disk early so that the last sync has little left to
-// do.
-constexpr std::size_t kGather = std::size_t{256} << 10;
-constexpr std::uint64_t kWriteBackEvery = std::uint64_t{8} << 20;
+constexpr std::size_t kPortion = std::size_t{4} << 20;
+
+/// What a blob's bytes are gathered in until they make a portion. Its memory is touched only as far
+/// as it is used.
+class GatherBuffer
+{
+public:
+    GatherBuffer() : bytes_(static_cast<std::byte *>(std::aligned_alloc(kTransferUnit, kPortion)))
+    {
+        if (!bytes_)
+            throw std::bad_alloc();
+    }
+
+    /// Takes as much as there is room for, and tells how much.
+    std::size_t take(ByteView bytes)
+    {
+        const std::size_t length = std::min(bytes.size(), kPortion - used_);
+        std::copy_n(bytes.begin(), length, bytes_.get() + used_);
+        used_ += length;
+        return length;
+    }
+    bool isFull() const { return used_ == kPortion; }
+    ByteView content() const { return {bytes_.get(), used_}; }
+    void clear() { used_ = 0; }
+
+private:
+    struct Free {
+        void operator()(std::byte *bytes) const { std::free(bytes); }
+    };
+    std::unique_ptr<std::byte, Free> bytes_;
+    std::size_t used_ = 0;
+};
 
 class DirectoryReader final : public BlobReader
 {
@@ -69,10 +99,9 @@ bool ownedByThisProcess([[maybe_unused]] const std::string &fileName)
 class DirectoryWriter final : public BlobWriter
 {
 public:
-    DirectoryWriter(DirectoryStore &store, std::unique_ptr<File> file, std::string temporary)
-        : store_(store), file_(std::move(file)), temporary_(std::move(temporary))
+    DirectoryWriter(DirectoryStore &store, std::string temporary)
+        : store_(store), temporary_(std::move(temporary))
     {
-        gathered_.reserve(kGather);
     }
 
     ~DirectoryWriter() override
@@ -81,9 +110,14 @@ public:
             (void)store_.files_.unlink(store_.pathOf(temporary_));
     }
 
-    /// Takes the lock that shows the writer alive; false when a cleaner was faster.
+    /// Makes the file and takes the lock that shows the writer alive. False when the name was
+    /// taken, or when a cleaner came between the two and took the file for a dead writer's.
     Result<bool> claim()
     {
+        auto created = store_.files_.create(store_.pathOf(temporary_));
+        if (!created && created.error().kind == ErrorKind::exists)
+            return false;
+        ARCA_TRY(file_, std::move(created));
         ARCA_TRY(const bool locked, file_->lock(false));
         if (!locked)
             return false;
@@ -92,17 +126,19 @@ public:
 
     Result<void> append(ByteView bytes) override
     {
-        if (gathered_.size() + bytes.size() > kGather)
-            ARCA_CHECK(flush());
-        if (bytes.size() >= kGather)
-            return writeThrough(bytes);
-        gathered_.insert(gathered_.end(), bytes.begin(), bytes.end());
+        while (!bytes.empty()) {
+            bytes = bytes.subspan(gathered_.take(bytes));
+            if (gathered_.isFull()) {
+                ARCA_CHECK(file_->write(gathered_.content()));
+                gathered_.clear();
+            }
+        }
         return {};
     }
 
     Result<void> commit(const std::string &name) override
     {
-        ARCA_CHECK(flush());
+        ARCA_CHECK(writeRest());
         ARCA_CHECK(file_->sync());
         ARCA_CHECK(store_.publish(temporary_, name));
         file_.reset();
@@ -110,30 +146,20 @@ public:
     }
 
 private:
-    Result<void> flush()
+    /// In two portions, so that most of a large rest can go the fast way.
+    Result<void> writeRest()
     {
-        ARCA_CHECK(writeThrough(gathered_));
-        gathered_.clear();
-        return {};
-    }
-
-    Result<void> writeThrough(ByteView bytes)
-    {
-        ARCA_CHECK(file_->write(bytes));
-        written_ += bytes.size();
-        if (written_ - handedOver_ >= kWriteBackEvery) {
-            file_->startWriteBack(handedOver_, written_ - handedOver_);
-            handedOver_ = written_;
-        }
-        return {};
+        const ByteView rest = gathered_.content();
+        const ByteView units = rest.first(rest.size() - rest.size() % kTransferUnit);
+        if (!units.empty())
+            ARCA_CHECK(file_->write(units));
+        return file_->write(rest.subspan(units.size()));
     }
 
     DirectoryStore &store_;
-    std::unique_ptr<File> file_; // null once the name belongs to the blob
+    std::unique_ptr<File> file_; // null before claim(), and once the name belongs to the blob
     std::string temporary_;
-    Bytes gathered_;
-    std::uint64_t written_ = 0;
-    std::uint64_t handedOver_ = 0;
+    GatherBuffer gathered_;
 };
 
 DirectoryStore::DirectoryStore(std::string root, FileLayer &files)
@@ -146,15 +172,9 @@ DirectoryStore::~DirectoryStore() = default;
 Result<std::unique_ptr<BlobWriter>> DirectoryStore::begin()
 {
     ARCA_CHECK(ensureDirectory("tmp"));
-    // A cleaner may come between creating and locking, take the file for a dead writer's and remove
-    // it. Then it has no name any more, and another one is made.
     for (int attempt = 0; attempt < 100; ++attempt) {
-        ARCA_TRY(const std::string temporary, temporaryName());
-        auto created = files_.create(pathOf(temporary));
-        if (!created && created.error().kind == ErrorKind::exists)
-            continue;
-        ARCA_TRY(auto file, std::move(created));
-        auto writer = std::make_unique<DirectoryWriter>(*this, std::move(file), temporary);
+        ARCA_TRY(std::string temporary, temporaryName());
+        auto writer = std::make_unique<DirectoryWriter>(*this, std::move(temporary));
         ARCA_TRY(const bool mine, writer->claim());
         if (mine)
             return std::unique_ptr<BlobWriter>(std::move(writer));

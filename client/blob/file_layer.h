@@ -22,12 +22,15 @@ struct FileIdentity {
     bool operator==(const FileIdentity &) const = default;
 };
 
+constexpr std::size_t kTransferUnit = 4096;
+
 class File
 {
 public:
     virtual ~File() = default;
 
-    /// Appends all of it. After an error how much was written is not known.
+    /// Appends all of it. After an error how much was written is not known. Fastest with large
+    /// portions whose memory and length, and all lengths before, are multiples of kTransferUnit.
     virtual Result<void> write(ByteView bytes) = 0;
     /// Fewer bytes than asked for only at the end of the file.
     virtual Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) = 0;
@@ -35,8 +38,7 @@ public:
 
     /// Content and length survive the loss of power. After an error their state is unknown.
     virtual Result<void> sync() = 0;
-    /// Hints: start writing back, expect sequential reading, read ahead. They never fail.
-    virtual void startWriteBack(std::uint64_t offset, std::uint64_t length) = 0;
+    /// A hint that this range will be read soon, and in order. It never fails.
     virtual void readAhead(std::uint64_t offset, std::uint64_t length) = 0;
 
     /// A lock against other processes and other Files of this one, held until the File goes, or its

@@ -9,8 +9,9 @@ namespace arca::store
 namespace
 {
 
-// Far enough ahead to keep a disk busy while the caller works on what it got.
-constexpr std::uint64_t kReadAhead = std::uint64_t{8} << 20;
+// Far enough ahead to keep a disk busy while the caller works on what it got, asked for in steps.
+constexpr std::uint64_t kReadAhead = std::uint64_t{16} << 20;
+constexpr std::uint64_t kReadAheadStep = std::uint64_t{4} << 20;
 
 Error damaged(const PieceInfo &info, const std::string &what)
 {
@@ -56,8 +57,8 @@ Result<void> PieceReader::loadSegment()
     ARCA_TRY(const std::size_t got, blob_->read(nextOffset_, buffer_));
     if (got != buffer_.size())
         return damaged(info_, "it was cut while it was read");
-    if (nextOffset_ / kReadAhead != (nextOffset_ + got) / kReadAhead)
-        blob_->readAhead(nextOffset_ + got, 2 * kReadAhead);
+    if (nextOffset_ / kReadAheadStep != (nextOffset_ + got) / kReadAheadStep)
+        blob_->readAhead(nextOffset_ + kReadAhead, kReadAheadStep + kMaxSegmentBytes);
 
     const ByteView segment = ByteView(buffer_).first(length);
     const std::uint64_t check = ByteReader(ByteView(buffer_).subspan(length)).u64();

@@ -51,7 +51,6 @@ public:
         node_->durableContent = node_->content;
         return {};
     }
-    void startWriteBack(std::uint64_t, std::uint64_t) override {}
     void readAhead(std::uint64_t, std::uint64_t) override {}
     Result<bool> lock(bool) override
     {
