@@ -30,10 +30,10 @@ protected:
                                                      : "success with " + told();
     }
 
-    std::string open(const char *name, unsigned long mode, unsigned long blockSize = 1024)
+    std::string open(const char *name, unsigned long mode, unsigned long tapeBlock = 1024)
     {
         const int handle =
-            call<decltype(::sbtopen)>("sbtopen")(&error, const_cast<char *>(name), mode, blockSize);
+            call<decltype(::sbtopen)>("sbtopen")(&error, const_cast<char *>(name), mode, tapeBlock);
         th = handle < 0 ? th : static_cast<unsigned>(handle);
         return outcome(handle == -1);
     }

@@ -49,7 +49,8 @@ TEST_F(Version1RealTest, StoresSeveralFilesInOneChannel)
         ASSERT_EQ("", store(name, std::string(2048, 'x'))) << name;
     EXPECT_EQ("", open("open", SBT1_WRITE));
     EXPECT_EQ("", write(std::string(1024, 'x')));
-    begin(); // the first channel's resources are released: what was open is given up
+    EXPECT_EQ("7011 65535", initialise())
+        << "a second channel ends both: what was open is given up";
     begin();
     EXPECT_EQ("7000/0", open("open", SBT1_READ));
 }
