@@ -52,7 +52,20 @@ public:
     void finish();
 
 private:
+    /// Memory that a transfer past the page cache may start from.
+    struct Gathered {
+        Gathered();
+        ~Gathered();
+        Gathered(const Gathered &) = delete;
+        Gathered &operator=(const Gathered &) = delete;
+        std::byte *bytes;
+        std::size_t fill = 0;
+    };
+
     void createTemporary();
+    void flush();
+    void put(std::span<const std::byte> bytes);
+    void setDirect(bool on);
     void startWriteBack();
     void publish();
     void syncDirectory() const;
@@ -62,6 +75,8 @@ private:
     std::string temporary_; ///< empty when written to directly, or published
     Existing existing_;
     int descriptor_ = -1;
+    std::optional<Gathered> gathered_; ///< with a temporary only
+    bool direct_ = false;
     std::uint64_t written_ = 0;
     std::uint64_t writeBackStarted_ = 0;
 };
