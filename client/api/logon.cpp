@@ -99,17 +99,21 @@ Answer<hoxHandle_t> startSession(const Request &request)
     ARCA_CHECK(expectRegistered(*repository, options, node));
     ARCA_TRY(std::string password, passwordFor(request, options, repository->uuid(), node));
     auto space = repository->logOn(node, password);
-    wipe(password);
-    if (!space)
+    if (!space) {
+        wipe(password);
         return Refusal(std::move(space).error());
+    }
     // Behind channels that died. What cannot be cleaned now is in nobody's way.
     (void)repository->blobs().removeLeftovers();
 
     auto session =
         std::make_shared<Session>(std::move(repository), std::move(space).value(), options);
     session->owner = request.owner;
+    Answer<void> changed;
     if (request.newPassword != nullptr && *request.newPassword != '\0')
-        ARCA_CHECK(changePassword(*session, request.password, request.newPassword));
+        changed = changePassword(*session, password.c_str(), request.newPassword);
+    wipe(password);
+    ARCA_CHECK(std::move(changed));
     return Client::instance().add(std::move(session));
 }
 

@@ -15,14 +15,20 @@ namespace
 {
 constexpr std::size_t kGeneratedDigits = 64;
 constexpr std::uint64_t kMaxMemory = std::uint64_t{64} << 20;
+constexpr std::uint64_t kGeneratedN = 16;
 } // namespace
 
 PasswordCost costFor(std::string_view password)
 {
     // Whoever types 64 hexadecimal digits has chosen something as good.
     if (password.size() == kGeneratedDigits && fromHex(password))
-        return {16, 8, 1};
+        return {kGeneratedN, 8, 1};
     return {std::uint64_t{1} << 14, 8, 1};
+}
+
+bool isGuessable(PasswordCost cost)
+{
+    return cost.n > kGeneratedN;
 }
 
 Result<Sha256> derivePasswordKey(std::string_view password, ByteView salt, PasswordCost cost)

@@ -19,6 +19,9 @@ struct PasswordCost {
 /// High for what people choose, low for what generatePassword() made.
 PasswordCost costFor(std::string_view password);
 
+/// Whether a password of that cost may be a chosen one, which somebody could guess.
+bool isGuessable(PasswordCost cost);
+
 /// A cost from outside may be absurd; beyond 64 MiB of memory it is refused as `damaged`.
 Result<Sha256> derivePasswordKey(std::string_view password, ByteView salt, PasswordCost cost);
 

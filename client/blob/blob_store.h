@@ -50,6 +50,13 @@ public:
     virtual void readAhead(std::uint64_t offset, std::uint64_t length) = 0;
 };
 
+/// A lock that is held as long as it lives; it goes with its process, too.
+class BlobLock
+{
+public:
+    virtual ~BlobLock() = default;
+};
+
 class BlobStore
 {
 public:
@@ -67,6 +74,9 @@ public:
     virtual Result<void> remove(const std::string &name, BlobReader &opened) = 0;
     /// Cleans up behind writers that died.
     virtual Result<void> removeLeftovers() = 0;
+    /// A lock among all users of the store, in this process and in others; null when somebody else
+    /// holds it. `name` is one component.
+    virtual Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name) = 0;
 };
 
 /// Reads a small blob whole; `damaged` when it is larger than `limit`.

@@ -76,6 +76,15 @@ private:
     std::uint64_t size_;
 };
 
+class DirectoryLock final : public BlobLock
+{
+public:
+    explicit DirectoryLock(std::unique_ptr<File> locked) : file_(std::move(locked)) {}
+
+private:
+    std::unique_ptr<File> file_;
+};
+
 Result<std::string> temporaryName()
 {
     Bytes random(8);
@@ -261,6 +270,16 @@ Result<void> DirectoryStore::removeLeftovers()
             (void)files_.unlink(pathOf(name));
     }
     return {};
+}
+
+Result<std::unique_ptr<BlobLock>> DirectoryStore::tryLock(const std::string &name)
+{
+    ARCA_CHECK(ensureDirectory("locks"));
+    ARCA_TRY(auto file, files_.openForLocking(pathOf("locks/" + name), true));
+    ARCA_TRY(const bool mine, file->lock(false));
+    if (!mine)
+        return std::unique_ptr<BlobLock>();
+    return std::unique_ptr<BlobLock>(std::make_unique<DirectoryLock>(std::move(file)));
 }
 
 Result<void> DirectoryStore::publish(const std::string &temporary, const std::string &name)

@@ -31,6 +31,8 @@ public:
                       const std::function<bool(const std::string &)> &visit) override;
     Result<void> remove(const std::string &name, BlobReader &opened) override;
     Result<void> removeLeftovers() override;
+    /// A file in locks/, which stays.
+    Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name) override;
 
 private:
     friend class DirectoryWriter;

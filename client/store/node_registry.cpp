@@ -9,6 +9,10 @@
 //
 // A password that people choose is slow to try (N = 2^14); one that the client made itself has 256
 // random bits, nothing to try, and a small N keeps the start of a session cheap.
+//
+// Attempts on a chosen password take turns, whichever process makes them: locks/attempt-<node key>
+// is held while one is made, and after a wrong one for a pause longer. Nobody waits for a turn for
+// ever, or whoever guesses without end would lock the owner out.
 #include "client/store/node_registry.h"
 
 #include "client/base/hash.h"
@@ -17,6 +21,8 @@
 #include "client/store/node_space.h"
 
 #include <algorithm>
+#include <chrono>
+#include <thread>
 
 namespace arca::store
 {
@@ -27,6 +33,9 @@ namespace
 constexpr std::string_view kKind = "ARCANODE";
 constexpr std::uint32_t kVersion = 1;
 constexpr std::uint16_t kScheme = 1;
+constexpr std::chrono::milliseconds kPauseAfterWrong(500);
+constexpr std::chrono::milliseconds kLongestWait(2000);
+constexpr std::chrono::milliseconds kBetweenLooks(20);
 
 struct NodeRecord {
     PasswordCost cost;
@@ -86,6 +95,34 @@ Result<void> compare(const NodeRecord &record, const std::string &node, std::str
     return {};
 }
 
+/// Nothing when no turn came in time, or when the repository cannot be written: it must still be
+/// possible to log on for a restore.
+std::unique_ptr<blob::BlobLock> turnOf(blob::BlobStore &store, const std::string &key)
+{
+    for (auto waited = kBetweenLooks; waited <= kLongestWait; waited += kBetweenLooks) {
+        auto turn = store.tryLock("attempt-" + key);
+        if (!turn)
+            return nullptr;
+        if (*turn)
+            return std::move(turn).value();
+        std::this_thread::sleep_for(kBetweenLooks);
+    }
+    return nullptr;
+}
+
+Result<void> compareInTurn(blob::BlobStore &store, const NodeRecord &record,
+                           const std::string &node, std::string_view password)
+{
+    if (!isGuessable(record.cost))
+        return compare(record, node, password);
+    ARCA_TRY(const std::string key, nodeKey(node));
+    const auto turn = turnOf(store, key);
+    auto compared = compare(record, node, password);
+    if (!compared && compared.error().kind == ErrorKind::authentication)
+        std::this_thread::sleep_for(kPauseAfterWrong);
+    return compared;
+}
+
 Error unregistered(const std::string &node)
 {
     return {ErrorKind::authentication, "the node " + printable(node) + " is not registered"};
@@ -123,7 +160,7 @@ Result<void> NodeRegistry::authenticate(const std::string &node, std::string_vie
     if (!state)
         return unregistered(node);
     ARCA_TRY(const NodeRecord found, decode(state->bytes));
-    return compare(found, node, password);
+    return compareInTurn(store_, found, node, password);
 }
 
 Result<void> NodeRegistry::changePassword(const std::string &node, std::string_view oldPassword,
@@ -134,7 +171,7 @@ Result<void> NodeRegistry::changePassword(const std::string &node, std::string_v
     if (!state)
         return unregistered(node);
     ARCA_TRY(const NodeRecord found, decode(state->bytes));
-    ARCA_CHECK(compare(found, node, oldPassword));
+    ARCA_CHECK(compareInTurn(store_, found, node, oldPassword));
     ARCA_TRY(const NodeRecord made, makeRecord(node, newPassword));
     return record.write(state->number, encode(made));
 }

@@ -1,5 +1,5 @@
 // The nodes that a repository knows, and how each proves who it is. The repository keeps no
-// password, only what a password is checked against.
+// password, only what a password is checked against. Trying passwords one after the other is slow.
 #ifndef KEEL_CLIENT_STORE_NODE_REGISTRY_H
 #define KEEL_CLIENT_STORE_NODE_REGISTRY_H
 
