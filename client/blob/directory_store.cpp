@@ -21,17 +21,24 @@ namespace
 
 constexpr std::size_t kPortion = std::size_t{4} << 20;
 
-/// What a blob's bytes are gathered in until they make a portion. Its memory is touched only as far
-/// as it is used.
+struct Free {
+    void operator()(std::byte *bytes) const { std::free(bytes); }
+};
+using Portion = std::unique_ptr<std::byte, Free>;
+
+/// Memory for one portion, touched only as far as it is used.
+Portion allocatePortion()
+{
+    Portion portion(static_cast<std::byte *>(std::aligned_alloc(kTransferUnit, kPortion)));
+    if (!portion)
+        throw std::bad_alloc();
+    return portion;
+}
+
+/// What a blob's bytes are gathered in until they make a portion.
 class GatherBuffer
 {
 public:
-    GatherBuffer() : bytes_(static_cast<std::byte *>(std::aligned_alloc(kTransferUnit, kPortion)))
-    {
-        if (!bytes_)
-            throw std::bad_alloc();
-    }
-
     /// Takes as much as there is room for, and tells how much.
     std::size_t take(ByteView bytes)
     {
@@ -45,10 +52,7 @@ public:
     void clear() { used_ = 0; }
 
 private:
-    struct Free {
-        void operator()(std::byte *bytes) const { std::free(bytes); }
-    };
-    std::unique_ptr<std::byte, Free> bytes_;
+    Portion bytes_ = allocatePortion();
     std::size_t used_ = 0;
 };
 
@@ -63,7 +67,19 @@ public:
     std::uint64_t size() const override { return size_; }
     Result<std::size_t> read(std::uint64_t offset, std::span<std::byte> into) override
     {
-        return file_->readAt(offset, into);
+        constexpr std::size_t kSmall = std::size_t{64} << 10;
+        if (into.size() < kSmall || size_ < kPortion)
+            return file_->readAt(offset, into);
+        std::size_t total = 0;
+        while (total < into.size()) {
+            ARCA_TRY(const ByteView loaded, portionAt(offset + total));
+            const std::size_t length = std::min(loaded.size(), into.size() - total);
+            if (length == 0)
+                break;
+            std::copy_n(loaded.begin(), length, into.begin() + static_cast<std::ptrdiff_t>(total));
+            total += length;
+        }
+        return total;
     }
     void readAhead(std::uint64_t offset, std::uint64_t length) override
     {
@@ -72,8 +88,26 @@ public:
     File &file() { return *file_; }
 
 private:
+    /// What there is of the portion that holds this offset, from the offset on.
+    Result<ByteView> portionAt(std::uint64_t offset)
+    {
+        if (!portion_)
+            portion_ = allocatePortion();
+        const std::uint64_t begin = offset / kPortion * kPortion;
+        if (loadedBytes_ == 0 || loadedAt_ != begin) {
+            loadedBytes_ = 0;
+            ARCA_TRY(loadedBytes_, file_->readAt(begin, {portion_.get(), kPortion}));
+            loadedAt_ = begin;
+        }
+        const auto skip = static_cast<std::size_t>(offset - begin);
+        return ByteView(portion_.get(), loadedBytes_).subspan(std::min(skip, loadedBytes_));
+    }
+
     std::unique_ptr<File> file_;
     std::uint64_t size_;
+    Portion portion_; // of the file, when it is large enough to be read that way
+    std::uint64_t loadedAt_ = 0;
+    std::size_t loadedBytes_ = 0;
 };
 
 class DirectoryLock final : public BlobLock

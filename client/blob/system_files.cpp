@@ -81,7 +81,7 @@ public:
         // that ends the host.
         if (bytes.size() > limit_ - std::min(written_, limit_))
             return fromErrno(EFBIG, "writing", path_);
-        preferDirect(bytes);
+        preferDirect(bytes, written_);
         written_ += bytes.size();
         while (!bytes.empty()) {
             const ssize_t done =
@@ -100,17 +100,26 @@ public:
 
     Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) override
     {
+        preferDirect(into, offset);
         std::size_t total = 0;
         while (total < into.size()) {
             const ssize_t got = retried([&] {
                 return pread(descriptor_, into.data() + total, into.size() - total,
                              static_cast<off_t>(offset + total));
             });
+            if (got < 0 && errno == EINVAL && direct_) {
+                giveUpDirect();
+                continue;
+            }
             if (got < 0)
                 return failure("reading");
             if (got == 0)
                 break;
             total += static_cast<std::size_t>(got);
+            // Only the end of the file comes in an odd portion, and a direct read cannot ask on
+            // from there.
+            if (direct_ && total % kTransferUnit != 0)
+                break;
         }
         return total;
     }
@@ -137,6 +146,8 @@ public:
                    [[maybe_unused]] std::uint64_t length) override
     {
 #ifdef POSIX_FADV_WILLNEED
+        if (mayBeDirect_)
+            return; // what is read ahead would not be used
         if (offset == 0)
             (void)posix_fadvise(descriptor_, 0, 0, POSIX_FADV_SEQUENTIAL);
         (void)posix_fadvise(descriptor_, static_cast<off_t>(offset), static_cast<off_t>(length),
@@ -180,13 +191,12 @@ public:
 
 private:
     /// Large aligned portions pass the page cache by: it costs a fraction of the time, and does not
-    /// push out of memory what the database keeps there. (Reading is another matter: there the
-    /// system's own reading ahead is worth more.)
-    void preferDirect(ByteView portion)
+    /// push out of memory what the database keeps there.
+    void preferDirect(ByteView portion, std::uint64_t offset)
     {
         constexpr std::size_t kWorthIt = std::size_t{256} << 10;
         const bool wanted = mayBeDirect_ && portion.size() >= kWorthIt &&
-                            portion.size() % kTransferUnit == 0 && written_ % kTransferUnit == 0 &&
+                            portion.size() % kTransferUnit == 0 && offset % kTransferUnit == 0 &&
                             reinterpret_cast<std::uintptr_t>(portion.data()) % kTransferUnit == 0;
         if (wanted != direct_)
             direct_ = setDirect(wanted);
