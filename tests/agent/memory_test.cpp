@@ -22,6 +22,7 @@ protected:
         agent.sbtremove2 = ::sbtremove2;
         agent.sbtcommand = ::sbtcommand;
         agent.sbterror = ::sbterror;
+        installation.configureAgent({"VELO_TEST_FLAGS TEST_BUFFERORACLEDATA=2"});
     }
 
     /// A whole channel, in which a call that fails is made good by the next sbtclose2.

@@ -203,7 +203,13 @@ TEST_F(ScriptedAgentTest, GathersBlocksInTheTransferBufferWhenTestingAsksForIt)
                         "occupancy=0:" + std::to_string(data.size()) + " "));
         endChannel();
     }
-    openChannel(); // a channel that ends with a filled buffer
+    openChannel(); // what was taken is lost when the last send fails, and the close says so
+    ASSERT_EQ("", open("lost", {.blockSize = 100}));
+    ASSERT_EQ("", write(std::string(100, 'x')));
+    client.on("hoxSendData", 1, HOX_RC_REPOSITORY_IO);
+    EXPECT_EQ("sbtclose2 7501", close());
+    EXPECT_EQ(0U, client.objects.count("/lumoorc//lost"));
+    // and a channel that ends with a filled buffer
     ASSERT_EQ("", open("other", {.blockSize = 100}));
     ASSERT_EQ("", write(std::string(100, 'x')));
 }

@@ -29,6 +29,7 @@ constexpr const char *kScriptName = ".sql";
 constexpr std::string_view kScript = "/ as sysdba"
                                      "\nselect sum(bytes)/1024/1024 from dba_data_files;"
                                      "\nexit";
+constexpr const char *kShownCommand = "$ORACLE_HOME/bin/sqlplus -S @.sql 2>&1";
 constexpr const char *kCommand = "\"$ORACLE_HOME\"/bin/sqlplus -S @.sql 2>&1";
 constexpr int kLimitMilliseconds = 60000;
 constexpr std::size_t kLineSize = 513;
@@ -231,7 +232,7 @@ std::uint64_t protectSize()
         return 0;
     }
     ORC_TRACE(2, " %s: SQLPLUS script, sqlCommand is:\n%s\n", scope.name(), kScript.data());
-    ORC_TRACE(2, " %s: Calling SQLPLUS with '%s'\n", scope.name(), kCommand);
+    ORC_TRACE(2, " %s: Calling SQLPLUS with '%s'\n", scope.name(), kShownCommand);
     LastOfFourLines lines;
     {
         Child child;

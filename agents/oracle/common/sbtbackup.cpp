@@ -137,6 +137,10 @@ bool makeTransferBuffer(orcObj_t *ctx, EntryScope &scope)
         ctx->veloBuffP = static_cast<char *>(utMalloc(size));
     }
     if (ctx->veloBuffP == nullptr) {
+        // The object has begun: without this a close would commit it empty.
+        std::uint16_t reason = 0;
+        veloEndTxn(ctx, HOX_VOTE_ABORT, &reason);
+        ctx->prevError = 1;
         ctx->sbtErrCode = SBT_FAILED;
         veloReportNoMemory(ctx);
         SCOPE_EXIT(scope, " %s: Exit - No Memory\n\n", scope.name());
@@ -166,7 +170,7 @@ int openPiece(orcObj_t *ctx, const BackupRequest &request, EntryScope &scope)
     if (const std::uint16_t rc = veloQueryObj(ctx); rc != ORC_RC_NOT_FOUND) {
         ctx->sbtErrCode = SBT_EXISTS;
         SCOPE_EXIT(scope, " %s: Exit - veloQueryObj() failed. hoxHandle = %d, rc = %d\n\n", name,
-                   static_cast<int>(ctx->hoxHandle), rc);
+                   static_cast<int>(ctx->hoxHandle), static_cast<std::int16_t>(rc));
         veloEndSession(ctx);
         ctx->state = ORC_STATE_IDLE;
         return -1;

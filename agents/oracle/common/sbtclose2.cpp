@@ -20,12 +20,30 @@ void freeTransferBuffer(orcObj_t *ctx)
     ctx->veloBuffFill = 0;
 }
 
+// False when the blocks it held could not be sent: their writes were acknowledged, so the close
+// must fail.
+bool flushTransferBuffer(orcObj_t *ctx, const TraceScope &scope)
+{
+    int rc = 0;
+    if (ctx->veloBuffP != nullptr && ctx->veloBuffEmpty == 0 && ctx->prevError == 0) {
+        ORC_TRACE(2,
+                  " %s: orcCtxP->veloBuffP is not Emtpy. Calling sbtwrite2() with final buffer\n",
+                  scope.name());
+        ctx->veloBuffFlush = 1;
+        rc = sbtwrite2(ctx, 0, ctx->veloBuffP);
+    }
+    freeTransferBuffer(ctx);
+    return rc == 0;
+}
+
 std::uint16_t abortSend(orcObj_t *ctx, TraceScope &scope)
 {
     ctx->prevError = 1;
     std::uint16_t reason = 0;
     const std::int16_t rc = veloEndTxn(ctx, HOX_VOTE_ABORT, &reason);
-    veloReportApiFailure(ctx, reason != 0 ? static_cast<std::int16_t>(reason) : rc);
+    if (rc != HOX_RC_OK || reason != 0) {
+        veloReportApiFailure(ctx, reason != 0 ? static_cast<std::int16_t>(reason) : rc);
+    }
     ORC_TRACE(1, " %s: SBTCLOSE2_ABORT - no data committed to ARCA Server\n", scope.name());
     return ORC_RC_OK;
 }
@@ -83,15 +101,10 @@ std::uint16_t closeSend(orcObj_t *ctx, unsigned long flags)
         freeTransferBuffer(ctx);
         return rc;
     }
-    if (ctx->veloBuffP != nullptr) {
-        if (ctx->veloBuffEmpty == 0 && ctx->prevError == 0) {
-            ORC_TRACE(
-                2, " %s: orcCtxP->veloBuffP is not Emtpy. Calling sbtwrite2() with final buffer\n",
-                scope.name());
-            ctx->veloBuffFlush = 1;
-            sbtwrite2(ctx, 0, ctx->veloBuffP); // a failure sets prevError
-        }
-        freeTransferBuffer(ctx);
+    if (!flushTransferBuffer(ctx, scope)) {
+        SCOPE_EXIT(scope, " %s: Exit - the last buffer was not sent. hoxHandle = %d\n\n",
+                   scope.name(), static_cast<int>(ctx->hoxHandle));
+        return ORC_RC_EXISTS_ALREADY;
     }
     if (ctx->prevError != 0) {
         return ORC_RC_OK; // the transaction was ended when the transfer failed

@@ -18,7 +18,7 @@ int sbtend(void *context, unsigned long /*flags*/)
             veloEndSession(ctx);
             ctx->state = ORC_STATE_IDLE;
         }
-        veloFreeInfo(ctx, scope.name());
+        veloFreeInfo(ctx, scope.name(), InfoFreed::AtTheEnd);
         if (ctx->testDataFile != nullptr) {
             std::fclose(ctx->testDataFile);
             ctx->testDataFile = nullptr;

@@ -237,23 +237,32 @@ std::uint64_t veloSecondsOf(const hoxDate &date)
     return seconds < 0 ? 0 : static_cast<std::uint64_t>(seconds);
 }
 
-void veloFreeInfo(orcObj_t *ctx, const char *function)
+void veloFreeInfo(orcObj_t *ctx, const char *function, InfoFreed occasion)
 {
     sbtPair *array = ctx->bkupInfoTypeP;
     if (array == nullptr) {
         return;
     }
+    const bool query = occasion == InfoFreed::ForTheNextQuery;
     const int handle = static_cast<int>(ctx->hoxHandle);
+    const auto shown = [](const void *address) {
+        return static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(address));
+    };
     for (std::size_t i = 0; i < pairCount(ctx->infoCount); ++i) {
-        KEEL_TRACE(TR_MEMORY,
-                   " %s: Deleting structure in InfoArray, hoxHandle = %d, localInfoP = %#x\n",
-                   function, handle,
-                   static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(array[i].value)));
+        if (query) {
+            KEEL_TRACE(TR_MEMORY, " %s: hoxHandle = %d, localInfoP : %#x\n", function, handle,
+                       shown(array[i].value));
+        } else {
+            KEEL_TRACE(TR_MEMORY,
+                       " %s: Deleting structure in InfoArray, hoxHandle = %d, localInfoP = %#x\n",
+                       function, handle, shown(array[i].value));
+        }
         utFree(array[i].value);
-        array[i].value = nullptr;
     }
-    ORC_TRACE(2, " %s: Free Query Pointer, hoxHandle = %d, bkupInfoTypeP: %#x\n", function, handle,
-              static_cast<unsigned>(reinterpret_cast<std::uintptr_t>(array)));
+    if (query) {
+        ORC_TRACE(2, " %s: Free Query Pointer, hoxHandle = %d, bkupInfoTypeP: %#x\n", function,
+                  handle, shown(array));
+    }
     utFree(array);
     ctx->bkupInfoTypeP = nullptr;
     ctx->infoCount = 0;
@@ -277,7 +286,7 @@ int sbtinfo2(void *context, unsigned long /*flags*/, char **pieceNames, sbtPair 
         SCOPE_EXIT(scope, " %s: Exit - NULL information pointer\n\n", scope.name());
         return -1;
     }
-    veloFreeInfo(ctx, scope.name());
+    veloFreeInfo(ctx, scope.name(), InfoFreed::ForTheNextQuery);
     if (const std::int16_t rc = veloSession(ctx); rc != 0) {
         ctx->sbtErrCode = SBT_FAILED;
         SCOPE_EXIT(scope, " %s: Exit veloSession() failed, hoxHandle = %d, rc       : %d\n\n",

@@ -8,8 +8,10 @@
 /// Seconds since the epoch of a date of the storage client; 0 when it cannot be converted.
 std::uint64_t veloSecondsOf(const hoxDate &date);
 
-/// Frees the array that the context holds, with the values of its pairs; function is named in the
-/// traces.
-void veloFreeInfo(orcObj_t *ctx, const char *function);
+enum class InfoFreed { ForTheNextQuery, AtTheEnd };
+
+/// Frees the array that the context holds, with the values of its pairs; function and occasion are
+/// told in the traces.
+void veloFreeInfo(orcObj_t *ctx, const char *function, InfoFreed occasion);
 
 #endif

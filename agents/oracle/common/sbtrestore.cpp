@@ -126,7 +126,7 @@ int sbtrestore(void *context, unsigned long /*flags*/, const char *pieceName,
     if (const std::uint16_t rc = veloQueryObj(ctx); rc != ORC_RC_FOUND) {
         ctx->sbtErrCode = SBT_NOT_FOUND;
         SCOPE_EXIT(scope, " %s: Exit File Not Found, hoxHandle = %d, rc =  %d\n\n", name,
-                   static_cast<int>(ctx->hoxHandle), rc);
+                   static_cast<int>(ctx->hoxHandle), static_cast<std::int16_t>(rc));
         return -1;
     }
     if (const std::uint16_t rc = veloPrepGet(ctx); rc != ORC_RC_OK) {

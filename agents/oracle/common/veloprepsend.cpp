@@ -114,7 +114,7 @@ std::uint64_t estimateSize(const orcObj_t *ctx, const char *name)
         // too.
         value = static_cast<long>(static_cast<std::uint64_t>(ctx->maxSize) & 0xFFFFFFFFU);
     }
-    const std::uint64_t estimate = static_cast<std::uint64_t>(value) * 1048576U;
+    const std::uint64_t estimate = value > 0 ? static_cast<std::uint64_t>(value) * 1048576U : 0;
     ORC_TRACE(2, " %s: hoxHandle = %d, Estimated Bkup file size = %d\n", name,
               static_cast<int>(ctx->hoxHandle), static_cast<int>(estimate));
     return estimate;
