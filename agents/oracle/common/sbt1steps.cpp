@@ -6,6 +6,7 @@
 #include "agents/oracle/common/errorlog.h"
 #include "agents/oracle/common/restore.h"
 #include "agents/oracle/common/sbt1.h"
+#include "agents/oracle/common/secret.h"
 #include "agents/oracle/common/veloquery.h"
 #include "agents/oracle/common/velosession.h"
 #include "agents/oracle/unx/psvelo.h"
@@ -14,17 +15,6 @@
 
 namespace
 {
-
-struct SessionPassword {
-    char text[HOX_MAX_PASSWORD + 1] = "";
-    ~SessionPassword()
-    {
-        auto *byte = static_cast<volatile char *>(text);
-        for (std::size_t i = 0; i < sizeof text; ++i) {
-            byte[i] = 0;
-        }
-    }
-};
 
 void traceSessionOptions(const orcObj_t *ctx, const char *name)
 {

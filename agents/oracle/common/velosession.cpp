@@ -8,6 +8,7 @@
 #include "agents/common/dhoxapi.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/errorlog.h"
+#include "agents/oracle/common/secret.h"
 #include "agents/oracle/unx/psvelo.h"
 #include "common/cu/cutime.h"
 #include "common/string/ststring.h"
@@ -16,19 +17,6 @@ namespace
 {
 
 constexpr int kMostAttempts = 5;
-
-// The password of a session request, gone when the request is.
-struct SessionPassword {
-    char text[HOX_MAX_PASSWORD + 1] = "";
-    ~SessionPassword() { wipe(); }
-    void wipe()
-    {
-        auto *byte = static_cast<volatile char *>(text);
-        for (std::size_t i = 0; i < sizeof text; ++i) {
-            byte[i] = 0;
-        }
-    }
-};
 
 std::int16_t startSession(orcObj_t *ctx, const hoxInitExIn_t &request, hoxHandle_t &handle,
                           const TraceScope &scope)

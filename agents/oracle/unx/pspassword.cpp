@@ -19,6 +19,7 @@
 #include "agents/common/dhoxapi.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/errorlog.h"
+#include "agents/oracle/common/secret.h"
 #include "agents/oracle/common/velooptions.h"
 #include "agents/oracle/unx/psvelo.h"
 #include "common/string/ststring.h"
@@ -32,26 +33,6 @@ static_assert(kHeader.size() == 39, "the layout of the file");
 
 constexpr mode_t kFileMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
 constexpr std::size_t kBlock = HOX_DES_BLOCK;
-
-// Memory that held a secret, wiped through a pointer that the compiler must believe in.
-class Secret
-{
-public:
-    Secret(void *memory, std::size_t size) : memory_(memory), size_(size) {}
-    ~Secret()
-    {
-        auto *byte = static_cast<volatile unsigned char *>(memory_);
-        for (std::size_t i = 0; i < size_; ++i) {
-            byte[i] = 0;
-        }
-    }
-    Secret(const Secret &) = delete;
-    Secret &operator=(const Secret &) = delete;
-
-private:
-    void *memory_;
-    std::size_t size_;
-};
 
 // A stream without a buffer of its own: nothing of the file outlives the reading.
 std::FILE *openForReading(const char *path)
@@ -72,7 +53,7 @@ void readRecords(std::FILE *file, char *password, const std::uint32_t *key)
     std::size_t used = 0;
     unsigned char record[1 + kBlock];
     unsigned char clear[kBlock];
-    const Secret wipe(clear, sizeof clear);
+    const SecretGuard wipe(clear, sizeof clear);
     while (std::fread(record, 1, sizeof record, file) == sizeof record) {
         ORC_TRACE(2, " %s: Calling HOXDECRYPTEX()\n", "psveloReadPswdFromFile()");
         hoxApi().dhoxDecryptEx(HoxApiStatusObjP, key, record + 1, clear);
@@ -114,7 +95,7 @@ void writeRecords(int fd, const char *password, const std::uint32_t *key)
     while (left > 0) {
         const std::size_t count = std::min(left, kBlock);
         unsigned char clear[kBlock] = {};
-        const Secret wipe(clear, sizeof clear);
+        const SecretGuard wipe(clear, sizeof clear);
         std::memcpy(clear, password, count);
         unsigned char record[1 + kBlock];
         record[0] = static_cast<unsigned char>('0' + count);
@@ -186,7 +167,7 @@ std::uint16_t psveloReadPswd(char *password, orcObj_t *ctx)
     char path[ORC_OPTION_PATH_SIZE];
     psveloGetFileName(directory, path, ctx);
     std::uint32_t key[2] = {};
-    const Secret wipe(key, sizeof key);
+    const SecretGuard wipe(key, sizeof key);
     psveloSetKey(key, ctx);
     const std::uint16_t rc = psveloReadPswdFromFile(path, password, key);
     if (rc != ORC_RC_OK) {
@@ -230,7 +211,7 @@ extern "C" std::uint16_t psveloUpdatePswd(char *password, orcObj_t *ctx)
     char path[ORC_OPTION_PATH_SIZE];
     psveloGetFileName(directory, path, ctx);
     std::uint32_t key[2] = {};
-    const Secret wipe(key, sizeof key);
+    const SecretGuard wipe(key, sizeof key);
     psveloSetKey(key, ctx);
     const std::uint16_t rc = psveloWritePswdToFile(directory, path, password, key);
     if (rc != ORC_RC_OK) {
