@@ -56,7 +56,7 @@ Answer<void> logLocally(const store::Event &event)
 
 Answer<void> logInRepository(Session &session, store::Event event)
 {
-    event.node = session.space->node();
+    event.node = session.node;
     if (auto appended = session.log.append(event); !appended)
         return refused(HOX_RC_LOG_UNAVAILABLE, std::move(appended).error().text);
     return {};

@@ -1,5 +1,6 @@
 // Filespaces: registering, describing, deleting.
 #include "client/api/client.h"
+#include "client/api/guest.h"
 #include "client/api/records.h"
 
 using namespace arca;
@@ -25,6 +26,7 @@ Answer<std::string> typeOf(const char *type)
 std::int16_t hoxRegisterFS(hoxHandle_t handle, const regFSData *data)
 {
     return inSession(handle, [&](Session &session) -> Code {
+        ARCA_CHECK(expectOwnObjects(session));
         ARCA_CHECK(expectVersion(data, data == nullptr ? std::uint16_t{0} : data->stVersion,
                                  HOX_REGFS_VERSION, "the filespace record"));
         store::Filespace filespace;
@@ -47,6 +49,7 @@ std::int16_t hoxUpdateFS(hoxHandle_t handle, const char *fsName, const hoxFSUpd 
     constexpr std::uint32_t kKnown = HOX_FSUPD_TYPE | HOX_FSUPD_ATTR | HOX_FSUPD_OCCUPANCY |
                                      HOX_FSUPD_CAPACITY | HOX_FSUPD_PROTECTED_SIZE;
     return inSession(handle, [&](Session &session) -> Code {
+        ARCA_CHECK(expectOwnObjects(session));
         ARCA_CHECK(expectVersion(update, update == nullptr ? std::uint16_t{0} : update->stVersion,
                                  HOX_FSUPD_VERSION, "the filespace record"));
         ARCA_TRY(const std::string name, filespaceNameOf(fsName));

@@ -1,5 +1,6 @@
 // Reading objects back.
 #include "client/api/client.h"
+#include "client/api/guest.h"
 #include "client/api/records.h"
 
 using namespace arca;
@@ -9,6 +10,20 @@ namespace
 {
 
 constexpr std::uint32_t kMaxObjects = 4096;
+
+/// HOX_RC_OBJECT_UNKNOWN, too, for one that is there but not granted: the two look the same.
+Answer<void> expectReadable(Session &session, store::PieceId id)
+{
+    const auto found = session.space->find(id);
+    if (!found && session.isGuest() && found.error().kind == ErrorKind::notFound)
+        return refused(HOX_RC_OBJECT_UNKNOWN);
+    if (!found)
+        return Refusal(found.error());
+    ARCA_TRY(const bool readable, mayRead(session, found->description.name));
+    if (!readable)
+        return refused(HOX_RC_OBJECT_UNKNOWN);
+    return {};
+}
 
 Answer<Retrieval> beginRetrieval(Session &session, std::uint8_t getType, const hoxGetList *list)
 {
@@ -23,7 +38,7 @@ Answer<Retrieval> beginRetrieval(Session &session, std::uint8_t getType, const h
     Retrieval retrieval;
     for (std::uint32_t i = 0; i < list->numObjId; ++i) {
         const store::PieceId id = joined(list->objId[i]);
-        ARCA_CHECK(session.space->find(id));
+        ARCA_CHECK(expectReadable(session, id));
         retrieval.ids.push_back(id);
     }
     return retrieval;
@@ -75,6 +90,7 @@ std::int16_t hoxGetObj(hoxHandle_t handle, const hox64_t *objId, DataBlk *data)
             return refused(HOX_RC_OBJECT_UNKNOWN, "the identifier is not of the object list");
         if (data != nullptr)
             ARCA_CHECK(roomIn(data));
+        ARCA_CHECK(expectReadable(session, id)); // it may have been taken back meanwhile
         ARCA_TRY(retrieval.object, session.space->openPiece(id));
         return data == nullptr ? outcome(HOX_RC_MORE_DATA) : readBlock(retrieval, data);
     });

@@ -1,5 +1,6 @@
 // The beginning and the end of a session.
 #include "client/api/client.h"
+#include "client/api/guest.h"
 #include "client/api/password_change.h"
 #include "client/api/query_options.h"
 #include "client/api/records.h"
@@ -92,8 +93,9 @@ Answer<hoxHandle_t> startSession(const Request &request)
     if (node.empty()) {
         ARCA_TRY(node, config::nodeNameFor(options));
     }
-    if (!request.asNode.empty() && request.asNode != node)
-        return refused(HOX_RC_NOT_SUPPORTED, "sessions for another node are not offered");
+    const std::string &objectsOf = !request.asNode.empty()       ? request.asNode
+                                   : !options.asNodeName.empty() ? options.asNodeName
+                                                                 : node;
 
     ARCA_TRY(auto repository, openRepository(options));
     ARCA_CHECK(expectRegistered(*repository, options, node));
@@ -103,11 +105,18 @@ Answer<hoxHandle_t> startSession(const Request &request)
         wipe(password);
         return Refusal(std::move(space).error());
     }
+    if (objectsOf != node) {
+        ARCA_CHECK(expectAdmission(*repository, objectsOf, node, request.owner));
+        space = repository->spaceOf(objectsOf);
+        if (!space)
+            return Refusal(std::move(space).error());
+    }
     // Behind channels that died. What cannot be cleaned now is in nobody's way.
     (void)repository->blobs().removeLeftovers();
 
     auto session =
         std::make_shared<Session>(std::move(repository), std::move(space).value(), options);
+    session->node = node;
     session->owner = request.owner;
     Answer<void> changed;
     if (request.newPassword != nullptr && *request.newPassword != '\0')

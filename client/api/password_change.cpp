@@ -21,7 +21,7 @@ Answer<void> changePassword(Session &session, const char *oldPassword, const cha
     if (!old)
         changed = old.error();
     else if (auto done =
-                 session.repository->nodes().changePassword(session.space->node(), *old, fresh);
+                 session.repository->nodes().changePassword(session.node, *old, fresh);
              !done)
         changed = Refusal(std::move(done).error());
     wipe(fresh);

@@ -1,6 +1,7 @@
 // Queries: backup objects by their exact name, and management classes.
 #include "client/api/client.h"
 #include "client/api/filespace_check.h"
+#include "client/api/guest.h"
 #include "client/api/records.h"
 
 using namespace arca;
@@ -16,8 +17,12 @@ Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
     ARCA_TRY(const store::ObjectName name, objectNameOf(asked->objName));
     ARCA_TRY(const std::string owner,
              pointerText(asked->owner, HOX_MAX_OWNER_NAME, "the owner name"));
-    ARCA_CHECK(expectFilespace(session, name.filespace));
     Query query;
+    // Before anything is looked at: what was not granted must not even show whether it is there.
+    ARCA_TRY(const bool readable, mayRead(session, name));
+    if (!readable)
+        return query;
+    ARCA_CHECK(expectFilespace(session, name.filespace));
     // Only active objects exist: a deleted one is gone, and none is replaced.
     if (asked->objState == HOX_STATE_INACTIVE)
         return query;

@@ -41,10 +41,13 @@ struct Session {
     {
     }
 
+    /// The objects are another node's: what it granted may be read, nothing else is allowed.
+    bool isGuest() const { return node != space->node(); }
     bool isIdle() const { return !transaction && !query && !retrieval; }
 
     std::mutex mutex; // guards all below
     const config::Options options;
+    std::string node; // who logged on; `space` is of the node whose objects are meant
     std::string owner;
     std::unique_ptr<store::Repository> repository;
     std::unique_ptr<store::NodeSpace> space;

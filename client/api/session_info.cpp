@@ -35,7 +35,7 @@ void fillInfo(ApiSessInfo &info, const Session &session)
     info.passwordAccess = session.options.passwordAccess == config::PasswordAccess::prompt
                               ? HOX_PASSWORDACCESS_PROMPT
                               : HOX_PASSWORDACCESS_GENERATE;
-    info.backupDelete = 1;
+    info.backupDelete = session.isGuest() ? 0 : 1;
     info.maxObjPerTxn = kMaxObjectsPerTransaction;
     fill(info.domainName, kPolicyName);
     fill(info.policySetName, kPolicyName);

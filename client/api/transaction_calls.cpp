@@ -1,5 +1,6 @@
 // Beginning and ending a transaction.
 #include "client/api/client.h"
+#include "client/api/guest.h"
 #include "client/api/records.h"
 
 using namespace arca;
@@ -35,6 +36,7 @@ std::int16_t hoxBeginTxn(hoxHandle_t handle)
     return inSession(handle, [](Session &session) -> Code {
         if (!session.isIdle())
             return refused(HOX_RC_BAD_CALL_SEQUENCE);
+        ARCA_CHECK(expectOwnObjects(session));
         session.transaction.emplace(*session.space);
         return success();
     });

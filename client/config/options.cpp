@@ -26,12 +26,22 @@ Result<void> setRepository(Options &options, std::string_view value)
     return {};
 }
 
-Result<void> setNodeName(Options &options, std::string_view value)
+Result<void> takeNodeName(std::string &name, std::string_view value)
 {
     if (value.size() > kMaxNodeName)
         return wrong("a node name has at most " + std::to_string(kMaxNodeName) + " characters");
-    options.nodeName = value;
+    name = value;
     return {};
+}
+
+Result<void> setNodeName(Options &options, std::string_view value)
+{
+    return takeNodeName(options.nodeName, value);
+}
+
+Result<void> setAsNodeName(Options &options, std::string_view value)
+{
+    return takeNodeName(options.asNodeName, value);
 }
 
 Result<void> setPasswordAccess(Options &options, std::string_view value)
@@ -53,6 +63,7 @@ struct Keyword {
 constexpr Keyword kKeywords[] = {
     {"REPOSITORY", setRepository},
     {"NODENAME", setNodeName},
+    {"ASNODE", setAsNodeName},
     {"PASSWORDACCESS", setPasswordAccess},
 };
 

@@ -20,6 +20,7 @@ struct Options {
     std::string file;       // the option file they came from
     std::string repository; // as written; empty: none was named
     std::string nodeName;   // empty: none was named
+    std::string asNodeName; // whose objects are meant; empty: the node's own
     PasswordAccess passwordAccess = PasswordAccess::generate;
 };
 

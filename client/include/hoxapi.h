@@ -270,7 +270,7 @@ typedef struct hoxInitExOut_t {
  * Opens a session for a node with the repository. *handle receives it; on failure it is left as it
  * was. output may be null. Errors: HOX_RC_NO_REPOSITORY, HOX_RC_AUTH_FAILURE, HOX_RC_NO_PASS_FILE,
  * HOX_RC_NODE_NAME_TOO_LONG, HOX_RC_BAD_OPTION_FILE, HOX_RC_BAD_OPTION_STRING,
- * HOX_RC_RETRY_SESSION.
+ * HOX_RC_RETRY_SESSION, HOX_RC_ACCESS_DENIED (no rule of asNodeName admits the node).
  */
 int16_t hoxInitEx(hoxHandle_t *handle, const hoxInitExIn_t *input, hoxInitExOut_t *output);
 
@@ -660,12 +660,22 @@ typedef struct qryRespAccessData {
     uint32_t ruleNumber;
 } qryRespAccessData;
 
+/*
+ * Lets another node, or one owner there (ownerName; null or empty: anybody), find and read objects
+ * of the session's node: a session with asNodeName may query and restore what a rule names, and
+ * nothing else. A hlName or llName of a slash and an asterisk stands for every one. The filespace
+ * must be registered, the other node need not be. Durable on return; a rule that is there already
+ * is not made twice. In a session for another node's objects these three answer
+ * HOX_RC_ACCESS_DENIED.
+ */
 int16_t hoxSetAccess(hoxHandle_t handle, uint8_t accessType, const hoxObjName *name,
                      const char *nodeName, const char *ownerName);
 
 /* *rules points at an array of *count records; the caller gives room for *count, which becomes the
- * number there is. */
+ * number there is: HOX_RC_MORE_DATA when there are more than there was room for. */
 int16_t hoxQueryAccess(hoxHandle_t handle, qryRespAccessData *rules, uint16_t *count);
+
+/* Takes a rule back, durably; a read that has begun its object goes on. HOX_RC_OBJECT_UNKNOWN. */
 int16_t hoxDeleteAccess(hoxHandle_t handle, uint32_t ruleNumber);
 
 /* ---- messages and events ---- */

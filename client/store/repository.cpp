@@ -90,4 +90,9 @@ Result<std::unique_ptr<NodeSpace>> Repository::logOn(const std::string &node,
     return NodeSpace::open(*store_, node);
 }
 
+Result<std::unique_ptr<NodeSpace>> Repository::spaceOf(const std::string &node)
+{
+    return NodeSpace::open(*store_, node);
+}
+
 } // namespace arca::store

@@ -34,6 +34,9 @@ public:
     /// The part of a node that has proved who it is; `authentication`.
     Result<std::unique_ptr<NodeSpace>> logOn(const std::string &node, std::string_view password);
 
+    /// The part of a node for which another one logged on: the caller lets through what is granted.
+    Result<std::unique_ptr<NodeSpace>> spaceOf(const std::string &node);
+
     blob::BlobStore &blobs() { return *store_; }
 
 private:

@@ -1,4 +1,5 @@
 // Any bytes as a small stored record and as the payload of one.
+#include "client/store/access.h"
 #include "client/store/filespace.h"
 
 #include <span>
@@ -8,7 +9,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     using namespace arca;
     const ByteView bytes = std::as_bytes(std::span(data, size));
     (void)store::decodeFilespace(bytes);
-    if (size < 0x10000)
+    (void)store::decodeAccessRule(bytes);
+    if (size < 0x10000) {
         (void)store::decodeFilespace(store::frameRecord("ARCAFSPC", 1, bytes));
+        (void)store::decodeAccessRule(store::frameRecord("ARCAACCS", 1, bytes));
+    }
     return 0;
 }

@@ -1,0 +1,43 @@
+// Sessions for another node's objects: see the header.
+#include "client/api/guest.h"
+
+#include "client/base/text.h"
+#include "client/store/access.h"
+
+namespace arca::api
+{
+
+Answer<void> expectOwnObjects(const Session &session)
+{
+    if (session.isGuest())
+        return refused(HOX_RC_ACCESS_DENIED, "node " + printable(session.node) +
+                                                 " may only find and read what node " +
+                                                 printable(session.space->node()) + " granted it");
+    return {};
+}
+
+Answer<bool> mayRead(Session &session, const store::ObjectName &name)
+{
+    if (!session.isGuest())
+        return true;
+    ARCA_TRY(auto known,
+             store::AccessRules::of(session.repository->blobs(), session.space->node()));
+    ARCA_TRY(const auto rules, known.list());
+    return std::any_of(rules.begin(), rules.end(), [&](const store::AccessRule &rule) {
+        return rule.admits(session.node, session.owner) && rule.covers(name);
+    });
+}
+
+Answer<void> expectAdmission(store::Repository &repository, const std::string &grantor,
+                             const std::string &node, const std::string &owner)
+{
+    ARCA_TRY(auto known, store::AccessRules::of(repository.blobs(), grantor));
+    ARCA_TRY(const auto rules, known.list());
+    if (std::none_of(rules.begin(), rules.end(),
+                     [&](const store::AccessRule &rule) { return rule.admits(node, owner); }))
+        return refused(HOX_RC_ACCESS_DENIED, "node " + printable(grantor) +
+                                                 " grants no access to node " + printable(node));
+    return {};
+}
+
+} // namespace arca::api

@@ -1,0 +1,24 @@
+// Sessions for another node's objects: what its access rules name may be found and read, nothing
+// else.
+#ifndef KEEL_CLIENT_API_GUEST_H
+#define KEEL_CLIENT_API_GUEST_H
+
+#include "client/api/session.h"
+
+namespace arca::api
+{
+
+/// HOX_RC_ACCESS_DENIED in a session for another node's objects.
+Answer<void> expectOwnObjects(const Session &session);
+
+/// Whether the session may find and read the object of that name, by the rules as they are now.
+Answer<bool> mayRead(Session &session, const store::ObjectName &name);
+
+/// HOX_RC_ACCESS_DENIED when no rule of `grantor` admits the node at all, also when there is no
+/// such grantor.
+Answer<void> expectAdmission(store::Repository &repository, const std::string &grantor,
+                             const std::string &node, const std::string &owner);
+
+} // namespace arca::api
+
+#endif

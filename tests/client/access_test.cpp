@@ -1,0 +1,192 @@
+// Access for another node: what was granted it finds and restores, and that is all it can do.
+#include "tests/client/client_fixture.h"
+
+#include <algorithm>
+#include <cstring>
+#include <dlfcn.h>
+
+namespace keel::test
+{
+
+namespace
+{
+
+class AccessTest : public ClientTest
+{
+protected:
+    void SetUp() override
+    {
+        ClientTest::SetUp();
+        // The other node logs on over the same file of kept passwords.
+        const std::string own = readFile(installation_.clientOptions());
+        writeFile(installation_.clientOptions(), "REPOSITORY file://" +
+                                                     installation_.repository().string() +
+                                                     "\nNODENAME guest\n");
+        ASSERT_EQ(run({arcaProgram(), "init", "--optfile", installation_.clientOptions()}).status,
+                  0);
+        writeFile(installation_.clientOptions(), own);
+        mine_ = logOn();
+        for (const char *piece : {"p", "q"})
+            ASSERT_EQ(backUp(mine_, piece, std::string("content of ") + piece), HOX_RC_OK);
+    }
+
+    int grant(const std::string &piece, const char *node = "guest", const char *owner = nullptr)
+    {
+        const hoxObjName name = nameOf(piece);
+        return setAccess_(mine_, HOX_ACCESS_READ, &name, node, owner);
+    }
+
+    /// A session of `guest` for testnode's objects.
+    int logOnAsGuest(hoxHandle_t &handle, const char *asNode, const char *options = nullptr,
+                     const char *owner = nullptr)
+    {
+        hoxInitExIn_t input{};
+        input.stVersion = HOX_INITEX_IN_VERSION;
+        input.nodeName = "guest";
+        input.asNodeName = asNode;
+        input.options = options;
+        input.ownerName = owner;
+        return api_.hoxInitEx(&handle, &input, nullptr);
+    }
+
+    std::vector<qryRespAccessData> rules()
+    {
+        std::vector<qryRespAccessData> found(10);
+        std::uint16_t count = 10;
+        EXPECT_EQ(queryAccess_(mine_, found.data(), &count), HOX_RC_OK);
+        found.resize(count);
+        return found;
+    }
+
+    template <class Function> Function *operation(const char *name)
+    {
+        return reinterpret_cast<Function *>(dlsym(api_.handle, name));
+    }
+
+    hoxHandle_t mine_ = 0;
+    decltype(&::hoxSetAccess) setAccess_ = operation<decltype(::hoxSetAccess)>("hoxSetAccess");
+    decltype(&::hoxQueryAccess) queryAccess_ =
+        operation<decltype(::hoxQueryAccess)>("hoxQueryAccess");
+    decltype(&::hoxDeleteAccess) deleteAccess_ =
+        operation<decltype(::hoxDeleteAccess)>("hoxDeleteAccess");
+};
+
+const std::vector<int> kNothing{HOX_RC_OK, HOX_RC_NO_MATCH};
+
+TEST_F(AccessTest, AGuestRestoresWhatWasGrantedAndNothingElse)
+{
+    qryRespBackupData p{}, q{};
+    query(mine_, "p", &p);
+    query(mine_, "q", &q);
+    ASSERT_EQ(grant("p"), HOX_RC_OK);
+    hoxHandle_t guest = 0;
+    ASSERT_EQ(logOnAsGuest(guest, "testnode"), HOX_RC_OK) << text(HOX_RC_ACCESS_DENIED);
+    EXPECT_EQ(restore(guest, "p"), "content of p");
+    EXPECT_EQ(query(guest, "q"), kNothing);
+    EXPECT_EQ(query(guest, "never"), kNothing);
+    const hoxGetList list{HOX_GETLIST_VERSION, 1, &q.objId};
+    EXPECT_EQ(api_.hoxBeginGetData(guest, 1, HOX_GET_BACKUP, &list), HOX_RC_OBJECT_UNKNOWN);
+    const std::string hidden = text(HOX_RC_OBJECT_UNKNOWN);
+    const hox64_t none{1, 1};
+    const hoxGetList absent{HOX_GETLIST_VERSION, 1, &none};
+    EXPECT_EQ(api_.hoxBeginGetData(guest, 1, HOX_GET_BACKUP, &absent), HOX_RC_OBJECT_UNKNOWN);
+    EXPECT_EQ(text(HOX_RC_OBJECT_UNKNOWN), hidden) << "what is hidden looks as if it were not";
+
+    EXPECT_EQ(api_.hoxBeginTxn(guest), HOX_RC_ACCESS_DENIED);
+    EXPECT_EQ(remove(guest, "p"), HOX_RC_ACCESS_DENIED);
+    regFSData filespace{};
+    filespace.stVersion = HOX_REGFS_VERSION;
+    filespace.fsName = "/new";
+    EXPECT_EQ(api_.hoxRegisterFS(guest, &filespace), HOX_RC_ACCESS_DENIED);
+    hoxFSUpd update{};
+    update.stVersion = HOX_FSUPD_VERSION;
+    EXPECT_EQ(api_.hoxUpdateFS(guest, "/fs", &update, HOX_FSUPD_OCCUPANCY), HOX_RC_ACCESS_DENIED);
+    const hoxObjName name = nameOf("q");
+    std::uint16_t count = 0;
+    EXPECT_EQ(setAccess_(guest, HOX_ACCESS_READ, &name, "guest", nullptr), HOX_RC_ACCESS_DENIED);
+    EXPECT_EQ(queryAccess_(guest, nullptr, &count), HOX_RC_ACCESS_DENIED);
+    EXPECT_EQ(deleteAccess_(guest, rules().front().ruleNumber), HOX_RC_ACCESS_DENIED);
+
+    // Taken back in the middle of a restore.
+    const hoxGetList granted{HOX_GETLIST_VERSION, 1, &p.objId};
+    ASSERT_EQ(api_.hoxBeginGetData(guest, 1, HOX_GET_BACKUP, &granted), HOX_RC_OK);
+    EXPECT_EQ(deleteAccess_(mine_, rules().front().ruleNumber), HOX_RC_OK);
+    EXPECT_EQ(api_.hoxGetObj(guest, &p.objId, nullptr), HOX_RC_OBJECT_UNKNOWN);
+    EXPECT_EQ(api_.hoxEndGetData(guest), HOX_RC_OK);
+    EXPECT_EQ(query(guest, "p"), kNothing);
+    EXPECT_EQ(restore(mine_, "p"), "content of p");
+}
+
+TEST_F(AccessTest, ASessionForAnotherNodeNeedsARuleThatAdmitsIt)
+{
+    struct Attempt {
+        const char *asNode, *options, *owner;
+        int code;
+    };
+    const auto expect = [&](const std::vector<Attempt> &attempts) {
+        for (const Attempt &a : attempts) {
+            hoxHandle_t handle = 0;
+            EXPECT_EQ(logOnAsGuest(handle, a.asNode, a.options, a.owner), a.code)
+                << &a - attempts.data();
+        }
+    };
+    expect({{"testnode", nullptr, nullptr, HOX_RC_ACCESS_DENIED},
+            {nullptr, "-asnode=testnode", nullptr, HOX_RC_ACCESS_DENIED},
+            {"nobody", nullptr, nullptr, HOX_RC_ACCESS_DENIED},
+            {"guest", nullptr, nullptr, HOX_RC_OK}});
+    ASSERT_EQ(grant("p", "third"), HOX_RC_OK);
+    expect({{"testnode", nullptr, nullptr, HOX_RC_ACCESS_DENIED}});
+    ASSERT_EQ(grant("p", "guest", "anna"), HOX_RC_OK);
+    expect({{"testnode", nullptr, nullptr, HOX_RC_ACCESS_DENIED},
+            {"testnode", nullptr, "berta", HOX_RC_ACCESS_DENIED},
+            {nullptr, "-asnode=testnode", "anna", HOX_RC_OK}});
+}
+
+TEST_F(AccessTest, RulesAreShownAndTakenBackOneByOne)
+{
+    EXPECT_TRUE(rules().empty());
+    ASSERT_EQ(grant("p"), HOX_RC_OK);
+    ASSERT_EQ(grant("p"), HOX_RC_OK);
+    EXPECT_EQ(rules().size(), 1U) << "one rule, or taking it back would leave the other";
+    ASSERT_EQ(grant("*", "guest", "anna"), HOX_RC_OK);
+    std::uint16_t count = 1;
+    qryRespAccessData one{};
+    EXPECT_EQ(queryAccess_(mine_, &one, &count), HOX_RC_MORE_DATA);
+    EXPECT_EQ(count, 2U);
+
+    hoxHandle_t anna = 0;
+    ASSERT_EQ(logOnAsGuest(anna, "testnode", nullptr, "anna"), HOX_RC_OK);
+    EXPECT_EQ(restore(anna, "q"), "content of q") << "every name of the filespace";
+    for (const auto &rule : rules()) {
+        EXPECT_STREQ(rule.nodeName, "guest");
+        EXPECT_STREQ(rule.objName.fsName, "/fs");
+        const bool all = std::strcmp(rule.objName.llName, "/*") == 0;
+        EXPECT_STREQ(rule.ownerName, all ? "anna" : "");
+        if (all) {
+            EXPECT_EQ(deleteAccess_(mine_, rule.ruleNumber), HOX_RC_OK);
+            EXPECT_EQ(deleteAccess_(mine_, rule.ruleNumber), HOX_RC_OBJECT_UNKNOWN);
+        }
+    }
+    EXPECT_EQ(query(anna, "q"), kNothing);
+    EXPECT_EQ(restore(anna, "p"), "content of p");
+
+    EXPECT_EQ(grant("p", ""), HOX_RC_BAD_ARGUMENT);
+    EXPECT_EQ(grant("p", "testnode"), HOX_RC_BAD_ARGUMENT);
+    EXPECT_EQ(grant("p", nullptr), HOX_RC_NULL_ARGUMENT);
+    EXPECT_EQ(grant("p", std::string(65, 'n').c_str()), HOX_RC_NODE_NAME_TOO_LONG);
+    EXPECT_EQ(queryAccess_(mine_, nullptr, nullptr), HOX_RC_NULL_ARGUMENT);
+
+    // A rule that was damaged opens nothing.
+    const auto file = stored("access").front();
+    std::string bytes = readFile(file);
+    bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] ^ 1);
+    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    writeFile(file, bytes);
+    const hoxObjName name = nameOf("p");
+    const qryBackupData asked{HOX_QRY_BACKUP_VERSION, &name, nullptr, HOX_STATE_ACTIVE};
+    EXPECT_EQ(api_.hoxBeginQuery(anna, HOX_QUERY_BACKUP, &asked), HOX_RC_REPOSITORY_DAMAGED);
+}
+
+} // namespace
+
+} // namespace keel::test
