@@ -11,7 +11,7 @@ using namespace arca::api;
 namespace
 {
 
-/// What happened, if it was this thread's last failure; else what the code means.
+/// What happened, if it was this thread's last failure; else what the code means. In English.
 std::string sentenceFor(std::int16_t rc)
 {
     const char *detail = lastDetail(rc);
@@ -33,7 +33,11 @@ std::int16_t hoxRCMsg(hoxHandle_t, std::int16_t rc, char *message)
     if (message == nullptr)
         return HOX_RC_NULL_ARGUMENT;
     return atBoundary([&]() -> Code {
-        const std::string text = messageIdentifier(rc) + " " + sentenceFor(rc);
+        std::string text = messageInHostLanguage(rc);
+        if (text.empty())
+            text = messageIdentifier(rc) + " " + sentenceFor(rc);
+        else if (lastDetail(rc) != nullptr) // names and numbers, which are the same everywhere
+            text += " (" + sentenceFor(rc) + ")";
         const std::size_t length = std::min<std::size_t>(text.size(), HOX_MAX_RC_MESSAGE);
         std::memcpy(message, text.data(), length);
         message[length] = '\0';

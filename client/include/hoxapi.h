@@ -681,9 +681,10 @@ int16_t hoxDeleteAccess(hoxHandle_t handle, uint32_t ruleNumber);
 /* ---- messages and events ---- */
 
 /*
- * The text of a code: an identifier (RBS, four digits, a severity letter), a blank, a sentence.
- * Writes at most HOX_MAX_RC_MESSAGE characters and a terminator into message. The text tells more
- * (a path, a line) when the code is that of the last failure on this thread. Returns 0;
+ * The text of a code: an identifier (RBS, four digits, a severity letter), a blank, a sentence in
+ * the language and code set of the process's locale, English where that has no catalogue. Writes at
+ * most HOX_MAX_RC_MESSAGE characters and a terminator into message. The text tells more (a path, a
+ * line; always in English) when the code is that of the last failure on this thread. Returns 0;
  * HOX_RC_NULL_ARGUMENT.
  */
 int16_t hoxRCMsg(hoxHandle_t handle, int16_t rc, char *message);

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "tests/agent/agent_fixture.h"
+#include "tests/support/host_locale.h"
 
 namespace
 {
@@ -12,30 +13,11 @@ namespace
 class LanguageTest : public RealAgentTest
 {
 protected:
-    ~LanguageTest() override
-    {
-        endChannel();
-        std::setlocale(LC_ALL, "C");
-        unsetenv("LOCPATH");
-    }
-
     void SetUp() override
     {
         openChannel();
         ASSERT_EQ("", backUp("first", std::string(4096, 'x'))); // so that the filespace is there
         endChannel();
-    }
-
-    /// Makes the locale for this test alone, and the host's own.
-    void hostSpeaks(const std::string &language, const std::string &codeSet)
-    {
-        const std::string name = language + "." + codeSet;
-        std::filesystem::create_directories(path("locales"));
-        const auto made = keel::test::run(
-            {"localedef", "--no-archive", "-i", language, "-f", codeSet, path("locales/" + name)});
-        ASSERT_EQ(0, made.status) << made.err;
-        setenv("LOCPATH", path("locales").c_str(), 1);
-        ASSERT_NE(nullptr, std::setlocale(LC_ALL, name.c_str())) << name;
     }
 
     /// What this process said in the log of the installation, before its settings were known.
@@ -75,7 +57,7 @@ TEST_F(LanguageTest, SpeaksTheHostsLanguageInItsCodeSet)
     const std::string piece = "stück%s"; // as its bytes are, whatever the code set
     for (const auto &row : table) {
         SCOPED_TRACE(std::string(row.language) + "." + row.codeSet);
-        hostSpeaks(row.language, row.codeSet);
+        const keel::test::HostLocale host(row.language, row.codeSet);
         const std::string before = std::setlocale(LC_ALL, nullptr);
         openChannel();
         std::filesystem::remove(installation.errorLog());
@@ -93,7 +75,7 @@ TEST_F(LanguageTest, SpeaksTheHostsLanguageInItsCodeSet)
 
 TEST_F(LanguageTest, WarnsOnceThatItLacksALanguage)
 {
-    hostSpeaks("fi_FI", "UTF-8");
+    const keel::test::HostLocale host("fi_FI", "UTF-8");
     openChannel();
     remove({"piece"});
     EXPECT_EQ(1, occurrences(errorLog(), "RBS0102W")) << errorLog();

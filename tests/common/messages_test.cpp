@@ -1,6 +1,5 @@
 // The message repository over real catalogues: texts, languages, damage and shortage of memory.
 #include "common/nls/nls.h"
-#include "common/nls/nlsinserts.h"
 #include "common/nls/nlsobject.h"
 #include "tests/common/catalogue.h"
 
@@ -216,9 +215,11 @@ TEST_F(Messages, ComeInTheLanguageOfTheHost)
 class Host
 {
 public:
-    Host(const char *locale, const char *codeSet) : object(nullptr)
+    Host(bool client, const char *locale, const char *codeSet) : object(nullptr)
     {
-        EXPECT_EQ(object.start({KEEL_TEST_CATALOGUES, "velo.cat", 10, locale, codeSet}), 0);
+        const char *directory = client ? KEEL_TEST_CLIENT_CATALOGUES : KEEL_TEST_CATALOGUES;
+        const char *file = client ? nullptr : "velo.cat";
+        EXPECT_EQ(object.start({directory, file, 10, locale, codeSet}), 0);
     }
     std::string operator[](int number)
     {
@@ -247,21 +248,30 @@ TEST_F(Messages, AreShippedInThirteenLanguages)
         {"ru", "KOI8-R", "Да"},       {"ru_RU", "ISO-8859-5", "Да"},
         {"zh", "GB2312", "是"},       {"zh_CN.gb18030", "GB18030", "是"},
     };
-    Host english(nullptr, "UTF-8");
-    for (const auto &one : cases) {
-        Host local(one.locale, "UTF-8");
-        Host older(one.locale, one.codeSet);
-        EXPECT_EQ(local[507], one.yes) << one.locale;
-        for (int number = 1; number < 10'000; ++number) {
-            if (nlsArgumentTypes(number) == nullptr)
+    Host english(false, nullptr, "UTF-8");
+    Host clientEnglish(true, nullptr, "UTF-8");
+    const auto check = [](const std::string &where, Host &original, Host &local, Host &older) {
+        int messages = 0;
+        for (int number = 1; number <= 10'000; ++number) {
+            if (original[number] == "<none>")
                 continue;
+            ++messages;
             const std::string text = local[number];
-            const std::string where = one.locale + (": " + text);
-            EXPECT_TRUE(number == 508 || (text == english[number]) == (one.yes[0] == 'Y')) << where;
-            EXPECT_EQ(text.find('?'), std::string::npos) << where;
+            EXPECT_TRUE(number == 508 || (text == original[number]) == (where == "en")) << text;
+            EXPECT_EQ(text.find('?'), std::string::npos) << where << ": " << text;
             EXPECT_EQ(older[number].find('?'), std::string::npos)
-                << where << ": the code set " << one.codeSet << " lacks a character";
+                << where << ": the older code set lacks a character of " << text;
         }
+        EXPECT_GT(messages, 35) << where;
+    };
+    for (const auto &one : cases) {
+        Host local(false, one.locale, "UTF-8");
+        Host older(false, one.locale, one.codeSet);
+        Host client(true, one.locale, "UTF-8");
+        Host olderClient(true, one.locale, one.codeSet);
+        EXPECT_EQ(local[507], one.yes) << one.locale;
+        check(one.locale, english, local, older);
+        check(one.locale, clientEnglish, client, olderClient);
     }
 }
 

@@ -4,13 +4,12 @@
 # Nothing but the build's tools is needed on the machine that runs it.
 find_program(KEEL_GENCAT gencat REQUIRED)
 
-# The directories that the table of languages in common/nls/nlslanguage.cpp names.
-set(KEEL_LANGUAGES CS_CZ DE_DE EN_US ES_ES FR_FR HU_HU IT_IT JA_JP KO_KR PL_PL PT_BR RU_RU ZH_CN)
-
 function(keel_catalogues target root name directory)
+  # The directories that the table of languages in common/nls/nlslanguage.cpp names.
+  set(languages CS_CZ DE_DE EN_US ES_ES FR_FR HU_HU IT_IT JA_JP KO_KR PL_PL PT_BR RU_RU ZH_CN)
   set(english "${root}/EN_US/${name}.msg")
   set(script "${CMAKE_SOURCE_DIR}/common/nls/msg/gencat.cmake")
-  foreach(language IN LISTS KEEL_LANGUAGES)
+  foreach(language IN LISTS languages)
     set(source "${root}/${language}/${name}.msg")
     set(input "${CMAKE_CURRENT_BINARY_DIR}/${target}_${language}.gencat")
     set(output "${KEEL_STAGE}/${directory}/${language}/${name}.cat")

@@ -3,6 +3,7 @@
 //   msgc catalogue ENGLISH SOURCE OUTPUT   checks SOURCE, against ENGLISH as well, and writes what
 //                                          gencat reads
 //   msgc types ENGLISH OUTPUT              writes the rows of the table of argument types
+//   msgc texts ENGLISH OUTPUT              writes the rows of a table of texts without inserts
 //
 // The stored form of a message is drawn in nlsmsg.cpp and nlsinserts.cpp.
 #include "common/nls/msgc/msgsource.h"
@@ -69,12 +70,24 @@ void writeTypes(const MessageSource &source, std::ostream &out)
     }
 }
 
+void writeTexts(const MessageSource &source, std::ostream &out)
+{
+    out << "// Generated from " << source.language << ": {number, severity letter, text},\n";
+    for (const auto &[number, message] : source.messages) {
+        if (!message.inserts.empty())
+            throw SourceError(source.path + ": a built-in text has no inserts");
+        out << "{" << number << ", '" << message.severity << "', " << quoted(message.text)
+            << "},\n";
+    }
+}
+
 int run(int argc, char **argv)
 {
     const std::string verb = argc > 1 ? argv[1] : "";
     const bool catalogue = verb == "catalogue" && argc == 5;
-    if (!catalogue && !(verb == "types" && argc == 4)) {
-        std::cerr << "usage: msgc catalogue ENGLISH SOURCE OUTPUT | msgc types ENGLISH OUTPUT\n";
+    if (!catalogue && !((verb == "types" || verb == "texts") && argc == 4)) {
+        std::cerr
+            << "usage: msgc catalogue ENGLISH SOURCE OUTPUT | msgc types|texts ENGLISH OUTPUT\n";
         return 2;
     }
     const MessageSource english = readMessageSource(argv[2]);
@@ -83,8 +96,10 @@ int run(int argc, char **argv)
         const MessageSource source = readMessageSource(argv[3]);
         compareWithEnglish(english, source);
         writeCatalogue(source, out);
-    } else {
+    } else if (verb == "types") {
         writeTypes(english, out);
+    } else {
+        writeTexts(english, out);
     }
     out.close();
     if (!out) {
