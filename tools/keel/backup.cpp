@@ -1,4 +1,5 @@
 // keel backup: stores a stream as a piece.
+#include "agents/oracle/common/sbt.h"
 #include "tools/keel/blocks.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
@@ -36,18 +37,19 @@ std::optional<std::uint64_t> fileType(const std::string &name)
 int run(const Backup &backup, const Command &command, Json &result)
 {
     result["name"] = backup.name;
+    checkBlockSize(command, backup.blockSize);
     InputFile input(backup.input);
-    Channel channel(command.channel);
+    const auto channel = openChannel(command.channel);
     Progress progress(backup.name, input.size(), command.quiet);
-    channel.beginBackup(backup.name, backup.attributes, backup.blockSize);
+    channel->beginBackup(backup.name, backup.attributes, backup.blockSize);
     const auto read = [&](std::span<std::byte> bytes) {
         const std::size_t count = input.fill(bytes);
         progress.add(count);
         return count;
     };
-    const auto write = [&](std::span<std::byte> block) { channel.writeBlock(block); };
+    const auto write = [&](std::span<std::byte> block) { channel->writeBlock(block); };
     const std::uint64_t length = storeStream(read, write, backup.blockSize);
-    channel.closePiece();
+    channel->closePiece();
     progress.finish();
     reportTransfer(result, length, progress.seconds());
     result["blockSize"] = backup.blockSize;

@@ -1,10 +1,7 @@
-// A channel of the agent, driven as the database's backup tool drives it: sbtinit is the one
-// function looked up by name, every other call goes through the table that it hands out, and the
-// context is memory of ours in the size that it asks for.
+// A channel of the agent, as the verbs use it. Which of the agent's two interfaces is driven is
+// decided once, in openChannel.
 #ifndef KEEL_TOOLS_KEEL_CHANNEL_H
 #define KEEL_TOOLS_KEEL_CHANNEL_H
-
-#include "agents/oracle/common/sbt.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -19,8 +16,9 @@ namespace keel
 
 struct ChannelOptions {
     std::string library;
-    std::string traceFile; ///< empty: no trace
-    std::uint64_t traceLevel = 0;
+    std::string traceFile;                   ///< empty: no trace
+    std::optional<std::uint64_t> traceLevel; ///< 1 when none is given
+    bool firstVersion = false;               ///< the interface of older databases
 };
 
 /// What a backup is about, beside its bytes.
@@ -34,10 +32,11 @@ struct PieceAttributes {
 struct PieceInfo {
     std::string name;
     bool found = false;
-    std::uint64_t method = 0; ///< 1: a stream, as keel and the database store them
-    std::uint64_t share = 0;  ///< 1: one reader at a time; 2: several
+    std::uint64_t method = 1; ///< 1: a stream, as keel and the database store them
+    std::uint64_t share = 0;  ///< 1: one reader at a time; 2: several; 0: not told
     std::int64_t created = 0;
     std::int64_t expires = 0;
+    std::optional<std::uint64_t> size; ///< the first version of the interface alone tells it
     std::string label;
     std::string managementClass;
 };
@@ -47,57 +46,31 @@ struct PieceInfo {
 class Channel
 {
 public:
-    explicit Channel(const ChannelOptions &options);
+    Channel() = default;
     /// Ends the channel; a piece still open is given up, so that nothing of it stays.
-    ~Channel();
+    virtual ~Channel() = default;
     Channel(const Channel &) = delete;
     Channel &operator=(const Channel &) = delete;
 
-    void beginBackup(const std::string &name, const PieceAttributes &attributes,
-                     std::size_t blockSize);
-    void writeBlock(std::span<std::byte> block);
+    virtual void beginBackup(const std::string &name, const PieceAttributes &attributes,
+                             std::size_t blockSize) = 0;
+    virtual void writeBlock(std::span<std::byte> block) = 0;
 
-    void beginRestore(const std::string &name, std::size_t blockSize);
+    virtual void beginRestore(const std::string &name, std::size_t blockSize) = 0;
     /// False when the block before was the last. How much of the last one was filled is not told.
-    bool readBlock(std::span<std::byte> block);
+    virtual bool readBlock(std::span<std::byte> block) = 0;
 
     /// Ends the piece. A backup is durable and visible when this returns.
-    void closePiece();
+    virtual void closePiece() = 0;
 
     /// In the order of the names.
-    [[nodiscard]] std::vector<PieceInfo> info(std::vector<std::string> names);
+    [[nodiscard]] virtual std::vector<PieceInfo> info(std::vector<std::string> names) = 0;
 
     /// A piece that is not there is no failure.
-    void remove(std::vector<std::string> names);
-
-private:
-    struct Entries {
-        decltype(&::sbtbackup) backup;
-        decltype(&::sbtclose2) close2;
-        decltype(&::sbtend) end;
-        decltype(&::sbterror) error;
-        decltype(&::sbtinfo2) info2;
-        decltype(&::sbtinit2) init2;
-        decltype(&::sbtread2) read2;
-        decltype(&::sbtremove2) remove2;
-        decltype(&::sbtrestore) restore;
-        decltype(&::sbtwrite2) write2;
-    };
-
-    void negotiate(void *library, const ChannelOptions &options);
-    void handOverContext(const ChannelOptions &options);
-    struct LastError {
-        std::uint32_t code;
-        std::string text;
-    };
-    [[nodiscard]] LastError lastError();
-    [[noreturn]] void fail();
-
-    Entries entries_ = {};
-    std::uint64_t contextSize_ = 0;
-    std::unique_ptr<std::byte[]> context_; ///< set once the agent has it
-    bool pieceOpen_ = false;
+    virtual void remove(std::vector<std::string> names) = 0;
 };
+
+[[nodiscard]] std::unique_ptr<Channel> openChannel(const ChannelOptions &options);
 
 } // namespace keel
 

@@ -1,6 +1,7 @@
 // See command.h.
 #include "tools/keel/command.h"
 
+#include "tools/keel/failure.h"
 #include "tools/keel/trailer.h"
 
 #include <algorithm>
@@ -28,7 +29,6 @@ void addCommonOptions(CLI::App &verb, Command &command)
         ->type_name("N");
     verb.add_flag("--json", command.json, "print one JSON object about the outcome");
     verb.add_flag("--quiet,-q", command.quiet, "show no progress");
-    command.channel.traceLevel = 1;
 }
 
 void addBlockSize(CLI::App &verb, std::size_t &blockSize)
@@ -36,9 +36,8 @@ void addBlockSize(CLI::App &verb, std::size_t &blockSize)
     const auto valid = [](std::string &text) -> std::string {
         constexpr std::size_t kMost = std::size_t{64} << 20;
         std::size_t size = 0;
-        if (!CLI::detail::lexical_cast(text, size) || size == 0 || size > kMost ||
-            size % kSectorSize != 0)
-            return fmt::format("must be a multiple of {} bytes and at most 64M", kSectorSize);
+        if (!CLI::detail::lexical_cast(text, size) || size == 0 || size > kMost)
+            return "must be at least 1 and at most 64M";
         return {};
     };
     verb.add_option("--block-size", blockSize,
@@ -46,6 +45,12 @@ void addBlockSize(CLI::App &verb, std::size_t &blockSize)
         ->check(CLI::Validator(valid, ""))
         ->transform(CLI::AsSizeValue(false).description(""))
         ->type_name("SIZE");
+}
+
+void checkBlockSize(const Command &command, std::size_t blockSize)
+{
+    if (blockSize % kSectorSize != 0 && !command.channel.firstVersion)
+        throw UsageError(fmt::format("--block-size must be a multiple of {} bytes", kSectorSize));
 }
 
 std::string subjectOf(const std::vector<std::string> &names)

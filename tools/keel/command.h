@@ -42,6 +42,10 @@ void addCommonOptions(CLI::App &verb, Command &command);
 /// --block-size, in bytes or with a unit.
 void addBlockSize(CLI::App &verb, std::size_t &blockSize);
 
+/// UsageError for a block size that does not fit the interface in use. That of older databases gets
+/// any, so that what the agent says to it can be seen.
+void checkBlockSize(const Command &command, std::size_t blockSize);
+
 constexpr std::size_t kDefaultBlockSize = std::size_t{256} << 10;
 
 /// The subject of a verb that takes several names.

@@ -14,6 +14,11 @@ namespace keel
 namespace
 {
 
+const char *sharing(const PieceInfo &piece)
+{
+    return piece.share == 0 ? "-" : piece.share == 2 ? "multiple" : "single";
+}
+
 Json describe(const PieceInfo &piece)
 {
     Json object = {{"name", piece.name}, {"found", piece.found}};
@@ -23,9 +28,13 @@ Json describe(const PieceInfo &piece)
         return seconds == 0 ? Json(nullptr) : Json(utcTimeText(seconds));
     };
     object["created"] = time(piece.created);
-    object["expires"] = time(piece.expires);
+    if (piece.size)
+        object["size"] = *piece.size;
+    else
+        object["expires"] = time(piece.expires);
     object["method"] = piece.method == 1 ? "stream" : "proxy";
-    object["sharing"] = piece.share == 2 ? "multiple" : "single";
+    if (piece.share != 0)
+        object["sharing"] = sharing(piece);
     object["label"] = piece.label;
     object["class"] = piece.managementClass;
     return object;
@@ -39,7 +48,9 @@ void printTable(const std::vector<PieceInfo> &pieces)
     const auto row = [&](auto &&...cells) {
         fmt::print("{:<{}}  {:<5}  {:<19}  {:<19}  {:<10}  {:<8}  {}\n", cells...);
     };
-    row("NAME", width, "FOUND", "CREATED", "EXPIRES", "LABEL", "SHARING", "CLASS");
+    const bool sized =
+        std::ranges::any_of(pieces, [](const PieceInfo &piece) { return piece.size.has_value(); });
+    row("NAME", width, "FOUND", "CREATED", sized ? "SIZE" : "EXPIRES", "LABEL", "SHARING", "CLASS");
     for (const PieceInfo &piece : pieces) {
         const std::string name = printable(piece.name);
         if (!piece.found) {
@@ -47,15 +58,17 @@ void printTable(const std::vector<PieceInfo> &pieces)
             continue;
         }
         row(name, width, "yes", piece.created == 0 ? "-" : localTimeText(piece.created),
-            piece.expires == 0 ? "never" : localTimeText(piece.expires), piece.label,
-            piece.share == 2 ? "multiple" : "single", piece.managementClass);
+            piece.size           ? byteText(static_cast<double>(*piece.size))
+            : piece.expires == 0 ? "never"
+                                 : localTimeText(piece.expires),
+            piece.label, sharing(piece), piece.managementClass);
     }
 }
 
 int run(const std::vector<std::string> &names, const Command &command, Json &result)
 {
-    Channel channel(command.channel);
-    const std::vector<PieceInfo> pieces = channel.info(names);
+    const auto channel = openChannel(command.channel);
+    const std::vector<PieceInfo> pieces = channel->info(names);
     Json list = Json::array();
     for (const PieceInfo &piece : pieces)
         list.push_back(describe(piece));

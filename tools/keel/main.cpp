@@ -104,6 +104,8 @@ int main(int argc, char **argv)
                "Exit status: 0 done, 1 failed (the reason in one line), 2 wrong use.\n"
                "keel VERB --help tells more of a verb.");
     keel::Command command;
+    app.add_flag("--sbt1", command.channel.firstVersion,
+                 "use the interface of older databases, its first version: keel --sbt1 VERB ...");
     keel::addBackup(app, command);
     keel::addRestore(app, command);
     keel::addInfo(app, command);

@@ -1,4 +1,5 @@
 // keel remove: deletes pieces.
+#include "agents/oracle/common/sbt.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/text.h"
@@ -54,14 +55,14 @@ int run(Remove &remove, const Command &command, Json &result)
         throw Failure("nothing was removed");
     std::ranges::sort(remove.names); // a name given twice is meant once
     remove.names.erase(std::unique(remove.names.begin(), remove.names.end()), remove.names.end());
-    Channel channel(command.channel);
-    const auto before = channel.info(remove.names);
+    const auto channel = openChannel(command.channel);
+    const auto before = channel->info(remove.names);
     const auto present = namesWhere(before, true);
     const auto missing = namesWhere(before, false);
     std::vector<std::string> remaining;
     if (!present.empty()) {
-        channel.remove(present);
-        remaining = namesWhere(channel.info(present), true);
+        channel->remove(present);
+        remaining = namesWhere(channel->info(present), true);
     }
     std::vector<std::string> removed;
     std::ranges::copy_if(present, std::back_inserter(removed), [&](const std::string &name) {

@@ -24,18 +24,19 @@ int run(const Restore &restore, const Command &command, Json &result)
 {
     if (command.json && restore.output == "-")
         throw UsageError("--json prints to standard output and needs --output FILE");
+    checkBlockSize(command, restore.blockSize);
     result["name"] = restore.name;
     OutputFile output(restore.output, restore.force ? Existing::kReplace : Existing::kKeep);
-    Channel channel(command.channel);
+    const auto channel = openChannel(command.channel);
     Progress progress(restore.name, std::nullopt, command.quiet);
-    channel.beginRestore(restore.name, restore.blockSize);
-    const auto read = [&](std::span<std::byte> block) { return channel.readBlock(block); };
+    channel->beginRestore(restore.name, restore.blockSize);
+    const auto read = [&](std::span<std::byte> block) { return channel->readBlock(block); };
     const auto write = [&](std::span<const std::byte> bytes) {
         output.write(bytes);
         progress.add(bytes.size());
     };
     const std::uint64_t length = restoreStream(read, write, restore.blockSize);
-    channel.closePiece();
+    channel->closePiece();
     output.finish();
     progress.finish();
     reportTransfer(result, length, progress.seconds());
