@@ -35,6 +35,7 @@ void addBackup(CLI::App &app, Command &command);
 void addRestore(CLI::App &app, Command &command);
 void addInfo(CLI::App &app, Command &command);
 void addRemove(CLI::App &app, Command &command);
+void addTrace(CLI::App &app, Command &command);
 
 /// The options that every verb takes.
 void addCommonOptions(CLI::App &verb, Command &command);

@@ -1,0 +1,53 @@
+// The agent's own trace, put into the order of time.
+//
+// A trace with a maximum begins with a line that says where to go on:
+//
+//    0..11  "ARCA Trace" padded with blanks
+//   12..23  the position of the next line, decimal, left-aligned; 123456789012 while the file is
+//           being made
+//   24..33  the maximum in megabytes, left-aligned
+//   34..    a blank, the build, and two line ends, behind which the data start
+//
+//     | first line | newest lines ... | END OF DATA | oldest lines ... | Continued at beginning |
+//                  ^ data start       ^ position
+//
+// A file that was never full ends with the marker. One that is a segment of a larger trace is only
+// written from its beginning to its end, and then says that another one continues it.
+#ifndef KEEL_TOOLS_KEEL_AGENTTRACE_H
+#define KEEL_TOOLS_KEEL_AGENTTRACE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <span>
+#include <vector>
+
+namespace keel
+{
+
+/// A trace, wherever its bytes are. read fills the span as far as there is something.
+struct TraceSource {
+    std::uint64_t size = 0;
+    std::function<std::size_t(std::uint64_t at, std::span<char> bytes)> read;
+};
+
+struct TraceExtent {
+    std::uint64_t from;
+    std::uint64_t to; ///< never less than from, never beyond the source
+};
+
+struct TraceLayout {
+    std::vector<TraceExtent> lines; ///< in the order of time
+    bool wrapping = false;          ///< false: a file without a maximum, as it is
+    bool leftForNext = false;       ///< a full segment
+};
+
+/// Failure when it is no trace of the agent, or its first line makes no sense.
+[[nodiscard]] TraceLayout layoutOf(const TraceSource &source);
+
+/// The order of time of segments that are given in that of their numbers, as positions in layouts.
+[[nodiscard]] std::vector<std::size_t> segmentOrder(const std::vector<TraceLayout> &layouts);
+
+} // namespace keel
+
+#endif
