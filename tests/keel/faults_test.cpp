@@ -77,7 +77,7 @@ TEST_F(KeelTest, WrongUseIsStatus2AndHelpIs0)
         EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
         EXPECT_EQ(result.out, "");
     }
-    for (const char *verb : {"backup", "restore", "info", "remove", "trace"}) {
+    for (const char *verb : {"backup", "restore", "info", "remove", "passwd", "trace"}) {
         const ProgramResult help = keel({verb, "--help"});
         EXPECT_EQ(help.status, 0);
         EXPECT_NE(help.out.find("Example: "), std::string::npos) << verb;

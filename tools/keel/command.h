@@ -34,6 +34,7 @@ struct Command {
 void addBackup(CLI::App &app, Command &command);
 void addRestore(CLI::App &app, Command &command);
 void addInfo(CLI::App &app, Command &command);
+void addPasswd(CLI::App &app, Command &command);
 void addRemove(CLI::App &app, Command &command);
 void addTrace(CLI::App &app, Command &command);
 

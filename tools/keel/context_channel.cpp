@@ -225,6 +225,18 @@ std::vector<PieceInfo> ContextChannel::info(std::vector<std::string> names)
     return pieces;
 }
 
+std::uint16_t ContextChannel::updatePassword(char *password)
+{
+    std::uint16_t (*update)(char *, void *) = nullptr;
+    agent_.take(update, "psveloUpdatePswd");
+    return update(password, context_.get());
+}
+
+bool ContextChannel::clientKeepsPassword()
+{
+    return lastError().text.starts_with("RBQ2610");
+}
+
 void ContextChannel::remove(std::vector<std::string> names)
 {
     if (entries_.remove2(context_.get(), 0, nameList(names).data()) != 0)

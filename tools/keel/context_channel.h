@@ -26,6 +26,12 @@ public:
     [[nodiscard]] std::vector<PieceInfo> info(std::vector<std::string> names) override;
     void remove(std::vector<std::string> names) override;
 
+    /// Writes the agent's password file for its node. 0, or the agent's code.
+    [[nodiscard]] std::uint16_t updatePassword(char *password);
+    /// The agent has said that it passes over node and password, because the storage client keeps
+    /// the password itself. It says so for as long as nothing else has gone wrong.
+    [[nodiscard]] bool clientKeepsPassword();
+
 private:
     struct Entries {
         decltype(&::sbtbackup) backup;

@@ -110,6 +110,7 @@ int main(int argc, char **argv)
     keel::addRestore(app, command);
     keel::addInfo(app, command);
     keel::addRemove(app, command);
+    keel::addPasswd(app, command);
     keel::addTrace(app, command);
     try {
         app.parse(argc, argv);

@@ -1,0 +1,176 @@
+// keel passwd writes the agent's password file, and nobody sees the password.
+#include "tests/keel/keel_fixture.h"
+
+#include <pty.h>
+#include <sys/wait.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+
+namespace keel::test
+{
+
+namespace
+{
+
+/// keel on a terminal of its own, with a person before it.
+class Terminal
+{
+public:
+    explicit Terminal(const std::vector<std::string> &arguments)
+    {
+        std::vector<char *> argv;
+        std::string program = keelProgram();
+        argv.push_back(program.data());
+        for (const std::string &argument : arguments)
+            argv.push_back(const_cast<char *>(argument.c_str()));
+        argv.push_back(nullptr);
+        child_ = ::forkpty(&terminal_, nullptr, nullptr, nullptr);
+        if (child_ == 0) {
+            ::execv(argv[0], argv.data());
+            ::_exit(127);
+        }
+    }
+    ~Terminal() { ::close(terminal_); }
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+
+    /// Waits for the text, then types.
+    void answer(const std::string &text, const std::string &typed)
+    {
+        while (shown.find(text, answered_) == std::string::npos && readOn()) {
+        }
+        answered_ = shown.size();
+        EXPECT_EQ(::write(terminal_, typed.data(), typed.size()),
+                  static_cast<ssize_t>(typed.size()));
+    }
+    [[nodiscard]] bool echoes() const
+    {
+        termios state = {};
+        return ::tcgetattr(terminal_, &state) == 0 && (state.c_lflag & ECHO) != 0;
+    }
+    [[nodiscard]] int finish()
+    {
+        while (readOn()) {
+        }
+        int status = 0;
+        ::waitpid(child_, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    }
+
+    std::string shown;
+
+private:
+    bool readOn()
+    {
+        char bytes[512];
+        const ssize_t count = ::read(terminal_, bytes, sizeof bytes);
+        if (count > 0)
+            shown.append(bytes, static_cast<std::size_t>(count));
+        return count > 0;
+    }
+
+    int terminal_ = -1;
+    pid_t child_ = -1;
+    std::size_t answered_ = 0;
+};
+
+} // namespace
+
+class KeelPasswdTest : public KeelTest
+{
+protected:
+    KeelPasswdTest()
+    {
+        writeFile(installation_.clientOptions(), "REPOSITORY file://" +
+                                                     installation_.repository().string() +
+                                                     "\nPASSWORDACCESS prompt\n");
+        installation_.configureAgent({"velo_node \"dbhost1\" ", "VELO_PSWDPATH " + path_.string()});
+    }
+    [[nodiscard]] std::string written() const { return readFile(path_ / "VELO.dbhost1"); }
+
+    std::filesystem::path path_ = installation_.directory() / "passwords";
+};
+
+TEST_F(KeelPasswdTest, PasswordFromStandardInputIsWrittenAndTheOptionsAreNamed)
+{
+    const ProgramResult result = keel({"passwd", "--stdin"}, "correct horse\nsecond line\n");
+    ASSERT_EQ(result.status, 0) << result.err;
+    const std::string file = written();
+    EXPECT_EQ(file.size(), 39U + 2 * 9) << "13 characters";
+    EXPECT_EQ(file.find("correct"), std::string::npos);
+    for (const std::string &expected :
+         {(path_ / "VELO.dbhost1").string(), std::string("VELO_NODE       dbhost1\n"),
+          "VELO_PSWDPATH   " + path_.string() + "\n", std::string("PASSWORDACCESS  prompt\n"),
+          installation_.clientOptions().string()})
+        EXPECT_NE(result.out.find(expected), std::string::npos) << expected << result.out;
+
+    EXPECT_EQ(keel({"passwd", "--stdin"}, std::string(64, 'x')).status, 0);
+    const std::string longest = written();
+    EXPECT_EQ(longest.size(), 39U + 8 * 9);
+    for (const std::string &wrong :
+         {std::string(65, 'x'), std::string(100'000, 'x'), std::string(), std::string("\n"),
+          std::string("a\0b\n", 4), std::string("a\tb\n")}) {
+        const ProgramResult refused = keel({"passwd", "--stdin"}, wrong);
+        EXPECT_EQ(refused.status, 1) << wrong.size();
+        EXPECT_EQ(std::ranges::count(refused.err, '\n'), 1) << refused.err;
+        EXPECT_EQ(refused.err.find("xx"), std::string::npos) << "never shown";
+        EXPECT_TRUE(written() == longest) << "nothing is half done";
+    }
+    EXPECT_EQ(keel({"passwd", "secret"}).status, 2) << "never on the command line";
+}
+
+TEST_F(KeelPasswdTest, TerminalIsAskedTwiceWithoutEchoAndLeftAsItWas)
+{
+    Terminal good({"passwd"});
+    good.answer("Password of node dbhost1: ", "correct horse\n");
+    good.answer("The same again: ", "correct horse\n");
+    EXPECT_EQ(good.finish(), 0) << good.shown;
+    EXPECT_EQ(good.shown.find("horse"), std::string::npos) << good.shown;
+    const std::string file = written();
+    EXPECT_EQ(file.size(), 39U + 2 * 9);
+
+    Terminal different({"passwd"});
+    different.answer("Password of node", "correct horse\n");
+    different.answer("The same again: ", "correct house\n");
+    EXPECT_EQ(different.finish(), 1);
+    EXPECT_NE(different.shown.find("not the same"), std::string::npos) << different.shown;
+
+    // Whoever is left with a terminal that shows nothing is lost; \x1c would end us at once.
+    for (const char *key : {"\x03", "\x1c\x1a\x03"}) {
+        Terminal interrupted({"passwd"});
+        interrupted.answer("Password of node", key);
+        EXPECT_EQ(interrupted.finish(), 1) << interrupted.shown;
+        EXPECT_NE(interrupted.shown.find("interrupted"), std::string::npos) << interrupted.shown;
+        EXPECT_TRUE(interrupted.echoes());
+    }
+    EXPECT_TRUE(written() == file);
+}
+
+TEST_F(KeelPasswdTest, RefusalSaysWhatToSet)
+{
+    const auto refused = [&](const std::string &expected) {
+        const ProgramResult result = keel({"passwd", "--stdin"}, "password");
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
+        EXPECT_NE(result.err.find(expected), std::string::npos) << result.err;
+    };
+    installation_.configureAgent({"VELO_NODE dbhost1", "VELO_PSWDPATH /proc/nowhere"});
+    refused("cannot write /proc/nowhere/VELO.dbhost1: its directory cannot be made (code 167)");
+    installation_.configureAgent(
+        {"VELO_NODE dbhost1", "VELO_PSWDPATH " + installation_.clientOptions().string()});
+    refused("its directory cannot be used (code 2521)");
+    installation_.configureAgent({});
+    refused("set VELO_NODE there and PASSWORDACCESS prompt in " +
+            installation_.clientOptions().string());
+    writeFile(installation_.clientOptions(), "REPOSITORY file://" +
+                                                 installation_.repository().string() +
+                                                 "\nPASSWORDACCESS generate\n");
+    installation_.configureAgent({"VELO_NODE dbhost1"});
+    refused("the storage client keeps the password itself");
+    EXPECT_FALSE(std::filesystem::exists(path_));
+}
+
+} // namespace keel::test

@@ -1,0 +1,175 @@
+// keel passwd: writes the password file that the agent logs on with.
+#include "tools/keel/command.h"
+#include "tools/keel/context_channel.h"
+#include "tools/keel/failure.h"
+#include "tools/keel/password.h"
+#include "tools/keel/text.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+namespace keel
+{
+
+namespace
+{
+
+constexpr const char *kDefaultDirectory = KEEL_CLIENT_ROOT "/oracle/bin64";
+
+std::string optionFileName()
+{
+    const char *chosen = std::getenv("VELO_OPTFILE");
+    return chosen && *chosen ? chosen : std::string(kDefaultDirectory) + "/velo.opt";
+}
+
+/// The last value of the keyword in a file that the agent has found good; empty when there is none.
+std::string optionValue(const std::string &fileName, const std::string &keyword)
+{
+    std::ifstream file(fileName);
+    std::string value;
+    for (std::string line; std::getline(file, line);) {
+        const std::size_t begin = line.find_first_not_of(" \t");
+        if (begin == std::string::npos || line[0] == '*')
+            continue;
+        const std::size_t end = std::min(line.find_first_of(" \t\r", begin), line.size());
+        const bool same = std::equal(
+            line.begin() + static_cast<std::ptrdiff_t>(begin),
+            line.begin() + static_cast<std::ptrdiff_t>(end), keyword.begin(), keyword.end(),
+            [](unsigned char left, unsigned char right) { return std::toupper(left) == right; });
+        if (!same)
+            continue;
+        const std::size_t first = line.find_first_not_of(" \t\r\"", end);
+        const std::size_t last = line.find_last_not_of(" \t\r\"");
+        value = first == std::string::npos ? "" : line.substr(first, last + 1 - first);
+    }
+    return value;
+}
+
+struct Place {
+    std::string optionFile;
+    std::string clientOptions;
+    std::string node;
+    std::filesystem::path directory;
+
+    [[nodiscard]] std::filesystem::path file() const { return directory / ("VELO." + node); }
+};
+
+Place findPlace()
+{
+    Place place;
+    place.optionFile = optionFileName();
+    place.node = optionValue(place.optionFile, "VELO_NODE");
+    place.clientOptions = optionValue(place.optionFile, "HOXI_ORC_CONFIG");
+    if (place.clientOptions.empty())
+        place.clientOptions = "arca.opt";
+    for (const char *keyword : {"VELO_PSWDPATH", "HOXI_ORC_DIR"}) {
+        if (place.directory.empty())
+            place.directory = optionValue(place.optionFile, keyword);
+    }
+    if (place.directory.empty())
+        place.directory = kDefaultDirectory;
+    return place;
+}
+
+/// Failure when the agent would have no use for a password file.
+void checkNeeded(ContextChannel &channel, const Place &place)
+{
+    if (channel.clientKeepsPassword()) {
+        throw Failure(fmt::format(
+            "no password file is needed: the storage client keeps the password itself. To use "
+            "one, set PASSWORDACCESS prompt in {}",
+            printable(place.clientOptions)));
+    }
+    if (place.node.empty()) {
+        throw Failure(
+            fmt::format("no password file is needed: {} names no node. To use one, set VELO_NODE "
+                        "there and PASSWORDACCESS prompt in {}",
+                        printable(place.optionFile), printable(place.clientOptions)));
+    }
+}
+
+const char *meaning(std::uint16_t code)
+{
+    switch (code) {
+    case 167:
+        return "its directory cannot be made";
+    case 2521:
+        return "its directory cannot be used";
+    default:
+        return "the file cannot be created";
+    }
+}
+
+void writeFile(ContextChannel &channel, Password &password, const Place &place)
+{
+    const std::string file = printable(place.file().string());
+    if (const std::uint16_t code = channel.updatePassword(password.data()); code != 0)
+        throw Failure(fmt::format("cannot write {}: {} (code {})", file, meaning(code), code));
+    // The agent does not tell when the disk was full. What it writes is a header, and nine bytes
+    // for every eight characters.
+    constexpr std::size_t kHeader = 39;
+    std::error_code error;
+    if (std::filesystem::file_size(place.file(), error) != kHeader + (password.size() + 7) / 8 * 9)
+        throw Failure(fmt::format("{} is not whole; is the disk full?", file));
+}
+
+int run(bool fromStandardInput, const Command &command, Json &result)
+{
+    ContextChannel channel(command.channel);
+    const Place place = findPlace();
+    checkNeeded(channel, place);
+    Password password;
+    if (fromStandardInput)
+        password.readLine(STDIN_FILENO);
+    else
+        password.ask(fmt::format("Password of node {}: ", printable(place.node)));
+    writeFile(channel, password, place);
+    result["node"] = place.node;
+    result["file"] = place.file().string();
+    if (!command.json && !command.quiet) {
+        fmt::print("The password of node {} is in {}.\n"
+                   "The agent logs on with it when these are set:\n"
+                   "    in {}:\n"
+                   "        VELO_NODE       {}\n"
+                   "        VELO_PSWDPATH   {}\n"
+                   "    in {}:\n"
+                   "        PASSWORDACCESS  prompt\n",
+                   printable(place.node), printable(place.file().string()),
+                   printable(place.optionFile), printable(place.node),
+                   printable(place.directory.string()), printable(place.clientOptions));
+    }
+    return kExitDone;
+}
+
+} // namespace
+
+void addPasswd(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand(
+        "passwd", "Write the password file that the agent logs on with (PASSWORDACCESS prompt)");
+    auto fromStandardInput = std::make_shared<bool>(false);
+    verb->add_flag("--stdin", *fromStandardInput,
+                   "read the password, one line, from standard input and do not ask");
+    addCommonOptions(*verb, command);
+    verb->footer(
+        "Example: keel passwd --optfile /etc/keel/velo.opt\n"
+        "Asks twice, without showing what is typed. The node is VELO_NODE of the option file; the\n"
+        "password is written to VELO.<node> in VELO_PSWDPATH, else in HOXI_ORC_DIR. It has at\n"
+        "most 64 characters, and is never taken from the command line, where others could see it.\n"
+        "In the repository it is set with arca; this file must say the same.");
+    verb->callback([fromStandardInput, &command] {
+        command.verb = "passwd";
+        command.run = [fromStandardInput, &command](Json &result) {
+            return run(*fromStandardInput, command, result);
+        };
+    });
+}
+
+} // namespace keel
