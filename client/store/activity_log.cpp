@@ -16,12 +16,11 @@ constexpr std::size_t kPublishAt = 16 * 1024;
 constexpr std::size_t kMaxGathered = 256 * 1024; // of a repository that takes nothing
 constexpr std::size_t kMaxText = 2048;
 
-std::string utcNow(const char *format)
+std::string utcText(std::time_t time, const char *format)
 {
-    const std::time_t now = std::time(nullptr);
     std::tm utc{};
     char text[64] = "";
-    if (gmtime_r(&now, &utc) != nullptr)
+    if (gmtime_r(&time, &utc) != nullptr)
         (void)std::strftime(text, sizeof text, format, &utc);
     return text;
 }
@@ -30,7 +29,7 @@ std::string utcNow(const char *format)
 
 Result<void> ActivityLog::append(const Event &event)
 {
-    std::string line = utcNow("%Y-%m-%dT%H:%M:%SZ");
+    std::string line = utcText(std::time(nullptr), "%Y-%m-%dT%H:%M:%SZ");
     line += '\t';
     line += "IWES"[static_cast<std::size_t>(event.severity)];
     for (const std::string *field :
@@ -49,9 +48,14 @@ Result<void> ActivityLog::publish()
 {
     if (gathered_.empty())
         return {};
-    Bytes random(8);
+    Bytes random(4);
     ARCA_CHECK(fillRandom(random));
-    const std::string name = "log/" + utcNow("%Y%m%d/%H%M%S-") + toHex(random);
+    // Nanoseconds, so that what one session publishes within a second keeps its order.
+    timespec now{};
+    (void)clock_gettime(CLOCK_REALTIME, &now);
+    const auto nanoseconds = static_cast<std::uint64_t>(now.tv_nsec);
+    const std::string name = "log/" + utcText(now.tv_sec, "%Y%m%d/%H%M%S-") +
+                             toHex(nanoseconds << 32 | ByteReader(random).u32());
     ARCA_CHECK(blob::putWhole(store_, name, viewOf(gathered_)));
     gathered_.clear();
     return {};

@@ -21,9 +21,9 @@ struct Event {
     std::string text;
 };
 
-/// A blob log/<day>/<time>-<random> holds lines, in the order of the events, each of six fields
-/// separated by tabs: time (2026-11-21T08:31:00Z), severity (I, W, E, S), node, application,
-/// message identifier, text. Control characters in a field are shown as '?'.
+/// A blob log/<day>/<time>-<nanoseconds and random, 8 digits each> holds lines, in the order of the
+/// events, each of six fields separated by tabs: time (2026-11-21T08:31:00Z), severity (I, W, E,
+/// S), node, application, message identifier, text. Control characters in a field are shown as '?'.
 class ActivityLog
 {
 public:

@@ -1,5 +1,6 @@
-// Any bytes as a small stored record and as the payload of one.
+// Any bytes as a small stored record, as the payload of one, and as a line of the activity log.
 #include "client/store/access.h"
+#include "client/store/activity_reader.h"
 #include "client/store/filespace.h"
 
 #include <span>
@@ -10,6 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const ByteView bytes = std::as_bytes(std::span(data, size));
     (void)store::decodeFilespace(bytes);
     (void)store::decodeAccessRule(bytes);
+    (void)store::parseLogLine(textOf(bytes));
     if (size < 0x10000) {
         (void)store::decodeFilespace(store::frameRecord("ARCAFSPC", 1, bytes));
         (void)store::decodeAccessRule(store::frameRecord("ARCAACCS", 1, bytes));

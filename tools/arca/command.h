@@ -33,6 +33,7 @@ struct Command {
 
 // Each adds its verb to the program.
 void addInit(CLI::App &app, Command &command);
+void addLog(CLI::App &app, Command &command);
 
 /// The options that every verb takes.
 void addCommonOptions(CLI::App &verb, Command &command);

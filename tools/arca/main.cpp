@@ -51,6 +51,7 @@ int main(int argc, char **argv)
                "arca VERB --help tells more of a verb.");
     arca::tool::Command command;
     arca::tool::addInit(app, command);
+    arca::tool::addLog(app, command);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -1,0 +1,70 @@
+// The activity log as an administrator reads it: what sessions reported comes out, all of it and in
+// order, and each selection shows what it names.
+#include "tests/client/client_fixture.h"
+
+#include <cstring>
+
+namespace keel::test
+{
+
+namespace
+{
+
+TEST_F(ClientTest, ArcaLogShowsWhatSessionsReported)
+{
+    const hoxHandle_t handle = logOn();
+    hoxLogEventExIn_t event{};
+    event.stVersion = HOX_LOGEVENTEX_VERSION;
+    std::strcpy(event.messageId, "RBQ0599");
+    std::strcpy(event.appName, "KEEL");
+    event.logType = HOX_LOG_SERVER;
+    const char *const texts[] = {"said \x1b[2J", "warned", "failed", "broke"};
+    for (std::uint32_t severity = 0; severity < 4; ++severity) {
+        event.severity = severity;
+        event.message = texts[severity];
+        ASSERT_EQ(api_.hoxLogEventEx(handle, &event, nullptr), HOX_RC_OK);
+    }
+    const auto log = [&](std::vector<std::string> more) {
+        more.insert(more.begin(),
+                    {arcaProgram(), "log", "--optfile", installation_.clientOptions()});
+        return run(more);
+    };
+    const struct {
+        std::vector<std::string> options;
+        std::string shown; ///< the first letters of the texts, in their order
+    } cases[] = {
+        {{}, "swfb"},
+        {{"--severity", "warning"}, "wfb"},
+        {{"--severity", "SEVERE"}, "b"},
+        {{"--node", "testnode"}, "swfb"},
+        {{"--node", "other"}, ""},
+        {{"--since", "1h"}, "swfb"},
+        {{"--since", "2000-01-01T00:00"}, "swfb"},
+        {{"--since", "2999-12-31"}, ""},
+    };
+    for (const auto &c : cases) {
+        const ProgramResult result = log(c.options);
+        EXPECT_EQ(result.status, 0) << result.err;
+        std::string shown;
+        for (std::size_t at = result.out.find("  KEEL  RBQ0599  "); at != std::string::npos;
+             at = result.out.find("  KEEL  RBQ0599  ", at + 1))
+            shown += result.out[at + 17];
+        EXPECT_EQ(shown, c.shown) << result.out;
+        EXPECT_EQ(result.out.find('\x1b'), std::string::npos) << "nothing steers the terminal";
+    }
+    EXPECT_EQ(log({"--since", "yesterday"}).status, 1);
+    EXPECT_EQ(log({"--severity", "bad"}).status, 2);
+
+    // Whatever else lies there, the rest is shown.
+    writeFile(installation_.repository() / "log" / "stray",
+              "no line\n\t\t\t\t\t\nX\tS\ta\tb\tc\td");
+    const ProgramResult json = log({"--json", "--severity", "severe"});
+    EXPECT_EQ(json.status, 0) << json.err;
+    for (const char *part : {"\"messageId\": \"RBQ0599\"", "\"severity\": \"severe\"",
+                             "\"node\": \"testnode\"", "\"text\": \"broke\"", "\"unreadable\": 3"})
+        EXPECT_NE(json.out.find(part), std::string::npos) << json.out;
+}
+
+} // namespace
+
+} // namespace keel::test
