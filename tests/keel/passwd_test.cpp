@@ -122,6 +122,25 @@ TEST_F(KeelPasswdTest, PasswordFromStandardInputIsWrittenAndTheOptionsAreNamed)
     EXPECT_EQ(keel({"passwd", "secret"}).status, 2) << "never on the command line";
 }
 
+TEST_F(KeelPasswdTest, AgentLogsOnWithTheFileAndWithNoOtherPassword)
+{
+    const auto repository = installation_.directory() / "chosen";
+    writeFile(installation_.clientOptions(), "REPOSITORY file://" + repository.string() +
+                                                 "\nNODENAME dbhost1\nPASSWORDACCESS prompt\n");
+    ProgramOptions options;
+    options.input = "correct horse\n";
+    const ProgramResult made = run(
+        {arcaProgram(), "init", "--stdin", "--optfile", installation_.clientOptions()}, options);
+    ASSERT_EQ(made.status, 0) << made.err;
+    EXPECT_EQ(keel({"backup", "p", "-i", "-"}, "content").status, 1) << "there is no file yet";
+    EXPECT_EQ(keel({"passwd", "--stdin", "--quiet"}, "wrong horse\n").status, 0);
+    EXPECT_EQ(keel({"backup", "p", "-i", "-"}, "content").status, 1);
+    EXPECT_EQ(keel({"passwd", "--stdin", "--quiet"}, "correct horse\n").status, 0);
+    backUp("p", "content");
+    EXPECT_EQ(restored("p"), "content");
+    EXPECT_EQ(keel({"--sbt1", "restore", "p", "-o", "-"}).out, "content");
+}
+
 TEST_F(KeelPasswdTest, TerminalIsAskedTwiceWithoutEchoAndLeftAsItWas)
 {
     Terminal good({"passwd"});
