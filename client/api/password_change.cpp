@@ -20,8 +20,7 @@ Answer<void> changePassword(Session &session, const char *oldPassword, const cha
     Answer<void> changed;
     if (!old)
         changed = old.error();
-    else if (auto done =
-                 session.repository->nodes().changePassword(session.node, *old, fresh);
+    else if (auto done = session.repository->nodes().changePassword(session.node, *old, fresh);
              !done)
         changed = Refusal(std::move(done).error());
     wipe(fresh);
