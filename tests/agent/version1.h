@@ -12,6 +12,16 @@
 template <class Base> class Version1Test : public Base
 {
 protected:
+    ~Version1Test() override { release(); }
+
+    /// Ends whatever channel there is: a second one beside it releases both.
+    void release()
+    {
+        if (this->initialise().empty()) {
+            this->initialise();
+        }
+    }
+
     /// As the channel that an older database opens: sbtinit alone.
     void begin() { ASSERT_EQ("", this->initialise()) << this->errorLog(); }
 
