@@ -100,22 +100,21 @@ Answer<hoxHandle_t> startSession(const Request &request)
     ARCA_TRY(auto repository, openRepository(options));
     ARCA_CHECK(expectRegistered(*repository, options, node));
     ARCA_TRY(std::string password, passwordFor(request, options, repository->uuid(), node));
-    auto space = repository->logOn(node, password);
-    if (!space) {
+    auto proved = repository->authenticate(node, password);
+    if (!proved) {
         wipe(password);
-        return Refusal(std::move(space).error());
+        return Refusal(std::move(proved).error());
     }
+    store::NodeKeys keys = std::move(proved).value();
     if (objectsOf != node) {
         ARCA_CHECK(expectAdmission(*repository, objectsOf, node, request.owner));
-        space = repository->spaceOf(objectsOf);
-        if (!space)
-            return Refusal(std::move(space).error());
+        keys.data = SecretKey();
     }
+    ARCA_TRY(auto space, repository->spaceOf(objectsOf, std::move(keys.data)));
     // Behind channels that died. What cannot be cleaned now is in nobody's way.
     (void)repository->blobs().removeLeftovers();
 
-    auto session =
-        std::make_shared<Session>(std::move(repository), std::move(space).value(), options);
+    auto session = std::make_shared<Session>(std::move(repository), std::move(space), options);
     session->node = node;
     session->owner = request.owner;
     Answer<void> changed;

@@ -6,6 +6,7 @@
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <bit>
 
 namespace arca
@@ -31,7 +32,7 @@ bool isGuessable(PasswordCost cost)
     return cost.n > kGeneratedN;
 }
 
-Result<Sha256> derivePasswordKey(std::string_view password, ByteView salt, PasswordCost cost)
+Result<PasswordKeys> derivePasswordKeys(std::string_view password, ByteView salt, PasswordCost cost)
 {
     const bool sensible = std::has_single_bit(cost.n) && cost.n > 1 && cost.r >= 1 &&
                           cost.r <= 64 && cost.p >= 1 && cost.p <= 16 &&
@@ -39,13 +40,18 @@ Result<Sha256> derivePasswordKey(std::string_view password, ByteView salt, Passw
     if (!sensible)
         return Error{ErrorKind::damaged, "the cost of a password check is out of bounds"};
     OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr);
-    Sha256 key;
+    std::array<std::byte, sizeof(Sha256) + SecretKey::kBytes> derived;
     if (EVP_PBE_scrypt(password.data(), password.size(),
                        reinterpret_cast<const unsigned char *>(salt.data()), salt.size(), cost.n,
                        cost.r, cost.p, kMaxMemory * 2,
-                       reinterpret_cast<unsigned char *>(key.data()), key.size()) != 1)
+                       reinterpret_cast<unsigned char *>(derived.data()), derived.size()) != 1)
         return Error{ErrorKind::internal, "the password check failed"};
-    return key;
+    PasswordKeys keys;
+    std::copy_n(derived.begin(), keys.verifier.size(), keys.verifier.begin());
+    auto wrapping = SecretKey::from(ByteView(derived).last(SecretKey::kBytes));
+    wipe(derived);
+    ARCA_TRY(keys.wrapping, std::move(wrapping));
+    return keys;
 }
 
 Result<std::string> generatePassword()

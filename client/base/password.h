@@ -1,8 +1,9 @@
-// From a password to a key: scrypt, with a cost that is stored beside what is derived.
+// From a password to keys: scrypt, with a cost that is stored beside what is derived.
 #ifndef KEEL_CLIENT_BASE_PASSWORD_H
 #define KEEL_CLIENT_BASE_PASSWORD_H
 
 #include "client/base/hash.h"
+#include "client/base/secret_key.h"
 
 #include <string>
 #include <string_view>
@@ -22,8 +23,15 @@ PasswordCost costFor(std::string_view password);
 /// Whether a password of that cost may be a chosen one, which somebody could guess.
 bool isGuessable(PasswordCost cost);
 
+/// Two that tell nothing of each other: one to compare, one to seal keys under.
+struct PasswordKeys {
+    Sha256 verifier;
+    SecretKey wrapping;
+};
+
 /// A cost from outside may be absurd; beyond 64 MiB of memory it is refused as `damaged`.
-Result<Sha256> derivePasswordKey(std::string_view password, ByteView salt, PasswordCost cost);
+Result<PasswordKeys> derivePasswordKeys(std::string_view password, ByteView salt,
+                                        PasswordCost cost);
 
 /// 256 random bits as 64 hexadecimal digits.
 Result<std::string> generatePassword();

@@ -1,8 +1,10 @@
 // The nodes that a repository knows, and how each proves who it is. The repository keeps no
-// password, only what a password is checked against. Trying passwords one after the other is slow.
+// password, only what a password is checked against, and the keys of the node sealed under it.
+// Trying passwords one after the other is slow.
 #ifndef KEEL_CLIENT_STORE_NODE_REGISTRY_H
 #define KEEL_CLIENT_STORE_NODE_REGISTRY_H
 
+#include "client/store/node_record.h"
 #include "client/store/record.h"
 
 #include <string>
@@ -16,11 +18,13 @@ public:
     explicit NodeRegistry(blob::BlobStore &store) : store_(store) {}
 
     Result<bool> isRegistered(const std::string &node);
-    /// `exists` when it is registered already.
+    /// Makes its keys. `exists` when it is registered already.
     Result<void> registerNode(const std::string &node, std::string_view password);
-    /// `authentication` when the node is not registered or the password is not its own.
-    Result<void> authenticate(const std::string &node, std::string_view password);
-    /// Replaces the password; `authentication` when `oldPassword` is wrong.
+    /// The keys of the node; `authentication` when it is not registered or the password is not its
+    /// own.
+    Result<NodeKeys> authenticate(const std::string &node, std::string_view password);
+    /// Replaces the password and leaves the keys as they are; `authentication` when `oldPassword`
+    /// is wrong.
     Result<void> changePassword(const std::string &node, std::string_view oldPassword,
                                 std::string_view newPassword);
 

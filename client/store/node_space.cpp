@@ -53,15 +53,17 @@ Result<std::string> nodeKey(const std::string &node)
     return digitsOf(hash);
 }
 
-NodeSpace::NodeSpace(blob::BlobStore &store, std::string node, std::string key)
-    : store_(store), node_(std::move(node)), key_(std::move(key))
+NodeSpace::NodeSpace(blob::BlobStore &store, std::string node, std::string key, SecretKey dataKey)
+    : store_(store), node_(std::move(node)), key_(std::move(key)), dataKey_(std::move(dataKey))
 {
 }
 
-Result<std::unique_ptr<NodeSpace>> NodeSpace::open(blob::BlobStore &store, std::string node)
+Result<std::unique_ptr<NodeSpace>> NodeSpace::open(blob::BlobStore &store, std::string node,
+                                                   SecretKey dataKey)
 {
     ARCA_TRY(std::string key, nodeKey(node));
-    return std::unique_ptr<NodeSpace>(new NodeSpace(store, std::move(node), std::move(key)));
+    return std::unique_ptr<NodeSpace>(
+        new NodeSpace(store, std::move(node), std::move(key), std::move(dataKey)));
 }
 
 Result<Sha256> NodeSpace::hashOf(const ObjectName &name) const

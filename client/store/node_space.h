@@ -3,6 +3,7 @@
 #ifndef KEEL_CLIENT_STORE_NODE_SPACE_H
 #define KEEL_CLIENT_STORE_NODE_SPACE_H
 
+#include "client/base/secret_key.h"
 #include "client/store/filespace.h"
 #include "client/store/piece_reader.h"
 #include "client/store/piece_writer.h"
@@ -16,9 +17,12 @@ namespace arca::store
 class NodeSpace
 {
 public:
-    static Result<std::unique_ptr<NodeSpace>> open(blob::BlobStore &store, std::string node);
+    /// `dataKey` is the key of that node, under which all it keeps is sealed.
+    static Result<std::unique_ptr<NodeSpace>> open(blob::BlobStore &store, std::string node,
+                                                   SecretKey dataKey);
 
     const std::string &node() const { return node_; }
+    const SecretKey &dataKey() const { return dataKey_; }
 
     /// Begins a piece under a name that is free now; `exists`. Whether it is still free is decided
     /// at the commit. description.node is filled in.
@@ -50,7 +54,7 @@ private:
         PieceInfo info;
     };
 
-    NodeSpace(blob::BlobStore &store, std::string node, std::string key);
+    NodeSpace(blob::BlobStore &store, std::string node, std::string key, SecretKey dataKey);
     Result<Sha256> hashOf(const ObjectName &name) const;
     std::string blobNameOf(const Sha256 &nameHash) const;
     std::string prefixOf(PieceId id) const;
@@ -61,6 +65,7 @@ private:
     blob::BlobStore &store_;
     std::string node_;
     std::string key_; // of the node, in blob names
+    SecretKey dataKey_;
 };
 
 /// The component of blob names that stands for a node.

@@ -77,22 +77,24 @@ Result<std::unique_ptr<Repository>> Repository::create(std::unique_ptr<blob::Blo
     return open(std::move(store), shownName);
 }
 
+Result<NodeKeys> Repository::authenticate(const std::string &node, std::string_view password)
+{
+    auto keys = nodes().authenticate(node, password);
+    if (!keys && keys.error().kind == ErrorKind::authentication)
+        keys.error().text += " (repository " + shownName_ + ")";
+    return keys;
+}
+
 Result<std::unique_ptr<NodeSpace>> Repository::logOn(const std::string &node,
                                                      std::string_view password)
 {
-    auto known = nodes().authenticate(node, password);
-    if (!known) {
-        Error failure = std::move(known).error();
-        if (failure.kind == ErrorKind::authentication)
-            failure.text += " (repository " + shownName_ + ")";
-        return failure;
-    }
-    return NodeSpace::open(*store_, node);
+    ARCA_TRY(NodeKeys keys, authenticate(node, password));
+    return spaceOf(node, std::move(keys.data));
 }
 
-Result<std::unique_ptr<NodeSpace>> Repository::spaceOf(const std::string &node)
+Result<std::unique_ptr<NodeSpace>> Repository::spaceOf(const std::string &node, SecretKey dataKey)
 {
-    return NodeSpace::open(*store_, node);
+    return NodeSpace::open(*store_, node, std::move(dataKey));
 }
 
 } // namespace arca::store

@@ -31,11 +31,14 @@ public:
     const std::string &shownName() const { return shownName_; }
 
     NodeRegistry nodes() { return NodeRegistry(*store_); }
-    /// The part of a node that has proved who it is; `authentication`.
+    /// The keys of a node that proves who it is; `authentication`.
+    Result<NodeKeys> authenticate(const std::string &node, std::string_view password);
+    /// The part of a node that proves who it is; `authentication`.
     Result<std::unique_ptr<NodeSpace>> logOn(const std::string &node, std::string_view password);
 
-    /// The part of a node for which another one logged on: the caller lets through what is granted.
-    Result<std::unique_ptr<NodeSpace>> spaceOf(const std::string &node);
+    /// The part of a node whose data key is known. When another node logged on for it, the caller
+    /// lets through what is granted.
+    Result<std::unique_ptr<NodeSpace>> spaceOf(const std::string &node, SecretKey dataKey);
 
     blob::BlobStore &blobs() { return *store_; }
 

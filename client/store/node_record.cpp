@@ -1,0 +1,127 @@
+// The record of a node: see the header.
+//
+// A password that people choose is slow to try (N = 2^14); one that the client made itself has 256
+// random bits, nothing to try, and a small N keeps the start of a session cheap.
+#include "client/store/node_record.h"
+
+#include "client/base/text.h"
+#include "client/store/record.h"
+
+#include <algorithm>
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr std::string_view kKind = "ARCANODE";
+constexpr std::uint32_t kVersion = 2;
+constexpr std::uint16_t kScheme = 1;
+constexpr std::string_view kData = "data key";
+constexpr std::string_view kIdentity = "identity";
+
+Bytes contextOf(const std::string &node, std::string_view what)
+{
+    ByteWriter context;
+    context.text(kKind);
+    context.text(what);
+    context.text(node);
+    return context.take();
+}
+
+template <std::size_t N> void read(ByteReader &reader, std::array<std::byte, N> &field)
+{
+    const ByteView bytes = reader.raw(N);
+    std::copy(bytes.begin(), bytes.end(), field.begin());
+}
+
+} // namespace
+
+Result<NodeKeys> newNodeKeys()
+{
+    NodeKeys keys;
+    ARCA_TRY(keys.data, SecretKey::random());
+    ARCA_TRY(keys.identity, SecretKey::random());
+    return keys;
+}
+
+Result<void> NodeRecord::wrap(std::string_view password, const NodeKeys &keys)
+{
+    cost = costFor(password);
+    ARCA_CHECK(fillRandom(salt));
+    ARCA_TRY(const PasswordKeys derived, derivePasswordKeys(password, salt, cost));
+    verifier = derived.verifier;
+    ARCA_TRY(sealedData, sealKey(derived.wrapping, keys.data, contextOf(node, kData)));
+    ARCA_TRY(sealedIdentity, sealKey(derived.wrapping, keys.identity, contextOf(node, kIdentity)));
+    return {};
+}
+
+Result<NodeRecord> makeNodeRecord(const std::string &node, std::string_view password,
+                                  const NodeKeys &keys)
+{
+    NodeRecord record;
+    record.node = node;
+    ARCA_TRY(record.identity, publicHalfOf(keys.identity));
+    ARCA_CHECK(record.wrap(password, keys));
+    return record;
+}
+
+Result<NodeKeys> openNodeRecord(const NodeRecord &record, const std::string &node,
+                                std::string_view password)
+{
+    ARCA_TRY(const PasswordKeys derived, derivePasswordKeys(password, record.salt, record.cost));
+    if (record.node != node || !equalSecrets(derived.verifier, record.verifier))
+        return Error{ErrorKind::authentication,
+                     "the password of node " + printable(node) + " is wrong"};
+    const std::string doing = "the record of node " + printable(node);
+    auto data = openKey(derived.wrapping, record.sealedData, contextOf(node, kData));
+    if (!data)
+        return inContext(std::move(data).error(), doing);
+    auto identity = openKey(derived.wrapping, record.sealedIdentity, contextOf(node, kIdentity));
+    if (!identity)
+        return inContext(std::move(identity).error(), doing);
+    // Others seal to the public half: one that is not ours is a fault that has to be found here.
+    ARCA_TRY(const PublicKey half, publicHalfOf(*identity));
+    if (half != record.identity)
+        return Error{ErrorKind::damaged, doing + ": its public key is not that of the node"};
+    return NodeKeys{std::move(data).value(), std::move(identity).value()};
+}
+
+Bytes encodeNodeRecord(const NodeRecord &record)
+{
+    ByteWriter payload;
+    payload.u16(kScheme);
+    payload.u64(record.cost.n);
+    payload.u32(record.cost.r);
+    payload.u32(record.cost.p);
+    payload.raw(record.salt);
+    payload.raw(record.verifier);
+    payload.raw(record.identity);
+    payload.raw(record.sealedData);
+    payload.raw(record.sealedIdentity);
+    payload.text(record.node);
+    return frameRecord(kKind, kVersion, payload.view());
+}
+
+Result<NodeRecord> decodeNodeRecord(ByteView bytes)
+{
+    ARCA_TRY(const ByteView payload, unframeRecord(bytes, kKind, kVersion));
+    ByteReader reader(payload);
+    NodeRecord record;
+    const std::uint16_t scheme = reader.u16();
+    record.cost.n = reader.u64();
+    record.cost.r = reader.u32();
+    record.cost.p = reader.u32();
+    read(reader, record.salt);
+    read(reader, record.verifier);
+    read(reader, record.identity);
+    read(reader, record.sealedData);
+    read(reader, record.sealedIdentity);
+    record.node = reader.text();
+    if (!reader.ok() || reader.remaining() != 0 || scheme != kScheme)
+        return Error{ErrorKind::damaged, "the record of a node is damaged"};
+    return record;
+}
+
+} // namespace arca::store
