@@ -32,21 +32,24 @@ Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
     return query;
 }
 
-Answer<Query> queryClasses(const qryMCData *asked)
+Answer<Query> queryClasses(Session &session, const qryMCData *asked)
 {
     ARCA_CHECK(expectVersion(asked, asked == nullptr ? std::uint16_t{0} : asked->stVersion,
                              HOX_QRY_MC_VERSION, "the query record"));
     Query query;
     query.classDetail = asked->detail != 0;
+    store::Policy policy(session.repository->blobs());
     if (asked->mcName == nullptr || *asked->mcName == '\0') {
-        for (const store::ManagementClass &known : store::managementClasses())
-            query.answers.emplace_back(known);
+        ARCA_TRY(auto classes, policy.list());
+        for (store::ManagementClass &known : classes)
+            query.answers.emplace_back(std::move(known));
         return query;
     }
     // A name too long to be any class matches none.
     const std::string_view name(asked->mcName, strnlen(asked->mcName, HOX_MAX_MC_NAME + 1));
-    if (const auto found = store::findManagementClass(name))
-        query.answers.emplace_back(*found);
+    ARCA_TRY(auto found, policy.find(name));
+    if (found)
+        query.answers.emplace_back(std::move(*found));
     return query;
 }
 
@@ -80,7 +83,7 @@ void fillAnswer(qryRespMCData &record, const store::ManagementClass &known, bool
         return;
     fill(record.description, known.description);
     fill(record.stgPool, known.storagePool);
-    record.isDefault = known.name == store::defaultManagementClass().name;
+    record.isDefault = known.isDefault() ? 1 : 0;
     record.backupCopyGroup = 1;
     record.versionsKept = known.versionsKept;
     record.daysKept = known.daysKept;
@@ -116,7 +119,8 @@ std::int16_t hoxBeginQuery(hoxHandle_t handle, std::uint8_t queryType, const voi
             ARCA_TRY(session.query,
                      queryObjects(session, static_cast<const qryBackupData *>(queryData)));
         } else if (queryType == HOX_QUERY_MGMT_CLASS) {
-            ARCA_TRY(session.query, queryClasses(static_cast<const qryMCData *>(queryData)));
+            ARCA_TRY(session.query,
+                     queryClasses(session, static_cast<const qryMCData *>(queryData)));
         } else {
             return refused(HOX_RC_BAD_ARGUMENT, "the query type is unknown");
         }

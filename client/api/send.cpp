@@ -17,17 +17,17 @@ Answer<void> expectBackup(std::uint8_t sendType)
     return {};
 }
 
-Answer<std::string> classFor(const char *name)
+Answer<std::string> classFor(Session &session, const char *name)
 {
     ARCA_TRY(const std::string wanted,
              pointerText(name, HOX_MAX_MC_NAME, "the management class", HOX_RC_MC_UNKNOWN));
     if (wanted.empty())
-        return std::string(store::defaultManagementClass().name);
-    const auto found = store::findManagementClass(wanted);
+        return std::string(store::kDefaultClass);
+    ARCA_TRY(const auto found, store::Policy(session.repository->blobs()).find(wanted));
     if (!found)
         return refused(HOX_RC_MC_UNKNOWN,
                        "the management class " + printable(wanted) + " is not defined");
-    return std::string(found->name);
+    return found->name;
 }
 
 Answer<std::string> infoOf(const ObjAttr &attributes)
@@ -49,7 +49,7 @@ Answer<store::PieceDescription> describe(Session &session, const hoxObjName *nam
                              attributes == nullptr ? std::uint16_t{0} : attributes->stVersion,
                              HOX_OBJATTR_VERSION, "the attribute record"));
     ARCA_TRY(piece.owner, fieldText(attributes->owner, "the owner"));
-    ARCA_TRY(piece.managementClass, classFor(attributes->mcNameP));
+    ARCA_TRY(piece.managementClass, classFor(session, attributes->mcNameP));
     ARCA_TRY(piece.info, infoOf(*attributes));
     piece.sizeEstimate = joined(attributes->sizeEstimate);
     ARCA_CHECK(expectFilespace(session, piece.name.filespace));
@@ -90,7 +90,7 @@ Answer<store::PieceTotals> endObject(Session &session)
 std::int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, std::uint8_t sendType,
                        mcBindKey *binding)
 {
-    return inSession(handle, [&](Session &) -> Code {
+    return inSession(handle, [&](Session &session) -> Code {
         if (binding == nullptr)
             return refused(HOX_RC_NULL_ARGUMENT, "the binding record is null");
         ARCA_CHECK(expectVersion(binding,
@@ -99,12 +99,13 @@ std::int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, std::uint8_t 
                                  HOX_MCBIND_VERSION, "the binding record"));
         ARCA_CHECK(expectBackup(sendType));
         ARCA_CHECK(objectNameOf(name));
-        const store::ManagementClass &bound = store::defaultManagementClass();
+        ARCA_TRY(const auto bound,
+                 store::Policy(session.repository->blobs()).find(store::kDefaultClass));
         *binding = mcBindKey{};
         binding->stVersion = HOX_MCBIND_VERSION;
-        fill(binding->mcName, bound.name);
+        fill(binding->mcName, bound->name);
         binding->backupCopyGroup = 1;
-        fill(binding->backupDestination, bound.storagePool);
+        fill(binding->backupDestination, bound->storagePool);
         return success();
     });
 }

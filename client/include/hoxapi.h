@@ -435,7 +435,10 @@ typedef struct hoxEndSendObjExOut_t {
     hox64_t totalDirectBytes; /* bytes that went to the storage directly, past any server process */
 } hoxEndSendObjExOut_t;
 
-/* Which management class an object of that name gets. Allowed inside and outside a transaction. */
+/*
+ * Which management class an object of that name gets when it names none: the default one. Allowed
+ * inside and outside a transaction.
+ */
 int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, uint8_t sendType, mcBindKey *binding);
 
 /*
@@ -525,7 +528,10 @@ typedef struct qryRespMCData {
 } qryRespMCData;
 
 /*
- * Begins a query; one at a time in a session. queryData is the record of its type.
+ * Begins a query; one at a time in a session. queryData is the record of its type. A query of the
+ * management classes answers the default one first; class names match in any case. A class that the
+ * administrator deleted is not answered and nothing new is bound to it (HOX_RC_MC_UNKNOWN), but the
+ * objects that were keep it.
  * HOX_RC_FS_UNKNOWN only when the filespace was never registered by the node.
  */
 int16_t hoxBeginQuery(hoxHandle_t handle, uint8_t queryType, const void *queryData);

@@ -2,6 +2,7 @@
 #include "client/store/access.h"
 #include "client/store/activity_reader.h"
 #include "client/store/filespace.h"
+#include "client/store/policy.h"
 
 #include <span>
 
@@ -11,10 +12,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const ByteView bytes = std::as_bytes(std::span(data, size));
     (void)store::decodeFilespace(bytes);
     (void)store::decodeAccessRule(bytes);
+    (void)store::decodeManagementClass(bytes);
     (void)store::parseLogLine(textOf(bytes));
     if (size < 0x10000) {
         (void)store::decodeFilespace(store::frameRecord("ARCAFSPC", 1, bytes));
         (void)store::decodeAccessRule(store::frameRecord("ARCAACCS", 1, bytes));
+        (void)store::decodeManagementClass(store::frameRecord("ARCACLAS", 1, bytes));
     }
     return 0;
 }

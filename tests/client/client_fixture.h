@@ -54,6 +54,9 @@ struct ClientLibrary {
     KEEL_OPERATION(hoxEndGetData);
     KEEL_OPERATION(hoxEndGetDataEx);
     KEEL_OPERATION(hoxDeleteObj);
+    KEEL_OPERATION(hoxRenameObj);
+    KEEL_OPERATION(hoxUpdateObj);
+    KEEL_OPERATION(hoxGroupHandler);
     KEEL_OPERATION(hoxLogEventEx);
     KEEL_OPERATION(hoxRCMsg);
     KEEL_OPERATION(hoxRCMsgEx);

@@ -116,39 +116,6 @@ TEST_F(ClientTest, AnswersDescribeThePiece)
     EXPECT_NE(text(HOX_RC_FS_UNKNOWN).find("/misspelt"), std::string::npos);
 }
 
-TEST_F(ClientTest, ManagementClassesAreAskedForByName)
-{
-    const hoxHandle_t handle = logOn();
-    const struct {
-        const char *name;
-        Codes codes;
-    } cases[] = {
-        {nullptr, {HOX_RC_MORE_DATA, HOX_RC_FINISHED}},
-        {"STANDARD", {HOX_RC_MORE_DATA, HOX_RC_FINISHED}},
-        {"standard", {HOX_RC_MORE_DATA, HOX_RC_FINISHED}},
-        {"GOLD", {HOX_RC_NO_MATCH}},
-    };
-    for (const auto &c : cases) {
-        const qryMCData asked{HOX_QRY_MC_VERSION, c.name, 1};
-        ASSERT_EQ(api_.hoxBeginQuery(handle, HOX_QUERY_MGMT_CLASS, &asked), HOX_RC_OK);
-        qryRespMCData answer{};
-        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-        for (const int code : c.codes)
-            EXPECT_EQ(api_.hoxGetNextQObj(handle, &data), code);
-        if (c.codes.size() > 1) {
-            EXPECT_STREQ(answer.stgPool, "BACKUPPOOL");
-        }
-        EXPECT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
-    }
-    const hoxObjName name = nameOf("p");
-    ObjAttr attr = attributes();
-    attr.mcNameP = "GOLD";
-    ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
-    EXPECT_EQ(api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, nullptr),
-              HOX_RC_MC_UNKNOWN);
-    EXPECT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_MC_UNKNOWN);
-}
-
 TEST_F(ClientTest, ATransactionThatMetAFailureStoresNothingWhateverTheVote)
 {
     const hoxHandle_t handle = logOn();

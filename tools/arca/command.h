@@ -32,6 +32,7 @@ struct Command {
 };
 
 // Each adds its verb to the program.
+void addClass(CLI::App &app, Command &command);
 void addInit(CLI::App &app, Command &command);
 void addLog(CLI::App &app, Command &command);
 
