@@ -50,14 +50,9 @@ Answer<std::unique_ptr<store::Repository>> openRepository(const config::Options 
     return Refusal(std::move(failure));
 }
 
-/// The password of the node, wherever it is to come from.
-Answer<std::string> passwordFor(const Request &request, const config::Options &options,
-                                const std::string &uuid, const std::string &node)
+/// The password of the node as the application supplies it.
+Answer<std::string> suppliedPassword(const Request &request, const std::string &node)
 {
-    if (options.passwordAccess == config::PasswordAccess::generate) {
-        ARCA_TRY(std::string kept, config::NodeKeys(options.file).find(uuid, node));
-        return kept;
-    }
     if (request.password != nullptr && *request.password != '\0')
         return pointerText(request.password, HOX_MAX_PASSWORD, "the password", HOX_RC_AUTH_FAILURE);
     if (request.passwordCallback != nullptr) {
@@ -85,6 +80,27 @@ Answer<void> expectRegistered(store::Repository &repository, const config::Optio
     return {};
 }
 
+/// The keys of the node, which proves who it is by the password that the client keeps or the
+/// application supplies. `password` receives it.
+Answer<store::NodeKeys> prove(const Request &request, const config::Options &options,
+                              store::Repository &repository, const std::string &node,
+                              std::string &password)
+{
+    if (options.passwordAccess == config::PasswordAccess::prompt) {
+        ARCA_TRY(password, suppliedPassword(request, node));
+        ARCA_TRY(auto keys, repository.authenticate(node, password));
+        return keys;
+    }
+    std::optional<store::NodeKeys> keys;
+    ARCA_TRY(password,
+             config::NodeKeys(options.file)
+                 .find(repository.uuid(), node, [&](const std::string &kept) -> Result<void> {
+                     ARCA_TRY(keys, repository.authenticate(node, kept));
+                     return {};
+                 }));
+    return std::move(*keys);
+}
+
 Answer<hoxHandle_t> startSession(const Request &request)
 {
     ARCA_TRY(const SetUp setUp, Client::instance().currentSetUp());
@@ -99,11 +115,11 @@ Answer<hoxHandle_t> startSession(const Request &request)
 
     ARCA_TRY(auto repository, openRepository(options));
     ARCA_CHECK(expectRegistered(*repository, options, node));
-    ARCA_TRY(std::string password, passwordFor(request, options, repository->uuid(), node));
-    auto proved = repository->authenticate(node, password);
+    std::string password;
+    auto proved = prove(request, options, *repository, node, password);
     if (!proved) {
         wipe(password);
-        return Refusal(std::move(proved).error());
+        return std::move(proved).error();
     }
     store::NodeKeys keys = std::move(proved).value();
     if (objectsOf != node) {

@@ -3,16 +3,40 @@
 
 #include "client/api/records.h"
 #include "client/base/hash.h"
+#include "client/base/password.h"
+#include "client/config/node_keys.h"
 
 namespace arca::api
 {
 
+namespace
+{
+
+Answer<void> changeKept(Session &session)
+{
+    store::NodeRegistry nodes = session.repository->nodes();
+    ARCA_TRY(std::string fresh, generatePassword());
+    auto changed = config::NodeKeys(session.options.file)
+                       .replace(
+                           session.repository->uuid(), session.node, fresh,
+                           [&](const std::string &kept) -> Result<void> {
+                               ARCA_CHECK(nodes.authenticate(session.node, kept));
+                               return {};
+                           },
+                           [&](const std::string &kept) {
+                               return nodes.changePassword(session.node, kept, fresh);
+                           });
+    wipe(fresh);
+    ARCA_CHECK(std::move(changed));
+    return {};
+}
+
+} // namespace
+
 Answer<void> changePassword(Session &session, const char *oldPassword, const char *newPassword)
 {
     if (session.options.passwordAccess == config::PasswordAccess::generate)
-        return refused(HOX_RC_NOT_SUPPORTED,
-                       "the storage client keeps the password of this node itself; it is not "
-                       "changed by an application");
+        return changeKept(session);
     ARCA_TRY(std::string fresh, pointerText(newPassword, HOX_MAX_PASSWORD, "the new password"));
     if (fresh.empty())
         return refused(HOX_RC_BAD_ARGUMENT, "the new password is empty");

@@ -8,8 +8,8 @@ namespace arca::api
 {
 
 /// Replaces the password of the session's node, durably. HOX_RC_AUTH_FAILURE when the old one is
-/// wrong; HOX_RC_NOT_SUPPORTED when the client keeps the password itself, for then nobody else
-/// knows it.
+/// wrong. When the client keeps the password itself, it makes the new one itself, too, and reads
+/// neither argument; whatever is interrupted, the node can log on afterwards.
 Answer<void> changePassword(Session &session, const char *oldPassword, const char *newPassword);
 
 } // namespace arca::api

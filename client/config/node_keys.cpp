@@ -55,28 +55,85 @@ Result<std::string> NodeKeys::read() const
     return text;
 }
 
-Result<std::string> NodeKeys::find(const std::string &uuid, const std::string &node) const
+Result<std::string>
+NodeKeys::find(const std::string &uuid, const std::string &node,
+               const std::function<Result<void>(const std::string &)> &prove) const
 {
-    auto text = read();
-    if (!text) {
-        Error failure = std::move(text).error();
-        failure.kind = ErrorKind::noPassword;
-        return inContext(std::move(failure), "the kept password of node " + printable(node));
+    std::string before;
+    for (;;) {
+        auto text = read();
+        if (!text) {
+            Error failure = std::move(text).error();
+            failure.kind = ErrorKind::noPassword;
+            return inContext(std::move(failure), "the kept password of node " + printable(node));
+        }
+        auto answer = findIn(*text, uuid, node, prove);
+        // Another process may have changed the password between the two looks, at the file and at
+        // what proves it.
+        const bool settled = answer || *text == before;
+        wipe(before);
+        before = std::move(*text);
+        if (settled) {
+            wipe(before);
+            return answer;
+        }
     }
-    std::string password;
-    eachLine(*text, [&](std::string_view line) {
-        if (password.empty())
-            password = passwordIn(line, uuid, node);
+}
+
+Result<std::string>
+NodeKeys::findIn(std::string_view text, const std::string &uuid, const std::string &node,
+                 const std::function<Result<void>(const std::string &)> &prove) const
+{
+    Result<std::string> answer = Error{
+        ErrorKind::noPassword, "no password of node " + printable(node) + " is kept in " + path_};
+    eachLine(text, [&](std::string_view line) {
+        std::string password(passwordIn(line, uuid, node));
+        if (password.empty() || answer)
+            return;
+        if (auto proved = prove(password); proved) {
+            answer = std::move(password);
+        } else {
+            wipe(password);
+            answer = std::move(proved).error();
+        }
     });
-    wipe(*text);
-    if (password.empty())
-        return Error{ErrorKind::noPassword,
-                     "no password of node " + printable(node) + " is kept in " + path_};
-    return password;
+    return answer;
+}
+
+Result<std::unique_ptr<blob::File>> NodeKeys::lock() const
+{
+    ARCA_TRY(auto file, blob::systemFiles().openForLocking(path_ + ".lock", true));
+    ARCA_CHECK(file->lock(true));
+    return file;
 }
 
 Result<void> NodeKeys::keep(const std::string &uuid, const std::string &node,
                             const std::string &password) const
+{
+    ARCA_TRY(const auto turn, lock());
+    return write(uuid, node, {password});
+}
+
+Result<void> NodeKeys::replace(const std::string &uuid, const std::string &node,
+                               const std::string &fresh,
+                               const std::function<Result<void>(const std::string &)> &prove,
+                               const std::function<Result<void>(const std::string &)> &change) const
+{
+    ARCA_TRY(const auto turn, lock());
+    ARCA_TRY(std::string holding, find(uuid, node, prove));
+    auto done = write(uuid, node, {holding, fresh});
+    if (done)
+        done = change(holding);
+    wipe(holding);
+    ARCA_CHECK(std::move(done));
+    // It is changed. When the old one cannot be dropped now, the next change drops it.
+    (void)write(uuid, node, {fresh});
+    return {};
+}
+
+/// The file with these passwords of the node in place of those it had.
+Result<void> NodeKeys::write(const std::string &uuid, const std::string &node,
+                             const std::vector<std::string> &passwords) const
 {
     blob::FileLayer &files = blob::systemFiles();
     auto old = read();
@@ -92,7 +149,8 @@ Result<void> NodeKeys::keep(const std::string &uuid, const std::string &node,
     }
     if (!text.ends_with('\n'))
         text += '\n';
-    text += uuid + " " + password + " " + node + "\n";
+    for (const std::string &password : passwords)
+        text += uuid + " " + password + " " + node + "\n";
 
     const std::string fresh = path_ + ".new";
     (void)files.unlink(fresh); // of an attempt that was interrupted

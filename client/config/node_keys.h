@@ -3,14 +3,21 @@
 //
 //   <repository: 32 digits> <password: 64 digits> <node name to the end of the line>
 //
-// and lines that begin with '#' say what the file is. Whoever can read it can act as these nodes.
+// and lines that begin with '#' say what the file is. A node has two lines while its password is
+// being changed, or when that was interrupted: one of them is right. Whoever can read the file can
+// act as these nodes. Changes of the file take turns, by a lock on a file named like it with
+// ".lock" behind.
 #ifndef KEEL_CLIENT_CONFIG_NODE_KEYS_H
 #define KEEL_CLIENT_CONFIG_NODE_KEYS_H
 
 #include "client/base/result.h"
+#include "client/blob/file_layer.h"
 
+#include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace arca::config
 {
@@ -22,15 +29,33 @@ public:
 
     const std::string &path() const { return path_; }
 
-    /// `noPassword` when the file, or the node in it, is not there or cannot be read.
-    Result<std::string> find(const std::string &repositoryUuid, const std::string &node) const;
+    /// Tries what is kept of the node until `prove` takes one, and gives that one. `noPassword`
+    /// when the file, or the node in it, is not there or cannot be read; else the last failure of
+    /// `prove`. The caller wipes it.
+    Result<std::string> find(const std::string &repositoryUuid, const std::string &node,
+                             const std::function<Result<void>(const std::string &)> &prove) const;
 
     /// Adds or replaces, durably: the file is written anew beside the old one and takes its place.
     Result<void> keep(const std::string &repositoryUuid, const std::string &node,
                       const std::string &password) const;
 
+    /// Changes what find() gave to `fresh`. `change` is told the password that holds and makes
+    /// `fresh` hold instead; before it is called both are kept, durably, and only after it
+    /// succeeded the old one goes, so that whatever is interrupted leaves a password that find()
+    /// proves.
+    Result<void> replace(const std::string &repositoryUuid, const std::string &node,
+                         const std::string &fresh,
+                         const std::function<Result<void>(const std::string &)> &prove,
+                         const std::function<Result<void>(const std::string &)> &change) const;
+
 private:
     Result<std::string> read() const;
+    Result<std::string> findIn(std::string_view text, const std::string &repositoryUuid,
+                               const std::string &node,
+                               const std::function<Result<void>(const std::string &)> &prove) const;
+    Result<std::unique_ptr<blob::File>> lock() const;
+    Result<void> write(const std::string &repositoryUuid, const std::string &node,
+                       const std::vector<std::string> &passwords) const;
 
     std::string path_;
 };

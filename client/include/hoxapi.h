@@ -304,7 +304,13 @@ typedef struct ApiSessInfo {
 int16_t hoxQuerySessInfo(hoxHandle_t handle, ApiSessInfo *info);
 int16_t hoxQuerySessOptions(hoxHandle_t handle, optStruct *options);
 
-/* Changes the password of the session's node. HOX_RC_AUTH_FAILURE when oldPassword is wrong. */
+/*
+ * Changes the password of the session's node, durably. HOX_RC_AUTH_FAILURE when oldPassword is
+ * wrong. With HOX_PASSWORDACCESS_GENERATE the client makes the new password and keeps it; neither
+ * argument is read, and a newPassword of hoxInitEx asks for the same. Wherever such a change is
+ * interrupted, the node can log on afterwards. HOX_RC_ACCESS_DENIED, HOX_RC_REPOSITORY_IO and the
+ * like when the kept password cannot be written; then nothing is changed.
+ */
 int16_t hoxChangePW(hoxHandle_t handle, const char *oldPassword, const char *newPassword);
 
 /* Ends the session: aborts an open transaction, ends a query or a read. The handle is dead

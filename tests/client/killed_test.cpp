@@ -112,6 +112,26 @@ TEST_F(KilledTest, ChannelsKilledAtRandomLeaveWholePiecesAndNothingElse)
     }
 }
 
+TEST_F(KilledTest, WhereverAPasswordChangeIsKilledTheNodeLogsOn)
+{
+    // The child changes the kept password over and over and tells a letter after each change.
+    std::mt19937 random(20261121);
+    for (int round = 0; round < 15; ++round) {
+        const Child child([&](int tell) {
+            const hoxHandle_t handle = logOn();
+            while (api_.hoxChangePW(handle, nullptr, nullptr) == HOX_RC_OK)
+                (void)!write(tell, "c", 1);
+        });
+        const int letters = std::uniform_int_distribution<int>(1, 6)(random);
+        char letter = 0;
+        for (int i = 0; i < letters; ++i)
+            ASSERT_EQ(read(child.told, &letter, 1), 1) << "a change failed";
+        kill(child.pid, SIGKILL);
+        (void)child.wait();
+        ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK);
+    }
+}
+
 TEST_F(KilledTest, SeveralProcessesWriteOneRepositoryAndOneOfThemWinsEachName)
 {
     constexpr int kProcesses = 4, kPieces = 10;

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <sys/file.h>
 #include <thread>
 #include <unistd.h>
@@ -107,6 +108,49 @@ TEST_F(PasswordTest, WrongOnesTakeTurnsAndNeverLockTheOwnerOut)
         close(turn);
     }
     EXPECT_EQ(held, 1U);
+}
+
+TEST_F(ClientTest, AKeptPasswordIsChangedWhateverAnEarlierChangeLeft)
+{
+    const std::filesystem::path file = installation_.clientOptions().string() + ".keys";
+    const std::string stale = std::string(64, 'a');
+    const auto lineWith = [](const std::string &line, const std::string &password) {
+        return line.substr(0, 33) + password + line.substr(33 + 64);
+    };
+    const std::string other = std::string(32, '0') + " " + stale + " another node\n";
+    const struct {
+        const char *what;
+        std::function<std::string(const std::string &)> left; ///< of the node's line
+        int code;
+    } cases[] = {
+        {"nothing", [](const auto &line) { return line; }, HOX_RC_OK},
+        {"the next one, which was never set",
+         [&](const auto &line) { return line + lineWith(line, stale); }, HOX_RC_OK},
+        {"the old one, which was not dropped",
+         [&](const auto &line) { return lineWith(line, stale) + line; }, HOX_RC_OK},
+        {"only a wrong one", [&](const auto &line) { return lineWith(line, stale); },
+         HOX_RC_AUTH_FAILURE},
+        {"nothing of this node", [](const auto &) { return std::string(); }, HOX_RC_NO_PASS_FILE},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        const std::string text = readFile(file);
+        const std::string line = text.substr(text.find_last_of('\n', text.size() - 2) + 1);
+        writeFile(file, "# old\n" + other + c.left(line));
+        hoxHandle_t handle = 0;
+        EXPECT_EQ(logOn(handle, nullptr, nullptr, nullptr), c.code);
+        if (c.code != HOX_RC_OK) {
+            writeFile(file, text);
+            continue;
+        }
+        EXPECT_EQ(api_.hoxChangePW(handle, nullptr, nullptr), HOX_RC_OK);
+        const std::string changed = readFile(file);
+        EXPECT_NE(changed.find(other), std::string::npos) << "another node's line is lost";
+        EXPECT_EQ(changed.find(line.substr(33, 64)), std::string::npos) << "the old one stays";
+        EXPECT_EQ(changed.find(line.substr(0, 33) + stale), std::string::npos);
+        EXPECT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
+        ASSERT_EQ(logOn(handle, nullptr, nullptr, nullptr), HOX_RC_OK);
+    }
 }
 
 } // namespace

@@ -39,15 +39,21 @@ Result<bool> registerGenerated(store::Repository &repository, const config::Opti
                                const std::string &node)
 {
     const config::NodeKeys keys(options.file);
-    auto kept = keys.find(repository.uuid(), node);
     ARCA_TRY(const bool registered, repository.nodes().isRegistered(node));
-    if (registered && !kept)
+    auto kept =
+        keys.find(repository.uuid(), node, [&](const std::string &password) -> Result<void> {
+            if (registered)
+                ARCA_CHECK(repository.nodes().authenticate(node, password));
+            return {};
+        });
+    if (registered && !kept && kept.error().kind == ErrorKind::noPassword)
         return Error{ErrorKind::noPassword,
                      "node " + printable(node) + " is registered in " + repository.shownName() +
                          ", but its password is not kept here; bring back " + keys.path() +
                          " from where the node was registered"};
     if (registered) {
-        ARCA_CHECK(repository.nodes().authenticate(node, *kept));
+        ARCA_TRY(std::string password, std::move(kept));
+        wipe(password);
         return false;
     }
     if (!kept) {
