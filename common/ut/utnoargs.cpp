@@ -5,6 +5,7 @@ namespace
 {
 // The part of a conversion that stands between the percent sign and its letter.
 constexpr std::string_view conversionParts = "-+ #0'I123456789.*$hlLqjzt";
+constexpr std::string_view conversionLetters = "diouxXeEfFgGaAcCsSpnm%";
 
 // Hands the pieces of plain text to put, in order.
 template <class Put> void eachPlainPiece(std::string_view text, Put put)
@@ -14,14 +15,18 @@ template <class Put> void eachPlainPiece(std::string_view text, Put put)
         put(text.substr(0, percent));
         if (percent == std::string_view::npos)
             return;
-        text.remove_prefix(percent + 1);
-        if (!text.empty() && text.front() == '%') {
+        text.remove_prefix(percent);
+        const std::size_t end = text.find_first_not_of(conversionParts, 1);
+        if (text.substr(1, 1) == "%") {
+            put(text.substr(1, 1));
+            text.remove_prefix(2);
+        } else if (end != std::string_view::npos &&
+                   conversionLetters.find(text[end]) != std::string_view::npos) {
+            text.remove_prefix(end + 1);
+        } else { // the percent sign of "(25.50%)": no conversion begins with it
             put(text.substr(0, 1));
             text.remove_prefix(1);
-            continue;
         }
-        const std::size_t letter = text.find_first_not_of(conversionParts);
-        text.remove_prefix(letter == std::string_view::npos ? text.size() : letter + 1);
     }
 }
 } // namespace

@@ -2,7 +2,8 @@
 //
 // Some trace and log lines pass a finished text where a format belongs. What comes out must be what
 // a formatter would make of it when it has no arguments: "%%" is one percent sign, any other
-// conversion prints nothing. Nothing is ever read from an argument list or written through one.
+// conversion prints nothing, and a percent sign that begins none is text. Nothing is ever read from
+// an argument list or written through one.
 #ifndef KEEL_COMMON_UT_UTNOARGS_H
 #define KEEL_COMMON_UT_UTNOARGS_H
 

@@ -15,10 +15,18 @@ namespace
 TEST(FormatWithoutArguments, PrintsWhatAFormatterWouldAndReadsNothing)
 {
     const char *const cases[][2] = {
-        {"plain\n", "plain\n"}, {"100%% sure", "100% sure"}, {"%s%n%d", ""},
-        {"a%-08.3lldb", "ab"},  {"%1$*2$sx", "x"},           {"end%", "end"},
-        {"%5%x", "x"},          {"50% of", "50f"},           {"%%%s%%", "%%"},
+        {"plain\n", "plain\n"},
+        {"100%% sure", "100% sure"},
+        {"%s%n%d", ""},
+        {"a%-08.3lldb", "ab"},
+        {"%1$*2$sx", "x"},
+        {"end%", "end%"},
+        {"%5%x", "x"},
+        {"50% of", "50f"},
+        {"%%%s%%", "%%"},
         {"%hhnname", "name"},
+        {"(25.50%) %", "(25.50%) %"},
+        {"%-)s", "%-)s"},
     };
     for (const auto &one : cases) {
         EXPECT_EQ(utFormatNoArgs(one[0]), one[1]) << one[0];
