@@ -116,6 +116,8 @@ void veloGetApiMsg(std::uint32_t hoxHandle, char /*unused*/, std::int16_t rc, ch
     } else {
         stCopy(text, ORC_ERRTEXT_SIZE, OrcMessage(3).text());
     }
+    KEEL_TRACE(TR_EXTRC_DETAIL, " %s: hoxHandle = %d, rc = %d, '%s'\n", "veloGetApiMsg()",
+               static_cast<int>(hoxHandle), rc, text);
 }
 
 void veloLogApiText(std::uint32_t hoxHandle, std::int16_t rc)

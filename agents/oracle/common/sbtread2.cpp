@@ -3,6 +3,7 @@
 #include "agents/oracle/common/backup.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/errorlog.h"
+#include "agents/oracle/common/velotrace.h"
 #include "common/cu/cu64.h"
 
 namespace
@@ -24,8 +25,9 @@ void countBlock(orcObj_t *ctx, const DataBlk &block, const char *name)
     ORC_TRACE_BOTH(2, RMANTR_DETAIL, " %s: Bytes received from ARCA = %s.\n", name, bytes);
 }
 
-void dump(const orcObj_t *ctx, const char *buffer)
+void dump(const orcObj_t *ctx, const char *buffer, const DataBlk &block)
 {
+    veloTraceBuffer(buffer, block.numBytes < ctx->blockSize ? block.numBytes : ctx->blockSize);
     if (rmanTraceOn(RMANTR_DETAIL)) {
         RMAN_TRACE(RMANTR_DETAIL, "\n Buffer:");
         rmanTrcClass->trPrintStr(reinterpret_cast<const unsigned char *>(buffer),
@@ -84,6 +86,6 @@ int sbtread2(void *context, unsigned long /*flags*/, void *buffer)
     // The copy takes the full block even of a short last one, so that its blocks line up.
     veloWriteTestData(ctx, data, ctx->blockSize);
     countBlock(ctx, block, scope.name());
-    dump(ctx, data);
+    dump(ctx, data, block);
     return 0;
 }

@@ -5,6 +5,7 @@
 #include "agents/oracle/common/backup.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/errorlog.h"
+#include "agents/oracle/common/velotrace.h"
 #include "common/cu/cu64.h"
 
 namespace
@@ -102,6 +103,7 @@ int sbtwrite2(void *context, unsigned long /*flags*/, void *buffer)
         return -1;
     }
     auto *data = static_cast<char *>(buffer);
+    veloTraceBuffer(data, ctx->blockSize);
     if (rmanTraceOn(RMANTR_DETAIL)) {
         RMAN_TRACE(RMANTR_DETAIL, " \n Buffer: ");
         rmanTrcClass->trPrintStr(static_cast<unsigned char *>(buffer),

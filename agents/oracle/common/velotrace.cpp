@@ -1,6 +1,7 @@
 // The agent trace as the option file asks for it.
 #include "agents/oracle/common/velotrace.h"
 
+#include <cstdio>
 #include <cstdlib>
 
 #include "agents/oracle/common/callscope.h"
@@ -65,6 +66,28 @@ void veloTraceHeaderInfo(const orcObj_t *ctx)
         o[OPT_VELO_TRACE_FLAGS], o[OPT_VELO_TEST_FLAGS], o[OPT_VELO_MGMT_CLASS_2],
         o[OPT_VELO_MGMT_CLASS_3], o[OPT_VELO_MGMT_CLASS_4], o[OPT_VELO_NUM_BUFFERS],
         o[OPT_VELO_DATE_FMT], o[OPT_VELO_TIME_FMT], o[OPT_VELO_NUM_FMT], o[OPT_VELO_LANGUAGE]);
+}
+
+void veloTraceBuffer(const void *data, std::size_t size)
+{
+    constexpr std::size_t lineBytes = 32;
+    constexpr std::size_t statementLines = 32; // fewer characters than one statement takes
+    const auto *byte = static_cast<const unsigned char *>(data);
+    const char *head = "\n Buffer:\n";
+    for (std::size_t at = 0; trTest(TR_ORCBUFF) && at < size;) {
+        char text[statementLines * (lineBytes * 2 + lineBytes / 4 + 24)];
+        std::size_t used = 0;
+        for (std::size_t line = 0; line < statementLines && at < size; ++line) {
+            used += static_cast<std::size_t>(std::snprintf(text + used, 24, " %08zx", at));
+            for (std::size_t i = 0; i < lineBytes && at < size; ++i, ++at) {
+                used += static_cast<std::size_t>(
+                    std::snprintf(text + used, 4, i % 4 == 0 ? " %02X" : "%02X", byte[at]));
+            }
+            text[used++] = '\n';
+        }
+        KEEL_TRACE(TR_ORCBUFF, "%s%.*s", head, static_cast<int>(used), text);
+        head = "";
+    }
 }
 
 bool veloTestNumber(const char *flag, long *number)

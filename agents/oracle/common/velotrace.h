@@ -15,6 +15,9 @@ void veloInitTrace(orcObj_t *ctx);
 /// Writes the "Tracing started for" block and the settings dump.
 void veloTraceHeaderInfo(const orcObj_t *ctx);
 
+/// Shows a buffer byte by byte in the agent trace, when the class for that is on.
+void veloTraceBuffer(const void *data, std::size_t size);
+
 /// A test flag whose value is a number: false when the flag is off; *number is 0 without a value.
 bool veloTestNumber(const char *flag, long *number);
 
