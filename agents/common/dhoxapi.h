@@ -1,16 +1,10 @@
-// DHoxApi: the binding of the storage client. Every call into the client goes through a method
-// named after the operation, which traces it, times it and returns the client's code unchanged.
-//
-// The table of operations is class-wide, so it is shared by every instance of the process. It is
-// filled and cleared under the initialisation lock and does not change while a channel is active;
-// reading it needs no lock. A method called while nothing is loaded returns kNotLoaded and touches
-// nothing.
+// DHoxApi: the binding of the storage client. Its operations are those of DHoxCalls; around them it
+// offers the client's environment, logons, object groups and the texts of the client's codes for
+// programs that look after objects without a channel.
 #ifndef KEEL_AGENTS_COMMON_DHOXAPI_H
 #define KEEL_AGENTS_COMMON_DHOXAPI_H
 
-#include "agents/common/dbaseapi.h"
-#include "agents/common/dhoxoperations.h"
-#include "client/include/hoxapi.h"
+#include "agents/common/dhoxcalls.h"
 
 /// The status object of the storage client; nothing but the accumulated times.
 class DHoxApiStatus : public DBaseApiStatus
@@ -34,112 +28,106 @@ struct dhoxBackupObject_t {
     hoxDate expDate;
 };
 
-class DHoxApi : public DBaseApi
+/// Who logs on. Null or empty: the client's own choice.
+struct DHoxLogonNames {
+    const char *node = nullptr;
+    const char *asNode = nullptr; // whose objects are meant
+    const char *owner = nullptr;
+};
+
+class DHoxApi : public DBaseApi, public DHoxCalls
 {
 public:
-    static constexpr std::int16_t kNotLoaded = 104;
     static constexpr std::int16_t kConversionFailed = 102;
     static constexpr std::uint32_t kCompiledLevel = 71300;
     static constexpr int kLevelTooLow = 107;
+    static constexpr int kMostSessionStarts = 5;
 
-    DHoxApi();
-    explicit DHoxApi(const char *apiName);
+    /// Asked for the password when a logon gives none; 0 when it is in password (size bytes).
+    using PasswordCallback = int (*)(char *password, std::uint32_t size);
 
-    int Init(DBaseApiStatus *status, int *rc) override;
-    int Term(DBaseApiStatus *status) override;
+    explicit DHoxApi(const char *apiName = "ARCA");
+    /// The names and the call-back serve the logons that give none of their own; names are cut to
+    /// the length the client takes.
+    DHoxApi(const char *apiName, const char *nodeName, const char *ownerName,
+            PasswordCallback callback);
 
     static void ClearPointers();
     static bool IsLoaded();
 
-    // ---- set-up and sessions
+    /// Starts a session by start(attempt, code of the last attempt), again while the client is
+    /// busy, kMostSessionStarts times at most.
+    template <class Start> static std::int16_t StartSession(Start start)
+    {
+        std::int16_t rc = HOX_RC_OK;
+        int attempt = 0;
+        do {
+            rc = start(attempt, rc);
+        } while (rc == HOX_RC_RETRY_SESSION && ++attempt < kMostSessionStarts);
+        return rc;
+    }
+
+    // ---- operations that do more than call
+    /// Is the client set up, by whomever in this process? A forked child is another process: what
+    /// its parent set up is not its own to clean up. Asked under the initialisation lock.
+    static bool IsSetUp();
     std::int16_t dhoxSetUp(DBaseApiStatus *, int multithread, const envSetUp *);
     std::int16_t dhoxCleanUp(DBaseApiStatus *, int multithread);
-    void dhoxQueryApiVersion(DBaseApiStatus *, hoxApiVersion *);
-    void dhoxQueryApiVersionEx(DBaseApiStatus *, hoxApiVersionEx *);
-    std::int16_t dhoxQueryCliOptions(DBaseApiStatus *, optStruct *);
-    std::int16_t dhoxInitEx(DBaseApiStatus *, hoxHandle_t *, const hoxInitExIn_t *,
-                            hoxInitExOut_t *);
-    std::int16_t dhoxInit(DBaseApiStatus *, hoxHandle_t *, const hoxApiVersion *,
-                          const char *nodeName, const char *ownerName, const char *password,
-                          const char *applicationType, const char *configFile, const char *options);
-    std::int16_t dhoxQuerySessInfo(DBaseApiStatus *, hoxHandle_t, ApiSessInfo *);
-    std::int16_t dhoxQuerySessOptions(DBaseApiStatus *, hoxHandle_t, optStruct *);
-    std::int16_t dhoxChangePW(DBaseApiStatus *, hoxHandle_t, const char *oldPassword,
-                              const char *newPassword);
-    std::int16_t dhoxTerminate(DBaseApiStatus *, hoxHandle_t);
-
-    // ---- filespaces
-    std::int16_t dhoxRegisterFS(DBaseApiStatus *, hoxHandle_t, const regFSData *);
-    std::int16_t dhoxUpdateFS(DBaseApiStatus *, hoxHandle_t, const char *fsName, const hoxFSUpd *,
-                              std::uint32_t mask);
-    std::int16_t dhoxDeleteFS(DBaseApiStatus *, hoxHandle_t, const char *fsName,
-                              std::uint8_t repositoryType);
-
-    // ---- transactions and sending
-    std::int16_t dhoxBeginTxn(DBaseApiStatus *, hoxHandle_t);
-    std::int16_t dhoxEndTxn(DBaseApiStatus *, hoxHandle_t, std::uint8_t vote,
-                            std::uint16_t *reason);
-    std::int16_t dhoxEndTxnEx(DBaseApiStatus *, hoxHandle_t, const hoxEndTxnExIn_t *,
-                              hoxEndTxnExOut_t *);
-    std::int16_t dhoxBindMC(DBaseApiStatus *, hoxHandle_t, const hoxObjName *,
-                            std::uint8_t sendType, mcBindKey *);
-    std::int16_t dhoxSendObj(DBaseApiStatus *, hoxHandle_t, std::uint8_t sendType, void *sendBuffer,
-                             const hoxObjName *, const ObjAttr *, DataBlk *);
-    std::int16_t dhoxSendData(DBaseApiStatus *, hoxHandle_t, DataBlk *);
-    std::int16_t dhoxEndSendObj(DBaseApiStatus *, hoxHandle_t);
-    std::int16_t dhoxEndSendObjEx(DBaseApiStatus *, hoxHandle_t, const hoxEndSendObjExIn_t *,
-                                  hoxEndSendObjExOut_t *);
-
-    // ---- queries
-    std::int16_t dhoxBeginQuery(DBaseApiStatus *, hoxHandle_t, std::uint8_t queryType,
-                                const void *queryData);
-    /// With own not null, a successful answer (2200, 121 or 0) to a backup query is also converted
-    /// into it; an answer that cannot be converted makes the result kConversionFailed.
+    /// With own not null an object that came (2200, or 0 with data) is also converted into it; one
+    /// that cannot be converted makes the result kConversionFailed.
     std::int16_t dhoxGetNextQObj(DBaseApiStatus *, hoxHandle_t, DataBlk *, dhoxBackupObject_t *own);
-    std::int16_t dhoxEndQuery(DBaseApiStatus *, hoxHandle_t);
 
-    // ---- reading
-    std::int16_t dhoxBeginGetData(DBaseApiStatus *, hoxHandle_t, std::uint8_t mountWait,
-                                  std::uint8_t getType, const hoxGetList *);
-    std::int16_t dhoxGetObj(DBaseApiStatus *, hoxHandle_t, const hox64_t *objId, DataBlk *);
-    std::int16_t dhoxGetData(DBaseApiStatus *, hoxHandle_t, DataBlk *);
-    std::int16_t dhoxEndGetObj(DBaseApiStatus *, hoxHandle_t);
-    std::int16_t dhoxEndGetData(DBaseApiStatus *, hoxHandle_t);
-    std::int16_t dhoxEndGetDataEx(DBaseApiStatus *, hoxHandle_t, const hoxEndGetDataExIn_t *,
-                                  hoxEndGetDataExOut_t *);
+    // ---- the client's environment (dhoxenv.cpp)
+    /// Sets the client up for its installed directories, once a process; *rc (may be null) is the
+    /// result as well.
+    int Init(DBaseApiStatus *, int *rc) override;
+    /// Undoes Init; nothing when the client is not set up.
+    int Term(DBaseApiStatus *) override;
 
-    // ---- deleting and changing
-    std::int16_t dhoxDeleteObj(DBaseApiStatus *, hoxHandle_t, std::uint8_t delType,
-                               const hoxDelInfo *);
-    std::int16_t dhoxRenameObj(DBaseApiStatus *, hoxHandle_t, std::uint8_t sendType,
-                               const hoxObjName *, const char *newHlName, const char *newLlName);
-    std::int16_t dhoxUpdateObj(DBaseApiStatus *, hoxHandle_t, std::uint8_t sendType,
-                               const hoxObjName *, const ObjAttr *, std::uint32_t mask);
-    std::int16_t dhoxGroupHandler(DBaseApiStatus *, hoxHandle_t, const hoxGroupIn_t *,
-                                  hoxGroupOut_t *);
+    // ---- logons (dhoxlogon.cpp). 0 with *handle set, or the client's code with *handle 0.
+    /// As the constructor said; the call-back, if there is one, is asked for the password.
+    int Logon(DBaseApiStatus *, hoxHandle_t *handle);
+    int Logon(DBaseApiStatus *, hoxHandle_t *handle, const char *password);
+    /// And makes newPassword the node's password; when that fails there is no session.
+    int Logon(DBaseApiStatus *, hoxHandle_t *handle, const char *password, const char *newPassword);
+    int Logon(DBaseApiStatus *, hoxHandle_t *handle, const DHoxLogonNames &names,
+              const char *password);
+    /// Ends the session and zeroes *handle; 0 for one that is zero already.
+    int Logoff(DBaseApiStatus *, hoxHandle_t *handle);
+    /// Options ("-option=value ...") for the logons that follow, in place of earlier ones; null is
+    /// none. False, and nothing changes, beyond HOX_MAX_OPTIONS characters.
+    bool SetOptionsOverride(const char *options);
 
-    // ---- access
-    std::int16_t dhoxSetAccess(DBaseApiStatus *, hoxHandle_t, std::uint8_t accessType,
-                               const hoxObjName *, const char *nodeName, const char *ownerName);
-    std::int16_t dhoxQueryAccess(DBaseApiStatus *, hoxHandle_t, qryRespAccessData *,
-                                 std::uint16_t *count);
-    std::int16_t dhoxDeleteAccess(DBaseApiStatus *, hoxHandle_t, std::uint32_t ruleNumber);
+    // ---- groups of objects (dhoxgroup.cpp), inside a transaction; the client's codes
+    /// Begins a group: *leader receives the identifier of the object name, which leads it.
+    int groupOpen(DBaseApiStatus *, hoxHandle_t, const char *tag, const hoxObjName *name,
+                  hox64_t *leader);
+    int groupAdd(DBaseApiStatus *status, hoxHandle_t handle, const hox64_t &leader,
+                 const hox64_t *members, std::uint32_t count)
+    {
+        return group(status, handle, {HOX_GROUP_ADD, leader, members, count});
+    }
+    int groupClose(DBaseApiStatus *status, hoxHandle_t handle, const hox64_t &leader)
+    {
+        return group(status, handle, {HOX_GROUP_CLOSE, leader});
+    }
+    int groupRemove(DBaseApiStatus *status, hoxHandle_t handle, const hox64_t &leader,
+                    const hox64_t *members, std::uint32_t count)
+    {
+        return group(status, handle, {HOX_GROUP_REMOVE, leader, members, count});
+    }
+    /// Gives objects that are in no group yet, or in another one, to the group.
+    int groupAssign(DBaseApiStatus *status, hoxHandle_t handle, const hox64_t &leader,
+                    const hox64_t *members, std::uint32_t count)
+    {
+        return group(status, handle, {HOX_GROUP_ASSIGN, leader, members, count});
+    }
+    int groupDelete(DBaseApiStatus *status, hoxHandle_t handle, const hox64_t &leader)
+    {
+        return group(status, handle, {HOX_GROUP_DELETE, leader});
+    }
 
-    // ---- messages, events, cipher
-    std::int16_t dhoxRCMsg(DBaseApiStatus *, hoxHandle_t, std::int16_t rc, char *message);
-    std::int16_t dhoxRCMsgEx(DBaseApiStatus *, hoxHandle_t, const hoxRCMsgExIn_t *,
-                             hoxRCMsgExOut_t *);
-    std::int16_t dhoxLogEventEx(DBaseApiStatus *, hoxHandle_t, const hoxLogEventExIn_t *,
-                                hoxLogEventExOut_t *);
-    /// Its operation is never looked up: always kNotLoaded.
-    std::int16_t dhoxLogMessage(DBaseApiStatus *, hoxHandle_t, const char *message);
-    void dhoxCreateDesKeyEx(DBaseApiStatus *, std::uint32_t *key, const char *nodeName);
-    void dhoxEncryptEx(DBaseApiStatus *, const std::uint32_t *key, const unsigned char *input,
-                       unsigned char *output);
-    void dhoxDecryptEx(DBaseApiStatus *, const std::uint32_t *key, const unsigned char *input,
-                       unsigned char *output);
-
-    // ---- texts of the client's codes; for object maintenance
+    // ---- texts of the client's codes, its level (dhoxmessages.cpp)
     /// Copies at most size - 1 characters of the text of rc and terminates; *length (may be null)
     /// is the length of the whole text. On failure buffer is empty, *length 0, and the client's
     /// code comes back.
@@ -153,19 +141,24 @@ public:
     /// 0, or kLevelTooLow when the client is older than what this library was compiled for.
     int checkCompatibility(DBaseApiStatus *, hoxApiVersionEx *version);
 
-protected:
-#define DHOX_POINTER(operation) static decltype(&::operation) m_fn##operation##P;
-    DHOX_OPERATIONS(DHOX_POINTER)
-#undef DHOX_POINTER
-    static std::int16_t (*m_fnhoxLogMessageP)(hoxHandle_t, const char *);
-
 private:
-    template <class Result, class... Formal, class... Actual>
-    Result timed(DBaseApiStatus *status, const char *name, Result (*operation)(Formal...),
-                 Actual... arguments);
+    int logOn(DBaseApiStatus *, hoxHandle_t *handle, const DHoxLogonNames &names,
+              const char *password);
+    struct GroupRequest {
+        std::uint8_t action;
+        hox64_t leader;
+        const hox64_t *members = nullptr;
+        std::uint32_t count = 0;
+    };
+    int group(DBaseApiStatus *, hoxHandle_t, const GroupRequest &request);
     void writeLumoServerLog(DBaseApiStatus *, hoxHandle_t, const char *text);
 
-    bool setUpDone_ = false;
+    static inline int setUpProcess_ = 0; // 0: nobody; guarded by the initialisation lock
+
+    char nodeName_[HOX_MAX_NODE_NAME + 1];
+    char ownerName_[HOX_MAX_OWNER_NAME + 1];
+    PasswordCallback callback_;
+    char options_[HOX_MAX_OPTIONS + 1];
 };
 
 /// Converts an answer of the client; false when it is of another version or not terminated where it

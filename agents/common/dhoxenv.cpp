@@ -16,7 +16,7 @@ int DHoxApi::Init(DBaseApiStatus *status, int *rc)
         }
         return static_cast<int>(code);
     };
-    if (setUpDone_) {
+    if (IsSetUp()) {
         KEEL_TRACE(TR_API, "hoxSetUp already done\n");
         return finish(0);
     }
@@ -39,17 +39,14 @@ int DHoxApi::Init(DBaseApiStatus *status, int *rc)
                "HoxEnvSetUp values:\n   hoxiDir    : %s\n   hoxiLog    : %s\n   hoxiConfig : %s\n"
                "   argv[0]    : %s\n",
                env.hoxiDir, env.hoxiLog, env.hoxiConfig, env.argv[0]);
-    const std::int16_t code = dhoxSetUp(status, 1, &env);
-    setUpDone_ = code == HOX_RC_OK;
-    return finish(code);
+    return finish(dhoxSetUp(status, 1, &env));
 }
 
 int DHoxApi::Term(DBaseApiStatus *status)
 {
-    if (!setUpDone_) {
+    if (!IsSetUp()) {
         KEEL_TRACE(TR_API, "hoxSetup not done, hoxCleanUp will not be done\n");
         return 0;
     }
-    setUpDone_ = false;
     return dhoxCleanUp(status, 1);
 }

@@ -67,7 +67,9 @@ TEST_F(ScriptedAgentTest, RefusesASecondChannelAndRecovers)
 {
     openChannel();
     ASSERT_EQ("", open("piece", {.blockSize = 4}));
+    client.calls.clear();
     EXPECT_EQ("7011 65535", initialise());
+    EXPECT_EQ("CleanUp", client.story()) << "with all that the first channel had open";
     std::string data(4096, 'x');
     char *names[] = {data.data(), nullptr};
     sbtPair *items = nullptr;
@@ -144,21 +146,6 @@ TEST_F(ScriptedAgentTest, SurvivesNullPointersAndCallsBeforeItsTime)
     openChannel();
 }
 
-TEST_F(ScriptedAgentTest, EndsItsSessionsOnceAndCleansUp)
-{
-    openChannel();
-    ASSERT_EQ("", backUp("piece", "data", {.blockSize = 4}));
-    client.calls.clear();
-    endChannel();
-    EXPECT_EQ(std::vector<std::string>{"hoxCleanUp"}, client.operations());
-
-    openChannel();
-    ASSERT_EQ("", open("other", {.blockSize = 4}));
-    client.calls.clear();
-    endChannel();
-    EXPECT_EQ((std::vector<std::string>{"hoxTerminate", "hoxCleanUp"}), client.operations());
-}
-
 TEST_F(ScriptedAgentTest, ChecksTheLevelOfTheStorageClient)
 {
     const struct {
@@ -181,32 +168,40 @@ TEST_F(ScriptedAgentTest, ChecksTheLevelOfTheStorageClient)
     openChannel(); // the failures left nothing behind
 }
 
-TEST_F(ScriptedAgentTest, SetsTheStorageClientUpForTheWayItGetsThePassword)
+TEST_F(ScriptedAgentTest, SetsTheStorageClientUpAndCleansUpWhatItSetUp)
 {
-    openChannel();
-    auto calls = client.callsOf({"hoxSetUp", "hoxQueryCli", "hoxCleanUp"});
-    ASSERT_EQ(2U, calls.size());
-    EXPECT_EQ("hoxSetUp mt=1 argv=1 program=4700 config=" + installation.clientOptions().string() +
-                  " logName=veloerror.log",
-              calls[0]);
-    EXPECT_FALSE(fs::exists(client.programName)) << client.programName;
-    endChannel();
-
-    client.calls.clear();
-    client.passwordAccess = HOX_PASSWORDACCESS_PROMPT;
-    openChannel();
-    calls = client.callsOf({"hoxSetUp", "hoxQueryCli", "hoxCleanUp"});
-    ASSERT_EQ(4U, calls.size());
-    EXPECT_EQ(0U, calls[2].find("hoxCleanUp"));
-    EXPECT_EQ(0U, calls[3].find("hoxSetUp mt=1 argv=0 "));
-    endChannel();
-
-    client.on("hoxSetUp", 1, HOX_RC_BAD_OPTION_FILE);
-    EXPECT_EQ("7011 2030", initialise());
-    EXPECT_NE(std::string::npos, errorLog().find("RBS2030E Local text")) << errorLog();
-    client.on("hoxQueryCliOptions", 1, HOX_RC_NOT_SET_UP);
-    EXPECT_EQ("7011 2007", initialise());
-    fs::remove(client.programName); // kept on purpose when the set-up failed
+    const std::string setUp =
+        "hoxSetUp mt=1 argv=1 program=4700 config=" + installation.clientOptions().string() +
+        " logName=veloerror.log";
+    const struct {
+        const char *faults;
+        std::uint8_t access;
+        const char *outcome, *story, *logged;
+    } table[] = {
+        {"", HOX_PASSWORDACCESS_GENERATE, "", "SetUp QueryCliOptions CleanUp", ""},
+        {"", HOX_PASSWORDACCESS_PROMPT, "", "SetUp QueryCliOptions CleanUp SetUp CleanUp", ""},
+        {"SetUp:1=2030", 1, "7011 2030", "SetUp", "RBS2030E Local text"},
+        {"SetUp:2=2030", 0, "7011 2030", "SetUp QueryCliOptions CleanUp SetUp", "RBS2030E Local"},
+        // A first channel that fails leaves nothing behind.
+        {"QueryCliOptions:1=2007", 1, "7011 2007", "SetUp QueryCliOptions CleanUp", ""},
+    };
+    for (const auto &row : table) {
+        SCOPED_TRACE(std::string(row.faults) + " " + std::to_string(row.access));
+        fs::remove("veloerror.log");
+        client = ScriptedClient();
+        client.passwordAccess = row.access;
+        client.script(row.faults);
+        EXPECT_EQ(row.outcome, initialise());
+        if (*row.outcome == '\0')
+            agent.sbtend(memory.assign(1048576, '\0').data(), 0);
+        EXPECT_EQ(row.story, client.story());
+        EXPECT_EQ(setUp, client.calls[0]);
+        for (const std::string &again : client.callsOf({"hoxSetUp mt=1 argv=0"}))
+            EXPECT_NE(std::string::npos, again.find(" program=0 "));
+        EXPECT_NE(std::string::npos, errorLog().find(row.logged)) << errorLog();
+        // The file that stands for the program stays only where the first set-up failed.
+        EXPECT_EQ(std::string(row.faults) == "SetUp:1=2030", fs::remove(client.programName));
+    }
 }
 
 TEST_F(ScriptedAgentTest, LogsOnWithThePasswordOfItsFile)
@@ -276,33 +271,4 @@ TEST_F(ScriptedAgentTest, OpensEachSessionAsTheClientAsks)
         EXPECT_NE(std::string::npos, sessions.back().find("options=[" + table[i].options + "]"))
             << sessions.back();
     }
-}
-
-TEST_F(ScriptedAgentTest, StartsASessionUpToFiveTimes)
-{
-    openChannel();
-    const struct {
-        int failures, rc, attempts;
-        const char *outcome;
-    } table[] = {{1, HOX_RC_RETRY_SESSION, 2, ""},
-                 {4, HOX_RC_RETRY_SESSION, 5, ""},
-                 {5, HOX_RC_RETRY_SESSION, 5, "sbtrestore 7501"},
-                 {1, HOX_RC_AUTH_FAILURE, 1, "sbtrestore 7501"}};
-    client.objects["/lumoorc//piece"] = {.data = "data", .id = {1, 1}};
-    for (const auto &row : table) {
-        SCOPED_TRACE(row.failures);
-        client.calls.clear();
-        for (int i = 1; i <= row.failures; ++i)
-            client.on("hoxInitEx", i, row.rc);
-        EXPECT_EQ(row.outcome, openRestore("piece"));
-        EXPECT_EQ(row.attempts, static_cast<int>(client.callsOf({"hoxInitEx"}).size()));
-        EXPECT_EQ("", close());
-    }
-    EXPECT_NE(std::string::npos, errorLog().find("RBS0137E Local text"));
-    client.on("hoxQuerySessOptions", 1, HOX_RC_INTERNAL); // told, not fatal
-    EXPECT_EQ("", openRestore("piece"));
-    EXPECT_NE(std::string::npos, errorLog().find("RBS2008E"));
-    EXPECT_EQ("", close());
-    client.on("hoxQuerySessInfo", 1, HOX_RC_INTERNAL);
-    EXPECT_EQ("sbtrestore 7501", openRestore("piece"));
 }

@@ -77,6 +77,24 @@ TEST_F(ScriptedAgentTest, IsNotDisturbedByATraceFileItCannotWrite)
     }
 }
 
+TEST_F(ScriptedAgentTest, ShowsBuffersAndCodesInTheAgentTrace)
+{
+    installation.configureAgent(
+        {"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ORCBUFF EXTRC_DETAIL"});
+    openChannel();
+    ASSERT_EQ("", backUp("piece", std::string(1100, 'x'), {.blockSize = 1100}));
+    std::string data;
+    ASSERT_EQ("", restore("piece", data, 2000));
+    EXPECT_EQ("sbtbackup 7503", open("piece"));
+    const std::string written = contents("agent.trc");
+    EXPECT_EQ(2, occurrences(written, "\n Buffer:\n 00000000 78787878 78787878 "));
+    EXPECT_EQ(2, occurrences(written, "\n 00000440 78787878 78787878 78787878\n"));
+    EXPECT_EQ(0, occurrences(written, "00000460")) << "what did not come is not shown";
+    client.script("InitEx:1=137");
+    EXPECT_EQ("sbtremove2 7501", remove({"piece"}));
+    EXPECT_EQ(1, occurrences(contents("agent.trc"), "hoxHandle = 0, rc = 137, 'RBS0137E Server"));
+}
+
 class TraceTest : public ::testing::Test
 {
 protected:

@@ -16,6 +16,7 @@ TEST_F(Version1FaultTest, TellsTheStorageCodeOfEveryFailure)
         const char *lastEnd; // the last call that ends something
     } table[] = {
         {"hoxInit", 2101, 0, Open, "7011/2101", "hoxCleanUp"},
+        {"hoxInit", -50, 0, Open, "", ""}, // and again, with success
         {"hoxRegisterFS", 2102, 0, Open, "7011/2102", "hoxCleanUp"},
         {"hoxBeginTxn", 2102, 0, Open, "7011/2102", "hoxCleanUp"},
         {"hoxBindMC", 2102, 0, Open, "7011/2102", "hoxCleanUp"},

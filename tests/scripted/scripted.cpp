@@ -71,9 +71,14 @@ OPERATION(hoxQueryCliOptions)(optStruct *options)
 
 OPERATION(hoxInitEx)(hoxHandle_t *handle, const hoxInitExIn_t *input, hoxInitExOut_t *)
 {
-    CALL("hoxInitEx", "node=%s owner=%s password=%s application=%s class=%d options=[%s]",
-         shown(input->nodeName), shown(input->ownerName), shown(input->password),
-         shown(input->applicationType), input->clientClass, shown(input->options));
+    char asked[HOX_MAX_PASSWORD + 1] = "";
+    if (input->passwordCallback && !input->password)
+        input->passwordCallback(asked, sizeof asked);
+    CALL("hoxInitEx", "node=%s%s%s owner=%s password=%s application=%s class=%d options=[%s]",
+         shown(input->nodeName), input->asNodeName ? " as=" : "",
+         input->asNodeName ? input->asNodeName : "", shown(input->ownerName),
+         *asked ? asked : shown(input->password), shown(input->applicationType), input->clientClass,
+         shown(input->options));
     *handle = theClient.nextHandle++;
     return 0;
 }
@@ -84,6 +89,12 @@ OPERATION(hoxInit)
 {
     BARE_CALL("hoxInit");
     *handle = theClient.nextHandle++;
+    return 0;
+}
+
+OPERATION(hoxChangePW)(hoxHandle_t, const char *oldPassword, const char *newPassword)
+{
+    CALL("hoxChangePW", "old=%s new=%s", oldPassword, newPassword);
     return 0;
 }
 

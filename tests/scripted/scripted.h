@@ -36,6 +36,10 @@ public:
     /// hoxEndTxn hands out reason with it. Of several rules that apply, the first counts.
     void on(const std::string &operation, int nth, int rc, int reason = 0);
 
+    /// The same in one line: "EndTxn:1=2302/2113 LogEventEx:*=2041" is the operation, which call of
+    /// it (a star: every one), its code and its reason.
+    void script(const std::string &rules);
+
     /// The calls made so far, one line each: the operation, then " field=value" in a fixed order.
     /// Look-ups of message texts are left out: how often a text is fetched is nobody's concern.
     std::vector<std::string> calls;
@@ -44,6 +48,10 @@ public:
     std::vector<std::string> callsOf(const std::vector<std::string> &beginnings) const;
     /// The operations called, in order, without their fields and without the events logged.
     std::vector<std::string> operations() const;
+    /// What happened since the calls were last cleared, in short: "BeginTxn DeleteObj EndTxn1 L3 S3
+    /// Terminate" has the vote behind EndTxn and, of an event, whether it went to the local log or
+    /// to the server's and its severity; K4 is an event of kind 4.
+    std::string story() const;
 
     // What the client says of itself and of the server.
     hoxApiVersionEx level{HOX_API_VERSION_EX_VERSION, 7, 1, 3, 0};

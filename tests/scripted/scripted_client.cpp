@@ -3,9 +3,26 @@
 
 #include "tests/scripted/scripted.h"
 
+#include <cstdio>
+#include <sstream>
+
 void ScriptedClient::on(const std::string &operation, int nth, int rc, int reason)
 {
     rules_.push_back({operation, nth, rc, reason});
+}
+
+void ScriptedClient::script(const std::string &rules)
+{
+    std::istringstream words(rules);
+    for (std::string word; words >> word;) {
+        const std::size_t colon = word.find(':');
+        int nth = kEveryCall, rc = 0, reason = 0;
+        if (word[colon + 1] == '*')
+            std::sscanf(word.c_str() + colon, ":*=%d/%d", &rc, &reason);
+        else
+            std::sscanf(word.c_str() + colon, ":%d=%d/%d", &nth, &rc, &reason);
+        on("hox" + word.substr(0, colon), nth, rc, reason);
+    }
 }
 
 ScriptedClient::Answer ScriptedClient::called(const std::string &operation,
@@ -46,4 +63,23 @@ std::vector<std::string> ScriptedClient::operations() const
         if (call.compare(0, 13, "hoxLogEventEx") != 0)
             names.push_back(call.substr(0, call.find(' ')));
     return names;
+}
+
+std::string ScriptedClient::story() const
+{
+    std::string story;
+    for (const std::string &call : calls) {
+        unsigned log = 0, severity = 0;
+        int kind = 0;
+        std::string token = call.substr(3, call.find(' ') - 3);
+        if (std::sscanf(call.c_str(), "hoxLogEventEx handle=%*u log=%u severity=%u kind=%d", &log,
+                        &severity, &kind) == 3)
+            token = kind != 0   ? "K" + std::to_string(kind)
+                    : log == 0U ? "S" + std::to_string(severity)
+                                : "L" + std::to_string(severity);
+        else if (token == "EndTxn")
+            token += call.back();
+        story += (story.empty() ? "" : " ") + token;
+    }
+    return story;
 }

@@ -67,6 +67,7 @@ static int16_t endTransaction(uint8_t vote, uint16_t *reason)
     ScriptedClient &client = *scriptedClient();
     const auto answer = client.called("hoxEndTxn", scriptedFields("vote=%d", vote));
     const std::string name = std::exchange(client.sendingName, "");
+    const bool poisoned = std::exchange(client.poisoned, false);
     *reason = static_cast<uint16_t>(answer.reason);
     if (answer.scripted)
         return static_cast<int16_t>(answer.rc);
@@ -74,7 +75,7 @@ static int16_t endTransaction(uint8_t vote, uint16_t *reason)
         *reason = HOX_RC_ABORTED;
         return HOX_RC_CHECK_REASON;
     }
-    if (client.poisoned) {
+    if (poisoned) {
         *reason = HOX_RC_STEP_FAILED;
         return HOX_RC_CHECK_REASON;
     }
@@ -230,6 +231,19 @@ OPERATION(hoxDeleteObj)(hoxHandle_t, uint8_t delType, const hoxDelInfo *info)
     return scriptedClient()->objects.erase(name) ? 0 : HOX_RC_OBJECT_UNKNOWN;
 }
 
+OPERATION(hoxGroupHandler)(hoxHandle_t, const hoxGroupIn_t *input, hoxGroupOut_t *output)
+{
+    std::string members;
+    for (uint32_t i = 0; i < input->memberCount; ++i)
+        members += scriptedFields(" %u:%u", input->memberObjId[i].hi, input->memberObjId[i].lo);
+    CALL("hoxGroupHandler", "action=%d leads=%d tag=%s name=%s leader=%u:%u members=%s",
+         input->action, input->isLeader, shown(input->tag),
+         input->objName ? joined(*input->objName).c_str() : "", input->leaderObjId.hi,
+         input->leaderObjId.lo, members.c_str());
+    output->leaderObjId = {0, 9};
+    return 0;
+}
+
 // The agent looks these up and calls none of them.
 #define UNUSED_OPERATION(name, ...)                                                                \
     OPERATION(name)(__VA_ARGS__)                                                                   \
@@ -238,11 +252,9 @@ OPERATION(hoxDeleteObj)(hoxHandle_t, uint8_t delType, const hoxDelInfo *info)
         return HOX_RC_NOT_SUPPORTED;                                                               \
     }
 
-UNUSED_OPERATION(hoxChangePW, hoxHandle_t, const char *, const char *)
 UNUSED_OPERATION(hoxDeleteAccess, hoxHandle_t, uint32_t)
 UNUSED_OPERATION(hoxDeleteFS, hoxHandle_t, const char *, uint8_t)
 UNUSED_OPERATION(hoxEndGetDataEx, hoxHandle_t, const hoxEndGetDataExIn_t *, hoxEndGetDataExOut_t *)
-UNUSED_OPERATION(hoxGroupHandler, hoxHandle_t, const hoxGroupIn_t *, hoxGroupOut_t *)
 UNUSED_OPERATION(hoxQueryAccess, hoxHandle_t, qryRespAccessData *, uint16_t *)
 UNUSED_OPERATION(hoxRenameObj, hoxHandle_t, uint8_t, const hoxObjName *, const char *, const char *)
 UNUSED_OPERATION(hoxSetAccess, hoxHandle_t, uint8_t, const hoxObjName *, const char *, const char *)

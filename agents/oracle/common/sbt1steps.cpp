@@ -40,20 +40,18 @@ std::uint16_t ohoxSess(Sbt1Call &call)
     orcObj_t *ctx = call.ctx();
     veloEndSession(ctx); // that of a file written before
     SessionPassword password;
-    const bool prompt = ctx->bUsePwGenerate == 0;
-    if (prompt) {
-        if (const std::uint16_t rc = psveloReadPswd(password.text, ctx); rc != ORC_RC_OK) {
-            SCOPE_EXIT(scope, " %s: Exit psReadPswd() failed. hoxHandle = %d, rc = %d\n\n",
-                       scope.name(), static_cast<int>(ctx->hoxHandle), rc);
-            return rc;
-        }
+    if (const std::uint16_t rc = veloSessionSecrets(ctx, password, scope); rc != ORC_RC_OK) {
+        return rc;
     }
+    const bool prompt = ctx->bUsePwGenerate == 0;
     const hoxApiVersion level{7, 1, 3};
     hoxHandle_t handle = 0;
-    const std::int16_t rc = hoxApi().dhoxInit(
-        HoxApiStatusObjP, &handle, &level, prompt ? ctx->options[OPT_VELO_NODE] : nullptr,
-        prompt ? ctx->options[OPT_VELO_OWNER] : nullptr, password.text, "KEEL Oracle SUN",
-        ctx->options[OPT_HOXI_ORC_CONFIG], ctx->sessionOptions);
+    const std::int16_t rc = DHoxApi::StartSession([&](int, std::int16_t) {
+        return hoxApi().dhoxInit(
+            HoxApiStatusObjP, &handle, &level, prompt ? ctx->options[OPT_VELO_NODE] : nullptr,
+            prompt ? ctx->options[OPT_VELO_OWNER] : nullptr, password.text, "KEEL Oracle SUN",
+            ctx->options[OPT_HOXI_ORC_CONFIG], ctx->sessionOptions);
+    });
     if (rc != HOX_RC_OK) {
         veloReportApiFailure(ctx, rc);
         SCOPE_EXIT(scope, " %s: Exit - hoxInit() failed, hoxHandle = %d rc       : %d\n\n",

@@ -83,7 +83,8 @@ std::uint16_t veloDelBackObj(orcObj_t *ctx, const objFileInfo_t &object)
     const bool ended = rc == HOX_RC_OK && reason == 0;
     if (!ended) {
         fail(rc);
-        events.queueApiMsg(ctx->hoxHandle, HOX_LOG_BOTH, HOX_SEVERITY_SEVERE, rc);
+        const auto tell = deleted == HOX_RC_OK ? &CEventLog::logApiMsg : &CEventLog::queueApiMsg;
+        (events.*tell)(ctx->hoxHandle, HOX_LOG_BOTH, HOX_SEVERITY_SEVERE, rc);
     }
     events.logQueuedMsgs();
     if (deleted != HOX_RC_OK) {

@@ -209,10 +209,12 @@ std::uint16_t initialise(orcObj_t *ctx, TraceScope &scope)
 // The last channel has ended.
 void releaseProcessObjects()
 {
-    if (bHoxSetUp) {
+    // Not bHoxSetUp: a second sbtinit has reset it over a client that is still set up, and a set-up
+    // that failed at its last step never set it.
+    if (DHoxApi::IsSetUp()) {
         hoxApi().dhoxCleanUp(HoxApiStatusObjP, 1);
-        bHoxSetUp = false;
     }
+    bHoxSetUp = false;
     if (bNlsSetUp) {
         nlterm();
         bNlsSetUp = false;

@@ -16,25 +16,6 @@
 namespace
 {
 
-constexpr int kMostAttempts = 5;
-
-std::int16_t startSession(orcObj_t *ctx, const hoxInitExIn_t &request, hoxHandle_t &handle,
-                          const TraceScope &scope)
-{
-    std::int16_t rc = 0;
-    int attempt = 0;
-    do {
-        ORC_TRACE(
-            2, " %s: Calling HOXINITEX(). hoxInit() retry = %d, node = %s, owner = %s, rc = %d\n",
-            scope.name(), attempt, ctx->options[OPT_VELO_NODE], ctx->options[OPT_VELO_OWNER], rc);
-        hoxInitExOut_t answer{};
-        answer.stVersion = HOX_INITEX_OUT_VERSION;
-        rc = hoxApi().dhoxInitEx(HoxApiStatusObjP, &handle, &request, &answer);
-        ++attempt;
-    } while (rc == HOX_RC_RETRY_SESSION && attempt < kMostAttempts);
-    return rc;
-}
-
 // Error text, error log, and the text in the trace.
 void reportWithText(orcObj_t *ctx, std::int16_t rc, const TraceScope &scope)
 {
@@ -79,21 +60,30 @@ void traceSessionInfo(const orcObj_t *ctx, const ApiSessInfo &info, const TraceS
 
 } // namespace
 
-std::int16_t veloSession(orcObj_t *ctx)
+std::uint16_t veloSessionSecrets(orcObj_t *ctx, SessionPassword &password, TraceScope &scope)
 {
-    TraceScope scope("veloSession()");
-    SessionPassword password;
     if (ctx->bUsePwGenerate != 0) {
         // The option string handed over in this mode always holds a blank.
         if (std::strchr(ctx->sessionOptions, ' ') == nullptr) {
             stAppend(ctx->sessionOptions, " ");
         }
-    } else if (const std::uint16_t rc = psveloReadPswd(password.text, ctx); rc != ORC_RC_OK) {
+        return ORC_RC_OK;
+    }
+    const std::uint16_t rc = psveloReadPswd(password.text, ctx);
+    if (rc != ORC_RC_OK) {
         SCOPE_EXIT(scope, " %s: Exit psReadPswd() failed. hoxHandle = %d, rc = %d\n\n",
                    scope.name(), static_cast<int>(ctx->hoxHandle), rc);
+    }
+    return rc;
+}
+
+std::int16_t veloSession(orcObj_t *ctx)
+{
+    TraceScope scope("veloSession()");
+    SessionPassword password;
+    if (const std::uint16_t rc = veloSessionSecrets(ctx, password, scope); rc != ORC_RC_OK) {
         return static_cast<std::int16_t>(rc);
     }
-
     hoxApiVersionEx level{HOX_API_VERSION_EX_VERSION, 7, 1, 3, 0};
     hoxInitExIn_t request{};
     request.stVersion = HOX_INITEX_IN_VERSION;
@@ -109,7 +99,14 @@ std::int16_t veloSession(orcObj_t *ctx)
     request.clientClass = HOX_CLIENT_DATABASE_AGENT;
 
     hoxHandle_t handle = 0;
-    std::int16_t rc = startSession(ctx, request, handle, scope);
+    std::int16_t rc = DHoxApi::StartSession([&](int attempt, std::int16_t last) {
+        ORC_TRACE(
+            2, " %s: Calling HOXINITEX(). hoxInit() retry = %d, node = %s, owner = %s, rc = %d\n",
+            scope.name(), attempt, ctx->options[OPT_VELO_NODE], ctx->options[OPT_VELO_OWNER], last);
+        hoxInitExOut_t answer{};
+        answer.stVersion = HOX_INITEX_OUT_VERSION;
+        return hoxApi().dhoxInitEx(HoxApiStatusObjP, &handle, &request, &answer);
+    });
     password.wipe();
     if (rc != HOX_RC_OK) {
         ctx->state = ORC_STATE_INITIALISED;

@@ -8,7 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/orcobj.h"
+#include "agents/oracle/common/secret.h"
 
 /// 0, or 2507 with messages 2572 and 2573 in the error log when the client is older than 7.1.3.
 std::uint16_t veloCheck_API_Level();
@@ -21,6 +23,10 @@ std::uint16_t psDoHoxSetUp(orcObj_t *ctx);
 /// Opens a session and stores its handle in the context. 0, the storage client's code, or that of
 /// the password reader; a failure is reported. A session that was opened may stay open on failure.
 std::int16_t veloSession(orcObj_t *ctx);
+
+/// What a session start needs of secrets and options: the password from its file when the client
+/// does not keep it, else a blank in the option string. 0 or the password reader's code, reported.
+std::uint16_t veloSessionSecrets(orcObj_t *ctx, SessionPassword &password, TraceScope &scope);
 
 /// Ends the context's session, if there is one, and zeroes its handle.
 void veloEndSession(orcObj_t *ctx);

@@ -28,8 +28,9 @@ DHoxApiDL::DHoxApiDL(const char *apiName) : DHoxApi(apiName)
     KEEL_TRACE(TR_API, "Enter & Exit %s\n", "DHoxApiDL::DHoxApiDL()");
 }
 
-DHoxApiDL::DHoxApiDL(const char *apiName, PasswordCallback callback)
-    : DHoxApi(apiName), callback_(callback)
+DHoxApiDL::DHoxApiDL(const char *apiName, const char *nodeName, const char *ownerName,
+                     PasswordCallback callback)
+    : DHoxApi(apiName, nodeName, ownerName, callback)
 {
     KEEL_TRACE(TR_API, "Enter & Exit %s\n", "DHoxApiDL::DHoxApiDL()");
 }
@@ -51,7 +52,7 @@ int DHoxApiDL::Setup()
         KEEL_TRACE(TR_API,
                    "ERROR: could not load the ARCA API.\nerrno = %d, dlerror() returned\n %s",
                    openErrno, loaderText == nullptr ? "" : loaderText);
-        rc = kNotLoaded;
+        rc = DHOX_NOT_LOADED;
     } else {
         KEEL_TRACE(TR_API, "ARCA API loaded successfully\n");
     }
@@ -60,7 +61,7 @@ int DHoxApiDL::Setup()
     for (std::size_t i = 0; i < kSymbolCount; ++i) {
         found[i] = m_hLumoDll == nullptr ? nullptr : dlsym(m_hLumoDll, kSymbols[i]);
         if (found[i] == nullptr) {
-            rc = kNotLoaded;
+            rc = DHOX_NOT_LOADED;
             Cleanup();
             break;
         }

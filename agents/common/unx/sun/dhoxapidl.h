@@ -8,15 +8,14 @@
 class DHoxApiDL : public DHoxApi
 {
 public:
-    using PasswordCallback = int (*)(char *password, std::uint32_t size);
-
     /// By this name alone, so that the search path of the dynamic linker decides where it comes
     /// from.
     static constexpr const char *kLibrary = "libApiHX64.so";
 
     DHoxApiDL() = default;
     explicit DHoxApiDL(const char *apiName);
-    DHoxApiDL(const char *apiName, PasswordCallback callback);
+    DHoxApiDL(const char *apiName, const char *nodeName, const char *ownerName,
+              PasswordCallback callback);
 
     /// Opens the library and fills the table: 0, or 104 with the table left null when the library
     /// or one of its 44 operations is missing. With the library open already it does nothing and
@@ -27,7 +26,6 @@ public:
 
 private:
     static void *m_hLumoDll;
-    [[maybe_unused]] PasswordCallback callback_ = nullptr; // kept for a client that asks for it
 };
 
 /// Stand-ins for an operation that is not loaded. The table is never filled with them.

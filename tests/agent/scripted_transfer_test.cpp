@@ -1,9 +1,10 @@
-// What only a fault can bring about while a piece is sent or read: which calls the agent makes
-// then, how it votes, and what it tells the database.
+// Pieces over the scripted client: what the agent hands to the storage client with them and takes
+// from it, under the options and the test flags.
 
 #include "tests/agent/agent_fixture.h"
 
 #include <cstdlib>
+#include <ctime>
 
 using Operations = std::vector<std::string>;
 
@@ -12,16 +13,11 @@ static bool has(const std::string &text, const std::string &part)
     return text.find(part) != std::string::npos;
 }
 
-TEST_F(ScriptedAgentTest, SendsOnePieceInOneTransaction)
+TEST_F(ScriptedAgentTest, SaysOfAPieceWhatTheServerIsToKeep)
 {
     openChannel();
     client.calls.clear();
     ASSERT_EQ("", backUp("piece", std::string(8192, 'x')));
-    EXPECT_EQ((Operations{"hoxInitEx", "hoxQuerySessOptions", "hoxQuerySessInfo", "hoxBeginQuery",
-                          "hoxGetNextQObj", "hoxEndQuery", "hoxRegisterFS", "hoxBindMC",
-                          "hoxBeginTxn", "hoxSendObj", "hoxSendData", "hoxSendData",
-                          "hoxEndSendObjEx", "hoxEndTxn", "hoxUpdateFS", "hoxTerminate"}),
-              client.operations());
     EXPECT_EQ((Operations{"hoxRegisterFS fs=/lumoorc type=ORACLE info=KEEL for Oracle",
                           "hoxBindMC type=0 name=/lumoorc//piece",
                           "hoxSendObj type=2 name=/lumoorc//piece owner= estimate=0:52428800 "
@@ -30,93 +26,6 @@ TEST_F(ScriptedAgentTest, SendsOnePieceInOneTransaction)
                           "protected=0 mask=200030"}),
               client.callsOf({"hoxRegisterFS", "hoxBindMC", "hoxSendObj", "hoxUpdateFS"}));
     EXPECT_EQ("hoxSendData bytes=4096", client.callsOf({"hoxSendData"})[0]);
-}
-
-TEST_F(ScriptedAgentTest, TellsWhyAPieceCouldNotBeSent)
-{
-    const struct {
-        const char *operation;
-        int nth, rc, reason;
-        const char *outcome;
-        std::vector<std::string> after; // the calls after the failing one, up to the end
-        const char *text;
-    } table[] = {
-        // When the piece is opened. Closing what did not open makes the calls all the same.
-        {"hoxGetNextQObj",
-         1,
-         2102,
-         0,
-         "sbtbackup 7503",
-         {"hoxEndQuery", "hoxTerminate"},
-         "RBS2102"},
-        {"hoxBeginQuery", 1, 2102, 0, "sbtbackup 7503", {"hoxTerminate"}, "RBS2102"},
-        {"hoxRegisterFS", 1, 2102, 0, "sbtbackup 7501", {}, "RBS2102"},
-        {"hoxBeginTxn", 1, 2102, 0, "sbtbackup 7501", {}, "RBS2102"},
-        {"hoxSendObj", 1, 2110, 0, "sbtbackup 7501", {"hoxEndTxn vote=1"}, "RBS2110"},
-        // While data is sent.
-        {"hoxSendData", 1, 2103, 0, "sbtwrite2 7501", {"hoxEndTxn vote=2"}, "RBS2103"},
-        {"hoxSendData", 2, 2102, 0, "sbtwrite2 7501", {"hoxEndTxn vote=2"}, "RBS2102"},
-        {"hoxSendData",
-         2,
-         157,
-         0,
-         "sbtwrite2 7501",
-         {"hoxEndSendObj", "hoxEndTxn vote=1"},
-         "RBS0157"},
-        // When it is closed. Both calls are made, and the first failure counts.
-        {"hoxEndSendObjEx",
-         1,
-         2103,
-         0,
-         "sbtclose2 7501",
-         {"hoxEndTxn vote=1", "hoxTerminate"},
-         "RBS2103"},
-        {"hoxEndTxn", 1, 2302, 2110, "sbtclose2 7501", {"hoxTerminate"}, "RBS2110"},
-        {"hoxEndTxn", 1, 2302, 0, "sbtclose2 7501", {"hoxTerminate"}, "RBS2302"},
-        {"hoxEndTxn", 1, 2102, 9, "sbtclose2 7501", {"hoxTerminate"}, "RBS2102"},
-        {"hoxUpdateFS", 1, 2102, 0, "sbtclose2 7501", {"hoxTerminate"}, "RBS2102"},
-        // What is as good as success.
-        {"hoxRegisterFS", 1, 2062, 0, "", {}, nullptr},
-        {"hoxBeginQuery", 1, 124, 0, "", {}, nullptr},
-    };
-    openChannel();
-    int number = 0;
-    for (const auto &row : table) {
-        SCOPED_TRACE(std::string(row.operation) + " " + std::to_string(row.rc));
-        client.calls.clear();
-        client.on(row.operation, row.nth, row.rc, row.reason);
-        const std::string piece = "piece" + std::to_string(++number);
-        EXPECT_EQ(row.outcome, backUp(piece, std::string(8192, 'x')));
-        if (!row.text) {
-            EXPECT_EQ(1U, client.objects.count("/lumoorc//" + piece));
-            continue;
-        }
-        EXPECT_TRUE(has(errorText(), row.text)) << errorText();
-        EXPECT_TRUE(has(errorText(), "Server text")) << errorText();
-        EXPECT_TRUE(has(errorLog(), row.text)) << "not in the error log";
-        const Operations calls = client.callsOf({"hoxEnd", "hoxTerminate", row.operation});
-        Operations after;
-        int seen = 0;
-        for (const std::string &call : calls) {
-            if (seen >= row.nth)
-                after.push_back(call.substr(0, call.find(" handle")));
-            seen += call.compare(0, call.find(' '), row.operation) == 0;
-        }
-        EXPECT_EQ(row.after, after);
-
-        const bool opened = !has(row.outcome, "sbtbackup");
-        if (opened && has(row.outcome, "sbtwrite2")) {
-            client.calls.clear();
-            EXPECT_EQ("sbtwrite2 7501", write(std::string(4096, 'x')));
-            EXPECT_EQ("", close()) << "the transaction ended with the failure";
-            EXPECT_EQ(Operations{"hoxTerminate"}, client.operations());
-        } else if (!opened) {
-            close();
-        }
-        EXPECT_EQ(has(row.operation, "hoxUpdateFS") ? 1U : 0U,
-                  client.objects.count("/lumoorc//" + piece));
-        EXPECT_EQ("", backUp(piece + " again", std::string(4096, 'x'))) << "the channel lives on";
-    }
 }
 
 TEST_F(ScriptedAgentTest, AbortsOnRequestWithoutAFilespaceUpdate)
@@ -153,9 +62,9 @@ TEST_F(ScriptedAgentTest, EstimatesTheSizeOfAPiece)
     }
 }
 
-TEST_F(ScriptedAgentTest, SendsTheClassOfACopyOnlyWhenTheServerKnowsIt)
+TEST_F(ScriptedAgentTest, SendsTheClassOfACopy)
 {
-    installation.configureAgent({"VELO_MGMT_CLASS_2 SILVER", "VELO_MGMT_CLASS_4 GOLD"});
+    installation.configureAgent({"VELO_MGMT_CLASS_2 SILVER"});
     client.boundClass = "BOUND";
     openChannel();
     ASSERT_EQ("", backUp("one", "data", {.blockSize = 4, .copyNumber = 1}));
@@ -165,12 +74,6 @@ TEST_F(ScriptedAgentTest, SendsTheClassOfACopyOnlyWhenTheServerKnowsIt)
               client.callsOf({"hoxBeginQuery type=4"}));
     EXPECT_EQ("BOUND", client.objects["/lumoorc//one"].className);
     EXPECT_EQ("SILVER", client.objects["/lumoorc//two"].className);
-
-    client.on("hoxGetNextQObj", 2, HOX_RC_NO_MATCH); // the first finds no piece of that name
-    client.calls.clear();
-    EXPECT_EQ("sbtbackup 7501", open("four", {.copyNumber = 4}));
-    EXPECT_EQ(2U, client.callsOf({"hoxEndQuery"}).size());
-    EXPECT_TRUE(client.callsOf({"hoxBeginTxn"}).empty());
 }
 
 TEST_F(ScriptedAgentTest, GathersBlocksInTheTransferBufferWhenTestingAsksForIt)
@@ -261,41 +164,55 @@ TEST_F(ScriptedAgentTest, AsksTheDatabaseForItsSize)
               contents(".sql"));
 }
 
-TEST_F(ScriptedAgentTest, TellsWhyAPieceCouldNotBeRead)
+TEST_F(ScriptedAgentTest, DescribesWhatTheServerKnowsOfAPiece)
 {
-    client.objects["/lumoorc//piece"] = {.data = std::string(8192, 'x'), .id = {7, 9}};
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0", 1);
+    tzset();
     const struct {
-        const char *operation;
-        int nth, rc;
-        const char *outcome, *text;
-    } table[] = {{"hoxBeginQuery", 1, 124, "sbtrestore 7502", "RBS0124"},
-                 {"hoxBeginQuery", 1, 2102, "sbtrestore 7502", "RBS2102"},
-                 {"hoxGetNextQObj", 1, 2, "sbtrestore 7502", "RBS0002"},
-                 {"hoxGetNextQObj", 2, 2102, "sbtrestore 7502", "RBS2102"},
-                 {"hoxBeginGetData", 1, 2111, "sbtrestore 7501", "RBS2111"},
-                 {"hoxGetObj", 1, 121, "sbtrestore 7501", "RBS0121"},
-                 {"hoxGetObj", 1, 2105, "sbtrestore 7501", "RBS2105"},
-                 {"hoxGetData", 1, 2105, "sbtread2 7501", "RBS2105"},
-                 {"hoxGetData", 2, 2105, "sbtread2 7501", "RBS2105"},
-                 {"hoxEndGetObj", 1, 2105, "", "RBS2105"},
-                 {"hoxEndGetData", 1, 2106, "sbtclose2 7501", "RBS2106"}};
-    openChannel(0);
+        std::uint8_t mediaClass;
+        std::uint32_t restoreOrder;
+        const char *className, *info;
+        hoxDate inserted, expires;
+        const char *answer;
+    } table[] = {
+        {16,
+         0,
+         "STANDARD",
+         "stStream",
+         {2026, 7, 1, 12, 30, 15, 0},
+         {},
+         "2=1 6=2 7=2 3=1782901815 4=0 5=0 9=STANDARD"},
+        {7,
+         4711,
+         "",
+         "other",
+         {1960, 1, 1, 0, 0, 0, 0},
+         {2027, 7, 1, 12, 30, 15, 0},
+         "2=2 6=1 7=1 3=0 4=1814437815 5=4711"},
+        // In winter too the daylight flag is set, and nothing longer than its room gets in.
+        {16,
+         0xffffffff,
+         "A23456789012345678901234567890",
+         "stStreams",
+         {2026, 1, 15, 12, 0, 0, 0},
+         {},
+         "2=2 6=2 7=2 3=1768471200 4=0 5=-1 9=A2345678901234567890123456789"},
+    };
+    openChannel();
     for (const auto &row : table) {
-        SCOPED_TRACE(std::string(row.operation) + " " + std::to_string(row.rc));
-        client.calls.clear();
-        client.on(row.operation, row.nth, row.rc);
-        std::string data;
-        EXPECT_EQ(row.outcome, restore("piece", data));
-        EXPECT_TRUE(has(errorText(), row.text)) << errorText();
-        EXPECT_TRUE(has(errorLog(), row.text));
-        if (has(row.outcome, "sbtrestore") || has(row.outcome, "sbtread2")) {
-            EXPECT_EQ("", close());
-        }
-        EXPECT_EQ(1U, client.callsOf({"hoxTerminate"}).size()) << "the session is left behind";
-        EXPECT_EQ("", restore("piece", data)) << "the channel lives on";
-        EXPECT_EQ(8192U, data.size());
+        ScriptedObject one{.data = "data", .id = {7, 1}}, two{.data = "data", .id = {7, 2}};
+        one.mediaClass = row.mediaClass;
+        one.restoreOrder = row.restoreOrder;
+        one.className = row.className;
+        one.info = row.info;
+        one.inserted = row.inserted;
+        one.expires = row.expires;
+        client.objects = {{"/lumoorc//p", one}, {"/lumoorc//q", two}};
+        const std::string answer = info({"p", "gone", "q", "p"});
+        const std::string expected = std::string("1=p ") + row.answer;
+        EXPECT_EQ(expected + " 1=gone 8 1=q 2=1 ", answer.substr(0, expected.size() + 18));
+        EXPECT_EQ(expected + " 9999", answer.substr(answer.rfind("1=p ")));
     }
-    EXPECT_EQ(4U, client.callsOf({"hoxGetData"}).size()) << "nothing is read past the end";
-    EXPECT_EQ("hoxGetObj id=7:9", client.callsOf({"hoxGetObj"})[0]);
-    EXPECT_EQ("hoxBeginGetData wait=1 type=0 count=1", client.callsOf({"hoxBeginGetData"})[0]);
+    unsetenv("TZ");
+    tzset();
 }

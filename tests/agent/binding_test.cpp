@@ -1,0 +1,153 @@
+// The binding of the storage client as object maintenance uses it, without a channel.
+
+#include <cstring>
+
+#include "agents/common/unx/sun/dhoxapidl.h"
+#include "tests/agent/agent_fixture.h"
+
+namespace
+{
+
+using Calls = std::vector<std::string>;
+
+class BindingTest : public ScriptedAgentTest
+{
+protected:
+    BindingTest() { EXPECT_EQ(0, api.Setup()); }
+    ~BindingTest() override { api.Cleanup(); }
+
+    static int givePassword(char *password, std::uint32_t size)
+    {
+        std::snprintf(password, size, "asked");
+        return 0;
+    }
+    DHoxApiStatus status;
+    DHoxApiDL api{"ARCA", "itsnode", "itsowner", givePassword};
+    hoxHandle_t handle = 0;
+};
+
+TEST_F(BindingTest, SetsTheClientUpOnceAndCleansUpWhatIsSetUp)
+{
+    int rc = 1;
+    EXPECT_EQ(0, api.Term(&status));
+    client.script("SetUp:1=2030");
+    EXPECT_EQ(2030, api.Init(&status, &rc));
+    EXPECT_EQ(2030, rc);
+    EXPECT_EQ(0, api.Init(&status, nullptr));
+    DHoxApiDL other;
+    EXPECT_EQ(0, other.Setup());
+    EXPECT_EQ(0, other.Init(&status, &rc)) << "done already, by another binding";
+    EXPECT_EQ(0, rc);
+    EXPECT_EQ(0, api.Term(&status));
+    EXPECT_EQ(0, other.Term(&status));
+    EXPECT_EQ("SetUp SetUp CleanUp", client.story());
+    EXPECT_FALSE(status.inCall);
+}
+
+TEST_F(BindingTest, LogsOnInEachForm)
+{
+    const std::string most(1024, 'x');
+    EXPECT_TRUE(api.SetOptionsOverride(most.c_str()));
+    EXPECT_FALSE(api.SetOptionsOverride((most + "x").c_str())) << "the earlier ones hold";
+    EXPECT_EQ(0, api.Logon(&status, &handle));
+    EXPECT_EQ(1U, handle);
+    EXPECT_EQ(0, api.Logoff(&status, &handle));
+    EXPECT_EQ(0, api.Logoff(&status, &handle)) << "it is off already";
+    EXPECT_TRUE(api.SetOptionsOverride(nullptr));
+    EXPECT_EQ(0, api.Logon(&status, &handle, "secret"));
+    EXPECT_EQ(0, api.Logon(&status, &handle, "secret", "newer"));
+    EXPECT_EQ(0, api.Logon(&status, &handle, {"node", "other", ""}, "secret"));
+    EXPECT_EQ(4U, handle);
+    const std::string rest = " application=KEEL Oracle SUN class=3 options=[";
+    EXPECT_EQ(
+        (Calls{"hoxInitEx node=itsnode owner=itsowner password=asked" + rest + most + "]",
+               "hoxTerminate handle=1",
+               "hoxInitEx node=itsnode owner=itsowner password=secret" + rest + "(null)]",
+               "hoxInitEx node=itsnode owner=itsowner password=secret" + rest + "(null)]",
+               "hoxChangePW old=secret new=newer",
+               "hoxInitEx node=node as=other owner=(null) password=secret" + rest + "(null)]"}),
+        client.calls);
+
+    const struct {
+        const char *faults;
+        int rc;
+        const char *story;
+    } table[] = {{"InitEx:1=-50", 0, "InitEx InitEx ChangePW"},
+                 {"InitEx:*=-50", -50, "InitEx InitEx InitEx InitEx InitEx"},
+                 {"InitEx:1=137", 137, "InitEx"},
+                 {"ChangePW:1=137", 137, "InitEx ChangePW Terminate"}};
+    for (const auto &row : table) {
+        client = ScriptedClient();
+        client.script(row.faults);
+        EXPECT_EQ(row.rc, api.Logon(&status, &handle, "secret", "newer"));
+        EXPECT_EQ(row.story, client.story());
+        EXPECT_EQ(row.rc == 0, handle != 0);
+    }
+}
+
+TEST_F(BindingTest, HandsGroupsOnAsTheClientTakesThem)
+{
+    hoxObjName name{};
+    std::strcpy(name.llName, "/leader");
+    const hox64_t leader{0, 7}, members[] = {{1, 2}, {3, 4}};
+    hox64_t made{};
+    EXPECT_EQ(0, api.groupOpen(&status, 1, "tag", &name, &made));
+    EXPECT_EQ(9U, made.lo);
+    EXPECT_EQ(0, api.groupAdd(&status, 1, leader, members, 2));
+    EXPECT_EQ(0, api.groupAssign(&status, 1, leader, members, 1));
+    EXPECT_EQ(0, api.groupRemove(&status, 1, leader, members, 2));
+    EXPECT_EQ(0, api.groupClose(&status, 1, leader));
+    client.script("GroupHandler:1=2111");
+    EXPECT_EQ(2111, api.groupDelete(&status, 1, leader));
+    EXPECT_EQ(
+        (Calls{"hoxGroupHandler action=1 leads=1 tag=tag name=/leader leader=0:0 members=",
+               "hoxGroupHandler action=3 leads=0 tag=(null) name= leader=0:7 members= 1:2 3:4",
+               "hoxGroupHandler action=4 leads=0 tag=(null) name= leader=0:7 members= 1:2",
+               "hoxGroupHandler action=5 leads=0 tag=(null) name= leader=0:7 members= 1:2 3:4",
+               "hoxGroupHandler action=2 leads=0 tag=(null) name= leader=0:7 members=",
+               "hoxGroupHandler action=6 leads=0 tag=(null) name= leader=0:7 members="}),
+        client.calls);
+}
+
+TEST_F(BindingTest, TellsTheTextOfACode)
+{
+    const std::string whole = "RBS2102E Local text of code 2102.";
+    char text[64] = "";
+    unsigned length = 0;
+    EXPECT_EQ(0, api.AgtHoxRCMsg(&status, 1, 2102, text, 10, &length));
+    EXPECT_EQ(whole.substr(0, 9), text);
+    EXPECT_EQ(whole.size(), length);
+    api.GetApiError(&status, 1, 2102, text, sizeof text, nullptr);
+    EXPECT_EQ(whole, text);
+    api.LogApiError(&status, 1, 2102, "hoxDeleteObj");
+    EXPECT_EQ("S2 S2 S2", client.story());
+    EXPECT_NE(std::string::npos, client.calls.back().find("text=error 2102 returned from "
+                                                          "hoxDeleteObj: " +
+                                                          whole));
+    api.Cleanup();
+    EXPECT_EQ(104, api.AgtHoxRCMsg(&status, 1, 2102, text, sizeof text, &length));
+    EXPECT_EQ(std::string(), text);
+    EXPECT_EQ(0U, length);
+    api.GetApiError(&status, 1, 2102, text, sizeof text, &length);
+    EXPECT_STREQ("no text returned for LUMO Api error 2102", text);
+}
+
+TEST_F(BindingTest, KnowsTheLevelItWasMadeFor)
+{
+    const struct {
+        std::uint16_t version, release, level, subLevel;
+        int rc;
+    } table[] = {{7, 1, 3, 0, 0}, {7, 1, 2, 999, 107}, {6, 9, 9, 0, 107}, {6, 11, 3, 0, 0}};
+    for (const auto &row : table) {
+        client.level = {2, row.version, row.release, row.level, row.subLevel};
+        hoxApiVersionEx found{};
+        EXPECT_EQ(row.rc, api.checkCompatibility(&status, &found));
+        EXPECT_EQ(row.subLevel, found.subLevel);
+    }
+    hoxApiVersionEx none{};
+    api.Cleanup();
+    EXPECT_EQ(107, api.checkCompatibility(&status, &none)) << "a client that is not there";
+    EXPECT_EQ(104, api.dhoxLogMessage(&status, 1, "text"));
+}
+
+} // namespace
