@@ -30,6 +30,7 @@ std::int16_t codeOf(ErrorKind kind)
     case ErrorKind::damaged:
         return HOX_RC_REPOSITORY_DAMAGED;
     case ErrorKind::newerFormat:
+    case ErrorKind::olderFormat:
         return HOX_RC_REPOSITORY_FORMAT;
     case ErrorKind::authentication:
         return HOX_RC_AUTH_FAILURE;

@@ -22,6 +22,7 @@ enum class ErrorKind {
     denied,         // the operating system refuses
     damaged,        // stored bytes are not what was written
     newerFormat,    // made by a newer release
+    olderFormat,    // made by an older release, in a layout that is no longer read
     authentication, // a node that is not registered, or a wrong password
     noPassword,     // the password that should be kept here is not there
     badOption,      // an option file or option string is wrong

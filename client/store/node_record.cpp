@@ -36,6 +36,20 @@ template <std::size_t N> void read(ByteReader &reader, std::array<std::byte, N> 
     std::copy(bytes.begin(), bytes.end(), field.begin());
 }
 
+/// Both keys of a record. Others seal to the public half that stands in it: one that is not that of
+/// the node is a fault that has to be found here.
+Result<NodeKeys> checkedKeys(const NodeRecord &record, Result<SecretKey> data,
+                             Result<SecretKey> identity)
+{
+    const std::string doing = "the record of node " + printable(record.node);
+    if (!data || !identity)
+        return inContext(std::move(data ? identity : data).error(), doing);
+    ARCA_TRY(const PublicKey half, publicHalfOf(*identity));
+    if (half != record.identity)
+        return Error{ErrorKind::damaged, doing + ": its public key is not that of the node"};
+    return NodeKeys{std::move(data).value(), std::move(identity).value()};
+}
+
 } // namespace
 
 Result<NodeKeys> newNodeKeys()
@@ -58,11 +72,14 @@ Result<void> NodeRecord::wrap(std::string_view password, const NodeKeys &keys)
 }
 
 Result<NodeRecord> makeNodeRecord(const std::string &node, std::string_view password,
-                                  const NodeKeys &keys)
+                                  const NodeKeys &keys, const PublicKey &recovery)
 {
     NodeRecord record;
     record.node = node;
     ARCA_TRY(record.identity, publicHalfOf(keys.identity));
+    ARCA_TRY(record.recoverableData, sealKeyTo(recovery, keys.data, contextOf(node, kData)));
+    ARCA_TRY(record.recoverableIdentity,
+             sealKeyTo(recovery, keys.identity, contextOf(node, kIdentity)));
     ARCA_CHECK(record.wrap(password, keys));
     return record;
 }
@@ -74,18 +91,21 @@ Result<NodeKeys> openNodeRecord(const NodeRecord &record, const std::string &nod
     if (record.node != node || !equalSecrets(derived.verifier, record.verifier))
         return Error{ErrorKind::authentication,
                      "the password of node " + printable(node) + " is wrong"};
-    const std::string doing = "the record of node " + printable(node);
-    auto data = openKey(derived.wrapping, record.sealedData, contextOf(node, kData));
-    if (!data)
-        return inContext(std::move(data).error(), doing);
-    auto identity = openKey(derived.wrapping, record.sealedIdentity, contextOf(node, kIdentity));
-    if (!identity)
-        return inContext(std::move(identity).error(), doing);
-    // Others seal to the public half: one that is not ours is a fault that has to be found here.
-    ARCA_TRY(const PublicKey half, publicHalfOf(*identity));
-    if (half != record.identity)
-        return Error{ErrorKind::damaged, doing + ": its public key is not that of the node"};
-    return NodeKeys{std::move(data).value(), std::move(identity).value()};
+    return checkedKeys(
+        record, openKey(derived.wrapping, record.sealedData, contextOf(node, kData)),
+        openKey(derived.wrapping, record.sealedIdentity, contextOf(node, kIdentity)));
+}
+
+Result<NodeKeys> recoverNodeRecord(const NodeRecord &record, const std::string &node,
+                                   const SecretKey &recoveryKey)
+{
+    auto data = openKeyWith(recoveryKey, record.recoverableData, contextOf(node, kData));
+    if (!data && data.error().kind == ErrorKind::damaged)
+        return Error{ErrorKind::authentication,
+                     "the recovery key does not open the keys of node " + printable(node)};
+    return checkedKeys(
+        record, std::move(data),
+        openKeyWith(recoveryKey, record.recoverableIdentity, contextOf(node, kIdentity)));
 }
 
 Bytes encodeNodeRecord(const NodeRecord &record)
@@ -100,6 +120,8 @@ Bytes encodeNodeRecord(const NodeRecord &record)
     payload.raw(record.identity);
     payload.raw(record.sealedData);
     payload.raw(record.sealedIdentity);
+    payload.raw(record.recoverableData);
+    payload.raw(record.recoverableIdentity);
     payload.text(record.node);
     return frameRecord(kKind, kVersion, payload.view());
 }
@@ -118,6 +140,8 @@ Result<NodeRecord> decodeNodeRecord(ByteView bytes)
     read(reader, record.identity);
     read(reader, record.sealedData);
     read(reader, record.sealedIdentity);
+    read(reader, record.recoverableData);
+    read(reader, record.recoverableIdentity);
     record.node = reader.text();
     if (!reader.ok() || reader.remaining() != 0 || scheme != kScheme)
         return Error{ErrorKind::damaged, "the record of a node is damaged"};

@@ -1,5 +1,6 @@
-// The record of a node: what its password is checked against, and its keys, sealed. A new password
-// wraps the same keys anew; nothing that was sealed under them changes.
+// The record of a node: what its password is checked against, and its keys, sealed under the
+// password and to the repository's recovery key. A new password wraps the same keys anew; nothing
+// that was sealed under them changes, and neither does what the recovery key opens.
 //
 // The payload (kind "ARCANODE", version 2):
 //
@@ -12,7 +13,9 @@
 //       66    32  the identity's public half, X25519
 //       98    60  the data key as a SealedKey under the wrapping key
 //      158    60  the identity's private half, as well
-//      218     -  name of the node: 16-bit length and as many bytes
+//      218    92  the data key as a SealedToPublic for the repository's recovery key
+//      310    92  the identity's private half, as well
+//      402     -  name of the node: 16-bit length and as many bytes
 //
 // The context of each sealed key is "ARCANODE", what it is ("data key", "identity") and the name of
 // the node, each as a 16-bit length and as many bytes. (Sealed keys: client/store/key_box.h.)
@@ -42,17 +45,23 @@ struct NodeRecord {
     PublicKey identity{};
     SealedKey sealedData{};
     SealedKey sealedIdentity{};
+    SealedToPublic recoverableData{};
+    SealedToPublic recoverableIdentity{};
     std::string node;
 
     /// Seals the keys under a new password.
     Result<void> wrap(std::string_view password, const NodeKeys &keys);
 };
 
+/// `recovery`: the public half of the repository's recovery key.
 Result<NodeRecord> makeNodeRecord(const std::string &node, std::string_view password,
-                                  const NodeKeys &keys);
+                                  const NodeKeys &keys, const PublicKey &recovery);
 /// The keys of `node`: `authentication` when the password, or the record, is not its own.
 Result<NodeKeys> openNodeRecord(const NodeRecord &record, const std::string &node,
                                 std::string_view password);
+/// The same by the recovery key: `authentication` when it does not open them.
+Result<NodeKeys> recoverNodeRecord(const NodeRecord &record, const std::string &node,
+                                   const SecretKey &recoveryKey);
 
 Bytes encodeNodeRecord(const NodeRecord &record);
 Result<NodeRecord> decodeNodeRecord(ByteView bytes);

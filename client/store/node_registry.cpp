@@ -7,6 +7,7 @@
 
 #include "client/base/text.h"
 #include "client/store/node_space.h"
+#include "client/store/recovery_key.h"
 
 #include <chrono>
 #include <thread>
@@ -72,35 +73,55 @@ Result<bool> NodeRegistry::isRegistered(const std::string &node)
 Result<void> NodeRegistry::registerNode(const std::string &node, std::string_view password)
 {
     ARCA_TRY(NumberedRecord record, recordOf(node));
+    ARCA_TRY(const auto recovery, recoveryHalf(store_));
+    if (!recovery)
+        return Error{ErrorKind::notFound, "the repository has no recovery key yet; run arca init"};
     ARCA_TRY(const NodeKeys keys, newNodeKeys());
-    ARCA_TRY(const NodeRecord made, makeNodeRecord(node, password, keys));
+    ARCA_TRY(const NodeRecord made, makeNodeRecord(node, password, keys, *recovery));
     auto written = record.write(0, encodeNodeRecord(made));
     if (!written && written.error().kind == ErrorKind::conflict)
         return Error{ErrorKind::exists, "the node " + printable(node) + " is registered already"};
     return written;
 }
 
-Result<NodeKeys> NodeRegistry::authenticate(const std::string &node, std::string_view password)
+Result<NodeRegistry::Found> NodeRegistry::find(const std::string &node)
 {
-    ARCA_TRY(NumberedRecord record, recordOf(node));
-    ARCA_TRY(const auto state, record.latest());
+    ARCA_TRY(NumberedRecord place, recordOf(node));
+    ARCA_TRY(const auto state, place.latest());
     if (!state)
         return unregistered(node);
-    ARCA_TRY(const NodeRecord found, decodeNodeRecord(state->bytes));
-    return openInTurn(store_, found, node, password);
+    ARCA_TRY(NodeRecord record, decodeNodeRecord(state->bytes));
+    return Found{std::move(place), state->number, std::move(record)};
+}
+
+Result<NodeKeys> NodeRegistry::authenticate(const std::string &node, std::string_view password)
+{
+    ARCA_TRY(const Found found, find(node));
+    return openInTurn(store_, found.record, node, password);
 }
 
 Result<void> NodeRegistry::changePassword(const std::string &node, std::string_view oldPassword,
                                           std::string_view newPassword)
 {
-    ARCA_TRY(NumberedRecord record, recordOf(node));
-    ARCA_TRY(const auto state, record.latest());
-    if (!state)
-        return unregistered(node);
-    ARCA_TRY(NodeRecord found, decodeNodeRecord(state->bytes));
-    ARCA_TRY(const NodeKeys keys, openInTurn(store_, found, node, oldPassword));
-    ARCA_CHECK(found.wrap(newPassword, keys));
-    return record.write(state->number, encodeNodeRecord(found));
+    ARCA_TRY(Found found, find(node));
+    ARCA_TRY(const NodeKeys keys, openInTurn(store_, found.record, node, oldPassword));
+    ARCA_CHECK(found.record.wrap(newPassword, keys));
+    return found.place.write(found.number, encodeNodeRecord(found.record));
+}
+
+Result<NodeKeys> NodeRegistry::recover(const std::string &node, const SecretKey &recoveryKey)
+{
+    ARCA_TRY(const Found found, find(node));
+    return recoverNodeRecord(found.record, node, recoveryKey);
+}
+
+Result<void> NodeRegistry::recover(const std::string &node, const SecretKey &recoveryKey,
+                                   std::string_view newPassword)
+{
+    ARCA_TRY(Found found, find(node));
+    ARCA_TRY(const NodeKeys keys, recoverNodeRecord(found.record, node, recoveryKey));
+    ARCA_CHECK(found.record.wrap(newPassword, keys));
+    return found.place.write(found.number, encodeNodeRecord(found.record));
 }
 
 } // namespace arca::store

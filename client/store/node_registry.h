@@ -18,7 +18,8 @@ public:
     explicit NodeRegistry(blob::BlobStore &store) : store_(store) {}
 
     Result<bool> isRegistered(const std::string &node);
-    /// Makes its keys. `exists` when it is registered already.
+    /// Makes its keys. `exists` when it is registered already, `notFound` when the repository has
+    /// no recovery key yet.
     Result<void> registerNode(const std::string &node, std::string_view password);
     /// The keys of the node; `authentication` when it is not registered or the password is not its
     /// own.
@@ -28,8 +29,21 @@ public:
     Result<void> changePassword(const std::string &node, std::string_view oldPassword,
                                 std::string_view newPassword);
 
+    /// The keys of a node by the repository's recovery key; `authentication`.
+    Result<NodeKeys> recover(const std::string &node, const SecretKey &recoveryKey);
+    /// A new password for a node that lost its own.
+    Result<void> recover(const std::string &node, const SecretKey &recoveryKey,
+                         std::string_view newPassword);
+
 private:
+    struct Found {
+        NumberedRecord place;
+        std::uint32_t number;
+        NodeRecord record;
+    };
     Result<NumberedRecord> recordOf(const std::string &node);
+    /// `authentication` when it is not registered.
+    Result<Found> find(const std::string &node);
 
     blob::BlobStore &store_;
 };

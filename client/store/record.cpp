@@ -20,7 +20,8 @@ Bytes frameRecord(std::string_view kind, std::uint32_t version, ByteView payload
     return writer.take();
 }
 
-Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint32_t newestVersion)
+Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint32_t newestVersion,
+                               std::uint32_t oldestVersion)
 {
     ByteReader reader(bytes);
     const std::string_view found = textOf(reader.raw(8));
@@ -34,6 +35,9 @@ Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint3
     if (version > newestVersion)
         return Error{ErrorKind::newerFormat,
                      "a record of kind " + std::string(kind) + " was written by a newer release"};
+    if (version < oldestVersion)
+        return Error{ErrorKind::olderFormat,
+                     "a record of kind " + std::string(kind) + " was written by an older release"};
     return payload;
 }
 

@@ -26,8 +26,10 @@ constexpr std::size_t kMaxRecordBytes = 64 * 1024;
 Bytes frameRecord(std::string_view kind, std::uint32_t version, ByteView payload);
 
 /// The payload, whatever the bytes are: `damaged` when they are no such record, `newerFormat` when
-/// its version is beyond `newestVersion`. The view looks into `bytes`.
-Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint32_t newestVersion);
+/// its version is beyond `newestVersion`, `olderFormat` when it is before `oldestVersion`. The view
+/// looks into `bytes`.
+Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint32_t newestVersion,
+                               std::uint32_t oldestVersion = 1);
 
 /// A record with successive states at PREFIX/00000001, PREFIX/00000002 ... Any number of processes
 /// may change it; none can undo another's change unseen.

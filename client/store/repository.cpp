@@ -1,11 +1,12 @@
-// Opening and making a repository. The blob "format" (kind "ARCAREPO", version 1) marks it;
+// Opening and making a repository. The blob "format" (kind "ARCAREPO", version 2) marks it;
 // payload:
 //
 //   offset  size
 //        0    16  what tells this repository from every other, random
 //       16     8  when it was made, seconds since 1970, UTC
 //
-// A change of the layout that an older release would misread raises the version of that record.
+// A change of the layout that an older release would misread raises the version of that record;
+// version 1 kept nothing under keys.
 #include "client/store/repository.h"
 
 #include "client/base/text.h"
@@ -21,7 +22,7 @@ namespace
 
 constexpr std::string_view kMarker = "format";
 constexpr std::string_view kKind = "ARCAREPO";
-constexpr std::uint32_t kVersion = 1;
+constexpr std::uint32_t kVersion = 2;
 constexpr std::size_t kUuidBytes = 16;
 
 } // namespace
@@ -46,7 +47,12 @@ Result<std::unique_ptr<Repository>> Repository::open(std::unique_ptr<blob::BlobS
     if (!marker && marker.error().kind == ErrorKind::notFound)
         return Error{ErrorKind::noRepository, "there is no repository in " + shownName};
     ARCA_TRY(const Bytes bytes, std::move(marker));
-    auto payload = unframeRecord(bytes, kKind, kVersion);
+    auto payload = unframeRecord(bytes, kKind, kVersion, kVersion);
+    if (!payload && payload.error().kind == ErrorKind::olderFormat)
+        return Error{ErrorKind::olderFormat,
+                     "the repository in " + shownName +
+                         " has the layout of an older release, which this one does not read; " +
+                         "make a new one in another directory"};
     if (!payload)
         return inContext(std::move(payload).error(), "the repository in " + shownName);
     ByteReader reader(*payload);

@@ -2,6 +2,7 @@
 // small piece of work in turn. Whatever happens, what was acknowledged is there, what was not is
 // there whole or not at all, and the work can be done again.
 #include "client/blob/directory_store.h"
+#include "client/store/recovery_key.h"
 #include "client/store/repository.h"
 #include "tests/client/memory_files.h"
 
@@ -35,6 +36,8 @@ protected:
         ASSERT_TRUE(files_.syncDirectory("/"));
         auto made = store::Repository::create(blobs(), "test");
         ASSERT_TRUE(made) << made.error().text;
+        const auto recovery = store::publicHalfOf(*SecretKey::random());
+        ASSERT_TRUE(recovery && store::publishRecoveryHalf((*made)->blobs(), *recovery));
         ASSERT_TRUE((*made)->nodes().registerNode("node", kPassword));
         ASSERT_TRUE(open());
         ASSERT_TRUE(space_->registerFilespace({"", "/fs", "ORACLE", "", 0, 0, 0}));
@@ -303,15 +306,17 @@ TEST_F(StoreFaults, AStoredPieceInThePlaceOfAnotherIsFound)
     }
 }
 
-TEST_F(StoreFaults, ARepositoryOfANewerReleaseIsRefused)
+TEST_F(StoreFaults, ARepositoryOfAnotherReleaseIsRefused)
 {
-    std::string &marker = files_.contentOf("/r/format");
-    Bytes payload(24);
-    const Bytes newer = store::frameRecord("ARCAREPO", 2, payload);
-    marker = std::string(textOf(newer));
-    const auto opened = open();
-    ASSERT_FALSE(opened);
-    EXPECT_EQ(opened.error().kind, ErrorKind::newerFormat);
+    const std::pair<std::uint32_t, ErrorKind> cases[] = {{1, ErrorKind::olderFormat},
+                                                         {3, ErrorKind::newerFormat}};
+    for (const auto &[version, kind] : cases) {
+        const Bytes other = store::frameRecord("ARCAREPO", version, Bytes(24));
+        files_.contentOf("/r/format") = std::string(textOf(other));
+        const auto opened = open();
+        ASSERT_FALSE(opened);
+        EXPECT_EQ(opened.error().kind, kind);
+    }
 }
 
 } // namespace

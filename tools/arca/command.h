@@ -34,7 +34,9 @@ struct Command {
 // Each adds its verb to the program.
 void addClass(CLI::App &app, Command &command);
 void addInit(CLI::App &app, Command &command);
+void addKey(CLI::App &app, Command &command);
 void addLog(CLI::App &app, Command &command);
+void addNode(CLI::App &app, Command &command);
 
 /// The options that every verb takes.
 void addCommonOptions(CLI::App &verb, Command &command);

@@ -5,9 +5,10 @@
 #include "client/base/password.h"
 #include "client/base/text.h"
 #include "client/config/node_keys.h"
+#include "client/store/recovery_key.h"
 #include "client/store/repository.h"
 #include "tools/arca/command.h"
-#include "tools/arca/new_password.h"
+#include "tools/arca/secrets.h"
 
 #include <fmt/format.h>
 
@@ -16,6 +17,14 @@ namespace arca::tool
 
 namespace
 {
+
+// The key stands alone on its line: it is copied, and typed again, as a whole.
+constexpr auto kRecoveryText =
+    "Recovery    write down the key in the next line, and keep it away from this machine\n"
+    "{}\n"
+    "            It is shown this once and kept nowhere. When the password of a node is lost,\n"
+    "            it gives the node a new one (arca node passwd); without it, what that node\n"
+    "            has stored is lost, too. Whoever has it can read everything in the repository.\n";
 
 struct Opened {
     std::unique_ptr<store::Repository> repository;
@@ -50,7 +59,9 @@ Result<bool> registerGenerated(store::Repository &repository, const config::Opti
         return Error{ErrorKind::noPassword,
                      "node " + printable(node) + " is registered in " + repository.shownName() +
                          ", but its password is not kept here; bring back " + keys.path() +
-                         " from where the node was registered"};
+                         " from where the node was registered, or make a new password with: arca "
+                         "node passwd " +
+                         printable(node) + " --recovery"};
     if (registered) {
         ARCA_TRY(std::string password, std::move(kept));
         wipe(password);
@@ -78,28 +89,57 @@ Result<bool> registerPrompted(store::Repository &repository, const std::string &
     return true;
 }
 
+/// Shown before the repository gets it, so that it never has one that nobody saw. A run that stops
+/// in between is finished by the next, which makes and shows another.
+Result<void> makeRecoveryKey(store::Repository &repository, const Command &command, Json &result)
+{
+    ARCA_TRY(const auto present, store::recoveryHalf(repository.blobs()));
+    if (present)
+        return {};
+    ARCA_TRY(const SecretKey key, SecretKey::random());
+    ARCA_TRY(const store::PublicKey half, store::publicHalfOf(key));
+    ARCA_TRY(std::string written, store::writtenRecoveryKey(key));
+    if (command.json)
+        result["recoveryKey"] = written;
+    else
+        fmt::print(kRecoveryText, written);
+    wipe(written);
+    if (std::fflush(stdout) != 0)
+        return Error{ErrorKind::io, "the recovery key cannot be shown on standard output"};
+    auto published = store::publishRecoveryHalf(repository.blobs(), half);
+    if (!published && published.error().kind == ErrorKind::exists) {
+        result.erase("recoveryKey");
+        return Error{ErrorKind::conflict,
+                     "another arca init made the recovery key at the same time: the one that was "
+                     "shown here is worth nothing; run it again"};
+    }
+    return published;
+}
+
 Result<void> init(const Command &command, bool fromStandardInput, Json &result)
 {
     ARCA_TRY(const config::Options options, optionsOf(command));
     ARCA_TRY(const std::string node, config::nodeNameFor(options));
     ARCA_TRY(const Opened opened, openOrMake(options.repository));
     store::Repository &repository = *opened.repository;
+    result["repository"] = repository.shownName();
+    result["uuid"] = repository.uuid();
+    result["made"] = opened.made;
+    if (!command.json)
+        fmt::print("Repository  {} ({})\n", repository.shownName(),
+                   opened.made ? "made now" : "was there, left as it is");
+    ARCA_CHECK(makeRecoveryKey(repository, command, result));
     const bool generate = options.passwordAccess == config::PasswordAccess::generate;
     ARCA_TRY(const bool registered, generate
                                         ? registerGenerated(repository, options, node)
                                         : registerPrompted(repository, node, fromStandardInput));
 
-    result["repository"] = repository.shownName();
-    result["uuid"] = repository.uuid();
-    result["made"] = opened.made;
     result["node"] = node;
     result["registered"] = registered;
     if (generate)
         result["passwordFile"] = config::NodeKeys(options.file).path();
     if (command.json)
         return {};
-    fmt::print("Repository  {} ({})\n", repository.shownName(),
-               opened.made ? "made now" : "was there, left as it is");
     fmt::print("Node        {} ({})\n", node, registered ? "registered now" : "was registered");
     if (generate)
         fmt::print("Password    kept in {}; keep a copy in a safe place\n",

@@ -52,7 +52,9 @@ int main(int argc, char **argv)
     arca::tool::Command command;
     arca::tool::addClass(app, command);
     arca::tool::addInit(app, command);
+    arca::tool::addKey(app, command);
     arca::tool::addLog(app, command);
+    arca::tool::addNode(app, command);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -1,0 +1,53 @@
+// arca key: looks after the recovery key of a repository.
+#include "client/store/recovery_key.h"
+#include "client/store/repository.h"
+#include "tools/arca/command.h"
+#include "tools/arca/secrets.h"
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+Result<void> check(const Command &command, bool fromStandardInput, Json &result)
+{
+    ARCA_TRY(const config::Options options, optionsOf(command));
+    ARCA_TRY(const auto repository, store::Repository::open(options.repository));
+    ARCA_TRY(const auto expected, store::recoveryHalf(repository->blobs()));
+    ARCA_TRY(const SecretKey key, recoveryKey(fromStandardInput));
+    ARCA_TRY(const store::PublicKey half, store::publicHalfOf(key));
+    result["repository"] = repository->shownName();
+    if (!expected || *expected != half)
+        return Error{ErrorKind::authentication,
+                     "this is not the recovery key of the repository " + repository->shownName()};
+    if (!command.json)
+        fmt::print("This is the recovery key of the repository {}\n", repository->shownName());
+    return {};
+}
+
+} // namespace
+
+void addKey(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand("key", "Look after the recovery key of the repository");
+    verb->require_subcommand(1);
+    CLI::App *checking =
+        verb->add_subcommand("check", "Tell whether a recovery key is that of the repository");
+    addCommonOptions(*checking, command);
+    auto fromStandardInput = std::make_shared<bool>(false);
+    checking->add_flag("--stdin", *fromStandardInput,
+                       "Read the key from standard input instead of the terminal");
+    checking->footer("Example: arca key check --optfile /etc/arca.opt\n"
+                     "Type the key as arca init showed it; blanks and case do not matter.");
+    checking->callback([&command, fromStandardInput] {
+        command.verb = "key check";
+        command.run = [&command, fromStandardInput](Json &result) {
+            return check(command, *fromStandardInput, result);
+        };
+    });
+}
+
+} // namespace arca::tool
