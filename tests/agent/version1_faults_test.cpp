@@ -5,88 +5,92 @@
 using Version1FaultTest = Version1Test<ScriptedAgentTest>;
 using Operations = std::vector<std::string>;
 
+// The session of the file written before is ended when the next one opens.
+#define SESSION "Terminate Init QuerySessOptions "
+#define FOUND "BeginQuery GetNextQObj GetNextQObj EndQuery "
+#define NOT_FOUND "BeginQuery GetNextQObj EndQuery "
+#define RELEASED "Terminate CleanUp"
+
 TEST_F(Version1FaultTest, TellsTheStorageCodeOfEveryFailure)
 {
     enum Step { Open, Write, Close, OpenToRead, Read, CloseRead, Remove, Info };
     const struct {
-        const char *operation;
-        int rc, reason;
         Step step;
-        const char *outcome;
-        const char *lastEnd; // the last call that ends something
+        const char *faults, *outcome, *story;
     } table[] = {
-        {"hoxInit", 2101, 0, Open, "7011/2101", "hoxCleanUp"},
-        {"hoxInit", -50, 0, Open, "", ""}, // and again, with success
-        {"hoxRegisterFS", 2102, 0, Open, "7011/2102", "hoxCleanUp"},
-        {"hoxBeginTxn", 2102, 0, Open, "7011/2102", "hoxCleanUp"},
-        {"hoxBindMC", 2102, 0, Open, "7011/2102", "hoxCleanUp"},
-        {"hoxSendObj", 2110, 0, Open, "7011/2110", "hoxCleanUp"},
-        {"hoxSendData", 2103, 0, Write, "7043/2103", ""},
-        {"hoxEndSendObj", 2103, 0, Close, "7023/2103", "hoxCleanUp"},
-        {"hoxEndTxn", 2302, 2110, Close, "7023/2110", "hoxCleanUp"},
-        {"hoxEndTxn", 2302, 0, Close, "7023/2302", "hoxCleanUp"},
-        {"hoxUpdateFS", 2102, 0, Close, "", ""},
-        {"hoxBeginGetData", 2111, 0, OpenToRead, "7011/2111", "hoxCleanUp"},
-        {"hoxGetObj", 2105, 0, OpenToRead, "7011/2105", "hoxCleanUp"},
-        {"hoxGetData", 2105, 0, Read, "7064/2105", ""},
-        {"hoxEndGetObj", 2105, 0, CloseRead, "7023/2105", "hoxCleanUp"},
-        {"hoxEndGetData", 2105, 0, CloseRead, "7023/2105", "hoxCleanUp"},
-        {"hoxDeleteObj", 2111, 0, Remove, "7011/2111", ""},
-        {"hoxEndTxn", 2302, 2113, Remove, "7011/2113", ""},
-        {"hoxBeginQuery", 2102, 0, Info, "7011/2102", "hoxCleanUp"},
+        {Open, "Init:1=2101", "7011/2101", "Terminate Init CleanUp"},
+        {Open, "Init:1=-50", "",
+         "Terminate Init Init QuerySessOptions " NOT_FOUND "RegisterFS BeginTxn BindMC SendObj"},
+        {Open, "Init:1=-50 Init:2=-50 Init:3=-50 Init:4=-50 Init:5=-50", "7011/65486",
+         "Terminate Init Init Init Init Init CleanUp"},
+        {Open, "BeginQuery:1=124", "", SESSION "BeginQuery RegisterFS BeginTxn BindMC SendObj"},
+        {Open, "BeginQuery:1=2102", "7011/2102", SESSION "BeginQuery " RELEASED},
+        {Open, "GetNextQObj:1=2105", "7011/2105", SESSION NOT_FOUND RELEASED},
+        {Open, "GetNextQObj:1=121", "7011/2503", SESSION NOT_FOUND RELEASED},
+        {Open, "RegisterFS:1=2062", "", SESSION NOT_FOUND "RegisterFS BeginTxn BindMC SendObj"},
+        {Open, "RegisterFS:1=2102", "7011/2102", SESSION NOT_FOUND "RegisterFS " RELEASED},
+        {Open, "BeginTxn:1=2102", "7011/2102", SESSION NOT_FOUND "RegisterFS BeginTxn " RELEASED},
+        {Open, "BindMC:1=2064", "7011/2064",
+         SESSION NOT_FOUND "RegisterFS BeginTxn BindMC EndTxn1 " RELEASED},
+        {Open, "SendObj:1=2110", "7011/2110",
+         SESSION NOT_FOUND "RegisterFS BeginTxn BindMC SendObj EndTxn1 " RELEASED},
+        {Write, "SendData:1=2103", "7043/2103", "SendData"},
+        {Close, "EndSendObj:1=2103", "7023/2103", "EndSendObj EndTxn1 UpdateFS " RELEASED},
+        {Close, "EndTxn:1=2302/2110", "7023/2110", "EndSendObj EndTxn1 UpdateFS " RELEASED},
+        {Close, "EndTxn:1=2302", "7023/2302", "EndSendObj EndTxn1 UpdateFS " RELEASED},
+        {Close, "UpdateFS:1=2102", "", "EndSendObj EndTxn1 UpdateFS L3 S3"},
+        {OpenToRead, "BeginQuery:1=124", "7000/0", SESSION "BeginQuery " RELEASED},
+        {OpenToRead, "GetNextQObj:1=2", "7000/0", SESSION NOT_FOUND RELEASED},
+        {OpenToRead, "BeginGetData:1=2111", "7011/2111", SESSION FOUND "BeginGetData " RELEASED},
+        {OpenToRead, "GetObj:1=2105", "7011/2105", SESSION FOUND "BeginGetData GetObj " RELEASED},
+        {Read, "GetData:1=2105", "7064/2105", "GetData"},
+        {Read, "GetData:1=121", "7061/2505", "GetData"},
+        {CloseRead, "EndGetObj:1=2105", "7023/2105", "EndGetObj EndGetData " RELEASED},
+        {CloseRead, "EndGetData:1=2106", "7023/2106", "EndGetObj EndGetData " RELEASED},
+        {Remove, "GetNextQObj:1=2", "7011/2", SESSION NOT_FOUND},
+        {Remove, "BeginTxn:1=2104", "7011/2104", SESSION FOUND "BeginTxn"},
+        {Remove, "DeleteObj:1=2111", "7011/2111", SESSION FOUND "BeginTxn DeleteObj EndTxn1"},
+        {Remove, "EndTxn:1=2302/2113", "7011/2113", SESSION FOUND "BeginTxn DeleteObj EndTxn1"},
+        {Info, "BeginQuery:1=2102", "7011/2102", SESSION "BeginQuery " RELEASED},
+        {Info, "GetNextQObj:3=2", "7011/2", SESSION FOUND NOT_FOUND RELEASED},
     };
     for (const auto &row : table) {
-        SCOPED_TRACE(std::string(row.operation) + " " + std::to_string(row.rc));
-        client.objects.clear();
+        SCOPED_TRACE(std::to_string(row.step) + " " + row.faults);
+        std::filesystem::remove("veloerror.log");
+        client = ScriptedClient();
         begin();
         ASSERT_EQ("", store("kept", std::string(1024, 'k')));
+        if (row.step == Write || row.step == Close) {
+            ASSERT_EQ("", open("new", SBT1_WRITE));
+        } else if (row.step == Read || row.step == CloseRead) {
+            ASSERT_EQ("", open("kept", SBT1_READ));
+        }
+        client.calls.clear();
+        client.script(row.faults);
         std::string block(1024, 'b');
-        std::string outcome;
-        const auto fault = [&](Step step) {
-            if (step == row.step) {
-                client.calls.clear();
-                client.on(row.operation, 1, row.rc, row.reason);
+        const auto act = [&] {
+            switch (row.step) {
+            case Open:
+                return open("new", SBT1_WRITE);
+            case OpenToRead:
+                return open("kept", SBT1_READ);
+            case Write:
+                return write(block);
+            case Read:
+                return read(block);
+            case Remove:
+                return remove("kept");
+            case Info:
+                return info("kept") == nullptr ? told() : "found";
+            default:
+                return close();
             }
         };
-        fault(row.step);
-        switch (row.step) {
-        case Open:
-            outcome = open("new", SBT1_WRITE);
-            break;
-        case Write:
-        case Close:
-            ASSERT_EQ("", open("new", SBT1_WRITE));
-            outcome = write(block);
-            if (row.step == Close) {
-                outcome += close();
-            }
-            break;
-        case OpenToRead:
-            outcome = open("kept", SBT1_READ);
-            break;
-        case Read:
-        case CloseRead:
-            ASSERT_EQ("", open("kept", SBT1_READ));
-            outcome = row.step == Read ? read(block) : close();
-            break;
-        case Remove:
-            outcome = remove("kept");
-            break;
-        case Info:
-            outcome = info("kept") == nullptr ? told() : "found";
-            break;
-        }
-        EXPECT_EQ(row.outcome, outcome);
-        const Operations operations = client.operations();
-        ASSERT_FALSE(operations.empty());
-        if (*row.lastEnd != '\0') {
-            EXPECT_EQ(row.lastEnd, operations.back()) << "the channel is released";
-        }
-        if (*row.outcome != '\0') {
-            EXPECT_NE(std::string::npos,
-                      errorLog().find("RBS" + std::string(row.outcome).substr(5)))
-                << "the log tells";
-        }
+        EXPECT_EQ(row.outcome, act());
+        std::string story = row.story;
+        story.erase(story.find_last_not_of(' ') + 1);
+        EXPECT_EQ(story, client.story());
+        EXPECT_EQ(*row.outcome != '\0', errorLog().find("RB") != std::string::npos) << errorLog();
         release();
     }
 }
