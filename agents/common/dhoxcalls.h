@@ -3,9 +3,10 @@
 //
 //     rc = hoxApi().dhoxSendData(HoxApiStatusObjP, handle, &block);
 //
-// A call is traced and timed, and its code comes back unchanged. The table of operations is
-// class-wide, so it is shared by every instance of the process. It is filled and cleared under the
-// initialisation lock and does not change while a channel is active; reading it needs no lock.
+// A call is traced and, where it has a code, timed; the code comes back unchanged. The table of
+// operations is class-wide, so it is shared by every instance of the process. It is filled and
+// cleared under the initialisation lock and does not change while a channel is active; reading it
+// needs no lock.
 #ifndef KEEL_AGENTS_COMMON_DHOXCALLS_H
 #define KEEL_AGENTS_COMMON_DHOXCALLS_H
 
@@ -31,17 +32,16 @@ public:
     {
     }
 
-    Result operator()(DBaseApiStatus *status, Formal... arguments) const
+    Result operator()([[maybe_unused]] DBaseApiStatus *status, Formal... arguments) const
     {
         KEEL_TRACE(TR_API, "Enter %s\n", name_);
-        DBaseApi::StartApiCall(status);
-        if constexpr (std::is_void_v<Result>) {
+        if constexpr (std::is_void_v<Result>) { // short and without a server: not timed
             if (operation_ != nullptr) {
                 operation_(arguments...);
             }
-            api_.EndApiCall(status);
             KEEL_TRACE(TR_API, "Exit %s\n", name_);
         } else {
+            DBaseApi::StartApiCall(status);
             const Result rc = operation_ != nullptr ? operation_(arguments...) : DHOX_NOT_LOADED;
             api_.EndApiCall(status);
             KEEL_TRACE(TR_API, "Exit %s, rc = %d\n", name_, static_cast<int>(rc));

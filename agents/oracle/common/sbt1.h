@@ -99,7 +99,7 @@ std::uint16_t prepareSend(Sbt1Call &call, const char *fileName);
 std::uint16_t prepareGet(Sbt1Call &call, const char *fileName);
 
 /// Ends the object of a session, and commits it.
-std::uint16_t closeSend(std::uint32_t th, const char *caller);
+std::uint16_t closeSend(std::uint32_t th);
 std::uint16_t closeGet(std::uint32_t th);
 
 /// May this be the name of a file? As for pieces.

@@ -109,6 +109,7 @@ std::uint16_t queryMC(Sbt1Call &call, const char *fileName, const char *mcName)
 
 std::uint16_t regFS(orcObj_t *ctx)
 {
+    TraceScope scope("regFS()");
     const std::uint16_t rc = veloRegFS(ctx);
     return rc == HOX_RC_FS_REGISTERED ? ORC_RC_OK : rc;
 }
@@ -186,13 +187,14 @@ std::uint16_t prepareGet(Sbt1Call &call, const char *fileName)
     return rc != ORC_RC_OK ? rc : veloPrepGet(call.ctx());
 }
 
-std::uint16_t closeSend(std::uint32_t th, const char *caller)
+std::uint16_t closeSend(std::uint32_t th)
 {
+    TraceScope scope("closeSend()");
     CFirstFailureRc rc(hoxApi().dhoxEndSendObj(HoxApiStatusObjP, th));
     std::uint16_t reason = 0;
     const std::int16_t ended = hoxApi().dhoxEndTxn(HoxApiStatusObjP, th, HOX_VOTE_COMMIT, &reason);
     if (ended == HOX_RC_CHECK_REASON) {
-        ORC_TRACE(0, " %s: HOXENDTXN() reason = %d\n", caller, reason);
+        ORC_TRACE(0, " %s: HOXENDTXN() reason = %d\n", scope.name(), reason);
     }
     rc = ended == HOX_RC_CHECK_REASON && reason != 0 ? reason : ended;
     return static_cast<std::uint16_t>(static_cast<std::int32_t>(rc));
@@ -200,6 +202,7 @@ std::uint16_t closeSend(std::uint32_t th, const char *caller)
 
 std::uint16_t closeGet(std::uint32_t th)
 {
+    TraceScope scope("closeGet()");
     CFirstFailureRc rc(hoxApi().dhoxEndGetObj(HoxApiStatusObjP, th));
     rc = hoxApi().dhoxEndGetData(HoxApiStatusObjP, th);
     return static_cast<std::uint16_t>(static_cast<std::int32_t>(rc));

@@ -11,7 +11,7 @@ constexpr unsigned long kLastFlag = 2;
 // The filespace is updated whatever became of the file; the file's own code decides the close.
 std::uint16_t closeWritten(Sbt1Call &call, unsigned th)
 {
-    const std::uint16_t rc = closeSend(th, call.name());
+    const std::uint16_t rc = closeSend(th);
     psUpdateFS(th, call.index(), call.ctx());
     return rc;
 }

@@ -151,6 +151,7 @@ std::uint16_t beginObject(Sending &sending)
 
 void fillObjAttr(const orcObj_t *ctx, const char *mcName, ObjAttr *attributes)
 {
+    TraceScope scope("fillObjAttr()");
     const std::uint64_t estimate = estimateSize(ctx, "veloPrepSend()");
     *attributes = ObjAttr{};
     attributes->stVersion = HOX_OBJATTR_VERSION;

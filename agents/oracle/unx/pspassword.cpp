@@ -132,6 +132,7 @@ void psveloGetFileName(char *directory, char *path, orcObj_t *ctx)
 
 void psveloSetKey(std::uint32_t *key, orcObj_t *ctx)
 {
+    TraceScope scope("psveloSetKey()");
     hoxApi().dhoxCreateDesKeyEx(HoxApiStatusObjP, key, ctx->options[OPT_VELO_NODE]);
 }
 
