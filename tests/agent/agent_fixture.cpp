@@ -14,28 +14,13 @@ static void *load(const std::string &path)
     return handle;
 }
 
-template <class Function> static void find(void *handle, const char *name, Function &entry)
-{
-    entry = reinterpret_cast<Function>(dlsym(handle, name));
-    if (!entry)
-        throw std::runtime_error(dlerror());
-}
-
 AgentLibrary::AgentLibrary(const std::string &path) : handle(load(path))
 {
-    find(handle, "sbtinit", sbtinit);
-    find(handle, "sbtinit2", sbtinit2);
-    find(handle, "sbtend", sbtend);
-    find(handle, "sbtbackup", sbtbackup);
-    find(handle, "sbtwrite2", sbtwrite2);
-    find(handle, "sbtclose2", sbtclose2);
-    find(handle, "sbtrestore", sbtrestore);
-    find(handle, "sbtread2", sbtread2);
-    find(handle, "sbtinfo2", sbtinfo2);
-    find(handle, "sbtremove2", sbtremove2);
-    find(handle, "sbtcommand", sbtcommand);
-    find(handle, "sbterror", sbterror);
-    find(handle, "veloQueryVersion", veloQueryVersion);
+#define FIND(name)                                                                                 \
+    name = reinterpret_cast<decltype(name)>(dlsym(handle, #name));                                 \
+    if (!name)                                                                                     \
+        throw std::runtime_error(dlerror());
+    AGENT_CALLS(FIND)
 }
 
 AgentLibrary::~AgentLibrary()

@@ -23,19 +23,17 @@ struct AgentLibrary {
     AgentLibrary &operator=(const AgentLibrary &) = delete;
 
     void *handle;
-    decltype(&::sbtinit) sbtinit;
-    decltype(&::sbtinit2) sbtinit2;
-    decltype(&::sbtend) sbtend;
-    decltype(&::sbtbackup) sbtbackup;
-    decltype(&::sbtwrite2) sbtwrite2;
-    decltype(&::sbtclose2) sbtclose2;
-    decltype(&::sbtrestore) sbtrestore;
-    decltype(&::sbtread2) sbtread2;
-    decltype(&::sbtinfo2) sbtinfo2;
-    decltype(&::sbtremove2) sbtremove2;
-    decltype(&::sbtcommand) sbtcommand;
-    decltype(&::sbterror) sbterror;
-    decltype(&::veloQueryVersion) veloQueryVersion;
+#define AGENT_CALLS(X)                                                                             \
+    X(sbtinit)                                                                                     \
+    X(sbtinit2)                                                                                    \
+    X(sbtend)                                                                                      \
+    X(sbtbackup)                                                                                   \
+    X(sbtwrite2)                                                                                   \
+    X(sbtclose2)                                                                                   \
+    X(sbtrestore)                                                                                  \
+    X(sbtread2) X(sbtinfo2) X(sbtremove2) X(sbtcommand) X(sbterror) X(veloQueryVersion)
+#define AGENT_CALL(name) decltype(&::name) name;
+    AGENT_CALLS(AGENT_CALL)
 };
 
 struct BackupRequest {

@@ -10,18 +10,8 @@ protected:
     MemoryTest()
     {
         // The agent that is linked into this program, whose memory can be watched.
-        agent.sbtinit = ::sbtinit;
-        agent.sbtinit2 = ::sbtinit2;
-        agent.sbtend = ::sbtend;
-        agent.sbtbackup = ::sbtbackup;
-        agent.sbtwrite2 = ::sbtwrite2;
-        agent.sbtclose2 = ::sbtclose2;
-        agent.sbtrestore = ::sbtrestore;
-        agent.sbtread2 = ::sbtread2;
-        agent.sbtinfo2 = ::sbtinfo2;
-        agent.sbtremove2 = ::sbtremove2;
-        agent.sbtcommand = ::sbtcommand;
-        agent.sbterror = ::sbterror;
+#define OWN(name) agent.name = ::name;
+        AGENT_CALLS(OWN)
         installation.configureAgent({"VELO_TEST_FLAGS TEST_BUFFERORACLEDATA=2"});
     }
 

@@ -81,16 +81,12 @@ TEST_F(ScriptedAgentTest, GathersBlocksInTheTransferBufferWhenTestingAsksForIt)
     const struct {
         const char *flag;
         int blocks;
-        Operations sends;
-    } table[] = {
-        {"TEST_BUFFERORACLEDATA=4", 4, {"hoxSendData bytes=400"}},
-        {"TEST_BUFFERORACLEDATA=4", 2, {"hoxSendData bytes=200"}},
-        {"TEST_BUFFERORACLEDATA=2",
-         5,
-         {"hoxSendData bytes=200", "hoxSendData bytes=200", "hoxSendData bytes=100"}},
-        {"TEST_BUFFERORACLEDATA", 2, {"hoxSendData bytes=100", "hoxSendData bytes=100"}},
-        {"TEST_BUFFERORACLEDATA=4", 0, {}},
-    };
+        const char *sends; // the bytes of each
+    } table[] = {{"TEST_BUFFERORACLEDATA=4", 4, "400 "},
+                 {"TEST_BUFFERORACLEDATA=4", 2, "200 "},
+                 {"TEST_BUFFERORACLEDATA=2", 5, "200 200 100 "},
+                 {"TEST_BUFFERORACLEDATA", 2, "100 100 "},
+                 {"TEST_BUFFERORACLEDATA=4", 0, ""}};
     for (const auto &row : table) {
         SCOPED_TRACE(std::string(row.flag) + " " + std::to_string(row.blocks));
         client.calls.clear();
@@ -100,7 +96,10 @@ TEST_F(ScriptedAgentTest, GathersBlocksInTheTransferBufferWhenTestingAsksForIt)
         const std::string data =
             keel::test::randomBytes(static_cast<std::size_t>(row.blocks) * 100, 3);
         EXPECT_EQ("", backUp("piece", data, {.blockSize = 100}));
-        EXPECT_EQ(row.sends, client.callsOf({"hoxSendData"}));
+        std::string sends;
+        for (const std::string &call : client.callsOf({"hoxSendData"}))
+            sends += call.substr(call.find('=') + 1) + " ";
+        EXPECT_EQ(row.sends, sends);
         EXPECT_TRUE(client.objects["/lumoorc//piece"].data == data);
         EXPECT_TRUE(has(client.callsOf({"hoxUpdateFS"})[0],
                         "occupancy=0:" + std::to_string(data.size()) + " "));
@@ -164,6 +163,16 @@ TEST_F(ScriptedAgentTest, AsksTheDatabaseForItsSize)
               contents(".sql"));
 }
 
+static hoxDate date(const char *text)
+{
+    unsigned part[6] = {};
+    std::sscanf(text, "%u-%u-%u %u:%u:%u", &part[0], &part[1], &part[2], &part[3], &part[4],
+                &part[5]);
+    const auto small = [&](int i) { return static_cast<std::uint8_t>(part[i]); };
+    return {
+        static_cast<std::uint16_t>(part[0]), small(1), small(2), small(3), small(4), small(5), 0};
+}
+
 TEST_F(ScriptedAgentTest, DescribesWhatTheServerKnowsOfAPiece)
 {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0", 1);
@@ -171,42 +180,21 @@ TEST_F(ScriptedAgentTest, DescribesWhatTheServerKnowsOfAPiece)
     const struct {
         std::uint8_t mediaClass;
         std::uint32_t restoreOrder;
-        const char *className, *info;
-        hoxDate inserted, expires;
-        const char *answer;
+        const char *className, *info, *inserted, *expires, *answer;
     } table[] = {
-        {16,
-         0,
-         "STANDARD",
-         "stStream",
-         {2026, 7, 1, 12, 30, 15, 0},
-         {},
+        {16, 0, "STANDARD", "stStream", "2026-07-01 12:30:15", "",
          "2=1 6=2 7=2 3=1782901815 4=0 5=0 9=STANDARD"},
-        {7,
-         4711,
-         "",
-         "other",
-         {1960, 1, 1, 0, 0, 0, 0},
-         {2027, 7, 1, 12, 30, 15, 0},
+        {7, 4711, "", "other", "1960-01-01 00:00:00", "2027-07-01 12:30:15",
          "2=2 6=1 7=1 3=0 4=1814437815 5=4711"},
         // In winter too the daylight flag is set, and nothing longer than its room gets in.
-        {16,
-         0xffffffff,
-         "A23456789012345678901234567890",
-         "stStreams",
-         {2026, 1, 15, 12, 0, 0, 0},
-         {},
+        {16, 0xffffffff, "A23456789012345678901234567890", "stStreams", "2026-01-15 12:00:00", "",
          "2=2 6=2 7=2 3=1768471200 4=0 5=-1 9=A2345678901234567890123456789"},
     };
     openChannel();
     for (const auto &row : table) {
-        ScriptedObject one{.data = "data", .id = {7, 1}}, two{.data = "data", .id = {7, 2}};
-        one.mediaClass = row.mediaClass;
-        one.restoreOrder = row.restoreOrder;
-        one.className = row.className;
-        one.info = row.info;
-        one.inserted = row.inserted;
-        one.expires = row.expires;
+        ScriptedObject one, two;
+        one = {"data",         {7, 1},           row.className,      row.info,
+               row.mediaClass, row.restoreOrder, date(row.inserted), date(row.expires)};
         client.objects = {{"/lumoorc//p", one}, {"/lumoorc//q", two}};
         const std::string answer = info({"p", "gone", "q", "p"});
         const std::string expected = std::string("1=p ") + row.answer;

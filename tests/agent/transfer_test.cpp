@@ -13,41 +13,26 @@ TEST_F(RealAgentTest, GivesBackEveryBlockAndThenTheEndOfTheFile)
     openChannel();
     const struct {
         std::size_t blocks;
-        unsigned long blockSize;
-    } table[] = {{0, 4096}, {1, 4096}, {3, 4096}, {5, 262144}, {7, 1}, {2, 100003}};
+        unsigned long written, read; // bytes a block
+    } table[] = {{0, 4096, 4096}, {1, 4096, 4096},     {3, 4096, 4096}, {5, 262144, 262144},
+                 {7, 1, 1},       {2, 100003, 100003}, {3, 1000, 2048}, {2, 4096, 512}};
     for (const auto &row : table) {
-        SCOPED_TRACE(std::to_string(row.blocks) + " blocks of " + std::to_string(row.blockSize));
-        const std::string piece =
-            "piece " + std::to_string(row.blocks) + "." + std::to_string(row.blockSize);
-        const std::string sent = randomBytes(row.blocks * row.blockSize, row.blocks);
-        ASSERT_EQ("", backUp(piece, sent, {.blockSize = row.blockSize})) << errorText();
-
-        ASSERT_EQ("", openRestore(piece, row.blockSize)) << errorText();
+        const std::string piece = "piece " + std::to_string(row.blocks) + "." +
+                                  std::to_string(row.written) + "." + std::to_string(row.read);
+        SCOPED_TRACE(piece);
+        const std::string sent = randomBytes(row.blocks * row.written, row.blocks);
+        ASSERT_EQ("", backUp(piece, sent, {.blockSize = row.written})) << errorText();
+        ASSERT_EQ("", openRestore(piece, row.read)) << errorText();
         std::string block, received;
-        for (std::size_t i = 0; i < row.blocks; ++i) {
-            ASSERT_EQ("", read(block)) << "block " << i;
+        while (received.size() < sent.size()) { // the last block is a whole one, or what is left
+            ASSERT_EQ("", read(block)) << "after " << received.size();
             received += block;
         }
         EXPECT_EQ("sbtread2 7504", read(block));
         EXPECT_EQ("sbtread2 7504", read(block));
         EXPECT_EQ("", close());
-        EXPECT_TRUE(received == sent);
+        EXPECT_TRUE(received.substr(0, sent.size()) == sent);
     }
-}
-
-TEST_F(RealAgentTest, DeliversAShortLastBlockBeforeTheEnd)
-{
-    openChannel();
-    const std::string sent = randomBytes(3000, 1);
-    ASSERT_EQ("", backUp("short", sent, {.blockSize = 1000}));
-    std::string block;
-    ASSERT_EQ("", openRestore("short", 2048));
-    EXPECT_EQ("", read(block));
-    EXPECT_TRUE(block == sent.substr(0, 2048));
-    EXPECT_EQ("", read(block));
-    EXPECT_TRUE(block.substr(0, 952) == sent.substr(2048));
-    EXPECT_EQ("sbtread2 7504", read(block));
-    EXPECT_EQ("", close());
 }
 
 TEST_F(RealAgentTest, KeepsEveryNameToTheByte)

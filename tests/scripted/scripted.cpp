@@ -46,11 +46,7 @@ OPERATION(hoxSetUp)(int multithread, const envSetUp *env)
     return 0;
 }
 
-OPERATION(hoxCleanUp)(int)
-{
-    BARE_CALL("hoxCleanUp");
-    return 0;
-}
+BARE_OPERATION(hoxCleanUp, 0, int)
 
 SCRIPTED_EXPORT void hoxQueryApiVersionEx(hoxApiVersionEx *version)
 {

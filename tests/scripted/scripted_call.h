@@ -16,6 +16,14 @@
     if (const auto answer = scriptedClient()->called(name, fields); answer.scripted)               \
     return static_cast<int16_t>(answer.rc)
 
+/// An operation that notes its call and answers code.
+#define BARE_OPERATION(name, code, ...)                                                            \
+    OPERATION(name)(__VA_ARGS__)                                                                   \
+    {                                                                                              \
+        BARE_CALL(#name);                                                                          \
+        return code;                                                                               \
+    }
+
 std::string scriptedFields(const char *format, ...) __attribute__((format(printf, 1, 2)));
 
 inline const char *shown(const char *text)

@@ -56,11 +56,7 @@ static void describe(const ScriptedObject &object, qryRespBackupData *record)
 
 extern "C" {
 
-OPERATION(hoxBeginTxn)(hoxHandle_t)
-{
-    BARE_CALL("hoxBeginTxn");
-    return 0;
-}
+BARE_OPERATION(hoxBeginTxn, 0, hoxHandle_t)
 
 static int16_t endTransaction(uint8_t vote, uint16_t *reason)
 {
@@ -131,11 +127,7 @@ OPERATION(hoxSendData)(hoxHandle_t, DataBlk *data)
     return 0;
 }
 
-OPERATION(hoxEndSendObj)(hoxHandle_t)
-{
-    BARE_CALL("hoxEndSendObj");
-    return 0;
-}
+BARE_OPERATION(hoxEndSendObj, 0, hoxHandle_t)
 
 OPERATION(hoxEndSendObjEx)(hoxHandle_t, const hoxEndSendObjExIn_t *, hoxEndSendObjExOut_t *output)
 {
@@ -182,11 +174,7 @@ OPERATION(hoxGetNextQObj)(hoxHandle_t, DataBlk *data)
     return HOX_RC_MORE_DATA;
 }
 
-OPERATION(hoxEndQuery)(hoxHandle_t)
-{
-    BARE_CALL("hoxEndQuery");
-    return 0;
-}
+BARE_OPERATION(hoxEndQuery, 0, hoxHandle_t)
 
 OPERATION(hoxBeginGetData)(hoxHandle_t, uint8_t wait, uint8_t getType, const hoxGetList *list)
 {
@@ -210,17 +198,8 @@ OPERATION(hoxGetData)(hoxHandle_t, DataBlk *data)
     return deliver(data);
 }
 
-OPERATION(hoxEndGetObj)(hoxHandle_t)
-{
-    BARE_CALL("hoxEndGetObj");
-    return 0;
-}
-
-OPERATION(hoxEndGetData)(hoxHandle_t)
-{
-    BARE_CALL("hoxEndGetData");
-    return 0;
-}
+BARE_OPERATION(hoxEndGetObj, 0, hoxHandle_t)
+BARE_OPERATION(hoxEndGetData, 0, hoxHandle_t)
 
 OPERATION(hoxDeleteObj)(hoxHandle_t, uint8_t delType, const hoxDelInfo *info)
 {
@@ -245,19 +224,16 @@ OPERATION(hoxGroupHandler)(hoxHandle_t, const hoxGroupIn_t *input, hoxGroupOut_t
 }
 
 // The agent looks these up and calls none of them.
-#define UNUSED_OPERATION(name, ...)                                                                \
-    OPERATION(name)(__VA_ARGS__)                                                                   \
-    {                                                                                              \
-        BARE_CALL(#name);                                                                          \
-        return HOX_RC_NOT_SUPPORTED;                                                               \
-    }
-
-UNUSED_OPERATION(hoxDeleteAccess, hoxHandle_t, uint32_t)
-UNUSED_OPERATION(hoxDeleteFS, hoxHandle_t, const char *, uint8_t)
-UNUSED_OPERATION(hoxEndGetDataEx, hoxHandle_t, const hoxEndGetDataExIn_t *, hoxEndGetDataExOut_t *)
-UNUSED_OPERATION(hoxQueryAccess, hoxHandle_t, qryRespAccessData *, uint16_t *)
-UNUSED_OPERATION(hoxRenameObj, hoxHandle_t, uint8_t, const hoxObjName *, const char *, const char *)
-UNUSED_OPERATION(hoxSetAccess, hoxHandle_t, uint8_t, const hoxObjName *, const char *, const char *)
-UNUSED_OPERATION(hoxUpdateObj, hoxHandle_t, uint8_t, const hoxObjName *, const ObjAttr *, uint32_t)
+BARE_OPERATION(hoxDeleteAccess, HOX_RC_NOT_SUPPORTED, hoxHandle_t, uint32_t)
+BARE_OPERATION(hoxDeleteFS, HOX_RC_NOT_SUPPORTED, hoxHandle_t, const char *, uint8_t)
+BARE_OPERATION(hoxEndGetDataEx, HOX_RC_NOT_SUPPORTED, hoxHandle_t, const hoxEndGetDataExIn_t *,
+               hoxEndGetDataExOut_t *)
+BARE_OPERATION(hoxQueryAccess, HOX_RC_NOT_SUPPORTED, hoxHandle_t, qryRespAccessData *, uint16_t *)
+BARE_OPERATION(hoxRenameObj, HOX_RC_NOT_SUPPORTED, hoxHandle_t, uint8_t, const hoxObjName *,
+               const char *, const char *)
+BARE_OPERATION(hoxSetAccess, HOX_RC_NOT_SUPPORTED, hoxHandle_t, uint8_t, const hoxObjName *,
+               const char *, const char *)
+BARE_OPERATION(hoxUpdateObj, HOX_RC_NOT_SUPPORTED, hoxHandle_t, uint8_t, const hoxObjName *,
+               const ObjAttr *, uint32_t)
 
 } // extern "C"
