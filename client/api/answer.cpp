@@ -15,6 +15,8 @@ std::int16_t codeOf(ErrorKind kind)
     switch (kind) {
     case ErrorKind::notFound:
         return HOX_RC_OBJECT_UNKNOWN;
+    case ErrorKind::noFilespace:
+        return HOX_RC_FS_UNKNOWN;
     case ErrorKind::exists:
         return HOX_RC_OBJECT_EXISTS;
     case ErrorKind::noRepository:

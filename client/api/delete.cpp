@@ -1,4 +1,4 @@
-// Deleting objects; and the changes of objects that this level does not offer.
+// Deleting objects.
 #include "client/api/client.h"
 #include "client/api/filespace_check.h"
 #include "client/api/records.h"
@@ -29,12 +29,6 @@ Answer<store::PieceId> idToDelete(Session &session, std::uint8_t delType, const 
     return found->id;
 }
 
-std::int16_t notOffered(hoxHandle_t handle, const char *what)
-{
-    return inSession(handle,
-                     [&](Session &) -> Code { return refused(HOX_RC_NOT_SUPPORTED, what); });
-}
-
 } // namespace
 
 std::int16_t hoxDeleteObj(hoxHandle_t handle, std::uint8_t delType, const hoxDelInfo *info)
@@ -50,16 +44,4 @@ std::int16_t hoxDeleteObj(hoxHandle_t handle, std::uint8_t delType, const hoxDel
         ARCA_CHECK(session.transaction->deleteObject(*id));
         return success();
     });
-}
-
-std::int16_t hoxRenameObj(hoxHandle_t handle, std::uint8_t, const hoxObjName *, const char *,
-                          const char *)
-{
-    return notOffered(handle, "objects are not renamed");
-}
-
-std::int16_t hoxUpdateObj(hoxHandle_t handle, std::uint8_t, const hoxObjName *, const ObjAttr *,
-                          std::uint32_t)
-{
-    return notOffered(handle, "the attributes of objects do not change");
 }

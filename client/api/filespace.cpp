@@ -81,9 +81,19 @@ std::int16_t hoxUpdateFS(hoxHandle_t handle, const char *fsName, const hoxFSUpd 
     });
 }
 
-std::int16_t hoxDeleteFS(hoxHandle_t handle, const char *, std::uint8_t)
+std::int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, std::uint8_t repositoryType)
 {
-    return inSession(handle, [](Session &) -> Code {
-        return refused(HOX_RC_NOT_SUPPORTED, "filespaces are not deleted as a whole");
+    return inSession(handle, [&](Session &session) -> Code {
+        if (!session.isIdle())
+            return refused(HOX_RC_BAD_CALL_SEQUENCE);
+        ARCA_CHECK(expectOwnObjects(session));
+        if (repositoryType != HOX_REPOSITORY_ALL && repositoryType != HOX_REPOSITORY_BACKUP)
+            return refused(HOX_RC_BAD_ARGUMENT, "the repository type is unknown");
+        ARCA_TRY(const std::string name, filespaceNameOf(fsName));
+        auto deleted = session.space->deleteFilespace(name);
+        if (!deleted && deleted.error().kind == ErrorKind::notFound)
+            return refused(HOX_RC_FS_UNKNOWN, std::move(deleted).error().text);
+        ARCA_CHECK(std::move(deleted));
+        return success();
     });
 }

@@ -1,8 +1,8 @@
 // Sending objects.
+#include "client/api/attributes.h"
 #include "client/api/client.h"
 #include "client/api/filespace_check.h"
 #include "client/api/records.h"
-#include "client/base/text.h"
 
 using namespace arca;
 using namespace arca::api;
@@ -10,47 +10,12 @@ using namespace arca::api;
 namespace
 {
 
-Answer<void> expectBackup(std::uint8_t sendType)
-{
-    if (sendType != HOX_SEND_BACKUP && sendType != HOX_SEND_BACKUP_BIND)
-        return refused(HOX_RC_BAD_ARGUMENT, "the send type is unknown");
-    return {};
-}
-
-Answer<std::string> classFor(Session &session, const char *name)
-{
-    ARCA_TRY(const std::string wanted,
-             pointerText(name, HOX_MAX_MC_NAME, "the management class", HOX_RC_MC_UNKNOWN));
-    if (wanted.empty())
-        return std::string(store::kDefaultClass);
-    ARCA_TRY(const auto found, store::Policy(session.repository->blobs()).find(wanted));
-    if (!found)
-        return refused(HOX_RC_MC_UNKNOWN,
-                       "the management class " + printable(wanted) + " is not defined");
-    return found->name;
-}
-
-Answer<std::string> infoOf(const ObjAttr &attributes)
-{
-    if (attributes.objInfoLength > HOX_MAX_OBJ_INFO)
-        return refused(HOX_RC_BAD_ARGUMENT, "the object information is too long");
-    if (attributes.objInfo == nullptr && attributes.objInfoLength != 0)
-        return refused(HOX_RC_NULL_ARGUMENT, "the object information is null");
-    return std::string(attributes.objInfo == nullptr ? "" : attributes.objInfo,
-                       attributes.objInfoLength);
-}
-
 Answer<store::PieceDescription> describe(Session &session, const hoxObjName *name,
                                          const ObjAttr *attributes)
 {
     store::PieceDescription piece;
     ARCA_TRY(piece.name, objectNameOf(name));
-    ARCA_CHECK(expectVersion(attributes,
-                             attributes == nullptr ? std::uint16_t{0} : attributes->stVersion,
-                             HOX_OBJATTR_VERSION, "the attribute record"));
-    ARCA_TRY(piece.owner, fieldText(attributes->owner, "the owner"));
-    ARCA_TRY(piece.managementClass, classFor(session, attributes->mcNameP));
-    ARCA_TRY(piece.info, infoOf(*attributes));
+    ARCA_CHECK(takeAttributes(session, attributes, kEveryAttribute, piece));
     piece.sizeEstimate = joined(attributes->sizeEstimate);
     ARCA_CHECK(expectFilespace(session, piece.name.filespace));
     return piece;

@@ -26,7 +26,7 @@ void Transaction::poison(const Refusal &cause)
     if (failure_ == HOX_RC_OK)
         failure_ = cause.code;
     // What was sent so far is given up at once: its space may be what is lacking.
-    open_.reset();
+    open_ = {};
     finished_.clear();
 }
 
@@ -51,10 +51,15 @@ Answer<void> Transaction::beginObject(store::PieceDescription description)
     ARCA_CHECK(mayGoOn(false));
     if (finished_.size() + deletions_.size() >= kMaxObjects)
         return step<void>(refused(HOX_RC_BAD_ARGUMENT, "a transaction takes 4,096 objects"));
+    auto filespace = step(answered(space_.filespace(description.name.filespace)));
+    if (!filespace)
+        return std::move(filespace).error();
+    if (!*filespace)
+        return step<void>(refused(HOX_RC_FS_UNKNOWN, "the filespace was deleted meanwhile"));
     auto writer = step(answered(space_.beginPiece(std::move(description))));
     if (!writer)
         return std::move(writer).error();
-    open_ = std::move(writer).value();
+    open_ = {std::move(writer).value(), (*filespace)->registration};
     sending_ = true;
     return {};
 }
@@ -62,7 +67,7 @@ Answer<void> Transaction::beginObject(store::PieceDescription description)
 Answer<void> Transaction::append(ByteView bytes)
 {
     ARCA_CHECK(mayGoOn(true));
-    return step(answered(open_->append(bytes)));
+    return step(answered(open_.piece->append(bytes)));
 }
 
 Answer<store::PieceTotals> Transaction::endObject()
@@ -71,7 +76,7 @@ Answer<store::PieceTotals> Transaction::endObject()
     sending_ = false;
     if (!allowed)
         return allowed.error();
-    auto totals = step(answered(open_->finish()));
+    auto totals = step(answered(open_.piece->finish()));
     if (totals)
         finished_.push_back(std::move(open_));
     return totals;
@@ -101,12 +106,12 @@ Answer<void> Transaction::commit()
 Answer<void> Transaction::publish()
 {
     for (std::size_t i = 0; i < finished_.size(); ++i) {
-        auto done = finished_[i]->commit();
+        auto done = space_.commit(*finished_[i].piece, finished_[i].registration);
         if (done)
             continue;
         // The failure that stopped it is what the caller hears of, not how the undoing went.
         for (std::size_t k = 0; k < i; ++k)
-            (void)space_.remove(finished_[k]->id());
+            (void)space_.remove(finished_[k].piece->id());
         return Refusal(std::move(done).error());
     }
     for (const store::PieceId id : deletions_)

@@ -39,8 +39,12 @@ private:
 
     store::NodeSpace &space_;
     bool sending_ = false;
-    std::unique_ptr<store::PieceWriter> open_; // null when none, or when it failed
-    std::vector<std::unique_ptr<store::PieceWriter>> finished_;
+    struct Object {
+        std::unique_ptr<store::PieceWriter> piece; // null when none, or when it failed
+        std::uint32_t registration = 0;            // of its filespace
+    };
+    Object open_;
+    std::vector<Object> finished_;
     std::vector<store::PieceId> deletions_;
     std::int16_t failure_ = HOX_RC_OK;
 };

@@ -14,6 +14,7 @@ namespace arca
 
 enum class ErrorKind {
     notFound,       // no such blob, piece, node ...
+    noFilespace,    // the filespace was never registered, or deleted meanwhile
     exists,         // the name is taken
     noRepository,   // there is nothing like a repository at that place
     io,             // the operating system failed to read or write

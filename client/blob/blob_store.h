@@ -77,6 +77,8 @@ public:
     /// A lock among all users of the store, in this process and in others; null when somebody else
     /// holds it. `name` is one component.
     virtual Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name) = 0;
+    /// The same lock, waited for.
+    virtual Result<std::unique_ptr<BlobLock>> lock(const std::string &name) = 0;
 };
 
 /// Reads a small blob whole; `damaged` when it is larger than `limit`.

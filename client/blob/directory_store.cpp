@@ -316,6 +316,14 @@ Result<std::unique_ptr<BlobLock>> DirectoryStore::tryLock(const std::string &nam
     return std::unique_ptr<BlobLock>(std::make_unique<DirectoryLock>(std::move(file)));
 }
 
+Result<std::unique_ptr<BlobLock>> DirectoryStore::lock(const std::string &name)
+{
+    ARCA_CHECK(ensureDirectory("locks"));
+    ARCA_TRY(auto file, files_.openForLocking(pathOf("locks/" + name), true));
+    ARCA_CHECK(file->lock(true));
+    return std::unique_ptr<BlobLock>(std::make_unique<DirectoryLock>(std::move(file)));
+}
+
 Result<void> DirectoryStore::publish(const std::string &temporary, const std::string &name)
 {
     const std::string directory = name.substr(0, name.rfind('/') + 1);

@@ -33,6 +33,7 @@ public:
     Result<void> removeLeftovers() override;
     /// A file in locks/, which stays.
     Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name) override;
+    Result<std::unique_ptr<BlobLock>> lock(const std::string &name) override;
 
 private:
     friend class DirectoryWriter;

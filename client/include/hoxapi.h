@@ -358,7 +358,16 @@ int16_t hoxRegisterFS(hoxHandle_t handle, const regFSData *data);
 /* Takes over the fields named by mask. HOX_RC_FS_UNKNOWN when it was not registered. */
 int16_t hoxUpdateFS(hoxHandle_t handle, const char *fsName, const hoxFSUpd *update, uint32_t mask);
 
-/* Deletes a filespace and every object in it. */
+#define HOX_REPOSITORY_ALL 0
+#define HOX_REPOSITORY_BACKUP 1 /* all there is: means the same */
+
+/*
+ * Deletes a filespace and every object in it, durably and in one step: none of them is found or
+ * read afterwards, and an object that another session is sending into it is refused when it commits
+ * (HOX_RC_FS_UNKNOWN as the reason). What another session is reading it may read to the end. The
+ * filespace may be registered anew, and is empty then. Not in a transaction, a query or a read.
+ * HOX_RC_FS_UNKNOWN when it was not registered.
+ */
 int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, uint8_t repositoryType);
 
 /* ---- transactions ---- */
@@ -625,7 +634,14 @@ int16_t hoxDeleteObj(hoxHandle_t handle, uint8_t delType, const hoxDelInfo *info
 int16_t hoxRenameObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *name,
                      const char *newHlName, const char *newLlName);
 
-/* Which attributes hoxUpdateObj takes over. */
+/*
+ * Changes attributes of an object: those that mask names, as hoxSendObj takes them; the others may
+ * be 0. Durable and visible to every session on return, in one step; what other sessions change at
+ * the same time is kept. Queries answer the attributes as they are now. A null or empty mcNameP
+ * binds the object to the default class. Not in a transaction, a query or a read.
+ * HOX_RC_OBJECT_UNKNOWN, HOX_RC_FS_UNKNOWN, HOX_RC_MC_UNKNOWN; HOX_RC_BAD_ARGUMENT when mask is 0
+ * or names what is not known.
+ */
 #define HOX_UPDOBJ_OWNER 0x1U
 #define HOX_UPDOBJ_INFO 0x2U
 #define HOX_UPDOBJ_MC 0x4U

@@ -7,7 +7,7 @@ namespace arca::store
 namespace
 {
 constexpr std::string_view kKind = "ARCAFSPC";
-constexpr std::uint32_t kVersion = 1;
+constexpr std::uint32_t kVersion = 2;
 } // namespace
 
 Bytes encodeFilespace(const Filespace &filespace)
@@ -19,6 +19,8 @@ Bytes encodeFilespace(const Filespace &filespace)
     for (const std::string *text :
          {&filespace.node, &filespace.name, &filespace.type, &filespace.info})
         payload.text(*text);
+    payload.u32(filespace.registration);
+    payload.u16(filespace.deleted ? 1 : 0);
     return frameRecord(kKind, kVersion, payload.view());
 }
 
@@ -32,6 +34,10 @@ Result<Filespace> decodeFilespace(ByteView record)
     filespace.protectedMebibytes = reader.u64();
     for (std::string *text : {&filespace.node, &filespace.name, &filespace.type, &filespace.info})
         *text = reader.text();
+    if (reader.ok() && reader.remaining() != 0) { // version 1 ends here
+        filespace.registration = reader.u32();
+        filespace.deleted = reader.u16() != 0;
+    }
     if (!reader.ok())
         return Error{ErrorKind::damaged, "the record of a filespace is damaged"};
     return filespace;

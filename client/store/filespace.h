@@ -17,10 +17,13 @@ struct Filespace {
     std::uint64_t occupancyBytes = 0;
     std::uint64_t capacityBytes = 0;
     std::uint64_t protectedMebibytes = 0;
+    std::uint32_t registration = 1; // counts on when it is registered anew after it was deleted
+    bool deleted = false;           // nothing in it shows, and what is left is being removed
 };
 
 /// The payload of a record of kind "ARCAFSPC": occupancy, capacity, protected size (8 bytes each),
-/// then node, name, type and information, each a 16-bit length and as many bytes.
+/// then node, name, type and information, each a 16-bit length and as many bytes; since version 2
+/// the number of the registration (4 bytes) and 1 when deleted (2 bytes).
 Bytes encodeFilespace(const Filespace &filespace);
 Result<Filespace> decodeFilespace(ByteView record);
 

@@ -2,6 +2,7 @@
 //
 //   pieces/<node key>/<xx>/<name hash>   one blob a piece; xx are the hash's first two digits
 //   filespaces/<node key>/<name hash>/   the numbered record of a filespace
+//   objects/<node key>/<identifier>/     what became of a piece: object_record.h
 //
 // There is no catalogue to fall behind: the name hash (32 digits) leads from a name to its blob,
 // and the upper half of an identifier is the beginning of that hash, so an identifier leads to a
@@ -103,12 +104,10 @@ Result<std::unique_ptr<PieceWriter>> NodeSpace::beginPiece(PieceDescription desc
     description.node = node_;
     ARCA_TRY(const Sha256 hash, hashOf(description.name));
     const std::string blobName = blobNameOf(hash);
-    const auto present = store_.open(blobName);
-    if (present)
+    ARCA_TRY(const bool taken, isTaken(blobName));
+    if (taken)
         return Error{ErrorKind::exists,
                      "the object " + printable(description.name.joined()) + " exists already"};
-    if (present.error().kind != ErrorKind::notFound)
-        return present.error();
     ARCA_TRY(const PieceId id, newId(hash));
     return PieceWriter::begin(store_, blobName, id, std::move(description));
 }
@@ -122,7 +121,12 @@ Result<std::optional<PieceInfo>> NodeSpace::find(const ObjectName &name)
         return std::optional<PieceInfo>();
     ARCA_TRY(const auto opened, std::move(blob));
     ARCA_TRY(const PieceFrame frame, readOwnFrame(*opened, blobName));
-    return std::optional<PieceInfo>(frame.info(opened->size()));
+    PieceInfo info = frame.info(opened->size());
+    ARCA_TRY(const auto record, recordIfShown(info.id));
+    if (!record)
+        return std::optional<PieceInfo>();
+    record->applyTo(info);
+    return std::optional<PieceInfo>(std::move(info));
 }
 
 Result<NodeSpace::Located> NodeSpace::locate(PieceId id)
@@ -150,76 +154,14 @@ Result<NodeSpace::Located> NodeSpace::locate(PieceId id)
 
 Result<PieceInfo> NodeSpace::find(PieceId id)
 {
-    ARCA_TRY(Located located, locate(id));
+    ARCA_TRY(Located located, locateShown(id));
     return std::move(located.info);
 }
 
 Result<std::unique_ptr<PieceReader>> NodeSpace::openPiece(PieceId id)
 {
-    ARCA_TRY(Located located, locate(id));
+    ARCA_TRY(Located located, locateShown(id));
     return PieceReader::open(std::move(located.blob));
-}
-
-Result<void> NodeSpace::remove(PieceId id)
-{
-    ARCA_TRY(Located located, locate(id));
-    auto removed = store_.remove(located.blobName, *located.blob);
-    if (!removed && removed.error().kind == ErrorKind::notFound)
-        return unknownId(id);
-    return removed;
-}
-
-Result<NumberedRecord> NodeSpace::filespaceRecord(const std::string &name)
-{
-    ARCA_TRY(const Sha256 hash, sha256({viewOf("filespace"), viewOf(node_), viewOf(name)}));
-    return NumberedRecord(store_, "filespaces/" + key_ + "/" + digitsOf(hash));
-}
-
-Result<std::optional<Filespace>> NodeSpace::filespace(const std::string &name)
-{
-    ARCA_TRY(NumberedRecord record, filespaceRecord(name));
-    ARCA_TRY(const auto state, record.latest());
-    if (!state)
-        return std::optional<Filespace>();
-    ARCA_TRY(Filespace found, decodeFilespace(state->bytes));
-    if (found.node != node_ || found.name != name)
-        return Error{ErrorKind::damaged, "the record of filespace " + printable(name) +
-                                             " is another one than its place says"};
-    return std::optional<Filespace>(std::move(found));
-}
-
-Result<void> NodeSpace::registerFilespace(const Filespace &filespace)
-{
-    ARCA_TRY(NumberedRecord record, filespaceRecord(filespace.name));
-    const Error known{ErrorKind::exists,
-                      "the filespace " + printable(filespace.name) + " is registered already"};
-    ARCA_TRY(const auto state, record.latest());
-    if (state)
-        return known;
-    Filespace own = filespace;
-    own.node = node_;
-    auto written = record.write(0, encodeFilespace(own));
-    if (!written && written.error().kind == ErrorKind::conflict)
-        return known;
-    return written;
-}
-
-Result<void> NodeSpace::updateFilespace(const std::string &name,
-                                        const std::function<void(Filespace &)> &change)
-{
-    ARCA_TRY(NumberedRecord record, filespaceRecord(name));
-    for (int attempt = 0;; ++attempt) {
-        ARCA_TRY(const auto state, record.latest());
-        if (!state)
-            return Error{ErrorKind::notFound,
-                         "the filespace " + printable(name) + " is not registered"};
-        ARCA_TRY(Filespace filespace, decodeFilespace(state->bytes));
-        change(filespace);
-        auto written = record.write(state->number, encodeFilespace(filespace));
-        // Many channels may finish at the same moment; each conflict means that another one got on.
-        if (written || written.error().kind != ErrorKind::conflict || attempt == 1000)
-            return written;
-    }
 }
 
 } // namespace arca::store

@@ -5,6 +5,7 @@
 
 #include "client/base/secret_key.h"
 #include "client/store/filespace.h"
+#include "client/store/object_record.h"
 #include "client/store/piece_reader.h"
 #include "client/store/piece_writer.h"
 
@@ -31,14 +32,23 @@ public:
     /// The piece of exactly that name; nothing when there is none.
     Result<std::optional<PieceInfo>> find(const ObjectName &name);
 
-    /// `notFound` when no piece has that identifier.
+    /// `notFound` when no piece has that identifier. A piece that was renamed is found by those it
+    /// had before, too, and tells the one it has now.
     Result<PieceInfo> find(PieceId id);
     Result<std::unique_ptr<PieceReader>> openPiece(PieceId id);
 
     /// Removes the piece, durably. `notFound` also when it was removed, or replaced, meanwhile.
     Result<void> remove(PieceId id);
 
-    /// Nothing when it was never registered.
+    /// Changes owner, management class and information of a piece, durably. `notFound`.
+    Result<void> update(const ObjectName &name,
+                        const std::function<void(PieceDescription &)> &change);
+
+    /// Commits a finished piece, if its filespace is still the one that was registered under that
+    /// number when it was begun; `exists`, `noFilespace`.
+    Result<void> commit(PieceWriter &piece, std::uint32_t registration);
+
+    /// Nothing when it was never registered, or deleted.
     Result<std::optional<Filespace>> filespace(const std::string &name);
     /// `exists` when it is registered already.
     Result<void> registerFilespace(const Filespace &filespace);
@@ -46,6 +56,10 @@ public:
     /// `notFound`.
     Result<void> updateFilespace(const std::string &name,
                                  const std::function<void(Filespace &)> &change);
+    /// Deletes it and every piece in it: in one step they all stop showing, then their space is
+    /// freed. What an interrupted deletion did not free is freed by the next one, or when the
+    /// filespace is registered anew. `notFound`.
+    Result<void> deleteFilespace(const std::string &name);
 
 private:
     struct Located {
@@ -58,9 +72,29 @@ private:
     Result<Sha256> hashOf(const ObjectName &name) const;
     std::string blobNameOf(const Sha256 &nameHash) const;
     std::string prefixOf(PieceId id) const;
+    /// Of the stored pieces, those that show or not.
     Result<Located> locate(PieceId id);
+    /// Of those that show; its attributes as they are now.
+    Result<Located> locateShown(PieceId id);
+    /// What became of a stored piece; nothing when it does not show.
+    Result<std::optional<ObjectRecord>> recordIfShown(PieceId id);
+    Result<bool> isDone(ChangeId change);
+    Result<bool> isTaken(const std::string &blobName);
+
+    /// Held by whoever removes pieces or changes their records. What is found half-changed under it
+    /// was left by the dead.
+    Result<std::unique_ptr<blob::BlobLock>> lockChanges();
+    Result<void> removeStored(Located &located);
+    void forget(PieceId id);
+    Result<void> emptyFilespace(const std::string &name);
     Result<PieceFrame> readOwnFrame(blob::BlobReader &blob, const std::string &blobName) const;
     Result<NumberedRecord> filespaceRecord(const std::string &name);
+    struct FilespaceState {
+        NumberedRecord record;
+        std::uint32_t number = 0;
+        std::optional<Filespace> filespace; // a deleted one, too
+    };
+    Result<FilespaceState> readFilespace(const std::string &name);
 
     blob::BlobStore &store_;
     std::string node_;

@@ -90,6 +90,19 @@ Result<void> NumberedRecord::write(std::uint32_t number, ByteView bytes)
     return {};
 }
 
+Result<void> NumberedRecord::remove()
+{
+    ARCA_TRY(const auto found, numbers());
+    for (const std::uint32_t number : found) {
+        auto reader = store_.open(nameOf(number));
+        auto removed = reader ? store_.remove(nameOf(number), **reader)
+                              : Result<void>(std::move(reader).error());
+        if (!removed && removed.error().kind != ErrorKind::notFound)
+            return removed;
+    }
+    return {};
+}
+
 /// The state before the newest stays, so that whoever lists while a change goes on finds at least
 /// one.
 void NumberedRecord::removeSuperseded(std::uint32_t newest)

@@ -52,6 +52,10 @@ public:
     /// Writes the state after `number`; 0 for the first. `conflict` when somebody was faster.
     Result<void> write(std::uint32_t number, ByteView bytes);
 
+    /// Takes the record away, the newest state last. Nobody may write it meanwhile, or ever again
+    /// under a number that was used. Fine when there is none.
+    Result<void> remove();
+
 private:
     Result<std::vector<std::uint32_t>> numbers();
     std::string nameOf(std::uint32_t number) const;

@@ -1,0 +1,56 @@
+// Changing objects that are stored: their attributes, their names.
+#include "client/api/attributes.h"
+#include "client/api/client.h"
+#include "client/api/filespace_check.h"
+#include "client/api/guest.h"
+#include "client/api/records.h"
+
+using namespace arca;
+using namespace arca::api;
+
+namespace
+{
+
+/// The name of an object that may be changed now.
+Answer<store::ObjectName> changeable(Session &session, std::uint8_t sendType,
+                                     const hoxObjName *name)
+{
+    if (!session.isIdle())
+        return refused(HOX_RC_BAD_CALL_SEQUENCE);
+    ARCA_CHECK(expectOwnObjects(session));
+    ARCA_CHECK(expectBackup(sendType));
+    ARCA_TRY(store::ObjectName own, objectNameOf(name));
+    ARCA_CHECK(expectFilespace(session, own.filespace));
+    return own;
+}
+
+} // namespace
+
+std::int16_t hoxUpdateObj(hoxHandle_t handle, std::uint8_t sendType, const hoxObjName *name,
+                          const ObjAttr *attributes, std::uint32_t mask)
+{
+    return inSession(handle, [&](Session &session) -> Code {
+        ARCA_TRY(const store::ObjectName own, changeable(session, sendType, name));
+        if (mask == 0 || (mask & ~kEveryAttribute) != 0)
+            return refused(HOX_RC_BAD_ARGUMENT, "the mask names no attributes, or unknown ones");
+        store::PieceDescription given;
+        ARCA_CHECK(takeAttributes(session, attributes, mask, given));
+        ARCA_CHECK(session.space->update(own, [&](store::PieceDescription &piece) {
+            if ((mask & HOX_UPDOBJ_OWNER) != 0)
+                piece.owner = given.owner;
+            if ((mask & HOX_UPDOBJ_MC) != 0)
+                piece.managementClass = given.managementClass;
+            if ((mask & HOX_UPDOBJ_INFO) != 0)
+                piece.info = given.info;
+        }));
+        return success();
+    });
+}
+
+std::int16_t hoxRenameObj(hoxHandle_t handle, std::uint8_t, const hoxObjName *, const char *,
+                          const char *)
+{
+    return inSession(handle, [&](Session &) -> Code {
+        return refused(HOX_RC_NOT_SUPPORTED, "objects are not renamed");
+    });
+}

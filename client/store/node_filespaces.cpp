@@ -1,0 +1,146 @@
+// A node's filespaces: registering, describing, deleting.
+//
+// A filespace is deleted by one new state of its record, and from then on nothing in it shows. Its
+// pieces are removed afterwards, at the latest before it is registered anew. Whoever sends a piece
+// looks again after the commit: a registration that is not the one he began under takes the piece
+// back, so that no deletion takes a piece that was acknowledged after it.
+#include "client/base/text.h"
+#include "client/store/node_space.h"
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr int kMaxAttempts = 1000;
+constexpr std::size_t kHashBytesInNames = 16;
+
+Error unregistered(const std::string &name, ErrorKind kind)
+{
+    return {kind, "the filespace " + printable(name) + " is not registered"};
+}
+
+} // namespace
+
+Result<NumberedRecord> NodeSpace::filespaceRecord(const std::string &name)
+{
+    ARCA_TRY(const Sha256 hash, sha256({viewOf("filespace"), viewOf(node_), viewOf(name)}));
+    return NumberedRecord(store_, "filespaces/" + key_ + "/" +
+                                      toHex(ByteView(hash).first(kHashBytesInNames)));
+}
+
+Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &name)
+{
+    ARCA_TRY(NumberedRecord record, filespaceRecord(name));
+    FilespaceState state{std::move(record), 0, std::nullopt};
+    ARCA_TRY(const auto latest, state.record.latest());
+    if (!latest)
+        return state;
+    ARCA_TRY(state.filespace, decodeFilespace(latest->bytes));
+    if (state.filespace->node != node_ || state.filespace->name != name)
+        return Error{ErrorKind::damaged, "the record of filespace " + printable(name) +
+                                             " is another one than its place says"};
+    state.number = latest->number;
+    return state;
+}
+
+Result<std::optional<Filespace>> NodeSpace::filespace(const std::string &name)
+{
+    ARCA_TRY(FilespaceState state, readFilespace(name));
+    if (state.filespace && state.filespace->deleted)
+        return std::optional<Filespace>();
+    return std::move(state.filespace);
+}
+
+Result<void> NodeSpace::registerFilespace(const Filespace &filespace)
+{
+    const Error known{ErrorKind::exists,
+                      "the filespace " + printable(filespace.name) + " is registered already"};
+    ARCA_TRY(FilespaceState before, readFilespace(filespace.name));
+    if (before.filespace && !before.filespace->deleted)
+        return known;
+    Filespace own = filespace;
+    own.node = node_;
+    std::unique_ptr<blob::BlobLock> turn;
+    if (before.filespace) {
+        // Held until it is registered, or what others store in it could be taken for leftovers.
+        ARCA_TRY(turn, lockChanges());
+        ARCA_CHECK(emptyFilespace(own.name));
+        own.registration = before.filespace->registration + 1;
+    }
+    auto written = before.record.write(before.number, encodeFilespace(own));
+    if (!written && written.error().kind == ErrorKind::conflict)
+        return known;
+    return written;
+}
+
+Result<void> NodeSpace::updateFilespace(const std::string &name,
+                                        const std::function<void(Filespace &)> &change)
+{
+    for (int attempt = 0;; ++attempt) {
+        ARCA_TRY(FilespaceState state, readFilespace(name));
+        if (!state.filespace || state.filespace->deleted)
+            return unregistered(name, ErrorKind::notFound);
+        change(*state.filespace);
+        auto written = state.record.write(state.number, encodeFilespace(*state.filespace));
+        // Many channels may finish at the same moment; each conflict means that another one got on.
+        if (written || written.error().kind != ErrorKind::conflict || attempt == kMaxAttempts)
+            return written;
+    }
+}
+
+Result<void> NodeSpace::deleteFilespace(const std::string &name)
+{
+    ARCA_TRY(const auto turn, lockChanges());
+    const auto deleted = updateFilespace(name, [](Filespace &known) { known.deleted = true; });
+    if (!deleted && deleted.error().kind != ErrorKind::notFound)
+        return deleted;
+    // Deleted already, or just now. What cannot be freed now is found again, and shows nowhere.
+    (void)emptyFilespace(name);
+    return deleted;
+}
+
+/// Under the lock of changes, of a filespace that is deleted.
+Result<void> NodeSpace::emptyFilespace(const std::string &name)
+{
+    ARCA_TRY(const FilespaceState state, readFilespace(name));
+    if (!state.filespace || !state.filespace->deleted)
+        return {};
+    std::vector<std::string> names;
+    ARCA_CHECK(store_.list("pieces/" + key_ + "/", [&](const std::string &blobName) {
+        names.push_back(blobName);
+        return true;
+    }));
+    for (const std::string &blobName : names) {
+        auto blob = store_.open(blobName);
+        if (!blob)
+            continue; // removed since the listing
+        const auto frame = readOwnFrame(**blob, blobName);
+        // A damaged one may be another filespace's: it is left to be looked into.
+        if (!frame || frame->header.description.name.filespace != name)
+            continue;
+        Located located{blobName, std::move(blob).value(), {}};
+        located.info.id = frame->header.id;
+        auto removed = removeStored(located);
+        if (!removed && removed.error().kind != ErrorKind::notFound)
+            return removed;
+    }
+    return {};
+}
+
+Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
+{
+    const std::string name = piece.name().filespace;
+    ARCA_CHECK(piece.commit());
+    auto now = filespace(name);
+    if (now && *now && (*now)->registration == registration)
+        return {};
+    if (auto located = locate(piece.id()); located)
+        (void)removeStored(*located);
+    if (!now)
+        return std::move(now).error();
+    return unregistered(name, ErrorKind::noFilespace);
+}
+
+} // namespace arca::store

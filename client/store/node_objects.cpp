@@ -1,0 +1,143 @@
+// What becomes of a node's pieces once they are stored: which of them show, their attributes, their
+// removal.
+#include "client/base/text.h"
+#include "client/store/node_space.h"
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr int kMaxNames = 1000; // that a piece had one after the other, far more than anybody gives
+
+Error unknownId(PieceId id)
+{
+    return {ErrorKind::notFound, "no object has the identifier " + toHex(id)};
+}
+
+} // namespace
+
+Result<std::unique_ptr<blob::BlobLock>> NodeSpace::lockChanges()
+{
+    return store_.lock("change-" + key_);
+}
+
+Result<bool> NodeSpace::isDone(ChangeId change)
+{
+    const auto mark = store_.open("changes/" + key_ + "/" + toHex(change) + ".done");
+    if (!mark && mark.error().kind != ErrorKind::notFound)
+        return mark.error();
+    return static_cast<bool>(mark);
+}
+
+Result<std::optional<ObjectRecord>> NodeSpace::recordIfShown(PieceId id)
+{
+    ObjectRecords records(store_, key_);
+    for (;;) {
+        ARCA_TRY(const auto state, records.read(id));
+        const ObjectRecord &record = state.record;
+        if (record.goneBy != 0) {
+            ARCA_TRY(const bool gone, isDone(record.goneBy));
+            if (gone)
+                return std::optional<ObjectRecord>();
+        } else if (record.renamedTo != 0) {
+            return std::optional<ObjectRecord>();
+        }
+        if (record.shownBy == 0)
+            return std::optional(record);
+        ARCA_TRY(const bool shown, isDone(record.shownBy));
+        if (shown)
+            return std::optional(record);
+        // A change's mark goes once the records need it no more: then this one has changed.
+        ARCA_TRY(const auto now, records.read(id));
+        if (now.number == state.number)
+            return std::optional<ObjectRecord>();
+    }
+}
+
+Result<NodeSpace::Located> NodeSpace::locateShown(PieceId asked)
+{
+    PieceId id = asked;
+    for (int names = 0; names < kMaxNames && id != 0; ++names) {
+        auto located = locate(id);
+        if (!located && located.error().kind != ErrorKind::notFound)
+            return located;
+        if (located) {
+            ARCA_TRY(const auto record, recordIfShown(id));
+            ARCA_TRY(const auto known, filespace(located->info.description.name.filespace));
+            if (record && known) {
+                record->applyTo(located->info);
+                return located;
+            }
+        }
+        ARCA_TRY(const auto state, ObjectRecords(store_, key_).read(id));
+        id = state.record.renamedTo;
+        if (state.record.goneBy != 0) {
+            ARCA_TRY(const bool gone, isDone(state.record.goneBy));
+            if (!gone)
+                break;
+        }
+    }
+    return unknownId(asked);
+}
+
+/// Whether the name of a blob is in use. What the dead left under it is not.
+Result<bool> NodeSpace::isTaken(const std::string &blobName)
+{
+    const auto blob = store_.open(blobName);
+    if (!blob && blob.error().kind == ErrorKind::notFound)
+        return false;
+    if (!blob)
+        return blob.error();
+    return true;
+}
+
+Result<void> NodeSpace::remove(PieceId id)
+{
+    ARCA_TRY(const auto turn, lockChanges());
+    ARCA_TRY(Located located, locateShown(id));
+    auto removed = removeStored(located);
+    if (!removed && removed.error().kind == ErrorKind::notFound)
+        return unknownId(id);
+    return removed;
+}
+
+/// The piece first: a record without a piece is harmless.
+Result<void> NodeSpace::removeStored(Located &located)
+{
+    ARCA_CHECK(store_.remove(located.blobName, *located.blob));
+    forget(located.info.id);
+    return {};
+}
+
+void NodeSpace::forget(PieceId id)
+{
+    ObjectRecords records(store_, key_);
+    const auto last = records.read(id);
+    // Under every identifier that it had.
+    PieceId old = last ? last->record.origin : 0;
+    for (int names = 0; names < kMaxNames && old != 0 && old != id; ++names) {
+        const auto state = records.read(old);
+        const PieceId next = state ? state->record.renamedTo : 0;
+        (void)records.remove(old);
+        old = next;
+    }
+    (void)records.remove(id);
+}
+
+Result<void> NodeSpace::update(const ObjectName &name,
+                               const std::function<void(PieceDescription &)> &change)
+{
+    ARCA_TRY(const auto turn, lockChanges());
+    ARCA_TRY(auto found, find(name));
+    if (!found)
+        return Error{ErrorKind::notFound, "there is no object " + printable(name.joined())};
+    ObjectRecords records(store_, key_);
+    ARCA_TRY(auto state, records.read(found->id));
+    change(found->description);
+    state.record.describe(found->description);
+    return records.write(state);
+}
+
+} // namespace arca::store
