@@ -1,4 +1,4 @@
-// Queries: backup objects by their exact name, and management classes.
+// Queries: backup objects by their exact name, groups of them, and management classes.
 #include "client/api/client.h"
 #include "client/api/filespace_check.h"
 #include "client/api/guest.h"
@@ -29,6 +29,33 @@ Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
     ARCA_TRY(auto found, session.space->find(name));
     if (found && (owner.empty() || found->description.owner == owner))
         query.answers.emplace_back(std::move(*found));
+    return query;
+}
+
+Answer<Query> queryGroup(Session &session, const qryGroupData *asked)
+{
+    ARCA_CHECK(expectVersion(asked, asked == nullptr ? std::uint16_t{0} : asked->stVersion,
+                             HOX_QRY_GROUP_VERSION, "the query record"));
+    Query query;
+    if (session.isGuest())
+        return query; // rules name objects, not groups
+    const auto leader = session.space->firstId(joined(asked->leaderObjId));
+    if (!leader && leader.error().kind == ErrorKind::notFound)
+        return query;
+    ARCA_CHECK(leader);
+    const auto group = session.space->groups().find(*leader);
+    if (!group && group.error().kind == ErrorKind::notFound)
+        return query;
+    ARCA_CHECK(group);
+    std::vector<store::PieceId> ids{*leader};
+    ids.insert(ids.end(), group->members.begin(), group->members.end());
+    for (const store::PieceId id : ids) {
+        auto found = session.space->find(id);
+        if (!found && found.error().kind == ErrorKind::notFound)
+            continue; // deleted
+        ARCA_CHECK(found);
+        query.answers.emplace_back(std::move(*found));
+    }
     return query;
 }
 
@@ -121,6 +148,9 @@ std::int16_t hoxBeginQuery(hoxHandle_t handle, std::uint8_t queryType, const voi
         } else if (queryType == HOX_QUERY_MGMT_CLASS) {
             ARCA_TRY(session.query,
                      queryClasses(session, static_cast<const qryMCData *>(queryData)));
+        } else if (queryType == HOX_QUERY_GROUP) {
+            ARCA_TRY(session.query,
+                     queryGroup(session, static_cast<const qryGroupData *>(queryData)));
         } else {
             return refused(HOX_RC_BAD_ARGUMENT, "the query type is unknown");
         }

@@ -55,6 +55,7 @@ struct Session {
     std::optional<Transaction> transaction;
     std::optional<Query> query;
     std::optional<Retrieval> retrieval;
+    std::optional<store::Group> openGroup; // not stored yet
     bool ended = false; // a call that was waiting for the mutex finds the session gone
 };
 

@@ -478,6 +478,7 @@ int16_t hoxEndSendObjEx(hoxHandle_t handle, const hoxEndSendObjExIn_t *input,
 
 #define HOX_QUERY_BACKUP 1     /* qryBackupData, answered by qryRespBackupData */
 #define HOX_QUERY_MGMT_CLASS 4 /* qryMCData, answered by qryRespMCData */
+#define HOX_QUERY_GROUP 5      /* qryGroupData, answered by qryRespBackupData: the leader first */
 
 #define HOX_STATE_ACTIVE 1
 #define HOX_STATE_INACTIVE 2
@@ -521,6 +522,12 @@ typedef struct qryRespBackupData {
     hox64_t storedSize; /* bytes that it added to the repository */
     uint8_t reserved[324];
 } qryRespBackupData;
+
+#define HOX_QRY_GROUP_VERSION 1
+typedef struct qryGroupData {
+    uint16_t stVersion;
+    hox64_t leaderObjId;
+} qryGroupData;
 
 #define HOX_QRY_MC_VERSION 1
 typedef struct qryMCData {
@@ -648,12 +655,14 @@ int16_t hoxRenameObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *nam
 int16_t hoxUpdateObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *name,
                      const ObjAttr *attributes, uint32_t mask);
 
-#define HOX_GROUP_OPEN 1
-#define HOX_GROUP_CLOSE 2
-#define HOX_GROUP_ADD 3
-#define HOX_GROUP_ASSIGN 4
-#define HOX_GROUP_REMOVE 5
-#define HOX_GROUP_DELETE 6
+#define HOX_GROUP_OPEN 1   /* a new group: isLeader 1, objName the leader, tag */
+#define HOX_GROUP_CLOSE 2  /* makes the group that is open */
+#define HOX_GROUP_ADD 3    /* the members to the group that is open */
+#define HOX_GROUP_ASSIGN 4 /* the members to a group that was closed */
+#define HOX_GROUP_REMOVE 5 /* takes the members out of a group that was closed */
+#define HOX_GROUP_DELETE 6 /* the group, open or closed; its objects stay */
+
+#define HOX_MAX_GROUP_TAG 64
 
 #define HOX_GROUP_VERSION 1
 typedef struct hoxGroupIn_t {
@@ -672,6 +681,22 @@ typedef struct hoxGroupOut_t {
     hox64_t leaderObjId;
 } hoxGroupOut_t;
 
+/*
+ * Groups of objects: a leader and up to 4,096 members, all stored before. A group ties objects
+ * together for a query of type HOX_QUERY_GROUP and for nothing else: each is queried, read and
+ * deleted by itself as if it were in none. A member that is deleted drops out, one that is renamed
+ * stays; with its leader a group goes, without its members. An object leads at most one group, and
+ * may be a member of many.
+ *
+ * Every action but HOX_GROUP_OPEN names the group by leaderObjId and its members by memberObjId and
+ * memberCount. A session has at most one group open; until HOX_GROUP_CLOSE returns 0 nothing of it
+ * is there for anybody, and it ends with the session. The others are durable on return, each in one
+ * step: all members are taken or none. A member that is there already is not added twice.
+ *
+ * output may be null but for HOX_GROUP_OPEN. Not in a transaction, a query or a read.
+ * HOX_RC_OBJECT_UNKNOWN when an object or the group is not there, or what is to be taken out is no
+ * member; HOX_RC_OBJECT_EXISTS when the leader leads a group already.
+ */
 int16_t hoxGroupHandler(hoxHandle_t handle, const hoxGroupIn_t *input, hoxGroupOut_t *output);
 
 /* ---- access for other nodes ---- */

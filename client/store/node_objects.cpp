@@ -124,6 +124,14 @@ void NodeSpace::forget(PieceId id)
         old = next;
     }
     (void)records.remove(id);
+    groups().forget(last ? last->record.first() : id);
+}
+
+Result<PieceId> NodeSpace::firstId(PieceId id)
+{
+    ARCA_TRY(const Located located, locateShown(id));
+    ARCA_TRY(const auto state, ObjectRecords(store_, key_).read(located.info.id));
+    return state.record.first();
 }
 
 Result<void> NodeSpace::update(const ObjectName &name,

@@ -5,6 +5,7 @@
 
 #include "client/base/secret_key.h"
 #include "client/store/filespace.h"
+#include "client/store/group.h"
 #include "client/store/object_record.h"
 #include "client/store/piece_reader.h"
 #include "client/store/piece_writer.h"
@@ -43,6 +44,10 @@ public:
     /// Changes owner, management class and information of a piece, durably. `notFound`.
     Result<void> update(const ObjectName &name,
                         const std::function<void(PieceDescription &)> &change);
+
+    /// The identifier that a piece was stored under before it was ever renamed. `notFound`.
+    Result<PieceId> firstId(PieceId id);
+    Groups groups() { return {store_, key_}; }
 
     /// Commits a finished piece, if its filespace is still the one that was registered under that
     /// number when it was begun; `exists`, `noFilespace`.

@@ -2,6 +2,8 @@
 #include "client/store/access.h"
 #include "client/store/activity_reader.h"
 #include "client/store/filespace.h"
+#include "client/store/group.h"
+#include "client/store/object_record.h"
 #include "client/store/policy.h"
 
 #include <span>
@@ -13,11 +15,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     (void)store::decodeFilespace(bytes);
     (void)store::decodeAccessRule(bytes);
     (void)store::decodeManagementClass(bytes);
+    (void)store::decodeObjectRecord(bytes);
+    (void)store::decodeGroup(bytes);
     (void)store::parseLogLine(textOf(bytes));
     if (size < 0x10000) {
         (void)store::decodeFilespace(store::frameRecord("ARCAFSPC", 1, bytes));
         (void)store::decodeAccessRule(store::frameRecord("ARCAACCS", 1, bytes));
         (void)store::decodeManagementClass(store::frameRecord("ARCACLAS", 1, bytes));
+        (void)store::decodeObjectRecord(store::frameRecord("ARCAOBJE", 1, bytes));
+        (void)store::decodeGroup(store::frameRecord("ARCAGRUP", 1, bytes));
     }
     return 0;
 }

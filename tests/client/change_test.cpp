@@ -1,0 +1,230 @@
+// What becomes of objects once they are stored: their attributes, their filespace, their groups.
+#include "tests/client/client_fixture.h"
+
+#include <cstring>
+#include <functional>
+
+namespace keel::test
+{
+
+namespace
+{
+
+class ChangeTest : public ClientTest
+{
+protected:
+    void SetUp() override
+    {
+        ClientTest::SetUp();
+        handle_ = logOn();
+        for (const char *piece : {"a", "b", "c"})
+            ASSERT_EQ(backUp(handle_, piece, std::string("content of ") + piece), HOX_RC_OK);
+    }
+
+    int update(hoxHandle_t handle, const std::string &piece, const char *owner, const char *info,
+               const char *className, std::uint32_t mask)
+    {
+        const hoxObjName name = nameOf(piece);
+        ObjAttr attr{};
+        attr.stVersion = HOX_OBJATTR_VERSION;
+        std::strcpy(attr.owner, owner);
+        attr.objInfo = info;
+        attr.objInfoLength = static_cast<std::uint16_t>(std::strlen(info));
+        attr.mcNameP = className;
+        return api_.hoxUpdateObj(handle, HOX_SEND_BACKUP, &name, &attr, mask);
+    }
+
+    /// "owner info class", or nothing when the piece is not there.
+    std::string described(hoxHandle_t handle, const std::string &piece)
+    {
+        qryRespBackupData found{};
+        if (query(handle, piece, &found).size() != 3)
+            return {};
+        return std::string(found.owner) + " " + found.objInfo + " " + found.mcName;
+    }
+
+    hox64_t idOf(const std::string &piece)
+    {
+        qryRespBackupData found{};
+        EXPECT_EQ(query(handle_, piece, &found).size(), 3U) << piece;
+        return found.objId;
+    }
+
+    int group(hoxHandle_t handle, std::uint8_t action, hox64_t leader,
+              const std::vector<hox64_t> &members = {})
+    {
+        hoxGroupIn_t input{};
+        input.stVersion = HOX_GROUP_VERSION;
+        input.action = action;
+        input.leaderObjId = leader;
+        input.memberObjId = members.data();
+        input.memberCount = static_cast<std::uint32_t>(members.size());
+        return api_.hoxGroupHandler(handle, &input, nullptr);
+    }
+
+    int openGroup(hoxHandle_t handle, const std::string &leader)
+    {
+        const hoxObjName name = nameOf(leader);
+        hoxGroupIn_t input{};
+        input.stVersion = HOX_GROUP_VERSION;
+        input.action = HOX_GROUP_OPEN;
+        input.isLeader = 1;
+        input.tag = "nightly";
+        input.objName = &name;
+        hoxGroupOut_t output{};
+        const int code = api_.hoxGroupHandler(handle, &input, &output);
+        if (code == HOX_RC_OK) {
+            EXPECT_EQ(output.leaderObjId.lo, idOf(leader).lo);
+        }
+        return code;
+    }
+
+    /// The low-level names of a group, joined.
+    std::string members(hox64_t leader)
+    {
+        const qryGroupData asked{HOX_QRY_GROUP_VERSION, leader};
+        EXPECT_EQ(api_.hoxBeginQuery(handle_, HOX_QUERY_GROUP, &asked), HOX_RC_OK);
+        std::string names;
+        qryRespBackupData answer{};
+        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
+        while (api_.hoxGetNextQObj(handle_, &data) == HOX_RC_MORE_DATA)
+            names += answer.objName.llName;
+        EXPECT_EQ(api_.hoxEndQuery(handle_), HOX_RC_OK);
+        return names;
+    }
+
+    int registerFilespace()
+    {
+        regFSData filespace{};
+        filespace.stVersion = HOX_REGFS_VERSION;
+        filespace.fsName = "/fs";
+        return api_.hoxRegisterFS(handle_, &filespace);
+    }
+
+    hoxHandle_t handle_ = 0;
+};
+
+TEST_F(ChangeTest, AttributesChangeAsTheMaskSaysAndForEverySession)
+{
+    const ProgramResult defined =
+        run({arcaProgram(), "class", "define", "GOLD", "--optfile", installation_.clientOptions()});
+    ASSERT_EQ(defined.status, 0) << defined.err;
+    const hoxHandle_t other = logOn();
+    const struct {
+        const char *owner, *info, *className;
+        std::uint32_t mask;
+        int code;
+        const char *after;
+    } steps[] = {
+        {"x", "x", "GOLD", HOX_UPDOBJ_OWNER, HOX_RC_OK, "x stStream STANDARD"},
+        {"y", "new", "GOLD", HOX_UPDOBJ_INFO, HOX_RC_OK, "x new STANDARD"},
+        {"y", "y", "gold", HOX_UPDOBJ_MC, HOX_RC_OK, "x new GOLD"},
+        {"y", "y", "LEAD", HOX_UPDOBJ_MC, HOX_RC_MC_UNKNOWN, "x new GOLD"},
+        {"y", "y", nullptr, 0, HOX_RC_BAD_ARGUMENT, "x new GOLD"},
+        {"y", "y", nullptr, 0x9, HOX_RC_BAD_ARGUMENT, "x new GOLD"},
+        {"", "", nullptr, 0x7, HOX_RC_OK, "  STANDARD"},
+    };
+    for (const auto &step : steps) {
+        SCOPED_TRACE(&step - steps);
+        EXPECT_EQ(update(handle_, "a", step.owner, step.info, step.className, step.mask),
+                  step.code);
+        EXPECT_EQ(described(other, "a"), step.after);
+        EXPECT_EQ(described(other, "b"), "oracle stStream STANDARD");
+    }
+    EXPECT_EQ(update(handle_, "z", "", "", nullptr, 1), HOX_RC_OBJECT_UNKNOWN);
+    EXPECT_EQ(restore(handle_, "a"), "content of a");
+    ASSERT_EQ(api_.hoxBeginTxn(handle_), HOX_RC_OK);
+    EXPECT_EQ(update(handle_, "a", "", "", nullptr, 1), HOX_RC_BAD_CALL_SEQUENCE);
+    endTransaction(handle_, HOX_VOTE_ABORT);
+
+    EXPECT_EQ(remove(handle_, "a"), HOX_RC_OK);
+    EXPECT_TRUE(stored("objects").empty()) << "a removed object takes its records with it";
+    EXPECT_EQ(backUp(handle_, "a", "again"), HOX_RC_OK);
+    EXPECT_EQ(described(other, "a"), "oracle stStream STANDARD");
+}
+
+TEST_F(ChangeTest, AFilespaceGoesWithEverythingInItAndMayComeAnew)
+{
+    const hox64_t a = idOf("a");
+    const hoxHandle_t other = logOn();
+    ASSERT_EQ(send(other, "late", "half"), HOX_RC_OK);
+    EXPECT_EQ(api_.hoxDeleteFS(handle_, "/fs", 9), HOX_RC_BAD_ARGUMENT);
+    EXPECT_EQ(api_.hoxDeleteFS(handle_, "/other", HOX_REPOSITORY_ALL), HOX_RC_FS_UNKNOWN);
+    for (const int code : {HOX_RC_OK, HOX_RC_FS_UNKNOWN})
+        EXPECT_EQ(api_.hoxDeleteFS(handle_, "/fs", HOX_REPOSITORY_ALL), code);
+
+    const auto expectGone = [&] {
+        const hoxGetList list{HOX_GETLIST_VERSION, 1, &a};
+        EXPECT_EQ(api_.hoxBeginGetData(handle_, 1, HOX_GET_BACKUP, &list), HOX_RC_OBJECT_UNKNOWN);
+        EXPECT_TRUE(stored("pieces").empty());
+    };
+    expectGone();
+    EXPECT_EQ(query(handle_, "a"), std::vector<int>{HOX_RC_FS_UNKNOWN});
+    EXPECT_EQ(send(handle_, "a", "x"), HOX_RC_FS_UNKNOWN);
+    endTransaction(handle_, HOX_VOTE_ABORT);
+    EXPECT_EQ(registerFilespace(), HOX_RC_OK);
+    EXPECT_EQ(commit(other), HOX_RC_FS_UNKNOWN) << "it was begun in the filespace that is gone";
+    expectGone();
+    EXPECT_EQ(query(handle_, "late"), (std::vector<int>{HOX_RC_OK, HOX_RC_NO_MATCH}));
+    EXPECT_EQ(registerFilespace(), HOX_RC_FS_REGISTERED);
+    EXPECT_EQ(backUp(other, "a", "again"), HOX_RC_OK);
+    EXPECT_EQ(restore(handle_, "a"), "again");
+}
+
+TEST_F(ChangeTest, GroupsTieObjectsTogetherOnceTheyAreClosed)
+{
+    const hox64_t a = idOf("a"), b = idOf("b"), c = idOf("c"), none{1, 2};
+    const hoxHandle_t other = logOn();
+    struct Step {
+        const char *what;
+        int code;
+        const char *members;
+    };
+    const auto expectSteps = [&](std::initializer_list<std::pair<Step, std::function<int()>>> all) {
+        for (const auto &[step, call] : all) {
+            EXPECT_EQ(call(), step.code) << step.what;
+            EXPECT_EQ(members(a), step.members) << step.what;
+        }
+    };
+    const auto with = [&](std::uint8_t action, std::vector<hox64_t> ids = {}) {
+        return [this, a, action, ids] { return group(handle_, action, a, ids); };
+    };
+    expectSteps({
+        {{"add before open", HOX_RC_BAD_CALL_SEQUENCE, ""}, with(HOX_GROUP_ADD, {b})},
+        {{"assign before open", HOX_RC_OBJECT_UNKNOWN, ""}, with(HOX_GROUP_ASSIGN, {b})},
+        {{"open, no leader", HOX_RC_OBJECT_UNKNOWN, ""}, [&] { return openGroup(handle_, "z"); }},
+        {{"open", HOX_RC_OK, ""}, [&] { return openGroup(handle_, "a"); }},
+        {{"open twice", HOX_RC_BAD_CALL_SEQUENCE, ""}, [&] { return openGroup(handle_, "b"); }},
+        {{"add one unknown", HOX_RC_OBJECT_UNKNOWN, ""}, with(HOX_GROUP_ADD, {b, none})},
+        {{"add", HOX_RC_OK, ""}, with(HOX_GROUP_ADD, {b, b})},
+        {{"assign while open", HOX_RC_BAD_CALL_SEQUENCE, ""}, with(HOX_GROUP_ASSIGN, {c})},
+        {{"another opens", HOX_RC_OK, ""}, [&] { return openGroup(other, "a"); }},
+        {{"close", HOX_RC_OK, "/a/b"}, with(HOX_GROUP_CLOSE)},
+        {{"the other closes", HOX_RC_OBJECT_EXISTS, "/a/b"},
+         [&] { return group(other, HOX_GROUP_CLOSE, a); }},
+        {{"open again", HOX_RC_OBJECT_EXISTS, "/a/b"}, [&] { return openGroup(other, "a"); }},
+        {{"assign", HOX_RC_OK, "/a/b/c"}, with(HOX_GROUP_ASSIGN, {c, a})},
+        {{"remove", HOX_RC_OK, "/a/c"}, with(HOX_GROUP_REMOVE, {b})},
+        {{"remove half", HOX_RC_OBJECT_UNKNOWN, "/a/c"}, with(HOX_GROUP_REMOVE, {c, b})},
+        {{"a member goes", HOX_RC_OK, "/a"}, [&] { return remove(handle_, "c"); }},
+        {{"unknown action", HOX_RC_BAD_ARGUMENT, "/a"}, with(7)},
+        {{"no members", HOX_RC_BAD_ARGUMENT, "/a"}, with(HOX_GROUP_ASSIGN)},
+        {{"delete", HOX_RC_OK, ""}, with(HOX_GROUP_DELETE)},
+        {{"delete twice", HOX_RC_OBJECT_UNKNOWN, ""}, with(HOX_GROUP_DELETE)},
+        {{"open anew", HOX_RC_OK, ""}, [&] { return openGroup(handle_, "a"); }},
+        {{"close without members", HOX_RC_OK, "/a"}, with(HOX_GROUP_CLOSE)},
+        {{"the leader goes", HOX_RC_OK, ""}, [&] { return remove(handle_, "a"); }},
+    });
+    EXPECT_EQ(restore(handle_, "b"), "content of b") << "a group's end is not its objects'";
+    EXPECT_TRUE(stored("groups").empty());
+
+    // What is not closed ends with its session.
+    EXPECT_EQ(openGroup(other, "b"), HOX_RC_OK);
+    EXPECT_EQ(api_.hoxTerminate(other), HOX_RC_OK);
+    EXPECT_EQ(members(b), "");
+    EXPECT_EQ(openGroup(handle_, "b"), HOX_RC_OK);
+}
+
+} // namespace
+
+} // namespace keel::test
