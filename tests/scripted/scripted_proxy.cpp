@@ -19,9 +19,7 @@ PROXY_FUNCTION(sbtpcstart)
 PROXY_FUNCTION(sbtpcstatus)
 PROXY_FUNCTION(sbtpcvalidate)
 
-#ifndef WITHOUT_DESCRIPTION
 extern "C" __attribute__((visibility("default"))) void sbtpcGetDescription(char *description)
 {
     std::strcpy(description, "scripted proxy");
 }
-#endif
