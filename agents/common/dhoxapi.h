@@ -98,10 +98,11 @@ public:
     /// none. False, and nothing changes, beyond HOX_MAX_OPTIONS characters.
     bool SetOptionsOverride(const char *options);
 
-    // ---- groups of objects (dhoxgroup.cpp), inside a transaction; the client's codes
+    // ---- groups of objects (dhoxgroup.cpp), outside transactions; the client's codes
     /// Begins a group: *leader receives the identifier of the object name, which leads it.
     int groupOpen(DBaseApiStatus *, hoxHandle_t, const char *tag, const hoxObjName *name,
                   hox64_t *leader);
+    /// Members for the group that is open, and its end: only then it is there.
     int groupAdd(DBaseApiStatus *status, hoxHandle_t handle, const hox64_t &leader,
                  const hox64_t *members, std::uint32_t count)
     {
@@ -111,17 +112,18 @@ public:
     {
         return group(status, handle, {HOX_GROUP_CLOSE, leader});
     }
+    /// Members out of a group that was closed, and into one.
     int groupRemove(DBaseApiStatus *status, hoxHandle_t handle, const hox64_t &leader,
                     const hox64_t *members, std::uint32_t count)
     {
         return group(status, handle, {HOX_GROUP_REMOVE, leader, members, count});
     }
-    /// Gives objects that are in no group yet, or in another one, to the group.
     int groupAssign(DBaseApiStatus *status, hoxHandle_t handle, const hox64_t &leader,
                     const hox64_t *members, std::uint32_t count)
     {
         return group(status, handle, {HOX_GROUP_ASSIGN, leader, members, count});
     }
+    /// The group goes, its objects stay.
     int groupDelete(DBaseApiStatus *status, hoxHandle_t handle, const hox64_t &leader)
     {
         return group(status, handle, {HOX_GROUP_DELETE, leader});

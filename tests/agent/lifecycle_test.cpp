@@ -80,25 +80,41 @@ TEST_F(ScriptedAgentTest, OffersProxyCopyOnlyWithAWholeProxyLibrary)
     }
 }
 
-TEST_F(ScriptedAgentTest, RefusesASecondChannelAndRecovers)
+class EveryCallTest : public ScriptedAgentTest
+{
+protected:
+    /// What the calls come to on a context, one after the other: "-" for -1, "0" for 0.
+    std::string outcomes(void *context, bool withArguments)
+    {
+        std::string block(4096, 'x');
+        char name[] = "piece", *names[] = {name, nullptr};
+        char *piece = withArguments ? name : nullptr, **list = withArguments ? names : nullptr;
+        char *data = withArguments ? block.data() : nullptr;
+        sbtPair *items = nullptr;
+        unsigned long code = 0;
+        void *text = nullptr;
+        std::string told;
+        for (const int rc :
+             {agent.sbtbackup(context, 0, piece, nullptr, 4096, 0, 1, 0),
+              agent.sbtwrite2(context, 0, data), agent.sbtclose2(context, 0),
+              agent.sbtrestore(context, 0, piece, 4096), agent.sbtread2(context, 0, data),
+              agent.sbtclose2(context, 0), agent.sbtinfo2(context, 0, list, &items),
+              agent.sbtremove2(context, 0, list), agent.sbtcommand(context, 0, nullptr),
+              agent.sbterror(context, 0, &code, &text, &text)})
+            told += rc == 0 ? "0" : rc == -1 ? "-" : "?";
+        return told;
+    }
+    static constexpr const char *kNothing = "----------", *kNoWork = "--0--0--00";
+};
+
+TEST_F(EveryCallTest, FailsCleanlyAfterASecondChannelWasRefused)
 {
     openChannel();
     ASSERT_EQ("", open("piece", {.blockSize = 4}));
     client.calls.clear();
     EXPECT_EQ("7011 65535", initialise());
     EXPECT_EQ("CleanUp", client.story()) << "with all that the first channel had open";
-    std::string data(4096, 'x');
-    char *names[] = {data.data(), nullptr};
-    sbtPair *items = nullptr;
-    EXPECT_EQ(-1, agent.sbtwrite2(ctx, 0, data.data()));
-    EXPECT_EQ(-1, agent.sbtread2(ctx, 0, data.data()));
-    agent.sbtclose2(ctx, 0);
-    EXPECT_EQ(-1, agent.sbtbackup(ctx, 0, "piece", nullptr, 4, 0, 1, 0));
-    agent.sbtclose2(ctx, 0);
-    EXPECT_EQ(-1, agent.sbtrestore(ctx, 0, "piece", 4));
-    agent.sbtclose2(ctx, 0);
-    EXPECT_EQ(-1, agent.sbtinfo2(ctx, 0, names, &items));
-    EXPECT_EQ(-1, agent.sbtremove2(ctx, 0, names));
+    EXPECT_EQ(kNoWork, outcomes(ctx, true));
     EXPECT_EQ(-1, agent.sbtinit2(memory.data(), 0, nullptr));
     endChannel();
     EXPECT_TRUE(client.objects.empty());
@@ -106,60 +122,35 @@ TEST_F(ScriptedAgentTest, RefusesASecondChannelAndRecovers)
     EXPECT_EQ("", backUp("piece", "data", {.blockSize = 4}));
 }
 
-TEST_F(ScriptedAgentTest, SurvivesNullPointersAndCallsBeforeItsTime)
+TEST_F(EveryCallTest, SurvivesNullPointersAndComingTooEarlyOrTooLate)
 {
     std::string garbage(1048576, '\0');
-    sbtPair *items = nullptr;
-    for (const bool started : {false, true}) {
-        SCOPED_TRACE(started);
-        if (started)
-            openChannel();
-        void *context = started ? ctx : garbage.data();
-        unsigned long code = 0;
-        void *text = nullptr;
-        EXPECT_EQ(-1, agent.sbtbackup(nullptr, 0, "p", nullptr, 4, 0, 1, 0));
-        EXPECT_EQ(-1, agent.sbtwrite2(nullptr, 0, garbage.data()));
-        EXPECT_EQ(-1, agent.sbtclose2(nullptr, 0));
-        EXPECT_EQ(-1, agent.sbtrestore(nullptr, 0, "p", 4));
-        EXPECT_EQ(-1, agent.sbtread2(nullptr, 0, garbage.data()));
-        EXPECT_EQ(-1, agent.sbtinfo2(nullptr, 0, nullptr, &items));
-        EXPECT_EQ(-1, agent.sbtremove2(nullptr, 0, nullptr));
-        EXPECT_EQ(-1, agent.sbtcommand(nullptr, 0, nullptr));
-        EXPECT_EQ(-1, agent.sbterror(nullptr, 0, &code, &text, &text));
-        EXPECT_EQ(0, agent.sbtend(nullptr, 0));
-        if (started) {
-            endChannel(); // whether or not the null context ended the channel already
-            openChannel();
-        }
-        context = started ? ctx : garbage.data();
-
-        EXPECT_EQ(-1, agent.sbtbackup(context, 0, nullptr, nullptr, 4, 0, 1, 0));
-        EXPECT_EQ(-1, agent.sbtwrite2(context, 0, nullptr));
-        EXPECT_EQ(-1, agent.sbtrestore(context, 0, nullptr, 4));
-        EXPECT_EQ(-1, agent.sbtread2(context, 0, nullptr));
+    for (const char *when : {"before", "after"}) {
+        SCOPED_TRACE(when);
+        EXPECT_EQ(kNothing, outcomes(nullptr, true));
+        EXPECT_EQ(kNoWork, outcomes(garbage.data(), false));
+        EXPECT_EQ(-1, agent.sbtinit2(garbage.data(), 0, nullptr));
+        EXPECT_EQ(-1, agent.sbtinit2(nullptr, 0, nullptr));
+        EXPECT_EQ(0, agent.sbtend(garbage.data(), 0) + agent.sbtend(nullptr, 0));
+        openChannel();
+        EXPECT_EQ(kNothing, outcomes(nullptr, true));
+        EXPECT_EQ(kNoWork, outcomes(ctx, false));
+        agent.sbterror(ctx, 0, nullptr, nullptr, nullptr);
         char *none[] = {nullptr};
-        EXPECT_EQ(-1, agent.sbtinfo2(context, 0, nullptr, &items));
-        agent.sbtinfo2(context, 0, none, nullptr);
-        EXPECT_EQ(-1, agent.sbtremove2(context, 0, nullptr));
-        EXPECT_EQ(0, agent.sbtcommand(context, 0, nullptr));
-        agent.sbterror(context, 0, nullptr, nullptr, nullptr);
-        EXPECT_EQ(0, agent.sbtclose2(context, 0));
-        if (!started) {
-            EXPECT_EQ(-1, agent.sbtinit2(context, 0, nullptr));
-            EXPECT_EQ(0, agent.sbtend(context, 0));
-        }
+        EXPECT_EQ(-1, agent.sbtinfo2(ctx, 0, none, nullptr));
+        EXPECT_EQ("", open("piece", {.blockSize = 4})); // the channel is none the worse for it
+        EXPECT_EQ(-1, agent.sbtwrite2(ctx, 0, nullptr));
+        EXPECT_EQ(7501U, errorCode());
+        EXPECT_EQ("sbtwrite2 7501", write("data")) << "a block was lost, so no later one may count";
+        EXPECT_EQ(0, agent.sbtend(nullptr, 0)) << "ends the channel";
+        endChannel();
     }
-    EXPECT_EQ("", open("piece", {.blockSize = 4})); // the channel is none the worse for it
-    EXPECT_EQ(-1, agent.sbtwrite2(ctx, 0, nullptr));
-    EXPECT_EQ(7501U, errorCode());
-    EXPECT_EQ("sbtwrite2 7501", write("data")) << "a block was lost, so no later one may count";
-    endChannel();
     sbtInitError error;
     const sbtPair end[] = {{SBTINIT_END, nullptr}};
     EXPECT_EQ(-1, agent.sbtinit(nullptr, end, &initOut));
     EXPECT_EQ(-1, agent.sbtinit(&error, end, nullptr));
     EXPECT_EQ(0, agent.sbtinit(&error, nullptr, &initOut));
-    EXPECT_EQ(-1, agent.sbtinit2(nullptr, 0, nullptr));
+    EXPECT_EQ(-1, agent.sbtinit2(nullptr, 0, nullptr)) << "ends the channel too";
     openChannel();
 }
 
