@@ -47,10 +47,22 @@ std::int16_t hoxUpdateObj(hoxHandle_t handle, std::uint8_t sendType, const hoxOb
     });
 }
 
-std::int16_t hoxRenameObj(hoxHandle_t handle, std::uint8_t, const hoxObjName *, const char *,
-                          const char *)
+std::int16_t hoxRenameObj(hoxHandle_t handle, std::uint8_t sendType, const hoxObjName *name,
+                          const char *newHlName, const char *newLlName)
 {
-    return inSession(handle, [&](Session &) -> Code {
-        return refused(HOX_RC_NOT_SUPPORTED, "objects are not renamed");
+    return inSession(handle, [&](Session &session) -> Code {
+        ARCA_TRY(const store::ObjectName from, changeable(session, sendType, name));
+        if (newHlName == nullptr || newLlName == nullptr)
+            return refused(HOX_RC_NULL_ARGUMENT, "the new name is null");
+        hoxObjName wanted = *name;
+        ARCA_TRY(const std::string high,
+                 pointerText(newHlName, HOX_MAX_HL_NAME, "the new high-level name"));
+        ARCA_TRY(const std::string low,
+                 pointerText(newLlName, HOX_MAX_LL_NAME, "the new low-level name"));
+        fill(wanted.hlName, high);
+        fill(wanted.llName, low);
+        ARCA_TRY(const store::ObjectName to, objectNameOf(&wanted));
+        ARCA_CHECK(session.space->rename(from, to));
+        return success();
     });
 }

@@ -129,6 +129,8 @@ Answer<hoxHandle_t> startSession(const Request &request)
     ARCA_TRY(auto space, repository->spaceOf(objectsOf, std::move(keys.data)));
     // Behind channels that died. What cannot be cleaned now is in nobody's way.
     (void)repository->blobs().removeLeftovers();
+    if (objectsOf == node)
+        space->settleChanges();
 
     auto session = std::make_shared<Session>(std::move(repository), std::move(space), options);
     session->node = node;

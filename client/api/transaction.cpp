@@ -105,19 +105,17 @@ Answer<void> Transaction::commit()
 
 Answer<void> Transaction::publish()
 {
-    for (std::size_t i = 0; i < finished_.size(); ++i) {
-        auto done = space_.commit(*finished_[i].piece, finished_[i].registration);
-        if (done)
-            continue;
-        // The failure that stopped it is what the caller hears of, not how the undoing went.
-        for (std::size_t k = 0; k < i; ++k)
-            (void)space_.remove(finished_[k].piece->id());
-        return Refusal(std::move(done).error());
-    }
-    for (const store::PieceId id : deletions_)
-        if (auto removed = space_.remove(id); !removed)
-            return Refusal(std::move(removed).error());
-    return {};
+    // One object or one deletion needs no plan: it is one step as it is.
+    if (finished_.size() == 1 && deletions_.empty())
+        return answered(space_.commit(*finished_.front().piece, finished_.front().registration));
+    if (finished_.empty() && deletions_.size() == 1)
+        return answered(space_.remove(deletions_.front()));
+    if (finished_.empty() && deletions_.empty())
+        return {};
+    std::vector<store::NodeSpace::Sent> pieces;
+    for (const Object &object : finished_)
+        pieces.push_back({object.piece.get(), object.registration});
+    return answered(space_.commitTogether(pieces, deletions_));
 }
 
 } // namespace arca::api

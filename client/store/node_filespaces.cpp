@@ -114,11 +114,16 @@ Result<void> NodeSpace::emptyFilespace(const std::string &name)
     }));
     for (const std::string &blobName : names) {
         auto blob = store_.open(blobName);
-        if (!blob)
+        if (!blob && blob.error().kind == ErrorKind::notFound)
             continue; // removed since the listing
+        if (!blob)
+            return std::move(blob).error();
         const auto frame = readOwnFrame(**blob, blobName);
         // A damaged one may be another filespace's: it is left to be looked into.
-        if (!frame || frame->header.description.name.filespace != name)
+        if (!frame && frame.error().kind == ErrorKind::damaged)
+            continue;
+        ARCA_CHECK(frame);
+        if (frame->header.description.name.filespace != name)
             continue;
         Located located{blobName, std::move(blob).value(), {}};
         located.info.id = frame->header.id;

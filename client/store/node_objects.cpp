@@ -18,19 +18,6 @@ Error unknownId(PieceId id)
 
 } // namespace
 
-Result<std::unique_ptr<blob::BlobLock>> NodeSpace::lockChanges()
-{
-    return store_.lock("change-" + key_);
-}
-
-Result<bool> NodeSpace::isDone(ChangeId change)
-{
-    const auto mark = store_.open("changes/" + key_ + "/" + toHex(change) + ".done");
-    if (!mark && mark.error().kind != ErrorKind::notFound)
-        return mark.error();
-    return static_cast<bool>(mark);
-}
-
 Result<std::optional<ObjectRecord>> NodeSpace::recordIfShown(PieceId id)
 {
     ObjectRecords records(store_, key_);
@@ -90,7 +77,17 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName)
         return false;
     if (!blob)
         return blob.error();
-    return true;
+    const auto frame = readOwnFrame(**blob, blobName);
+    if (!frame)
+        return true; // by something that is damaged
+    ARCA_TRY(const auto shown, recordIfShown(frame->header.id));
+    if (shown)
+        return true;
+    ARCA_CHECK(lockChanges());
+    const auto left = store_.open(blobName);
+    if (!left && left.error().kind != ErrorKind::notFound)
+        return left.error();
+    return static_cast<bool>(left);
 }
 
 Result<void> NodeSpace::remove(PieceId id)

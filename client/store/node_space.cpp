@@ -139,8 +139,11 @@ Result<NodeSpace::Located> NodeSpace::locate(PieceId id)
     std::optional<Error> failure;
     for (const std::string &name : candidates) {
         auto blob = store_.open(name);
-        if (!blob)
+        if (!blob) {
+            if (blob.error().kind != ErrorKind::notFound)
+                failure = std::move(blob).error();
             continue; // removed since the listing
+        }
         auto frame = readOwnFrame(**blob, name);
         if (!frame) {
             failure = std::move(frame).error();

@@ -4,14 +4,15 @@
 #define KEEL_CLIENT_STORE_NODE_SPACE_H
 
 #include "client/base/secret_key.h"
+#include "client/store/change_plan.h"
 #include "client/store/filespace.h"
 #include "client/store/group.h"
-#include "client/store/object_record.h"
 #include "client/store/piece_reader.h"
 #include "client/store/piece_writer.h"
 
 #include <functional>
 #include <optional>
+#include <span>
 
 namespace arca::store
 {
@@ -53,6 +54,20 @@ public:
     /// number when it was begun; `exists`, `noFilespace`.
     Result<void> commit(PieceWriter &piece, std::uint32_t registration);
 
+    struct Sent {
+        PieceWriter *piece;
+        std::uint32_t registration;
+    };
+    /// Commits finished pieces and removes others in one step: at every moment, whoever looks and
+    /// whatever dies, all of it shows or nothing. `exists`, `notFound`, `noFilespace`.
+    Result<void> commitTogether(std::span<const Sent> pieces, std::span<const PieceId> removals);
+    /// Gives a piece another name of its filespace, in one step. It gets another identifier, and is
+    /// found by the old one, too. `notFound`, `exists`.
+    Result<void> rename(const ObjectName &from, const ObjectName &to);
+    /// Finishes or undoes what processes that died left half-changed, unless somebody is changing
+    /// something: he does it himself.
+    void settleChanges();
+
     /// Nothing when it was never registered, or deleted.
     Result<std::optional<Filespace>> filespace(const std::string &name);
     /// `exists` when it is registered already.
@@ -89,6 +104,13 @@ private:
     /// Held by whoever removes pieces or changes their records. What is found half-changed under it
     /// was left by the dead.
     Result<std::unique_ptr<blob::BlobLock>> lockChanges();
+    Result<void> settleUnderLock();
+    std::string changeName(ChangeId change, std::string_view suffix) const;
+    Result<void> change(std::span<const Sent> pieces, std::span<const PieceId> removals,
+                        bool renamed);
+    Result<void> prepareChange(const ChangePlan &plan, std::span<const Sent> pieces, bool renamed);
+    Result<void> finishChange(const ChangePlan &plan);
+    Result<void> undoChange(const ChangePlan &plan);
     Result<void> removeStored(Located &located);
     void forget(PieceId id);
     Result<void> emptyFilespace(const std::string &name);

@@ -1,9 +1,9 @@
 // Any bytes as a small stored record, as the payload of one, and as a line of the activity log.
 #include "client/store/access.h"
 #include "client/store/activity_reader.h"
+#include "client/store/change_plan.h"
 #include "client/store/filespace.h"
 #include "client/store/group.h"
-#include "client/store/object_record.h"
 #include "client/store/policy.h"
 
 #include <span>
@@ -17,13 +17,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     (void)store::decodeManagementClass(bytes);
     (void)store::decodeObjectRecord(bytes);
     (void)store::decodeGroup(bytes);
+    (void)store::decodeChangePlan(bytes);
     (void)store::parseLogLine(textOf(bytes));
     if (size < 0x10000) {
-        (void)store::decodeFilespace(store::frameRecord("ARCAFSPC", 1, bytes));
+        (void)store::decodeFilespace(store::frameRecord("ARCAFSPC", 2, bytes));
         (void)store::decodeAccessRule(store::frameRecord("ARCAACCS", 1, bytes));
         (void)store::decodeManagementClass(store::frameRecord("ARCACLAS", 1, bytes));
         (void)store::decodeObjectRecord(store::frameRecord("ARCAOBJE", 1, bytes));
         (void)store::decodeGroup(store::frameRecord("ARCAGRUP", 1, bytes));
+        (void)store::decodeChangePlan(store::frameRecord("ARCAPLAN", 1, bytes));
     }
     return 0;
 }

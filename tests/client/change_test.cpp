@@ -1,4 +1,5 @@
-// What becomes of objects once they are stored: their attributes, their filespace, their groups.
+// What becomes of objects once they are stored: attributes, filespace, groups, names; and several
+// of them in one transaction.
 #include "tests/client/client_fixture.h"
 
 #include <cstring>
@@ -90,6 +91,24 @@ protected:
         while (api_.hoxGetNextQObj(handle_, &data) == HOX_RC_MORE_DATA)
             names += answer.objName.llName;
         EXPECT_EQ(api_.hoxEndQuery(handle_), HOX_RC_OK);
+        return names;
+    }
+
+    int rename(const std::string &from, const char *high, const std::string &low)
+    {
+        const hoxObjName name = nameOf(from);
+        return api_.hoxRenameObj(handle_, HOX_SEND_BACKUP, &name, high, low.c_str());
+    }
+
+    /// The pieces of "abcd" that show to that session, and their content is right.
+    std::string shown(hoxHandle_t handle)
+    {
+        std::string names;
+        for (const char *piece : {"a", "b", "c", "d"}) {
+            const auto stream = restore(handle, piece);
+            names += stream ? piece : "";
+            EXPECT_TRUE(!stream || *stream == std::string("content of ") + piece) << piece;
+        }
         return names;
     }
 
@@ -223,6 +242,101 @@ TEST_F(ChangeTest, GroupsTieObjectsTogetherOnceTheyAreClosed)
     EXPECT_EQ(api_.hoxTerminate(other), HOX_RC_OK);
     EXPECT_EQ(members(b), "");
     EXPECT_EQ(openGroup(handle_, "b"), HOX_RC_OK);
+}
+
+TEST_F(ChangeTest, ARenamedObjectIsTheSameUnderAnotherName)
+{
+    ASSERT_EQ(update(handle_, "a", "x", "kept", nullptr, HOX_UPDOBJ_OWNER | HOX_UPDOBJ_INFO), 0);
+    qryRespBackupData before{}, after{};
+    query(handle_, "a", &before);
+    ASSERT_EQ(openGroup(handle_, "b"), HOX_RC_OK);
+    ASSERT_EQ(group(handle_, HOX_GROUP_ADD, idOf("b"), {before.objId}), HOX_RC_OK);
+    ASSERT_EQ(group(handle_, HOX_GROUP_CLOSE, idOf("b")), HOX_RC_OK);
+    const struct {
+        const char *from, *high;
+        std::string low;
+        int code;
+    } steps[] = {
+        {"a", "/", "/b", HOX_RC_OBJECT_EXISTS},
+        {"a", "/", "/a", HOX_RC_OBJECT_EXISTS},
+        {"z", "/", "/y", HOX_RC_OBJECT_UNKNOWN},
+        {"a", "/", "no slash", HOX_RC_BAD_ARGUMENT},
+        {"a", "/", "/" + std::string(HOX_MAX_LL_NAME, 'x'), HOX_RC_BAD_ARGUMENT},
+        {"a", nullptr, "/y", HOX_RC_NULL_ARGUMENT},
+        {"a", "/", "/y", HOX_RC_OK},
+        {"a", "/", "/x", HOX_RC_OBJECT_UNKNOWN},
+        {"y", "/", "/z", HOX_RC_OK},
+    };
+    for (const auto &step : steps)
+        EXPECT_EQ(rename(step.from, step.high, step.low), step.code) << step.low;
+    EXPECT_EQ(restore(handle_, "z"), "content of a");
+    EXPECT_EQ(described(handle_, "z"), "x kept STANDARD");
+    EXPECT_EQ(described(handle_, "a") + described(handle_, "y"), "");
+    query(handle_, "z", &after);
+    EXPECT_EQ(std::memcmp(&after.insDate, &before.insDate, sizeof before.insDate), 0);
+    EXPECT_EQ(members(idOf("b")), "/b/z");
+    const hoxGetList list{HOX_GETLIST_VERSION, 1, &before.objId};
+    EXPECT_EQ(api_.hoxBeginGetData(handle_, 1, HOX_GET_BACKUP, &list), HOX_RC_OK);
+    EXPECT_EQ(api_.hoxEndGetData(handle_), HOX_RC_OK) << "the old identifier leads to it";
+
+    EXPECT_EQ(backUp(handle_, "a", "content of a"), HOX_RC_OK) << "the old name is free";
+    EXPECT_EQ(rename("b", "/", "/a"), HOX_RC_OBJECT_EXISTS);
+    EXPECT_EQ(rename("b", "/", "/y"), HOX_RC_OK);
+    EXPECT_EQ(members(idOf("y")), "/y/z") << "a leader keeps its group";
+    EXPECT_EQ(remove(handle_, "z"), HOX_RC_OK);
+    EXPECT_EQ(api_.hoxBeginGetData(handle_, 1, HOX_GET_BACKUP, &list), HOX_RC_OBJECT_UNKNOWN);
+    EXPECT_EQ(remove(handle_, "y"), HOX_RC_OK);
+    for (const char *directory : {"objects", "groups", "changes"})
+        EXPECT_TRUE(stored(directory).empty()) << directory;
+}
+
+TEST_F(ChangeTest, ATransactionOfSeveralShowsInOneStepOrNotAtAll)
+{
+    const hoxHandle_t other = logOn();
+    const auto object = [&](const std::string &piece) {
+        const hoxObjName name = nameOf(piece);
+        const ObjAttr attr = attributes();
+        std::string stream = "content of " + piece;
+        DataBlk data{HOX_DATABLK_VERSION, static_cast<std::uint32_t>(stream.size()), 0,
+                     stream.data()};
+        EXPECT_EQ(api_.hoxSendObj(handle_, HOX_SEND_BACKUP, nullptr, &name, &attr, &data), 0);
+        EXPECT_EQ(api_.hoxEndSendObj(handle_), HOX_RC_OK);
+    };
+    const auto deletion = [&](const std::string &piece) {
+        const hoxObjName name = nameOf(piece);
+        hoxDelInfo info{};
+        info.backName = {HOX_DELBACK_VERSION, &name};
+        EXPECT_EQ(api_.hoxDeleteObj(handle_, HOX_DELETE_BACKUP_NAME, &info), HOX_RC_OK);
+    };
+    const struct {
+        const char *what, *sent, *deleted;
+        std::function<void()> meanwhile; ///< of the other session
+        int code;
+        const char *after;
+    } steps[] = {
+        {"two go", "", "ab", [] {}, HOX_RC_OK, "c"},
+        {"two come, one goes", "ab", "c", [] {}, HOX_RC_OK, "ab"},
+        {"one of three is taken first", "cd", "a",
+         [&] { EXPECT_EQ(backUp(other, "d", "content of d"), HOX_RC_OK); }, HOX_RC_OBJECT_EXISTS,
+         "abd"},
+        {"what is to go is gone", "c", "ab", [&] { EXPECT_EQ(remove(other, "b"), HOX_RC_OK); },
+         HOX_RC_OBJECT_UNKNOWN, "ad"},
+        {"all at once", "bc", "ad", [] {}, HOX_RC_OK, "bc"},
+    };
+    for (const auto &step : steps) {
+        SCOPED_TRACE(step.what);
+        ASSERT_EQ(api_.hoxBeginTxn(handle_), HOX_RC_OK);
+        for (const char piece : std::string(step.sent))
+            object(std::string(1, piece));
+        for (const char piece : std::string(step.deleted))
+            deletion(std::string(1, piece));
+        step.meanwhile();
+        EXPECT_EQ(endTransaction(handle_, HOX_VOTE_COMMIT), step.code);
+        EXPECT_EQ(shown(other), step.after);
+        EXPECT_EQ(stored("pieces").size(), std::strlen(step.after));
+        EXPECT_TRUE(stored("changes").empty());
+    }
+    EXPECT_TRUE(stored("objects").empty());
 }
 
 } // namespace
