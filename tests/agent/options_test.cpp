@@ -3,6 +3,7 @@
 #include "tests/agent/agent_fixture.h"
 
 #include <cstdlib>
+#include <regex>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -116,6 +117,28 @@ TEST_F(OptionsTest, FindsTheFileThatTheEnvironmentNames)
             agent.sbtend(memory.assign(1048576, '\0').data(), 0);
         else
             EXPECT_NE(std::string::npos, earlyLog().find(row.reported, before));
+    }
+}
+
+TEST_F(OptionsTest, ShowsDateAndTimeAsAskedFor)
+{
+    const struct {
+        const char *date, *time, *form; // of a line in the error log
+    } table[] = {{"3", "2", "\\d{4}-\\d\\d-\\d\\d \\d\\d\\.\\d\\d\\.\\d\\d"},
+                 {"4", "4", "\\d\\d\\.\\d\\d\\.\\d{4} \\d\\d:\\d\\d:\\d\\d [AP]M"},
+                 {"0", "x", "\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d"},
+                 {"9", "5", "\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d"},
+                 {"-1", "-1", "\\d\\d/\\d\\d/\\d{4} \\d\\d:\\d\\d:\\d\\d"}};
+    for (const auto &row : table) {
+        fs::remove("veloerror.log");
+        installation.configureAgent(
+            {std::string("VELO_DATE_FMT ") + row.date, std::string("VELO_TIME_FMT ") + row.time});
+        openChannel();
+        agent.sbtcommand(nullptr, 0, nullptr);
+        endChannel();
+        EXPECT_TRUE(
+            std::regex_search(errorLog(), std::regex(std::string("^") + row.form + " TID<")))
+            << row.date << " " << row.time << ": " << errorLog();
     }
 }
 

@@ -35,8 +35,12 @@ TEST_F(ScriptedAgentTest, AbortsOnRequestWithoutAFilespaceUpdate)
     ASSERT_EQ("", write(std::string(4096, 'x')));
     client.calls.clear();
     EXPECT_EQ("", close(SBT_CLOSE_ABORT));
-    EXPECT_EQ((Operations{"hoxEndTxn vote=2"}), client.callsOf({"hoxEnd", "hoxUpdateFS"}));
+    EXPECT_EQ("EndTxn2 Terminate", client.story());
     EXPECT_TRUE(has(errorText(), "RBS2112E")) << errorText();
+    ASSERT_EQ("", open("other"));
+    client.calls.clear();
+    endChannel();
+    EXPECT_EQ("Terminate CleanUp", client.story()) << "what is open at the end is given up";
     EXPECT_TRUE(client.objects.empty());
 }
 

@@ -76,7 +76,9 @@ protected:
             }
             close();
             EXPECT_EQ("", backUp("afterwards", "data", {.blockSize = 4}));
+            client.calls.clear();
             endChannel();
+            EXPECT_EQ("CleanUp", client.story());
         }
     }
 };
