@@ -395,8 +395,8 @@ int16_t hoxBeginTxn(hoxHandle_t handle);
  * or is missing (an object that was not ended), a commit publishes nothing and returns
  * HOX_RC_CHECK_REASON. An abort, in the middle of an object too, publishes nothing and returns
  * HOX_RC_CHECK_REASON with HOX_RC_ABORTED. *reason is written on every return; HOX_RC_CHECK_REASON
- * never comes with reason 0. Whatever a transaction holds, up to 4,096 objects and deletions, is one
- * atomic step: whoever looks, and whatever dies when, all of it is done or nothing.
+ * never comes with reason 0. Whatever a transaction holds, up to 4,096 objects and deletions, is
+ * one atomic step: whoever looks, and whatever dies when, all of it is done or nothing.
  */
 int16_t hoxEndTxn(hoxHandle_t handle, uint8_t vote, uint16_t *reason);
 int16_t hoxEndTxnEx(hoxHandle_t handle, const hoxEndTxnExIn_t *input, hoxEndTxnExOut_t *output);
@@ -642,7 +642,8 @@ int16_t hoxDeleteObj(hoxHandle_t handle, uint8_t delType, const hoxDelInfo *info
  * groups. Its identifier becomes another one; the old one goes on to lead to it. Access rules name
  * objects, so one for the old name covers it no more. The stream is copied, so that a large object
  * takes its time, and twice its room meanwhile. Not in a transaction, a query or a read.
- * HOX_RC_OBJECT_UNKNOWN; HOX_RC_OBJECT_EXISTS when the new name is taken, by the object itself, too.
+ * HOX_RC_OBJECT_UNKNOWN; HOX_RC_OBJECT_EXISTS when the new name is taken, also by the object
+ * itself.
  */
 int16_t hoxRenameObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *name,
                      const char *newHlName, const char *newLlName);

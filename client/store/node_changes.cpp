@@ -207,6 +207,9 @@ Result<void> NodeSpace::change(std::span<const Sent> pieces, std::span<const Pie
         plan.coming.push_back(sent.piece->id());
     for (const PieceId id : removals) {
         ARCA_TRY(const Located located, locateShown(id));
+        // Whoever names a piece to rename it means it under that name, not where it went since.
+        if (renamed && located.info.id != id)
+            return Error{ErrorKind::notFound, "the object was renamed meanwhile"};
         plan.going.push_back(located.info.id);
     }
     auto prepared = prepareChange(plan, pieces, renamed);

@@ -5,6 +5,7 @@
 #include <csignal>
 #include <map>
 #include <random>
+#include <sched.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -164,6 +165,62 @@ TEST_F(KilledTest, SeveralProcessesWriteOneRepositoryAndOneOfThemWinsEachName)
     for (int piece = 0; piece < kPieces; ++piece) {
         ASSERT_TRUE(winner.contains(piece));
         EXPECT_TRUE(restore(handle, nameOfPiece(0, piece)) == streamOf(winner[piece], piece));
+    }
+}
+
+TEST_F(KilledTest, OfProcessesThatRenameAndDeleteOneObjectEachIsToldWhatCameOfIt)
+{
+    // Two rename, one of which is killed on the way, and one deletes.
+    constexpr int kRounds = 12;
+    std::mt19937 random(20261121);
+    const hoxHandle_t handle = logOn();
+    for (int round = 0; round < kRounds; ++round) {
+        SCOPED_TRACE(round);
+        const std::string piece = nameOfPiece(round, 0);
+        ASSERT_EQ(backUp(handle, piece, streamOf(round, 0)), HOX_RC_OK);
+        std::vector<std::unique_ptr<Child>> children;
+        for (int process = 0; process < 3; ++process)
+            children.push_back(std::make_unique<Child>([&](int tell) {
+                const hoxHandle_t own = logOn();
+                const hoxObjName name = nameOf(piece);
+                (void)!write(tell, "b", 1);
+                const std::string wanted = "/" + nameOfPiece(round, process + 1);
+                const int code = process == 0 ? remove(own, piece)
+                                              : api_.hoxRenameObj(own, HOX_SEND_BACKUP, &name, "/",
+                                                                  wanted.c_str());
+                (void)!write(tell,
+                             code == HOX_RC_OK               ? "W"
+                             : code == HOX_RC_OBJECT_UNKNOWN ? "L"
+                                                             : "?",
+                             1);
+            }));
+        char told[3] = {};
+        for (int process = 2; process >= 0; --process) {
+            Child &child = *children[static_cast<std::size_t>(process)];
+            ASSERT_EQ(read(child.told, &told[process], 1), 1);
+            if (process == 2) {
+                for (auto turns = std::uniform_int_distribution<int>(0, 400)(random); turns > 0;
+                     --turns)
+                    sched_yield();
+                kill(child.pid, SIGKILL);
+            }
+            if (read(child.told, &told[process], 1) != 1) {
+                told[process] = 'k';
+            }
+            (void)child.wait();
+            EXPECT_NE(told[process], '?');
+        }
+        int shown = 0;
+        ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK);
+        for (int name = 0; name < 3; ++name) {
+            const auto stream = restore(handle, nameOfPiece(round, name), 100000);
+            shown += stream.has_value();
+            EXPECT_TRUE(!stream || *stream == streamOf(round, 0));
+            EXPECT_FALSE(stream && told[name] == 'L') << "a name shows that was refused";
+        }
+        EXPECT_EQ(shown, told[0] == 'W' ? 0 : 1) << told[0] << told[1] << told[2];
+        EXPECT_FALSE(told[1] == 'W' && told[2] == 'W');
+        EXPECT_TRUE(stored("changes").empty());
     }
 }
 

@@ -54,7 +54,6 @@ protected:
         space_.reset();
         ARCA_TRY(repository_, store::Repository::open(blobs(), "test"));
         ARCA_TRY(space_, repository_->logOn("node", kPassword));
-        space_->settleChanges();
         return repository_->blobs().removeLeftovers();
     }
 
@@ -177,6 +176,8 @@ protected:
     {
         const std::string shown = state();
         EXPECT_TRUE(shown == work.after || (!done && shown == work.before)) << shown;
+        space_->settleChanges();
+        EXPECT_EQ(state(), shown) << "tidying up behind the dead changes what shows";
     }
 
     /// Back to where every work begins.
