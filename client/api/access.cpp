@@ -57,7 +57,7 @@ std::int16_t hoxSetAccess(hoxHandle_t handle, std::uint8_t accessType, const hox
         if (accessType != HOX_ACCESS_READ)
             return refused(HOX_RC_BAD_ARGUMENT, "the access type is unknown");
         ARCA_TRY(store::AccessRule rule, ruleFrom(session, name, nodeName, ownerName));
-        ARCA_CHECK(rules.add(std::move(rule)));
+        ARCA_CHECK(rules.add(std::move(rule), session.space->dataKey()));
         return success();
     });
 }
@@ -68,7 +68,7 @@ std::int16_t hoxQueryAccess(hoxHandle_t handle, qryRespAccessData *rules, std::u
         ARCA_TRY(auto known, ownRules(session));
         if (count == nullptr || (rules == nullptr && *count != 0))
             return refused(HOX_RC_NULL_ARGUMENT, "there is no place for the rules");
-        ARCA_TRY(const auto found, known.list());
+        ARCA_TRY(const auto found, known.list(session.space->dataKey()));
         const std::size_t room = *count;
         for (std::size_t i = 0; i < std::min(room, found.size()); ++i)
             fillRule(rules[i], found[i]);

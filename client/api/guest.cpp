@@ -22,22 +22,19 @@ Answer<bool> mayRead(Session &session, const store::ObjectName &name)
         return true;
     ARCA_TRY(auto known,
              store::AccessRules::of(session.repository->blobs(), session.space->node()));
-    ARCA_TRY(const auto rules, known.list());
+    ARCA_TRY(const auto rules, known.list(session.space->dataKey()));
     return std::any_of(rules.begin(), rules.end(), [&](const store::AccessRule &rule) {
         return rule.admits(session.node, session.owner) && rule.covers(name);
     });
 }
 
-Answer<void> expectAdmission(store::Repository &repository, const std::string &grantor,
-                             const std::string &node, const std::string &owner)
+Answer<SecretKey> admittedKey(store::Repository &repository, const std::string &grantor,
+                              const std::string &node, const std::string &owner,
+                              const SecretKey &identity)
 {
     ARCA_TRY(auto known, store::AccessRules::of(repository.blobs(), grantor));
-    ARCA_TRY(const auto rules, known.list());
-    if (std::none_of(rules.begin(), rules.end(),
-                     [&](const store::AccessRule &rule) { return rule.admits(node, owner); }))
-        return refused(HOX_RC_ACCESS_DENIED, "node " + printable(grantor) +
-                                                 " grants no access to node " + printable(node));
-    return {};
+    ARCA_TRY(SecretKey key, known.keyFor(node, owner, identity));
+    return key;
 }
 
 } // namespace arca::api

@@ -14,10 +14,11 @@ Answer<void> expectOwnObjects(const Session &session);
 /// Whether the session may find and read the object of that name, by the rules as they are now.
 Answer<bool> mayRead(Session &session, const store::ObjectName &name);
 
-/// HOX_RC_ACCESS_DENIED when no rule of `grantor` admits the node at all, also when there is no
-/// such grantor.
-Answer<void> expectAdmission(store::Repository &repository, const std::string &grantor,
-                             const std::string &node, const std::string &owner);
+/// The data key of `grantor`, as a rule that admits the node gives it. HOX_RC_ACCESS_DENIED when
+/// none does, also when there is no such grantor; the text tells a rule whose key is still to come.
+Answer<SecretKey> admittedKey(store::Repository &repository, const std::string &grantor,
+                              const std::string &node, const std::string &owner,
+                              const SecretKey &identity);
 
 } // namespace arca::api
 

@@ -6,6 +6,7 @@
 #include "client/api/records.h"
 #include "client/base/text.h"
 #include "client/config/node_keys.h"
+#include "client/store/access.h"
 
 using namespace arca;
 using namespace arca::api;
@@ -101,6 +102,14 @@ Answer<store::NodeKeys> prove(const Request &request, const config::Options &opt
     return std::move(*keys);
 }
 
+/// What the node granted before its reader was registered takes effect now.
+Result<void> completeGrants(store::Repository &repository, const std::string &node,
+                            const SecretKey &dataKey)
+{
+    ARCA_TRY(auto rules, store::AccessRules::of(repository.blobs(), node));
+    return rules.complete(dataKey);
+}
+
 Answer<hoxHandle_t> startSession(const Request &request)
 {
     ARCA_TRY(const SetUp setUp, Client::instance().currentSetUp());
@@ -116,15 +125,12 @@ Answer<hoxHandle_t> startSession(const Request &request)
     ARCA_TRY(auto repository, openRepository(options));
     ARCA_CHECK(expectRegistered(*repository, options, node));
     std::string password;
-    auto proved = prove(request, options, *repository, node, password);
-    if (!proved) {
-        wipe(password);
-        return std::move(proved).error();
-    }
-    store::NodeKeys keys = std::move(proved).value();
+    const WipedAtEnd wiping(password);
+    ARCA_TRY(store::NodeKeys keys, prove(request, options, *repository, node, password));
+    const auto completed = completeGrants(*repository, node, keys.data);
     if (objectsOf != node) {
-        ARCA_CHECK(expectAdmission(*repository, objectsOf, node, request.owner));
-        keys.data = SecretKey();
+        ARCA_TRY(keys.data,
+                 admittedKey(*repository, objectsOf, node, request.owner, keys.identity));
     }
     ARCA_TRY(auto space, repository->spaceOf(objectsOf, std::move(keys.data)));
     // Behind channels that died. What cannot be cleaned now is in nobody's way.
@@ -135,11 +141,12 @@ Answer<hoxHandle_t> startSession(const Request &request)
     auto session = std::make_shared<Session>(std::move(repository), std::move(space), options);
     session->node = node;
     session->owner = request.owner;
-    Answer<void> changed;
     if (request.newPassword != nullptr && *request.newPassword != '\0')
-        changed = changePassword(*session, password.c_str(), request.newPassword);
-    wipe(password);
-    ARCA_CHECK(std::move(changed));
+        ARCA_CHECK(changePassword(*session, password.c_str(), request.newPassword));
+    // A repository that is full or cannot be written completes them another time. A rule that the
+    // node never made is for the administrator to know of.
+    if (!completed && completed.error().kind == ErrorKind::damaged)
+        (void)session->log.append({store::Severity::warning, node, {}, {}, completed.error().text});
     return Client::instance().add(std::move(session));
 }
 

@@ -3,6 +3,8 @@
 #ifndef KEEL_CLIENT_BASE_BYTES_H
 #define KEEL_CLIENT_BASE_BYTES_H
 
+#include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -60,6 +62,12 @@ public:
     std::uint64_t u64() { return number(8); }
     ByteView raw(std::size_t length);
     std::string text();
+    /// Fills a field of fixed size; leaves it as it is when too little is left.
+    template <std::size_t N> void copyInto(std::array<std::byte, N> &field)
+    {
+        const ByteView from = raw(N);
+        std::copy(from.begin(), from.end(), field.begin());
+    }
 
     bool ok() const { return ok_; }
     std::size_t remaining() const { return bytes_.size(); }

@@ -27,6 +27,19 @@ bool equalSecrets(ByteView a, ByteView b);
 void wipe(std::span<std::byte> bytes);
 void wipe(std::string &text);
 
+/// Wipes a text on every way out of a block.
+class WipedAtEnd
+{
+public:
+    explicit WipedAtEnd(std::string &text) : text_(text) {}
+    WipedAtEnd(const WipedAtEnd &) = delete;
+    WipedAtEnd &operator=(const WipedAtEnd &) = delete;
+    ~WipedAtEnd() { wipe(text_); }
+
+private:
+    std::string &text_;
+};
+
 Result<void> fillRandom(std::span<std::byte> bytes);
 
 /// XXH3, 64 bits: notices faults of the medium, not forgers.

@@ -724,8 +724,9 @@ typedef struct qryRespAccessData {
  * Lets another node, or one owner there (ownerName; null or empty: anybody), find and read objects
  * of the session's node: a session with asNodeName may query and restore what a rule names, and
  * nothing else. A hlName or llName of a slash and an asterisk stands for every one. The filespace
- * must be registered, the other node need not be. Durable on return; a rule that is there already
- * is not made twice. In a session for another node's objects these three answer
+ * must be registered, the other node need not be: once it is, the rule takes effect when the node
+ * that made it starts its next session. Durable on return; a rule that is there already is not made
+ * twice. In a session for another node's objects these three answer
  * HOX_RC_ACCESS_DENIED.
  */
 int16_t hoxSetAccess(hoxHandle_t handle, uint8_t accessType, const hoxObjName *name,

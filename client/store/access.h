@@ -4,9 +4,16 @@
 //   access/<node key>/<number: 8 digits>   one rule, never changed; taking it back removes the blob
 //
 // Numbers are random, so that whoever takes back a rule that is gone already cannot hit a new one.
+//
+// What a rule names is kept by the client; the bytes open with the data key of the node that made
+// the rule, and this the reader gets by a grant beside the rule (client/store/grant.h). A rule for
+// a node that is registered names its key, and gives the data key to no other. A rule for a node
+// that is not has no grant until its maker logs on and finds the node registered.
 #ifndef KEEL_CLIENT_STORE_ACCESS_H
 #define KEEL_CLIENT_STORE_ACCESS_H
 
+#include "client/base/hash.h"
+#include "client/store/grant.h"
 #include "client/store/piece.h"
 #include "client/store/record.h"
 
@@ -18,16 +25,21 @@ namespace arca::store
 struct AccessRule {
     std::uint32_t number = 0; // never 0
     std::string grantor;
-    std::string node;  // who may read
-    std::string owner; // there; empty: anybody
-    ObjectName name;   // highLevel and lowLevel "/*": every one
+    std::string node;      // who may read
+    std::string owner;     // there; empty: anybody
+    ObjectName name;       // highLevel and lowLevel "/*": every one
+    PublicKey readerKey{}; // all zeros: `node` was not registered
+    Sha256 mark{};
 
     bool admits(const std::string &reader, const std::string &readersOwner) const;
     bool covers(const ObjectName &piece) const;
 };
 
-/// The payload of a record of kind "ARCAACCS": number and object type (4 bytes each), then grantor,
-/// node, owner, filespace, high-level and low-level name, each a 16-bit length and as many bytes.
+/// The payload of a record of kind "ARCAACCS", version 2: number and object type (4 bytes each),
+/// then grantor, node, owner, filespace, high-level and low-level name, each a 16-bit length and as
+/// many bytes, then the reader's public key and the mark (32 bytes each). The mark is HMAC-SHA-256
+/// of all before it under the key "access rule" of the grantor's data key: nobody else can make a
+/// rule.
 Bytes encodeAccessRule(const AccessRule &rule);
 Result<AccessRule> decodeAccessRule(ByteView record);
 
@@ -37,24 +49,42 @@ class AccessRules
 public:
     static Result<AccessRules> of(blob::BlobStore &store, std::string grantor);
 
-    /// In the order of their numbers.
-    Result<std::vector<AccessRule>> list();
-    /// Durable on return; number and grantor are filled in. A rule that is there already is not
-    /// made twice. `badArgument` when there are too many.
-    Result<void> add(AccessRule rule);
-    /// `notFound`. Durable on return.
+    /// In the order of their numbers; `damaged` when one was not made with the grantor's data key.
+    Result<std::vector<AccessRule>> list(const SecretKey &dataKey);
+    /// Durable on return, and its key given when the reader is registered; number, grantor,
+    /// reader's key and mark are filled in. A rule that is there already is not made twice, but
+    /// takes effect for the key that the reader has now. `badArgument` when there are too many.
+    Result<void> add(AccessRule rule, const SecretKey &dataKey);
+    /// `notFound`. Durable on return; ends the access.
     Result<void> remove(std::uint32_t number);
 
+    /// Gives their key to rules that have none because the reader was not registered or somebody
+    /// was interrupted, and removes what was given with rules that are gone. The first failure,
+    /// after all was tried.
+    Result<void> complete(const SecretKey &dataKey);
+    /// For a session of `reader`: the grantor's data key. `denied`, with a sentence that says what
+    /// is missing.
+    Result<SecretKey> keyFor(const std::string &reader, const std::string &readersOwner,
+                             const SecretKey &identity);
+
 private:
-    AccessRules(blob::BlobStore &store, std::string grantor, std::string prefix)
-        : store_(store), grantor_(std::move(grantor)), prefix_(std::move(prefix))
+    AccessRules(blob::BlobStore &store, std::string grantor, std::string prefix, Grants grants)
+        : store_(store), grantor_(std::move(grantor)), prefix_(std::move(prefix)),
+          grants_(std::move(grants))
     {
     }
     std::string blobNameOf(std::uint32_t number) const;
+    Result<AccessRule> read(const std::string &blobName);
+    Result<std::vector<AccessRule>> readAll();
+    Result<void> verify(const AccessRule &rule, const SecretKey &dataKey) const;
+    Result<void> put(AccessRule &rule, const SecretKey &dataKey);
+    Result<void> giveKey(const AccessRule &rule, const SecretKey &dataKey);
+    Result<void> completeOne(std::uint32_t number, const SecretKey &dataKey);
 
     blob::BlobStore &store_;
     std::string grantor_;
     std::string prefix_;
+    Grants grants_;
 };
 
 } // namespace arca::store

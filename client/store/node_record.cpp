@@ -7,8 +7,6 @@
 #include "client/base/text.h"
 #include "client/store/record.h"
 
-#include <algorithm>
-
 namespace arca::store
 {
 
@@ -28,12 +26,6 @@ Bytes contextOf(const std::string &node, std::string_view what)
     context.text(what);
     context.text(node);
     return context.take();
-}
-
-template <std::size_t N> void read(ByteReader &reader, std::array<std::byte, N> &field)
-{
-    const ByteView bytes = reader.raw(N);
-    std::copy(bytes.begin(), bytes.end(), field.begin());
 }
 
 /// Both keys of a record. Others seal to the public half that stands in it: one that is not that of
@@ -135,13 +127,13 @@ Result<NodeRecord> decodeNodeRecord(ByteView bytes)
     record.cost.n = reader.u64();
     record.cost.r = reader.u32();
     record.cost.p = reader.u32();
-    read(reader, record.salt);
-    read(reader, record.verifier);
-    read(reader, record.identity);
-    read(reader, record.sealedData);
-    read(reader, record.sealedIdentity);
-    read(reader, record.recoverableData);
-    read(reader, record.recoverableIdentity);
+    reader.copyInto(record.salt);
+    reader.copyInto(record.verifier);
+    reader.copyInto(record.identity);
+    reader.copyInto(record.sealedData);
+    reader.copyInto(record.sealedIdentity);
+    reader.copyInto(record.recoverableData);
+    reader.copyInto(record.recoverableIdentity);
     record.node = reader.text();
     if (!reader.ok() || reader.remaining() != 0 || scheme != kScheme)
         return Error{ErrorKind::damaged, "the record of a node is damaged"};

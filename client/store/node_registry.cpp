@@ -70,6 +70,19 @@ Result<bool> NodeRegistry::isRegistered(const std::string &node)
     return state.has_value();
 }
 
+Result<std::optional<PublicKey>> NodeRegistry::identityOf(const std::string &node)
+{
+    ARCA_TRY(NumberedRecord place, recordOf(node));
+    ARCA_TRY(const auto state, place.latest());
+    if (!state)
+        return std::optional<PublicKey>();
+    ARCA_TRY(const NodeRecord record, decodeNodeRecord(state->bytes));
+    if (record.node != node)
+        return Error{ErrorKind::damaged, "the record of node " + printable(node) +
+                                             " is another one than its place says"};
+    return std::optional<PublicKey>(record.identity);
+}
+
 Result<void> NodeRegistry::registerNode(const std::string &node, std::string_view password)
 {
     ARCA_TRY(NumberedRecord record, recordOf(node));

@@ -18,6 +18,8 @@ public:
     explicit NodeRegistry(blob::BlobStore &store) : store_(store) {}
 
     Result<bool> isRegistered(const std::string &node);
+    /// What others seal to; nothing when the node is not registered.
+    Result<std::optional<PublicKey>> identityOf(const std::string &node);
     /// Makes its keys. `exists` when it is registered already, `notFound` when the repository has
     /// no recovery key yet.
     Result<void> registerNode(const std::string &node, std::string_view password);

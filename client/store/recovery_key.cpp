@@ -79,8 +79,7 @@ Result<PublicKey> decodeRecoveryHalf(ByteView bytes)
     ByteReader reader(payload);
     const std::uint16_t what = reader.u16();
     PublicKey half{};
-    const ByteView field = reader.raw(half.size());
-    std::copy(field.begin(), field.end(), half.begin());
+    reader.copyInto(half);
     (void)reader.u64();
     if (!reader.ok() || reader.remaining() != 0 || what != kX25519)
         return Error{ErrorKind::damaged, "the record of the recovery key is damaged"};

@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     (void)store::parseLogLine(textOf(bytes));
     if (size < 0x10000) {
         (void)store::decodeFilespace(store::frameRecord("ARCAFSPC", 2, bytes));
-        (void)store::decodeAccessRule(store::frameRecord("ARCAACCS", 1, bytes));
+        (void)store::decodeAccessRule(store::frameRecord("ARCAACCS", 2, bytes));
         (void)store::decodeManagementClass(store::frameRecord("ARCACLAS", 1, bytes));
         (void)store::decodeObjectRecord(store::frameRecord("ARCAOBJE", 1, bytes));
         (void)store::decodeGroup(store::frameRecord("ARCAGRUP", 1, bytes));

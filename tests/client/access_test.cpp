@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstring>
 #include <dlfcn.h>
+#include <functional>
 
 namespace keel::test
 {
@@ -17,17 +18,22 @@ protected:
     void SetUp() override
     {
         ClientTest::SetUp();
-        // The other node logs on over the same file of kept passwords.
-        const std::string own = readFile(installation_.clientOptions());
-        writeFile(installation_.clientOptions(), "REPOSITORY file://" +
-                                                     installation_.repository().string() +
-                                                     "\nNODENAME guest\n");
-        ASSERT_EQ(run({arcaProgram(), "init", "--optfile", installation_.clientOptions()}).status,
-                  0);
-        writeFile(installation_.clientOptions(), own);
+        registerNode("guest");
         mine_ = logOn();
         for (const char *piece : {"p", "q"})
             ASSERT_EQ(backUp(mine_, piece, std::string("content of ") + piece), HOX_RC_OK);
+    }
+
+    /// The other node logs on over the same file of kept passwords.
+    void registerNode(const std::string &node)
+    {
+        const std::string own = readFile(installation_.clientOptions());
+        writeFile(installation_.clientOptions(), "REPOSITORY file://" +
+                                                     installation_.repository().string() +
+                                                     "\nNODENAME " + node + "\n");
+        ASSERT_EQ(run({arcaProgram(), "init", "--optfile", installation_.clientOptions()}).status,
+                  0);
+        writeFile(installation_.clientOptions(), own);
     }
 
     int grant(const std::string &piece, const char *node = "guest", const char *owner = nullptr)
@@ -38,11 +44,11 @@ protected:
 
     /// A session of `guest` for testnode's objects.
     int logOnAsGuest(hoxHandle_t &handle, const char *asNode, const char *options = nullptr,
-                     const char *owner = nullptr)
+                     const char *owner = nullptr, const char *node = "guest")
     {
         hoxInitExIn_t input{};
         input.stVersion = HOX_INITEX_IN_VERSION;
-        input.nodeName = "guest";
+        input.nodeName = node;
         input.asNodeName = asNode;
         input.options = options;
         input.ownerName = owner;
@@ -185,6 +191,55 @@ TEST_F(AccessTest, RulesAreShownAndTakenBackOneByOne)
     const hoxObjName name = nameOf("p");
     const qryBackupData asked{HOX_QRY_BACKUP_VERSION, &name, nullptr, HOX_STATE_ACTIVE};
     EXPECT_EQ(api_.hoxBeginQuery(anna, HOX_QUERY_BACKUP, &asked), HOX_RC_REPOSITORY_DAMAGED);
+}
+
+TEST_F(AccessTest, AGrantOpensForTheNodeItWasMadeFor)
+{
+    // Nodes are registered, lost and registered again; testnode starts sessions and grants.
+    const auto registered = [&] { registerNode("late"); };
+    const auto lost = [&] {
+        for (const auto &file : stored("nodes"))
+            if (readFile(file).find("late") != std::string::npos)
+                std::filesystem::remove_all(file.parent_path());
+    };
+    const auto granted = [&] { ASSERT_EQ(grant("p", "late"), HOX_RC_OK); };
+    const auto started = [&] { ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK); };
+    const auto restarted = [&] {
+        ASSERT_EQ(api_.hoxTerminate(mine_), HOX_RC_OK);
+        mine_ = logOn();
+    };
+    const struct {
+        std::function<void()> happens;
+        std::string refusal; ///< empty: the guest reads
+        std::size_t grants;
+    } steps[] = {
+        {granted, "not registered", 0},
+        {started, "not registered", 0},
+        {registered, "before that was registered; it takes effect when node testnode logs on", 0},
+        {started, "", 1},
+        {granted, "", 1},
+        {lost, "not registered", 1},
+        {registered, "had another key; it must grant it again", 1},
+        {restarted, "had another key", 1},
+        {granted, "", 1},
+        {granted, "", 1},
+        {[&] { ASSERT_EQ(deleteAccess_(mine_, rules().front().ruleNumber), HOX_RC_OK); },
+         "grants no access", 0},
+    };
+    for (const auto &step : steps) {
+        SCOPED_TRACE(&step - steps);
+        step.happens();
+        hoxHandle_t late = 0;
+        const int code = logOnAsGuest(late, "testnode", nullptr, nullptr, "late");
+        EXPECT_EQ(code == HOX_RC_OK, step.refusal.empty()) << text(code);
+        if (code == HOX_RC_OK) {
+            EXPECT_EQ(restore(late, "p"), "content of p");
+        } else {
+            EXPECT_NE(text(code).find(step.refusal), std::string::npos) << text(code);
+        }
+        EXPECT_EQ(stored("grants").size(), step.grants);
+        EXPECT_LE(rules().size(), 1U);
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // small piece of work in turn. Whatever happens, what was acknowledged is there, what was not is
 // there whole or not at all, and the work can be done again.
 #include "client/blob/directory_store.h"
+#include "client/store/access.h"
 #include "client/store/recovery_key.h"
 #include "client/store/repository.h"
 #include "tests/client/memory_files.h"
@@ -39,6 +40,7 @@ protected:
         const auto recovery = store::publicHalfOf(*SecretKey::random());
         ASSERT_TRUE(recovery && store::publishRecoveryHalf((*made)->blobs(), *recovery));
         ASSERT_TRUE((*made)->nodes().registerNode("node", kPassword));
+        ASSERT_TRUE((*made)->nodes().registerNode("reader", kPassword));
         ASSERT_TRUE(open());
         ASSERT_TRUE(space_->registerFilespace({"", "/fs", "ORACLE", "", 0, 0, 0}));
         ASSERT_TRUE(backUp("kept", 'k', 5000));
@@ -99,6 +101,13 @@ protected:
         EXPECT_TRUE(**stream == streamOf(seed, length)) << piece << " is not what was stored";
     }
 
+    store::AccessRules rules() { return *store::AccessRules::of(repository_->blobs(), "node"); }
+    Result<SecretKey> readersKey()
+    {
+        ARCA_TRY(const auto keys, repository_->authenticate("reader", kPassword));
+        return rules().keyFor("reader", "", keys.identity);
+    }
+
     /// One of the pieces of work, tried after everything before it went well, and what shows before
     /// and after it.
     struct Work {
@@ -127,6 +136,12 @@ protected:
              " kept", " moved"},
             {"together", [](auto &t) { return t.exchange(); }, " kept", " new newer"},
             {"emptying", [](auto &t) { return t.space_->deleteFilespace("/fs"); }, " kept", ""},
+            {"grant",
+             [](auto &t) {
+                 return t.rules().add({0, "", "reader", "", nameOf("kept"), {}, {}},
+                                      t.space_->dataKey());
+             },
+             " kept", " kept granted"},
             {"session", [](auto &t) { return t.open(); }, " kept", " kept"},
         };
     }
@@ -168,12 +183,19 @@ protected:
             shown += std::string(" ") + piece.name +
                      (*space_->find(nameOf(piece.name)))->description.info;
         }
-        return shown + ((*filespace)->occupancyBytes == 0 ? "" : " +7");
+        const auto made = rules().list(space_->dataKey());
+        EXPECT_TRUE(made && made->empty() == !readersKey()) << "a rule without its key";
+        return shown + ((*filespace)->occupancyBytes == 0 ? "" : " +7") +
+               (made && !made->empty() ? " granted" : "");
     }
 
     /// After a work that was disturbed.
     void expectWhole(const Work &work, bool done)
     {
+        // An interrupted grant is completed by the next session of who made it, or is none.
+        if (!done) {
+            EXPECT_TRUE(rules().complete(space_->dataKey()));
+        }
         const std::string shown = state();
         EXPECT_TRUE(shown == work.after || (!done && shown == work.before)) << shown;
         space_->settleChanges();
@@ -190,13 +212,19 @@ protected:
             if (*restore(piece.name)) {
                 ASSERT_TRUE(remove(piece.name));
             }
+        const auto made = rules().list(space_->dataKey());
+        ASSERT_TRUE(made) << made.error().text;
+        for (const auto &rule : *made)
+            EXPECT_TRUE(rules().remove(rule.number));
+        EXPECT_TRUE(rules().complete(space_->dataKey()));
         const auto again = backUp("kept", 'k', 5000);
         ASSERT_TRUE(again) << again.error().text;
         ASSERT_TRUE(
             space_->updateFilespace("/fs", [](store::Filespace &fs) { fs.occupancyBytes = 0; }));
         ASSERT_EQ(state(), " kept");
         for (const std::string &path : files_.paths())
-            EXPECT_FALSE(path.starts_with("/r/tmp/") || path.starts_with("/r/changes/"))
+            EXPECT_FALSE(path.starts_with("/r/tmp/") || path.starts_with("/r/changes/") ||
+                         path.starts_with("/r/grants/"))
                 << path << " was left behind";
     }
 
