@@ -134,6 +134,11 @@ TEST_F(KeyFaults, WhoeverCanWriteFilesIsGivenNoKey)
     EXPECT_TRUE(rules().complete(keys_.data));
     EXPECT_TRUE(isMakersKey(keyFor("reader")));
 
+    // A grant whose rule is gone, as somebody who was killed leaves it, does not stay.
+    ASSERT_TRUE(files_.unlink(fileIn("access")));
+    EXPECT_TRUE(rules().complete(keys_.data));
+    EXPECT_EQ(fileIn("grants"), "");
+
     // A record of another node in the place of the maker's.
     files_.contentOf(fileIn(placeOf("maker"))) = files_.contentOf(fileIn(placeOf("thief")));
     EXPECT_FALSE(repository_->authenticate("maker", kPassword));
