@@ -65,8 +65,10 @@ void waitUntilReady(int descriptor, Direction direction)
         struct pollfd waits[] = {{descriptor, events, 0}, {wakeUp[0], POLLIN, 0}};
         if (::poll(waits, 2, -1) < 0 && errno != EINTR)
             return; // the read or write that follows says what is wrong
-        if (waits[0].revents != 0)
+        if (waits[0].revents != 0) {
+            checkInterrupted(); // the end of the input must not win over a signal before it
             return;
+        }
     }
 }
 
