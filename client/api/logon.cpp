@@ -133,6 +133,7 @@ Answer<hoxHandle_t> startSession(const Request &request)
                  admittedKey(*repository, objectsOf, node, request.owner, keys.identity));
     }
     ARCA_TRY(auto space, repository->spaceOf(objectsOf, std::move(keys.data)));
+    space->use(options.engine);
     // Behind channels that died. What cannot be cleaned now is in nobody's way.
     (void)repository->blobs().removeLeftovers();
     if (objectsOf == node)

@@ -98,7 +98,7 @@ void fillAnswer(qryRespBackupData &record, const store::PieceInfo &piece)
     record.objInfoLength = HOX_MAX_OBJ_INFO;
     std::memcpy(record.objInfo, described.info.data(),
                 std::min<std::size_t>(described.info.size(), sizeof record.objInfo));
-    record.storedSize = split(piece.totals.storedBytes);
+    record.storedSize = split(piece.totals.storedBytes + piece.totals.manifestBytes);
 }
 
 void fillAnswer(qryRespMCData &record, const store::ManagementClass &known, bool detail)

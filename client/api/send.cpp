@@ -43,6 +43,32 @@ Answer<void> beginObject(Session &session, std::uint8_t sendType, const hoxObjNa
     return {};
 }
 
+/// In units of 1/10,000 of what there was.
+std::uint32_t reduction(std::uint64_t before, std::uint64_t after)
+{
+    if (before == 0 || after >= before)
+        return 0;
+    const double saved = static_cast<double>(before - after) / static_cast<double>(before);
+    return static_cast<std::uint32_t>(saved * 10000.0);
+}
+
+/// All of it went straight to the storage: there is no server process.
+void describeTotals(const store::PieceTotals &totals, hoxEndSendObjExOut_t &output)
+{
+    const std::uint64_t stored = totals.storedBytes + totals.manifestBytes;
+    output.totalBytesSent = split(totals.streamBytes);
+    output.totalDirectBytes = split(stored);
+    output.objDeduplicated = totals.deduplicated ? 1 : 0;
+    output.totalDedupSize = split(totals.deduplicated ? totals.newBytes : totals.streamBytes);
+    output.dedupRatio = totals.deduplicated ? reduction(totals.streamBytes, totals.newBytes) : 0;
+    output.objCompressed = totals.compressed ? 1 : 0;
+    output.totalCompressSize = split(totals.compressed ? stored : totals.newBytes);
+    output.compressRatio = totals.compressed ? reduction(totals.newBytes, stored) : 0;
+    if (totals.cipher != Cipher::none)
+        output.encryptionType =
+            totals.cipher == Cipher::aes256 ? HOX_ENCRYPT_AES_256BIT : HOX_ENCRYPT_AES_128BIT;
+}
+
 Answer<store::PieceTotals> endObject(Session &session)
 {
     if (!session.transaction || !session.transaction->isSending())
@@ -124,11 +150,7 @@ std::int16_t hoxEndSendObjEx(hoxHandle_t handle, const hoxEndSendObjExIn_t *inpu
         ARCA_TRY(const store::PieceTotals totals, endObject(session));
         *output = hoxEndSendObjExOut_t{};
         output->stVersion = HOX_ENDSENDEX_VERSION;
-        // Stored as it came. All of it went straight to the directory: there is no server process.
-        output->totalBytesSent = split(totals.streamBytes);
-        output->totalCompressSize = split(totals.streamBytes);
-        output->totalDedupSize = split(totals.streamBytes);
-        output->totalDirectBytes = split(totals.streamBytes);
+        describeTotals(totals, *output);
         return success();
     });
 }

@@ -17,6 +17,13 @@ void ByteWriter::raw(ByteView bytes)
     bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
 }
 
+void ByteWriter::varint(std::uint64_t value)
+{
+    for (; value >= 0x80; value >>= 7)
+        bytes_.push_back(static_cast<std::byte>(value | 0x80));
+    bytes_.push_back(static_cast<std::byte>(value));
+}
+
 void ByteWriter::text(std::string_view text)
 {
     if (text.size() > 0xffff)
@@ -38,6 +45,21 @@ std::uint64_t ByteReader::number(unsigned width)
     for (std::size_t i = field.size(); i > 0; --i)
         value = value << 8 | std::to_integer<std::uint64_t>(field[i - 1]);
     return value;
+}
+
+std::uint64_t ByteReader::varint()
+{
+    std::uint64_t value = 0;
+    for (unsigned shift = 0; shift < 64; shift += 7) {
+        const std::uint64_t part = number(1);
+        value |= (part & 0x7f) << shift;
+        if (part < 0x80) {
+            ok_ = ok_ && (shift != 63 || part <= 1);
+            return value;
+        }
+    }
+    ok_ = false;
+    return 0;
 }
 
 ByteView ByteReader::raw(std::size_t length)

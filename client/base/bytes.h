@@ -35,6 +35,8 @@ public:
     void u32(std::uint32_t value) { number(value, 4); }
     void u64(std::uint64_t value) { number(value, 8); }
     void raw(ByteView bytes);
+    /// Seven bits a byte, the lowest first, the upper bit set on all but the last.
+    void varint(std::uint64_t value);
     /// A 16-bit length and the text; a longer text is a bug of the caller and throws.
     void text(std::string_view text);
 
@@ -60,6 +62,7 @@ public:
     std::uint16_t u16() { return static_cast<std::uint16_t>(number(2)); }
     std::uint32_t u32() { return static_cast<std::uint32_t>(number(4)); }
     std::uint64_t u64() { return number(8); }
+    std::uint64_t varint();
     ByteView raw(std::size_t length);
     std::string text();
     /// Fills a field of fixed size; leaves it as it is when too little is left.

@@ -21,6 +21,7 @@
 
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 
 namespace arca::blob
@@ -79,6 +80,13 @@ public:
     virtual Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name) = 0;
     /// The same lock, waited for.
     virtual Result<std::unique_ptr<BlobLock>> lock(const std::string &name) = 0;
+
+    /// The writers that live now, in any process, by names that are never used again. Whoever holds
+    /// a writer thereby says to all others: I may count on what was there when I began.
+    virtual Result<std::set<std::string>> livingWriters() = 0;
+    /// A directory of this host for what can be made again from the blobs; it need not exist.
+    /// Empty: there is none.
+    virtual std::string cacheDirectory() const = 0;
 };
 
 /// Reads a small blob whole; `damaged` when it is larger than `limit`.

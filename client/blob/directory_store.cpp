@@ -67,19 +67,7 @@ public:
     std::uint64_t size() const override { return size_; }
     Result<std::size_t> read(std::uint64_t offset, std::span<std::byte> into) override
     {
-        constexpr std::size_t kSmall = std::size_t{64} << 10;
-        if (into.size() < kSmall || size_ < kPortion)
-            return file_->readAt(offset, into);
-        std::size_t total = 0;
-        while (total < into.size()) {
-            ARCA_TRY(const ByteView loaded, portionAt(offset + total));
-            const std::size_t length = std::min(loaded.size(), into.size() - total);
-            if (length == 0)
-                break;
-            std::copy_n(loaded.begin(), length, into.begin() + static_cast<std::ptrdiff_t>(total));
-            total += length;
-        }
-        return total;
+        return file_->readAt(offset, into);
     }
     void readAhead(std::uint64_t offset, std::uint64_t length) override
     {
@@ -88,26 +76,8 @@ public:
     File &file() { return *file_; }
 
 private:
-    /// What there is of the portion that holds this offset, from the offset on.
-    Result<ByteView> portionAt(std::uint64_t offset)
-    {
-        if (!portion_)
-            portion_ = allocatePortion();
-        const std::uint64_t begin = offset / kPortion * kPortion;
-        if (loadedBytes_ == 0 || loadedAt_ != begin) {
-            loadedBytes_ = 0;
-            ARCA_TRY(loadedBytes_, file_->readAt(begin, {portion_.get(), kPortion}));
-            loadedAt_ = begin;
-        }
-        const auto skip = static_cast<std::size_t>(offset - begin);
-        return ByteView(portion_.get(), loadedBytes_).subspan(std::min(skip, loadedBytes_));
-    }
-
     std::unique_ptr<File> file_;
     std::uint64_t size_;
-    Portion portion_; // of the file, when it is large enough to be read that way
-    std::uint64_t loadedAt_ = 0;
-    std::size_t loadedBytes_ = 0;
 };
 
 class DirectoryLock final : public BlobLock
@@ -253,7 +223,7 @@ Result<void> DirectoryStore::walk(const std::string &directory, const std::strin
         return {};
     ARCA_CHECK(std::move(listed));
     for (const std::string &name : below) {
-        if (name == "tmp" || name == "locks")
+        if (name == "tmp" || name == "locks" || name == "cache")
             continue;
         ARCA_TRY(const bool inner, files_.isDirectory(pathOf(name)));
         if (inner)
@@ -283,19 +253,26 @@ Result<void> DirectoryStore::remove(const std::string &name, BlobReader &opened)
     return files_.syncDirectory(pathOf(name.substr(0, name.rfind('/'))));
 }
 
-Result<void> DirectoryStore::removeLeftovers()
+Result<std::vector<std::string>> DirectoryStore::temporaries()
 {
-    std::vector<std::string> leftovers;
+    std::vector<std::string> found;
     auto listed = files_.list(pathOf("tmp"), [&](const std::string &entry) {
-        if (!ownedByThisProcess(entry))
-            leftovers.push_back("tmp/" + entry);
+        found.push_back(entry);
         return true;
     });
-    if (!listed && listed.error().kind == ErrorKind::notFound)
-        return {};
-    ARCA_CHECK(std::move(listed));
-    for (const std::string &name : leftovers) {
+    if (!listed && listed.error().kind != ErrorKind::notFound)
+        return std::move(listed).error();
+    return found;
+}
+
+Result<void> DirectoryStore::removeLeftovers()
+{
+    ARCA_TRY(const auto found, temporaries());
+    for (const std::string &entry : found) {
+        if (ownedByThisProcess(entry))
+            continue;
         // Its writer may end, or another cleaner come first, at any moment: neither is a failure.
+        const std::string name = "tmp/" + entry;
         auto file = files_.openForLocking(pathOf(name), false);
         if (!file)
             continue;
@@ -304,6 +281,36 @@ Result<void> DirectoryStore::removeLeftovers()
             (void)files_.unlink(pathOf(name));
     }
     return {};
+}
+
+Result<std::set<std::string>> DirectoryStore::livingWriters()
+{
+    ARCA_TRY(const auto found, temporaries());
+    std::set<std::string> living;
+    for (const std::string &entry : found) {
+        auto file = files_.openForLocking(pathOf("tmp/" + entry), false);
+        if (!file && file.error().kind == ErrorKind::notFound)
+            continue;
+        ARCA_TRY(const auto opened, std::move(file));
+        // A writer that is only about to lock its new file finds it locked, and takes another one:
+        // it began after us.
+        ARCA_TRY(const bool dead, opened->lock(false));
+        if (!dead || ownedByThisProcess(entry))
+            living.insert(entry);
+    }
+    return living;
+}
+
+std::string DirectoryStore::cacheDirectory() const
+{
+    if (&files_ != &systemFiles())
+        return {};
+    char host[256] = "";
+    if (gethostname(host, sizeof host - 1) != 0 || host[0] == '\0')
+        return {};
+    std::string name = host;
+    std::replace(name.begin(), name.end(), '/', '_');
+    return root_ + "/cache/" + name;
 }
 
 Result<std::unique_ptr<BlobLock>> DirectoryStore::tryLock(const std::string &name)

@@ -3,6 +3,7 @@
 //   ROOT/<name>              a blob: complete, synced, never changed
 //   ROOT/tmp/<pid>-<random>  a blob being written; its writer holds a lock on it while it lives
 //   ROOT/locks/remove        held while a blob is removed
+//   ROOT/cache/<host>/       what a host can make again from the blobs
 //
 // A file in tmp that can be locked has no writer any more and is removed. Directories appear as
 // they are needed and are never removed.
@@ -34,10 +35,14 @@ public:
     /// A file in locks/, which stays.
     Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name) override;
     Result<std::unique_ptr<BlobLock>> lock(const std::string &name) override;
+    Result<std::set<std::string>> livingWriters() override;
+    /// ROOT/cache/HOST: a store may be mounted on several hosts.
+    std::string cacheDirectory() const override;
 
 private:
     friend class DirectoryWriter;
 
+    Result<std::vector<std::string>> temporaries();
     Result<void> publish(const std::string &temporary, const std::string &name);
     Result<void> ensureDirectory(const std::string &relative);
     Result<void> walk(const std::string &directory, const std::string &prefix,

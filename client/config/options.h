@@ -4,6 +4,7 @@
 #define KEEL_CLIENT_CONFIG_OPTIONS_H
 
 #include "client/base/result.h"
+#include "client/engine/settings.h"
 
 #include <string>
 #include <string_view>
@@ -22,6 +23,7 @@ struct Options {
     std::string nodeName;   // empty: none was named
     std::string asNodeName; // whose objects are meant; empty: the node's own
     PasswordAccess passwordAccess = PasswordAccess::generate;
+    engine::Settings engine; // how streams are stored
 };
 
 /// Sets one option. `keyword` in any case. The error says what is wrong, not where.

@@ -118,15 +118,15 @@ Result<void> NodeSpace::emptyFilespace(const std::string &name)
             continue; // removed since the listing
         if (!blob)
             return std::move(blob).error();
-        const auto frame = readOwnFrame(**blob, blobName);
+        const auto manifest = readOwn(**blob, blobName);
         // A damaged one may be another filespace's: it is left to be looked into.
-        if (!frame && frame.error().kind == ErrorKind::damaged)
+        if (!manifest && manifest.error().kind == ErrorKind::damaged)
             continue;
-        ARCA_CHECK(frame);
-        if (frame->header.description.name.filespace != name)
+        ARCA_CHECK(manifest);
+        if (manifest->info.description.name.filespace != name)
             continue;
         Located located{blobName, std::move(blob).value(), {}};
-        located.info.id = frame->header.id;
+        located.info.id = manifest->info.id;
         auto removed = removeStored(located);
         if (!removed && removed.error().kind != ErrorKind::notFound)
             return removed;

@@ -77,10 +77,10 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName)
         return false;
     if (!blob)
         return blob.error();
-    const auto frame = readOwnFrame(**blob, blobName);
-    if (!frame)
+    const auto manifest = readOwn(**blob, blobName);
+    if (!manifest)
         return true; // by something that is damaged
-    ARCA_TRY(const auto shown, recordIfShown(frame->header.id));
+    ARCA_TRY(const auto shown, recordIfShown(manifest->info.id));
     if (shown)
         return true;
     ARCA_CHECK(lockChanges());

@@ -54,8 +54,10 @@ Result<std::string> nodeKey(const std::string &node)
     return digitsOf(hash);
 }
 
-NodeSpace::NodeSpace(blob::BlobStore &store, std::string node, std::string key, SecretKey dataKey)
-    : store_(store), node_(std::move(node)), key_(std::move(key)), dataKey_(std::move(dataKey))
+NodeSpace::NodeSpace(blob::BlobStore &store, std::string node, std::string key, SecretKey dataKey,
+                     std::unique_ptr<engine::Domain> domain)
+    : store_(store), node_(std::move(node)), key_(std::move(key)), dataKey_(std::move(dataKey)),
+      domain_(std::move(domain))
 {
 }
 
@@ -63,14 +65,20 @@ Result<std::unique_ptr<NodeSpace>> NodeSpace::open(blob::BlobStore &store, std::
                                                    SecretKey dataKey)
 {
     ARCA_TRY(std::string key, nodeKey(node));
-    return std::unique_ptr<NodeSpace>(
-        new NodeSpace(store, std::move(node), std::move(key), std::move(dataKey)));
+    ARCA_TRY(auto domain, engine::Domain::open(store, key, dataKey));
+    return std::unique_ptr<NodeSpace>(new NodeSpace(store, std::move(node), std::move(key),
+                                                    std::move(dataKey), std::move(domain)));
 }
 
 Result<Sha256> NodeSpace::hashOf(const ObjectName &name) const
 {
-    return sha256({viewOf("piece"), viewOf(node_), viewOf(name.filespace), viewOf(name.highLevel),
-                   viewOf(name.lowLevel)});
+    // Keyed, so that nobody else can tell from a blob's name whether a certain piece is there.
+    ByteWriter parts;
+    for (const std::string *part : {&node_, &name.filespace, &name.highLevel, &name.lowLevel}) {
+        parts.u64(part->size());
+        parts.raw(viewOf(*part));
+    }
+    return hmacSha256(domain_->nameKey().view(), parts.view());
 }
 
 std::string NodeSpace::blobNameOf(const Sha256 &nameHash) const
@@ -85,18 +93,17 @@ std::string NodeSpace::prefixOf(PieceId id) const
     return "pieces/" + key_ + "/" + digits.substr(0, 2) + "/" + digits;
 }
 
-Result<PieceFrame> NodeSpace::readOwnFrame(blob::BlobReader &blob,
-                                           const std::string &blobName) const
+Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &blobName) const
 {
-    auto frame = readFrame(blob);
-    if (!frame)
-        return inContext(std::move(frame).error(), "the stored piece in " + blobName);
-    const PieceDescription &piece = frame->header.description;
+    auto manifest = readManifest(blob, domain_->manifestKey());
+    if (!manifest)
+        return inContext(std::move(manifest).error(), "the stored piece in " + blobName);
+    const PieceDescription &piece = manifest->info.description;
     ARCA_TRY(const Sha256 hash, hashOf(piece.name));
     if (piece.node != node_ || blobNameOf(hash) != blobName)
         return Error{ErrorKind::damaged,
                      "the stored piece in " + blobName + " is another one than its place says"};
-    return frame;
+    return manifest;
 }
 
 Result<std::unique_ptr<PieceWriter>> NodeSpace::beginPiece(PieceDescription description)
@@ -109,7 +116,7 @@ Result<std::unique_ptr<PieceWriter>> NodeSpace::beginPiece(PieceDescription desc
         return Error{ErrorKind::exists,
                      "the object " + printable(description.name.joined()) + " exists already"};
     ARCA_TRY(const PieceId id, newId(hash));
-    return PieceWriter::begin(store_, blobName, id, std::move(description));
+    return PieceWriter::begin(*domain_, settings_, blobName, id, std::move(description));
 }
 
 Result<std::optional<PieceInfo>> NodeSpace::find(const ObjectName &name)
@@ -120,8 +127,8 @@ Result<std::optional<PieceInfo>> NodeSpace::find(const ObjectName &name)
     if (!blob && blob.error().kind == ErrorKind::notFound)
         return std::optional<PieceInfo>();
     ARCA_TRY(const auto opened, std::move(blob));
-    ARCA_TRY(const PieceFrame frame, readOwnFrame(*opened, blobName));
-    PieceInfo info = frame.info(opened->size());
+    ARCA_TRY(Manifest manifest, readOwn(*opened, blobName));
+    PieceInfo info = std::move(manifest.info);
     ARCA_TRY(const auto record, recordIfShown(info.id));
     if (!record)
         return std::optional<PieceInfo>();
@@ -144,13 +151,14 @@ Result<NodeSpace::Located> NodeSpace::locate(PieceId id)
                 failure = std::move(blob).error();
             continue; // removed since the listing
         }
-        auto frame = readOwnFrame(**blob, name);
-        if (!frame) {
-            failure = std::move(frame).error();
-        } else if (frame->header.id == id) {
-            PieceInfo info = frame->info((*blob)->size());
-            return Located{name, std::move(blob).value(), std::move(info)};
-        }
+        const auto claimed = peekIdentifier(**blob);
+        if (claimed && *claimed != id)
+            continue;
+        auto manifest = readOwn(**blob, name);
+        if (!manifest)
+            failure = std::move(manifest).error();
+        else if (manifest->info.id == id)
+            return Located{name, std::move(blob).value(), std::move(manifest->info)};
     }
     return failure ? *failure : unknownId(id);
 }
@@ -163,8 +171,14 @@ Result<PieceInfo> NodeSpace::find(PieceId id)
 
 Result<std::unique_ptr<PieceReader>> NodeSpace::openPiece(PieceId id)
 {
+    // The claim comes first: what is found after it stays readable to the end.
+    auto claim = store_.begin();
+    if (!claim && claim.error().kind != ErrorKind::readOnly &&
+        claim.error().kind != ErrorKind::denied && claim.error().kind != ErrorKind::full)
+        return std::move(claim).error();
     ARCA_TRY(Located located, locateShown(id));
-    return PieceReader::open(std::move(located.blob));
+    return PieceReader::open(*domain_, settings_, claim ? std::move(claim).value() : nullptr,
+                             std::move(located.blob));
 }
 
 } // namespace arca::store

@@ -26,6 +26,10 @@ public:
 
     const std::string &node() const { return node_; }
     const SecretKey &dataKey() const { return dataKey_; }
+    engine::Domain &domain() { return *domain_; }
+
+    /// How the streams that begin from now on are treated.
+    void use(const engine::Settings &settings) { settings_ = settings; }
 
     /// Begins a piece under a name that is free now; `exists`. Whether it is still free is decided
     /// at the commit. description.node is filled in.
@@ -88,7 +92,8 @@ private:
         PieceInfo info;
     };
 
-    NodeSpace(blob::BlobStore &store, std::string node, std::string key, SecretKey dataKey);
+    NodeSpace(blob::BlobStore &store, std::string node, std::string key, SecretKey dataKey,
+              std::unique_ptr<engine::Domain> domain);
     Result<Sha256> hashOf(const ObjectName &name) const;
     std::string blobNameOf(const Sha256 &nameHash) const;
     std::string prefixOf(PieceId id) const;
@@ -114,7 +119,7 @@ private:
     Result<void> removeStored(Located &located);
     void forget(PieceId id);
     Result<void> emptyFilespace(const std::string &name);
-    Result<PieceFrame> readOwnFrame(blob::BlobReader &blob, const std::string &blobName) const;
+    Result<Manifest> readOwn(blob::BlobReader &blob, const std::string &blobName) const;
     Result<NumberedRecord> filespaceRecord(const std::string &name);
     struct FilespaceState {
         NumberedRecord record;
@@ -127,6 +132,8 @@ private:
     std::string node_;
     std::string key_; // of the node, in blob names
     SecretKey dataKey_;
+    std::unique_ptr<engine::Domain> domain_;
+    engine::Settings settings_;
 };
 
 /// The component of blob names that stands for a node.

@@ -2,6 +2,7 @@
 #ifndef KEEL_CLIENT_STORE_PIECE_H
 #define KEEL_CLIENT_STORE_PIECE_H
 
+#include "client/base/aead.h"
 #include "client/base/hash.h"
 
 #include <cstdint>
@@ -40,8 +41,14 @@ struct PieceDescription {
 /// What the stream turned out to be.
 struct PieceTotals {
     std::uint64_t streamBytes = 0;
-    std::uint64_t storedBytes = 0;
+    std::uint64_t zeroBytes = 0;     // of whole blocks of zeros, which are not stored
+    std::uint64_t newBytes = 0;      // of blocks that had to be stored
+    std::uint64_t storedBytes = 0;   // what they came to, compressed and sealed
+    std::uint64_t manifestBytes = 0; // of the manifest itself
     Digest128 digest{};
+    bool deduplicated = false; // duplicates were looked for
+    bool compressed = false;
+    Cipher cipher = Cipher::none;
 };
 
 struct PieceInfo {

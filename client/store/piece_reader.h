@@ -1,10 +1,13 @@
-// Reads the stream of one piece from its beginning. No byte is handed out before its segment was
-// found to be what was written, and the end is reported only when the whole stream was. Belongs to
-// one thread; a piece that is removed meanwhile can still be read to its end.
+// Reads the stream of one piece from its beginning. No byte is handed out before the frame it comes
+// from was found to be what was written, and the end is reported only when the whole stream was.
+// One thread uses it at a time. A piece that is removed meanwhile can still be read to its end: the
+// reader holds a claim like that of a writer.
 #ifndef KEEL_CLIENT_STORE_PIECE_READER_H
 #define KEEL_CLIENT_STORE_PIECE_READER_H
 
-#include "client/store/piece_format.h"
+#include "client/engine/domain.h"
+#include "client/engine/stream_reader.h"
+#include "client/store/manifest_writer.h"
 
 namespace arca::store
 {
@@ -12,32 +15,41 @@ namespace arca::store
 class PieceReader
 {
 public:
-    /// `damaged` when frame and length do not fit.
-    static Result<std::unique_ptr<PieceReader>> open(std::unique_ptr<blob::BlobReader> blob);
+    /// `claim` was taken before the manifest was looked for; null when the repository cannot be
+    /// written, where nothing is reclaimed either. `domain` must outlive the reader.
+    static Result<std::unique_ptr<PieceReader>> open(engine::Domain &domain,
+                                                     const engine::Settings &settings,
+                                                     std::unique_ptr<blob::BlobWriter> claim,
+                                                     std::unique_ptr<blob::BlobReader> blob);
 
-    const PieceInfo &info() const { return info_; }
+    const PieceInfo &info() const { return manifest_.info; }
 
     /// Fills `into`; less only at the end of the stream. The last bytes come only after length and
     /// digest of the whole stream were compared. `damaged`: drop the reader.
     Result<std::size_t> read(std::span<std::byte> into);
 
     /// Whether everything was read, and found right.
-    bool atEnd() const { return delivered_ == info_.totals.streamBytes; }
+    bool atEnd() const { return delivered_ == info().totals.streamBytes && ended_; }
 
 private:
-    PieceReader(std::unique_ptr<blob::BlobReader> blob, const PieceFrame &frame);
-    Result<void> loadSegment();
+    PieceReader(std::unique_ptr<blob::BlobWriter> claim, std::unique_ptr<blob::BlobReader> blob,
+                Manifest manifest)
+        : claim_(std::move(claim)), blob_(std::move(blob)), manifest_(std::move(manifest)),
+          runs_(*blob_, manifest_)
+    {
+    }
+    Result<std::size_t> readStream(std::span<std::byte> into);
+    Result<void> checkEnd();
+    Error damaged(const std::string &what) const;
 
+    std::unique_ptr<blob::BlobWriter> claim_;
     std::unique_ptr<blob::BlobReader> blob_;
-    PieceInfo info_;
-    std::size_t segmentBytes_;
-    std::uint64_t nextOffset_; // in the blob, of the segment to load next
-    std::uint64_t nextIndex_ = 0;
-    std::uint64_t loaded_ = 0; // bytes of the stream in segments loaded so far
+    Manifest manifest_;
+    ManifestRuns runs_;
+    std::unique_ptr<engine::StreamReader> stream_; // after runs_: its threads read from that
     std::uint64_t delivered_ = 0;
+    bool ended_ = false;
     StreamDigest digest_;
-    Bytes buffer_;
-    ByteView segment_; // what of the loaded segment was not handed out yet
 };
 
 } // namespace arca::store

@@ -1,10 +1,11 @@
 // Writes one piece: append the stream, finish it, commit it. Nothing shows before commit() and the
-// whole piece after it; a writer that is dropped leaves nothing. Belongs to one thread.
+// whole piece after it; a writer that is dropped leaves nothing that shows. One thread uses it at a
+// time.
 #ifndef KEEL_CLIENT_STORE_PIECE_WRITER_H
 #define KEEL_CLIENT_STORE_PIECE_WRITER_H
 
-#include "client/blob/blob_store.h"
-#include "client/store/piece_format.h"
+#include "client/engine/stream_writer.h"
+#include "client/store/manifest_writer.h"
 
 namespace arca::store
 {
@@ -12,37 +13,38 @@ namespace arca::store
 class PieceWriter
 {
 public:
-    /// `blobName` is where the piece will be; its identifier is `id`.
-    static Result<std::unique_ptr<PieceWriter>> begin(blob::BlobStore &store, std::string blobName,
-                                                      PieceId id, PieceDescription description);
+    /// `blobName` is where the manifest will be; the piece's identifier is `id`. `domain` must
+    /// outlive the writer.
+    static Result<std::unique_ptr<PieceWriter>> begin(engine::Domain &domain,
+                                                      const engine::Settings &settings,
+                                                      std::string blobName, PieceId id,
+                                                      PieceDescription description);
 
     /// Takes the next bytes of the stream. After an error the piece is lost: drop the writer.
-    Result<void> append(ByteView bytes);
+    Result<void> append(ByteView bytes) { return stream_->append(bytes); }
 
-    /// Ends the stream and tells what it came to. append() is over.
+    /// Ends the stream and tells what it came to; every block is durable then. append() is over.
     Result<PieceTotals> finish();
 
     /// Makes the finished piece durable and visible. `exists` when another piece has the name by
     /// now.
-    Result<void> commit();
+    Result<void> commit() { return manifest_->commit(blobName_); }
 
-    PieceId id() const { return header_.id; }
-    const ObjectName &name() const { return header_.description.name; }
-    std::uint64_t streamBytes() const { return streamBytes_; }
+    PieceId id() const { return id_; }
+    const ObjectName &name() const { return name_; }
 
 private:
-    PieceWriter(std::unique_ptr<blob::BlobWriter> blob, std::string blobName, PieceHeader header);
-    Result<void> endSegment();
-    Result<void> put(ByteView bytes);
+    PieceWriter(const engine::Settings &settings, std::string blobName, PieceId id, ObjectName name)
+        : settings_(settings), blobName_(std::move(blobName)), id_(id), name_(std::move(name))
+    {
+    }
 
-    std::unique_ptr<blob::BlobWriter> blob_;
+    engine::Settings settings_;
     std::string blobName_;
-    PieceHeader header_;
-    StreamDigest digest_;
-    Bytes segment_; // what of the current segment has come; one segment of memory a writer
-    std::uint64_t segments_ = 0;
-    std::uint64_t streamBytes_ = 0;
-    std::uint64_t storedBytes_ = 0;
+    PieceId id_;
+    ObjectName name_;
+    std::unique_ptr<ManifestWriter> manifest_;
+    std::unique_ptr<engine::StreamWriter> stream_; // after manifest_: its threads write into that
 };
 
 } // namespace arca::store

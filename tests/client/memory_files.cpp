@@ -21,12 +21,14 @@ public:
     }
     ~MemoryFile() override
     {
+        const auto one = files_.hold();
         if (holdsLock_)
             node_->locked = false;
     }
 
     Result<void> write(ByteView bytes) override
     {
+        const auto one = files_.hold();
         if (auto allowed = files_.operation("write"); !allowed) {
             // A write that fails may have come half way.
             node_->content.append(textOf(bytes.first(bytes.size() / 2)));
@@ -37,6 +39,7 @@ public:
     }
     Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) override
     {
+        const auto one = files_.hold();
         ARCA_CHECK(files_.operation("read"));
         const auto from =
             viewOf(node_->content).subspan(std::min<std::size_t>(offset, node_->content.size()));
@@ -44,9 +47,14 @@ public:
         std::copy_n(from.begin(), length, into.begin());
         return length;
     }
-    Result<std::uint64_t> size() override { return node_->content.size(); }
+    Result<std::uint64_t> size() override
+    {
+        const auto one = files_.hold();
+        return node_->content.size();
+    }
     Result<void> sync() override
     {
+        const auto one = files_.hold();
         ARCA_CHECK(files_.operation("sync"));
         node_->durableContent = node_->content;
         return {};
@@ -54,6 +62,7 @@ public:
     void readAhead(std::uint64_t, std::uint64_t) override {}
     Result<bool> lock(bool) override
     {
+        const auto one = files_.hold();
         ARCA_CHECK(files_.operation("lock"));
         if (node_->locked)
             return false;
@@ -64,7 +73,11 @@ public:
     {
         return blob::FileIdentity{1, reinterpret_cast<std::uintptr_t>(node_.get())};
     }
-    Result<bool> hasName() override { return node_->links > 0; }
+    Result<bool> hasName() override
+    {
+        const auto one = files_.hold();
+        return node_->links > 0;
+    }
 
 private:
     MemoryFiles &files_;
@@ -92,7 +105,32 @@ void revive(const std::shared_ptr<Node> &node, MemoryFiles::Loss loss)
     }
 }
 
+std::shared_ptr<Node> copyOf(const Node &node)
+{
+    auto copy = std::make_shared<Node>();
+    copy->directory = node.directory;
+    copy->content = copy->durableContent = node.content;
+    copy->links = node.links;
+    for (const auto &[name, below] : node.names)
+        copy->names[name] = copyOf(*below);
+    copy->durableNames = copy->names;
+    return copy;
+}
+
 } // namespace
+
+std::shared_ptr<Node> MemoryFiles::snapshot() const
+{
+    const auto one = hold();
+    return copyOf(*root_);
+}
+
+void MemoryFiles::putBack(const std::shared_ptr<Node> &snapshot)
+{
+    const auto one = hold();
+    arm(0, false, ErrorKind::io);
+    root_ = copyOf(*snapshot);
+}
 
 MemoryFiles::MemoryFiles()
 {
@@ -101,6 +139,7 @@ MemoryFiles::MemoryFiles()
 
 void MemoryFiles::arm(int n, bool stay, ErrorKind kind)
 {
+    const auto one = hold();
     countdown_ = n;
     stay_ = stay;
     failed_ = false;
@@ -109,6 +148,7 @@ void MemoryFiles::arm(int n, bool stay, ErrorKind kind)
 
 Result<void> MemoryFiles::operation(const std::string &what)
 {
+    const auto one = hold();
     const bool last = countdown_ > 0 && --countdown_ == 0;
     if (!last && !(failed_ && stay_))
         return {};
@@ -118,6 +158,7 @@ Result<void> MemoryFiles::operation(const std::string &what)
 
 void MemoryFiles::losePower(Loss loss)
 {
+    const auto one = hold();
     arm(0, false, ErrorKind::io);
     revive(root_, loss);
 }
@@ -166,6 +207,7 @@ std::vector<std::string> MemoryFiles::paths() const
 
 Result<std::unique_ptr<blob::File>> MemoryFiles::create(const std::string &path)
 {
+    const auto one = hold();
     ARCA_CHECK(operation("create"));
     std::string name;
     const auto parent = parentOf(path, name);
@@ -181,6 +223,7 @@ Result<std::unique_ptr<blob::File>> MemoryFiles::create(const std::string &path)
 
 Result<std::unique_ptr<blob::File>> MemoryFiles::open(const std::string &path)
 {
+    const auto one = hold();
     ARCA_CHECK(operation("open"));
     const auto node = find(path);
     if (!node || node->directory)
@@ -190,11 +233,13 @@ Result<std::unique_ptr<blob::File>> MemoryFiles::open(const std::string &path)
 
 Result<std::unique_ptr<blob::File>> MemoryFiles::openForLocking(const std::string &path, bool make)
 {
+    const auto one = hold();
     return make && !find(path) ? create(path) : open(path);
 }
 
 Result<void> MemoryFiles::moveNew(const std::string &from, const std::string &to)
 {
+    const auto one = hold();
     ARCA_CHECK(operation("move"));
     std::string fromName, toName;
     const auto fromParent = parentOf(from, fromName);
@@ -211,6 +256,7 @@ Result<void> MemoryFiles::moveNew(const std::string &from, const std::string &to
 
 Result<void> MemoryFiles::unlink(const std::string &path)
 {
+    const auto one = hold();
     ARCA_CHECK(operation("unlink"));
     std::string name;
     const auto parent = parentOf(path, name);
@@ -224,6 +270,7 @@ Result<void> MemoryFiles::unlink(const std::string &path)
 
 Result<void> MemoryFiles::makeDirectory(const std::string &path)
 {
+    const auto one = hold();
     ARCA_CHECK(operation("mkdir"));
     std::string name;
     const auto parent = parentOf(path, name);
@@ -239,6 +286,7 @@ Result<void> MemoryFiles::makeDirectory(const std::string &path)
 
 Result<void> MemoryFiles::syncDirectory(const std::string &path)
 {
+    const auto one = hold();
     ARCA_CHECK(operation("syncdir"));
     const auto node = find(path);
     if (!node)
@@ -250,11 +298,15 @@ Result<void> MemoryFiles::syncDirectory(const std::string &path)
 Result<void> MemoryFiles::list(const std::string &path,
                                const std::function<bool(const std::string &)> &visit)
 {
-    ARCA_CHECK(operation("list"));
-    const auto node = find(path);
-    if (!node)
-        return absent(path);
-    const auto names = node->names;
+    std::map<std::string, std::shared_ptr<Node>> names;
+    {
+        const auto one = hold();
+        ARCA_CHECK(operation("list"));
+        const auto node = find(path);
+        if (!node)
+            return absent(path);
+        names = node->names;
+    }
     for (const auto &[name, below] : names)
         if (!visit(name))
             break;
@@ -263,6 +315,7 @@ Result<void> MemoryFiles::list(const std::string &path,
 
 Result<bool> MemoryFiles::isDirectory(const std::string &path)
 {
+    const auto one = hold();
     ARCA_CHECK(operation("stat"));
     const auto node = find(path);
     return node && node->directory;

@@ -1,6 +1,6 @@
 // A file layer in memory that tells what survives the loss of power from what does not: the content
 // of a file as of its last sync, the names of a directory as of its last sync. Any operation can be
-// made to fail, or to be the last one before the power goes. One thread.
+// made to fail, or to be the last one before the power goes. Any thread may use it.
 #ifndef KEEL_TESTS_CLIENT_MEMORY_FILES_H
 #define KEEL_TESTS_CLIENT_MEMORY_FILES_H
 
@@ -8,6 +8,7 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 namespace arca::test
@@ -31,7 +32,11 @@ public:
     /// The n-th operation from now, and all after it, fail: the machine has stopped.
     void stopAt(int n) { arm(n, true, ErrorKind::io); }
     /// Whether the operation that was to fail has come.
-    bool hasFailed() const { return failed_; }
+    bool hasFailed() const
+    {
+        const auto one = hold();
+        return failed_;
+    }
 
     enum class Loss {
         everythingUnsynced, // names and content
@@ -40,6 +45,10 @@ public:
     };
     /// The machine starts again; every lock is free.
     void losePower(Loss loss);
+
+    /// Everything as it is now, as if it were synced; nobody has a file open when it is put back.
+    std::shared_ptr<Node> snapshot() const;
+    void putBack(const std::shared_ptr<Node> &snapshot);
 
     /// Changes one byte of a file, or cuts it, without anybody noticing.
     std::string &contentOf(const std::string &path);
@@ -60,12 +69,15 @@ public:
     Result<bool> isDirectory(const std::string &path) override;
 
     Result<void> operation(const std::string &what);
+    /// One operation at a time, those on files included.
+    std::unique_lock<std::recursive_mutex> hold() const { return std::unique_lock(mutex_); }
 
 private:
     void arm(int n, bool stay, ErrorKind kind);
     std::shared_ptr<Node> find(const std::string &path) const;
     std::shared_ptr<Node> parentOf(const std::string &path, std::string &name) const;
 
+    mutable std::recursive_mutex mutex_; // guards all below, and every node
     std::shared_ptr<Node> root_ = std::make_shared<Node>();
     int countdown_ = 0;
     bool stay_ = false, failed_ = false;

@@ -44,6 +44,7 @@ protected:
         ASSERT_TRUE(open());
         ASSERT_TRUE(space_->registerFilespace({"", "/fs", "ORACLE", "", 0, 0, 0}));
         ASSERT_TRUE(backUp("kept", 'k', 5000));
+        start_ = files_.snapshot();
     }
 
     std::unique_ptr<blob::BlobStore> blobs()
@@ -91,6 +92,17 @@ protected:
         ARCA_TRY(const std::size_t got, reader->read(std::as_writable_bytes(std::span(stream))));
         stream.resize(got);
         return std::optional<std::string>(std::move(stream));
+    }
+
+    /// The blobs that came since, the packs first.
+    std::vector<std::string> added(const std::vector<std::string> &before)
+    {
+        std::vector<std::string> found;
+        for (const std::string &path : files_.paths())
+            if ((path.starts_with("/r/pieces/") || path.starts_with("/r/packs/")) &&
+                std::find(before.begin(), before.end(), path) == before.end())
+                found.push_back(path);
+        return found;
     }
 
     void expectPiece(const std::string &piece, char seed, std::size_t length)
@@ -205,27 +217,21 @@ protected:
     /// Back to where every work begins.
     void restoreStart()
     {
-        if (const auto filespace = space_->filespace("/fs"); filespace && !*filespace) {
-            ASSERT_TRUE(space_->registerFilespace({"", "/fs", "ORACLE", "", 0, 0, 0}));
-        }
-        for (const Known &piece : kKnown)
-            if (*restore(piece.name)) {
-                ASSERT_TRUE(remove(piece.name));
-            }
+        ASSERT_TRUE(open());
         const auto made = rules().list(space_->dataKey());
         ASSERT_TRUE(made) << made.error().text;
         for (const auto &rule : *made)
             EXPECT_TRUE(rules().remove(rule.number));
         EXPECT_TRUE(rules().complete(space_->dataKey()));
-        const auto again = backUp("kept", 'k', 5000);
-        ASSERT_TRUE(again) << again.error().text;
-        ASSERT_TRUE(
-            space_->updateFilespace("/fs", [](store::Filespace &fs) { fs.occupancyBytes = 0; }));
-        ASSERT_EQ(state(), " kept");
         for (const std::string &path : files_.paths())
             EXPECT_FALSE(path.starts_with("/r/tmp/") || path.starts_with("/r/changes/") ||
                          path.starts_with("/r/grants/"))
                 << path << " was left behind";
+        space_.reset();
+        repository_.reset();
+        files_.putBack(start_);
+        ASSERT_TRUE(open());
+        ASSERT_EQ(state(), " kept");
     }
 
     struct Known {
@@ -238,6 +244,7 @@ protected:
 
     std::uint32_t registration_ = 1;
     MemoryFiles files_;
+    std::shared_ptr<MemoryFiles::Node> start_;
     std::unique_ptr<store::Repository> repository_;
     std::unique_ptr<store::NodeSpace> space_;
 };
@@ -333,50 +340,52 @@ TEST_F(StoreFaults, ARemovalNeverTakesThePieceThatReplacedTheOneMeant)
 
 TEST_F(StoreFaults, EveryFlippedByteAndEveryCutOfAPieceIsFound)
 {
+    const auto before = files_.paths();
     ASSERT_TRUE(backUp("small", 's', 300));
-    std::string path;
-    for (const std::string &candidate : files_.paths())
-        if (candidate.starts_with("/r/pieces/") && files_.contentOf(candidate).size() < 3000)
-            path = candidate;
-    const std::string good = files_.contentOf(path);
-    const auto expectFound = [&](const std::string &bad, const std::string &what) {
-        files_.contentOf(path) = bad;
-        const auto stream = restore("small");
-        ASSERT_FALSE(stream) << what << " passed unnoticed";
-        EXPECT_TRUE(stream.error().kind == ErrorKind::damaged ||
-                    stream.error().kind == ErrorKind::newerFormat)
-            << stream.error().text;
-    };
-    for (std::size_t i = 0; i < good.size(); ++i) {
-        std::string bad = good;
-        bad[i] = static_cast<char>(bad[i] ^ 0x10);
-        expectFound(bad, "byte " + std::to_string(i));
-        expectFound(good.substr(0, i), "a cut at " + std::to_string(i));
+    const auto blobs = added(before);
+    ASSERT_EQ(blobs.size(), 2U) << "a manifest and a pack";
+    for (const std::string &path : blobs) {
+        const std::string good = files_.contentOf(path);
+        const auto expectFound = [&](const std::string &bad, const std::string &what) {
+            files_.contentOf(path) = bad;
+            const auto stream = restore("small");
+            ASSERT_FALSE(stream) << path << ": " << what << " passed unnoticed";
+            EXPECT_TRUE(stream.error().kind == ErrorKind::damaged ||
+                        stream.error().kind == ErrorKind::newerFormat)
+                << stream.error().text;
+        };
+        for (std::size_t i = 0; i < good.size(); ++i) {
+            std::string bad = good;
+            bad[i] = static_cast<char>(bad[i] ^ 0x10);
+            expectFound(bad, "byte " + std::to_string(i));
+            expectFound(good.substr(0, i), "a cut at " + std::to_string(i));
+        }
+        expectFound(good + '\0', "a byte too many");
+        files_.contentOf(path) = good;
     }
-    expectFound(good + '\0', "a byte too many");
-
-    files_.contentOf(path) = good;
     expectPiece("small", 's', 300);
+    expectPiece("kept", 'k', 5000);
 }
 
 TEST_F(StoreFaults, AStoredPieceInThePlaceOfAnotherIsFound)
 {
+    const auto start = files_.paths();
     ASSERT_TRUE(backUp("a", 'a', 100));
-    const auto before = files_.paths();
+    const auto ofA = added(start);
+    const auto afterA = files_.paths();
     ASSERT_TRUE(backUp("b", 'b', 100));
-    std::string a, b;
-    for (const std::string &path : files_.paths()) {
-        if (!path.starts_with("/r/pieces/") || files_.contentOf(path).size() > 3000)
-            continue;
-        const bool known = std::find(before.begin(), before.end(), path) != before.end();
-        (known ? a : b) = path;
+    const auto ofB = added(afterA);
+    ASSERT_EQ(ofA.size(), ofB.size());
+    for (std::size_t i = 0; i < ofA.size(); ++i) { // the packs, then the manifests
+        std::swap(files_.contentOf(ofA[i]), files_.contentOf(ofB[i]));
+        for (const char *piece : {"a", "b"}) {
+            const auto stream = restore(piece);
+            ASSERT_FALSE(stream) << piece << ofA[i];
+            EXPECT_EQ(stream.error().kind, ErrorKind::damaged);
+        }
+        std::swap(files_.contentOf(ofA[i]), files_.contentOf(ofB[i]));
     }
-    std::swap(files_.contentOf(a), files_.contentOf(b));
-    for (const char *piece : {"a", "b"}) {
-        const auto stream = restore(piece);
-        ASSERT_FALSE(stream) << piece;
-        EXPECT_EQ(stream.error().kind, ErrorKind::damaged);
-    }
+    expectPiece("a", 'a', 100);
 }
 
 TEST_F(StoreFaults, ARepositoryOfAnotherReleaseIsRefused)

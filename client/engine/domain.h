@@ -1,0 +1,56 @@
+// What the streams of one node share: its keys, its packs, and what this host remembers of them. A
+// block is found again in all of a node's pieces and in nobody else's. Any thread may use it; it
+// must not outlive the blob store.
+#ifndef KEEL_CLIENT_ENGINE_DOMAIN_H
+#define KEEL_CLIENT_ENGINE_DOMAIN_H
+
+#include "client/base/secret_key.h"
+#include "client/engine/hint_catalogue.h"
+#include "client/engine/pack_store.h"
+
+#include <mutex>
+
+namespace arca::engine
+{
+
+class Domain
+{
+public:
+    /// `nodeKey`: the component of blob names that stands for the node.
+    static Result<std::unique_ptr<Domain>> open(blob::BlobStore &blobs, std::string nodeKey,
+                                                const SecretKey &dataKey);
+
+    blob::BlobStore &blobs() const { return blobs_; }
+    const std::string &nodeKey() const { return nodeKey_; }
+    const PackStore &packs() const { return packs_; }
+    const BlockHasher &identify() const { return hasher_; }
+    const SecretKey &manifestKey() const { return keys_.manifests; }
+    const SecretKey &nameKey() const { return keys_.names; }
+
+    /// Opened when it is first needed, and then compared with the packs that are there if that was
+    /// not done for a while. Call it on a thread of ours: a limit on the size of files would be
+    /// told to any other one by a signal.
+    HintCatalogue &hints();
+
+private:
+    struct Keys {
+        SecretKey blocks;
+        SecretKey packs;
+        SecretKey manifests;
+        SecretKey names;
+    };
+    Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys);
+    void compareHints(HintCatalogue &hints) const;
+
+    blob::BlobStore &blobs_;
+    const std::string nodeKey_;
+    const Keys keys_;
+    const PackStore packs_;
+    const BlockHasher hasher_;
+    std::mutex mutex_; // guards the making of hints_
+    std::unique_ptr<HintCatalogue> hints_;
+};
+
+} // namespace arca::engine
+
+#endif

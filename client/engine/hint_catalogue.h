@@ -1,0 +1,74 @@
+// What this host remembers of the packs of one domain, so that duplicates are found without holding
+// their index in memory: some of each pack's block identities (the sampled ones), each with the
+// packs that hold it. A cache in an SQLite file, shared by all processes of the host: it can be
+// lost, be old or belong to something else, and all that follows is that some block is stored once
+// more until it has been filled again from the packs. So none of its failures is a failure of a
+// backup.
+//
+// Any thread may use it.
+#ifndef KEEL_CLIENT_ENGINE_HINT_CATALOGUE_H
+#define KEEL_CLIENT_ENGINE_HINT_CATALOGUE_H
+
+#include "client/engine/pack_format.h"
+
+#include <memory>
+#include <mutex>
+
+struct sqlite3;
+struct sqlite3_stmt;
+
+namespace arca::engine
+{
+
+/// One block in 32 is sampled, and the first ones of each pack. With some 20 bytes a row that is
+/// less than one byte for each block of 8 KiB, on disk; the memory is what the cache of SQLite has.
+constexpr std::uint32_t kAlwaysSampled = 4;
+bool isSampled(const BlockId &block);
+
+class HintCatalogue
+{
+public:
+    /// `directory` of this host, made if need be; empty: in memory only. `domain` tells the files
+    /// of domains and repositories apart. A file that is no catalogue of it is thrown away.
+    HintCatalogue(const std::string &directory, const std::string &domain);
+    ~HintCatalogue();
+    HintCatalogue(const HintCatalogue &) = delete;
+    HintCatalogue &operator=(const HintCatalogue &) = delete;
+
+    /// The packs that are said to hold the block, newest first, at most `limit`.
+    std::vector<PackId> packsWith(const BlockId &block, std::size_t limit);
+    /// Remembers the sampled blocks of a pack.
+    void remember(const PackId &pack, const PackIndex &index);
+    void forget(const PackId &pack);
+
+    /// The packs it knows; for comparing with those that are there.
+    std::vector<PackId> packs();
+    /// When the packs were last compared with those that are there: seconds since 1970, 0 never.
+    std::int64_t comparedAt();
+    void setComparedAt(std::int64_t when);
+
+private:
+    struct Closer {
+        void operator()(sqlite3 *connection) const;
+    };
+    struct Finisher {
+        void operator()(sqlite3_stmt *statement) const;
+    };
+    using Statement = std::unique_ptr<sqlite3_stmt, Finisher>;
+    class Use;
+
+    bool connect(const std::string &path);
+    bool prepareSchema(const std::string &domain);
+    bool run(const char *sql);
+    Statement prepare(const char *sql);
+
+    std::mutex mutex_;                            // guards all below
+    std::unique_ptr<sqlite3, Closer> connection_; // null: there is none, and nothing is known
+    Statement find_;
+    Statement addPack_;
+    Statement addHint_;
+};
+
+} // namespace arca::engine
+
+#endif

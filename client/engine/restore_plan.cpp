@@ -1,0 +1,114 @@
+// Runs to extents.
+#include "client/engine/restore_plan.h"
+
+#include <algorithm>
+
+namespace arca::engine
+{
+
+namespace
+{
+
+/// Open packs whose layout is kept: a file and some 200 KiB each.
+constexpr std::size_t kMaxLayouts = 64;
+
+Error damaged(const std::string &what)
+{
+    return {ErrorKind::damaged, what};
+}
+
+std::shared_ptr<PackLayout> layOut(std::unique_ptr<OpenPack> pack, PackIndex index)
+{
+    auto layout = std::make_shared<PackLayout>();
+    layout->pack = std::move(pack);
+    layout->frames = std::move(index.frames);
+    layout->blockOffset.reserve(index.blocks.size());
+    layout->blockLength.reserve(index.blocks.size());
+    std::uint32_t block = 0;
+    for (const FrameEntry &frame : layout->frames) {
+        layout->firstBlock.push_back(block);
+        std::uint32_t offset = 0;
+        for (const std::uint32_t end = block + frame.blocks; block < end; ++block) {
+            const BlockEntry &entry = index.blocks[block];
+            layout->blockOffset.push_back(offset);
+            layout->blockLength.push_back(entry.dropped ? 0 : entry.length);
+            offset += entry.dropped ? 0 : entry.length;
+        }
+    }
+    return layout;
+}
+
+} // namespace
+
+std::uint32_t PackLayout::frameOf(std::uint32_t block) const
+{
+    const auto after = std::upper_bound(firstBlock.begin(), firstBlock.end(), block);
+    return static_cast<std::uint32_t>(after - firstBlock.begin()) - 1;
+}
+
+Result<std::shared_ptr<PackLayout>> RestorePlan::layoutOf(const PackId &id)
+{
+    const auto known = layouts_.find(id);
+    if (known != layouts_.end()) {
+        known->second->used = ++clock_;
+        return known->second;
+    }
+    auto opened = packs_.open(id);
+    if (!opened && opened.error().kind == ErrorKind::notFound)
+        return damaged("the pack " + packs_.blobNameOf({id, 1}) + " is missing");
+    ARCA_TRY(auto pack, std::move(opened));
+    ARCA_TRY(PackIndex index, pack->readIndex());
+    if (layouts_.size() >= kMaxLayouts)
+        layouts_.erase(
+            std::min_element(layouts_.begin(), layouts_.end(), [](const auto &a, const auto &b) {
+                return a.second->used < b.second->used;
+            }));
+    auto layout = layOut(std::move(pack), std::move(index));
+    layout->used = ++clock_;
+    layouts_.emplace(id, layout);
+    return layout;
+}
+
+Result<std::optional<Extent>> RestorePlan::next()
+{
+    if (run_ == Run{}) {
+        ARCA_TRY(const std::optional<Run> run, runs_.next());
+        if (!run)
+            return std::optional<Extent>();
+        run_ = *run;
+        current_.reset();
+    }
+    if (run_.blocks == 0) {
+        Extent zeros;
+        zeros.length = run_.zeroBytes;
+        run_ = Run{};
+        return std::optional<Extent>(std::move(zeros));
+    }
+    if (!current_) {
+        ARCA_TRY(current_, layoutOf(run_.pack));
+    }
+    const PackLayout &layout = *current_;
+    if (run_.firstBlock >= layout.blockLength.size() ||
+        run_.blocks > layout.blockLength.size() - run_.firstBlock)
+        return damaged("a run leads beyond the pack " + layout.pack->blobName());
+
+    Extent extent;
+    extent.pack = current_;
+    extent.frame = layout.frameOf(run_.firstBlock);
+    extent.offset = layout.blockOffset[run_.firstBlock];
+    const std::uint32_t end = layout.firstBlock[extent.frame] + layout.frames[extent.frame].blocks;
+    while (run_.blocks != 0 && run_.firstBlock < end) {
+        const std::uint32_t length = layout.blockLength[run_.firstBlock];
+        if (length == 0)
+            return damaged("a block that is needed was dropped from the pack " +
+                           layout.pack->blobName());
+        extent.length += length;
+        ++run_.firstBlock;
+        --run_.blocks;
+    }
+    if (run_.blocks == 0)
+        run_ = Run{};
+    return std::optional<Extent>(std::move(extent));
+}
+
+} // namespace arca::engine

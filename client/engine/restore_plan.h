@@ -1,0 +1,58 @@
+// Which parts of which frames give a stream, in its order: runs, resolved by the indexes of packs.
+// Belongs to one thread.
+#ifndef KEEL_CLIENT_ENGINE_RESTORE_PLAN_H
+#define KEEL_CLIENT_ENGINE_RESTORE_PLAN_H
+
+#include "client/engine/pack_store.h"
+#include "client/engine/run.h"
+
+#include <map>
+#include <memory>
+#include <optional>
+
+namespace arca::engine
+{
+
+/// A pack as far as restoring needs it: where frames are, and where blocks are in them.
+struct PackLayout {
+    std::unique_ptr<OpenPack> pack;
+    std::vector<FrameEntry> frames;
+    std::vector<std::uint32_t> firstBlock;  // of each frame
+    std::vector<std::uint32_t> blockOffset; // of each block, in its frame
+    std::vector<std::uint32_t> blockLength;
+    std::uint64_t used = 0;
+
+    /// Which frame holds a block.
+    std::uint32_t frameOf(std::uint32_t block) const;
+};
+
+/// Some bytes of the stream: of one frame, or zeros.
+struct Extent {
+    std::shared_ptr<PackLayout> pack; // null: zeros
+    std::uint32_t frame = 0;
+    std::uint32_t offset = 0; // in the frame
+    std::uint64_t length = 0;
+};
+
+class RestorePlan
+{
+public:
+    RestorePlan(const PackStore &packs, RunSource &runs) : packs_(packs), runs_(runs) {}
+
+    /// Nothing after the last one. `damaged` when a run leads nowhere.
+    Result<std::optional<Extent>> next();
+
+private:
+    Result<std::shared_ptr<PackLayout>> layoutOf(const PackId &id);
+
+    const PackStore &packs_;
+    RunSource &runs_;
+    std::map<PackId, std::shared_ptr<PackLayout>> layouts_;
+    std::uint64_t clock_ = 0;
+    Run run_; // what is left of the current one
+    std::shared_ptr<PackLayout> current_;
+};
+
+} // namespace arca::engine
+
+#endif
