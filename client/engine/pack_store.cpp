@@ -128,20 +128,20 @@ Result<std::unique_ptr<OpenPack>> PackStore::open(const PackName &which) const
                                       std::move(trailerBytes), *trailer, cipher);
 }
 
-Result<std::uint32_t> PackStore::newestRevision(const PackId &id) const
+Result<std::set<std::uint32_t>> PackStore::revisionsOf(const PackId &id) const
 {
     const std::string first = blobNameOf({id, 1});
     const std::string stem = first.substr(0, first.size() - 1);
-    std::uint32_t newest = 0;
+    std::set<std::uint32_t> found;
     ARCA_CHECK(blobs_.list(stem, [&](const std::string &name) {
         std::uint32_t revision = 0;
         const char *const end = name.data() + name.size();
         const auto parsed = std::from_chars(name.data() + stem.size(), end, revision);
         if (parsed.ec == std::errc() && parsed.ptr == end)
-            newest = std::max(newest, revision);
+            found.insert(revision);
         return true;
     }));
-    return newest;
+    return found;
 }
 
 Result<std::unique_ptr<OpenPack>> PackStore::open(const PackId &id) const
@@ -150,10 +150,10 @@ Result<std::unique_ptr<OpenPack>> PackStore::open(const PackId &id) const
     // A revision may be replaced by the next between looking and opening, but not endlessly.
     for (int attempt = 0; attempt < 10 && !pack && pack.error().kind == ErrorKind::notFound;
          ++attempt) {
-        ARCA_TRY(const std::uint32_t revision, newestRevision(id));
-        if (revision == 0)
+        ARCA_TRY(const auto revisions, revisionsOf(id));
+        if (revisions.empty())
             break;
-        pack = open(PackName{id, revision});
+        pack = open(PackName{id, *revisions.rbegin()});
     }
     return pack;
 }

@@ -10,6 +10,8 @@
 #include "client/blob/blob_store.h"
 #include "client/engine/frame.h"
 
+#include <set>
+
 namespace arca::engine
 {
 
@@ -31,6 +33,8 @@ public:
     const Aead &cipher() const { return cipher_; }
     blob::BlobReader &blob() { return *blob_; }
     std::uint64_t size() const { return blob_->size(); }
+    /// With those that were dropped.
+    std::uint32_t blocks() const { return trailer_.blocks; }
 
     /// `damaged` unless it is what was written.
     Result<PackIndex> readIndex();
@@ -98,10 +102,10 @@ public:
     /// Every revision of every pack, in no order; `visit` answers false to stop.
     Result<void> list(const std::function<bool(const PackName &)> &visit) const;
     std::string blobNameOf(const PackName &which) const;
+    /// Empty when there is none.
+    Result<std::set<std::uint32_t>> revisionsOf(const PackId &id) const;
 
 private:
-    Result<std::uint32_t> newestRevision(const PackId &id) const;
-
     blob::BlobStore &blobs_;
     std::string prefix_;
     ByteView packKey_;

@@ -14,43 +14,55 @@ constexpr std::uint32_t kVersion = 1;
 
 } // namespace
 
-Bytes encodeCondemned(const std::set<engine::PackId> &packs)
+Bytes encodeMark(const Mark &mark)
 {
     ByteWriter payload;
-    payload.u32(static_cast<std::uint32_t>(packs.size()));
-    for (const engine::PackId &pack : packs)
+    payload.u32(static_cast<std::uint32_t>(mark.packs.size()));
+    for (const engine::PackId &pack : mark.packs)
         payload.raw(pack);
+    const bool known = mark.claims && mark.claims->size() <= kMaxMarkedClaims;
+    payload.u32(known ? 1 : 0);
+    payload.u32(known ? static_cast<std::uint32_t>(mark.claims->size()) : 0);
+    if (known)
+        for (const std::string &claim : *mark.claims)
+            payload.text(claim);
     return frameRecord(kKind, kVersion, payload.view());
 }
 
-Result<std::set<engine::PackId>> parseCondemned(ByteView bytes)
+Result<Mark> parseMark(ByteView bytes)
 {
     ARCA_TRY(const ByteView payload, unframeRecord(bytes, kKind, kVersion));
     ByteReader reader(payload);
-    const std::uint32_t count = reader.u32();
-    std::set<engine::PackId> packs;
-    if (reader.remaining() != count * std::uint64_t{sizeof(engine::PackId)})
-        return Error{ErrorKind::damaged, "the list of marked packs has an impossible length"};
-    for (std::uint32_t i = 0; i < count; ++i) {
+    Mark mark;
+    for (std::uint32_t left = reader.u32(); left != 0 && reader.ok(); --left) {
         const ByteView id = reader.raw(sizeof(engine::PackId));
-        engine::PackId pack;
+        engine::PackId pack{};
         std::copy(id.begin(), id.end(), pack.begin());
-        packs.insert(pack);
+        mark.packs.insert(pack);
     }
-    return packs;
+    const bool known = reader.u32() == 1;
+    std::set<std::string> claims;
+    for (std::uint32_t left = reader.u32(); left != 0 && reader.ok(); --left)
+        claims.insert(reader.text());
+    if (!reader.ok() || reader.remaining() != 0)
+        return Error{ErrorKind::damaged, "the list of marked packs is damaged"};
+    if (known)
+        mark.claims = std::move(claims);
+    return mark;
 }
 
-NumberedRecord condemnedRecord(blob::BlobStore &blobs, const std::string &nodeKey)
+NumberedRecord markRecord(blob::BlobStore &blobs, const std::string &nodeKey)
 {
     return {blobs, "reclaim/" + nodeKey};
 }
 
-Result<std::set<engine::PackId>> readCondemned(blob::BlobStore &blobs, const std::string &nodeKey)
+Result<std::set<engine::PackId>> readMarkedPacks(blob::BlobStore &blobs, const std::string &nodeKey)
 {
-    ARCA_TRY(const auto state, condemnedRecord(blobs, nodeKey).latest());
+    ARCA_TRY(const auto state, markRecord(blobs, nodeKey).latest());
     if (!state)
         return std::set<engine::PackId>();
-    return parseCondemned(state->bytes);
+    ARCA_TRY(Mark mark, parseMark(state->bytes));
+    return std::move(mark.packs);
 }
 
 } // namespace arca::store

@@ -5,7 +5,9 @@
 // it and stays off the pack; a stream that began before shows by its claim, and reclaiming waits
 // until that has gone and then looks again whether the pack is needed. So neither needs a clock.
 //
-// Payload (kind "ARCACOND", version 1): a 32-bit count and as many identifiers of 16 bytes.
+// Payload (kind "ARCACOND", version 1): the number of packs (4) and as many identifiers of 16
+// bytes; 1 when the claims at the time of the mark are known, else 0 (4); their number (4), and for
+// each a 16-bit length and as many bytes.
 #ifndef KEEL_CLIENT_STORE_CONDEMNED_H
 #define KEEL_CLIENT_STORE_CONDEMNED_H
 
@@ -17,16 +19,25 @@
 namespace arca::store
 {
 
-/// As many as fit into a record; more wait for the next time.
-constexpr std::size_t kMaxCondemned = 4000;
+struct Mark {
+    std::set<engine::PackId> packs;
+    /// Who lived when the packs were marked; nothing: that was not yet asked.
+    std::optional<std::set<std::string>> claims;
+};
 
-Bytes encodeCondemned(const std::set<engine::PackId> &packs);
+/// As many as surely fit into a record; more packs wait for the next mark, and with more claims
+/// than that they are asked for again each time.
+constexpr std::size_t kMaxMarkedPacks = 3000;
+constexpr std::size_t kMaxMarkedClaims = 400;
+
+Bytes encodeMark(const Mark &mark);
 /// `damaged`, `newerFormat`, whatever the bytes are.
-Result<std::set<engine::PackId>> parseCondemned(ByteView bytes);
+Result<Mark> parseMark(ByteView bytes);
 
-NumberedRecord condemnedRecord(blob::BlobStore &blobs, const std::string &nodeKey);
-/// Empty when nothing was ever marked.
-Result<std::set<engine::PackId>> readCondemned(blob::BlobStore &blobs, const std::string &nodeKey);
+NumberedRecord markRecord(blob::BlobStore &blobs, const std::string &nodeKey);
+/// The packs that are marked now.
+Result<std::set<engine::PackId>> readMarkedPacks(blob::BlobStore &blobs,
+                                                 const std::string &nodeKey);
 
 } // namespace arca::store
 

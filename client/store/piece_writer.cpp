@@ -18,7 +18,7 @@ Result<std::unique_ptr<PieceWriter>> PieceWriter::begin(engine::Domain &domain,
         new PieceWriter(settings, std::move(blobName), id, description.name));
     ARCA_TRY(writer->manifest_, ManifestWriter::begin(domain.blobs(), domain.manifestKey(),
                                                       settings.cipher, id, description));
-    ARCA_TRY(auto condemned, readCondemned(domain.blobs(), domain.nodeKey()));
+    ARCA_TRY(auto condemned, readMarkedPacks(domain.blobs(), domain.nodeKey()));
     ARCA_TRY(writer->stream_, engine::StreamWriter::begin(domain, std::move(condemned), settings,
                                                           *writer->manifest_));
     return writer;

@@ -37,6 +37,7 @@ void addInit(CLI::App &app, Command &command);
 void addKey(CLI::App &app, Command &command);
 void addLog(CLI::App &app, Command &command);
 void addNode(CLI::App &app, Command &command);
+void addReclaim(CLI::App &app, Command &command);
 
 /// The options that every verb takes.
 void addCommonOptions(CLI::App &verb, Command &command);

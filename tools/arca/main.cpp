@@ -55,6 +55,7 @@ int main(int argc, char **argv)
     arca::tool::addKey(app, command);
     arca::tool::addLog(app, command);
     arca::tool::addNode(app, command);
+    arca::tool::addReclaim(app, command);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -110,6 +110,15 @@ Result<std::string> newPassword(const std::string &node, bool fromStandardInput)
     return first;
 }
 
+Result<std::string> password(const std::string &node, bool fromStandardInput)
+{
+    if (fromStandardInput)
+        return readLine(stdin, "password", kMaxPassword);
+    ARCA_TRY(const Stream terminal, openTerminal("the password of node " + printable(node)));
+    return ask(terminal.get(), "Password of node " + printable(node) + ": ", "password",
+               kMaxPassword);
+}
+
 Result<SecretKey> recoveryKey(bool fromStandardInput)
 {
     constexpr const char *kWhat = "recovery key";

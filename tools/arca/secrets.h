@@ -13,6 +13,9 @@ namespace arca::tool
 /// do not agree, or when there is no terminal to ask on. The caller wipes it.
 Result<std::string> newPassword(const std::string &node, bool fromStandardInput);
 
+/// The one that the node has. The caller wipes it.
+Result<std::string> password(const std::string &node, bool fromStandardInput);
+
 /// `badArgument` when what was typed is no recovery key, or when there is no terminal.
 Result<SecretKey> recoveryKey(bool fromStandardInput);
 

@@ -1,0 +1,67 @@
+// Going through the manifests of a node.
+#include "client/store/pack_usage.h"
+
+#include "client/store/manifest_writer.h"
+
+#include <algorithm>
+
+namespace arca::store
+{
+
+namespace
+{
+
+Result<void> addRuns(blob::BlobReader &blob, const SecretKey &key,
+                     const std::function<bool(const engine::PackId &)> &wanted, PackUse &use)
+{
+    ARCA_TRY(const Manifest manifest, readManifest(blob, key));
+    ManifestRuns runs(blob, manifest);
+    for (;;) {
+        ARCA_TRY(const auto run, runs.next());
+        if (!run)
+            return {};
+        if (run->blocks == 0 || !wanted(run->pack))
+            continue;
+        BlockUse &blocks = use[run->pack];
+        const std::size_t end = std::size_t{run->firstBlock} + run->blocks;
+        // No pack has more; a manifest that says otherwise is found when it is verified.
+        constexpr std::size_t kMost = std::size_t{1} << 22;
+        if (end > kMost)
+            return Error{ErrorKind::damaged, "a run leads beyond every pack"};
+        if (blocks.size() < end)
+            blocks.resize(end);
+        std::fill(blocks.begin() + run->firstBlock,
+                  blocks.begin() + static_cast<std::ptrdiff_t>(end), true);
+    }
+}
+
+} // namespace
+
+Result<PackUse> usedBlocks(engine::Domain &domain,
+                           const std::function<bool(const engine::PackId &)> &wanted)
+{
+    std::vector<std::string> names;
+    ARCA_CHECK(
+        domain.blobs().list("pieces/" + domain.nodeKey() + "/", [&](const std::string &name) {
+            names.push_back(name);
+            return true;
+        }));
+    PackUse use;
+    for (const std::string &name : names) {
+        auto blob = domain.blobs().open(name);
+        if (!blob && blob.error().kind == ErrorKind::notFound)
+            continue; // removed since the listing
+        ARCA_TRY(const auto opened, std::move(blob));
+        auto added = addRuns(*opened, domain.manifestKey(), wanted, use);
+        if (!added)
+            return inContext(std::move(added).error(), "the stored piece in " + name);
+    }
+    return use;
+}
+
+std::size_t countUsed(const BlockUse &use)
+{
+    return static_cast<std::size_t>(std::count(use.begin(), use.end(), true));
+}
+
+} // namespace arca::store

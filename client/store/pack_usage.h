@@ -1,0 +1,29 @@
+// Which blocks of which packs the pieces of a node need: what all its manifests refer to, those
+// that do not show (yet, or any more) included. In bounded memory: with many packs the manifests
+// are gone through several times.
+#ifndef KEEL_CLIENT_STORE_PACK_USAGE_H
+#define KEEL_CLIENT_STORE_PACK_USAGE_H
+
+#include "client/engine/domain.h"
+
+#include <functional>
+#include <map>
+#include <vector>
+
+namespace arca::store
+{
+
+/// For each block of a pack whether it is needed; blocks beyond the end are not.
+using BlockUse = std::vector<bool>;
+using PackUse = std::map<engine::PackId, BlockUse>;
+
+/// Fills in the use of the packs that `wanted` admits. `damaged` when a manifest cannot be read:
+/// nobody can tell then what it needs.
+Result<PackUse> usedBlocks(engine::Domain &domain,
+                           const std::function<bool(const engine::PackId &)> &wanted);
+
+std::size_t countUsed(const BlockUse &use);
+
+} // namespace arca::store
+
+#endif

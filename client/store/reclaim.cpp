@@ -1,0 +1,265 @@
+// The steps of a run, as the header numbers them.
+#include "client/store/reclaim.h"
+
+#include "client/engine/pack_rewriter.h"
+
+#include <algorithm>
+#include <limits>
+
+namespace arca::store
+{
+
+namespace
+{
+
+/// The use of so many packs at once: some 2 KiB each, more with small blocks.
+constexpr std::size_t kPacksAtOnce = 16 * 1024;
+
+std::size_t shareOf(const engine::PackId &id, std::size_t shares)
+{
+    return (std::to_integer<std::size_t>(id[1]) << 8 | std::to_integer<std::size_t>(id[2])) %
+           shares;
+}
+
+} // namespace
+
+/// Whether a pack is worth it: when half of it or more would be freed.
+Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &id,
+                                                         const BlockUse &use, ReclaimTotals &totals)
+{
+    auto opened = domain_.packs().open(id);
+    if (!opened && opened.error().kind == ErrorKind::notFound)
+        return std::optional<Candidate>(); // deleted since the listing
+    ARCA_TRY(const auto pack, std::move(opened));
+    ++totals.packs;
+    totals.packBytes += pack->size();
+    const std::size_t used = countUsed(use);
+    Candidate candidate{id, pack->size(), pack->size(), used == 0};
+    if (candidate.dead)
+        return std::optional<Candidate>(candidate);
+    if (used > pack->blocks() / 2)
+        return std::optional<Candidate>();
+    ARCA_TRY(const engine::PackIndex index, pack->readIndex());
+    std::uint64_t stored = 0;
+    std::uint64_t live = 0;
+    for (std::size_t i = 0; i < index.blocks.size(); ++i) {
+        const std::uint64_t length = index.blocks[i].dropped ? 0 : index.blocks[i].length;
+        stored += length;
+        live += i < use.size() && use[i] ? length : 0;
+    }
+    if (live > stored / 2)
+        return std::optional<Candidate>();
+    candidate.freed =
+        pack->size() / 1000 * ((stored - live) * 1000 / std::max<std::uint64_t>(stored, 1));
+    return std::optional<Candidate>(candidate);
+}
+
+Result<std::vector<Reclaim::Candidate>> Reclaim::look(ReclaimTotals &totals)
+{
+    std::set<engine::PackId> packs;
+    ARCA_CHECK(domain_.packs().list([&](const engine::PackName &pack) {
+        packs.insert(pack.id);
+        return true;
+    }));
+    std::vector<Candidate> found;
+    const std::size_t shares = packs.size() / kPacksAtOnce + 1;
+    for (std::size_t share = 0; share < shares; ++share) {
+        ARCA_TRY(PackUse use, usedBlocks(domain_, [&](const engine::PackId &id) {
+                     return shareOf(id, shares) == share;
+                 }));
+        for (const engine::PackId &id : packs) {
+            if (shareOf(id, shares) != share)
+                continue;
+            ARCA_TRY(const auto candidate, judge(id, use[id], totals));
+            if (candidate)
+                found.push_back(*candidate);
+        }
+    }
+    return found;
+}
+
+Result<Mark> Reclaim::currentMark()
+{
+    ARCA_TRY(const auto state, markRecord(domain_.blobs(), domain_.nodeKey()).latest());
+    if (!state)
+        return Mark{};
+    return parseMark(state->bytes);
+}
+
+/// Nobody else writes the record while the lock is held.
+Result<void> Reclaim::writeMark(const Mark &mark)
+{
+    NumberedRecord record = markRecord(domain_.blobs(), domain_.nodeKey());
+    ARCA_TRY(const auto state, record.latest());
+    return record.write(state ? state->number : 0, encodeMark(mark));
+}
+
+Result<std::set<std::string>> Reclaim::stillLiving(const Mark &mark)
+{
+    ARCA_TRY(const std::set<std::string> now, domain_.blobs().livingWriters());
+    if (!mark.claims)
+        return now;
+    std::set<std::string> left;
+    std::set_intersection(mark.claims->begin(), mark.claims->end(), now.begin(), now.end(),
+                          std::inserter(left, left.end()));
+    return left;
+}
+
+void Reclaim::wait(const Mark &mark, std::set<std::string> living, ReclaimTotals &totals)
+{
+    totals.waitingFor.assign(living.begin(), living.end());
+    for (const engine::PackId &id : mark.packs) {
+        ++totals.waitingPacks;
+        if (const auto pack = domain_.packs().open(id))
+            totals.waitingBytes += (*pack)->size();
+    }
+}
+
+Result<ReclaimTotals> Reclaim::plan()
+{
+    ReclaimTotals totals;
+    ARCA_TRY(const Mark mark, currentMark());
+    ARCA_TRY(const auto living, stillLiving(mark));
+    ARCA_TRY(const auto found, look(totals));
+    for (const Candidate &candidate : found) {
+        if (!living.empty()) {
+            ++totals.waitingPacks;
+            totals.waitingBytes += candidate.freed;
+            continue;
+        }
+        ++(candidate.dead ? totals.deadPacks : totals.rewrittenPacks);
+        totals.freedBytes += candidate.freed;
+    }
+    if (totals.waitingPacks != 0)
+        totals.waitingFor.assign(living.begin(), living.end());
+    return totals;
+}
+
+Result<ReclaimTotals> Reclaim::run(const Step &step)
+{
+    ARCA_TRY(const auto turn, domain_.blobs().tryLock("reclaim-" + domain_.nodeKey()));
+    if (!turn)
+        return Error{ErrorKind::conflict, "space of this node is being reclaimed already"};
+    ARCA_CHECK(domain_.blobs().removeLeftovers());
+    ARCA_CHECK(deleteOldRevisions());
+    ReclaimTotals totals;
+    ARCA_TRY(Mark mark, currentMark());
+    bool goOn = true;
+    if (!mark.packs.empty()) {
+        ARCA_TRY(goOn, settle(mark, step, totals));
+    }
+    while (goOn) {
+        ReclaimTotals seen;
+        ARCA_TRY(const auto found, look(seen));
+        totals.packs = seen.packs;
+        totals.packBytes = seen.packBytes;
+        if (found.empty())
+            break;
+        ARCA_TRY(mark, markPacks(found));
+        ARCA_TRY(goOn, settle(mark, step, totals));
+        goOn = goOn && found.size() > kMaxMarkedPacks;
+    }
+    return totals;
+}
+
+Result<Mark> Reclaim::markPacks(std::span<const Candidate> found)
+{
+    Mark mark;
+    for (const Candidate &candidate : found.first(std::min(found.size(), kMaxMarkedPacks)))
+        mark.packs.insert(candidate.id);
+    ARCA_CHECK(writeMark(mark));
+    // Only now: whoever begins after this sees the mark.
+    ARCA_TRY(mark.claims, domain_.blobs().livingWriters());
+    if (!mark.claims->empty())
+        ARCA_CHECK(writeMark(mark));
+    return mark;
+}
+
+/// Sweeps and unmarks, if nobody from before the mark lives; false when there is nothing more to do
+/// for now.
+Result<bool> Reclaim::settle(const Mark &mark, const Step &step, ReclaimTotals &totals)
+{
+    ARCA_TRY(auto living, stillLiving(mark));
+    if (!living.empty()) {
+        wait(mark, std::move(living), totals);
+        return false;
+    }
+    ARCA_TRY(const bool goOn, sweep(mark, step, totals));
+    if (goOn)
+        ARCA_CHECK(writeMark(Mark{}));
+    return goOn;
+}
+
+/// A run that was killed may have left the revision before the newest.
+Result<void> Reclaim::deleteOldRevisions()
+{
+    std::map<engine::PackId, std::uint32_t> newest;
+    std::set<engine::PackId> several;
+    ARCA_CHECK(domain_.packs().list([&](const engine::PackName &pack) {
+        std::uint32_t &revision = newest[pack.id];
+        if (revision != 0)
+            several.insert(pack.id);
+        revision = std::max(revision, pack.revision);
+        return true;
+    }));
+    for (const engine::PackId &id : several)
+        ARCA_CHECK(deletePack(id, newest[id]));
+    return {};
+}
+
+/// The marked packs, judged anew. Answers false when it was told to stop.
+Result<bool> Reclaim::sweep(const Mark &mark, const Step &step, ReclaimTotals &totals)
+{
+    ARCA_TRY(PackUse use, usedBlocks(domain_, [&](const engine::PackId &id) {
+                 return mark.packs.contains(id);
+             }));
+    for (const engine::PackId &id : mark.packs) {
+        ReclaimTotals ignored;
+        ARCA_TRY(const auto candidate, judge(id, use[id], ignored));
+        if (!candidate)
+            continue;
+        if (candidate->dead) {
+            ARCA_CHECK(deletePack(id, std::numeric_limits<std::uint32_t>::max()));
+            domain_.hints().forget(id);
+            ++totals.deadPacks;
+            totals.freedBytes += candidate->bytes;
+        } else {
+            ARCA_TRY(const auto pack, domain_.packs().open(id));
+            ARCA_TRY(const std::uint64_t after, rewrite(*pack, use[id]));
+            ARCA_CHECK(deletePack(id, pack->which().revision + 1));
+            ++totals.rewrittenPacks;
+            totals.freedBytes += candidate->bytes - std::min(candidate->bytes, after);
+        }
+        if (step && !step(totals))
+            return false;
+    }
+    return true;
+}
+
+Result<std::uint64_t> Reclaim::rewrite(engine::OpenPack &pack, const BlockUse &use)
+{
+    return engine::rewritePack(domain_.packs(), pack, [&](std::uint32_t block) {
+        return block < use.size() && use[block];
+    });
+}
+
+/// Every revision before that one.
+Result<void> Reclaim::deletePack(const engine::PackId &id, std::uint32_t beforeRevision)
+{
+    ARCA_TRY(const auto revisions, domain_.packs().revisionsOf(id));
+    for (const std::uint32_t revision : revisions) {
+        if (revision >= beforeRevision)
+            continue;
+        const std::string name = domain_.packs().blobNameOf({id, revision});
+        auto blob = domain_.blobs().open(name);
+        if (!blob && blob.error().kind == ErrorKind::notFound)
+            continue;
+        ARCA_TRY(const auto opened, std::move(blob));
+        auto removed = domain_.blobs().remove(name, *opened);
+        if (!removed && removed.error().kind != ErrorKind::notFound)
+            return removed;
+    }
+    return {};
+}
+
+} // namespace arca::store

@@ -1,0 +1,72 @@
+// Giving back the space of blocks that no piece needs any more, while backups and restores run.
+//
+//   1. look    packs that are all or mostly dead
+//   2. mark    them in a record: streams that begin from now on stay off them (see condemned.h)
+//   3. wait    until every claim that was there at the mark has gone. A channel that is slow or
+//              stopped holds its claim, a dead one does not; whoever comes back later goes on here
+//   4. look again at the marked packs, as a stream from before the mark may count on them by now
+//   5. sweep   delete what is all dead; write the live blocks of the others into a next revision,
+//              then delete the one before
+//   6. unmark
+//
+// Killed anywhere it does no harm, and the next run goes on. One at a time for a node.
+#ifndef KEEL_CLIENT_STORE_RECLAIM_H
+#define KEEL_CLIENT_STORE_RECLAIM_H
+
+#include "client/store/condemned.h"
+#include "client/store/pack_usage.h"
+
+namespace arca::store
+{
+
+struct ReclaimTotals {
+    std::uint64_t packs = 0; // looked at
+    std::uint64_t packBytes = 0;
+    std::uint64_t deadPacks = 0; // deleted, or to be
+    std::uint64_t rewrittenPacks = 0;
+    std::uint64_t freedBytes = 0; // by both, or to be; what a rewriting frees is an estimate before
+    std::uint64_t waitingPacks = 0; // marked, but some claim from before the mark still lives
+    std::uint64_t waitingBytes = 0;
+    std::vector<std::string> waitingFor; // the claims, as "<process>-<random>"
+};
+
+class Reclaim
+{
+public:
+    using Step = std::function<bool(const ReclaimTotals &)>;
+
+    explicit Reclaim(engine::Domain &domain) : domain_(domain) {}
+
+    /// What a run would do now; changes nothing.
+    Result<ReclaimTotals> plan();
+    /// `conflict` when another one is at work for this node. `step` is told after each pack; false
+    /// ends the run early, and cleanly.
+    Result<ReclaimTotals> run(const Step &step = {});
+
+private:
+    struct Candidate {
+        engine::PackId id{};
+        std::uint64_t bytes = 0;
+        std::uint64_t freed = 0; // about
+        bool dead = false;
+    };
+    Result<std::vector<Candidate>> look(ReclaimTotals &totals);
+    Result<std::optional<Candidate>> judge(const engine::PackId &id, const BlockUse &use,
+                                           ReclaimTotals &totals);
+    Result<std::set<std::string>> stillLiving(const Mark &mark);
+    Result<Mark> markPacks(std::span<const Candidate> found);
+    Result<bool> settle(const Mark &mark, const Step &step, ReclaimTotals &totals);
+    Result<bool> sweep(const Mark &mark, const Step &step, ReclaimTotals &totals);
+    Result<void> deleteOldRevisions();
+    Result<void> deletePack(const engine::PackId &id, std::uint32_t beforeRevision);
+    Result<std::uint64_t> rewrite(engine::OpenPack &pack, const BlockUse &use);
+    Result<void> writeMark(const Mark &mark);
+    Result<Mark> currentMark();
+    void wait(const Mark &mark, std::set<std::string> living, ReclaimTotals &totals);
+
+    engine::Domain &domain_;
+};
+
+} // namespace arca::store
+
+#endif

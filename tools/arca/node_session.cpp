@@ -1,0 +1,60 @@
+// Logging on: see the header.
+#include "tools/arca/node_session.h"
+
+#include "client/base/hash.h"
+#include "client/base/text.h"
+#include "client/config/node_keys.h"
+#include "tools/arca/secrets.h"
+
+#include <optional>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+Result<store::NodeKeys> prove(const config::Options &options, store::Repository &repository,
+                              const std::string &node, bool fromStandardInput)
+{
+    std::optional<store::NodeKeys> keys;
+    if (options.passwordAccess == config::PasswordAccess::prompt) {
+        ARCA_TRY(std::string typed, password(node, fromStandardInput));
+        auto proved = repository.authenticate(node, typed);
+        wipe(typed);
+        return proved;
+    }
+    ARCA_TRY(std::string kept,
+             config::NodeKeys(options.file)
+                 .find(repository.uuid(), node, [&](const std::string &one) -> Result<void> {
+                     ARCA_TRY(keys, repository.authenticate(node, one));
+                     return {};
+                 }));
+    wipe(kept);
+    return std::move(*keys);
+}
+
+} // namespace
+
+Result<NodeSession> logOn(const Command &command, bool passwordFromStandardInput, Json &result)
+{
+    ARCA_TRY(const config::Options options, optionsOf(command));
+    ARCA_TRY(const std::string node, config::nodeNameFor(options));
+    NodeSession session;
+    ARCA_TRY(session.repository, store::Repository::open(options.repository));
+    result["repository"] = session.repository->shownName();
+    result["node"] = node;
+    ARCA_TRY(store::NodeKeys keys,
+             prove(options, *session.repository, node, passwordFromStandardInput));
+    ARCA_TRY(session.space, session.repository->spaceOf(node, std::move(keys.data)));
+    session.space->use(options.engine);
+    return session;
+}
+
+void addPasswordOption(CLI::App &verb, bool &fromStandardInput)
+{
+    verb.add_flag("--stdin", fromStandardInput,
+                  "Read the node's password from standard input, with PASSWORDACCESS prompt");
+}
+
+} // namespace arca::tool

@@ -1,0 +1,107 @@
+// arca reclaim: gives back the space of what no piece needs any more.
+#include "client/store/reclaim.h"
+
+#include "tools/arca/node_session.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+std::string sizeText(std::uint64_t bytes)
+{
+    if (bytes < (std::uint64_t{1} << 20))
+        return fmt::format("{} bytes", bytes);
+    return fmt::format("{:.1f} MiB", static_cast<double>(bytes) / (1 << 20));
+}
+
+Json jsonOf(const store::ReclaimTotals &totals)
+{
+    return {{"packs", totals.packs},
+            {"packBytes", totals.packBytes},
+            {"deadPacks", totals.deadPacks},
+            {"rewrittenPacks", totals.rewrittenPacks},
+            {"freedBytes", totals.freedBytes},
+            {"waitingPacks", totals.waitingPacks},
+            {"waitingBytes", totals.waitingBytes},
+            {"waitingFor", totals.waitingFor}};
+}
+
+/// A claim's name begins with the number of its process.
+std::string processesOf(const std::vector<std::string> &claims)
+{
+    std::set<std::string> processes;
+    for (const std::string &claim : claims)
+        processes.insert(claim.substr(0, claim.find('-')));
+    std::string text;
+    for (const std::string &process : processes)
+        text += (text.empty() ? "" : ", ") + process;
+    return text;
+}
+
+void show(const store::ReclaimTotals &totals, bool dryRun)
+{
+    fmt::print("Packs       {}, {}\n", totals.packs, sizeText(totals.packBytes));
+    fmt::print("{}  {} in {} dead packs and {} that are mostly dead\n",
+               dryRun ? "Would free" : "Freed     ", sizeText(totals.freedBytes), totals.deadPacks,
+               totals.rewrittenPacks);
+    if (totals.waitingPacks != 0)
+        fmt::print("Later       {} in {} packs: streams that may count on them are still open in "
+                   "process {}\n",
+                   sizeText(totals.waitingBytes), totals.waitingPacks,
+                   processesOf(totals.waitingFor));
+}
+
+struct Asked {
+    bool dryRun = false;
+    bool passwordFromStandardInput = false;
+};
+
+Result<void> perform(const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const NodeSession session, logOn(command, asked.passwordFromStandardInput, result));
+    store::Reclaim reclaim(session.space->domain());
+    const bool progress = !command.json && !asked.dryRun && isatty(STDERR_FILENO) == 1;
+    const auto step = [&](const store::ReclaimTotals &totals) {
+        if (progress)
+            fmt::print(stderr, "\r{} freed", sizeText(totals.freedBytes));
+        return true;
+    };
+    auto done = asked.dryRun ? reclaim.plan() : reclaim.run(step);
+    if (progress)
+        fmt::print(stderr, "\r\033[K");
+    ARCA_TRY(const store::ReclaimTotals totals, std::move(done));
+    result["dryRun"] = asked.dryRun;
+    result.update(jsonOf(totals));
+    if (!command.json)
+        show(totals, asked.dryRun);
+    return {};
+}
+
+} // namespace
+
+void addReclaim(CLI::App &app, Command &command)
+{
+    auto *verb =
+        app.add_subcommand("reclaim", "Free the space of what no piece of the node needs any more");
+    addCommonOptions(*verb, command);
+    const auto asked = std::make_shared<Asked>();
+    verb->add_flag("--dry-run", asked->dryRun, "Say what would be freed; change nothing");
+    addPasswordOption(*verb, asked->passwordFromStandardInput);
+    verb->footer(
+        "Example: arca reclaim --optfile /etc/arca/arca.opt --dry-run\n"
+        "It may run beside backups and restores. What one of them may count on is left for "
+        "the next run.\nAn interrupted run does no harm; the next one goes on.");
+    verb->callback([&command, asked] {
+        command.verb = "reclaim";
+        command.run = [&command, asked](Json &result) { return perform(command, *asked, result); };
+    });
+}
+
+} // namespace arca::tool
