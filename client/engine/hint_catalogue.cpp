@@ -20,9 +20,10 @@ namespace arca::engine
 namespace
 {
 
+constexpr const char *kInMemory = ":memory:";
 constexpr int kBusyMilliseconds = 2000;
 constexpr const char *kSchema =
-    "PRAGMA journal_mode=WAL; PRAGMA synchronous=OFF; PRAGMA cache_size=-4096;"
+    "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-4096;"
     "CREATE TABLE IF NOT EXISTS about(name TEXT PRIMARY KEY, value) WITHOUT ROWID;"
     "CREATE TABLE IF NOT EXISTS packs(number INTEGER PRIMARY KEY, id BLOB NOT NULL UNIQUE);"
     "CREATE TABLE IF NOT EXISTS hints(key INTEGER NOT NULL, pack INTEGER NOT NULL,"
@@ -92,32 +93,49 @@ private:
 };
 
 HintCatalogue::HintCatalogue(const std::string &directory, const std::string &domain)
+    : path_(directory.empty() ? kInMemory : directory + "/" + domain + ".sqlite")
 {
-    std::string path = ":memory:";
-    if (!directory.empty()) {
+    if (!directory.empty())
         makeDirectory(directory);
-        path = directory + "/" + domain + ".sqlite";
-    }
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        if (connect(path) && prepareSchema(domain))
-            return;
-        find_.reset();
-        addPack_.reset();
-        addHint_.reset();
-        connection_.reset();
-        // Damaged, or another's: whoever has it open goes on with a file that has no name any more.
-        for (const char *ending : {"", "-wal", "-shm"})
-            (void)unlink((path + ending).c_str());
-    }
+    if (connect() && prepareSchema(domain))
+        return;
+    discard();
+    if (!connect() || !prepareSchema(domain))
+        disconnect();
 }
 
 HintCatalogue::~HintCatalogue() = default;
 
-bool HintCatalogue::connect(const std::string &path)
+void HintCatalogue::disconnect()
+{
+    find_.reset();
+    addPack_.reset();
+    addHint_.reset();
+    connection_.reset();
+}
+
+/// Damaged, or another's. Whoever has it open goes on with a file that has no name any more.
+void HintCatalogue::discard()
+{
+    disconnect();
+    if (path_ == kInMemory)
+        return;
+    for (const char *ending : {"", "-wal", "-shm"})
+        (void)unlink((path_ + ending).c_str());
+}
+
+void HintCatalogue::lookAfterFailure()
+{
+    const int code = connection_ ? sqlite3_errcode(connection_.get()) & 0xff : SQLITE_OK;
+    if (code == SQLITE_CORRUPT || code == SQLITE_NOTADB)
+        discard();
+}
+
+bool HintCatalogue::connect()
 {
     sqlite3 *opened = nullptr;
     const int code =
-        sqlite3_open_v2(path.c_str(), &opened,
+        sqlite3_open_v2(path_.c_str(), &opened,
                         SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
     connection_.reset(opened);
     if (code != SQLITE_OK)
@@ -171,13 +189,16 @@ std::vector<PackId> HintCatalogue::packsWith(const BlockId &block, std::size_t l
     std::vector<PackId> found;
     if (!connection_)
         return found;
-    Use use(find_);
-    sqlite3_bind_int64(use.get(), 1, keyOf(block));
-    sqlite3_bind_int64(use.get(), 2, static_cast<std::int64_t>(limit));
-    PackId pack;
-    while (use.row())
-        if (columnId(use.get(), 0, pack))
-            found.push_back(pack);
+    {
+        Use use(find_);
+        sqlite3_bind_int64(use.get(), 1, keyOf(block));
+        sqlite3_bind_int64(use.get(), 2, static_cast<std::int64_t>(limit));
+        PackId pack;
+        while (use.row())
+            if (columnId(use.get(), 0, pack))
+                found.push_back(pack);
+    }
+    lookAfterFailure();
     return found;
 }
 
@@ -201,8 +222,11 @@ void HintCatalogue::remember(const PackId &pack, const PackIndex &index)
         bindId(use.get(), 2, pack);
         good = use.done();
     }
+    if (!good)
+        lookAfterFailure();
     // Half of a pack would be taken for the whole of it.
-    (void)run(good ? "COMMIT" : "ROLLBACK");
+    if (connection_)
+        (void)run(good ? "COMMIT" : "ROLLBACK");
 }
 
 void HintCatalogue::forget(const PackId &pack)

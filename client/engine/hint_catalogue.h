@@ -13,6 +13,7 @@
 
 #include <memory>
 #include <mutex>
+#include <string>
 
 struct sqlite3;
 struct sqlite3_stmt;
@@ -57,11 +58,17 @@ private:
     using Statement = std::unique_ptr<sqlite3_stmt, Finisher>;
     class Use;
 
-    bool connect(const std::string &path);
+    bool connect();
     bool prepareSchema(const std::string &domain);
     bool run(const char *sql);
     Statement prepare(const char *sql);
+    void disconnect();
+    void discard();
+    /// After a call of SQLite: a file that turns out to be damaged is thrown away, and nothing is
+    /// known until it is made anew.
+    void lookAfterFailure();
 
+    const std::string path_;                      // ":memory:" when there is no file
     std::mutex mutex_;                            // guards all below
     std::unique_ptr<sqlite3, Closer> connection_; // null: there is none, and nothing is known
     Statement find_;

@@ -1,5 +1,5 @@
-// Reclaiming beside streams that run, and over files that fail and a machine that stops: what a piece
-// needs is never taken, and what nobody needs goes in the end.
+// Reclaiming beside streams that run, and over files that fail and a machine that stops: what a
+// piece needs is never taken, and what nobody needs goes in the end.
 #include "client/blob/directory_store.h"
 #include "client/store/node_space.h"
 #include "client/store/reclaim.h"
@@ -104,8 +104,9 @@ protected:
     std::size_t packs()
     {
         const auto paths = files_.paths();
-        return static_cast<std::size_t>(std::count_if(
-            paths.begin(), paths.end(), [](const std::string &p) { return p.starts_with("/r/packs/"); }));
+        return static_cast<std::size_t>(
+            std::count_if(paths.begin(), paths.end(),
+                          [](const std::string &p) { return p.starts_with("/r/packs/"); }));
     }
 
     const std::string few_ = blocks(1, 90).substr(0, 10 * kBlock);
