@@ -158,21 +158,27 @@ Result<std::unique_ptr<OpenPack>> PackStore::open(const PackId &id) const
     return pack;
 }
 
+std::optional<PackName> PackStore::nameFrom(std::string_view blobName) const
+{
+    const std::string_view file = blobName.substr(blobName.rfind('/') + 1);
+    const auto dot = file.find('.');
+    PackName which;
+    const auto id = fromHex(file.substr(0, dot));
+    if (dot == std::string_view::npos || !id || id->size() != which.id.size())
+        return std::nullopt;
+    std::copy(id->begin(), id->end(), which.id.begin());
+    const char *const end = file.data() + file.size();
+    const auto parsed = std::from_chars(file.data() + dot + 1, end, which.revision);
+    if (parsed.ec != std::errc() || parsed.ptr != end)
+        return std::nullopt;
+    return which;
+}
+
 Result<void> PackStore::list(const std::function<bool(const PackName &)> &visit) const
 {
     return blobs_.list(prefix_, [&](const std::string &name) {
-        const std::string_view file = std::string_view(name).substr(name.rfind('/') + 1);
-        const auto dot = file.find('.');
-        PackName which;
-        const auto id = fromHex(file.substr(0, dot));
-        if (dot == std::string_view::npos || !id || id->size() != which.id.size())
-            return true;
-        std::copy(id->begin(), id->end(), which.id.begin());
-        const char *const end = file.data() + file.size();
-        const auto parsed = std::from_chars(file.data() + dot + 1, end, which.revision);
-        if (parsed.ec != std::errc() || parsed.ptr != end)
-            return true;
-        return visit(which);
+        const auto which = nameFrom(name);
+        return !which || visit(*which);
     });
 }
 

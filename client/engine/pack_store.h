@@ -10,7 +10,9 @@
 #include "client/blob/blob_store.h"
 #include "client/engine/frame.h"
 
+#include <optional>
 #include <set>
+#include <string_view>
 
 namespace arca::engine
 {
@@ -104,6 +106,8 @@ public:
     std::string blobNameOf(const PackName &which) const;
     /// Empty when there is none.
     Result<std::set<std::uint32_t>> revisionsOf(const PackId &id) const;
+    /// Which pack the last component of a blob's name stands for; nothing when it is none.
+    std::optional<PackName> nameFrom(std::string_view blobName) const;
 
 private:
     blob::BlobStore &blobs_;

@@ -303,6 +303,24 @@ Result<PieceId> peekIdentifier(blob::BlobReader &blob)
     return header.id;
 }
 
+static Result<PieceDescription> openDescription(blob::BlobReader &blob,
+                                                const ManifestHeader &header, ByteView headerBytes,
+                                                const Aead &cipher)
+{
+    ARCA_TRY(const Bytes sealed, readExactly(blob, kManifestHeaderBytes, header.descriptionBytes));
+    Bytes plain(sealed.size() - kTagBytes);
+    ARCA_CHECK(cipher.open(descriptionNonce(), headerBytes, sealed, plain));
+    return parseDescription(plain);
+}
+
+Result<PieceDescription> readDescription(blob::BlobReader &blob, const SecretKey &manifestKey)
+{
+    ARCA_TRY(const Bytes headerBytes, readExactly(blob, 0, kManifestHeaderBytes));
+    ARCA_TRY(const ManifestHeader header, parseManifestHeader(headerBytes));
+    ARCA_TRY(const Aead cipher, manifestCipher(manifestKey, header));
+    return openDescription(blob, header, headerBytes, cipher);
+}
+
 Result<Manifest> readManifest(blob::BlobReader &blob, const SecretKey &manifestKey)
 {
     const std::uint64_t size = blob.size();
@@ -318,12 +336,9 @@ Result<Manifest> readManifest(blob::BlobReader &blob, const SecretKey &manifestK
         return damaged("its parts do not belong together");
 
     ARCA_TRY(const Aead cipher, manifestCipher(manifestKey, header));
-    ARCA_TRY(const Bytes sealed, readExactly(blob, kManifestHeaderBytes, header.descriptionBytes));
-    Bytes plain(sealed.size() - kTagBytes);
-    ARCA_CHECK(cipher.open(descriptionNonce(), headerBytes, sealed, plain));
-    ARCA_TRY(PieceDescription description, parseDescription(plain));
+    ARCA_TRY(PieceDescription description, openDescription(blob, header, headerBytes, cipher));
     ARCA_TRY(const Bytes sealedEnd, readExactly(blob, tail.endOffset, tail.endBytes));
-    plain.resize(sealedEnd.size() - kTagBytes);
+    Bytes plain(sealedEnd.size() - kTagBytes);
     ARCA_CHECK(cipher.open(endNonce(), endAssociated(headerBytes, tailBytes), sealedEnd, plain));
     ARCA_TRY(ManifestEnd end, parseEnd(plain));
     end.totals.cipher = header.cipher;

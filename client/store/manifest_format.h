@@ -118,6 +118,8 @@ struct Manifest {
 
 /// Opens and checks all but the chunks.
 Result<Manifest> readManifest(blob::BlobReader &blob, const SecretKey &manifestKey);
+/// What the piece is, even when the rest of its manifest is damaged.
+Result<PieceDescription> readDescription(blob::BlobReader &blob, const SecretKey &manifestKey);
 /// The identifier that the header claims, without a key: for choosing among blobs, not for
 /// trusting.
 Result<PieceId> peekIdentifier(blob::BlobReader &blob);

@@ -30,6 +30,7 @@ public:
 
     /// How the streams that begin from now on are treated.
     void use(const engine::Settings &settings) { settings_ = settings; }
+    const engine::Settings &settings() const { return settings_; }
 
     /// Begins a piece under a name that is free now; `exists`. Whether it is still free is decided
     /// at the commit. description.node is filled in.
@@ -42,6 +43,10 @@ public:
     /// had before, too, and tells the one it has now.
     Result<PieceInfo> find(PieceId id);
     Result<std::unique_ptr<PieceReader>> openPiece(PieceId id);
+
+    /// The manifest in a blob of this node, whether the piece shows or not; `damaged` also when it
+    /// belongs elsewhere.
+    Result<Manifest> readOwn(blob::BlobReader &blob, const std::string &blobName) const;
 
     /// Removes the piece, durably. `notFound` also when it was removed, or replaced, meanwhile.
     Result<void> remove(PieceId id);
@@ -119,7 +124,6 @@ private:
     Result<void> removeStored(Located &located);
     void forget(PieceId id);
     Result<void> emptyFilespace(const std::string &name);
-    Result<Manifest> readOwn(blob::BlobReader &blob, const std::string &blobName) const;
     Result<NumberedRecord> filespaceRecord(const std::string &name);
     struct FilespaceState {
         NumberedRecord record;

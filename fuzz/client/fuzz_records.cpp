@@ -1,10 +1,12 @@
-// Any bytes as a small stored record, as the payload of one, and as a line of the activity log.
+// Any bytes as a small stored record, as the payload of one, as a line of the activity log, and as
+// the file of verifying.
 #include "client/store/access.h"
 #include "client/store/activity_reader.h"
 #include "client/store/change_plan.h"
 #include "client/store/filespace.h"
 #include "client/store/group.h"
 #include "client/store/policy.h"
+#include "client/store/verify_state.h"
 
 #include <span>
 
@@ -19,6 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     (void)store::decodeGroup(bytes);
     (void)store::decodeChangePlan(bytes);
     (void)store::parseLogLine(textOf(bytes));
+    (void)store::encodeVerifyState(store::parseVerifyState(textOf(bytes)));
     if (size < 0x10000) {
         (void)store::decodeFilespace(store::frameRecord("ARCAFSPC", 2, bytes));
         (void)store::decodeAccessRule(store::frameRecord("ARCAACCS", 2, bytes));

@@ -1,0 +1,363 @@
+// The order of verifying, what is checked of each blob, and when a run ends.
+#include "client/store/verify.h"
+
+#include "client/base/text.h"
+#include "client/engine/restore_plan.h"
+#include "client/store/manifest_writer.h"
+
+#include <algorithm>
+#include <ctime>
+
+namespace arca::store
+{
+
+namespace
+{
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kReadBytes = std::size_t{1} << 20;
+constexpr auto kSaveEvery = std::chrono::seconds(10);
+
+Error damaged(const std::string &what)
+{
+    return {ErrorKind::damaged, what};
+}
+
+/// What lies under a part of the names, which goes through the same checks.
+struct Section {
+    std::string prefix;
+    Checked what;
+    bool divided; // into 256 directories, because there may be many
+};
+
+/// In the order of their prefixes, so that the last name that was checked says how far a round is.
+std::vector<Section> sectionsOf(const std::string &nodeKey)
+{
+    return {
+        {"access/" + nodeKey + "/", Checked::record, false},
+        {"changes/" + nodeKey + "/", Checked::record, false},
+        {"classes/", Checked::record, false},
+        {"filespaces/" + nodeKey + "/", Checked::record, false},
+        {"grants/" + nodeKey + "/", Checked::record, false},
+        {"groups/" + nodeKey + "/", Checked::record, false},
+        {"keys/", Checked::record, false},
+        {"nodes/" + nodeKey + "/", Checked::record, false},
+        {"objects/" + nodeKey + "/", Checked::record, false},
+        {"packs/" + nodeKey + "/", Checked::pack, true},
+        {"pieces/" + nodeKey + "/", Checked::piece, true},
+        {"reclaim/" + nodeKey + "/", Checked::record, false},
+    };
+}
+
+class Verification
+{
+public:
+    Verification(NodeSpace &space, const VerifyRequest &request, const VerifyWatcher &watcher)
+        : space_(space), blobs_(space.domain().blobs()), packs_(space.domain().packs()),
+          request_(request), watcher_(watcher), sections_(sectionsOf(space.domain().nodeKey()))
+    {
+    }
+
+    Result<VerifyOutcome> run();
+
+private:
+    enum class Went { on, out }; // out: of the time or the number that the run may take
+
+    VerifyRound &round() { return request_.readData ? state_.data : state_.structure; }
+    Result<std::uint64_t> count();
+    Result<Went> checkSections();
+    Result<Went> checkUnder(const std::string &prefix, Checked what);
+    Result<Went> checkOne(const std::string &blobName, Checked what);
+    Result<void> checkRecord(const std::string &blobName);
+    Result<void> checkPack(const std::string &blobName);
+    Result<void> readFrames(engine::OpenPack &pack, const engine::PackIndex &index);
+    Result<void> checkPiece(const std::string &blobName);
+    Result<void> checkRuns(blob::BlobReader &blob, const Manifest &manifest);
+    Result<void> readStream(blob::BlobReader &blob, const Manifest &manifest);
+
+    bool isOut() const { return request_.maxDuration.count() != 0 && Clock::now() >= end_; }
+    bool isGone(const std::string &blobName);
+    void note(const std::string &blobName, Checked what, std::string reason);
+    std::string nameOf(const std::string &blobName, Checked what);
+    void tellProgress();
+    void endRound();
+    void save();
+
+    NodeSpace &space_;
+    blob::BlobStore &blobs_;
+    const engine::PackStore &packs_;
+    const VerifyRequest request_;
+    const VerifyWatcher &watcher_;
+    const std::vector<Section> sections_;
+    engine::FrameCoder coder_;
+    VerifyState state_;
+    VerifyOutcome outcome_;
+    VerifyProgress progress_;
+    bool cutShort_ = false; // the time ran out within a piece
+    Clock::time_point end_;
+    Clock::time_point saved_ = Clock::now();
+};
+
+Result<VerifyOutcome> Verification::run()
+{
+    end_ = Clock::now() + request_.maxDuration;
+    state_ = loadVerifyState(blobs_.cacheDirectory(), space_.domain().nodeKey());
+    if (!request_.isPartial() || round().began == 0) {
+        const std::int64_t proven = round().proven;
+        round() = VerifyRound{std::time(nullptr), proven, 0, {}};
+    }
+    ARCA_TRY(const std::uint64_t blobs, count());
+    progress_.planned = (blobs * request_.percent + 99) / 100;
+    ARCA_TRY(const Went went, checkSections());
+    if (went == Went::on)
+        endRound();
+    save();
+    outcome_.roundEnded = went == Went::on;
+    outcome_.bytesRead = progress_.bytes;
+    outcome_.round = round();
+    return outcome_;
+}
+
+Result<std::uint64_t> Verification::count()
+{
+    std::uint64_t blobs = 0;
+    for (const Section &section : sections_)
+        ARCA_CHECK(blobs_.list(section.prefix, [&](const std::string &) {
+            ++blobs;
+            return true;
+        }));
+    return blobs;
+}
+
+Result<Verification::Went> Verification::checkSections()
+{
+    for (const Section &section : sections_) {
+        for (unsigned part = 0; part < (section.divided ? 256U : 1U); ++part) {
+            const auto digits = static_cast<std::byte>(part);
+            const std::string directory =
+                section.divided ? toHex(ByteView(&digits, 1)) + "/" : std::string();
+            ARCA_TRY(const Went went, checkUnder(section.prefix + directory, section.what));
+            if (went == Went::out)
+                return went;
+        }
+    }
+    return Went::on;
+}
+
+Result<Verification::Went> Verification::checkUnder(const std::string &prefix, Checked what)
+{
+    std::vector<std::string> names;
+    ARCA_CHECK(blobs_.list(prefix, [&](const std::string &name) {
+        if (name > round().last)
+            names.push_back(name);
+        return true;
+    }));
+    std::sort(names.begin(), names.end());
+    for (const std::string &name : names) {
+        ARCA_TRY(const Went went, checkOne(name, what));
+        if (went == Went::out)
+            return went;
+    }
+    return Went::on;
+}
+
+Result<Verification::Went> Verification::checkOne(const std::string &blobName, Checked what)
+{
+    // What is begun first is finished, or a piece that takes longer than a run would never be.
+    const bool first = progress_.done == 0;
+    if (!first && (isOut() || (request_.percent < 100 && progress_.done >= progress_.planned)))
+        return Went::out;
+    const auto check = what == Checked::record ? &Verification::checkRecord
+                       : what == Checked::pack ? &Verification::checkPack
+                                               : &Verification::checkPiece;
+    const auto checked = (this->*check)(blobName);
+    if (cutShort_)
+        return Went::out;
+    if (!checked && !isGone(blobName))
+        note(blobName, what, checked.error().text);
+    ++(what == Checked::record ? outcome_.records
+       : what == Checked::pack ? outcome_.packs
+                               : outcome_.pieces);
+    ++progress_.done;
+    round().last = blobName;
+    tellProgress();
+    if (Clock::now() - saved_ >= kSaveEvery)
+        save();
+    return Went::on;
+}
+
+Result<void> Verification::checkRecord(const std::string &blobName)
+{
+    ARCA_TRY(const Bytes bytes, blob::readWhole(blobs_, blobName, kMaxRecordBytes));
+    const std::string_view kind =
+        textOf(ByteView(bytes).first(std::min<std::size_t>(bytes.size(), 8)));
+    if (!unframeRecord(bytes, kind, UINT32_MAX))
+        return damaged("it is not what was written");
+    return {};
+}
+
+Result<void> Verification::checkPack(const std::string &blobName)
+{
+    const auto which = packs_.nameFrom(blobName);
+    if (!which || packs_.blobNameOf(*which) != blobName)
+        return damaged("no pack has such a name");
+    ARCA_TRY(const auto pack, packs_.open(*which));
+    ARCA_TRY(const engine::PackIndex index, pack->readIndex());
+    return request_.readData ? readFrames(*pack, index) : Result<void>();
+}
+
+Result<void> Verification::readFrames(engine::OpenPack &pack, const engine::PackIndex &index)
+{
+    pack.blob().readAhead(0, pack.size());
+    const engine::BlockEntry *block = index.blocks.data();
+    Bytes sealed, raw;
+    for (std::uint32_t number = 0; number < index.frames.size(); ++number) {
+        const engine::FrameEntry &frame = index.frames[number];
+        sealed.resize(frame.storedBytes);
+        raw.resize(frame.rawBytes);
+        ARCA_TRY(const std::size_t got, pack.blob().read(frame.offset, sealed));
+        if (got != sealed.size())
+            return damaged("it was cut");
+        ARCA_CHECK(coder_.open(pack.cipher(), pack.which().id, number, frame, sealed, raw));
+        std::size_t offset = 0;
+        for (std::uint32_t i = 0; i < frame.blocks; ++i, ++block) {
+            if (block->dropped)
+                continue;
+            const ByteView content = ByteView(raw).subspan(offset, block->length);
+            offset += block->length;
+            // Blocks that were stored without looking for duplicates have no identity.
+            if (block->id != BlockId{} && space_.domain().identify()(content) != block->id)
+                return damaged("a block is another one than the index says");
+        }
+        progress_.bytes += sealed.size();
+        tellProgress();
+    }
+    return {};
+}
+
+Result<void> Verification::checkPiece(const std::string &blobName)
+{
+    // As for a restore: what is found while the claim is held stays until it goes. Without one,
+    // where nothing can be written, nothing is taken away either.
+    auto claim = blobs_.begin();
+    if (!claim && claim.error().kind != ErrorKind::readOnly &&
+        claim.error().kind != ErrorKind::denied && claim.error().kind != ErrorKind::full)
+        return std::move(claim).error();
+    ARCA_TRY(const auto blob, blobs_.open(blobName));
+    ARCA_TRY(const Manifest manifest, space_.readOwn(*blob, blobName));
+    // What a restore looks at besides: the records of the piece and of its filespace.
+    const auto shown = space_.find(manifest.info.id);
+    if (!shown && shown.error().kind != ErrorKind::notFound)
+        return shown.error();
+    return request_.readData ? readStream(*blob, manifest) : checkRuns(*blob, manifest);
+}
+
+Result<void> Verification::checkRuns(blob::BlobReader &blob, const Manifest &manifest)
+{
+    ManifestRuns runs(blob, manifest);
+    engine::RestorePlan plan(packs_, runs);
+    std::uint64_t left = manifest.info.totals.streamBytes;
+    for (;;) {
+        ARCA_TRY(const auto extent, plan.next());
+        if (!extent)
+            break;
+        if (extent->length > left)
+            return damaged("its stream is longer than it was");
+        left -= extent->length;
+    }
+    if (left != 0)
+        return damaged("its stream ends early");
+    return {};
+}
+
+Result<void> Verification::readStream(blob::BlobReader &blob, const Manifest &manifest)
+{
+    const PieceTotals &totals = manifest.info.totals;
+    const bool first = progress_.done == 0;
+    ManifestRuns runs(blob, manifest);
+    ARCA_TRY(const auto stream, engine::StreamReader::begin(packs_, space_.settings(), runs));
+    Bytes buffer(kReadBytes);
+    StreamDigest digest;
+    std::uint64_t length = 0;
+    for (std::size_t got = buffer.size(); got == buffer.size();) {
+        ARCA_TRY(got, stream->read(buffer));
+        digest.update(ByteView(buffer).first(got));
+        length += got;
+        if (length > totals.streamBytes)
+            return damaged("its stream is longer than it was");
+        progress_.bytes += got;
+        tellProgress();
+        cutShort_ = !first && isOut();
+        if (cutShort_)
+            return {};
+    }
+    if (length != totals.streamBytes)
+        return damaged("its stream ends early");
+    if (digest.value() != totals.digest)
+        return damaged("the digest of the whole differs");
+    return {};
+}
+
+/// Whatever was wrong with a blob that is not there any more is no fault.
+bool Verification::isGone(const std::string &blobName)
+{
+    const auto blob = blobs_.open(blobName);
+    return !blob && blob.error().kind == ErrorKind::notFound;
+}
+
+void Verification::note(const std::string &blobName, Checked what, std::string reason)
+{
+    ++(what == Checked::record ? outcome_.hurtRecords
+       : what == Checked::pack ? outcome_.hurtPacks
+                               : outcome_.hurtPieces);
+    ++round().hurt;
+    // Some reasons begin with where it was, which the name says already.
+    if (const auto at = reason.find(blobName + ": "); at != std::string::npos && at < 32)
+        reason.erase(0, at + blobName.size() + 2);
+    watcher_.hurt({what, nameOf(blobName, what), std::move(reason)});
+}
+
+std::string Verification::nameOf(const std::string &blobName, Checked what)
+{
+    if (what != Checked::piece)
+        return blobName;
+    const auto blob = blobs_.open(blobName);
+    if (!blob)
+        return blobName;
+    const auto description = readDescription(**blob, space_.domain().manifestKey());
+    return description ? description->name.joined() : blobName;
+}
+
+void Verification::tellProgress()
+{
+    watcher_.progress(progress_);
+}
+
+void Verification::endRound()
+{
+    VerifyRound &ended = round();
+    if (ended.hurt == 0)
+        ended.proven = ended.began;
+    // Whoever reads everything has seen the structure, too.
+    if (request_.readData)
+        state_.structure.proven = std::max(state_.structure.proven, ended.proven);
+    ended.began = 0; // and what was hurt stays to be told until the next round begins
+    ended.last.clear();
+}
+
+void Verification::save()
+{
+    saved_ = Clock::now();
+    saveVerifyState(blobs_.cacheDirectory(), space_.domain().nodeKey(), state_);
+}
+
+} // namespace
+
+Result<VerifyOutcome> verify(NodeSpace &space, const VerifyRequest &request,
+                             const VerifyWatcher &watcher)
+{
+    return Verification(space, request, watcher).run();
+}
+
+} // namespace arca::store

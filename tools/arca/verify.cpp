@@ -1,0 +1,143 @@
+// arca verify: proves that what the node keeps is all there and all right.
+#include "client/store/verify.h"
+#include "client/base/text.h"
+#include "tools/arca/node_session.h"
+#include "tools/arca/progress.h"
+#include "tools/keel/text.h"
+
+#include <map>
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+struct Asked {
+    store::VerifyRequest request;
+    std::string maxDuration;
+    bool fromStandardInput = false;
+};
+
+/// "90s", "10m", "2h".
+Result<std::chrono::seconds> durationFrom(const std::string &text)
+{
+    const std::map<char, int> units = {{'s', 1}, {'m', 60}, {'h', 3600}};
+    const auto unit = text.empty() ? units.end() : units.find(text.back());
+    const std::string digits = text.substr(0, text.empty() ? 0 : text.size() - 1);
+    if (unit == units.end() || digits.empty() || digits.size() > 6 ||
+        digits.find_first_not_of("0123456789") != std::string::npos || std::stoi(digits) == 0)
+        return Error{ErrorKind::badArgument, "--max-duration takes a time such as 90s, 10m or 2h, "
+                                             "not '" +
+                                                 printable(text, 40) + "'"};
+    return std::chrono::seconds(std::stol(digits) * unit->second);
+}
+
+const char *nameOf(store::Checked what)
+{
+    return what == store::Checked::piece  ? "piece"
+           : what == store::Checked::pack ? "pack"
+                                          : "record";
+}
+
+Json timeOrNull(std::int64_t time)
+{
+    return time == 0 ? Json(nullptr) : Json(keel::utcTimeText(time));
+}
+
+void fill(const store::VerifyOutcome &outcome, Json &result)
+{
+    result["pieces"] = outcome.pieces;
+    result["packs"] = outcome.packs;
+    result["records"] = outcome.records;
+    result["bytesRead"] = outcome.bytesRead;
+    result["roundEnded"] = outcome.roundEnded;
+    result["roundBegan"] = timeOrNull(outcome.round.began);
+    result["hurtInRound"] = outcome.round.hurt;
+    result["provenSince"] = timeOrNull(outcome.round.proven);
+}
+
+void print(const store::VerifyRequest &request, const store::VerifyOutcome &outcome)
+{
+    fmt::print("Checked     {} pieces, {} packs, {} records{}\n", outcome.pieces, outcome.packs,
+               outcome.records,
+               request.readData
+                   ? ", " + keel::byteText(static_cast<double>(outcome.bytesRead)) + " read"
+                   : "; contents not read (--read-data)");
+    if (!outcome.roundEnded)
+        fmt::print("Stopped     the next run with --percent or --max-duration goes on; this round "
+                   "began {}, {} found hurt in it so far\n",
+                   keel::utcTimeText(outcome.round.began), outcome.round.hurt);
+    else if (outcome.round.hurt > outcome.hurt())
+        fmt::print("Round       ended; {} found hurt in it, most in runs before\n",
+                   outcome.round.hurt);
+    if (outcome.round.proven != 0)
+        fmt::print("Proven      everything, since {}\n", keel::utcTimeText(outcome.round.proven));
+}
+
+Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
+{
+    store::VerifyRequest request = asked.request;
+    if (!asked.maxDuration.empty()) {
+        ARCA_TRY(request.maxDuration, durationFrom(asked.maxDuration));
+    }
+    ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
+    Json &hurt = result["hurt"] = Json::array();
+    Progress progress("Verifying");
+    store::VerifyWatcher watcher;
+    watcher.hurt = [&](const store::Hurt &found) {
+        progress.clear();
+        if (command.json)
+            hurt.push_back(
+                {{"what", nameOf(found.what)}, {"name", found.name}, {"reason", found.reason}});
+        else
+            fmt::print("Hurt {:<7}{}: {}\n", nameOf(found.what), printable(found.name, 4000),
+                       printable(found.reason, 4000));
+    };
+    watcher.progress = [&](const store::VerifyProgress &now) {
+        progress.show(now.done, now.planned, now.bytes);
+    };
+    ARCA_TRY(const store::VerifyOutcome outcome, store::verify(*session.space, request, watcher));
+    progress.clear();
+    fill(outcome, result);
+    if (!command.json)
+        print(request, outcome);
+    if (outcome.hurt() == 0)
+        return {};
+    return Error{ErrorKind::damaged,
+                 fmt::format("hurt: {} pieces, {} packs, {} records", outcome.hurtPieces,
+                             outcome.hurtPacks, outcome.hurtRecords)};
+}
+
+} // namespace
+
+void addVerify(CLI::App &app, Command &command)
+{
+    CLI::App *verb =
+        app.add_subcommand("verify", "Prove that what this node keeps is all there and all right");
+    addCommonOptions(*verb, command);
+    auto asked = std::make_shared<Asked>();
+    verb->add_flag("--read-data", asked->request.readData,
+                   "Read every pack and every piece to its end, and compare the digests");
+    verb->add_option("--percent", asked->request.percent,
+                     "Check at most that part, beginning where the run before stopped")
+        ->type_name("NUMBER")
+        ->check(CLI::Range(1, 100));
+    verb->add_option("--max-duration", asked->maxDuration,
+                     "Stop after that time (90s, 10m, 2h), beginning where the run before stopped")
+        ->type_name("TIME");
+    addPasswordOption(*verb, asked->fromStandardInput);
+    verb->footer("Example: arca verify --read-data --max-duration 2h\n"
+                 "It reads only, and may run beside backups and restores. Exit status 1, and a "
+                 "line for each, when something is hurt.");
+    verb->callback([&command, asked] {
+        command.verb = "verify";
+        command.run = [&command, asked](Json &result) {
+            return verifyAll(command, *asked, result);
+        };
+    });
+}
+
+} // namespace arca::tool
