@@ -38,6 +38,7 @@ void addKey(CLI::App &app, Command &command);
 void addLog(CLI::App &app, Command &command);
 void addNode(CLI::App &app, Command &command);
 void addReclaim(CLI::App &app, Command &command);
+void addStats(CLI::App &app, Command &command);
 void addVerify(CLI::App &app, Command &command);
 
 /// The options that every verb takes.

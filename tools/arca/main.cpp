@@ -56,6 +56,7 @@ int main(int argc, char **argv)
     arca::tool::addLog(app, command);
     arca::tool::addNode(app, command);
     arca::tool::addReclaim(app, command);
+    arca::tool::addStats(app, command);
     arca::tool::addVerify(app, command);
     try {
         app.parse(argc, argv);

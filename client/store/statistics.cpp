@@ -1,0 +1,79 @@
+// Adding up. Blobs are opened as they are listed, so that no list of them is kept.
+#include "client/store/statistics.h"
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr std::int64_t kDay = 86400;
+
+/// Nothing when it is no piece that shows.
+Result<std::optional<PieceInfo>> shownPiece(NodeSpace &space, const std::string &blobName)
+{
+    ARCA_TRY(const auto blob, space.domain().blobs().open(blobName));
+    ARCA_TRY(Manifest manifest, space.readOwn(*blob, blobName));
+    auto shown = space.find(manifest.info.id);
+    if (!shown && shown.error().kind == ErrorKind::notFound)
+        return std::optional<PieceInfo>();
+    ARCA_TRY(PieceInfo info, std::move(shown));
+    if (info.id != manifest.info.id)
+        return std::optional<PieceInfo>();
+    return std::optional<PieceInfo>(std::move(info));
+}
+
+void addPiece(NodeSpace &space, const std::string &blobName, Statistics &sums)
+{
+    const auto piece = shownPiece(space, blobName);
+    if (!piece) {
+        sums.unreadable += piece.error().kind != ErrorKind::notFound ? 1 : 0;
+    } else if (*piece) {
+        const PieceTotals &totals = (*piece)->totals;
+        sums.all.add(totals);
+        sums.days[(*piece)->insertedAt / kDay].add(totals);
+        sums.manifestBytes += totals.manifestBytes;
+    }
+}
+
+void addPack(NodeSpace &space, const engine::PackName &which, Statistics &sums)
+{
+    const auto pack = space.domain().packs().open(which);
+    if (pack) {
+        ++sums.packs;
+        sums.packBytes += (*pack)->size();
+    } else {
+        sums.unreadable += pack.error().kind != ErrorKind::notFound ? 1 : 0;
+    }
+}
+
+} // namespace
+
+void PieceSums::add(const PieceTotals &totals)
+{
+    ++pieces;
+    streamBytes += totals.streamBytes;
+    zeroBytes += totals.zeroBytes;
+    newBytes += totals.newBytes;
+    storedBytes += totals.storedBytes;
+    duplicateBytes +=
+        totals.streamBytes - std::min(totals.streamBytes, totals.zeroBytes + totals.newBytes);
+}
+
+Result<Statistics> gatherStatistics(NodeSpace &space)
+{
+    Statistics sums;
+    engine::Domain &domain = space.domain();
+    ARCA_CHECK(
+        domain.blobs().list("pieces/" + domain.nodeKey() + "/", [&](const std::string &blobName) {
+            addPiece(space, blobName, sums);
+            return true;
+        }));
+    ARCA_CHECK(domain.packs().list([&](const engine::PackName &which) {
+        addPack(space, which, sums);
+        return true;
+    }));
+    return sums;
+}
+
+} // namespace arca::store

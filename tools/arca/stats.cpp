@@ -1,0 +1,131 @@
+// arca stats: what the node keeps, in numbers.
+#include "client/store/statistics.h"
+#include "tools/arca/node_session.h"
+#include "tools/keel/text.h"
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+constexpr std::int64_t kDay = 86400;
+constexpr std::size_t kPlotDays = 14;
+constexpr std::size_t kPlotWidth = 40;
+
+/// What compressing spared, less what sealing added.
+std::uint64_t compressionBytes(const store::PieceSums &sums)
+{
+    return sums.newBytes - std::min(sums.newBytes, sums.storedBytes);
+}
+
+std::string dayText(std::int64_t day)
+{
+    return keel::utcTimeText(day * kDay).substr(0, 10);
+}
+
+std::string sizeText(std::uint64_t bytes)
+{
+    return keel::byteText(static_cast<double>(bytes));
+}
+
+Json jsonOf(const store::PieceSums &sums)
+{
+    return {{"pieces", sums.pieces},
+            {"logicalBytes", sums.streamBytes},
+            {"storedBytes", sums.storedBytes},
+            {"savedByZeros", sums.zeroBytes},
+            {"savedByDuplicates", sums.duplicateBytes},
+            {"savedByCompression", compressionBytes(sums)}};
+}
+
+void fill(const store::Statistics &statistics, Json &result)
+{
+    result.update(jsonOf(statistics.all));
+    result["manifestBytes"] = statistics.manifestBytes;
+    result["packs"] = statistics.packs;
+    result["packBytes"] = statistics.packBytes;
+    result["unreadable"] = statistics.unreadable;
+    Json &days = result["days"] = Json::array();
+    for (const auto &[day, sums] : statistics.days) {
+        Json line = {{"day", dayText(day)}};
+        line.update(jsonOf(sums));
+        days.push_back(std::move(line));
+    }
+}
+
+/// The last days on which something was stored, each with a bar of what it added.
+void plot(const std::map<std::int64_t, store::PieceSums> &days)
+{
+    auto from = days.end();
+    std::uint64_t most = 1;
+    for (std::size_t i = 0; i < kPlotDays && from != days.begin(); ++i)
+        most = std::max(most, (--from)->second.storedBytes);
+    if (from != days.end())
+        fmt::print("\n{:<10}  {:>7}  {:>10}  {:>10}\n", "Day", "Pieces", "Logical", "Stored");
+    for (; from != days.end(); ++from) {
+        const store::PieceSums &sums = from->second;
+        const auto width = static_cast<std::size_t>(static_cast<double>(kPlotWidth) *
+                                                    static_cast<double>(sums.storedBytes) /
+                                                    static_cast<double>(most));
+        fmt::print("{}  {:>7}  {:>10}  {:>10}  {}\n", dayText(from->first), sums.pieces,
+                   sizeText(sums.streamBytes), sizeText(sums.storedBytes), std::string(width, '#'));
+    }
+}
+
+void print(const store::Statistics &statistics)
+{
+    const store::PieceSums &all = statistics.all;
+    const auto row = [&](const char *label, std::uint64_t bytes, const char *what) {
+        const double share = all.streamBytes == 0 ? 0.0
+                                                  : 100.0 * static_cast<double>(bytes) /
+                                                        static_cast<double>(all.streamBytes);
+        fmt::print("{:<12}{:>10}  {:5.1f} %  {}\n", label, sizeText(bytes), share, what);
+    };
+    fmt::print("{:<12}{:>10}\n", "Pieces", all.pieces);
+    row("Logical", all.streamBytes, "as the application sent them");
+    row("Zeros", all.zeroBytes, "not stored");
+    row("Duplicates", all.duplicateBytes, "not stored, they were there already");
+    row("Compression", compressionBytes(all), "saved on what was new");
+    row("Stored", all.storedBytes, "for these pieces");
+    row("Manifests", statistics.manifestBytes, "of these pieces");
+    row("Packs", statistics.packBytes,
+        fmt::format("in {} packs, with what no piece needs any more", statistics.packs).c_str());
+    if (statistics.unreadable != 0)
+        fmt::print("{} pieces or packs cannot be read: arca verify names them\n",
+                   statistics.unreadable);
+    plot(statistics.days);
+}
+
+Result<void> showStats(const Command &command, bool fromStandardInput, Json &result)
+{
+    ARCA_TRY(const NodeSession session, logOn(command, fromStandardInput, result));
+    ARCA_TRY(const store::Statistics statistics, store::gatherStatistics(*session.space));
+    fill(statistics, result);
+    if (!command.json)
+        print(statistics);
+    return {};
+}
+
+} // namespace
+
+void addStats(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand(
+        "stats", "Show how much this node keeps, and what duplicates and compression save");
+    addCommonOptions(*verb, command);
+    auto fromStandardInput = std::make_shared<bool>(false);
+    addPasswordOption(*verb, *fromStandardInput);
+    verb->footer("Example: arca stats --json\n"
+                 "With a bar for each of the last days: what was stored for its pieces.");
+    verb->callback([&command, fromStandardInput] {
+        command.verb = "stats";
+        command.run = [&command, fromStandardInput](Json &result) {
+            return showStats(command, *fromStandardInput, result);
+        };
+    });
+}
+
+} // namespace arca::tool
