@@ -16,8 +16,9 @@ constexpr std::uint64_t kEagerLookups = 64;
 
 } // namespace
 
-DuplicateIndex::DuplicateIndex(Domain &domain, std::set<PackId> unusable, std::size_t memory)
-    : domain_(domain), unusable_(std::move(unusable)), table_(std::bit_floor(memory / kEntryBytes))
+DuplicateIndex::DuplicateIndex(Domain &domain, std::set<PackId> unusable, const Settings &settings)
+    : domain_(domain), unusable_(std::move(unusable)), sealedOnly_(settings.cipher != Cipher::none),
+      table_(settings.deduplication ? std::bit_floor(settings.memory / 8 * 3 / kEntryBytes) : 64)
 {
 }
 
@@ -63,8 +64,8 @@ bool DuplicateIndex::load(const PackId &pack)
         return false;
     auto opened = domain_.packs().open(pack);
     auto index = opened ? (*opened)->readIndex() : Result<PackIndex>(opened.error());
-    if (!index) {
-        // Gone, or hurt: nothing new must come to rely on it.
+    if (!index || (sealedOnly_ && (*opened)->cipher().cipher() == Cipher::none)) {
+        // Gone, hurt, or in the clear: nothing new must come to rely on it.
         unusable_.insert(pack);
         return false;
     }

@@ -30,8 +30,9 @@ struct LookupCounts {
 class DuplicateIndex
 {
 public:
-    /// `unusable`: packs that may be on their way out; nothing is found in them.
-    DuplicateIndex(Domain &domain, std::set<PackId> unusable, std::size_t memory);
+    /// `unusable`: packs that may be on their way out; nothing is found in them, nor in packs in
+    /// the clear when `settings` ask for a cipher.
+    DuplicateIndex(Domain &domain, std::set<PackId> unusable, const Settings &settings);
 
     std::optional<BlockRef> find(const BlockId &block);
     /// A block that this stream stores itself.
@@ -46,6 +47,7 @@ private:
 
     Domain &domain_;
     std::set<PackId> unusable_;
+    const bool sealedOnly_;
     std::set<PackId> own_;
     BlockTable table_;
     std::optional<BlockTable::Slot> ownSlot_;

@@ -55,6 +55,9 @@ struct Queued {
     PiecePtr piece; // null: zeros
     std::uint32_t offset = 0;
     std::uint64_t length = 0;
+    bool ends = false; // of what was taken off the queue: nothing of it is left there
+
+    bool isReady() const { return !piece || piece->ready; }
 };
 
 class ReadAhead final : public StreamReader
@@ -78,14 +81,19 @@ private:
     Result<void> readBatch(std::vector<PiecePtr> &batch);
     Result<void> readGroup(std::span<const PiecePtr> group);
     PiecePtr pieceFor(const Extent &extent, std::vector<PiecePtr> &batch);
-    bool haveRoom();
+    static Key keyOf(const Extent &extent);
+    bool haveRoomFor(const Extent &extent);
+    std::size_t takeReady(std::size_t wanted);
+    Result<void> copyOut(std::span<std::byte> into);
+    void giveBack();
     void expand();
     void failForMemory();
     void wakeAll();
     bool isOver() const { return stopping_ || outcome_.failed(); }
     template <class Part> void guarded(Part part);
 
-    RestorePlan plan_; // of the thread that reads
+    RestorePlan plan_;          // of the thread that reads
+    std::vector<Queued> taken_; // of the caller's thread
     const unsigned workers_;
     const std::size_t maxPieces_;
 
@@ -97,7 +105,8 @@ private:
     std::uint64_t clock_ = 0;
     std::deque<PiecePtr> toExpand_;
     std::deque<Queued> queue_;
-    bool planned_ = false; // the queue holds all that is left
+    bool planned_ = false;     // the queue holds all that is left
+    bool readerWaits_ = false; // the thread that reads, for room
     bool stopping_ = false;
     Outcome outcome_;
 
@@ -151,12 +160,18 @@ template <class Part> void ReadAhead::guarded(Part part)
     wakeAll();
 }
 
-/// Whether one more frame may be read; drops the one that was used longest ago if that helps.
-bool ReadAhead::haveRoom()
+ReadAhead::Key ReadAhead::keyOf(const Extent &extent)
+{
+    return {extent.pack->pack->which().id, extent.frame};
+}
+
+/// Whether one more extent may be queued. If its frame must be read for it, the one that was used
+/// longest ago goes.
+bool ReadAhead::haveRoomFor(const Extent &extent)
 {
     if (queue_.size() >= kMaxExtents)
         return false;
-    if (pieces_.size() < maxPieces_)
+    if (!extent.pack || pieces_.size() < maxPieces_ || pieces_.contains(keyOf(extent)))
         return true;
     auto oldest = pieces_.end();
     for (auto at = pieces_.begin(); at != pieces_.end(); ++at)
@@ -171,8 +186,7 @@ bool ReadAhead::haveRoom()
 
 PiecePtr ReadAhead::pieceFor(const Extent &extent, std::vector<PiecePtr> &batch)
 {
-    const Key key{extent.pack->pack->which().id, extent.frame};
-    PiecePtr &piece = pieces_[key];
+    PiecePtr &piece = pieces_[keyOf(extent)];
     if (!piece) {
         piece = std::make_shared<Piece>();
         piece->pack = extent.pack;
@@ -200,18 +214,20 @@ void ReadAhead::readPacks()
         if (done && (!*extent || batchBytes >= kMaxRead))
             done = dispatch();
         Lock lock(mutex_);
-        if (done && *extent && !haveRoom()) {
+        if (done && *extent && !haveRoomFor(**extent)) {
             lock.unlock();
             done = dispatch();
             lock.lock();
-            room_.wait(lock, [&] { return isOver() || haveRoom(); });
+            readerWaits_ = true;
+            room_.wait(lock, [&] { return isOver() || haveRoomFor(**extent); });
+            readerWaits_ = false;
         }
         if (!done)
             outcome_.fail(std::move(done).error());
         planned_ = !isOver() && !*extent;
         if (isOver() || planned_)
             return;
-        Queued queued{nullptr, (*extent)->offset, (*extent)->length};
+        Queued queued{nullptr, (*extent)->offset, (*extent)->length, false};
         if ((*extent)->pack) {
             const std::size_t before = batch.size();
             queued.piece = pieceFor(**extent, batch);
@@ -219,7 +235,8 @@ void ReadAhead::readPacks()
                 batchBytes += batch.back()->entry().storedBytes;
         }
         queue_.push_back(std::move(queued));
-        ready_.notify_one();
+        if (queue_.front().isReady())
+            ready_.notify_one();
     }
 }
 
@@ -289,7 +306,8 @@ void ReadAhead::expand()
         if (!opened)
             outcome_.fail(inContext(std::move(opened).error(), "the pack " + pack.blobName()));
         piece->ready = true;
-        ready_.notify_one();
+        if (!queue_.empty() && queue_.front().piece == piece)
+            ready_.notify_one();
     }
 }
 
@@ -297,40 +315,70 @@ Result<std::size_t> ReadAhead::read(std::span<std::byte> into)
 {
     std::size_t filled = 0;
     while (filled < into.size()) {
-        Lock lock(mutex_);
-        ready_.wait(lock, [&] {
-            return isOver() ||
-                   (queue_.empty() ? planned_
-                                   : !queue_.front().piece || queue_.front().piece->ready);
-        });
-        ARCA_CHECK(outcome_.now());
-        if (queue_.empty())
-            break;
-        Queued &front = queue_.front(); // of this thread alone; a deque keeps it where it is
-        lock.unlock();
-        const auto part =
-            static_cast<std::size_t>(std::min<std::uint64_t>(front.length, into.size() - filled));
-        const auto room = into.subspan(filled, part);
-        if (!front.piece)
-            std::fill(room.begin(), room.end(), std::byte{0});
-        else if (front.offset + part <= front.piece->raw.size())
-            std::copy_n(front.piece->raw.begin() + front.offset, part, room.begin());
-        else
-            return Error{ErrorKind::damaged, "a run leads beyond its frame"};
-        filled += part;
-        front.offset += static_cast<std::uint32_t>(front.piece ? part : 0);
-        front.length -= part;
-        if (front.length != 0)
-            continue;
-        lock.lock();
-        if (front.piece) {
-            --front.piece->awaited;
-            front.piece->used = ++clock_;
+        std::size_t part = 0;
+        {
+            Lock lock(mutex_);
+            ready_.wait(lock, [&] {
+                return isOver() || (queue_.empty() ? planned_ : queue_.front().isReady());
+            });
+            ARCA_CHECK(outcome_.now());
+            part = takeReady(into.size() - filled);
         }
-        queue_.pop_front();
-        room_.notify_one();
+        if (part == 0)
+            break;
+        ARCA_CHECK(copyOut(into.subspan(filled, part)));
+        filled += part;
+        giveBack();
     }
     return filled;
+}
+
+/// Takes what is ready off the queue, up to that many bytes; how many they are. Many at a time:
+/// with a piece that was pieced together over many days they are a block each.
+std::size_t ReadAhead::takeReady(std::size_t wanted)
+{
+    std::size_t bytes = 0;
+    while (bytes < wanted && !queue_.empty() && queue_.front().isReady()) {
+        Queued &front = queue_.front();
+        const auto part =
+            static_cast<std::size_t>(std::min<std::uint64_t>(front.length, wanted - bytes));
+        taken_.push_back({front.piece, front.offset, part, part == front.length});
+        bytes += part;
+        front.offset += static_cast<std::uint32_t>(front.piece ? part : 0);
+        front.length -= part;
+        if (front.length == 0)
+            queue_.pop_front();
+    }
+    return bytes;
+}
+
+Result<void> ReadAhead::copyOut(std::span<std::byte> into)
+{
+    for (const Queued &one : taken_) {
+        const auto length = static_cast<std::size_t>(one.length);
+        if (!one.piece)
+            std::fill_n(into.begin(), length, std::byte{0});
+        else if (one.offset + length <= one.piece->raw.size())
+            std::copy_n(one.piece->raw.begin() + one.offset, length, into.begin());
+        else
+            return Error{ErrorKind::damaged, "a run leads beyond its frame"};
+        into = into.subspan(length);
+    }
+    return {};
+}
+
+void ReadAhead::giveBack()
+{
+    const std::lock_guard hold(mutex_);
+    for (const Queued &one : taken_) {
+        if (!one.piece)
+            continue;
+        one.piece->awaited -= one.ends ? 1 : 0;
+        one.piece->used = ++clock_;
+    }
+    taken_.clear();
+    if (readerWaits_)
+        room_.notify_one();
 }
 
 } // namespace

@@ -103,9 +103,8 @@ Pipeline::Pipeline(Domain &domain, std::set<PackId> unusable, const Settings &se
     : domain_(domain), settings_(settings), workers_(workersFor(settings)),
       maxFrames_(std::max<std::size_t>(8, settings.memory / 4 / (2 * kFrameBytes))),
       cutter_(settings.blockSize, settings.deduplication),
-      duplicates_(domain, std::move(unusable),
-                  settings.deduplication ? settings.memory / 8 * 3 : 4096),
-      gatherer_(domain.packs(), settings_), merger_(runs)
+      duplicates_(domain, std::move(unusable), settings), gatherer_(domain.packs(), settings_),
+      merger_(runs)
 {
 }
 

@@ -1,5 +1,5 @@
-// What a host remembers of the packs is a cache: whatever becomes of it, backups go on, and the next
-// session finds duplicates as before.
+// What a host remembers of the packs is a cache: whatever becomes of it, backups go on, and the
+// next session finds duplicates as before.
 #include "tests/client/client_fixture.h"
 
 #include <algorithm>
