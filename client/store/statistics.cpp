@@ -1,6 +1,8 @@
 // Adding up. Blobs are opened as they are listed, so that no list of them is kept.
 #include "client/store/statistics.h"
 
+#include <algorithm>
+
 namespace arca::store
 {
 

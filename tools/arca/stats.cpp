@@ -3,6 +3,8 @@
 #include "tools/arca/node_session.h"
 #include "tools/keel/text.h"
 
+#include <algorithm>
+
 #include <fmt/format.h>
 
 namespace arca::tool
