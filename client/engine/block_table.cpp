@@ -23,15 +23,14 @@ BlockTable::BlockTable(std::size_t capacity)
 
 std::optional<BlockTable::Slot> BlockTable::slotOf(const PackId &pack) const
 {
-    for (const auto &[slot, known] : packs_)
-        if (known.id == pack)
-            return slot;
-    return std::nullopt;
+    const auto known = slots_.find(pack);
+    return known == slots_.end() ? std::nullopt : std::optional(known->second);
 }
 
 BlockTable::Slot BlockTable::addPack(const PackId &pack)
 {
     packs_.emplace(nextSlot_, Pack{pack, ++clock_, 0, 0});
+    slots_[pack] = nextSlot_;
     return nextSlot_++;
 }
 
@@ -78,7 +77,9 @@ void BlockTable::makeRoom(Slot spared)
     for (const auto &[met, slot] : byAge) {
         if (left <= entries_.size() / 2)
             break;
-        left -= packs_.at(slot).entries;
+        const Pack &pack = packs_.at(slot);
+        left -= pack.entries;
+        slots_.erase(pack.id);
         packs_.erase(slot);
     }
     rebuild(capacity_);

@@ -6,6 +6,7 @@
 
 #include "client/engine/pack_format.h"
 
+#include <map>
 #include <optional>
 #include <unordered_map>
 
@@ -62,6 +63,7 @@ private:
     std::uint64_t clock_ = 0;
     Slot nextSlot_ = 0;
     std::unordered_map<Slot, Pack> packs_;
+    std::map<PackId, Slot> slots_; // of the packs above
 };
 
 } // namespace arca::engine
