@@ -102,6 +102,28 @@ TEST_F(CacheTest, WhateverBecomesOfItBackupsGoOnAndDuplicatesAreFoundAgain)
     }
 }
 
+TEST_F(CacheTest, WhatIsStoredEncryptedDoesNotRelyOnBlocksInTheClear)
+{
+    const std::string content = blocks();
+    ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK); // registers the filespace
+    struct Case {
+        const char *piece;
+        const char *options;
+        bool storedAnew;
+    };
+    for (const Case &one : {Case{"clear", "-encryption=no", true}, Case{"sealed", " ", true},
+                            Case{"sealed-again", " ", false}}) {
+        hoxHandle_t handle = 0;
+        ASSERT_EQ(logOn(handle, nullptr, nullptr, one.options), HOX_RC_OK);
+        ASSERT_EQ(backUp(handle, one.piece, content), HOX_RC_OK);
+        qryRespBackupData found{};
+        (void)query(handle, one.piece, &found);
+        EXPECT_EQ(found.storedSize.lo > content.size() / 2, one.storedAnew) << one.piece;
+        EXPECT_EQ(restore(handle, one.piece), content);
+        EXPECT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
+    }
+}
+
 } // namespace
 
 } // namespace keel::test
