@@ -1,0 +1,114 @@
+// Sessions for looking after objects: see the header.
+#include "agents/common/maint/mtsession.h"
+
+#include <algorithm>
+
+#include "agents/common/unx/pslumo.h"
+#include "agents/common/unx/sun/dhoxapidl.h"
+#include "common/string/ststring.h"
+
+namespace
+{
+
+/// Never destroyed: the calls of the client may be made until the process ends.
+DHoxApiDL &binding()
+{
+    static auto *const api = new DHoxApiDL("ARCA");
+    return *api;
+}
+
+int fillEnvironment(envSetUp &env, const std::string &optionFile)
+{
+    env.stVersion = HOX_ENVSETUP_VERSION;
+    if (const long code = psGetLUMOAPIDir(env.hoxiDir); code != 0) {
+        return static_cast<int>(code);
+    }
+    if (const long code = psGetLUMOAPILog(env.hoxiLog); code != 0) {
+        return static_cast<int>(code);
+    }
+    stCopy(env.logName, "veloerror.log");
+    // What does not fit must not name another file.
+    return stCopy(env.hoxiConfig, optionFile) ? 0 : HOX_RC_BAD_OPTION_FILE;
+}
+
+} // namespace
+
+DHoxApi &mtApi()
+{
+    return binding();
+}
+
+DBaseApiStatus *mtStatus()
+{
+    static auto *const status = new DHoxApiStatus;
+    return status;
+}
+
+int mtSetUp(const std::string &optionFile)
+{
+    if (const int rc = binding().Setup(); rc != 0) {
+        return rc;
+    }
+    envSetUp env{};
+    if (const int rc = fillEnvironment(env, optionFile); rc != 0) {
+        return rc;
+    }
+    char program[] = "arca";
+    char *argv[] = {program, nullptr};
+    env.argv = argv;
+    return mtApi().dhoxSetUp(mtStatus(), 1, &env);
+}
+
+void mtCleanUp()
+{
+    if (DHoxApi::IsSetUp()) {
+        mtApi().dhoxCleanUp(mtStatus(), 1);
+    }
+}
+
+int mtOptions(optStruct &options)
+{
+    return mtApi().dhoxQueryCliOptions(mtStatus(), &options);
+}
+
+int mtSession::start(const mtLogon_t &logon)
+{
+    end();
+    const DHoxLogonNames names{logon.node.c_str(), logon.asNode.c_str(), logon.owner.c_str()};
+    if (const int rc = mtApi().Logon(mtStatus(), &handle_, names, logon.password.c_str());
+        rc != 0) {
+        return rc;
+    }
+    info_ = ApiSessInfo{};
+    info_.stVersion = HOX_SESSINFO_VERSION;
+    const int rc = mtApi().dhoxQuerySessInfo(mtStatus(), handle_, &info_);
+    if (rc != 0) {
+        end();
+    }
+    return rc;
+}
+
+void mtSession::end()
+{
+    mtApi().Logoff(mtStatus(), &handle_);
+}
+
+std::size_t mtSession::mostPerTransaction() const
+{
+    return std::max<std::size_t>(info_.maxObjPerTxn, 1);
+}
+
+std::string mtText(int rc)
+{
+    if (rc == DHOX_NOT_LOADED) {
+        return std::string("the storage client ") + DHoxApiDL::kLibrary +
+               " cannot be loaded, or is another release than this program";
+    }
+    const hoxRCMsgExIn_t input{HOX_RCMSGEX_VERSION, 0, static_cast<std::int16_t>(rc), 0};
+    hoxRCMsgExOut_t answer{};
+    if (mtApi().dhoxRCMsgEx(mtStatus(), 0, &input, &answer) != HOX_RC_OK ||
+        answer.message[0] == '\0') {
+        return "the storage client answered " + std::to_string(rc);
+    }
+    return answer.message;
+}
