@@ -13,7 +13,7 @@
  *       hoxRegisterFS                         makes a filespace known
  *       hoxBeginTxn                           one transaction at a time in a session
  *         hoxSendObj, hoxSendData *, hoxEndSendObj / hoxEndSendObjEx
- *         hoxDeleteObj
+ *         hoxDeleteObj                        (a deletion of the log: outside of one)
  *       hoxEndTxn                             the commit: before it nothing shows, after it all is
  *                                             durable
  *       hoxBeginQuery, hoxGetNextQObj *, hoxEndQuery
@@ -479,7 +479,11 @@ int16_t hoxEndSendObjEx(hoxHandle_t handle, const hoxEndSendObjExIn_t *input,
 #define HOX_QUERY_BACKUP 1     /* qryBackupData, answered by qryRespBackupData */
 #define HOX_QUERY_MGMT_CLASS 4 /* qryMCData, answered by qryRespMCData */
 #define HOX_QUERY_GROUP 5      /* qryGroupData, answered by qryRespBackupData: the leader first */
+#define HOX_QUERY_OBJECTS 6    /* qryObjectsData, answered by qryRespBackupData: any number */
+#define HOX_QUERY_LOG 7        /* qryLogData, answered by qryRespLogData */
 
+/* An object is active until it is made inactive (HOX_DEACTIVATE_BACKUP_ID). There is at most one
+ * active object of a name, and any number of inactive ones. */
 #define HOX_STATE_ACTIVE 1
 #define HOX_STATE_INACTIVE 2
 #define HOX_STATE_ANY 255
@@ -489,8 +493,45 @@ typedef struct qryBackupData {
     uint16_t stVersion;
     const hoxObjName *objName; /* matched literally: "*" and "?" are text */
     const char *owner;         /* null or empty: any owner */
-    uint8_t objState;
+    uint8_t objState;          /* the active one comes first, then the newest inactive one */
 } qryBackupData;
+
+#define HOX_ORDER_INSERTED 0 /* by the time of insertion, then by the identifier */
+#define HOX_ORDER_NAME                                                                             \
+    1 /* all objects of one name together, in the order of insertion; the                          \
+       * names in an order of the client's own, always the same */
+
+/*
+ * Which objects are wanted; what is null, empty or 0 asks for nothing. In the patterns "*" stands
+ * for any run of bytes, also an empty one, also with "/" in it, and "?" for one byte; everything
+ * else, letters too, must match to the byte. Times are seconds since 1970, UTC.
+ */
+#define HOX_QRY_OBJECTS_VERSION 1
+typedef struct qryObjectsData {
+    uint16_t stVersion;
+    const char *fsName; /* patterns */
+    const char *hlName;
+    const char *llName;
+    const char *owner;      /* exactly this owner */
+    const char *mcName;     /* the management class, in any case */
+    uint8_t objState;       /* HOX_STATE_ */
+    uint8_t order;          /* HOX_ORDER_ */
+    int64_t insertedFrom;   /* this moment or later */
+    int64_t insertedBefore; /* before this moment */
+    int64_t inactiveBefore; /* made inactive before this moment, which no active object was */
+    hox64_t minSize;        /* bytes of the object, at least */
+    hox64_t maxSize;        /* at most */
+} qryObjectsData;
+
+/* Which events of the activity log are wanted. Times are seconds since 1970, UTC. */
+#define HOX_QRY_LOG_VERSION 1
+typedef struct qryLogData {
+    uint16_t stVersion;
+    int64_t since;        /* this moment or later */
+    int64_t before;       /* before this moment; 0: no limit */
+    uint32_t severity;    /* HOX_SEVERITY_, this one or worse */
+    const char *nodeName; /* null or empty: of every node */
+} qryLogData;
 
 #define HOX_MEDIA_FIXED 16 /* mediaClass: disk */
 
@@ -509,7 +550,7 @@ typedef struct qryRespBackupData {
     char owner[HOX_MAX_OWNER_NAME + 1];
     uint8_t objState;
     hoxDate insDate;
-    hoxDate expDate; /* year 0: does not expire */
+    hoxDate expDate; /* of an inactive object, by the days its class keeps it; year 0: none */
     hox64_t objId;
     hox64_t sizeEstimate;
     hox64_t size; /* bytes of the object */
@@ -520,7 +561,10 @@ typedef struct qryRespBackupData {
     uint8_t encryptionType;
     hoxRestoreOrder restoreOrder;
     hox64_t storedSize; /* bytes that it added to the repository */
-    uint8_t reserved[324];
+    hoxDate inactDate;  /* when it was made inactive; year 0: it is active */
+    hox64_t insTime;    /* insDate and inactDate as seconds since 1970, UTC; 0: none */
+    hox64_t inactTime;
+    uint8_t reserved[300];
 } qryRespBackupData;
 
 #define HOX_QRY_GROUP_VERSION 1
@@ -533,7 +577,7 @@ typedef struct qryGroupData {
 typedef struct qryMCData {
     uint16_t stVersion;
     const char *mcName; /* null or empty: every class */
-    uint8_t detail;     /* 1: fill in more than the name */
+    uint8_t detail;     /* 1: fill in more than the name; 2: and answer the deleted ones, too */
 } qryMCData;
 
 #define HOX_QRY_RESP_MC_VERSION 1
@@ -546,23 +590,53 @@ typedef struct qryRespMCData {
     uint8_t backupCopyGroup;
     uint16_t versionsKept; /* 65535: no limit */
     uint16_t daysKept;     /* 65535: for ever */
-    uint8_t reserved[142];
+    uint8_t isDeleted;     /* 1: nothing new can be bound to it */
+    uint8_t reserved[141];
 } qryRespMCData;
+
+#define HOX_MAX_LOG_TEXT 2048
+
+#define HOX_QRY_RESP_LOG_VERSION 1
+typedef struct qryRespLogData {
+    uint16_t stVersion;
+    uint16_t reserved;
+    uint32_t severity;   /* HOX_SEVERITY_ */
+    hox64_t time;        /* seconds since 1970, UTC */
+    hoxDate date;        /* the same, local time */
+    uint32_t unreadable; /* lines that were met so far and are none of the log's */
+    char nodeName[HOX_MAX_NODE_NAME + 1];
+    char application[HOX_MAX_DESCRIPTION + 1]; /* name, platform and version */
+    char messageId[HOX_MAX_NODE_NAME + 1];
+    char message[HOX_MAX_LOG_TEXT + 1];
+} qryRespLogData;
 
 /*
  * Begins a query; one at a time in a session. queryData is the record of its type. A query of the
  * management classes answers the default one first; class names match in any case. A class that the
- * administrator deleted is not answered and nothing new is bound to it (HOX_RC_MC_UNKNOWN), but the
- * objects that were keep it.
- * HOX_RC_FS_UNKNOWN only when the filespace was never registered by the node.
+ * administrator deleted is not answered, unless detail is 2, and nothing new is bound to it
+ * (HOX_RC_MC_UNKNOWN), but the objects that were keep it.
+ *
+ * HOX_QUERY_BACKUP: HOX_RC_FS_UNKNOWN only when the filespace was never registered by the node.
+ *
+ * HOX_QUERY_OBJECTS answers the objects of the node that are there when it begins, one after the
+ * other in bounded memory, however many there are. What other sessions store, delete, rename or
+ * make inactive meanwhile may be answered as it was or as it is. In a session for another node's
+ * objects it answers those that are granted. An object whose record is damaged is passed over: the
+ * others are answered, the local log names it, and the query ends with
+ * HOX_RC_REPOSITORY_DAMAGED in place of HOX_RC_FINISHED or HOX_RC_NO_MATCH.
+ *
+ * HOX_QUERY_LOG answers the events in the order of the days on which they were published, those of
+ * one day in the order of time. In a session for another node's objects it is refused with
+ * HOX_RC_ACCESS_DENIED.
  */
 int16_t hoxBeginQuery(hoxHandle_t handle, uint8_t queryType, const void *queryData);
 
 /*
  * Fills data->bufferPtr with the next answer record and data->numBytes. HOX_RC_MORE_DATA with every
  * object, the last too; then HOX_RC_FINISHED with none; HOX_RC_NO_MATCH at once when nothing
- * matches; never 0. The caller sets stVersion of the answer record (0 is taken as the current
- * version).
+ * matches; never 0. A query of objects or of the log reads on while it answers, and may fail then:
+ * HOX_RC_REPOSITORY_IO, HOX_RC_REPOSITORY_DAMAGED. The caller sets stVersion of the answer record
+ * (0 is taken as the current version).
  */
 int16_t hoxGetNextQObj(hoxHandle_t handle, DataBlk *data);
 
@@ -614,8 +688,10 @@ int16_t hoxEndGetDataEx(hoxHandle_t handle, const hoxEndGetDataExIn_t *input,
 
 /* ---- deleting and changing ---- */
 
-#define HOX_DELETE_BACKUP_NAME 1 /* delBackName: the active object of that name */
-#define HOX_DELETE_BACKUP_ID 2   /* delBackID */
+#define HOX_DELETE_BACKUP_NAME 1   /* delBackName: the active object of that name */
+#define HOX_DELETE_BACKUP_ID 2     /* delBackID: active or inactive */
+#define HOX_DEACTIVATE_BACKUP_ID 3 /* delBackID: an active object, which becomes inactive */
+#define HOX_DELETE_LOG 4           /* delLog */
 
 #define HOX_DELBACK_VERSION 1
 typedef struct delBackID {
@@ -628,12 +704,31 @@ typedef struct delBackName {
     const hoxObjName *objName;
 } delBackName;
 
+typedef struct delLog {
+    uint16_t stVersion;
+    int64_t before; /* seconds since 1970, UTC */
+} delLog;
+
 typedef union hoxDelInfo {
     delBackID backID;
     delBackName backName;
+    delLog log;
 } hoxDelInfo;
 
-/* Inside a transaction; done when it commits. HOX_RC_OBJECT_UNKNOWN. */
+/*
+ * Deletes an object for good, or makes it inactive: inside a transaction, done when it commits.
+ * HOX_RC_OBJECT_UNKNOWN, for HOX_DEACTIVATE_BACKUP_ID also when the object is inactive already.
+ *
+ * An object that is inactive is not found by its name any more, unless a query asks for inactive
+ * ones, and a new object may take the name. It is read and deleted by its identifier, which it
+ * keeps with its attributes, its date and its groups. It stays as long as nobody deletes it: the
+ * client itself never does. HOX_RC_NOT_SUPPORTED when the repository was made by a release that
+ * knew none.
+ *
+ * HOX_DELETE_LOG, outside a transaction, a query or a read: deletes what the activity log was told
+ * on the days (UTC) that were over at that moment. An interrupted deletion is finished by the next
+ * one. HOX_RC_ACCESS_DENIED in a session for another node's objects.
+ */
 int16_t hoxDeleteObj(hoxHandle_t handle, uint8_t delType, const hoxDelInfo *info);
 
 /*
@@ -655,6 +750,37 @@ int16_t hoxRenameObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *nam
  * binds the object to the default class. Not in a transaction, a query or a read.
  * HOX_RC_OBJECT_UNKNOWN, HOX_RC_FS_UNKNOWN, HOX_RC_MC_UNKNOWN; HOX_RC_BAD_ARGUMENT when mask is 0
  * or names what is not known.
+ */
+#define HOX_UPDATE_CLASS 16 /* as the sendType of hoxUpdateObj */
+
+/* What a management class says; objInfo of the attributes points at it. */
+#define HOX_MCDEFINITION_VERSION 1
+typedef struct mcDefinition {
+    uint16_t stVersion;
+    uint16_t versionsKept; /* inactive versions of a name; 65535: no limit */
+    uint16_t daysKept;     /* since an object was made inactive; 65535: for ever */
+    char description[HOX_MAX_DESCRIPTION + 1];
+    char stgPool[HOX_MAX_POOL_NAME + 1]; /* 1 to 30 characters */
+} mcDefinition;
+
+/* The mask is one of the first three; with HOX_UPDCLASS_CHANGE and any of the others, which name
+ * the fields that are taken over. */
+#define HOX_UPDCLASS_DEFINE 0x100U
+#define HOX_UPDCLASS_CHANGE 0x200U
+#define HOX_UPDCLASS_DELETE 0x400U
+#define HOX_UPDCLASS_DESCRIPTION 0x1U
+#define HOX_UPDCLASS_POOL 0x2U
+#define HOX_UPDCLASS_VERSIONS 0x4U
+#define HOX_UPDCLASS_DAYS 0x8U
+
+/*
+ * With sendType HOX_UPDATE_CLASS it defines, changes or deletes a management class, of the whole
+ * repository: mcNameP is its name (1 to 30 letters, digits, "_", "-" and ".", in any case), objInfo
+ * its mcDefinition (not read for HOX_UPDCLASS_DELETE) with its size as objInfoLength; name is not
+ * read and may be null. Durable on return; what others change at the same time is kept. A class
+ * that is deleted may be defined anew. HOX_RC_MC_UNKNOWN; HOX_RC_OBJECT_EXISTS when it is defined
+ * already; HOX_RC_BAD_ARGUMENT for what is no name, too long, or the deletion of the default class;
+ * HOX_RC_ACCESS_DENIED in a session for another node's objects.
  */
 #define HOX_UPDOBJ_OWNER 0x1U
 #define HOX_UPDOBJ_INFO 0x2U
