@@ -1,7 +1,7 @@
 // arca stats: what the node keeps, in numbers.
 #include "client/store/statistics.h"
 #include "tools/arca/node_session.h"
-#include "tools/keel/text.h"
+#include "tools/common/text.h"
 
 #include <algorithm>
 
@@ -25,12 +25,12 @@ std::uint64_t compressionBytes(const store::PieceSums &sums)
 
 std::string dayText(std::int64_t day)
 {
-    return keel::utcTimeText(day * kDay).substr(0, 10);
+    return tools::utcTimeText(day * kDay).substr(0, 10);
 }
 
 std::string sizeText(std::uint64_t bytes)
 {
-    return keel::byteText(static_cast<double>(bytes));
+    return tools::byteText(static_cast<double>(bytes));
 }
 
 Json jsonOf(const store::PieceSums &sums)

@@ -2,8 +2,8 @@
 #include "client/store/verify.h"
 #include "client/base/text.h"
 #include "tools/arca/node_session.h"
-#include "tools/arca/progress.h"
-#include "tools/keel/text.h"
+#include "tools/common/progress.h"
+#include "tools/common/text.h"
 
 #include <map>
 
@@ -44,7 +44,7 @@ const char *nameOf(store::Checked what)
 
 Json timeOrNull(std::int64_t time)
 {
-    return time == 0 ? Json(nullptr) : Json(keel::utcTimeText(time));
+    return time == 0 ? Json(nullptr) : Json(tools::utcTimeText(time));
 }
 
 void fill(const store::VerifyOutcome &outcome, Json &result)
@@ -64,17 +64,17 @@ void print(const store::VerifyRequest &request, const store::VerifyOutcome &outc
     fmt::print("Checked     {} pieces, {} packs, {} records{}\n", outcome.pieces, outcome.packs,
                outcome.records,
                request.readData
-                   ? ", " + keel::byteText(static_cast<double>(outcome.bytesRead)) + " read"
+                   ? ", " + tools::byteText(static_cast<double>(outcome.bytesRead)) + " read"
                    : "; contents not read (--read-data)");
     if (!outcome.roundEnded)
         fmt::print("Stopped     the next run with --percent or --max-duration goes on; this round "
                    "began {}, {} found hurt in it so far\n",
-                   keel::utcTimeText(outcome.round.began), outcome.round.hurt);
+                   tools::utcTimeText(outcome.round.began), outcome.round.hurt);
     else if (outcome.round.hurt > outcome.hurt())
         fmt::print("Round       ended; {} found hurt in it, most in runs before\n",
                    outcome.round.hurt);
     if (outcome.round.proven != 0)
-        fmt::print("Proven      everything, since {}\n", keel::utcTimeText(outcome.round.proven));
+        fmt::print("Proven      everything, since {}\n", tools::utcTimeText(outcome.round.proven));
 }
 
 Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
@@ -85,7 +85,7 @@ Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
     }
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
     Json &hurt = result["hurt"] = Json::array();
-    Progress progress("Verifying");
+    tools::Progress progress("Verifying");
     store::VerifyWatcher watcher;
     watcher.hurt = [&](const store::Hurt &found) {
         progress.clear();

@@ -1,10 +1,10 @@
 // keel backup: stores a stream as a piece.
 #include "agents/oracle/common/sbt.h"
+#include "tools/common/progress.h"
 #include "tools/keel/blocks.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/files.h"
-#include "tools/keel/progress.h"
 
 #include <memory>
 #include <optional>
@@ -40,7 +40,7 @@ int run(const Backup &backup, const Command &command, Json &result)
     checkBlockSize(command, backup.blockSize);
     InputFile input(backup.input);
     const auto channel = openChannel(command.channel);
-    Progress progress(backup.name, input.size(), command.quiet);
+    tools::Progress progress(backup.name, input.size(), command.quiet);
     channel->beginBackup(backup.name, backup.attributes, backup.blockSize);
     const auto read = [&](std::span<std::byte> bytes) {
         const std::size_t count = input.fill(bytes);

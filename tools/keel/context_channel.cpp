@@ -1,8 +1,8 @@
 // See context_channel.h.
 #include "tools/keel/context_channel.h"
 
+#include "tools/common/text.h"
 #include "tools/keel/failure.h"
-#include "tools/keel/text.h"
 
 #include <type_traits>
 
@@ -118,7 +118,8 @@ void ContextChannel::fail()
 {
     // Asked for before anything else is called: closing the piece would replace the reason.
     const LastError error = lastError();
-    throw Failure(error.text.empty() ? meaning(error.code) : printable(error.text), error.code);
+    throw Failure(error.text.empty() ? meaning(error.code) : tools::printable(error.text),
+                  error.code);
 }
 
 void ContextChannel::beginBackup(const std::string &name, const PieceAttributes &attributes,

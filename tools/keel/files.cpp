@@ -1,9 +1,9 @@
 // See files.h.
 #include "tools/keel/files.h"
 
+#include "tools/common/text.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/interrupt.h"
-#include "tools/keel/text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -33,7 +33,7 @@ constexpr std::size_t kTransferUnit = 4096;
 
 [[noreturn]] void failOn(const std::string &name, const char *what, int error)
 {
-    throw Failure(fmt::format("{} {}: {}", what, printable(name), std::strerror(error)));
+    throw Failure(fmt::format("{} {}: {}", what, tools::printable(name), std::strerror(error)));
 }
 
 /// The file that a name leads to: a symbolic link is kept and what it points at is written.
@@ -109,7 +109,8 @@ OutputFile::OutputFile(const std::string &name, Existing existing)
         return;
     }
     if (exists && existing_ == Existing::kKeep)
-        throw Failure(fmt::format("{} is there already; --force replaces it", printable(name_)));
+        throw Failure(
+            fmt::format("{} is there already; --force replaces it", tools::printable(name_)));
     createTemporary();
 }
 
@@ -249,8 +250,8 @@ void OutputFile::publish()
             return;
         }
         if (errno == EEXIST)
-            throw Failure(
-                fmt::format("{} has appeared meanwhile; --force replaces it", printable(name_)));
+            throw Failure(fmt::format("{} has appeared meanwhile; --force replaces it",
+                                      tools::printable(name_)));
     }
     if (::rename(temporary_.c_str(), name_.c_str()) != 0)
         fail("cannot create");

@@ -1,7 +1,8 @@
 // keel info: tells what is known of pieces.
+#include "tools/common/table.h"
+#include "tools/common/text.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
-#include "tools/keel/text.h"
 
 #include <algorithm>
 #include <memory>
@@ -25,7 +26,7 @@ Json describe(const PieceInfo &piece)
     if (!piece.found)
         return object;
     const auto time = [](std::int64_t seconds) {
-        return seconds == 0 ? Json(nullptr) : Json(utcTimeText(seconds));
+        return seconds == 0 ? Json(nullptr) : Json(tools::utcTimeText(seconds));
     };
     object["created"] = time(piece.created);
     if (piece.size)
@@ -42,27 +43,27 @@ Json describe(const PieceInfo &piece)
 
 void printTable(const std::vector<PieceInfo> &pieces)
 {
-    std::size_t width = 4;
-    for (const PieceInfo &piece : pieces)
-        width = std::max(width, printable(piece.name).size());
-    const auto row = [&](auto &&...cells) {
-        fmt::print("{:<{}}  {:<5}  {:<19}  {:<19}  {:<10}  {:<8}  {}\n", cells...);
-    };
     const bool sized =
         std::ranges::any_of(pieces, [](const PieceInfo &piece) { return piece.size.has_value(); });
-    row("NAME", width, "FOUND", "CREATED", sized ? "SIZE" : "EXPIRES", "LABEL", "SHARING", "CLASS");
+    tools::Table table({{"NAME"},
+                        {"FOUND"},
+                        {"CREATED"},
+                        {sized ? "SIZE" : "EXPIRES"},
+                        {"LABEL"},
+                        {"SHARING"},
+                        {"CLASS"}});
     for (const PieceInfo &piece : pieces) {
-        const std::string name = printable(piece.name);
-        if (!piece.found) {
-            fmt::print("{:<{}}  no\n", name, width);
-            continue;
-        }
-        row(name, width, "yes", piece.created == 0 ? "-" : localTimeText(piece.created),
-            piece.size           ? byteText(static_cast<double>(*piece.size))
-            : piece.expires == 0 ? "never"
-                                 : localTimeText(piece.expires),
-            piece.label, sharing(piece), piece.managementClass);
+        if (!piece.found)
+            table.add({piece.name, "no"});
+        else
+            table.add({piece.name, "yes",
+                       piece.created == 0 ? "-" : tools::localTimeText(piece.created),
+                       piece.size           ? tools::byteText(static_cast<double>(*piece.size))
+                       : piece.expires == 0 ? "never"
+                                            : tools::localTimeText(piece.expires),
+                       piece.label, sharing(piece), piece.managementClass});
     }
+    fmt::print("{}", table.text());
 }
 
 int run(const std::vector<std::string> &names, const Command &command, Json &result)

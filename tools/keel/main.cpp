@@ -1,8 +1,8 @@
 // keel: drives the agent as the database's backup tool does.
+#include "tools/common/text.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/interrupt.h"
-#include "tools/keel/text.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -59,8 +59,8 @@ int report(const Command &command, Json &result, const std::string &text, std::u
         printJson(result);
     }
     fmt::print(stderr, "keel {}{}{}: {}{}\n", command.verb, command.subject.empty() ? "" : " ",
-               printable(command.subject), sbtCode != 0 ? fmt::format("SBT {}: ", sbtCode) : "",
-               text);
+               tools::printable(command.subject),
+               sbtCode != 0 ? fmt::format("SBT {}: ", sbtCode) : "", text);
     return kExitFailed;
 }
 

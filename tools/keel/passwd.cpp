@@ -1,9 +1,9 @@
 // keel passwd: writes the password file that the agent logs on with.
+#include "tools/common/text.h"
 #include "tools/keel/command.h"
 #include "tools/keel/context_channel.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/password.h"
-#include "tools/keel/text.h"
 
 #include <algorithm>
 #include <cctype>
@@ -85,13 +85,13 @@ void checkNeeded(ContextChannel &channel, const Place &place)
         throw Failure(fmt::format(
             "no password file is needed: the storage client keeps the password itself. To use "
             "one, set PASSWORDACCESS prompt in {}",
-            printable(place.clientOptions)));
+            tools::printable(place.clientOptions)));
     }
     if (place.node.empty()) {
         throw Failure(
             fmt::format("no password file is needed: {} names no node. To use one, set VELO_NODE "
                         "there and PASSWORDACCESS prompt in {}",
-                        printable(place.optionFile), printable(place.clientOptions)));
+                        tools::printable(place.optionFile), tools::printable(place.clientOptions)));
     }
 }
 
@@ -109,7 +109,7 @@ const char *meaning(std::uint16_t code)
 
 void writeFile(ContextChannel &channel, Password &password, const Place &place)
 {
-    const std::string file = printable(place.file().string());
+    const std::string file = tools::printable(place.file().string());
     if (const std::uint16_t code = channel.updatePassword(password.data()); code != 0)
         throw Failure(fmt::format("cannot write {}: {} (code {})", file, meaning(code), code));
     // The agent does not tell when the disk was full. What it writes is a header, and nine bytes
@@ -129,7 +129,7 @@ int run(bool fromStandardInput, const Command &command, Json &result)
     if (fromStandardInput)
         password.readLine(STDIN_FILENO);
     else
-        password.ask(fmt::format("Password of node {}: ", printable(place.node)));
+        password.ask(fmt::format("Password of node {}: ", tools::printable(place.node)));
     writeFile(channel, password, place);
     result["node"] = place.node;
     result["file"] = place.file().string();
@@ -141,9 +141,10 @@ int run(bool fromStandardInput, const Command &command, Json &result)
                    "        VELO_PSWDPATH   {}\n"
                    "    in {}:\n"
                    "        PASSWORDACCESS  prompt\n",
-                   printable(place.node), printable(place.file().string()),
-                   printable(place.optionFile), printable(place.node),
-                   printable(place.directory.string()), printable(place.clientOptions));
+                   tools::printable(place.node), tools::printable(place.file().string()),
+                   tools::printable(place.optionFile), tools::printable(place.node),
+                   tools::printable(place.directory.string()),
+                   tools::printable(place.clientOptions));
     }
     return kExitDone;
 }

@@ -1,8 +1,8 @@
 // keel remove: deletes pieces.
 #include "agents/oracle/common/sbt.h"
+#include "tools/common/text.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
-#include "tools/keel/text.h"
 
 #include <algorithm>
 #include <iostream>
@@ -29,7 +29,7 @@ bool confirmed(const Remove &remove)
         return true;
     if (::isatty(STDIN_FILENO) != 1)
         throw UsageError("nobody is there to be asked; --yes removes without asking");
-    fmt::print(stderr, "Remove {}{}? [y/N] ", printable(remove.names.front()),
+    fmt::print(stderr, "Remove {}{}? [y/N] ", tools::printable(remove.names.front()),
                remove.names.size() > 1 ? fmt::format(" and {} more", remove.names.size() - 1) : "");
     std::string answer;
     std::getline(std::cin, answer);
@@ -73,10 +73,10 @@ int run(Remove &remove, const Command &command, Json &result)
     result["remaining"] = remaining;
     if (!remaining.empty())
         throw Failure(fmt::format("{} is still there; veloerror.log tells more",
-                                  printable(remaining.front())),
+                                  tools::printable(remaining.front())),
                       SBT_FAILED);
     if (!missing.empty())
-        throw Failure(fmt::format("there is no piece {}", printable(missing.front())),
+        throw Failure(fmt::format("there is no piece {}", tools::printable(missing.front())),
                       SBT_NOT_FOUND);
     return kExitDone;
 }

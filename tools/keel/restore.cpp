@@ -1,9 +1,9 @@
 // keel restore: gives the stream of a piece back.
+#include "tools/common/progress.h"
 #include "tools/keel/blocks.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/files.h"
-#include "tools/keel/progress.h"
 
 #include <memory>
 
@@ -28,7 +28,7 @@ int run(const Restore &restore, const Command &command, Json &result)
     result["name"] = restore.name;
     OutputFile output(restore.output, restore.force ? Existing::kReplace : Existing::kKeep);
     const auto channel = openChannel(command.channel);
-    Progress progress(restore.name, std::nullopt, command.quiet);
+    tools::Progress progress(restore.name, std::nullopt, command.quiet);
     channel->beginRestore(restore.name, restore.blockSize);
     const auto read = [&](std::span<std::byte> block) { return channel->readBlock(block); };
     const auto write = [&](std::span<const std::byte> bytes) {

@@ -1,5 +1,5 @@
 // See text.h.
-#include "tools/keel/text.h"
+#include "tools/common/text.h"
 
 #include <array>
 #include <cmath>
@@ -7,7 +7,7 @@
 
 #include <fmt/format.h>
 
-namespace keel
+namespace tools
 {
 
 std::string byteText(double bytes)
@@ -73,4 +73,4 @@ std::string utcTimeText(std::int64_t seconds)
     return ::gmtime_r(&time, &parts) ? timeText("%Y-%m-%dT%H:%M:%SZ", parts) : "?";
 }
 
-} // namespace keel
+} // namespace tools

@@ -1,12 +1,12 @@
 // Numbers and names as people read them.
-#ifndef KEEL_TOOLS_KEEL_TEXT_H
-#define KEEL_TOOLS_KEEL_TEXT_H
+#ifndef KEEL_TOOLS_COMMON_TEXT_H
+#define KEEL_TOOLS_COMMON_TEXT_H
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 
-namespace keel
+namespace tools
 {
 
 /// "1.25 GiB", "812 bytes".
@@ -24,6 +24,6 @@ namespace keel
 /// "2026-03-07T13:05:09Z", for machines.
 [[nodiscard]] std::string utcTimeText(std::int64_t seconds);
 
-} // namespace keel
+} // namespace tools
 
 #endif
