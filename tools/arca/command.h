@@ -32,6 +32,7 @@ struct Command {
 };
 
 // Each adds its verb to the program.
+void addAccess(CLI::App &app, Command &command);
 void addClass(CLI::App &app, Command &command);
 void addInit(CLI::App &app, Command &command);
 void addKey(CLI::App &app, Command &command);

@@ -50,6 +50,7 @@ int main(int argc, char **argv)
                "Exit status: 0 done, 1 failed (the reason in one line), 2 wrong use.\n"
                "arca VERB --help tells more of a verb.");
     arca::tool::Command command;
+    arca::tool::addAccess(app, command);
     arca::tool::addClass(app, command);
     arca::tool::addInit(app, command);
     arca::tool::addKey(app, command);

@@ -1,0 +1,141 @@
+// arca access: which other nodes may read pieces of this one.
+#include "agents/common/maint/mtaccess.h"
+#include "client/base/text.h"
+#include "tools/arca/client_session.h"
+#include "tools/arca/node_session.h"
+#include "tools/arca/piece_name.h"
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+struct Asked {
+    std::string reader, owner, piece, filespace = kAgentFilespace;
+    std::vector<std::uint32_t> rules;
+    bool fromStandardInput = false;
+};
+
+using Work = Result<void> (*)(ClientSession &, const Command &, const Asked &, Json &);
+
+std::string shownName(const hoxObjName &name)
+{
+    const bool all = name.llName == std::string_view("/*");
+    return all ? std::string(name.fsName) + ": every piece" : pieceText(name);
+}
+
+Json jsonOf(const qryRespAccessData &rule)
+{
+    return {{"rule", rule.ruleNumber},
+            {"node", rule.nodeName},
+            {"owner", rule.ownerName},
+            {"filespace", rule.objName.fsName},
+            {"piece", std::string(pieceOf(rule.objName))}};
+}
+
+Result<void> list(ClientSession &client, const Command &command, const Asked &, Json &result)
+{
+    std::vector<qryRespAccessData> rules;
+    ARCA_CHECK(answered(mtAccessRules(client.session(), rules)));
+    Json &shown = result["rules"] = Json::array();
+    if (!command.json && !rules.empty())
+        fmt::print("{:>10}  {:<20}  {:<12}  {}\n", "Rule", "Node", "Owner", "May read");
+    for (const qryRespAccessData &rule : rules) {
+        shown.push_back(jsonOf(rule));
+        if (!command.json)
+            fmt::print("{:>10}  {:<20}  {:<12}  {}\n", rule.ruleNumber, printable(rule.nodeName),
+                       rule.ownerName[0] == '\0' ? "any" : printable(rule.ownerName),
+                       printable(shownName(rule.objName)));
+    }
+    return {};
+}
+
+Result<void> grant(ClientSession &client, const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const hoxObjName name,
+             objectName(asked.filespace, asked.piece.empty() ? "*" : asked.piece));
+    ARCA_CHECK(answered(mtAccessGrant(client.session(), name, asked.reader, asked.owner)));
+    result["granted"] = asked.reader;
+    if (!command.json)
+        fmt::print("Node {} may read {}\n", printable(asked.reader), printable(shownName(name)));
+    return {};
+}
+
+Result<void> revoke(ClientSession &client, const Command &command, const Asked &asked, Json &result)
+{
+    Json &revoked = result["revoked"] = Json::array();
+    for (const std::uint32_t rule : asked.rules) {
+        const int rc = mtAccessRevoke(client.session(), rule);
+        if (rc == HOX_RC_OBJECT_UNKNOWN)
+            return Error{ErrorKind::notFound,
+                         fmt::format("there is no rule {}; arca access list shows them", rule)};
+        ARCA_CHECK(answered(rc));
+        revoked.push_back(rule);
+        if (!command.json)
+            fmt::print("Rule {} taken back\n", rule);
+    }
+    return {};
+}
+
+Result<void> perform(const Command &command, const Asked &asked, Work work, Json &result)
+{
+    ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
+    return work(*client, command, asked, result);
+}
+
+void addOperands(CLI::App &verb, Work work, Asked &asked)
+{
+    if (work == grant) {
+        verb.add_option("NODE", asked.reader, "Node that may read")->required();
+        verb.add_option("PIECE", asked.piece, "Piece that it may read; left out: every one");
+        verb.add_option("--filespace", asked.filespace, "Filespace of the pieces")
+            ->type_name("NAME")
+            ->capture_default_str();
+        verb.add_option("--owner", asked.owner, "Only that owner there")->type_name("NAME");
+    } else if (work == revoke) {
+        verb.add_option("RULE", asked.rules, "Numbers of rules, as arca access list shows them")
+            ->required()
+            ->type_name("");
+    }
+}
+
+} // namespace
+
+void addAccess(CLI::App &app, Command &command)
+{
+    CLI::App *verb =
+        app.add_subcommand("access", "Let other nodes read pieces of this one, and take it back");
+    verb->require_subcommand(1);
+    verb->footer("Example: arca access grant dbhost2");
+    const struct {
+        const char *name, *help, *footer;
+        Work work;
+    } actions[] = {
+        {"grant", "Let another node find and read pieces of this one",
+         "Example: arca access grant dbhost2 --filespace /lumoorc\n"
+         "A node that is not registered yet may read once it is and this node has logged on.",
+         grant},
+        {"list", "Show who may read what", "Example: arca access list --json", list},
+        {"revoke", "Take rules back; it ends the access at once",
+         "Example: arca access revoke 1804289383", revoke},
+    };
+    for (const auto &action : actions) {
+        CLI::App *inner = verb->add_subcommand(action.name, action.help);
+        auto asked = std::make_shared<Asked>();
+        addOperands(*inner, action.work, *asked);
+        addCommonOptions(*inner, command);
+        addPasswordOption(*inner, asked->fromStandardInput);
+        inner->footer(action.footer);
+        inner->callback([&command, asked, name = std::string(action.name), work = action.work] {
+            command.verb = "access " + name;
+            command.run = [&command, asked, work](Json &result) {
+                return perform(command, *asked, work, result);
+            };
+        });
+    }
+}
+
+} // namespace arca::tool

@@ -1,0 +1,48 @@
+// Names of pieces: see the header.
+#include "tools/arca/piece_name.h"
+
+#include <cstring>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+template <std::size_t N> Result<void> fill(char (&field)[N], const std::string &text)
+{
+    if (text.size() >= N || text.find('\0') != std::string::npos)
+        return Error{ErrorKind::badArgument, "a name is longer than an object's may be"};
+    std::memcpy(field, text.c_str(), text.size() + 1);
+    return {};
+}
+
+} // namespace
+
+Result<hoxObjName> objectName(std::string_view filespace, std::string_view piece)
+{
+    hoxObjName name{};
+    name.objType = HOX_OBJ_FILE;
+    const bool slash = filespace.starts_with('/');
+    ARCA_CHECK(fill(name.fsName, (slash ? "" : "/") + std::string(filespace)));
+    ARCA_CHECK(fill(name.hlName, "/"));
+    ARCA_CHECK(fill(name.llName, "/" + std::string(piece)));
+    return name;
+}
+
+std::string pieceOf(const hoxObjName &name)
+{
+    const std::string_view high(name.hlName);
+    std::string_view low(name.llName);
+    if (high != "/")
+        return std::string(high) + std::string(low);
+    low.remove_prefix(low.starts_with('/') ? 1 : 0);
+    return std::string(low);
+}
+
+std::string pieceText(const hoxObjName &name)
+{
+    return std::string(name.fsName) + name.hlName + name.llName;
+}
+
+} // namespace arca::tool
