@@ -16,7 +16,10 @@ struct dhoxBackupObject_t {
     hoxObjName objName;
     std::uint64_t objId;
     std::uint64_t sizeEstimate;
-    std::uint64_t size; // bytes
+    std::uint64_t size;       // bytes
+    std::uint64_t storedSize; // bytes that it added to the repository
+    std::int64_t insTime;     // insDate and inactDate as seconds since 1970, UTC; 0: none
+    std::int64_t inactTime;
     std::uint32_t copyGroup;
     std::uint32_t restoreOrder;
     std::uint8_t mediaClass;
@@ -26,6 +29,10 @@ struct dhoxBackupObject_t {
     char objInfo[HOX_MAX_OBJ_INFO + 1];
     hoxDate insDate;
     hoxDate expDate;
+    hoxDate inactDate; // year 0: it is active
+    std::uint8_t objCompressed;
+    std::uint8_t objDeduplicated;
+    std::uint8_t encryptionType; // HOX_ENCRYPT_ bits
 };
 
 /// Who logs on. Null or empty: the client's own choice.
