@@ -2,6 +2,10 @@
 #include "tools/arca/command.h"
 
 #include <filesystem>
+#include <iostream>
+#include <unistd.h>
+
+#include <fmt/format.h>
 
 namespace arca::tool
 {
@@ -13,6 +17,25 @@ void addCommonOptions(CLI::App &verb, Command &command)
         ->type_name("FILE")
         ->capture_default_str();
     verb.add_flag("--json", command.json, "Print one JSON object instead of text");
+}
+
+void addYesOption(CLI::App &verb, bool &yes)
+{
+    verb.add_flag("--yes,-y", yes, "Do not ask");
+}
+
+Result<void> confirm(const std::string &question, bool yes)
+{
+    if (yes)
+        return {};
+    if (::isatty(STDIN_FILENO) != 1)
+        throw UsageError("nobody is there to be asked; --yes does it without asking");
+    fmt::print(stderr, "{} [y/N] ", question);
+    std::string answer;
+    std::getline(std::cin, answer);
+    if (answer != "y" && answer != "Y" && answer != "yes")
+        return Error{ErrorKind::badArgument, "nothing was changed"};
+    return {};
 }
 
 Result<config::Options> optionsOf(const Command &command)

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include <functional>
+#include <stdexcept>
 #include <string>
 
 namespace arca::tool
@@ -20,10 +21,16 @@ using Json = nlohmann::ordered_json;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
+/// The program was used wrongly, as only the work could tell: exit status 2.
+struct UsageError : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
 /// The command line, read: options that every verb takes, and the verb that was chosen.
 struct Command {
     std::string optionFile;
     bool json = false;
+    bool jsonLines = false; // the verb prints an object a line itself, and perform() nothing
     std::string verb;
 
     /// Does the work. Fills the object that --json prints, and prints for people when there is no
@@ -44,6 +51,12 @@ void addVerify(CLI::App &app, Command &command);
 
 /// The options that every verb takes.
 void addCommonOptions(CLI::App &verb, Command &command);
+
+/// --yes, of the verbs that destroy.
+void addYesOption(CLI::App &verb, bool &yes);
+/// Goes on when `yes`, or when a person answers so to the question, which says what will be done.
+/// Throws UsageError when nobody is there to be asked.
+Result<void> confirm(const std::string &question, bool yes);
 
 /// The options in force; `badOption` also when they name no repository.
 Result<config::Options> optionsOf(const Command &command);

@@ -1,6 +1,7 @@
 // arca: looks after the repository.
 #include "client/base/text.h"
 #include "tools/arca/command.h"
+#include "tools/common/streams.h"
 
 #include <cstdio>
 
@@ -12,28 +13,44 @@ namespace arca::tool
 namespace
 {
 
-int perform(const Command &command)
+/// Plain calls that do not throw: what is told last must not be lost with the terminal.
+void complain(const Command &command, const std::string &text)
 {
-    Json result = {{"verb", command.verb}, {"ok", true}};
+    std::fputs(fmt::format("arca {}: {}\n", command.verb, printable(text, 4000)).c_str(), stderr);
+}
+
+int runVerb(const Command &command, Json &result)
+{
     Result<void> done = Error{ErrorKind::internal, "the verb was not run"};
+    int status = kExitFailed;
     try {
         done = command.run(result);
+    } catch (const UsageError &error) {
+        done = Error{ErrorKind::badArgument, error.what()};
+        status = kExitUsage;
     } catch (const std::exception &error) {
         done = Error{ErrorKind::internal, error.what()};
     }
-    if (!done) {
-        result["ok"] = false;
-        result["error"] = done.error().text;
-    }
-    if (command.json)
-        fmt::print("{}\n", result.dump(2, ' ', false, Json::error_handler_t::replace));
-    if (!done)
-        fmt::print(stderr, "arca {}: {}\n", command.verb, printable(done.error().text, 4000));
-    if (std::fflush(stdout) != 0) {
-        fmt::print(stderr, "arca {}: cannot write standard output\n", command.verb);
-        return kExitFailed;
-    }
-    return done ? 0 : kExitFailed;
+    if (done)
+        return 0;
+    result["ok"] = false;
+    result["error"] = done.error().text;
+    complain(command, done.error().text);
+    return status;
+}
+
+int perform(const Command &command)
+{
+    Json result = {{"verb", command.verb}, {"ok", true}};
+    const int status = runVerb(command, result);
+    if (command.json && !command.jsonLines)
+        std::puts(result.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+    const bool written = std::ferror(stdout) == 0;
+    if (std::fflush(stdout) == 0 && written)
+        return status;
+    if (status == 0)
+        complain(command, "cannot write standard output");
+    return status == 0 ? kExitFailed : status;
 }
 
 } // namespace
@@ -42,6 +59,7 @@ int perform(const Command &command)
 
 int main(int argc, char **argv)
 {
+    tools::secureStandardStreams();
     CLI::App app("Looks after the repository in which the storage client keeps backup pieces.",
                  "arca");
     app.set_version_flag("--version", "arca 7.1.3.0");

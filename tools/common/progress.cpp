@@ -83,7 +83,8 @@ void Progress::show(std::uint64_t done, std::uint64_t planned, std::uint64_t byt
 
 void Progress::write(const std::string &line)
 {
-    fmt::print(stderr, "\r{}\x1b[K", line);
+    // Not by what throws: a terminal that went away is no reason to stop the work.
+    std::fputs(("\r" + line + "\x1b[K").c_str(), stderr);
     std::fflush(stderr);
     lineOpen_ = true;
 }
@@ -91,7 +92,7 @@ void Progress::write(const std::string &line)
 void Progress::clear()
 {
     if (lineOpen_)
-        fmt::print(stderr, "\r\x1b[K");
+        std::fputs("\r\x1b[K", stderr);
     lineOpen_ = false;
 }
 
@@ -101,7 +102,7 @@ void Progress::finish()
         return;
     write(fmt::format("{}  {} in {}  {}", label_, byteText(static_cast<double>(bytes_)),
                       durationText(seconds()), rateText()));
-    fmt::print(stderr, "\n");
+    std::fputs("\n", stderr);
     lineOpen_ = false;
 }
 

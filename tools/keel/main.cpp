@@ -1,4 +1,5 @@
 // keel: drives the agent as the database's backup tool does.
+#include "tools/common/streams.h"
 #include "tools/common/text.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
@@ -94,6 +95,7 @@ int perform(Command &command, const char *program)
 
 int main(int argc, char **argv)
 {
+    tools::secureStandardStreams();
     CLI::App app(
         "Drives the KEEL for Oracle agent, libobk.so, as the database's backup tool does:\n"
         "stores, restores, describes and removes backup pieces.",

@@ -1,0 +1,46 @@
+// Ctrl-C: see the header.
+#include "tools/arca/interrupt.h"
+
+#include <csignal>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+volatile std::sig_atomic_t caught = 0;
+
+extern "C" void noteInterrupt(int number)
+{
+    caught = number;
+}
+
+} // namespace
+
+void catchInterrupts()
+{
+    struct sigaction action = {};
+    action.sa_handler = noteInterrupt;
+    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+    sigemptyset(&action.sa_mask);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction inherited = {};
+        sigaction(number, nullptr, &inherited);
+        if (inherited.sa_handler != SIG_IGN) // nohup, or a shell's background job
+            sigaction(number, &action, nullptr);
+    }
+}
+
+bool interrupted()
+{
+    return caught != 0;
+}
+
+Error interruption(const std::string &done)
+{
+    return {ErrorKind::io,
+            std::string(caught == SIGINT ? "interrupted" : "ended by a signal") + "; " + done};
+}
+
+} // namespace arca::tool

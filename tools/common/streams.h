@@ -1,0 +1,15 @@
+// The standard streams that a program was started with.
+#ifndef KEEL_TOOLS_COMMON_STREAMS_H
+#define KEEL_TOOLS_COMMON_STREAMS_H
+
+namespace tools
+{
+
+/// Puts something harmless where a standard stream is closed, so that no file that is opened later
+/// gets its number and is written over by what is meant for people; writing there fails. A reader
+/// that goes away becomes a failed write, not a signal. Before anything else is opened.
+void secureStandardStreams();
+
+} // namespace tools
+
+#endif
