@@ -114,6 +114,17 @@ Result<void> NodeKeys::keep(const std::string &uuid, const std::string &node,
     return write(uuid, node, {password});
 }
 
+Result<void> NodeKeys::forget(const std::string &uuid, const std::string &node) const
+{
+    auto text = read();
+    if (!text && text.error().kind == ErrorKind::notFound)
+        return {};
+    ARCA_TRY(std::string kept, std::move(text));
+    wipe(kept);
+    ARCA_TRY(const auto turn, lock());
+    return write(uuid, node, {});
+}
+
 Result<void> NodeKeys::replace(const std::string &uuid, const std::string &node,
                                const std::string &fresh,
                                const std::function<Result<void>(const std::string &)> &prove,

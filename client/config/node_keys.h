@@ -39,6 +39,9 @@ public:
     Result<void> keep(const std::string &repositoryUuid, const std::string &node,
                       const std::string &password) const;
 
+    /// Drops what is kept of a node, durably; fine when that is nothing.
+    Result<void> forget(const std::string &repositoryUuid, const std::string &node) const;
+
     /// Changes what find() gave to `fresh`. `change` is told the password that holds and makes
     /// `fresh` hold instead; before it is called both are kept, durably, and only after it
     /// succeeded the old one goes, so that whatever is interrupted leaves a password that find()

@@ -6,6 +6,7 @@
 #include "client/store/node_registry.h"
 
 #include "client/base/text.h"
+#include "client/store/node_removal.h"
 #include "client/store/node_space.h"
 #include "client/store/recovery_key.h"
 
@@ -89,6 +90,15 @@ Result<void> NodeRegistry::registerNode(const std::string &node, std::string_vie
     ARCA_TRY(const auto recovery, recoveryHalf(store_));
     if (!recovery)
         return Error{ErrorKind::notFound, "the repository has no recovery key yet; run arca init"};
+    ARCA_TRY(const std::string key, nodeKey(node));
+    ARCA_TRY(const auto state, record.latest());
+    ARCA_TRY(const bool left, isHalfRemoved(store_, key));
+    if (!state && left)
+        return Error{ErrorKind::exists,
+                     "the node " + printable(node) +
+                         " was removed, and not all of it is gone; finish that with: arca node "
+                         "remove " +
+                         printable(node)};
     ARCA_TRY(const NodeKeys keys, newNodeKeys());
     ARCA_TRY(const NodeRecord made, makeNodeRecord(node, password, keys, *recovery));
     auto written = record.write(0, encodeNodeRecord(made));

@@ -8,7 +8,7 @@
 #include "client/store/recovery_key.h"
 #include "client/store/repository.h"
 #include "tools/arca/command.h"
-#include "tools/arca/secrets.h"
+#include "tools/arca/registration.h"
 
 #include <fmt/format.h>
 
@@ -40,53 +40,6 @@ Result<Opened> openOrMake(const std::string &location)
         return std::move(opened).error();
     ARCA_TRY(auto made, store::Repository::create(location));
     return Opened{std::move(made), true};
-}
-
-/// The kept password is durable before the node is registered: a run that stops in between leaves a
-/// password that the next run uses, never a node whose password nobody knows.
-Result<bool> registerGenerated(store::Repository &repository, const config::Options &options,
-                               const std::string &node)
-{
-    const config::NodeKeys keys(options.file);
-    ARCA_TRY(const bool registered, repository.nodes().isRegistered(node));
-    auto kept =
-        keys.find(repository.uuid(), node, [&](const std::string &password) -> Result<void> {
-            if (registered)
-                ARCA_CHECK(repository.nodes().authenticate(node, password));
-            return {};
-        });
-    if (registered && !kept && kept.error().kind == ErrorKind::noPassword)
-        return Error{ErrorKind::noPassword,
-                     "node " + printable(node) + " is registered in " + repository.shownName() +
-                         ", but its password is not kept here; bring back " + keys.path() +
-                         " from where the node was registered, or make a new password with: arca "
-                         "node passwd " +
-                         printable(node) + " --recovery"};
-    if (registered) {
-        ARCA_TRY(std::string password, std::move(kept));
-        wipe(password);
-        return false;
-    }
-    if (!kept) {
-        ARCA_TRY(kept, generatePassword());
-        ARCA_CHECK(keys.keep(repository.uuid(), node, *kept));
-    }
-    ARCA_CHECK(repository.nodes().registerNode(node, *kept));
-    wipe(*kept);
-    return true;
-}
-
-Result<bool> registerPrompted(store::Repository &repository, const std::string &node,
-                              bool fromStandardInput)
-{
-    ARCA_TRY(const bool registered, repository.nodes().isRegistered(node));
-    if (registered)
-        return false;
-    ARCA_TRY(std::string password, newPassword(node, fromStandardInput));
-    auto done = repository.nodes().registerNode(node, password);
-    wipe(password);
-    ARCA_CHECK(std::move(done));
-    return true;
 }
 
 /// Shown before the repository gets it, so that it never has one that nobody saw. A run that stops
@@ -129,23 +82,15 @@ Result<void> init(const Command &command, bool fromStandardInput, Json &result)
         fmt::print("Repository  {} ({})\n", repository.shownName(),
                    opened.made ? "made now" : "was there, left as it is");
     ARCA_CHECK(makeRecoveryKey(repository, command, result));
-    const bool generate = options.passwordAccess == config::PasswordAccess::generate;
-    ARCA_TRY(const bool registered, generate
-                                        ? registerGenerated(repository, options, node)
-                                        : registerPrompted(repository, node, fromStandardInput));
+    ARCA_TRY(const bool registered, registerNode(repository, options, node, fromStandardInput));
 
     result["node"] = node;
     result["registered"] = registered;
-    if (generate)
+    if (options.passwordAccess == config::PasswordAccess::generate)
         result["passwordFile"] = config::NodeKeys(options.file).path();
     if (command.json)
         return {};
-    fmt::print("Node        {} ({})\n", node, registered ? "registered now" : "was registered");
-    if (generate)
-        fmt::print("Password    kept in {}; keep a copy in a safe place\n",
-                   config::NodeKeys(options.file).path());
-    else
-        fmt::print("Password    supplied by the application (PASSWORDACCESS prompt)\n");
+    showRegistration(options, node, registered);
     return {};
 }
 

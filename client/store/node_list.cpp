@@ -1,0 +1,102 @@
+// Nodes as they are found: by their records, and what is left of one that is being removed by its
+// filespaces, which go last.
+#include "client/store/node_list.h"
+
+#include "client/base/text.h"
+#include "client/store/filespace.h"
+#include "client/store/node_record.h"
+#include "client/store/node_space.h"
+
+#include <algorithm>
+#include <set>
+
+namespace arca::store
+{
+
+namespace
+{
+
+/// What stands between the first two slashes of "ROOM/KEY/...", under one room.
+Result<std::set<std::string>> keysUnder(blob::BlobStore &store, const std::string &room)
+{
+    std::set<std::string> keys;
+    ARCA_CHECK(store.list(room, [&](const std::string &name) {
+        keys.insert(name.substr(room.size(), name.find('/', room.size()) - room.size()));
+        return true;
+    }));
+    return keys;
+}
+
+Result<std::uint64_t> countUnder(blob::BlobStore &store, const std::string &prefix)
+{
+    std::uint64_t count = 0;
+    ARCA_CHECK(store.list(prefix, [&](const std::string &) {
+        ++count;
+        return true;
+    }));
+    return count;
+}
+
+/// Also the node's name, which every record of a filespace tells.
+Result<void> addFilespaces(blob::BlobStore &store, NodeSummary &node)
+{
+    const std::string prefix = "filespaces/" + node.key + "/";
+    ARCA_TRY(const auto hashes, keysUnder(store, prefix));
+    for (const std::string &hash : hashes) {
+        ARCA_TRY(const auto state, NumberedRecord(store, prefix + hash).latest());
+        if (!state)
+            continue;
+        ARCA_TRY(const Filespace filespace, decodeFilespace(state->bytes));
+        node.name = filespace.node;
+        if (!filespace.deleted)
+            node.filespaces.push_back(filespace.name);
+    }
+    std::sort(node.filespaces.begin(), node.filespaces.end());
+    return {};
+}
+
+Result<NodeSummary> summarise(blob::BlobStore &store, const std::string &key)
+{
+    NodeSummary node;
+    node.key = key;
+    ARCA_CHECK(addFilespaces(store, node));
+    ARCA_TRY(const auto state, NumberedRecord(store, "nodes/" + key).latest());
+    node.registered = state.has_value();
+    if (state) {
+        ARCA_TRY(const NodeRecord record, decodeNodeRecord(state->bytes));
+        node.name = record.node;
+    }
+    ARCA_TRY(node.pieces, countUnder(store, "pieces/" + key + "/"));
+    ARCA_TRY(node.inactive, countUnder(store, "inactive/" + key + "/"));
+    ARCA_TRY(node.packs, countUnder(store, "packs/" + key + "/"));
+    return node;
+}
+
+} // namespace
+
+Result<std::vector<NodeSummary>> listNodes(blob::BlobStore &store)
+{
+    ARCA_TRY(std::set<std::string> keys, keysUnder(store, "nodes/"));
+    ARCA_TRY(const auto left, keysUnder(store, "filespaces/"));
+    keys.insert(left.begin(), left.end());
+    std::vector<NodeSummary> nodes;
+    for (const std::string &key : keys) {
+        ARCA_TRY(NodeSummary node, summarise(store, key));
+        if (!node.name.empty()) // else it went meanwhile
+            nodes.push_back(std::move(node));
+    }
+    std::sort(nodes.begin(), nodes.end(),
+              [](const auto &a, const auto &b) { return a.name < b.name; });
+    return nodes;
+}
+
+Result<NodeSummary> summaryOf(blob::BlobStore &store, const std::string &node)
+{
+    ARCA_TRY(const std::string key, nodeKey(node));
+    ARCA_TRY(NodeSummary summary, summarise(store, key));
+    if (summary.name != node)
+        return Error{ErrorKind::notFound, "there is no node " + printable(node)};
+    return summary;
+}
+
+} // namespace arca::store

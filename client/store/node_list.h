@@ -1,0 +1,30 @@
+// The nodes of a repository as its administrator sees them, without the keys of any.
+#ifndef KEEL_CLIENT_STORE_NODE_LIST_H
+#define KEEL_CLIENT_STORE_NODE_LIST_H
+
+#include "client/blob/blob_store.h"
+
+#include <string>
+#include <vector>
+
+namespace arca::store
+{
+
+struct NodeSummary {
+    std::string name;
+    std::string key;        // in blob names
+    bool registered = true; // false: its removal was begun and not finished
+    std::vector<std::string> filespaces;
+    std::uint64_t pieces = 0;
+    std::uint64_t inactive = 0; // versions that are kept without having the name
+    std::uint64_t packs = 0;
+};
+
+/// By name. What comes or goes meanwhile may be counted or not.
+Result<std::vector<NodeSummary>> listNodes(blob::BlobStore &store);
+/// One of them; `notFound`.
+Result<NodeSummary> summaryOf(blob::BlobStore &store, const std::string &node);
+
+} // namespace arca::store
+
+#endif

@@ -1,0 +1,105 @@
+// Removing a node: see the header for the order.
+#include "client/store/node_removal.h"
+
+#include "client/base/text.h"
+#include "client/store/filespace.h"
+#include "client/store/grant.h"
+#include "client/store/node_list.h"
+
+#include <set>
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr std::string_view kFilespaces = "filespaces/";
+constexpr std::string_view kRooms[] = {"access/",  "grants/",  "pieces/",  "inactive/", "groups/",
+                                       "objects/", "changes/", "reclaim/", "packs/"};
+
+std::string prefixOf(std::string_view room, const std::string &key)
+{
+    return std::string(room) + key + "/";
+}
+
+Result<void> deleteFilespaces(blob::BlobStore &store, const std::string &key)
+{
+    std::set<std::string> records;
+    ARCA_CHECK(store.list(prefixOf(kFilespaces, key), [&](const std::string &name) {
+        records.insert(name.substr(0, name.rfind('/')));
+        return true;
+    }));
+    for (const std::string &prefix : records) {
+        NumberedRecord record(store, prefix);
+        ARCA_TRY(const auto state, record.latest());
+        if (!state)
+            continue;
+        ARCA_TRY(Filespace filespace, decodeFilespace(state->bytes));
+        filespace.deleted = true;
+        ARCA_CHECK(record.write(state->number, encodeFilespace(filespace)));
+    }
+    return {};
+}
+
+/// Removes the blobs of a room as they are listed. False when `step` said stop.
+class Sweep
+{
+public:
+    Sweep(blob::BlobStore &store, const RemovalStep &step) : store_(store), step_(step) {}
+
+    Result<bool> clear(const std::string &prefix)
+    {
+        Result<void> done;
+        bool goOn = true;
+        auto listed = store_.list(prefix, [&](const std::string &name) {
+            done = removeBlob(store_, name);
+            if (!done && done.error().kind == ErrorKind::notFound)
+                done = {};
+            goOn = step_(++removed_);
+            return done && goOn;
+        });
+        ARCA_CHECK(std::move(done));
+        ARCA_CHECK(std::move(listed));
+        return goOn;
+    }
+
+private:
+    blob::BlobStore &store_;
+    const RemovalStep &step_;
+    std::uint64_t removed_ = 0;
+};
+
+} // namespace
+
+Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const RemovalStep &step)
+{
+    ARCA_TRY(const NodeSummary known, summaryOf(store, node));
+    ARCA_TRY(const auto reclaiming, store.tryLock("reclaim-" + known.key));
+    if (!reclaiming)
+        return Error{ErrorKind::conflict,
+                     "packs of node " + printable(node) + " are being reclaimed; try again later"};
+    ARCA_TRY(const auto turn, store.lock("change-" + known.key));
+    ARCA_CHECK(NumberedRecord(store, "nodes/" + known.key).remove());
+    ARCA_CHECK(deleteFilespaces(store, known.key));
+    Sweep sweep(store, step);
+    for (const std::string_view room : kRooms) {
+        ARCA_TRY(const bool cleared, sweep.clear(prefixOf(room, known.key)));
+        if (!cleared)
+            return false;
+    }
+    return sweep.clear(prefixOf(kFilespaces, known.key));
+}
+
+Result<bool> isHalfRemoved(blob::BlobStore &store, const std::string &key)
+{
+    bool some = false;
+    for (const std::string_view room : {kFilespaces, std::string_view("pieces/")})
+        ARCA_CHECK(store.list(prefixOf(room, key), [&](const std::string &) {
+            some = true;
+            return false;
+        }));
+    return some;
+}
+
+} // namespace arca::store

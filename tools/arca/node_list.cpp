@@ -1,0 +1,61 @@
+// arca node list: who keeps pieces in the repository.
+#include "client/store/node_list.h"
+#include "client/store/repository.h"
+#include "tools/arca/node_verbs.h"
+#include "tools/common/table.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+Json jsonOf(const store::NodeSummary &node)
+{
+    return {
+        {"node", node.name},     {"registered", node.registered}, {"filespaces", node.filespaces},
+        {"pieces", node.pieces}, {"inactive", node.inactive},     {"packs", node.packs}};
+}
+
+Result<void> list(const Command &command, Json &result)
+{
+    ARCA_TRY(const config::Options options, optionsOf(command));
+    ARCA_TRY(const auto repository, store::Repository::open(options.repository));
+    result["repository"] = repository->shownName();
+    ARCA_TRY(const auto nodes, store::listNodes(repository->blobs()));
+    using tools::Align;
+    tools::Table table({{"Node"},
+                        {"Pieces", Align::kRight},
+                        {"Inactive", Align::kRight},
+                        {"Packs", Align::kRight},
+                        {"Filespaces"}});
+    Json &shown = result["nodes"] = Json::array();
+    for (const store::NodeSummary &node : nodes) {
+        shown.push_back(jsonOf(node));
+        table.add({node.name, std::to_string(node.pieces), std::to_string(node.inactive),
+                   std::to_string(node.packs),
+                   node.registered ? fmt::format("{}", fmt::join(node.filespaces, " "))
+                                   : "its removal is not finished: arca node remove " + node.name});
+    }
+    if (!command.json)
+        fmt::print("{}", table.text());
+    return {};
+}
+
+} // namespace
+
+void addNodeList(CLI::App &verb, Command &command)
+{
+    CLI::App *inner = verb.add_subcommand("list", "Show the nodes, and how much each keeps");
+    addCommonOptions(*inner, command);
+    inner->footer("Example: arca node list --json");
+    inner->callback([&command] {
+        command.verb = "node list";
+        command.run = [&command](Json &result) { return list(command, result); };
+    });
+}
+
+} // namespace arca::tool

@@ -1,0 +1,85 @@
+// arca node passwd: a new password for a node that lost its own.
+#include "client/base/hash.h"
+#include "client/base/password.h"
+#include "client/base/text.h"
+#include "client/config/node_keys.h"
+#include "client/store/repository.h"
+#include "tools/arca/node_verbs.h"
+#include "tools/arca/secrets.h"
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+struct Asked {
+    std::string node;
+    bool recovery = false;
+    bool fromStandardInput = false;
+};
+
+/// A kept password is durable before the repository knows it: a run that stops in between has lost
+/// nothing that was not lost before, and is finished by the next.
+Result<std::string> freshPassword(const Asked &asked, const config::Options &options,
+                                  const std::string &uuid)
+{
+    if (options.passwordAccess == config::PasswordAccess::prompt)
+        return newPassword(asked.node, asked.fromStandardInput);
+    ARCA_TRY(std::string password, generatePassword());
+    ARCA_CHECK(config::NodeKeys(options.file).keep(uuid, asked.node, password));
+    return password;
+}
+
+Result<void> recover(const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const config::Options options, optionsOf(command));
+    ARCA_TRY(const auto repository, store::Repository::open(options.repository));
+    ARCA_TRY(const SecretKey key, recoveryKey(asked.fromStandardInput));
+    // Before anything is asked for or replaced: a key that opens nothing must not cost the password
+    // that is kept now.
+    ARCA_CHECK(repository->nodes().recover(asked.node, key));
+    ARCA_TRY(std::string password, freshPassword(asked, options, repository->uuid()));
+    auto done = repository->nodes().recover(asked.node, key, password);
+    wipe(password);
+    ARCA_CHECK(std::move(done));
+
+    const bool generate = options.passwordAccess == config::PasswordAccess::generate;
+    const std::string kept = config::NodeKeys(options.file).path();
+    result["repository"] = repository->shownName();
+    result["node"] = asked.node;
+    if (generate)
+        result["passwordFile"] = kept;
+    if (!command.json)
+        fmt::print("Node {} has a new password, {}\n", printable(asked.node),
+                   generate ? "kept in " + kept + "; keep a copy in a safe place"
+                            : "supplied by the application (PASSWORDACCESS prompt)");
+    return {};
+}
+
+} // namespace
+
+void addNodePasswd(CLI::App &verb, Command &command)
+{
+    CLI::App *passwd = verb.add_subcommand(
+        "passwd", "Give a node whose password is lost a new one, by the recovery key");
+    addCommonOptions(*passwd, command);
+    auto asked = std::make_shared<Asked>();
+    passwd->add_option("NODE", asked->node, "Name of the node")->required();
+    passwd->add_flag("--recovery", asked->recovery, "Prove it with the recovery key")->required();
+    passwd->add_flag("--stdin", asked->fromStandardInput,
+                     "Read the recovery key, and with PASSWORDACCESS prompt the new password, from "
+                     "standard input: a line each");
+    passwd->footer(
+        "Example: arca node passwd dbhost1 --recovery --optfile /etc/arca.opt\n"
+        "The recovery key is what arca init showed when it made the repository. What the "
+        "node has stored stays as it is.");
+    passwd->callback([&command, asked] {
+        command.verb = "node passwd";
+        command.run = [&command, asked](Json &result) { return recover(command, *asked, result); };
+    });
+}
+
+} // namespace arca::tool
