@@ -1,17 +1,24 @@
-// Reading ahead. One mutex guards the queues; reading, opening and copying are done without it.
+// Putting a stream together ahead of its reader. One thread plans: which frames the next part of
+// the stream needs, and where their bytes come to lie in the window. It waits with each frame until
+// the stream was planned well beyond it, so that all that is near is taken from it at once, and
+// fetches many together. Workers open and expand a frame and put its bytes into their places. The
+// caller's thread only copies from the front.
+//
+// One mutex guards the window's book-keeping and the queue of work; reading, opening and copying
+// are done without it.
 #include "client/engine/stream_reader.h"
 
 #include "client/base/thread.h"
+#include "client/engine/frame_fetcher.h"
 #include "client/engine/outcome.h"
-#include "client/engine/restore_plan.h"
+#include "client/engine/restore_window.h"
 #include "client/engine/stream_writer.h"
 
 #include <algorithm>
 #include <condition_variable>
-#include <cstdlib>
 #include <deque>
+#include <map>
 #include <mutex>
-#include <new>
 
 namespace arca::engine
 {
@@ -19,94 +26,88 @@ namespace arca::engine
 namespace
 {
 
-constexpr std::size_t kAlignment = 4096;
-constexpr std::uint64_t kMaxRead = std::uint64_t{4} << 20;
-constexpr std::size_t kMaxExtents = 8192;
+constexpr std::uint64_t kFetchTogether = std::uint64_t{3} << 20;
+constexpr std::size_t kWorthWaking = std::size_t{1} << 20;
 
-struct Free {
-    void operator()(std::byte *bytes) const { std::free(bytes); }
-};
-using Aligned = std::shared_ptr<std::byte>;
-
-Aligned allocateAligned(std::size_t bytes)
-{
-    auto *const memory = static_cast<std::byte *>(std::aligned_alloc(kAlignment, bytes));
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return Aligned(memory, Free());
-}
-
-/// A frame that the caller will need, or needed not long ago.
-struct Piece {
-    std::shared_ptr<PackLayout> pack;
-    std::uint32_t number = 0;
-    Aligned read; // keeps what was read until it is expanded
-    ByteView sealed;
-    Bytes raw;
-    bool ready = false;
-    std::size_t awaited = 0; // extents in the queue that are of it
-    std::uint64_t used = 0;
-
-    const FrameEntry &entry() const { return pack->frames[number]; }
-};
-using PiecePtr = std::shared_ptr<Piece>;
-
-struct Queued {
-    PiecePtr piece; // null: zeros
+/// Bytes of a frame, and where in the stream they belong.
+struct Part {
     std::uint32_t offset = 0;
-    std::uint64_t length = 0;
-    bool ends = false; // of what was taken off the queue: nothing of it is left there
-
-    bool isReady() const { return !piece || piece->ready; }
+    std::size_t length = 0;
+    std::uint64_t position = 0;
 };
+
+/// A frame to expand; without one, zeros.
+struct Task {
+    FetchedFrame frame;
+    std::vector<Part> parts; // the first is the nearest one
+
+    void add(const Part &part)
+    {
+        if (!parts.empty() && parts.back().offset + parts.back().length == part.offset &&
+            parts.back().position + parts.back().length == part.position)
+            parts.back().length += part.length;
+        else
+            parts.push_back(part);
+    }
+};
+using TaskPtr = std::unique_ptr<Task>;
 
 class ReadAhead final : public StreamReader
 {
 public:
     ReadAhead(const PackStore &packs, const Settings &settings, RunSource &runs)
-        : plan_(packs, runs), workers_(workersFor(settings)),
-          maxPieces_(std::max<std::size_t>(16, settings.memory / 2 / kFrameBytes))
+        : plan_(packs, runs), fetcher_(settings.memory / 4), workers_(workersFor(settings)),
+          portion_(settings.memory / 16), horizon_(settings.memory / 16 * 5),
+          window_(settings.memory / 2)
     {
     }
     ~ReadAhead() override;
 
-    Result<void> start();
+    void start();
     Result<std::size_t> read(std::span<std::byte> into) override;
 
 private:
     using Lock = std::unique_lock<std::mutex>;
-    using Key = std::pair<PackId, std::uint32_t>;
 
-    void readPacks();
-    Result<void> readBatch(std::vector<PiecePtr> &batch);
-    Result<void> readGroup(std::span<const PiecePtr> group);
-    PiecePtr pieceFor(const Extent &extent, std::vector<PiecePtr> &batch);
-    static Key keyOf(const Extent &extent);
-    bool haveRoomFor(const Extent &extent);
-    std::size_t takeReady(std::size_t wanted);
-    Result<void> copyOut(std::span<std::byte> into);
-    void giveBack();
+    void lookAhead();
+    Result<void> planPortion(std::size_t room);
+    Result<void> place(const Extent &extent);
+    Result<void> dispatchDue();
+    Result<void> dispatch(std::vector<TaskPtr> tasks);
     void expand();
+    Result<void> fill(Task &task, FrameCoder &coder, Bytes &scratch);
+    void put(const Part &part, ByteView bytes);
     void failForMemory();
     void wakeAll();
     bool isOver() const { return stopping_ || outcome_.failed(); }
-    template <class Part> void guarded(Part part);
+    /// Whether the caller's thread goes on. For each little portion it would take a processor away
+    /// from a worker. What is being fetched at any time is more than this.
+    bool isWorthWaking() const
+    {
+        return window_.ready() >= kWorthWaking ||
+               (window_.isClosed() && (window_.ready() > 0 || window_.atEnd()));
+    }
+    template <class Work> void guarded(Work work);
 
-    RestorePlan plan_;          // of the thread that reads
-    std::vector<Queued> taken_; // of the caller's thread
+    // Of the thread that looks ahead.
+    RestorePlan plan_;
+    FrameFetcher fetcher_;
+    std::optional<Extent> rest_; // what did not fit into the window any more
+    std::uint64_t planned_ = 0;
+    bool allPlanned_ = false;
+    std::deque<TaskPtr> pending_; // not yet fetched, in the order of the stream
+    std::map<std::pair<const PackLayout *, std::uint32_t>, Task *> open_; // the frames among them
+
     const unsigned workers_;
-    const std::size_t maxPieces_;
+    const std::size_t portion_; // so much is planned at a time,
+    const std::size_t horizon_; // and so far beyond a frame, before it is fetched
 
-    std::mutex mutex_; // guards all below
+    std::mutex mutex_; // guards all below, but for the memory of the window
     std::condition_variable room_;
     std::condition_variable work_;
     std::condition_variable ready_;
-    std::map<Key, PiecePtr> pieces_;
-    std::uint64_t clock_ = 0;
-    std::deque<PiecePtr> toExpand_;
-    std::deque<Queued> queue_;
-    bool planned_ = false;     // the queue holds all that is left
-    bool readerWaits_ = false; // the thread that reads, for room
+    RestoreWindow window_;
+    std::deque<TaskPtr> toExpand_;
     bool stopping_ = false;
     Outcome outcome_;
 
@@ -123,14 +124,13 @@ ReadAhead::~ReadAhead()
     threads_.clear(); // joins
 }
 
-Result<void> ReadAhead::start()
+void ReadAhead::start()
 {
     const auto noMemory = [this] { failForMemory(); };
     threads_.reserve(workers_ + 1);
-    threads_.emplace_back([this] { guarded([this] { readPacks(); }); }, noMemory);
+    threads_.emplace_back([this] { guarded([this] { lookAhead(); }); }, noMemory);
     for (unsigned i = 0; i < workers_; ++i)
         threads_.emplace_back([this] { guarded([this] { expand(); }); }, noMemory);
-    return {};
 }
 
 void ReadAhead::failForMemory()
@@ -149,10 +149,10 @@ void ReadAhead::wakeAll()
     ready_.notify_all();
 }
 
-template <class Part> void ReadAhead::guarded(Part part)
+template <class Work> void ReadAhead::guarded(Work work)
 {
     try {
-        part();
+        work();
     } catch (...) {
         const std::lock_guard hold(mutex_);
         outcome_.failByException();
@@ -160,154 +160,184 @@ template <class Part> void ReadAhead::guarded(Part part)
     wakeAll();
 }
 
-ReadAhead::Key ReadAhead::keyOf(const Extent &extent)
+void ReadAhead::lookAhead()
 {
-    return {extent.pack->pack->which().id, extent.frame};
-}
-
-/// Whether one more extent may be queued. If its frame must be read for it, the one that was used
-/// longest ago goes.
-bool ReadAhead::haveRoomFor(const Extent &extent)
-{
-    if (queue_.size() >= kMaxExtents)
-        return false;
-    if (!extent.pack || pieces_.size() < maxPieces_ || pieces_.contains(keyOf(extent)))
-        return true;
-    auto oldest = pieces_.end();
-    for (auto at = pieces_.begin(); at != pieces_.end(); ++at)
-        if (at->second->awaited == 0 && at->second->ready &&
-            (oldest == pieces_.end() || at->second->used < oldest->second->used))
-            oldest = at;
-    if (oldest == pieces_.end())
-        return false;
-    pieces_.erase(oldest);
-    return true;
-}
-
-PiecePtr ReadAhead::pieceFor(const Extent &extent, std::vector<PiecePtr> &batch)
-{
-    PiecePtr &piece = pieces_[keyOf(extent)];
-    if (!piece) {
-        piece = std::make_shared<Piece>();
-        piece->pack = extent.pack;
-        piece->number = extent.frame;
-        batch.push_back(piece);
-    }
-    ++piece->awaited;
-    return piece;
-}
-
-void ReadAhead::readPacks()
-{
-    std::vector<PiecePtr> batch;
-    std::uint64_t batchBytes = 0;
-    const auto dispatch = [&]() -> Result<void> {
-        auto done = readBatch(batch);
-        batch.clear();
-        batchBytes = 0;
-        return done;
-    };
-    for (;;) {
-        auto extent = plan_.next();
-        Result<void> done = extent ? Result<void>() : Result<void>(extent.error());
-        // What the caller waits for must be on its way before waiting for the caller.
-        if (done && (!*extent || batchBytes >= kMaxRead))
-            done = dispatch();
-        Lock lock(mutex_);
-        if (done && *extent && !haveRoomFor(**extent)) {
-            lock.unlock();
-            done = dispatch();
-            lock.lock();
-            readerWaits_ = true;
-            room_.wait(lock, [&] { return isOver() || haveRoomFor(**extent); });
-            readerWaits_ = false;
+    while (!allPlanned_) {
+        std::size_t room = 0;
+        {
+            Lock lock(mutex_);
+            room_.wait(lock, [&] { return isOver() || window_.room() >= portion_; });
+            if (isOver())
+                return;
+            room = window_.room();
         }
-        if (!done)
+        auto done = planPortion(room);
+        if (done)
+            done = dispatchDue();
+        if (!done) {
+            const std::lock_guard hold(mutex_);
             outcome_.fail(std::move(done).error());
-        planned_ = !isOver() && !*extent;
-        if (isOver() || planned_)
             return;
-        Queued queued{nullptr, (*extent)->offset, (*extent)->length, false};
-        if ((*extent)->pack) {
-            const std::size_t before = batch.size();
-            queued.piece = pieceFor(**extent, batch);
-            if (batch.size() != before)
-                batchBytes += batch.back()->entry().storedBytes;
         }
-        queue_.push_back(std::move(queued));
-        if (queue_.front().isReady())
-            ready_.notify_one();
     }
 }
 
-Result<void> ReadAhead::readBatch(std::vector<PiecePtr> &batch)
+/// Plans as much of the stream as the window has room for.
+Result<void> ReadAhead::planPortion(std::size_t room)
 {
-    // In the order of the packs, so that what lies together is read together; expanded in the order
-    // of the stream.
-    std::vector<PiecePtr> sorted = batch;
-    std::sort(sorted.begin(), sorted.end(), [](const PiecePtr &a, const PiecePtr &b) {
-        return std::pair(a->pack.get(), a->number) < std::pair(b->pack.get(), b->number);
-    });
-    for (std::size_t first = 0; first < sorted.size();) {
-        std::size_t end = first + 1;
-        const std::uint64_t start = sorted[first]->entry().offset;
-        while (end < sorted.size() && sorted[end]->pack == sorted[first]->pack &&
-               sorted[end]->number == sorted[end - 1]->number + 1 &&
-               sorted[end]->entry().offset + sorted[end]->entry().storedBytes - start <= kMaxRead)
-            ++end;
-        ARCA_CHECK(readGroup(std::span(sorted).subspan(first, end - first)));
-        first = end;
+    const std::uint64_t before = planned_;
+    while (planned_ - before < room) {
+        if (!rest_) {
+            ARCA_TRY(rest_, plan_.next());
+            allPlanned_ = !rest_;
+            if (allPlanned_)
+                break;
+        }
+        Extent now = *rest_;
+        now.length = std::min<std::uint64_t>(now.length, room - (planned_ - before));
+        ARCA_CHECK(place(now));
+        planned_ += now.length;
+        rest_->length -= now.length;
+        rest_->offset += static_cast<std::uint32_t>(now.pack ? now.length : 0);
+        if (rest_->length == 0)
+            rest_.reset();
     }
-    {
-        const std::lock_guard hold(mutex_);
-        toExpand_.insert(toExpand_.end(), batch.begin(), batch.end());
+    const std::lock_guard hold(mutex_);
+    window_.extend(static_cast<std::size_t>(planned_ - before));
+    if (allPlanned_) {
+        window_.close();
+        ready_.notify_one();
     }
-    work_.notify_all();
     return {};
 }
 
-Result<void> ReadAhead::readGroup(std::span<const PiecePtr> group)
+Result<void> ReadAhead::place(const Extent &extent)
 {
-    OpenPack &pack = *group.front()->pack->pack;
-    const FrameEntry &last = group.back()->entry();
-    const std::uint64_t end = last.offset + last.storedBytes;
-    const std::uint64_t start = group.front()->entry().offset / kAlignment * kAlignment;
-    const auto length =
-        static_cast<std::size_t>((end - start + kAlignment - 1) / kAlignment * kAlignment);
-    const Aligned memory = allocateAligned(length);
-    ARCA_TRY(const std::size_t got, pack.blob().read(start, {memory.get(), length}));
-    if (got < end - start)
-        return Error{ErrorKind::damaged, "the pack " + pack.blobName() + ": it was cut"};
-    for (const PiecePtr &piece : group) {
-        piece->read = memory;
-        piece->sealed =
-            ByteView(memory.get() + (piece->entry().offset - start), piece->entry().storedBytes);
+    const Part part{extent.offset, static_cast<std::size_t>(extent.length), planned_};
+    Task *task = nullptr;
+    if (extent.pack) {
+        if (extent.offset + extent.length > extent.pack->frames[extent.frame].rawBytes)
+            return Error{ErrorKind::damaged, "a run leads beyond its frame"};
+        Task *&known = open_[{extent.pack.get(), extent.frame}];
+        if (known != nullptr) {
+            known->add(part);
+            return {};
+        }
+        pending_.push_back(std::make_unique<Task>());
+        task = known = pending_.back().get();
+        task->frame.pack = extent.pack;
+        task->frame.number = extent.frame;
+    } else {
+        pending_.push_back(std::make_unique<Task>());
+        task = pending_.back().get();
     }
+    task->add(part);
+    return {};
+}
+
+/// What lies far enough back is fetched; nothing of what comes later will be near it.
+Result<void> ReadAhead::dispatchDue()
+{
+    std::vector<TaskPtr> due;
+    std::uint64_t bytes = 0;
+    while (!pending_.empty() &&
+           (allPlanned_ || pending_.front()->parts.front().position + horizon_ <= planned_)) {
+        const FetchedFrame &frame = pending_.front()->frame;
+        if (frame.pack) {
+            open_.erase({frame.pack.get(), frame.number});
+            bytes += frame.entry().storedBytes;
+        }
+        due.push_back(std::move(pending_.front()));
+        pending_.pop_front();
+        if (bytes >= kFetchTogether) {
+            ARCA_CHECK(dispatch(std::move(due)));
+            due.clear();
+            bytes = 0;
+        }
+    }
+    return dispatch(std::move(due));
+}
+
+Result<void> ReadAhead::dispatch(std::vector<TaskPtr> tasks)
+{
+    std::vector<FetchedFrame *> frames;
+    for (const TaskPtr &task : tasks)
+        if (task->frame.pack)
+            frames.push_back(&task->frame);
+    ARCA_CHECK(fetcher_.fetch(frames));
+    {
+        const std::lock_guard hold(mutex_);
+        for (TaskPtr &task : tasks)
+            toExpand_.push_back(std::move(task));
+    }
+    work_.notify_all();
     return {};
 }
 
 void ReadAhead::expand()
 {
     FrameCoder coder;
+    Bytes scratch;
     Lock lock(mutex_);
     for (;;) {
         work_.wait(lock, [&] { return isOver() || !toExpand_.empty(); });
         if (isOver())
             return;
-        const PiecePtr piece = toExpand_.front();
+        TaskPtr task = std::move(toExpand_.front());
         toExpand_.pop_front();
         lock.unlock();
-        const OpenPack &pack = *piece->pack->pack;
-        piece->raw.resize(piece->entry().rawBytes);
-        auto opened = coder.open(pack.cipher(), pack.which().id, piece->number, piece->entry(),
-                                 piece->sealed, piece->raw);
-        piece->read.reset();
+        auto done = fill(*task, coder, scratch);
+        task->frame = {};
         lock.lock();
-        if (!opened)
-            outcome_.fail(inContext(std::move(opened).error(), "the pack " + pack.blobName()));
-        piece->ready = true;
-        if (!queue_.empty() && queue_.front().piece == piece)
+        const bool wasWorthIt = isWorthWaking();
+        if (!done)
+            outcome_.fail(std::move(done).error());
+        else
+            for (const Part &part : task->parts)
+                window_.filled(part.position, part.length);
+        if (!done || (!wasWorthIt && isWorthWaking()))
             ready_.notify_one();
+    }
+}
+
+/// Brings the bytes of a task to their places in the window.
+Result<void> ReadAhead::fill(Task &task, FrameCoder &coder, Bytes &scratch)
+{
+    if (!task.frame.pack) {
+        for (const Part &part : task.parts)
+            put(part, {});
+        return {};
+    }
+    const OpenPack &pack = *task.frame.pack->pack;
+    const FrameEntry &entry = task.frame.entry();
+    const Part &first = task.parts.front();
+    const auto place = window_.memoryAt(first.position, first.length);
+    // A frame that is needed as it is goes straight to its place.
+    const bool whole = task.parts.size() == 1 && place.size() == entry.rawBytes;
+    if (!whole && scratch.size() < entry.rawBytes)
+        scratch.resize(std::max<std::size_t>(entry.rawBytes, kFrameBytes));
+    const auto raw = whole ? place : std::span(scratch).first(entry.rawBytes);
+    auto opened = coder.open(pack.cipher(), pack.which().id, task.frame.number, entry,
+                             task.frame.sealed, raw);
+    if (!opened)
+        return inContext(std::move(opened).error(), "the pack " + pack.blobName());
+    if (!whole)
+        for (const Part &part : task.parts)
+            put(part, raw.subspan(part.offset, part.length));
+    return {};
+}
+
+/// Empty bytes: zeros.
+void ReadAhead::put(const Part &part, ByteView bytes)
+{
+    for (std::size_t done = 0; done < part.length;) {
+        const auto room = window_.memoryAt(part.position + done, part.length - done);
+        if (bytes.empty())
+            std::fill(room.begin(), room.end(), std::byte{0});
+        else
+            std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(done), room.size(),
+                        room.begin());
+        done += room.size();
     }
 }
 
@@ -315,70 +345,26 @@ Result<std::size_t> ReadAhead::read(std::span<std::byte> into)
 {
     std::size_t filled = 0;
     while (filled < into.size()) {
-        std::size_t part = 0;
+        std::span<std::byte> ready;
         {
             Lock lock(mutex_);
-            ready_.wait(lock, [&] {
-                return isOver() || (queue_.empty() ? planned_ : queue_.front().isReady());
-            });
+            if (window_.ready() == 0)
+                ready_.wait(lock, [&] { return isOver() || isWorthWaking(); });
             ARCA_CHECK(outcome_.now());
-            part = takeReady(into.size() - filled);
+            if (window_.ready() == 0)
+                break;
+            ready =
+                window_.memoryAt(window_.front(), std::min(into.size() - filled, window_.ready()));
         }
-        if (part == 0)
-            break;
-        ARCA_CHECK(copyOut(into.subspan(filled, part)));
-        filled += part;
-        giveBack();
+        std::copy(ready.begin(), ready.end(), into.begin() + static_cast<std::ptrdiff_t>(filled));
+        filled += ready.size();
+        const std::lock_guard hold(mutex_);
+        const std::size_t before = window_.room();
+        window_.giveOut(ready.size());
+        if (before < portion_ && window_.room() >= portion_)
+            room_.notify_one();
     }
     return filled;
-}
-
-/// Takes what is ready off the queue, up to that many bytes; how many they are. Many at a time:
-/// with a piece that was pieced together over many days they are a block each.
-std::size_t ReadAhead::takeReady(std::size_t wanted)
-{
-    std::size_t bytes = 0;
-    while (bytes < wanted && !queue_.empty() && queue_.front().isReady()) {
-        Queued &front = queue_.front();
-        const auto part =
-            static_cast<std::size_t>(std::min<std::uint64_t>(front.length, wanted - bytes));
-        taken_.push_back({front.piece, front.offset, part, part == front.length});
-        bytes += part;
-        front.offset += static_cast<std::uint32_t>(front.piece ? part : 0);
-        front.length -= part;
-        if (front.length == 0)
-            queue_.pop_front();
-    }
-    return bytes;
-}
-
-Result<void> ReadAhead::copyOut(std::span<std::byte> into)
-{
-    for (const Queued &one : taken_) {
-        const auto length = static_cast<std::size_t>(one.length);
-        if (!one.piece)
-            std::fill_n(into.begin(), length, std::byte{0});
-        else if (one.offset + length <= one.piece->raw.size())
-            std::copy_n(one.piece->raw.begin() + one.offset, length, into.begin());
-        else
-            return Error{ErrorKind::damaged, "a run leads beyond its frame"};
-        into = into.subspan(length);
-    }
-    return {};
-}
-
-void ReadAhead::giveBack()
-{
-    const std::lock_guard hold(mutex_);
-    for (const Queued &one : taken_) {
-        if (!one.piece)
-            continue;
-        one.piece->awaited -= one.ends ? 1 : 0;
-        one.piece->used = ++clock_;
-    }
-    taken_.clear();
-    if (readerWaits_)
-        room_.notify_one();
 }
 
 } // namespace
@@ -387,7 +373,7 @@ Result<std::unique_ptr<StreamReader>> StreamReader::begin(const PackStore &packs
                                                           const Settings &settings, RunSource &runs)
 {
     auto reader = std::make_unique<ReadAhead>(packs, settings, runs);
-    ARCA_CHECK(reader->start());
+    reader->start();
     return std::unique_ptr<StreamReader>(std::move(reader));
 }
 

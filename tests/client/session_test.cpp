@@ -49,6 +49,43 @@ TEST_F(ClientTest, StreamsOfAnyLengthComeBackExactly)
     }
 }
 
+/// A database as it is on each of some days: on every day but the first, one block in seven is new.
+std::vector<std::string> databaseOfDays(std::size_t blocks, int days)
+{
+    constexpr std::size_t kBlock = 8192;
+    std::string stream = randomBytes(blocks * kBlock, 1);
+    for (std::size_t i = 0; i < blocks; ++i)
+        stream[i * kBlock] = '\x06';
+    std::fill_n(stream.begin() + (3 << 20), std::size_t{6} << 20, '\0');
+    std::vector<std::string> all{stream};
+    for (int day = 1; day < days; ++day) {
+        for (auto i = static_cast<std::size_t>(day); i < blocks; i += 7) {
+            const std::string fresh =
+                randomBytes(kBlock - 1, i * 100 + static_cast<std::size_t>(day));
+            stream.replace(i * kBlock + 1, fresh.size(), fresh);
+        }
+        all.push_back(stream);
+    }
+    return all;
+}
+
+// More than is kept in memory at a time, from many packs at once, with zeros in a row.
+TEST_F(ClientTest, APieceOfManyDaysComesBackExactly)
+{
+    ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK); // registers the filespace
+    hoxHandle_t handle = 0;
+    ASSERT_EQ(logOn(handle, nullptr, nullptr, "-memory=32 -threads=3 -compression=no"), HOX_RC_OK);
+    const auto days = databaseOfDays(3500, 4);
+    for (std::size_t day = 0; day < days.size(); ++day)
+        ASSERT_EQ(backUp(handle, "day" + std::to_string(day), days[day]), HOX_RC_OK);
+    for (const std::size_t block : {std::size_t{1} << 20, std::size_t{40960 + 512}})
+        EXPECT_TRUE(restore(handle, "day3", block) == days.back()) << block;
+    // The last day's changes before the oldest blocks: the same frames again and again.
+    const std::string twice = days.back() + days.front() + days.back();
+    ASSERT_EQ(backUp(handle, "mixed", twice), HOX_RC_OK);
+    EXPECT_TRUE(restore(handle, "mixed", 1 << 18) == twice);
+}
+
 TEST_F(ClientTest, NamesAreTakenToTheByte)
 {
     const hoxHandle_t handle = logOn();
