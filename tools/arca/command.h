@@ -30,7 +30,7 @@ struct UsageError : std::runtime_error {
 struct Command {
     std::string optionFile;
     bool json = false;
-    bool jsonLines = false; // the verb prints an object a line itself, and perform() nothing
+    bool ownJson = false; // the verb printed its object itself, and perform() prints none
     std::string verb;
 
     /// Does the work. Fills the object that --json prints, and prints for people when there is no
@@ -41,11 +41,15 @@ struct Command {
 // Each adds its verb to the program.
 void addAccess(CLI::App &app, Command &command);
 void addClass(CLI::App &app, Command &command);
+void addExpire(CLI::App &app, Command &command);
 void addInit(CLI::App &app, Command &command);
 void addKey(CLI::App &app, Command &command);
 void addLog(CLI::App &app, Command &command);
+void addLs(CLI::App &app, Command &command);
 void addNode(CLI::App &app, Command &command);
 void addReclaim(CLI::App &app, Command &command);
+void addRm(CLI::App &app, Command &command);
+void addShow(CLI::App &app, Command &command);
 void addStats(CLI::App &app, Command &command);
 void addVerify(CLI::App &app, Command &command);
 

@@ -43,7 +43,7 @@ int perform(const Command &command)
 {
     Json result = {{"verb", command.verb}, {"ok", true}};
     const int status = runVerb(command, result);
-    if (command.json && !command.jsonLines)
+    if (command.json && !command.ownJson)
         std::puts(result.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
     const bool written = std::ferror(stdout) == 0;
     if (std::fflush(stdout) == 0 && written)
@@ -70,11 +70,15 @@ int main(int argc, char **argv)
     arca::tool::Command command;
     arca::tool::addAccess(app, command);
     arca::tool::addClass(app, command);
+    arca::tool::addExpire(app, command);
     arca::tool::addInit(app, command);
     arca::tool::addKey(app, command);
     arca::tool::addLog(app, command);
+    arca::tool::addLs(app, command);
     arca::tool::addNode(app, command);
     arca::tool::addReclaim(app, command);
+    arca::tool::addRm(app, command);
+    arca::tool::addShow(app, command);
     arca::tool::addStats(app, command);
     arca::tool::addVerify(app, command);
     try {

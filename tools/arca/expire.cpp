@@ -1,0 +1,131 @@
+// arca expire: deletes the inactive versions that their management classes let go.
+#include "agents/common/maint/mtexpire.h"
+#include "agents/common/maint/mtlog.h"
+#include "client/base/text.h"
+#include "tools/arca/client_session.h"
+#include "tools/arca/interrupt.h"
+#include "tools/arca/node_session.h"
+#include "tools/arca/object_text.h"
+#include "tools/arca/selection.h"
+#include "tools/common/progress.h"
+
+#include <ctime>
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+struct Asked {
+    Selection selection;
+    bool dryRun = false, yes = false, fromStandardInput = false;
+};
+
+std::string amountText(const mtExpired_t &totals)
+{
+    return fmt::format("{} of {} inactive versions, {}, {} stored", totals.deleted, totals.inactive,
+                       sizeText(totals.size), sizeText(totals.storedSize));
+}
+
+Result<mtExpired_t> expire(ClientSession &client, const mtExpiry_t &expiry,
+                           const mtRemovalReport_t &report)
+{
+    ARCA_TRY(mtSession *const changing, client.second());
+    mtExpired_t totals;
+    const int rc = mtExpire(client.session(), *changing, expiry, report, totals);
+    if (!expiry.dryRun && totals.deleted != 0)
+        (void)mtLogAppend(*changing, HOX_SEVERITY_INFO, "ARCA011",
+                          "arca expire: " + amountText(totals) + " deleted");
+    if (rc == HOX_RC_ABORTED && interrupted())
+        return interruption(amountText(totals) + " expired; run it again for the rest");
+    ARCA_CHECK(answered(rc));
+    return totals;
+}
+
+/// Names what would go, unless nobody asked for that.
+Result<mtExpired_t> rehearse(ClientSession &client, mtExpiry_t expiry, bool named)
+{
+    expiry.dryRun = true;
+    return expire(client, expiry, [named](const mtObject_t &object, int) {
+        if (named)
+            fmt::print("{}  {:>10}  {}\n", idText(object.objId), sizeText(object.size),
+                       printable(object.fsName + object.hlName + object.llName, 2400));
+        return true;
+    });
+}
+
+Result<mtExpired_t> carryOut(ClientSession &client, const mtExpiry_t &expiry, std::uint64_t planned)
+{
+    tools::Progress progress("Expiring");
+    std::uint64_t done = 0;
+    catchInterrupts();
+    return expire(client, expiry, [&](const mtObject_t &, int) {
+        progress.show(++done, planned, 0);
+        return !interrupted();
+    });
+}
+
+Result<mtExpired_t> perform(ClientSession &client, const Command &command, const Asked &asked,
+                            const mtExpiry_t &expiry)
+{
+    if (asked.dryRun)
+        return rehearse(client, expiry, !command.json);
+    mtExpired_t planned;
+    if (!asked.yes) {
+        ARCA_TRY(planned, rehearse(client, expiry, false));
+        if (planned.deleted != 0)
+            ARCA_CHECK(confirm(amountText(planned) + ", go for good. Delete them?", false));
+    }
+    return carryOut(client, expiry, planned.deleted);
+}
+
+Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const mtFilter_t names, filterFrom(asked.selection));
+    ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
+    const mtExpiry_t expiry{names, std::time(nullptr), false};
+    ARCA_TRY(const mtExpired_t totals, perform(*client, command, asked, expiry));
+    result["dryRun"] = asked.dryRun;
+    result["versions"] = totals.looked;
+    result["inactive"] = totals.inactive;
+    result["expired"] = totals.deleted;
+    result["size"] = totals.size;
+    result["storedSize"] = totals.storedSize;
+    if (!command.json)
+        fmt::print("{}  {}\n", asked.dryRun ? "Would expire" : "Expired", amountText(totals));
+    return {};
+}
+
+} // namespace
+
+void addExpire(CLI::App &app, Command &command)
+{
+    CLI::App *verb =
+        app.add_subcommand("expire", "Delete inactive versions that their classes let go");
+    auto asked = std::make_shared<Asked>();
+    verb->add_option("PATTERN", asked->selection.pattern, "Only of pieces of such names");
+    verb->add_option("--filespace", asked->selection.filespace,
+                     "Only of filespaces of that name or pattern")
+        ->type_name("PATTERN");
+    verb->add_flag("--dry-run", asked->dryRun, "Say what would go; change nothing");
+    addYesOption(*verb, asked->yes);
+    addCommonOptions(*verb, command);
+    addPasswordOption(*verb, asked->fromStandardInput);
+    verb->footer(
+        "Example: arca expire --dry-run\n"
+        "An inactive version goes when it was made so more days ago than its class keeps it, or "
+        "when its class keeps no more versions than newer inactive ones there are. The active "
+        "version of a name never goes, nor its last one. Interrupt it as you like; run it "
+        "again for the rest. Space is given back by arca reclaim.");
+    verb->callback([&command, asked] {
+        command.verb = "expire";
+        command.run = [&command, asked](Json &result) {
+            return expireAll(command, *asked, result);
+        };
+    });
+}
+
+} // namespace arca::tool

@@ -1,0 +1,234 @@
+// arca ls: shows pieces. They are shown as they are found, however many there are; only what has to
+// be sorted is held.
+#include "client/base/text.h"
+#include "tools/arca/client_session.h"
+#include "tools/arca/moment.h"
+#include "tools/arca/node_session.h"
+#include "tools/arca/object_text.h"
+#include "tools/arca/piece_name.h"
+#include "tools/arca/selection.h"
+#include "tools/common/text.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <map>
+#include <tuple>
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+enum class Sort { stored, name, size };
+const std::map<std::string, Sort> kSorts = {
+    {"stored", Sort::stored}, {"name", Sort::name}, {"size", Sort::size}};
+
+struct Asked {
+    Selection selection;
+    Sort sort = Sort::stored;
+    bool longForm = false, tree = false, fromStandardInput = false;
+};
+
+/// A line of the list, short enough to hold many.
+struct Row {
+    std::string filespace, piece, className;
+    std::uint64_t id = 0, size = 0, storedSize = 0;
+    std::int64_t stored = 0, inactive = 0;
+
+    explicit Row(const dhoxBackupObject_t &object)
+        : filespace(object.objName.fsName), piece(pieceOf(object.objName)),
+          className(object.mcName), id(object.objId), size(object.size),
+          storedSize(object.storedSize), stored(object.insTime), inactive(object.inactTime)
+    {
+    }
+};
+
+struct Totals {
+    std::uint64_t objects = 0, size = 0, storedSize = 0;
+};
+
+class Printer
+{
+public:
+    explicit Printer(const Asked &asked) : asked_(asked) {}
+
+    void heading() const
+    {
+        if (asked_.tree)
+            return;
+        if (asked_.longForm)
+            fmt::print("{:<16}  {:>10}  {:>10}  {:<19}  {:<8}  {:<12}  {}\n", "Identifier", "Size",
+                       "Stored", "Since", "State", "Class", "Piece");
+        else
+            fmt::print("{:>10}  {:>8}  {}\n", "Size", "Age", "Piece");
+    }
+
+    void print(const Row &row)
+    {
+        if (asked_.tree)
+            printBranch(row);
+        else if (asked_.longForm)
+            fmt::print("{}  {:>10}  {:>10}  {:<19}  {:<8}  {:<12}  {}\n", idText(row.id),
+                       sizeText(row.size), sizeText(row.storedSize),
+                       tools::localTimeText(row.stored), row.inactive == 0 ? "active" : "inactive",
+                       printable(row.className), printable(row.filespace + "//" + row.piece, 2400));
+        else
+            fmt::print("{:>10}  {:>8}  {}{}\n", sizeText(row.size), ageText(now_ - row.stored),
+                       printable(row.piece, 1300), row.inactive == 0 ? "" : "  (inactive)");
+    }
+
+private:
+    void printBranch(const Row &row)
+    {
+        if (row.filespace != filespace_)
+            fmt::print("{}\n", printable(row.filespace, 1100));
+        if (row.filespace != filespace_ || row.piece != piece_)
+            fmt::print("    {}\n", printable(row.piece, 1300));
+        filespace_ = row.filespace;
+        piece_ = row.piece;
+        fmt::print("        {:>10}  {:>8}  {}{}\n", sizeText(row.size), ageText(now_ - row.stored),
+                   row.inactive == 0 ? "active" : "inactive for " + ageText(now_ - row.inactive),
+                   asked_.longForm ? "  " + idText(row.id) + "  " + printable(row.className) : "");
+    }
+
+    const Asked &asked_;
+    const std::int64_t now_ = std::time(nullptr);
+    std::string filespace_, piece_;
+};
+
+void sortRows(std::vector<Row> &rows, const Asked &asked)
+{
+    const auto byName = [](const Row &row) {
+        return std::tie(row.filespace, row.piece, row.stored, row.id);
+    };
+    if (asked.tree || asked.sort == Sort::name)
+        std::ranges::sort(rows, {}, byName);
+    else if (asked.sort == Sort::size)
+        std::ranges::stable_sort(rows, std::greater<>(), &Row::size);
+}
+
+/// One JSON object in all, with a line for each piece, so that neither side has to hold them.
+class JsonStream
+{
+public:
+    explicit JsonStream(const Json &head)
+    {
+        std::string text = head.dump(-1, ' ', false, Json::error_handler_t::replace);
+        text.pop_back();
+        fmt::print("{},\"objects\":[", text);
+    }
+    void add(const dhoxBackupObject_t &object)
+    {
+        fmt::print("{}\n{}", first_ ? "" : ",",
+                   jsonOf(object).dump(-1, ' ', false, Json::error_handler_t::replace));
+        first_ = false;
+    }
+    void end(const Result<void> &done, const Totals &totals)
+    {
+        Json tail = {{"count", totals.objects},
+                     {"size", totals.size},
+                     {"storedSize", totals.storedSize},
+                     {"ok", static_cast<bool>(done)}};
+        if (!done)
+            tail["error"] = done.error().text;
+        fmt::print("\n],{}\n", tail.dump(-1, ' ', false, Json::error_handler_t::replace).substr(1));
+    }
+
+private:
+    bool first_ = true;
+};
+
+void count(const dhoxBackupObject_t &object, Totals &totals)
+{
+    ++totals.objects;
+    totals.size += object.size;
+    totals.storedSize += object.storedSize;
+}
+
+Result<void> listJson(ClientSession &client, const mtFilter_t &filter, const Asked &asked,
+                      Json &result)
+{
+    Totals totals;
+    result.erase("ok");
+    JsonStream stream(result);
+    auto done = answered(mtQueryObjects(client.session(), filter, mtOrder_t::inserted,
+                                        [&](const dhoxBackupObject_t &object) {
+                                            stream.add(object);
+                                            count(object, totals);
+                                            return std::ferror(stdout) == 0;
+                                        }));
+    if (done && totals.objects == 0 && !asked.selection.pattern.empty())
+        done = noMatch(asked.selection);
+    stream.end(done, totals);
+    return done;
+}
+
+Result<void> listText(ClientSession &client, const mtFilter_t &filter, const Asked &asked)
+{
+    const bool held = asked.tree || asked.sort != Sort::stored;
+    std::vector<Row> rows;
+    Totals totals;
+    Printer printer(asked);
+    const auto done = answered(mtQueryObjects(client.session(), filter, mtOrder_t::inserted,
+                                              [&](const dhoxBackupObject_t &object) {
+                                                  if (totals.objects == 0)
+                                                      printer.heading();
+                                                  count(object, totals);
+                                                  if (held)
+                                                      rows.emplace_back(object);
+                                                  else
+                                                      printer.print(Row(object));
+                                                  return std::ferror(stdout) == 0;
+                                              }));
+    sortRows(rows, asked);
+    for (const Row &row : rows)
+        printer.print(row);
+    ARCA_CHECK(done);
+    if (totals.objects == 0 && !asked.selection.pattern.empty())
+        return noMatch(asked.selection);
+    fmt::print("{} {}, {}, {} stored\n", totals.objects, totals.objects == 1 ? "piece" : "pieces",
+               sizeText(totals.size), sizeText(totals.storedSize));
+    return {};
+}
+
+Result<void> list(Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
+    ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
+    if (!command.json)
+        return listText(*client, filter, asked);
+    command.ownJson = true;
+    return listJson(*client, filter, asked, result);
+}
+
+} // namespace
+
+void addLs(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand("ls", "Show pieces: names, sizes, ages");
+    auto asked = std::make_shared<Asked>();
+    verb->add_option("PATTERN", asked->selection.pattern,
+                     "Names of pieces: * stands for anything, ? for one character");
+    verb->add_flag("--long,-l", asked->longForm, "With identifier, class, state, stored size");
+    verb->add_flag("--tree", asked->tree, "By filespace and name, with the versions of each");
+    verb->add_option("--sort", asked->sort,
+                     "Order (stored, name, size); others than stored are "
+                     "held in memory")
+        ->transform(CLI::CheckedTransformer(kSorts, CLI::ignore_case))
+        ->type_name("stored|name|size");
+    addSelectionOptions(*verb, asked->selection);
+    addCommonOptions(*verb, command);
+    addPasswordOption(*verb, asked->fromStandardInput);
+    verb->footer("Example: arca ls 'df_*' --older 30d --larger 1G\n"
+                 "With --json the object has a line of its own for each piece.");
+    verb->callback([&command, asked] {
+        command.verb = "ls";
+        command.run = [&command, asked](Json &result) { return list(command, *asked, result); };
+    });
+}
+
+} // namespace arca::tool

@@ -1,0 +1,25 @@
+// Times and sizes as people type them, and ages as people read them.
+#ifndef KEEL_TOOLS_ARCA_MOMENT_H
+#define KEEL_TOOLS_ARCA_MOMENT_H
+
+#include "client/base/result.h"
+
+#include <cstdint>
+#include <string>
+
+namespace arca::tool
+{
+
+/// A time ago ("90m", "12h", "7d", "8w") or a UTC time ("2026-11-21", "2026-11-21T08:31",
+/// "2026-11-21T08:31:00Z") as seconds since 1970. `option` is named when it is neither.
+Result<std::int64_t> momentFrom(const std::string &text, const std::string &option);
+
+/// "4096", "500k", "10M", "1.5G", "2T": bytes, in powers of 1,024.
+Result<std::uint64_t> sizeFrom(const std::string &text, const std::string &option);
+
+/// "40 s", "5 min", "7 h", "12 d".
+std::string ageText(std::int64_t seconds);
+
+} // namespace arca::tool
+
+#endif

@@ -1,0 +1,74 @@
+// Which pieces: see the header.
+#include "tools/arca/selection.h"
+
+#include "client/base/text.h"
+#include "tools/arca/moment.h"
+
+namespace arca::tool
+{
+
+void addSelectionOptions(CLI::App &verb, Selection &selection)
+{
+    const struct {
+        const char *name;
+        std::string *value;
+        const char *help, *type;
+    } options[] = {
+        {"--filespace", &selection.filespace, "Of filespaces of that name or pattern", "PATTERN"},
+        {"--class", &selection.className, "Bound to that management class", "NAME"},
+        {"--owner", &selection.owner, "Of that owner", "NAME"},
+        {"--older", &selection.older, "Stored before then: a time ago (12h, 7d) or a UTC time",
+         "TIME"},
+        {"--newer", &selection.newer, "Stored since then", "TIME"},
+        {"--larger", &selection.larger, "Of that size (500k, 10M, 1.5G) or more", "SIZE"},
+        {"--smaller", &selection.smaller, "Of that size or less", "SIZE"},
+    };
+    for (const auto &option : options)
+        verb.add_option(option.name, *option.value, option.help)->type_name(option.type);
+    auto *inactive =
+        verb.add_flag("--inactive", selection.inactive, "Inactive versions, not the active ones");
+    verb.add_flag("--all", selection.all, "Active and inactive versions")->excludes(inactive);
+}
+
+Result<mtFilter_t> filterFrom(const Selection &selection)
+{
+    mtFilter_t filter;
+    // A full name, as messages and arca show have it, has its parts apart at "//".
+    const auto apart = selection.pattern.find("//");
+    if (selection.pattern.starts_with('/') && apart != std::string::npos) {
+        filter.fsName = selection.pattern.substr(0, apart);
+        filter.hlName = "/";
+        filter.llName = selection.pattern.substr(apart + 1);
+    } else if (!selection.pattern.empty()) {
+        filter.llName = "/" + selection.pattern;
+    }
+    if (!selection.filespace.empty())
+        filter.fsName = (selection.filespace.starts_with('/') ? "" : "/") + selection.filespace;
+    filter.mcName = selection.className;
+    filter.owner = selection.owner;
+    if (selection.all || selection.inactive)
+        filter.objState = selection.all ? HOX_STATE_ANY : HOX_STATE_INACTIVE;
+    if (!selection.older.empty()) {
+        ARCA_TRY(filter.insertedBefore, momentFrom(selection.older, "--older"));
+    }
+    if (!selection.newer.empty()) {
+        ARCA_TRY(filter.insertedFrom, momentFrom(selection.newer, "--newer"));
+    }
+    if (!selection.larger.empty()) {
+        ARCA_TRY(filter.minSize, sizeFrom(selection.larger, "--larger"));
+    }
+    if (!selection.smaller.empty()) {
+        ARCA_TRY(filter.maxSize, sizeFrom(selection.smaller, "--smaller"));
+    }
+    return filter;
+}
+
+Error noMatch(const Selection &selection)
+{
+    const std::string what = selection.inactive ? "no inactive version" : "no piece";
+    return {ErrorKind::notFound,
+            what + (selection.pattern.empty() ? " is there that fits"
+                                              : " matches " + printable(selection.pattern))};
+}
+
+} // namespace arca::tool

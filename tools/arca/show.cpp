@@ -1,0 +1,201 @@
+// arca show: everything that is known of a piece.
+#include "agents/common/maint/mtaccess.h"
+#include "agents/common/maint/mtpolicy.h"
+#include "client/base/text.h"
+#include "tools/arca/client_session.h"
+#include "tools/arca/moment.h"
+#include "tools/arca/node_session.h"
+#include "tools/arca/object_text.h"
+#include "tools/arca/piece_name.h"
+#include "tools/arca/selection.h"
+#include "tools/common/text.h"
+
+#include <ctime>
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+struct Asked {
+    Selection selection;
+    bool fromStandardInput = false;
+};
+
+/// A version, and what is known of it elsewhere.
+struct Version {
+    dhoxBackupObject_t object;
+    std::vector<std::string> group;   // what it leads
+    std::vector<std::string> readers; // nodes that may read it
+};
+
+bool covers(const qryRespAccessData &rule, const hoxObjName &name)
+{
+    const auto matches = [](std::string_view asked, std::string_view given) {
+        return asked == "/*" || asked == given;
+    };
+    return std::string_view(rule.objName.fsName) == name.fsName &&
+           matches(rule.objName.hlName, name.hlName) && matches(rule.objName.llName, name.llName);
+}
+
+/// In a session for another node's pieces nobody is told who else may read them.
+Result<std::vector<qryRespAccessData>> rulesOf(ClientSession &client)
+{
+    std::vector<qryRespAccessData> rules;
+    const int rc = mtAccessRules(client.session(), rules);
+    if (rc != HOX_RC_ACCESS_DENIED)
+        ARCA_CHECK(answered(rc));
+    return rules;
+}
+
+Result<std::vector<Version>> versionsOf(ClientSession &client, const Asked &asked)
+{
+    ARCA_TRY(mtFilter_t filter, filterFrom(asked.selection));
+    filter.objState = HOX_STATE_ANY;
+    std::vector<Version> versions;
+    // A name is meant, but it may hold what a pattern takes for more.
+    const auto exact = [&](const hoxObjName &name) {
+        return pieceOf(name) == asked.selection.pattern ||
+               pieceText(name) == asked.selection.pattern;
+    };
+    ARCA_CHECK(answered(mtQueryObjects(client.session(), filter, mtOrder_t::inserted,
+                                       [&](const dhoxBackupObject_t &object) {
+                                           if (exact(object.objName))
+                                               versions.push_back({object, {}, {}});
+                                           return true;
+                                       })));
+    ARCA_TRY(const auto rules, rulesOf(client));
+    for (Version &version : versions) {
+        ARCA_CHECK(answered(mtQueryGroup(client.session(), version.object.objId,
+                                         [&](const dhoxBackupObject_t &member) {
+                                             if (member.objId != version.object.objId)
+                                                 version.group.push_back(pieceOf(member.objName));
+                                             return true;
+                                         })));
+        for (const qryRespAccessData &rule : rules)
+            if (covers(rule, version.object.objName))
+                version.readers.emplace_back(rule.nodeName);
+    }
+    return versions;
+}
+
+std::string limitText(std::uint16_t value, const char *unlimited, const char *unit)
+{
+    return value == mtNoLimit ? unlimited : fmt::format("{} {}", value, unit);
+}
+
+std::string classText(const std::string &name, const std::vector<mtClass_t> &classes)
+{
+    for (const mtClass_t &known : classes)
+        if (known.name == name)
+            return fmt::format("{} (inactive: {}, {}{})", name,
+                               limitText(known.versionsKept, "any number", "versions"),
+                               limitText(known.daysKept, "for ever", "days"),
+                               known.isDeleted ? "; the class is deleted" : "");
+    return name + " (nobody knows that class)";
+}
+
+std::string savingsText(const dhoxBackupObject_t &object)
+{
+    if (object.size == 0 || object.storedSize >= object.size)
+        return "";
+    return fmt::format(" ({:.1f} % saved)", 100.0 - 100.0 * static_cast<double>(object.storedSize) /
+                                                        static_cast<double>(object.size));
+}
+
+std::string expiryText(const hoxDate &date)
+{
+    return date.year == 0 ? "never by age"
+                          : fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:02}", date.year,
+                                        date.month, date.day, date.hour, date.minute, date.second);
+}
+
+void line(const char *label, const std::string &text)
+{
+    fmt::print("{:<12}{}\n", label, printable(text, 4000));
+}
+
+void print(const Version &version, const std::vector<mtClass_t> &classes)
+{
+    const dhoxBackupObject_t &object = version.object;
+    const std::int64_t now = std::time(nullptr);
+    const Json told = jsonOf(object);
+    line("Piece", pieceText(object.objName));
+    line("Identifier", idText(object.objId));
+    line("State", object.inactTime == 0
+                      ? "active"
+                      : "inactive since " + tools::localTimeText(object.inactTime));
+    line("Stored",
+         tools::localTimeText(object.insTime) + " (" + ageText(now - object.insTime) + " ago)");
+    line("Size", fmt::format("{} ({} bytes)", sizeText(object.size), object.size));
+    line("Added", sizeText(object.storedSize) + " to the repository" + savingsText(object));
+    line("Treated", fmt::format("compressed: {}, duplicates looked for: {}, encryption: {}",
+                                object.objCompressed != 0 ? "yes" : "no",
+                                object.objDeduplicated != 0 ? "yes" : "no",
+                                told["encryption"].get<std::string>()));
+    line("Class", classText(object.mcName, classes));
+    line("Expires", object.inactTime == 0 ? "not while it is active" : expiryText(object.expDate));
+    line("Owner", object.owner[0] == '\0' ? "none" : object.owner);
+    line("Information", object.objInfo);
+    if (!version.group.empty())
+        line("Leads", fmt::format("{}", fmt::join(version.group, ", ")));
+    line("Readers", version.readers.empty() ? "this node only"
+                                            : fmt::format("{}", fmt::join(version.readers, ", ")));
+}
+
+Json jsonOfVersion(const Version &version)
+{
+    Json told = jsonOf(version.object);
+    told["expires"] =
+        version.object.expDate.year == 0 ? Json(nullptr) : Json(expiryText(version.object.expDate));
+    told["leads"] = version.group;
+    told["readers"] = version.readers;
+    return told;
+}
+
+Result<void> show(const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
+    ARCA_TRY(const auto versions, versionsOf(*client, asked));
+    std::vector<mtClass_t> classes;
+    ARCA_CHECK(answered(mtClasses(client->session(), true, classes)));
+    Json &shown = result["versions"] = Json::array();
+    for (const Version &version : versions) {
+        shown.push_back(jsonOfVersion(version));
+        if (!command.json) {
+            fmt::print("{}", &version == versions.data() ? "" : "\n");
+            print(version, classes);
+        }
+    }
+    if (versions.empty())
+        return Error{ErrorKind::notFound, "there is no piece " +
+                                              printable(asked.selection.pattern) +
+                                              "; arca ls shows those there are"};
+    return {};
+}
+
+} // namespace
+
+void addShow(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand("show", "Show everything that is known of a piece");
+    auto asked = std::make_shared<Asked>();
+    verb->add_option("PIECE", asked->selection.pattern, "Name of the piece, to the letter")
+        ->required();
+    verb->add_option("--filespace", asked->selection.filespace, "Only in that filespace")
+        ->type_name("NAME");
+    addCommonOptions(*verb, command);
+    addPasswordOption(*verb, asked->fromStandardInput);
+    verb->footer("Example: arca show df_12_1\n"
+                 "All versions are shown, active and inactive, the oldest first.");
+    verb->callback([&command, asked] {
+        command.verb = "show";
+        command.run = [&command, asked](Json &result) { return show(command, *asked, result); };
+    });
+}
+
+} // namespace arca::tool
