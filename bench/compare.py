@@ -199,7 +199,7 @@ class Run:
             for path in (self.args.dir, self.args.src):
                 os.makedirs(path, exist_ok=True)
             sources = self.sources(name, scenario)
-            for repetition in range(self.args.reps):
+            for repetition in range(self.args.first, self.args.first + self.args.reps):
                 for peer in scenario.peers:
                     self.measure(name, scenario, sources, peer, repetition)
             for path in (self.args.dir, self.args.src):
@@ -315,6 +315,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument('--scenario', default='.*', help='a pattern of names: ' + ', '.join(SCENARIOS))
     parser.add_argument('--reps', type=int, default=5)
+    parser.add_argument('--first', type=int, default=0, help='number of the first repetition, to go on with a run')
     parser.add_argument('--size', type=int, default=1024, help='MiB of a stream (some scenarios take half)')
     parser.add_argument('--root', default=f'{HERE}/../build/release/root')
     parser.add_argument('--dir', default='/var/tmp/keel-compare', help='where repositories are made, on disk')

@@ -34,6 +34,15 @@ if(KEEL_COVERAGE)
   add_link_options(--coverage)
 endif()
 
+# keel_component(VARIABLE DIRECTORY): the package that a directory of the installation belongs to.
+function(keel_component variable directory)
+  if(directory MATCHES "^oracle/")
+    set(${variable} keel-oracle PARENT_SCOPE)
+  else()
+    set(${variable} arca-tools PARENT_SCOPE)
+  endif()
+endfunction()
+
 # keel_foreign_library(TARGET OUTPUT_NAME DIRECTORY EXPORTS)
 # Makes a shared library fit to be loaded by a database: it exports what the file EXPORTS lists and nothing
 # else, and brings its own C++ runtime, hidden, so that an older one in the host does no harm. A sanitizer
@@ -51,13 +60,14 @@ function(keel_foreign_library target output directory exports)
   if(NOT KEEL_SANITIZE)
     target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc "LINKER:-z,defs")
   endif()
-  install(TARGETS ${target} LIBRARY DESTINATION "${KEEL_CLIENT_ROOT}/${directory}")
+  keel_component(component "${directory}")
+  install(TARGETS ${target} LIBRARY DESTINATION "${KEEL_CLIENT_ROOT}/${directory}" COMPONENT ${component})
 endfunction()
 
-# keel_program(TARGET): a program people run, laid out beside the libraries.
-function(keel_program target)
+# keel_program(TARGET COMPONENT): a program people run, laid out beside the libraries.
+function(keel_program target component)
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${KEEL_STAGE}/bin")
-  install(TARGETS ${target} RUNTIME DESTINATION "${KEEL_CLIENT_ROOT}/bin")
+  install(TARGETS ${target} RUNTIME DESTINATION "${KEEL_CLIENT_ROOT}/bin" COMPONENT ${component})
 endfunction()
 
 # keel_stage_file(SOURCE DIRECTORY [NAME]): a file of the installation that is not built.
@@ -67,5 +77,7 @@ function(keel_stage_file source directory)
     set(name "${ARGV2}")
   endif()
   configure_file("${source}" "${KEEL_STAGE}/${directory}/${name}" COPYONLY)
-  install(FILES "${source}" DESTINATION "${KEEL_CLIENT_ROOT}/${directory}" RENAME "${name}")
+  keel_component(component "${directory}")
+  install(FILES "${source}" DESTINATION "${KEEL_CLIENT_ROOT}/${directory}" RENAME "${name}"
+    COMPONENT ${component})
 endfunction()

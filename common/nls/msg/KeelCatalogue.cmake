@@ -7,6 +7,7 @@ find_program(KEEL_GENCAT gencat REQUIRED)
 function(keel_catalogues target root name directory)
   # The directories that the table of languages in common/nls/nlslanguage.cpp names.
   set(languages CS_CZ DE_DE EN_US ES_ES FR_FR HU_HU IT_IT JA_JP KO_KR PL_PL PT_BR RU_RU ZH_CN)
+  keel_component(component "${directory}")
   set(english "${root}/EN_US/${name}.msg")
   set(script "${CMAKE_SOURCE_DIR}/common/nls/msg/gencat.cmake")
   foreach(language IN LISTS languages)
@@ -22,7 +23,8 @@ function(keel_catalogues target root name directory)
       COMMENT "Compiling messages to ${directory}/${language}/${name}.cat"
       VERBATIM)
     list(APPEND outputs "${output}")
-    install(FILES "${output}" DESTINATION "${KEEL_CLIENT_ROOT}/${directory}/${language}")
+    install(FILES "${output}" DESTINATION "${KEEL_CLIENT_ROOT}/${directory}/${language}"
+      COMPONENT ${component})
   endforeach()
   add_custom_target(${target} ALL DEPENDS ${outputs})
 endfunction()
