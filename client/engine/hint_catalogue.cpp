@@ -8,11 +8,7 @@
 // costs nothing but a second copy of a block.
 #include "client/engine/hint_catalogue.h"
 
-#include <sqlite3.h>
-
 #include <cstring>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace arca::engine
 {
@@ -20,20 +16,12 @@ namespace arca::engine
 namespace
 {
 
-constexpr const char *kInMemory = ":memory:";
-constexpr int kBusyMilliseconds = 2000;
 constexpr const char *kSchema =
     "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-4096;"
     "CREATE TABLE IF NOT EXISTS about(name TEXT PRIMARY KEY, value) WITHOUT ROWID;"
     "CREATE TABLE IF NOT EXISTS packs(number INTEGER PRIMARY KEY, id BLOB NOT NULL UNIQUE);"
     "CREATE TABLE IF NOT EXISTS hints(key INTEGER NOT NULL, pack INTEGER NOT NULL,"
     " PRIMARY KEY(key, pack)) WITHOUT ROWID;";
-
-void makeDirectory(const std::string &path)
-{
-    (void)mkdir(path.substr(0, path.rfind('/')).c_str(), 0700);
-    (void)mkdir(path.c_str(), 0700);
-}
 
 std::int64_t keyOf(const BlockId &block)
 {
@@ -42,16 +30,12 @@ std::int64_t keyOf(const BlockId &block)
     return key;
 }
 
-void bindId(sqlite3_stmt *statement, int at, const PackId &pack)
+bool columnId(const StatementUse &use, PackId &pack)
 {
-    sqlite3_bind_blob(statement, at, pack.data(), static_cast<int>(pack.size()), SQLITE_TRANSIENT);
-}
-
-bool columnId(sqlite3_stmt *statement, int at, PackId &pack)
-{
-    if (sqlite3_column_bytes(statement, at) != static_cast<int>(pack.size()))
+    const ByteView bytes = use.bytes(0);
+    if (bytes.size() != pack.size())
         return false;
-    std::memcpy(pack.data(), sqlite3_column_blob(statement, at), pack.size());
+    std::copy(bytes.begin(), bytes.end(), pack.begin());
     return true;
 }
 
@@ -62,45 +46,16 @@ bool isSampled(const BlockId &block)
     return (std::to_integer<unsigned>(block[15]) & 31U) == 0;
 }
 
-void HintCatalogue::Closer::operator()(sqlite3 *connection) const
-{
-    sqlite3_close_v2(connection);
-}
-
-void HintCatalogue::Finisher::operator()(sqlite3_stmt *statement) const
-{
-    sqlite3_finalize(statement);
-}
-
-/// A prepared statement in use: reset in the end, so that it holds no lock.
-class HintCatalogue::Use
-{
-public:
-    explicit Use(const Statement &statement) : statement_(statement.get()) {}
-    ~Use()
-    {
-        sqlite3_reset(statement_);
-        sqlite3_clear_bindings(statement_);
-    }
-    Use(const Use &) = delete;
-    Use &operator=(const Use &) = delete;
-    sqlite3_stmt *get() const { return statement_; }
-    bool row() { return sqlite3_step(statement_) == SQLITE_ROW; }
-    bool done() { return sqlite3_step(statement_) == SQLITE_DONE; }
-
-private:
-    sqlite3_stmt *statement_;
-};
-
 HintCatalogue::HintCatalogue(const std::string &directory, const std::string &domain)
-    : path_(directory.empty() ? kInMemory : directory + "/" + domain + ".sqlite")
+    : database_(directory.empty() ? Database::kInMemory : directory + "/" + domain + ".sqlite")
 {
     if (!directory.empty())
-        makeDirectory(directory);
-    if (connect() && prepareSchema(domain))
+        makeCacheDirectory(directory);
+    if (database_.open() && prepareSchema(domain))
         return;
+    // Damaged, or another's.
     discard();
-    if (!connect() || !prepareSchema(domain))
+    if (!database_.open() || !prepareSchema(domain))
         disconnect();
 }
 
@@ -108,78 +63,47 @@ HintCatalogue::~HintCatalogue() = default;
 
 void HintCatalogue::disconnect()
 {
-    find_.reset();
-    addPack_.reset();
-    addHint_.reset();
-    connection_.reset();
+    for (Statement *statement : {&find_, &addPack_, &addHint_})
+        statement->reset();
+    database_.close();
 }
 
-/// Damaged, or another's. Whoever has it open goes on with a file that has no name any more.
 void HintCatalogue::discard()
 {
     disconnect();
-    if (path_ == kInMemory)
-        return;
-    for (const char *ending : {"", "-wal", "-shm"})
-        (void)unlink((path_ + ending).c_str());
+    database_.discard();
 }
 
 void HintCatalogue::lookAfterFailure()
 {
-    const int code = connection_ ? sqlite3_errcode(connection_.get()) & 0xff : SQLITE_OK;
-    if (code == SQLITE_CORRUPT || code == SQLITE_NOTADB)
+    if (database_.isDamaged())
         discard();
-}
-
-bool HintCatalogue::connect()
-{
-    sqlite3 *opened = nullptr;
-    const int code =
-        sqlite3_open_v2(path_.c_str(), &opened,
-                        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
-    connection_.reset(opened);
-    if (code != SQLITE_OK)
-        return false;
-    sqlite3_busy_timeout(opened, kBusyMilliseconds);
-    return true;
-}
-
-bool HintCatalogue::run(const char *sql)
-{
-    return sqlite3_exec(connection_.get(), sql, nullptr, nullptr, nullptr) == SQLITE_OK;
-}
-
-HintCatalogue::Statement HintCatalogue::prepare(const char *sql)
-{
-    sqlite3_stmt *made = nullptr;
-    if (sqlite3_prepare_v2(connection_.get(), sql, -1, &made, nullptr) != SQLITE_OK)
-        return nullptr;
-    return Statement(made);
 }
 
 bool HintCatalogue::prepareSchema(const std::string &domain)
 {
-    if (!run(kSchema))
+    if (!database_.run(kSchema))
         return false;
     {
-        const Statement whose = prepare("INSERT OR IGNORE INTO about VALUES('domain', ?1)");
+        const Statement whose =
+            database_.prepare("INSERT OR IGNORE INTO about VALUES('domain', ?1)");
         if (!whose)
             return false;
-        sqlite3_bind_text(whose.get(), 1, domain.data(), static_cast<int>(domain.size()),
-                          SQLITE_TRANSIENT);
-        (void)sqlite3_step(whose.get()); // a read-only file may still be read
+        StatementUse use(whose);
+        use.bind(1, domain);
+        (void)use.done(); // a read-only file may still be read
     }
-    const Statement asked = prepare("SELECT value FROM about WHERE name='domain'");
-    if (!asked || sqlite3_step(asked.get()) != SQLITE_ROW)
+    const Statement asked = database_.prepare("SELECT value FROM about WHERE name='domain'");
+    if (!asked)
         return false;
-    const auto *const said = reinterpret_cast<const char *>(sqlite3_column_text(asked.get(), 0));
-    if (said == nullptr || domain != said)
+    StatementUse use(asked);
+    if (!use.row() || use.text(0) != domain)
         return false;
-    find_ = prepare("SELECT p.id FROM hints h JOIN packs p ON p.number=h.pack WHERE h.key=?1"
-                    " ORDER BY h.pack DESC LIMIT ?2");
-    addPack_ = prepare("INSERT OR IGNORE INTO packs(id) VALUES(?1)");
-    addHint_ = prepare("INSERT OR IGNORE INTO hints"
-                       " SELECT ?1, number FROM packs WHERE id=?2");
+    find_ = database_.prepare("SELECT p.id FROM hints h JOIN packs p ON p.number=h.pack"
+                              " WHERE h.key=?1 ORDER BY h.pack DESC LIMIT ?2");
+    addPack_ = database_.prepare("INSERT OR IGNORE INTO packs(id) VALUES(?1)");
+    addHint_ = database_.prepare("INSERT OR IGNORE INTO hints"
+                                 " SELECT ?1, number FROM packs WHERE id=?2");
     return find_ && addPack_ && addHint_;
 }
 
@@ -187,15 +111,15 @@ std::vector<PackId> HintCatalogue::packsWith(const BlockId &block, std::size_t l
 {
     const std::lock_guard hold(mutex_);
     std::vector<PackId> found;
-    if (!connection_)
+    if (!database_.isOpen())
         return found;
     {
-        Use use(find_);
-        sqlite3_bind_int64(use.get(), 1, keyOf(block));
-        sqlite3_bind_int64(use.get(), 2, static_cast<std::int64_t>(limit));
+        StatementUse use(find_);
+        use.bind(1, keyOf(block));
+        use.bind(2, static_cast<std::int64_t>(limit));
         PackId pack;
         while (use.row())
-            if (columnId(use.get(), 0, pack))
+            if (columnId(use, pack))
                 found.push_back(pack);
     }
     lookAfterFailure();
@@ -205,41 +129,41 @@ std::vector<PackId> HintCatalogue::packsWith(const BlockId &block, std::size_t l
 void HintCatalogue::remember(const PackId &pack, const PackIndex &index)
 {
     const std::lock_guard hold(mutex_);
-    if (!connection_ || !run("BEGIN IMMEDIATE"))
+    if (!database_.isOpen() || !database_.run("BEGIN IMMEDIATE"))
         return;
     bool good = true;
     {
-        Use use(addPack_);
-        bindId(use.get(), 1, pack);
+        StatementUse use(addPack_);
+        use.bind(1, pack);
         good = use.done();
     }
     for (std::uint32_t i = 0; good && i < index.blocks.size(); ++i) {
         const BlockEntry &block = index.blocks[i];
         if (block.dropped || block.id == BlockId{} || (i >= kAlwaysSampled && !isSampled(block.id)))
             continue;
-        Use use(addHint_);
-        sqlite3_bind_int64(use.get(), 1, keyOf(block.id));
-        bindId(use.get(), 2, pack);
+        StatementUse use(addHint_);
+        use.bind(1, keyOf(block.id));
+        use.bind(2, pack);
         good = use.done();
     }
     if (!good)
         lookAfterFailure();
     // Half of a pack would be taken for the whole of it.
-    if (connection_)
-        (void)run(good ? "COMMIT" : "ROLLBACK");
+    if (database_.isOpen())
+        (void)database_.run(good ? "COMMIT" : "ROLLBACK");
 }
 
 void HintCatalogue::forget(const PackId &pack)
 {
     const std::lock_guard hold(mutex_);
-    if (!connection_)
+    if (!database_.isOpen())
         return;
     // Its hints lead nowhere from now on; they go when the catalogue is filled anew.
-    const Statement statement = prepare("DELETE FROM packs WHERE id=?1");
+    const Statement statement = database_.prepare("DELETE FROM packs WHERE id=?1");
     if (!statement)
         return;
-    Use use(statement);
-    bindId(use.get(), 1, pack);
+    StatementUse use(statement);
+    use.bind(1, pack);
     (void)use.done();
 }
 
@@ -247,15 +171,15 @@ std::vector<PackId> HintCatalogue::packs()
 {
     const std::lock_guard hold(mutex_);
     std::vector<PackId> known;
-    if (!connection_)
+    if (!database_.isOpen())
         return known;
-    const Statement statement = prepare("SELECT id FROM packs");
+    const Statement statement = database_.prepare("SELECT id FROM packs");
     if (!statement)
         return known;
-    Use use(statement);
+    StatementUse use(statement);
     PackId pack;
     while (use.row())
-        if (columnId(use.get(), 0, pack))
+        if (columnId(use, pack))
             known.push_back(pack);
     return known;
 }
@@ -263,25 +187,26 @@ std::vector<PackId> HintCatalogue::packs()
 std::int64_t HintCatalogue::comparedAt()
 {
     const std::lock_guard hold(mutex_);
-    if (!connection_)
+    if (!database_.isOpen())
         return 0;
-    const Statement statement = prepare("SELECT value FROM about WHERE name='compared'");
+    const Statement statement = database_.prepare("SELECT value FROM about WHERE name='compared'");
     if (!statement)
         return 0;
-    Use use(statement);
-    return use.row() ? sqlite3_column_int64(use.get(), 0) : 0;
+    StatementUse use(statement);
+    return use.row() ? use.number(0) : 0;
 }
 
 void HintCatalogue::setComparedAt(std::int64_t when)
 {
     const std::lock_guard hold(mutex_);
-    if (!connection_)
+    if (!database_.isOpen())
         return;
-    const Statement statement = prepare("INSERT OR REPLACE INTO about VALUES('compared', ?1)");
+    const Statement statement =
+        database_.prepare("INSERT OR REPLACE INTO about VALUES('compared', ?1)");
     if (!statement)
         return;
-    Use use(statement);
-    sqlite3_bind_int64(use.get(), 1, when);
+    StatementUse use(statement);
+    use.bind(1, when);
     (void)use.done();
 }
 

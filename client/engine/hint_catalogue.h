@@ -9,14 +9,12 @@
 #ifndef KEEL_CLIENT_ENGINE_HINT_CATALOGUE_H
 #define KEEL_CLIENT_ENGINE_HINT_CATALOGUE_H
 
+#include "client/base/database.h"
 #include "client/engine/pack_format.h"
 
 #include <memory>
 #include <mutex>
 #include <string>
-
-struct sqlite3;
-struct sqlite3_stmt;
 
 namespace arca::engine
 {
@@ -49,28 +47,15 @@ public:
     void setComparedAt(std::int64_t when);
 
 private:
-    struct Closer {
-        void operator()(sqlite3 *connection) const;
-    };
-    struct Finisher {
-        void operator()(sqlite3_stmt *statement) const;
-    };
-    using Statement = std::unique_ptr<sqlite3_stmt, Finisher>;
-    class Use;
-
-    bool connect();
     bool prepareSchema(const std::string &domain);
-    bool run(const char *sql);
-    Statement prepare(const char *sql);
     void disconnect();
     void discard();
     /// After a call of SQLite: a file that turns out to be damaged is thrown away, and nothing is
     /// known until it is made anew.
     void lookAfterFailure();
 
-    const std::string path_;                      // ":memory:" when there is no file
-    std::mutex mutex_;                            // guards all below
-    std::unique_ptr<sqlite3, Closer> connection_; // null: there is none, and nothing is known
+    std::mutex mutex_;  // guards all below
+    Database database_; // closed: nothing is known
     Statement find_;
     Statement addPack_;
     Statement addHint_;
