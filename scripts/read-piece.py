@@ -2,12 +2,14 @@
 """Restores a piece from the files of a repository, without any of our libraries.
 
     scripts/read-piece.py REPOSITORY NODE PASSWORD-FILE FILESPACE HIGH LOW > stream
+    scripts/read-piece.py --piece IDENTIFIER REPOSITORY NODE PASSWORD-FILE > stream
     scripts/read-piece.py --list REPOSITORY NODE PASSWORD-FILE
 
 REPOSITORY is the directory. PASSWORD-FILE is the file that the storage client keeps passwords in
 (arca.opt.keys), or one whose first line is the node's password. A piece that an agent stored as NAME
 has the names /lumoorc (or what VELO_FS says), / and /NAME; one that keel padded to whole blocks comes with
-its padding. --list shows identifier, length and names, separated by tabs.
+its padding. --list shows identifier, length and names, separated by tabs, and of an inactive piece when it
+became so (UTC). Such a piece is read by its identifier.
 
 It is written from docs/repository-format.md alone and shares nothing with the storage client, so it
 proves that page, and reads a repository when everything else is gone. It needs python3-cryptography and
@@ -17,6 +19,7 @@ when called wrongly.
 """
 
 import collections
+import datetime
 import hashlib
 import hmac
 import os
@@ -142,7 +145,7 @@ class Blob:
         return os.pread(self.file.fileno(), length, offset)
 
 
-Manifest = collections.namedtuple("Manifest", "id names blob cipher key chunks at end length digest")
+Manifest = collections.namedtuple("Manifest", "id names blob cipher key chunks at end length digest inactive")
 
 
 class Pack:
@@ -212,7 +215,7 @@ class Node:
         self.root, self.name = pathlib.Path(root), name.encode()
         self.key = sha(b"node", self.name)[:16].hex()
         demand((self.root / "format").is_file(), f"there is no repository in {root}")
-        marker = self.record(self.root / "format", b"ARCAREPO", 2)
+        marker = self.record(self.root / "format", b"ARCAREPO", 3)
         uuid = marker.raw(16).hex()
         data = self.data_key(passwords_in(password_file, uuid, name))
         self.names = derive(data, b"names of pieces")
@@ -259,18 +262,33 @@ class Node:
         magic, version, cipher, piece, salt, described, _ = struct.unpack("<8sIIQ32sII", header)
         demand(magic == b"ARCAMANI" and version == 1, "its header makes no sense")
         key = mac(self.manifests, struct.pack("<Q", piece) + salt)
-        tail = blob.read(blob.size - 48, 48)
+        size, inactive = blob.size, 0
+        note = blob.read(size - 32, 32)
+        if note[:8] == b"ARCAINAC":
+            mark = mac(self.manifests, struct.pack("<Q", piece) + note[:16])[:16]
+            demand(hmac.compare_digest(mark, note[16:]), "what says that it is inactive is wrong")
+            size, inactive = size - 32, struct.unpack("<q", note[8:16])[0]
+        tail = blob.read(size - 48, 48)
         magic, end, length, chunks, same, _, check = struct.unpack("<8sQIIQQQ", tail)
-        demand(magic == b"ARCAMEND" and same == piece and end + length + 48 == blob.size,
+        demand(magic == b"ARCAMEND" and same == piece and end + length + 48 == size,
                "its tail makes no sense")
         check64(check, header, tail[:-8], "its tail")
         about = Fields(open_part(cipher, key, 2, 0, header, blob.read(64, described)))
         about.raw(8 + 4 + 2)
         node, *names = (about.text() for _ in range(4))
-        demand(node == self.name and self.name_hash(names) == path.name, "it is in another piece's place")
+        place = self.name_hash(names)
+        if inactive:
+            place = f"{piece:016x}" if place[:8] == f"{piece >> 32:08x}" else None
+        demand(node == self.name and place == path.name, "it is in another piece's place")
         totals = Fields(open_part(cipher, key, 4, 0, header + tail[:-8], blob.read(end, length)))
         return Manifest(piece, names, blob, cipher, key, chunks, 64 + described, end,
-                        totals.number(8), totals.raw(16))
+                        totals.number(8), totals.raw(16), inactive)
+
+    def find_id(self, identifier):
+        for manifest in self.list():
+            if manifest.id == identifier:
+                return manifest
+        raise Wrong("there is no such piece")
 
     def find(self, names):
         digits = self.name_hash(names)
@@ -282,10 +300,25 @@ class Node:
         raise Wrong("there is no such piece")
 
     def list(self):
-        for path in sorted((self.root / "pieces" / self.key).glob("??/*")):
-            manifest = self.manifest(path)
-            if self.shows(manifest):
-                yield manifest
+        for place in ("pieces", "inactive"):
+            for path in sorted((self.root / place / self.key).glob("??/*")):
+                manifest = self.manifest(path)
+                if self.shows(manifest):
+                    yield manifest
+
+    def hidden(self, manifest):
+        """Whether a change that is being made hides the piece in the place where it is."""
+        for path in (self.root / "changes" / self.key).glob("*.plan"):
+            plan = self.record(path, b"ARCAPLAN", 2)
+            change, coming, going = plan.number(8), plan.number(4), plan.number(4)
+            leaving = plan.number(4) if plan.left() != 8 * (coming + going) else 0
+            plan.raw(8 * coming)
+            goes = manifest.id in [plan.number(8) for _ in range(going)]
+            leaves = manifest.id in [plan.number(8) for _ in range(leaving)]
+            done = self.done(change)
+            if goes and done or leaves and done != bool(manifest.inactive):
+                return True
+        return False
 
     def shows(self, manifest):
         """Whether the piece is there as far as anybody who asks is told."""
@@ -298,6 +331,8 @@ class Node:
             space.text()
         if space.left() and space.raw(6)[4:] != b"\0\0":
             return False  # deleted
+        if self.hidden(manifest):
+            return False
         record = self.newest(f"objects/{self.key}/{manifest.id:016x}", b"ARCAOBJE", 1)
         if record is None:
             return True
@@ -382,21 +417,24 @@ def passwords_in(path, uuid, node):
 
 
 def main(arguments):
-    listing = arguments[:1] == ["--list"]
-    if len(arguments) != (4 if listing else 6) or arguments[0] == "--help":
+    listing, by_id = arguments[:1] == ["--list"], arguments[:1] == ["--piece"]
+    if len(arguments) != (4 if listing else 5 if by_id else 6) or arguments[0] == "--help":
         print(__doc__.strip(), file=sys.stdout if arguments[:1] == ["--help"] else sys.stderr)
         return 0 if arguments[:1] == ["--help"] else 2
     try:
         if listing:
             for piece in Node(*arguments[1:]).list():
                 names = b"\t".join(piece.names).decode(errors="replace")
-                print(f"{piece.id:016x}\t{piece.length}\t{names}")
+                since = f"\t{datetime.datetime.utcfromtimestamp(piece.inactive)}" if piece.inactive else ""
+                print(f"{piece.id:016x}\t{piece.length}\t{names}{since}")
             return 0
-        node = Node(*arguments[:3])
-        node.restore(node.find([os.fsencode(a) for a in arguments[3:]]), sys.stdout.buffer.write)
+        node = Node(*arguments[2:]) if by_id else Node(*arguments[:3])
+        piece = node.find_id(int(arguments[1], 16)) if by_id else node.find(
+            [os.fsencode(a) for a in arguments[3:]])
+        node.restore(piece, sys.stdout.buffer.write)
         sys.stdout.buffer.flush()
         return 0
-    except (Wrong, InvalidTag, OSError, struct.error) as failure:
+    except (Wrong, InvalidTag, OSError, ValueError, struct.error) as failure:
         print(f"read-piece: {failure or 'a sealed key does not open'}", file=sys.stderr)
         return 1
 

@@ -1,5 +1,6 @@
-// Changing objects that are stored: their attributes, their names.
+// Changing objects that are stored: their attributes, their names; and management classes.
 #include "client/api/attributes.h"
+#include "client/api/class_change.h"
 #include "client/api/client.h"
 #include "client/api/filespace_check.h"
 #include "client/api/guest.h"
@@ -30,6 +31,10 @@ std::int16_t hoxUpdateObj(hoxHandle_t handle, std::uint8_t sendType, const hoxOb
                           const ObjAttr *attributes, std::uint32_t mask)
 {
     return inSession(handle, [&](Session &session) -> Code {
+        if (sendType == HOX_UPDATE_CLASS) {
+            ARCA_CHECK(changeClass(session, attributes, mask));
+            return success();
+        }
         ARCA_TRY(const store::ObjectName own, changeable(session, sendType, name));
         if (mask == 0 || (mask & ~kEveryAttribute) != 0)
             return refused(HOX_RC_BAD_ARGUMENT, "the mask names no attributes, or unknown ones");

@@ -1,6 +1,7 @@
-// Deleting objects.
+// Deleting objects, making them inactive, and deleting what the activity log was told long ago.
 #include "client/api/client.h"
 #include "client/api/filespace_check.h"
+#include "client/api/guest.h"
 #include "client/api/records.h"
 #include "client/base/text.h"
 
@@ -17,7 +18,7 @@ Answer<store::PieceId> idToDelete(Session &session, std::uint8_t delType, const 
     // Both forms begin with their version.
     ARCA_CHECK(expectVersion(info, info->backID.stVersion, HOX_DELBACK_VERSION,
                              "the record of the deletion"));
-    if (delType == HOX_DELETE_BACKUP_ID)
+    if (delType == HOX_DELETE_BACKUP_ID || delType == HOX_DEACTIVATE_BACKUP_ID)
         return joined(info->backID.objId);
     if (delType != HOX_DELETE_BACKUP_NAME)
         return refused(HOX_RC_BAD_ARGUMENT, "the deletion type is unknown");
@@ -29,19 +30,41 @@ Answer<store::PieceId> idToDelete(Session &session, std::uint8_t delType, const 
     return found->id;
 }
 
+Answer<void> deleteObject(Session &session, std::uint8_t delType, const hoxDelInfo *info)
+{
+    if (!session.transaction || session.transaction->isSending())
+        return refused(HOX_RC_BAD_CALL_SEQUENCE);
+    auto id = idToDelete(session, delType, info);
+    if (id && delType == HOX_DEACTIVATE_BACKUP_ID && !session.repository->takesInactive())
+        id = refused(HOX_RC_NOT_SUPPORTED, "the repository has the layout of an older release, "
+                                           "which knew no inactive objects");
+    if (!id) {
+        session.transaction->poison(id.error());
+        return id.error();
+    }
+    return delType == HOX_DEACTIVATE_BACKUP_ID ? session.transaction->deactivateObject(*id)
+                                               : session.transaction->deleteObject(*id);
+}
+
+/// Days are over at a moment, so nothing of the day of `before` goes.
+Answer<void> deleteLog(Session &session, const hoxDelInfo *info)
+{
+    if (!session.isIdle())
+        return refused(HOX_RC_BAD_CALL_SEQUENCE);
+    ARCA_CHECK(expectOwnObjects(session));
+    ARCA_CHECK(expectVersion(info, info == nullptr ? std::uint16_t{0} : info->log.stVersion,
+                             HOX_DELBACK_VERSION, "the record of the deletion"));
+    ARCA_CHECK(store::pruneActivityLog(session.repository->blobs(), info->log.before));
+    return {};
+}
+
 } // namespace
 
 std::int16_t hoxDeleteObj(hoxHandle_t handle, std::uint8_t delType, const hoxDelInfo *info)
 {
     return inSession(handle, [&](Session &session) -> Code {
-        if (!session.transaction || session.transaction->isSending())
-            return refused(HOX_RC_BAD_CALL_SEQUENCE);
-        const auto id = idToDelete(session, delType, info);
-        if (!id) {
-            session.transaction->poison(id.error());
-            return id.error();
-        }
-        ARCA_CHECK(session.transaction->deleteObject(*id));
+        ARCA_CHECK(delType == HOX_DELETE_LOG ? deleteLog(session, info)
+                                             : deleteObject(session, delType, info));
         return success();
     });
 }

@@ -18,14 +18,21 @@ Answer<void> expectOwnObjects(const Session &session)
 
 Answer<bool> mayRead(Session &session, const store::ObjectName &name)
 {
+    ARCA_TRY(const Granted granted, grantedTo(session));
+    return granted.covers(name);
+}
+
+Answer<Granted> grantedTo(Session &session)
+{
     if (!session.isGuest())
-        return true;
+        return Granted();
     ARCA_TRY(auto known,
              store::AccessRules::of(session.repository->blobs(), session.space->node()));
-    ARCA_TRY(const auto rules, known.list(session.space->dataKey()));
-    return std::any_of(rules.begin(), rules.end(), [&](const store::AccessRule &rule) {
-        return rule.admits(session.node, session.owner) && rule.covers(name);
+    ARCA_TRY(auto rules, known.list(session.space->dataKey()));
+    std::erase_if(rules, [&](const store::AccessRule &rule) {
+        return !rule.admits(session.node, session.owner);
     });
+    return Granted(std::move(rules));
 }
 
 Answer<SecretKey> admittedKey(store::Repository &repository, const std::string &grantor,

@@ -14,6 +14,9 @@ Answer<void> expectOwnObjects(const Session &session);
 /// Whether the session may find and read the object of that name, by the rules as they are now.
 Answer<bool> mayRead(Session &session, const store::ObjectName &name);
 
+/// What the session may find and read, by the rules as they are now.
+Answer<Granted> grantedTo(Session &session);
+
 /// The data key of `grantor`, as a rule that admits the node gives it. HOX_RC_ACCESS_DENIED when
 /// none does, also when there is no such grantor; the text tells a rule whose key is still to come.
 Answer<SecretKey> admittedKey(store::Repository &repository, const std::string &grantor,

@@ -1,8 +1,11 @@
-// Queries: backup objects by their exact name, groups of them, and management classes.
+// Queries: backup objects by their exact name or by patterns, groups of them, management classes,
+// and the activity log.
 #include "client/api/client.h"
 #include "client/api/filespace_check.h"
 #include "client/api/guest.h"
 #include "client/api/records.h"
+
+#include <limits>
 
 using namespace arca;
 using namespace arca::api;
@@ -23,12 +26,20 @@ Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
     if (!readable)
         return query;
     ARCA_CHECK(expectFilespace(session, name.filespace));
-    // Only active objects exist: a deleted one is gone, and none is replaced.
-    if (asked->objState == HOX_STATE_INACTIVE)
-        return query;
-    ARCA_TRY(auto found, session.space->find(name));
-    if (found && (owner.empty() || found->description.owner == owner))
-        query.answers.emplace_back(std::move(*found));
+    const auto answer = [&](store::PieceInfo piece) {
+        if (owner.empty() || piece.description.owner == owner)
+            query.answers.emplace_back(std::move(piece));
+    };
+    if (asked->objState != HOX_STATE_INACTIVE) {
+        ARCA_TRY(auto found, session.space->find(name));
+        if (found)
+            answer(std::move(*found));
+    }
+    if (asked->objState == HOX_STATE_INACTIVE || asked->objState == HOX_STATE_ANY) {
+        ARCA_TRY(auto found, session.space->inactiveOf(name));
+        for (store::PieceInfo &piece : found)
+            answer(std::move(piece));
+    }
     return query;
 }
 
@@ -65,22 +76,114 @@ Answer<Query> queryClasses(Session &session, const qryMCData *asked)
                              HOX_QRY_MC_VERSION, "the query record"));
     Query query;
     query.classDetail = asked->detail != 0;
+    const auto retired =
+        asked->detail == 2 ? store::Policy::Retired::included : store::Policy::Retired::left;
     store::Policy policy(session.repository->blobs());
     if (asked->mcName == nullptr || *asked->mcName == '\0') {
-        ARCA_TRY(auto classes, policy.list());
+        ARCA_TRY(auto classes, policy.list(retired));
         for (store::ManagementClass &known : classes)
             query.answers.emplace_back(std::move(known));
         return query;
     }
     // A name too long to be any class matches none.
     const std::string_view name(asked->mcName, strnlen(asked->mcName, HOX_MAX_MC_NAME + 1));
-    ARCA_TRY(auto found, policy.find(name));
+    ARCA_TRY(auto found, policy.find(name, retired));
     if (found)
         query.answers.emplace_back(std::move(*found));
     return query;
 }
 
-void fillAnswer(qryRespBackupData &record, const store::PieceInfo &piece)
+Answer<store::ListSelection> selectionOf(const qryObjectsData &asked)
+{
+    store::ListSelection selection;
+    ARCA_TRY(selection.filespace, pointerText(asked.fsName, HOX_MAX_FS_NAME, "the filespace"));
+    ARCA_TRY(selection.highLevel,
+             pointerText(asked.hlName, HOX_MAX_HL_NAME, "the high-level name"));
+    ARCA_TRY(selection.lowLevel, pointerText(asked.llName, HOX_MAX_LL_NAME, "the low-level name"));
+    ARCA_TRY(selection.owner, pointerText(asked.owner, HOX_MAX_OWNER_NAME, "the owner name"));
+    ARCA_TRY(selection.managementClass,
+             pointerText(asked.mcName, HOX_MAX_MC_NAME, "the management class"));
+    using State = store::ListSelection::State;
+    const bool known = asked.objState == HOX_STATE_ACTIVE || asked.objState == HOX_STATE_INACTIVE ||
+                       asked.objState == HOX_STATE_ANY;
+    if (!known || asked.order > HOX_ORDER_NAME)
+        return refused(HOX_RC_BAD_ARGUMENT, "the state or the order of a query is unknown");
+    selection.state = asked.objState == HOX_STATE_ACTIVE     ? State::active
+                      : asked.objState == HOX_STATE_INACTIVE ? State::inactive
+                                                             : State::any;
+    selection.order = asked.order == HOX_ORDER_NAME ? store::CatalogueOrder::name
+                                                    : store::CatalogueOrder::inserted;
+    selection.insertedFrom = asked.insertedFrom;
+    selection.insertedBefore = asked.insertedBefore;
+    selection.inactiveBefore = asked.inactiveBefore;
+    selection.minBytes = joined(asked.minSize);
+    selection.maxBytes = joined(asked.maxSize);
+    return selection;
+}
+
+Answer<Query> listObjects(Session &session, const qryObjectsData *asked)
+{
+    ARCA_CHECK(expectVersion(asked, asked == nullptr ? std::uint16_t{0} : asked->stVersion,
+                             HOX_QRY_OBJECTS_VERSION, "the query record"));
+    ARCA_TRY(auto selection, selectionOf(*asked));
+    Query query;
+    ARCA_TRY(query.objects, store::Listing::begin(*session.space, std::move(selection)));
+    return query;
+}
+
+Answer<Query> queryLog(Session &session, const qryLogData *asked)
+{
+    ARCA_CHECK(expectVersion(asked, asked == nullptr ? std::uint16_t{0} : asked->stVersion,
+                             HOX_QRY_LOG_VERSION, "the query record"));
+    ARCA_CHECK(expectOwnObjects(session));
+    if (asked->severity > HOX_SEVERITY_SEVERE)
+        return refused(HOX_RC_BAD_ARGUMENT, "the severity is unknown");
+    store::LogSelection selection;
+    if (asked->since != 0)
+        selection.since = store::logTimeOf(asked->since);
+    if (asked->before != 0)
+        selection.before = store::logTimeOf(asked->before);
+    selection.atLeast = static_cast<store::Severity>(asked->severity);
+    ARCA_TRY(selection.node, pointerText(asked->nodeName, HOX_MAX_NODE_NAME, "the node name"));
+    Query query;
+    ARCA_TRY(query.log, store::ActivityReader::open(session.repository->blobs(), selection));
+    return query;
+}
+
+/// When an inactive object may go by what its class says now; 0: never.
+Answer<std::int64_t> expiryOf(Session &session, Query &query, const store::PieceInfo &piece)
+{
+    constexpr std::int64_t kDay = 86400;
+    if (piece.isActive())
+        return std::int64_t{0};
+    const std::string &name = piece.description.managementClass;
+    auto known = query.daysKept.find(name);
+    if (known == query.daysKept.end()) {
+        ARCA_TRY(const auto found, store::Policy(session.repository->blobs())
+                                       .find(name, store::Policy::Retired::included));
+        const std::uint16_t days = found ? found->daysKept : store::kNoLimit;
+        known = query.daysKept.emplace(name, days).first;
+    }
+    return known->second == store::kNoLimit ? 0 : piece.inactiveAt + known->second * kDay;
+}
+
+void fillAnswer(qryRespLogData &record, const store::LoggedEvent &logged, std::size_t unreadable)
+{
+    record = qryRespLogData{};
+    record.stVersion = HOX_QRY_RESP_LOG_VERSION;
+    record.severity = static_cast<std::uint32_t>(logged.event.severity);
+    const std::int64_t seconds = store::secondsOf(logged.time);
+    record.time = split(static_cast<std::uint64_t>(seconds));
+    record.date = dateOf(seconds);
+    record.unreadable = static_cast<std::uint32_t>(
+        std::min<std::size_t>(unreadable, std::numeric_limits<std::uint32_t>::max()));
+    fill(record.nodeName, logged.event.node);
+    fill(record.application, logged.event.application);
+    fill(record.messageId, logged.event.messageId);
+    fill(record.message, logged.event.text);
+}
+
+void fillAnswer(qryRespBackupData &record, const store::PieceInfo &piece, std::int64_t expiresAt)
 {
     record = qryRespBackupData{};
     record.stVersion = HOX_QRY_RESP_BACKUP_VERSION;
@@ -90,8 +193,14 @@ void fillAnswer(qryRespBackupData &record, const store::PieceInfo &piece)
     fill(record.mcName, described.managementClass);
     record.mediaClass = HOX_MEDIA_FIXED;
     fill(record.owner, described.owner);
-    record.objState = HOX_STATE_ACTIVE;
+    record.objState = piece.isActive() ? HOX_STATE_ACTIVE : HOX_STATE_INACTIVE;
     record.insDate = dateOf(piece.insertedAt);
+    record.insTime = split(static_cast<std::uint64_t>(piece.insertedAt));
+    if (!piece.isActive())
+        record.inactDate = dateOf(piece.inactiveAt);
+    record.inactTime = split(static_cast<std::uint64_t>(piece.inactiveAt));
+    if (expiresAt != 0)
+        record.expDate = dateOf(expiresAt);
     record.objId = split(piece.id);
     record.sizeEstimate = split(described.sizeEstimate);
     record.size = split(piece.totals.streamBytes);
@@ -114,12 +223,11 @@ void fillAnswer(qryRespMCData &record, const store::ManagementClass &known, bool
     record.backupCopyGroup = 1;
     record.versionsKept = known.versionsKept;
     record.daysKept = known.daysKept;
+    record.isDeleted = known.retired ? 1 : 0;
 }
 
-/// The caller's answer record, if the block holds one. It may lie anywhere in the caller's memory,
-/// so it is filled by copying.
-template <class Record, class Fill>
-Answer<void> deliver(DataBlk *block, std::uint16_t version, Fill fillRecord)
+/// The caller's answer record, if the block holds one.
+template <class Record> Answer<std::span<std::byte>> recordIn(DataBlk *block, std::uint16_t version)
 {
     ARCA_TRY(const auto room, roomIn(block));
     if (room.size() < sizeof(Record))
@@ -128,11 +236,98 @@ Answer<void> deliver(DataBlk *block, std::uint16_t version, Fill fillRecord)
     std::memcpy(&asked, room.data(), sizeof asked);
     if (asked != 0)
         ARCA_CHECK(expectVersion(block, asked, version, "the answer record"));
+    return room;
+}
+
+/// It may lie anywhere in the caller's memory, so it is filled by copying.
+template <class Record, class Fill>
+Answer<void> deliver(DataBlk *block, std::uint16_t version, Fill fillRecord)
+{
+    ARCA_TRY(const auto room, recordIn<Record>(block, version));
     Record record;
     fillRecord(record);
     std::memcpy(room.data(), &record, sizeof record);
     block->numBytes = sizeof record;
     return {};
+}
+
+/// The next object that the session may see. Rules are looked at as often as that costs little: for
+/// so many objects.
+Answer<std::optional<store::PieceInfo>> nextObject(Session &session, Query &query)
+{
+    constexpr std::size_t kForOneLook = 1000;
+    for (;;) {
+        ARCA_TRY(auto piece, query.objects->next());
+        if (!piece)
+            return std::optional<store::PieceInfo>();
+        if (query.seen++ % kForOneLook == 0) {
+            ARCA_TRY(query.granted, grantedTo(session));
+        }
+        if (query.granted.covers(piece->description.name))
+            return piece;
+    }
+}
+
+/// The end of a listing, which tells what it had to pass over.
+Code endOfObjects(const Query &query)
+{
+    const auto &hurt = query.objects->hurt();
+    if (hurt.empty())
+        return query.atEnd;
+    for (const std::string &one : hurt)
+        (void)Client::instance().logLocally(one);
+    return refused(HOX_RC_REPOSITORY_DAMAGED, hurt.front());
+}
+
+Code deliverObject(Session &session, Query &query, DataBlk *data)
+{
+    ARCA_CHECK(recordIn<qryRespBackupData>(data, HOX_QRY_RESP_BACKUP_VERSION));
+    ARCA_TRY(const auto piece, nextObject(session, query));
+    if (!piece)
+        return endOfObjects(query);
+    ARCA_TRY(const std::int64_t expiry, expiryOf(session, query, *piece));
+    ARCA_CHECK(deliver<qryRespBackupData>(data, HOX_QRY_RESP_BACKUP_VERSION, [&](auto &record) {
+        fillAnswer(record, *piece, expiry);
+    }));
+    query.atEnd = HOX_RC_FINISHED;
+    return outcome(HOX_RC_MORE_DATA);
+}
+
+Code deliverEvent(Query &query, DataBlk *data)
+{
+    ARCA_CHECK(recordIn<qryRespLogData>(data, HOX_QRY_RESP_LOG_VERSION));
+    ARCA_TRY(const auto event, query.log->next());
+    if (!event)
+        return query.atEnd;
+    ARCA_CHECK(deliver<qryRespLogData>(data, HOX_QRY_RESP_LOG_VERSION, [&](auto &record) {
+        fillAnswer(record, *event, query.log->unreadable());
+    }));
+    query.atEnd = HOX_RC_FINISHED;
+    return outcome(HOX_RC_MORE_DATA);
+}
+
+Code deliverNext(Session &session, Query &query, DataBlk *data)
+{
+    if (query.objects)
+        return deliverObject(session, query, data);
+    if (query.log)
+        return deliverEvent(query, data);
+    if (query.answers.empty())
+        return query.atEnd;
+    const auto &next = query.answers.front();
+    if (const auto *piece = std::get_if<store::PieceInfo>(&next)) {
+        ARCA_TRY(const std::int64_t expiry, expiryOf(session, query, *piece));
+        ARCA_CHECK(deliver<qryRespBackupData>(data, HOX_QRY_RESP_BACKUP_VERSION, [&](auto &record) {
+            fillAnswer(record, *piece, expiry);
+        }));
+    } else {
+        ARCA_CHECK(deliver<qryRespMCData>(data, HOX_QRY_RESP_MC_VERSION, [&](auto &record) {
+            fillAnswer(record, std::get<store::ManagementClass>(next), query.classDetail);
+        }));
+    }
+    query.answers.pop_front();
+    query.atEnd = HOX_RC_FINISHED;
+    return outcome(HOX_RC_MORE_DATA);
 }
 
 } // namespace
@@ -151,6 +346,11 @@ std::int16_t hoxBeginQuery(hoxHandle_t handle, std::uint8_t queryType, const voi
         } else if (queryType == HOX_QUERY_GROUP) {
             ARCA_TRY(session.query,
                      queryGroup(session, static_cast<const qryGroupData *>(queryData)));
+        } else if (queryType == HOX_QUERY_OBJECTS) {
+            ARCA_TRY(session.query,
+                     listObjects(session, static_cast<const qryObjectsData *>(queryData)));
+        } else if (queryType == HOX_QUERY_LOG) {
+            ARCA_TRY(session.query, queryLog(session, static_cast<const qryLogData *>(queryData)));
         } else {
             return refused(HOX_RC_BAD_ARGUMENT, "the query type is unknown");
         }
@@ -165,21 +365,7 @@ std::int16_t hoxGetNextQObj(hoxHandle_t handle, DataBlk *data)
             return refused(HOX_RC_BAD_CALL_SEQUENCE);
         ARCA_CHECK(roomIn(data));
         data->numBytes = 0;
-        Query &query = *session.query;
-        if (query.answers.empty())
-            return query.atEnd;
-        const auto &next = query.answers.front();
-        if (const auto *piece = std::get_if<store::PieceInfo>(&next))
-            ARCA_CHECK(
-                deliver<qryRespBackupData>(data, HOX_QRY_RESP_BACKUP_VERSION,
-                                           [&](auto &record) { fillAnswer(record, *piece); }));
-        else
-            ARCA_CHECK(deliver<qryRespMCData>(data, HOX_QRY_RESP_MC_VERSION, [&](auto &record) {
-                fillAnswer(record, std::get<store::ManagementClass>(next), query.classDetail);
-            }));
-        query.answers.pop_front();
-        query.atEnd = HOX_RC_FINISHED;
-        return outcome(HOX_RC_MORE_DATA);
+        return deliverNext(session, *session.query, data);
     });
 }
 

@@ -3,13 +3,17 @@
 #ifndef KEEL_CLIENT_API_SESSION_H
 #define KEEL_CLIENT_API_SESSION_H
 
+#include "client/api/granted.h"
 #include "client/api/transaction.h"
 #include "client/config/options.h"
 #include "client/store/activity_log.h"
+#include "client/store/activity_reader.h"
+#include "client/store/catalogue.h"
 #include "client/store/policy.h"
 #include "client/store/repository.h"
 
 #include <deque>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <variant>
@@ -18,11 +22,16 @@
 namespace arca::api
 {
 
-/// An open query: the answers that are left.
+/// An open query: the answers that are left, or what reads them.
 struct Query {
     std::deque<std::variant<store::PieceInfo, store::ManagementClass>> answers;
+    std::unique_ptr<store::Listing> objects;
+    std::optional<store::ActivityReader> log;
+    Granted granted;
+    std::size_t seen = 0; // objects
     bool classDetail = false;
-    std::int16_t atEnd = HOX_RC_NO_MATCH; // once an answer was given: HOX_RC_FINISHED
+    std::map<std::string, std::uint16_t> daysKept; // of classes that were looked up
+    std::int16_t atEnd = HOX_RC_NO_MATCH;          // once an answer was given: HOX_RC_FINISHED
 };
 
 /// An open read: the objects that may be read, and the one that is.

@@ -46,11 +46,17 @@ Answer<void> Transaction::mayGoOn(bool sending) const
     return {};
 }
 
-Answer<void> Transaction::beginObject(store::PieceDescription description)
+Answer<void> Transaction::roomForOne()
 {
     ARCA_CHECK(mayGoOn(false));
-    if (finished_.size() + deletions_.size() >= kMaxObjects)
+    if (finished_.size() + deletions_.size() + deactivations_.size() >= kMaxObjects)
         return step<void>(refused(HOX_RC_BAD_ARGUMENT, "a transaction takes 4,096 objects"));
+    return {};
+}
+
+Answer<void> Transaction::beginObject(store::PieceDescription description)
+{
+    ARCA_CHECK(roomForOne());
     auto filespace = step(answered(space_.filespace(description.name.filespace)));
     if (!filespace)
         return std::move(filespace).error();
@@ -84,13 +90,23 @@ Answer<store::PieceTotals> Transaction::endObject()
 
 Answer<void> Transaction::deleteObject(store::PieceId id)
 {
-    ARCA_CHECK(mayGoOn(false));
-    if (finished_.size() + deletions_.size() >= kMaxObjects)
-        return step<void>(refused(HOX_RC_BAD_ARGUMENT, "a transaction takes 4,096 objects"));
+    ARCA_CHECK(roomForOne());
     auto found = step(answered(space_.find(id)));
     if (!found)
         return std::move(found).error();
     deletions_.push_back(id);
+    return {};
+}
+
+Answer<void> Transaction::deactivateObject(store::PieceId id)
+{
+    ARCA_CHECK(roomForOne());
+    auto found = step(answered(space_.find(id)));
+    if (!found)
+        return std::move(found).error();
+    if (!found->isActive())
+        return step<void>(refused(HOX_RC_OBJECT_UNKNOWN, "the object is inactive already"));
+    deactivations_.push_back(id);
     return {};
 }
 
@@ -105,17 +121,18 @@ Answer<void> Transaction::commit()
 
 Answer<void> Transaction::publish()
 {
-    // One object or one deletion needs no plan: it is one step as it is.
-    if (finished_.size() == 1 && deletions_.empty())
-        return answered(space_.commit(*finished_.front().piece, finished_.front().registration));
-    if (finished_.empty() && deletions_.size() == 1)
-        return answered(space_.remove(deletions_.front()));
-    if (finished_.empty() && deletions_.empty())
+    const std::size_t steps = finished_.size() + deletions_.size() + deactivations_.size();
+    if (steps == 0)
         return {};
+    // One object or one deletion needs no plan: it is one step as it is.
+    if (steps == 1 && !finished_.empty())
+        return answered(space_.commit(*finished_.front().piece, finished_.front().registration));
+    if (steps == 1 && !deletions_.empty())
+        return answered(space_.remove(deletions_.front()));
     std::vector<store::NodeSpace::Sent> pieces;
     for (const Object &object : finished_)
         pieces.push_back({object.piece.get(), object.registration});
-    return answered(space_.commitTogether(pieces, deletions_));
+    return answered(space_.commitTogether({pieces, deletions_, deactivations_}));
 }
 
 } // namespace arca::api

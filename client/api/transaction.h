@@ -1,5 +1,6 @@
-// One transaction: objects that were sent and identifiers to delete, all of it done at the commit
-// or not at all. The first failed or missing step poisons it: from then on it can only be given up.
+// One transaction: objects that were sent, others to delete or to make inactive, all of it done at
+// the commit or not at all. The first failed or missing step poisons it: from then on it can only
+// be given up.
 #ifndef KEEL_CLIENT_API_TRANSACTION_H
 #define KEEL_CLIENT_API_TRANSACTION_H
 
@@ -26,6 +27,7 @@ public:
     Answer<void> append(ByteView bytes);
     Answer<store::PieceTotals> endObject();
     Answer<void> deleteObject(store::PieceId id);
+    Answer<void> deactivateObject(store::PieceId id);
     /// For a step that failed before it came to one of the above.
     void poison(const Refusal &cause);
 
@@ -35,6 +37,7 @@ public:
 private:
     template <class T> Answer<T> step(Answer<T> answer);
     Answer<void> mayGoOn(bool sending) const;
+    Answer<void> roomForOne();
     Answer<void> publish();
 
     store::NodeSpace &space_;
@@ -46,6 +49,7 @@ private:
     Object open_;
     std::vector<Object> finished_;
     std::vector<store::PieceId> deletions_;
+    std::vector<store::PieceId> deactivations_;
     std::int16_t failure_ = HOX_RC_OK;
 };
 

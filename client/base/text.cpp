@@ -83,4 +83,26 @@ std::string_view trimmed(std::string_view text)
     return text.substr(first, text.find_last_not_of(kBlank) - first + 1);
 }
 
+bool matchesPattern(std::string_view text, std::string_view pattern)
+{
+    std::size_t at = 0, in = 0;
+    // Where the last asterisk was, and how far the run that it stands for goes.
+    std::size_t star = std::string_view::npos, run = 0;
+    while (at < text.size()) {
+        if (in < pattern.size() && pattern[in] == '*') {
+            star = in++;
+            run = at;
+        } else if (in < pattern.size() && (pattern[in] == '?' || pattern[in] == text[at])) {
+            ++in;
+            ++at;
+        } else if (star != std::string_view::npos) {
+            in = star + 1;
+            at = ++run;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of('*', in) == std::string_view::npos;
+}
+
 } // namespace arca

@@ -25,6 +25,9 @@ char upperAscii(char c);
 bool equalIgnoringCase(std::string_view a, std::string_view b);
 std::string_view trimmed(std::string_view text);
 
+/// "*" in the pattern stands for any run of bytes, "?" for one, everything else for itself.
+bool matchesPattern(std::string_view text, std::string_view pattern);
+
 } // namespace arca
 
 #endif

@@ -3,7 +3,9 @@
 #ifndef KEEL_CLIENT_BASE_THREAD_H
 #define KEEL_CLIENT_BASE_THREAD_H
 
+#include <exception>
 #include <functional>
+#include <new>
 #include <thread>
 
 namespace arca
@@ -23,6 +25,29 @@ public:
 private:
     std::thread thread_;
 };
+
+/// Does something on a thread of ours and waits for it: what the system tells a thread by a signal,
+/// as that a file has reached the limit on its size, must not reach one of the host's.
+template <class Body> void onThreadOfOurs(Body body)
+{
+    std::exception_ptr thrown;
+    bool ran = true;
+    {
+        const Thread worker(
+            [&] {
+                try {
+                    body();
+                } catch (...) {
+                    thrown = std::current_exception();
+                }
+            },
+            [&] { ran = false; });
+    }
+    if (thrown)
+        std::rethrow_exception(thrown);
+    if (!ran)
+        throw std::bad_alloc();
+}
 
 } // namespace arca
 

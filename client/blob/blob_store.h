@@ -70,6 +70,11 @@ public:
     /// last component may be given in part.
     virtual Result<void> list(const std::string &prefix,
                               const std::function<bool(const std::string &name)> &visit) = 0;
+    /// The same with what tells the blob from others that had its name before or come to have it:
+    /// as long as a name has that stamp, it leads to the same blob. 0: nothing tells.
+    virtual Result<void>
+    listStamped(const std::string &prefix,
+                const std::function<bool(const std::string &name, std::uint64_t stamp)> &visit) = 0;
     /// Removes the very blob that `opened` reads: when the name leads to another blob by now, or to
     /// none, it answers `notFound` and removes nothing.
     virtual Result<void> remove(const std::string &name, BlobReader &opened) = 0;

@@ -30,6 +30,9 @@ public:
     Result<std::unique_ptr<BlobReader>> open(const std::string &name) override;
     Result<void> list(const std::string &prefix,
                       const std::function<bool(const std::string &)> &visit) override;
+    Result<void>
+    listStamped(const std::string &prefix,
+                const std::function<bool(const std::string &, std::uint64_t)> &visit) override;
     Result<void> remove(const std::string &name, BlobReader &opened) override;
     Result<void> removeLeftovers() override;
     /// A file in locks/, which stays.
@@ -46,7 +49,8 @@ private:
     Result<void> publish(const std::string &temporary, const std::string &name);
     Result<void> ensureDirectory(const std::string &relative);
     Result<void> walk(const std::string &directory, const std::string &prefix,
-                      const std::function<bool(const std::string &)> &visit, bool &goOn);
+                      const std::function<bool(const std::string &, std::uint64_t)> &visit,
+                      bool &goOn);
     std::string pathOf(const std::string &name) const { return root_ + "/" + name; }
 
     const std::string root_;

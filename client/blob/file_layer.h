@@ -72,6 +72,16 @@ public:
     virtual Result<void> list(const std::string &path,
                               const std::function<bool(const std::string &)> &visit) = 0;
     virtual Result<bool> isDirectory(const std::string &path) = 0;
+    /// What tells a file from any other that had the path, or will have it; 0 when nothing does.
+    struct State {
+        bool directory = false;
+        std::uint64_t stamp = 0;
+    };
+    virtual Result<State> state(const std::string &path)
+    {
+        ARCA_TRY(const bool directory, isDirectory(path));
+        return State{directory, 0};
+    }
 };
 
 /// The operating system's own. Lives as long as the process.

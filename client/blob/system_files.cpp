@@ -65,6 +65,20 @@ template <class Call> auto retried(Call call)
     return result;
 }
 
+/// A file that takes another one's path has another inode, or came later.
+std::uint64_t stampOf(const struct stat &state)
+{
+    std::uint64_t stamp = 0;
+    for (const std::uint64_t part :
+         {static_cast<std::uint64_t>(state.st_ino), static_cast<std::uint64_t>(state.st_size),
+          static_cast<std::uint64_t>(state.st_ctim.tv_sec),
+          static_cast<std::uint64_t>(state.st_ctim.tv_nsec)}) {
+        stamp = (stamp ^ part) * 0x9e3779b97f4a7c15U;
+        stamp ^= stamp >> 32;
+    }
+    return std::max<std::uint64_t>(stamp, 1);
+}
+
 class SystemFile final : public File
 {
 public:
@@ -353,11 +367,17 @@ public:
 
     Result<bool> isDirectory(const std::string &path) override
     {
-        struct stat state;
-        if (stat(path.c_str(), &state) == 0)
-            return S_ISDIR(state.st_mode);
+        ARCA_TRY(const State found, state(path));
+        return found.directory;
+    }
+
+    Result<State> state(const std::string &path) override
+    {
+        struct stat found;
+        if (stat(path.c_str(), &found) == 0)
+            return State{S_ISDIR(found.st_mode) != 0, stampOf(found)};
         if (errno == ENOENT || errno == ENOTDIR)
-            return false;
+            return State{};
         return fromErrno(errno, "inspecting", path);
     }
 

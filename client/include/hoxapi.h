@@ -496,10 +496,10 @@ typedef struct qryBackupData {
     uint8_t objState;          /* the active one comes first, then the newest inactive one */
 } qryBackupData;
 
-#define HOX_ORDER_INSERTED 0 /* by the time of insertion, then by the identifier */
-#define HOX_ORDER_NAME                                                                             \
-    1 /* all objects of one name together, in the order of insertion; the                          \
-       * names in an order of the client's own, always the same */
+/* By the time of insertion, then by the identifier; or name by name, in an order of the client's
+ * own that never changes, objects of one name in the order of insertion. */
+#define HOX_ORDER_INSERTED 0
+#define HOX_ORDER_NAME 1
 
 /*
  * Which objects are wanted; what is null, empty or 0 asks for nothing. In the patterns "*" stands

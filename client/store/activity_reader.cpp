@@ -2,6 +2,9 @@
 #include "client/store/activity_reader.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <set>
 
 namespace arca::store
 {
@@ -45,7 +48,9 @@ std::string publishedAt(const std::string &name)
 
 bool isWanted(const LoggedEvent &logged, const LogSelection &selection)
 {
-    return logged.time >= selection.since && logged.event.severity >= selection.atLeast &&
+    return logged.time >= selection.since &&
+           (selection.before.empty() || logged.time < selection.before) &&
+           logged.event.severity >= selection.atLeast &&
            (selection.node.empty() || selection.node == logged.event.node);
 }
 
@@ -81,10 +86,15 @@ std::optional<LoggedEvent> parseLogLine(std::string_view line)
     return logged;
 }
 
-Result<LogContent> readActivityLog(blob::BlobStore &store, const LogSelection &selection)
+namespace
+{
+
+/// The part of the log under `prefix`.
+Result<LogContent> readUnder(blob::BlobStore &store, const std::string &prefix,
+                             const LogSelection &selection)
 {
     std::vector<std::string> names;
-    ARCA_CHECK(store.list("log/", [&](const std::string &name) {
+    ARCA_CHECK(store.list(prefix, [&](const std::string &name) {
         const std::string published = publishedAt(name);
         if (published.empty() || published >= selection.since)
             names.push_back(name);
@@ -93,12 +103,112 @@ Result<LogContent> readActivityLog(blob::BlobStore &store, const LogSelection &s
     std::sort(names.begin(), names.end());
     LogContent content;
     for (const std::string &name : names) {
-        ARCA_TRY(const Bytes bytes, blob::readWhole(store, name, kMaxBlobBytes));
-        addLines(textOf(bytes), selection, content);
+        const auto bytes = blob::readWhole(store, name, kMaxBlobBytes);
+        if (!bytes && bytes.error().kind == ErrorKind::notFound)
+            continue; // pruned since the listing
+        ARCA_CHECK(bytes);
+        addLines(textOf(*bytes), selection, content);
     }
     std::stable_sort(content.events.begin(), content.events.end(),
                      [](const LoggedEvent &a, const LoggedEvent &b) { return a.time < b.time; });
     return content;
+}
+
+/// The days that have blobs, as log/<day>/.
+Result<std::set<std::string>> daysOf(blob::BlobStore &store)
+{
+    std::set<std::string> days;
+    ARCA_CHECK(store.list("log/", [&](const std::string &name) {
+        if (!publishedAt(name).empty())
+            days.insert(name.substr(0, name.rfind('/') + 1));
+        return true;
+    }));
+    return days;
+}
+
+std::string dayOf(const std::string &logTime)
+{
+    return "log/" + logTime.substr(0, 4) + logTime.substr(5, 2) + logTime.substr(8, 2) + "/";
+}
+
+} // namespace
+
+Result<LogContent> readActivityLog(blob::BlobStore &store, const LogSelection &selection)
+{
+    return readUnder(store, "log/", selection);
+}
+
+Result<ActivityReader> ActivityReader::open(blob::BlobStore &store, LogSelection selection)
+{
+    ActivityReader reader(store, std::move(selection));
+    ARCA_TRY(const auto days, daysOf(store));
+    const std::string &since = reader.selection_.since;
+    for (const std::string &day : days)
+        if (since.empty() || day >= dayOf(since))
+            reader.days_.push_back(day);
+    return reader;
+}
+
+Result<std::optional<LoggedEvent>> ActivityReader::next()
+{
+    while (events_.empty() && !days_.empty()) {
+        ARCA_TRY(LogContent content, readUnder(*store_, days_.front(), selection_));
+        days_.pop_front();
+        unreadable_ += content.unreadable;
+        std::move(content.events.begin(), content.events.end(), std::back_inserter(events_));
+    }
+    if (events_.empty())
+        return std::optional<LoggedEvent>();
+    std::optional<LoggedEvent> event(std::move(events_.front()));
+    events_.pop_front();
+    return event;
+}
+
+Result<void> pruneActivityLog(blob::BlobStore &store, std::int64_t before)
+{
+    const std::string firstKept = dayOf(logTimeOf(before));
+    ARCA_TRY(const auto days, daysOf(store));
+    for (const std::string &day : days) {
+        if (day >= firstKept)
+            break;
+        std::vector<std::string> names;
+        ARCA_CHECK(store.list(day, [&](const std::string &name) {
+            names.push_back(name);
+            return true;
+        }));
+        for (const std::string &name : names) {
+            const auto blob = store.open(name);
+            auto removed = blob ? store.remove(name, **blob) : Result<void>(blob.error());
+            if (!removed && removed.error().kind != ErrorKind::notFound)
+                return removed;
+        }
+    }
+    return {};
+}
+
+std::string logTimeOf(std::int64_t seconds)
+{
+    const auto time = static_cast<std::time_t>(std::clamp<std::int64_t>(seconds, 0, 253402300799));
+    std::tm utc{};
+    char text[32] = "";
+    if (gmtime_r(&time, &utc) != nullptr)
+        (void)std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return text;
+}
+
+std::int64_t secondsOf(const std::string &logTime)
+{
+    if (!isTime(logTime))
+        return 0;
+    const auto number = [&](std::size_t at, std::size_t length) {
+        return std::atoi(logTime.substr(at, length).c_str());
+    };
+    // Days since 1970 of a date, by counting from the 1st of March, so that a leap day ends a year.
+    const std::int64_t month = (number(5, 2) + 9) % 12;
+    const std::int64_t year = number(0, 4) - month / 10;
+    const std::int64_t days = 365 * year + year / 4 - year / 100 + year / 400 +
+                              (153 * month + 2) / 5 + number(8, 2) - 1 - 719468;
+    return days * 86400 + number(11, 2) * 3600 + number(14, 2) * 60 + number(17, 2);
 }
 
 } // namespace arca::store

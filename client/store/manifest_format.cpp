@@ -14,6 +14,8 @@ namespace
 
 constexpr std::string_view kHeaderMagic = "ARCAMANI";
 constexpr std::string_view kTailMagic = "ARCAMEND";
+constexpr std::string_view kInactiveMagic = "ARCAINAC";
+constexpr std::size_t kNoteMarkBytes = 16;
 constexpr std::uint32_t kVersion = 1;
 constexpr std::size_t kCheckBytes = 8;
 constexpr std::uint32_t kFlagDeduplicated = 1;
@@ -279,6 +281,39 @@ Result<Aead> manifestCipher(const SecretKey &manifestKey, const ManifestHeader &
     return cipher;
 }
 
+static Result<Bytes> noteMark(ByteView note, const SecretKey &manifestKey, PieceId id)
+{
+    ByteWriter marked;
+    marked.u64(id);
+    marked.raw(note);
+    ARCA_TRY(const Sha256 mark, hmacSha256(manifestKey.view(), marked.view()));
+    return Bytes(mark.begin(), mark.begin() + kNoteMarkBytes);
+}
+
+Result<Bytes> encodeInactiveNote(const SecretKey &manifestKey, PieceId id, std::int64_t at)
+{
+    ByteWriter note;
+    note.raw(viewOf(kInactiveMagic));
+    note.u64(static_cast<std::uint64_t>(at));
+    ARCA_TRY(const Bytes mark, noteMark(note.view(), manifestKey, id));
+    note.raw(mark);
+    return note.take();
+}
+
+Result<std::int64_t> parseInactiveNote(ByteView bytes, const SecretKey &manifestKey, PieceId id)
+{
+    ByteReader reader(bytes);
+    // Where an active piece has numbers far smaller than these letters.
+    if (textOf(reader.raw(kInactiveMagic.size())) != kInactiveMagic)
+        return std::int64_t{0};
+    const auto at = static_cast<std::int64_t>(reader.u64());
+    ARCA_TRY(const Bytes mark,
+             noteMark(bytes.first(bytes.size() - kNoteMarkBytes), manifestKey, id));
+    if (!std::equal(mark.begin(), mark.end(), bytes.end() - kNoteMarkBytes) || at == 0)
+        return damaged("what says that it is inactive is not what was written");
+    return at;
+}
+
 Bytes endAssociated(ByteView headerBytes, ByteView tailBytes)
 {
     ByteWriter writer;
@@ -323,11 +358,16 @@ Result<PieceDescription> readDescription(blob::BlobReader &blob, const SecretKey
 
 Result<Manifest> readManifest(blob::BlobReader &blob, const SecretKey &manifestKey)
 {
-    const std::uint64_t size = blob.size();
+    std::uint64_t size = blob.size();
     if (size < kManifestHeaderBytes + kManifestTailBytes)
         return damaged("it is shorter than its frame");
     ARCA_TRY(const Bytes headerBytes, readExactly(blob, 0, kManifestHeaderBytes));
     ARCA_TRY(const ManifestHeader header, parseManifestHeader(headerBytes));
+    ARCA_TRY(const Bytes note, readExactly(blob, size - kInactiveNoteBytes, kInactiveNoteBytes));
+    ARCA_TRY(const std::int64_t inactiveAt, parseInactiveNote(note, manifestKey, header.id));
+    size -= inactiveAt != 0 ? kInactiveNoteBytes : 0;
+    if (size < kManifestHeaderBytes + kManifestTailBytes)
+        return damaged("it is shorter than its frame");
     ARCA_TRY(const Bytes tailBytes,
              readExactly(blob, size - kManifestTailBytes, kManifestTailBytes));
     ARCA_TRY(const ManifestTail tail, parseManifestTail(headerBytes, tailBytes, size));
@@ -343,7 +383,7 @@ Result<Manifest> readManifest(blob::BlobReader &blob, const SecretKey &manifestK
     ARCA_TRY(ManifestEnd end, parseEnd(plain));
     end.totals.cipher = header.cipher;
     end.totals.manifestBytes = size;
-    return Manifest{{header.id, std::move(description), end.totals, end.insertedAt},
+    return Manifest{{header.id, std::move(description), end.totals, end.insertedAt, inactiveAt},
                     tail,
                     chunksOffset,
                     cipher};

@@ -36,6 +36,13 @@
 //               32     8  0
 //               40     8  XXH3-64 of header and tail before
 //
+//   note         only of a piece that was made inactive, behind the tail:
+//   (32 bytes)   0     8  "ARCAINAC"
+//                8     8  when that was, seconds since 1970, UTC
+//               16    16  the beginning of HMAC-SHA-256(manifest key of the node, identifier | the
+//               16
+//                         bytes before)
+//
 // The key of a manifest is HMAC-SHA-256(manifest key of the node, identifier | salt); no other blob
 // has it. Nonces: kind 2 and 0 for the description, kind 3 and k for a chunk, kind 4 and 0 for the
 // end. Associated data: of the description the header, of a chunk nothing, of the end header and
@@ -53,6 +60,7 @@ namespace arca::store
 
 constexpr std::size_t kManifestHeaderBytes = 64;
 constexpr std::size_t kManifestTailBytes = 48;
+constexpr std::size_t kInactiveNoteBytes = 32;
 constexpr std::size_t kManifestSaltBytes = 32;
 constexpr std::size_t kMaxDescriptionBytes = 16 * 1024;
 constexpr std::size_t kMaxChunkBytes = std::size_t{4} << 20;
@@ -91,6 +99,12 @@ Result<ManifestEnd> parseEnd(ByteView bytes);
 /// The runs of a chunk with how they are compressed.
 Result<Bytes> encodeRuns(std::span<const engine::Run> runs);
 Result<std::vector<engine::Run>> parseRuns(ByteView bytes);
+
+/// What makes the blob of an active piece that of an inactive one when it is appended; `at` is not
+/// 0.
+Result<Bytes> encodeInactiveNote(const SecretKey &manifestKey, PieceId id, std::int64_t at);
+/// 0 when the bytes, kInactiveNoteBytes of them, are none. `damaged` when it is another piece's.
+Result<std::int64_t> parseInactiveNote(ByteView bytes, const SecretKey &manifestKey, PieceId id);
 
 Result<Aead> manifestCipher(const SecretKey &manifestKey, const ManifestHeader &header);
 Bytes endAssociated(ByteView headerBytes, ByteView tailBytes);

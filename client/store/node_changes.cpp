@@ -1,7 +1,10 @@
-// Changes of several names in one step: committing and removing pieces together, renaming. How they
-// are kept whole is told in change_plan.h.
+// Changes of several names in one step: committing, removing and making pieces inactive together,
+// renaming. How they are kept whole is told in change_plan.h.
 #include "client/base/text.h"
 #include "client/store/node_space.h"
+
+#include <algorithm>
+#include <ctime>
 
 namespace arca::store
 {
@@ -30,6 +33,11 @@ Result<ChangeId> newChangeId()
         id = ByteReader(random).u64();
     }
     return id;
+}
+
+bool names(const std::vector<PieceId> &ids, PieceId id)
+{
+    return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
 
 bool saysMore(const ObjectRecord &record)
@@ -63,6 +71,63 @@ Result<bool> NodeSpace::isDone(ChangeId change)
     return static_cast<bool>(mark);
 }
 
+Result<std::vector<std::string>> NodeSpace::changeNames(std::string_view suffix) const
+{
+    std::vector<std::string> found;
+    ARCA_CHECK(store_.list("changes/" + key_ + "/", [&](const std::string &name) {
+        if (name.ends_with(suffix))
+            found.push_back(name);
+        return true;
+    }));
+    return found;
+}
+
+Result<ChangePlan> NodeSpace::readPlan(const std::string &name) const
+{
+    ARCA_TRY(const Bytes record, blob::readWhole(store_, name, kMaxRecordBytes));
+    ARCA_TRY(ChangePlan plan, decodeChangePlan(record));
+    if (name != changeName(plan.id, kPlan))
+        return Error{ErrorKind::damaged, "the plan in " + name + " is another one"};
+    return plan;
+}
+
+Result<std::set<PieceId>> NodeSpace::beingChanged()
+{
+    std::set<PieceId> ids;
+    ARCA_TRY(const auto plans, changeNames(kPlan));
+    for (const std::string &name : plans) {
+        const auto plan = readPlan(name);
+        if (!plan && plan.error().kind == ErrorKind::notFound)
+            continue;
+        ARCA_CHECK(plan);
+        for (const auto *some : {&plan->coming, &plan->going, &plan->leaving})
+            ids.insert(some->begin(), some->end());
+    }
+    return ids;
+}
+
+Result<NodeSpace::Planned> NodeSpace::plannedFor(PieceId id)
+{
+    Planned planned;
+    ARCA_TRY(const auto plans, changeNames(kPlan));
+    for (const std::string &name : plans) {
+        auto plan = readPlan(name);
+        if (!plan && plan.error().kind == ErrorKind::notFound)
+            continue; // settled since the listing, and what is stored says all
+        ARCA_CHECK(plan);
+        const bool goes = names(plan->going, id), leaves = names(plan->leaving, id);
+        if (!goes && !leaves)
+            continue;
+        ARCA_TRY(const bool done, isDone(plan->id));
+        // Without its plan a mark that is gone says nothing.
+        if (!done && !store_.open(name))
+            return plannedFor(id);
+        planned.hidesActive = planned.hidesActive || done;
+        planned.hidesInactive = planned.hidesInactive || (done ? goes : leaves);
+    }
+    return planned;
+}
+
 Result<std::unique_ptr<blob::BlobLock>> NodeSpace::lockChanges()
 {
     ARCA_TRY(auto turn, store_.lock("change-" + key_));
@@ -87,25 +152,16 @@ void NodeSpace::settleChanges()
 
 Result<void> NodeSpace::settleUnderLock()
 {
-    std::vector<std::string> names;
-    ARCA_CHECK(store_.list("changes/" + key_ + "/", [&](const std::string &name) {
-        names.push_back(name);
-        return true;
-    }));
-    for (const std::string &name : names) {
-        if (!name.ends_with(kPlan))
-            continue;
-        ARCA_TRY(const Bytes record, blob::readWhole(store_, name, kMaxRecordBytes));
-        ARCA_TRY(const ChangePlan plan, decodeChangePlan(record));
-        if (name != changeName(plan.id, kPlan))
-            return Error{ErrorKind::damaged, "the plan in " + name + " is another one"};
+    ARCA_TRY(const auto plans, changeNames(kPlan));
+    for (const std::string &name : plans) {
+        ARCA_TRY(const ChangePlan plan, readPlan(name));
         ARCA_TRY(const bool done, isDone(plan.id));
         ARCA_CHECK(done ? finishChange(plan) : undoChange(plan));
     }
     // Their plans went before them.
-    for (const std::string &name : names)
-        if (name.ends_with(kDone))
-            ARCA_CHECK(removeBlob(store_, name));
+    ARCA_TRY(const auto marks, changeNames(kDone));
+    for (const std::string &name : marks)
+        ARCA_CHECK(removeBlob(store_, name));
     return {};
 }
 
@@ -113,11 +169,7 @@ Result<void> NodeSpace::finishChange(const ChangePlan &plan)
 {
     ObjectRecords records(store_, key_);
     for (const PieceId id : plan.going) {
-        auto located = locate(id);
-        if (!located && located.error().kind != ErrorKind::notFound)
-            return std::move(located).error();
-        if (located)
-            ARCA_CHECK(store_.remove(located->blobName, *located->blob));
+        ARCA_CHECK(removeEverywhere(id));
         ARCA_TRY(auto state, records.read(id));
         if (state.record.renamedTo == 0) {
             forget(id);
@@ -132,6 +184,13 @@ Result<void> NodeSpace::finishChange(const ChangePlan &plan)
             continue;
         state.record.shownBy = 0;
         ARCA_CHECK(saysMore(state.record) ? records.write(state) : records.remove(id));
+    }
+    for (const PieceId id : plan.leaving) {
+        auto active = locate(id);
+        if (!active && active.error().kind != ErrorKind::notFound)
+            return std::move(active).error();
+        if (active)
+            ARCA_CHECK(store_.remove(active->blobName, *active->blob));
     }
     ARCA_CHECK(removeBlob(store_, changeName(plan.id, kPlan)));
     return removeBlob(store_, changeName(plan.id, kDone));
@@ -159,6 +218,14 @@ Result<void> NodeSpace::undoChange(const ChangePlan &plan)
         state.record.renamedTo = 0;
         ARCA_CHECK(records.write(state));
     }
+    for (const PieceId id : plan.leaving) {
+        // The copy, never the only one.
+        const auto active = locate(id);
+        if (!active && active.error().kind != ErrorKind::notFound)
+            return active.error();
+        if (active)
+            ARCA_CHECK(removeBlob(store_, inactiveNameOf(id)));
+    }
     return removeBlob(store_, changeName(plan.id, kPlan));
 }
 
@@ -169,18 +236,19 @@ Result<void> NodeSpace::prepareChange(const ChangePlan &plan, std::span<const Se
     ObjectRecords records(store_, key_);
     ARCA_CHECK(blob::putWhole(store_, changeName(plan.id, kPlan), encodeChangePlan(plan)));
     ObjectRecord fresh;
-    for (const PieceId id : plan.going) {
+    if (renamed) {
+        const PieceId id = plan.going.front();
         ARCA_TRY(const Located located, locateShown(id));
         ARCA_TRY(auto state, records.read(id));
-        if (renamed) {
-            fresh.origin = state.record.first();
-            fresh.insertedAt = located.info.insertedAt;
-            fresh.describe(located.info.description);
-            state.record.renamedTo = plan.coming.front();
-        }
+        fresh.origin = state.record.first();
+        fresh.insertedAt = located.info.insertedAt;
+        fresh.describe(located.info.description);
+        state.record.renamedTo = plan.coming.front();
         state.record.goneBy = plan.id;
         ARCA_CHECK(records.write(state));
     }
+    for (const PieceId id : plan.leaving)
+        ARCA_CHECK(copyToInactive(id));
     fresh.shownBy = plan.id;
     for (const PieceId id : plan.coming) {
         fresh.id = id;
@@ -197,22 +265,49 @@ Result<void> NodeSpace::prepareChange(const ChangePlan &plan, std::span<const Se
     return blob::putWhole(store_, changeName(plan.id, kDone), frameRecord("ARCADONE", 1, {}));
 }
 
-Result<void> NodeSpace::change(std::span<const Sent> pieces, std::span<const PieceId> removals,
-                               bool renamed)
+Result<void> NodeSpace::copyToInactive(PieceId id)
+{
+    ARCA_TRY(const Located located, locate(id));
+    ARCA_TRY(const auto copy, store_.begin());
+    Bytes buffer(kCopyBytes);
+    for (std::uint64_t offset = 0; offset < located.blob->size();) {
+        ARCA_TRY(const std::size_t got, located.blob->read(offset, buffer));
+        if (got == 0)
+            return Error{ErrorKind::damaged, "the blob " + located.blobName + " was cut"};
+        ARCA_CHECK(copy->append(ByteView(buffer).first(got)));
+        offset += got;
+    }
+    ARCA_TRY(const Bytes note, encodeInactiveNote(domain_->manifestKey(), id, std::time(nullptr)));
+    ARCA_CHECK(copy->append(note));
+    return copy->commit(inactiveNameOf(id));
+}
+
+Result<void> NodeSpace::change(const Step &step, bool renamed)
 {
     ARCA_TRY(const auto turn, lockChanges());
+    // An old plan that names a piece, too, would hide it.
+    if (!step.deactivations.empty())
+        ARCA_CHECK(settleUnderLock());
     ChangePlan plan;
     ARCA_TRY(plan.id, newChangeId());
-    for (const Sent &sent : pieces)
+    for (const Sent &sent : step.pieces)
         plan.coming.push_back(sent.piece->id());
-    for (const PieceId id : removals) {
+    for (const PieceId id : step.removals) {
         ARCA_TRY(const Located located, locateShown(id));
         // Whoever names a piece to rename it means it under that name, not where it went since.
         if (renamed && located.info.id != id)
             return Error{ErrorKind::notFound, "the object was renamed meanwhile"};
         plan.going.push_back(located.info.id);
     }
-    auto prepared = prepareChange(plan, pieces, renamed);
+    for (const PieceId id : step.deactivations) {
+        ARCA_TRY(const Located located, locateShown(id));
+        if (!located.info.isActive())
+            return Error{ErrorKind::notFound, "the object was made inactive meanwhile"};
+        // What goes as well, goes.
+        if (!names(plan.going, located.info.id) && !names(plan.leaving, located.info.id))
+            plan.leaving.push_back(located.info.id);
+    }
+    auto prepared = prepareChange(plan, step.pieces, renamed);
     if (!prepared) {
         // The mark first, should it be there against all odds: without it nothing shows.
         (void)removeBlob(store_, changeName(plan.id, kDone));
@@ -223,10 +318,9 @@ Result<void> NodeSpace::change(std::span<const Sent> pieces, std::span<const Pie
     return {};
 }
 
-Result<void> NodeSpace::commitTogether(std::span<const Sent> pieces,
-                                       std::span<const PieceId> removals)
+Result<void> NodeSpace::commitTogether(const Step &step)
 {
-    return change(pieces, removals, false);
+    return change(step, false);
 }
 
 Result<void> NodeSpace::rename(const ObjectName &from, const ObjectName &to)
@@ -241,7 +335,7 @@ Result<void> NodeSpace::rename(const ObjectName &from, const ObjectName &to)
     ARCA_TRY(const auto reader, openPiece(found->id));
     ARCA_CHECK(copyStream(*reader, *piece));
     const Sent sent{piece.get(), known->registration};
-    return change(std::span(&sent, 1), std::span(&found->id, 1), true);
+    return change({std::span(&sent, 1), std::span(&found->id, 1), {}}, true);
 }
 
 } // namespace arca::store

@@ -108,10 +108,11 @@ Result<void> NodeSpace::emptyFilespace(const std::string &name)
     if (!state.filespace || !state.filespace->deleted)
         return {};
     std::vector<std::string> names;
-    ARCA_CHECK(store_.list("pieces/" + key_ + "/", [&](const std::string &blobName) {
-        names.push_back(blobName);
-        return true;
-    }));
+    for (const char *place : {"pieces/", "inactive/"})
+        ARCA_CHECK(store_.list(place + key_ + "/", [&](const std::string &blobName) {
+            names.push_back(blobName);
+            return true;
+        }));
     for (const std::string &blobName : names) {
         auto blob = store_.open(blobName);
         if (!blob && blob.error().kind == ErrorKind::notFound)
@@ -125,8 +126,7 @@ Result<void> NodeSpace::emptyFilespace(const std::string &name)
         ARCA_CHECK(manifest);
         if (manifest->info.description.name.filespace != name)
             continue;
-        Located located{blobName, std::move(blob).value(), {}};
-        located.info.id = manifest->info.id;
+        Located located{blobName, std::move(blob).value(), manifest->info};
         auto removed = removeStored(located);
         if (!removed && removed.error().kind != ErrorKind::notFound)
             return removed;

@@ -18,8 +18,12 @@ Error unknownId(PieceId id)
 
 } // namespace
 
-Result<std::optional<ObjectRecord>> NodeSpace::recordIfShown(PieceId id)
+Result<std::optional<ObjectRecord>> NodeSpace::recordIfShown(const PieceInfo &found)
 {
+    const PieceId id = found.id;
+    ARCA_TRY(const Planned planned, plannedFor(id));
+    if (found.isActive() ? planned.hidesActive : planned.hidesInactive)
+        return std::optional<ObjectRecord>();
     ObjectRecords records(store_, key_);
     for (;;) {
         ARCA_TRY(const auto state, records.read(id));
@@ -47,11 +51,21 @@ Result<NodeSpace::Located> NodeSpace::locateShown(PieceId asked)
 {
     PieceId id = asked;
     for (int names = 0; names < kMaxNames && id != 0; ++names) {
+        // In this order: a piece is in its inactive place before it leaves the other one.
         auto located = locate(id);
+        if (!located && located.error().kind == ErrorKind::notFound)
+            located = locateInactive(id);
         if (!located && located.error().kind != ErrorKind::notFound)
             return located;
         if (located) {
-            ARCA_TRY(const auto record, recordIfShown(id));
+            ARCA_TRY(auto record, recordIfShown(located->info));
+            if (!record && located->info.isActive()) {
+                // By a change that is done, but not settled yet.
+                if (auto other = locateInactive(id)) {
+                    ARCA_TRY(record, recordIfShown(other->info));
+                    located = std::move(other);
+                }
+            }
             ARCA_TRY(const auto known, filespace(located->info.description.name.filespace));
             if (record && known) {
                 record->applyTo(located->info);
@@ -80,7 +94,7 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName)
     const auto manifest = readOwn(**blob, blobName);
     if (!manifest)
         return true; // by something that is damaged
-    ARCA_TRY(const auto shown, recordIfShown(manifest->info.id));
+    ARCA_TRY(const auto shown, recordIfShown(manifest->info));
     if (shown)
         return true;
     ARCA_CHECK(lockChanges());
@@ -100,10 +114,29 @@ Result<void> NodeSpace::remove(PieceId id)
     return removed;
 }
 
+Result<void> NodeSpace::removeEverywhere(PieceId id)
+{
+    // The active place first: what is left of an inactive piece must not come to be active.
+    for (const auto look : {&NodeSpace::locate, &NodeSpace::locateInactive}) {
+        auto located = (this->*look)(id);
+        if (!located && located.error().kind == ErrorKind::notFound)
+            continue;
+        if (!located)
+            return std::move(located).error();
+        auto removed = store_.remove(located->blobName, *located->blob);
+        if (!removed && removed.error().kind != ErrorKind::notFound)
+            return removed;
+    }
+    return {};
+}
+
 /// The piece first: a record without a piece is harmless.
 Result<void> NodeSpace::removeStored(Located &located)
 {
-    ARCA_CHECK(store_.remove(located.blobName, *located.blob));
+    if (!located.info.isActive())
+        ARCA_CHECK(removeEverywhere(located.info.id));
+    else
+        ARCA_CHECK(store_.remove(located.blobName, *located.blob));
     forget(located.info.id);
     return {};
 }

@@ -1,6 +1,9 @@
 // A node's part of a repository.
 //
 //   pieces/<node key>/<xx>/<name hash>   one blob a piece; xx are the hash's first two digits
+//   inactive/<node key>/<xx>/<identifier>
+//                                        a piece that was made inactive: the same bytes with a note
+//                                        behind; xx are the first two digits of the identifier
 //   filespaces/<node key>/<name hash>/   the numbered record of a filespace
 //   objects/<node key>/<identifier>/     what became of a piece: object_record.h
 //
@@ -12,6 +15,8 @@
 
 #include "client/base/text.h"
 
+#include <algorithm>
+#include <tuple>
 #include <utility>
 
 namespace arca::store
@@ -27,6 +32,20 @@ std::string digitsOf(const Sha256 &hash)
     return toHex(ByteView(hash).first(kHashBytesInNames));
 }
 
+/// The upper half of the identifiers of all pieces of a name.
+PieceId upperHalfOf(const Sha256 &nameHash)
+{
+    PieceId high = 0;
+    for (std::size_t i = 0; i < 4; ++i)
+        high = high << 8 | std::to_integer<PieceId>(nameHash[i]);
+    return high;
+}
+
+bool isIdUnder(const Sha256 &nameHash, PieceId id)
+{
+    return id >> 32 == upperHalfOf(nameHash);
+}
+
 Result<PieceId> newId(const Sha256 &nameHash)
 {
     Bytes random(4);
@@ -35,10 +54,7 @@ Result<PieceId> newId(const Sha256 &nameHash)
         ARCA_CHECK(fillRandom(random));
         low = ByteReader(random).u32();
     }
-    PieceId high = 0;
-    for (std::size_t i = 0; i < 4; ++i)
-        high = high << 8 | std::to_integer<PieceId>(nameHash[i]);
-    return high << 32 | low;
+    return upperHalfOf(nameHash) << 32 | low;
 }
 
 Error unknownId(PieceId id)
@@ -93,6 +109,12 @@ std::string NodeSpace::prefixOf(PieceId id) const
     return "pieces/" + key_ + "/" + digits.substr(0, 2) + "/" + digits;
 }
 
+std::string NodeSpace::inactiveNameOf(PieceId id) const
+{
+    const std::string digits = toHex(id);
+    return "inactive/" + key_ + "/" + digits.substr(0, 2) + "/" + digits;
+}
+
 Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &blobName) const
 {
     auto manifest = readManifest(blob, domain_->manifestKey());
@@ -100,7 +122,11 @@ Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &b
         return inContext(std::move(manifest).error(), "the stored piece in " + blobName);
     const PieceDescription &piece = manifest->info.description;
     ARCA_TRY(const Sha256 hash, hashOf(piece.name));
-    if (piece.node != node_ || blobNameOf(hash) != blobName)
+    const PieceId id = manifest->info.id;
+    const bool inPlace = manifest->info.isActive()
+                             ? blobName == blobNameOf(hash)
+                             : blobName == inactiveNameOf(id) && isIdUnder(hash, id);
+    if (piece.node != node_ || !inPlace)
         return Error{ErrorKind::damaged,
                      "the stored piece in " + blobName + " is another one than its place says"};
     return manifest;
@@ -127,13 +153,46 @@ Result<std::optional<PieceInfo>> NodeSpace::find(const ObjectName &name)
     if (!blob && blob.error().kind == ErrorKind::notFound)
         return std::optional<PieceInfo>();
     ARCA_TRY(const auto opened, std::move(blob));
-    ARCA_TRY(Manifest manifest, readOwn(*opened, blobName));
+    return readShown(*opened, blobName);
+}
+
+Result<std::optional<PieceInfo>> NodeSpace::readShown(blob::BlobReader &blob,
+                                                      const std::string &blobName)
+{
+    ARCA_TRY(Manifest manifest, readOwn(blob, blobName));
     PieceInfo info = std::move(manifest.info);
-    ARCA_TRY(const auto record, recordIfShown(info.id));
+    ARCA_TRY(const auto record, recordIfShown(info));
     if (!record)
         return std::optional<PieceInfo>();
     record->applyTo(info);
     return std::optional<PieceInfo>(std::move(info));
+}
+
+Result<std::vector<PieceInfo>> NodeSpace::inactiveOf(const ObjectName &name)
+{
+    ARCA_TRY(const Sha256 hash, hashOf(name));
+    const std::string first = inactiveNameOf(upperHalfOf(hash) << 32);
+    std::vector<std::string> candidates;
+    ARCA_CHECK(store_.list(first.substr(0, first.size() - 8), [&](const std::string &blobName) {
+        candidates.push_back(blobName);
+        return true;
+    }));
+    std::vector<PieceInfo> found;
+    for (const std::string &blobName : candidates) {
+        const auto blob = store_.open(blobName);
+        if (!blob && blob.error().kind == ErrorKind::notFound)
+            continue; // removed since the listing
+        if (!blob)
+            return blob.error();
+        ARCA_TRY(auto shown, readShown(**blob, blobName));
+        if (shown && shown->description.name == name)
+            found.push_back(std::move(*shown));
+    }
+    std::sort(found.begin(), found.end(), [](const PieceInfo &a, const PieceInfo &b) {
+        return std::tie(a.inactiveAt, a.insertedAt, a.id) >
+               std::tie(b.inactiveAt, b.insertedAt, b.id);
+    });
+    return found;
 }
 
 Result<NodeSpace::Located> NodeSpace::locate(PieceId id)
@@ -161,6 +220,17 @@ Result<NodeSpace::Located> NodeSpace::locate(PieceId id)
             return Located{name, std::move(blob).value(), std::move(manifest->info)};
     }
     return failure ? *failure : unknownId(id);
+}
+
+Result<NodeSpace::Located> NodeSpace::locateInactive(PieceId id)
+{
+    const std::string name = inactiveNameOf(id);
+    auto blob = store_.open(name);
+    if (!blob && blob.error().kind == ErrorKind::notFound)
+        return unknownId(id);
+    ARCA_TRY(auto opened, std::move(blob));
+    ARCA_TRY(Manifest manifest, readOwn(*opened, name));
+    return Located{name, std::move(opened), std::move(manifest.info)};
 }
 
 Result<PieceInfo> NodeSpace::find(PieceId id)

@@ -12,6 +12,7 @@
 
 #include <functional>
 #include <optional>
+#include <set>
 #include <span>
 
 namespace arca::store
@@ -36,17 +37,28 @@ public:
     /// at the commit. description.node is filled in.
     Result<std::unique_ptr<PieceWriter>> beginPiece(PieceDescription description);
 
-    /// The piece of exactly that name; nothing when there is none.
+    /// The active piece of exactly that name; nothing when there is none.
     Result<std::optional<PieceInfo>> find(const ObjectName &name);
+    /// The inactive ones that had that name, the last to become so first.
+    Result<std::vector<PieceInfo>> inactiveOf(const ObjectName &name);
 
-    /// `notFound` when no piece has that identifier. A piece that was renamed is found by those it
-    /// had before, too, and tells the one it has now.
+    /// `notFound` when no piece, active or inactive, has that identifier. A piece that was renamed
+    /// is found by those it had before, too, and tells the one it has now.
     Result<PieceInfo> find(PieceId id);
     Result<std::unique_ptr<PieceReader>> openPiece(PieceId id);
 
     /// The manifest in a blob of this node, whether the piece shows or not; `damaged` also when it
     /// belongs elsewhere.
     Result<Manifest> readOwn(blob::BlobReader &blob, const std::string &blobName) const;
+
+    /// What is in a blob of this node, as it shows now, whatever becomes of its filespace; nothing
+    /// when it does not show.
+    Result<std::optional<PieceInfo>> readShown(blob::BlobReader &blob, const std::string &blobName);
+    /// The pieces that changes name which are being made: what shows of them depends on more than
+    /// their blobs and records.
+    Result<std::set<PieceId>> beingChanged();
+    /// What the blob names of pieces of that name, and their identifiers, begin with.
+    Result<Sha256> hashOf(const ObjectName &name) const;
 
     /// Removes the piece, durably. `notFound` also when it was removed, or replaced, meanwhile.
     Result<void> remove(PieceId id);
@@ -67,9 +79,15 @@ public:
         PieceWriter *piece;
         std::uint32_t registration;
     };
-    /// Commits finished pieces and removes others in one step: at every moment, whoever looks and
-    /// whatever dies, all of it shows or nothing. `exists`, `notFound`, `noFilespace`.
-    Result<void> commitTogether(std::span<const Sent> pieces, std::span<const PieceId> removals);
+    struct Step {
+        std::span<const Sent> pieces;
+        std::span<const PieceId> removals;
+        std::span<const PieceId> deactivations;
+    };
+    /// Commits finished pieces, removes others and makes others inactive in one step: at every
+    /// moment, whoever looks and whatever dies, all of it shows or nothing. `exists`, `notFound`,
+    /// `noFilespace`.
+    Result<void> commitTogether(const Step &step);
     /// Gives a piece another name of its filespace, in one step. It gets another identifier, and is
     /// found by the old one, too. `notFound`, `exists`.
     Result<void> rename(const ObjectName &from, const ObjectName &to);
@@ -99,15 +117,23 @@ private:
 
     NodeSpace(blob::BlobStore &store, std::string node, std::string key, SecretKey dataKey,
               std::unique_ptr<engine::Domain> domain);
-    Result<Sha256> hashOf(const ObjectName &name) const;
     std::string blobNameOf(const Sha256 &nameHash) const;
     std::string prefixOf(PieceId id) const;
-    /// Of the stored pieces, those that show or not.
+    std::string inactiveNameOf(PieceId id) const;
+    /// Of the stored pieces, those that show or not; in the place of the active ones, or in that of
+    /// the inactive ones.
     Result<Located> locate(PieceId id);
+    Result<Located> locateInactive(PieceId id);
     /// Of those that show; its attributes as they are now.
     Result<Located> locateShown(PieceId id);
-    /// What became of a stored piece; nothing when it does not show.
-    Result<std::optional<ObjectRecord>> recordIfShown(PieceId id);
+    /// What changes that are being made mean for a piece that is stored. Both: it does not show.
+    struct Planned {
+        bool hidesActive = false;
+        bool hidesInactive = false;
+    };
+    Result<Planned> plannedFor(PieceId id);
+    /// What became of a stored piece; nothing when it does not show in the place it was found in.
+    Result<std::optional<ObjectRecord>> recordIfShown(const PieceInfo &found);
     Result<bool> isDone(ChangeId change);
     Result<bool> isTaken(const std::string &blobName);
 
@@ -116,12 +142,16 @@ private:
     Result<std::unique_ptr<blob::BlobLock>> lockChanges();
     Result<void> settleUnderLock();
     std::string changeName(ChangeId change, std::string_view suffix) const;
-    Result<void> change(std::span<const Sent> pieces, std::span<const PieceId> removals,
-                        bool renamed);
+    Result<std::vector<std::string>> changeNames(std::string_view suffix) const;
+    Result<ChangePlan> readPlan(const std::string &name) const;
+    Result<void> change(const Step &step, bool renamed);
     Result<void> prepareChange(const ChangePlan &plan, std::span<const Sent> pieces, bool renamed);
+    Result<void> copyToInactive(PieceId id);
     Result<void> finishChange(const ChangePlan &plan);
     Result<void> undoChange(const ChangePlan &plan);
     Result<void> removeStored(Located &located);
+    /// From both places; fine when it is in none.
+    Result<void> removeEverywhere(PieceId id);
     void forget(PieceId id);
     Result<void> emptyFilespace(const std::string &name);
     Result<NumberedRecord> filespaceRecord(const std::string &name);

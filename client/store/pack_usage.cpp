@@ -41,11 +41,13 @@ Result<PackUse> usedBlocks(engine::Domain &domain,
                            const std::function<bool(const engine::PackId &)> &wanted)
 {
     std::vector<std::string> names;
-    ARCA_CHECK(
-        domain.blobs().list("pieces/" + domain.nodeKey() + "/", [&](const std::string &name) {
-            names.push_back(name);
-            return true;
-        }));
+    // In this order: a piece that becomes inactive is in its new place before it leaves the other.
+    for (const char *place : {"pieces/", "inactive/"})
+        ARCA_CHECK(
+            domain.blobs().list(place + domain.nodeKey() + "/", [&](const std::string &name) {
+                names.push_back(name);
+                return true;
+            }));
     PackUse use;
     for (const std::string &name : names) {
         auto blob = domain.blobs().open(name);

@@ -56,6 +56,9 @@ struct PieceInfo {
     PieceDescription description;
     PieceTotals totals;
     std::int64_t insertedAt = 0; // seconds since 1970, UTC
+    std::int64_t inactiveAt = 0; // when it was made inactive; 0: it is active
+
+    bool isActive() const { return inactiveAt == 0; }
 };
 
 } // namespace arca::store

@@ -105,18 +105,18 @@ Result<Policy::Known> Policy::read(const std::string &name)
     return known;
 }
 
-Result<std::optional<ManagementClass>> Policy::find(std::string_view name)
+Result<std::optional<ManagementClass>> Policy::find(std::string_view name, Retired retired)
 {
     const std::string wanted = canonical(name.substr(0, kMaxName + 1));
     ARCA_TRY(const Known known, read(wanted));
     if (!known.state && wanted == kDefaultClass)
         return std::optional(kStandard);
-    if (!known.state || known.state->retired)
+    if (!known.state || (known.state->retired && retired == Retired::left))
         return std::optional<ManagementClass>();
     return known.state;
 }
 
-Result<std::vector<ManagementClass>> Policy::list()
+Result<std::vector<ManagementClass>> Policy::list(Retired retired)
 {
     std::set<std::string> prefixes;
     ARCA_CHECK(store_.list(std::string(kPrefix), [&](const std::string &name) {
@@ -131,7 +131,7 @@ Result<std::vector<ManagementClass>> Policy::list()
         if (!state)
             continue;
         ARCA_TRY(ManagementClass known, decodeManagementClass(state->bytes));
-        if (!known.retired && !known.isDefault())
+        if ((!known.retired || retired == Retired::included) && !known.isDefault())
             classes.push_back(std::move(known));
     }
     std::sort(classes.begin() + 1, classes.end(),

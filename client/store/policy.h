@@ -44,10 +44,12 @@ class Policy
 public:
     explicit Policy(blob::BlobStore &store) : store_(store) {}
 
-    /// The default one first, the others by name; none that is retired.
-    Result<std::vector<ManagementClass>> list();
-    /// Nothing when there is none, or only a retired one.
-    Result<std::optional<ManagementClass>> find(std::string_view name);
+    enum class Retired { left, included };
+    /// The default one first, the others by name.
+    Result<std::vector<ManagementClass>> list(Retired retired = Retired::left);
+    /// Nothing when there is none, or only a retired one that is left out.
+    Result<std::optional<ManagementClass>> find(std::string_view name,
+                                                Retired retired = Retired::left);
 
     /// `exists`; `badArgument` when a text is too long or the name is none: 1 to 30 letters,
     /// digits,

@@ -1,12 +1,13 @@
-// Opening and making a repository. The blob "format" (kind "ARCAREPO", version 2) marks it;
+// Opening and making a repository. The blob "format" (kind "ARCAREPO", version 3) marks it;
 // payload:
 //
 //   offset  size
 //        0    16  what tells this repository from every other, random
 //       16     8  when it was made, seconds since 1970, UTC
 //
-// A change of the layout that an older release would misread raises the version of that record;
-// version 1 kept nothing under keys.
+// A change of the layout that an older release would misread raises the version of that record.
+// Version 1 kept nothing under keys, and is not read any more. Version 2 had no inactive pieces,
+// and gets none.
 #include "client/store/repository.h"
 
 #include "client/base/text.h"
@@ -22,14 +23,16 @@ namespace
 
 constexpr std::string_view kMarker = "format";
 constexpr std::string_view kKind = "ARCAREPO";
-constexpr std::uint32_t kVersion = 2;
+constexpr std::uint32_t kVersion = 3;
+constexpr std::uint32_t kOldestVersion = 2;
 constexpr std::size_t kUuidBytes = 16;
 
 } // namespace
 
 Repository::Repository(std::unique_ptr<blob::BlobStore> store, std::string shownName,
-                       std::string uuid)
-    : store_(std::move(store)), shownName_(std::move(shownName)), uuid_(std::move(uuid))
+                       std::string uuid, std::uint32_t layout)
+    : store_(std::move(store)), shownName_(std::move(shownName)), uuid_(std::move(uuid)),
+      layout_(layout)
 {
 }
 
@@ -47,7 +50,7 @@ Result<std::unique_ptr<Repository>> Repository::open(std::unique_ptr<blob::BlobS
     if (!marker && marker.error().kind == ErrorKind::notFound)
         return Error{ErrorKind::noRepository, "there is no repository in " + shownName};
     ARCA_TRY(const Bytes bytes, std::move(marker));
-    auto payload = unframeRecord(bytes, kKind, kVersion, kVersion);
+    auto payload = unframeRecord(bytes, kKind, kVersion, kOldestVersion);
     if (!payload && payload.error().kind == ErrorKind::olderFormat)
         return Error{ErrorKind::olderFormat,
                      "the repository in " + shownName +
@@ -60,7 +63,8 @@ Result<std::unique_ptr<Repository>> Repository::open(std::unique_ptr<blob::BlobS
     if (!reader.ok())
         return Error{ErrorKind::damaged, "the format marker of " + shownName + " is damaged"};
     return std::unique_ptr<Repository>(
-        new Repository(std::move(store), shownName, std::move(uuid)));
+        new Repository(std::move(store), shownName, std::move(uuid),
+                       ByteReader(ByteView(bytes).subspan(8)).u32()));
 }
 
 Result<std::unique_ptr<Repository>> Repository::create(const std::string &location)

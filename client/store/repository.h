@@ -27,6 +27,9 @@ public:
 
     /// 32 hexadecimal digits that no other repository has.
     const std::string &uuid() const { return uuid_; }
+    /// Whether pieces may be made inactive. In a repository of the layout before this one they may
+    /// not: a release that knows no inactive pieces could be reclaiming space there.
+    bool takesInactive() const { return layout_ >= 3; }
     /// What to call it in a message.
     const std::string &shownName() const { return shownName_; }
 
@@ -43,11 +46,13 @@ public:
     blob::BlobStore &blobs() { return *store_; }
 
 private:
-    Repository(std::unique_ptr<blob::BlobStore> store, std::string shownName, std::string uuid);
+    Repository(std::unique_ptr<blob::BlobStore> store, std::string shownName, std::string uuid,
+               std::uint32_t layout);
 
     std::unique_ptr<blob::BlobStore> store_;
     std::string shownName_;
     std::string uuid_;
+    std::uint32_t layout_;
 };
 
 } // namespace arca::store

@@ -17,12 +17,12 @@ Result<std::optional<PieceInfo>> shownPiece(NodeSpace &space, const std::string 
     ARCA_TRY(const auto blob, space.domain().blobs().open(blobName));
     ARCA_TRY(Manifest manifest, space.readOwn(*blob, blobName));
     auto shown = space.find(manifest.info.id);
-    if (!shown && shown.error().kind == ErrorKind::notFound)
+    if (!shown && shown.error().kind != ErrorKind::notFound)
+        return std::move(shown).error();
+    // Of one that is just becoming inactive there are two blobs.
+    if (!shown || shown->id != manifest.info.id || shown->isActive() != manifest.info.isActive())
         return std::optional<PieceInfo>();
-    ARCA_TRY(PieceInfo info, std::move(shown));
-    if (info.id != manifest.info.id)
-        return std::optional<PieceInfo>();
-    return std::optional<PieceInfo>(std::move(info));
+    return std::optional<PieceInfo>(std::move(shown).value());
 }
 
 void addPiece(NodeSpace &space, const std::string &blobName, Statistics &sums)
@@ -33,6 +33,7 @@ void addPiece(NodeSpace &space, const std::string &blobName, Statistics &sums)
     } else if (*piece) {
         const PieceTotals &totals = (*piece)->totals;
         sums.all.add(totals);
+        sums.inactivePieces += (*piece)->isActive() ? 0 : 1;
         sums.days[(*piece)->insertedAt / kDay].add(totals);
         sums.manifestBytes += totals.manifestBytes;
     }
@@ -66,11 +67,12 @@ Result<Statistics> gatherStatistics(NodeSpace &space)
 {
     Statistics sums;
     engine::Domain &domain = space.domain();
-    ARCA_CHECK(
-        domain.blobs().list("pieces/" + domain.nodeKey() + "/", [&](const std::string &blobName) {
-            addPiece(space, blobName, sums);
-            return true;
-        }));
+    for (const char *place : {"pieces/", "inactive/"})
+        ARCA_CHECK(
+            domain.blobs().list(place + domain.nodeKey() + "/", [&](const std::string &blobName) {
+                addPiece(space, blobName, sums);
+                return true;
+            }));
     ARCA_CHECK(domain.packs().list([&](const engine::PackName &which) {
         addPack(space, which, sums);
         return true;

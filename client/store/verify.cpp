@@ -41,6 +41,7 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
         {"filespaces/" + nodeKey + "/", Checked::record, false},
         {"grants/" + nodeKey + "/", Checked::record, false},
         {"groups/" + nodeKey + "/", Checked::record, false},
+        {"inactive/" + nodeKey + "/", Checked::piece, true},
         {"keys/", Checked::record, false},
         {"nodes/" + nodeKey + "/", Checked::record, false},
         {"objects/" + nodeKey + "/", Checked::record, false},

@@ -2,6 +2,7 @@
 // of them in one transaction.
 #include "tests/client/client_fixture.h"
 
+#include <cctype>
 #include <cstring>
 #include <functional>
 
@@ -44,12 +45,13 @@ protected:
         return std::string(found.owner) + " " + found.objInfo + " " + found.mcName;
     }
 
-    hox64_t idOf(const std::string &piece)
+    hox64_t idIn(hoxHandle_t handle, const std::string &piece)
     {
         qryRespBackupData found{};
-        EXPECT_EQ(query(handle_, piece, &found).size(), 3U) << piece;
+        EXPECT_EQ(query(handle, piece, &found).size(), 3U) << piece;
         return found.objId;
     }
+    hox64_t idOf(const std::string &piece) { return idIn(handle_, piece); }
 
     int group(hoxHandle_t handle, std::uint8_t action, hox64_t leader,
               const std::vector<hox64_t> &members = {})
@@ -290,6 +292,66 @@ TEST_F(ChangeTest, ARenamedObjectIsTheSameUnderAnotherName)
         EXPECT_TRUE(stored(directory).empty()) << directory;
 }
 
+TEST_F(ChangeTest, AnInactiveObjectIsKeptWithoutItsName)
+{
+    const hoxHandle_t other = logOn();
+    const auto step = [&](std::uint8_t type, hox64_t id) {
+        hoxDelInfo info{};
+        info.backID = {HOX_DELBACK_VERSION, id};
+        EXPECT_EQ(api_.hoxBeginTxn(handle_), HOX_RC_OK);
+        const int code = api_.hoxDeleteObj(handle_, type, &info);
+        const int ended = endTransaction(handle_, HOX_VOTE_COMMIT);
+        return code != HOX_RC_OK ? code : ended;
+    };
+    /// How many there are of "a" in that state.
+    const auto count = [&](std::uint8_t state, qryRespBackupData *last = nullptr) {
+        return query(other, "a", last, nullptr, state).size() - 2;
+    };
+    const auto read = [&](hox64_t id) {
+        const hoxGetList list{HOX_GETLIST_VERSION, 1, &id};
+        std::string room(100, '\0');
+        DataBlk data{HOX_DATABLK_VERSION, 100, 0, room.data()};
+        if (api_.hoxBeginGetData(other, 1, HOX_GET_BACKUP, &list) != HOX_RC_OK)
+            return std::string();
+        EXPECT_EQ(api_.hoxGetObj(other, &id, &data), HOX_RC_FINISHED);
+        EXPECT_EQ(api_.hoxEndGetObj(other), HOX_RC_OK);
+        EXPECT_EQ(api_.hoxEndGetData(other), HOX_RC_OK);
+        return room.substr(0, data.numBytes);
+    };
+    const hox64_t first = idOf("a");
+    EXPECT_EQ(update(handle_, "a", "x", "kept", nullptr, HOX_UPDOBJ_OWNER), HOX_RC_OK);
+    EXPECT_EQ(step(HOX_DEACTIVATE_BACKUP_ID, first), HOX_RC_OK);
+    EXPECT_EQ(step(HOX_DEACTIVATE_BACKUP_ID, first), HOX_RC_OBJECT_UNKNOWN) << "it is already";
+    EXPECT_EQ(count(HOX_STATE_ACTIVE), 0U);
+    EXPECT_EQ(remove(handle_, "a"), HOX_RC_OBJECT_UNKNOWN);
+    qryRespBackupData found{};
+    ASSERT_EQ(count(HOX_STATE_INACTIVE, &found), 1U);
+    EXPECT_EQ(found.objId.lo, first.lo);
+    EXPECT_EQ(found.objState, HOX_STATE_INACTIVE);
+    EXPECT_STREQ(found.owner, "x") << "its attributes stay";
+    EXPECT_NE(found.inactDate.year, 0);
+    EXPECT_EQ(found.expDate.year, 0) << "its class keeps it for ever";
+
+    EXPECT_EQ(backUp(handle_, "a", "second"), HOX_RC_OK) << "the name is free";
+    const hox64_t second = idOf("a");
+    EXPECT_EQ(step(HOX_DEACTIVATE_BACKUP_ID, second), HOX_RC_OK);
+    EXPECT_EQ(backUp(handle_, "a", "third"), HOX_RC_OK);
+    EXPECT_EQ(count(HOX_STATE_INACTIVE), 2U);
+    EXPECT_EQ(count(HOX_STATE_ANY), 3U);
+
+    for (const char *verb : {"reclaim", "verify"})
+        EXPECT_EQ(run({arcaProgram(), verb, "--optfile", installation_.clientOptions()}).status, 0);
+    EXPECT_EQ(read(first) + read(second), "content of asecond") << "nothing reclaims their blocks";
+    EXPECT_EQ(restore(handle_, "a"), "third");
+    EXPECT_EQ(step(HOX_DELETE_BACKUP_ID, first), HOX_RC_OK);
+    EXPECT_EQ(read(first), "");
+    EXPECT_EQ(count(HOX_STATE_ANY), 2U);
+    EXPECT_EQ(api_.hoxDeleteFS(handle_, "/fs", HOX_REPOSITORY_ALL), HOX_RC_OK);
+    EXPECT_EQ(read(second), "");
+    for (const char *directory : {"objects", "pieces", "inactive", "changes"})
+        EXPECT_TRUE(stored(directory).empty()) << directory;
+}
+
 TEST_F(ChangeTest, ATransactionOfSeveralShowsInOneStepOrNotAtAll)
 {
     const hoxHandle_t other = logOn();
@@ -302,11 +364,19 @@ TEST_F(ChangeTest, ATransactionOfSeveralShowsInOneStepOrNotAtAll)
         EXPECT_EQ(api_.hoxSendObj(handle_, HOX_SEND_BACKUP, nullptr, &name, &attr, &data), 0);
         EXPECT_EQ(api_.hoxEndSendObj(handle_), HOX_RC_OK);
     };
-    const auto deletion = [&](const std::string &piece) {
-        const hoxObjName name = nameOf(piece);
+    // By its name, or by its identifier when it is to become inactive: an upper-case letter.
+    const auto deletion = [&](char piece) {
+        const bool leaves = std::isupper(piece) != 0;
+        const std::string lower(1, static_cast<char>(std::tolower(piece)));
+        const hoxObjName name = nameOf(lower);
         hoxDelInfo info{};
-        info.backName = {HOX_DELBACK_VERSION, &name};
-        EXPECT_EQ(api_.hoxDeleteObj(handle_, HOX_DELETE_BACKUP_NAME, &info), HOX_RC_OK);
+        if (leaves)
+            info.backID = {HOX_DELBACK_VERSION, idIn(other, lower)};
+        else
+            info.backName = {HOX_DELBACK_VERSION, &name};
+        EXPECT_EQ(api_.hoxDeleteObj(
+                      handle_, leaves ? HOX_DEACTIVATE_BACKUP_ID : HOX_DELETE_BACKUP_NAME, &info),
+                  HOX_RC_OK);
     };
     const struct {
         const char *what, *sent, *deleted;
@@ -322,6 +392,9 @@ TEST_F(ChangeTest, ATransactionOfSeveralShowsInOneStepOrNotAtAll)
         {"what is to go is gone", "c", "ab", [&] { EXPECT_EQ(remove(other, "b"), HOX_RC_OK); },
          HOX_RC_OBJECT_UNKNOWN, "ad"},
         {"all at once", "bc", "ad", [] {}, HOX_RC_OK, "bc"},
+        {"one comes, one goes, one leaves", "a", "bC", [] {}, HOX_RC_OK, "a"},
+        {"what is to leave is gone", "d", "A", [&] { EXPECT_EQ(remove(other, "a"), HOX_RC_OK); },
+         HOX_RC_OBJECT_UNKNOWN, ""},
     };
     for (const auto &step : steps) {
         SCOPED_TRACE(step.what);
@@ -329,7 +402,7 @@ TEST_F(ChangeTest, ATransactionOfSeveralShowsInOneStepOrNotAtAll)
         for (const char piece : std::string(step.sent))
             object(std::string(1, piece));
         for (const char piece : std::string(step.deleted))
-            deletion(std::string(1, piece));
+            deletion(piece);
         step.meanwhile();
         EXPECT_EQ(endTransaction(handle_, HOX_VOTE_COMMIT), step.code);
         EXPECT_EQ(shown(other), step.after);

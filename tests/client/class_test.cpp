@@ -2,6 +2,7 @@
 #include "tests/client/client_fixture.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace keel::test
 {
@@ -13,9 +14,9 @@ class ClassTest : public ClientTest
 {
 protected:
     /// "GOLD FASTPOOL 3 365" for each class that is answered to a query of that name.
-    std::vector<std::string> classes(hoxHandle_t handle, const char *name)
+    std::vector<std::string> classes(hoxHandle_t handle, const char *name, std::uint8_t detail = 1)
     {
-        const qryMCData asked{HOX_QRY_MC_VERSION, name, 1};
+        const qryMCData asked{HOX_QRY_MC_VERSION, name, detail};
         EXPECT_EQ(api_.hoxBeginQuery(handle, HOX_QUERY_MGMT_CLASS, &asked), HOX_RC_OK);
         std::vector<std::string> found;
         qryRespMCData answer{};
@@ -24,7 +25,8 @@ protected:
         while ((code = api_.hoxGetNextQObj(handle, &data)) == HOX_RC_MORE_DATA)
             found.push_back(std::string(answer.isDefault != 0 ? "*" : "") + answer.mcName + " " +
                             answer.stgPool + " " + std::to_string(answer.versionsKept) + " " +
-                            std::to_string(answer.daysKept));
+                            std::to_string(answer.daysKept) +
+                            (answer.isDeleted != 0 ? " deleted" : ""));
         EXPECT_EQ(code, found.empty() ? HOX_RC_NO_MATCH : HOX_RC_FINISHED);
         EXPECT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
         return found;
@@ -111,6 +113,60 @@ TEST_F(ClassTest, WhatIsDefinedIsWhatSessionsSeeAndObjectsCarry)
         run({arcaProgram(), "class", "list", "--json", "--optfile", installation_.clientOptions()});
     for (const char *part : {"\"verb\": \"class list\"", "\"name\": \"GOLD\"", "\"daysKept\": 0"})
         EXPECT_NE(json.out.find(part), std::string::npos) << json.out;
+}
+
+TEST_F(ClassTest, AnApplicationDefinesChangesAndDeletesThem)
+{
+    const hoxHandle_t handle = logOn();
+    mcDefinition gold{};
+    gold.stVersion = HOX_MCDEFINITION_VERSION;
+    gold.versionsKept = 3;
+    gold.daysKept = 30;
+    std::strcpy(gold.stgPool, "FAST");
+    mcDefinition noPool = gold, unknown = gold;
+    noPool.stgPool[0] = '\0';
+    unknown.stVersion = 9;
+    constexpr std::uint32_t kDefine = HOX_UPDCLASS_DEFINE, kChange = HOX_UPDCLASS_CHANGE,
+                            kDelete = HOX_UPDCLASS_DELETE;
+    const std::string defined = "GOLD FAST 3 30";
+    const struct {
+        const char *name;
+        const mcDefinition *says;
+        std::uint32_t mask;
+        int code;
+        std::string after; ///< of GOLD
+    } steps[] = {
+        {"GOLD", &gold, kChange | HOX_UPDCLASS_DAYS, HOX_RC_MC_UNKNOWN, ""},
+        {"GOLD", nullptr, kDelete, HOX_RC_MC_UNKNOWN, ""},
+        {"GOLD", nullptr, kDefine, HOX_RC_NULL_ARGUMENT, ""},
+        {"GOLD", &noPool, kDefine, HOX_RC_BAD_ARGUMENT, ""},
+        {"GOLD", &unknown, kDefine, HOX_RC_BAD_VERSION, ""},
+        {"no name", &gold, kDefine, HOX_RC_BAD_ARGUMENT, ""},
+        {"gold", &gold, kDefine, HOX_RC_OK, defined},
+        {"GOLD", &gold, kDefine, HOX_RC_OBJECT_EXISTS, defined},
+        {"GOLD", &gold, kDefine | kDelete, HOX_RC_BAD_ARGUMENT, defined},
+        {"GOLD", &gold, kChange, HOX_RC_BAD_ARGUMENT, defined},
+        {"GOLD", &gold, HOX_UPDCLASS_DAYS, HOX_RC_BAD_ARGUMENT, defined},
+        {"GOLD", &noPool, kChange | HOX_UPDCLASS_VERSIONS, HOX_RC_OK, defined},
+        {"GOLD", &noPool, kChange | HOX_UPDCLASS_POOL, HOX_RC_BAD_ARGUMENT, defined},
+        {"standard", nullptr, kDelete, HOX_RC_BAD_ARGUMENT, defined},
+        {"GOLD", nullptr, kDelete, HOX_RC_OK, ""},
+    };
+    for (const auto &step : steps) {
+        SCOPED_TRACE(&step - steps);
+        ObjAttr attr{};
+        attr.stVersion = HOX_OBJATTR_VERSION;
+        attr.mcNameP = step.name;
+        attr.objInfo = reinterpret_cast<const char *>(step.says);
+        attr.objInfoLength = sizeof(mcDefinition);
+        EXPECT_EQ(api_.hoxUpdateObj(handle, HOX_UPDATE_CLASS, nullptr, &attr, step.mask),
+                  step.code);
+        const auto found = classes(handle, "GOLD");
+        EXPECT_EQ(found.empty() ? "" : found.front(), step.after);
+    }
+    EXPECT_EQ(classes(handle, "GOLD", 2), std::vector<std::string>{defined + " deleted"})
+        << "what a deleted class said can still be asked for";
+    EXPECT_EQ(classes(handle, nullptr, 2).size(), 2U);
 }
 
 } // namespace

@@ -10,6 +10,8 @@ namespace keel::test
 namespace
 {
 
+namespace fs = std::filesystem;
+
 TEST_F(ClientTest, ArcaLogShowsWhatSessionsReported)
 {
     const hoxHandle_t handle = logOn();
@@ -63,6 +65,47 @@ TEST_F(ClientTest, ArcaLogShowsWhatSessionsReported)
     for (const char *part : {"\"messageId\": \"RBQ0599\"", "\"severity\": \"severe\"",
                              "\"node\": \"testnode\"", "\"text\": \"broke\"", "\"unreadable\": 3"})
         EXPECT_NE(json.out.find(part), std::string::npos) << json.out;
+
+    // The same for an application, and what is old goes by whole days.
+    fs::create_directories(installation_.repository() / "log" / "20200105");
+    writeFile(installation_.repository() / "log" / "20200105" / "100000-0000000000000000",
+              "2020-01-04T23:59:59Z\tW\told\tKEEL\tRBQ1\tlong ago\n");
+    constexpr std::int64_t kThen = 1578182399; // 2020-01-04 23:59:59
+    const auto query = [&](qryLogData asked) {
+        asked.stVersion = HOX_QRY_LOG_VERSION;
+        EXPECT_EQ(api_.hoxBeginQuery(handle, HOX_QUERY_LOG, &asked), HOX_RC_OK);
+        std::string shown;
+        qryRespLogData answer{};
+        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
+        while (api_.hoxGetNextQObj(handle, &data) == HOX_RC_MORE_DATA) {
+            shown += answer.message[0];
+            EXPECT_EQ(answer.time.lo == kThen, answer.message[0] == 'l');
+        }
+        EXPECT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
+        return shown;
+    };
+    const auto prune = [&](std::int64_t before) {
+        hoxDelInfo info{};
+        info.log = {HOX_DELBACK_VERSION, before};
+        return api_.hoxDeleteObj(handle, HOX_DELETE_LOG, &info);
+    };
+    const std::pair<qryLogData, const char *> asked[] = {
+        {{0, 0, 0, 0, nullptr}, "lswfb"},
+        {{0, 0, kThen, 0, nullptr}, ""},
+        {{0, 0, kThen + 1, 0, nullptr}, "l"},
+        {{0, kThen + 1, 0, 1, nullptr}, "wfb"},
+        {{0, 0, 0, 3, nullptr}, "b"},
+        {{0, 0, 0, 0, "old"}, "l"},
+        {{0, kThen, kThen + 86400, 0, ""}, "l"},
+    };
+    for (const auto &[selection, shown] : asked)
+        EXPECT_EQ(query(selection), shown) << &shown - &asked[0].second;
+    constexpr std::int64_t kDay = 86400;
+    for (const auto &[before, left] :
+         {std::pair{kThen + kDay, "lswfb"}, std::pair{kThen + kDay + 1, "swfb"}}) {
+        EXPECT_EQ(prune(before), HOX_RC_OK);
+        EXPECT_EQ(query({}), left) << "a day goes when it is over";
+    }
 }
 
 } // namespace

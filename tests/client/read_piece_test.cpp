@@ -72,9 +72,16 @@ TEST_F(ReadPieceTest, GivesBackWhatWasStoredInEveryWay)
 TEST_F(ReadPieceTest, ShowsWhatTheClientShows)
 {
     const hoxHandle_t handle = logOn();
-    for (const char *piece : {"gone", "old", "kept"})
+    for (const char *piece : {"gone", "old", "kept", "inactive"})
         ASSERT_EQ(backUp(handle, piece, piece), HOX_RC_OK);
     ASSERT_EQ(remove(handle, "gone"), HOX_RC_OK);
+    qryRespBackupData found{};
+    query(handle, "inactive", &found);
+    hoxDelInfo info{};
+    info.backID = {HOX_DELBACK_VERSION, found.objId};
+    ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
+    EXPECT_EQ(api_.hoxDeleteObj(handle, HOX_DEACTIVATE_BACKUP_ID, &info), HOX_RC_OK);
+    EXPECT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_OK);
     const auto before = stored("pieces");
     std::vector<std::string> bytes;
     for (const auto &path : before)
@@ -84,14 +91,20 @@ TEST_F(ReadPieceTest, ShowsWhatTheClientShows)
     for (std::size_t i = 0; i < before.size(); ++i)
         writeFile(before[i], bytes[i]); // as a process leaves them that dies before it tidies up
 
-    for (const char *piece : {"gone", "old"})
+    for (const char *piece : {"gone", "old", "inactive"})
         EXPECT_EQ(read(piece).status, 1) << piece;
     EXPECT_EQ(read("new").out, "old");
     const auto listed = run(
         {KEEL_TEST_READER, "--list", installation_.repository(), "testnode", passwords().string()});
-    EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'), 2) << listed.out;
+    EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'), 3) << listed.out;
     EXPECT_NE(listed.out.find("\t3\t/fs\t/\t/new\n"), std::string::npos) << listed.out;
     EXPECT_NE(listed.out.find("\t4\t/fs\t/\t/kept\n"), std::string::npos) << listed.out;
+    const auto at = listed.out.find("\t8\t/fs\t/\t/inactive\t");
+    ASSERT_NE(at, std::string::npos) << listed.out;
+    EXPECT_EQ(run({KEEL_TEST_READER, "--piece", listed.out.substr(at - 16, 16),
+                   installation_.repository(), "testnode", passwords().string()})
+                  .out,
+              "inactive");
 }
 
 TEST_F(ReadPieceTest, FindsBlocksInPacksThatWereWrittenAnew)

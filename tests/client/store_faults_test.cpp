@@ -87,10 +87,12 @@ protected:
     Result<std::optional<std::string>> restore(const std::string &piece)
     {
         ARCA_TRY(const auto info, space_->find(nameOf(piece)));
-        if (!info)
-            return std::optional<std::string>();
-        ARCA_TRY(const auto reader, space_->openPiece(info->id));
-        std::string stream(info->totals.streamBytes + 1, '\0');
+        return info ? restore(info->id) : std::optional<std::string>();
+    }
+    Result<std::optional<std::string>> restore(store::PieceId id)
+    {
+        ARCA_TRY(const auto reader, space_->openPiece(id));
+        std::string stream(reader->info().totals.streamBytes + 1, '\0');
         ARCA_TRY(const std::size_t got, reader->read(std::as_writable_bytes(std::span(stream))));
         stream.resize(got);
         return std::optional<std::string>(std::move(stream));
@@ -148,7 +150,9 @@ protected:
              " kept", " kept!"},
             {"rename", [](auto &t) { return t.space_->rename(nameOf("kept"), nameOf("moved")); },
              " kept", " moved"},
-            {"together", [](auto &t) { return t.exchange(); }, " kept", " new newer"},
+            {"together", [](auto &t) { return t.exchange(Old::removed); }, " kept", " new newer"},
+            {"superseding", [](auto &t) { return t.exchange(Old::inactive); }, " kept",
+             " new newer (kept)"},
             {"emptying", [](auto &t) { return t.space_->deleteFilespace("/fs"); }, " kept", ""},
             {"grant",
              [](auto &t) {
@@ -160,8 +164,9 @@ protected:
         };
     }
 
-    /// Two pieces that come and one that goes, in one step.
-    Result<void> exchange()
+    /// Two pieces that come and one that goes, or becomes inactive, in one step.
+    enum class Old { removed, inactive };
+    Result<void> exchange(Old becomes)
     {
         std::vector<std::unique_ptr<store::PieceWriter>> writers;
         std::vector<store::NodeSpace::Sent> sent;
@@ -175,7 +180,9 @@ protected:
             writers.push_back(std::move(writer));
         }
         ARCA_TRY(const auto kept, space_->find(nameOf("kept")));
-        return space_->commitTogether(sent, std::span(&kept->id, 1));
+        const std::span<const store::PieceId> old(&kept->id, 1), none;
+        return becomes == Old::removed ? space_->commitTogether({sent, old, none})
+                                       : space_->commitTogether({sent, none, old});
     }
 
     /// What shows: each piece, whole, with its information, and what the filespace occupies.
@@ -196,6 +203,13 @@ protected:
             EXPECT_TRUE(**stream == streamOf(piece.seed, piece.length)) << piece.name;
             shown += std::string(" ") + piece.name +
                      (*space_->find(nameOf(piece.name)))->description.info;
+        }
+        const auto inactive = space_->inactiveOf(nameOf("kept"));
+        EXPECT_TRUE(inactive) << inactive.error().text;
+        for (const store::PieceInfo &info : *inactive) {
+            const auto stream = restore(info.id);
+            EXPECT_TRUE(stream && **stream == streamOf('k', 5000));
+            shown += " (kept)";
         }
         const auto made = rules().list(space_->dataKey());
         EXPECT_TRUE(made && made->empty() == !readersKey()) << "a rule without its key";
@@ -407,7 +421,7 @@ TEST_F(StoreFaults, AStoredPieceInThePlaceOfAnotherIsFound)
 TEST_F(StoreFaults, ARepositoryOfAnotherReleaseIsRefused)
 {
     const std::pair<std::uint32_t, ErrorKind> cases[] = {{1, ErrorKind::olderFormat},
-                                                         {3, ErrorKind::newerFormat}};
+                                                         {4, ErrorKind::newerFormat}};
     for (const auto &[version, kind] : cases) {
         const Bytes other = store::frameRecord("ARCAREPO", version, Bytes(24));
         files_.contentOf("/r/format") = std::string(textOf(other));

@@ -1,0 +1,15 @@
+// Management classes through the client.
+#ifndef KEEL_CLIENT_API_CLASS_CHANGE_H
+#define KEEL_CLIENT_API_CLASS_CHANGE_H
+
+#include "client/api/session.h"
+
+namespace arca::api
+{
+
+/// hoxUpdateObj with HOX_UPDATE_CLASS: defines, changes or deletes a class as `mask` says.
+Answer<void> changeClass(Session &session, const ObjAttr *attributes, std::uint32_t mask);
+
+} // namespace arca::api
+
+#endif

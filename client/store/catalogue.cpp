@@ -1,0 +1,342 @@
+// Comparing the catalogue with the blobs, and reading it out.
+//
+// The blobs of active and of inactive pieces are spread over 256 directories each by the beginning
+// of the name hash, which is that of the identifier, too; so the comparison goes through 256 parts,
+// and holds the names of one part at a time. All that writes runs on a thread of ours.
+#include "client/store/catalogue.h"
+
+#include "client/base/text.h"
+#include "client/base/thread.h"
+
+#include <algorithm>
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr std::size_t kRowsAtOnce = 512;
+constexpr int kMaxFills = 3; // of one listing: the first, and when the file turns out to be damaged
+
+const std::string kActive = "pieces/", kInactive = "inactive/";
+
+/// The last component of a blob's name, as bytes; empty when it is none.
+Bytes digitsIn(const std::string &blobName)
+{
+    const auto bytes = fromHex(std::string_view(blobName).substr(blobName.rfind('/') + 1));
+    return bytes ? *bytes : Bytes();
+}
+
+PieceId idIn(ByteView digits)
+{
+    PieceId id = 0;
+    for (const std::byte digit : digits)
+        id = id << 8 | std::to_integer<PieceId>(digit);
+    return id;
+}
+
+} // namespace
+
+bool ListSelection::admits(const PieceInfo &piece) const
+{
+    const PieceDescription &said = piece.description;
+    const auto matches = [](const std::string &text, const std::string &pattern) {
+        return pattern.empty() || matchesPattern(text, pattern);
+    };
+    return matches(said.name.filespace, filespace) && matches(said.name.highLevel, highLevel) &&
+           matches(said.name.lowLevel, lowLevel) && (owner.empty() || said.owner == owner) &&
+           (managementClass.empty() || equalIgnoringCase(said.managementClass, managementClass)) &&
+           piece.totals.streamBytes >= minBytes &&
+           (maxBytes == 0 || piece.totals.streamBytes <= maxBytes) &&
+           (inactiveBefore == 0 || (!piece.isActive() && piece.inactiveAt < inactiveBefore));
+}
+
+Listing::Listing(NodeSpace &space, ListSelection selection, SecretKey key)
+    : space_(space), blobs_(space.domain().blobs()), selection_(std::move(selection)),
+      key_(std::move(key))
+{
+    if (selection_.order == CatalogueOrder::inserted && selection_.insertedFrom > 0)
+        position_ = {true, {}, selection_.insertedFrom, 0, false}; // no piece has identifier 0
+}
+
+Listing::~Listing()
+{
+    try {
+        onThreadOfOurs([&] { file_.reset(); });
+    } catch (...) {
+        // There is no memory for a thread: it is closed on this one.
+    }
+}
+
+Result<std::unique_ptr<Listing>> Listing::begin(NodeSpace &space, ListSelection selection)
+{
+    ARCA_TRY(SecretKey key, deriveKey(space.dataKey(), "object catalogue"));
+    std::unique_ptr<Listing> listing(new Listing(space, std::move(selection), std::move(key)));
+    ARCA_CHECK(listing->fill());
+    return listing;
+}
+
+/// In the file of this host if that can be, else in one without a name, else in memory.
+Result<void> Listing::fill()
+{
+    Result<bool> filled = false;
+    onThreadOfOurs([&] {
+        const std::string directory = blobs_.cacheDirectory();
+        std::vector<std::string> places = {Database::kTemporary, Database::kInMemory};
+        if (!directory.empty()) {
+            makeCacheDirectory(directory);
+            places.insert(places.begin(),
+                          directory + "/objects-" + space_.domain().nodeKey() + ".sqlite");
+        }
+        for (const std::string &place : places) {
+            file_ = std::make_unique<CatalogueFile>(place, key_);
+            filled = fillFile();
+            if (!filled || *filled)
+                return;
+        }
+    });
+    ARCA_TRY(const bool good, std::move(filled));
+    if (!good)
+        return Error{ErrorKind::full, "there is no place for the catalogue of the objects"};
+    return {};
+}
+
+Result<bool> Listing::fillFile()
+{
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        hurt_.clear();
+        bool good = file_->open();
+        if (good) {
+            ARCA_TRY(good, compare());
+        }
+        const bool consistent = good && file_->isConsistent();
+        if (consistent)
+            return true;
+        if (!good && !file_->isDamaged())
+            return false; // full, read-only, or somebody else's for too long
+        file_->discard();
+    }
+    return false;
+}
+
+Result<bool> Listing::compare()
+{
+    ARCA_TRY(changing_, space_.beingChanged());
+    ARCA_CHECK(listRecords());
+    for (unsigned part = 0; part < 256; ++part) {
+        ARCA_TRY(const bool good, comparePart(static_cast<std::byte>(part)));
+        if (!good)
+            return false;
+    }
+    records_ = {};
+    return true;
+}
+
+Result<void> Listing::listRecords()
+{
+    records_.clear();
+    const std::string prefix = "objects/" + space_.domain().nodeKey() + "/";
+    ARCA_CHECK(blobs_.listStamped(prefix, [&](const std::string &name, std::uint64_t stamp) {
+        const std::string_view inner = std::string_view(name).substr(prefix.size());
+        const auto digits = fromHex(inner.substr(0, inner.find('/')));
+        if (!digits || digits->size() != sizeof(PieceId))
+            return true;
+        const PieceId id = idIn(*digits);
+        // The states of one record come one after the other.
+        if (records_.empty() || records_.back().first != id)
+            records_.emplace_back(id, 0);
+        records_.back().second += stamp | 1;
+        return true;
+    }));
+    std::sort(records_.begin(), records_.end());
+    return {};
+}
+
+std::uint64_t Listing::recordOf(PieceId id) const
+{
+    const auto found =
+        std::lower_bound(records_.begin(), records_.end(), std::pair(id, std::uint64_t{0}));
+    return found != records_.end() && found->first == id ? found->second : 0;
+}
+
+Result<void> Listing::listStored(std::byte first, Stored &stored)
+{
+    // In this order: a piece that becomes inactive is in its new place before it leaves the other.
+    for (const std::string &place : {kActive, kInactive}) {
+        const std::string directory =
+            place + space_.domain().nodeKey() + "/" + toHex(ByteView(&first, 1)) + "/";
+        ARCA_CHECK(blobs_.listStamped(directory, [&](const std::string &name, std::uint64_t stamp) {
+            addStored(name, stamp, stored);
+            return true;
+        }));
+    }
+    return {};
+}
+
+void Listing::addStored(const std::string &blobName, std::uint64_t stamp, Stored &stored)
+{
+    const Bytes digits = digitsIn(blobName);
+    const bool active = blobName.starts_with(kActive);
+    NameHash hash{};
+    if (digits.size() != (active ? hash.size() : sizeof(PieceId)))
+        return noteHurt("no piece has a name as the blob " + blobName);
+    if (active) {
+        std::copy(digits.begin(), digits.end(), hash.begin());
+        stored.active[hash] = stamp;
+    } else {
+        stored.inactive[idIn(digits)] = stamp;
+    }
+}
+
+bool Listing::isRight(const CatalogueRow &row, Stored &stored) const
+{
+    if (row.stamp == 0 || row.record != recordOf(row.id) || changing_.contains(row.id))
+        return false;
+    const auto take = [&](auto &names, const auto &name) {
+        const auto found = names.find(name);
+        if (found == names.end() || found->second != row.stamp)
+            return false;
+        names.erase(found);
+        return true;
+    };
+    return row.inactive ? take(stored.inactive, row.id) : take(stored.active, row.hash);
+}
+
+Result<bool> Listing::comparePart(std::byte first)
+{
+    Stored stored;
+    ARCA_CHECK(listStored(first, stored));
+    std::vector<CatalogueRow> rows, gone, fresh;
+    if (!file_->rowsUnder(first, rows))
+        return false;
+    for (CatalogueRow &row : rows)
+        if (!isRight(row, stored))
+            gone.push_back(row);
+    rows = {};
+    const std::string within = space_.domain().nodeKey() + "/" + toHex(ByteView(&first, 1)) + "/";
+    bool good = true;
+    const auto add = [&](const std::string &name, std::uint64_t stamp) -> Result<void> {
+        ARCA_TRY(auto row, readRow(name, stamp));
+        if (row)
+            fresh.push_back(std::move(*row));
+        if (fresh.size() < kRowsAtOnce)
+            return {};
+        good = good && file_->change(gone, fresh);
+        gone.clear();
+        fresh.clear();
+        return {};
+    };
+    for (const auto &[hash, stamp] : stored.active)
+        ARCA_CHECK(add(kActive + within + toHex(hash), stamp));
+    for (const auto &[id, stamp] : stored.inactive)
+        ARCA_CHECK(add(kInactive + within + toHex(id), stamp));
+    return good && file_->change(gone, fresh);
+}
+
+Result<std::optional<CatalogueRow>> Listing::tryRow(const std::string &blobName,
+                                                    std::uint64_t stamp)
+{
+    ARCA_TRY(const auto blob, blobs_.open(blobName));
+    ARCA_TRY(const auto piece, space_.readShown(*blob, blobName));
+    if (!piece)
+        return std::optional<CatalogueRow>();
+    ARCA_TRY(const Sha256 hash, space_.hashOf(piece->description.name));
+    CatalogueRow row{piece->insertedAt,   piece->id, !piece->isActive(), {}, stamp,
+                     recordOf(piece->id), {}};
+    std::copy_n(hash.begin(), row.hash.size(), row.hash.begin());
+    ARCA_CHECK(file_->seal(row, *piece));
+    return std::optional(std::move(row));
+}
+
+Result<std::optional<CatalogueRow>> Listing::readRow(const std::string &blobName,
+                                                     std::uint64_t stamp)
+{
+    auto row = tryRow(blobName, stamp);
+    if (row)
+        return row;
+    if (row.error().kind != ErrorKind::notFound) // else removed since the listing
+        noteHurt(row.error().text);
+    return std::optional<CatalogueRow>();
+}
+
+void Listing::noteHurt(std::string what)
+{
+    if (hurt_.size() < kHurtKept)
+        hurt_.push_back(std::move(what));
+}
+
+bool Listing::admitsRow(const CatalogueRow &row) const
+{
+    return (selection_.state == ListSelection::State::any ||
+            row.inactive == (selection_.state == ListSelection::State::inactive)) &&
+           row.inserted >= selection_.insertedFrom &&
+           (selection_.insertedBefore == 0 || row.inserted < selection_.insertedBefore);
+}
+
+/// False when one of them is not what was put there.
+bool Listing::takeRows(const std::vector<CatalogueRow> &rows)
+{
+    for (const CatalogueRow &row : rows) {
+        if (admitsRow(row)) {
+            auto piece = file_->openRow(row);
+            if (!piece)
+                return false;
+            if (selection_.admits(*piece))
+                pieces_.push_back(std::move(piece).value());
+        }
+        position_ = {true, row.hash, row.inserted, row.id, row.inactive};
+    }
+    const bool beyond = selection_.order == CatalogueOrder::inserted && !rows.empty() &&
+                        selection_.insertedBefore != 0 &&
+                        rows.back().inserted >= selection_.insertedBefore;
+    atEnd_ = rows.size() < kRowsAtOnce || beyond;
+    return true;
+}
+
+Result<void> Listing::loadMore()
+{
+    for (int fills = 1;; ++fills) {
+        std::vector<CatalogueRow> rows;
+        bool good = false;
+        onThreadOfOurs([&] {
+            good =
+                file_->rowsAfter(selection_.order, position_, kRowsAtOnce, rows) && takeRows(rows);
+            if (!good)
+                file_->discard();
+        });
+        if (good)
+            return {};
+        if (fills == kMaxFills)
+            return Error{ErrorKind::io, "the catalogue of the objects is damaged again and again"};
+        ARCA_CHECK(fill());
+    }
+}
+
+Result<bool> Listing::isRegistered(const std::string &filespace)
+{
+    auto known = registered_.find(filespace);
+    if (known == registered_.end()) {
+        ARCA_TRY(const auto found, space_.filespace(filespace));
+        known = registered_.emplace(filespace, found.has_value()).first;
+    }
+    return known->second;
+}
+
+Result<std::optional<PieceInfo>> Listing::next()
+{
+    for (;;) {
+        while (pieces_.empty() && !atEnd_)
+            ARCA_CHECK(loadMore());
+        if (pieces_.empty())
+            return std::optional<PieceInfo>();
+        std::optional<PieceInfo> piece(std::move(pieces_.front()));
+        pieces_.pop_front();
+        // A filespace that is deleted takes its pieces along at once; they go one by one.
+        ARCA_TRY(const bool registered, isRegistered(piece->description.name.filespace));
+        if (registered)
+            return piece;
+    }
+}
+
+} // namespace arca::store
