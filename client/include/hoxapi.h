@@ -735,10 +735,9 @@ int16_t hoxDeleteObj(hoxHandle_t handle, uint8_t delType, const hoxDelInfo *info
  * Gives an object another high- and low-level name in its filespace, durably and in one step: at
  * every moment it is found under exactly one of the two. It keeps its attributes, its date and its
  * groups. Its identifier becomes another one; the old one goes on to lead to it. Access rules name
- * objects, so one for the old name covers it no more. The stream is copied, so that a large object
- * takes its time. Not in a transaction, a query or a read.
- * HOX_RC_OBJECT_UNKNOWN; HOX_RC_OBJECT_EXISTS when the new name is taken, also by the object
- * itself.
+ * objects, so one for the old name covers it no more. The stream is not copied, unless some of it
+ * is just being reclaimed. Not in a transaction, a query or a read. HOX_RC_OBJECT_UNKNOWN;
+ * HOX_RC_OBJECT_EXISTS when the new name is taken, also by the object itself.
  */
 int16_t hoxRenameObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *name,
                      const char *newHlName, const char *newLlName);

@@ -323,6 +323,21 @@ Result<void> NodeSpace::commitTogether(const Step &step)
     return change(step, false);
 }
 
+Result<std::unique_ptr<PieceWriter>> NodeSpace::copyPiece(PieceId id, PieceDescription description)
+{
+    description.node = node_;
+    ARCA_TRY(const Place place, freePlace(description.name));
+    ARCA_TRY(const Located original, locateShown(id));
+    auto copy =
+        PieceWriter::copyOf(*domain_, *original.blob, place.blobName, place.id, description);
+    if (copy || copy.error().kind != ErrorKind::conflict)
+        return copy;
+    ARCA_TRY(auto piece, beginPiece(std::move(description)));
+    ARCA_TRY(const auto reader, openPiece(id));
+    ARCA_CHECK(copyStream(*reader, *piece));
+    return piece;
+}
+
 Result<void> NodeSpace::rename(const ObjectName &from, const ObjectName &to)
 {
     ARCA_TRY(const auto found, find(from));
@@ -331,9 +346,7 @@ Result<void> NodeSpace::rename(const ObjectName &from, const ObjectName &to)
         return Error{ErrorKind::notFound, "there is no object " + printable(from.joined())};
     PieceDescription description = found->description;
     description.name = to;
-    ARCA_TRY(const auto piece, beginPiece(std::move(description)));
-    ARCA_TRY(const auto reader, openPiece(found->id));
-    ARCA_CHECK(copyStream(*reader, *piece));
+    ARCA_TRY(const auto piece, copyPiece(found->id, std::move(description)));
     const Sent sent{piece.get(), known->registration};
     return change({std::span(&sent, 1), std::span(&found->id, 1), {}}, true);
 }

@@ -132,17 +132,24 @@ Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &b
     return manifest;
 }
 
+Result<NodeSpace::Place> NodeSpace::freePlace(const ObjectName &name)
+{
+    ARCA_TRY(const Sha256 hash, hashOf(name));
+    Place place{blobNameOf(hash)};
+    ARCA_TRY(const bool taken, isTaken(place.blobName));
+    if (taken)
+        return Error{ErrorKind::exists,
+                     "the object " + printable(name.joined()) + " exists already"};
+    ARCA_TRY(place.id, newId(hash));
+    return place;
+}
+
 Result<std::unique_ptr<PieceWriter>> NodeSpace::beginPiece(PieceDescription description)
 {
     description.node = node_;
-    ARCA_TRY(const Sha256 hash, hashOf(description.name));
-    const std::string blobName = blobNameOf(hash);
-    ARCA_TRY(const bool taken, isTaken(blobName));
-    if (taken)
-        return Error{ErrorKind::exists,
-                     "the object " + printable(description.name.joined()) + " exists already"};
-    ARCA_TRY(const PieceId id, newId(hash));
-    return PieceWriter::begin(*domain_, settings_, blobName, id, std::move(description));
+    ARCA_TRY(const Place place, freePlace(description.name));
+    return PieceWriter::begin(*domain_, settings_, place.blobName, place.id,
+                              std::move(description));
 }
 
 Result<std::optional<PieceInfo>> NodeSpace::find(const ObjectName &name)

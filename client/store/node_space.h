@@ -144,6 +144,14 @@ private:
     std::string changeName(ChangeId change, std::string_view suffix) const;
     Result<std::vector<std::string>> changeNames(std::string_view suffix) const;
     Result<ChangePlan> readPlan(const std::string &name) const;
+    /// Where a new piece of a name that is free goes; `exists`.
+    struct Place {
+        std::string blobName;
+        PieceId id = 0;
+    };
+    Result<Place> freePlace(const ObjectName &name);
+    /// A finished piece with the stream of another one.
+    Result<std::unique_ptr<PieceWriter>> copyPiece(PieceId id, PieceDescription description);
     Result<void> change(const Step &step, bool renamed);
     Result<void> prepareChange(const ChangePlan &plan, std::span<const Sent> pieces, bool renamed);
     Result<void> copyToInactive(PieceId id);

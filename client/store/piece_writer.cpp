@@ -24,6 +24,31 @@ Result<std::unique_ptr<PieceWriter>> PieceWriter::begin(engine::Domain &domain,
     return writer;
 }
 
+Result<std::unique_ptr<PieceWriter>> PieceWriter::copyOf(engine::Domain &domain,
+                                                         blob::BlobReader &original,
+                                                         std::string blobName, PieceId id,
+                                                         PieceDescription description)
+{
+    ARCA_TRY(const Manifest from, readManifest(original, domain.manifestKey()));
+    std::unique_ptr<PieceWriter> writer(
+        new PieceWriter({}, std::move(blobName), id, description.name));
+    const Cipher cipher = from.info.totals.cipher;
+    ARCA_TRY(writer->manifest_,
+             ManifestWriter::begin(domain.blobs(), domain.manifestKey(), cipher, id, description));
+    ARCA_TRY(const auto condemned, readMarkedPacks(domain.blobs(), domain.nodeKey()));
+    ManifestRuns runs(original, from);
+    for (;;) {
+        ARCA_TRY(const auto run, runs.next());
+        if (!run)
+            break;
+        if (run->blocks != 0 && condemned.contains(run->pack))
+            return Error{ErrorKind::conflict, "blocks of the piece are being reclaimed"};
+        ARCA_CHECK(writer->manifest_->take(*run));
+    }
+    ARCA_CHECK(writer->manifest_->finish({from.info.totals, from.info.insertedAt}));
+    return writer;
+}
+
 Result<PieceTotals> PieceWriter::finish()
 {
     ARCA_TRY(const engine::StreamTotals stream, stream_->finish());

@@ -20,6 +20,14 @@ public:
                                                       std::string blobName, PieceId id,
                                                       PieceDescription description);
 
+    /// A finished piece of the stream of another one of the domain, without reading that: it
+    /// refers to the same blocks. `conflict` when some of them may be on their way out; then the
+    /// stream must be stored anew. Only commit() is left to call.
+    static Result<std::unique_ptr<PieceWriter>> copyOf(engine::Domain &domain,
+                                                       blob::BlobReader &original,
+                                                       std::string blobName, PieceId id,
+                                                       PieceDescription description);
+
     /// Takes the next bytes of the stream. After an error the piece is lost: drop the writer.
     Result<void> append(ByteView bytes) { return stream_->append(bytes); }
 
@@ -44,7 +52,8 @@ private:
     PieceId id_;
     ObjectName name_;
     std::unique_ptr<ManifestWriter> manifest_;
-    std::unique_ptr<engine::StreamWriter> stream_; // after manifest_: its threads write into that
+    /// After manifest_: its threads write into that. Null once the stream has ended.
+    std::unique_ptr<engine::StreamWriter> stream_;
 };
 
 } // namespace arca::store

@@ -161,6 +161,28 @@ TEST_F(ReclaimTest, AStreamFromBeforeTheMarkKeepsWhatItCountsOnHoweverSlowItIs)
     expectPiece("late", blocks(2, 20));
 }
 
+TEST_F(ReclaimTest, ARenamedPieceSharesItsBlocksUnlessTheyAreMarked)
+{
+    const store::ObjectName from{"/fs", "/", "/few", 1}, to{"/fs", "/", "/moved", 1};
+    for (const bool marked : {false, true}) {
+        space_.reset();
+        files_.putBack(start_);
+        open();
+        space_->use({.deduplication = false});
+        std::unique_ptr<store::PieceWriter> slow;
+        if (marked) {
+            slow = begin("slow", "x");
+            EXPECT_EQ(reclaim().waitingPacks, 2U);
+        }
+        ASSERT_TRUE(space_->rename(from, to));
+        EXPECT_EQ(packs(), marked ? 3U : 2U);
+        slow.reset();
+        EXPECT_GT(reclaim().freedBytes, 0U);
+        EXPECT_EQ(packs(), 1U);
+        expectPiece("moved", few_);
+    }
+}
+
 TEST_F(ReclaimTest, WhoeverReadsARemovedPieceReadsItToItsEnd)
 {
     const std::string stream = blocks(3, 400);
