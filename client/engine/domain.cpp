@@ -2,6 +2,7 @@
 #include "client/engine/domain.h"
 
 #include <ctime>
+#include <new>
 #include <set>
 
 namespace arca::engine
@@ -11,6 +12,8 @@ namespace
 {
 
 constexpr std::int64_t kCompareEvery = 3600; // seconds
+/// What a stream may wait for: some milliseconds of listing, and as many indexes.
+constexpr std::size_t kListedAtOnce = 4096, kReadAtOnce = 32;
 
 } // namespace
 
@@ -31,45 +34,77 @@ Result<std::unique_ptr<Domain>> Domain::open(blob::BlobStore &blobs, std::string
     return std::unique_ptr<Domain>(new Domain(blobs, std::move(nodeKey), std::move(keys)));
 }
 
+Domain::~Domain()
+{
+    ending_ = true;
+    comparing_.reset();
+}
+
 HintCatalogue &Domain::hints()
 {
     const std::lock_guard hold(mutex_);
     if (!hints_) {
         hints_ = std::make_unique<HintCatalogue>(blobs_.cacheDirectory(), nodeKey_);
-        compareHints(*hints_);
+        beginComparing();
     }
     return *hints_;
 }
 
-/// Fills in what is missing: packs that other hosts wrote, or all after the catalogue was lost. Two
-/// processes may do it at once.
-void Domain::compareHints(HintCatalogue &hints) const
+void Domain::beginComparing()
 {
     const std::int64_t now = std::time(nullptr);
-    const std::int64_t last = hints.comparedAt();
-    if (last > now - kCompareEvery && last <= now)
+    const std::int64_t last = hints_->comparedAt();
+    if ((last > now - kCompareEvery && last <= now) || compareHints(Much::some))
         return;
+    try {
+        comparing_ = std::make_unique<Thread>(
+            [this] {
+                try {
+                    (void)compareHints(Much::all);
+                } catch (const std::bad_alloc &) {
+                    // What is missing is filled in by another session.
+                }
+            },
+            [] {});
+    } catch (const std::bad_alloc &) {
+        // The same.
+    }
+}
+
+/// Fills in what is missing: packs that other hosts wrote, or all after the catalogue was lost. Two
+/// processes may do it at once. Answers false when there was too much to do, or no time.
+bool Domain::compareHints(Much much) const
+{
+    const std::int64_t now = std::time(nullptr);
+    const bool all = much == Much::all;
     std::set<PackId> gone;
-    for (const PackId &known : hints.packs())
+    for (const PackId &known : hints_->packs())
         gone.insert(known);
     std::vector<PackId> fresh;
+    std::size_t listedPacks = 0;
+    const auto goesOn = [&] {
+        return !ending_ && (all || (++listedPacks <= kListedAtOnce && fresh.size() <= kReadAtOnce));
+    };
     const auto listed = packs_.list([&](const PackName &pack) {
         if (gone.erase(pack.id) == 0)
             fresh.push_back(pack.id);
-        return true;
+        return goesOn();
     });
-    if (!listed)
-        return;
+    if (!listed || !goesOn())
+        return !listed;
     for (const PackId &pack : gone)
-        hints.forget(pack);
+        hints_->forget(pack);
     for (const PackId &pack : fresh) {
+        if (ending_)
+            return false;
         auto opened = packs_.open(pack);
         if (!opened)
             continue;
         if (const auto index = (*opened)->readIndex())
-            hints.remember(pack, *index);
+            hints_->remember(pack, *index);
     }
-    hints.setComparedAt(now);
+    hints_->setComparedAt(now);
+    return true;
 }
 
 } // namespace arca::engine

@@ -5,9 +5,11 @@
 #define KEEL_CLIENT_ENGINE_DOMAIN_H
 
 #include "client/base/secret_key.h"
+#include "client/base/thread.h"
 #include "client/engine/hint_catalogue.h"
 #include "client/engine/pack_store.h"
 
+#include <atomic>
 #include <mutex>
 
 namespace arca::engine
@@ -16,6 +18,9 @@ namespace arca::engine
 class Domain
 {
 public:
+    /// Ends the thread that fills the hints, if there is one.
+    ~Domain();
+
     /// `nodeKey`: the component of blob names that stands for the node.
     static Result<std::unique_ptr<Domain>> open(blob::BlobStore &blobs, std::string nodeKey,
                                                 const SecretKey &dataKey);
@@ -28,8 +33,10 @@ public:
     const SecretKey &nameKey() const { return keys_.names; }
 
     /// Opened when it is first needed, and then compared with the packs that are there if that was
-    /// not done for a while. Call it on a thread of ours: a limit on the size of files would be
-    /// told to any other one by a signal.
+    /// not done for a while: at once when little is new, else on a thread that goes on beside the
+    /// streams, so that none waits for it. What that thread has not come to is found again by the
+    /// next session. Call it on a thread of ours: a limit on the size of files would be told to any
+    /// other one by a signal.
     HintCatalogue &hints();
 
 private:
@@ -40,7 +47,9 @@ private:
         SecretKey names;
     };
     Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys);
-    void compareHints(HintCatalogue &hints) const;
+    void beginComparing();
+    enum class Much { some, all };
+    bool compareHints(Much much) const;
 
     blob::BlobStore &blobs_;
     const std::string nodeKey_;
@@ -49,6 +58,8 @@ private:
     const BlockHasher hasher_;
     std::mutex mutex_; // guards the making of hints_
     std::unique_ptr<HintCatalogue> hints_;
+    std::atomic<bool> ending_ = false;
+    std::unique_ptr<Thread> comparing_;
 };
 
 } // namespace arca::engine

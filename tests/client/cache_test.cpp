@@ -102,6 +102,34 @@ TEST_F(CacheTest, WhateverBecomesOfItBackupsGoOnAndDuplicatesAreFoundAgain)
     }
 }
 
+TEST_F(CacheTest, MuchThatIsMissingIsFilledInBesideTheStreams)
+{
+    constexpr int kPacks = 64; // one for each piece
+    const auto content = [](int number) {
+        return randomBytes(80'000, static_cast<std::uint64_t>(number));
+    };
+    hoxHandle_t handle = logOn();
+    for (int i = 0; i < kPacks; ++i)
+        ASSERT_EQ(backUp(handle, "old" + std::to_string(i), content(i)), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
+    fs::remove(file());
+    handle = logOn();
+    int found = 0;
+    for (int i = kPacks - 1; i >= 0; --i) {
+        const std::string piece = "new" + std::to_string(i);
+        ASSERT_EQ(backUp(handle, piece, content(i)), HOX_RC_OK);
+        qryRespBackupData stored{};
+        (void)query(handle, piece, &stored);
+        found += stored.storedSize.lo < 10'000 ? 1 : 0;
+    }
+    EXPECT_GT(found, 0) << "none of the packs is known again";
+    // A session that ends at once leaves the rest to another.
+    fs::remove(file());
+    handle = logOn();
+    EXPECT_EQ(backUp(handle, "last", content(0)), HOX_RC_OK);
+    EXPECT_EQ(restore(handle, "last"), content(0));
+}
+
 TEST_F(CacheTest, WhatIsStoredEncryptedDoesNotRelyOnBlocksInTheClear)
 {
     const std::string content = blocks();
