@@ -2,10 +2,10 @@
 //
 //   many_objects DIRECTORY OBJECTS LIBRARY
 //
-// Makes a repository of so many small objects in a new DIRECTORY, written straight through the
-// store by a file layer that does not sync, then lists them through LIBRARY (libApiHX64.so), each
-// time in a process of its own: with no catalogue, with one that is filled, name by name, and with
-// a pattern.
+// Makes a repository of so many small objects in DIRECTORY, unless that is there already, written
+// straight through the store by a file layer that does not sync, then lists them through LIBRARY
+// (libApiHX64.so), each time in a process of its own: with no catalogue, with one that is filled,
+// name by name, and with a pattern.
 #include "client/base/text.h"
 #include "client/blob/directory_store.h"
 #include "client/include/hoxapi.h"
@@ -13,6 +13,7 @@
 #include "client/store/recovery_key.h"
 #include "client/store/repository.h"
 
+#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -139,8 +140,11 @@ void store(store::NodeSpace &space, std::uint32_t number)
 
 void make(const std::string &directory, std::uint32_t objects)
 {
-    if (mkdir(directory.c_str(), 0700) != 0)
+    if (mkdir(directory.c_str(), 0700) != 0) {
+        if (errno == EEXIST)
+            return;
         giveUp("cannot make " + directory);
+    }
     UnsyncedFiles files;
     const auto repository = need(store::Repository::create(
         std::make_unique<blob::DirectoryStore>(directory, files), directory));
@@ -194,10 +198,13 @@ void list(const std::string &options, const char *path, const qryObjectsData &as
     operation<decltype(hoxCleanUp)>(library, "hoxCleanUp")(1);
     rusage used{};
     getrusage(RUSAGE_SELF, &used);
+    const double processor =
+        static_cast<double>(used.ru_utime.tv_sec + used.ru_stime.tv_sec) +
+        static_cast<double>(used.ru_utime.tv_usec + used.ru_stime.tv_usec) / 1e6;
     std::printf("%-12s %9llu objects  %7.2f s  %9.0f a second  first after %6.2f s  "
-                "peak %4ld MiB  code %d\n",
+                "processor %6.2f s  peak %4ld MiB  code %d\n",
                 what, static_cast<unsigned long long>(count), all, static_cast<double>(count) / all,
-                begun, used.ru_maxrss / 1024, code);
+                begun, processor, used.ru_maxrss / 1024, code);
     std::fflush(stdout);
     std::_Exit(0);
 }

@@ -224,8 +224,8 @@ DirectoryStore::walk(const std::string &directory, const std::string &prefix,
 {
     std::vector<std::string> below;
     auto listed = files_.list(pathOf(directory), [&](const std::string &entry) {
-        if ((directory + entry).starts_with(prefix))
-            below.push_back(directory + entry);
+        if (std::string name = directory + entry; name.starts_with(prefix))
+            below.push_back(std::move(name));
         return true;
     });
     if (!listed && listed.error().kind == ErrorKind::notFound)
