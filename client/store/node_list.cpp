@@ -90,6 +90,20 @@ Result<std::vector<NodeSummary>> listNodes(blob::BlobStore &store)
     return nodes;
 }
 
+Result<std::map<std::string, std::string>> nodesByKey(blob::BlobStore &store)
+{
+    std::map<std::string, std::string> names;
+    ARCA_TRY(const auto keys, keysUnder(store, "nodes/"));
+    for (const std::string &key : keys) {
+        ARCA_TRY(const auto state, NumberedRecord(store, "nodes/" + key).latest());
+        if (!state)
+            continue;
+        ARCA_TRY(const NodeRecord record, decodeNodeRecord(state->bytes));
+        names[key] = record.node;
+    }
+    return names;
+}
+
 Result<NodeSummary> summaryOf(blob::BlobStore &store, const std::string &node)
 {
     ARCA_TRY(const std::string key, nodeKey(node));

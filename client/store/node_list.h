@@ -4,6 +4,7 @@
 
 #include "client/blob/blob_store.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,9 @@ struct NodeSummary {
 Result<std::vector<NodeSummary>> listNodes(blob::BlobStore &store);
 /// One of them; `notFound`.
 Result<NodeSummary> summaryOf(blob::BlobStore &store, const std::string &node);
+
+/// The registered nodes by what stands for them in the names of blobs and locks.
+Result<std::map<std::string, std::string>> nodesByKey(blob::BlobStore &store);
 
 } // namespace arca::store
 

@@ -36,6 +36,7 @@ void addPiece(NodeSpace &space, const std::string &blobName, Statistics &sums)
         sums.inactivePieces += (*piece)->isActive() ? 0 : 1;
         sums.days[(*piece)->insertedAt / kDay].add(totals);
         sums.manifestBytes += totals.manifestBytes;
+        sums.newest = std::max(sums.newest, (*piece)->insertedAt);
     }
 }
 

@@ -26,6 +26,7 @@ struct Statistics {
     PieceSums all;
     std::uint64_t inactivePieces = 0;       // among them
     std::map<std::int64_t, PieceSums> days; // by the day of storing: days since 1970, UTC
+    std::int64_t newest = 0;                // when the last of them was stored
     std::uint64_t manifestBytes = 0;
     std::uint64_t unreadable = 0; // pieces and packs that cannot be opened; they are in no sum
     std::uint64_t packs = 0;

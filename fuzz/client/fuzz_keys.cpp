@@ -1,7 +1,9 @@
 // Any bytes as the record of a node, of the recovery key, of a rule or of a grant, and as a
-// recovery key that somebody typed. What is taken is written back as it was, and no key that nobody
-// shares opens anything.
+// recovery key that somebody typed or a key that was exported. What is taken is written back as it
+// was, and no key that nobody shares opens anything.
+#include "client/base/text.h"
 #include "client/store/access.h"
+#include "client/store/exported_key.h"
 #include "client/store/node_record.h"
 #include "client/store/record.h"
 #include "client/store/recovery_key.h"
@@ -55,9 +57,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     tryRecord(bytes);
     // Framed, or the fuzzer would never find a checksum that fits.
     constexpr std::pair<std::string_view, std::uint32_t> kKinds[] = {
-        {"ARCANODE", 2}, {"ARCAGRNT", 1}, {"ARCAACCS", 2}, {"ARCARCVR", 1}};
+        {"ARCANODE", 2}, {"ARCAGRNT", 1}, {"ARCAACCS", 2}, {"ARCARCVR", 1}, {"ARCAKEYX", 1}};
     const auto &[kind, version] = kKinds[data[0] % std::size(kKinds)];
-    tryRecord(store::frameRecord(kind, version, bytes));
+    const Bytes framed = store::frameRecord(kind, version, bytes);
+    tryRecord(framed);
+
+    (void)store::readExport(textOf(bytes));
+    const auto exported =
+        store::readExport("ARCA key of a node, sealed; arca key import takes it\n" + toHex(framed));
+    if (exported)
+        expect(static_cast<bool>(store::readExport(store::writtenExport(*exported))));
 
     const auto typed = store::typedRecoveryKey(textOf(bytes));
     if (typed) {

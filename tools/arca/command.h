@@ -46,11 +46,13 @@ void addInit(CLI::App &app, Command &command);
 void addKey(CLI::App &app, Command &command);
 void addLog(CLI::App &app, Command &command);
 void addLs(CLI::App &app, Command &command);
+void addMetrics(CLI::App &app, Command &command);
 void addNode(CLI::App &app, Command &command);
 void addReclaim(CLI::App &app, Command &command);
 void addRm(CLI::App &app, Command &command);
 void addShow(CLI::App &app, Command &command);
 void addStats(CLI::App &app, Command &command);
+void addUnlock(CLI::App &app, Command &command);
 void addVerify(CLI::App &app, Command &command);
 
 /// The options that every verb takes.

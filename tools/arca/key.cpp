@@ -1,7 +1,7 @@
-// arca key: looks after the recovery key of a repository.
+// arca key: looks after keys; arca key check tells whether a recovery key is the right one.
 #include "client/store/recovery_key.h"
 #include "client/store/repository.h"
-#include "tools/arca/command.h"
+#include "tools/arca/key_verbs.h"
 #include "tools/arca/secrets.h"
 
 #include <fmt/format.h>
@@ -32,8 +32,12 @@ Result<void> check(const Command &command, bool fromStandardInput, Json &result)
 
 void addKey(CLI::App &app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand("key", "Look after the recovery key of the repository");
+    CLI::App *verb =
+        app.add_subcommand("key", "Look after the keys of nodes and of the repository");
     verb->require_subcommand(1);
+    verb->footer("Example: arca key export --output dbhost1.key");
+    addKeyExport(*verb, command);
+    addKeyImport(*verb, command);
     CLI::App *checking =
         verb->add_subcommand("check", "Tell whether a recovery key is that of the repository");
     addCommonOptions(*checking, command);

@@ -75,11 +75,13 @@ int main(int argc, char **argv)
     arca::tool::addKey(app, command);
     arca::tool::addLog(app, command);
     arca::tool::addLs(app, command);
+    arca::tool::addMetrics(app, command);
     arca::tool::addNode(app, command);
     arca::tool::addReclaim(app, command);
     arca::tool::addRm(app, command);
     arca::tool::addShow(app, command);
     arca::tool::addStats(app, command);
+    arca::tool::addUnlock(app, command);
     arca::tool::addVerify(app, command);
     try {
         app.parse(argc, argv);

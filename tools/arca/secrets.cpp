@@ -19,6 +19,7 @@ namespace
 
 constexpr std::size_t kMaxPassword = 64;
 constexpr std::size_t kLongestLine = 250;
+constexpr std::size_t kLeastPassphrase = 10;
 
 struct Close {
     void operator()(std::FILE *file) const { std::fclose(file); }
@@ -89,25 +90,49 @@ Result<std::string> ask(std::FILE *terminal, const std::string &question, const 
     return line;
 }
 
+Result<std::string> askTwice(const char *what, const std::string &question, std::size_t limit)
+{
+    ARCA_TRY(const Stream terminal, openTerminal(std::string("the ") + what));
+    ARCA_TRY(std::string first, ask(terminal.get(), question, what, limit));
+    auto second = ask(terminal.get(), "The same again: ", what, limit);
+    const bool agree = second && first == *second;
+    if (second)
+        wipe(*second);
+    if (agree)
+        return first;
+    wipe(first);
+    return Error{ErrorKind::badArgument, std::string("the two ") + what + "s are not the same"};
+}
+
 } // namespace
 
 Result<std::string> newPassword(const std::string &node, bool fromStandardInput)
 {
+    return fromStandardInput
+               ? readLine(stdin, "password", kMaxPassword)
+               : askTwice("password", "New password for node " + printable(node) + ": ",
+                          kMaxPassword);
+}
+
+Result<std::string> newPassphrase(bool fromStandardInput)
+{
+    ARCA_TRY(std::string typed,
+             fromStandardInput
+                 ? readLine(stdin, "passphrase", kLongestLine)
+                 : askTwice("passphrase", "Passphrase for the exported key: ", kLongestLine));
+    if (typed.size() >= kLeastPassphrase)
+        return typed;
+    wipe(typed);
+    return Error{ErrorKind::badArgument,
+                 "a passphrase has at least " + std::to_string(kLeastPassphrase) + " characters"};
+}
+
+Result<std::string> passphrase(bool fromStandardInput)
+{
     if (fromStandardInput)
-        return readLine(stdin, "password", kMaxPassword);
-    ARCA_TRY(const Stream terminal, openTerminal("the password of node " + printable(node)));
-    ARCA_TRY(std::string first,
-             ask(terminal.get(), "New password for node " + printable(node) + ": ", "password",
-                 kMaxPassword));
-    auto second = ask(terminal.get(), "The same again: ", "password", kMaxPassword);
-    const bool agree = second && first == *second;
-    if (second)
-        wipe(*second);
-    if (!agree) {
-        wipe(first);
-        return Error{ErrorKind::badArgument, "the two passwords are not the same"};
-    }
-    return first;
+        return readLine(stdin, "passphrase", kLongestLine);
+    ARCA_TRY(const Stream terminal, openTerminal("the passphrase"));
+    return ask(terminal.get(), "Passphrase of the exported key: ", "passphrase", kLongestLine);
 }
 
 Result<std::string> password(const std::string &node, bool fromStandardInput)

@@ -16,6 +16,12 @@ Result<std::string> newPassword(const std::string &node, bool fromStandardInput)
 /// The one that the node has. The caller wipes it.
 Result<std::string> password(const std::string &node, bool fromStandardInput);
 
+/// For what is sealed under it: at least 10 characters, as whoever has the sealed text may try. The
+/// caller wipes it.
+Result<std::string> newPassphrase(bool fromStandardInput);
+/// The one that was chosen then. The caller wipes it.
+Result<std::string> passphrase(bool fromStandardInput);
+
 /// `badArgument` when what was typed is no recovery key, or when there is no terminal.
 Result<SecretKey> recoveryKey(bool fromStandardInput);
 

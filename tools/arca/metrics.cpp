@@ -1,0 +1,179 @@
+// arca metrics: what monitoring wants to know, in the text form that a node exporter collects from
+// a directory.
+#include "client/blob/file_layer.h"
+#include "client/store/statistics.h"
+#include "client/store/verify_state.h"
+#include "tools/arca/node_session.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+struct Asked {
+    std::string output = "-";
+    bool fromStandardInput = false;
+};
+
+/// A label's value: a backslash, a quotation mark and a line feed must not end it.
+std::string labelText(const std::string &value)
+{
+    std::string text;
+    for (const char c : value)
+        text += c == '\n'               ? "\\n"
+                : c == '"' || c == '\\' ? std::string("\\") + c
+                                        : std::string(1, c);
+    return text;
+}
+
+class Exposition
+{
+public:
+    explicit Exposition(const std::string &node) : node_(labelText(node)) {}
+
+    void family(const std::string &name, const std::string &help)
+    {
+        name_ = name;
+        text_ += fmt::format("# HELP {} {}\n# TYPE {} gauge\n", name, help, name);
+    }
+    void value(std::uint64_t value, const std::string &more = {})
+    {
+        text_ += fmt::format("{}{{node=\"{}\"{}}} {}\n", name_, node_, more, value);
+    }
+    void gauge(const std::string &name, const std::string &help, std::uint64_t number)
+    {
+        family(name, help);
+        value(number);
+    }
+    const std::string &text() const { return text_; }
+
+private:
+    std::string node_, name_, text_;
+};
+
+std::uint64_t compressionBytes(const store::PieceSums &sums)
+{
+    return sums.newBytes - std::min(sums.newBytes, sums.storedBytes);
+}
+
+void addPieces(Exposition &out, const store::Statistics &statistics)
+{
+    const store::PieceSums &all = statistics.all;
+    out.gauge("arca_pieces", "Versions that the node keeps, active and inactive.", all.pieces);
+    out.gauge("arca_inactive_versions", "Inactive ones of these.", statistics.inactivePieces);
+    out.gauge("arca_logical_bytes", "What the application sent for these pieces.", all.streamBytes);
+    out.gauge("arca_stored_bytes", "What was stored for these pieces.", all.storedBytes);
+    out.family("arca_saved_bytes", "What did not have to be stored for these pieces.");
+    out.value(all.zeroBytes, ",by=\"zeros\"");
+    out.value(all.duplicateBytes, ",by=\"duplicates\"");
+    out.value(compressionBytes(all), ",by=\"compression\"");
+    out.gauge("arca_manifest_bytes", "Size of the manifests of these pieces.",
+              statistics.manifestBytes);
+    out.gauge("arca_packs", "Packs of the node.", statistics.packs);
+    out.gauge("arca_pack_bytes", "Size of the packs, with what no piece needs any more.",
+              statistics.packBytes);
+    out.gauge("arca_unreadable", "Pieces and packs that cannot be opened.", statistics.unreadable);
+    if (statistics.newest > 0)
+        out.gauge("arca_last_piece_timestamp_seconds", "When the newest piece was stored.",
+                  static_cast<std::uint64_t>(statistics.newest));
+}
+
+void addVerification(Exposition &out, const std::string &cache, const std::string &key)
+{
+    const store::VerifyState state = store::loadVerifyState(cache, key);
+    out.family("arca_verify_proven_timestamp_seconds",
+               "Since when everything is proven to be all right; 0: never on this host.");
+    out.value(static_cast<std::uint64_t>(state.structure.proven), ",depth=\"structure\"");
+    out.value(static_cast<std::uint64_t>(state.data.proven), ",depth=\"data\"");
+    out.family("arca_verify_hurt", "Found hurt in the round of verifying that is under way.");
+    out.value(state.structure.hurt, ",depth=\"structure\"");
+    out.value(state.data.hurt, ",depth=\"data\"");
+}
+
+void addSpace(Exposition &out, const std::string &directory)
+{
+    struct statvfs system = {};
+    if (::statvfs(directory.c_str(), &system) != 0)
+        return;
+    out.gauge("arca_filesystem_size_bytes", "Size of the file system of the repository.",
+              std::uint64_t{system.f_blocks} * system.f_frsize);
+    out.gauge("arca_filesystem_available_bytes", "What is free there.",
+              std::uint64_t{system.f_bavail} * system.f_frsize);
+}
+
+/// The collector reads at any moment: it finds the file of before or the whole of this one.
+Result<void> replaceFile(const std::string &path, const std::string &text)
+{
+    const std::string fresh = path + "." + std::to_string(::getpid()) + ".tmp";
+    const auto failed = [&](const char *what) {
+        Error error = blob::fromErrno(errno, what, path);
+        (void)::unlink(fresh.c_str());
+        return error;
+    };
+    const int file = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (file < 0)
+        return failed("writing");
+    (void)::fchmod(file, 0644); // the collector is somebody else, whatever our mask
+    const ssize_t written = ::write(file, text.data(), text.size());
+    const int number = errno;
+    const int closed = ::close(file);
+    if (written != static_cast<ssize_t>(text.size())) {
+        errno = written < 0 ? number : ENOSPC;
+        return failed("writing");
+    }
+    if (closed != 0 || std::rename(fresh.c_str(), path.c_str()) != 0)
+        return failed("writing");
+    return {};
+}
+
+Result<void> tell(const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
+    ARCA_TRY(const store::Statistics statistics, store::gatherStatistics(*session.space));
+    Exposition out(session.space->node());
+    addPieces(out, statistics);
+    addVerification(out, session.repository->blobs().cacheDirectory(),
+                    session.space->domain().nodeKey());
+    addSpace(out, session.repository->shownName());
+    if (asked.output != "-")
+        ARCA_CHECK(replaceFile(asked.output, out.text()));
+    if (command.json)
+        result["metrics"] = out.text();
+    else if (asked.output == "-")
+        fmt::print("{}", out.text());
+    return {};
+}
+
+} // namespace
+
+void addMetrics(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand(
+        "metrics", "Tell monitoring how the node's pieces are, as Prometheus text");
+    auto asked = std::make_shared<Asked>();
+    verb->add_option("--output,-o", asked->output,
+                     "File that is replaced as a whole; - is standard output")
+        ->type_name("FILE")
+        ->capture_default_str();
+    addCommonOptions(*verb, command);
+    addPasswordOption(*verb, asked->fromStandardInput);
+    verb->footer("Example: arca metrics --output /var/lib/node_exporter/arca.prom\n"
+                 "Run it by a timer: it reads every manifest. The name of the file ends in .prom "
+                 "for a node exporter's directory of text files.");
+    verb->callback([&command, asked] {
+        command.verb = "metrics";
+        command.run = [&command, asked](Json &result) { return tell(command, *asked, result); };
+    });
+}
+
+} // namespace arca::tool

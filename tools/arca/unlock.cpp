@@ -1,0 +1,218 @@
+// arca unlock: shows who holds what in the repository, and clears up behind processes that died. A
+// lock goes with its process, so there is nothing to break open: what is held is held by somebody
+// who lives.
+#include "client/blob/file_layer.h"
+#include "client/blob/location.h"
+#include "client/store/node_list.h"
+#include "client/store/repository.h"
+#include "tools/arca/command.h"
+#include "tools/arca/moment.h"
+#include "tools/arca/object_text.h"
+#include "tools/common/table.h"
+
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+struct Held {
+    std::string what;
+    std::string process; // empty: not of this host
+    std::int64_t age = 0;
+    std::uint64_t bytes = 0;
+    bool living = true;
+};
+
+using Nodes = std::map<std::string, std::string>;
+
+std::int64_t ageOf(const fs::path &file)
+{
+    std::error_code error;
+    const auto written = fs::last_write_time(file, error);
+    if (error)
+        return 0;
+    const auto age = fs::file_time_type::clock::now() - written;
+    return std::chrono::duration_cast<std::chrono::seconds>(age).count();
+}
+
+std::uint64_t sizeOf(const fs::path &file)
+{
+    std::error_code error;
+    const auto size = fs::file_size(file, error);
+    return error ? 0 : size;
+}
+
+/// "4711 (rman)"; empty when there is no such process here.
+std::string processText(const std::string &number)
+{
+    std::ifstream file("/proc/" + number + "/comm");
+    std::string name;
+    if (!std::getline(file, name))
+        return {};
+    return number + " (" + name + ")";
+}
+
+/// Who holds a lock on the file, as far as this system tells: "/proc/locks" has a line for each,
+/// with the process and the file as "major:minor:inode".
+std::string holderOf(std::uint64_t inode)
+{
+    std::ifstream locks("/proc/locks");
+    for (std::string line; std::getline(locks, line);) {
+        std::istringstream fields(line);
+        std::string number, kind, mode, access, process, file;
+        fields >> number >> kind >> mode >> access >> process >> file;
+        if (mode != "->" && file.substr(file.rfind(':') + 1) == std::to_string(inode))
+            return processText(process);
+    }
+    return {};
+}
+
+std::string purposeOf(const std::string &lock, const Nodes &nodes)
+{
+    const std::pair<std::string_view, std::string_view> purposes[] = {
+        {"change-", "pieces are being removed or changed"},
+        {"reclaim-", "packs are being reclaimed"},
+        {"attempt-", "a password is being checked"},
+    };
+    for (const auto &[prefix, purpose] : purposes) {
+        if (!lock.starts_with(prefix))
+            continue;
+        const auto node = nodes.find(lock.substr(prefix.size()));
+        return (node == nodes.end() ? "a node that is gone" : "node " + node->second) + ": " +
+               std::string(purpose);
+    }
+    return lock == "remove" ? "a blob is being removed" : lock;
+}
+
+Result<std::vector<std::string>> namesIn(const std::string &directory)
+{
+    std::vector<std::string> names;
+    auto listed = blob::systemFiles().list(directory, [&](const std::string &name) {
+        names.push_back(name);
+        return true;
+    });
+    if (!listed && listed.error().kind != ErrorKind::notFound)
+        return std::move(listed).error();
+    return names;
+}
+
+/// Those that somebody holds now.
+Result<std::vector<Held>> locksIn(const std::string &root, const Nodes &nodes)
+{
+    std::vector<Held> held;
+    ARCA_TRY(const auto names, namesIn(root + "/locks"));
+    for (const std::string &name : names) {
+        const std::string path = root + "/locks/" + name;
+        auto file = blob::systemFiles().openForLocking(path, false);
+        if (!file)
+            continue;
+        ARCA_TRY(const bool ours, (*file)->lock(false));
+        if (ours)
+            continue; // and given back at once
+        ARCA_TRY(const blob::FileIdentity identity, (*file)->identity());
+        held.push_back({purposeOf(name, nodes), holderOf(identity.inode), ageOf(path), 0, true});
+    }
+    return held;
+}
+
+/// What backups and restores that run, or died, have in tmp.
+Result<std::vector<Held>> claimsIn(const std::string &root, blob::BlobStore &blobs)
+{
+    ARCA_TRY(const auto living, blobs.livingWriters());
+    ARCA_TRY(const auto names, namesIn(root + "/tmp"));
+    std::vector<Held> held;
+    for (const std::string &name : names) {
+        const fs::path path = root + "/tmp/" + name;
+        const bool lives = living.contains(name);
+        const std::string number = name.substr(0, name.find('-'));
+        const std::string process = lives ? processText(number) : number;
+        held.push_back({lives ? "a backup or restore is under way" : "left by a process that died",
+                        process, ageOf(path), sizeOf(path), lives});
+    }
+    return held;
+}
+
+Json jsonOf(const Held &held)
+{
+    return {{"what", held.what},
+            {"process", held.process.empty() ? Json(nullptr) : Json(held.process)},
+            {"seconds", held.age},
+            {"bytes", held.bytes},
+            {"living", held.living}};
+}
+
+void print(const std::vector<Held> &all)
+{
+    using tools::Align;
+    tools::Table table({{"For", Align::kRight}, {"Process"}, {"Size", Align::kRight}, {"What"}});
+    for (const Held &held : all)
+        table.add({ageText(held.age), held.process.empty() ? "on another host" : held.process,
+                   held.bytes == 0 ? "" : sizeText(held.bytes), held.what});
+    if (!table.empty())
+        fmt::print("{}", table.text());
+}
+
+Result<void> unlock(const Command &command, bool dryRun, Json &result)
+{
+    ARCA_TRY(const config::Options options, optionsOf(command));
+    ARCA_TRY(const auto repository, store::Repository::open(options.repository));
+    const std::string &root = repository->shownName();
+    result["repository"] = root;
+    ARCA_TRY(const Nodes nodes, store::nodesByKey(repository->blobs()));
+    ARCA_TRY(std::vector<Held> all, locksIn(root, nodes));
+    ARCA_TRY(const auto claims, claimsIn(root, repository->blobs()));
+    all.insert(all.end(), claims.begin(), claims.end());
+    std::uint64_t dead = 0, bytes = 0;
+    Json &shown = result["held"] = Json::array();
+    for (const Held &held : all) {
+        dead += held.living ? 0 : 1;
+        bytes += held.living ? 0 : held.bytes;
+        shown.push_back(jsonOf(held));
+    }
+    result["leftovers"] = dead;
+    result["leftoverBytes"] = bytes;
+    if (!dryRun)
+        ARCA_CHECK(repository->blobs().removeLeftovers());
+    if (command.json)
+        return {};
+    print(all);
+    if (dead != 0)
+        fmt::print("{} {} of processes that died, {}\n", dryRun ? "There are" : "Removed", dead,
+                   sizeText(bytes));
+    if (dead < all.size())
+        fmt::print("What is held is held by processes that live, and goes with them: wait for "
+                   "them, or end them\n");
+    if (all.empty())
+        fmt::print("Nothing is held, and nothing was left behind\n");
+    return {};
+}
+
+} // namespace
+
+void addUnlock(CLI::App &app, Command &command)
+{
+    CLI::App *verb = app.add_subcommand(
+        "unlock", "Show who holds what in the repository, and clear up behind the dead");
+    auto dryRun = std::make_shared<bool>(false);
+    verb->add_flag("--dry-run", *dryRun, "Show it; remove nothing");
+    addCommonOptions(*verb, command);
+    verb->footer("Example: arca unlock\n"
+                 "Locks go with their processes, so none is ever broken open: only what dead "
+                 "processes left behind is removed.");
+    verb->callback([&command, dryRun] {
+        command.verb = "unlock";
+        command.run = [&command, dryRun](Json &result) { return unlock(command, *dryRun, result); };
+    });
+}
+
+} // namespace arca::tool
