@@ -1,8 +1,10 @@
-// arca class: the management classes of the repository.
+// arca class: the management classes of the repository, and what is bound to them.
+#include "agents/common/maint/mtpolicy.h"
 #include "client/base/text.h"
-#include "client/store/policy.h"
-#include "client/store/repository.h"
-#include "tools/arca/command.h"
+#include "tools/arca/client_session.h"
+#include "tools/arca/interrupt.h"
+#include "tools/arca/node_session.h"
+#include "tools/arca/selection.h"
 
 #include <optional>
 
@@ -18,115 +20,186 @@ namespace
 struct Asked {
     std::string name;
     std::optional<std::string> pool, versions, days, description;
+    Selection selection;
+    bool dryRun = false, yes = false, fromStandardInput = false;
 };
 
-Result<std::uint16_t> limitFrom(const std::string &text, std::string_view unlimited, int least)
+Result<std::optional<std::uint16_t>> limitFrom(const std::optional<std::string> &text,
+                                               std::string_view unlimited, int least)
 {
-    if (equalIgnoringCase(text, unlimited))
-        return store::kNoLimit;
-    const bool digits = !text.empty() && text.size() <= 5 &&
-                        text.find_first_not_of("0123456789") == std::string::npos;
-    const int value = digits ? std::stoi(text) : -1;
-    if (value < least || value >= store::kNoLimit)
+    if (!text)
+        return std::optional<std::uint16_t>();
+    if (equalIgnoringCase(*text, unlimited))
+        return std::optional(mtNoLimit);
+    const bool digits = !text->empty() && text->size() <= 5 &&
+                        text->find_first_not_of("0123456789") == std::string::npos;
+    const int value = digits ? std::stoi(*text) : -1;
+    if (value < least || value >= mtNoLimit)
         return Error{ErrorKind::badArgument,
                      fmt::format("'{}' is neither a number from {} to 65534 nor {}",
-                                 printable(text, 40), least, unlimited)};
-    return static_cast<std::uint16_t>(value);
+                                 printable(*text, 40), least, unlimited)};
+    return std::optional(static_cast<std::uint16_t>(value));
 }
 
 std::string limitText(std::uint16_t value, std::string_view unlimited)
 {
-    return value == store::kNoLimit ? std::string(unlimited) : std::to_string(value);
+    return value == mtNoLimit ? std::string(unlimited) : std::to_string(value);
 }
 
 /// Everything that is wrong with what was asked is found before anything is changed.
-Result<std::function<void(store::ManagementClass &)>> changesIn(const Asked &asked)
+Result<mtClassChange_t> changesIn(const Asked &asked)
 {
-    std::optional<std::uint16_t> versions, days;
-    if (asked.versions) {
-        ARCA_TRY(versions, limitFrom(*asked.versions, "nolimit", 1));
-    }
-    if (asked.days) {
-        ARCA_TRY(days, limitFrom(*asked.days, "forever", 0));
-    }
-    return std::function([asked, versions, days](store::ManagementClass &known) {
-        known.storagePool = asked.pool.value_or(known.storagePool);
-        known.description = asked.description.value_or(known.description);
-        known.versionsKept = versions.value_or(known.versionsKept);
-        known.daysKept = days.value_or(known.daysKept);
-    });
+    mtClassChange_t change;
+    ARCA_TRY(change.versionsKept, limitFrom(asked.versions, "nolimit", 1));
+    ARCA_TRY(change.daysKept, limitFrom(asked.days, "forever", 0));
+    change.stgPool = asked.pool;
+    change.description = asked.description;
+    return change;
 }
 
-Json jsonOf(const store::ManagementClass &known)
+Json jsonOf(const mtClass_t &known)
 {
     const auto limit = [](std::uint16_t value) {
-        return value == store::kNoLimit ? Json(nullptr) : Json(value);
+        return value == mtNoLimit ? Json(nullptr) : Json(value);
     };
     return {{"name", known.name},
-            {"default", known.isDefault()},
-            {"storagePool", known.storagePool},
+            {"default", known.isDefault},
+            {"storagePool", known.stgPool},
             {"versionsKept", limit(known.versionsKept)},
             {"daysKept", limit(known.daysKept)},
             {"description", known.description}};
 }
 
-Result<void> list(store::Policy &policy, const Command &command, Json &result)
+Result<std::vector<mtClass_t>> classesOf(ClientSession &client)
 {
-    ARCA_TRY(const auto classes, policy.list());
+    std::vector<mtClass_t> classes;
+    ARCA_CHECK(answered(mtClasses(client.session(), false, classes)));
+    return classes;
+}
+
+using Work = Result<void> (*)(ClientSession &, const Command &, const Asked &, Json &);
+
+Result<void> list(ClientSession &client, const Command &command, const Asked &, Json &result)
+{
+    ARCA_TRY(const auto classes, classesOf(client));
     Json &shown = result["classes"] = Json::array();
     if (!command.json)
         fmt::print("{:<30}  {:<30}  {:>8}  {:>7}  {}\n", "Class", "Storage pool", "Versions",
                    "Days", "Description");
-    for (const store::ManagementClass &known : classes) {
+    for (const mtClass_t &known : classes) {
         shown.push_back(jsonOf(known));
         if (!command.json)
-            fmt::print("{:<30}  {:<30}  {:>8}  {:>7}  {}\n", known.name,
-                       printable(known.storagePool), limitText(known.versionsKept, "nolimit"),
+            fmt::print("{:<30}  {:<30}  {:>8}  {:>7}  {}\n", known.name, printable(known.stgPool),
+                       limitText(known.versionsKept, "nolimit"),
                        limitText(known.daysKept, "forever"), printable(known.description));
     }
     return {};
 }
 
-using Work = Result<void> (*)(store::Policy &, const Asked &);
-
-Result<void> define(store::Policy &policy, const Asked &asked)
+/// The class as it is after `rc`, or why it is not.
+Result<void> conclude(ClientSession &client, const Command &command, const Asked &asked, int rc,
+                      const char *done, Json &result)
 {
-    ARCA_TRY(const auto apply, changesIn(asked));
-    ARCA_TRY(const auto standard, policy.find(store::kDefaultClass));
-    store::ManagementClass fresh;
-    fresh.name = asked.name;
-    fresh.storagePool = standard->storagePool;
-    apply(fresh);
-    return policy.define(std::move(fresh));
-}
-
-Result<void> change(store::Policy &policy, const Asked &asked)
-{
-    ARCA_TRY(const auto apply, changesIn(asked));
-    return policy.change(asked.name, apply);
-}
-
-Result<void> retire(store::Policy &policy, const Asked &asked)
-{
-    return policy.retire(asked.name);
-}
-
-Result<void> perform(const Command &command, const Asked &asked, Work work, const char *done,
-                     Json &result)
-{
-    ARCA_TRY(const config::Options options, optionsOf(command));
-    ARCA_TRY(const auto repository, store::Repository::open(options.repository));
-    result["repository"] = repository->shownName();
-    store::Policy policy(repository->blobs());
-    if (work == nullptr)
-        return list(policy, command, result);
-    ARCA_CHECK(work(policy, asked));
-    ARCA_TRY(const auto known, policy.find(asked.name));
-    if (known)
-        result["class"] = jsonOf(*known);
+    ARCA_CHECK(answered(rc));
+    ARCA_TRY(const auto classes, classesOf(client));
+    std::string name = asked.name;
+    for (const mtClass_t &known : classes) {
+        if (!equalIgnoringCase(known.name, asked.name))
+            continue;
+        result["class"] = jsonOf(known);
+        name = known.name;
+    }
     if (!command.json)
-        fmt::print("Class       {} ({})\n", known ? known->name : printable(asked.name), done);
+        fmt::print("Class       {} ({})\n", printable(name), done);
     return {};
+}
+
+Result<void> define(ClientSession &client, const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const mtClassChange_t change, changesIn(asked));
+    return conclude(client, command, asked, mtClassDefine(client.session(), asked.name, change),
+                    "defined now", result);
+}
+
+Result<void> change(ClientSession &client, const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const mtClassChange_t changes, changesIn(asked));
+    return conclude(client, command, asked, mtClassChange(client.session(), asked.name, changes),
+                    "changed now", result);
+}
+
+Result<void> retire(ClientSession &client, const Command &command, const Asked &asked, Json &result)
+{
+    return conclude(client, command, asked, mtClassDelete(client.session(), asked.name),
+                    "deleted now", result);
+}
+
+/// `bound` counts those that were not bound to it before.
+int bindMatching(const mtSession &finding, const mtSession &changing, const Asked &asked,
+                 const mtFilter_t &filter, bool dryRun, std::uint64_t &bound)
+{
+    bound = 0;
+    return mtBindObjects(finding, changing, filter, asked.name, dryRun,
+                         [&](const mtObject_t &, int outcome) {
+                             bound += outcome == HOX_RC_OK ? 1 : 0;
+                             return !interrupted();
+                         });
+}
+
+Result<void> bind(ClientSession &client, const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
+    ARCA_TRY(mtSession *const changing, client.second());
+    std::uint64_t bound = 0;
+    ARCA_CHECK(answered(bindMatching(client.session(), *changing, asked, filter, true, bound)));
+    if (!asked.dryRun && bound != 0) {
+        ARCA_CHECK(confirm(fmt::format("{} pieces are bound to {}, which says from then on how "
+                                       "long they are kept. Go on?",
+                                       bound, printable(asked.name)),
+                           asked.yes));
+        catchInterrupts();
+        const int rc = bindMatching(client.session(), *changing, asked, filter, false, bound);
+        if (rc == HOX_RC_ABORTED && interrupted())
+            return interruption(fmt::format("{} pieces bound; run it again for the rest", bound));
+        ARCA_CHECK(answered(rc));
+    }
+    result["bound"] = bound;
+    if (!command.json)
+        fmt::print("{} {} to {}; those that were stay\n", asked.dryRun ? "Would bind" : "Bound",
+                   bound, printable(asked.name));
+    return {};
+}
+
+Result<void> perform(const Command &command, const Asked &asked, Work work, Json &result)
+{
+    ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
+    return work(*client, command, asked, result);
+}
+
+void addSettings(CLI::App &verb, Asked &asked)
+{
+    verb.add_option("--pool", asked.pool, "Storage pool")->type_name("NAME");
+    verb.add_option("--versions", asked.versions, "Inactive versions kept of a piece")
+        ->type_name("NUMBER|nolimit");
+    verb.add_option("--days", asked.days, "Days a version is kept since it was made inactive")
+        ->type_name("NUMBER|forever");
+    verb.add_option("--description", asked.description, "What the class is for")->type_name("TEXT");
+}
+
+void addOperands(CLI::App &verb, Work work, Asked &asked)
+{
+    if (work != list)
+        verb.add_option("NAME", asked.name, "Name of the class, in any case")->required();
+    if (work == define || work == change)
+        addSettings(verb, asked);
+    if (work == bind) {
+        verb.add_option("PATTERN", asked.selection.pattern, "Names of pieces")->required();
+        verb.add_option("--filespace", asked.selection.filespace,
+                        "Of filespaces of that name or pattern")
+            ->type_name("PATTERN");
+        verb.add_flag("--dry-run", asked.dryRun, "Say how many it would be; change nothing");
+        addYesOption(verb, asked.yes);
+    }
 }
 
 } // namespace
@@ -140,44 +213,34 @@ void addClass(CLI::App &app, Command &command)
     const struct {
         const char *name, *help, *footer;
         Work work;
-        const char *done;
-        bool takesName, takesSettings;
     } actions[] = {
         {"define", "Define a class",
          "Example: arca class define GOLD --pool FASTPOOL --days 365\n"
          "What is left out: the pool of STANDARD, one version, for ever.",
-         define, "defined now", true, true},
-        {"list", "Show the classes, the default first", "Example: arca class list --json", nullptr,
-         "", false, false},
+         define},
+        {"list", "Show the classes, the default first", "Example: arca class list --json", list},
         {"change", "Change what is given of a class",
-         "Example: arca class change STANDARD --days 90\nWhat is left out stays as it is.", change,
-         "changed now", true, true},
+         "Example: arca class change STANDARD --days 90\nWhat is left out stays as it is.", change},
         {"delete", "Delete a class",
          "Example: arca class delete GOLD\n"
          "Nothing new is bound to it; pieces that are bound to it keep it. STANDARD stays.",
-         retire, "deleted now", true, false},
+         retire},
+        {"bind", "Bind pieces to another class",
+         "Example: arca class bind GOLD 'monthly_*'\n"
+         "Inactive versions keep the class they have.",
+         bind},
     };
     for (const auto &action : actions) {
         CLI::App *inner = verb->add_subcommand(action.name, action.help);
-        addCommonOptions(*inner, command);
         auto asked = std::make_shared<Asked>();
-        if (action.takesName)
-            inner->add_option("NAME", asked->name, "Name of the class, in any case")->required();
-        if (action.takesSettings) {
-            inner->add_option("--pool", asked->pool, "Storage pool")->type_name("NAME");
-            inner->add_option("--versions", asked->versions, "Versions kept of a piece")
-                ->type_name("NUMBER|nolimit");
-            inner->add_option("--days", asked->days, "Days a version is kept")
-                ->type_name("NUMBER|forever");
-            inner->add_option("--description", asked->description, "What the class is for")
-                ->type_name("TEXT");
-        }
+        addOperands(*inner, action.work, *asked);
+        addCommonOptions(*inner, command);
+        addPasswordOption(*inner, asked->fromStandardInput);
         inner->footer(action.footer);
-        inner->callback([&command, asked, name = std::string(action.name), work = action.work,
-                         done = action.done] {
+        inner->callback([&command, asked, name = std::string(action.name), work = action.work] {
             command.verb = "class " + name;
-            command.run = [&command, asked, work, done](Json &result) {
-                return perform(command, *asked, work, done, result);
+            command.run = [&command, asked, work](Json &result) {
+                return perform(command, *asked, work, result);
             };
         });
     }

@@ -1,10 +1,9 @@
 // arca reclaim: gives back the space of what no piece needs any more.
 #include "client/store/reclaim.h"
 
+#include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
-
-#include <cstdio>
-#include <unistd.h>
+#include "tools/common/progress.h"
 
 #include <fmt/format.h>
 
@@ -67,16 +66,18 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const NodeSession session, logOn(command, asked.passwordFromStandardInput, result));
     store::Reclaim reclaim(session.space->domain());
-    const bool progress = !command.json && !asked.dryRun && isatty(STDERR_FILENO) == 1;
+    tools::Progress progress("Freeing");
     const auto step = [&](const store::ReclaimTotals &totals) {
-        if (progress)
-            fmt::print(stderr, "\r{} freed", sizeText(totals.freedBytes));
-        return true;
+        progress.add(totals.freedBytes - progress.bytes());
+        return !interrupted();
     };
+    if (!asked.dryRun)
+        catchInterrupts();
     auto done = asked.dryRun ? reclaim.plan() : reclaim.run(step);
-    if (progress)
-        fmt::print(stderr, "\r\033[K");
+    progress.clear();
     ARCA_TRY(const store::ReclaimTotals totals, std::move(done));
+    if (interrupted())
+        return interruption(sizeText(totals.freedBytes) + " freed; the next run goes on");
     result["dryRun"] = asked.dryRun;
     result.update(jsonOf(totals));
     if (!command.json)

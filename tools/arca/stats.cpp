@@ -1,9 +1,13 @@
 // arca stats: what the node keeps, in numbers.
 #include "client/store/statistics.h"
 #include "tools/arca/node_session.h"
+#include "tools/arca/object_text.h"
+#include "tools/common/plot.h"
+#include "tools/common/terminal.h"
 #include "tools/common/text.h"
 
 #include <algorithm>
+#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -15,7 +19,6 @@ namespace
 
 constexpr std::int64_t kDay = 86400;
 constexpr std::size_t kPlotDays = 14;
-constexpr std::size_t kPlotWidth = 40;
 
 /// What compressing spared, less what sealing added.
 std::uint64_t compressionBytes(const store::PieceSums &sums)
@@ -26,11 +29,6 @@ std::uint64_t compressionBytes(const store::PieceSums &sums)
 std::string dayText(std::int64_t day)
 {
     return tools::utcTimeText(day * kDay).substr(0, 10);
-}
-
-std::string sizeText(std::uint64_t bytes)
-{
-    return tools::byteText(static_cast<double>(bytes));
 }
 
 Json jsonOf(const store::PieceSums &sums)
@@ -61,20 +59,18 @@ void fill(const store::Statistics &statistics, Json &result)
 /// The last days on which something was stored, each with a bar of what it added.
 void plot(const std::map<std::int64_t, store::PieceSums> &days)
 {
+    std::vector<tools::PlotLine> lines;
     auto from = days.end();
-    std::uint64_t most = 1;
     for (std::size_t i = 0; i < kPlotDays && from != days.begin(); ++i)
-        most = std::max(most, (--from)->second.storedBytes);
-    if (from != days.end())
-        fmt::print("\n{:<10}  {:>7}  {:>10}  {:>10}\n", "Day", "Pieces", "Logical", "Stored");
+        --from;
     for (; from != days.end(); ++from) {
         const store::PieceSums &sums = from->second;
-        const auto width = static_cast<std::size_t>(static_cast<double>(kPlotWidth) *
-                                                    static_cast<double>(sums.storedBytes) /
-                                                    static_cast<double>(most));
-        fmt::print("{}  {:>7}  {:>10}  {:>10}  {}\n", dayText(from->first), sums.pieces,
-                   sizeText(sums.streamBytes), sizeText(sums.storedBytes), std::string(width, '#'));
+        lines.push_back({dayText(from->first), static_cast<double>(sums.storedBytes),
+                         fmt::format("{:>7} pieces  {:>10} logical  {:>10} stored", sums.pieces,
+                                     sizeText(sums.streamBytes), sizeText(sums.storedBytes))});
     }
+    if (!lines.empty())
+        fmt::print("\n{}", tools::barPlot(lines, tools::terminalWidth(STDOUT_FILENO)));
 }
 
 void print(const store::Statistics &statistics)
