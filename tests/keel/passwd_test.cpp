@@ -1,83 +1,12 @@
 // keel passwd writes the agent's password file, and nobody sees the password.
 #include "tests/keel/keel_fixture.h"
-
-#include <pty.h>
-#include <sys/wait.h>
-#include <termios.h>
-#include <unistd.h>
+#include "tests/support/terminal.h"
 
 #include <algorithm>
 #include <csignal>
 
 namespace keel::test
 {
-
-namespace
-{
-
-/// keel on a terminal of its own, with a person before it.
-class Terminal
-{
-public:
-    explicit Terminal(const std::vector<std::string> &arguments)
-    {
-        std::vector<char *> argv;
-        std::string program = keelProgram();
-        argv.push_back(program.data());
-        for (const std::string &argument : arguments)
-            argv.push_back(const_cast<char *>(argument.c_str()));
-        argv.push_back(nullptr);
-        child_ = ::forkpty(&terminal_, nullptr, nullptr, nullptr);
-        if (child_ == 0) {
-            ::execv(argv[0], argv.data());
-            ::_exit(127);
-        }
-    }
-    ~Terminal() { ::close(terminal_); }
-    Terminal(const Terminal &) = delete;
-    Terminal &operator=(const Terminal &) = delete;
-
-    /// Waits for the text, then types.
-    void answer(const std::string &text, const std::string &typed)
-    {
-        while (shown.find(text, answered_) == std::string::npos && readOn()) {
-        }
-        answered_ = shown.size();
-        EXPECT_EQ(::write(terminal_, typed.data(), typed.size()),
-                  static_cast<ssize_t>(typed.size()));
-    }
-    [[nodiscard]] bool echoes() const
-    {
-        termios state = {};
-        return ::tcgetattr(terminal_, &state) == 0 && (state.c_lflag & ECHO) != 0;
-    }
-    [[nodiscard]] int finish()
-    {
-        while (readOn()) {
-        }
-        int status = 0;
-        ::waitpid(child_, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-
-    std::string shown;
-
-private:
-    bool readOn()
-    {
-        char bytes[512];
-        const ssize_t count = ::read(terminal_, bytes, sizeof bytes);
-        if (count > 0)
-            shown.append(bytes, static_cast<std::size_t>(count));
-        return count > 0;
-    }
-
-    int terminal_ = -1;
-    pid_t child_ = -1;
-    std::size_t answered_ = 0;
-};
-
-} // namespace
 
 class KeelPasswdTest : public KeelTest
 {
@@ -143,7 +72,7 @@ TEST_F(KeelPasswdTest, AgentLogsOnWithTheFileAndWithNoOtherPassword)
 
 TEST_F(KeelPasswdTest, TerminalIsAskedTwiceWithoutEchoAndLeftAsItWas)
 {
-    Terminal good({"passwd"});
+    Terminal good({keelProgram(), "passwd"});
     good.answer("Password of node dbhost1: ", "correct horse\n");
     good.answer("The same again: ", "correct horse\n");
     EXPECT_EQ(good.finish(), 0) << good.shown;
@@ -151,18 +80,19 @@ TEST_F(KeelPasswdTest, TerminalIsAskedTwiceWithoutEchoAndLeftAsItWas)
     const std::string file = written();
     EXPECT_EQ(file.size(), 39U + 2 * 9);
 
-    Terminal different({"passwd"});
+    Terminal different({keelProgram(), "passwd"});
     different.answer("Password of node", "correct horse\n");
     different.answer("The same again: ", "correct house\n");
     EXPECT_EQ(different.finish(), 1);
     EXPECT_NE(different.shown.find("not the same"), std::string::npos) << different.shown;
 
-    // Whoever is left with a terminal that shows nothing is lost; \x1c would end us at once.
-    for (const char *key : {"\x03", "\x1c\x1a\x03"}) {
-        Terminal interrupted({"passwd"});
+    // Whoever is left with a terminal that shows nothing is lost.
+    for (const auto &[key, status] : {std::pair("\x03", 1), std::pair("\x1c", 128 + SIGQUIT)}) {
+        Terminal interrupted({keelProgram(), "passwd"});
+        interrupted.answer("Password of node", "\x1a"); // nobody could let us go on: asked again
         interrupted.answer("Password of node", key);
-        EXPECT_EQ(interrupted.finish(), 1) << interrupted.shown;
-        EXPECT_NE(interrupted.shown.find("interrupted"), std::string::npos) << interrupted.shown;
+        EXPECT_EQ(interrupted.finish(), status) << interrupted.shown;
+        EXPECT_EQ(interrupted.shown.find("interrupted") == std::string::npos, status != 1);
         EXPECT_TRUE(interrupted.echoes());
     }
     EXPECT_TRUE(written() == file);

@@ -1,17 +1,13 @@
 // keel passwd: writes the password file that the agent logs on with.
 #include "tools/common/text.h"
+#include "tools/keel/agent_options.h"
 #include "tools/keel/command.h"
 #include "tools/keel/context_channel.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/password.h"
 
-#include <algorithm>
-#include <cctype>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <memory>
-#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -20,37 +16,6 @@ namespace keel
 
 namespace
 {
-
-constexpr const char *kDefaultDirectory = KEEL_CLIENT_ROOT "/oracle/bin64";
-
-std::string optionFileName()
-{
-    const char *chosen = std::getenv("VELO_OPTFILE");
-    return chosen && *chosen ? chosen : std::string(kDefaultDirectory) + "/velo.opt";
-}
-
-/// The last value of the keyword in a file that the agent has found good; empty when there is none.
-std::string optionValue(const std::string &fileName, const std::string &keyword)
-{
-    std::ifstream file(fileName);
-    std::string value;
-    for (std::string line; std::getline(file, line);) {
-        const std::size_t begin = line.find_first_not_of(" \t");
-        if (begin == std::string::npos || line[0] == '*')
-            continue;
-        const std::size_t end = std::min(line.find_first_of(" \t\r", begin), line.size());
-        const bool same = std::equal(
-            line.begin() + static_cast<std::ptrdiff_t>(begin),
-            line.begin() + static_cast<std::ptrdiff_t>(end), keyword.begin(), keyword.end(),
-            [](unsigned char left, unsigned char right) { return std::toupper(left) == right; });
-        if (!same)
-            continue;
-        const std::size_t first = line.find_first_not_of(" \t\r\"", end);
-        const std::size_t last = line.find_last_not_of(" \t\r\"");
-        value = first == std::string::npos ? "" : line.substr(first, last + 1 - first);
-    }
-    return value;
-}
 
 struct Place {
     std::string optionFile;
@@ -63,19 +28,9 @@ struct Place {
 
 Place findPlace()
 {
-    Place place;
-    place.optionFile = optionFileName();
-    place.node = optionValue(place.optionFile, "VELO_NODE");
-    place.clientOptions = optionValue(place.optionFile, "HOXI_ORC_CONFIG");
-    if (place.clientOptions.empty())
-        place.clientOptions = "arca.opt";
-    for (const char *keyword : {"VELO_PSWDPATH", "HOXI_ORC_DIR"}) {
-        if (place.directory.empty())
-            place.directory = optionValue(place.optionFile, keyword);
-    }
-    if (place.directory.empty())
-        place.directory = kDefaultDirectory;
-    return place;
+    const AgentOptions options;
+    return {options.file(), options.clientFile(), options.value("VELO_NODE"),
+            options.passwordDirectory()};
 }
 
 /// Failure when the agent would have no use for a password file.
@@ -127,9 +82,9 @@ int run(bool fromStandardInput, const Command &command, Json &result)
     checkNeeded(channel, place);
     Password password;
     if (fromStandardInput)
-        password.readLine(STDIN_FILENO);
+        password.read();
     else
-        password.ask(fmt::format("Password of node {}: ", tools::printable(place.node)));
+        password.ask(fmt::format("Password of node {}", tools::printable(place.node)));
     writeFile(channel, password, place);
     result["node"] = place.node;
     result["file"] = place.file().string();

@@ -18,23 +18,22 @@ public:
     Password(const Password &) = delete;
     Password &operator=(const Password &) = delete;
 
-    /// Reads one line, or what there is before the end; nothing behind it is taken. Failure when it
-    /// is empty, too long, or cannot be a password. A signal ends the waiting with Failure.
-    void readLine(int descriptor);
+    /// One line of standard input; nothing behind it is taken. Failure when it is empty, too long,
+    /// or cannot be a password. A signal ends the waiting with Failure.
+    void read();
 
     /// Asks for it twice on the terminal of the process, whatever standard input is, without echo.
-    /// Failure when there is no terminal, or the two differ. The terminal is left as it was.
+    /// Failure when there is no terminal, or the two differ.
     void ask(const std::string &question);
 
     /// For calls that take a string which they may write to.
     [[nodiscard]] char *data() { return text_; }
-    [[nodiscard]] std::size_t size() const { return size_; }
+    [[nodiscard]] std::size_t size() const;
 
 private:
-    void add(char character);
+    void take(const char *question, bool fromTerminal);
 
     char text_[kLongest + 1] = "";
-    std::size_t size_ = 0; ///< of the line; more than kLongest when it was longer
 };
 
 } // namespace keel

@@ -1,0 +1,322 @@
+// Questions to a person: see the header. Characters are read one by one, so that no buffer but the
+// caller's ever holds a secret and nothing behind the line is lost to the next reader.
+#include "agents/common/maint/mtprompt.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <string>
+#include <termios.h>
+#include <unistd.h>
+
+#include "common/thrd/psmutex.h"
+
+namespace
+{
+
+constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
+constexpr std::size_t kSignalCount = sizeof kSignals / sizeof kSignals[0];
+
+psMutex_t askMutex;
+volatile std::sig_atomic_t caught = 0;
+int wakeUp[2] = {-1, -1};
+
+extern "C" void mtNoteSignal(int number)
+{
+    const int saved = errno;
+    if (caught == 0 || caught == SIGTSTP) { // one that ends is not forgotten for one that stops
+        caught = number;
+    }
+    const char byte = 0;
+    [[maybe_unused]] const ssize_t ignored = ::write(wakeUp[1], &byte, 1);
+    errno = saved;
+}
+
+void wipe(char *memory, std::size_t size)
+{
+    // Through a pointer that the compiler must believe in: nobody reads this memory again.
+    volatile char *byte = memory;
+    for (std::size_t i = 0; i < size; ++i) {
+        byte[i] = 0;
+    }
+}
+
+/// Notes signals while it lives; a pipe makes one something that poll() can wait for, so none is
+/// missed between looking and waiting.
+class SignalWatch
+{
+public:
+    SignalWatch()
+    {
+        caught = 0;
+        if (::pipe(wakeUp) != 0) {
+            return;
+        }
+        for (const int end : wakeUp) {
+            ::fcntl(end, F_SETFD, FD_CLOEXEC);
+            ::fcntl(end, F_SETFL, O_NONBLOCK);
+        }
+        struct sigaction note {
+        };
+        note.sa_handler = mtNoteSignal;
+        ::sigemptyset(&note.sa_mask);
+        for (std::size_t i = 0; i < kSignalCount; ++i) {
+            ::sigaction(kSignals[i], nullptr, &before_[i]);
+            if (before_[i].sa_handler != SIG_IGN) {
+                ::sigaction(kSignals[i], &note, nullptr);
+            }
+        }
+        watching_ = true;
+    }
+    ~SignalWatch()
+    {
+        for (std::size_t i = 0; watching_ && i < kSignalCount; ++i) {
+            ::sigaction(kSignals[i], &before_[i], nullptr);
+        }
+        for (int &end : wakeUp) {
+            if (end >= 0) {
+                ::close(end);
+            }
+            end = -1;
+        }
+    }
+    SignalWatch(const SignalWatch &) = delete;
+    SignalWatch &operator=(const SignalWatch &) = delete;
+
+    [[nodiscard]] bool watching() const { return watching_; }
+
+    /// MT_ASK_OK when there is something to read, or the end of it.
+    [[nodiscard]] static mtAsk_t wait(int descriptor)
+    {
+        for (;;) {
+            struct pollfd waits[] = {{descriptor, POLLIN, 0}, {wakeUp[0], POLLIN, 0}};
+            const int ready = ::poll(waits, 2, -1);
+            if (caught != 0) {
+                return MT_ASK_SIGNAL;
+            }
+            if (ready > 0 && waits[0].revents != 0) {
+                return MT_ASK_OK;
+            }
+            if (ready < 0 && errno != EINTR) {
+                return MT_ASK_ERROR;
+            }
+        }
+    }
+
+private:
+    struct sigaction before_[kSignalCount] = {};
+    bool watching_ = false;
+};
+
+/// The terminal of the process, without echo for a secret; as it was when this goes.
+class Terminal
+{
+public:
+    explicit Terminal(bool secret) : descriptor_(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY))
+    {
+        ready_ = descriptor_ >= 0 && ::tcgetattr(descriptor_, &before_) == 0;
+        if (!ready_ || !secret) {
+            return;
+        }
+        termios quiet = before_;
+        quiet.c_lflag &= static_cast<tcflag_t>(~static_cast<tcflag_t>(ECHO));
+        quiet.c_lflag |= static_cast<tcflag_t>(ICANON | ISIG);
+        quiet_ = ready_ = ::tcsetattr(descriptor_, TCSAFLUSH, &quiet) == 0;
+    }
+    ~Terminal()
+    {
+        if (quiet_) {
+            ::tcsetattr(descriptor_, TCSAFLUSH, &before_);
+            say("\n"); // the one that was typed did not show
+        }
+        if (descriptor_ >= 0) {
+            ::close(descriptor_);
+        }
+    }
+    Terminal(const Terminal &) = delete;
+    Terminal &operator=(const Terminal &) = delete;
+
+    [[nodiscard]] bool ready() const { return ready_; }
+    [[nodiscard]] int descriptor() const { return descriptor_; }
+    void say(const std::string &text) const
+    {
+        [[maybe_unused]] const ssize_t ignored = ::write(descriptor_, text.data(), text.size());
+    }
+
+private:
+    int descriptor_;
+    bool ready_ = false;
+    bool quiet_ = false;
+    termios before_{};
+};
+
+/// One character: 1, 0 for the end, -1 with the code.
+int readCharacter(int descriptor, char &character, mtAsk_t &code)
+{
+    for (;;) {
+        code = SignalWatch::wait(descriptor);
+        if (code != MT_ASK_OK) {
+            return -1;
+        }
+        const ssize_t count = ::read(descriptor, &character, 1);
+        if (count >= 0) {
+            return static_cast<int>(count);
+        }
+        if (errno != EINTR && errno != EAGAIN) {
+            // A terminal that went away says so.
+            code = errno == EIO || errno == ENXIO ? MT_ASK_END : MT_ASK_ERROR;
+            return -1;
+        }
+    }
+}
+
+mtAsk_t readLine(int descriptor, char *answer, std::size_t size)
+{
+    std::size_t length = 0; // of the line; at size and above it has been cut
+    bool proper = true;
+    bool ended = false;
+    for (char character = 0; !ended;) {
+        mtAsk_t code = MT_ASK_OK;
+        const int count = readCharacter(descriptor, character, code);
+        if (count < 0) {
+            return code;
+        }
+        if (count == 0 && length == 0) {
+            return MT_ASK_END;
+        }
+        ended = count == 0 || character == '\n';
+        if (!ended && length < size) {
+            answer[length] = character;
+        }
+        length += ended ? 0 : 1;
+        wipe(&character, 1);
+    }
+    if (length > 0 && length <= size && answer[length - 1] == '\r') {
+        --length; // a file that was written elsewhere
+    }
+    if (length >= size) {
+        return MT_ASK_LONG;
+    }
+    answer[length] = '\0';
+    for (std::size_t i = 0; i < length; ++i) {
+        const auto byte = static_cast<unsigned char>(answer[i]);
+        proper = proper && byte >= 0x20 && byte != 0x7f;
+    }
+    return proper ? MT_ASK_OK : MT_ASK_CONTROL;
+}
+
+mtAsk_t askOnce(const mtQuestion_t &question, const std::string &shown, char *answer,
+                std::size_t size)
+{
+    const SignalWatch watch;
+    if (!watch.watching()) {
+        return MT_ASK_ERROR;
+    }
+    if (question.from == mtAskFrom::standardInput) {
+        return readLine(STDIN_FILENO, answer, size);
+    }
+    const Terminal terminal(question.secret);
+    if (!terminal.ready()) {
+        return MT_ASK_NO_TERMINAL;
+    }
+    terminal.say(shown);
+    return readLine(terminal.descriptor(), answer, size);
+}
+
+/// With the terminal and the handlers as they were. A signal that stops gets the question asked
+/// again.
+mtAsk_t askUntilAnswered(const mtQuestion_t &question, const std::string &shown, char *answer,
+                         std::size_t size)
+{
+    if (size == 0) {
+        return MT_ASK_LONG;
+    }
+    const psMutexGuard guard(askMutex);
+    for (;;) {
+        const mtAsk_t code = askOnce(question, shown, answer, size);
+        if (code != MT_ASK_OK) {
+            const int reason = errno;
+            wipe(answer, size);
+            errno = reason;
+        }
+        if (code != MT_ASK_SIGNAL) {
+            return code;
+        }
+        const int number = caught;
+        ::raise(number);
+        if (number != SIGTSTP) {
+            return code;
+        }
+    }
+}
+
+} // namespace
+
+mtAsk_t mtAsk(const mtQuestion_t &question, char *answer, std::size_t size)
+{
+    std::string shown = question.text;
+    if (question.usual != nullptr) {
+        shown.append(" [").append(question.usual).append("]");
+    }
+    const mtAsk_t code = askUntilAnswered(question, shown + ": ", answer, size);
+    if (code == MT_ASK_OK && answer[0] == '\0' && question.usual != nullptr) {
+        if (std::strlen(question.usual) >= size) {
+            return MT_ASK_LONG;
+        }
+        std::memcpy(answer, question.usual, std::strlen(question.usual) + 1);
+    }
+    return code;
+}
+
+mtAsk_t mtAskYesNo(const char *text, bool usual, mtAskFrom from, bool &yes)
+{
+    constexpr int kTimes = 3;
+    const std::string shown = std::string(text) + (usual ? " [Y/n] " : " [y/N] ");
+    mtQuestion_t question;
+    question.from = from;
+    yes = false;
+    for (int i = 0; i < kTimes; ++i) {
+        char answer[16] = "";
+        const mtAsk_t code = askUntilAnswered(question, shown, answer, sizeof answer);
+        if (code != MT_ASK_OK && code != MT_ASK_LONG && code != MT_ASK_CONTROL) {
+            return code;
+        }
+        for (char &character : answer) {
+            character = character >= 'A' && character <= 'Z'
+                            ? static_cast<char>(character - 'A' + 'a')
+                            : character;
+        }
+        const std::string said = answer;
+        if (code == MT_ASK_OK && (said == "y" || said == "yes" || (said.empty() && usual))) {
+            yes = true;
+            return MT_ASK_OK;
+        }
+        if (code == MT_ASK_OK && (said == "n" || said == "no" || said.empty())) {
+            return MT_ASK_OK;
+        }
+    }
+    return MT_ASK_OK;
+}
+
+const char *mtAskText(mtAsk_t code)
+{
+    switch (code) {
+    case MT_ASK_NO_TERMINAL:
+        return "there is no terminal to ask on";
+    case MT_ASK_END:
+        return "nothing was given";
+    case MT_ASK_SIGNAL:
+        return "interrupted";
+    case MT_ASK_LONG:
+        return "it is too long";
+    case MT_ASK_CONTROL:
+        return "it holds control characters";
+    case MT_ASK_ERROR:
+        return "it cannot be read";
+    case MT_ASK_OK:
+        break;
+    }
+    return "";
+}

@@ -1,0 +1,166 @@
+// Logs that wrap: see the header.
+//
+// A writer holds a lock on the file behind NAME, and then looks whether it is still behind NAME:
+// who waited for the lock may have got that of a file that was put aside meanwhile. So only the
+// holder of the lock on the present file renames, one at a time, and never while another writes.
+#include "agents/common/maint/mtwrap.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "common/thrd/psmutex.h"
+#include "common/unx/psfile.h"
+
+namespace
+{
+
+/// A file lock does not hold against threads of the same process, and closing any descriptor of a
+/// file gives up the process's lock on it.
+psMutex_t logMutex;
+
+constexpr int kOnceMore = -1; // no errno is
+
+class Descriptor
+{
+public:
+    explicit Descriptor(int number) : number_(number) {}
+    ~Descriptor()
+    {
+        if (number_ >= 0) {
+            ::close(number_);
+        }
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    [[nodiscard]] int number() const { return number_; }
+
+private:
+    int number_;
+};
+
+bool isErrorLog(const std::string &path)
+{
+    return path.substr(path.find_last_of('/') + 1) == "veloerror.log";
+}
+
+int lockWhole(int descriptor)
+{
+    while (::lockf(descriptor, F_LOCK, 0) != 0) {
+        if (errno != EINTR) {
+            return errno;
+        }
+    }
+    return 0;
+}
+
+bool isStill(const std::string &path, const struct stat &opened)
+{
+    struct stat named {
+    };
+    return ::stat(path.c_str(), &named) == 0 && named.st_dev == opened.st_dev &&
+           named.st_ino == opened.st_ino;
+}
+
+std::string aside(const std::string &path, unsigned number)
+{
+    return path + "." + std::to_string(number);
+}
+
+/// Only as far as the first gap: a rename that a dead process left undone must not cost a file.
+int putAside(const std::string &path, const mtWrapLimits_t &limits)
+{
+    unsigned free = 1;
+    struct stat there {
+    };
+    while (free < limits.kept && ::stat(aside(path, free).c_str(), &there) == 0) {
+        ++free;
+    }
+    for (; free > 1; --free) {
+        if (::rename(aside(path, free - 1).c_str(), aside(path, free).c_str()) != 0) {
+            return errno;
+        }
+    }
+    return ::rename(path.c_str(), aside(path, 1).c_str()) == 0 ? 0 : errno;
+}
+
+/// Under the lock nobody else appends, so what lies behind the old end is our own cut line.
+int writeWhole(int descriptor, off_t end, const std::string &line)
+{
+    if (psFileWithinLimit(end, line.size()) == 0) {
+        return EFBIG;
+    }
+    std::size_t done = 0;
+    while (done < line.size()) {
+        const ssize_t count = ::write(descriptor, line.data() + done, line.size() - done);
+        if (count < 0 && errno == EINTR) {
+            continue;
+        }
+        if (count < 0) {
+            const int reason = errno;
+            [[maybe_unused]] const int ignored = ::ftruncate(descriptor, end);
+            return reason;
+        }
+        done += static_cast<std::size_t>(count);
+    }
+    return 0;
+}
+
+/// 0 when the line is written, kOnceMore when the file was put aside, by us or by another: the
+/// next one behind the name has to be opened.
+int appendToPresent(const std::string &path, const mtWrapLimits_t &limits, const std::string &line)
+{
+    const Descriptor file(psFileOpenDescriptor(path.c_str(), O_RDWR | O_CREAT | O_APPEND));
+    if (file.number() < 0) {
+        return errno;
+    }
+    if (const int rc = lockWhole(file.number()); rc != 0) {
+        return rc;
+    }
+    struct stat status {
+    };
+    if (::fstat(file.number(), &status) != 0) {
+        return errno;
+    }
+    if (!isStill(path, status)) {
+        return kOnceMore;
+    }
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    if (!S_ISREG(status.st_mode) || size == 0 || size + line.size() <= limits.maximum) {
+        return writeWhole(file.number(), status.st_size, line);
+    }
+    if (limits.kept == 0) {
+        return ::ftruncate(file.number(), 0) == 0 ? writeWhole(file.number(), 0, line) : errno;
+    }
+    const int rc = putAside(path, limits);
+    return rc == 0 ? kOnceMore : rc;
+}
+
+} // namespace
+
+int mtWrapAppend(const char *path, const mtWrapLimits_t &limits, std::string_view line) noexcept
+{
+    try {
+        const std::string name = path == nullptr ? "" : path;
+        std::string whole(line);
+        if (!whole.empty() && whole.back() == '\n') {
+            whole.pop_back();
+        }
+        if (name.empty() || isErrorLog(name) || whole.find('\n') != std::string::npos) {
+            return EINVAL;
+        }
+        whole += '\n';
+        const psMutexGuard guard(logMutex);
+        for (;;) {
+            const int rc = appendToPresent(name, limits, whole);
+            if (rc != kOnceMore) {
+                return rc;
+            }
+        }
+    } catch (const std::exception &) {
+        return ENOMEM;
+    }
+}

@@ -1,0 +1,121 @@
+// See agent_options.h.
+#include "tools/keel/agent_options.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cstdlib>
+#include <fstream>
+#include <string_view>
+
+#include <fmt/format.h>
+
+namespace keel
+{
+
+namespace
+{
+
+constexpr const char *kAgentDirectory = KEEL_CLIENT_ROOT "/oracle/bin64";
+constexpr const char *kClientDirectory = KEEL_CLIENT_ROOT "/api/bin64";
+constexpr std::string_view kBlank = " \t\v\f\r";
+
+constexpr std::array kKeywords = {"HOXI_DIR",          "HOXI_LOG",          "HOXI_ORC_DIR",
+                                  "HOXI_ORC_CONFIG",   "VELO_AVG_SIZE",     "VELO_FS",
+                                  "VELO_NODE",         "VELO_OWNER",        "VELO_PSWDPATH",
+                                  "VELO_TRACE_MAX",    "VELO_TRACE_FILE",   "VELO_TRACE_FLAGS",
+                                  "VELO_MGMT_CLASS_2", "VELO_MGMT_CLASS_3", "VELO_MGMT_CLASS_4",
+                                  "VELO_NUM_BUFFERS",  "VELO_DATE_FMT",     "VELO_TIME_FMT",
+                                  "VELO_NUM_FMT",      "VELO_LANGUAGE",     "VELO_TEST_FLAGS"};
+
+/// Without the quotes that an administrator may have put around it.
+std::string chosenFile(const std::string &value)
+{
+    const bool quoted = value.size() > 1 && value.front() == value.back() &&
+                        (value.front() == '"' || value.front() == '\'');
+    return quoted ? value.substr(1, value.size() - 2) : value;
+}
+
+std::string trimmed(std::string text)
+{
+    std::erase(text, '"');
+    const std::size_t first = text.find_first_not_of(kBlank);
+    const std::size_t last = text.find_last_not_of(kBlank);
+    return first == std::string::npos ? "" : text.substr(first, last + 1 - first);
+}
+
+std::string orElse(std::string value, const char *usual)
+{
+    return value.empty() ? usual : value;
+}
+
+} // namespace
+
+OptionLines readOptionLines(const std::string &file)
+{
+    OptionLines lines;
+    std::ifstream input(file);
+    for (std::string line; std::getline(input, line);) {
+        const std::size_t begin = line.find_first_not_of(kBlank);
+        if (begin == std::string::npos || line[begin] == '*')
+            continue;
+        const std::size_t from = std::min(line.find_first_not_of(" ,\t", begin), line.size());
+        const std::size_t end = std::min(line.find_first_of(" ,\t\r", from), line.size());
+        std::string keyword = line.substr(from, end - from);
+        std::ranges::transform(keyword, keyword.begin(),
+                               [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+        lines.emplace_back(std::move(keyword),
+                           end < line.size() ? trimmed(line.substr(end + 1)) : std::string());
+    }
+    return lines;
+}
+
+AgentOptions::AgentOptions()
+{
+    const char *chosen = std::getenv("VELO_OPTFILE");
+    named_ = chosen && *chosen;
+    file_ = named_ ? chosenFile(chosen) : std::string(kAgentDirectory) + "/velo.opt";
+    for (auto &[keyword, value] : readOptionLines(file_)) {
+        if (std::ranges::find(kKeywords, keyword) == kKeywords.end())
+            wrong_.push_back(fmt::format("{} is no keyword", keyword));
+        else if (value.empty())
+            wrong_.push_back(fmt::format("{} has no value", keyword));
+        else
+            values_[keyword] = value;
+    }
+}
+
+std::string AgentOptions::value(const std::string &keyword) const
+{
+    const auto found = values_.find(keyword);
+    return found == values_.end() ? "" : found->second;
+}
+
+std::string AgentOptions::agentDirectory() const
+{
+    return orElse(value("HOXI_ORC_DIR"), kAgentDirectory);
+}
+
+std::string AgentOptions::clientDirectory() const
+{
+    return orElse(value("HOXI_DIR"), kClientDirectory);
+}
+
+std::string AgentOptions::logDirectory() const
+{
+    return orElse(value("HOXI_LOG"), kAgentDirectory);
+}
+
+std::string AgentOptions::passwordDirectory() const
+{
+    const std::string directory = value("VELO_PSWDPATH");
+    return directory.empty() ? agentDirectory() : directory;
+}
+
+std::string AgentOptions::clientFile() const
+{
+    const std::string file = value("HOXI_ORC_CONFIG");
+    return file.empty() ? clientDirectory() + "/arca.opt" : file;
+}
+
+} // namespace keel
