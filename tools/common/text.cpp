@@ -48,6 +48,14 @@ std::string printable(std::string_view text)
     return result;
 }
 
+std::string lowered(std::string text)
+{
+    for (char &character : text)
+        character =
+            character >= 'A' && character <= 'Z' ? static_cast<char>(character | 0x20) : character;
+    return text;
+}
+
 namespace
 {
 

@@ -18,6 +18,9 @@ namespace tools
 /// One line whatever the text holds: control characters become "\n", "\x1b" and the like.
 [[nodiscard]] std::string printable(std::string_view text);
 
+/// With the ASCII letters small.
+[[nodiscard]] std::string lowered(std::string text);
+
 /// Local time, "2026-03-07 14:05:09".
 [[nodiscard]] std::string localTimeText(std::int64_t seconds);
 
