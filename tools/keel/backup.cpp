@@ -1,4 +1,5 @@
 // keel backup: stores a stream as a piece.
+#include "agents/common/maint/mttiming.h"
 #include "agents/oracle/common/sbt.h"
 #include "tools/common/progress.h"
 #include "tools/keel/blocks.h"
@@ -39,19 +40,30 @@ int run(const Backup &backup, const Command &command, Json &result)
     result["name"] = backup.name;
     checkBlockSize(command, backup.blockSize);
     InputFile input(backup.input);
-    const auto channel = openChannel(command.channel);
     tools::Progress progress(backup.name, input.size(), command.quiet);
-    channel->beginBackup(backup.name, backup.attributes, backup.blockSize);
+    std::unique_ptr<Channel> channel;
+    {
+        const mtTimed timed(MT_TIME_CLIENT);
+        channel = openChannel(command.channel);
+        channel->beginBackup(backup.name, backup.attributes, backup.blockSize);
+    }
     const auto read = [&](std::span<std::byte> bytes) {
+        const mtTimed timed(MT_TIME_DATABASE);
         const std::size_t count = input.fill(bytes);
         progress.add(count);
         return count;
     };
-    const auto write = [&](std::span<std::byte> block) { channel->writeBlock(block); };
+    const auto write = [&](std::span<std::byte> block) {
+        const mtTimed timed(MT_TIME_TRANSFER);
+        channel->writeBlock(block);
+    };
     const std::uint64_t length = storeStream(read, write, backup.blockSize);
-    channel->closePiece();
+    {
+        const mtTimed timed(MT_TIME_CLIENT);
+        channel->closePiece();
+    }
     progress.finish();
-    reportTransfer(result, length, progress.seconds());
+    reportTransfer(command, result, length, progress.seconds());
     result["blockSize"] = backup.blockSize;
     return kExitDone;
 }
@@ -74,9 +86,10 @@ void addBackup(CLI::App &app, Command &command)
         ->type_name("N");
     verb->add_option("--database", backup->attributes.database, "name of the database it is of")
         ->type_name("NAME");
-    verb->add_option("--type", backup->type, "what it holds: datafile, archivelog or other")
+    verb->add_option("--type", backup->type, "what it holds")
         ->check(CLI::IsMember({"datafile", "archivelog", "other"}).description(""))
-        ->type_name("TYPE");
+        ->type_name("datafile|archivelog|other");
+    addTiming(*verb, command);
     addCommonOptions(*verb, command);
     verb->footer(
         "Example: tar -c /srv/data | keel backup data-monday --input -\n"

@@ -1,6 +1,8 @@
 // See command.h.
 #include "tools/keel/command.h"
 
+#include "agents/common/maint/mttiming.h"
+#include "tools/common/table.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/trailer.h"
 
@@ -27,6 +29,9 @@ void addCommonOptions(CLI::App &verb, Command &command)
                     "0 failures, 1 also calls (default), 2 also details")
         ->needs(trace)
         ->type_name("N");
+    verb.add_option("--log", command.logFile,
+                    "append a line about the outcome to this file, which wraps at 10 MiB")
+        ->type_name("FILE");
     verb.add_flag("--json", command.json, "print one JSON object about the outcome");
     verb.add_flag("--quiet,-q", command.quiet, "show no progress");
 }
@@ -58,11 +63,49 @@ std::string subjectOf(const std::vector<std::string> &names)
     return names.size() == 1 ? names.front() : std::string();
 }
 
-void reportTransfer(Json &result, std::uint64_t bytes, double seconds)
+void addTiming(CLI::App &verb, Command &command)
+{
+    verb.add_flag_callback(
+        "--timing",
+        [&command] {
+            command.timing = true;
+            mtMeasure(true);
+        },
+        "tell at the end where the time went");
+}
+
+namespace
+{
+
+void reportTiming(const Command &command, Json &result, double seconds)
+{
+    tools::Table table({{"TIME"},
+                        {"CALLS", tools::Align::kRight},
+                        {"SECONDS", tools::Align::kRight},
+                        {"SHARE", tools::Align::kRight}});
+    for (unsigned i = 0; i < MT_TIME_CATEGORIES; ++i) {
+        const auto category = static_cast<mtCategory_t>(i);
+        const mtMeasured_t measured = mtMeasured(category);
+        const double spent = static_cast<double>(measured.nanoseconds) * 1e-9;
+        result["timing"][mtCategoryName(category)] = {{"calls", measured.count},
+                                                      {"seconds", spent}};
+        table.add({mtCategoryName(category), std::to_string(measured.count),
+                   fmt::format("{:.3f}", spent),
+                   fmt::format("{:.0f} %", 100 * spent / std::max(seconds, 1e-6))});
+    }
+    if (!command.json)
+        fmt::print(stderr, "{}", table.text());
+}
+
+} // namespace
+
+void reportTransfer(const Command &command, Json &result, std::uint64_t bytes, double seconds)
 {
     result["bytes"] = bytes;
     result["seconds"] = seconds;
     result["bytesPerSecond"] = static_cast<double>(bytes) / std::max(seconds, 1e-6);
+    if (command.timing)
+        reportTiming(command, result, seconds);
 }
 
 } // namespace keel

@@ -23,6 +23,8 @@ struct Command {
     std::string optionFile; ///< empty: as the agent finds it
     bool json = false;
     bool quiet = false;
+    std::string logFile; ///< a line about the outcome goes there; empty: nowhere
+    bool timing = false; ///< of the verbs that transfer: show where the time went
     std::string verb;
     std::string subject; ///< for messages: the piece it is about; empty when there are several
 
@@ -33,8 +35,11 @@ struct Command {
 // Each adds its verb to the program.
 void addBackup(CLI::App &app, Command &command);
 void addRestore(CLI::App &app, Command &command);
+void addBench(CLI::App &app, Command &command);
+void addDoctor(CLI::App &app, Command &command);
 void addInfo(CLI::App &app, Command &command);
 void addPasswd(CLI::App &app, Command &command);
+void addRman(CLI::App &app, Command &command);
 void addRemove(CLI::App &app, Command &command);
 void addTrace(CLI::App &app, Command &command);
 
@@ -50,11 +55,14 @@ void checkBlockSize(const Command &command, std::size_t blockSize);
 
 constexpr std::size_t kDefaultBlockSize = std::size_t{256} << 10;
 
+/// --timing, of the verbs that transfer a stream.
+void addTiming(CLI::App &verb, Command &command);
+
 /// The subject of a verb that takes several names.
 [[nodiscard]] std::string subjectOf(const std::vector<std::string> &names);
 
-/// The end of a transfer, for --json.
-void reportTransfer(Json &result, std::uint64_t bytes, double seconds);
+/// The end of a transfer: for --json, and with --timing where the time went.
+void reportTransfer(const Command &command, Json &result, std::uint64_t bytes, double seconds);
 
 } // namespace keel
 

@@ -2,6 +2,7 @@
 // for, so none is missed between looking and waiting.
 #include "tools/keel/interrupt.h"
 
+#include "agents/common/maint/mttiming.h"
 #include "tools/keel/failure.h"
 
 #include <cerrno>
@@ -59,6 +60,7 @@ void checkInterrupted()
 
 void waitUntilReady(int descriptor, Direction direction)
 {
+    const mtTimed timed(MT_TIME_WAITING);
     const short events = direction == Direction::kRead ? POLLIN : POLLOUT;
     for (;;) {
         checkInterrupted();

@@ -1,4 +1,5 @@
 // keel: drives the agent as the database's backup tool does.
+#include "agents/common/maint/mtwrap.h"
 #include "tools/common/streams.h"
 #include "tools/common/text.h"
 #include "tools/keel/command.h"
@@ -7,6 +8,8 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
 #include <filesystem>
 
 #include <fmt/format.h>
@@ -50,8 +53,24 @@ void printJson(const Json &result)
     fmt::print("{}\n", result.dump(2, ' ', false, Json::error_handler_t::replace));
 }
 
+/// "2026-03-07T13:05:09Z keel backup p: done". That it cannot be written is told, and changes
+/// nothing: what the verb did is done.
+void logOutcome(const Command &command, const std::string &outcome)
+{
+    if (command.logFile.empty())
+        return;
+    const std::string line =
+        fmt::format("{} keel {}{}{}: {}", tools::utcTimeText(std::time(nullptr)), command.verb,
+                    command.subject.empty() ? "" : " ", tools::printable(command.subject),
+                    tools::printable(outcome));
+    if (const int error = mtWrapAppend(command.logFile.c_str(), {}, line); error != 0)
+        fmt::print(stderr, "keel {}: cannot write {}: {}\n", command.verb,
+                   tools::printable(command.logFile), std::strerror(error));
+}
+
 int report(const Command &command, Json &result, const std::string &text, std::uint32_t sbtCode)
 {
+    logOutcome(command, text);
     if (command.json) {
         result["ok"] = false;
         if (sbtCode != 0)
@@ -78,6 +97,7 @@ int perform(Command &command, const char *program)
             printJson(result);
         if (std::fflush(stdout) != 0)
             throw Failure("cannot write standard output");
+        logOutcome(command, status == kExitDone ? "done" : "not all of it was found");
         return status;
     } catch (const UsageError &error) {
         fmt::print(stderr, "keel {}: {}\n", command.verb, error.what());
@@ -113,6 +133,9 @@ int main(int argc, char **argv)
     keel::addInfo(app, command);
     keel::addRemove(app, command);
     keel::addPasswd(app, command);
+    keel::addRman(app, command);
+    keel::addDoctor(app, command);
+    keel::addBench(app, command);
     keel::addTrace(app, command);
     try {
         app.parse(argc, argv);

@@ -1,11 +1,11 @@
 // keel remove: deletes pieces.
+#include "agents/common/maint/mtprompt.h"
 #include "agents/oracle/common/sbt.h"
 #include "tools/common/text.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
 
 #include <algorithm>
-#include <iostream>
 #include <iterator>
 #include <memory>
 #include <unistd.h>
@@ -23,17 +23,24 @@ struct Remove {
     bool yes = false;
 };
 
+/// A script has to say --yes: what it may remove must not hang on what its standard input holds.
 bool confirmed(const Remove &remove)
 {
     if (remove.yes)
         return true;
-    if (::isatty(STDIN_FILENO) != 1)
+    const std::string question =
+        fmt::format("Remove {}{}?", tools::printable(remove.names.front()),
+                    remove.names.size() > 1 ? fmt::format(" and {} more", remove.names.size() - 1)
+                                            : std::string());
+    bool yes = false;
+    mtAsk_t code = MT_ASK_NO_TERMINAL;
+    if (::isatty(STDIN_FILENO) == 1)
+        code = mtAskYesNo(question.c_str(), false, mtAskFrom::terminal, yes);
+    if (code == MT_ASK_NO_TERMINAL)
         throw UsageError("nobody is there to be asked; --yes removes without asking");
-    fmt::print(stderr, "Remove {}{}? [y/N] ", tools::printable(remove.names.front()),
-               remove.names.size() > 1 ? fmt::format(" and {} more", remove.names.size() - 1) : "");
-    std::string answer;
-    std::getline(std::cin, answer);
-    return answer == "y" || answer == "Y" || answer == "yes";
+    if (code != MT_ASK_OK)
+        throw Failure(fmt::format("nothing was removed: {}", mtAskText(code)));
+    return yes;
 }
 
 /// The names for which the piece is, or is not, there.

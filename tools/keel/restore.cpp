@@ -1,4 +1,5 @@
 // keel restore: gives the stream of a piece back.
+#include "agents/common/maint/mttiming.h"
 #include "tools/common/progress.h"
 #include "tools/keel/blocks.h"
 #include "tools/keel/command.h"
@@ -27,19 +28,33 @@ int run(const Restore &restore, const Command &command, Json &result)
     checkBlockSize(command, restore.blockSize);
     result["name"] = restore.name;
     OutputFile output(restore.output, restore.force ? Existing::kReplace : Existing::kKeep);
-    const auto channel = openChannel(command.channel);
     tools::Progress progress(restore.name, std::nullopt, command.quiet);
-    channel->beginRestore(restore.name, restore.blockSize);
-    const auto read = [&](std::span<std::byte> block) { return channel->readBlock(block); };
+    std::unique_ptr<Channel> channel;
+    {
+        const mtTimed timed(MT_TIME_CLIENT);
+        channel = openChannel(command.channel);
+        channel->beginRestore(restore.name, restore.blockSize);
+    }
+    const auto read = [&](std::span<std::byte> block) {
+        const mtTimed timed(MT_TIME_TRANSFER);
+        return channel->readBlock(block);
+    };
     const auto write = [&](std::span<const std::byte> bytes) {
+        const mtTimed timed(MT_TIME_DATABASE);
         output.write(bytes);
         progress.add(bytes.size());
     };
     const std::uint64_t length = restoreStream(read, write, restore.blockSize);
-    channel->closePiece();
-    output.finish();
+    {
+        const mtTimed timed(MT_TIME_CLIENT);
+        channel->closePiece();
+    }
+    {
+        const mtTimed timed(MT_TIME_DATABASE);
+        output.finish();
+    }
     progress.finish();
-    reportTransfer(result, length, progress.seconds());
+    reportTransfer(command, result, length, progress.seconds());
     return kExitDone;
 }
 
@@ -55,6 +70,7 @@ void addRestore(CLI::App &app, Command &command)
         ->type_name("FILE");
     verb->add_flag("--force,-f", restore->force, "replace the file if it is there");
     addBlockSize(*verb, restore->blockSize);
+    addTiming(*verb, command);
     addCommonOptions(*verb, command);
     verb->footer("Example: keel restore data-monday --output - | tar -t\n"
                  "The file appears under its name when all of it is on disk, and not before.");

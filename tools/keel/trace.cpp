@@ -1,5 +1,6 @@
 // keel trace: prints a trace of the agent in the order of time.
 #include "tools/keel/agenttrace.h"
+#include "tools/keel/blocks.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/files.h"
@@ -55,7 +56,7 @@ public:
             {size_, [this](std::uint64_t at, std::span<char> bytes) { return read(at, bytes); }});
     }
 
-    void print(const TraceExtent &lines, OutputFile &output) const
+    void print(const TraceExtent &lines, const WriteBytes &write) const
     {
         std::string buffer(std::size_t{256} << 10, '\0');
         std::uint64_t at = lines.from;
@@ -64,7 +65,7 @@ public:
             const std::size_t count = read(at, std::span(buffer).first(wanted));
             if (count == 0)
                 return; // somebody has begun the trace anew
-            output.write(std::as_bytes(std::span(buffer).first(count)));
+            write(std::as_bytes(std::span(buffer).first(count)));
             at += count;
         }
     }
@@ -99,10 +100,10 @@ private:
     std::uint64_t size_ = 0;
 };
 
-void print(const TraceFile &file, const TraceLayout &layout, OutputFile &output)
+void print(const TraceFile &file, const TraceLayout &layout, const WriteBytes &write)
 {
     for (const TraceExtent &lines : layout.lines)
-        file.print(lines, output);
+        file.print(lines, write);
 }
 
 std::string segmentName(const std::string &name, std::size_t number)
@@ -111,7 +112,7 @@ std::string segmentName(const std::string &name, std::size_t number)
 }
 
 /// All are looked at before the first is printed, and one after the other is open.
-void printSegments(const std::string &name, OutputFile &output)
+void printSegments(const std::string &name, const WriteBytes &write)
 {
     std::vector<TraceLayout> layouts;
     while (const auto file = TraceFile::open(segmentName(name, layouts.size() + 1))) {
@@ -124,18 +125,36 @@ void printSegments(const std::string &name, OutputFile &output)
         throw Failure(fmt::format("neither {} nor {} is there", name, segmentName(name, 1)));
     for (const std::size_t segment : segmentOrder(layouts)) {
         if (const auto file = TraceFile::open(segmentName(name, segment + 1)))
-            print(*file, layouts[segment], output);
+            print(*file, layouts[segment], write);
     }
 }
 
-int run(const std::string &name)
+void printAll(const std::string &name, const WriteBytes &write)
 {
-    OutputFile output("-", Existing::kReplace);
     if (const auto file = TraceFile::open(name))
-        print(*file, file->layout(), output);
+        print(*file, file->layout(), write);
     else
-        printSegments(name, output);
-    output.finish();
+        printSegments(name, write);
+}
+
+int run(const std::string &name, const Command &command, Json &result)
+{
+    if (!command.json) {
+        OutputFile output("-", Existing::kReplace);
+        printAll(name, [&](std::span<const std::byte> bytes) { output.write(bytes); });
+        output.finish();
+        return kExitDone;
+    }
+    std::string text;
+    printAll(name, [&](std::span<const std::byte> bytes) {
+        text.append(reinterpret_cast<const char *>(bytes.data()), bytes.size());
+    });
+    Json &lines = result["lines"] = Json::array();
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t end = std::min(text.find('\n', at), text.size());
+        lines.push_back(text.substr(at, end - at));
+        at = end + 1;
+    }
     return kExitDone;
 }
 
@@ -150,6 +169,7 @@ void addTrace(CLI::App &app, Command &command)
                      "the trace; when it is kept in segments, FILE.1, FILE.2 ..., they are printed")
         ->required()
         ->type_name("");
+    verb->add_flag("--json", command.json, "print one JSON object with the lines");
     verb->footer(
         "Example: keel trace /var/log/keel/velo.trace | less\n"
         "A trace with a maximum (VELO_TRACE_MAX) goes on at its beginning when it is full; it is\n"
@@ -158,7 +178,7 @@ void addTrace(CLI::App &app, Command &command)
     verb->callback([name, &command] {
         command.verb = "trace";
         command.subject = *name;
-        command.run = [name](Json &) { return run(*name); };
+        command.run = [name, &command](Json &result) { return run(*name, command, result); };
     });
 }
 
