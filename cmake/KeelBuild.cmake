@@ -64,9 +64,15 @@ function(keel_foreign_library target output directory exports)
   install(TARGETS ${target} LIBRARY DESTINATION "${KEEL_CLIENT_ROOT}/${directory}" COMPONENT ${component})
 endfunction()
 
-# keel_program(TARGET COMPONENT): a program people run, laid out beside the libraries.
+# keel_program(TARGET COMPONENT): a program people run, laid out beside the libraries. It writes its pages of the
+# manual and its completions for shells itself.
 function(keel_program target component)
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${KEEL_STAGE}/bin")
+  set(share "${CMAKE_BINARY_DIR}/share/${target}")
+  add_custom_command(TARGET ${target} POST_BUILD
+    COMMAND "${CMAKE_COMMAND}" -E rm -rf "${share}"
+    COMMAND "$<TARGET_FILE:${target}>" --generate "${share}")
+  install(DIRECTORY "${share}/" DESTINATION /usr/share COMPONENT ${component})
   install(TARGETS ${target} RUNTIME DESTINATION "${KEEL_CLIENT_ROOT}/bin" COMPONENT ${component})
 endfunction()
 

@@ -1,6 +1,7 @@
 // arca: looks after the repository.
 #include "client/base/text.h"
 #include "tools/arca/command.h"
+#include "tools/common/outline.h"
 #include "tools/common/streams.h"
 
 #include <cstdio>
@@ -83,6 +84,9 @@ int main(int argc, char **argv)
     arca::tool::addStats(app, command);
     arca::tool::addUnlock(app, command);
     arca::tool::addVerify(app, command);
+    int status = 0;
+    if (tools::generateWhenAsked(app, "arca 7.1.3.0", argc, argv, status))
+        return status;
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

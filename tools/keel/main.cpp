@@ -1,5 +1,6 @@
 // keel: drives the agent as the database's backup tool does.
 #include "agents/common/maint/mtwrap.h"
+#include "tools/common/outline.h"
 #include "tools/common/streams.h"
 #include "tools/common/text.h"
 #include "tools/keel/command.h"
@@ -137,6 +138,9 @@ int main(int argc, char **argv)
     keel::addDoctor(app, command);
     keel::addBench(app, command);
     keel::addTrace(app, command);
+    int status = keel::kExitDone;
+    if (tools::generateWhenAsked(app, "keel 7.1.3.0", argc, argv, status))
+        return status;
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -1,0 +1,16 @@
+// Pages of the manual, in the macros of man(7).
+#ifndef KEEL_TOOLS_COMMON_MANUAL_H
+#define KEEL_TOOLS_COMMON_MANUAL_H
+
+#include "tools/common/outline.h"
+
+namespace tools
+{
+
+/// The page of a verb, or of the program itself, in section 1. version: as --version prints it.
+[[nodiscard]] std::string manualPage(const OutlineVerb &verb, const OutlineVerb &program,
+                                     const std::string &version);
+
+} // namespace tools
+
+#endif
