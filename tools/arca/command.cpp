@@ -1,8 +1,9 @@
 // What the verbs have in common.
 #include "tools/arca/command.h"
 
+#include "agents/common/maint/mtprompt.h"
+
 #include <filesystem>
-#include <iostream>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -28,12 +29,16 @@ Result<void> confirm(const std::string &question, bool yes)
 {
     if (yes)
         return {};
-    if (::isatty(STDIN_FILENO) != 1)
+    bool agreed = false;
+    mtAsk_t code = MT_ASK_NO_TERMINAL;
+    if (::isatty(STDIN_FILENO) == 1)
+        code = mtAskYesNo(question.c_str(), false, mtAskFrom::terminal, agreed);
+    if (code == MT_ASK_NO_TERMINAL)
         throw UsageError("nobody is there to be asked; --yes does it without asking");
-    fmt::print(stderr, "{} [y/N] ", question);
-    std::string answer;
-    std::getline(std::cin, answer);
-    if (answer != "y" && answer != "Y" && answer != "yes")
+    if (code != MT_ASK_OK)
+        return Error{ErrorKind::badArgument,
+                     std::string("nothing was changed: ") + mtAskText(code)};
+    if (!agreed)
         return Error{ErrorKind::badArgument, "nothing was changed"};
     return {};
 }
