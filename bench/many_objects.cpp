@@ -53,6 +53,7 @@ class UnsyncedFile final : public blob::File
 public:
     explicit UnsyncedFile(std::unique_ptr<blob::File> file) : file_(std::move(file)) {}
     Result<void> write(ByteView bytes) override { return file_->write(bytes); }
+    Result<void> allocate(std::uint64_t bytes) override { return file_->allocate(bytes); }
     Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) override
     {
         return file_->readAt(offset, into);

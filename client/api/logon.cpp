@@ -136,6 +136,7 @@ Answer<hoxHandle_t> startSession(const Request &request)
     space->use(options.engine);
     // Behind channels that died. What cannot be cleaned now is in nobody's way.
     (void)repository->blobs().removeLeftovers();
+    repository->blobs().keepReserve();
     if (objectsOf == node)
         space->settleChanges();
 

@@ -89,10 +89,28 @@ public:
     /// The writers that live now, in any process, by names that are never used again. Whoever holds
     /// a writer thereby says to all others: I may count on what was there when I began.
     virtual Result<std::set<std::string>> livingWriters() = 0;
+
+    /// Keeps some space back for work that frees space. What cannot be kept now is kept by a later
+    /// call.
+    virtual void keepReserve() = 0;
+    /// Gives up a part of it; false when nothing is left. See withReserve().
+    virtual bool giveUpReserve() = 0;
+
     /// A directory of this host for what can be made again from the blobs; it need not exist.
     /// Empty: there is none.
     virtual std::string cacheDirectory() const = 0;
 };
+
+/// Does work that frees space in the end, and needs a little for that: as long as there is none, it
+/// is done anew with a part of what the store keeps back. So it must be such that it can be done
+/// anew.
+template <class Work> auto withReserve(BlobStore &store, const Work &work) -> decltype(work())
+{
+    auto done = work();
+    while (!done && done.error().kind == ErrorKind::full && store.giveUpReserve())
+        done = work();
+    return done;
+}
 
 /// Reads a small blob whole; `damaged` when it is larger than `limit`.
 Result<Bytes> readWhole(BlobStore &store, const std::string &name, std::size_t limit);

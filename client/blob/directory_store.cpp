@@ -21,6 +21,11 @@ namespace
 
 constexpr std::size_t kPortion = std::size_t{4} << 20;
 
+/// Together as much as rewriting half a pack takes, and then some for records. In several files, as
+/// whoever is writing at that moment may take what was given up.
+constexpr int kReserveFiles = 6;
+constexpr std::uint64_t kReserveFileBytes = std::uint64_t{4} << 20;
+
 struct Free {
     void operator()(std::byte *bytes) const { std::free(bytes); }
 };
@@ -137,6 +142,9 @@ public:
         return file_->hasName();
     }
 
+    /// Instead of append(): space that nobody else gets, whatever is in it.
+    Result<void> allocate(std::uint64_t bytes) { return file_->allocate(bytes); }
+
     Result<void> append(ByteView bytes) override
     {
         while (!bytes.empty()) {
@@ -153,7 +161,7 @@ public:
     {
         ARCA_CHECK(writeRest());
         ARCA_CHECK(file_->sync());
-        ARCA_CHECK(store_.publish(temporary_, name));
+        ARCA_CHECK(store_.publish(temporary_, name, *file_));
         file_.reset();
         return {};
     }
@@ -184,13 +192,19 @@ DirectoryStore::~DirectoryStore() = default;
 
 Result<std::unique_ptr<BlobWriter>> DirectoryStore::begin()
 {
+    ARCA_TRY(auto writer, beginWriter());
+    return std::unique_ptr<BlobWriter>(std::move(writer));
+}
+
+Result<std::unique_ptr<DirectoryWriter>> DirectoryStore::beginWriter()
+{
     ARCA_CHECK(ensureDirectory("tmp"));
     for (int attempt = 0; attempt < 100; ++attempt) {
         ARCA_TRY(std::string temporary, temporaryName());
         auto writer = std::make_unique<DirectoryWriter>(*this, std::move(temporary));
         ARCA_TRY(const bool mine, writer->claim());
         if (mine)
-            return std::unique_ptr<BlobWriter>(std::move(writer));
+            return writer;
     }
     return Error{ErrorKind::io, "no temporary file can be kept in " + pathOf("tmp")};
 }
@@ -232,7 +246,7 @@ DirectoryStore::walk(const std::string &directory, const std::string &prefix,
         return {};
     ARCA_CHECK(std::move(listed));
     for (const std::string &name : below) {
-        if (name == "tmp" || name == "locks" || name == "cache")
+        if (name == "tmp" || name == "locks" || name == "reserve" || name == "cache")
             continue;
         ARCA_TRY(const FileLayer::State entry, files_.state(pathOf(name)));
         if (entry.directory)
@@ -250,8 +264,7 @@ Result<void> DirectoryStore::remove(const std::string &name, BlobReader &opened)
     // Only removals take a name away, and this lock keeps them apart; so between looking and
     // removing the name cannot come to lead to another blob. The reader keeps its file open, so
     // that its identity cannot be used again meanwhile.
-    ARCA_CHECK(ensureDirectory("locks"));
-    ARCA_TRY(const auto guard, files_.openForLocking(pathOf("locks/remove"), true));
+    ARCA_TRY(const auto guard, openLock("remove"));
     ARCA_CHECK(guard->lock(true));
     ARCA_TRY(const auto present, files_.open(pathOf(name)));
     ARCA_TRY(const FileIdentity there, present->identity());
@@ -262,10 +275,10 @@ Result<void> DirectoryStore::remove(const std::string &name, BlobReader &opened)
     return files_.syncDirectory(pathOf(name.substr(0, name.rfind('/'))));
 }
 
-Result<std::vector<std::string>> DirectoryStore::temporaries()
+Result<std::vector<std::string>> DirectoryStore::namesIn(const char *directory)
 {
     std::vector<std::string> found;
-    auto listed = files_.list(pathOf("tmp"), [&](const std::string &entry) {
+    auto listed = files_.list(pathOf(directory), [&](const std::string &entry) {
         found.push_back(entry);
         return true;
     });
@@ -276,7 +289,7 @@ Result<std::vector<std::string>> DirectoryStore::temporaries()
 
 Result<void> DirectoryStore::removeLeftovers()
 {
-    ARCA_TRY(const auto found, temporaries());
+    ARCA_TRY(const auto found, namesIn("tmp"));
     for (const std::string &entry : found) {
         if (ownedByThisProcess(entry))
             continue;
@@ -294,7 +307,7 @@ Result<void> DirectoryStore::removeLeftovers()
 
 Result<std::set<std::string>> DirectoryStore::livingWriters()
 {
-    ARCA_TRY(const auto found, temporaries());
+    ARCA_TRY(const auto found, namesIn("tmp"));
     std::set<std::string> living;
     for (const std::string &entry : found) {
         auto file = files_.openForLocking(pathOf("tmp/" + entry), false);
@@ -310,6 +323,36 @@ Result<std::set<std::string>> DirectoryStore::livingWriters()
     return living;
 }
 
+void DirectoryStore::keepReserve()
+{
+    const auto found = namesIn("reserve");
+    for (int n = 1; found && n <= kReserveFiles; ++n) {
+        const std::string name = std::to_string(n);
+        if (std::find(found->begin(), found->end(), name) != found->end())
+            continue;
+        const auto writer = beginWriter();
+        if (!writer || !(*writer)->allocate(kReserveFileBytes) ||
+            !(*writer)->commit("reserve/" + name))
+            return;
+    }
+}
+
+bool DirectoryStore::giveUpReserve()
+{
+    const auto found = namesIn("reserve");
+    if (!found)
+        return false;
+    for (const std::string &entry : *found) {
+        // Another one may have been quicker.
+        if (!files_.unlink(pathOf("reserve/" + entry)))
+            continue;
+        // Some file systems free what was removed only with that.
+        (void)files_.syncDirectory(pathOf("reserve"));
+        return true;
+    }
+    return false;
+}
+
 std::string DirectoryStore::cacheDirectory() const
 {
     if (&files_ != &systemFiles())
@@ -322,10 +365,18 @@ std::string DirectoryStore::cacheDirectory() const
     return root_ + "/cache/" + name;
 }
 
+/// Whoever frees space takes locks, so a full disk must not keep them away.
+Result<std::unique_ptr<File>> DirectoryStore::openLock(const std::string &name)
+{
+    return withReserve(*this, [&]() -> Result<std::unique_ptr<File>> {
+        ARCA_CHECK(ensureDirectory("locks"));
+        return files_.openForLocking(pathOf("locks/" + name), true);
+    });
+}
+
 Result<std::unique_ptr<BlobLock>> DirectoryStore::tryLock(const std::string &name)
 {
-    ARCA_CHECK(ensureDirectory("locks"));
-    ARCA_TRY(auto file, files_.openForLocking(pathOf("locks/" + name), true));
+    ARCA_TRY(auto file, openLock(name));
     ARCA_TRY(const bool mine, file->lock(false));
     if (!mine)
         return std::unique_ptr<BlobLock>();
@@ -334,18 +385,32 @@ Result<std::unique_ptr<BlobLock>> DirectoryStore::tryLock(const std::string &nam
 
 Result<std::unique_ptr<BlobLock>> DirectoryStore::lock(const std::string &name)
 {
-    ARCA_CHECK(ensureDirectory("locks"));
-    ARCA_TRY(auto file, files_.openForLocking(pathOf("locks/" + name), true));
+    ARCA_TRY(auto file, openLock(name));
     ARCA_CHECK(file->lock(true));
     return std::unique_ptr<BlobLock>(std::make_unique<DirectoryLock>(std::move(file)));
 }
 
-Result<void> DirectoryStore::publish(const std::string &temporary, const std::string &name)
+bool DirectoryStore::leadsTo(const std::string &name, File &file)
+{
+    const auto there = files_.open(pathOf(name));
+    const auto meant = file.identity();
+    const auto found = there ? (*there)->identity() : Result<FileIdentity>(there.error());
+    return meant && found && *meant == *found;
+}
+
+Result<void> DirectoryStore::publish(const std::string &temporary, const std::string &name,
+                                     File &written)
 {
     const std::string directory = name.substr(0, name.rfind('/') + 1);
     if (!directory.empty())
         ARCA_CHECK(ensureDirectory(directory.substr(0, directory.size() - 1)));
-    ARCA_CHECK(files_.moveNew(pathOf(temporary), pathOf(name)));
+    auto moved = files_.moveNew(pathOf(temporary), pathOf(name));
+    if (!moved) {
+        // A file server that answers a repeated request says `exists` of what the first one did.
+        if (!leadsTo(name, written))
+            return moved;
+        (void)files_.unlink(pathOf(temporary));
+    }
     auto synced = files_.syncDirectory(pathOf(directory));
     if (!synced) {
         // Whether the name would survive is unknown, so it must not be taken for committed.

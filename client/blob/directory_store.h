@@ -3,6 +3,7 @@
 //   ROOT/<name>              a blob: complete, synced, never changed
 //   ROOT/tmp/<pid>-<random>  a blob being written; its writer holds a lock on it while it lives
 //   ROOT/locks/remove        held while a blob is removed
+//   ROOT/reserve/<n>         space kept back, which work that frees space gives up on a full disk
 //   ROOT/cache/<host>/       what a host can make again from the blobs
 //
 // A file in tmp that can be locked has no writer any more and is removed. Directories appear as
@@ -18,6 +19,8 @@
 
 namespace arca::blob
 {
+
+class DirectoryWriter;
 
 class DirectoryStore final : public BlobStore
 {
@@ -39,14 +42,20 @@ public:
     Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name) override;
     Result<std::unique_ptr<BlobLock>> lock(const std::string &name) override;
     Result<std::set<std::string>> livingWriters() override;
+    /// Of the files in reserve/, those that are missing are made.
+    void keepReserve() override;
+    bool giveUpReserve() override;
     /// ROOT/cache/HOST: a store may be mounted on several hosts.
     std::string cacheDirectory() const override;
 
 private:
     friend class DirectoryWriter;
 
-    Result<std::vector<std::string>> temporaries();
-    Result<void> publish(const std::string &temporary, const std::string &name);
+    Result<std::vector<std::string>> namesIn(const char *directory);
+    Result<std::unique_ptr<File>> openLock(const std::string &name);
+    Result<std::unique_ptr<DirectoryWriter>> beginWriter();
+    Result<void> publish(const std::string &temporary, const std::string &name, File &written);
+    bool leadsTo(const std::string &name, File &file);
     Result<void> ensureDirectory(const std::string &relative);
     Result<void> walk(const std::string &directory, const std::string &prefix,
                       const std::function<bool(const std::string &, std::uint64_t)> &visit,

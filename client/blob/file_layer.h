@@ -32,6 +32,8 @@ public:
     /// Appends all of it. After an error how much was written is not known. Fastest with large
     /// portions whose memory and length, and all lengths before, are multiples of kTransferUnit.
     virtual Result<void> write(ByteView bytes) = 0;
+    /// A new file gets this length and the space for it, whatever it then holds. `full`.
+    virtual Result<void> allocate(std::uint64_t bytes) = 0;
     /// Fewer bytes than asked for only at the end of the file. Fastest in such portions, too.
     virtual Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) = 0;
     virtual Result<std::uint64_t> size() = 0;

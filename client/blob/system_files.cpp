@@ -112,6 +112,29 @@ public:
         return {};
     }
 
+    Result<void> allocate(std::uint64_t bytes) override
+    {
+        if (bytes > limit_)
+            return fromErrno(EFBIG, "allocating", path_);
+#if defined(_POSIX_ADVISORY_INFO) && _POSIX_ADVISORY_INFO > 0
+        int number = EINTR;
+        while (number == EINTR)
+            number = posix_fallocate(descriptor_, 0, static_cast<off_t>(bytes));
+        if (number == 0)
+            return {};
+        if (number != EINVAL && number != EOPNOTSUPP)
+            return fromErrno(number, "allocating", path_);
+#endif
+        const Bytes zeros(std::size_t{1} << 20);
+        for (std::uint64_t left = bytes; left != 0;) {
+            const auto length =
+                static_cast<std::size_t>(std::min<std::uint64_t>(left, zeros.size()));
+            ARCA_CHECK(write(ByteView(zeros).first(length)));
+            left -= length;
+        }
+        return {};
+    }
+
     Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) override
     {
         preferDirect(into, offset);

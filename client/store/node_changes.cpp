@@ -320,6 +320,8 @@ Result<void> NodeSpace::change(const Step &step, bool renamed)
 
 Result<void> NodeSpace::commitTogether(const Step &step)
 {
+    if (step.pieces.empty())
+        return blob::withReserve(store_, [&] { return change(step, false); });
     return change(step, false);
 }
 

@@ -93,7 +93,9 @@ Result<void> NodeSpace::updateFilespace(const std::string &name,
 Result<void> NodeSpace::deleteFilespace(const std::string &name)
 {
     ARCA_TRY(const auto turn, lockChanges());
-    const auto deleted = updateFilespace(name, [](Filespace &known) { known.deleted = true; });
+    const auto deleted = blob::withReserve(store_, [&] {
+        return updateFilespace(name, [](Filespace &known) { known.deleted = true; });
+    });
     if (!deleted && deleted.error().kind != ErrorKind::notFound)
         return deleted;
     // Deleted already, or just now. What cannot be freed now is found again, and shows nowhere.

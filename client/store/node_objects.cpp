@@ -108,7 +108,7 @@ Result<void> NodeSpace::remove(PieceId id)
 {
     ARCA_TRY(const auto turn, lockChanges());
     ARCA_TRY(Located located, locateShown(id));
-    auto removed = removeStored(located);
+    auto removed = blob::withReserve(store_, [&] { return removeStored(located); });
     if (!removed && removed.error().kind == ErrorKind::notFound)
         return unknownId(id);
     return removed;

@@ -37,7 +37,8 @@ Result<void> deleteFilespaces(blob::BlobStore &store, const std::string &key)
             continue;
         ARCA_TRY(Filespace filespace, decodeFilespace(state->bytes));
         filespace.deleted = true;
-        ARCA_CHECK(record.write(state->number, encodeFilespace(filespace)));
+        ARCA_CHECK(blob::withReserve(
+            store, [&] { return record.write(state->number, encodeFilespace(filespace)); }));
     }
     return {};
 }

@@ -90,8 +90,10 @@ Result<Mark> Reclaim::currentMark()
 Result<void> Reclaim::writeMark(const Mark &mark)
 {
     NumberedRecord record = markRecord(domain_.blobs(), domain_.nodeKey());
-    ARCA_TRY(const auto state, record.latest());
-    return record.write(state ? state->number : 0, encodeMark(mark));
+    return blob::withReserve(domain_.blobs(), [&]() -> Result<void> {
+        ARCA_TRY(const auto state, record.latest());
+        return record.write(state ? state->number : 0, encodeMark(mark));
+    });
 }
 
 Result<std::set<std::string>> Reclaim::stillLiving(const Mark &mark)
@@ -159,6 +161,7 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
         ARCA_TRY(goOn, settle(mark, step, totals));
         goOn = goOn && found.size() > kMaxMarkedPacks;
     }
+    domain_.blobs().keepReserve();
     return totals;
 }
 
@@ -207,40 +210,57 @@ Result<void> Reclaim::deleteOldRevisions()
     return {};
 }
 
-/// The marked packs, judged anew. Answers false when it was told to stop.
+/// The marked packs, judged anew; the dead ones first, because they free space for the others.
+/// Answers false when it was told to stop.
 Result<bool> Reclaim::sweep(const Mark &mark, const Step &step, ReclaimTotals &totals)
 {
     ARCA_TRY(PackUse use, usedBlocks(domain_, [&](const engine::PackId &id) {
                  return mark.packs.contains(id);
              }));
+    std::vector<engine::PackId> mostlyDead;
     for (const engine::PackId &id : mark.packs) {
         ReclaimTotals ignored;
         ARCA_TRY(const auto candidate, judge(id, use[id], ignored));
         if (!candidate)
             continue;
-        if (candidate->dead) {
-            ARCA_CHECK(deletePack(id, std::numeric_limits<std::uint32_t>::max()));
-            domain_.hints().forget(id);
-            ++totals.deadPacks;
-            totals.freedBytes += candidate->bytes;
-        } else {
-            ARCA_TRY(const auto pack, domain_.packs().open(id));
-            ARCA_TRY(const std::uint64_t after, rewrite(*pack, use[id]));
-            ARCA_CHECK(deletePack(id, pack->which().revision + 1));
-            ++totals.rewrittenPacks;
-            totals.freedBytes += candidate->bytes - std::min(candidate->bytes, after);
+        if (!candidate->dead) {
+            mostlyDead.push_back(id);
+            continue;
         }
+        ARCA_CHECK(deletePack(id, std::numeric_limits<std::uint32_t>::max()));
+        domain_.hints().forget(id);
+        ++totals.deadPacks;
+        totals.freedBytes += candidate->bytes;
         if (step && !step(totals))
             return false;
     }
+    Result<void> spaceless;
+    for (const engine::PackId &id : mostlyDead) {
+        auto rewritten =
+            blob::withReserve(domain_.blobs(), [&] { return rewrite(id, use[id], totals); });
+        if (!rewritten && rewritten.error().kind == ErrorKind::full) {
+            spaceless = std::move(rewritten); // a smaller one may still find its place
+            continue;
+        }
+        ARCA_CHECK(std::move(rewritten));
+        if (step && !step(totals))
+            return false;
+    }
+    ARCA_CHECK(std::move(spaceless));
     return true;
 }
 
-Result<std::uint64_t> Reclaim::rewrite(engine::OpenPack &pack, const BlockUse &use)
+Result<void> Reclaim::rewrite(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals)
 {
-    return engine::rewritePack(domain_.packs(), pack, [&](std::uint32_t block) {
-        return block < use.size() && use[block];
-    });
+    ARCA_TRY(const auto pack, domain_.packs().open(id));
+    ARCA_TRY(const std::uint64_t after,
+             engine::rewritePack(domain_.packs(), *pack, [&](std::uint32_t block) {
+                 return block < use.size() && use[block];
+             }));
+    ARCA_CHECK(deletePack(id, pack->which().revision + 1));
+    ++totals.rewrittenPacks;
+    totals.freedBytes += pack->size() - std::min(pack->size(), after);
+    return {};
 }
 
 /// Every revision before that one.

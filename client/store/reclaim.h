@@ -5,11 +5,13 @@
 //   3. wait    until every claim that was there at the mark has gone. A channel that is slow or
 //              stopped holds its claim, a dead one does not; whoever comes back later goes on here
 //   4. look again at the marked packs, as a stream from before the mark may count on them by now
-//   5. sweep   delete what is all dead; write the live blocks of the others into a next revision,
-//              then delete the one before
+//   5. sweep   delete what is all dead; then write the live blocks of the others into a next
+//              revision, and delete the one before
 //   6. unmark
 //
-// Killed anywhere it does no harm, and the next run goes on. One at a time for a node.
+// On a full disk it works with what the store keeps back; a pack that cannot be rewritten even so
+// is left for the next run, which the failure of this one tells. Killed anywhere it does no harm,
+// and the next run goes on. One at a time for a node.
 #ifndef KEEL_CLIENT_STORE_RECLAIM_H
 #define KEEL_CLIENT_STORE_RECLAIM_H
 
@@ -59,7 +61,7 @@ private:
     Result<bool> sweep(const Mark &mark, const Step &step, ReclaimTotals &totals);
     Result<void> deleteOldRevisions();
     Result<void> deletePack(const engine::PackId &id, std::uint32_t beforeRevision);
-    Result<std::uint64_t> rewrite(engine::OpenPack &pack, const BlockUse &use);
+    Result<void> rewrite(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals);
     Result<void> writeMark(const Mark &mark);
     Result<Mark> currentMark();
     void wait(const Mark &mark, std::set<std::string> living, ReclaimTotals &totals);

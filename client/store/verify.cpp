@@ -316,7 +316,8 @@ void Verification::note(const std::string &blobName, Checked what, std::string r
     // Some reasons begin with where it was, which the name says already.
     if (const auto at = reason.find(blobName + ": "); at != std::string::npos && at < 32)
         reason.erase(0, at + blobName.size() + 2);
-    watcher_.hurt({what, nameOf(blobName, what), std::move(reason)});
+    if (watcher_.hurt)
+        watcher_.hurt({what, nameOf(blobName, what), std::move(reason)});
 }
 
 std::string Verification::nameOf(const std::string &blobName, Checked what)
@@ -332,7 +333,8 @@ std::string Verification::nameOf(const std::string &blobName, Checked what)
 
 void Verification::tellProgress()
 {
-    watcher_.progress(progress_);
+    if (watcher_.progress)
+        watcher_.progress(progress_);
 }
 
 void Verification::endRound()

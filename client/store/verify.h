@@ -52,6 +52,7 @@ struct VerifyOutcome {
     std::uint64_t hurt() const { return hurtRecords + hurtPacks + hurtPieces; }
 };
 
+/// Either may be empty.
 struct VerifyWatcher {
     std::function<void(const Hurt &)> hurt;
     std::function<void(const VerifyProgress &)> progress; // often

@@ -7,6 +7,9 @@
 #include <random>
 #include <sched.h>
 #include <sys/resource.h>
+#ifdef __linux__
+#include <sys/mount.h>
+#endif
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -251,6 +254,99 @@ TEST_F(KilledTest, ALimitOnFileSizesIsAFullRepositoryAndNoSignal)
     EXPECT_EQ(restore(handle, "before"), "before");
     EXPECT_EQ(restore(handle, "small"), "small");
     EXPECT_FALSE(restore(handle, "big"));
+}
+
+/// A small file system of our own; TMPDIR leads there. It goes with the process at the latest.
+class SmallDisk
+{
+protected:
+    SmallDisk()
+    {
+        char pattern[] = "/tmp/keel-disk.XXXXXX";
+        if (mkdtemp(pattern) == nullptr)
+            throw std::runtime_error(pattern);
+        disk_ = pattern;
+#ifdef __linux__
+        mounted_ = unshare(CLONE_NEWNS) == 0 &&
+                   mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                   mount("tmpfs", pattern, "tmpfs", 0, "size=96m") == 0;
+        if (mounted_)
+            setenv("TMPDIR", pattern, 1);
+#endif
+    }
+    ~SmallDisk()
+    {
+        unsetenv("TMPDIR");
+#ifdef __linux__
+        if (mounted_)
+            umount2(disk_.c_str(), MNT_DETACH);
+#endif
+        rmdir(disk_.c_str());
+    }
+
+    void fill() const
+    {
+        std::FILE *const file = std::fopen((disk_ + "/filler").c_str(), "ab");
+        ASSERT_NE(file, nullptr);
+        std::setbuf(file, nullptr);
+        for (std::size_t portion : {std::size_t{1} << 20, std::size_t{4096}, std::size_t{1}}) {
+            const std::string bytes(portion, 'f');
+            while (std::fwrite(bytes.data(), 1, portion, file) == portion)
+                continue;
+        }
+        std::fclose(file);
+        ASSERT_EQ(std::filesystem::space(disk_).available, 0U);
+    }
+
+    std::string disk_;
+    bool mounted_ = false;
+};
+
+class FullDiskTest : public SmallDisk, public KilledTest
+{
+};
+
+TEST_F(FullDiskTest, RefusesBackupsWithOneErrorAndStillRestoresRemovesAndReclaims)
+{
+    if (!mounted_)
+        GTEST_SKIP() << "needs the right to mount";
+    const auto arca = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), arcaProgram());
+        words.insert(words.end(), {"--json", "--optfile", installation_.clientOptions()});
+        return run(words);
+    };
+    const auto piece = [](std::uint64_t n) { return randomBytes(std::size_t{10} << 20, n); };
+    hoxHandle_t handle = logOn();
+    int stored = 0, code = HOX_RC_OK;
+    for (; code == HOX_RC_OK && stored < 12; stored += code == HOX_RC_OK)
+        code = backUp(handle, std::to_string(stored), piece(static_cast<std::uint64_t>(stored)));
+    EXPECT_EQ(code, HOX_RC_REPOSITORY_FULL);
+    ASSERT_GT(stored, 3);
+    EXPECT_TRUE(KilledTest::stored("tmp").empty());
+    // Of the packs of 0 and 1 a third goes on to be needed.
+    for (int n : {0, 1})
+        ASSERT_EQ(backUp(handle, "part" + std::to_string(n),
+                         piece(static_cast<std::uint64_t>(n)).substr(0, std::size_t{3} << 20)),
+                  HOX_RC_OK);
+    ASSERT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
+    fill();
+    handle = logOn();
+    EXPECT_EQ(backUp(handle, "more", piece(99)), HOX_RC_REPOSITORY_FULL);
+    for (const char *gone : {"0", "1", "2"}) {
+        fill();
+        EXPECT_EQ(remove(handle, gone), HOX_RC_OK) << gone;
+        EXPECT_FALSE(restore(handle, gone));
+    }
+    EXPECT_EQ(restore(handle, "3", 65536), piece(3));
+    fill();
+    const ProgramResult reclaimed = arca({"reclaim"});
+    EXPECT_EQ(reclaimed.status, 0) << reclaimed.err;
+    EXPECT_GT(std::filesystem::space(disk_).available, std::size_t{20} << 20);
+    EXPECT_EQ(KilledTest::stored("reserve").size(), 6U) << "it is there for the next time";
+    EXPECT_EQ(backUp(handle, "more", piece(99)), HOX_RC_OK);
+    EXPECT_EQ(restore(handle, "part1", 65536), piece(1).substr(0, std::size_t{3} << 20));
+    const ProgramResult verified = arca({"verify", "--read-data"});
+    EXPECT_EQ(verified.status, 0) << verified.out << verified.err;
 }
 
 TEST_F(KilledTest, AStepThatFindsNoMemoryKeepsItsTransactionFromBeingCommitted)

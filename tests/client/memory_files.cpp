@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <functional>
+#include <thread>
+#include <utility>
 
 namespace arca::test
 {
@@ -11,6 +13,8 @@ namespace
 {
 
 using Node = MemoryFiles::Node;
+using Event = MemoryFiles::Event;
+using Course = MemoryFiles::Course;
 
 class MemoryFile final : public blob::File
 {
@@ -22,29 +26,49 @@ public:
     ~MemoryFile() override
     {
         const auto one = files_.hold();
-        if (holdsLock_)
-            node_->locked = false;
+        if (!holdsLock_)
+            return;
+        node_->locked = false;
+        files_.lockFreed().notify_all();
     }
 
     Result<void> write(ByteView bytes) override
     {
+        ARCA_TRY(const Course course, files_.operation("write"));
         const auto one = files_.hold();
-        if (auto allowed = files_.operation("write"); !allowed) {
-            // A write that fails may have come half way.
-            node_->content.append(textOf(bytes.first(bytes.size() / 2)));
-            return allowed;
-        }
-        node_->content.append(textOf(bytes));
+        if (course == Course::lost)
+            node_->lostSome = true;
+        if (course == Course::lost)
+            return {};
+        auto room = files_.take(bytes.size());
+        // A write that fails may have come half way.
+        const bool half = course == Course::torn || !room;
+        const std::string_view written = textOf(half ? bytes.first(bytes.size() / 2) : bytes);
+        node_->content.append(written);
+        files_.tell({Event::write, {}, {}, node_->number, std::string(written)});
+        ARCA_CHECK(std::move(room));
+        return course == Course::torn ? Result<void>(files_.torn()) : Result<void>();
+    }
+    Result<void> allocate(std::uint64_t bytes) override
+    {
+        ARCA_CHECK(files_.operation("allocate"));
+        const auto one = files_.hold();
+        ARCA_CHECK(files_.take(bytes));
+        node_->allocated = bytes;
         return {};
     }
     Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) override
     {
+        ARCA_TRY(const Course course, files_.operation("read"));
         const auto one = files_.hold();
-        ARCA_CHECK(files_.operation("read"));
         const auto from =
             viewOf(node_->content).subspan(std::min<std::size_t>(offset, node_->content.size()));
-        const std::size_t length = std::min(from.size(), into.size());
-        std::copy_n(from.begin(), length, into.begin());
+        const std::size_t length =
+            std::min(from.size(), into.size()) / (course == Course::torn ? 2 : 1);
+        if (course == Course::lost)
+            std::fill_n(into.begin(), length, std::byte{0});
+        else
+            std::copy_n(from.begin(), length, into.begin());
         return length;
     }
     Result<std::uint64_t> size() override
@@ -54,16 +78,23 @@ public:
     }
     Result<void> sync() override
     {
+        ARCA_TRY(const Course course, files_.operation("sync"));
         const auto one = files_.hold();
-        ARCA_CHECK(files_.operation("sync"));
+        if (course == Course::lost)
+            return {};
+        if (course == Course::torn || std::exchange(node_->lostSome, false))
+            return files_.torn();
         node_->durableContent = node_->content;
+        files_.tell({Event::sync, {}, {}, node_->number});
         return {};
     }
     void readAhead(std::uint64_t, std::uint64_t) override {}
-    Result<bool> lock(bool) override
+    Result<bool> lock(bool wait) override
     {
-        const auto one = files_.hold();
         ARCA_CHECK(files_.operation("lock"));
+        auto one = files_.hold();
+        while (wait && node_->locked)
+            files_.lockFreed().wait(one);
         if (node_->locked)
             return false;
         node_->locked = holdsLock_ = true;
@@ -111,6 +142,8 @@ std::shared_ptr<Node> copyOf(const Node &node)
     copy->directory = node.directory;
     copy->content = copy->durableContent = node.content;
     copy->links = node.links;
+    copy->allocated = node.allocated;
+    copy->number = node.number;
     for (const auto &[name, below] : node.names)
         copy->names[name] = copyOf(*below);
     copy->durableNames = copy->names;
@@ -128,7 +161,7 @@ std::shared_ptr<Node> MemoryFiles::snapshot() const
 void MemoryFiles::putBack(const std::shared_ptr<Node> &snapshot)
 {
     const auto one = hold();
-    arm(0, false, ErrorKind::io);
+    arm(0, false, ErrorKind::io, Fault::fails);
     root_ = copyOf(*snapshot);
 }
 
@@ -137,29 +170,77 @@ MemoryFiles::MemoryFiles()
     root_->directory = true;
 }
 
-void MemoryFiles::arm(int n, bool stay, ErrorKind kind)
+void MemoryFiles::arm(int n, bool stay, ErrorKind kind, Fault fault)
 {
     const auto one = hold();
     countdown_ = n;
     stay_ = stay;
     failed_ = false;
     kind_ = kind;
+    fault_ = fault;
 }
 
-Result<void> MemoryFiles::operation(const std::string &what)
+Result<Course> MemoryFiles::operation(const std::string &what)
+{
+    {
+        const auto one = hold();
+        const bool last = countdown_ > 0 && --countdown_ == 0;
+        if (!last && !(failed_ && stay_))
+            return Course::whole;
+        failed_ = true;
+        if (fault_ == Fault::fails)
+            return Error{kind_, what + " was made to fail"};
+        if (fault_ != Fault::delays)
+            return fault_ == Fault::tears ? Course::torn : Course::lost;
+    }
+    std::this_thread::yield();
+    return Course::whole;
+}
+
+static std::uint64_t takenBelow(const Node &node)
+{
+    std::uint64_t taken = 64 + std::max<std::uint64_t>(node.content.size(), node.allocated);
+    for (const auto &[name, below] : node.names)
+        taken += takenBelow(*below);
+    return taken;
+}
+
+void MemoryFiles::limitSpace(std::uint64_t bytesLeft)
 {
     const auto one = hold();
-    const bool last = countdown_ > 0 && --countdown_ == 0;
-    if (!last && !(failed_ && stay_))
-        return {};
-    failed_ = true;
-    return Error{kind_, what + " was made to fail"};
+    capacity_ = takenBelow(*root_) + bytesLeft;
+}
+
+void MemoryFiles::liftLimit()
+{
+    const auto one = hold();
+    capacity_ = 0;
+}
+
+Result<void> MemoryFiles::take(std::uint64_t bytes)
+{
+    if (capacity_ != 0 && bytes > capacity_ - std::min(capacity_, takenBelow(*root_)))
+        return Error{ErrorKind::full, "there is no space for it"};
+    return {};
+}
+
+void MemoryFiles::record(std::vector<Event> *events)
+{
+    const auto one = hold();
+    events_ = events;
+}
+
+void MemoryFiles::tell(Event event)
+{
+    const auto one = hold();
+    if (events_ != nullptr)
+        events_->push_back(std::move(event));
 }
 
 void MemoryFiles::losePower(Loss loss)
 {
     const auto one = hold();
-    arm(0, false, ErrorKind::io);
+    arm(0, false, ErrorKind::io, Fault::fails);
     revive(root_, loss);
 }
 
@@ -207,24 +288,35 @@ std::vector<std::string> MemoryFiles::paths() const
 
 Result<std::unique_ptr<blob::File>> MemoryFiles::create(const std::string &path)
 {
+    ARCA_TRY(const Course course, operation("create"));
     const auto one = hold();
-    ARCA_CHECK(operation("create"));
     std::string name;
     const auto parent = parentOf(path, name);
     if (!parent)
         return absent(path);
     if (parent->names.contains(name))
         return Error{ErrorKind::exists, path};
+    ARCA_CHECK(take(64));
     const auto node = std::make_shared<Node>();
-    node->links = 1;
-    parent->names[name] = node;
+    node->number = nextNumber_++;
+    if (course == Course::lost) {
+        parent->lostSome = true;
+    } else {
+        node->links = 1;
+        parent->names[name] = node;
+        tell({Event::create, path, {}, node->number});
+    }
+    if (course == Course::torn)
+        return torn();
     return std::unique_ptr<blob::File>(std::make_unique<MemoryFile>(*this, node));
 }
 
 Result<std::unique_ptr<blob::File>> MemoryFiles::open(const std::string &path)
 {
+    ARCA_TRY(const Course course, operation("open"));
     const auto one = hold();
-    ARCA_CHECK(operation("open"));
+    if (course == Course::torn)
+        return torn();
     const auto node = find(path);
     if (!node || node->directory)
         return absent(path);
@@ -233,14 +325,19 @@ Result<std::unique_ptr<blob::File>> MemoryFiles::open(const std::string &path)
 
 Result<std::unique_ptr<blob::File>> MemoryFiles::openForLocking(const std::string &path, bool make)
 {
-    const auto one = hold();
-    return make && !find(path) ? create(path) : open(path);
+    bool there = true;
+    {
+        const auto one = hold();
+        there = find(path) != nullptr;
+    }
+    auto made = make && !there ? create(path) : open(path);
+    return !made && made.error().kind == ErrorKind::exists ? open(path) : std::move(made);
 }
 
 Result<void> MemoryFiles::moveNew(const std::string &from, const std::string &to)
 {
+    ARCA_TRY(const Course course, operation("move"));
     const auto one = hold();
-    ARCA_CHECK(operation("move"));
     std::string fromName, toName;
     const auto fromParent = parentOf(from, fromName);
     const auto toParent = parentOf(to, toName);
@@ -249,74 +346,100 @@ Result<void> MemoryFiles::moveNew(const std::string &from, const std::string &to
         return absent(from);
     if (toParent->names.contains(toName))
         return Error{ErrorKind::exists, to};
+    if (course == Course::lost) {
+        fromParent->lostSome = toParent->lostSome = true;
+        return {};
+    }
     toParent->names[toName] = node;
+    if (course == Course::torn) {
+        ++node->links;
+        return torn();
+    }
     fromParent->names.erase(fromName);
+    tell({Event::move, from, to, node->number});
     return {};
 }
 
 Result<void> MemoryFiles::unlink(const std::string &path)
 {
+    ARCA_TRY(const Course course, operation("unlink"));
     const auto one = hold();
-    ARCA_CHECK(operation("unlink"));
     std::string name;
     const auto parent = parentOf(path, name);
     const auto node = find(path);
     if (!node)
         return absent(path);
+    if (course == Course::lost) {
+        parent->lostSome = true;
+        return {};
+    }
     parent->names.erase(name);
     --node->links;
-    return {};
+    tell({Event::unlink, path});
+    return course == Course::torn ? Result<void>(torn()) : Result<void>();
 }
 
 Result<void> MemoryFiles::makeDirectory(const std::string &path)
 {
+    ARCA_TRY(const Course course, operation("mkdir"));
     const auto one = hold();
-    ARCA_CHECK(operation("mkdir"));
     std::string name;
     const auto parent = parentOf(path, name);
     if (!parent)
         return absent(path);
     if (parent->names.contains(name))
         return Error{ErrorKind::exists, path};
+    ARCA_CHECK(take(64));
+    if (course == Course::lost) {
+        parent->lostSome = true;
+        return {};
+    }
     const auto node = std::make_shared<Node>();
     node->directory = true;
     parent->names[name] = node;
-    return {};
+    tell({Event::makeDirectory, path});
+    return course == Course::torn ? Result<void>(torn()) : Result<void>();
 }
 
 Result<void> MemoryFiles::syncDirectory(const std::string &path)
 {
+    ARCA_TRY(const Course course, operation("syncdir"));
     const auto one = hold();
-    ARCA_CHECK(operation("syncdir"));
     const auto node = find(path);
     if (!node)
         return absent(path);
+    if (course == Course::lost)
+        return {};
+    if (course == Course::torn || std::exchange(node->lostSome, false))
+        return torn();
     node->durableNames = node->names;
+    tell({Event::syncDirectory, path});
     return {};
 }
 
 Result<void> MemoryFiles::list(const std::string &path,
                                const std::function<bool(const std::string &)> &visit)
 {
+    ARCA_TRY(const Course course, operation("list"));
     std::map<std::string, std::shared_ptr<Node>> names;
     {
         const auto one = hold();
-        ARCA_CHECK(operation("list"));
         const auto node = find(path);
         if (!node)
             return absent(path);
         names = node->names;
     }
+    std::size_t told = 0;
     for (const auto &[name, below] : names)
-        if (!visit(name))
+        if ((course == Course::torn && ++told > names.size() / 2) || !visit(name))
             break;
-    return {};
+    return course == Course::torn ? Result<void>(torn()) : Result<void>();
 }
 
 Result<bool> MemoryFiles::isDirectory(const std::string &path)
 {
-    const auto one = hold();
     ARCA_CHECK(operation("stat"));
+    const auto one = hold();
     const auto node = find(path);
     return node && node->directory;
 }

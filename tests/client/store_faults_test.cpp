@@ -3,14 +3,17 @@
 // there whole or not at all, and the work can be done again.
 #include "client/blob/directory_store.h"
 #include "client/store/access.h"
+#include "client/store/reclaim.h"
 #include "client/store/recovery_key.h"
 #include "client/store/repository.h"
+#include "client/store/verify.h"
 #include "tests/client/memory_files.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <optional>
+#include <set>
 
 namespace
 {
@@ -44,8 +47,11 @@ protected:
         ASSERT_TRUE(open());
         ASSERT_TRUE(space_->registerFilespace({"", "/fs", "ORACLE", "", 0, 0, 0}));
         ASSERT_TRUE(backUp("kept", 'k', 5000));
+        ASSERT_TRUE(backUp("gone", 'g', 4000) && remove("gone")); // something to reclaim
         ASSERT_EQ(state(), " kept");
+        ASSERT_TRUE(isSound());
         start_ = files_.snapshot();
+        startPaths_ = files_.paths();
     }
 
     std::unique_ptr<blob::BlobStore> blobs()
@@ -161,7 +167,31 @@ protected:
              },
              " kept", " kept granted"},
             {"session", [](auto &t) { return t.open(); }, " kept", " kept"},
+            {"restore", [](auto &t) { return t.restoreKept(); }, " kept", " kept"},
+            {"reclaim", [](auto &t) { return t.reclaim(); }, " kept", " kept"},
+            {"what a host remembers", [](auto &t) { return t.remember(); }, " kept", " kept again"},
         };
+    }
+
+    Result<void> restoreKept()
+    {
+        ARCA_TRY(const auto stream, restore("kept"));
+        EXPECT_TRUE(stream && *stream == streamOf('k', 5000)) << "told to have gone well";
+        return {};
+    }
+
+    Result<void> reclaim()
+    {
+        ARCA_TRY(const auto totals, store::Reclaim(space_->domain()).run());
+        EXPECT_EQ(totals.deadPacks + totals.waitingPacks, 1U);
+        return {};
+    }
+
+    /// From the packs that are there, as a host that knows nothing yet does it.
+    Result<void> remember()
+    {
+        (void)space_->domain().hints();
+        return backUp("again", 'k', 5000);
     }
 
     /// Two pieces that come and one that goes, or becomes inactive, in one step.
@@ -227,11 +257,21 @@ protected:
         const std::string shown = state();
         EXPECT_TRUE(shown == work.after || (!done && shown == work.before)) << shown;
         const auto before = files_.paths();
+        // Else there is nothing that was not proven at the start.
+        EXPECT_TRUE(before == startPaths_ || isSound()) << "verifying finds something";
         space_->settleChanges();
         if (files_.paths() != before) {
             EXPECT_EQ(state(), shown) << "tidying up behind the dead changes what shows";
         }
         return shown;
+    }
+
+    bool isSound()
+    {
+        store::VerifyRequest everything;
+        everything.readData = true;
+        const auto verified = store::verify(*space_, everything, {});
+        return verified && verified->hurt() == 0;
     }
 
     /// Back to where every work begins.
@@ -257,27 +297,36 @@ protected:
         char seed;
         std::size_t length;
     };
-    static constexpr Known kKnown[] = {
-        {"kept", 'k', 5000}, {"new", 'n', 3000}, {"newer", 'm', 10}, {"moved", 'k', 5000}};
+    static constexpr Known kKnown[] = {{"kept", 'k', 5000},
+                                       {"new", 'n', 3000},
+                                       {"newer", 'm', 10},
+                                       {"moved", 'k', 5000},
+                                       {"again", 'k', 5000}};
 
     std::uint32_t registration_ = 1;
     MemoryFiles files_;
     std::shared_ptr<MemoryFiles::Node> start_;
+    std::vector<std::string> startPaths_;
     std::unique_ptr<store::Repository> repository_;
     std::unique_ptr<store::NodeSpace> space_;
 };
 
-TEST_F(StoreFaults, AnyFailingOperationIsOneClearErrorAndHurtsNothing)
+class AnyOperation : public StoreFaults, public testing::WithParamInterface<MemoryFiles::Fault>
+{
+};
+
+TEST_P(AnyOperation, ThatGoesWrongIsOneClearErrorOrNoneAndHurtsNothing)
 {
     for (const Work &work : works()) {
         for (int n = 1;; ++n) {
             SCOPED_TRACE(std::string(work.name) + ", operation " + std::to_string(n));
-            files_.failAt(n, n % 2 == 0 ? ErrorKind::full : ErrorKind::io);
+            files_.failAt(n, n % 2 == 0 ? ErrorKind::full : ErrorKind::io, GetParam());
             const auto done = work.run(*this);
             const bool came = files_.hasFailed();
             files_.failAt(0, ErrorKind::io);
             if (!done) {
                 EXPECT_TRUE(came) << done.error().text;
+                EXPECT_NE(done.error().text, "");
             }
             ASSERT_TRUE(open());
             const std::string shown = expectWhole(work, static_cast<bool>(done));
@@ -285,8 +334,45 @@ TEST_F(StoreFaults, AnyFailingOperationIsOneClearErrorAndHurtsNothing)
                 ASSERT_EQ(shown, work.before) << "what was refused shows";
             }
             restoreStart();
-            if (!came)
+            if (!came || HasFailure())
                 break;
+        }
+    }
+}
+
+std::string nameOfFault(const testing::TestParamInfo<MemoryFiles::Fault> &tested)
+{
+    constexpr const char *kNames[] = {"Fails", "Tears", "IsLost", "IsDelayed"};
+    return kNames[static_cast<int>(tested.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEveryWork, AnyOperation,
+                         testing::Values(MemoryFiles::Fault::fails, MemoryFiles::Fault::tears,
+                                         MemoryFiles::Fault::isLost, MemoryFiles::Fault::delays),
+                         nameOfFault);
+
+TEST_F(StoreFaults, AtNoBytesFreeWhatFreesSpaceGoesOnAndTheRestIsRefusedWhole)
+{
+    const std::set<std::string> free = {"removal", "emptying", "session", "restore", "reclaim"};
+    const std::string kinds[] = {"as it was", "without a reserve", "with one again"};
+    for (const std::string &kind : kinds) {
+        for (const Work &work : works()) {
+            SCOPED_TRACE(work.name + (", " + kind));
+            const bool reserve = kind != kinds[1];
+            if (reserve)
+                repository_->blobs().keepReserve();
+            files_.limitSpace(0);
+            const auto done = work.run(*this);
+            if (!free.contains(work.name)) {
+                EXPECT_TRUE(!done && done.error().kind == ErrorKind::full);
+            } else if (reserve) {
+                EXPECT_TRUE(done) << done.error().text;
+            }
+            ASSERT_TRUE(open());
+            EXPECT_EQ(state(), done ? work.after : work.before);
+            files_.liftLimit();
+            expectWhole(work, static_cast<bool>(done));
+            restoreStart();
         }
     }
 }

@@ -83,6 +83,7 @@ Result<void> init(const Command &command, bool fromStandardInput, Json &result)
                    opened.made ? "made now" : "was there, left as it is");
     ARCA_CHECK(makeRecoveryKey(repository, command, result));
     ARCA_TRY(const bool registered, registerNode(repository, options, node, fromStandardInput));
+    repository.blobs().keepReserve();
 
     result["node"] = node;
     result["registered"] = registered;
