@@ -3,10 +3,11 @@
 
   bench/growth.py [--sizes 1,8,64] [--dir /var/tmp/keel-growth]     Markdown
 
-Fills a repository of one node with streams of 1 GiB that have nothing in common; at each size it stores an old stream (duplicates, but for 3 % of the blocks), then one more stream of its own, and counts for each: the
-blocks that were hashed and looked up, the look-ups in the host's file of hints, the indexes of packs that were read, the
-bytes that the process read and wrote by system calls, its peak memory, and the size of the file of hints. Needs root,
-bench/gen_dbf, a built tree that is not stripped (--root), and perf with probes in programs."""
+Fills a repository of one node with streams of 1 GiB that have nothing in common; at each size it stores one day later
+of an old stream (duplicates, but for 3 % of the blocks), then one more stream of its own, and counts for each: the
+blocks that were hashed and looked up, the look-ups in the host's file of hints, the indexes of packs that were read,
+the bytes that the process read and wrote by system calls, its peak memory, and the size of the file of hints. Needs
+root, bench/gen_dbf, a built tree that is not stripped (--root), and perf with probes in programs."""
 import argparse
 import os
 import re
