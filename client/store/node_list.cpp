@@ -108,6 +108,9 @@ Result<NodeSummary> summaryOf(blob::BlobStore &store, const std::string &node)
 {
     ARCA_TRY(const std::string key, nodeKey(node));
     ARCA_TRY(NodeSummary summary, summarise(store, key));
+    // What a channel that outlived the removal left behind says nobody's name.
+    if (summary.name.empty() && summary.pieces + summary.inactive + summary.packs != 0)
+        summary.name = node;
     if (summary.name != node)
         return Error{ErrorKind::notFound, "there is no node " + printable(node)};
     return summary;

@@ -95,7 +95,8 @@ Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const R
 Result<bool> isHalfRemoved(blob::BlobStore &store, const std::string &key)
 {
     bool some = false;
-    for (const std::string_view room : {kFilespaces, std::string_view("pieces/")})
+    constexpr std::string_view kLeft[] = {kFilespaces, "pieces/", "inactive/", "packs/"};
+    for (const std::string_view room : kLeft)
         ARCA_CHECK(store.list(prefixOf(room, key), [&](const std::string &) {
             some = true;
             return false;

@@ -4,7 +4,9 @@
 // changed; afterwards nobody can log on as the node, and what it kept shows to nobody. Its
 // filespaces are deleted next, so that a channel that is still open cannot commit any more; then
 // rules and grants, pieces before packs, and the records of the filespaces last, by which an
-// unfinished removal is found and finished. The name cannot be registered anew before that.
+// unfinished removal is found and finished. The name cannot be registered anew before that. A pack
+// that such a channel still publishes keeps the name from being registered, too, and goes with one
+// more removal.
 #ifndef KEEL_CLIENT_STORE_NODE_REMOVAL_H
 #define KEEL_CLIENT_STORE_NODE_REMOVAL_H
 

@@ -1,0 +1,102 @@
+// Whatever is wrong with what arca is pointed at: one line that says so, the right exit status, and
+// nothing is changed.
+#include "tests/arca/arca_fixture.h"
+
+#include <filesystem>
+
+namespace keel::test
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+const Words kVerbs[] = {{"ls"},
+                        {"show", "p"},
+                        {"rm", "p", "--yes"},
+                        {"expire", "--yes"},
+                        {"access", "list"},
+                        {"class", "list"},
+                        {"class", "define", "x"},
+                        {"log"},
+                        {"log", "--prune", "1", "--yes"},
+                        {"metrics"},
+                        {"stats"},
+                        {"verify"},
+                        {"reclaim"},
+                        {"key", "export", "--stdin"},
+                        {"node", "list"},
+                        {"node", "remove", "testnode", "--yes"},
+                        {"unlock"}};
+
+TEST_F(ArcaTest, WhatIsWrongIsSaidInOneLine)
+{
+    store(logOn(), "p", "stays");
+    ASSERT_EQ(api_.hoxCleanUp(1), HOX_RC_OK);
+    const fs::path root = installation_.repository();
+    const std::string marker = readFile(root / "format");
+    const fs::path options = installation_.clientOptions();
+    const std::string optionText = readFile(options);
+    std::string newer = marker;
+    newer[8] = '\x7f'; // the version; a checksum that fits is what the repository tests have
+    const auto content = [&] {
+        return stored("pieces").size() + stored("nodes").size() + stored("classes").size();
+    };
+    const std::size_t before = content();
+    const struct {
+        const char *situation;
+        std::function<void()> spoil, mend;
+        std::size_t verbs; ///< how many of them, from the front, cannot do without
+    } cases[] = {
+        {"no option file", [&] { fs::rename(options, options.string() + ".x"); },
+         [&] { fs::rename(options.string() + ".x", options); }, std::size(kVerbs)},
+        {"a wrong option file", [&] { writeFile(options, optionText + "NONSENSE 1\n"); },
+         [&] { writeFile(options, optionText); }, std::size(kVerbs)},
+        {"no repository", [&] { fs::rename(root, root.string() + ".x"); },
+         [&] { fs::rename(root.string() + ".x", root); }, std::size(kVerbs)},
+        {"another layout", [&] { writeFile(root / "format", newer); },
+         [&] { writeFile(root / "format", marker); }, std::size(kVerbs)},
+        {"a node that nobody knows", [&] { writeFile(options, optionText + "NODENAME none\n"); },
+         [&] { writeFile(options, optionText); }, 14},
+        {"no password", [&] { fs::rename(options.string() + ".keys", options.string() + ".x"); },
+         [&] { fs::rename(options.string() + ".x", options.string() + ".keys"); }, 14},
+    };
+    for (const auto &c : cases) {
+        c.spoil();
+        for (std::size_t i = 0; i < c.verbs; ++i) {
+            SCOPED_TRACE(std::string(c.situation) + testing::PrintToString(kVerbs[i]));
+            const ProgramResult result = arca(kVerbs[i], "a long passphrase\n");
+            EXPECT_EQ(result.status, 1);
+            EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
+            EXPECT_EQ(result.out, "");
+            EXPECT_GT(result.err.size(), 30U) << result.err;
+        }
+        const auto told = arcaJson({"ls"}, 1);
+        EXPECT_FALSE(told["ok"]);
+        EXPECT_TRUE(told["error"].is_string());
+        c.mend();
+    }
+    EXPECT_EQ(content(), before);
+    EXPECT_EQ(listed({}), "p");
+}
+
+TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)
+{
+    const hoxHandle_t handle = logOn();
+    for (int i = 0; i < 200; ++i)
+        store(handle, "piece_" + std::to_string(i), "x");
+    const std::string ls =
+        arcaProgram().string() + " ls --long --optfile " + installation_.clientOptions().string();
+    for (const char *where : {" >&-", " >/dev/full", " --json >/dev/full"}) {
+        const ProgramResult result = run({"sh", "-c", ls + where});
+        EXPECT_EQ(result.status, 1) << where;
+        EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
+    }
+    EXPECT_EQ(run({"sh", "-c", ls + " 2>&- | head -n 1 >/dev/null"}).status, 0);
+    EXPECT_EQ(arcaJson({"ls"})["count"], 200);
+}
+
+} // namespace
+
+} // namespace keel::test

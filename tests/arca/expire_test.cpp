@@ -1,0 +1,145 @@
+// Expiry: what a class lets go goes, the active version and the last one stay, and an expiry that
+// is killed and begun again ends as one that was not.
+#include "agents/common/maint/mtexpire.h"
+#include "tests/arca/arca_fixture.h"
+
+#include <csignal>
+#include <ctime>
+#include <sys/wait.h>
+
+namespace keel::test
+{
+
+namespace
+{
+
+/// Leaves the end of the process to be waited for.
+bool isRunning(pid_t process)
+{
+    siginfo_t state{};
+    return waitid(P_PID, static_cast<id_t>(process), &state, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+           state.si_pid == 0;
+}
+
+class ExpireTest : public ArcaTest
+{
+protected:
+    /// Stores and makes inactive, `inactive` times over, then once more when there is an active
+    /// version.
+    void history(hoxHandle_t handle, const std::string &piece, int inactive, bool active,
+                 const char *className)
+    {
+        for (int i = 0; i < inactive + (active ? 1 : 0); ++i) {
+            store(handle, piece, piece + std::to_string(i), className);
+            qryRespBackupData found{};
+            query(handle, piece, &found);
+            hoxDelInfo info{};
+            info.backID = {HOX_DELBACK_VERSION, found.objId};
+            if (i == inactive)
+                continue;
+            ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
+            ASSERT_EQ(api_.hoxDeleteObj(handle, HOX_DEACTIVATE_BACKUP_ID, &info), HOX_RC_OK);
+            ASSERT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_OK);
+        }
+    }
+
+    /// Of the versions of one piece.
+    static mtExpired_t expire(const std::string &piece, int daysLater, bool dryRun)
+    {
+        mtSession finding, changing;
+        EXPECT_EQ(finding.start({}), HOX_RC_OK);
+        EXPECT_EQ(changing.start({}), HOX_RC_OK);
+        mtExpiry_t expiry;
+        expiry.names.llName = "/" + piece;
+        expiry.now = std::time(nullptr) + daysLater * 86400;
+        expiry.dryRun = dryRun;
+        mtExpired_t totals;
+        EXPECT_EQ(mtExpire(
+                      finding, changing, expiry,
+                      [](const mtObject_t &, int rc) { return rc == HOX_RC_OK; }, totals),
+                  HOX_RC_OK);
+        return totals;
+    }
+};
+
+TEST_F(ExpireTest, WhatTheClassLetsGoGoes)
+{
+    const struct {
+        const char *versions, *days;
+        int inactive;
+        bool active;
+        int daysLater;
+        unsigned stay; ///< inactive versions
+    } cases[] = {
+        {"1", "forever", 3, true, 9999, 1},
+        {"2", "forever", 3, false, 0, 2},
+        {"nolimit", "forever", 3, true, 9999, 3},
+        {"nolimit", "30", 3, true, 29, 3},
+        {"nolimit", "30", 3, true, 31, 0},
+        {"nolimit", "30", 3, false, 31, 1},
+        {"2", "30", 3, true, 29, 2},
+        {"2", "30", 3, true, 31, 0},
+        {"1", "0", 2, true, 0, 0},
+        {"1", "0", 2, false, 0, 1},
+        {"5", "1", 0, true, 9999, 0},
+    };
+    const hoxHandle_t handle = logOn();
+    for (const auto &c : cases) {
+        const auto number = std::to_string(&c - cases);
+        const std::string piece = "p" + number, className = "C" + number;
+        SCOPED_TRACE(className);
+        ASSERT_EQ(
+            arca({"class", "define", className, "--versions", c.versions, "--days", c.days}).status,
+            0);
+        history(handle, piece, c.inactive, c.active, className.c_str());
+        // A class that was deleted goes on to say what it said.
+        if ((&c - cases) % 2 == 0) {
+            ASSERT_EQ(arca({"class", "delete", className}).status, 0);
+        }
+    }
+    ASSERT_EQ(mtSetUp(installation_.clientOptions()), 0);
+    for (const auto &c : cases) {
+        const std::string piece = "p" + std::to_string(&c - cases);
+        SCOPED_TRACE(piece);
+        const auto going = static_cast<unsigned>(c.inactive) - c.stay;
+        EXPECT_EQ(expire(piece, c.daysLater, true).deleted, going) << "a dry run tells";
+        EXPECT_EQ(expire(piece, c.daysLater, true).inactive, static_cast<unsigned>(c.inactive));
+        EXPECT_EQ(expire(piece, c.daysLater, false).deleted, going);
+        const mtExpired_t again = expire(piece, c.daysLater, false);
+        EXPECT_EQ(again.deleted, 0U) << "nothing twice";
+        EXPECT_EQ(again.inactive, c.stay);
+        EXPECT_EQ(again.looked, c.stay + (c.active ? 1 : 0)) << "the active one stays";
+    }
+    mtCleanUp();
+}
+
+TEST_F(ExpireTest, KilledAnywhereItEndsAsIfItWereNot)
+{
+    constexpr int kNames = 25, kInactive = 3;
+    const hoxHandle_t handle = logOn();
+    for (int i = 0; i < kNames; ++i)
+        history(handle, "p" + std::to_string(i), kInactive, i % 2 == 0, nullptr);
+    // Ever later moments, told by what the run has done to the repository so far.
+    for (std::size_t touched = 1; touched < 60; touched += 12) {
+        const std::size_t before = stored("objects").size() + stored("inactive").size();
+        Program running(commandLine({"expire", "--yes"}));
+        std::size_t now = before;
+        while (isRunning(running.pid()) && (now > before ? now - before : before - now) < touched)
+            now = stored("objects").size() + stored("inactive").size();
+        running.signal(SIGKILL);
+        (void)running.wait();
+        const auto left = arcaJson({"ls", "--inactive"})["count"].get<int>();
+        EXPECT_TRUE(left == kNames * kInactive || left == kNames) << left << ": one step or none";
+        if (left == kNames)
+            break;
+    }
+    EXPECT_EQ(arca({"expire", "--yes"}).status, 0);
+    EXPECT_EQ(arcaJson({"ls", "--inactive"})["count"], kNames);
+    EXPECT_EQ(arcaJson({"ls"})["count"], (kNames + 1) / 2) << "no active version went";
+    EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);
+    EXPECT_EQ(arcaJson({"expire", "--yes"})["expired"], 0);
+}
+
+} // namespace
+
+} // namespace keel::test

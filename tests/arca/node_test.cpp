@@ -1,0 +1,198 @@
+// Nodes, their keys and their locks as an administrator looks after them, and what monitoring is
+// told.
+#include "tests/arca/arca_fixture.h"
+
+#include <filesystem>
+#include <regex>
+#include <sys/stat.h>
+
+namespace keel::test
+{
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+class NodeTest : public ArcaTest
+{
+protected:
+    /// An option file of its own that makes us another node.
+    fs::path optionsOf(const std::string &node, const fs::path &repository) const
+    {
+        const auto file = installation_.directory() / (node + ".opt");
+        writeFile(file, "REPOSITORY file://" + repository.string() + "\nNODENAME " + node + "\n");
+        return file;
+    }
+
+    static ProgramResult arcaAs(const fs::path &options, Words words, const std::string &input = {})
+    {
+        words.insert(words.begin(), arcaProgram());
+        words.insert(words.end(), {"--optfile", options});
+        ProgramOptions given;
+        given.input = input;
+        return run(words, given);
+    }
+
+    Words nodes() const
+    {
+        Words names;
+        const auto told = arcaJson({"node", "list"});
+        for (const auto &node : told["nodes"])
+            names.push_back(node["node"].get<std::string>() +
+                            (node["registered"] ? "" : " (half removed)"));
+        return names;
+    }
+};
+
+TEST_F(NodeTest, RemovedNodeTakesAllItKeepsAndNothingElse)
+{
+    const hoxHandle_t handle = logOn();
+    store(handle, "mine", "stays");
+    const auto others = optionsOf("other", installation_.repository());
+    ASSERT_EQ(arcaAs(others, {"init"}).status, 0);
+    ASSERT_EQ(setUp(others), HOX_RC_OK);
+    const hoxHandle_t other = logOn();
+    store(other, "theirs", "goes");
+    ASSERT_EQ(arca({"access", "grant", "other", "--filespace", "/fs"}).status, 0);
+    EXPECT_EQ(nodes(), (Words{"other", "testnode"}));
+
+    EXPECT_EQ(arca({"node", "remove", "other"}).status, 2) << "nobody is asked";
+    EXPECT_EQ(arca({"node", "remove", "none", "--yes"}).status, 1);
+    EXPECT_EQ(nodes(), (Words{"other", "testnode"}));
+    // A channel that is still open: what it commits afterwards must not be left behind.
+    ASSERT_EQ(send(other, "late", "in vain"), HOX_RC_OK);
+    ASSERT_EQ(arca({"node", "remove", "other", "--yes"}).status, 0);
+    EXPECT_EQ(commit(other), HOX_RC_FS_UNKNOWN);
+    EXPECT_EQ(nodes(), Words{"testnode"});
+    EXPECT_EQ(arcaAs(others, {"ls"}).status, 1);
+    EXPECT_EQ(stored("pieces").size(), 1U);
+    // The pack of that channel is in the way of the name until one more removal.
+    EXPECT_EQ(arcaAs(others, {"init"}).status, stored("packs").size() == 1U ? 0 : 1);
+    EXPECT_EQ(arca({"node", "remove", "other", "--yes"}).status, 0);
+    EXPECT_EQ(stored("packs").size(), 1U);
+
+    ASSERT_EQ(arcaAs(others, {"init"}).status, 0) << "the name is free again";
+    EXPECT_EQ(arcaAs(others, {"ls"}).status, 0);
+    EXPECT_EQ(listed({}), "mine");
+    EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);
+}
+
+TEST_F(NodeTest, HalfRemovedNodeIsFinishedBeforeItsNameIsFree)
+{
+    const auto others = optionsOf("other", installation_.repository());
+    ASSERT_EQ(arcaAs(others, {"init"}).status, 0);
+    ASSERT_EQ(setUp(others), HOX_RC_OK);
+    store(logOn(), "theirs", "goes");
+    // Killed after its first step: the record of the node is gone.
+    const auto own = stored("nodes");
+    ASSERT_EQ(arca({"node", "add", "third"}).status, 0);
+    for (const fs::path &file : own)
+        if (readFile(file).find("other") != std::string::npos)
+            fs::remove(file);
+    EXPECT_EQ(nodes(), (Words{"other (half removed)", "testnode", "third"}));
+    const ProgramResult refused = arcaAs(others, {"init"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("arca node remove other"), std::string::npos) << refused.err;
+    EXPECT_EQ(arca({"node", "remove", "other", "--yes"}).status, 0);
+    EXPECT_EQ(nodes(), (Words{"testnode", "third"}));
+    EXPECT_TRUE(stored("pieces").empty());
+    EXPECT_EQ(arcaAs(others, {"init"}).status, 0);
+}
+
+TEST_F(NodeTest, ExportedKeyOpensTheNodeElsewhere)
+{
+    const std::string phrase = "correct horse battery\n";
+    const fs::path file = installation_.directory() / "node.key";
+    EXPECT_EQ(arca({"key", "export", "--stdin", "-o", file}, "short\n").status, 1);
+    ASSERT_EQ(arca({"key", "export", "--stdin", "-o", file}, phrase).status, 0);
+    EXPECT_EQ(arca({"key", "export", "--stdin", "-o", file}, phrase).status, 1) << "nothing lost";
+    struct stat state = {};
+    ASSERT_EQ(stat(file.c_str(), &state), 0);
+    EXPECT_EQ(state.st_mode & 0777U, 0600U);
+    const std::string kept = readFile(installation_.clientOptions().string() + ".keys");
+    EXPECT_EQ(readFile(file).find(kept.substr(kept.rfind(" testnode") - 64, 64)),
+              std::string::npos);
+
+    fs::create_directory(installation_.directory() / "elsewhere");
+    const auto there = installation_.directory() / "elsewhere" / "arca.opt";
+    writeFile(there, readFile(installation_.clientOptions()));
+    EXPECT_EQ(arcaAs(there, {"ls"}).status, 1) << "not yet";
+    const auto changed = installation_.directory() / "changed.key";
+    std::string text = readFile(file);
+    text[text.size() - 30] = text[text.size() - 30] == '0' ? '1' : '0';
+    writeFile(changed, text);
+    const auto another = installation_.directory() / "another";
+    const auto others = optionsOf("testnode", another);
+    ASSERT_EQ(arcaAs(others, {"init"}).status, 0);
+    const struct {
+        fs::path options, key;
+        std::string phrase;
+    } refusals[] = {{there, file, "another passphrase\n"},
+                    {there, changed, phrase},
+                    {there, there, phrase},
+                    {there, "/nonexistent", phrase},
+                    {others, file, phrase}};
+    for (const auto &c : refusals)
+        EXPECT_EQ(arcaAs(c.options, {"key", "import", c.key, "--stdin"}, c.phrase).status, 1)
+            << c.key << c.phrase;
+    EXPECT_EQ(arcaAs(others, {"ls"}).status, 0) << "what was kept there still holds";
+    EXPECT_EQ(arcaAs(there, {"ls"}).status, 1);
+    const ProgramResult taken = arcaAs(there, {"key", "import", file, "--stdin"}, phrase);
+    EXPECT_EQ(taken.status, 0) << taken.err;
+    EXPECT_EQ(arcaAs(there, {"ls"}).status, 0);
+}
+
+TEST_F(NodeTest, UnlockClearsUpBehindTheDeadOnly)
+{
+    const hoxHandle_t handle = logOn();
+    ASSERT_EQ(send(handle, "open", "under way"), HOX_RC_OK);
+    const auto living = stored("tmp").size();
+    writeFile(installation_.repository() / "tmp" / "1-00", "left behind");
+    EXPECT_EQ(arcaJson({"unlock", "--dry-run"})["leftovers"], 1);
+    EXPECT_EQ(stored("tmp").size(), living + 1);
+    const auto told = arcaJson({"unlock"});
+    EXPECT_EQ(told["leftoverBytes"], 11);
+    EXPECT_EQ(told["held"].size(), living + 1);
+    EXPECT_EQ(stored("tmp").size(), living);
+    EXPECT_EQ(commit(handle), HOX_RC_OK) << "the living one was left alone";
+    EXPECT_EQ(arcaJson({"unlock"})["held"].size(), 0U);
+}
+
+TEST_F(NodeTest, MetricsAreWhatACollectorReads)
+{
+    const hoxHandle_t handle = logOn();
+    store(handle, "a", std::string(100000, 'a'));
+    store(handle, "b", std::string(100000, 'a'));
+    const fs::path file = installation_.directory() / "arca.prom";
+    for (int i = 0; i < 2; ++i)
+        ASSERT_EQ(arca({"metrics", "--output", file}).status, 0);
+    const std::string text = readFile(file);
+    const std::string again = arca({"metrics"}).out;
+    const auto room = text.find("# HELP arca_filesystem_available");
+    EXPECT_EQ(text.substr(0, room), again.substr(0, room));
+    const std::regex sample(R"(([a-z_]+)\{node="testnode"(,[a-z]+="[a-z]+")?\} \d+)");
+    std::istringstream lines(text);
+    std::string line, told;
+    std::smatch match;
+    int samples = 0;
+    while (std::getline(lines, line)) {
+        if (std::regex_match(line, match, std::regex(R"(# HELP (arca_[a-z_]+) .+\.)")) ||
+            std::regex_match(line, match, std::regex(R"(# TYPE (arca_[a-z_]+) gauge)"))) {
+            told = match[1];
+            continue;
+        }
+        ASSERT_TRUE(std::regex_match(line, match, sample)) << line;
+        EXPECT_EQ(match[1], told) << "each after its own HELP and TYPE";
+        ++samples;
+    }
+    EXPECT_GT(samples, 12);
+    EXPECT_NE(text.find("arca_pieces{node=\"testnode\"} 2\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("arca_logical_bytes{node=\"testnode\"} 200000\n"), std::string::npos);
+    const ProgramResult nowhere = arca({"metrics", "--output", "/nonexistent/arca.prom"});
+    EXPECT_EQ(nowhere.status, 1);
+}
+
+} // namespace
+
+} // namespace keel::test

@@ -1,0 +1,141 @@
+// Pieces as an administrator looks after them: found by what is asked for, removed as it was shown,
+// and whatever is not meant stays.
+#include "tests/arca/arca_fixture.h"
+
+namespace keel::test
+{
+
+namespace
+{
+
+TEST_F(ArcaTest, LsFindsWhatItIsAskedFor)
+{
+    ASSERT_EQ(arca({"class", "define", "gold", "--days", "9"}).status, 0);
+    const hoxHandle_t handle = logOn();
+    store(handle, "df_1", "small");
+    store(handle, "df_2", std::string(5000, 'x'), "gold");
+    store(handle, "l?g*", "odd");
+    store(handle, "old", "was here");
+    ASSERT_EQ(arca({"rm", "old", "--deactivate", "--yes"}).status, 0);
+    store(handle, "old", "is here");
+
+    const struct {
+        Words options;
+        std::string found;
+    } cases[] = {
+        {{}, "df_1 df_2 l?g* old"},
+        {{"df_*"}, "df_1 df_2"},
+        {{"df_?"}, "df_1 df_2"},
+        {{"/fs//df_1"}, "df_1"},
+        {{"--filespace", "fs"}, "df_1 df_2 l?g* old"},
+        {{"--filespace", "/other"}, ""},
+        {{"--class", "Gold"}, "df_2"},
+        {{"--larger", "1k"}, "df_2"},
+        {{"--smaller", "4"}, "l?g*"},
+        {{"--older", "1h"}, ""},
+        {{"--newer", "1h"}, "df_1 df_2 l?g* old"},
+        {{"--newer", "2999-01-01"}, ""},
+        {{"--owner", "oracle"}, "df_1 df_2 l?g* old"},
+        {{"--owner", "nobody"}, ""},
+        {{"--inactive"}, "old"},
+        {{"--all", "o*"}, "old old"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(listed(c.options), c.found) << testing::PrintToString(c.options);
+
+    for (const Words &form : {Words{"ls", "--long"}, Words{"ls", "--tree", "--all"},
+                              Words{"ls", "--sort", "size"}, Words{"ls", "--sort", "name"}}) {
+        const ProgramResult shown = arca(form);
+        EXPECT_EQ(shown.status, 0) << shown.err;
+        EXPECT_LT(shown.out.find("df_2"), shown.out.find("l?g*")) << shown.out;
+    }
+    EXPECT_EQ(arca({"ls", "none*"}).status, 1);
+    EXPECT_EQ(arca({"ls", "--older", "yesterday"}).status, 1);
+    EXPECT_EQ(arca({"ls", "--inactive", "--all"}).status, 2);
+
+    const auto shown = arcaJson({"show", "old"});
+    ASSERT_EQ(shown["versions"].size(), 2U) << "both versions";
+    EXPECT_NE(shown["versions"][0]["active"], shown["versions"][1]["active"]);
+    EXPECT_EQ(arcaJson({"show", "df_2"})["versions"][0]["class"], "GOLD");
+    EXPECT_EQ(arcaJson({"show", "l?g*"})["versions"].size(), 1U) << "a name, not a pattern";
+    EXPECT_EQ(arca({"show", "df_*"}).status, 1);
+}
+
+TEST_F(ArcaTest, RmDoesWhatItSaidAndNothingElse)
+{
+    const hoxHandle_t handle = logOn();
+    for (const char *piece : {"df_1", "df_2", "log_1"})
+        store(handle, piece, piece);
+    const struct {
+        Words words;
+        int status;
+        std::string active, inactive;
+    } steps[] = {
+        {{"df_*"}, 2, "df_1 df_2 log_1", ""}, // nobody to ask
+        {{}, 2, "df_1 df_2 log_1", ""},
+        {{"df_*", "--dry-run"}, 0, "df_1 df_2 log_1", ""},
+        {{"none*", "--yes"}, 1, "df_1 df_2 log_1", ""},
+        {{"df_1", "--deactivate", "--dry-run"}, 0, "df_1 df_2 log_1", ""},
+        {{"df_1", "--deactivate", "--yes"}, 0, "df_2 log_1", "df_1"},
+        {{"df_1", "--deactivate", "--yes"}, 1, "df_2 log_1", "df_1"},
+        {{"*", "--older", "1h", "--yes"}, 1, "df_2 log_1", "df_1"},
+        {{"--id", "ffffffff00000001", "--yes"}, 1, "df_2 log_1", "df_1"},
+        {{"--id", "no", "--yes"}, 1, "df_2 log_1", "df_1"},
+        {{"log_1", "--inactive", "--yes"}, 1, "df_2 log_1", "df_1"},
+        {{"df_*", "--yes"}, 0, "log_1", "df_1"},
+        {{"*", "--inactive", "--yes"}, 0, "log_1", ""},
+        {{"*", "--yes"}, 0, "", ""},
+    };
+    for (const auto &step : steps) {
+        SCOPED_TRACE(testing::PrintToString(step.words));
+        Words words{"rm"};
+        words.insert(words.end(), step.words.begin(), step.words.end());
+        const ProgramResult result = arca(words);
+        EXPECT_EQ(result.status, step.status) << result.err;
+        EXPECT_EQ(std::ranges::count(result.err, '\n'), step.status != 0 ? 1 : 0) << result.err;
+        EXPECT_EQ(listed({}), step.active);
+        EXPECT_EQ(listed({"--inactive"}), step.inactive);
+    }
+    // By identifiers, of which some are gone by now: the others still go, each is told.
+    Words byId{"rm", "--yes"};
+    for (const char *piece : {"a", "b", "c"}) {
+        store(handle, piece, piece);
+        byId.insert(byId.end(), {"--id", arcaJson({"show", piece})["versions"][0]["id"]});
+    }
+    ASSERT_EQ(arca({"rm", "b", "--yes"}).status, 0);
+    const auto removed = arcaJson(byId);
+    EXPECT_EQ(removed["deleted"], 2);
+    EXPECT_EQ(removed["missing"], 1);
+    EXPECT_EQ(listed({}), "");
+    EXPECT_NE(arca({"log"}).out.find("arca rm: 2 pieces deleted"), std::string::npos);
+}
+
+TEST_F(ArcaTest, BindAndAccessSayWhatHolds)
+{
+    ASSERT_EQ(arca({"class", "define", "gold"}).status, 0);
+    const hoxHandle_t handle = logOn();
+    for (const char *piece : {"df_1", "df_2", "log_1"})
+        store(handle, piece, piece);
+    EXPECT_EQ(arcaJson({"class", "bind", "gold", "df_*", "--dry-run"})["bound"], 2);
+    EXPECT_EQ(listed({"--class", "gold"}), "");
+    EXPECT_EQ(arca({"class", "bind", "gold", "df_*"}).status, 2) << "nobody to ask";
+    EXPECT_EQ(arcaJson({"class", "bind", "gold", "df_*", "--yes"})["bound"], 2);
+    EXPECT_EQ(listed({"--class", "gold"}), "df_1 df_2");
+    EXPECT_EQ(arcaJson({"class", "bind", "gold", "df_*"})["bound"], 0) << "nothing twice";
+    EXPECT_EQ(arca({"class", "bind", "none", "df_*"}).status, 1);
+
+    EXPECT_EQ(arca({"access", "grant", "other", "--filespace", "/none"}).status, 1);
+    ASSERT_EQ(arca({"access", "grant", "other", "df_1", "--filespace", "/fs"}).status, 0);
+    EXPECT_EQ(arcaJson({"show", "df_1"})["versions"][0]["readers"], Words{"other"});
+    EXPECT_EQ(arcaJson({"show", "df_2"})["versions"][0]["readers"], Words{});
+    const auto rules = arcaJson({"access", "list"})["rules"];
+    ASSERT_EQ(rules.size(), 1U);
+    const std::string number = std::to_string(rules[0]["rule"].get<std::uint32_t>());
+    EXPECT_EQ(arca({"access", "revoke", number}).status, 0);
+    EXPECT_EQ(arca({"access", "revoke", number}).status, 1);
+    EXPECT_EQ(arcaJson({"access", "list"})["rules"].size(), 0U);
+}
+
+} // namespace
+
+} // namespace keel::test
