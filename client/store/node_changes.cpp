@@ -279,7 +279,22 @@ Result<void> NodeSpace::copyToInactive(PieceId id)
     }
     ARCA_TRY(const Bytes note, encodeInactiveNote(domain_->manifestKey(), id, std::time(nullptr)));
     ARCA_CHECK(copy->append(note));
-    return copy->commit(inactiveNameOf(id));
+    ARCA_CHECK(copy->commit(inactiveNameOf(id)));
+    return proveCopy(inactiveNameOf(id));
+}
+
+/// A copy that is soon the only one must be the piece, whatever the disk or the memory made of what
+/// was read.
+Result<void> NodeSpace::proveCopy(const std::string &blobName)
+{
+    ARCA_TRY(const auto blob, store_.open(blobName));
+    ARCA_TRY(const Manifest manifest, readManifest(*blob, domain_->manifestKey()));
+    ManifestRuns runs(*blob, manifest);
+    for (;;) {
+        ARCA_TRY(const auto run, runs.next());
+        if (!run)
+            return {};
+    }
 }
 
 Result<void> NodeSpace::change(const Step &step, bool renamed)

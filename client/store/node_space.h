@@ -155,6 +155,7 @@ private:
     Result<void> change(const Step &step, bool renamed);
     Result<void> prepareChange(const ChangePlan &plan, std::span<const Sent> pieces, bool renamed);
     Result<void> copyToInactive(PieceId id);
+    Result<void> proveCopy(const std::string &blobName);
     Result<void> finishChange(const ChangePlan &plan);
     Result<void> undoChange(const ChangePlan &plan);
     Result<void> removeStored(Located &located);

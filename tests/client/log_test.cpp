@@ -58,7 +58,8 @@ TEST_F(ClientTest, ArcaLogShowsWhatSessionsReported)
     EXPECT_EQ(log({"--severity", "bad"}).status, 2);
 
     // Whatever else lies there, the rest is shown.
-    writeFile(installation_.repository() / "log" / "stray",
+    fs::create_directories(installation_.repository() / "log" / "20200101");
+    writeFile(installation_.repository() / "log" / "20200101" / "100000-0000000000000001",
               "no line\n\t\t\t\t\t\nX\tS\ta\tb\tc\td");
     const ProgramResult json = log({"--json", "--severity", "severe"});
     EXPECT_EQ(json.status, 0) << json.err;

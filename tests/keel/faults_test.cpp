@@ -109,10 +109,10 @@ TEST_F(KeelTest, BackupThatIsEndedBySignalLeavesNothing)
 TEST_F(KeelTest, DamagedPieceLeavesNoFile)
 {
     backUp("damaged", randomBytes(1'000'000, 6));
-    // The largest file of the repository is the piece; one bit of it is turned.
+    // The largest pack holds the piece; one bit of it is turned.
     std::filesystem::path largest;
     for (const auto &entry :
-         std::filesystem::recursive_directory_iterator(installation_.repository())) {
+         std::filesystem::recursive_directory_iterator(installation_.repository() / "packs")) {
         if (entry.is_regular_file() && (largest.empty() || entry.file_size() > file_size(largest)))
             largest = entry.path();
     }
