@@ -43,8 +43,9 @@ TEST_F(ArcaTest, LsFindsWhatItIsAskedFor)
     for (const auto &c : cases)
         EXPECT_EQ(listed(c.options), c.found) << testing::PrintToString(c.options);
 
-    for (const Words &form : {Words{"ls", "--long"}, Words{"ls", "--tree", "--all"},
-                              Words{"ls", "--sort", "size"}, Words{"ls", "--sort", "name"}}) {
+    for (const Words &form :
+         {Words{"ls", "--long", "--sort", "name"}, Words{"ls", "--tree", "--all"},
+          Words{"ls", "--sort", "size"}, Words{"ls", "--sort", "name"}}) {
         const ProgramResult shown = arca(form);
         EXPECT_EQ(shown.status, 0) << shown.err;
         EXPECT_LT(shown.out.find("df_2"), shown.out.find("l?g*")) << shown.out;
