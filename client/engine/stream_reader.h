@@ -10,21 +10,21 @@
 
 #include <memory>
 
-    namespace arca::engine
+namespace arca::engine
 {
 
-    class StreamReader
-    {
-    public:
-        /// `packs` and `runs` must outlive the reader; `runs` is called by one thread at a time.
-        static Result<std::unique_ptr<StreamReader>>
-        begin(const PackStore &packs, const Settings &settings, RunSource &runs);
-        virtual ~StreamReader() = default;
+class StreamReader
+{
+public:
+    /// `packs` and `runs` must outlive the reader; `runs` is called by one thread at a time.
+    static Result<std::unique_ptr<StreamReader>> begin(const PackStore &packs,
+                                                       const Settings &settings, RunSource &runs);
+    virtual ~StreamReader() = default;
 
-        /// Fills `into`; less only at the end of the stream. `damaged`, `notFound` when a pack is
-        /// missing: drop the reader.
-        virtual Result<std::size_t> read(std::span<std::byte> into) = 0;
-    };
+    /// Fills `into`; less only at the end of the stream. `damaged`, `notFound` when a pack is
+    /// missing: drop the reader.
+    virtual Result<std::size_t> read(std::span<std::byte> into) = 0;
+};
 
 } // namespace arca::engine
 
