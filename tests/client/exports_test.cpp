@@ -37,31 +37,6 @@ TEST(ClientLibraryTest, ExportsItsOperationsAndNothingElse)
     EXPECT_EQ(found, operations);
 }
 
-TEST(ClientLibraryTest, LoadsAndGoesAgainAndAgainWithoutLeavingDescriptors)
-{
-    const auto descriptors = [] {
-        std::size_t count = 0;
-        for ([[maybe_unused]] const auto &entry :
-             std::filesystem::directory_iterator("/proc/self/fd"))
-            ++count;
-        return count;
-    };
-    Installation installation;
-    const std::size_t before = descriptors();
-    for (int i = 0; i < 50; ++i) {
-        const ClientLibrary api;
-        envSetUp env{};
-        env.stVersion = HOX_ENVSETUP_VERSION;
-        installation.clientOptions().string().copy(env.hoxiConfig, HOX_MAX_PATH);
-        ASSERT_EQ(api.hoxSetUp(1, &env), HOX_RC_OK);
-        hoxInitExIn_t input{};
-        input.stVersion = HOX_INITEX_IN_VERSION;
-        hoxHandle_t handle = 0;
-        ASSERT_EQ(api.hoxInitEx(&handle, &input, nullptr), HOX_RC_OK);
-    }
-    EXPECT_EQ(descriptors(), before);
-}
-
 } // namespace
 
 } // namespace keel::test

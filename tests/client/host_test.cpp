@@ -18,10 +18,7 @@ namespace
 
 TEST(ClientLibraryTest, GoesWithItsOwnLibrariesWhateverTheHostHas)
 {
-#ifndef KEEL_TEST_STAND_INS
-    GTEST_SKIP() << "needs a host without a sanitizer";
-#endif
-    // All other cases of this program run over these, too; whoever calls one of them dies.
+    // The other case runs over these, too; whoever calls one of them dies.
     for (const char *name : {"ZSTD_compress2", "sqlite3_open_v2", "EVP_EncryptInit_ex"}) {
         void *const before = dlsym(RTLD_DEFAULT, name);
         ASSERT_NE(before, nullptr) << name;
@@ -125,11 +122,10 @@ TEST_F(HostTest, OpensAndClosesItAThousandTimesWhileItsThreadsLiveOn)
     const Held late = held();
     EXPECT_EQ(late.descriptors, early.descriptors);
     EXPECT_EQ(late.threads, early.threads);
-#ifdef KEEL_TEST_STAND_INS
     // What the C library itself keeps for threads that came and went moves a little.
     EXPECT_LT(late.memory, early.memory + 128 * 1024);
-#endif
 }
+
 } // namespace
 
 } // namespace keel::test
