@@ -100,10 +100,10 @@ std::string zshOption(const OutlineOption &option)
                                               zshText(option.operand), zshAction(option))));
     std::string text;
     for (const std::string &name : option.names) {
-        std::string specification = name + "[" + zshText(brief(option.help)) + "]";
+        std::string entry = name + "[" + zshText(brief(option.help)) + "]";
         if (!option.value.empty())
-            specification += ":" + zshText(option.value) + ":" + zshAction(option);
-        text += " \\\n        " + quoted("(" + joined(option.names, " ") + ")" + specification);
+            entry += ":" + zshText(option.value) + ":" + zshAction(option);
+        text += " \\\n        " + quoted("(" + joined(option.names, " ") + ")" + entry);
     }
     return text;
 }
