@@ -1,6 +1,7 @@
 // arca access: which other nodes may read pieces of this one.
 #include "agents/common/maint/mtaccess.h"
 #include "client/base/text.h"
+#include "tools/arca/actions.h"
 #include "tools/arca/client_session.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/piece_name.h"
@@ -108,34 +109,17 @@ void addAccess(CLI::App &app, Command &command)
 {
     CLI::App *verb =
         app.add_subcommand("access", "Let other nodes read pieces of this one, and take it back");
-    verb->require_subcommand(1);
     verb->footer("Example: arca access grant dbhost2");
-    const struct {
-        const char *name, *help, *footer;
-        Work work;
-    } actions[] = {
-        {"grant", "Let another node find and read pieces of this one",
-         "Example: arca access grant dbhost2 --filespace /lumoorc\n"
-         "A node that is not registered yet may read once it is and this node has logged on.",
-         grant},
-        {"list", "Show who may read what", "Example: arca access list --json", list},
-        {"revoke", "Take rules back; it ends the access at once",
-         "Example: arca access revoke 1804289383", revoke},
-    };
-    for (const auto &action : actions) {
-        CLI::App *inner = verb->add_subcommand(action.name, action.help);
-        auto asked = std::make_shared<Asked>();
-        addOperands(*inner, action.work, *asked);
-        addCommonOptions(*inner, command);
-        addPasswordOption(*inner, asked->fromStandardInput);
-        inner->footer(action.footer);
-        inner->callback([&command, asked, name = std::string(action.name), work = action.work] {
-            command.verb = "access " + name;
-            command.run = [&command, asked, work](Json &result) {
-                return perform(command, *asked, work, result);
-            };
-        });
-    }
+    addActions<Asked, Work>(
+        *verb, command,
+        {{"grant", "Let another node find and read pieces of this one",
+          "Example: arca access grant dbhost2 --filespace /lumoorc\n"
+          "A node that is not registered yet may read once it is and this node has logged on.",
+          grant},
+         {"list", "Show who may read what", "Example: arca access list --json", list},
+         {"revoke", "Take rules back; it ends the access at once",
+          "Example: arca access revoke 1804289383", revoke}},
+        addOperands, perform);
 }
 
 } // namespace arca::tool

@@ -1,6 +1,7 @@
 // arca class: the management classes of the repository, and what is bound to them.
 #include "agents/common/maint/mtpolicy.h"
 #include "client/base/text.h"
+#include "tools/arca/actions.h"
 #include "tools/arca/client_session.h"
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
@@ -208,42 +209,26 @@ void addClass(CLI::App &app, Command &command)
 {
     CLI::App *verb =
         app.add_subcommand("class", "Define, list, change and delete management classes");
-    verb->require_subcommand(1);
     verb->footer("Example: arca class define GOLD --pool FASTPOOL --versions nolimit --days 365");
-    const struct {
-        const char *name, *help, *footer;
-        Work work;
-    } actions[] = {
-        {"define", "Define a class",
-         "Example: arca class define GOLD --pool FASTPOOL --days 365\n"
-         "What is left out: the pool of STANDARD, one version, for ever.",
-         define},
-        {"list", "Show the classes, the default first", "Example: arca class list --json", list},
-        {"change", "Change what is given of a class",
-         "Example: arca class change STANDARD --days 90\nWhat is left out stays as it is.", change},
-        {"delete", "Delete a class",
-         "Example: arca class delete GOLD\n"
-         "Nothing new is bound to it; pieces that are bound to it keep it. STANDARD stays.",
-         retire},
-        {"bind", "Bind pieces to another class",
-         "Example: arca class bind GOLD 'monthly_*'\n"
-         "Inactive versions keep the class they have.",
-         bind},
-    };
-    for (const auto &action : actions) {
-        CLI::App *inner = verb->add_subcommand(action.name, action.help);
-        auto asked = std::make_shared<Asked>();
-        addOperands(*inner, action.work, *asked);
-        addCommonOptions(*inner, command);
-        addPasswordOption(*inner, asked->fromStandardInput);
-        inner->footer(action.footer);
-        inner->callback([&command, asked, name = std::string(action.name), work = action.work] {
-            command.verb = "class " + name;
-            command.run = [&command, asked, work](Json &result) {
-                return perform(command, *asked, work, result);
-            };
-        });
-    }
+    addActions<Asked, Work>(
+        *verb, command,
+        {{"define", "Define a class",
+          "Example: arca class define GOLD --pool FASTPOOL --days 365\n"
+          "What is left out: the pool of STANDARD, one version, for ever.",
+          define},
+         {"list", "Show the classes, the default first", "Example: arca class list --json", list},
+         {"change", "Change what is given of a class",
+          "Example: arca class change STANDARD --days 90\nWhat is left out stays as it is.",
+          change},
+         {"delete", "Delete a class",
+          "Example: arca class delete GOLD\n"
+          "Nothing new is bound to it; pieces that are bound to it keep it. STANDARD stays.",
+          retire},
+         {"bind", "Bind pieces to another class",
+          "Example: arca class bind GOLD 'monthly_*'\n"
+          "Inactive versions keep the class they have.",
+          bind}},
+        addOperands, perform);
 }
 
 } // namespace arca::tool

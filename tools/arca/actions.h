@@ -1,0 +1,45 @@
+// A verb of several actions, such as arca class define: each is a sub-verb, and all of them share
+// what they ask for and how they are carried out.
+#ifndef KEEL_TOOLS_ARCA_ACTIONS_H
+#define KEEL_TOOLS_ARCA_ACTIONS_H
+
+#include "tools/arca/node_session.h"
+
+#include <initializer_list>
+#include <memory>
+
+namespace arca::tool
+{
+
+template <class Work> struct Action {
+    const char *name, *help, *footer;
+    Work work;
+};
+
+/// Adds each action with the operands that `addOperands(app, work, asked)` gives it, and has it
+/// carried out by `perform(command, asked, work, result)`. Asked says `fromStandardInput`.
+template <class Asked, class Work, class AddOperands, class Perform>
+void addActions(CLI::App &verb, Command &command, std::initializer_list<Action<Work>> actions,
+                AddOperands addOperands, Perform perform)
+{
+    verb.require_subcommand(1);
+    for (const Action<Work> &action : actions) {
+        CLI::App *inner = verb.add_subcommand(action.name, action.help);
+        auto asked = std::make_shared<Asked>();
+        addOperands(*inner, action.work, *asked);
+        addCommonOptions(*inner, command);
+        addPasswordOption(*inner, asked->fromStandardInput);
+        inner->footer(action.footer);
+        inner->callback([&command, asked, perform, work = action.work,
+                         name = verb.get_name() + " " + action.name] {
+            command.verb = name;
+            command.run = [&command, asked, perform, work](Json &result) {
+                return perform(command, *asked, work, result);
+            };
+        });
+    }
+}
+
+} // namespace arca::tool
+
+#endif
