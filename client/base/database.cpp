@@ -3,6 +3,8 @@
 
 #include <sqlite3.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +15,20 @@ namespace
 {
 
 constexpr int kBusyMilliseconds = 5000;
+
+/// Never waits: whoever holds it may have been stopped. A lock that was taken before is exchanged.
+bool tryLock(int descriptor, bool exclusive)
+{
+#ifdef LOCK_SH
+    return flock(descriptor, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) == 0;
+#else
+    // Does not keep threads of one process apart, which then find a damaged file once more.
+    struct flock whole = {};
+    whole.l_type = exclusive ? F_WRLCK : F_RDLCK;
+    whole.l_whence = SEEK_SET;
+    return fcntl(descriptor, F_SETLK, &whole) == 0;
+#endif
+}
 
 } // namespace
 
@@ -81,6 +97,12 @@ void Database::Close::operator()(sqlite3 *connection) const
 
 bool Database::open()
 {
+    close();
+    if (isFile()) {
+        lock_ = ::open((path_ + "-lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        if (lock_ < 0 || !tryLock(lock_, false))
+            return false;
+    }
     sqlite3 *opened = nullptr;
     const int code =
         sqlite3_open_v2(path_.c_str(), &opened,
@@ -95,15 +117,20 @@ bool Database::open()
 void Database::close()
 {
     connection_.reset();
+    if (lock_ >= 0)
+        (void)::close(lock_);
+    lock_ = -1;
 }
 
-void Database::discard()
+bool Database::discard()
 {
+    connection_.reset();
+    const bool mayGo = lock_ >= 0 && tryLock(lock_, true);
+    if (mayGo)
+        for (const char *ending : {"", "-wal", "-shm"})
+            (void)unlink((path_ + ending).c_str());
     close();
-    if (path_ == kInMemory || path_ == kTemporary)
-        return;
-    for (const char *ending : {"", "-wal", "-shm"})
-        (void)unlink((path_ + ending).c_str());
+    return mayGo || !isFile();
 }
 
 bool Database::isDamaged() const

@@ -73,14 +73,17 @@ public:
 
     /// Nothing is opened yet.
     explicit Database(std::string path) : path_(std::move(path)) {}
+    ~Database() { close(); }
+    Database(const Database &) = delete;
+    Database &operator=(const Database &) = delete;
 
     bool open();
     bool isOpen() const { return connection_ != nullptr; }
     /// Every statement must be gone.
     void close();
-    /// Closes it, and removes its files. Whoever has it open goes on with files that have no name
-    /// any more.
-    void discard();
+    /// Closes it, and removes its files, unless somebody else has it open: false, and it stays.
+    /// Removing them under another would give its log to the next file of the name.
+    bool discard();
     /// Whether the last call found that the file is no database, or a damaged one.
     bool isDamaged() const;
 
@@ -92,7 +95,10 @@ private:
     struct Close {
         void operator()(sqlite3 *connection) const;
     };
+    bool isFile() const { return path_ != kInMemory && path_ != kTemporary; }
+
     const std::string path_;
+    int lock_ = -1; ///< of the file beside it that whoever has it open holds a shared lock on
     std::unique_ptr<sqlite3, Close> connection_;
 };
 

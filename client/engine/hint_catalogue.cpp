@@ -54,24 +54,28 @@ HintCatalogue::HintCatalogue(const std::string &directory, const std::string &do
     if (database_.open() && prepareSchema(domain))
         return;
     // Damaged, or another's.
-    discard();
-    if (!database_.open() || !prepareSchema(domain))
+    if (!discard() || !database_.open() || !prepareSchema(domain))
         disconnect();
 }
 
 HintCatalogue::~HintCatalogue() = default;
 
-void HintCatalogue::disconnect()
+void HintCatalogue::letGo()
 {
     for (Statement *statement : {&find_, &addPack_, &addHint_})
         statement->reset();
+}
+
+void HintCatalogue::disconnect()
+{
+    letGo();
     database_.close();
 }
 
-void HintCatalogue::discard()
+bool HintCatalogue::discard()
 {
-    disconnect();
-    database_.discard();
+    letGo();
+    return database_.discard();
 }
 
 void HintCatalogue::lookAfterFailure()

@@ -48,8 +48,9 @@ public:
 
 private:
     bool prepareSchema(const std::string &domain);
+    void letGo();
     void disconnect();
-    void discard();
+    bool discard();
     /// After a call of SQLite: a file that turns out to be damaged is thrown away, and nothing is
     /// known until it is made anew.
     void lookAfterFailure();

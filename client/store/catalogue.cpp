@@ -115,7 +115,8 @@ Result<bool> Listing::fillFile()
             return true;
         if (!good && !file_->isDamaged())
             return false; // full, read-only, or somebody else's for too long
-        file_->discard();
+        if (!file_->discard())
+            return false; // the last one to have it open can
     }
     return false;
 }

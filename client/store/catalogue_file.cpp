@@ -13,16 +13,17 @@ namespace arca::store
 namespace
 {
 
-constexpr std::string_view kLayout = "1 ";
+constexpr std::string_view kLayout = "2 ";
 constexpr std::size_t kNonceBytes = 12;
 constexpr const char *kSchema =
     "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-4096;"
     "CREATE TABLE IF NOT EXISTS about(name TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID;"
-    "CREATE TABLE IF NOT EXISTS objects(inserted INTEGER NOT NULL, id INTEGER NOT NULL,"
-    " inactive INTEGER NOT NULL, hash BLOB NOT NULL, stamp INTEGER NOT NULL,"
+    "CREATE TABLE IF NOT EXISTS objects(hash BLOB NOT NULL, inserted INTEGER NOT NULL,"
+    " id INTEGER NOT NULL, inactive INTEGER NOT NULL, stamp INTEGER NOT NULL,"
     " record INTEGER NOT NULL, sealed BLOB NOT NULL,"
-    " PRIMARY KEY(inserted, id, inactive)) WITHOUT ROWID;"
-    "CREATE INDEX IF NOT EXISTS by_name ON objects(hash, inserted, id, inactive, stamp, record);";
+    " PRIMARY KEY(hash, inserted, id, inactive)) WITHOUT ROWID;";
+constexpr const char *kIndex =
+    "CREATE INDEX IF NOT EXISTS by_time ON objects(inserted, id, inactive, hash);";
 
 /// Signed, in the order of the identifiers.
 std::int64_t sortable(PieceId id)
@@ -69,9 +70,8 @@ public:
     {
         std::uint64_t mixed = 0;
         ByteReader hash(row.hash);
-        for (const std::uint64_t part :
-             {static_cast<std::uint64_t>(row.inserted), row.id, std::uint64_t{row.inactive},
-              hash.u64(), hash.u64(), row.stamp, row.record}) {
+        for (const std::uint64_t part : {static_cast<std::uint64_t>(row.inserted), row.id,
+                                         std::uint64_t{row.inactive}, hash.u64(), hash.u64()}) {
             mixed = (mixed ^ part) * 0x9e3779b97f4a7c15U;
             mixed ^= mixed >> 29;
         }
@@ -132,17 +132,11 @@ CatalogueFile::CatalogueFile(const std::string &path, const SecretKey &key)
 
 CatalogueFile::~CatalogueFile() = default;
 
-void CatalogueFile::close()
+bool CatalogueFile::discard()
 {
     for (Statement *statement : {&under_, &insert_, &remove_, &byTime_, &byName_})
         statement->reset();
-    database_.close();
-}
-
-void CatalogueFile::discard()
-{
-    close();
-    database_.discard();
+    return database_.discard();
 }
 
 /// What every call answers that fails.
@@ -157,8 +151,7 @@ bool CatalogueFile::open()
     damaged_ = false;
     if (database_.open() && database_.run(kSchema) && isOurs() && prepare())
         return true;
-    discard();
-    return database_.open() && database_.run(kSchema) && isOurs() && prepare();
+    return discard() && database_.open() && database_.run(kSchema) && isOurs() && prepare();
 }
 
 bool CatalogueFile::isOurs()
@@ -182,14 +175,17 @@ bool CatalogueFile::isOurs()
 bool CatalogueFile::prepare()
 {
     under_ = database_.prepare("SELECT inserted, id, inactive, hash, stamp, record FROM objects"
-                               " INDEXED BY by_name WHERE hash>=?1 AND hash<=?2 ORDER BY hash");
-    insert_ = database_.prepare("INSERT OR REPLACE INTO objects VALUES(?1,?2,?3,?4,?5,?6,?7)");
-    remove_ = database_.prepare("DELETE FROM objects WHERE inserted=?1 AND id=?2 AND inactive=?3");
+                               " NOT INDEXED WHERE hash>=?1 AND hash<=?2 ORDER BY hash");
+    insert_ = database_.prepare("INSERT OR REPLACE INTO objects"
+                                "(inserted, id, inactive, hash, stamp, record, sealed)"
+                                " VALUES(?1,?2,?3,?4,?5,?6,?7)");
+    remove_ = database_.prepare(
+        "DELETE FROM objects WHERE inserted=?1 AND id=?2 AND inactive=?3 AND hash=?4");
     byTime_ = database_.prepare(
         "SELECT inserted, id, inactive, hash, stamp, record, sealed FROM objects"
         " WHERE (inserted, id, inactive)>(?1,?2,?3) ORDER BY inserted, id, inactive LIMIT ?5");
     byName_ = database_.prepare(
-        "SELECT inserted, id, inactive, hash, stamp, record, sealed FROM objects INDEXED BY by_name"
+        "SELECT inserted, id, inactive, hash, stamp, record, sealed FROM objects NOT INDEXED"
         " WHERE (hash, inserted, id, inactive)>(?4,?1,?2,?3)"
         " ORDER BY hash, inserted, id, inactive LIMIT ?5");
     return under_ && insert_ && remove_ && byTime_ && byName_;
@@ -230,6 +226,7 @@ bool CatalogueFile::remove(const CatalogueRow &row)
     use.bind(1, row.inserted);
     use.bind(2, sortable(row.id));
     use.bind(3, std::int64_t{row.inactive});
+    use.bind(4, ByteView(row.hash));
     return use.done();
 }
 
@@ -255,7 +252,7 @@ bool CatalogueFile::change(const std::vector<CatalogueRow> &gone,
 bool CatalogueFile::isConsistent()
 {
     // Both in one view of the file: others may be changing it.
-    if (!database_.run("BEGIN"))
+    if (!database_.run(kIndex) || !database_.run("BEGIN"))
         return failed();
     Sum table, index;
     bool ordered = true, good = true;
@@ -276,14 +273,14 @@ bool CatalogueFile::isConsistent()
         good = good && use.atEnd();
     };
     scan("SELECT inserted, id, inactive, hash, stamp, record FROM objects NOT INDEXED"
-         " ORDER BY inserted, id, inactive",
-         table, [](const CatalogueRow &row) {
-             return std::make_tuple(row.inserted, row.id, row.inactive);
-         });
-    scan("SELECT inserted, id, inactive, hash, stamp, record FROM objects INDEXED BY by_name"
          " ORDER BY hash, inserted, id, inactive",
-         index, [](const CatalogueRow &row) {
+         table, [](const CatalogueRow &row) {
              return std::make_tuple(row.hash, row.inserted, row.id, row.inactive);
+         });
+    scan("SELECT inserted, id, inactive, hash, 0, 0 FROM objects INDEXED BY by_time"
+         " ORDER BY inserted, id, inactive, hash",
+         index, [](const CatalogueRow &row) {
+             return std::make_tuple(row.inserted, row.id, row.inactive, row.hash);
          });
     (void)database_.run("COMMIT");
     return good && ordered && table == index;

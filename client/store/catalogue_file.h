@@ -4,7 +4,11 @@
 // whoever calls makes it again (see catalogue.h). One thread at a time.
 //
 //   about(name, value)   'whose': layout of the file, and a digest that only the node's key gives
-//   objects(inserted, id, inactive, hash, stamp, record, sealed), in the order of the first three
+//   objects(hash, inserted, id, inactive, stamp, record, sealed), in the order of the first four
+//   by_time              the index of the others: inserted, id, inactive, hash
+//
+// The table lies in the order in which the blobs are gone through, and the index is made when a new
+// file has been filled: so filling one writes everything once, one page after the other.
 //
 // A row tells no more than the names and dates of the blobs do: inserted, id, inactive and hash are
 // of the piece, stamp is that of its blob, record that of the record beside it (0: it has none).
@@ -72,8 +76,8 @@ public:
 
     /// Whether something failed because the file is damaged.
     bool isDamaged() const { return damaged_; }
-    void close();
-    void discard();
+    /// See Database::discard().
+    bool discard();
 
     Result<void> seal(CatalogueRow &row, const PieceInfo &piece) const;
     /// `damaged` unless everything in the row is what was put there.
