@@ -16,6 +16,7 @@ void addCommonOptions(CLI::App &verb, Command &command)
     command.optionFile = KEEL_CLIENT_ROOT "/api/bin64/arca.opt";
     verb.add_option("--optfile", command.optionFile, "Option file of the storage client")
         ->type_name("FILE")
+        ->envname("ARCA_OPTFILE")
         ->capture_default_str();
     verb.add_flag("--json", command.json, "Print one JSON object instead of text");
 }

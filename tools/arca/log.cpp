@@ -137,7 +137,7 @@ void addLog(CLI::App &app, Command &command)
         ->type_name("TIME");
     verb->add_option("--before", asked->before, "Events before then")->type_name("TIME");
     verb->add_option("--severity", asked->severity, "Events as severe as that, or worse")
-        ->transform(CLI::CheckedTransformer(kSeverities, CLI::ignore_case))
+        ->transform(CLI::CheckedTransformer(kSeverities, CLI::ignore_case).description(""))
         ->type_name("info|warning|error|severe");
     verb->add_option("--node", asked->node, "Events of that node only")->type_name("NAME");
     verb->add_option("--prune", asked->pruneDays,

@@ -36,6 +36,8 @@ OutlineOption outlineOf(const CLI::Option &option)
     outline.help = option.get_description();
     if (!option.get_default_str().empty())
         outline.help += fmt::format(" (default: {})", option.get_default_str());
+    if (!option.get_envname().empty())
+        outline.help += fmt::format(" (environment: {})", option.get_envname());
     outline.required = option.get_required();
     outline.repeated = option.get_items_expected_max() > 1;
     return outline;

@@ -74,19 +74,19 @@ void addBackup(CLI::App &app, Command &command)
 {
     CLI::App *verb = app.add_subcommand("backup", "Store a stream as a backup piece");
     auto backup = std::make_shared<Backup>();
-    verb->add_option("NAME", backup->name, "name of the piece; it must be new")
+    verb->add_option("NAME", backup->name, "Name of the piece; it must be new")
         ->required()
         ->type_name("");
-    verb->add_option("--input,-i", backup->input, "file to store; - is standard input")
+    verb->add_option("--input,-i", backup->input, "File to store; - is standard input")
         ->required()
         ->type_name("FILE");
     addBlockSize(*verb, backup->blockSize);
-    verb->add_option("--copy", backup->attributes.copy, "copy number, 1 to 4 (default: 1)")
+    verb->add_option("--copy", backup->attributes.copy, "Copy number, 1 to 4 (default: 1)")
         ->check(CLI::Range(1, 4).description(""))
         ->type_name("N");
-    verb->add_option("--database", backup->attributes.database, "name of the database it is of")
+    verb->add_option("--database", backup->attributes.database, "Name of the database it is of")
         ->type_name("NAME");
-    verb->add_option("--type", backup->type, "what it holds")
+    verb->add_option("--type", backup->type, "What it holds")
         ->check(CLI::IsMember({"datafile", "archivelog", "other"}).description(""))
         ->type_name("datafile|archivelog|other");
     addTiming(*verb, command);

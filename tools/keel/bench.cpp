@@ -232,7 +232,7 @@ int run(const Asked &asked, const Command &command, Json &result)
 
 void addSize(CLI::App &verb, Asked &asked)
 {
-    verb.add_option("--size", asked.plan.bytes, "bytes a day, of all channels (default: 1G)")
+    verb.add_option("--size", asked.plan.bytes, "Bytes a day, of all channels (default: 1G)")
         ->transform(CLI::AsSizeValue(false).description(""))
         ->type_name("SIZE");
 }
@@ -247,23 +247,23 @@ void addBench(CLI::App &app, Command &command)
     asked->plan.bytes = std::uint64_t{1} << 30;
     asked->plan.blockSize = kDefaultBlockSize;
     verb->add_option("--channels", asked->plan.channels,
-                     "processes, each with a channel (default: 1)")
+                     "Processes, each with a channel (default: 1)")
         ->check(CLI::Range(1, 64).description(""))
         ->type_name("N");
     addSize(*verb, *asked);
     verb->add_option("--input,-i", asked->plan.input,
-                     "store this file, a part of it in each channel, instead of blocks like those "
+                     "Store this file, a part of it in each channel, instead of blocks like those "
                      "of a database that are made for it")
         ->type_name("FILE");
     verb->add_option("--days", asked->plan.days,
-                     "store the database again as it is later (default: 1)")
+                     "Store the database again as it is later (default: 1)")
         ->check(CLI::Range(1, 365).description(""))
         ->type_name("N");
     verb->add_option("--change-rate", asked->plan.changeRate,
-                     "per cent of the blocks that change in a day (default: 3)")
+                     "Per cent of the blocks that change in a day (default: 3)")
         ->check(CLI::Range(0.0, 100.0).description(""))
         ->type_name("PERCENT");
-    verb->add_flag("--restore", asked->restore, "also read the last day's pieces back and compare");
+    verb->add_flag("--restore", asked->restore, "Also read the last day's pieces back and compare");
     addBlockSize(*verb, asked->plan.blockSize);
     addCommonOptions(*verb, command);
     verb->footer(

@@ -17,23 +17,23 @@ void addCommonOptions(CLI::App &verb, Command &command)
 {
     verb.add_option(
             "--optfile", command.optionFile,
-            "option file of the agent (default: $VELO_OPTFILE, else the installed velo.opt)")
+            "Option file of the agent (default: $VELO_OPTFILE, else the installed velo.opt)")
         ->type_name("FILE");
     verb.add_option("--library", command.channel.library,
-                    "agent to load (default: the libobk.so installed beside this program)")
+                    "Agent to load (default: the libobk.so installed beside this program)")
         ->type_name("FILE");
     CLI::Option *trace = verb.add_option("--trace", command.channel.traceFile,
-                                         "append the agent's database trace to this file")
+                                         "Append the agent's database trace to this file")
                              ->type_name("FILE");
     verb.add_option("--trace-level", command.channel.traceLevel,
                     "0 failures, 1 also calls (default), 2 also details")
         ->needs(trace)
         ->type_name("N");
     verb.add_option("--log", command.logFile,
-                    "append a line about the outcome to this file, which wraps at 10 MiB")
+                    "Append a line about the outcome to this file, which wraps at 10 MiB")
         ->type_name("FILE");
-    verb.add_flag("--json", command.json, "print one JSON object about the outcome");
-    verb.add_flag("--quiet,-q", command.quiet, "show no progress");
+    verb.add_flag("--json", command.json, "Print one JSON object about the outcome");
+    verb.add_flag("--quiet,-q", command.quiet, "Show no progress");
 }
 
 void addBlockSize(CLI::App &verb, std::size_t &blockSize)
@@ -46,7 +46,7 @@ void addBlockSize(CLI::App &verb, std::size_t &blockSize)
         return {};
     };
     verb.add_option("--block-size", blockSize,
-                    "bytes that go through the agent at a time, as 8192 or 256K (default: 256K)")
+                    "Bytes that go through the agent at a time, as 8192 or 256K (default: 256K)")
         ->check(CLI::Validator(valid, ""))
         ->transform(CLI::AsSizeValue(false).description(""))
         ->type_name("SIZE");
@@ -71,7 +71,7 @@ void addTiming(CLI::App &verb, Command &command)
             command.timing = true;
             mtMeasure(true);
         },
-        "tell at the end where the time went");
+        "Tell at the end where the time went");
 }
 
 namespace

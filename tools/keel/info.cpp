@@ -86,7 +86,7 @@ void addInfo(CLI::App &app, Command &command)
 {
     CLI::App *verb = app.add_subcommand("info", "Tell what is known of backup pieces");
     auto names = std::make_shared<std::vector<std::string>>();
-    verb->add_option("NAME", *names, "names of the pieces")->required()->type_name("");
+    verb->add_option("NAME", *names, "Names of the pieces")->required()->type_name("");
     addCommonOptions(*verb, command);
     verb->footer("Example: keel info data-monday data-tuesday\n"
                  "Status 0: all of them are there; 1: one is missing, or the question failed.");

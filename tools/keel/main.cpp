@@ -128,7 +128,7 @@ int main(int argc, char **argv)
                "keel VERB --help tells more of a verb.");
     keel::Command command;
     app.add_flag("--sbt1", command.channel.firstVersion,
-                 "use the interface of older databases, its first version: keel --sbt1 VERB ...");
+                 "Use the interface of older databases, its first version: keel --sbt1 VERB ...");
     keel::addBackup(app, command);
     keel::addRestore(app, command);
     keel::addInfo(app, command);

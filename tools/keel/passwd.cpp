@@ -112,7 +112,7 @@ void addPasswd(CLI::App &app, Command &command)
         "passwd", "Write the password file that the agent logs on with (PASSWORDACCESS prompt)");
     auto fromStandardInput = std::make_shared<bool>(false);
     verb->add_flag("--stdin", *fromStandardInput,
-                   "read the password, one line, from standard input and do not ask");
+                   "Read the password, one line, from standard input and do not ask");
     addCommonOptions(*verb, command);
     verb->footer(
         "Example: keel passwd --optfile /etc/keel/velo.opt\n"

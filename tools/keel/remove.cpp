@@ -94,8 +94,8 @@ void addRemove(CLI::App &app, Command &command)
 {
     CLI::App *verb = app.add_subcommand("remove", "Delete backup pieces");
     auto remove = std::make_shared<Remove>();
-    verb->add_option("NAME", remove->names, "names of the pieces")->required()->type_name("");
-    verb->add_flag("--yes,-y", remove->yes, "do not ask");
+    verb->add_option("NAME", remove->names, "Names of the pieces")->required()->type_name("");
+    verb->add_flag("--yes,-y", remove->yes, "Do not ask");
     addCommonOptions(*verb, command);
     verb->footer(
         "Example: keel remove data-monday --yes\n"

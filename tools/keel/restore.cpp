@@ -64,11 +64,11 @@ void addRestore(CLI::App &app, Command &command)
 {
     CLI::App *verb = app.add_subcommand("restore", "Give the stream of a backup piece back");
     auto restore = std::make_shared<Restore>();
-    verb->add_option("NAME", restore->name, "name of the piece")->required()->type_name("");
-    verb->add_option("--output,-o", restore->output, "file to write; - is standard output")
+    verb->add_option("NAME", restore->name, "Name of the piece")->required()->type_name("");
+    verb->add_option("--output,-o", restore->output, "File to write; - is standard output")
         ->required()
         ->type_name("FILE");
-    verb->add_flag("--force,-f", restore->force, "replace the file if it is there");
+    verb->add_flag("--force,-f", restore->force, "Replace the file if it is there");
     addBlockSize(*verb, restore->blockSize);
     addTiming(*verb, command);
     addCommonOptions(*verb, command);

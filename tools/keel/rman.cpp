@@ -108,14 +108,14 @@ void addRman(CLI::App &app, Command &command)
         "rman", "Print the RMAN commands that configure channels for this installation");
     auto asked = std::make_shared<Asked>();
     verb->add_option("--channels", asked->channels,
-                     "channels that work at the same time (default: 1)")
+                     "Channels that work at the same time (default: 1)")
         ->check(CLI::Range(1, 255).description(""))
         ->type_name("N");
-    verb->add_flag("--run", asked->runBlock, "a block for one backup instead of the configuration");
-    verb->add_option("--format", asked->format, "names of the pieces (default: %U)")
+    verb->add_flag("--run", asked->runBlock, "A block for one backup instead of the configuration");
+    verb->add_option("--format", asked->format, "Names of the pieces (default: %U)")
         ->type_name("FORMAT");
     verb->add_option("--duplicate-from", asked->duplicateFrom,
-                     "duplicate a database whose pieces that node has stored")
+                     "Duplicate a database whose pieces that node has stored")
         ->type_name("NODE");
     addCommonOptions(*verb, command);
     verb->footer(

@@ -166,10 +166,10 @@ void addTrace(CLI::App &app, Command &command)
         "trace", "Print the agent's own trace (VELO_TRACE_FILE) in the order of time");
     auto name = std::make_shared<std::string>();
     verb->add_option("FILE", *name,
-                     "the trace; when it is kept in segments, FILE.1, FILE.2 ..., they are printed")
+                     "The trace; when it is kept in segments, FILE.1, FILE.2 ..., they are printed")
         ->required()
         ->type_name("");
-    verb->add_flag("--json", command.json, "print one JSON object with the lines");
+    verb->add_flag("--json", command.json, "Print one JSON object with the lines");
     verb->footer(
         "Example: keel trace /var/log/keel/velo.trace | less\n"
         "A trace with a maximum (VELO_TRACE_MAX) goes on at its beginning when it is full; it is\n"
