@@ -215,8 +215,7 @@ void addLs(CLI::App &app, Command &command)
                      "Names of pieces: * stands for anything, ? for one character");
     verb->add_flag("--long,-l", asked->longForm, "With identifier, class, state, stored size");
     verb->add_flag("--tree", asked->tree, "By filespace and name, with the versions of each");
-    verb->add_option("--sort", asked->sort,
-                     "Order; any but stored holds the list in memory")
+    verb->add_option("--sort", asked->sort, "Order; any but stored holds the list in memory")
         ->transform(CLI::CheckedTransformer(kSorts, CLI::ignore_case).description(""))
         ->type_name("stored|name|size");
     addSelectionOptions(*verb, asked->selection);
