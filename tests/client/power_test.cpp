@@ -322,7 +322,12 @@ std::uint64_t numberFrom(const char *variable, std::uint64_t otherwise)
 
 TEST_F(PowerTest, WheneverItGoesTheRepositoryHoldsWhatWasAcknowledgedAndNothingHalf)
 {
-    const std::uint64_t wanted = numberFrom("KEEL_TEST_REPLAYS", 150);
+#ifdef KEEL_TEST_SANITIZED
+    constexpr std::uint64_t kReplays = 50;
+#else
+    constexpr std::uint64_t kReplays = 150;
+#endif
+    const std::uint64_t wanted = numberFrom("KEEL_TEST_REPLAYS", kReplays);
     const std::uint64_t seed = numberFrom("KEEL_TEST_SEED", 20261121);
     Random random(seed);
     std::uint64_t replayed = 0, cuts = 0, recordings = 0;
