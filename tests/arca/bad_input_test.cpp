@@ -72,13 +72,17 @@ TEST_F(ArcaTest, WhatIsWrongIsSaidInOneLine)
             EXPECT_EQ(result.out, "");
             EXPECT_GT(result.err.size(), 30U) << result.err;
         }
-        const auto told = arcaJson({"ls"}, 1);
+        const auto told = arcaJson({"ls", "--log", "jobs.log"}, 1);
+        const std::string reason = told["error"];
+        EXPECT_NE(readFile("jobs.log").find("Z arca ls: " + reason + "\n"), std::string::npos);
         EXPECT_FALSE(told["ok"]);
         EXPECT_TRUE(told["error"].is_string());
         c.mend();
     }
     EXPECT_EQ(content(), before);
     EXPECT_EQ(listed({}), "p");
+    EXPECT_EQ(arca({"stats", "--log", "jobs.log"}).status, 0);
+    EXPECT_TRUE(readFile("jobs.log").ends_with("Z arca stats: done\n"));
 }
 
 TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)

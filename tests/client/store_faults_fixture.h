@@ -1,5 +1,5 @@
-// A small repository over files that fail, or lose what was not synced, and pieces of work on it with
-// what must hold afterwards.
+// A small repository over files that fail, or lose what was not synced, and pieces of work on it
+// with what must hold afterwards.
 #ifndef KEEL_TESTS_CLIENT_STORE_FAULTS_FIXTURE_H
 #define KEEL_TESTS_CLIENT_STORE_FAULTS_FIXTURE_H
 

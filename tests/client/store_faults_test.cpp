@@ -8,8 +8,8 @@ namespace
 
 using namespace arca;
 using test::MemoryFiles;
-using test::streamOf;
 using test::StoreFaults;
+using test::streamOf;
 
 // Under a sanitizer only some of the operations, others for each way to fail: it takes ten times as
 // long.

@@ -18,6 +18,9 @@ void addCommonOptions(CLI::App &verb, Command &command)
         ->type_name("FILE")
         ->envname("ARCA_OPTFILE")
         ->capture_default_str();
+    verb.add_option("--log", command.logFile,
+                    "Append a line about the outcome to this file, which wraps at 10 MiB")
+        ->type_name("FILE");
     verb.add_flag("--json", command.json, "Print one JSON object instead of text");
 }
 

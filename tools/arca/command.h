@@ -31,6 +31,7 @@ struct Command {
     std::string optionFile;
     bool json = false;
     bool ownJson = false; // the verb printed its object itself, and perform() prints none
+    std::string logFile;  ///< a line about the outcome goes there; empty: nowhere
     std::string verb;
 
     /// Does the work. Fills the object that --json prints, and prints for people when there is no

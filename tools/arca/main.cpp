@@ -1,10 +1,13 @@
 // arca: looks after the repository.
+#include "agents/common/maint/mtwrap.h"
 #include "client/base/text.h"
 #include "tools/arca/command.h"
 #include "tools/common/outline.h"
 #include "tools/common/streams.h"
+#include "tools/common/text.h"
 
 #include <cstdio>
+#include <cstring>
 
 #include <fmt/format.h>
 
@@ -20,6 +23,17 @@ void complain(const Command &command, const std::string &text)
     std::fputs(fmt::format("arca {}: {}\n", command.verb, printable(text, 4000)).c_str(), stderr);
 }
 
+/// That it cannot be written is told, and changes nothing: what the verb did is done.
+void logOutcome(const Command &command, const std::string &outcome)
+{
+    if (command.logFile.empty())
+        return;
+    const std::string line = tools::outcomeLine("arca", command.verb, outcome);
+    if (const int error = mtWrapAppend(command.logFile.c_str(), {}, line); error != 0)
+        complain(command,
+                 fmt::format("cannot write {}: {}", command.logFile, std::strerror(error)));
+}
+
 int runVerb(const Command &command, Json &result)
 {
     Result<void> done = Error{ErrorKind::internal, "the verb was not run"};
@@ -32,6 +46,7 @@ int runVerb(const Command &command, Json &result)
     } catch (const std::exception &error) {
         done = Error{ErrorKind::internal, error.what()};
     }
+    logOutcome(command, done ? "done" : done.error().text);
     if (done)
         return 0;
     result["ok"] = false;

@@ -81,4 +81,10 @@ std::string utcTimeText(std::int64_t seconds)
     return ::gmtime_r(&time, &parts) ? timeText("%Y-%m-%dT%H:%M:%SZ", parts) : "?";
 }
 
+std::string outcomeLine(std::string_view program, std::string_view work, std::string_view outcome)
+{
+    return fmt::format("{} {} {}: {}", utcTimeText(std::time(nullptr)), program, printable(work),
+                       printable(outcome));
+}
+
 } // namespace tools

@@ -27,6 +27,10 @@ namespace tools
 /// "2026-03-07T13:05:09Z", for machines.
 [[nodiscard]] std::string utcTimeText(std::int64_t seconds);
 
+/// A line of a program's log, without newline: "2026-03-07T13:05:09Z keel backup p: done".
+[[nodiscard]] std::string outcomeLine(std::string_view program, std::string_view work,
+                                      std::string_view outcome);
+
 } // namespace tools
 
 #endif

@@ -54,16 +54,13 @@ void printJson(const Json &result)
     fmt::print("{}\n", result.dump(2, ' ', false, Json::error_handler_t::replace));
 }
 
-/// "2026-03-07T13:05:09Z keel backup p: done". That it cannot be written is told, and changes
-/// nothing: what the verb did is done.
+/// That it cannot be written is told, and changes nothing: what the verb did is done.
 void logOutcome(const Command &command, const std::string &outcome)
 {
     if (command.logFile.empty())
         return;
-    const std::string line =
-        fmt::format("{} keel {}{}{}: {}", tools::utcTimeText(std::time(nullptr)), command.verb,
-                    command.subject.empty() ? "" : " ", tools::printable(command.subject),
-                    tools::printable(outcome));
+    const std::string work = command.verb + (command.subject.empty() ? "" : " " + command.subject);
+    const std::string line = tools::outcomeLine("keel", work, outcome);
     if (const int error = mtWrapAppend(command.logFile.c_str(), {}, line); error != 0)
         fmt::print(stderr, "keel {}: cannot write {}: {}\n", command.verb,
                    tools::printable(command.logFile), std::strerror(error));
