@@ -6,7 +6,8 @@
   bench/compare.py --report results.tsv --plot docs/images          and a plot of each, as SVG
 
 Every peer stores day 0, day 1 and (where the scenario has it) day 7 one after the other in one repository, then gives
-each back. The peers take turns within a repetition, so that what the machine does meanwhile hits all alike; a ratio is
+each back. A scenario of many days stores them once, and gives some of them back in turn, as often as repetitions are
+asked for. The peers take turns within a repetition, so that what the machine does meanwhile hits all alike; a ratio is
 of two peers of one repetition, and its median over the repetitions counts. Sources lie in a tmpfs, repositories on
 disk; before a restore the page cache is dropped (as root; otherwise it is warm for all). A restore goes to /dev/null
 and is timed; in the first repetition another one is compared byte by byte. Figures are of the process tree under
@@ -28,8 +29,11 @@ MIB = 1 << 20
 
 
 class Scenario:
-    def __init__(self, title, days, make, peers, share=1.0):
+    """With `restored` a chain: its days are stored once, each made when it is its turn, and only these given back."""
+
+    def __init__(self, title, days, make, peers, share=1.0, restored=None):
         self.title, self.days, self.make, self.peers, self.share = title, days, make, peers, share
+        self.chain, self.restored = restored is not None, restored or days
 
 
 def database(*options):
@@ -70,6 +74,8 @@ def incompressible(day, size, path):
 ALL = ['keel', 'restic', 'borg', 'zstd -3', 'cp']
 SCENARIOS = {
     'blocks': Scenario('Database blocks, 3 % changed a day', [0, 1, 7], database(), ALL),
+    'days': Scenario('30 days of database blocks, 3 % changed a day', list(range(31)), database(), ['keel'],
+                     restored=[0, 1, 7, 30]),
     'runs': Scenario('Database blocks, 3 % changed a day in runs of 16', [0, 1], database('--cluster', '16'),
                      ['keel', 'restic', 'borg']),
     'multiplexed': Scenario('Database blocks of 4 files multiplexed, 3 % changed a day', [0, 1, 7],
@@ -147,13 +153,17 @@ class Run:
         self.out.write(line + '\n')
         self.out.flush()
 
+    def make(self, scenario, day, path):
+        scenario.make(day, int(self.args.size * scenario.share) * MIB, path)
+
     def sources(self, name, scenario):
-        size = int(self.args.size * scenario.share) * MIB
         made = {}
         for day in scenario.days:
             path = f'{self.args.src}/{name}-day{day}'
-            scenario.make(day, size, path)
-            made[day] = [path]
+            made[day] = path
+            if scenario.chain:
+                continue
+            self.make(scenario, day, path)
             if any(self.peers[peer].parts == 2 for peer in scenario.peers):
                 half = os.path.getsize(path) // 2 // 8192 * 8192
                 subprocess.run(f'head -c {half} {path} >{path}.1; tail -c +{half + 1} {path} >{path}.2',
@@ -167,14 +177,15 @@ class Run:
         ends = f'{self.args.dir}/end'
         return f'( {one}; date +%s.%N >{ends}1 ) & first=$!; ( {two}; date +%s.%N >{ends}2 ); wait $first'
 
-    def measure(self, name, scenario, sources, peer_name, repetition):
+    def back_up(self, name, scenario, sources, peer_name, repetition):
+        """Every day, in a new repository."""
         peer = self.peers[peer_name]
-        if not shutil.which(peer.program):
-            return self.record(name, peer_name, repetition, 'missing')
         for path in (self.repo, f'{self.args.dir}/restic-cache', f'{self.args.dir}/borg'):
             shutil.rmtree(path, ignore_errors=True)
         self.shell(peer.init.format(repo=self.repo, day='', src=''))
-        for day, (path,) in sources.items():
+        for day, path in sources.items():
+            if scenario.chain:
+                self.make(scenario, day, path)
             os.sync()
             before = stored(self.repo)
             began = time.time()
@@ -185,7 +196,13 @@ class Run:
                 self.record(name, peer_name, repetition, f'apart{day}', 0, max(one, two) / min(one, two), 0, 0, 0)
             self.record(name, peer_name, repetition, f'day{day}', os.path.getsize(path), *figures,
                         stored(self.repo) - before)
-        for day, (path,) in sources.items():
+            if scenario.chain and day not in scenario.restored:
+                os.unlink(path)
+
+    def restore(self, name, scenario, sources, peer_name, repetition):
+        peer = self.peers[peer_name]
+        for day in scenario.restored:
+            path = sources[day]
             drop_caches()
             command = self.commands(peer, peer.restore, path, day)
             self.record(name, peer_name, repetition, f'restore{day}', os.path.getsize(path), *self.shell(command), 0)
@@ -201,7 +218,12 @@ class Run:
             sources = self.sources(name, scenario)
             for repetition in range(self.args.first, self.args.first + self.args.reps):
                 for peer in scenario.peers:
-                    self.measure(name, scenario, sources, peer, repetition)
+                    if not shutil.which(self.peers[peer].program):
+                        self.record(name, peer, repetition, 'missing')
+                        continue
+                    if repetition == self.args.first or not scenario.chain:
+                        self.back_up(name, scenario, sources, peer, repetition)
+                    self.restore(name, scenario, sources, peer, repetition)
             for path in (self.args.dir, self.args.src):
                 shutil.rmtree(path, ignore_errors=True)
 
@@ -251,8 +273,8 @@ def report(results, plots):
     for name, scenario in SCENARIOS.items():
         if name not in results.rows:
             continue
-        steps = [f'day{day}' for day in scenario.days] + [f'restore{day}' for day in scenario.days]
-        count = len(next(iter(next(iter(results.rows[name].values())).values())))
+        steps = [f'{what}{day}' for what in ('day', 'restore') for day in scenario.restored]
+        count = max(len(step) for step in next(iter(results.rows[name].values())).values())
         print(f'### {scenario.title}\n\nMedian of {count}, MiB/s (processor seconds per GiB)'
               f'{"; stored, as part of the stream" if len(scenario.days) > 1 else ""}.\n')
         print('| |' + ''.join(f' {step.replace("day", "day ").replace("restore", "restore ")} |' for step in steps) +
@@ -276,6 +298,9 @@ def report(results, plots):
         for peer in scenario.peers[1:]:
             ratios = [(step, results.ratio(name, first, peer, step)) for step in steps]
             print(f'\n{first} against {peer}: ' + ', '.join(f'{step} {ratio:.2f} ×' for step, ratio in ratios if ratio))
+        if scenario.chain:
+            ratios = [(step, results.ratio(name, first, first, step, 'restore0')) for step in steps[-3:]]
+            print('\nAgainst restore0: ' + ', '.join(f'{step} {ratio:.2f} ×' for step, ratio in ratios if ratio))
         print()
         if plots:
             image = f'{plots}/{name}.svg'
