@@ -207,6 +207,9 @@ void fillAnswer(qryRespBackupData &record, const store::PieceInfo &piece, std::i
     record.objInfoLength = HOX_MAX_OBJ_INFO;
     std::memcpy(record.objInfo, described.info.data(),
                 std::min<std::size_t>(described.info.size(), sizeof record.objInfo));
+    record.objCompressed = piece.totals.compressed ? 1 : 0;
+    record.objDeduplicated = piece.totals.deduplicated ? 1 : 0;
+    record.encryptionType = encryptionBits(piece.totals.cipher);
     record.storedSize = split(piece.totals.storedBytes + piece.totals.manifestBytes);
 }
 

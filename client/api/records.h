@@ -19,6 +19,14 @@ inline std::uint64_t joined(hox64_t value)
     return static_cast<std::uint64_t>(value.hi) << 32 | value.lo;
 }
 
+/// HOX_ENCRYPT_ bits.
+inline std::uint8_t encryptionBits(Cipher cipher)
+{
+    if (cipher == Cipher::none)
+        return 0;
+    return cipher == Cipher::aes256 ? HOX_ENCRYPT_AES_256BIT : HOX_ENCRYPT_AES_128BIT;
+}
+
 inline hox64_t split(std::uint64_t value)
 {
     return {static_cast<std::uint32_t>(value >> 32), static_cast<std::uint32_t>(value)};

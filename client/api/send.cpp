@@ -64,9 +64,7 @@ void describeTotals(const store::PieceTotals &totals, hoxEndSendObjExOut_t &outp
     output.objCompressed = totals.compressed ? 1 : 0;
     output.totalCompressSize = split(totals.compressed ? stored : totals.newBytes);
     output.compressRatio = totals.compressed ? reduction(totals.newBytes, stored) : 0;
-    if (totals.cipher != Cipher::none)
-        output.encryptionType =
-            totals.cipher == Cipher::aes256 ? HOX_ENCRYPT_AES_256BIT : HOX_ENCRYPT_AES_128BIT;
+    output.encryptionType = encryptionBits(totals.cipher);
 }
 
 Answer<store::PieceTotals> endObject(Session &session)

@@ -556,9 +556,9 @@ typedef struct qryRespBackupData {
     hox64_t size; /* bytes of the object */
     uint16_t objInfoLength;
     char objInfo[HOX_MAX_OBJ_INFO];
-    uint8_t objCompressed;
-    uint8_t objDeduplicated;
-    uint8_t encryptionType;
+    uint8_t objCompressed;   /* 1: compressed on the way */
+    uint8_t objDeduplicated; /* 1: duplicates were looked for */
+    uint8_t encryptionType;  /* HOX_ENCRYPT_ bits */
     hoxRestoreOrder restoreOrder;
     hox64_t storedSize; /* bytes that it added to the repository */
     hoxDate inactDate;  /* when it was made inactive; year 0: it is active */

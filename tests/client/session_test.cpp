@@ -130,6 +130,9 @@ TEST_F(ClientTest, AnswersDescribeThePiece)
     EXPECT_EQ(found.size.lo, 70000U);
     EXPECT_GT(found.storedSize.lo, 0U);
     EXPECT_LT(found.storedSize.lo, 7000U);
+    EXPECT_EQ(found.objCompressed, 1);
+    EXPECT_EQ(found.objDeduplicated, 1);
+    EXPECT_EQ(found.encryptionType, HOX_ENCRYPT_AES_256BIT);
     EXPECT_EQ(found.expDate.year, 0);
     std::tm date{};
     date.tm_year = found.insDate.year - 1900;
