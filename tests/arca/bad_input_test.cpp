@@ -97,6 +97,12 @@ TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)
         EXPECT_EQ(result.status, 1) << where;
         EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
     }
+    // Little enough to fail at the end only, when the work is done.
+    const std::string show = arcaProgram().string() + " show piece_1 --log jobs.log --optfile " +
+                             installation_.clientOptions().string();
+    EXPECT_EQ(run({"sh", "-c", show + " >/dev/full"}).status, 1);
+    EXPECT_TRUE(readFile("jobs.log").ends_with("Z arca show: cannot write standard output\n"))
+        << readFile("jobs.log");
     EXPECT_EQ(run({"sh", "-c", ls + " 2>&- | head -n 1 >/dev/null"}).status, 0);
     EXPECT_EQ(arcaJson({"ls"})["count"], 200);
 }

@@ -46,9 +46,9 @@ int runVerb(const Command &command, Json &result)
     } catch (const std::exception &error) {
         done = Error{ErrorKind::internal, error.what()};
     }
-    logOutcome(command, done ? "done" : done.error().text);
     if (done)
         return 0;
+    logOutcome(command, done.error().text);
     result["ok"] = false;
     result["error"] = done.error().text;
     complain(command, done.error().text);
@@ -61,12 +61,16 @@ int perform(const Command &command)
     const int status = runVerb(command, result);
     if (command.json && !command.ownJson)
         std::puts(result.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
-    const bool written = std::ferror(stdout) == 0;
-    if (std::fflush(stdout) == 0 && written)
+    bool written = std::ferror(stdout) == 0;
+    written = std::fflush(stdout) == 0 && written;
+    if (status != 0)
         return status;
-    if (status == 0)
-        complain(command, "cannot write standard output");
-    return status == 0 ? kExitFailed : status;
+    constexpr const char *kUnwritten = "cannot write standard output";
+    logOutcome(command, written ? "done" : kUnwritten);
+    if (written)
+        return 0;
+    complain(command, kUnwritten);
+    return kExitFailed;
 }
 
 } // namespace
