@@ -7,8 +7,11 @@
 
 #include "client/base/text.h"
 #include "client/base/thread.h"
+#include "client/store/named_pieces.h"
 
 #include <algorithm>
+#include <iterator>
+#include <tuple>
 
 namespace arca::store
 {
@@ -52,6 +55,12 @@ bool ListSelection::admits(const PieceInfo &piece) const
            (inactiveBefore == 0 || (!piece.isActive() && piece.inactiveAt < inactiveBefore));
 }
 
+bool ListSelection::admits(bool inactive, std::int64_t inserted) const
+{
+    return (state == State::any || inactive == (state == State::inactive)) &&
+           inserted >= insertedFrom && (insertedBefore == 0 || inserted < insertedBefore);
+}
+
 Listing::Listing(NodeSpace &space, ListSelection selection, SecretKey key)
     : space_(space), blobs_(space.domain().blobs()), selection_(std::move(selection)),
       key_(std::move(key))
@@ -62,6 +71,8 @@ Listing::Listing(NodeSpace &space, ListSelection selection, SecretKey key)
 
 Listing::~Listing()
 {
+    if (!file_)
+        return;
     try {
         onThreadOfOurs([&] { file_.reset(); });
     } catch (...) {
@@ -73,8 +84,37 @@ Result<std::unique_ptr<Listing>> Listing::begin(NodeSpace &space, ListSelection 
 {
     ARCA_TRY(SecretKey key, deriveKey(space.dataKey(), "object catalogue"));
     std::unique_ptr<Listing> listing(new Listing(space, std::move(selection), std::move(key)));
-    ARCA_CHECK(listing->fill());
+    ARCA_TRY(const bool found, listing->findNamed());
+    if (!found)
+        ARCA_CHECK(listing->fill());
     return listing;
+}
+
+Result<bool> Listing::findNamed()
+{
+    ARCA_TRY(const auto names,
+             literalNames(space_, selection_.filespace, selection_.highLevel, selection_.lowLevel));
+    if (!names)
+        return false;
+    std::vector<PieceInfo> all;
+    for (const ObjectName &name : *names) {
+        ARCA_TRY(auto found, versionsOf(space_, name));
+        if (!found)
+            return false;
+        for (std::string &hurt : found->hurt)
+            noteHurt(std::move(hurt));
+        std::ranges::move(found->pieces, std::back_inserter(all));
+    }
+    // Names come in an order that never changes, and so do those that share one.
+    if (selection_.order == CatalogueOrder::inserted)
+        std::ranges::sort(all, {}, [](const PieceInfo &piece) {
+            return std::tuple(piece.insertedAt, piece.id, !piece.isActive());
+        });
+    for (PieceInfo &piece : all)
+        if (selection_.admits(!piece.isActive(), piece.insertedAt) && selection_.admits(piece))
+            pieces_.push_back(std::move(piece));
+    atEnd_ = true;
+    return true;
 }
 
 /// In the file of this host if that can be, else in one without a name, else in memory.
@@ -267,19 +307,11 @@ void Listing::noteHurt(std::string what)
         hurt_.push_back(std::move(what));
 }
 
-bool Listing::admitsRow(const CatalogueRow &row) const
-{
-    return (selection_.state == ListSelection::State::any ||
-            row.inactive == (selection_.state == ListSelection::State::inactive)) &&
-           row.inserted >= selection_.insertedFrom &&
-           (selection_.insertedBefore == 0 || row.inserted < selection_.insertedBefore);
-}
-
 /// False when one of them is not what was put there.
 bool Listing::takeRows(const std::vector<CatalogueRow> &rows)
 {
     for (const CatalogueRow &row : rows) {
-        if (admitsRow(row)) {
+        if (selection_.admits(row.inactive, row.inserted)) {
             auto piece = file_->openRow(row);
             if (!piece)
                 return false;

@@ -6,6 +6,8 @@
 // blob ever changes. What is new is read, what is gone is dropped, so the catalogue is never older
 // than the listing. Lost, damaged or another's, it is made again from the blobs; where no file can
 // be written, in a temporary one, or in memory.
+//
+// None of this is needed for pieces that are named to the letter: named_pieces.h.
 #ifndef KEEL_CLIENT_STORE_CATALOGUE_H
 #define KEEL_CLIENT_STORE_CATALOGUE_H
 
@@ -32,6 +34,8 @@ struct ListSelection {
     std::uint64_t minBytes = 0, maxBytes = 0;
 
     bool admits(const PieceInfo &piece) const;
+    /// What a row of the catalogue tells of it, too.
+    bool admits(bool inactive, std::int64_t inserted) const;
 };
 
 /// One listing. One thread at a time; it must not outlive its space.
@@ -58,6 +62,9 @@ private:
     };
 
     Listing(NodeSpace &space, ListSelection selection, SecretKey key);
+    /// Whether the selection names its pieces to the letter, and they are found without a
+    /// catalogue.
+    Result<bool> findNamed();
     Result<void> fill();
     /// Whether the catalogue in the file is right now; a failure is one of the repository.
     Result<bool> fillFile();
@@ -74,7 +81,6 @@ private:
     Result<std::optional<CatalogueRow>> tryRow(const std::string &blobName, std::uint64_t stamp);
     Result<void> loadMore();
     bool takeRows(const std::vector<CatalogueRow> &rows);
-    bool admitsRow(const CatalogueRow &row) const;
     Result<bool> isRegistered(const std::string &filespace);
     void noteHurt(std::string what);
 

@@ -1,6 +1,8 @@
 // The stored form of a filespace: see the header.
 #include "client/store/filespace.h"
 
+#include <set>
+
 namespace arca::store
 {
 
@@ -41,6 +43,25 @@ Result<Filespace> decodeFilespace(ByteView record)
     if (!reader.ok())
         return Error{ErrorKind::damaged, "the record of a filespace is damaged"};
     return filespace;
+}
+
+Result<std::vector<Filespace>> filespacesOf(blob::BlobStore &store, const std::string &nodeKey)
+{
+    const std::string prefix = "filespaces/" + nodeKey + "/";
+    std::set<std::string> hashes;
+    ARCA_CHECK(store.list(prefix, [&](const std::string &name) {
+        hashes.insert(name.substr(0, name.find('/', prefix.size())));
+        return true;
+    }));
+    std::vector<Filespace> filespaces;
+    for (const std::string &hash : hashes) {
+        ARCA_TRY(const auto state, NumberedRecord(store, hash).latest());
+        if (!state)
+            continue;
+        ARCA_TRY(Filespace filespace, decodeFilespace(state->bytes));
+        filespaces.push_back(std::move(filespace));
+    }
+    return filespaces;
 }
 
 } // namespace arca::store

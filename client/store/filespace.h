@@ -5,6 +5,7 @@
 #include "client/store/record.h"
 
 #include <string>
+#include <vector>
 
 namespace arca::store
 {
@@ -26,6 +27,9 @@ struct Filespace {
 /// the number of the registration (4 bytes) and 1 when deleted (2 bytes).
 Bytes encodeFilespace(const Filespace &filespace);
 Result<Filespace> decodeFilespace(ByteView record);
+
+/// All that a node ever registered, the deleted ones, too.
+Result<std::vector<Filespace>> filespacesOf(blob::BlobStore &store, const std::string &nodeKey);
 
 } // namespace arca::store
 

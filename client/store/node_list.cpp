@@ -40,13 +40,8 @@ Result<std::uint64_t> countUnder(blob::BlobStore &store, const std::string &pref
 /// Also the node's name, which every record of a filespace tells.
 Result<void> addFilespaces(blob::BlobStore &store, NodeSummary &node)
 {
-    const std::string prefix = "filespaces/" + node.key + "/";
-    ARCA_TRY(const auto hashes, keysUnder(store, prefix));
-    for (const std::string &hash : hashes) {
-        ARCA_TRY(const auto state, NumberedRecord(store, prefix + hash).latest());
-        if (!state)
-            continue;
-        ARCA_TRY(const Filespace filespace, decodeFilespace(state->bytes));
+    ARCA_TRY(const auto filespaces, filespacesOf(store, node.key));
+    for (const Filespace &filespace : filespaces) {
         node.name = filespace.node;
         if (!filespace.deleted)
             node.filespaces.push_back(filespace.name);

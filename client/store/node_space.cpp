@@ -175,15 +175,21 @@ Result<std::optional<PieceInfo>> NodeSpace::readShown(blob::BlobReader &blob,
     return std::optional<PieceInfo>(std::move(info));
 }
 
-Result<std::vector<PieceInfo>> NodeSpace::inactiveOf(const ObjectName &name)
+Result<std::vector<std::string>> NodeSpace::inactiveBlobsOf(const ObjectName &name)
 {
     ARCA_TRY(const Sha256 hash, hashOf(name));
     const std::string first = inactiveNameOf(upperHalfOf(hash) << 32);
-    std::vector<std::string> candidates;
+    std::vector<std::string> blobNames;
     ARCA_CHECK(store_.list(first.substr(0, first.size() - 8), [&](const std::string &blobName) {
-        candidates.push_back(blobName);
+        blobNames.push_back(blobName);
         return true;
     }));
+    return blobNames;
+}
+
+Result<std::vector<PieceInfo>> NodeSpace::inactiveOf(const ObjectName &name)
+{
+    ARCA_TRY(const auto candidates, inactiveBlobsOf(name));
     std::vector<PieceInfo> found;
     for (const std::string &blobName : candidates) {
         const auto blob = store_.open(blobName);

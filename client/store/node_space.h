@@ -41,6 +41,8 @@ public:
     Result<std::optional<PieceInfo>> find(const ObjectName &name);
     /// The inactive ones that had that name, the last to become so first.
     Result<std::vector<PieceInfo>> inactiveOf(const ObjectName &name);
+    /// The blobs that these are in, among others.
+    Result<std::vector<std::string>> inactiveBlobsOf(const ObjectName &name);
 
     /// `notFound` when no piece, active or inactive, has that identifier. A piece that was renamed
     /// is found by those it had before, too, and tells the one it has now.

@@ -53,7 +53,11 @@ protected:
     struct Listed {
         std::vector<std::string> names; ///< inactive ones in parentheses
         int ended;                      ///< the last code
-        bool operator==(const Listed &) const = default;
+        std::vector<std::string> records = {};
+        bool operator==(const Listed &other) const
+        {
+            return names == other.names && ended == other.ended;
+        }
     };
     Listed list(hoxHandle_t handle, const qryObjectsData &asked = everything())
     {
@@ -66,6 +70,7 @@ protected:
             const std::string name = answer.objName.llName + 1;
             const bool active = answer.objState == HOX_STATE_ACTIVE;
             listed.names.push_back(active ? name : "(" + name + ")");
+            listed.records.emplace_back(data.bufferPtr, sizeof answer);
             EXPECT_EQ(answer.inactDate.year == 0, active);
             if (asked.order == HOX_ORDER_INSERTED) {
                 EXPECT_LE(before.insTime.lo, answer.insTime.lo) << "in the order of time";
@@ -149,6 +154,20 @@ TEST_F(CatalogueTest, AnswersWhatTheFiltersAdmit)
         one.ask(asked);
         EXPECT_EQ(listSorted(handle_, asked), (Listed{one.names, one.ended})) << one.what;
     }
+    // To the letter, and by patterns that only the same names match: the same answers.
+    for (const Case &one : cases) {
+        for (const char *name : {"/df_1", "/df_2", "/ctl_1", "/none"}) {
+            qryObjectsData exact = everything();
+            one.ask(exact);
+            exact.hlName = "/";
+            exact.llName = name;
+            qryObjectsData pattern = exact;
+            pattern.hlName = "*";
+            const Listed found = list(handle_, exact), expected = list(handle_, pattern);
+            EXPECT_EQ(found, expected) << one.what << name;
+            EXPECT_EQ(found.records, expected.records) << one.what << name;
+        }
+    }
     qryObjectsData byName = everything();
     byName.order = HOX_ORDER_NAME;
     const Listed first = list(handle_, byName);
@@ -158,6 +177,25 @@ TEST_F(CatalogueTest, AnswersWhatTheFiltersAdmit)
     EXPECT_EQ(std::abs(placeOf("(df_2)") - placeOf("df_2")), 1)
         << "objects of one name stand together";
     EXPECT_EQ(list(handle_, byName), first) << "the order is stable";
+}
+
+TEST_F(CatalogueTest, NobodyWaitsForItWhoNamesAPiece)
+{
+    qryObjectsData asked = everything();
+    asked.hlName = "/";
+    asked.llName = "/df_2";
+    for (const char *filespace : {"/fs", "", "/f*"}) {
+        asked.fsName = filespace;
+        EXPECT_EQ(listSorted(handle_, asked), (Listed{{"(df_2)", "df_2"}, HOX_RC_FINISHED}));
+        EXPECT_EQ(file(), fs::path()) << filespace;
+    }
+    const fs::path hurt = stored("inactive").front();
+    writeFile(hurt, readFile(hurt).replace(70, 1, "?"));
+    EXPECT_EQ(list(handle_, asked), (Listed{{"df_2"}, HOX_RC_REPOSITORY_DAMAGED}));
+    asked.llName = "/df_1";
+    EXPECT_EQ(list(handle_, asked), (Listed{{"df_1"}, HOX_RC_FINISHED}));
+    EXPECT_EQ(api_.hoxDeleteFS(handle_, "/fs", HOX_REPOSITORY_ALL), HOX_RC_OK);
+    EXPECT_EQ(list(handle_, asked), (Listed{{}, HOX_RC_NO_MATCH}));
 }
 
 TEST_F(CatalogueTest, IsNeverBehindWhatIsThere)

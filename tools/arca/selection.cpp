@@ -41,6 +41,9 @@ Result<mtFilter_t> filterFrom(const Selection &selection)
         filter.llName = selection.pattern.substr(apart + 1);
     } else if (!selection.pattern.empty()) {
         filter.llName = "/" + selection.pattern;
+        // The name of one piece, as the agent stores it: then it is found without a search.
+        if (selection.pattern.find_first_of("*?") == std::string::npos)
+            filter.hlName = "/";
     }
     if (!selection.filespace.empty())
         filter.fsName = (selection.filespace.starts_with('/') ? "" : "/") + selection.filespace;
