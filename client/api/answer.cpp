@@ -42,6 +42,8 @@ std::int16_t codeOf(ErrorKind kind)
         return HOX_RC_BAD_OPTION_FILE;
     case ErrorKind::badArgument:
         return HOX_RC_BAD_ARGUMENT;
+    case ErrorKind::stopped:
+        return HOX_RC_ABORTED;
     case ErrorKind::conflict:
         return HOX_RC_RETRY_SESSION;
     case ErrorKind::internal:

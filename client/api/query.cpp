@@ -13,6 +13,8 @@ using namespace arca::api;
 namespace
 {
 
+constexpr std::uint16_t kQueryWithoutProgress = 1; // version of qryObjectsData
+
 Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
 {
     ARCA_CHECK(expectVersion(asked, asked == nullptr ? std::uint16_t{0} : asked->stVersion,
@@ -123,11 +125,18 @@ Answer<store::ListSelection> selectionOf(const qryObjectsData &asked)
 
 Answer<Query> listObjects(Session &session, const qryObjectsData *asked)
 {
+    const bool first = asked != nullptr && asked->stVersion == kQueryWithoutProgress;
     ARCA_CHECK(expectVersion(asked, asked == nullptr ? std::uint16_t{0} : asked->stVersion,
-                             HOX_QRY_OBJECTS_VERSION, "the query record"));
+                             first ? kQueryWithoutProgress : HOX_QRY_OBJECTS_VERSION,
+                             "the query record"));
     ARCA_TRY(auto selection, selectionOf(*asked));
+    store::Progress progress;
+    if (!first && asked->progress != nullptr)
+        progress = [asked](std::uint64_t done, std::uint64_t planned) {
+            return asked->progress(asked->progressContext, done, planned) == 0;
+        };
     Query query;
-    ARCA_TRY(query.objects, store::Listing::begin(*session.space, std::move(selection)));
+    ARCA_TRY(query.objects, store::Listing::begin(*session.space, std::move(selection), progress));
     return query;
 }
 

@@ -28,6 +28,7 @@ enum class ErrorKind {
     noPassword,     // the password that should be kept here is not there
     badOption,      // an option file or option string is wrong
     badArgument,
+    stopped,  // whoever wanted it wants it no more
     conflict, // somebody else changed the same thing at the same time; try again
     internal, // a fault of our own
 };

@@ -505,8 +505,13 @@ typedef struct qryBackupData {
  * Which objects are wanted; what is null, empty or 0 asks for nothing. In the patterns "*" stands
  * for any run of bytes, also an empty one, also with "/" in it, and "?" for one byte; everything
  * else, letters too, must match to the byte. Times are seconds since 1970, UTC.
+ *
+ * A client may have to look at every object of the node before the first answer. hoxBeginQuery then
+ * tells `progress` now and then at how many of about how many it has looked, and at last that both
+ * are the same; anything but 0 ends the query with HOX_RC_ABORTED. It is called on a thread of the
+ * client's while the caller's waits; it must call no operation, and throw nothing.
  */
-#define HOX_QRY_OBJECTS_VERSION 1
+#define HOX_QRY_OBJECTS_VERSION 2 /* version 1 ends at maxSize */
 typedef struct qryObjectsData {
     uint16_t stVersion;
     const char *fsName; /* patterns */
@@ -521,6 +526,8 @@ typedef struct qryObjectsData {
     int64_t inactiveBefore; /* made inactive before this moment, which no active object was */
     hox64_t minSize;        /* bytes of the object, at least */
     hox64_t maxSize;        /* at most */
+    int16_t (*progress)(void *context, uint64_t done, uint64_t planned); /* null: nobody asks */
+    void *progressContext;
 } qryObjectsData;
 
 /* Which events of the activity log are wanted. Times are seconds since 1970, UTC. */

@@ -20,6 +20,7 @@ namespace
 {
 
 constexpr std::size_t kRowsAtOnce = 512;
+constexpr unsigned kParts = 256;
 constexpr int kMaxFills = 3; // of one listing: the first, and when the file turns out to be damaged
 
 const std::string kActive = "pieces/", kInactive = "inactive/";
@@ -80,13 +81,18 @@ Listing::~Listing()
     }
 }
 
-Result<std::unique_ptr<Listing>> Listing::begin(NodeSpace &space, ListSelection selection)
+Result<std::unique_ptr<Listing>> Listing::begin(NodeSpace &space, ListSelection selection,
+                                                const Progress &progress)
 {
     ARCA_TRY(SecretKey key, deriveKey(space.dataKey(), "object catalogue"));
     std::unique_ptr<Listing> listing(new Listing(space, std::move(selection), std::move(key)));
     ARCA_TRY(const bool found, listing->findNamed());
-    if (!found)
-        ARCA_CHECK(listing->fill());
+    if (found)
+        return listing;
+    listing->progress_ = progress ? &progress : nullptr;
+    ARCA_CHECK(listing->fill());
+    ARCA_CHECK(listing->tell(listing->looked_, listing->looked_));
+    listing->progress_ = nullptr;
     return listing;
 }
 
@@ -161,11 +167,19 @@ Result<bool> Listing::fillFile()
     return false;
 }
 
+Result<void> Listing::tell(std::uint64_t done, std::uint64_t planned) const
+{
+    if (progress_ != nullptr && !(*progress_)(done, planned))
+        return Error{ErrorKind::stopped, "nobody waits for the list of objects any more"};
+    return {};
+}
+
 Result<bool> Listing::compare()
 {
+    looked_ = 0;
     ARCA_TRY(changing_, space_.beingChanged());
     ARCA_CHECK(listRecords());
-    for (unsigned part = 0; part < 256; ++part) {
+    for (unsigned part = 0; part < kParts; ++part) {
         ARCA_TRY(const bool good, comparePart(static_cast<std::byte>(part)));
         if (!good)
             return false;
@@ -248,6 +262,9 @@ Result<bool> Listing::comparePart(std::byte first)
 {
     Stored stored;
     ARCA_CHECK(listStored(first, stored));
+    // Hashes are spread evenly, so what is in the parts so far tells how much there is in all.
+    looked_ += stored.active.size() + stored.inactive.size();
+    planned_ = looked_ * kParts / (std::to_integer<unsigned>(first) + 1);
     std::vector<CatalogueRow> rows, gone, fresh;
     if (!file_->rowsUnder(first, rows))
         return false;
@@ -257,7 +274,9 @@ Result<bool> Listing::comparePart(std::byte first)
     rows = {};
     const std::string within = space_.domain().nodeKey() + "/" + toHex(ByteView(&first, 1)) + "/";
     bool good = true;
+    std::uint64_t left = stored.active.size() + stored.inactive.size();
     const auto add = [&](const std::string &name, std::uint64_t stamp) -> Result<void> {
+        ARCA_CHECK(tell(looked_ - left--, planned_));
         ARCA_TRY(auto row, readRow(name, stamp));
         if (row)
             fresh.push_back(std::move(*row));
@@ -272,6 +291,7 @@ Result<bool> Listing::comparePart(std::byte first)
         ARCA_CHECK(add(kActive + within + toHex(hash), stamp));
     for (const auto &[id, stamp] : stored.inactive)
         ARCA_CHECK(add(kInactive + within + toHex(id), stamp));
+    ARCA_CHECK(tell(looked_, planned_));
     return good && file_->change(gone, fresh);
 }
 

@@ -13,6 +13,7 @@
 
 #include "client/store/catalogue_file.h"
 #include "client/store/node_space.h"
+#include "client/store/progress.h"
 
 #include <deque>
 #include <map>
@@ -43,7 +44,9 @@ class Listing
 {
 public:
     /// Compares the catalogue with what is there. What cannot be read is passed over.
-    static Result<std::unique_ptr<Listing>> begin(NodeSpace &space, ListSelection selection);
+    /// `progress` is told on another thread, of objects.
+    static Result<std::unique_ptr<Listing>> begin(NodeSpace &space, ListSelection selection,
+                                                  const Progress &progress = {});
     ~Listing();
 
     /// Nothing after the last one. By the time of insertion, then by the identifier; or name by
@@ -69,6 +72,7 @@ private:
     /// Whether the catalogue in the file is right now; a failure is one of the repository.
     Result<bool> fillFile();
     Result<bool> compare();
+    Result<void> tell(std::uint64_t done, std::uint64_t planned) const;
     Result<bool> comparePart(std::byte first);
     Result<void> listStored(std::byte first, Stored &stored);
     void addStored(const std::string &blobName, std::uint64_t stamp, Stored &stored);
@@ -91,6 +95,8 @@ private:
     std::unique_ptr<CatalogueFile> file_;
     std::vector<std::pair<PieceId, std::uint64_t>> records_; // stamps, by identifier
     std::set<PieceId> changing_;
+    const Progress *progress_ = nullptr; // of begin()
+    std::uint64_t looked_ = 0, planned_ = 0;
     CataloguePosition position_;
     bool atEnd_ = false;
     std::deque<PieceInfo> pieces_;

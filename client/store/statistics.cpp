@@ -51,6 +51,20 @@ void addPack(NodeSpace &space, const engine::PackName &which, Statistics &sums)
     }
 }
 
+/// Until one of them answers false.
+Result<void> visitAll(NodeSpace &space, const std::function<bool(const std::string &)> &piece,
+                      const std::function<bool(const engine::PackName &)> &pack)
+{
+    engine::Domain &domain = space.domain();
+    bool goOn = true;
+    for (const char *place : {"pieces/", "inactive/"})
+        if (goOn)
+            ARCA_CHECK(
+                domain.blobs().list(place + domain.nodeKey() + "/",
+                                    [&](const std::string &name) { return goOn = piece(name); }));
+    return goOn ? domain.packs().list(pack) : Result<void>();
+}
+
 } // namespace
 
 void PieceSums::add(const PieceTotals &totals)
@@ -64,20 +78,32 @@ void PieceSums::add(const PieceTotals &totals)
         totals.streamBytes - std::min(totals.streamBytes, totals.zeroBytes + totals.newBytes);
 }
 
-Result<Statistics> gatherStatistics(NodeSpace &space)
+Result<Statistics> gatherStatistics(NodeSpace &space, const Progress &progress)
 {
     Statistics sums;
-    engine::Domain &domain = space.domain();
-    for (const char *place : {"pieces/", "inactive/"})
-        ARCA_CHECK(
-            domain.blobs().list(place + domain.nodeKey() + "/", [&](const std::string &blobName) {
-                addPiece(space, blobName, sums);
-                return true;
-            }));
-    ARCA_CHECK(domain.packs().list([&](const engine::PackName &which) {
-        addPack(space, which, sums);
-        return true;
-    }));
+    std::uint64_t done = 0, planned = 0;
+    // Names are counted in a small part of the time that it takes to open what they lead to.
+    if (progress)
+        ARCA_CHECK(visitAll(
+            space, [&](const std::string &) { return ++planned != 0; },
+            [&](const engine::PackName &) { return ++planned != 0; }));
+    bool wanted = true;
+    const auto goOn = [&] {
+        ++done;
+        return wanted = !progress || progress(std::min(done, planned), planned);
+    };
+    ARCA_CHECK(visitAll(
+        space,
+        [&](const std::string &blobName) {
+            addPiece(space, blobName, sums);
+            return goOn();
+        },
+        [&](const engine::PackName &which) {
+            addPack(space, which, sums);
+            return goOn();
+        }));
+    if (!wanted)
+        return Error{ErrorKind::stopped, "nobody waits for the numbers any more"};
     return sums;
 }
 

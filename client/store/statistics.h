@@ -4,6 +4,7 @@
 #define KEEL_CLIENT_STORE_STATISTICS_H
 
 #include "client/store/node_space.h"
+#include "client/store/progress.h"
 
 #include <map>
 
@@ -34,7 +35,8 @@ struct Statistics {
 };
 
 /// Of the pieces that show now; what comes or goes meanwhile may be counted or not.
-Result<Statistics> gatherStatistics(NodeSpace &space);
+/// `progress` is told of pieces and packs.
+Result<Statistics> gatherStatistics(NodeSpace &space, const Progress &progress = {});
 
 } // namespace arca::store
 

@@ -147,7 +147,8 @@ TEST_F(CatalogueTest, AnswersWhatTheFiltersAdmit)
         {"by name", [](auto &q) { q.order = HOX_ORDER_NAME; }, all_.names},
         {"unknown order", [](auto &q) { q.order = 2; }, {}, HOX_RC_BAD_ARGUMENT},
         {"unknown state", [](auto &q) { q.objState = 3; }, {}, HOX_RC_BAD_ARGUMENT},
-        {"unknown version", [](auto &q) { q.stVersion = 2; }, {}, HOX_RC_BAD_VERSION},
+        {"the first version", [](auto &q) { q.stVersion = 1; }, all_.names},
+        {"unknown version", [](auto &q) { q.stVersion = 3; }, {}, HOX_RC_BAD_VERSION},
     };
     for (const Case &one : cases) {
         qryObjectsData asked = everything();
@@ -196,6 +197,30 @@ TEST_F(CatalogueTest, NobodyWaitsForItWhoNamesAPiece)
     EXPECT_EQ(list(handle_, asked), (Listed{{"df_1"}, HOX_RC_FINISHED}));
     EXPECT_EQ(api_.hoxDeleteFS(handle_, "/fs", HOX_REPOSITORY_ALL), HOX_RC_OK);
     EXPECT_EQ(list(handle_, asked), (Listed{{}, HOX_RC_NO_MATCH}));
+}
+
+TEST_F(CatalogueTest, TellsHowFarItIsAndStopsWhenAsked)
+{
+    struct Told {
+        std::uint64_t stopAt, done = 0, planned = 0;
+    };
+    qryObjectsData asked = everything();
+    asked.progress = [](void *context, std::uint64_t done, std::uint64_t planned) -> std::int16_t {
+        Told &told = *static_cast<Told *>(context);
+        EXPECT_LE(told.done, done);
+        EXPECT_LE(done, planned);
+        told = {told.stopAt, done, planned};
+        return done == told.stopAt ? 1 : 0;
+    };
+    // Before anything is in the catalogue, and when all of it is.
+    for (const std::uint64_t stopAt : {0, 3, 5, 99, 0, 5, 99}) {
+        Told told{stopAt};
+        asked.progressContext = &told;
+        const Listed listed = listSorted(handle_, asked);
+        EXPECT_EQ(listed, stopAt == 99 ? all_ : (Listed{{}, HOX_RC_ABORTED})) << stopAt;
+        EXPECT_EQ(told.done, stopAt == 99 ? 5 : stopAt);
+        EXPECT_TRUE(stopAt != 99 || told.planned == 5) << told.planned;
+    }
 }
 
 TEST_F(CatalogueTest, IsNeverBehindWhatIsThere)

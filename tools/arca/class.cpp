@@ -6,8 +6,10 @@
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/selection.h"
+#include "tools/common/progress.h"
 
 #include <optional>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -135,14 +137,16 @@ Result<void> retire(ClientSession &client, const Command &command, const Asked &
                     "deleted now", result);
 }
 
-/// `bound` counts those that were not bound to it before.
+/// `bound` counts those that were not bound to it before, and comes in as how many that will be.
 int bindMatching(const mtSession &finding, const mtSession &changing, const Asked &asked,
                  const mtFilter_t &filter, bool dryRun, std::uint64_t &bound)
 {
-    bound = 0;
+    const std::uint64_t planned = std::exchange(bound, 0);
+    tools::Progress progress("Binding", std::nullopt, dryRun);
     return mtBindObjects(finding, changing, filter, asked.name, dryRun,
                          [&](const mtObject_t &, int outcome) {
                              bound += outcome == HOX_RC_OK ? 1 : 0;
+                             progress.show(bound, planned, 0);
                              return !interrupted();
                          });
 }

@@ -1,7 +1,10 @@
 // Ctrl-C: see the header.
 #include "tools/arca/interrupt.h"
 
+#include "tools/common/progress.h"
+
 #include <csignal>
+#include <memory>
 
 namespace arca::tool
 {
@@ -35,6 +38,18 @@ void catchInterrupts()
 bool interrupted()
 {
     return caught != 0;
+}
+
+std::function<bool(std::uint64_t done, std::uint64_t planned)>
+shownProgress(const std::string &label)
+{
+    const auto shown = std::make_shared<tools::Progress>(label);
+    return [shown](std::uint64_t done, std::uint64_t planned) {
+        shown->show(done, planned, 0);
+        if (done == planned)
+            shown->clear();
+        return !interrupted();
+    };
 }
 
 Error interruption(const std::string &done)

@@ -5,6 +5,9 @@
 
 #include "client/base/result.h"
 
+#include <cstdint>
+#include <functional>
+
 namespace arca::tool
 {
 
@@ -13,6 +16,9 @@ namespace arca::tool
 void catchInterrupts();
 
 bool interrupted();
+/// For work that tells how far it is: shows that on a terminal, and stops it once interrupted().
+std::function<bool(std::uint64_t done, std::uint64_t planned)>
+shownProgress(const std::string &label);
 /// What a verb ends with then. `done` says what was done so far.
 Error interruption(const std::string &done);
 

@@ -3,6 +3,7 @@
 #include "client/blob/file_layer.h"
 #include "client/store/statistics.h"
 #include "client/store/verify_state.h"
+#include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 
 #include <cerrno>
@@ -139,7 +140,8 @@ Result<void> replaceFile(const std::string &path, const std::string &text)
 Result<void> tell(const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
-    ARCA_TRY(const store::Statistics statistics, store::gatherStatistics(*session.space));
+    ARCA_TRY(const store::Statistics statistics,
+             store::gatherStatistics(*session.space, shownProgress("Counting")));
     Exposition out(session.space->node());
     addPieces(out, statistics);
     addVerification(out, session.repository->blobs().cacheDirectory(),

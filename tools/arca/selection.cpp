@@ -2,6 +2,7 @@
 #include "tools/arca/selection.h"
 
 #include "client/base/text.h"
+#include "tools/arca/interrupt.h"
 #include "tools/arca/moment.h"
 
 namespace arca::tool
@@ -33,6 +34,7 @@ void addSelectionOptions(CLI::App &verb, Selection &selection)
 Result<mtFilter_t> filterFrom(const Selection &selection)
 {
     mtFilter_t filter;
+    filter.progress = shownProgress("Updating the catalogue");
     // A full name, as messages and arca show have it, has its parts apart at "//".
     const auto apart = selection.pattern.find("//");
     if (selection.pattern.starts_with('/') && apart != std::string::npos) {

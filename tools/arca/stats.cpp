@@ -1,5 +1,6 @@
 // arca stats: what the node keeps, in numbers.
 #include "client/store/statistics.h"
+#include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
 #include "tools/common/plot.h"
@@ -100,7 +101,8 @@ void print(const store::Statistics &statistics)
 Result<void> showStats(const Command &command, bool fromStandardInput, Json &result)
 {
     ARCA_TRY(const NodeSession session, logOn(command, fromStandardInput, result));
-    ARCA_TRY(const store::Statistics statistics, store::gatherStatistics(*session.space));
+    ARCA_TRY(const store::Statistics statistics,
+             store::gatherStatistics(*session.space, shownProgress("Counting")));
     fill(statistics, result);
     if (!command.json)
         print(statistics);

@@ -134,6 +134,7 @@ int mtExpire(const mtSession &finding, const mtSession &changing, const mtExpiry
     filter.fsName = expiry.names.fsName;
     filter.hlName = expiry.names.hlName;
     filter.llName = expiry.names.llName;
+    filter.progress = expiry.names.progress;
     filter.objState = HOX_STATE_ANY;
     const int asked =
         mtQueryObjects(finding, filter, mtOrder_t::name, [&](const dhoxBackupObject_t &object) {

@@ -16,7 +16,7 @@
 #include "agents/common/maint/mtpolicy.h"
 
 struct mtExpiry_t {
-    mtFilter_t names;     // fsName, hlName and llName: whose versions; the rest is not looked at
+    mtFilter_t names; // whose versions, by fsName, hlName and llName, and who is told the progress
     std::int64_t now = 0; // seconds since 1970, UTC
     bool dryRun = false;
 };

@@ -31,6 +31,15 @@ int handOver(const mtSession &session, const mtObjectVisitor_t &visit)
     }
 }
 
+extern "C" int16_t tellProgress(void *context, std::uint64_t done, std::uint64_t planned) noexcept
+{
+    try {
+        return (*static_cast<const mtProgress_t *>(context))(done, planned) ? 0 : 1;
+    } catch (...) {
+        return 1;
+    }
+}
+
 int query(const mtSession &session, std::uint8_t type, const void *asked,
           const mtObjectVisitor_t &visit)
 {
@@ -62,6 +71,11 @@ int mtQueryObjects(const mtSession &session, const mtFilter_t &filter, mtOrder_t
     asked.inactiveBefore = filter.inactiveBefore;
     asked.minSize = halves(filter.minSize);
     asked.maxSize = halves(filter.maxSize);
+    mtProgress_t progress = filter.progress;
+    if (progress) {
+        asked.progress = tellProgress;
+        asked.progressContext = &progress;
+    }
     return query(session, HOX_QUERY_OBJECTS, &asked, visit);
 }
 

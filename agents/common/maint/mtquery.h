@@ -7,6 +7,11 @@
 
 #include "agents/common/maint/mtsession.h"
 
+/// How many objects the storage client has looked at, of about how many, before it has the first
+/// answer; both are the same when it has. Told on another thread while the query's waits. False
+/// ends the query: HOX_RC_ABORTED.
+using mtProgress_t = std::function<bool(std::uint64_t done, std::uint64_t planned)>;
+
 /// What is empty or 0 asks for nothing. In the three names "*" stands for any run of bytes and "?"
 /// for one. Times are seconds since 1970, UTC.
 struct mtFilter_t {
@@ -19,6 +24,7 @@ struct mtFilter_t {
     std::int64_t inactiveBefore = 0;
     std::uint64_t minSize = 0; // bytes
     std::uint64_t maxSize = 0;
+    mtProgress_t progress; // empty: nobody wants to know
 };
 
 enum class mtOrder_t : std::uint8_t {
