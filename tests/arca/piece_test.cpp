@@ -54,6 +54,14 @@ TEST_F(ArcaTest, LsFindsWhatItIsAskedFor)
     EXPECT_EQ(arca({"ls", "--older", "yesterday"}).status, 1);
     EXPECT_EQ(arca({"ls", "--inactive", "--all"}).status, 2);
 
+    for (const Words &verb : {Words{"ls"}, Words{"show", "old"}, Words{"stats"}}) {
+        Words timed = verb;
+        timed.emplace_back("--timing");
+        EXPECT_GT(arcaJson(timed)["timing"]["client calls"]["calls"], 0) << verb[0];
+        EXPECT_NE(arca(timed).err.find("client calls"), std::string::npos) << verb[0];
+        EXPECT_FALSE(arcaJson(verb).contains("timing")) << verb[0];
+    }
+
     const auto shown = arcaJson({"show", "old"});
     ASSERT_EQ(shown["versions"].size(), 2U) << "both versions";
     EXPECT_NE(shown["versions"][0]["active"], shown["versions"][1]["active"]);

@@ -5,6 +5,7 @@
 
 #include "client/base/result.h"
 #include "client/config/options.h"
+#include "tools/common/times.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -32,6 +33,7 @@ struct Command {
     bool json = false;
     bool ownJson = false; // the verb printed its object itself, and perform() prints none
     std::string logFile;  ///< a line about the outcome goes there; empty: nowhere
+    bool timing = false;  ///< the end shows where the time went
     std::string verb;
 
     /// Does the work. Fills the object that --json prints, and prints for people when there is no
@@ -58,6 +60,9 @@ void addVerify(CLI::App &app, Command &command);
 
 /// The options that every verb takes.
 void addCommonOptions(CLI::App &verb, Command &command);
+
+/// With --timing, for the object that --json prints: where the time of the job went so far.
+std::vector<tools::Spent> addTimes(const Command &command, Json &result);
 
 /// --yes, of the verbs that destroy.
 void addYesOption(CLI::App &verb, bool &yes);

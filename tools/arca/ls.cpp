@@ -127,7 +127,7 @@ public:
                    jsonOf(object).dump(-1, ' ', false, Json::error_handler_t::replace));
         first_ = false;
     }
-    void end(const Result<void> &done, const Totals &totals)
+    void end(const Result<void> &done, const Totals &totals, const Command &command)
     {
         Json tail = {{"count", totals.objects},
                      {"size", totals.size},
@@ -135,6 +135,7 @@ public:
                      {"ok", static_cast<bool>(done)}};
         if (!done)
             tail["error"] = done.error().text;
+        addTimes(command, tail);
         fmt::print("\n],{}\n", tail.dump(-1, ' ', false, Json::error_handler_t::replace).substr(1));
     }
 
@@ -150,7 +151,7 @@ void count(const dhoxBackupObject_t &object, Totals &totals)
 }
 
 Result<void> listJson(ClientSession &client, const mtFilter_t &filter, const Asked &asked,
-                      Json &result)
+                      const Command &command, Json &result)
 {
     Totals totals;
     result.erase("ok");
@@ -163,7 +164,7 @@ Result<void> listJson(ClientSession &client, const mtFilter_t &filter, const Ask
                                         }));
     if (done && totals.objects == 0 && !asked.selection.pattern.empty())
         done = noMatch(asked.selection);
-    stream.end(done, totals);
+    stream.end(done, totals, command);
     return done;
 }
 
@@ -202,7 +203,7 @@ Result<void> list(Command &command, const Asked &asked, Json &result)
     if (!command.json)
         return listText(*client, filter, asked);
     command.ownJson = true;
-    return listJson(*client, filter, asked, result);
+    return listJson(*client, filter, asked, command, result);
 }
 
 } // namespace

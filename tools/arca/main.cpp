@@ -6,6 +6,7 @@
 #include "tools/common/streams.h"
 #include "tools/common/text.h"
 
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 
@@ -58,7 +59,12 @@ int runVerb(const Command &command, Json &result)
 int perform(const Command &command)
 {
     Json result = {{"verb", command.verb}, {"ok", true}};
+    const auto began = std::chrono::steady_clock::now();
     const int status = runVerb(command, result);
+    const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - began;
+    const auto times = addTimes(command, result);
+    if (!command.json && !times.empty())
+        std::fputs(tools::timesText(times, passed.count()).c_str(), stderr);
     if (command.json && !command.ownJson)
         std::puts(result.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
     bool written = std::ferror(stdout) == 0;

@@ -1,5 +1,6 @@
 // arca metrics: what monitoring wants to know, in the text form that a node exporter collects from
 // a directory.
+#include "agents/common/maint/mttiming.h"
 #include "client/blob/file_layer.h"
 #include "client/store/statistics.h"
 #include "client/store/verify_state.h"
@@ -140,6 +141,7 @@ Result<void> replaceFile(const std::string &path, const std::string &text)
 Result<void> tell(const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
+    const mtTimed timed(MT_TIME_CLIENT);
     ARCA_TRY(const store::Statistics statistics,
              store::gatherStatistics(*session.space, shownProgress("Counting")));
     Exposition out(session.space->node());

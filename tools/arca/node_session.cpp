@@ -1,6 +1,7 @@
 // Logging on: see the header.
 #include "tools/arca/node_session.h"
 
+#include "agents/common/maint/mttiming.h"
 #include "client/base/hash.h"
 #include "client/base/text.h"
 #include "client/config/node_keys.h"
@@ -38,6 +39,7 @@ Result<store::NodeKeys> prove(const config::Options &options, store::Repository 
 
 Result<NodeSession> logOn(const Command &command, bool passwordFromStandardInput, Json &result)
 {
+    const mtTimed timed(MT_TIME_CLIENT);
     ARCA_TRY(const config::Options options, optionsOf(command));
     ARCA_TRY(const std::string node, config::nodeNameFor(options));
     NodeSession session;

@@ -1,5 +1,6 @@
 // arca reclaim: gives back the space of what no piece needs any more.
 #include "client/store/reclaim.h"
+#include "agents/common/maint/mttiming.h"
 
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
@@ -65,6 +66,7 @@ struct Asked {
 Result<void> perform(const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const NodeSession session, logOn(command, asked.passwordFromStandardInput, result));
+    const mtTimed timed(MT_TIME_CLIENT);
     store::Reclaim reclaim(session.space->domain());
     tools::Progress progress("Freeing");
     const auto step = [&](const store::ReclaimTotals &totals) {

@@ -1,4 +1,5 @@
 // arca stats: what the node keeps, in numbers.
+#include "agents/common/maint/mttiming.h"
 #include "client/store/statistics.h"
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
@@ -101,6 +102,7 @@ void print(const store::Statistics &statistics)
 Result<void> showStats(const Command &command, bool fromStandardInput, Json &result)
 {
     ARCA_TRY(const NodeSession session, logOn(command, fromStandardInput, result));
+    const mtTimed timed(MT_TIME_CLIENT);
     ARCA_TRY(const store::Statistics statistics,
              store::gatherStatistics(*session.space, shownProgress("Counting")));
     fill(statistics, result);

@@ -1,5 +1,6 @@
 // arca verify: proves that what the node keeps is all there and all right.
 #include "client/store/verify.h"
+#include "agents/common/maint/mttiming.h"
 #include "client/base/text.h"
 #include "tools/arca/node_session.h"
 #include "tools/common/progress.h"
@@ -84,6 +85,7 @@ Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
         ARCA_TRY(request.maxDuration, durationFrom(asked.maxDuration));
     }
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
+    const mtTimed timed(request.readData ? MT_TIME_TRANSFER : MT_TIME_CLIENT);
     Json &hurt = result["hurt"] = Json::array();
     tools::Progress progress("Verifying");
     store::VerifyWatcher watcher;

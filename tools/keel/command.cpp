@@ -2,7 +2,7 @@
 #include "tools/keel/command.h"
 
 #include "agents/common/maint/mttiming.h"
-#include "tools/common/table.h"
+#include "tools/common/times.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/trailer.h"
 
@@ -79,22 +79,17 @@ namespace
 
 void reportTiming(const Command &command, Json &result, double seconds)
 {
-    tools::Table table({{"TIME"},
-                        {"CALLS", tools::Align::kRight},
-                        {"SECONDS", tools::Align::kRight},
-                        {"SHARE", tools::Align::kRight}});
+    std::vector<tools::Spent> all;
     for (unsigned i = 0; i < MT_TIME_CATEGORIES; ++i) {
         const auto category = static_cast<mtCategory_t>(i);
         const mtMeasured_t measured = mtMeasured(category);
-        const double spent = static_cast<double>(measured.nanoseconds) * 1e-9;
-        result["timing"][mtCategoryName(category)] = {{"calls", measured.count},
-                                                      {"seconds", spent}};
-        table.add({mtCategoryName(category), std::to_string(measured.count),
-                   fmt::format("{:.3f}", spent),
-                   fmt::format("{:.0f} %", 100 * spent / std::max(seconds, 1e-6))});
+        all.push_back({mtCategoryName(category), measured.count,
+                       static_cast<double>(measured.nanoseconds) * 1e-9});
+        result["timing"][all.back().what] = {{"calls", all.back().calls},
+                                             {"seconds", all.back().seconds}};
     }
     if (!command.json)
-        fmt::print(stderr, "{}", table.text());
+        fmt::print(stderr, "{}", tools::timesText(all, seconds));
 }
 
 } // namespace

@@ -7,7 +7,7 @@ int mtAccessRules(const mtSession &session, std::vector<qryRespAccessData> &rule
     std::uint16_t count = 0;
     for (;;) {
         rules.resize(count);
-        const int rc = mtApi().dhoxQueryAccess(mtStatus(), session.handle(), rules.data(), &count);
+        const int rc = mtApi()->dhoxQueryAccess(mtStatus(), session.handle(), rules.data(), &count);
         if (rc != HOX_RC_MORE_DATA) {
             rules.resize(rc == HOX_RC_OK ? count : 0);
             return rc;
@@ -18,11 +18,11 @@ int mtAccessRules(const mtSession &session, std::vector<qryRespAccessData> &rule
 int mtAccessGrant(const mtSession &session, const hoxObjName &name, const std::string &node,
                   const std::string &owner)
 {
-    return mtApi().dhoxSetAccess(mtStatus(), session.handle(), HOX_ACCESS_READ, &name, node.c_str(),
-                                 owner.c_str());
+    return mtApi()->dhoxSetAccess(mtStatus(), session.handle(), HOX_ACCESS_READ, &name,
+                                  node.c_str(), owner.c_str());
 }
 
 int mtAccessRevoke(const mtSession &session, std::uint32_t rule)
 {
-    return mtApi().dhoxDeleteAccess(mtStatus(), session.handle(), rule);
+    return mtApi()->dhoxDeleteAccess(mtStatus(), session.handle(), rule);
 }

@@ -18,7 +18,7 @@ int mtLogAppend(const mtSession &session, std::uint32_t severity, const std::str
     stCopy(event.platform, "64bit");
     stCopy(event.appVersion, "7.1.3.0");
     hoxLogEventExOut_t answer{};
-    return mtApi().dhoxLogEventEx(mtStatus(), session.handle(), &event, &answer);
+    return mtApi()->dhoxLogEventEx(mtStatus(), session.handle(), &event, &answer);
 }
 
 int mtLogQuery(const mtSession &session, const mtLogFilter_t &filter,
@@ -28,13 +28,13 @@ int mtLogQuery(const mtSession &session, const mtLogFilter_t &filter,
     unreadable = 0;
     const qryLogData asked{HOX_QRY_LOG_VERSION, filter.since, filter.before, filter.severity,
                            filter.node.c_str()};
-    int rc = mtApi().dhoxBeginQuery(mtStatus(), session.handle(), HOX_QUERY_LOG, &asked);
+    int rc = mtApi()->dhoxBeginQuery(mtStatus(), session.handle(), HOX_QUERY_LOG, &asked);
     if (rc != HOX_RC_OK) {
         return rc;
     }
     qryRespLogData answer{};
     DataBlk block{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-    while ((rc = mtApi().dhoxGetNextQObj(mtStatus(), session.handle(), &block, nullptr)) ==
+    while ((rc = mtApi()->dhoxGetNextQObj(mtStatus(), session.handle(), &block, nullptr)) ==
            HOX_RC_MORE_DATA) {
         unreadable = answer.unreadable;
         const auto time = static_cast<std::int64_t>(cuMake64(answer.time.hi, answer.time.lo));
@@ -44,7 +44,7 @@ int mtLogQuery(const mtSession &session, const mtLogFilter_t &filter,
             break;
         }
     }
-    const int ended = mtApi().dhoxEndQuery(mtStatus(), session.handle());
+    const int ended = mtApi()->dhoxEndQuery(mtStatus(), session.handle());
     return rc == HOX_RC_FINISHED || rc == HOX_RC_NO_MATCH ? ended : rc;
 }
 
@@ -53,5 +53,5 @@ int mtLogPrune(const mtSession &session, std::int64_t before)
     hoxDelInfo info{};
     info.log.stVersion = HOX_DELBACK_VERSION;
     info.log.before = before;
-    return mtApi().dhoxDeleteObj(mtStatus(), session.handle(), HOX_DELETE_LOG, &info);
+    return mtApi()->dhoxDeleteObj(mtStatus(), session.handle(), HOX_DELETE_LOG, &info);
 }

@@ -21,8 +21,8 @@ int update(const mtSession &session, const std::string &name, const mcDefinition
     attributes.mcNameP = name.c_str();
     attributes.objInfo = reinterpret_cast<const char *>(definition);
     attributes.objInfoLength = definition == nullptr ? 0 : sizeof *definition;
-    return mtApi().dhoxUpdateObj(mtStatus(), session.handle(), HOX_UPDATE_CLASS, nullptr,
-                                 &attributes, mask);
+    return mtApi()->dhoxUpdateObj(mtStatus(), session.handle(), HOX_UPDATE_CLASS, nullptr,
+                                  &attributes, mask);
 }
 
 /// Takes over what has a value, and tells which fields those are. HOX_RC_BAD_ARGUMENT when a text
@@ -47,8 +47,8 @@ int bind(const mtSession &session, const dhoxBackupObject_t &object, const std::
     ObjAttr attributes{};
     attributes.stVersion = HOX_OBJATTR_VERSION;
     attributes.mcNameP = className.c_str();
-    return mtApi().dhoxUpdateObj(mtStatus(), session.handle(), HOX_SEND_BACKUP, &object.objName,
-                                 &attributes, HOX_UPDOBJ_MC);
+    return mtApi()->dhoxUpdateObj(mtStatus(), session.handle(), HOX_SEND_BACKUP, &object.objName,
+                                  &attributes, HOX_UPDOBJ_MC);
 }
 
 /// Also when there is nothing to bind: a class that is not there is a mistake.
@@ -71,17 +71,17 @@ int mtClasses(const mtSession &session, bool alsoDeleted, std::vector<mtClass_t>
     classes.clear();
     const qryMCData asked{HOX_QRY_MC_VERSION, nullptr,
                           static_cast<std::uint8_t>(alsoDeleted ? 2 : 1)};
-    int rc = mtApi().dhoxBeginQuery(mtStatus(), session.handle(), HOX_QUERY_MGMT_CLASS, &asked);
+    int rc = mtApi()->dhoxBeginQuery(mtStatus(), session.handle(), HOX_QUERY_MGMT_CLASS, &asked);
     if (rc != HOX_RC_OK) {
         return rc;
     }
     qryRespMCData answer{};
     DataBlk block{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-    while ((rc = mtApi().dhoxGetNextQObj(mtStatus(), session.handle(), &block, nullptr)) ==
+    while ((rc = mtApi()->dhoxGetNextQObj(mtStatus(), session.handle(), &block, nullptr)) ==
            HOX_RC_MORE_DATA) {
         classes.push_back(classFrom(answer));
     }
-    const int ended = mtApi().dhoxEndQuery(mtStatus(), session.handle());
+    const int ended = mtApi()->dhoxEndQuery(mtStatus(), session.handle());
     return rc == HOX_RC_FINISHED || rc == HOX_RC_NO_MATCH ? ended : rc;
 }
 

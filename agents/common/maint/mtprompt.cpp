@@ -2,6 +2,8 @@
 // caller's ever holds a secret and nothing behind the line is lost to the next reader.
 #include "agents/common/maint/mtprompt.h"
 
+#include "agents/common/maint/mttiming.h"
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -256,6 +258,7 @@ mtAsk_t askUntilAnswered(const mtQuestion_t &question, const std::string &shown,
 
 mtAsk_t mtAsk(const mtQuestion_t &question, char *answer, std::size_t size)
 {
+    const mtTimed timed(MT_TIME_WAITING);
     std::string shown = question.text;
     if (question.usual != nullptr) {
         shown.append(" [").append(question.usual).append("]");

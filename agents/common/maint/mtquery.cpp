@@ -18,7 +18,7 @@ int handOver(const mtSession &session, const mtObjectVisitor_t &visit)
     DataBlk block{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
     dhoxBackupObject_t object;
     for (;;) {
-        const int rc = mtApi().dhoxGetNextQObj(mtStatus(), session.handle(), &block, &object);
+        const int rc = mtApi()->dhoxGetNextQObj(mtStatus(), session.handle(), &block, &object);
         if (rc == HOX_RC_FINISHED || rc == HOX_RC_NO_MATCH) {
             return HOX_RC_OK;
         }
@@ -43,12 +43,12 @@ extern "C" int16_t tellProgress(void *context, std::uint64_t done, std::uint64_t
 int query(const mtSession &session, std::uint8_t type, const void *asked,
           const mtObjectVisitor_t &visit)
 {
-    int rc = mtApi().dhoxBeginQuery(mtStatus(), session.handle(), type, asked);
+    int rc = mtApi()->dhoxBeginQuery(mtStatus(), session.handle(), type, asked);
     if (rc != HOX_RC_OK) {
         return rc;
     }
     rc = handOver(session, visit);
-    const int ended = mtApi().dhoxEndQuery(mtStatus(), session.handle());
+    const int ended = mtApi()->dhoxEndQuery(mtStatus(), session.handle());
     return rc != HOX_RC_OK ? rc : ended;
 }
 

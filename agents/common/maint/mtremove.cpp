@@ -49,25 +49,25 @@ int mtRemoval::step(const mtObject_t &object) const
     info.backID = {HOX_DELBACK_VERSION, {cuHigh32(object.objId), cuLow32(object.objId)}};
     const std::uint8_t type =
         action_ == mtAction_t::deactivate ? HOX_DEACTIVATE_BACKUP_ID : HOX_DELETE_BACKUP_ID;
-    return mtApi().dhoxDeleteObj(mtStatus(), session_.handle(), type, &info);
+    return mtApi()->dhoxDeleteObj(mtStatus(), session_.handle(), type, &info);
 }
 
 int mtRemoval::commit() const
 {
     std::uint16_t reason = 0;
-    const int rc = mtApi().dhoxEndTxn(mtStatus(), session_.handle(), HOX_VOTE_COMMIT, &reason);
+    const int rc = mtApi()->dhoxEndTxn(mtStatus(), session_.handle(), HOX_VOTE_COMMIT, &reason);
     return rc == HOX_RC_CHECK_REASON ? reason : rc;
 }
 
 mtRemoval::Attempt mtRemoval::attempt(std::span<const mtObject_t> batch) const
 {
-    if (const int rc = mtApi().dhoxBeginTxn(mtStatus(), session_.handle()); rc != HOX_RC_OK) {
+    if (const int rc = mtApi()->dhoxBeginTxn(mtStatus(), session_.handle()); rc != HOX_RC_OK) {
         return {rc, 0};
     }
     for (std::size_t i = 0; i < batch.size(); ++i) {
         if (const int rc = step(batch[i]); rc != HOX_RC_OK) {
             std::uint16_t reason = 0;
-            mtApi().dhoxEndTxn(mtStatus(), session_.handle(), HOX_VOTE_ABORT, &reason);
+            mtApi()->dhoxEndTxn(mtStatus(), session_.handle(), HOX_VOTE_ABORT, &reason);
             return {rc, i};
         }
     }

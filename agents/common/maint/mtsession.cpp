@@ -33,9 +33,9 @@ int fillEnvironment(envSetUp &env, const std::string &optionFile)
 
 } // namespace
 
-DHoxApi &mtApi()
+mtCall mtApi()
 {
-    return binding();
+    return mtCall(binding());
 }
 
 DBaseApiStatus *mtStatus()
@@ -56,32 +56,32 @@ int mtSetUp(const std::string &optionFile)
     char program[] = "arca";
     char *argv[] = {program, nullptr};
     env.argv = argv;
-    return mtApi().dhoxSetUp(mtStatus(), 1, &env);
+    return mtApi()->dhoxSetUp(mtStatus(), 1, &env);
 }
 
 void mtCleanUp()
 {
     if (DHoxApi::IsSetUp()) {
-        mtApi().dhoxCleanUp(mtStatus(), 1);
+        mtApi()->dhoxCleanUp(mtStatus(), 1);
     }
 }
 
 int mtOptions(optStruct &options)
 {
-    return mtApi().dhoxQueryCliOptions(mtStatus(), &options);
+    return mtApi()->dhoxQueryCliOptions(mtStatus(), &options);
 }
 
 int mtSession::start(const mtLogon_t &logon)
 {
     end();
     const DHoxLogonNames names{logon.node.c_str(), logon.asNode.c_str(), logon.owner.c_str()};
-    if (const int rc = mtApi().Logon(mtStatus(), &handle_, names, logon.password.c_str());
+    if (const int rc = mtApi()->Logon(mtStatus(), &handle_, names, logon.password.c_str());
         rc != 0) {
         return rc;
     }
     info_ = ApiSessInfo{};
     info_.stVersion = HOX_SESSINFO_VERSION;
-    const int rc = mtApi().dhoxQuerySessInfo(mtStatus(), handle_, &info_);
+    const int rc = mtApi()->dhoxQuerySessInfo(mtStatus(), handle_, &info_);
     if (rc != 0) {
         end();
     }
@@ -90,7 +90,7 @@ int mtSession::start(const mtLogon_t &logon)
 
 void mtSession::end()
 {
-    mtApi().Logoff(mtStatus(), &handle_);
+    mtApi()->Logoff(mtStatus(), &handle_);
 }
 
 std::size_t mtSession::mostPerTransaction() const
@@ -106,7 +106,7 @@ std::string mtText(int rc)
     }
     const hoxRCMsgExIn_t input{HOX_RCMSGEX_VERSION, 0, static_cast<std::int16_t>(rc), 0};
     hoxRCMsgExOut_t answer{};
-    if (mtApi().dhoxRCMsgEx(mtStatus(), 0, &input, &answer) != HOX_RC_OK ||
+    if (mtApi()->dhoxRCMsgEx(mtStatus(), 0, &input, &answer) != HOX_RC_OK ||
         answer.message[0] == '\0') {
         return "the storage client answered " + std::to_string(rc);
     }

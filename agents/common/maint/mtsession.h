@@ -11,6 +11,7 @@
 #include <string>
 
 #include "agents/common/dhoxapi.h"
+#include "agents/common/maint/mttiming.h"
 
 /// Loads the storage client and sets it up with this option file (empty: its own) for all sessions
 /// of the process; a second time it ends those of the first. Not beside any other call.
@@ -53,8 +54,21 @@ private:
 /// the code is that of the last failure on this thread.
 [[nodiscard]] std::string mtText(int rc);
 
+/// One call of the storage client by a utility, timed as a client call while it lives:
+/// mtApi()->dhoxBeginTxn(mtStatus(), ...).
+class mtCall
+{
+public:
+    explicit mtCall(DHoxApi &api) : api_(api) {}
+    DHoxApi *operator->() const { return &api_; }
+
+private:
+    DHoxApi &api_;
+    const mtTimed timed_{MT_TIME_CLIENT};
+};
+
 /// The binding and its status, for the utilities.
-DHoxApi &mtApi();
+mtCall mtApi();
 DBaseApiStatus *mtStatus();
 
 #endif

@@ -13,7 +13,7 @@
 enum mtCategory_t : unsigned {
     MT_TIME_CLIENT,   // calls that begin, end and ask; none that carry data
     MT_TIME_TRANSFER, // calls that carry data
-    MT_TIME_WAITING,  // for somebody else to be ready
+    MT_TIME_WAITING,  // for a person, or somebody else, to be ready
     MT_TIME_DATABASE, // reading or writing the data on the database's side
     MT_TIME_CATEGORIES
 };
