@@ -123,8 +123,9 @@ public:
     }
     void add(const dhoxBackupObject_t &object)
     {
+        describe(row_, object);
         fmt::print("{}\n{}", first_ ? "" : ",",
-                   jsonOf(object).dump(-1, ' ', false, Json::error_handler_t::replace));
+                   row_.dump(-1, ' ', false, Json::error_handler_t::replace));
         first_ = false;
     }
     void end(const Result<void> &done, const Totals &totals, const Command &command)
@@ -140,6 +141,7 @@ public:
     }
 
 private:
+    Json row_;
     bool first_ = true;
 };
 

@@ -29,22 +29,22 @@ const char *cipherText(std::uint8_t type)
 
 } // namespace
 
-Json jsonOf(const dhoxBackupObject_t &object)
+void describe(Json &row, const dhoxBackupObject_t &object)
 {
-    return {{"piece", pieceOf(object.objName)},
-            {"filespace", object.objName.fsName},
-            {"id", idText(object.objId)},
-            {"active", object.objState == HOX_STATE_ACTIVE},
-            {"size", object.size},
-            {"storedSize", object.storedSize},
-            {"stored", timeOrNull(object.insTime)},
-            {"inactiveSince", timeOrNull(object.inactTime)},
-            {"class", object.mcName},
-            {"owner", object.owner},
-            {"info", object.objInfo},
-            {"compressed", object.objCompressed != 0},
-            {"deduplicated", object.objDeduplicated != 0},
-            {"encryption", cipherText(object.encryptionType)}};
+    row["piece"] = pieceOf(object.objName);
+    row["filespace"] = object.objName.fsName;
+    row["id"] = idText(object.objId);
+    row["active"] = object.objState == HOX_STATE_ACTIVE;
+    row["size"] = object.size;
+    row["storedSize"] = object.storedSize;
+    row["stored"] = timeOrNull(object.insTime);
+    row["inactiveSince"] = timeOrNull(object.inactTime);
+    row["class"] = object.mcName;
+    row["owner"] = object.owner;
+    row["info"] = object.objInfo;
+    row["compressed"] = object.objCompressed != 0;
+    row["deduplicated"] = object.objDeduplicated != 0;
+    row["encryption"] = cipherText(object.encryptionType);
 }
 
 std::string idText(std::uint64_t id)

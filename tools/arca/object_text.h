@@ -8,8 +8,9 @@
 namespace arca::tool
 {
 
-/// Everything that an answer tells.
-Json jsonOf(const dhoxBackupObject_t &object);
+/// Everything that an answer tells, in place of what `row` told of another one: for many, one row
+/// costs a third of a fresh one each.
+void describe(Json &row, const dhoxBackupObject_t &object);
 
 /// 16 hexadecimal digits.
 std::string idText(std::uint64_t id);

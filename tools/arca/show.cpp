@@ -123,7 +123,8 @@ void print(const Version &version, const std::vector<mtClass_t> &classes)
 {
     const dhoxBackupObject_t &object = version.object;
     const std::int64_t now = std::time(nullptr);
-    const Json told = jsonOf(object);
+    Json told;
+    describe(told, object);
     line("Piece", pieceText(object.objName));
     line("Identifier", idText(object.objId));
     line("State", object.inactTime == 0
@@ -149,7 +150,8 @@ void print(const Version &version, const std::vector<mtClass_t> &classes)
 
 Json jsonOfVersion(const Version &version)
 {
-    Json told = jsonOf(version.object);
+    Json told;
+    describe(told, version.object);
     told["expires"] =
         version.object.expDate.year == 0 ? Json(nullptr) : Json(expiryText(version.object.expDate));
     told["leads"] = version.group;
