@@ -1,11 +1,11 @@
 // See agent_options.h.
 #include "tools/keel/agent_options.h"
 
+#include "tools/keel/option_lines.h"
+
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <cstdlib>
-#include <fstream>
 #include <string_view>
 
 #include <fmt/format.h>
@@ -18,7 +18,6 @@ namespace
 
 constexpr const char *kAgentDirectory = KEEL_CLIENT_ROOT "/oracle/bin64";
 constexpr const char *kClientDirectory = KEEL_CLIENT_ROOT "/api/bin64";
-constexpr std::string_view kBlank = " \t\v\f\r";
 
 constexpr std::array kKeywords = {"HOXI_DIR",          "HOXI_LOG",          "HOXI_ORC_DIR",
                                   "HOXI_ORC_CONFIG",   "VELO_AVG_SIZE",     "VELO_FS",
@@ -36,39 +35,12 @@ std::string chosenFile(const std::string &value)
     return quoted ? value.substr(1, value.size() - 2) : value;
 }
 
-std::string trimmed(std::string text)
-{
-    std::erase(text, '"');
-    const std::size_t first = text.find_first_not_of(kBlank);
-    const std::size_t last = text.find_last_not_of(kBlank);
-    return first == std::string::npos ? "" : text.substr(first, last + 1 - first);
-}
-
 std::string orElse(std::string value, const char *usual)
 {
     return value.empty() ? usual : value;
 }
 
 } // namespace
-
-OptionLines readOptionLines(const std::string &file)
-{
-    OptionLines lines;
-    std::ifstream input(file);
-    for (std::string line; std::getline(input, line);) {
-        const std::size_t begin = line.find_first_not_of(kBlank);
-        if (begin == std::string::npos || line[begin] == '*')
-            continue;
-        const std::size_t from = std::min(line.find_first_not_of(" ,\t", begin), line.size());
-        const std::size_t end = std::min(line.find_first_of(" ,\t\r", from), line.size());
-        std::string keyword = line.substr(from, end - from);
-        std::ranges::transform(keyword, keyword.begin(),
-                               [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-        lines.emplace_back(std::move(keyword),
-                           end < line.size() ? trimmed(line.substr(end + 1)) : std::string());
-    }
-    return lines;
-}
 
 AgentOptions::AgentOptions()
 {

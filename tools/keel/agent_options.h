@@ -41,11 +41,6 @@ private:
     std::vector<std::string> wrong_;
 };
 
-/// A file of lines of a keyword and a value, with comments that begin with an asterisk; keywords in
-/// upper case, the last value of each. What the storage client's option file is made of, too.
-using OptionLines = std::vector<std::pair<std::string, std::string>>;
-[[nodiscard]] OptionLines readOptionLines(const std::string &file);
-
 } // namespace keel
 
 #endif

@@ -7,6 +7,7 @@
 #include "tools/keel/bench_processes.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
+#include "tools/keel/option_lines.h"
 
 #include <ctime>
 #include <filesystem>

@@ -5,6 +5,7 @@
 
 #include "tools/keel/agent_options.h"
 #include "tools/keel/channel.h"
+#include "tools/keel/option_lines.h"
 
 #include <functional>
 #include <string>

@@ -4,6 +4,7 @@
 #include "tools/keel/blocks.h"
 #include "tools/keel/checkup.h"
 #include "tools/keel/failure.h"
+#include "tools/keel/option_lines.h"
 
 #include <cerrno>
 #include <chrono>
