@@ -1,6 +1,9 @@
 // Whatever is wrong with what arca is pointed at: one line that says so, the right exit status, and
 // nothing is changed.
 #include "tests/arca/arca_fixture.h"
+#include "tests/support/terminal.h"
+
+#include <csignal>
 
 #include <filesystem>
 
@@ -57,6 +60,8 @@ TEST_F(ArcaTest, WhatIsWrongIsSaidInOneLine)
          [&] { fs::rename(root.string() + ".x", root); }, std::size(kVerbs)},
         {"another layout", [&] { writeFile(root / "format", newer); },
          [&] { writeFile(root / "format", marker); }, std::size(kVerbs)},
+        {"what was never granted", [&] { writeFile(options, optionText + "ASNODE other\n"); },
+         [&] { writeFile(options, optionText); }, 9},
         {"a node that nobody knows", [&] { writeFile(options, optionText + "NODENAME none\n"); },
          [&] { writeFile(options, optionText); }, 14},
         {"no password", [&] { fs::rename(options.string() + ".keys", options.string() + ".x"); },
@@ -103,6 +108,18 @@ TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)
     EXPECT_EQ(run({"sh", "-c", show + " >/dev/full"}).status, 1);
     EXPECT_TRUE(readFile("jobs.log").ends_with("Z arca show: cannot write standard output\n"))
         << readFile("jobs.log");
+    // A terminal that goes away while it is asked, also under nohup.
+    for (const std::string words : {"rm piece_1", "log --prune 1", "node remove testnode"}) {
+        const std::string asks = " " + arcaProgram().string() + " " + words +
+                                 " --log jobs.log --optfile " +
+                                 installation_.clientOptions().string();
+        for (const bool ignored : {false, true}) {
+            Terminal gone({"/bin/sh", "-c", (ignored ? "trap '' HUP; exec" : "exec") + asks});
+            gone.hangUp("[y/N] ");
+            EXPECT_EQ(gone.finish(), ignored ? 1 : 128 + SIGHUP) << words;
+        }
+        EXPECT_TRUE(readFile("jobs.log").ends_with(": nothing was changed: nothing was given\n"));
+    }
     EXPECT_EQ(run({"sh", "-c", ls + " 2>&- | head -n 1 >/dev/null"}).status, 0);
     EXPECT_EQ(arcaJson({"ls"})["count"], 200);
 }

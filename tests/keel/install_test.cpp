@@ -194,6 +194,12 @@ TEST_F(KeelTest, RemoveAsksAndLogsAndTimesWhenAsked)
     EXPECT_EQ(timing["client calls"]["calls"], 2);
     EXPECT_GE(timing["transfer"]["calls"], 1);
     EXPECT_EQ(keel({"remove", "p"}).status, 2) << "nobody to ask";
+    for (const char *shell : {"exec", "trap '' HUP; exec"}) {
+        Terminal gone({"/bin/sh", "-c",
+                       shell + (" " + keelProgram().string()) + " remove p --log keel.log --json"});
+        gone.hangUp("Remove p? [y/N] ");
+        EXPECT_EQ(gone.finish(), 1) << shell;
+    }
     for (const auto &[typed, status] : {std::pair("\n", 1), std::pair("maybe\nno\n", 1),
                                         std::pair("\x03", 1), std::pair("Yes\n", 0)}) {
         EXPECT_TRUE(isStored("p"));

@@ -24,7 +24,15 @@ Terminal::Terminal(std::vector<std::string> argv)
 
 Terminal::~Terminal()
 {
+    if (terminal_ >= 0)
+        ::close(terminal_);
+}
+
+void Terminal::hangUp(const std::string &text)
+{
+    answer(text, "");
     ::close(terminal_);
+    terminal_ = -1;
 }
 
 void Terminal::answer(const std::string &text, const std::string &typed)

@@ -20,6 +20,8 @@ public:
 
     /// Waits for the text to be shown after the last answer, then types.
     void answer(const std::string &text, const std::string &typed);
+    /// Waits for the text, then takes the terminal away.
+    void hangUp(const std::string &text);
     [[nodiscard]] bool echoes() const;
     /// Reads on until the program ends; its exit status, or 128 + signal.
     [[nodiscard]] int finish();

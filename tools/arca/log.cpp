@@ -4,6 +4,7 @@
 #include "tools/arca/client_session.h"
 #include "tools/arca/moment.h"
 #include "tools/arca/node_session.h"
+#include "tools/common/streams.h"
 #include "tools/common/text.h"
 
 #include <cstdio>
@@ -97,7 +98,8 @@ Result<void> showLog(ClientSession &client, const Command &command, const Asked 
     ARCA_CHECK(answered(rc));
     result["unreadable"] = unreadable;
     if (unreadable != 0 && !command.json)
-        fmt::print(stderr, "arca log: {} lines of the activity log cannot be read\n", unreadable);
+        tools::complain(
+            fmt::format("arca log: {} lines of the activity log cannot be read\n", unreadable));
     return {};
 }
 

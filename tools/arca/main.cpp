@@ -18,10 +18,9 @@ namespace arca::tool
 namespace
 {
 
-/// Plain calls that do not throw: what is told last must not be lost with the terminal.
 void complain(const Command &command, const std::string &text)
 {
-    std::fputs(fmt::format("arca {}: {}\n", command.verb, printable(text, 4000)).c_str(), stderr);
+    tools::complain(fmt::format("arca {}: {}\n", command.verb, printable(text, 4000)));
 }
 
 /// That it cannot be written is told, and changes nothing: what the verb did is done.
@@ -64,7 +63,7 @@ int perform(const Command &command)
     const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - began;
     const auto times = addTimes(command, result);
     if (!command.json && !times.empty())
-        std::fputs(tools::timesText(times, passed.count()).c_str(), stderr);
+        tools::complain(tools::timesText(times, passed.count()));
     if (command.json && !command.ownJson)
         std::puts(result.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
     bool written = std::ferror(stdout) == 0;
@@ -117,7 +116,7 @@ int main(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)
             return app.exit(error); // --help, --version
-        fmt::print(stderr, "arca: {} (arca --help tells more)\n", error.what());
+        tools::complain(fmt::format("arca: {} (arca --help tells more)\n", error.what()));
         return arca::tool::kExitUsage;
     }
     return arca::tool::perform(command);

@@ -2,6 +2,7 @@
 #include "tools/common/streams.h"
 
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -15,6 +16,11 @@ void secureStandardStreams()
         if (::fcntl(stream, F_GETFD) < 0)
             (void)::open("/dev/null", O_RDONLY);
     ::signal(SIGPIPE, SIG_IGN);
+}
+
+void complain(const std::string &text)
+{
+    std::fputs(text.c_str(), stderr);
 }
 
 } // namespace tools

@@ -2,6 +2,8 @@
 #ifndef KEEL_TOOLS_COMMON_STREAMS_H
 #define KEEL_TOOLS_COMMON_STREAMS_H
 
+#include <string>
+
 namespace tools
 {
 
@@ -9,6 +11,10 @@ namespace tools
 /// gets its number and is written over by what is meant for people; writing there fails. A reader
 /// that goes away becomes a failed write, not a signal. Before anything else is opened.
 void secureStandardStreams();
+
+/// Standard error, without throwing: what is told last must not end the program when the terminal
+/// that it is told to has gone away.
+void complain(const std::string &text);
 
 } // namespace tools
 

@@ -1,5 +1,6 @@
 // keel bench: how fast this installation stores, and how much of it.
 #include "tools/common/plot.h"
+#include "tools/common/streams.h"
 #include "tools/common/table.h"
 #include "tools/common/terminal.h"
 #include "tools/common/text.h"
@@ -40,8 +41,8 @@ public:
             remove();
         } catch (const std::exception &error) {
             try {
-                fmt::print(stderr, "keel bench: pieces named {}-... are left: {}\n", plan_.prefix,
-                           error.what());
+                tools::complain(fmt::format("keel bench: pieces named {}-... are left: {}\n",
+                                            plan_.prefix, error.what()));
             } catch (const std::exception &) {
                 return; // nobody reads it
             }

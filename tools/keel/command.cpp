@@ -1,5 +1,6 @@
 // See command.h.
 #include "tools/keel/command.h"
+#include "tools/common/streams.h"
 
 #include "agents/common/maint/mttiming.h"
 #include "tools/common/times.h"
@@ -89,7 +90,7 @@ void reportTiming(const Command &command, Json &result, double seconds)
                                              {"seconds", all.back().seconds}};
     }
     if (!command.json)
-        fmt::print(stderr, "{}", tools::timesText(all, seconds));
+        tools::complain(tools::timesText(all, seconds));
 }
 
 } // namespace

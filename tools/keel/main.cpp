@@ -51,7 +51,7 @@ void chooseOptionFile(const std::string &file)
 void printJson(const Json &result)
 {
     // Names are bytes; what is no text in them must not keep the rest from being read.
-    fmt::print("{}\n", result.dump(2, ' ', false, Json::error_handler_t::replace));
+    std::puts(result.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }
 
 /// That it cannot be written is told, and changes nothing: what the verb did is done.
@@ -62,8 +62,8 @@ void logOutcome(const Command &command, const std::string &outcome)
     const std::string work = command.verb + (command.subject.empty() ? "" : " " + command.subject);
     const std::string line = tools::outcomeLine("keel", work, outcome);
     if (const int error = mtWrapAppend(command.logFile.c_str(), {}, line); error != 0)
-        fmt::print(stderr, "keel {}: cannot write {}: {}\n", command.verb,
-                   tools::printable(command.logFile), std::strerror(error));
+        tools::complain(fmt::format("keel {}: cannot write {}: {}\n", command.verb,
+                                    tools::printable(command.logFile), std::strerror(error)));
 }
 
 int report(const Command &command, Json &result, const std::string &text, std::uint32_t sbtCode)
@@ -76,9 +76,10 @@ int report(const Command &command, Json &result, const std::string &text, std::u
         result["error"] = text;
         printJson(result);
     }
-    fmt::print(stderr, "keel {}{}{}: {}{}\n", command.verb, command.subject.empty() ? "" : " ",
-               tools::printable(command.subject),
-               sbtCode != 0 ? fmt::format("SBT {}: ", sbtCode) : "", text);
+    tools::complain(fmt::format("keel {}{}{}: {}{}\n", command.verb,
+                                command.subject.empty() ? "" : " ",
+                                tools::printable(command.subject),
+                                sbtCode != 0 ? fmt::format("SBT {}: ", sbtCode) : "", text));
     return kExitFailed;
 }
 
@@ -93,12 +94,12 @@ int perform(Command &command, const char *program)
         const int status = command.run(result);
         if (command.json)
             printJson(result);
-        if (std::fflush(stdout) != 0)
+        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
             throw Failure("cannot write standard output");
         logOutcome(command, status == kExitDone ? "done" : "not all of it was found");
         return status;
     } catch (const UsageError &error) {
-        fmt::print(stderr, "keel {}: {}\n", command.verb, error.what());
+        tools::complain(fmt::format("keel {}: {}\n", command.verb, error.what()));
         return kExitUsage;
     } catch (const Failure &error) {
         return report(command, result, error.what(), error.sbtCode());
@@ -143,7 +144,7 @@ int main(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         if (error.get_exit_code() == 0)
             return app.exit(error); // --help, --version
-        fmt::print(stderr, "keel: {} (keel --help tells more)\n", error.what());
+        tools::complain(fmt::format("keel: {} (keel --help tells more)\n", error.what()));
         return keel::kExitUsage;
     }
     return keel::perform(command, argv[0]);
