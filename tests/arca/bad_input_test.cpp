@@ -124,6 +124,36 @@ TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)
     EXPECT_EQ(arcaJson({"ls"})["count"], 200);
 }
 
+TEST_F(ArcaTest, AFullDiskIsSaidAndSpaceCanBeFreedOnIt)
+{
+    const hoxHandle_t handle = logOn();
+    store(handle, "p", "stays");
+    store(handle, "q", "goes");
+    // A file system of its own, which nobody but the shell and what it runs can see.
+    const fs::path options = installation_.clientOptions();
+    writeFile("small.opt", readFile(options) + "REPOSITORY file://" +
+                               (installation_.directory() / "small/repository").string() + "\n");
+    fs::copy_file(options.string() + ".keys", "small.opt.keys");
+    const std::string script = "mkdir small && mount -t tmpfs -o size=64m none small || exit 77\n"
+                               "cp -a repository small || exit 1\n"
+                               "cat /dev/zero >small/fill 2>/dev/null\n"
+                               "arca() { " +
+                               arcaProgram().string() +
+                               " \"$@\" --optfile small.opt; echo $? >>status; }\n"
+                               "arca class define gold\n"
+                               "arca access grant other p --filespace /fs\n"
+                               "arca rm q --yes >/dev/null\n"
+                               "arca metrics --output small/metrics\n"
+                               "arca ls\n"
+                               "arca verify --read-data\n";
+    const ProgramResult result = run({"unshare", "-rm", "sh", "-c", script});
+    if (result.status == 77 || !fs::exists("status"))
+        GTEST_SKIP() << "nothing can be mounted here: " << result.err;
+    EXPECT_EQ(readFile("status"), "1\n1\n0\n1\n0\n0\n") << result.err;
+    EXPECT_EQ(std::ranges::count(result.err, '\n'), 3) << result.err;
+    EXPECT_NE(result.out.find("  p\n1 piece, "), std::string::npos) << result.out;
+}
+
 } // namespace
 
 } // namespace keel::test
