@@ -142,7 +142,7 @@ TEST_F(ArcaTest, AFullDiskIsSaidAndSpaceCanBeFreedOnIt)
                                " \"$@\" --optfile small.opt; echo $? >>status; }\n"
                                "arca class define gold\n"
                                "arca access grant other p --filespace /fs\n"
-                               "arca rm q --yes >/dev/null\n"
+                               "arca rm q --deactivate --yes >/dev/null\n"
                                "arca metrics --output small/metrics\n"
                                "arca ls\n"
                                "arca verify --read-data\n";
