@@ -142,14 +142,14 @@ TEST_F(ArcaTest, AFullDiskIsSaidAndSpaceCanBeFreedOnIt)
                                " \"$@\" --optfile small.opt; echo $? >>status; }\n"
                                "arca class define gold\n"
                                "arca access grant other p --filespace /fs\n"
-                               "arca rm q --deactivate --yes >/dev/null\n"
                                "arca metrics --output small/metrics\n"
+                               "arca rm q --deactivate --yes >/dev/null\n"
                                "arca ls\n"
                                "arca verify --read-data\n";
     const ProgramResult result = run({"unshare", "-rm", "sh", "-c", script});
     if (result.status == 77 || !fs::exists("status"))
         GTEST_SKIP() << "nothing can be mounted here: " << result.err;
-    EXPECT_EQ(readFile("status"), "1\n1\n0\n1\n0\n0\n") << result.err;
+    EXPECT_EQ(readFile("status"), "1\n1\n1\n0\n0\n0\n") << result.err;
     EXPECT_EQ(std::ranges::count(result.err, '\n'), 3) << result.err;
     EXPECT_NE(result.out.find("  p\n1 piece, "), std::string::npos) << result.out;
 }
