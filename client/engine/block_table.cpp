@@ -27,9 +27,18 @@ std::optional<BlockTable::Slot> BlockTable::slotOf(const PackId &pack) const
     return known == slots_.end() ? std::nullopt : std::optional(known->second);
 }
 
-BlockTable::Slot BlockTable::addPack(const PackId &pack)
+const FrameSpan *BlockTable::frameOf(const Place &place) const
 {
-    packs_.emplace(nextSlot_, Pack{pack, ++clock_, 0, 0});
+    const std::vector<FrameSpan> &frames = packs_.at(place.slot).frames;
+    const auto after = std::upper_bound(
+        frames.begin(), frames.end(), place.block,
+        [](std::uint32_t block, const FrameSpan &frame) { return block < frame.firstBlock; });
+    return after == frames.begin() ? nullptr : &*std::prev(after);
+}
+
+BlockTable::Slot BlockTable::addPack(const PackId &pack, std::vector<FrameSpan> frames)
+{
+    packs_.emplace(nextSlot_, Pack{pack, ++clock_, 0, 0, std::move(frames)});
     slots_[pack] = nextSlot_;
     return nextSlot_++;
 }

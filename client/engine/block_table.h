@@ -13,6 +13,12 @@
 namespace arca::engine
 {
 
+/// A frame of a pack.
+struct FrameSpan {
+    std::uint32_t firstBlock;
+    std::uint32_t blocks; // that are stored
+};
+
 class BlockTable
 {
 public:
@@ -31,12 +37,24 @@ public:
     /// Blocks of that pack, dropped ones included.
     std::uint32_t blocksOf(Slot slot) const { return packs_.at(slot).blocks; }
 
-    Slot addPack(const PackId &pack);
+    /// Which frame of that pack holds a block; null when its frames are not known.
+    const FrameSpan *frameOf(const Place &place) const;
+
+    /// `frames` in the order of the pack.
+    Slot addPack(const PackId &pack, std::vector<FrameSpan> frames = {});
     /// Forgets others if it must. The numbers of a pack's blocks may come in any order.
     void add(Slot slot, const BlockId &block, std::uint32_t number);
 
     /// Marks the pack as met.
     std::optional<Place> find(const BlockId &block);
+    /// Visits every place of the block.
+    template <class Visit> void eachPlace(const BlockId &block, Visit visit) const
+    {
+        for (std::size_t at = startOf(block); entries_[at].slot != kEmpty;
+             at = (at + 1) & (entries_.size() - 1))
+            if (entries_[at].id == block)
+                visit(Place{entries_[at].slot, entries_[at].block});
+    }
 
 private:
     struct Entry {
@@ -49,6 +67,7 @@ private:
         std::uint64_t met;
         std::uint32_t blocks;
         std::size_t entries;
+        std::vector<FrameSpan> frames;
     };
     static constexpr Slot kEmpty = 0xffffffff;
 

@@ -14,6 +14,20 @@ constexpr std::size_t kPacksPerHint = 4;
 /// At the beginning of a stream every block is asked for: the first ones of a pack are hints.
 constexpr std::uint64_t kEagerLookups = 64;
 
+std::vector<FrameSpan> framesOf(const PackIndex &index)
+{
+    std::vector<FrameSpan> frames;
+    frames.reserve(index.frames.size());
+    std::uint32_t block = 0;
+    for (const FrameEntry &entry : index.frames) {
+        FrameSpan frame{block, 0};
+        for (const std::uint32_t end = block + entry.blocks; block < end; ++block)
+            frame.blocks += index.blocks[block].dropped ? 0 : 1;
+        frames.push_back(frame);
+    }
+    return frames;
+}
+
 } // namespace
 
 DuplicateIndex::DuplicateIndex(Domain &domain, std::set<PackId> unusable, const Settings &settings)
@@ -22,7 +36,7 @@ DuplicateIndex::DuplicateIndex(Domain &domain, std::set<PackId> unusable, const 
 {
 }
 
-std::optional<BlockRef> DuplicateIndex::find(const BlockId &block)
+std::optional<StoredBlock> DuplicateIndex::find(const BlockId &block)
 {
     ++counts_.lookups;
     auto found = inTable(block);
@@ -39,14 +53,39 @@ std::optional<BlockRef> DuplicateIndex::find(const BlockId &block)
     return found;
 }
 
-std::optional<BlockRef> DuplicateIndex::inTable(const BlockId &block)
+bool DuplicateIndex::bringIn(const BlockId &block)
+{
+    ++counts_.hintQueries;
+    bool any = false;
+    for (const PackId &pack : domain_.hints().packsWith(block, kPacksPerHint))
+        any = load(pack) || any;
+    return any;
+}
+
+std::optional<StoredBlock> DuplicateIndex::inTable(const BlockId &block)
 {
     const auto place = table_.find(block);
     if (!place)
         return std::nullopt;
-    const BlockRef ref{table_.packOf(place->slot), place->block};
+    const StoredBlock stored = storedAt(*place);
     prepareSuccessor(*place);
-    return ref;
+    return stored;
+}
+
+StoredBlock DuplicateIndex::storedAt(const BlockTable::Place &place) const
+{
+    const FrameSpan *frame = table_.frameOf(place);
+    return {{table_.packOf(place.slot), place.block}, frame != nullptr ? *frame : FrameSpan{0, 0}};
+}
+
+std::optional<BlockRef> DuplicateIndex::findOwn(const BlockId &block) const
+{
+    std::optional<BlockRef> own;
+    eachCopy(block, [&](const StoredBlock &copy) {
+        if (copy.isOwn())
+            own = copy.place;
+    });
+    return own;
 }
 
 /// A stream that follows a former one out of a pack goes on in the pack that was written next.
@@ -71,7 +110,7 @@ bool DuplicateIndex::load(const PackId &pack)
     }
     ++counts_.packsLoaded;
     counts_.indexBytesRead += index->blocks.size() * 20;
-    const BlockTable::Slot slot = table_.addPack(pack);
+    const BlockTable::Slot slot = table_.addPack(pack, framesOf(*index));
     for (std::uint32_t i = 0; i < index->blocks.size(); ++i)
         if (!index->blocks[i].dropped && index->blocks[i].id != BlockId{})
             table_.add(slot, index->blocks[i].id, i);

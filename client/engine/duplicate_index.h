@@ -18,6 +18,14 @@ struct BlockRef {
     std::uint32_t block = 0;
 };
 
+/// A block that is stored, and the frame that holds it.
+struct StoredBlock {
+    BlockRef place;
+    FrameSpan frame{0, 0}; // without blocks: of a pack that the stream writes itself
+
+    bool isOwn() const { return frame.blocks == 0; }
+};
+
 /// What it cost, for showing how the cost grows.
 struct LookupCounts {
     std::uint64_t lookups = 0;
@@ -34,14 +42,25 @@ public:
     /// the clear when `settings` ask for a cipher.
     DuplicateIndex(Domain &domain, std::set<PackId> unusable, const Settings &settings);
 
-    std::optional<BlockRef> find(const BlockId &block);
+    std::optional<StoredBlock> find(const BlockId &block);
+    /// Where the stream itself has stored it.
+    std::optional<BlockRef> findOwn(const BlockId &block) const;
+    /// Has the packs in memory that are said to hold the block, though it was found already.
+    /// Whether one came in.
+    bool bringIn(const BlockId &block);
+    /// Visits every place that is in memory now.
+    template <class Visit> void eachCopy(const BlockId &block, Visit visit) const
+    {
+        table_.eachPlace(block, [&](const BlockTable::Place &place) { visit(storedAt(place)); });
+    }
     /// A block that this stream stores itself.
     void addOwn(const BlockRef &place, const BlockId &block);
 
     const LookupCounts &counts() const { return counts_; }
 
 private:
-    std::optional<BlockRef> inTable(const BlockId &block);
+    std::optional<StoredBlock> inTable(const BlockId &block);
+    StoredBlock storedAt(const BlockTable::Place &place) const;
     bool load(const PackId &pack);
     void prepareSuccessor(const BlockTable::Place &place);
 

@@ -3,6 +3,7 @@
 
 #include "client/base/thread.h"
 #include "client/engine/cutter.h"
+#include "client/engine/defragmenter.h"
 #include "client/engine/outcome.h"
 #include "client/engine/pack_gatherer.h"
 
@@ -41,8 +42,11 @@ private:
     void work();
     bool step(Lock &lock, FrameCoder &coder);
     void cutAndHash(Lock &lock);
+    bool canPlace() const;
     void place(Lock &lock);
     void seal(Lock &lock, FrameCoder &coder);
+    void lookUp(const Chunk &chunk, KnownBlocks &known);
+    void decide(const Chunk &chunk, const Chunk *next);
     Result<void> placeBlocks(const Chunk &chunk);
     Result<void> queueFrame(std::unique_ptr<Frame> frame);
     Result<void> flush();
@@ -67,6 +71,9 @@ private:
     Cutter cutter_;
     StreamDigest digest_;
     DuplicateIndex duplicates_;
+    Defragmenter defragmenter_;
+    KnownBlocks known_; // of the chunk whose turn it is,
+    KnownBlocks next_;  // and of the one after it
     PackGatherer gatherer_;
     RunMerger merger_;
     std::unique_ptr<PackWriter> pack_;
@@ -103,8 +110,8 @@ Pipeline::Pipeline(Domain &domain, std::set<PackId> unusable, const Settings &se
     : domain_(domain), settings_(settings), workers_(workersFor(settings)),
       maxFrames_(std::max<std::size_t>(8, settings.memory / 4 / (2 * kFrameBytes))),
       cutter_(settings.blockSize, settings.deduplication),
-      duplicates_(domain, std::move(unusable), settings), gatherer_(domain.packs(), settings_),
-      merger_(runs)
+      duplicates_(domain, std::move(unusable), settings), defragmenter_(duplicates_),
+      gatherer_(domain.packs(), settings_), merger_(runs)
 {
 }
 
@@ -151,7 +158,7 @@ Result<void> Pipeline::takeChunk()
     if (filling_)
         return {};
     Lock lock(mutex_);
-    const bool another = spare_.empty() && chunks_ < workers_ + 3;
+    const bool another = spare_.empty() && chunks_ < workers_ + 4;
     if (another) {
         ++chunks_;
         lock.unlock();
@@ -250,8 +257,7 @@ bool Pipeline::step(Lock &lock, FrameCoder &coder)
         seal(lock, coder);
         return true;
     }
-    if (!placing_ && framesInFlight_ < maxFrames_ && !hashed_.empty() &&
-        hashed_.begin()->first == nextPlace_) {
+    if (canPlace()) {
         place(lock);
         return true;
     }
@@ -286,12 +292,23 @@ void Pipeline::cutAndHash(Lock &lock)
     work_.notify_one();
 }
 
+/// What becomes of a chunk depends on the one that follows it.
+bool Pipeline::canPlace() const
+{
+    if (placing_ || framesInFlight_ >= maxFrames_ || hashed_.empty())
+        return false;
+    const auto &[number, chunk] = *hashed_.begin();
+    return number == nextPlace_ && (chunk->last || hashed_.contains(nextPlace_ + 1));
+}
+
 void Pipeline::place(Lock &lock)
 {
     placing_ = true;
     ChunkPtr chunk = std::move(hashed_.begin()->second);
     hashed_.erase(hashed_.begin());
+    const Chunk *const next = chunk->last ? nullptr : hashed_.begin()->second.get();
     lock.unlock();
+    decide(*chunk, next);
     auto placed = placeBlocks(*chunk);
     if (placed && chunk->last)
         placed = flush();
@@ -308,19 +325,45 @@ void Pipeline::place(Lock &lock)
         written_.notify_one();
 }
 
+void Pipeline::lookUp(const Chunk &chunk, KnownBlocks &known)
+{
+    known.clear();
+    for (const Cut &cut : chunk.cuts)
+        known.push_back(settings_.deduplication && !cut.zero ? duplicates_.find(cut.id)
+                                                             : std::nullopt);
+}
+
+/// Which blocks of the chunk are taken from where they are, in known_.
+void Pipeline::decide(const Chunk &chunk, const Chunk *next)
+{
+    known_.swap(next_);
+    if (known_.size() != chunk.cuts.size())
+        lookUp(chunk, known_); // the first one
+    next_.clear();
+    if (next != nullptr)
+        lookUp(*next, next_);
+    if (settings_.deduplication)
+        defragmenter_.settle({chunk.cuts, known_},
+                             next != nullptr ? LookedUp{next->cuts, next_} : LookedUp{});
+}
+
 Result<void> Pipeline::placeBlocks(const Chunk &chunk)
 {
     std::uint64_t zeros = 0;
     std::uint64_t fresh = 0;
+    auto known = known_.cbegin();
     for (const Cut &cut : chunk.cuts) {
+        const std::optional<StoredBlock> &stored = *known++;
         if (cut.zero) {
             zeros += cut.length;
             ARCA_CHECK(merger_.addZeros(cut.length));
             continue;
         }
         if (settings_.deduplication) {
-            if (const auto known = duplicates_.find(cut.id)) {
-                ARCA_CHECK(merger_.addBlock(*known));
+            // Since it was looked up the stream may have stored it itself.
+            if (const auto there =
+                    stored ? std::optional(stored->place) : duplicates_.findOwn(cut.id)) {
+                ARCA_CHECK(merger_.addBlock(*there));
                 continue;
             }
         }

@@ -24,7 +24,7 @@ namespace arca::engine
 struct StreamTotals {
     std::uint64_t streamBytes = 0;
     std::uint64_t zeroBytes = 0;
-    std::uint64_t newBytes = 0;    // of blocks that were not stored before
+    std::uint64_t newBytes = 0;    // of blocks that were stored, some of them again
     std::uint64_t storedBytes = 0; // what the packs came to
     Digest128 digest{};            // XXH3-128 of the stream
     LookupCounts lookups;

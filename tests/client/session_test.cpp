@@ -13,22 +13,24 @@ namespace keel::test
 namespace
 {
 
+constexpr std::size_t kBlock = 8192;
+
 using Codes = std::vector<int>;
 
 TEST_F(ClientTest, StreamsOfAnyLengthComeBackExactly)
 {
     const hoxHandle_t handle = logOn();
-    constexpr std::size_t kBlock = 4096;
+    constexpr std::size_t kBuffer = 4096;
     const struct {
         std::size_t length;
         Codes reads; ///< empty: not looked at
     } cases[] = {
         {0, {HOX_RC_FINISHED}},
         {1, {HOX_RC_FINISHED}},
-        {kBlock - 1, {HOX_RC_FINISHED}},
-        {kBlock, {HOX_RC_FINISHED}},
-        {kBlock + 1, {HOX_RC_MORE_DATA, HOX_RC_FINISHED}},
-        {3 * kBlock, {HOX_RC_MORE_DATA, HOX_RC_MORE_DATA, HOX_RC_FINISHED}},
+        {kBuffer - 1, {HOX_RC_FINISHED}},
+        {kBuffer, {HOX_RC_FINISHED}},
+        {kBuffer + 1, {HOX_RC_MORE_DATA, HOX_RC_FINISHED}},
+        {3 * kBuffer, {HOX_RC_MORE_DATA, HOX_RC_MORE_DATA, HOX_RC_FINISHED}},
         {(1 << 20) - 1, {}},
         {1 << 20, {}},
         {(1 << 20) + 1, {}},
@@ -40,7 +42,7 @@ TEST_F(ClientTest, StreamsOfAnyLengthComeBackExactly)
         const std::string stream = randomBytes(c.length, c.length);
         ASSERT_EQ(backUp(handle, piece, stream), HOX_RC_OK);
         Codes reads;
-        const auto back = restore(handle, piece, kBlock, &reads);
+        const auto back = restore(handle, piece, kBuffer, &reads);
         ASSERT_TRUE(back);
         EXPECT_TRUE(*back == stream);
         if (!c.reads.empty()) {
@@ -52,7 +54,6 @@ TEST_F(ClientTest, StreamsOfAnyLengthComeBackExactly)
 /// A database as it is on each of some days: on every day but the first, one block in seven is new.
 std::vector<std::string> databaseOfDays(std::size_t blocks, int days)
 {
-    constexpr std::size_t kBlock = 8192;
     std::string stream = randomBytes(blocks * kBlock, 1);
     for (std::size_t i = 0; i < blocks; ++i)
         stream[i * kBlock] = '\x06';
@@ -84,6 +85,43 @@ TEST_F(ClientTest, APieceOfManyDaysComesBackExactly)
     const std::string twice = days.back() + days.front() + days.back();
     ASSERT_EQ(backUp(handle, "mixed", twice), HOX_RC_OK);
     EXPECT_TRUE(restore(handle, "mixed", 1 << 18) == twice);
+}
+
+// Of the first day one block in four is left, so each frame is expanded for little. Some of that is
+// stored again every day, as little as was promised, and none of it twice.
+TEST_F(ClientTest, WhatLiesScatteredIsStoredAgainLittleByLittle)
+{
+    ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK);
+    hoxHandle_t handle = 0;
+    ASSERT_EQ(logOn(handle, nullptr, nullptr, "-compression=no"), HOX_RC_OK);
+    std::string stream = databaseOfDays(3500, 1).front();
+    ASSERT_EQ(backUp(handle, "first", stream), HOX_RC_OK);
+    std::uintmax_t left = 0;
+    for (std::size_t i = 0; i < stream.size() / kBlock; ++i) {
+        if (i % 4 != 0)
+            std::fill_n(stream.begin() + static_cast<std::ptrdiff_t>(i * kBlock), kBlock, '\0');
+        left += stream[i * kBlock] == '\0' ? 0 : kBlock;
+    }
+    const auto packBytes = [&] {
+        std::uintmax_t sum = 0;
+        for (const auto &pack : stored("packs"))
+            sum += std::filesystem::file_size(pack);
+        return sum;
+    };
+    const std::uintmax_t before = packBytes();
+    std::uintmax_t more = 1;
+    int day = 0;
+    for (; day < 30 && more != 0; ++day) {
+        const std::uintmax_t now = packBytes();
+        ASSERT_EQ(backUp(handle, "day" + std::to_string(day), stream), HOX_RC_OK);
+        more = packBytes() - now;
+        EXPECT_LT(more, stream.size() / 64 + 8192) << day;
+    }
+    EXPECT_LT(day, 30);
+    // What comes first in the stream comes before there is a share to spend.
+    EXPECT_GT(packBytes() - before, left / 100 * 80);
+    EXPECT_LT(packBytes() - before, left / 100 * 101);
+    EXPECT_TRUE(restore(handle, "day" + std::to_string(day - 1), 1 << 20) == stream);
 }
 
 TEST_F(ClientTest, NamesAreTakenToTheByte)
