@@ -15,11 +15,12 @@ constexpr std::uint32_t kSparse = 2, kOf = 5;
 
 } // namespace
 
-/// What is in sight must be nearly all of it: of a frame whose blocks are spread over a long part
-/// of the stream, two chunks always use few.
+/// What is in sight must be all of it: most of its numbers, and close together. Of a frame whose
+/// blocks are spread over a long part of the stream two chunks always use few.
 bool Defragmenter::Use::isSparse() const
 {
-    return blocks.size() * kOf < stored * kSparse && (last - first + 1) * 2 >= stored;
+    return blocks.size() * kOf < stored * kSparse && (last - first + 1) * 2 >= stored &&
+           blocks.back() - blocks.front() < std::size_t{2} * stored;
 }
 
 void Defragmenter::settle(LookedUp front, LookedUp next)

@@ -38,24 +38,33 @@ void FrameFetcher::Stretch::give(FetchedFrame &frame) const
         ByteView(memory.get() + (frame.entry().offset - begin), frame.entry().storedBytes);
 }
 
+bool FrameFetcher::giveKnown(FetchedFrame &frame)
+{
+    const auto known = stretches_.find(frame.pack.get());
+    if (known == stretches_.end() || !known->second.holds(frame.entry()))
+        return false;
+    known->second.give(frame);
+    known->second.used = clock_;
+    return true;
+}
+
 Result<void> FrameFetcher::fetch(std::span<FetchedFrame *const> frames)
 {
     std::vector<FetchedFrame *> missing;
     for (FetchedFrame *const frame : frames) {
-        const auto known = stretches_.find(frame->pack.get());
         ++clock_;
-        if (known == stretches_.end() || !known->second.holds(frame->entry())) {
+        if (!giveKnown(*frame))
             missing.push_back(frame);
-            continue;
-        }
-        known->second.give(*frame);
-        known->second.used = clock_;
     }
     std::sort(missing.begin(), missing.end(), [](const auto *a, const auto *b) {
         return std::pair(a->pack.get(), a->number) < std::pair(b->pack.get(), b->number);
     });
     for (std::size_t first = 0; first < missing.size();) {
         std::size_t end = first + 1;
+        if (giveKnown(*missing[first])) { // was read with the one before
+            first = end;
+            continue;
+        }
         while (end < missing.size() && missing[end]->pack == missing[first]->pack &&
                missing[end]->number <= missing[end - 1]->number + 1 &&
                endOf(missing[end]->entry()) - missing[first]->entry().offset <= kMaxRead)
@@ -72,8 +81,13 @@ Result<void> FrameFetcher::fetchTogether(std::span<FetchedFrame *const> group)
     const std::shared_ptr<PackLayout> &pack = group.front()->pack;
     const std::uint64_t begin = group.front()->entry().offset / kPageAlignment * kPageAlignment;
     const std::uint64_t needed = endOf(group.back()->entry());
-    const std::uint64_t ahead = std::min(begin + readAheadNow(), endOf(pack->frames.back()));
-    ARCA_TRY(Stretch stretch, read(pack, begin, std::max(needed, ahead)));
+    // Whole frames: what is cut off would be read again.
+    std::uint64_t ahead = needed;
+    const std::uint64_t limit = begin + readAheadNow();
+    for (std::size_t next = group.back()->number + std::size_t{1};
+         next < pack->frames.size() && endOf(pack->frames[next]) <= limit; ++next)
+        ahead = endOf(pack->frames[next]);
+    ARCA_TRY(Stretch stretch, read(pack, begin, ahead));
     if (stretch.end < needed)
         return Error{ErrorKind::damaged, "the pack " + pack->pack->blobName() + ": it was cut"};
     for (FetchedFrame *const frame : group)

@@ -46,6 +46,8 @@ private:
         void give(FetchedFrame &frame) const;
     };
 
+    /// Whether it lies in what was read already.
+    bool giveKnown(FetchedFrame &frame);
     Result<void> fetchTogether(std::span<FetchedFrame *const> group);
     Result<Stretch> read(const std::shared_ptr<PackLayout> &pack, std::uint64_t begin,
                          std::uint64_t end) const;
