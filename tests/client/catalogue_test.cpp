@@ -191,7 +191,9 @@ TEST_F(CatalogueTest, NobodyWaitsForItWhoNamesAPiece)
         EXPECT_EQ(file(), fs::path()) << filespace;
     }
     const fs::path hurt = stored("inactive").front();
-    writeFile(hurt, readFile(hurt).replace(70, 1, "?"));
+    std::string bytes = readFile(hurt);
+    bytes[70] = static_cast<char>(bytes[70] ^ 1);
+    writeFile(hurt, bytes);
     EXPECT_EQ(list(handle_, asked), (Listed{{"df_2"}, HOX_RC_REPOSITORY_DAMAGED}));
     asked.llName = "/df_1";
     EXPECT_EQ(list(handle_, asked), (Listed{{"df_1"}, HOX_RC_FINISHED}));
