@@ -16,10 +16,11 @@ constexpr std::uint32_t kSparse = 2, kOf = 5;
 } // namespace
 
 /// What is in sight must be all of it: most of its numbers, and close together. Of a frame whose
-/// blocks are spread over a long part of the stream two chunks always use few.
+/// blocks are spread over a long part of the stream two chunks always use few; and where files are
+/// multiplexed, half of a frame's blocks may come by much later than the other half.
 bool Defragmenter::Use::isSparse() const
 {
-    return blocks.size() * kOf < stored * kSparse && (last - first + 1) * 2 >= stored &&
+    return blocks.size() * kOf < stored * kSparse && (last - first + 1) * 4 >= stored * 3 &&
            blocks.back() - blocks.front() < std::size_t{2} * stored;
 }
 
