@@ -2,7 +2,7 @@
 #include "tools/arca/command.h"
 
 #include "agents/common/maint/mtprompt.h"
-#include "agents/common/maint/mttiming.h"
+#include "tools/timing/timing.h"
 
 #include <filesystem>
 #include <unistd.h>
@@ -23,27 +23,7 @@ void addCommonOptions(CLI::App &verb, Command &command)
                     "Append a line about the outcome to this file, which wraps at 10 MiB")
         ->type_name("FILE");
     verb.add_flag("--json", command.json, "Print one JSON object instead of text");
-    verb.add_flag_callback(
-        "--timing",
-        [&command] {
-            command.timing = true;
-            mtMeasure(true);
-        },
-        "Tell at the end where the time went");
-}
-
-std::vector<tools::Spent> addTimes(const Command &command, Json &result)
-{
-    std::vector<tools::Spent> all;
-    for (unsigned i = 0; command.timing && i < MT_TIME_CATEGORIES; ++i) {
-        const auto category = static_cast<mtCategory_t>(i);
-        const mtMeasured_t measured = mtMeasured(category);
-        all.push_back({mtCategoryName(category), measured.count,
-                       static_cast<double>(measured.nanoseconds) * 1e-9});
-        result["timing"][all.back().what] = {{"calls", all.back().calls},
-                                             {"seconds", all.back().seconds}};
-    }
-    return all;
+    tools::addTimingOption(verb, command.timing);
 }
 
 void addYesOption(CLI::App &verb, bool &yes)

@@ -5,7 +5,6 @@
 
 #include "client/base/result.h"
 #include "client/config/options.h"
-#include "tools/common/times.h"
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -60,9 +59,6 @@ void addVerify(CLI::App &app, Command &command);
 
 /// The options that every verb takes.
 void addCommonOptions(CLI::App &verb, Command &command);
-
-/// With --timing, for the object that --json prints: where the time of the job went so far.
-std::vector<tools::Spent> addTimes(const Command &command, Json &result);
 
 /// --yes, of the verbs that destroy.
 void addYesOption(CLI::App &verb, bool &yes);

@@ -8,6 +8,7 @@
 #include "tools/arca/piece_name.h"
 #include "tools/arca/selection.h"
 #include "tools/common/text.h"
+#include "tools/timing/timing.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -136,7 +137,8 @@ public:
                      {"ok", static_cast<bool>(done)}};
         if (!done)
             tail["error"] = done.error().text;
-        addTimes(command, tail);
+        if (command.timing)
+            tail["timing"] = tools::timesJson();
         fmt::print("\n],{}\n", tail.dump(-1, ' ', false, Json::error_handler_t::replace).substr(1));
     }
 

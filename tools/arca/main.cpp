@@ -5,6 +5,7 @@
 #include "tools/common/outline.h"
 #include "tools/common/streams.h"
 #include "tools/common/text.h"
+#include "tools/timing/timing.h"
 
 #include <chrono>
 #include <cstdio>
@@ -61,9 +62,10 @@ int perform(const Command &command)
     const auto began = std::chrono::steady_clock::now();
     const int status = runVerb(command, result);
     const std::chrono::duration<double> passed = std::chrono::steady_clock::now() - began;
-    const auto times = addTimes(command, result);
-    if (!command.json && !times.empty())
-        tools::complain(tools::timesText(times, passed.count()));
+    if (command.timing && command.json)
+        result["timing"] = tools::timesJson();
+    else if (command.timing)
+        tools::complain(tools::timesText(passed.count()));
     if (command.json && !command.ownJson)
         std::puts(result.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
     bool written = std::ferror(stdout) == 0;

@@ -2,10 +2,9 @@
 #include "tools/keel/command.h"
 #include "tools/common/streams.h"
 
-#include "agents/common/maint/mttiming.h"
-#include "tools/common/times.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/trailer.h"
+#include "tools/timing/timing.h"
 
 #include <algorithm>
 
@@ -66,42 +65,18 @@ std::string subjectOf(const std::vector<std::string> &names)
 
 void addTiming(CLI::App &verb, Command &command)
 {
-    verb.add_flag_callback(
-        "--timing",
-        [&command] {
-            command.timing = true;
-            mtMeasure(true);
-        },
-        "Tell at the end where the time went");
+    tools::addTimingOption(verb, command.timing);
 }
-
-namespace
-{
-
-void reportTiming(const Command &command, Json &result, double seconds)
-{
-    std::vector<tools::Spent> all;
-    for (unsigned i = 0; i < MT_TIME_CATEGORIES; ++i) {
-        const auto category = static_cast<mtCategory_t>(i);
-        const mtMeasured_t measured = mtMeasured(category);
-        all.push_back({mtCategoryName(category), measured.count,
-                       static_cast<double>(measured.nanoseconds) * 1e-9});
-        result["timing"][all.back().what] = {{"calls", all.back().calls},
-                                             {"seconds", all.back().seconds}};
-    }
-    if (!command.json)
-        tools::complain(tools::timesText(all, seconds));
-}
-
-} // namespace
 
 void reportTransfer(const Command &command, Json &result, std::uint64_t bytes, double seconds)
 {
     result["bytes"] = bytes;
     result["seconds"] = seconds;
     result["bytesPerSecond"] = static_cast<double>(bytes) / std::max(seconds, 1e-6);
-    if (command.timing)
-        reportTiming(command, result, seconds);
+    if (command.timing && command.json)
+        result["timing"] = tools::timesJson();
+    else if (command.timing)
+        tools::complain(tools::timesText(seconds));
 }
 
 } // namespace keel
