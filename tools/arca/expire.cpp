@@ -116,10 +116,11 @@ void addExpire(CLI::App &app, Command &command)
     addPasswordOption(*verb, asked->fromStandardInput);
     verb->footer(
         "Example: arca expire --dry-run\n"
-        "An inactive version goes when it was made so more days ago than its class keeps it, or "
-        "when its class keeps no more versions than newer inactive ones there are. The active "
-        "version of a name never goes, nor its last one. Interrupt it as you like; run it "
-        "again for the rest. Space is given back by arca reclaim.");
+        "A version goes when it has been inactive for as many days as its class keeps it, or when "
+        "as many newer inactive ones stay as its class keeps. The active version of a name never "
+        "goes; where there is none, the newest inactive one stays.\n"
+        "Interrupt it as you like; run it again for the rest. Space is given back by arca "
+        "reclaim.");
     verb->callback([&command, asked] {
         command.verb = "expire";
         command.run = [&command, asked](Json &result) {

@@ -105,7 +105,7 @@ void addInit(CLI::App &app, Command &command)
     auto fromStandardInput = std::make_shared<bool>(false);
     verb->add_flag("--stdin", *fromStandardInput,
                    "With PASSWORDACCESS prompt: read the new password from standard input");
-    verb->footer("Example: arca init --optfile /etc/arca.opt\n"
+    verb->footer("Example: arca init --optfile /etc/arca/main.opt\n"
                  "Safe to run again: what is there already is left as it is.");
     verb->callback([&command, fromStandardInput] {
         command.verb = "init";

@@ -2,6 +2,7 @@
 #include "tools/arca/interrupt.h"
 
 #include "tools/common/progress.h"
+#include "tools/common/signals.h"
 
 #include <csignal>
 #include <memory>
@@ -23,16 +24,7 @@ extern "C" void noteInterrupt(int number)
 
 void catchInterrupts()
 {
-    struct sigaction action = {};
-    action.sa_handler = noteInterrupt;
-    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
-    sigemptyset(&action.sa_mask);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction inherited = {};
-        sigaction(number, nullptr, &inherited);
-        if (inherited.sa_handler != SIG_IGN) // nohup, or a shell's background job
-            sigaction(number, &action, nullptr);
-    }
+    tools::noteSignals(noteInterrupt);
 }
 
 bool interrupted()

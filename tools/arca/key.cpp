@@ -44,7 +44,7 @@ void addKey(CLI::App &app, Command &command)
     auto fromStandardInput = std::make_shared<bool>(false);
     checking->add_flag("--stdin", *fromStandardInput,
                        "Read the key from standard input instead of the terminal");
-    checking->footer("Example: arca key check --optfile /etc/arca.opt\n"
+    checking->footer("Example: arca key check --optfile /etc/arca/main.opt\n"
                      "Type the key as arca init showed it; blanks and case do not matter.");
     checking->callback([&command, fromStandardInput] {
         command.verb = "key check";

@@ -145,7 +145,7 @@ void addLog(CLI::App &app, Command &command)
     verb->add_option("--prune", asked->pruneDays,
                      "Delete the events of days (UTC) that were over that many days ago")
         ->type_name("DAYS")
-        ->check(CLI::Range(1, 36500));
+        ->check(CLI::Range(1, 36500).description(""));
     addYesOption(*verb, asked->yes);
     addPasswordOption(*verb, asked->fromStandardInput);
     verb->footer("Example: arca log --since 24h --severity error\n"

@@ -2,7 +2,7 @@
 #include "agents/common/maint/mtwrap.h"
 #include "client/base/text.h"
 #include "tools/arca/command.h"
-#include "tools/common/outline.h"
+#include "tools/common/command_line.h"
 #include "tools/common/streams.h"
 #include "tools/common/text.h"
 #include "tools/timing/timing.h"
@@ -89,9 +89,9 @@ int main(int argc, char **argv)
     tools::secureStandardStreams();
     CLI::App app("Looks after the repository in which the storage client keeps backup pieces.",
                  "arca");
-    app.set_version_flag("--version", "arca 7.1.3.0");
+    tools::shapeHelp(app);
     app.require_subcommand(1);
-    app.footer("Example: arca init --optfile /etc/arca.opt\n"
+    app.footer("Example: arca init --optfile /etc/arca/main.opt\n"
                "Exit status: 0 done, 1 failed (the reason in one line), 2 wrong use.\n"
                "arca VERB --help tells more of a verb.");
     arca::tool::Command command;
@@ -111,15 +111,7 @@ int main(int argc, char **argv)
     arca::tool::addUnlock(app, command);
     arca::tool::addVerify(app, command);
     int status = 0;
-    if (tools::generateWhenAsked(app, "arca 7.1.3.0", argc, argv, status))
+    if (!tools::readCommandLine(app, "arca 7.1.3.0", argc, argv, status))
         return status;
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0)
-            return app.exit(error); // --help, --version
-        tools::complain(fmt::format("arca: {} (arca --help tells more)\n", error.what()));
-        return arca::tool::kExitUsage;
-    }
     return arca::tool::perform(command);
 }

@@ -73,7 +73,7 @@ void addNodePasswd(CLI::App &verb, Command &command)
                      "Read the recovery key, and with PASSWORDACCESS prompt the new password, from "
                      "standard input: a line each");
     passwd->footer(
-        "Example: arca node passwd dbhost1 --recovery --optfile /etc/arca.opt\n"
+        "Example: arca node passwd dbhost1 --recovery --optfile /etc/arca/main.opt\n"
         "The recovery key is what arca init showed when it made the repository. What the "
         "node has stored stays as it is.");
     passwd->callback([&command, asked] {

@@ -98,7 +98,7 @@ void addReclaim(CLI::App &app, Command &command)
     verb->add_flag("--dry-run", asked->dryRun, "Say what would be freed; change nothing");
     addPasswordOption(*verb, asked->passwordFromStandardInput);
     verb->footer(
-        "Example: arca reclaim --optfile /etc/arca/arca.opt --dry-run\n"
+        "Example: arca reclaim --optfile /etc/arca/main.opt --dry-run\n"
         "It may run beside backups and restores. What one of them may count on is left for "
         "the next run.\nAn interrupted run does no harm; the next one goes on.");
     verb->callback([&command, asked] {

@@ -124,9 +124,9 @@ void addVerify(CLI::App &app, Command &command)
     verb->add_flag("--read-data", asked->request.readData,
                    "Read every pack and every piece to its end, and compare the digests");
     verb->add_option("--percent", asked->request.percent,
-                     "Check at most that part, beginning where the run before stopped")
+                     "Check at most that part, 1 to 100, beginning where the run before stopped")
         ->type_name("NUMBER")
-        ->check(CLI::Range(1, 100));
+        ->check(CLI::Range(1, 100).description(""));
     verb->add_option("--max-duration", asked->maxDuration,
                      "Stop after that time (90s, 10m, 2h), beginning where the run before stopped")
         ->type_name("TIME");

@@ -22,27 +22,6 @@ namespace
 
 namespace fs = std::filesystem;
 
-OutlineOption outlineOf(const CLI::Option &option)
-{
-    OutlineOption outline;
-    for (const std::string &name : option.get_snames())
-        outline.names.push_back("-" + name);
-    for (const std::string &name : option.get_lnames())
-        outline.names.push_back("--" + name);
-    if (outline.names.empty())
-        outline.operand = option.get_name(true);
-    else if (option.get_items_expected_max() != 0)
-        outline.value = option.get_type_name();
-    outline.help = option.get_description();
-    if (!option.get_default_str().empty())
-        outline.help += fmt::format(" (default: {})", option.get_default_str());
-    if (!option.get_envname().empty())
-        outline.help += fmt::format(" (environment: {})", option.get_envname());
-    outline.required = option.get_required();
-    outline.repeated = option.get_items_expected_max() > 1;
-    return outline;
-}
-
 void takeFooter(OutlineVerb &outline, const std::string &footer)
 {
     constexpr std::string_view kExample = "Example: ";
@@ -125,6 +104,27 @@ std::vector<const OutlineVerb *> OutlineVerb::all() const
         found.insert(found.end(), below.begin(), below.end());
     }
     return found;
+}
+
+OutlineOption outlineOf(const CLI::Option &option)
+{
+    OutlineOption outline;
+    for (const std::string &name : option.get_snames())
+        outline.names.push_back("-" + name);
+    for (const std::string &name : option.get_lnames())
+        outline.names.push_back("--" + name);
+    if (outline.names.empty())
+        outline.operand = option.get_name(true);
+    else if (option.get_items_expected_max() != 0)
+        outline.value = option.get_type_name();
+    outline.help = option.get_description();
+    if (!option.get_default_str().empty())
+        outline.help += fmt::format(" (default: {})", option.get_default_str());
+    if (!option.get_envname().empty())
+        outline.help += fmt::format(" (environment: {})", option.get_envname());
+    outline.required = option.get_required();
+    outline.repeated = option.get_items_expected_max() > 1;
+    return outline;
 }
 
 OutlineVerb outlineOf(const CLI::App &program)

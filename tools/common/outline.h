@@ -9,7 +9,8 @@
 namespace CLI
 {
 class App;
-}
+class Option;
+} // namespace CLI
 
 namespace tools
 {
@@ -40,6 +41,7 @@ struct OutlineVerb {
     [[nodiscard]] std::vector<const OutlineVerb *> all() const;
 };
 
+[[nodiscard]] OutlineOption outlineOf(const CLI::Option &option);
 /// Hidden options are left out.
 [[nodiscard]] OutlineVerb outlineOf(const CLI::App &program);
 

@@ -254,8 +254,7 @@ void addBench(CLI::App &app, Command &command)
         ->type_name("N");
     addSize(*verb, *asked);
     verb->add_option("--input,-i", asked->plan.input,
-                     "Store this file, a part of it in each channel, instead of blocks like those "
-                     "of a database that are made for it")
+                     "Store this file, a part in each channel, instead of made-up database blocks")
         ->type_name("FILE");
     verb->add_option("--days", asked->plan.days,
                      "Store the database again as it is later (default: 1)")

@@ -3,6 +3,7 @@
 #include "tools/keel/interrupt.h"
 
 #include "agents/common/maint/mttiming.h"
+#include "tools/common/signals.h"
 #include "tools/keel/failure.h"
 
 #include <cerrno>
@@ -37,18 +38,7 @@ void catchInterrupts()
         throw Failure("no file descriptor is free");
     for (const int end : wakeUp)
         ::fcntl(end, F_SETFD, FD_CLOEXEC);
-
-    struct sigaction action = {};
-    action.sa_handler = noteSignal;
-    // SA_RESTART: the agent's own system calls must not fail because of us.
-    action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
-    ::sigemptyset(&action.sa_mask);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
-        struct sigaction inherited = {};
-        ::sigaction(number, nullptr, &inherited);
-        if (inherited.sa_handler != SIG_IGN) // nohup, or a shell's background job
-            ::sigaction(number, &action, nullptr);
-    }
+    tools::noteSignals(noteSignal);
     ::signal(SIGPIPE, SIG_IGN);
 }
 

@@ -1,6 +1,6 @@
 // keel: drives the agent as the database's backup tool does.
 #include "agents/common/maint/mtwrap.h"
-#include "tools/common/outline.h"
+#include "tools/common/command_line.h"
 #include "tools/common/streams.h"
 #include "tools/common/text.h"
 #include "tools/keel/command.h"
@@ -119,7 +119,7 @@ int main(int argc, char **argv)
         "Drives the KEEL for Oracle agent, libobk.so, as the database's backup tool does:\n"
         "stores, restores, describes and removes backup pieces.",
         "keel");
-    app.set_version_flag("--version", "keel 7.1.3.0");
+    tools::shapeHelp(app);
     app.require_subcommand(1);
     app.footer("Example: keel backup data-monday --input data.dbf\n"
                "Exit status: 0 done, 1 failed (the reason in one line), 2 wrong use.\n"
@@ -137,15 +137,7 @@ int main(int argc, char **argv)
     keel::addBench(app, command);
     keel::addTrace(app, command);
     int status = keel::kExitDone;
-    if (tools::generateWhenAsked(app, "keel 7.1.3.0", argc, argv, status))
+    if (!tools::readCommandLine(app, "keel 7.1.3.0", argc, argv, status))
         return status;
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError &error) {
-        if (error.get_exit_code() == 0)
-            return app.exit(error); // --help, --version
-        tools::complain(fmt::format("keel: {} (keel --help tells more)\n", error.what()));
-        return keel::kExitUsage;
-    }
     return keel::perform(command, argv[0]);
 }

@@ -1,0 +1,89 @@
+// See command_line.h.
+#include "tools/common/command_line.h"
+
+#include "tools/common/outline.h"
+#include "tools/common/streams.h"
+
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+namespace tools
+{
+
+namespace
+{
+
+constexpr std::size_t kWidth = 100, kNameColumn = 30;
+
+/// Lines of at most that width, where the words allow. A line that is an example stays one, so that
+/// it can be copied.
+std::string folded(const std::string &text, std::size_t width)
+{
+    std::string result;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::size_t used = 0;
+        for (std::string word; words >> word;) {
+            const bool fits = used + 1 + word.size() <= width || line.starts_with("Example: ");
+            result += used == 0 ? "" : fits ? " " : "\n";
+            used = used != 0 && fits ? used + 1 + word.size() : word.size();
+            result += word;
+        }
+        result += lines.eof() ? "" : "\n";
+    }
+    return result;
+}
+
+class Help : public CLI::Formatter
+{
+public:
+    std::string make_option_opts(const CLI::Option *option) const override
+    {
+        const OutlineOption told = outlineOf(*option);
+        return (told.value.empty() ? "" : " " + told.value) + (told.repeated ? " ..." : "") +
+               (told.required && !told.names.empty() ? " REQUIRED" : "");
+    }
+    std::string make_option_desc(const CLI::Option *option) const override
+    {
+        return folded(outlineOf(*option).help, kWidth - kNameColumn);
+    }
+    std::string make_footer(const CLI::App *app) const override
+    {
+        return folded(app->get_footer(), kWidth) + "\n";
+    }
+};
+
+} // namespace
+
+void shapeHelp(CLI::App &program)
+{
+    const auto help = std::make_shared<Help>();
+    help->column_width(kNameColumn);
+    program.formatter(help);
+}
+
+bool readCommandLine(CLI::App &program, const std::string &version, int argc, char **argv,
+                     int &status)
+{
+    program.set_version_flag("--version", version);
+    if (generateWhenAsked(program, version, argc, argv, status))
+        return false;
+    try {
+        program.parse(argc, argv);
+        return true;
+    } catch (const CLI::ParseError &error) {
+        const bool asked = error.get_exit_code() == 0; // --help, --version
+        status = asked ? program.exit(error) : kExitUsage;
+        if (!asked)
+            complain(fmt::format("{0}: {1} ({0} --help tells more)\n", program.get_name(),
+                                 error.what()));
+        return false;
+    }
+}
+
+} // namespace tools
