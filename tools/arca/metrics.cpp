@@ -173,7 +173,8 @@ void addMetrics(CLI::App &app, Command &command)
     addPasswordOption(*verb, asked->fromStandardInput);
     verb->footer("Example: arca metrics --output /var/lib/node_exporter/arca.prom\n"
                  "Run it by a timer: it reads every manifest. The name of the file ends in .prom "
-                 "for a node exporter's directory of text files.");
+                 "for a node exporter's directory of text files.\n"
+                 "It is about what NODENAME keeps itself; ASNODE changes nothing.");
     verb->callback([&command, asked] {
         command.verb = "metrics";
         command.run = [&command, asked](Json &result) { return tell(command, *asked, result); };

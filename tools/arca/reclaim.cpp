@@ -100,7 +100,8 @@ void addReclaim(CLI::App &app, Command &command)
     verb->footer(
         "Example: arca reclaim --optfile /etc/arca/main.opt --dry-run\n"
         "It may run beside backups and restores. What one of them may count on is left for "
-        "the next run.\nAn interrupted run does no harm; the next one goes on.");
+        "the next run.\nAn interrupted run does no harm; the next one goes on.\n"
+        "It is about what NODENAME keeps itself; ASNODE changes nothing.");
     verb->callback([&command, asked] {
         command.verb = "reclaim";
         command.run = [&command, asked](Json &result) { return perform(command, *asked, result); };

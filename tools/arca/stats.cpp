@@ -121,7 +121,8 @@ void addStats(CLI::App &app, Command &command)
     auto fromStandardInput = std::make_shared<bool>(false);
     addPasswordOption(*verb, *fromStandardInput);
     verb->footer("Example: arca stats --json\n"
-                 "With a bar for each of the last days: what was stored for its pieces.");
+                 "With a bar for each of the last days: what was stored for its pieces.\n"
+                 "It is about what NODENAME keeps itself; ASNODE changes nothing.");
     verb->callback([&command, fromStandardInput] {
         command.verb = "stats";
         command.run = [&command, fromStandardInput](Json &result) {

@@ -133,7 +133,8 @@ void addVerify(CLI::App &app, Command &command)
     addPasswordOption(*verb, asked->fromStandardInput);
     verb->footer("Example: arca verify --read-data --max-duration 2h\n"
                  "It reads only, and may run beside backups and restores. Exit status 1, and a "
-                 "line for each, when something is hurt.");
+                 "line for each, when something is hurt.\n"
+                 "It is about what NODENAME keeps itself; ASNODE changes nothing.");
     verb->callback([&command, asked] {
         command.verb = "verify";
         command.run = [&command, asked](Json &result) {
