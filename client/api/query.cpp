@@ -132,11 +132,13 @@ Answer<Query> listObjects(Session &session, const qryObjectsData *asked)
     ARCA_TRY(auto selection, selectionOf(*asked));
     store::Progress progress;
     if (!first && asked->progress != nullptr)
-        progress = [asked](std::uint64_t done, std::uint64_t planned) {
-            return asked->progress(asked->progressContext, done, planned) == 0;
+        progress = [tell = asked->progress,
+                    context = asked->progressContext](std::uint64_t done, std::uint64_t planned) {
+            return tell(context, done, planned) == 0;
         };
     Query query;
-    ARCA_TRY(query.objects, store::Listing::begin(*session.space, std::move(selection), progress));
+    ARCA_TRY(query.objects,
+             store::Listing::begin(*session.space, std::move(selection), std::move(progress)));
     return query;
 }
 

@@ -152,6 +152,16 @@ Statement Database::prepare(const char *sql)
     return Statement(made);
 }
 
+void Database::askWhileRunning(std::function<bool()> goOn)
+{
+    constexpr int kSteps = 500; // some ten microseconds
+    goOn_ = std::move(goOn);
+    const auto ask = [](void *asked) {
+        return (*static_cast<std::function<bool()> *>(asked))() ? 0 : 1;
+    };
+    sqlite3_progress_handler(connection_.get(), goOn_ ? kSteps : 0, goOn_ ? +ask : nullptr, &goOn_);
+}
+
 void makeCacheDirectory(const std::string &path)
 {
     (void)mkdir(path.substr(0, path.rfind('/')).c_str(), 0700);

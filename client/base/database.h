@@ -6,6 +6,7 @@
 
 #include "client/base/bytes.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -91,6 +92,10 @@ public:
     bool run(const char *sql);
     Statement prepare(const char *sql);
 
+    /// Until the next call of this, `goOn` is asked every few hundred steps of a statement; false
+    /// ends that one, which then did not come about. Empty: nobody is asked.
+    void askWhileRunning(std::function<bool()> goOn);
+
 private:
     struct Close {
         void operator()(sqlite3 *connection) const;
@@ -98,6 +103,7 @@ private:
     bool isFile() const { return path_ != kInMemory && path_ != kTemporary; }
 
     const std::string path_;
+    std::function<bool()> goOn_;
     int lock_ = -1; ///< of the file beside it that whoever has it open holds a shared lock on
     std::unique_ptr<sqlite3, Close> connection_;
 };

@@ -508,7 +508,8 @@ typedef struct qryBackupData {
  *
  * A client may have to look at every object of the node before the first answer. hoxBeginQuery then
  * tells `progress` now and then at how many of about how many it has looked, and at last that both
- * are the same; anything but 0 ends the query with HOX_RC_ABORTED. It is called on a thread of the
+ * are the same; hoxGetNextQObj, which may have to pass over many, begins anew at 0. Anything but 0
+ * ends that call with HOX_RC_ABORTED. It is called until hoxEndQuery, maybe on a thread of the
  * client's while the caller's waits; it must call no operation, and throw nothing.
  */
 #define HOX_QRY_OBJECTS_VERSION 2 /* version 1 ends at maxSize */

@@ -82,17 +82,17 @@ Listing::~Listing()
 }
 
 Result<std::unique_ptr<Listing>> Listing::begin(NodeSpace &space, ListSelection selection,
-                                                const Progress &progress)
+                                                Progress progress)
 {
     ARCA_TRY(SecretKey key, deriveKey(space.dataKey(), "object catalogue"));
     std::unique_ptr<Listing> listing(new Listing(space, std::move(selection), std::move(key)));
     ARCA_TRY(const bool found, listing->findNamed());
     if (found)
         return listing;
-    listing->progress_ = progress ? &progress : nullptr;
+    listing->progress_ = std::move(progress);
     ARCA_CHECK(listing->fill());
+    listing->ready_ = true;
     ARCA_CHECK(listing->tell(listing->looked_, listing->looked_));
-    listing->progress_ = nullptr;
     return listing;
 }
 
@@ -156,7 +156,12 @@ Result<bool> Listing::fillFile()
         if (good) {
             ARCA_TRY(good, compare());
         }
-        const bool consistent = good && file_->isConsistent();
+        Result<void> wanted;
+        const bool consistent = good && file_->isConsistent([&] {
+            wanted = tell(looked_, looked_);
+            return static_cast<bool>(wanted);
+        });
+        ARCA_CHECK(wanted);
         if (consistent)
             return true;
         if (!good && !file_->isDamaged())
@@ -169,7 +174,9 @@ Result<bool> Listing::fillFile()
 
 Result<void> Listing::tell(std::uint64_t done, std::uint64_t planned) const
 {
-    if (progress_ != nullptr && !(*progress_)(done, planned))
+    // Both are the same only when begin() has all.
+    const bool goOn = !progress_ || progress_(done, ready_ ? planned : std::max(planned, done + 1));
+    if (!goOn)
         return Error{ErrorKind::stopped, "nobody waits for the list of objects any more"};
     return {};
 }
@@ -192,7 +199,12 @@ Result<void> Listing::listRecords()
 {
     records_.clear();
     const std::string prefix = "objects/" + space_.domain().nodeKey() + "/";
+    Result<void> wanted;
     ARCA_CHECK(blobs_.listStamped(prefix, [&](const std::string &name, std::uint64_t stamp) {
+        if (records_.size() % kRowsAtOnce == 0)
+            wanted = tell(0, records_.size());
+        if (!wanted)
+            return false;
         const std::string_view inner = std::string_view(name).substr(prefix.size());
         const auto digits = fromHex(inner.substr(0, inner.find('/')));
         if (!digits || digits->size() != sizeof(PieceId))
@@ -205,7 +217,7 @@ Result<void> Listing::listRecords()
         return true;
     }));
     std::sort(records_.begin(), records_.end());
-    return {};
+    return wanted;
 }
 
 std::uint64_t Listing::recordOf(PieceId id) const
@@ -358,8 +370,10 @@ Result<void> Listing::loadMore()
             if (!good)
                 file_->discard();
         });
-        if (good)
-            return {};
+        if (good) {
+            walked_ += rows.size();
+            return tell(std::min(walked_, looked_), looked_);
+        }
         if (fills == kMaxFills)
             return Error{ErrorKind::io, "the catalogue of the objects is damaged again and again"};
         ARCA_CHECK(fill());

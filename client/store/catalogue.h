@@ -44,9 +44,10 @@ class Listing
 {
 public:
     /// Compares the catalogue with what is there. What cannot be read is passed over.
-    /// `progress` is told on another thread, of objects.
+    /// `progress` is told of objects: here on another thread, until both numbers are the same, and
+    /// from the beginning once more by next().
     static Result<std::unique_ptr<Listing>> begin(NodeSpace &space, ListSelection selection,
-                                                  const Progress &progress = {});
+                                                  Progress progress = {});
     ~Listing();
 
     /// Nothing after the last one. By the time of insertion, then by the identifier; or name by
@@ -95,10 +96,10 @@ private:
     std::unique_ptr<CatalogueFile> file_;
     std::vector<std::pair<PieceId, std::uint64_t>> records_; // stamps, by identifier
     std::set<PieceId> changing_;
-    const Progress *progress_ = nullptr; // of begin()
-    std::uint64_t looked_ = 0, planned_ = 0;
+    Progress progress_;
+    std::uint64_t looked_ = 0, planned_ = 0, walked_ = 0;
     CataloguePosition position_;
-    bool atEnd_ = false;
+    bool ready_ = false, atEnd_ = false;
     std::deque<PieceInfo> pieces_;
     std::map<std::string, bool> registered_;
     std::vector<std::string> hurt_;

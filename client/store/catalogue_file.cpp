@@ -249,11 +249,20 @@ bool CatalogueFile::change(const std::vector<CatalogueRow> &gone,
     return false;
 }
 
-bool CatalogueFile::isConsistent()
+bool CatalogueFile::isConsistent(const std::function<bool()> &goOn)
 {
+    database_.askWhileRunning(goOn);
     // Both in one view of the file: others may be changing it.
-    if (!database_.run(kIndex) || !database_.run("BEGIN"))
-        return failed();
+    const bool begun = database_.run(kIndex) && database_.run("BEGIN");
+    const bool same = begun && tableIsIndex();
+    database_.askWhileRunning({});
+    if (begun)
+        (void)database_.run("COMMIT");
+    return same || failed();
+}
+
+bool CatalogueFile::tableIsIndex()
+{
     Sum table, index;
     bool ordered = true, good = true;
     const auto scan = [&](const char *sql, Sum &sum, auto key) {
@@ -282,7 +291,6 @@ bool CatalogueFile::isConsistent()
          index, [](const CatalogueRow &row) {
              return std::make_tuple(row.inserted, row.id, row.inactive, row.hash);
          });
-    (void)database_.run("COMMIT");
     return good && ordered && table == index;
 }
 

@@ -68,8 +68,9 @@ public:
     /// In one step.
     bool change(const std::vector<CatalogueRow> &gone, const std::vector<CatalogueRow> &fresh);
     /// Whether table and index say the same in the same order, all of it: a file that was changed
-    /// behind our back is found out before anything of it is answered.
-    bool isConsistent();
+    /// behind our back is found out before anything of it is answered. `goOn` is asked now and
+    /// then; false ends it, and the file is as good as before.
+    bool isConsistent(const std::function<bool()> &goOn);
     /// Some rows behind a position.
     bool rowsAfter(CatalogueOrder order, const CataloguePosition &after, std::size_t limit,
                    std::vector<CatalogueRow> &rows);
@@ -87,6 +88,7 @@ private:
     bool failed();
     bool prepare();
     bool isOurs();
+    bool tableIsIndex();
     bool insert(const CatalogueRow &row);
     bool remove(const CatalogueRow &row);
 

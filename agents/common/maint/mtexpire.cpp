@@ -150,7 +150,8 @@ int mtExpire(const mtSession &finding, const mtSession &changing, const mtExpiry
             name.add(object, rule == rules.end() ? nullptr : &rule->second);
             return true;
         });
-    if (rc == HOX_RC_OK && settle()) {
+    // Who ended the query wants nothing more to go.
+    if (rc == HOX_RC_OK && asked != HOX_RC_ABORTED && settle()) {
         rc = removal.finish();
     }
     return rc != HOX_RC_OK ? rc : asked;

@@ -7,9 +7,9 @@
 
 #include "agents/common/maint/mtsession.h"
 
-/// How many objects the storage client has looked at, of about how many, before it has the first
-/// answer; both are the same when it has. Told on another thread while the query's waits. False
-/// ends the query: HOX_RC_ABORTED.
+/// How many objects the storage client has looked at, of about how many: before the first answer,
+/// until both are the same, and then from the beginning once more while it answers. Told on the
+/// query's thread, or on another one while that waits. False ends the query: HOX_RC_ABORTED.
 using mtProgress_t = std::function<bool(std::uint64_t done, std::uint64_t planned)>;
 
 /// What is empty or 0 asks for nothing. In the three names "*" stands for any run of bytes and "?"

@@ -119,7 +119,7 @@ int mtRemoveObjects(const mtSession &finding, const mtSession &changing, const m
             rc = removal.add(mtObject_t(object));
             return rc == HOX_RC_OK;
         });
-    if (rc == HOX_RC_OK) {
+    if (rc == HOX_RC_OK && asked != HOX_RC_ABORTED) {
         rc = removal.finish();
     }
     return rc != HOX_RC_OK ? rc : asked;
