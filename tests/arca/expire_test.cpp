@@ -2,10 +2,13 @@
 // is killed and begun again ends as one that was not.
 #include "agents/common/maint/mtexpire.h"
 #include "tests/arca/arca_fixture.h"
+#include "tests/support/terminal.h"
 
 #include <csignal>
 #include <ctime>
+#include <filesystem>
 #include <sys/wait.h>
+#include <tuple>
 
 namespace keel::test
 {
@@ -111,6 +114,100 @@ TEST_F(ExpireTest, WhatTheClassLetsGoGoes)
         EXPECT_EQ(again.looked, c.stay + (c.active ? 1 : 0)) << "the active one stays";
     }
     mtCleanUp();
+}
+
+TEST_F(ExpireTest, WhoeverStopsTheQueryLosesNothing)
+{
+    constexpr int kNames = 30;
+    const hoxHandle_t handle = logOn();
+    for (int i = 0; i < kNames; ++i)
+        history(handle, "p" + std::to_string(i), 1, true, nullptr);
+    ASSERT_EQ(arca({"class", "change", "STANDARD", "--days", "0"}).status, 0);
+    ASSERT_EQ(mtSetUp(installation_.clientOptions()), 0);
+    {
+        mtSession finding, changing;
+        ASSERT_EQ(finding.start({}), HOX_RC_OK);
+        ASSERT_EQ(changing.start({}), HOX_RC_OK);
+        const auto report = [](const mtObject_t &, int) { return true; };
+        // Stops at the n-th time of being told; whether both numbers were the same each time.
+        std::vector<bool> same;
+        const auto stopped = [&](std::size_t at, bool expiring) {
+            same.clear();
+            mtFilter_t filter;
+            filter.progress = [&](std::uint64_t done, std::uint64_t planned) {
+                same.push_back(done == planned);
+                return same.size() != at;
+            };
+            mtExpired_t totals;
+            return expiring ? mtExpire(finding, changing, {filter, std::time(nullptr), false},
+                                       report, totals)
+                            : mtRemoveObjects(finding, changing, filter,
+                                              at == 0 ? mtAction_t::nothing : mtAction_t::remove,
+                                              report);
+        };
+        (void)stopped(0, false); // fills the catalogue
+        ASSERT_EQ(stopped(0, false), HOX_RC_OK);
+        const std::size_t last = same.size();
+        EXPECT_EQ(std::ranges::count(same, true), 2) << "when it begins to answer, and then";
+        for (const bool expiring : {false, true})
+            for (const std::size_t at :
+                 {std::size_t{1}, last / 2, last - 3, last - 2, last - 1, last}) {
+                EXPECT_EQ(stopped(at, expiring), HOX_RC_ABORTED) << at << " of " << last;
+                EXPECT_EQ(same.size(), at);
+            }
+    }
+    mtCleanUp();
+    EXPECT_EQ(arcaJson({"ls", "--all"})["count"], 2 * kNames);
+}
+
+TEST_F(ExpireTest, CtrlCEndsEveryPhaseInOneLine)
+{
+    constexpr int kNames = 30;
+    const hoxHandle_t handle = logOn();
+    for (int i = 0; i < kNames; ++i)
+        history(handle, "p" + std::to_string(i), 1, true, nullptr);
+    ASSERT_EQ(arca({"class", "define", "GOLD"}).status, 0);
+    ASSERT_EQ(arca({"class", "change", "STANDARD", "--days", "0"}).status, 0);
+    const auto state = [&] {
+        return std::tuple(arcaJson({"ls"})["count"].get<int>(),
+                          arcaJson({"ls", "--inactive"})["count"].get<int>(),
+                          arcaJson({"ls", "--class", "GOLD"})["count"].get<int>());
+    };
+    for (const Words &verb : {Words{"class", "bind", "GOLD", "*"}, {"expire"}, {"rm", "*"}}) {
+        const std::string name = verb[0] == "class" ? "class bind" : verb[0];
+        const auto before = state();
+        Terminal asks(commandLine(verb));
+        asks.answer("[y/N] ", "\x03");
+        EXPECT_EQ(asks.finish(), 1) << asks.shown;
+        EXPECT_NE(asks.shown.find("arca " + name + ": nothing was changed: interrupted"),
+                  std::string::npos)
+            << asks.shown;
+        for (const bool filled : {false, true}) {
+            if (!filled)
+                std::filesystem::remove_all(std::filesystem::path(installation_.repository()) /
+                                            "cache");
+            Words words = verb;
+            words.emplace_back("--yes");
+            // Once the catalogue is open, wherever it is by then.
+            Program running(commandLine(words));
+            const auto open = [&] {
+                return std::ranges::any_of(stored("cache"), [](const auto &file) {
+                    return file.string().ends_with(".sqlite-shm");
+                });
+            };
+            while (isRunning(running.pid()) && !open()) {
+            }
+            running.signal(SIGINT);
+            const ProgramResult result = running.wait();
+            SCOPED_TRACE(name + ": " + result.err);
+            EXPECT_EQ(result.err.find("arca " + name + ": interrupted; "),
+                      result.status == 1 ? 0 : std::string::npos);
+            EXPECT_EQ(std::ranges::count(result.err, '\n'), result.status);
+            EXPECT_TRUE(result.err.find("nothing was changed") == std::string::npos ||
+                        state() == before);
+        }
+    }
+    EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);
 }
 
 TEST_F(ExpireTest, KilledAnywhereItEndsAsIfItWereNot)

@@ -139,9 +139,10 @@ Result<void> retire(ClientSession &client, const Command &command, const Asked &
 
 /// `bound` counts those that were not bound to it before, and comes in as how many that will be.
 int bindMatching(const mtSession &finding, const mtSession &changing, const Asked &asked,
-                 const mtFilter_t &filter, bool dryRun, std::uint64_t &bound)
+                 mtFilter_t filter, bool dryRun, std::uint64_t &bound)
 {
     const std::uint64_t planned = std::exchange(bound, 0);
+    filter.progress = shownQuery(dryRun ? "Looking through the pieces" : "");
     tools::Progress progress("Binding", std::nullopt, dryRun);
     return mtBindObjects(finding, changing, filter, asked.name, dryRun,
                          [&](const mtObject_t &, int outcome) {
@@ -156,13 +157,16 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
     ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
     ARCA_TRY(mtSession *const changing, client.second());
     std::uint64_t bound = 0;
-    ARCA_CHECK(answered(bindMatching(client.session(), *changing, asked, filter, true, bound)));
+    catchInterrupts();
+    const int found = bindMatching(client.session(), *changing, asked, filter, true, bound);
+    ARCA_CHECK(expectUninterrupted());
+    ARCA_CHECK(answered(found));
     if (!asked.dryRun && bound != 0) {
         ARCA_CHECK(confirm(fmt::format("{} pieces are bound to {}, which says from then on how "
                                        "long they are kept. Go on?",
                                        bound, printable(asked.name)),
                            asked.yes));
-        catchInterrupts();
+        ARCA_CHECK(expectUninterrupted());
         const int rc = bindMatching(client.session(), *changing, asked, filter, false, bound);
         if (rc == HOX_RC_ABORTED && interrupted())
             return interruption(fmt::format("{} pieces bound; run it again for the rest", bound));

@@ -39,6 +39,8 @@ Result<mtExpired_t> expire(ClientSession &client, const mtExpiry_t &expiry,
     if (!expiry.dryRun && totals.deleted != 0)
         (void)mtLogAppend(*changing, HOX_SEVERITY_INFO, "ARCA011",
                           "arca expire: " + amountText(totals) + " deleted");
+    if (rc == HOX_RC_ABORTED && (expiry.dryRun || totals.deleted == 0))
+        ARCA_CHECK(expectUninterrupted());
     if (rc == HOX_RC_ABORTED && interrupted())
         return interruption(amountText(totals) + " expired; run it again for the rest");
     ARCA_CHECK(answered(rc));
@@ -49,6 +51,7 @@ Result<mtExpired_t> expire(ClientSession &client, const mtExpiry_t &expiry,
 Result<mtExpired_t> rehearse(ClientSession &client, mtExpiry_t expiry, bool named)
 {
     expiry.dryRun = true;
+    expiry.names.progress = shownQuery(named ? "" : "Looking through the versions");
     return expire(client, expiry, [named](const mtObject_t &object, int) {
         if (named)
             fmt::print("{}  {:>10}  {}\n", idText(object.objId), sizeText(object.size),
@@ -57,11 +60,13 @@ Result<mtExpired_t> rehearse(ClientSession &client, mtExpiry_t expiry, bool name
     });
 }
 
-Result<mtExpired_t> carryOut(ClientSession &client, const mtExpiry_t &expiry, std::uint64_t planned)
+Result<mtExpired_t> carryOut(ClientSession &client, mtExpiry_t expiry, std::uint64_t planned)
 {
-    tools::Progress progress("Expiring");
+    constexpr const char *kLabel = "Expiring";
+    // Where nobody counted before what goes, the versions that were looked at tell how far it is.
+    expiry.names.progress = shownQuery(planned == 0 ? kLabel : "");
+    tools::Progress progress(kLabel, std::nullopt, planned == 0);
     std::uint64_t done = 0;
-    catchInterrupts();
     return expire(client, expiry, [&](const mtObject_t &, int) {
         progress.show(++done, planned, 0);
         return !interrupted();
@@ -79,12 +84,14 @@ Result<mtExpired_t> perform(ClientSession &client, const Command &command, const
         if (planned.deleted != 0)
             ARCA_CHECK(confirm(amountText(planned) + ", go for good. Delete them?", false));
     }
+    ARCA_CHECK(expectUninterrupted());
     return carryOut(client, expiry, planned.deleted);
 }
 
 Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const mtFilter_t names, filterFrom(asked.selection));
+    catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     const mtExpiry_t expiry{names, std::time(nullptr), false};
     ARCA_TRY(const mtExpired_t totals, perform(*client, command, asked, expiry));

@@ -44,6 +44,30 @@ shownProgress(const std::string &label)
     };
 }
 
+std::function<bool(std::uint64_t done, std::uint64_t planned)> shownQuery(const std::string &label)
+{
+    const auto update = std::make_shared<tools::Progress>("Updating the catalogue");
+    const auto query = std::make_shared<tools::Progress>(label, std::nullopt, label.empty());
+    return [update, query, updated = false](std::uint64_t done, std::uint64_t planned) mutable {
+        if (updated) {
+            query->show(done, planned, 0);
+        } else if (done == planned) {
+            updated = true;
+            update->clear();
+        } else {
+            update->show(done, planned - 1, 0); // the last one is for having all
+        }
+        return !interrupted();
+    };
+}
+
+Result<void> expectUninterrupted()
+{
+    if (interrupted())
+        return interruption("nothing was changed");
+    return {};
+}
+
 Error interruption(const std::string &done)
 {
     return {ErrorKind::io,

@@ -11,14 +11,19 @@
 namespace arca::tool
 {
 
-/// From now on a signal is noted; nothing must be asked of a person any more, who could not end the
-/// question. Signals that were ignored when the program started stay so.
+/// From now on a signal is noted; a question to a person ends with it all the same. Signals that
+/// were ignored when the program started stay so.
 void catchInterrupts();
 
 bool interrupted();
+/// Before anything is changed.
+Result<void> expectUninterrupted();
 /// For work that tells how far it is: shows that on a terminal, and stops it once interrupted().
 std::function<bool(std::uint64_t done, std::uint64_t planned)>
 shownProgress(const std::string &label);
+/// The same for a query of objects: how far the catalogue's update is, and then, unless the label
+/// is empty, how far the query.
+std::function<bool(std::uint64_t done, std::uint64_t planned)> shownQuery(const std::string &label);
 /// What a verb ends with then. `done` says what was done so far.
 Error interruption(const std::string &done);
 

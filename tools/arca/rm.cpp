@@ -41,15 +41,18 @@ std::string amountText(const Totals &totals)
 }
 
 /// What is meant: counted before anything is asked or done.
-Result<Totals> look(ClientSession &client, const mtFilter_t &filter)
+Result<Totals> look(ClientSession &client, mtFilter_t filter)
 {
+    filter.progress = shownQuery("Looking through the pieces");
     Totals totals;
-    ARCA_CHECK(answered(mtQueryObjects(client.session(), filter, mtOrder_t::inserted,
-                                       [&](const dhoxBackupObject_t &object) {
-                                           ++totals.objects;
-                                           totals.size += object.size;
-                                           return true;
-                                       })));
+    const int rc = mtQueryObjects(client.session(), filter, mtOrder_t::inserted,
+                                  [&](const dhoxBackupObject_t &object) {
+                                      ++totals.objects;
+                                      totals.size += object.size;
+                                      return true;
+                                  });
+    ARCA_CHECK(expectUninterrupted());
+    ARCA_CHECK(answered(rc));
     return totals;
 }
 
@@ -67,7 +70,8 @@ class Watcher
 {
 public:
     Watcher(const Command &command, const Asked &asked, std::uint64_t planned)
-        : command_(command), asked_(asked), planned_(planned), progress_("Working")
+        : command_(command), asked_(asked), planned_(planned),
+          progress_(asked.deactivate ? "Making inactive" : "Deleting", std::nullopt, asked.dryRun)
     {
     }
 
@@ -125,6 +129,8 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
     const std::string told = amountText(done) + " " + verbText(asked);
     if (!asked.dryRun && done.objects != 0)
         (void)mtLogAppend(client.session(), HOX_SEVERITY_INFO, "ARCA010", "arca rm: " + told);
+    if (rc == HOX_RC_ABORTED && done.objects == 0)
+        ARCA_CHECK(expectUninterrupted());
     if (rc == HOX_RC_ABORTED && interrupted())
         return interruption(told + ", the rest is as it was");
     ARCA_CHECK(answered(rc));
@@ -137,7 +143,8 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
 
 Result<void> removeMatching(const Command &command, const Asked &asked, Json &result)
 {
-    ARCA_TRY(mtFilter_t filter, filterFrom(asked.selection));
+    ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
+    catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     ARCA_TRY(const Totals planned, look(*client, filter));
     if (planned.objects == 0)
@@ -146,7 +153,7 @@ Result<void> removeMatching(const Command &command, const Asked &asked, Json &re
         ARCA_CHECK(confirm(question(asked, planned), asked.yes));
     ARCA_TRY(mtSession *const changing, client->second());
     Watcher watcher(command, asked, planned.objects);
-    catchInterrupts();
+    ARCA_CHECK(expectUninterrupted());
     const int rc =
         mtRemoveObjects(client->session(), *changing, filter, asked.action(), watcher.report());
     return conclude(*client, command, asked, watcher.done(), rc, result);
@@ -159,11 +166,12 @@ Result<void> removeByIds(const Command &command, const Asked &asked, Json &resul
         objects.emplace_back();
         ARCA_TRY(objects.back().objId, idFrom(text));
     }
+    catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     if (!asked.dryRun)
         ARCA_CHECK(confirm(question(asked, {objects.size(), 0, 0}), asked.yes));
     Watcher watcher(command, asked, objects.size());
-    catchInterrupts();
+    ARCA_CHECK(expectUninterrupted());
     const int rc = removeIds(client->session(), objects, asked.action(), watcher.report());
     return conclude(*client, command, asked, watcher.done(), rc, result);
 }

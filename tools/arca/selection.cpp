@@ -34,7 +34,7 @@ void addSelectionOptions(CLI::App &verb, Selection &selection)
 Result<mtFilter_t> filterFrom(const Selection &selection)
 {
     mtFilter_t filter;
-    filter.progress = shownProgress("Updating the catalogue");
+    filter.progress = shownQuery("");
     // A full name, as messages and arca show have it, has its parts apart at "//".
     const auto apart = selection.pattern.find("//");
     if (selection.pattern.starts_with('/') && apart != std::string::npos) {
