@@ -99,11 +99,20 @@ Result<void> list(ClientSession &client, const Command &command, const Asked &, 
     return {};
 }
 
+/// Of a call that names a class.
+Result<void> answeredFor(const Asked &asked, int rc)
+{
+    if (rc == HOX_RC_MC_UNKNOWN)
+        return Error{ErrorKind::notFound, "there is no class " + printable(asked.name) +
+                                              "; arca class list shows those there are"};
+    return answered(rc);
+}
+
 /// The class as it is after `rc`, or why it is not.
 Result<void> conclude(ClientSession &client, const Command &command, const Asked &asked, int rc,
                       const char *done, Json &result)
 {
-    ARCA_CHECK(answered(rc));
+    ARCA_CHECK(answeredFor(asked, rc));
     ARCA_TRY(const auto classes, classesOf(client));
     std::string name = asked.name;
     for (const mtClass_t &known : classes) {
@@ -160,7 +169,7 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
     catchInterrupts();
     const int found = bindMatching(client.session(), *changing, asked, filter, true, bound);
     ARCA_CHECK(expectUninterrupted());
-    ARCA_CHECK(answered(found));
+    ARCA_CHECK(answeredFor(asked, found));
     if (!asked.dryRun && bound != 0) {
         ARCA_CHECK(confirm(fmt::format("{} pieces are bound to {}, which says from then on how "
                                        "long they are kept. Go on?",
@@ -174,8 +183,9 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
     }
     result["bound"] = bound;
     if (!command.json)
-        fmt::print("{} {} to {}; those that were stay\n", asked.dryRun ? "Would bind" : "Bound",
-                   bound, printable(asked.name));
+        fmt::print("{} {} {} to {}; what was bound to it stays so\n",
+                   asked.dryRun ? "Would bind" : "Bound", bound, bound == 1 ? "piece" : "pieces",
+                   printable(asked.name));
     return {};
 }
 

@@ -54,8 +54,11 @@ Result<config::Options> optionsOf(const Command &command)
     // Kept passwords lie beside the option file and are told by their full path.
     std::error_code error;
     const auto full = std::filesystem::absolute(command.optionFile, error);
-    ARCA_TRY(config::Options options,
-             config::readOptionFile(error ? command.optionFile : full.lexically_normal().string()));
+    auto read =
+        config::readOptionFile(error ? command.optionFile : full.lexically_normal().string());
+    if (!read && !std::filesystem::exists(command.optionFile, error))
+        read.error().text += "; --optfile or ARCA_OPTFILE names another";
+    ARCA_TRY(config::Options options, std::move(read));
     if (options.repository.empty())
         return Error{ErrorKind::badOption,
                      "the option file " + options.file + " names no REPOSITORY"};
