@@ -37,26 +37,11 @@ std::string place(const std::string &stored, const char *types, ...)
 TEST(Inserts, ArePlacedByNumberAndShownAsTheCatalogueSays)
 {
     const InsertCase cases[] = {
-        {"in order",
-         "{1}1 of {1}2{0}2"
-         "1s%s{0}2n%d{0}",
-         "piece of -7"},
-        {"the other way round",
-         "{1}2: {1}1, {1}2{0}2"
-         "1s%s{0}2n%d{0}",
-         "-7: piece, -7"},
-        {"one left out",
-         "only {1}2{0}2"
-         "1s%s{0}2n%d{0}",
-         "only -7"},
-        {"widths",
-         "[{1}1][{1}2]{0}2"
-         "1s%-7.3s{0}2n%05d{0}",
-         "[pie    ][-0007]"},
-        {"as hexadecimal, not widened",
-         "{1}2{0}1"
-         "2n%x{0}",
-         "fffffff9"},
+        {"in order", "{1}1 of {1}2{0}21s%s{0}2n%d{0}", "piece of -7"},
+        {"the other way round", "{1}2: {1}1, {1}2{0}21s%s{0}2n%d{0}", "-7: piece, -7"},
+        {"one left out", "only {1}2{0}21s%s{0}2n%d{0}", "only -7"},
+        {"widths", "[{1}1][{1}2]{0}21s%-7.3s{0}2n%05d{0}", "[pie    ][-0007]"},
+        {"as hexadecimal, not widened", "{1}2{0}12n%x{0}", "fffffff9"},
     };
     for (const InsertCase &one : cases)
         EXPECT_EQ(place(one.stored, "%s,%d", "piece", -7), one.expected) << one.what;

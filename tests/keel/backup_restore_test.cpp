@@ -35,23 +35,15 @@ TEST_F(KeelTest, StreamOfAnyLengthComesBackInBlocksOfAnySize)
     for (const std::size_t size :
          {std::size_t{0}, std::size_t{1}, block - 1, block, block + 1, 3 * block, 3 * block + 17,
           5 * block - 1, 16 * block, 2 * 262144 + block}) {
-        const std::string name = "piece-" + std::to_string(size);
-        const std::string stream = randomBytes(size, size);
-        backUp(name, stream, std::to_string(block));
-        for (const char *blockSize : {"4096", "512", "2560", "12K", "256K", "1M"}) {
-            EXPECT_TRUE(same(restored(name, blockSize), stream))
-                << size << " bytes, restored in blocks of " << blockSize;
+        // Random ones, and zeros, which must be kept at the end of a stream.
+        for (const bool random : {true, false}) {
+            const std::string name = (random ? "piece-" : "zeros-") + std::to_string(size);
+            const std::string stream = random ? randomBytes(size, size) : std::string(size, '\0');
+            backUp(name, stream, std::to_string(block));
+            for (const char *blockSize : {"4096", "512", "2560", "12K", "256K", "1M"})
+                EXPECT_TRUE(same(restored(name, blockSize), stream))
+                    << name << ", restored in blocks of " << blockSize;
         }
-    }
-}
-
-TEST_F(KeelTest, ZerosAtTheEndOfAStreamAreKept)
-{
-    for (const std::size_t size : {std::size_t{4096}, std::size_t{8192}, std::size_t{5000}}) {
-        const std::string name = "zeros-" + std::to_string(size);
-        backUp(name, std::string(size, '\0'), "4K");
-        for (const char *blockSize : {"4K", "1K", "64K"})
-            EXPECT_EQ(restored(name, blockSize).size(), size) << blockSize;
     }
 }
 
@@ -167,8 +159,6 @@ TEST_F(KeelTest, RemovedPieceIsGoneAndTheOthersStay)
 {
     for (const char *name : {"one", "two", "three"})
         backUp(name, name);
-    EXPECT_EQ(keel({"remove", "one"}).status, 2) << "nobody can be asked, so nothing is done";
-    EXPECT_TRUE(isStored("one"));
     const ProgramResult result = keel({"remove", "one", "nobody", "two", "one", "--yes"});
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.err.find("SBT 7502: there is no piece nobody"), std::string::npos)

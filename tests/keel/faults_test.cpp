@@ -18,11 +18,7 @@ TEST_F(KeelTest, RefusalIsOneLineWithCodeAndStatus)
                                                 "\nNODENAME testnode\nPASSWORDACCESS generate\n");
     writeFile(directory / "elsewhere.opt", "HOXI_LOG " + directory.string() + "\nHOXI_ORC_CONFIG " +
                                                (directory / "elsewhere.arca").string() + "\n");
-    struct Case {
-        std::vector<std::string> arguments;
-        std::string message;
-    };
-    const Case cases[] = {
+    const std::pair<Words, std::string> cases[] = {
         {{"backup", "taken", "-i", "-"}, "keel backup taken: SBT 7503: "},
         {{"restore", "absent", "-o", "-"}, "keel restore absent: SBT 7502: "},
         {{"backup", std::string(256, 'n'), "-i", "-"}, ": SBT 7501: "},
@@ -41,14 +37,8 @@ TEST_F(KeelTest, RefusalIsOneLineWithCodeAndStatus)
          "keel info p: cannot load the agent: "},
         {{"info", "p", "--library", clientLibrary()}, "is no agent"},
     };
-    for (const Case &wrong : cases) {
-        const ProgramResult result = keel(wrong.arguments, "stream");
-        SCOPED_TRACE(result.err);
-        EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(result.out, "");
-        EXPECT_NE(result.err.find(wrong.message), std::string::npos) << wrong.message;
-        EXPECT_EQ(std::ranges::count(result.err, '\n'), 1);
-    }
+    for (const auto &[arguments, said] : cases)
+        expectRefusal(arguments, 1, said, "stream");
     EXPECT_EQ(restored("taken"), "content");
     EXPECT_FALSE(isStored("p"));
     EXPECT_FALSE(std::filesystem::exists(directory / "nowhere"));
@@ -56,11 +46,12 @@ TEST_F(KeelTest, RefusalIsOneLineWithCodeAndStatus)
 
 TEST_F(KeelTest, WrongUseIsStatus2AndHelpIs0)
 {
-    const std::vector<std::string> wrong[] = {
+    const Words wrong[] = {
         {},
         {"sing"},
         {"backup"},
         {"backup", "p"},
+        {"info"},
         {"backup", "p", "-i", "-", "--block-size", "1000"},
         {"backup", "p", "-i", "-", "--block-size", "0"},
         {"backup", "p", "-i", "-", "--block-size", "1G"},
@@ -69,14 +60,9 @@ TEST_F(KeelTest, WrongUseIsStatus2AndHelpIs0)
         {"backup", "p", "-i", "-", "--trace-level", "2"},
         {"restore", "p", "-o", "-", "--json"},
         {"info", "p", "--optfile", std::string(1025, 'x')},
-        {"info"},
     };
-    for (const auto &arguments : wrong) {
-        const ProgramResult result = keel(arguments);
-        EXPECT_EQ(result.status, 2) << result.err;
-        EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
-        EXPECT_EQ(result.out, "");
-    }
+    for (const auto &arguments : wrong)
+        expectRefusal(arguments, 2);
     for (const char *verb : {"backup", "restore", "info", "remove", "passwd", "trace"}) {
         const ProgramResult help = keel({verb, "--help"});
         EXPECT_EQ(help.status, 0);

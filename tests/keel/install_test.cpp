@@ -47,59 +47,25 @@ TEST_F(KeelTest, DoctorNamesWhatIsBrokenWithItsCure)
                                "\nNODENAME testnode\nPASSWORDACCESS ";
     const std::string agent = "HOXI_ORC_CONFIG " + installation_.clientOptions().string() +
                               "\nHOXI_LOG " + directory.string() + "\n";
-    const auto breakFile = [&](const std::string &name, const std::string &text) {
-        return [=] { writeFile(directory / name, text); };
-    };
+    const std::string velo = "velo.opt", arca = "arca.opt", keys = "arca.opt.keys";
     const struct {
         const char *what;
-        std::function<void()> damage;
+        std::string file, text; // what is wrong in which; without a text it is gone
         std::vector<std::string> arguments;
         const char *check, *cure;
     } cases[] = {
-        {"no agent", [] {}, {"--library", directory / "none.so"}, "agent", "SBT_LIBRARY"},
-        {"another library", [] {}, {"--library", clientLibrary()}, "agent", "SBT_LIBRARY"},
-        {"no option file", [] {}, {"--optfile", directory / "none"}, "options", "VELO_OPTFILE"},
-        {"a misspelt keyword",
-         breakFile("velo.opt", agent + "VELO_FSS prod\n"),
-         {},
-         "options",
-         "line"},
-        {"a keyword alone", breakFile("velo.opt", agent + "VELO_FS \"\"\n"), {}, "options", "line"},
-        {"no log directory",
-         breakFile("velo.opt", agent + "HOXI_LOG /proc/none\n"),
-         {},
-         "directory",
-         "HOXI_LOG"},
-        {"no catalogue",
-         breakFile("velo.opt", agent + "HOXI_ORC_DIR " + directory.string()),
-         {},
-         "messages",
-         "EN_US"},
-        {"no client options",
-         breakFile("velo.opt", agent + "HOXI_ORC_CONFIG /proc/none"),
-         {},
-         "arca.opt",
-         "HOXI_ORC_CONFIG"},
-        {"no repository named",
-         breakFile("arca.opt", "NODENAME testnode\n"),
-         {},
-         "arca.opt",
-         "REPOSITORY"},
-        {"no repository",
-         breakFile("arca.opt", "REPOSITORY file:///proc/none\n"),
-         {},
-         "repository",
-         "arca init"},
-        {"a password nobody gave",
-         breakFile("arca.opt", client + "prompt\n"),
-         {},
-         "password",
-         "keel passwd"},
-        {"a password that is gone",
-         [&] { std::filesystem::remove(installation_.clientOptions().string() + ".keys"); },
-         {},
-         "password",
-         "arca init"},
+        {"no agent", "", "", {"--library", directory / "none.so"}, "agent", "SBT_LIBRARY"},
+        {"another library", "", "", {"--library", clientLibrary()}, "agent", "SBT_LIBRARY"},
+        {"no option file", "", "", {"--optfile", directory / "none"}, "options", "VELO_OPTFILE"},
+        {"a misspelt keyword", velo, "VELO_FSS prod\n", {}, "options", "line"},
+        {"a keyword alone", velo, "VELO_FS \"\"\n", {}, "options", "line"},
+        {"no log directory", velo, "HOXI_LOG /proc/none\n", {}, "directory", "HOXI_LOG"},
+        {"no catalogue", velo, "HOXI_ORC_DIR " + directory.string(), {}, "messages", "EN_US"},
+        {"no client", velo, "HOXI_ORC_CONFIG /proc/none", {}, "arca.opt", "HOXI_ORC_CONFIG"},
+        {"none named", arca, "NODENAME testnode\n", {}, "arca.opt", "REPOSITORY"},
+        {"none there", arca, "REPOSITORY file:///proc/none\n", {}, "repository", "arca init"},
+        {"a password nobody gave", arca, client + "prompt\n", {}, "password", "keel passwd"},
+        {"a password that is gone", keys, "", {}, "password", "arca init"},
     };
     const std::string kept = readFile(installation_.clientOptions().string() + ".keys");
     for (const auto &broken : cases) {
@@ -107,10 +73,11 @@ TEST_F(KeelTest, DoctorNamesWhatIsBrokenWithItsCure)
         writeFile(installation_.agentOptions(), agent);
         writeFile(installation_.clientOptions(), client + "generate\n");
         writeFile(installation_.clientOptions().string() + ".keys", kept);
-        broken.damage();
-        std::vector<std::string> arguments = {"doctor", "--json"};
-        arguments.insert(arguments.end(), broken.arguments.begin(), broken.arguments.end());
-        const ProgramResult result = keel(arguments);
+        if (!broken.text.empty())
+            writeFile(directory / broken.file, (broken.file == velo ? agent : "") + broken.text);
+        else if (!broken.file.empty())
+            std::filesystem::remove(directory / broken.file);
+        const ProgramResult result = keel({"doctor", "--json"}, {}, broken.arguments);
         EXPECT_EQ(result.status, 1);
         EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
         const Json check = checkOf(result, broken.check);
@@ -132,9 +99,7 @@ TEST_F(KeelTest, BenchStoresWhatItSaysAndRemovesItEvenWhenInterrupted)
         {{"--input", "input", "--channels", "3", "--block-size", "8K", "--restore"}, 100'000, 1, 3},
     };
     for (const auto &row : cases) {
-        std::vector<std::string> arguments = {"bench", "--json"};
-        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
-        const ProgramResult result = keel(arguments);
+        const ProgramResult result = keel({"bench", "--json"}, {}, row.arguments);
         ASSERT_EQ(result.status, 0) << result.err;
         const Json told = Json::parse(result.out);
         ASSERT_EQ(told["days"].size(), row.days);
@@ -174,9 +139,7 @@ TEST_F(KeelTest, RmanCommandsNameThisInstallation)
         {{"--duplicate-from", "dbhost1"}, {"AUXILIARY CHANNEL a1 ", "SEND '-asnode=dbhost1';"}},
     };
     for (const auto &row : cases) {
-        std::vector<std::string> arguments = {"rman"};
-        arguments.insert(arguments.end(), row.arguments.begin(), row.arguments.end());
-        const ProgramResult result = keel(arguments);
+        const ProgramResult result = keel({"rman"}, {}, row.arguments);
         EXPECT_EQ(result.status, 0) << result.err;
         EXPECT_NE(result.out.find(parms), std::string::npos) << result.out;
         for (const char *line : row.lines)

@@ -6,12 +6,24 @@
 namespace keel::test
 {
 
-ProgramResult KeelTest::keel(std::vector<std::string> arguments, const std::string &input) const
+ProgramResult KeelTest::keel(Words arguments, const std::string &input, const Words &more) const
 {
     arguments.insert(arguments.begin(), keelProgram());
+    arguments.insert(arguments.end(), more.begin(), more.end());
     ProgramOptions options;
     options.input = input;
     return run(arguments, options);
+}
+
+void KeelTest::expectRefusal(const Words &arguments, int status, const std::string &said,
+                             const std::string &input) const
+{
+    const ProgramResult result = keel(arguments, input);
+    SCOPED_TRACE(result.err);
+    EXPECT_EQ(result.status, status);
+    EXPECT_EQ(result.out, "");
+    EXPECT_NE(result.err.find(said), std::string::npos) << said;
+    EXPECT_EQ(std::ranges::count(result.err, '\n'), 1);
 }
 
 void KeelTest::backUp(const std::string &name, const std::string &stream,

@@ -15,9 +15,15 @@ namespace keel::test
 class KeelTest : public ::testing::Test
 {
 protected:
+    using Words = std::vector<std::string>;
+
     /// Runs keel with these arguments.
-    [[nodiscard]] ProgramResult keel(std::vector<std::string> arguments,
-                                     const std::string &input = {}) const;
+    [[nodiscard]] ProgramResult keel(Words arguments, const std::string &input = {},
+                                     const Words &more = {}) const;
+
+    /// Runs it and expects nothing but one line, with that in it, on standard error.
+    void expectRefusal(const Words &arguments, int status, const std::string &said = {},
+                       const std::string &input = {}) const;
 
     /// Stores a stream from standard input and expects that to go well.
     void backUp(const std::string &name, const std::string &stream,

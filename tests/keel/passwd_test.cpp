@@ -101,10 +101,7 @@ TEST_F(KeelPasswdTest, TerminalIsAskedTwiceWithoutEchoAndLeftAsItWas)
 TEST_F(KeelPasswdTest, RefusalSaysWhatToSet)
 {
     const auto refused = [&](const std::string &expected) {
-        const ProgramResult result = keel({"passwd", "--stdin"}, "password");
-        EXPECT_EQ(result.status, 1);
-        EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
-        EXPECT_NE(result.err.find(expected), std::string::npos) << result.err;
+        expectRefusal({"passwd", "--stdin"}, 1, expected, "password");
     };
     installation_.configureAgent({"VELO_NODE dbhost1", "VELO_PSWDPATH /proc/nowhere"});
     refused("cannot write /proc/nowhere/VELO.dbhost1: its directory cannot be made (code 167)");

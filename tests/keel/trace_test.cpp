@@ -140,13 +140,8 @@ TEST_F(KeelTest, WhatIsNoTraceIsRefusedInOneLine)
         names.push_back(directory / ("hostile-" + std::to_string(names.size())));
         writeFile(names.back(), bytes);
     }
-    for (const std::string &name : names) {
-        const ProgramResult result = keel({"trace", name});
-        EXPECT_EQ(result.status, 1) << name;
-        EXPECT_EQ(result.out, "") << name;
-        EXPECT_EQ(result.err.find("keel trace " + name + ": "), 0U) << result.err;
-        EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
-    }
+    for (const std::string &name : names)
+        expectRefusal({"trace", name}, 1, "keel trace " + name + ": ");
 }
 
 } // namespace keel::test
