@@ -46,6 +46,14 @@ protected:
         }
     }
 
+    /// So many names with as many inactive versions each, and an active one of all or every other.
+    void fill(int names, int inactive, bool allActive)
+    {
+        const hoxHandle_t handle = logOn();
+        for (int i = 0; i < names; ++i)
+            history(handle, "p" + std::to_string(i), inactive, allActive || i % 2 == 0, nullptr);
+    }
+
     /// Of the versions of one piece.
     static mtExpired_t expire(const std::string &piece, int daysLater, bool dryRun)
     {
@@ -119,9 +127,7 @@ TEST_F(ExpireTest, WhatTheClassLetsGoGoes)
 TEST_F(ExpireTest, WhoeverStopsTheQueryLosesNothing)
 {
     constexpr int kNames = 30;
-    const hoxHandle_t handle = logOn();
-    for (int i = 0; i < kNames; ++i)
-        history(handle, "p" + std::to_string(i), 1, true, nullptr);
+    fill(kNames, 1, true);
     ASSERT_EQ(arca({"class", "change", "STANDARD", "--days", "0"}).status, 0);
     ASSERT_EQ(mtSetUp(installation_.clientOptions()), 0);
     {
@@ -163,9 +169,7 @@ TEST_F(ExpireTest, WhoeverStopsTheQueryLosesNothing)
 TEST_F(ExpireTest, CtrlCEndsEveryPhaseInOneLine)
 {
     constexpr int kNames = 30;
-    const hoxHandle_t handle = logOn();
-    for (int i = 0; i < kNames; ++i)
-        history(handle, "p" + std::to_string(i), 1, true, nullptr);
+    fill(kNames, 1, true);
     ASSERT_EQ(arca({"class", "define", "GOLD"}).status, 0);
     ASSERT_EQ(arca({"class", "change", "STANDARD", "--days", "0"}).status, 0);
     const auto state = [&] {
@@ -213,9 +217,7 @@ TEST_F(ExpireTest, CtrlCEndsEveryPhaseInOneLine)
 TEST_F(ExpireTest, KilledAnywhereItEndsAsIfItWereNot)
 {
     constexpr int kNames = 25, kInactive = 3;
-    const hoxHandle_t handle = logOn();
-    for (int i = 0; i < kNames; ++i)
-        history(handle, "p" + std::to_string(i), kInactive, i % 2 == 0, nullptr);
+    fill(kNames, kInactive, false);
     // Ever later moments, told by what the run has done to the repository so far.
     for (std::size_t touched = 1; touched < 60; touched += 12) {
         const std::size_t before = stored("objects").size() + stored("inactive").size();

@@ -131,7 +131,9 @@ TEST_F(ArcaTest, BindAndAccessSayWhatHolds)
     EXPECT_EQ(arcaJson({"class", "bind", "gold", "df_*", "--yes"})["bound"], 2);
     EXPECT_EQ(listed({"--class", "gold"}), "df_1 df_2");
     EXPECT_EQ(arcaJson({"class", "bind", "gold", "df_*"})["bound"], 0) << "nothing twice";
-    EXPECT_EQ(arca({"class", "bind", "none", "df_*"}).status, 1);
+    for (const Words &nothing : {Words{"class", "bind", "none", "df_*"},
+                                 Words{"class", "bind", "gold", "none*"}, Words{"expire", "none*"}})
+        EXPECT_EQ(arca(nothing).status, 1) << testing::PrintToString(nothing);
 
     EXPECT_EQ(arca({"access", "grant", "other", "--filespace", "/none"}).status, 1);
     ASSERT_EQ(arca({"access", "grant", "other", "df_1", "--filespace", "/fs"}).status, 0);

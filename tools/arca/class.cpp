@@ -161,6 +161,17 @@ int bindMatching(const mtSession &finding, const mtSession &changing, const Aske
                          });
 }
 
+/// Whether anything is meant at all, bound or not.
+Result<bool> matchesAny(ClientSession &client, const mtFilter_t &filter)
+{
+    bool any = false;
+    const auto found = [&](const dhoxBackupObject_t &) { return !(any = true); };
+    const int rc = mtQueryObjects(client.session(), filter, mtOrder_t::inserted, found);
+    ARCA_CHECK(expectUninterrupted());
+    ARCA_CHECK(answered(rc));
+    return any;
+}
+
 Result<void> bind(ClientSession &client, const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
@@ -170,6 +181,11 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
     const int found = bindMatching(client.session(), *changing, asked, filter, true, bound);
     ARCA_CHECK(expectUninterrupted());
     ARCA_CHECK(answeredFor(asked, found));
+    if (bound == 0) {
+        ARCA_TRY(const bool any, matchesAny(client, filter));
+        if (!any)
+            return noMatch(asked.selection);
+    }
     if (!asked.dryRun && bound != 0) {
         ARCA_CHECK(confirm(fmt::format("{} pieces are bound to {}, which says from then on how "
                                        "long they are kept. Go on?",

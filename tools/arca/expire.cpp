@@ -95,6 +95,8 @@ Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     const mtExpiry_t expiry{names, std::time(nullptr), false};
     ARCA_TRY(const mtExpired_t totals, perform(*client, command, asked, expiry));
+    if (totals.looked == 0 && !asked.selection.pattern.empty())
+        return noMatch(asked.selection);
     result["dryRun"] = asked.dryRun;
     result["versions"] = totals.looked;
     result["inactive"] = totals.inactive;
