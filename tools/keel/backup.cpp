@@ -6,6 +6,7 @@
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/files.h"
+#include "tools/timing/timing.h"
 
 #include <memory>
 #include <optional>
@@ -89,7 +90,7 @@ void addBackup(CLI::App &app, Command &command)
     verb->add_option("--type", backup->type, "What it holds")
         ->check(CLI::IsMember({"datafile", "archivelog", "other"}).description(""))
         ->type_name("datafile|archivelog|other");
-    addTiming(*verb, command);
+    tools::addTimingOption(*verb, command.timing);
     addCommonOptions(*verb, command);
     verb->footer(
         "Example: tar -c /srv/data | keel backup data-monday --input -\n"

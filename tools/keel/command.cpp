@@ -63,11 +63,6 @@ std::string subjectOf(const std::vector<std::string> &names)
     return names.size() == 1 ? names.front() : std::string();
 }
 
-void addTiming(CLI::App &verb, Command &command)
-{
-    tools::addTimingOption(verb, command.timing);
-}
-
 void reportTransfer(const Command &command, Json &result, std::uint64_t bytes, double seconds)
 {
     result["bytes"] = bytes;

@@ -55,9 +55,6 @@ void checkBlockSize(const Command &command, std::size_t blockSize);
 
 constexpr std::size_t kDefaultBlockSize = std::size_t{256} << 10;
 
-/// --timing, of the verbs that transfer a stream.
-void addTiming(CLI::App &verb, Command &command);
-
 /// The subject of a verb that takes several names.
 [[nodiscard]] std::string subjectOf(const std::vector<std::string> &names);
 

@@ -5,6 +5,7 @@
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/files.h"
+#include "tools/timing/timing.h"
 
 #include <memory>
 
@@ -70,7 +71,7 @@ void addRestore(CLI::App &app, Command &command)
         ->type_name("FILE");
     verb->add_flag("--force,-f", restore->force, "Replace the file if it is there");
     addBlockSize(*verb, restore->blockSize);
-    addTiming(*verb, command);
+    tools::addTimingOption(*verb, command.timing);
     addCommonOptions(*verb, command);
     verb->footer("Example: keel restore data-monday --output - | tar -t\n"
                  "The file appears under its name when all of it is on disk, and not before.");
