@@ -177,7 +177,6 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
     ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
     ARCA_TRY(mtSession *const changing, client.second());
     std::uint64_t bound = 0;
-    catchInterrupts();
     const int found = bindMatching(client.session(), *changing, asked, filter, true, bound);
     ARCA_CHECK(expectUninterrupted());
     ARCA_CHECK(answeredFor(asked, found));
@@ -207,6 +206,8 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
 
 Result<void> perform(const Command &command, const Asked &asked, Work work, Json &result)
 {
+    if (work == bind) // it may take long
+        catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     return work(*client, command, asked, result);
 }
