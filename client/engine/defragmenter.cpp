@@ -1,7 +1,9 @@
-// Two chunks at a time: which frames they use, which of them too little, and what becomes of those.
+// A part of the stream slides by: which frames hold its blocks, which of them are used too little,
+// and what becomes of those.
 #include "client/engine/defragmenter.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace arca::engine
 {
@@ -9,109 +11,259 @@ namespace arca::engine
 namespace
 {
 
-constexpr std::uint64_t kShareStoredAgain = 64; // one byte of so many
-/// A frame is sparse when less than two of five blocks are used.
-constexpr std::uint32_t kSparse = 2, kOf = 5;
+constexpr std::uint64_t kShareStoredAgain = 32; // one byte of so many
 
 } // namespace
 
-/// What is in sight must be all of it: most of its numbers, and close together. Of a frame whose
-/// blocks are spread over a long part of the stream two chunks always use few; and where files are
-/// multiplexed, half of a frame's blocks may come by much later than the other half.
-bool Defragmenter::Use::isSparse() const
+std::size_t Defragmenter::FrameHash::operator()(const FrameKey &key) const
 {
-    return blocks.size() * kOf < stored * kSparse && (last - first + 1) * 4 >= stored * 3 &&
-           blocks.back() - blocks.front() < std::size_t{2} * stored;
+    std::uint64_t random = 0; // as the names of packs are
+    std::memcpy(&random, key.pack.data(), sizeof random);
+    return static_cast<std::size_t>(random + key.firstBlock * std::uint64_t{0x9e3779b97f4a7c15});
 }
 
-void Defragmenter::settle(LookedUp front, LookedUp next)
+void Defragmenter::Use::add(const StoredBlock &block, Position position)
 {
-    for (const Cut &cut : front.cuts)
-        seen_ += cut.length;
-    const Window window{front, next};
-    const Uses uses = countUses(window);
-    std::vector<const Use *> sparse;
-    for (const auto &[key, use] : uses)
-        // One that goes on from the chunk before is needed anyhow; what begins in the next one may
-        // not be in sight whole.
-        if (use.isSparse() && use.blocks.front() < front.cuts.size() && !before_.contains(key))
-            sparse.push_back(&use);
-    std::sort(sparse.begin(), sparse.end(),
-              [](const Use *a, const Use *b) { return a->blocks.size() < b->blocks.size(); });
-    for (const Use *use : sparse)
-        takeApart(uses, *use, window);
-
-    before_.clear();
-    for (const auto &known : front.known)
-        if (known && !known->isOwn())
-            before_.insert({known->place.pack, known->frame.firstBlock});
+    stored = block.frame.blocks;
+    first = std::min(first, block.place.block);
+    last = std::max(last, block.place.block);
+    if (blocks.empty() || blocks.back() != position)
+        blocks.push_back(position);
 }
 
-Defragmenter::Uses Defragmenter::countUses(const Window &window) const
+Defragmenter::Block Defragmenter::at(Position position)
 {
-    Uses uses;
-    auto at = uses.end();
-    for (std::size_t i = 0; i < window.size(); ++i) {
-        const std::optional<StoredBlock> &known = window.knownAt(i);
-        if (!known || known->isOwn())
+    const auto after =
+        std::upper_bound(sight_.begin(), sight_.end(), position,
+                         [](Position wanted, const Looked &chunk) { return wanted < chunk.begin; });
+    Looked &chunk = *std::prev(after);
+    const auto i = static_cast<std::size_t>(position - chunk.begin);
+    return {chunk.cuts[i], chunk.known[i], chunk.decided[i]};
+}
+
+void Defragmenter::see(std::span<const Cut> cuts, KnownBlocks known)
+{
+    const Position begin = sight_.empty() ? 0 : sight_.back().end();
+    std::vector<bool> decided(known.size());
+    sight_.push_back({cuts, std::move(known), std::move(decided), begin, {}});
+    widest_ = std::max(widest_, sight_.back().end() - sight_.front().begin);
+    count(sight_.back());
+}
+
+/// Adds its blocks to all frames that hold them.
+void Defragmenter::count(Looked &chunk)
+{
+    chunk.frames.clear();
+    Uses::value_type *frame = nullptr; // that of the block before
+    for (std::size_t i = 0; i < chunk.cuts.size(); ++i) {
+        if (chunk.cuts[i].zero)
             continue;
-        const FrameKey key{known->place.pack, known->frame.firstBlock};
-        if (at == uses.end() || at->first != key)
-            at = uses.try_emplace(key).first;
-        Use &use = at->second;
-        use.stored = known->frame.blocks;
-        use.first = std::min(use.first, known->place.block);
-        use.last = std::max(use.last, known->place.block);
-        use.blocks.push_back(i);
+        copies_.clear();
+        duplicates_.eachCopy(chunk.cuts[i].id, [&](const StoredBlock &copy) {
+            if (!copy.isOwn())
+                copies_.push_back(copy);
+        });
+        for (const StoredBlock &copy : copies_) {
+            const FrameKey key = keyOf(copy);
+            if (frame == nullptr || frame->first != key)
+                frame = &*uses_.try_emplace(key).first;
+            Use &use = frame->second;
+            use.add(copy, chunk.begin + i);
+            use.shared += copies_.size() > 1;
+            if (use.countedFor != chunk.begin)
+                chunk.frames.push_back(frame);
+            use.countedFor = chunk.begin;
+        }
     }
-    return uses;
 }
 
-/// Copies of its blocks that an earlier backup made, in frames that are not sparse themselves.
-Defragmenter::Change Defragmenter::changeFor(const Uses &uses, const Use &frame,
-                                             const Window &window) const
+/// Of packs that came into memory meanwhile, blocks were in sight already.
+void Defragmenter::recount()
 {
-    Change change{KnownBlocks(frame.blocks.size()), 0, {}};
-    for (std::size_t i = 0; i < frame.blocks.size(); ++i) {
-        const Cut &cut = window.cutAt(frame.blocks[i]);
-        duplicates_.eachCopy(cut.id, [&](const StoredBlock &copy) {
-            const FrameKey key{copy.place.pack, copy.frame.firstBlock};
-            const auto other = uses.find(key);
-            const bool inSight = !copy.isOwn() && other != uses.end();
-            if (inSight && (&other->second == &frame || other->second.isSparse()))
-                return;
-            change.blocks[i] = copy;
-            if (!copy.isOwn() && !inSight)
-                change.others.insert(key);
-        });
-        change.again += change.blocks[i] ? 0 : cut.length;
+    packsLoaded_ = duplicates_.counts().packsLoaded;
+    for (auto &[key, use] : uses_) {
+        Use fresh;
+        fresh.needed = use.needed;
+        fresh.abandoned = use.abandoned;
+        use = fresh;
     }
-    return change;
+    for (Looked &chunk : sight_)
+        count(chunk);
+    std::erase_if(uses_, [](const auto &entry) { return entry.second.blocks.empty(); });
+}
+
+/// From where a block is taken, as things are. What was stored again in a better place is found
+/// there, and the frame it was in gets less and less.
+std::optional<StoredBlock> Defragmenter::bestOf(Position position)
+{
+    const Block block = at(position);
+    if (block.decided || block.cut.zero)
+        return block.known;
+    std::optional<StoredBlock> best;
+    std::optional<StoredBlock> own;
+    std::size_t most = 0;
+    duplicates_.eachCopy(block.cut.id, [&](const StoredBlock &copy) {
+        if (copy.isOwn()) {
+            own = copy;
+            return;
+        }
+        const auto use = uses_.find(keyOf(copy));
+        if (use != uses_.end() && !use->second.abandoned && use->second.blocks.size() > most) {
+            best = copy;
+            most = use->second.blocks.size();
+        }
+    });
+    if (best || own)
+        return best ? best : own;
+    // Its pack went out of memory.
+    const auto use = block.known ? uses_.find(keyOf(*block.known)) : uses_.end();
+    return use != uses_.end() && use->second.abandoned ? std::nullopt : block.known;
+}
+
+KnownBlocks Defragmenter::settle()
+{
+    if (packsLoaded_ != duplicates_.counts().packsLoaded)
+        recount();
+    for (const Cut &cut : sight_.front().cuts)
+        seen_ += cut.length;
+    for (const FrameKey &frame : sparseIn(sight_.front()))
+        abandon(frame);
+    Looked &front = sight_.front();
+    for (std::size_t i = 0; i < front.known.size(); ++i) {
+        front.known[i] = bestOf(front.begin + i);
+        markNeeded(front.known[i]);
+    }
+    pass(front);
+    KnownBlocks settled = std::move(front.known);
+    sight_.pop_front();
+    return settled;
+}
+
+void Defragmenter::markNeeded(const std::optional<StoredBlock> &block)
+{
+    if (!block || block->isOwn())
+        return;
+    if (const auto use = uses_.find(keyOf(*block)); use != uses_.end())
+        use->second.needed = true;
+}
+
+/// Frames that begin in the chunk. The least used first: they give most for what is stored again.
+std::vector<Defragmenter::FrameKey> Defragmenter::sparseIn(const Looked &chunk)
+{
+    std::vector<std::pair<std::size_t, FrameKey>> sparse;
+    for (const Uses::value_type *const frame : chunk.frames) {
+        const auto &[key, use] = *frame;
+        if (use.needed || use.abandoned || use.blocks.front() < chunk.begin ||
+            !use.isSparse(use.blocks.size() - use.shared) || !isInSight(use))
+            continue;
+        const std::size_t used = blocksFrom(key, use).size();
+        if (used != 0 && use.isSparse(used) && !isMixed(key, use))
+            sparse.emplace_back(used, key);
+    }
+    std::stable_sort(sparse.begin(), sparse.end(),
+                     [](const auto &a, const auto &b) { return a.first < b.first; });
+    std::vector<FrameKey> keys;
+    for (const auto &entry : sparse)
+        keys.push_back(entry.second);
+    return keys;
+}
+
+/// Whether all of it is, as far as it is in the stream at all: as its blocks lie apart, the others
+/// would have come by within the same distance. They do not lie closer than they were stored.
+bool Defragmenter::isInSight(const Use &use) const
+{
+    const Position apart = use.blocks.back() - use.blocks.front();
+    const std::uint32_t numbers = use.last - use.first;
+    return numbers != 0 && apart >= numbers && apart * use.stored <= widest_ * numbers;
+}
+
+/// Whether blocks that were stored before it or after it come by in between. Then files are
+/// multiplexed in another order than they were, and what is missing may come by much later.
+bool Defragmenter::isMixed(const FrameKey &frame, const Use &use)
+{
+    std::size_t others = 0;
+    for (Position position = use.blocks.front(); position < use.blocks.back(); ++position) {
+        const auto &known = at(position).known;
+        others += known && known->place.pack == frame.pack && keyOf(*known) != frame;
+    }
+    return others * 4 > use.blocks.size();
+}
+
+/// Those that are taken from it, as things are.
+std::vector<Defragmenter::Position> Defragmenter::blocksFrom(const FrameKey &frame, const Use &use)
+{
+    std::vector<Position> from;
+    for (const Position position : use.blocks) {
+        const auto best = bestOf(position);
+        if (best && !best->isOwn() && keyOf(*best) == frame)
+            from.push_back(position);
+    }
+    return from;
+}
+
+/// Whether its frame is worth expanding, or is expanded anyhow.
+bool Defragmenter::isGood(const StoredBlock &copy) const
+{
+    if (copy.isOwn())
+        return true;
+    const auto use = uses_.find(keyOf(copy));
+    return use == uses_.end() || use->second.needed ||
+           !use->second.isSparse(use->second.blocks.size());
 }
 
 /// All of it, or nothing: one block that stays costs as much as the whole frame.
-void Defragmenter::takeApart(const Uses &uses, const Use &frame, const Window &window)
+void Defragmenter::abandon(const FrameKey &frame)
 {
-    const auto isAllowed = [&](const Change &change) {
-        return again_ + change.again <= seen_ / kShareStoredAgain &&
-               change.others.size() <= 1 + frame.blocks.size() / 8;
-    };
-    Change change = changeFor(uses, frame, window);
-    if (change.again != 0 && isAllowed(change)) {
-        // A pack of nothing but what was stored again is never come upon: all its blocks are found
-        // where they were first. They would be stored again every day.
-        bool more = false;
-        for (std::size_t i = 0; i < frame.blocks.size(); ++i)
-            if (!change.blocks[i])
-                more = duplicates_.bringIn(window.cutAt(frame.blocks[i]).id) || more;
-        if (more)
-            change = changeFor(uses, frame, window);
-    }
-    if (!isAllowed(change))
+    const auto found = uses_.find(frame);
+    if (found == uses_.end())
         return;
-    again_ += change.again;
-    for (std::size_t i = 0; i < frame.blocks.size(); ++i)
-        window.knownAt(frame.blocks[i]) = change.blocks[i];
+    Use &use = found->second;
+    const std::vector<Position> blocks = blocksFrom(frame, use);
+    if (use.needed || !use.isSparse(blocks.size())) // of another one it got blocks
+        return;
+    use.abandoned = true;
+    if (bringInCopies(blocks))
+        recount();
+    KnownBlocks instead;
+    std::uint64_t again = 0;
+    for (const Position position : blocks) {
+        auto best = bestOf(position);
+        if (best && !isGood(*best))
+            best.reset();
+        instead.push_back(best);
+        again += best ? 0 : at(position).cut.length;
+    }
+    if (again_ + again > seen_ / kShareStoredAgain) {
+        if (const auto still = uses_.find(frame); still != uses_.end())
+            still->second.abandoned = false;
+        return;
+    }
+    again_ += again;
+    for (std::size_t i = 0; i < blocks.size(); ++i) {
+        Block block = at(blocks[i]);
+        block.known = instead[i];
+        block.decided = true;
+        markNeeded(instead[i]);
+    }
+}
+
+/// A pack of nothing but what was stored again is never come upon: all its blocks are found where
+/// they were first. They would be stored again every day. Whether one came into memory.
+bool Defragmenter::bringInCopies(const std::vector<Position> &blocks)
+{
+    bool any = false;
+    for (const Position position : blocks)
+        if (const auto best = bestOf(position); !best || !isGood(*best))
+            any = duplicates_.bringIn(at(position).cut.id) || any;
+    return any;
+}
+
+/// Forgets the frames that hold nothing of what comes after it.
+void Defragmenter::pass(const Looked &chunk)
+{
+    for (const Uses::value_type *const frame : chunk.frames)
+        if (frame->second.blocks.back() < chunk.end())
+            uses_.erase(uses_.find(FrameKey(frame->first)));
 }
 
 } // namespace arca::engine

@@ -1,11 +1,11 @@
 // Keeps a stream quick to restore. A database that changes a little every day comes to lie in the
-// frames of many days, and of the oldest ones fewer and fewer blocks are still in use, while each
+// frames of many days, and of the older ones fewer and fewer blocks are still in use, while each
 // has to be read and expanded whole. So the blocks of a frame that the stream hardly uses any more
 // are stored again, together with what is new next to them, and that frame is not needed any more.
 //
 // The idea is the capping of Lillibridge, Eshghi and Bhagwat, "Improving Restore Speed for Backup
 // Systems that Use Inline Chunk-Based Deduplication" (FAST 2013). Here the bound is on what is
-// stored again, a 64th of the stream, and only a frame that comes by within two chunks can be
+// stored again, a part of the stream, and only a frame whose blocks are in sight together can be
 // judged, while all that it still gives is in memory.
 //
 // Belongs to one thread.
@@ -15,9 +15,9 @@
 #include "client/engine/cutter.h"
 #include "client/engine/duplicate_index.h"
 
-#include <map>
-#include <set>
+#include <deque>
 #include <span>
+#include <unordered_map>
 
 namespace arca::engine
 {
@@ -25,62 +25,85 @@ namespace arca::engine
 /// What is known of the blocks of a chunk, in the order of its cuts; nothing: to be stored.
 using KnownBlocks = std::vector<std::optional<StoredBlock>>;
 
-/// A chunk that was looked up.
-struct LookedUp {
-    std::span<const Cut> cuts;
-    std::span<std::optional<StoredBlock>> known;
-};
-
 class Defragmenter
 {
 public:
     explicit Defragmenter(DuplicateIndex &duplicates) : duplicates_(duplicates) {}
 
-    /// Takes apart the frames of which the two use too little: their blocks are changed for copies,
-    /// or forgotten. Called for every chunk of the stream in turn with the one that follows it
-    /// (empty for the last one).
-    void settle(LookedUp front, LookedUp next);
+    /// The next chunk of the stream comes into sight. Its cuts are used until it was settled.
+    void see(std::span<const Cut> cuts, KnownBlocks known);
+    /// The oldest chunk in sight goes: from where each of its blocks is taken. Of several copies it
+    /// is the one in the frame that is used most.
+    KnownBlocks settle();
 
 private:
-    using FrameKey = std::pair<PackId, std::uint32_t>; // its first block
+    using Position = std::uint64_t; // of a block in the stream
+    struct FrameKey {
+        PackId pack;
+        std::uint32_t firstBlock;
+
+        bool operator==(const FrameKey &) const = default;
+    };
+    struct FrameHash {
+        std::size_t operator()(const FrameKey &key) const;
+    };
+    /// What a frame holds of what is in sight.
     struct Use {
-        std::uint32_t stored = 0;
-        std::uint32_t first = 0xffffffff, last = 0; // numbers of blocks that are used
-        std::vector<std::size_t> blocks;            // positions in the window
+        std::uint32_t stored = 0;                   // blocks in all
+        std::uint32_t first = 0xffffffff, last = 0; // numbers of those that are in sight
+        std::vector<Position> blocks;               // ascending
+        std::size_t shared = 0;                     // of them, those that other frames hold, too
+        Position countedFor = ~Position{0};         // the chunk that counted it last
+        bool needed = false;                        // for a block that was settled
+        bool abandoned = false;
 
-        bool isSparse() const;
+        void add(const StoredBlock &block, Position position);
+        bool isSparse(std::size_t used) const { return used * 2 < stored; }
     };
-    using Uses = std::map<FrameKey, Use>;
+    using Uses = std::unordered_map<FrameKey, Use, FrameHash>;
+    struct Looked {
+        std::span<const Cut> cuts;
+        KnownBlocks known;
+        std::vector<bool> decided;
+        Position begin;                         // of its first block
+        std::vector<Uses::value_type *> frames; // that it counted
 
-    /// Two chunks as one.
-    struct Window {
-        LookedUp front, next;
-
-        std::size_t size() const { return front.cuts.size() + next.cuts.size(); }
-        const Cut &cutAt(std::size_t i) const
-        {
-            return i < front.cuts.size() ? front.cuts[i] : next.cuts[i - front.cuts.size()];
-        }
-        std::optional<StoredBlock> &knownAt(std::size_t i) const
-        {
-            return i < front.known.size() ? front.known[i] : next.known[i - front.known.size()];
-        }
+        Position end() const { return begin + known.size(); }
     };
-    /// What would take the place of a frame.
-    struct Change {
-        KnownBlocks blocks;        // nothing: to be stored again
-        std::uint64_t again;       // bytes of those
-        std::set<FrameKey> others; // frames that nothing else in sight needs
+    /// A block in sight.
+    struct Block {
+        const Cut &cut;
+        std::optional<StoredBlock> &known;
+        std::vector<bool>::reference decided;
     };
 
-    Uses countUses(const Window &window) const;
-    Change changeFor(const Uses &uses, const Use &frame, const Window &window) const;
-    void takeApart(const Uses &uses, const Use &frame, const Window &window);
+    static FrameKey keyOf(const StoredBlock &block)
+    {
+        return {block.place.pack, block.frame.firstBlock};
+    }
+    Block at(Position position);
+    void count(Looked &chunk);
+    void recount();
+    std::optional<StoredBlock> bestOf(Position position);
+    void markNeeded(const std::optional<StoredBlock> &block);
+    bool isGood(const StoredBlock &copy) const;
+
+    std::vector<FrameKey> sparseIn(const Looked &chunk);
+    bool isInSight(const Use &use) const;
+    bool isMixed(const FrameKey &frame, const Use &use);
+    std::vector<Position> blocksFrom(const FrameKey &frame, const Use &use);
+    void abandon(const FrameKey &frame);
+    bool bringInCopies(const std::vector<Position> &blocks);
+    void pass(const Looked &chunk);
 
     DuplicateIndex &duplicates_;
-    std::set<FrameKey> before_; // the frames that the chunk before used
-    std::uint64_t seen_ = 0;    // bytes of the stream,
-    std::uint64_t again_ = 0;   // and of what was stored again
+    std::deque<Looked> sight_;
+    Position widest_ = 0; // so many blocks were in sight at once
+    Uses uses_;
+    std::uint64_t packsLoaded_ = 0; // when all was counted
+    std::vector<StoredBlock> copies_;
+    std::uint64_t seen_ = 0;  // bytes of the stream that were settled,
+    std::uint64_t again_ = 0; // and of what was stored again
 };
 
 } // namespace arca::engine

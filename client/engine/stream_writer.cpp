@@ -21,6 +21,11 @@ namespace
 
 using ChunkPtr = std::unique_ptr<Chunk>;
 
+/// So much of the memory of a stream for each chunk that it looks ahead; a chunk itself takes 1.25
+/// MiB. What a day of a database changes fills a frame within some 8 MiB.
+constexpr std::size_t kMemoryPerSight = std::size_t{6} << 20;
+constexpr std::size_t kMaxSight = 16;
+
 class Pipeline final : public StreamWriter
 {
 public:
@@ -45,9 +50,9 @@ private:
     bool canPlace() const;
     void place(Lock &lock);
     void seal(Lock &lock, FrameCoder &coder);
-    void lookUp(const Chunk &chunk, KnownBlocks &known);
-    void decide(const Chunk &chunk, const Chunk *next);
-    Result<void> placeBlocks(const Chunk &chunk);
+    std::vector<const Chunk *> comeIntoSight();
+    void lookUp(const Chunk &chunk);
+    Result<void> placeBlocks(const Chunk &chunk, const KnownBlocks &blocks);
     Result<void> queueFrame(std::unique_ptr<Frame> frame);
     Result<void> flush();
 
@@ -66,14 +71,13 @@ private:
     const Settings settings_;
     const unsigned workers_;
     const std::size_t maxFrames_;
+    const std::size_t sight_; // chunks beyond the one that is placed
 
     // Each used by one stage, which one thread at a time is in.
     Cutter cutter_;
     StreamDigest digest_;
     DuplicateIndex duplicates_;
     Defragmenter defragmenter_;
-    KnownBlocks known_; // of the chunk whose turn it is,
-    KnownBlocks next_;  // and of the one after it
     PackGatherer gatherer_;
     RunMerger merger_;
     std::unique_ptr<PackWriter> pack_;
@@ -89,6 +93,7 @@ private:
     bool cutting_ = false;
     std::uint64_t nextCut_ = 0;
     std::map<std::uint64_t, ChunkPtr> hashed_;
+    std::uint64_t nextSight_ = 0;
     std::uint64_t nextPlace_ = 0;
     bool placing_ = false;
     std::deque<std::unique_ptr<Frame>> toSeal_;
@@ -109,6 +114,7 @@ Pipeline::Pipeline(Domain &domain, std::set<PackId> unusable, const Settings &se
                    RunSink &runs)
     : domain_(domain), settings_(settings), workers_(workersFor(settings)),
       maxFrames_(std::max<std::size_t>(8, settings.memory / 4 / (2 * kFrameBytes))),
+      sight_(settings.deduplication ? std::min(settings.memory / kMemoryPerSight, kMaxSight) : 0),
       cutter_(settings.blockSize, settings.deduplication),
       duplicates_(domain, std::move(unusable), settings), defragmenter_(duplicates_),
       gatherer_(domain.packs(), settings_), merger_(runs)
@@ -158,7 +164,7 @@ Result<void> Pipeline::takeChunk()
     if (filling_)
         return {};
     Lock lock(mutex_);
-    const bool another = spare_.empty() && chunks_ < workers_ + 4;
+    const bool another = spare_.empty() && chunks_ < sight_ + workers_ + 3;
     if (another) {
         ++chunks_;
         lock.unlock();
@@ -292,24 +298,39 @@ void Pipeline::cutAndHash(Lock &lock)
     work_.notify_one();
 }
 
-/// What becomes of a chunk depends on the one that follows it.
+/// What becomes of a chunk depends on those that follow it.
 bool Pipeline::canPlace() const
 {
     if (placing_ || framesInFlight_ >= maxFrames_ || hashed_.empty())
         return false;
-    const auto &[number, chunk] = *hashed_.begin();
-    return number == nextPlace_ && (chunk->last || hashed_.contains(nextPlace_ + 1));
+    const std::size_t ahead = std::min(sight_, hashed_.size() - 1);
+    const auto &[number, chunk] = *std::next(hashed_.begin(), static_cast<std::ptrdiff_t>(ahead));
+    // None is missing between them.
+    return number == nextPlace_ + ahead && (ahead == sight_ || chunk->last);
+}
+
+/// The chunks that can be seen now, and could not before.
+std::vector<const Chunk *> Pipeline::comeIntoSight()
+{
+    std::vector<const Chunk *> fresh;
+    for (auto at = hashed_.find(nextSight_);
+         at != hashed_.end() && nextSight_ <= nextPlace_ + sight_; at = hashed_.find(nextSight_)) {
+        fresh.push_back(at->second.get());
+        ++nextSight_;
+    }
+    return fresh;
 }
 
 void Pipeline::place(Lock &lock)
 {
     placing_ = true;
+    const std::vector<const Chunk *> fresh = comeIntoSight();
     ChunkPtr chunk = std::move(hashed_.begin()->second);
     hashed_.erase(hashed_.begin());
-    const Chunk *const next = chunk->last ? nullptr : hashed_.begin()->second.get();
     lock.unlock();
-    decide(*chunk, next);
-    auto placed = placeBlocks(*chunk);
+    for (const Chunk *const seen : fresh)
+        lookUp(*seen);
+    auto placed = placeBlocks(*chunk, defragmenter_.settle());
     if (placed && chunk->last)
         placed = flush();
     if (!placed)
@@ -325,33 +346,21 @@ void Pipeline::place(Lock &lock)
         written_.notify_one();
 }
 
-void Pipeline::lookUp(const Chunk &chunk, KnownBlocks &known)
+void Pipeline::lookUp(const Chunk &chunk)
 {
-    known.clear();
-    for (const Cut &cut : chunk.cuts)
-        known.push_back(settings_.deduplication && !cut.zero ? duplicates_.find(cut.id)
-                                                             : std::nullopt);
-}
-
-/// Which blocks of the chunk are taken from where they are, in known_.
-void Pipeline::decide(const Chunk &chunk, const Chunk *next)
-{
-    known_.swap(next_);
-    if (known_.size() != chunk.cuts.size())
-        lookUp(chunk, known_); // the first one
-    next_.clear();
-    if (next != nullptr)
-        lookUp(*next, next_);
+    KnownBlocks known(chunk.cuts.size());
     if (settings_.deduplication)
-        defragmenter_.settle({chunk.cuts, known_},
-                             next != nullptr ? LookedUp{next->cuts, next_} : LookedUp{});
+        for (std::size_t i = 0; i < known.size(); ++i)
+            if (!chunk.cuts[i].zero)
+                known[i] = duplicates_.find(chunk.cuts[i].id);
+    defragmenter_.see(chunk.cuts, std::move(known));
 }
 
-Result<void> Pipeline::placeBlocks(const Chunk &chunk)
+Result<void> Pipeline::placeBlocks(const Chunk &chunk, const KnownBlocks &blocks)
 {
     std::uint64_t zeros = 0;
     std::uint64_t fresh = 0;
-    auto known = known_.cbegin();
+    auto known = blocks.cbegin();
     for (const Cut &cut : chunk.cuts) {
         const std::optional<StoredBlock> &stored = *known++;
         if (cut.zero) {

@@ -51,12 +51,18 @@ TEST_F(ClientTest, StreamsOfAnyLengthComeBackExactly)
     }
 }
 
+std::string blocksOfADatabase(std::size_t blocks, std::size_t seed)
+{
+    std::string stream = randomBytes(blocks * kBlock, seed);
+    for (std::size_t i = 0; i < blocks; ++i)
+        stream[i * kBlock] = '\x06';
+    return stream;
+}
+
 /// A database as it is on each of some days: on every day but the first, one block in seven is new.
 std::vector<std::string> databaseOfDays(std::size_t blocks, int days)
 {
-    std::string stream = randomBytes(blocks * kBlock, 1);
-    for (std::size_t i = 0; i < blocks; ++i)
-        stream[i * kBlock] = '\x06';
+    std::string stream = blocksOfADatabase(blocks, 1);
     std::fill_n(stream.begin() + (3 << 20), std::size_t{6} << 20, '\0');
     std::vector<std::string> all{stream};
     for (int day = 1; day < days; ++day) {
@@ -87,41 +93,54 @@ TEST_F(ClientTest, APieceOfManyDaysComesBackExactly)
     EXPECT_TRUE(restore(handle, "mixed", 1 << 18) == twice);
 }
 
-// Of the first day one block in four is left, so each frame is expanded for little. Some of that is
-// stored again every day, as little as was promised, and none of it twice.
+// Of every frame one block in four is left, so each is expanded for little. Some of that is stored
+// again every day, as little as was promised, and none of it twice; whether the blocks of a frame
+// lie together in the stream, or far apart as those of one day's changes do.
 TEST_F(ClientTest, WhatLiesScatteredIsStoredAgainLittleByLittle)
 {
     ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK);
     hoxHandle_t handle = 0;
     ASSERT_EQ(logOn(handle, nullptr, nullptr, "-compression=no"), HOX_RC_OK);
-    std::string stream = databaseOfDays(3500, 1).front();
-    ASSERT_EQ(backUp(handle, "first", stream), HOX_RC_OK);
-    std::uintmax_t left = 0;
-    for (std::size_t i = 0; i < stream.size() / kBlock; ++i) {
-        if (i % 4 != 0)
-            std::fill_n(stream.begin() + static_cast<std::ptrdiff_t>(i * kBlock), kBlock, '\0');
-        left += stream[i * kBlock] == '\0' ? 0 : kBlock;
-    }
     const auto packBytes = [&] {
         std::uintmax_t sum = 0;
         for (const auto &pack : stored("packs"))
             sum += std::filesystem::file_size(pack);
         return sum;
     };
-    const std::uintmax_t before = packBytes();
-    std::uintmax_t more = 1;
-    int day = 0;
-    for (; day < 30 && more != 0; ++day) {
-        const std::uintmax_t now = packBytes();
-        ASSERT_EQ(backUp(handle, "day" + std::to_string(day), stream), HOX_RC_OK);
-        more = packBytes() - now;
-        EXPECT_LT(more, stream.size() / 64 + 8192) << day;
+    constexpr std::size_t blocks = 3584;
+    for (const std::size_t apart : {1, 16}) {
+        SCOPED_TRACE(apart);
+        const std::string piece = "apart" + std::to_string(apart);
+        const std::string all = blocksOfADatabase(blocks, apart);
+        std::string stream(all.size(), '\0');
+        // On each day before, one block of so many is new.
+        for (std::size_t changed = 0; changed < apart; ++changed) {
+            for (std::size_t i = changed; i < blocks; i += apart)
+                stream.replace(i * kBlock, kBlock, all, i * kBlock, kBlock);
+            ASSERT_EQ(backUp(handle, piece + "before" + std::to_string(changed), stream),
+                      HOX_RC_OK);
+        }
+        std::uintmax_t left = 0;
+        for (std::size_t i = 0; i < blocks; ++i)
+            if ((i / apart) % 4 != 0)
+                std::fill_n(stream.begin() + static_cast<std::ptrdiff_t>(i * kBlock), kBlock, '\0');
+            else
+                left += kBlock;
+        const std::uintmax_t before = packBytes();
+        std::uintmax_t more = 1;
+        int day = 0;
+        for (; day < 40 && more != 0; ++day) {
+            const std::uintmax_t now = packBytes();
+            ASSERT_EQ(backUp(handle, piece + std::to_string(day), stream), HOX_RC_OK);
+            more = packBytes() - now;
+            EXPECT_LT(more, stream.size() / 32 + 8192) << day;
+        }
+        EXPECT_LT(day, 40);
+        // What comes first in the stream comes before there is a share to spend.
+        EXPECT_GT(packBytes() - before, left / 100 * 80);
+        EXPECT_LT(packBytes() - before, left / 100 * 101);
+        EXPECT_TRUE(restore(handle, piece + std::to_string(day - 1), 1 << 20) == stream);
     }
-    EXPECT_LT(day, 30);
-    // What comes first in the stream comes before there is a share to spend.
-    EXPECT_GT(packBytes() - before, left / 100 * 80);
-    EXPECT_LT(packBytes() - before, left / 100 * 101);
-    EXPECT_TRUE(restore(handle, "day" + std::to_string(day - 1), 1 << 20) == stream);
 }
 
 TEST_F(ClientTest, NamesAreTakenToTheByte)
