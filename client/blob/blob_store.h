@@ -12,7 +12,8 @@
 //     is found by removeLeftovers(), which never touches the work of a living writer.
 //
 // Names are made of lower-case letters, digits, '.', '-' and '/' between components. Several
-// threads and processes may use one store at once; a writer and a reader belong to one thread.
+// threads and processes may use one store at once; a writer belongs to one thread. Any number of
+// threads may read from one reader.
 #ifndef KEEL_CLIENT_BLOB_BLOB_STORE_H
 #define KEEL_CLIENT_BLOB_BLOB_STORE_H
 

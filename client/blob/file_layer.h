@@ -1,6 +1,7 @@
 // The operating system's files as the directory store sees them: one seam through which every
 // system call goes, so that a test can make the n-th one fail or lose what was not synced.
-// systemFiles() is the real one. Any thread may use a layer; a File belongs to one thread.
+// systemFiles() is the real one. Any thread may use a layer; a File belongs to one thread,
+// but that any number of them may be in readAt() at once.
 #ifndef KEEL_CLIENT_BLOB_FILE_LAYER_H
 #define KEEL_CLIENT_BLOB_FILE_LAYER_H
 

@@ -8,6 +8,8 @@
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <mutex>
+#include <shared_mutex>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -137,7 +139,15 @@ public:
 
     Result<std::size_t> readAt(std::uint64_t offset, std::span<std::byte> into) override
     {
-        preferDirect(into, offset);
+        std::shared_lock mode(mode_);
+        while (wantsDirect(into, offset) != direct_) {
+            mode.unlock(); // others are in the middle of a read
+            {
+                const std::unique_lock alone(mode_);
+                preferDirect(into, offset);
+            }
+            mode.lock();
+        }
         std::size_t total = 0;
         while (total < into.size()) {
             const ssize_t got = retried([&] {
@@ -145,7 +155,12 @@ public:
                              static_cast<off_t>(offset + total));
             });
             if (got < 0 && errno == EINVAL && direct_) {
-                giveUpDirect();
+                mode.unlock();
+                {
+                    const std::unique_lock alone(mode_);
+                    giveUpDirect();
+                }
+                mode.lock();
                 continue;
             }
             if (got < 0)
@@ -229,13 +244,17 @@ public:
 private:
     /// Large aligned portions pass the page cache by: it costs a fraction of the time, and does not
     /// push out of memory what the database keeps there.
-    void preferDirect(ByteView portion, std::uint64_t offset)
+    bool wantsDirect(ByteView portion, std::uint64_t offset) const
     {
         constexpr std::size_t kWorthIt = std::size_t{256} << 10;
-        const bool wanted = mayBeDirect_ && portion.size() >= kWorthIt &&
-                            portion.size() % kTransferUnit == 0 && offset % kTransferUnit == 0 &&
-                            reinterpret_cast<std::uintptr_t>(portion.data()) % kTransferUnit == 0;
-        if (wanted != direct_)
+        return mayBeDirect_ && portion.size() >= kWorthIt && portion.size() % kTransferUnit == 0 &&
+               offset % kTransferUnit == 0 &&
+               reinterpret_cast<std::uintptr_t>(portion.data()) % kTransferUnit == 0;
+    }
+
+    void preferDirect(ByteView portion, std::uint64_t offset)
+    {
+        if (const bool wanted = wantsDirect(portion, offset); wanted != direct_)
             direct_ = setDirect(wanted);
     }
 
@@ -300,6 +319,7 @@ private:
     std::string path_;
     std::uint64_t written_ = 0; // by us, from the beginning of a new file
     std::uint64_t handedOver_ = 0;
+    std::shared_mutex mode_; // held shared while reading, guards these two then
     bool mayBeDirect_ = true;
     bool direct_ = false;
     const std::uint64_t limit_ = fileSizeLimit();

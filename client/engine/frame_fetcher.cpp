@@ -2,7 +2,8 @@
 //
 // A stream that was put together over many days takes a frame here and a frame there from many
 // packs, from each in ascending order. Read one by one they would cost a disk access each; with a
-// stretch of every such pack in memory there are few, large and direct ones.
+// stretch of every such pack in memory there are few, large and direct ones. But of an old pack it
+// may need so little that most of what follows would be read for nothing.
 #include "client/engine/frame_fetcher.h"
 
 #include <algorithm>
@@ -17,6 +18,7 @@ namespace
 constexpr std::uint64_t kMaxRead = IoBuffers::kLarge - kPageAlignment;
 static_assert(kMaxFrameBytes + kTagBytes <= kMaxRead);
 constexpr std::size_t kMinReadAhead = std::size_t{64} << 10; // less is not worth it
+constexpr std::uint32_t kNearby = 2;                         // frames
 constexpr std::uint64_t kForgottenAfter = 2048;              // frames
 
 std::uint64_t endOf(const FrameEntry &frame)
@@ -26,29 +28,44 @@ std::uint64_t endOf(const FrameEntry &frame)
 
 } // namespace
 
-bool FrameFetcher::Stretch::holds(const FrameEntry &frame) const
+Stretch::Stretch(std::shared_ptr<PackLayout> pack, std::uint64_t begin, std::uint64_t end)
+    : pack_(std::move(pack)), begin_(begin / kPageAlignment * kPageAlignment),
+      end_((end + kPageAlignment - 1) / kPageAlignment * kPageAlignment)
 {
-    return frame.offset >= begin && endOf(frame) <= end;
 }
 
-void FrameFetcher::Stretch::give(FetchedFrame &frame) const
+bool Stretch::holds(const FrameEntry &frame) const
 {
-    frame.memory = memory;
-    frame.sealed =
-        ByteView(memory.get() + (frame.entry().offset - begin), frame.entry().storedBytes);
+    return frame.offset >= begin_ && endOf(frame) <= end_;
+}
+
+Result<void> Stretch::read(IoBuffers &buffers)
+{
+    memory_ = buffers.take(bytes());
+    ARCA_TRY(got_, pack_->pack->blob().read(begin_, {memory_.get(), bytes()}));
+    return {};
+}
+
+Result<ByteView> Stretch::sealed(const FrameEntry &frame) const
+{
+    if (endOf(frame) > begin_ + got_)
+        return Error{ErrorKind::damaged, "the pack " + pack_->pack->blobName() + ": it was cut"};
+    return ByteView(memory_.get() + (frame.offset - begin_), frame.storedBytes);
 }
 
 bool FrameFetcher::giveKnown(FetchedFrame &frame)
 {
-    const auto known = stretches_.find(frame.pack.get());
-    if (known == stretches_.end() || !known->second.holds(frame.entry()))
+    const auto known = places_.find(frame.pack.get());
+    if (known == places_.end() || !known->second.ahead ||
+        !known->second.ahead->holds(frame.entry()))
         return false;
-    known->second.give(frame);
+    frame.stretch = known->second.ahead;
+    known->second.last = frame.number;
     known->second.used = clock_;
     return true;
 }
 
-Result<void> FrameFetcher::fetch(std::span<FetchedFrame *const> frames)
+FrameFetcher::Stretches FrameFetcher::assign(std::span<FetchedFrame *const> frames)
 {
     std::vector<FetchedFrame *> missing;
     for (FetchedFrame *const frame : frames) {
@@ -59,9 +76,10 @@ Result<void> FrameFetcher::fetch(std::span<FetchedFrame *const> frames)
     std::sort(missing.begin(), missing.end(), [](const auto *a, const auto *b) {
         return std::pair(a->pack.get(), a->number) < std::pair(b->pack.get(), b->number);
     });
+    Stretches fresh;
     for (std::size_t first = 0; first < missing.size();) {
         std::size_t end = first + 1;
-        if (giveKnown(*missing[first])) { // was read with the one before
+        if (giveKnown(*missing[first])) { // is read with the one before
             first = end;
             continue;
         }
@@ -69,56 +87,51 @@ Result<void> FrameFetcher::fetch(std::span<FetchedFrame *const> frames)
                missing[end]->number <= missing[end - 1]->number + 1 &&
                endOf(missing[end]->entry()) - missing[first]->entry().offset <= kMaxRead)
             ++end;
-        ARCA_CHECK(fetchTogether(std::span(missing).subspan(first, end - first)));
+        fresh.push_back(stretchFor(std::span(missing).subspan(first, end - first)));
         first = end;
     }
     dropUnused();
-    return {};
+    return fresh;
 }
 
-Result<void> FrameFetcher::fetchTogether(std::span<FetchedFrame *const> group)
+std::shared_ptr<Stretch> FrameFetcher::stretchFor(std::span<FetchedFrame *const> group)
 {
     const std::shared_ptr<PackLayout> &pack = group.front()->pack;
-    const std::uint64_t begin = group.front()->entry().offset / kPageAlignment * kPageAlignment;
+    Place &place = places_[pack.get()];
+    const bool isFirst = !place.pack;
+    const std::uint32_t number = group.front()->number;
+    const bool isNearby = isFirst || (number > place.last && number - place.last <= kNearby);
+    place = {pack, nullptr, group.back()->number, clock_};
+
+    const std::uint64_t begin = group.front()->entry().offset;
     const std::uint64_t needed = endOf(group.back()->entry());
     // Whole frames: what is cut off would be read again.
-    std::uint64_t ahead = needed;
-    const std::uint64_t limit = begin + readAheadNow();
+    std::uint64_t end = needed;
+    const std::uint64_t limit = begin + (isNearby ? readAheadFor(place) : 0);
     for (std::size_t next = group.back()->number + std::size_t{1};
          next < pack->frames.size() && endOf(pack->frames[next]) <= limit; ++next)
-        ahead = endOf(pack->frames[next]);
-    ARCA_TRY(Stretch stretch, read(pack, begin, ahead));
-    if (stretch.end < needed)
-        return Error{ErrorKind::damaged, "the pack " + pack->pack->blobName() + ": it was cut"};
+        end = endOf(pack->frames[next]);
+    auto stretch = std::make_shared<Stretch>(pack, begin, end);
     for (FetchedFrame *const frame : group)
-        stretch.give(*frame);
-    if (ahead > needed)
-        stretches_.insert_or_assign(pack.get(), std::move(stretch));
-    else
-        stretches_.erase(pack.get());
-    return {};
-}
-
-Result<FrameFetcher::Stretch> FrameFetcher::read(const std::shared_ptr<PackLayout> &pack,
-                                                 std::uint64_t begin, std::uint64_t end) const
-{
-    const auto length = static_cast<std::size_t>((end - begin + kPageAlignment - 1) /
-                                                 kPageAlignment * kPageAlignment);
-    Stretch stretch{pack, buffers_->take(length), begin, 0, clock_};
-    ARCA_TRY(const std::size_t got, pack->pack->blob().read(begin, {stretch.memory.get(), length}));
-    stretch.end = begin + got;
+        frame->stretch = stretch;
+    if (end > needed)
+        place.ahead = stretch;
     return stretch;
 }
 
 void FrameFetcher::dropUnused()
 {
-    std::erase_if(stretches_,
+    std::erase_if(places_,
                   [&](const auto &known) { return clock_ - known.second.used > kForgottenAfter; });
 }
 
-std::size_t FrameFetcher::readAheadNow() const
+/// The share of one among the packs that are read ahead.
+std::uint64_t FrameFetcher::readAheadFor(const Place &place) const
 {
-    const std::size_t share = budget_ / (stretches_.size() + 1);
+    const auto others = std::count_if(places_.begin(), places_.end(), [&](const auto &known) {
+        return &known.second != &place && known.second.ahead;
+    });
+    const std::size_t share = budget_ / (static_cast<std::size_t>(others) + 1);
     return share < kMinReadAhead ? 0 : std::min(share, IoBuffers::kSmall);
 }
 

@@ -1,6 +1,6 @@
-// Fetches sealed frames from packs, many at a time: those that lie together in one read, and with
-// few of them what follows in the pack, which the stream most likely needs next. Belongs to one
-// thread.
+// Decides how sealed frames are fetched from packs: those that lie together in one read, and where
+// most of a pack is needed, what follows, too. Belongs to one thread, but for what a stretch says
+// of itself.
 #ifndef KEEL_CLIENT_ENGINE_FRAME_FETCHER_H
 #define KEEL_CLIENT_ENGINE_FRAME_FETCHER_H
 
@@ -10,16 +10,39 @@
 #include <map>
 #include <memory>
 #include <span>
+#include <vector>
 
 namespace arca::engine
 {
 
-/// A frame that is asked for, and where it was read to.
+/// A part of a pack that is read at once. Whoever reads it does so before others look at it.
+class Stretch
+{
+public:
+    Stretch(std::shared_ptr<PackLayout> pack, std::uint64_t begin, std::uint64_t end);
+
+    bool holds(const FrameEntry &frame) const;
+    std::size_t bytes() const { return static_cast<std::size_t>(end_ - begin_); }
+
+    Result<void> read(IoBuffers &buffers);
+    /// `damaged` when the pack ends before it.
+    Result<ByteView> sealed(const FrameEntry &frame) const;
+
+    std::size_t users = 0; // for its owner's book-keeping
+
+private:
+    const std::shared_ptr<PackLayout> pack_;
+    const std::uint64_t begin_;
+    const std::uint64_t end_;
+    std::shared_ptr<std::byte> memory_;
+    std::size_t got_ = 0; // less than all where the pack ends
+};
+
+/// A frame that is asked for, and what it is read with.
 struct FetchedFrame {
     std::shared_ptr<PackLayout> pack;
     std::uint32_t number = 0;
-    std::shared_ptr<std::byte> memory; // keeps `sealed`
-    ByteView sealed;
+    std::shared_ptr<Stretch> stretch;
 
     const FrameEntry &entry() const { return pack->frames[number]; }
 };
@@ -27,36 +50,31 @@ struct FetchedFrame {
 class FrameFetcher
 {
 public:
+    using Stretches = std::vector<std::shared_ptr<Stretch>>;
+
     /// `readAhead`: bytes that may be kept of what was read and not asked for yet.
     explicit FrameFetcher(std::size_t readAhead) : budget_(readAhead) {}
 
-    /// Fills in memory and sealed bytes of all; their order does not matter.
-    Result<void> fetch(std::span<FetchedFrame *const> frames);
+    /// Gives every frame its stretch; their order does not matter. Which of these are to be read.
+    Stretches assign(std::span<FetchedFrame *const> frames);
 
 private:
-    /// A part of a pack, as it was read.
-    struct Stretch {
+    /// Where the stream is in a pack.
+    struct Place {
         std::shared_ptr<PackLayout> pack; // so that its address stays its own
-        std::shared_ptr<std::byte> memory;
-        std::uint64_t begin = 0;
-        std::uint64_t end = 0;
+        std::shared_ptr<Stretch> ahead;   // what follows may be in it
+        std::uint32_t last = 0;           // the number of the frame that was asked for last
         std::uint64_t used = 0;
-
-        bool holds(const FrameEntry &frame) const;
-        void give(FetchedFrame &frame) const;
     };
 
-    /// Whether it lies in what was read already.
+    /// Whether it lies in what is read anyhow.
     bool giveKnown(FetchedFrame &frame);
-    Result<void> fetchTogether(std::span<FetchedFrame *const> group);
-    Result<Stretch> read(const std::shared_ptr<PackLayout> &pack, std::uint64_t begin,
-                         std::uint64_t end) const;
+    std::shared_ptr<Stretch> stretchFor(std::span<FetchedFrame *const> group);
+    std::uint64_t readAheadFor(const Place &place) const;
     void dropUnused();
-    std::size_t readAheadNow() const;
 
     const std::size_t budget_;
-    const std::shared_ptr<IoBuffers> buffers_ = std::make_shared<IoBuffers>();
-    std::map<const PackLayout *, Stretch> stretches_; // the last one of each pack
+    std::map<const PackLayout *, Place> places_;
     std::uint64_t clock_ = 0;
 };
 

@@ -9,8 +9,9 @@ namespace arca::engine
 namespace
 {
 
-/// Open packs whose layout is kept: a file and some 200 KiB each.
-constexpr std::size_t kMaxLayouts = 64;
+/// Open packs whose layout is kept: a file and some 60 KiB each. A piece that is stored every day
+/// for months needs nearly as many at once; one that comes and goes is read again and again.
+constexpr std::size_t kMaxLayouts = 128;
 
 Error damaged(const std::string &what)
 {
@@ -23,7 +24,6 @@ std::shared_ptr<PackLayout> layOut(std::unique_ptr<OpenPack> pack, PackIndex ind
     layout->pack = std::move(pack);
     layout->frames = std::move(index.frames);
     layout->blockOffset.reserve(index.blocks.size());
-    layout->blockLength.reserve(index.blocks.size());
     std::uint32_t block = 0;
     for (const FrameEntry &frame : layout->frames) {
         layout->firstBlock.push_back(block);
@@ -31,7 +31,6 @@ std::shared_ptr<PackLayout> layOut(std::unique_ptr<OpenPack> pack, PackIndex ind
         for (const std::uint32_t end = block + frame.blocks; block < end; ++block) {
             const BlockEntry &entry = index.blocks[block];
             layout->blockOffset.push_back(offset);
-            layout->blockLength.push_back(entry.dropped ? 0 : entry.length);
             offset += entry.dropped ? 0 : entry.length;
         }
     }
@@ -44,6 +43,12 @@ std::uint32_t PackLayout::frameOf(std::uint32_t block) const
 {
     const auto after = std::upper_bound(firstBlock.begin(), firstBlock.end(), block);
     return static_cast<std::uint32_t>(after - firstBlock.begin()) - 1;
+}
+
+std::uint32_t PackLayout::lengthOf(std::uint32_t block, std::uint32_t frame) const
+{
+    const bool isLast = block + 1 == endOf(frame);
+    return (isLast ? frames[frame].rawBytes : blockOffset[block + 1]) - blockOffset[block];
 }
 
 Result<std::shared_ptr<PackLayout>> RestorePlan::layoutOf(const PackId &id)
@@ -88,17 +93,16 @@ Result<std::optional<Extent>> RestorePlan::next()
         ARCA_TRY(current_, layoutOf(run_.pack));
     }
     const PackLayout &layout = *current_;
-    if (run_.firstBlock >= layout.blockLength.size() ||
-        run_.blocks > layout.blockLength.size() - run_.firstBlock)
+    if (run_.firstBlock >= layout.blockOffset.size() ||
+        run_.blocks > layout.blockOffset.size() - run_.firstBlock)
         return damaged("a run leads beyond the pack " + layout.pack->blobName());
 
     Extent extent;
     extent.pack = current_;
     extent.frame = layout.frameOf(run_.firstBlock);
     extent.offset = layout.blockOffset[run_.firstBlock];
-    const std::uint32_t end = layout.firstBlock[extent.frame] + layout.frames[extent.frame].blocks;
-    while (run_.blocks != 0 && run_.firstBlock < end) {
-        const std::uint32_t length = layout.blockLength[run_.firstBlock];
+    while (run_.blocks != 0 && run_.firstBlock < layout.endOf(extent.frame)) {
+        const std::uint32_t length = layout.lengthOf(run_.firstBlock, extent.frame);
         if (length == 0)
             return damaged("a block that is needed was dropped from the pack " +
                            layout.pack->blobName());

@@ -19,11 +19,16 @@ struct PackLayout {
     std::vector<FrameEntry> frames;
     std::vector<std::uint32_t> firstBlock;  // of each frame
     std::vector<std::uint32_t> blockOffset; // of each block, in its frame
-    std::vector<std::uint32_t> blockLength;
     std::uint64_t used = 0;
 
     /// Which frame holds a block.
     std::uint32_t frameOf(std::uint32_t block) const;
+    std::uint32_t endOf(std::uint32_t frame) const // the block after its last one
+    {
+        return firstBlock[frame] + frames[frame].blocks;
+    }
+    /// Of a block of that frame; 0: it was dropped.
+    std::uint32_t lengthOf(std::uint32_t block, std::uint32_t frame) const;
 };
 
 /// Some bytes of the stream: of one frame, or zeros.

@@ -1,11 +1,12 @@
 // Putting a stream together ahead of its reader. One thread plans: which frames the next part of
 // the stream needs, and where their bytes come to lie in the window. It waits with each frame until
-// the stream was planned well beyond it, so that all that is near is taken from it at once, and
-// fetches many together. Workers open and expand a frame and put its bytes into their places. The
-// caller's thread only copies from the front.
+// the stream was planned well beyond it, so that all that is near is taken from it at once. Others
+// read, several at a time, so that nothing waits for a single access to the disk. Workers open and
+// expand a frame and put its bytes into their places. The caller's thread only copies from the
+// front.
 //
-// One mutex guards the window's book-keeping and the queue of work; reading, opening and copying
-// are done without it.
+// One mutex guards the window's book-keeping and the queues; reading, opening and copying are done
+// without it.
 #include "client/engine/stream_reader.h"
 
 #include "client/base/thread.h"
@@ -27,6 +28,9 @@ namespace
 {
 
 constexpr std::uint64_t kFetchTogether = std::uint64_t{3} << 20;
+/// Small reads go on side by side; of large ones the nearest is done first.
+constexpr unsigned kReadsAtOnce = 4;
+constexpr std::size_t kReadAtOnce = std::size_t{1} << 20;
 constexpr std::size_t kWorthWaking = std::size_t{1} << 20;
 
 /// Bytes of a frame, and where in the stream they belong.
@@ -58,7 +62,7 @@ public:
     ReadAhead(const PackStore &packs, const Settings &settings, RunSource &runs)
         : plan_(packs, runs), fetcher_(settings.memory / 4), workers_(workersFor(settings)),
           portion_(settings.memory / 16), horizon_(settings.memory / 16 * 5),
-          window_(settings.memory / 2)
+          maxRead_(settings.memory / 4), window_(settings.memory / 2)
     {
     }
     ~ReadAhead() override;
@@ -72,8 +76,11 @@ private:
     void lookAhead();
     Result<void> planPortion(std::size_t room);
     Result<void> place(const Extent &extent);
-    Result<void> dispatchDue();
-    Result<void> dispatch(std::vector<TaskPtr> tasks);
+    void dispatchDue();
+    void dispatch(std::vector<TaskPtr> tasks);
+    void readStretches();
+    bool canRead() const;
+    void use(TaskPtr task);
     void expand();
     Result<void> fill(Task &task, FrameCoder &coder, Bytes &scratch);
     void put(const Part &part, ByteView bytes);
@@ -101,12 +108,19 @@ private:
     const unsigned workers_;
     const std::size_t portion_; // so much is planned at a time,
     const std::size_t horizon_; // and so far beyond a frame, before it is fetched
+    const std::size_t maxRead_; // so much may have been read and not expanded
+    const std::shared_ptr<IoBuffers> buffers_ = std::make_shared<IoBuffers>();
 
     std::mutex mutex_; // guards all below, but for the memory of the window
     std::condition_variable room_;
+    std::condition_variable reads_;
     std::condition_variable work_;
     std::condition_variable ready_;
     RestoreWindow window_;
+    std::deque<std::shared_ptr<Stretch>> toRead_;
+    std::map<const Stretch *, std::vector<TaskPtr>> waiting_; // for what is not read yet
+    std::size_t reading_ = 0;
+    std::size_t read_ = 0; // bytes of stretches that tasks still need
     std::deque<TaskPtr> toExpand_;
     bool stopping_ = false;
     Outcome outcome_;
@@ -127,8 +141,10 @@ ReadAhead::~ReadAhead()
 void ReadAhead::start()
 {
     const auto noMemory = [this] { failForMemory(); };
-    threads_.reserve(workers_ + 1);
+    threads_.reserve(1 + kReadsAtOnce + workers_);
     threads_.emplace_back([this] { guarded([this] { lookAhead(); }); }, noMemory);
+    for (unsigned i = 0; i < kReadsAtOnce; ++i)
+        threads_.emplace_back([this] { guarded([this] { readStretches(); }); }, noMemory);
     for (unsigned i = 0; i < workers_; ++i)
         threads_.emplace_back([this] { guarded([this] { expand(); }); }, noMemory);
 }
@@ -145,6 +161,7 @@ void ReadAhead::failForMemory()
 void ReadAhead::wakeAll()
 {
     room_.notify_all();
+    reads_.notify_all();
     work_.notify_all();
     ready_.notify_all();
 }
@@ -171,14 +188,12 @@ void ReadAhead::lookAhead()
                 return;
             room = window_.room();
         }
-        auto done = planPortion(room);
-        if (done)
-            done = dispatchDue();
-        if (!done) {
+        if (auto done = planPortion(room); !done) {
             const std::lock_guard hold(mutex_);
             outcome_.fail(std::move(done).error());
             return;
         }
+        dispatchDue();
     }
 }
 
@@ -236,7 +251,7 @@ Result<void> ReadAhead::place(const Extent &extent)
 }
 
 /// What lies far enough back is fetched; nothing of what comes later will be near it.
-Result<void> ReadAhead::dispatchDue()
+void ReadAhead::dispatchDue()
 {
     std::vector<TaskPtr> due;
     std::uint64_t bytes = 0;
@@ -250,28 +265,79 @@ Result<void> ReadAhead::dispatchDue()
         due.push_back(std::move(pending_.front()));
         pending_.pop_front();
         if (bytes >= kFetchTogether) {
-            ARCA_CHECK(dispatch(std::move(due)));
+            dispatch(std::move(due));
             due.clear();
             bytes = 0;
         }
     }
-    return dispatch(std::move(due));
+    dispatch(std::move(due));
 }
 
-Result<void> ReadAhead::dispatch(std::vector<TaskPtr> tasks)
+void ReadAhead::dispatch(std::vector<TaskPtr> tasks)
 {
     std::vector<FetchedFrame *> frames;
     for (const TaskPtr &task : tasks)
         if (task->frame.pack)
             frames.push_back(&task->frame);
-    ARCA_CHECK(fetcher_.fetch(frames));
-    {
-        const std::lock_guard hold(mutex_);
-        for (TaskPtr &task : tasks)
-            toExpand_.push_back(std::move(task));
+    const FrameFetcher::Stretches fresh = fetcher_.assign(frames);
+    const std::lock_guard hold(mutex_);
+    for (const auto &stretch : fresh) {
+        waiting_.try_emplace(stretch.get());
+        toRead_.push_back(stretch);
     }
-    work_.notify_all();
-    return {};
+    for (TaskPtr &task : tasks) {
+        const auto reading = waiting_.find(task->frame.stretch.get());
+        if (reading != waiting_.end()) {
+            reading->second.push_back(std::move(task));
+        } else {
+            use(std::move(task));
+            work_.notify_one();
+        }
+    }
+    if (canRead())
+        reads_.notify_one();
+}
+
+/// What it needs is in memory. With the mutex.
+void ReadAhead::use(TaskPtr task)
+{
+    if (Stretch *const stretch = task->frame.stretch.get(); stretch != nullptr)
+        read_ += stretch->users++ == 0 ? stretch->bytes() : 0;
+    toExpand_.push_back(std::move(task));
+}
+
+bool ReadAhead::canRead() const
+{
+    return !toRead_.empty() && read_ < maxRead_ &&
+           (reading_ == 0 || reading_ + toRead_.front()->bytes() <= kReadAtOnce);
+}
+
+void ReadAhead::readStretches()
+{
+    Lock lock(mutex_);
+    for (;;) {
+        reads_.wait(lock, [&] { return isOver() || canRead(); });
+        if (isOver())
+            return;
+        const std::shared_ptr<Stretch> stretch = std::move(toRead_.front());
+        toRead_.pop_front();
+        reading_ += stretch->bytes();
+        if (canRead())
+            reads_.notify_one(); // another one
+        lock.unlock();
+        auto done = stretch->read(*buffers_);
+        lock.lock();
+        reading_ -= stretch->bytes();
+        if (!done) {
+            outcome_.fail(std::move(done).error());
+            return; // and everybody is woken
+        }
+        auto tasks = waiting_.extract(stretch.get());
+        for (TaskPtr &task : tasks.mapped()) {
+            use(std::move(task));
+            work_.notify_one();
+        }
+    }
 }
 
 void ReadAhead::expand()
@@ -287,8 +353,14 @@ void ReadAhead::expand()
         toExpand_.pop_front();
         lock.unlock();
         auto done = fill(*task, coder, scratch);
-        task->frame = {};
+        const std::shared_ptr<Stretch> stretch = std::move(task->frame.stretch);
         lock.lock();
+        if (stretch && --stretch->users == 0) {
+            const bool wasFull = read_ >= maxRead_;
+            read_ -= stretch->bytes();
+            if (wasFull && canRead())
+                reads_.notify_one();
+        }
         const bool wasWorthIt = isWorthWaking();
         if (!done)
             outcome_.fail(std::move(done).error());
@@ -317,8 +389,8 @@ Result<void> ReadAhead::fill(Task &task, FrameCoder &coder, Bytes &scratch)
     if (!whole && scratch.size() < entry.rawBytes)
         scratch.resize(std::max<std::size_t>(entry.rawBytes, kFrameBytes));
     const auto raw = whole ? place : std::span(scratch).first(entry.rawBytes);
-    auto opened = coder.open(pack.cipher(), pack.which().id, task.frame.number, entry,
-                             task.frame.sealed, raw);
+    ARCA_TRY(const ByteView sealed, task.frame.stretch->sealed(entry));
+    auto opened = coder.open(pack.cipher(), pack.which().id, task.frame.number, entry, sealed, raw);
     if (!opened)
         return inContext(std::move(opened).error(), "the pack " + pack.blobName());
     if (!whole)
