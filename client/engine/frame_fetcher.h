@@ -28,8 +28,6 @@ public:
     /// `damaged` when the pack ends before it.
     Result<ByteView> sealed(const FrameEntry &frame) const;
 
-    std::size_t users = 0; // for its owner's book-keeping
-
 private:
     const std::shared_ptr<PackLayout> pack_;
     const std::uint64_t begin_;

@@ -12,13 +12,13 @@
 #include "client/base/thread.h"
 #include "client/engine/frame_fetcher.h"
 #include "client/engine/outcome.h"
+#include "client/engine/restore_queue.h"
+#include "client/engine/restore_tasks.h"
 #include "client/engine/restore_window.h"
 #include "client/engine/stream_writer.h"
 
 #include <algorithm>
 #include <condition_variable>
-#include <deque>
-#include <map>
 #include <mutex>
 
 namespace arca::engine
@@ -27,42 +27,16 @@ namespace arca::engine
 namespace
 {
 
-constexpr std::uint64_t kFetchTogether = std::uint64_t{3} << 20;
-/// Small reads go on side by side; of large ones the nearest is done first.
 constexpr unsigned kReadsAtOnce = 4;
-constexpr std::size_t kReadAtOnce = std::size_t{1} << 20;
 constexpr std::size_t kWorthWaking = std::size_t{1} << 20;
-
-/// Bytes of a frame, and where in the stream they belong.
-struct Part {
-    std::uint32_t offset = 0;
-    std::size_t length = 0;
-    std::uint64_t position = 0;
-};
-
-/// A frame to expand; without one, zeros.
-struct Task {
-    FetchedFrame frame;
-    std::vector<Part> parts; // the first is the nearest one
-
-    void add(const Part &part)
-    {
-        if (!parts.empty() && parts.back().offset + parts.back().length == part.offset &&
-            parts.back().position + parts.back().length == part.position)
-            parts.back().length += part.length;
-        else
-            parts.push_back(part);
-    }
-};
-using TaskPtr = std::unique_ptr<Task>;
 
 class ReadAhead final : public StreamReader
 {
 public:
     ReadAhead(const PackStore &packs, const Settings &settings, RunSource &runs)
-        : plan_(packs, runs), fetcher_(settings.memory / 4), workers_(workersFor(settings)),
-          portion_(settings.memory / 16), horizon_(settings.memory / 16 * 5),
-          maxRead_(settings.memory / 4), window_(settings.memory / 2)
+        : tasks_(packs, runs, settings.memory / 16 * 5), fetcher_(settings.memory / 4),
+          workers_(workersFor(settings)), portion_(settings.memory / 16),
+          window_(settings.memory / 2), queue_(settings.memory / 4)
     {
     }
     ~ReadAhead() override;
@@ -75,14 +49,11 @@ private:
 
     void lookAhead();
     Result<void> planPortion(std::size_t room);
-    Result<void> place(const Extent &extent);
-    void dispatchDue();
-    void dispatch(std::vector<TaskPtr> tasks);
+    void dispatch(std::vector<RestoreTaskPtr> tasks);
     void readStretches();
-    bool canRead() const;
-    void use(TaskPtr task);
+    void wakeWorkers(std::size_t tasks);
     void expand();
-    Result<void> fill(Task &task, FrameCoder &coder, Bytes &scratch);
+    Result<void> fill(RestoreTask &task, FrameCoder &coder, Bytes &scratch);
     void put(const Part &part, ByteView bytes);
     void failForMemory();
     void wakeAll();
@@ -97,18 +68,11 @@ private:
     template <class Work> void guarded(Work work);
 
     // Of the thread that looks ahead.
-    RestorePlan plan_;
+    RestoreTasks tasks_;
     FrameFetcher fetcher_;
-    std::optional<Extent> rest_; // what did not fit into the window any more
-    std::uint64_t planned_ = 0;
-    bool allPlanned_ = false;
-    std::deque<TaskPtr> pending_; // not yet fetched, in the order of the stream
-    std::map<std::pair<const PackLayout *, std::uint32_t>, Task *> open_; // the frames among them
 
     const unsigned workers_;
-    const std::size_t portion_; // so much is planned at a time,
-    const std::size_t horizon_; // and so far beyond a frame, before it is fetched
-    const std::size_t maxRead_; // so much may have been read and not expanded
+    const std::size_t portion_; // so much is planned at a time
     const std::shared_ptr<IoBuffers> buffers_ = std::make_shared<IoBuffers>();
 
     std::mutex mutex_; // guards all below, but for the memory of the window
@@ -117,11 +81,7 @@ private:
     std::condition_variable work_;
     std::condition_variable ready_;
     RestoreWindow window_;
-    std::deque<std::shared_ptr<Stretch>> toRead_;
-    std::map<const Stretch *, std::vector<TaskPtr>> waiting_; // for what is not read yet
-    std::size_t reading_ = 0;
-    std::size_t read_ = 0; // bytes of stretches that tasks still need
-    std::deque<TaskPtr> toExpand_;
+    RestoreQueue queue_;
     bool stopping_ = false;
     Outcome outcome_;
 
@@ -179,7 +139,7 @@ template <class Work> void ReadAhead::guarded(Work work)
 
 void ReadAhead::lookAhead()
 {
-    while (!allPlanned_) {
+    while (!tasks_.allPlanned()) {
         std::size_t room = 0;
         {
             Lock lock(mutex_);
@@ -193,150 +153,61 @@ void ReadAhead::lookAhead()
             outcome_.fail(std::move(done).error());
             return;
         }
-        dispatchDue();
+        for (auto due = tasks_.takeDue(); !due.empty(); due = tasks_.takeDue())
+            dispatch(std::move(due));
     }
 }
 
 /// Plans as much of the stream as the window has room for.
 Result<void> ReadAhead::planPortion(std::size_t room)
 {
-    const std::uint64_t before = planned_;
-    while (planned_ - before < room) {
-        if (!rest_) {
-            ARCA_TRY(rest_, plan_.next());
-            allPlanned_ = !rest_;
-            if (allPlanned_)
-                break;
-        }
-        Extent now = *rest_;
-        now.length = std::min<std::uint64_t>(now.length, room - (planned_ - before));
-        ARCA_CHECK(place(now));
-        planned_ += now.length;
-        rest_->length -= now.length;
-        rest_->offset += static_cast<std::uint32_t>(now.pack ? now.length : 0);
-        if (rest_->length == 0)
-            rest_.reset();
-    }
+    ARCA_TRY(const std::size_t planned, tasks_.plan(room));
     const std::lock_guard hold(mutex_);
-    window_.extend(static_cast<std::size_t>(planned_ - before));
-    if (allPlanned_) {
+    window_.extend(planned);
+    if (tasks_.allPlanned()) {
         window_.close();
         ready_.notify_one();
     }
     return {};
 }
 
-Result<void> ReadAhead::place(const Extent &extent)
-{
-    const Part part{extent.offset, static_cast<std::size_t>(extent.length), planned_};
-    Task *task = nullptr;
-    if (extent.pack) {
-        if (extent.offset + extent.length > extent.pack->frames[extent.frame].rawBytes)
-            return Error{ErrorKind::damaged, "a run leads beyond its frame"};
-        Task *&known = open_[{extent.pack.get(), extent.frame}];
-        if (known != nullptr) {
-            known->add(part);
-            return {};
-        }
-        pending_.push_back(std::make_unique<Task>());
-        task = known = pending_.back().get();
-        task->frame.pack = extent.pack;
-        task->frame.number = extent.frame;
-    } else {
-        pending_.push_back(std::make_unique<Task>());
-        task = pending_.back().get();
-    }
-    task->add(part);
-    return {};
-}
-
-/// What lies far enough back is fetched; nothing of what comes later will be near it.
-void ReadAhead::dispatchDue()
-{
-    std::vector<TaskPtr> due;
-    std::uint64_t bytes = 0;
-    while (!pending_.empty() &&
-           (allPlanned_ || pending_.front()->parts.front().position + horizon_ <= planned_)) {
-        const FetchedFrame &frame = pending_.front()->frame;
-        if (frame.pack) {
-            open_.erase({frame.pack.get(), frame.number});
-            bytes += frame.entry().storedBytes;
-        }
-        due.push_back(std::move(pending_.front()));
-        pending_.pop_front();
-        if (bytes >= kFetchTogether) {
-            dispatch(std::move(due));
-            due.clear();
-            bytes = 0;
-        }
-    }
-    dispatch(std::move(due));
-}
-
-void ReadAhead::dispatch(std::vector<TaskPtr> tasks)
+void ReadAhead::dispatch(std::vector<RestoreTaskPtr> tasks)
 {
     std::vector<FetchedFrame *> frames;
-    for (const TaskPtr &task : tasks)
+    for (const RestoreTaskPtr &task : tasks)
         if (task->frame.pack)
             frames.push_back(&task->frame);
     const FrameFetcher::Stretches fresh = fetcher_.assign(frames);
     const std::lock_guard hold(mutex_);
-    for (const auto &stretch : fresh) {
-        waiting_.try_emplace(stretch.get());
-        toRead_.push_back(stretch);
-    }
-    for (TaskPtr &task : tasks) {
-        const auto reading = waiting_.find(task->frame.stretch.get());
-        if (reading != waiting_.end()) {
-            reading->second.push_back(std::move(task));
-        } else {
-            use(std::move(task));
-            work_.notify_one();
-        }
-    }
-    if (canRead())
+    wakeWorkers(queue_.add(fresh, std::move(tasks)));
+    if (queue_.canRead())
         reads_.notify_one();
 }
 
-/// What it needs is in memory. With the mutex.
-void ReadAhead::use(TaskPtr task)
+void ReadAhead::wakeWorkers(std::size_t tasks)
 {
-    if (Stretch *const stretch = task->frame.stretch.get(); stretch != nullptr)
-        read_ += stretch->users++ == 0 ? stretch->bytes() : 0;
-    toExpand_.push_back(std::move(task));
-}
-
-bool ReadAhead::canRead() const
-{
-    return !toRead_.empty() && read_ < maxRead_ &&
-           (reading_ == 0 || reading_ + toRead_.front()->bytes() <= kReadAtOnce);
+    for (; tasks != 0; --tasks)
+        work_.notify_one();
 }
 
 void ReadAhead::readStretches()
 {
     Lock lock(mutex_);
     for (;;) {
-        reads_.wait(lock, [&] { return isOver() || canRead(); });
+        reads_.wait(lock, [&] { return isOver() || queue_.canRead(); });
         if (isOver())
             return;
-        const std::shared_ptr<Stretch> stretch = std::move(toRead_.front());
-        toRead_.pop_front();
-        reading_ += stretch->bytes();
-        if (canRead())
+        const std::shared_ptr<Stretch> stretch = queue_.beginRead();
+        if (queue_.canRead())
             reads_.notify_one(); // another one
         lock.unlock();
         auto done = stretch->read(*buffers_);
         lock.lock();
-        reading_ -= stretch->bytes();
         if (!done) {
             outcome_.fail(std::move(done).error());
             return; // and everybody is woken
         }
-        auto tasks = waiting_.extract(stretch.get());
-        for (TaskPtr &task : tasks.mapped()) {
-            use(std::move(task));
-            work_.notify_one();
-        }
+        wakeWorkers(queue_.endRead(stretch));
     }
 }
 
@@ -346,21 +217,16 @@ void ReadAhead::expand()
     Bytes scratch;
     Lock lock(mutex_);
     for (;;) {
-        work_.wait(lock, [&] { return isOver() || !toExpand_.empty(); });
+        work_.wait(lock, [&] { return isOver() || queue_.canExpand(); });
         if (isOver())
             return;
-        TaskPtr task = std::move(toExpand_.front());
-        toExpand_.pop_front();
+        const RestoreTaskPtr task = queue_.takeTask();
         lock.unlock();
         auto done = fill(*task, coder, scratch);
         const std::shared_ptr<Stretch> stretch = std::move(task->frame.stretch);
         lock.lock();
-        if (stretch && --stretch->users == 0) {
-            const bool wasFull = read_ >= maxRead_;
-            read_ -= stretch->bytes();
-            if (wasFull && canRead())
-                reads_.notify_one();
-        }
+        if (queue_.letGo(stretch.get()))
+            reads_.notify_one();
         const bool wasWorthIt = isWorthWaking();
         if (!done)
             outcome_.fail(std::move(done).error());
@@ -373,7 +239,7 @@ void ReadAhead::expand()
 }
 
 /// Brings the bytes of a task to their places in the window.
-Result<void> ReadAhead::fill(Task &task, FrameCoder &coder, Bytes &scratch)
+Result<void> ReadAhead::fill(RestoreTask &task, FrameCoder &coder, Bytes &scratch)
 {
     if (!task.frame.pack) {
         for (const Part &part : task.parts)
