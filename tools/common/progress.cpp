@@ -76,6 +76,8 @@ void Progress::show(std::uint64_t done, std::uint64_t planned, std::uint64_t byt
         fmt::format("{}  {}  {} of {}", label_, barText(share), done, std::max(done, planned));
     if (bytes != 0)
         line += fmt::format("  {}  {}", byteText(static_cast<double>(bytes)), rateText());
+    else
+        line += fmt::format("  {:.0f}/s", static_cast<double>(done) / std::max(seconds(), 0.001));
     if (share >= 0.01) // before that it says little
         line += fmt::format("  {} left", durationText(seconds() * (1 - share) / share));
     write(line);

@@ -25,8 +25,8 @@ public:
     /// More bytes have gone through; the time left is judged by them.
     void add(std::uint64_t bytes);
 
-    /// For work that is planned in steps, by which the time left is judged. bytes: so far, 0 when
-    /// they say nothing.
+    /// For work that is planned in steps, by which the time left is judged. bytes: so far, whose
+    /// rate is shown; 0 when they say nothing, and that of the steps is.
     void show(std::uint64_t done, std::uint64_t planned, std::uint64_t bytes);
 
     /// Before something else is printed.
