@@ -42,7 +42,7 @@ bool Stretch::holds(const FrameEntry &frame) const
 Result<void> Stretch::read(IoBuffers &buffers)
 {
     memory_ = buffers.take(bytes());
-    ARCA_TRY(got_, pack_->pack->blob().read(begin_, {memory_.get(), bytes()}));
+    ARCA_TRY(got_, pack_->pack->read(begin_, {memory_.get(), bytes()}));
     return {};
 }
 
@@ -55,7 +55,7 @@ Result<ByteView> Stretch::sealed(const FrameEntry &frame) const
 
 bool FrameFetcher::giveKnown(FetchedFrame &frame)
 {
-    const auto known = places_.find(frame.pack.get());
+    const auto known = places_.find(frame.pack->id());
     if (known == places_.end() || !known->second.ahead ||
         !known->second.ahead->holds(frame.entry()))
         return false;
@@ -97,11 +97,11 @@ FrameFetcher::Stretches FrameFetcher::assign(std::span<FetchedFrame *const> fram
 std::shared_ptr<Stretch> FrameFetcher::stretchFor(std::span<FetchedFrame *const> group)
 {
     const std::shared_ptr<PackLayout> &pack = group.front()->pack;
-    Place &place = places_[pack.get()];
-    const bool isFirst = !place.pack;
+    const auto [known, isFirst] = places_.try_emplace(pack->id());
+    Place &place = known->second;
     const std::uint32_t number = group.front()->number;
     const bool isNearby = isFirst || (number > place.last && number - place.last <= kNearby);
-    place = {pack, nullptr, group.back()->number, clock_};
+    place = {nullptr, group.back()->number, clock_};
 
     const std::uint64_t begin = group.front()->entry().offset;
     const std::uint64_t needed = endOf(group.back()->entry());

@@ -59,9 +59,8 @@ public:
 private:
     /// Where the stream is in a pack.
     struct Place {
-        std::shared_ptr<PackLayout> pack; // so that its address stays its own
-        std::shared_ptr<Stretch> ahead;   // what follows may be in it
-        std::uint32_t last = 0;           // the number of the frame that was asked for last
+        std::shared_ptr<Stretch> ahead; // what follows may be in it
+        std::uint32_t last = 0;         // the number of the frame that was asked for last
         std::uint64_t used = 0;
     };
 
@@ -72,7 +71,7 @@ private:
     void dropUnused();
 
     const std::size_t budget_;
-    std::map<const PackLayout *, Place> places_;
+    std::map<PackId, Place> places_;
     std::uint64_t clock_ = 0;
 };
 

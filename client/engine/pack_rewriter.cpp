@@ -58,7 +58,7 @@ Result<void> openFrame(OpenPack &pack, FrameCoder &coder, std::uint32_t number,
 {
     sealed.resize(entry.storedBytes);
     raw.resize(entry.rawBytes);
-    ARCA_TRY(const std::size_t got, pack.blob().read(entry.offset, sealed));
+    ARCA_TRY(const std::size_t got, pack.read(entry.offset, sealed));
     if (got != sealed.size())
         return Error{ErrorKind::damaged, "it was cut while it was read"};
     return coder.open(pack.cipher(), pack.which().id, number, entry, sealed, raw);

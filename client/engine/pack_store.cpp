@@ -10,19 +10,38 @@
 namespace arca::engine
 {
 
-OpenPack::OpenPack(std::unique_ptr<blob::BlobReader> blob, std::string name, PackName which,
-                   Bytes headerBytes, Bytes trailerBytes, const PackTrailer &trailer,
-                   const Aead &cipher)
-    : blob_(std::move(blob)), name_(std::move(name)), which_(which),
-      headerBytes_(std::move(headerBytes)), trailerBytes_(std::move(trailerBytes)),
+OpenPack::OpenPack(blob::BlobStore &blobs, std::unique_ptr<blob::BlobReader> blob, std::string name,
+                   PackName which, Bytes headerBytes, Bytes trailerBytes,
+                   const PackTrailer &trailer, const Aead &cipher)
+    : blobs_(blobs), blob_(std::move(blob)), size_(blob_->size()), name_(std::move(name)),
+      which_(which), headerBytes_(std::move(headerBytes)), trailerBytes_(std::move(trailerBytes)),
       trailer_(trailer), cipher_(cipher)
 {
 }
 
-Result<PackIndex> OpenPack::readIndex()
+Result<std::size_t> OpenPack::read(std::uint64_t offset, std::span<std::byte> into) const
+{
+    std::shared_ptr<blob::BlobReader> blob;
+    {
+        const std::lock_guard hold(mutex_);
+        if (!blob_) {
+            ARCA_TRY(blob_, blobs_.open(name_));
+        }
+        blob = blob_;
+    }
+    return blob->read(offset, into);
+}
+
+void OpenPack::close()
+{
+    const std::lock_guard hold(mutex_);
+    blob_.reset();
+}
+
+Result<PackIndex> OpenPack::readIndex() const
 {
     Bytes sealed(trailer_.indexBytes);
-    ARCA_TRY(const std::size_t got, blob_->read(trailer_.indexOffset, sealed));
+    ARCA_TRY(const std::size_t got, read(trailer_.indexOffset, sealed));
     Bytes plain(sealed.size() - kTagBytes);
     auto opened = got == sealed.size()
                       ? cipher_.open(indexNonce(), indexAssociated(headerBytes_, trailerBytes_),
@@ -124,7 +143,7 @@ Result<std::unique_ptr<OpenPack>> PackStore::open(const PackName &which) const
     if (header->id != which.id)
         return inPack({ErrorKind::damaged, "it is another one than its place says"});
     ARCA_TRY(const Aead cipher, packCipher(packKey_, *header));
-    return std::make_unique<OpenPack>(std::move(blob), name, which, std::move(headerBytes),
+    return std::make_unique<OpenPack>(blobs_, std::move(blob), name, which, std::move(headerBytes),
                                       std::move(trailerBytes), *trailer, cipher);
 }
 

@@ -10,6 +10,8 @@
 #include "client/blob/blob_store.h"
 #include "client/engine/frame.h"
 
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string_view>
@@ -23,26 +25,36 @@ struct PackName {
     std::uint32_t revision = 1;
 };
 
-/// A pack that was opened: its frame is right, its index not yet read. Belongs to one thread.
+/// A pack that was opened: its frame is right, its index not yet read. Belongs to one thread, but
+/// for read().
 class OpenPack
 {
 public:
-    OpenPack(std::unique_ptr<blob::BlobReader> blob, std::string name, PackName which,
-             Bytes headerBytes, Bytes trailerBytes, const PackTrailer &trailer, const Aead &cipher);
+    OpenPack(blob::BlobStore &blobs, std::unique_ptr<blob::BlobReader> blob, std::string name,
+             PackName which, Bytes headerBytes, Bytes trailerBytes, const PackTrailer &trailer,
+             const Aead &cipher);
 
     const PackName &which() const { return which_; }
     const std::string &blobName() const { return name_; }
     const Aead &cipher() const { return cipher_; }
-    blob::BlobReader &blob() { return *blob_; }
-    std::uint64_t size() const { return blob_->size(); }
+    std::uint64_t size() const { return size_; }
     /// With those that were dropped.
     std::uint32_t blocks() const { return trailer_.blocks; }
 
     /// `damaged` unless it is what was written.
-    Result<PackIndex> readIndex();
+    Result<PackIndex> readIndex() const;
+    /// Fewer bytes only at its end. Any number of threads at once.
+    Result<std::size_t> read(std::uint64_t offset, std::span<std::byte> into) const;
+    /// A hint that all of it will be read soon.
+    void readAhead() const { blob_->readAhead(0, size_); }
+    /// Does not hold the blob open until more is read. Somebody's claim has to keep it.
+    void close();
 
 private:
-    std::unique_ptr<blob::BlobReader> blob_;
+    blob::BlobStore &blobs_;
+    mutable std::mutex mutex_; // guards the next
+    mutable std::shared_ptr<blob::BlobReader> blob_;
+    std::uint64_t size_;
     std::string name_;
     PackName which_;
     Bytes headerBytes_;

@@ -2,6 +2,7 @@
 #include "client/engine/restore_plan.h"
 
 #include <algorithm>
+#include <sys/resource.h>
 
 namespace arca::engine
 {
@@ -10,8 +11,17 @@ namespace
 {
 
 /// Open packs whose layout is kept: a file and some 60 KiB each. A piece that is stored every day
-/// for months needs nearly as many at once; one that comes and goes is read again and again.
-constexpr std::size_t kMaxLayouts = 128;
+/// for months needs nearly as many at once, and one that comes and goes is read again and again.
+/// But most of the files that the process may open are the database's.
+std::size_t maxLayouts()
+{
+    constexpr rlim_t kLeast = 16;
+    constexpr rlim_t kMost = 128;
+    rlimit files;
+    if (getrlimit(RLIMIT_NOFILE, &files) != 0)
+        return kLeast;
+    return static_cast<std::size_t>(std::clamp(files.rlim_cur / 8, kLeast, kMost));
+}
 
 Error damaged(const std::string &what)
 {
@@ -51,27 +61,50 @@ std::uint32_t PackLayout::lengthOf(std::uint32_t block, std::uint32_t frame) con
     return (isLast ? frames[frame].rawBytes : blockOffset[block + 1]) - blockOffset[block];
 }
 
+RestorePlan::RestorePlan(const PackStore &packs, RunSource &runs)
+    : packs_(packs), runs_(runs), maxLayouts_(maxLayouts())
+{
+}
+
 Result<std::shared_ptr<PackLayout>> RestorePlan::layoutOf(const PackId &id)
 {
-    const auto known = layouts_.find(id);
-    if (known != layouts_.end()) {
-        known->second->used = ++clock_;
-        return known->second;
+    auto known = layouts_.find(id);
+    if (known == layouts_.end()) {
+        ARCA_TRY(auto layout, open(id));
+        makeRoom();
+        known = layouts_.emplace(id, std::move(layout)).first;
     }
+    known->second->used = ++clock_;
+    return known->second;
+}
+
+Result<std::shared_ptr<PackLayout>> RestorePlan::open(const PackId &id)
+{
+    // The frames of one that is still in use are known by it.
+    if (const auto other = others_.extract(id); !other.empty())
+        if (auto layout = other.mapped().lock())
+            return layout;
     auto opened = packs_.open(id);
     if (!opened && opened.error().kind == ErrorKind::notFound)
         return damaged("the pack " + packs_.blobNameOf({id, 1}) + " is missing");
     ARCA_TRY(auto pack, std::move(opened));
     ARCA_TRY(PackIndex index, pack->readIndex());
-    if (layouts_.size() >= kMaxLayouts)
-        layouts_.erase(
-            std::min_element(layouts_.begin(), layouts_.end(), [](const auto &a, const auto &b) {
-                return a.second->used < b.second->used;
-            }));
-    auto layout = layOut(std::move(pack), std::move(index));
-    layout->used = ++clock_;
-    layouts_.emplace(id, layout);
-    return layout;
+    return layOut(std::move(pack), std::move(index));
+}
+
+void RestorePlan::makeRoom()
+{
+    if (layouts_.size() < maxLayouts_)
+        return;
+    const auto oldest =
+        std::min_element(layouts_.begin(), layouts_.end(), [](const auto &a, const auto &b) {
+            return a.second->used < b.second->used;
+        });
+    oldest->second->pack->close();
+    if (others_.size() >= maxLayouts_)
+        std::erase_if(others_, [](const auto &other) { return other.second.expired(); });
+    others_.insert_or_assign(oldest->first, oldest->second);
+    layouts_.erase(oldest);
 }
 
 Result<std::optional<Extent>> RestorePlan::next()

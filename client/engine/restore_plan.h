@@ -21,6 +21,7 @@ struct PackLayout {
     std::vector<std::uint32_t> blockOffset; // of each block, in its frame
     std::uint64_t used = 0;
 
+    const PackId &id() const { return pack->which().id; }
     /// Which frame holds a block.
     std::uint32_t frameOf(std::uint32_t block) const;
     std::uint32_t endOf(std::uint32_t frame) const // the block after its last one
@@ -42,17 +43,21 @@ struct Extent {
 class RestorePlan
 {
 public:
-    RestorePlan(const PackStore &packs, RunSource &runs) : packs_(packs), runs_(runs) {}
+    RestorePlan(const PackStore &packs, RunSource &runs);
 
     /// Nothing after the last one. `damaged` when a run leads nowhere.
     Result<std::optional<Extent>> next();
 
 private:
     Result<std::shared_ptr<PackLayout>> layoutOf(const PackId &id);
+    Result<std::shared_ptr<PackLayout>> open(const PackId &id);
+    void makeRoom();
 
     const PackStore &packs_;
     RunSource &runs_;
+    const std::size_t maxLayouts_;
     std::map<PackId, std::shared_ptr<PackLayout>> layouts_;
+    std::map<PackId, std::weak_ptr<PackLayout>> others_; // that somebody may still use
     std::uint64_t clock_ = 0;
     Run run_; // what is left of the current one
     std::shared_ptr<PackLayout> current_;

@@ -210,14 +210,14 @@ Result<void> Verification::checkPack(const std::string &blobName)
 
 Result<void> Verification::readFrames(engine::OpenPack &pack, const engine::PackIndex &index)
 {
-    pack.blob().readAhead(0, pack.size());
+    pack.readAhead();
     const engine::BlockEntry *block = index.blocks.data();
     Bytes sealed, raw;
     for (std::uint32_t number = 0; number < index.frames.size(); ++number) {
         const engine::FrameEntry &frame = index.frames[number];
         sealed.resize(frame.storedBytes);
         raw.resize(frame.rawBytes);
-        ARCA_TRY(const std::size_t got, pack.blob().read(frame.offset, sealed));
+        ARCA_TRY(const std::size_t got, pack.read(frame.offset, sealed));
         if (got != sealed.size())
             return damaged("it was cut");
         ARCA_CHECK(coder_.open(pack.cipher(), pack.which().id, number, frame, sealed, raw));
