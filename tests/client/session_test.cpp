@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <ctime>
+#include <sys/resource.h>
 #include <thread>
 
 namespace keel::test
@@ -141,6 +142,26 @@ TEST_F(ClientTest, WhatLiesScatteredIsStoredAgainLittleByLittle)
         EXPECT_LT(packBytes() - before, left / 100 * 101);
         EXPECT_TRUE(restore(handle, piece + std::to_string(day - 1), 1 << 20) == stream);
     }
+}
+
+// One block of every day in a pack of its own. Most files of the process are the database's.
+TEST_F(ClientTest, APieceOfManyPacksTakesFewFiles)
+{
+    const hoxHandle_t handle = logOn();
+    constexpr std::size_t days = 80;
+    std::string stream = blocksOfADatabase(days, 1);
+    const std::string fresh = blocksOfADatabase(days, 2);
+    for (std::size_t day = 0; day < days; ++day) {
+        stream.replace(day * kBlock, kBlock, fresh, day * kBlock, kBlock);
+        ASSERT_EQ(backUp(handle, "day" + std::to_string(day), stream), HOX_RC_OK);
+    }
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit few{72, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    const auto back = restore(handle, "day" + std::to_string(days - 1), 1 << 16);
+    EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_TRUE(back == stream);
 }
 
 TEST_F(ClientTest, NamesAreTakenToTheByte)
