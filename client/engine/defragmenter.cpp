@@ -22,13 +22,15 @@ std::size_t Defragmenter::FrameHash::operator()(const FrameKey &key) const
     return static_cast<std::size_t>(random + key.firstBlock * std::uint64_t{0x9e3779b97f4a7c15});
 }
 
-void Defragmenter::Use::add(const StoredBlock &block, Position position)
+void Defragmenter::Use::add(const StoredBlock &block, Position position, bool isShared)
 {
     stored = block.frame.blocks;
     first = std::min(first, block.place.block);
     last = std::max(last, block.place.block);
-    if (blocks.empty() || blocks.back() != position)
-        blocks.push_back(position);
+    if (!blocks.empty() && blocks.back() == position)
+        return; // the frame holds it twice
+    blocks.push_back(position);
+    shared += isShared;
 }
 
 Defragmenter::Block Defragmenter::at(Position position)
@@ -68,8 +70,7 @@ void Defragmenter::count(Looked &chunk)
             if (frame == nullptr || frame->first != key)
                 frame = &*uses_.try_emplace(key).first;
             Use &use = frame->second;
-            use.add(copy, chunk.begin + i);
-            use.shared += copies_.size() > 1;
+            use.add(copy, chunk.begin + i, copies_.size() > 1);
             if (use.countedFor != chunk.begin)
                 chunk.frames.push_back(frame);
             use.countedFor = chunk.begin;

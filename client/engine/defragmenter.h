@@ -57,7 +57,7 @@ private:
         bool needed = false;                        // for a block that was settled
         bool abandoned = false;
 
-        void add(const StoredBlock &block, Position position);
+        void add(const StoredBlock &block, Position position, bool isShared);
         bool isSparse(std::size_t used) const { return used * 2 < stored; }
     };
     using Uses = std::unordered_map<FrameKey, Use, FrameHash>;
