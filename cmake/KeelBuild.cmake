@@ -14,12 +14,23 @@ if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
 endif()
 
+# Where ccache is installed, work trees and clones share what they compile: paths count from the top of the tree.
+find_program(KEEL_CCACHE ccache)
+if(KEEL_CCACHE)
+  foreach(language C CXX)
+    if(NOT CMAKE_${language}_COMPILER_LAUNCHER)
+      set(CMAKE_${language}_COMPILER_LAUNCHER "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}"
+        CCACHE_NOHASHDIR=1 "CCACHE_SLOPPINESS=pch_defines,time_macros" "${KEEL_CCACHE}")
+    endif()
+  endforeach()
+endif()
+
 find_package(Threads REQUIRED)
 
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion)
-add_compile_definitions(_FILE_OFFSET_BITS=64
-  KEEL_CLIENT_ROOT="${KEEL_CLIENT_ROOT}" KEEL_PROXY_LIBRARY="${KEEL_PROXY_LIBRARY}")
-include_directories("${CMAKE_SOURCE_DIR}")
+add_compile_definitions(_FILE_OFFSET_BITS=64)
+configure_file("${CMAKE_CURRENT_LIST_DIR}/keel_paths.h.in" "${CMAKE_BINARY_DIR}/generated/keel_paths.h" @ONLY)
+include_directories("${CMAKE_SOURCE_DIR}" "${CMAKE_BINARY_DIR}/generated")
 
 if(KEEL_SANITIZE)
   add_compile_options(-fsanitize=${KEEL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)

@@ -2,6 +2,7 @@
 #include "client/api/client.h"
 
 #include "client/api/local_log.h"
+#include "keel_paths.h"
 
 namespace arca::api
 {

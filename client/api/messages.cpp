@@ -5,6 +5,7 @@
 
 #include "client/include/hoxapi.h"
 #include "common/nls/nlsobject.h"
+#include "keel_paths.h"
 
 #include <clocale>
 #include <cstdio>

@@ -1,5 +1,6 @@
 // A channel's life from sbtinit to sbtend, as the database sees it, and what may go wrong in it.
 
+#include "keel_paths.h"
 #include "tests/agent/agent_fixture.h"
 
 #include <cstdlib>

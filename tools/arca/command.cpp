@@ -2,6 +2,7 @@
 #include "tools/arca/command.h"
 
 #include "agents/common/maint/mtprompt.h"
+#include "keel_paths.h"
 #include "tools/timing/timing.h"
 
 #include <filesystem>

@@ -1,6 +1,7 @@
 // See agent_options.h.
 #include "tools/keel/agent_options.h"
 
+#include "keel_paths.h"
 #include "tools/keel/option_lines.h"
 
 #include <algorithm>

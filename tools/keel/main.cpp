@@ -1,5 +1,6 @@
 // keel: drives the agent as the database's backup tool does.
 #include "agents/common/maint/mtwrap.h"
+#include "keel_paths.h"
 #include "tools/common/command_line.h"
 #include "tools/common/streams.h"
 #include "tools/common/text.h"

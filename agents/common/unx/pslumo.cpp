@@ -3,6 +3,7 @@
 
 #include "client/include/hoxapi.h"
 #include "common/string/ststring.h"
+#include "keel_paths.h"
 
 long psGetLUMOAPIDir(char *buffer)
 {

@@ -9,6 +9,7 @@
 #include "agents/oracle/unx/psvelo.h"
 #include "common/unx/psfile.h"
 #include "common/ut/utnoargs.h"
+#include "keel_paths.h"
 
 void psWriteError(const char *fileName, const char *text)
 {

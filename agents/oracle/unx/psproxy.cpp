@@ -4,6 +4,7 @@
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/unx/psvelo.h"
 #include "common/string/ststring.h"
+#include "keel_paths.h"
 
 namespace
 {

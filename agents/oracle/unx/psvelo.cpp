@@ -6,6 +6,7 @@
 #include "agents/oracle/common/veloinit.h"
 #include "agents/oracle/common/velooptions.h"
 #include "common/string/ststring.h"
+#include "keel_paths.h"
 
 namespace
 {
