@@ -6,6 +6,7 @@
 #include "common/nls/nlsobject.h"
 #include "common/string/ststring.h"
 #include "common/thrd/psmutex.h"
+#include "common/unx/pswrite.h"
 #include "common/ut/utmem.h"
 
 #include <clocale>
@@ -248,6 +249,7 @@ int nlfprintf(FILE *stream, int msgNum, ...) noexcept
     va_start(arguments, msgNum);
     const int length = formatText(text, msgNum, false, arguments);
     va_end(arguments);
+    const psWriteGuard guard;
     return length > 0 && stream != nullptr && std::fputs(text, stream) >= 0 ? length : 0;
 }
 

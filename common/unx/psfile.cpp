@@ -2,9 +2,12 @@
 #include "common/unx/psfile.h"
 
 #include "common/thrd/psmutex.h"
+#include "common/unx/pswrite.h"
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -39,63 +42,138 @@ bool isNullDevice(const struct stat &file) noexcept
     return stat("/dev/null", &null) == 0 && S_ISCHR(null.st_mode) && null.st_rdev == file.st_rdev;
 }
 
-bool isUsable(int descriptor, int openFlags) noexcept
+bool isUsable(const struct stat &file) noexcept
+{
+    if (S_ISREG(file.st_mode) || (S_ISCHR(file.st_mode) && isNullDevice(file)))
+        return true;
+    errno = S_ISDIR(file.st_mode) ? EISDIR : EINVAL;
+    return false;
+}
+
+bool isOpenUsable(int descriptor) noexcept
 {
     struct stat file {
     };
-    if (fstat(descriptor, &file) != 0)
-        return false;
-    if (S_ISREG(file.st_mode))
-        return true;
-    errno = S_ISDIR(file.st_mode) ? EISDIR : EINVAL;
-    if (!S_ISCHR(file.st_mode))
-        return false;
-    return (openFlags & O_ACCMODE) == O_WRONLY || isNullDevice(file);
+    return fstat(descriptor, &file) == 0 && isUsable(file);
 }
 
-int waitForLock(int descriptor) noexcept
+// A device is told before it is opened, as the opening alone may do something to it.
+bool mayBeOpened(const char *path) noexcept
 {
+    struct stat file {
+    };
+    return stat(path, &file) != 0 || isUsable(file);
+}
+
+void closeKeepingReason(int descriptor) noexcept
+{
+    const int reason = errno;
+    close(descriptor);
+    errno = reason;
+}
+
+// Without O_NONBLOCK the open itself would wait for the other end of a pipe.
+int openNow(const char *path, int openFlags, mode_t mode) noexcept
+{
+    return psFileAboveStandard(
+        open(path, (openFlags & ~O_TRUNC) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode));
+}
+
+bool isTrustedLink(const char *path) noexcept
+{
+    struct stat link {
+    };
+    return lstat(path, &link) == 0 && S_ISLNK(link.st_mode) &&
+           (link.st_uid == 0 || link.st_uid == geteuid());
+}
+
+int openFollowing(const char *path, int openFlags, mode_t mode) noexcept
+{
+    if ((openFlags & O_ACCMODE) == O_RDONLY || (openFlags & O_NOFOLLOW) != 0)
+        return openNow(path, openFlags, mode);
+    const int descriptor = openNow(path, openFlags | O_NOFOLLOW, mode);
+    return descriptor < 0 && errno == ELOOP && isTrustedLink(path) ? openNow(path, openFlags, mode)
+                                                                   : descriptor;
+}
+
+bool setWholeLock(int descriptor, short type) noexcept
+{
+    struct flock whole {
+    };
+    whole.l_type = type;
+    whole.l_whence = SEEK_SET;
     int rc;
     do
-        rc = lockf(descriptor, F_LOCK, 0);
+        rc = fcntl(descriptor, F_SETLK, &whole);
     while (rc != 0 && errno == EINTR);
-    return rc;
+    return rc == 0;
 }
 
-// Under the lock nobody else appends, so what lies behind the old end is our own cut line.
-void writeWhole(int descriptor, const char *line, std::size_t length) noexcept
+// The null device has nothing to empty.
+bool emptied(int descriptor) noexcept
+{
+    struct stat file {
+    };
+    return fstat(descriptor, &file) == 0 &&
+           (!S_ISREG(file.st_mode) || file.st_size == 0 || ftruncate(descriptor, 0) == 0);
+}
+
+// Without the lock one write on an append-only descriptor still keeps the line whole.
+void appendUnlocked(int descriptor, const char *line, std::size_t length) noexcept
 {
     struct stat before {
     };
-    if (fstat(descriptor, &before) != 0 || psFileWithinLimit(before.st_size, length) == 0)
-        return;
-    ssize_t written;
-    do
-        written = write(descriptor, line, length);
-    while (written < 0 && errno == EINTR);
-    if (written >= 0 && static_cast<std::size_t>(written) < length) {
-        const int ignored = ftruncate(descriptor, before.st_size);
-        static_cast<void>(ignored);
-    }
+    if (fstat(descriptor, &before) == 0 && psFileWithinLimit(before.st_size, length) != 0)
+        psWriteAll(descriptor, line, length);
 }
 } // namespace
 
-int psFileOpenDescriptor(const char *path, int openFlags) noexcept
+int psFileOpenDescriptor(const char *path, int openFlags, mode_t mode) noexcept
 {
-    // Without O_NONBLOCK the open itself would wait for the other end of a pipe.
-    const int descriptor = open(path, openFlags | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, 0600);
+    const int descriptor = mayBeOpened(path) ? openFollowing(path, openFlags, mode) : -1;
     if (descriptor < 0)
         return -1;
-    if (!isUsable(descriptor, openFlags)) {
-        const int reason = errno;
-        close(descriptor);
-        errno = reason;
+    if (!isOpenUsable(descriptor) || ((openFlags & O_TRUNC) != 0 && !emptied(descriptor))) {
+        closeKeepingReason(descriptor);
         return -1;
     }
     const int status = fcntl(descriptor, F_GETFL);
     if (status != -1)
         fcntl(descriptor, F_SETFL, status & ~O_NONBLOCK);
     return descriptor;
+}
+
+int psFileAboveStandard(int descriptor) noexcept
+{
+    if (descriptor < 0 || descriptor > STDERR_FILENO)
+        return descriptor;
+    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    closeKeepingReason(descriptor);
+    return moved;
+}
+
+int psFileOpenDirectory(const char *path) noexcept
+{
+    return openNow(path, O_RDONLY | O_DIRECTORY, 0);
+}
+
+int psFileTemporary(char *path) noexcept
+{
+    return psFileAboveStandard(mkostemp(path, O_CLOEXEC));
+}
+
+bool psPipe(int ends[2]) noexcept
+{
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return false;
+    ends[0] = psFileAboveStandard(ends[0]);
+    ends[1] = psFileAboveStandard(ends[1]);
+    if (ends[0] >= 0 && ends[1] >= 0)
+        return true;
+    for (const int end : {ends[0], ends[1]})
+        if (end >= 0)
+            closeKeepingReason(end);
+    return false;
 }
 
 FILE *psFileOpen(const char *path, const char *mode, int *encoding, int *flags) noexcept
@@ -141,6 +219,25 @@ int psFileWithinLimit(off_t position, std::size_t length) noexcept
     return used <= limit.rlim_cur && length <= limit.rlim_cur - used ? 1 : 0;
 }
 
+int psFileLock(int descriptor) noexcept
+{
+    constexpr int tries = 100;
+    constexpr timespec pause{0, 10'000'000};
+    for (int tried = 0; tried < tries; ++tried) {
+        if (setWholeLock(descriptor, F_WRLCK))
+            return 0;
+        if (errno != EAGAIN && errno != EACCES)
+            return errno;
+        nanosleep(&pause, nullptr);
+    }
+    return EAGAIN;
+}
+
+void psFileUnlock(int descriptor) noexcept
+{
+    setWholeLock(descriptor, F_UNLCK);
+}
+
 void psAppendLocked(const char *path, const char *line, std::size_t length) noexcept
 {
     if (path == nullptr || path[0] == '\0' || line == nullptr || length == 0)
@@ -149,8 +246,11 @@ void psAppendLocked(const char *path, const char *line, std::size_t length) noex
     psMutexGuard guard(appendMutex);
     const int descriptor = psFileOpenDescriptor(path, O_RDWR | O_CREAT | O_APPEND);
     if (descriptor >= 0) {
-        if (waitForLock(descriptor) == 0)
-            writeWhole(descriptor, line, length);
+        const int rc = psFileLock(descriptor);
+        if (rc == 0)
+            psAppendWhole(descriptor, line, length);
+        else if (rc == EAGAIN)
+            appendUnlocked(descriptor, line, length);
         close(descriptor); // and with it the lock
     }
     errno = reason;

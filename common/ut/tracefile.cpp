@@ -3,64 +3,14 @@
 
 #include "common/string/ststring.h"
 #include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 #include "common/ut/tracebuild.h"
 
-#include <cerrno>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-namespace
-{
-bool writeAll(int descriptor, const char *text, std::size_t length) noexcept
-{
-    while (length > 0) {
-        const ssize_t written = write(descriptor, text, length);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        text += written;
-        length -= static_cast<std::size_t>(written);
-    }
-    return true;
-}
-
-// The host's standard output may be a pipe that nobody reads any more, or a file at its limit; the
-// signal for that would end the host. It is held back in this thread alone, and taken away if it
-// was ours.
-bool writeStream(int descriptor, const char *text, std::size_t length) noexcept
-{
-    sigset_t held;
-    sigset_t maskBefore;
-    sigset_t pendingBefore;
-    sigemptyset(&held);
-    sigaddset(&held, SIGPIPE);
-    sigaddset(&held, SIGXFSZ);
-    sigpending(&pendingBefore);
-    if (pthread_sigmask(SIG_BLOCK, &held, &maskBefore) != 0)
-        return false;
-    const bool good = writeAll(descriptor, text, length);
-    const int reason = errno;
-    sigset_t ours;
-    sigset_t pending;
-    sigpending(&pending);
-    for (const int signal : {SIGPIPE, SIGXFSZ}) {
-        if (good || sigismember(&pending, signal) != 1 || sigismember(&pendingBefore, signal) == 1)
-            continue;
-        int taken = 0;
-        sigemptyset(&ours);
-        sigaddset(&ours, signal);
-        sigwait(&ours, &taken);
-    }
-    pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
-    errno = reason;
-    return good;
-}
-} // namespace
 
 unsigned traceFile_t::open(const char *name, const traceLimits_t &limits,
                            trConsoleFn console) noexcept
@@ -70,12 +20,12 @@ unsigned traceFile_t::open(const char *name, const traceLimits_t &limits,
         return TR_RC_NAME;
     const bool toConsole = stEqualNoCase(name, "CONSOLE");
     if (stEqualNoCase(name, "STDOUT")) {
-        kind = Kind::stream;
-        descriptor = STDOUT_FILENO;
-    } else if (stEqualNoCase(name, "STDERR") || (toConsole && console == nullptr)) {
-        kind = Kind::stream;
-        descriptor = STDERR_FILENO;
-    } else if (toConsole) {
+        return openStream(STDOUT_FILENO) ? 0 : TR_RC_OPEN;
+    }
+    if (stEqualNoCase(name, "STDERR") || (toConsole && console == nullptr)) {
+        return openStream(STDERR_FILENO) ? 0 : TR_RC_OPEN;
+    }
+    if (toConsole) {
         kind = Kind::console;
         consoleRoutine = console;
     } else if (limits.wraps()) {
@@ -86,6 +36,17 @@ unsigned traceFile_t::open(const char *name, const traceLimits_t &limits,
         return TR_RC_OPEN;
     }
     return 0;
+}
+
+// A copy of the host's descriptor: when the host closes its stream later, the number may become one
+// of its files.
+bool traceFile_t::openStream(int stream) noexcept
+{
+    descriptor = fcntl(stream, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (descriptor < 0)
+        return false;
+    kind = Kind::stream;
+    return true;
 }
 
 bool traceFile_t::openPlain() noexcept
@@ -111,10 +72,10 @@ bool traceFile_t::write(char *line, std::size_t length) noexcept
         struct stat file {
         };
         return fstat(descriptor, &file) == 0 && psFileWithinLimit(file.st_size, length) != 0 &&
-               writeAll(descriptor, line, length);
+               psWriteAll(descriptor, line, length);
     }
     case Kind::stream:
-        return writeStream(descriptor, line, length);
+        return psWriteAll(descriptor, line, length);
     case Kind::console:
         line[length] = '\0';
         consoleRoutine(line);
@@ -130,7 +91,7 @@ bool traceFile_t::write(char *line, std::size_t length) noexcept
 
 void traceFile_t::close() noexcept
 {
-    if (kind == Kind::plain)
+    if (kind == Kind::plain || kind == Kind::stream)
         ::close(descriptor);
     wrapping.close();
     descriptor = -1;

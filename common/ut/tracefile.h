@@ -29,6 +29,7 @@ private:
     enum class Kind { none, plain, stream, console, wrapping };
 
     bool openPlain() noexcept;
+    bool openStream(int stream) noexcept;
 
     Kind kind = Kind::none;
     int descriptor = -1;

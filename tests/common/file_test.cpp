@@ -1,11 +1,14 @@
 // Files: the line reader, opening, and lines appended by many at once.
 #include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 #include "common/ut/utline.h"
 #include "tests/support/files.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cerrno>
+#include <csignal>
 #include <fcntl.h>
 #include <memory>
 #include <sys/resource.h>
@@ -61,16 +64,30 @@ TEST(FileOpen, RefusesWhatIsNoFileAndNeverWaits)
     TempDir directory;
     ASSERT_EQ(mkfifo((directory / "pipe").c_str(), 0600), 0);
     writeFile(directory / "file", "text");
+    std::filesystem::create_symlink(directory / "file", directory / "ours");
+    std::filesystem::create_symlink(directory / "file", directory / "theirs");
+    const bool foreign =
+        lchown((directory / "theirs").c_str(), 65534, 65534) == 0; // root alone can
     const struct {
         std::filesystem::path path;
         const char *mode;
         bool opens;
     } cases[] = {
-        {directory / "file", "r", true},  {directory / "new", "a", true},
-        {"/dev/null", "r", true},         {"/dev/null", "a", true},
-        {"/dev/zero", "r", false},        {directory.path(), "r", false},
-        {directory / "pipe", "r", false}, {directory / "pipe", "a", false},
-        {directory / "none", "r", false}, {directory / "no/new", "w", false},
+        {directory / "file", "r", true},
+        {directory / "new", "a", true},
+        {"/dev/null", "r", true},
+        {"/dev/null", "a", true},
+        {"/dev/zero", "r", false},
+        {directory.path(), "r", false},
+        {directory / "pipe", "r", false},
+        {directory / "pipe", "a", false},
+        {directory / "none", "r", false},
+        {directory / "no/new", "w", false},
+        {"/dev/full", "a", false},
+        {"/dev/null", "w", true},
+        {directory / "ours", "a", true},
+        {directory / "theirs", "r", true},
+        {directory / "theirs", "w", !foreign},
     };
     for (const auto &one : cases) {
         int encoding = 1;
@@ -82,9 +99,80 @@ TEST(FileOpen, RefusesWhatIsNoFileAndNeverWaits)
             EXPECT_EQ(fcntl(fileno(file.get()), F_GETFD), FD_CLOEXEC) << one.path;
         }
     }
+    EXPECT_EQ(readFile(directory / "file"), foreign ? "text" : "");
     EXPECT_EQ(psFileWritableDir(directory.path().c_str()), 1);
     EXPECT_EQ(psFileWritableDir((directory / "file").c_str()), 0);
     EXPECT_EQ(psFileWritableDir((directory / "none").c_str()), 0);
+}
+
+/// The exit status of a child that does this, 128 and more for a signal.
+template <class Work> int statusOf(Work work)
+{
+    const pid_t child = fork();
+    if (child == 0) {
+        work();
+        _exit(0);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+TEST(FileOpen, TakesNoneOfTheNumbersOfTheStandardStreams)
+{
+    TempDir directory;
+    EXPECT_EQ(0, statusOf([&] {
+                  for (const int stream : {0, 1, 2})
+                      close(stream);
+                  std::string unnamed = (directory / "XXXXXX").string();
+                  int ends[2] = {-1, -1};
+                  const bool piped = psPipe(ends);
+                  const FILE *file =
+                      psFileOpen((directory / "file").c_str(), "w", nullptr, nullptr);
+                  const int all[] = {psFileOpenDescriptor("/dev/null", O_WRONLY),
+                                     psFileOpenDirectory(directory.path().c_str()),
+                                     psFileTemporary(unnamed.data()),
+                                     ends[0],
+                                     ends[1],
+                                     file == nullptr ? -1 : fileno(const_cast<FILE *>(file))};
+                  for (const int descriptor : all)
+                      if (!piped || descriptor < 3 || fcntl(descriptor, F_GETFD) != FD_CLOEXEC)
+                          _exit(1);
+                  for (const int stream : {0, 1, 2})
+                      if (fcntl(stream, F_GETFD) != -1)
+                          _exit(2);
+              }));
+}
+
+TEST(Write, FailsWithACodeWhereTheSystemWouldEndTheHost)
+{
+    TempDir directory;
+    EXPECT_EQ(0, statusOf([&] {
+                  const struct rlimit limit = {5, 5};
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  const std::string path = (directory / "file").string();
+                  const int file = psFileOpenDescriptor(path.c_str(), O_RDWR | O_CREAT);
+                  const int log = psFileOpenDescriptor(path.c_str(), O_RDWR | O_APPEND);
+                  int ends[2];
+                  if (psWriteAll(file, "longer", 6) || errno != EFBIG ||
+                      psWriteAllAt(file, "x", 1, 5) || errno != EFBIG ||
+                      psAppendWhole(log, "x", 1) || ftruncate(log, 3) != 0 ||
+                      psAppendWhole(log, "xyz", 3) || !psAppendWhole(log, "ok", 2))
+                      _exit(1);
+                  if (!psPipe(ends) || close(ends[0]) != 0 || psWriteAll(ends[1], "x", 1) ||
+                      errno != EPIPE)
+                      _exit(2);
+                  sigset_t blocked, pending;
+                  sigemptyset(&blocked);
+                  sigaddset(&blocked, SIGXFSZ);
+                  pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
+                  raise(SIGXFSZ); // the host's own, which it looks at later
+                  psWriteAll(file, "x", 1);
+                  sigpending(&pending);
+                  if (sigismember(&pending, SIGXFSZ) != 1)
+                      _exit(3);
+              }));
+    EXPECT_EQ(readFile(directory / "file"), std::string("lonok"));
 }
 
 void appendMany(const std::string &path, char who)
@@ -149,7 +237,7 @@ TEST(LockedAppend, WaitsForAnotherProcessThatHoldsTheFile)
         psAppendLocked(path.c_str(), "second\n", 7);
         appended = true;
     });
-    for (int turn = 0; turn < 2000 && !appended; ++turn)
+    for (int turn = 0; turn < 50 && !appended; ++turn)
         std::this_thread::yield();
     EXPECT_FALSE(appended);
     EXPECT_EQ(write(release[1], "r", 1), 1);
@@ -158,24 +246,45 @@ TEST(LockedAppend, WaitsForAnotherProcessThatHoldsTheFile)
     EXPECT_EQ(readFile(path), "first\nsecond\n");
 }
 
+TEST(LockedAppend, DoesNotWaitForAHolderThatNeverLetsGo)
+{
+    TempDir directory;
+    const std::string path = (directory / "log").string();
+    int locked[2];
+    int release[2];
+    ASSERT_TRUE(psPipe(locked) && psPipe(release));
+    const pid_t holder = fork();
+    if (holder == 0) {
+        char go = 0;
+        const int log = open(path.c_str(), O_RDWR | O_CREAT, 0600);
+        _exit(lockf(log, F_LOCK, 0) == 0 && write(locked[1], "l", 1) == 1 &&
+                      read(release[0], &go, 1) == 1
+                  ? 0
+                  : 1);
+    }
+    char word = 0;
+    ASSERT_EQ(read(locked[0], &word, 1), 1);
+    psAppendLocked(path.c_str(), "line\n", 5);
+    EXPECT_EQ(readFile(path), "line\n");
+    EXPECT_EQ(write(release[1], "r", 1), 1);
+    int status = -1;
+    waitpid(holder, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
 TEST(LockedAppend, StopsAtTheLimitOfTheProcessInsteadOfEndingIt)
 {
     TempDir directory;
     const std::string path = (directory / "log").string();
-    const pid_t child = fork();
-    if (child == 0) {
-        const struct rlimit limit = {100, 100};
-        setrlimit(RLIMIT_FSIZE, &limit);
-        const std::string line(60, 'x');
-        for (const unsigned length : {60U, 60U, 40U, 1U}) // the second and the last do not fit
-            psAppendLocked(path.c_str(), line.data(), length);
-        psAppendLocked("/", line.data(), line.size());
-        psAppendLocked("", line.data(), line.size());
-        _exit(0);
-    }
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0) << "ended by a signal";
+    EXPECT_EQ(0, statusOf([&] {
+                  const struct rlimit limit = {100, 100};
+                  setrlimit(RLIMIT_FSIZE, &limit);
+                  const std::string line(60, 'x');
+                  for (const unsigned length : {60U, 60U, 40U, 1U}) // the 2nd and 4th do not fit
+                      psAppendLocked(path.c_str(), line.data(), length);
+                  psAppendLocked("/", line.data(), line.size());
+                  psAppendLocked("", line.data(), line.size());
+              }));
     EXPECT_EQ(readFile(path).size(), 100U) << "a whole line or none";
 }
 } // namespace

@@ -14,6 +14,8 @@
 #include <unistd.h>
 
 #include "common/thrd/psmutex.h"
+#include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 
 namespace
 {
@@ -53,11 +55,10 @@ public:
     SignalWatch()
     {
         caught = 0;
-        if (::pipe(wakeUp) != 0) {
+        if (!psPipe(wakeUp)) {
             return;
         }
         for (const int end : wakeUp) {
-            ::fcntl(end, F_SETFD, FD_CLOEXEC);
             ::fcntl(end, F_SETFL, O_NONBLOCK);
         }
         struct sigaction note {
@@ -116,7 +117,8 @@ private:
 class Terminal
 {
 public:
-    explicit Terminal(bool secret) : descriptor_(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY))
+    explicit Terminal(bool secret)
+        : descriptor_(psFileAboveStandard(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)))
     {
         ready_ = descriptor_ >= 0 && ::tcgetattr(descriptor_, &before_) == 0;
         if (!ready_ || !secret) {
@@ -142,10 +144,7 @@ public:
 
     [[nodiscard]] bool ready() const { return ready_; }
     [[nodiscard]] int descriptor() const { return descriptor_; }
-    void say(const std::string &text) const
-    {
-        [[maybe_unused]] const ssize_t ignored = ::write(descriptor_, text.data(), text.size());
-    }
+    void say(const std::string &text) const { psWriteAll(descriptor_, text.data(), text.size()); }
 
 private:
     int descriptor_;

@@ -14,6 +14,7 @@
 
 #include "common/thrd/psmutex.h"
 #include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 
 namespace
 {
@@ -47,16 +48,6 @@ bool isErrorLog(const std::string &path)
     return path.substr(path.find_last_of('/') + 1) == "veloerror.log";
 }
 
-int lockWhole(int descriptor)
-{
-    while (::lockf(descriptor, F_LOCK, 0) != 0) {
-        if (errno != EINTR) {
-            return errno;
-        }
-    }
-    return 0;
-}
-
 bool isStill(const std::string &path, const struct stat &opened)
 {
     struct stat named {
@@ -87,26 +78,16 @@ int putAside(const std::string &path, const mtWrapLimits_t &limits)
     return ::rename(path.c_str(), aside(path, 1).c_str()) == 0 ? 0 : errno;
 }
 
-/// Under the lock nobody else appends, so what lies behind the old end is our own cut line.
-int writeWhole(int descriptor, off_t end, const std::string &line)
+int writeWhole(int descriptor, const std::string &line)
 {
-    if (psFileWithinLimit(end, line.size()) == 0) {
-        return EFBIG;
-    }
-    std::size_t done = 0;
-    while (done < line.size()) {
-        const ssize_t count = ::write(descriptor, line.data() + done, line.size() - done);
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count < 0) {
-            const int reason = errno;
-            [[maybe_unused]] const int ignored = ::ftruncate(descriptor, end);
-            return reason;
-        }
-        done += static_cast<std::size_t>(count);
-    }
-    return 0;
+    return psAppendWhole(descriptor, line.data(), line.size()) ? 0 : errno;
+}
+
+/// What another process holds for long is neither put aside nor waited for: the line goes behind
+/// its present end.
+int writeUnlocked(int descriptor, const std::string &line)
+{
+    return psWriteAll(descriptor, line.data(), line.size()) ? 0 : errno;
 }
 
 /// 0 when the line is written, kOnceMore when the file was put aside, by us or by another: the
@@ -117,8 +98,8 @@ int appendToPresent(const std::string &path, const mtWrapLimits_t &limits, const
     if (file.number() < 0) {
         return errno;
     }
-    if (const int rc = lockWhole(file.number()); rc != 0) {
-        return rc;
+    if (const int rc = psFileLock(file.number()); rc != 0) {
+        return rc == EAGAIN ? writeUnlocked(file.number(), line) : rc;
     }
     struct stat status {
     };
@@ -130,10 +111,10 @@ int appendToPresent(const std::string &path, const mtWrapLimits_t &limits, const
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
     if (!S_ISREG(status.st_mode) || size == 0 || size + line.size() <= limits.maximum) {
-        return writeWhole(file.number(), status.st_size, line);
+        return writeWhole(file.number(), line);
     }
     if (limits.kept == 0) {
-        return ::ftruncate(file.number(), 0) == 0 ? writeWhole(file.number(), 0, line) : errno;
+        return ::ftruncate(file.number(), 0) == 0 ? writeWhole(file.number(), line) : errno;
     }
     const int rc = putAside(path, limits);
     return rc == 0 ? kOnceMore : rc;

@@ -19,6 +19,8 @@
 #include "agents/common/dbaseapi.h"
 #include "agents/oracle/common/backup.h"
 #include "agents/oracle/common/callscope.h"
+#include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 
 extern char **environ;
 
@@ -57,13 +59,11 @@ bool sqlplusIsThere()
 // In the working directory, without following a link that somebody left there.
 bool writeScript()
 {
-    const int fd =
-        open(kScriptName, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0600);
+    const int fd = psFileOpenDescriptor(kScriptName, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
     if (fd < 0) {
         return false;
     }
-    const bool whole =
-        write(fd, kScript.data(), kScript.size()) == static_cast<ssize_t>(kScript.size());
+    const bool whole = psWriteAll(fd, kScript.data(), kScript.size());
     return close(fd) == 0 && whole;
 }
 
@@ -80,11 +80,9 @@ public:
     bool start(const char *command)
     {
         int ends[2];
-        if (pipe(ends) != 0) {
+        if (!psPipe(ends)) {
             return false;
         }
-        fcntl(ends[0], F_SETFD, FD_CLOEXEC);
-        fcntl(ends[1], F_SETFD, FD_CLOEXEC);
         out_ = ends[0];
         const bool started = spawn(command, ends[1]);
         close(ends[1]);

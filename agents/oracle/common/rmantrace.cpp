@@ -12,6 +12,7 @@
 #include "common/cu/cutime.h"
 #include "common/string/ststring.h"
 #include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 #include "common/ut/utmem.h"
 #include "common/ut/utnoargs.h"
 
@@ -226,6 +227,7 @@ std::FILE *RMANTrace::trOpenFile(const char *name)
 void RMANTrace::trCloseFile()
 {
     if (fp != nullptr) {
+        const psWriteGuard guard;
         std::fflush(fp);
         std::fclose(fp);
         fp = nullptr;
@@ -239,6 +241,7 @@ void RMANTrace::appendToFile(const char *text, std::size_t length)
     }
     fp = trOpenFile(fileName);
     if (fp != nullptr) {
+        const psWriteGuard guard;
         std::fwrite(text, 1, length, fp);
     }
     trCloseFile();
@@ -258,6 +261,7 @@ void RMANTrace::trPrintFileHdr()
         return;
     }
     if (fp != nullptr) {
+        const psWriteGuard guard;
         std::setvbuf(fp, nullptr, _IONBF, 0);
         char banner[512];
         const int length =

@@ -1,7 +1,7 @@
 // sbtend: the last call of a channel; and the version of the library.
-#include <cstdio>
 #include <string_view>
 
+#include "agents/oracle/common/backup.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/sbtinfo2.h"
 #include "agents/oracle/common/veloinit.h"
@@ -19,10 +19,7 @@ int sbtend(void *context, unsigned long /*flags*/)
             ctx->state = ORC_STATE_IDLE;
         }
         veloFreeInfo(ctx, scope.name(), InfoFreed::AtTheEnd);
-        if (ctx->testDataFile != nullptr) {
-            std::fclose(ctx->testDataFile);
-            ctx->testDataFile = nullptr;
-        }
+        veloCloseTestData(ctx);
         utFree(ctx->veloBuffP);
         ctx->veloBuffP = nullptr;
         ctx->hoxHandle = 0;

@@ -9,6 +9,7 @@
 #include "agents/oracle/common/velotrace.h"
 #include "common/string/ststring.h"
 #include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 
 void veloOpenTestData(orcObj_t *ctx, const char *pieceName, const char *suffix)
 {
@@ -26,11 +27,17 @@ void veloOpenTestData(orcObj_t *ctx, const char *pieceName, const char *suffix)
         int flags = 0;
         ctx->testDataFile = psFileOpen(path, "w", &encoding, &flags);
     }
+    if (ctx->testDataFile != nullptr) {
+        // Nothing may wait in memory: a forked child of the host that ends this context would write
+        // it a second time.
+        std::setvbuf(ctx->testDataFile, nullptr, _IONBF, 0);
+    }
 }
 
 void veloWriteTestData(orcObj_t *ctx, const void *data, std::size_t size)
 {
     if (ctx->testDataFile != nullptr) {
+        const psWriteGuard guard;
         std::fwrite(data, 1, size, ctx->testDataFile);
     }
 }

@@ -10,6 +10,7 @@
 #include "agents/oracle/common/errorlog.h"
 #include "agents/oracle/common/velosession.h"
 #include "common/string/ststring.h"
+#include "common/unx/psfile.h"
 
 std::uint16_t veloCheck_API_Level()
 {
@@ -42,20 +43,22 @@ public:
     /// 0 or an errno value.
     int create()
     {
-        const int fd = mkstemp(path_);
-        if (fd < 0) {
-            return errno;
-        }
-        close(fd);
-        return 0;
+        descriptor_ = psFileTemporary(path_);
+        return descriptor_ < 0 ? errno : 0;
     }
     // The set-user-ID bit is what the client's trusted-program check has always been given.
-    int setMode() { return chmod(path_, S_ISUID | S_IRWXU) == 0 ? 0 : errno; }
+    int setMode()
+    {
+        const int failed = fchmod(descriptor_, S_ISUID | S_IRWXU) == 0 ? 0 : errno;
+        close(descriptor_);
+        return failed;
+    }
     void remove() { unlink(path_); }
     [[nodiscard]] char *path() { return path_; }
 
 private:
     char path_[sizeof "/tmp/VELO.XXXXXX"] = "/tmp/VELO.XXXXXX";
+    int descriptor_ = -1; // from create to setMode
 };
 
 void fillEnvironment(const orcObj_t *ctx, char **argv, envSetUp &env)

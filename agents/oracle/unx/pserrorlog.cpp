@@ -8,6 +8,7 @@
 #include "agents/oracle/common/velosession.h"
 #include "agents/oracle/unx/psvelo.h"
 #include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 #include "common/ut/utnoargs.h"
 #include "keel_paths.h"
 
@@ -27,9 +28,9 @@ constexpr const char *kInstallLog = KEEL_CLIENT_ROOT "/oracle/bin64/veloerror.lo
 // One write on an append-only descriptor keeps the line whole without a lock.
 void appendOnce(const char *path, const std::string &line)
 {
-    const int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOCTTY, 0666);
+    const int fd = psFileOpenDescriptor(path, O_WRONLY | O_APPEND | O_CREAT, 0666);
     if (fd >= 0) {
-        [[maybe_unused]] const ssize_t written = write(fd, line.data(), line.size());
+        psWriteAll(fd, line.data(), line.size());
         close(fd);
     }
 }
