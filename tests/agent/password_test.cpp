@@ -4,6 +4,9 @@
 #include "tests/agent/agent_fixture.h"
 
 #include <dlfcn.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -93,16 +96,61 @@ TEST_F(PasswordFileTest, TakesOfADamagedFileWhatThereIs)
         keel::test::writeFile(file, row.content);
         EXPECT_EQ(row.password, loggedOnWith()) << row.content.substr(0, 60);
     }
-    keel::test::writeFile("elsewhere", whole);
+    // Of one that never ends, nothing: no record of it holds a character.
+    keel::test::writeFile(file, header);
+    fs::resize_file(file, std::uintmax_t{1} << 40);
+    EXPECT_EQ("", loggedOnWith());
     fs::remove(file);
+    keel::test::writeFile("elsewhere", whole);
+    fs::permissions("elsewhere", fs::perms(0600));
     fs::create_symlink(path("elsewhere"), file);
     EXPECT_EQ("8letters", loggedOnWith());
+    EXPECT_EQ(fs::perms(0600), fs::status("elsewhere").permissions()) << "of another's file";
     fs::remove(file);
     fs::create_directory(file);
     EXPECT_EQ("sbtremove2 7501 RBQ2519E", loggedOnWith());
     EXPECT_EQ(65535, update("new")) << "the file cannot be made";
+    EXPECT_EQ(2U, std::distance(fs::directory_iterator("pw"), {}) + 1U) << "nothing is left beside";
     openChannelFor("no/such");
     EXPECT_EQ(167, update("new"));
     openChannelFor("velo.opt/");
     EXPECT_EQ(2521, update("new"));
+}
+
+TEST_F(PasswordFileTest, KeepsTheOldFileUnlessTheNewOneIsWholeAndReadsBack)
+{
+    openChannelFor("pw");
+    ASSERT_EQ(0, update("old"));
+    const std::string file = "pw/VELO.mynode", old = contents(file);
+    const auto unchanged = [&] {
+        return contents(file) == old && std::distance(fs::directory_iterator("pw"), {}) == 1;
+    };
+    EXPECT_EQ(2520, update(std::string(65, 'x')));
+    EXPECT_TRUE(unchanged());
+    const pid_t child = fork();
+    if (child == 0) {
+        const rlimit limit{45, 45}; // ends within the first record
+        setrlimit(RLIMIT_FSIZE, &limit);
+        _exit(update("new") == 65535 ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(0, status);
+    EXPECT_TRUE(unchanged());
+    client.keysDiffer = true; // a key that nobody can derive a second time
+    EXPECT_EQ(2519, update("new"));
+    EXPECT_TRUE(unchanged());
+    client.keysDiffer = false;
+    fs::rename(file, "elsewhere");
+    fs::create_symlink(path("elsewhere"), file);
+    EXPECT_EQ(0, update("new"));
+    EXPECT_TRUE(fs::is_symlink(file)) << "a file behind a link stays behind it";
+    EXPECT_EQ("new", loggedOnWith());
+
+    // Without a storage client there is no key; what lies on the stack is none.
+    endChannel();
+    fs::remove(file);
+    ctx = memory.data();
+    EXPECT_EQ(104, update("new"));
+    EXPECT_FALSE(fs::exists(file));
 }

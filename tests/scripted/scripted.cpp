@@ -156,7 +156,7 @@ SCRIPTED_EXPORT int16_t hoxRCMsgEx(hoxHandle_t, const hoxRCMsgExIn_t *input,
 
 SCRIPTED_EXPORT void hoxCreateDesKeyEx(uint32_t *key, const char *)
 {
-    key[0] = 0x01234567;
+    key[0] = theClient.keysDiffer ? ++theClient.nextObject : 0x01234567;
     key[1] = 0x89abcdef;
 }
 

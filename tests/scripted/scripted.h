@@ -55,6 +55,7 @@ public:
 
     // What the client says of itself and of the server.
     hoxApiVersionEx level{HOX_API_VERSION_EX_VERSION, 7, 1, 3, 0};
+    bool keysDiffer = false; // each key that is derived is another
     std::uint8_t passwordAccess = HOX_PASSWORDACCESS_GENERATE;
     std::string boundClass = "STANDARD";
     hoxEndSendObjExOut_t totals{};

@@ -7,12 +7,17 @@
 //
 // The file is readable by all; what protects the password is the key, which the storage client
 // derives and which lives here no longer than one call.
+//
+// A new file is written beside the old one and takes its name only after it was read back with a
+// key that was derived again: whatever fails, the node keeps the password that it can log on with.
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
-#include <dirent.h>
 #include <fcntl.h>
+#include <memory>
+#include <new>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +29,7 @@
 #include "agents/oracle/unx/psvelo.h"
 #include "common/string/ststring.h"
 #include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 
 namespace
 {
@@ -34,27 +40,47 @@ static_assert(kHeader.size() == 39, "the layout of the file");
 constexpr mode_t kFileMode = S_IRUSR | S_IWUSR | S_IRGRP | S_IROTH;
 constexpr std::size_t kBlock = HOX_DES_BLOCK;
 
-// A stream without a buffer of its own: nothing of the file outlives the reading.
-std::FILE *openForReading(const char *path)
-{
-    int encoding = 0;
-    int flags = 0;
-    std::FILE *file = psFileOpen(path, "r", &encoding, &flags);
-    if (file != nullptr) {
-        std::setvbuf(file, nullptr, _IONBF, 0);
+constexpr std::size_t kRecord = 1 + kBlock;
+// More than any password needs. Without a bound a sparse file would be read for days.
+constexpr std::size_t kMostRecords = 36;
+
+// The beginning of the file, as far as it can matter.
+struct FileText {
+    unsigned char bytes[kHeader.size() + kMostRecords * kRecord];
+    std::size_t size = 0;
+
+    bool read(int fd)
+    {
+        while (size < sizeof bytes) {
+            const ssize_t got = ::read(fd, bytes + size, sizeof bytes - size);
+            if (got < 0 && errno == EINTR) {
+                continue;
+            }
+            if (got <= 0) {
+                return got == 0;
+            }
+            size += static_cast<std::size_t>(got);
+        }
+        return true;
     }
-    return file;
-}
+    // The header is read as a line: it may be a shorter one.
+    [[nodiscard]] std::size_t headerSize() const
+    {
+        const std::size_t most = std::min(size, kHeader.size());
+        const auto *end = static_cast<const unsigned char *>(std::memchr(bytes, '\n', most));
+        return end == nullptr ? most : static_cast<std::size_t>(end - bytes) + 1;
+    }
+};
 
 // The records, clamped to what one block and the whole password may hold; a short record ends the
 // reading.
-void readRecords(std::FILE *file, char *password, const std::uint32_t *key)
+void readRecords(const FileText &text, char *password, const std::uint32_t *key)
 {
     std::size_t used = 0;
-    unsigned char record[1 + kBlock];
     unsigned char clear[kBlock];
     const SecretGuard wipe(clear, sizeof clear);
-    while (std::fread(record, 1, sizeof record, file) == sizeof record) {
+    for (std::size_t at = text.headerSize(); at + kRecord <= text.size; at += kRecord) {
+        const unsigned char *record = text.bytes + at;
         ORC_TRACE(2, " %s: Calling HOXDECRYPTEX()\n", "psveloReadPswdFromFile()");
         hoxApi().dhoxDecryptEx(HoxApiStatusObjP, key, record + 1, clear);
         const int digit = std::clamp(record[0] - '0', 0, static_cast<int>(kBlock));
@@ -62,6 +88,9 @@ void readRecords(std::FILE *file, char *password, const std::uint32_t *key)
             std::min(static_cast<std::size_t>(digit), HOX_MAX_PASSWORD - used);
         std::memcpy(password + used, clear, count);
         used += count;
+        if (used == HOX_MAX_PASSWORD) {
+            break;
+        }
     }
     password[used] = '\0';
 }
@@ -74,8 +103,8 @@ std::uint16_t prepareDirectory(const char *directory)
     for (std::size_t n = std::strlen(trimmed); n > 0 && trimmed[n - 1] == '/'; --n) {
         trimmed[n - 1] = '\0';
     }
-    if (DIR *opened = opendir(trimmed)) {
-        closedir(opened);
+    if (const int opened = psFileOpenDirectory(trimmed); opened >= 0) {
+        close(opened);
         return ORC_RC_OK;
     }
     if (errno != ENOENT) {
@@ -84,12 +113,7 @@ std::uint16_t prepareDirectory(const char *directory)
     return mkdir(trimmed, S_IRWXU) == 0 ? ORC_RC_OK : ORC_RC_NO_DIRECTORY;
 }
 
-bool writeAll(int fd, const void *data, std::size_t size)
-{
-    return write(fd, data, size) == static_cast<ssize_t>(size);
-}
-
-void writeRecords(int fd, const char *password, const std::uint32_t *key)
+bool writeRecords(int fd, const char *password, const std::uint32_t *key)
 {
     std::size_t left = std::strlen(password);
     while (left > 0) {
@@ -97,16 +121,85 @@ void writeRecords(int fd, const char *password, const std::uint32_t *key)
         unsigned char clear[kBlock] = {};
         const SecretGuard wipe(clear, sizeof clear);
         std::memcpy(clear, password, count);
-        unsigned char record[1 + kBlock];
+        unsigned char record[kRecord];
         record[0] = static_cast<unsigned char>('0' + count);
         hoxApi().dhoxEncryptEx(HoxApiStatusObjP, key, clear, record + 1);
-        if (!writeAll(fd, record, sizeof record)) {
-            return; // the file is left short; whoever reads it gets what is there
+        if (!psWriteAll(fd, record, sizeof record)) {
+            return false;
         }
         password += count;
         left -= count;
     }
+    return true;
 }
+
+bool isTrustedLink(const struct stat &file)
+{
+    return S_ISLNK(file.st_mode) && (file.st_uid == 0 || file.st_uid == geteuid());
+}
+
+// The file that takes the place of the password file when it is whole. Until then the old one stays
+// as it is; without a replace the new one is removed.
+class NewFile
+{
+public:
+    ~NewFile()
+    {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+        if (!temporary_.empty()) {
+            unlink(temporary_.c_str());
+        }
+    }
+
+    // False when something that is no file has the name, or no file can be made there.
+    bool create(const char *path)
+    {
+        struct stat old {
+        };
+        target_ = path;
+        bool exists = lstat(path, &old) == 0;
+        if (exists && isTrustedLink(old)) {
+            // A file behind a link stays behind it.
+            const std::unique_ptr<char, void (*)(void *)> behind(realpath(path, nullptr),
+                                                                 std::free);
+            target_ = behind == nullptr ? "" : behind.get();
+            exists = lstat(target_.c_str(), &old) == 0;
+        }
+        if (target_.empty() || (exists && !S_ISREG(old.st_mode))) {
+            return false;
+        }
+        std::string name = target_ + ".XXXXXX";
+        fd_ = psFileTemporary(name.data());
+        if (fd_ < 0) {
+            return false;
+        }
+        temporary_ = name;
+        // What root writes stays the file of its user.
+        return (!exists || geteuid() != 0 || fchown(fd_, old.st_uid, old.st_gid) == 0) &&
+               fchmod(fd_, kFileMode) == 0;
+    }
+    bool write(const char *password, const std::uint32_t *key)
+    {
+        return psWriteAll(fd_, kHeader.data(), kHeader.size()) &&
+               writeRecords(fd_, password, key) && fsync(fd_) == 0;
+    }
+    bool replace()
+    {
+        if (rename(temporary_.c_str(), target_.c_str()) != 0) {
+            return false;
+        }
+        temporary_.clear();
+        return true;
+    }
+    [[nodiscard]] const char *path() const { return temporary_.c_str(); }
+
+private:
+    std::string target_;
+    std::string temporary_; // empty: there is none
+    int fd_ = -1;
+};
 
 } // namespace
 
@@ -140,24 +233,28 @@ std::uint16_t psveloReadPswdFromFile(const char *path, char *password, std::uint
 {
     TraceScope scope("psveloReadPswdFromFile()");
     password[0] = '\0';
+    // Somebody may have narrowed the mode. That of a file behind a link is left alone, and a
+    // process that may not change it may still be able to read.
     struct stat status {
     };
-    std::FILE *file = nullptr;
-    if (stat(path, &status) == 0 && S_ISREG(status.st_mode)) {
-        // Somebody may have narrowed the mode; whoever may not change it may still be able to read.
-        [[maybe_unused]] const int ignored = chmod(path, kFileMode);
-        file = openForReading(path);
+    if (lstat(path, &status) == 0 && S_ISREG(status.st_mode)) {
+        [[maybe_unused]] const int ignored =
+            fchmodat(AT_FDCWD, path, kFileMode, AT_SYMLINK_NOFOLLOW);
     }
-    if (file == nullptr) {
+    FileText text;
+    const int fd = psFileOpenDescriptor(path, O_RDONLY);
+    const bool regular = fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
+    if (regular && text.read(fd)) {
+        readRecords(text, password, key);
+    }
+    if (fd >= 0) {
+        close(fd);
+    }
+    if (!regular) {
         SCOPE_EXIT(scope, " %s: Exit - HOX_RC_NO_PASS_FILE\n rc: %d\n\n", scope.name(),
                    ORC_RC_NO_PASS_FILE);
         return ORC_RC_NO_PASS_FILE;
     }
-    char header[kHeader.size() + 1];
-    if (std::fgets(header, sizeof header, file) != nullptr) {
-        readRecords(file, password, key);
-    }
-    std::fclose(file);
     return ORC_RC_OK;
 }
 
@@ -180,24 +277,28 @@ std::uint16_t psveloReadPswd(char *password, orcObj_t *ctx)
 }
 
 std::uint16_t psveloWritePswdToFile(const char *directory, const char *path, const char *password,
-                                    std::uint32_t *key)
+                                    std::uint32_t *key, orcObj_t *ctx)
 {
     TraceScope scope("psveloWritePswdToFile()");
     if (const std::uint16_t rc = prepareDirectory(directory); rc != ORC_RC_OK) {
         SCOPE_EXIT(scope, " %s: Exit - directory '%s'. rc = %d\n\n", scope.name(), directory, rc);
         return rc;
     }
-    const int fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, kFileMode);
-    if (fd < 0) {
+    NewFile file;
+    if (!file.create(path) || !file.write(password, key)) {
         SCOPE_EXIT(scope, " %s: Exit - Open pswd file failed\n\n", scope.name());
         return ORC_RC_EXISTS_ALREADY;
     }
-    fchmod(fd, kFileMode);
-    if (writeAll(fd, kHeader.data(), kHeader.size())) {
-        writeRecords(fd, password, key);
+    SessionPassword back;
+    std::uint32_t again[2] = {};
+    const SecretGuard wipe(again, sizeof again);
+    psveloSetKey(again, ctx);
+    if (psveloReadPswdFromFile(file.path(), back.text, again) != ORC_RC_OK ||
+        std::strcmp(back.text, password) != 0) {
+        SCOPE_EXIT(scope, " %s: Exit - what was written cannot be read back\n\n", scope.name());
+        return ORC_RC_PSWD_UNREADABLE;
     }
-    close(fd);
-    return ORC_RC_OK;
+    return file.replace() ? ORC_RC_OK : ORC_RC_EXISTS_ALREADY;
 }
 
 extern "C" std::uint16_t psveloUpdatePswd(char *password, orcObj_t *ctx)
@@ -208,13 +309,26 @@ extern "C" std::uint16_t psveloUpdatePswd(char *password, orcObj_t *ctx)
         SCOPE_EXIT(scope, " %s: Exit - NULL argument\n\n", scope.name());
         return ORC_RC_NULL_CONTEXT;
     }
+    if (!hoxApi().IsLoaded()) {
+        // Without the client there is neither key nor cipher.
+        SCOPE_EXIT(scope, " %s: Exit - the storage client is not loaded\n\n", scope.name());
+        return DHOX_NOT_LOADED;
+    }
+    if (stLength(password, HOX_MAX_PASSWORD + 1) > HOX_MAX_PASSWORD) {
+        SCOPE_EXIT(scope, " %s: Exit - the password is too long\n\n", scope.name());
+        return ORC_RC_PSWD_TOO_LONG;
+    }
     char directory[ORC_OPTION_PATH_SIZE];
     char path[ORC_OPTION_PATH_SIZE];
     psveloGetFileName(directory, path, ctx);
     std::uint32_t key[2] = {};
     const SecretGuard wipe(key, sizeof key);
     psveloSetKey(key, ctx);
-    const std::uint16_t rc = psveloWritePswdToFile(directory, path, password, key);
+    std::uint16_t rc = ORC_RC_NO_MEMORY;
+    try {
+        rc = psveloWritePswdToFile(directory, path, password, key, ctx);
+    } catch (const std::bad_alloc &) {
+    }
     if (rc != ORC_RC_OK) {
         SCOPE_EXIT(scope, " %s: psveloWritePswdToFile() failed hoxHandle = %d, rc = %d\n\n",
                    scope.name(), static_cast<int>(ctx->hoxHandle), rc);

@@ -70,6 +70,8 @@ void psNonNlsErrorMsg(const char *text);
 // ---- password file (pspassword.cpp)
 
 constexpr std::uint16_t ORC_RC_NO_PASS_FILE = 168;
+constexpr std::uint16_t ORC_RC_PSWD_UNREADABLE = 2519; // the new file does not read back
+constexpr std::uint16_t ORC_RC_PSWD_TOO_LONG = 2520;
 
 /// directory and path hold ORC_OPTION_PATH_SIZE characters.
 void psveloGetFileName(char *directory, char *path, orcObj_t *ctx);
@@ -77,12 +79,19 @@ void psveloGetFileName(char *directory, char *path, orcObj_t *ctx);
 void psveloSetKey(std::uint32_t *key, orcObj_t *ctx);
 /// password holds HOX_MAX_PASSWORD + 1 characters. 0, or 168 with message 2519 reported.
 std::uint16_t psveloReadPswd(char *password, orcObj_t *ctx);
+/// The file operations. Reading takes the first 64 characters of the first 36 records; the mode of
+/// a regular file becomes 0644 before it is read. Writing replaces the file as a whole, behind a
+/// link of root's or our own, and only when what was written reads back with a key that is derived
+/// again for ctx; whatever else it returns, the old file is as it was. May throw std::bad_alloc.
 std::uint16_t psveloReadPswdFromFile(const char *path, char *password, std::uint32_t *key);
 std::uint16_t psveloWritePswdToFile(const char *directory, const char *path, const char *password,
-                                    std::uint32_t *key);
+                                    std::uint32_t *key, orcObj_t *ctx);
 extern "C" {
-/// Writes the password file of the context's node. 0, 167, 2521 or 65535;
-/// 2539 for a null argument. Another program gets ctx from sbtinit2.
+/// Writes the password file of the context's node. 0; 104: no storage client is loaded; 167: the
+/// directory cannot be made; 2519: what was written cannot be read back; 2520: more than 64
+/// characters; 2521: the directory cannot be used; 2522: no memory; 2539: a null argument; 65535:
+/// the file cannot be written. Nothing changes unless it is 0. Another program gets ctx from
+/// sbtinit2.
 SBT_EXPORT std::uint16_t psveloUpdatePswd(char *password, orcObj_t *ctx);
 }
 
