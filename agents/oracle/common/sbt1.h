@@ -84,8 +84,9 @@ private:
 /// context.
 std::uint16_t ohoxSess(Sbt1Call &call);
 
-/// Fills the context's object name, and looks for it: 0 with *found filled in, 2 when it is not
-/// there.
+/// Fills the context's object name, and looks for it: 0 with *found and the context's object
+/// identifier filled in, 2 when it is not there, 121 when the query came to its end without an
+/// object and without saying so. *found and the identifier are clear unless it is 0.
 std::uint16_t queryObj(Sbt1Call &call, const char *fileName, dhoxBackupObject_t *found);
 
 /// The storage pool of a management class, for the trace.

@@ -76,8 +76,9 @@ std::uint16_t queryObj(Sbt1Call &call, const char *fileName, dhoxBackupObject_t 
         }
         query.end();
     }
-    if (rc == HOX_RC_FINISHED) {
-        *found = query.answer();
+    *found = query.answer();
+    ctx->objId = {}; // nothing that an earlier query found may be taken for the answer to this one
+    if (query.answered() && (rc == HOX_RC_FINISHED || rc == HOX_RC_OK)) {
         ctx->objId = {cuHigh32(found->objId), cuLow32(found->objId)};
         return ORC_RC_OK;
     }
@@ -86,6 +87,7 @@ std::uint16_t queryObj(Sbt1Call &call, const char *fileName, dhoxBackupObject_t 
                    scope.name(), call.handle(), rc);
         return HOX_RC_NO_MATCH;
     }
+    rc = rc == HOX_RC_OK ? HOX_RC_FINISHED : rc;
     veloReportApiFailure(ctx, rc);
     SCOPE_EXIT(scope, " %s: Exit - hoxHandle = %d, rc = %d\n\n", scope.name(), call.handle(), rc);
     return static_cast<std::uint16_t>(rc);
@@ -159,9 +161,9 @@ std::uint16_t prepareSend(Sbt1Call &call, const char *fileName)
     orcObj_t *ctx = call.ctx();
     std::memset(ctx->objInfo, 0, sizeof ctx->objInfo);
     stCopy(ctx->objInfo, "stStream");
-    dhoxBackupObject_t existing;
+    dhoxBackupObject_t existing{};
     std::uint16_t rc = queryObj(call, fileName, &existing);
-    if (rc == ORC_RC_OK) {
+    if (rc == ORC_RC_OK || rc == HOX_RC_FINISHED) { // it would be one without a description
         const hoxObjName &name = ctx->hoxName;
         veloReportMessage(ctx, OrcMessage(2503, name.fsName, name.hlName, name.llName));
         SCOPE_EXIT(scope, " %s: Exit - Object '%s' Exists\n\n", scope.name(), fileName);
@@ -178,7 +180,7 @@ std::uint16_t prepareSend(Sbt1Call &call, const char *fileName)
 std::uint16_t prepareGet(Sbt1Call &call, const char *fileName)
 {
     TraceScope scope("prepareGet()");
-    dhoxBackupObject_t found;
+    dhoxBackupObject_t found{};
     const std::uint16_t rc = queryObj(call, fileName, &found);
     if (rc == HOX_RC_NO_MATCH) {
         veloLogApiText(call.ctx()->hoxHandle, HOX_RC_NO_MATCH);

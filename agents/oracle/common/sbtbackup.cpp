@@ -53,6 +53,9 @@ bool acceptable(orcObj_t *ctx, const BackupRequest &request, EntryScope &scope)
 
 void traceObjectItem(const char *name, int index, const sbtPair &item)
 {
+    if (!trTest(TR_ORCLEVEL2)) {
+        return; // nobody else wants the values, and some databases hand out no pointer
+    }
     switch (item.code) {
     case SBTOBJECT_DBNAME:
         ORC_TRACE(2, "%s: sbtobject array [%d]: type DBNAME, value %s.\n", name, index,

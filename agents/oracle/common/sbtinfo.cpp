@@ -42,7 +42,7 @@ const sbtFileInfo *sbtinfo(bserc *error, char *fileName)
         call.fail(SBT1_FILE_NAME, 2501, OrcMessage(2501, call.name()));
         return nullptr;
     }
-    dhoxBackupObject_t object;
+    dhoxBackupObject_t object{};
     std::uint16_t rc = ohoxSess(call);
     if (rc == ORC_RC_OK && (rc = queryObj(call, fileName, &object)) == ORC_RC_OK) {
         rc = queryMC(call, fileName, object.mcName);

@@ -54,7 +54,7 @@ int sbtremove(bserc *error, char *fileName)
                    static_cast<int>(SBT1_FILE_NAME), 2501);
         return call.fail(SBT1_FILE_NAME, 2501, OrcMessage(2501, call.name()));
     }
-    dhoxBackupObject_t object;
+    dhoxBackupObject_t object{};
     std::uint16_t rc = ohoxSess(call);
     if (rc == ORC_RC_OK && (rc = queryObj(call, fileName, &object)) == ORC_RC_OK) {
         rc = deleteFound(call, fileName);

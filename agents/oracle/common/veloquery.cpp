@@ -26,7 +26,9 @@ std::int16_t BackupQuery::next()
     block.stVersion = HOX_DATABLK_VERSION;
     block.bufferLen = sizeof response_;
     block.bufferPtr = reinterpret_cast<char *>(&response_);
-    return hoxApi().dhoxGetNextQObj(HoxApiStatusObjP, handle_, &block, &answer_);
+    const std::int16_t rc = hoxApi().dhoxGetNextQObj(HoxApiStatusObjP, handle_, &block, &answer_);
+    answered_ = answered_ || rc == HOX_RC_MORE_DATA || (rc == HOX_RC_OK && block.numBytes != 0);
+    return rc;
 }
 
 std::int16_t BackupQuery::end()

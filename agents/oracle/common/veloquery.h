@@ -30,6 +30,8 @@ public:
     std::int16_t end();
 
     [[nodiscard]] const dhoxBackupObject_t &answer() const { return answer_; }
+    /// True when an object came, whatever the code that ended the query.
+    [[nodiscard]] bool answered() const { return answered_; }
     void clearAnswer() { answer_ = dhoxBackupObject_t{}; }
 
 private:
@@ -37,6 +39,7 @@ private:
     qryBackupData request_{};
     qryRespBackupData response_{};
     dhoxBackupObject_t answer_{};
+    bool answered_ = false;
 };
 
 #endif
