@@ -10,9 +10,17 @@
 //
 // The data start behind the first empty line. Lines go up to the maximum and then from the data
 // start again; "END OF DATA" follows the newest line, and the oldest one that is left comes after.
+//
+// What must stay true:
+// 1. A file that is not empty and does not begin with the tag is none of ours and is never changed.
+// 2. A file of ours is begun anew only when its header is bad, because other channels may be
+//    writing to it, or when the segment before it is full.
+// 3. How far a file may grow is what its header says. Every process obeys it, whatever its own
+//    maximum, and only the maximum of a single file is ever raised.
 #include "common/ut/tracewrap.h"
 
 #include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 #include "common/ut/tracebuild.h"
 
 #include <algorithm>
@@ -34,6 +42,8 @@ constexpr std::size_t positionWidth = 12;
 constexpr off_t maximumAt = 24;
 constexpr std::size_t maximumWidth = 10;
 constexpr std::string_view tag = "ARCA Trace  ";
+constexpr std::string_view tagText = "ARCA Trace";
+constexpr std::uint64_t largestSingleFile = 1000; // megabytes; larger ones are kept in segments
 constexpr std::string_view continued = "\nContinued at beginning of file\n\n";
 constexpr std::string_view continuedInSegment = "\nContinued at beginning of segment ";
 constexpr std::size_t longestContinued = continuedInSegment.size() + 12;
@@ -77,16 +87,22 @@ bool readHeader(int descriptor, Header &header) noexcept
            header.position <= static_cast<std::uint64_t>(file.st_size);
 }
 
-// Waits for the whole file, or gives it up. Where the file system has no locks, lines of several
-// processes may cover each other; that is better than no trace.
-void lockFile(int descriptor, short type) noexcept
+// True for an empty file, and for one that was cut within its tag.
+bool isTrace(int descriptor) noexcept
 {
-    struct flock whole {
-    };
-    whole.l_type = type;
-    whole.l_whence = SEEK_SET;
-    while (fcntl(descriptor, F_SETLKW, &whole) != 0 && errno == EINTR) {
-    }
+    char bytes[tagText.size()];
+    const ssize_t length = pread(descriptor, bytes, sizeof bytes, 0);
+    return length >= 0 &&
+           tagText.starts_with(std::string_view(bytes, static_cast<std::size_t>(length)));
+}
+
+// False with EAGAIN while another process keeps the file for long. Where the file system has no
+// locks, lines of several processes may cover each other; that is better than no trace.
+bool lockFile(int descriptor) noexcept
+{
+    const int rc = psFileLock(descriptor);
+    errno = rc;
+    return rc != EAGAIN;
 }
 } // namespace
 
@@ -111,17 +127,12 @@ bool traceWrap_t::open(const char *name, const traceLimits_t &wanted) noexcept
     limits = wanted;
     if (!openSegment(1))
         return false;
-    lockFile(descriptor, F_WRLCK);
-    bool good = true;
-    if (mayReuse()) {
-        char field[maximumWidth + 1];
-        std::snprintf(field, sizeof field, "%-10u", limits.maximum);
-        good = put(field, maximumWidth, maximumAt);
-    } else {
-        good = beginAnew(0);
-    }
+    off_t dataStart = 0;
+    off_t position = 0;
+    const bool good =
+        lockFile(descriptor) && locate(dataStart, position) && raiseTo(wanted.maximum);
     const int reason = errno;
-    lockFile(descriptor, F_UNLCK);
+    psFileUnlock(descriptor);
     if (!good)
         close();
     errno = reason;
@@ -146,18 +157,45 @@ bool traceWrap_t::openSegment(unsigned number) noexcept
     const int opened = psFileOpenDescriptor(path, O_RDWR | O_CREAT);
     if (opened < 0)
         return false;
+    if (!isTrace(opened)) {
+        ::close(opened);
+        errno = EINVAL;
+        return false;
+    }
     close();
     descriptor = opened;
     segment = number;
     return true;
 }
 
-bool traceWrap_t::mayReuse() noexcept
+// Takes over the maximum that the header records. False for one that no process can have written.
+bool traceWrap_t::adopt(std::uint64_t maximum, off_t size) noexcept
 {
-    Header header{};
-    return limits.segments() == 1 && readHeader(descriptor, header) &&
-           static_cast<std::uint64_t>(header.size) <= limits.bytes(1) &&
-           header.maximum <= limits.maximum;
+    traceLimits_t recorded = limits;
+    recorded.maximum = static_cast<unsigned>(maximum);
+    const bool possible =
+        limits.segments() == 1
+            ? maximum != 0 && maximum <= std::max<std::uint64_t>(limits.maximum, largestSingleFile)
+            : maximum == 0 || (maximum > limits.segmentSize && maximum <= UINT32_MAX);
+    if (possible && limits.segments() == 1 && recorded.segmentSize != 0)
+        recorded.segmentSize = recorded.maximum;
+    if (!possible || static_cast<std::uint64_t>(size) > recorded.bytes(segment))
+        return false;
+    limits = recorded;
+    return true;
+}
+
+// Other channels read the header before each line and follow.
+bool traceWrap_t::raiseTo(unsigned maximum) noexcept
+{
+    if (limits.segments() > 1 || maximum <= limits.maximum)
+        return true;
+    char field[maximumWidth + 1];
+    std::snprintf(field, sizeof field, "%-10u", maximum);
+    limits.maximum = maximum;
+    if (limits.segmentSize != 0)
+        limits.segmentSize = maximum;
+    return put(field, maximumWidth, maximumAt);
 }
 
 bool traceWrap_t::put(const char *text, std::size_t length, off_t at) noexcept
@@ -166,17 +204,7 @@ bool traceWrap_t::put(const char *text, std::size_t length, off_t at) noexcept
         errno = EFBIG;
         return false;
     }
-    while (length > 0) {
-        const ssize_t written = pwrite(descriptor, text, length, at);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return false;
-        text += written;
-        length -= static_cast<std::size_t>(written);
-        at += written;
-    }
-    return true;
+    return psWriteAllAt(descriptor, text, length, at);
 }
 
 bool traceWrap_t::record(off_t position) noexcept
@@ -205,7 +233,10 @@ bool traceWrap_t::beginAnew(unsigned continuedFrom) noexcept
 bool traceWrap_t::locate(off_t &dataStart, off_t &position) noexcept
 {
     Header header{};
-    if (!readHeader(descriptor, header) && (!beginAnew(0) || !readHeader(descriptor, header)))
+    const auto usable = [&] {
+        return readHeader(descriptor, header) && adopt(header.maximum, header.size);
+    };
+    if (!usable() && (!isTrace(descriptor) || !beginAnew(0) || !usable()))
         return false;
     dataStart = header.dataStart;
     position = static_cast<off_t>(header.position);
@@ -224,16 +255,14 @@ bool traceWrap_t::findCurrentSegment(off_t &dataStart, off_t &position) noexcept
 {
     const unsigned segments = limits.segments();
     for (unsigned tried = 0; tried < segments; ++tried) {
-        lockFile(descriptor, F_WRLCK);
-        if (!locate(dataStart, position))
+        if (!lockFile(descriptor) || !locate(dataStart, position))
             return false;
         if (segments == 1 || !isLeft(position))
             return true;
         if (!openSegment(segment == segments ? 1 : segment + 1))
             return false;
     }
-    lockFile(descriptor, F_WRLCK);
-    return locate(dataStart, position);
+    return lockFile(descriptor) && locate(dataStart, position);
 }
 
 // Leaves the segment that is full for the next one, which is begun anew. The full one stays locked
@@ -252,9 +281,8 @@ bool traceWrap_t::advance(off_t position, off_t &newPosition) noexcept
     descriptor = -1;
     bool good = openSegment(next);
     if (good) {
-        lockFile(descriptor, F_WRLCK);
         off_t dataStart = 0;
-        good = beginAnew(full) && locate(dataStart, newPosition);
+        good = lockFile(descriptor) && beginAnew(full) && locate(dataStart, newPosition);
     }
     ::close(left);
     return good;
@@ -291,6 +319,6 @@ bool traceWrap_t::write(const char *line, std::size_t length) noexcept
 {
     const bool good = writeLocked(line, length);
     if (descriptor >= 0)
-        lockFile(descriptor, F_UNLCK);
+        psFileUnlock(descriptor);
     return good;
 }

@@ -31,8 +31,11 @@ class traceWrap_t
 public:
     constexpr traceWrap_t() noexcept = default;
 
-    /// Goes on in an existing trace file where it ended, or begins it anew. False with errno set
-    /// when the file cannot be opened. name must stay valid until close.
+    /// Goes on in an existing trace file where it ended, or begins it anew when it is empty or its
+    /// header is bad. A larger maximum of the file holds for this process too; a smaller one is
+    /// raised, unless the trace is kept in segments. False with errno set, and nothing is open,
+    /// when the file cannot be opened, when another process keeps its lock, and when it is not
+    /// empty and no trace of ours, which stays as it is. name must stay valid until close.
     bool open(const char *name, const traceLimits_t &limits) noexcept;
     bool isOpen() const noexcept { return descriptor >= 0; }
 
@@ -44,7 +47,8 @@ private:
     bool openSegment(unsigned number) noexcept;
     bool locate(off_t &dataStart, off_t &position) noexcept;
     bool beginAnew(unsigned continuedFrom) noexcept;
-    bool mayReuse() noexcept;
+    bool adopt(std::uint64_t maximum, off_t size) noexcept;
+    bool raiseTo(unsigned maximum) noexcept;
     bool isLeft(off_t position) noexcept;
     bool findCurrentSegment(off_t &dataStart, off_t &position) noexcept;
     bool makeRoom(off_t dataStart, off_t &position) noexcept;

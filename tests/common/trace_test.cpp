@@ -231,8 +231,51 @@ TEST_F(Trace, WrapsWithinItsMaximumAndGoesOnWhereItEnded)
     writeLines(next, next);
     EXPECT_EQ(countOf(content(), "END OF DATA"), 1U);
     EXPECT_GT(content().size(), megabyte - 200);
-    ASSERT_EQ(begin(1), 0U) << "a smaller maximum begins anew";
-    EXPECT_LT(content().size(), 300U);
+    ASSERT_EQ(begin(1), 0U) << "a smaller maximum";
+    EXPECT_EQ(content().substr(24, 11), "3          ") << "the file's own holds for all";
+    writeLines(next + 1, next + 25'000);
+    EXPECT_GT(content().size(), 2 * megabyte);
+    EXPECT_EQ(numbersIn(content()).back(), next + 25'000);
+}
+
+TEST_F(Trace, ChangesNoFileThatIsNotItsOwn)
+{
+    const std::string data = "ARCA Trade\n" + std::string(3 * megabyte, 'd');
+    for (const unsigned megabytes : {1U, 2000U}) {
+        SCOPED_TRACE(megabytes);
+        const char *suffix = megabytes == 1 ? "" : ".1";
+        writeFile(file() + suffix, data);
+        EXPECT_EQ(begin(megabytes), TR_RC_OPEN);
+        EXPECT_FALSE(trActive());
+        EXPECT_EQ(content(suffix), data);
+    }
+    // One that stands where the next segment is to be ends the trace.
+    writeFile(file() + ".1", "");
+    writeFile(file() + ".2", data);
+    ASSERT_EQ(begin(2, 1), 0U);
+    writeLines(1, 11'000);
+    EXPECT_FALSE(trActive());
+    EXPECT_EQ(content(".2"), data);
+    // And so does one that takes the place of a file in use.
+    writeFile(file(), "");
+    ASSERT_EQ(begin(1), 0U);
+    writeFile(file(), data);
+    writeLines(1, 1);
+    EXPECT_FALSE(trActive());
+    EXPECT_EQ(content(), data);
+}
+
+TEST_F(Trace, FollowsAMaximumThatAnotherProcessRaised)
+{
+    ASSERT_EQ(begin(1), 0U);
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(begin(2) == 0 ? 0 : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    ASSERT_EQ(status, 0);
+    writeLines(1, 15'000);
+    EXPECT_GT(content().size(), megabyte + 400'000);
 }
 
 TEST_F(Trace, NeverPassesItsMaximumWhateverRoomIsLeft)
@@ -273,7 +316,7 @@ TEST_F(Trace, SurvivesAnyDamageToAWrappingFile)
     };
     for (std::size_t length = 0; length < whole.size(); length += length < 40 ? 1 : 13)
         goesOn(whole.substr(0, length), length);
-    for (std::size_t at = 0; at < 40; ++at)
+    for (std::size_t at = 10; at < 40; ++at) // without its tag it would be none of ours
         for (const char byte : {'\0', '9', ' '}) {
             std::string damaged = whole;
             damaged[at] = byte;
@@ -349,6 +392,13 @@ TEST_F(Trace, IsKeptInSegments)
     EXPECT_EQ(numbersIn(content(".1")).back(), 53'000U);
     EXPECT_EQ(countOf(content(".1"), "END OF DATA"), 1U);
     EXPECT_EQ(content(), "") << "nothing under the bare name";
+    for (const unsigned megabytes : {5U, 9U}) { // another channel starts, also with more
+        ASSERT_EQ(begin(megabytes, 2), 0U);
+        EXPECT_EQ(numbersIn(content(".1")).back(), 53'000U) << "and takes nothing from the others";
+        EXPECT_EQ(content(".1").substr(24, 11), "5          ");
+    }
+    writeLines(53'001, 53'001);
+    EXPECT_EQ(numbersIn(content(".1")).back(), 53'001U);
 }
 
 TEST_F(Trace, FollowsAnotherProcessIntoTheNextSegment)
