@@ -2,6 +2,7 @@
 #include "client/store/pack_usage.h"
 
 #include "client/store/manifest_writer.h"
+#include "client/store/stored_manifests.h"
 
 #include <algorithm>
 
@@ -40,24 +41,15 @@ Result<void> addRuns(blob::BlobReader &blob, const SecretKey &key,
 Result<PackUse> usedBlocks(engine::Domain &domain,
                            const std::function<bool(const engine::PackId &)> &wanted)
 {
-    std::vector<std::string> names;
-    // In this order: a piece that becomes inactive is in its new place before it leaves the other.
-    for (const char *place : {"pieces/", "inactive/"})
-        ARCA_CHECK(
-            domain.blobs().list(place + domain.nodeKey() + "/", [&](const std::string &name) {
-                names.push_back(name);
-                return true;
-            }));
     PackUse use;
-    for (const std::string &name : names) {
-        auto blob = domain.blobs().open(name);
-        if (!blob && blob.error().kind == ErrorKind::notFound)
-            continue; // removed since the listing
-        ARCA_TRY(const auto opened, std::move(blob));
-        auto added = addRuns(*opened, domain.manifestKey(), wanted, use);
-        if (!added)
-            return inContext(std::move(added).error(), "the stored piece in " + name);
-    }
+    ARCA_CHECK(visitManifests(
+        domain.blobs(), domain.nodeKey(), [&](const StoredManifest &stored) -> Result<void> {
+            auto added = addRuns(stored.blob, domain.manifestKey(), wanted, use);
+            if (!added)
+                return inContext(std::move(added).error(),
+                                 "the stored piece in " + stored.blobName);
+            return {};
+        }));
     return use;
 }
 

@@ -9,6 +9,22 @@
 //              revision, and delete the one before
 //   6. unmark
 //
+// Why no block that a piece needs is taken away, whatever others do meanwhile:
+//
+//   1. A pack is deleted or rewritten only when it is marked, every claim from before the mark is
+//      gone, and a look that began after both found no manifest that needs what is taken.
+//   2. A manifest that was there when that look began is met by it: manifests move forward only,
+//   and
+//      the look visits the places in that order (stored_manifests.h).
+//   3. A manifest that appears later belongs to a writer that took its claim before it read the
+//      marks. If it took the claim before the mark, its claim had to be gone before the look began,
+//      and the claim goes only as the manifest appears (or never will): then 2 holds. If it took
+//      the claim after the mark, it read the mark, and the manifest refers to no marked pack.
+//   4. What brings a removed or renamed manifest back to an earlier place is such a writer, too:
+//      claim, marks, and only then the look whether the original is still there
+//      (PieceWriter::copyOf and its callers). A writer that cannot refer to the same blocks stores
+//      the stream again.
+//
 // On a full disk it works with what the store keeps back; a pack that cannot be rewritten even so
 // is left for the next run, which the failure of this one tells. Killed anywhere it does no harm,
 // and the next run goes on. One at a time for a node.

@@ -31,7 +31,8 @@ struct Section {
     bool divided; // into 256 directories, because there may be many
 };
 
-/// In the order of their prefixes, so that the last name that was checked says how far a round is.
+/// In the order of checking, so that the last name that was checked says how far a round is.
+/// Manifests come in the order in which they move (stored_manifests.h), so that a round meets each.
 std::vector<Section> sectionsOf(const std::string &nodeKey)
 {
     return {
@@ -41,13 +42,13 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
         {"filespaces/" + nodeKey + "/", Checked::record, false},
         {"grants/" + nodeKey + "/", Checked::record, false},
         {"groups/" + nodeKey + "/", Checked::record, false},
-        {"inactive/" + nodeKey + "/", Checked::piece, true},
         {"keys/", Checked::record, false},
         {"nodes/" + nodeKey + "/", Checked::record, false},
         {"objects/" + nodeKey + "/", Checked::record, false},
         {"packs/" + nodeKey + "/", Checked::pack, true},
-        {"pieces/" + nodeKey + "/", Checked::piece, true},
         {"reclaim/" + nodeKey + "/", Checked::record, false},
+        {"pieces/" + nodeKey + "/", Checked::piece, true},
+        {"inactive/" + nodeKey + "/", Checked::piece, true},
     };
 }
 
@@ -68,7 +69,7 @@ private:
     VerifyRound &round() { return request_.readData ? state_.data : state_.structure; }
     Result<std::uint64_t> count();
     Result<Went> checkSections();
-    Result<Went> checkUnder(const std::string &prefix, Checked what);
+    Result<Went> checkUnder(const Section &section, const std::string &directory);
     Result<Went> checkOne(const std::string &blobName, Checked what);
     Result<void> checkRecord(const std::string &blobName);
     Result<void> checkPack(const std::string &blobName);
@@ -133,12 +134,20 @@ Result<std::uint64_t> Verification::count()
 
 Result<Verification::Went> Verification::checkSections()
 {
-    for (const Section &section : sections_) {
+    // Where the round is. One that is in no section begins with the first.
+    const auto reached = std::find_if(sections_.begin(), sections_.end(), [&](const Section &one) {
+        return round().last.starts_with(one.prefix);
+    });
+    if (reached == sections_.end())
+        round().last.clear();
+    for (auto at = reached == sections_.end() ? sections_.begin() : reached; at != sections_.end();
+         ++at) {
+        const Section &section = *at;
         for (unsigned part = 0; part < (section.divided ? 256U : 1U); ++part) {
             const auto digits = static_cast<std::byte>(part);
             const std::string directory =
                 section.divided ? toHex(ByteView(&digits, 1)) + "/" : std::string();
-            ARCA_TRY(const Went went, checkUnder(section.prefix + directory, section.what));
+            ARCA_TRY(const Went went, checkUnder(section, directory));
             if (went == Went::out)
                 return went;
         }
@@ -146,17 +155,19 @@ Result<Verification::Went> Verification::checkSections()
     return Went::on;
 }
 
-Result<Verification::Went> Verification::checkUnder(const std::string &prefix, Checked what)
+Result<Verification::Went> Verification::checkUnder(const Section &section,
+                                                    const std::string &directory)
 {
     std::vector<std::string> names;
-    ARCA_CHECK(blobs_.list(prefix, [&](const std::string &name) {
-        if (name > round().last)
+    ARCA_CHECK(blobs_.list(section.prefix + directory, [&](const std::string &name) {
+        // Names of sections that come later are not compared.
+        if (!round().last.starts_with(section.prefix) || name > round().last)
             names.push_back(name);
         return true;
     }));
     std::sort(names.begin(), names.end());
     for (const std::string &name : names) {
-        ARCA_TRY(const Went went, checkOne(name, what));
+        ARCA_TRY(const Went went, checkOne(name, section.what));
         if (went == Went::out)
             return went;
     }

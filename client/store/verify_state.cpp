@@ -13,7 +13,7 @@ namespace arca::store
 namespace
 {
 
-constexpr std::string_view kFirstLine = "arca verify 1";
+constexpr std::string_view kFirstLine = "arca verify 2";
 constexpr std::size_t kMaxStateBytes = 4096;
 
 std::string pathIn(const std::string &directory, const std::string &nodeKey)

@@ -1,7 +1,7 @@
 // How far verifying has come, from one run to the next: a small text file in this host's cache
 // directory of the repository. It may be lost at any time, and then verifying begins anew.
 //
-//   arca verify 1
+//   arca verify 2
 //   structure <began> <proven> <hurt> <last name that was checked, or ->
 //   data      <began> <proven> <hurt> <last name that was checked, or ->
 //
@@ -17,7 +17,7 @@
 namespace arca::store
 {
 
-/// A round checks everything once, in the order of the names of the blobs, in one run or in
+/// A round checks everything once, in a fixed order of the blobs, in one run or in
 /// several.
 struct VerifyRound {
     std::int64_t began = 0;

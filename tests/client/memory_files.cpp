@@ -180,8 +180,33 @@ void MemoryFiles::arm(int n, bool stay, ErrorKind kind, Fault fault)
     fault_ = fault;
 }
 
+void MemoryFiles::runBefore(int n, std::function<void()> what, const std::string &unlocked)
+{
+    const auto one = hold();
+    untilBetween_ = n;
+    between_ = std::move(what);
+    unlocked_ = unlocked;
+}
+
+bool MemoryFiles::isLocked(const std::string &pathBeginning) const
+{
+    std::string name;
+    const auto parent = parentOf(pathBeginning, name);
+    return parent && std::ranges::any_of(parent->names, [&](const auto &entry) {
+               return entry.first.starts_with(name) && entry.second->locked;
+           });
+}
+
 Result<Course> MemoryFiles::operation(const std::string &what)
 {
+    std::function<void()> between;
+    {
+        const auto one = hold();
+        if (between_ && --untilBetween_ <= 0 && !isLocked(unlocked_))
+            between = std::exchange(between_, nullptr);
+    }
+    if (between)
+        between();
     {
         const auto one = hold();
         const bool last = countdown_ > 0 && --countdown_ == 0;

@@ -8,6 +8,7 @@
 #include "client/blob/file_layer.h"
 
 #include <condition_variable>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -43,6 +44,17 @@ public:
     void failAt(int n, ErrorKind kind, Fault fault = Fault::fails) { arm(n, false, kind, fault); }
     /// The n-th operation from now, and all after it, fail: the machine has stopped.
     void stopAt(int n) { arm(n, true, ErrorKind::io, Fault::fails); }
+    /// Before the n-th operation from now, `what` is done, in the thread that comes to it: another
+    /// process that does all its work between two steps of the first one. Later, when a lock whose
+    /// path begins with `unlocked` is held then: the other process would wait for it.
+    void runBefore(int n, std::function<void()> what,
+                   const std::string &unlocked = "/r/locks/remove");
+    /// Whether that operation has come.
+    bool hasRun() const
+    {
+        const auto one = hold();
+        return !between_;
+    }
     /// Whether the operation that was to fail has come.
     bool hasFailed() const
     {
@@ -110,10 +122,13 @@ private:
     void arm(int n, bool stay, ErrorKind kind, Fault fault);
     std::shared_ptr<Node> find(const std::string &path) const;
     std::shared_ptr<Node> parentOf(const std::string &path, std::string &name) const;
+    bool isLocked(const std::string &pathBeginning) const;
 
     mutable std::recursive_mutex mutex_; // guards all below, and every node
     std::shared_ptr<Node> root_ = std::make_shared<Node>();
-    int countdown_ = 0;
+    int countdown_ = 0, untilBetween_ = 0;
+    std::function<void()> between_;
+    std::string unlocked_;
     bool stay_ = false, failed_ = false;
     ErrorKind kind_ = ErrorKind::io;
     Fault fault_ = Fault::fails;

@@ -86,14 +86,19 @@ protected:
     void expectPiece(const std::string &piece, const std::string &stream)
     {
         const auto found = space_->find(store::ObjectName{"/fs", "/", "/" + piece, 1});
-        ASSERT_TRUE(found && *found) << piece;
-        const auto reader = space_->openPiece((*found)->id);
+        SCOPED_TRACE(piece);
+        ASSERT_TRUE(found && *found);
+        expectPiece((*found)->id, stream);
+    }
+    void expectPiece(store::PieceId id, const std::string &stream)
+    {
+        const auto reader = space_->openPiece(id);
         ASSERT_TRUE(reader) << reader.error().text;
         std::string got(stream.size() + 1, '\0');
         const auto length = (*reader)->read(std::as_writable_bytes(std::span(got)));
         ASSERT_TRUE(length) << length.error().text;
         got.resize(*length);
-        EXPECT_TRUE(got == stream) << piece;
+        EXPECT_TRUE(got == stream);
     }
     ReclaimTotals reclaim()
     {
@@ -198,6 +203,70 @@ TEST_F(ReclaimTest, WhoeverReadsARemovedPieceReadsItToItsEnd)
     EXPECT_TRUE(got == stream);
     reader->reset();
     EXPECT_EQ(reclaim().deadPacks, 2U);
+}
+
+/// Another process does one thing, whole, between two steps of reclaiming, and between every two.
+/// The only piece that needs the first pack is where reclaiming has not looked yet, or no longer.
+TEST_F(ReclaimTest, WhatMovesBetweenTwoOfItsStepsIsNotLost)
+{
+    const store::ObjectName few{"/fs", "/", "/few", 1}, moved{"/fs", "/", "/moved", 1};
+    const auto idOf = [&](store::NodeSpace &space, const store::ObjectName &name) {
+        const auto found = space.find(name);
+        return found && *found ? (*found)->id : store::PieceId{0};
+    };
+    using Move = std::function<bool(store::NodeSpace &)>;
+    const auto deactivate = [&](store::NodeSpace &space) {
+        const store::PieceId id = idOf(space, few);
+        return static_cast<bool>(space.commitTogether({{}, {}, std::span(&id, 1)}));
+    };
+    const auto commitSeveral = [&](store::NodeSpace &space) {
+        store::PieceDescription one, two;
+        one.name = moved;
+        two.name = {"/fs", "/", "/two", 1};
+        auto first = space.beginPiece(one), second = space.beginPiece(two);
+        if (!first || !second || !(*first)->append(viewOf(few_)) || !(*first)->finish() ||
+            !(*second)->append(viewOf(few_)) || !(*second)->finish())
+            return false;
+        const store::PieceId old = idOf(space, few);
+        const store::NodeSpace::Sent sent[] = {{first->get(), 1}, {second->get(), 1}};
+        return static_cast<bool>(space.commitTogether({sent, std::span(&old, 1), {}}));
+    };
+    const struct {
+        const char *what;
+        Move move;
+        bool keepsIdentifier;
+    } moves[] = {
+        {"made inactive", deactivate, true},
+        {"renamed", [&](auto &space) { return static_cast<bool>(space.rename(few, moved)); },
+         false},
+        {"stored anew under two names, and removed", commitSeveral, false},
+    };
+    for (const auto &[what, move, keepsIdentifier] : moves) {
+        for (int n = 1; !HasFailure(); ++n) {
+            SCOPED_TRACE(std::string(what) + " before operation " + std::to_string(n));
+            space_.reset();
+            files_.putBack(start_);
+            open();
+            store::PieceId id = idOf(*space_, few);
+            blob::DirectoryStore elsewhere("/r", files_);
+            auto other = store::NodeSpace::open(elsewhere, "node", SecretKey::from(key_).value());
+            bool went = false;
+            files_.runBefore(n, [&] { went = move(**other); });
+            reclaim();
+            const bool came = files_.hasRun();
+            files_.runBefore(0, nullptr);
+            EXPECT_EQ(went, came);
+            if (came && !keepsIdentifier)
+                id = idOf(*space_, moved);
+            for (int more = 0; more < 2; ++more) {
+                expectPiece(id, few_);
+                reclaim();
+            }
+            EXPECT_EQ(packs(), 1U);
+            if (!came)
+                break;
+        }
+    }
 }
 
 TEST_F(ReclaimTest, APieceThatCannotBeReadStopsItBeforeAnythingGoes)

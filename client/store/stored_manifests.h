@@ -1,0 +1,42 @@
+// Goes through every manifest that a node stores, whether it shows or not, and misses none that
+// others move meanwhile.
+//
+//   1. A manifest moves forward only: pieces/, inactive/, removed/. It is in its next place before
+//      it leaves the one before.
+//   2. The places are visited in that order, and each is listed and read to its end before the next
+//      one is listed.
+//   So a blob that is gone when it is opened lies in a later place, which is listed only now. Who
+//   lists all places first and opens the blobs afterwards loses it.
+//
+// What brings a manifest back to an earlier place (a rename, an undelete) writes a new one under a
+// new identifier. The visit may miss that one; reclaim.h says why reclaiming does not need it.
+#ifndef KEEL_CLIENT_STORE_STORED_MANIFESTS_H
+#define KEEL_CLIENT_STORE_STORED_MANIFESTS_H
+
+#include "client/blob/blob_store.h"
+
+#include <functional>
+#include <string>
+
+namespace arca::store
+{
+
+enum class ManifestPlace { active, inactive, removed };
+
+struct StoredManifest {
+    ManifestPlace place;
+    const std::string &blobName;
+    blob::BlobReader &blob;
+};
+
+/// The prefix of the blob names of a place, with a slash at its end.
+std::string placePrefix(ManifestPlace place, const std::string &nodeKey);
+
+/// Visits each stored manifest. One that moves forward meanwhile may be visited in both places. The
+/// first failure of `visit` ends it and is returned.
+Result<void> visitManifests(blob::BlobStore &blobs, const std::string &nodeKey,
+                            const std::function<Result<void>(const StoredManifest &)> &visit);
+
+} // namespace arca::store
+
+#endif
