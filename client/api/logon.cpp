@@ -139,6 +139,8 @@ Answer<hoxHandle_t> startSession(const Request &request)
     repository->blobs().keepReserve();
     if (objectsOf == node)
         space->settleChanges();
+    else
+        space->useAsGuest();
 
     auto session = std::make_shared<Session>(std::move(repository), std::move(space), options);
     session->node = node;

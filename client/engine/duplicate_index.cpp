@@ -30,8 +30,9 @@ std::vector<FrameSpan> framesOf(const PackIndex &index)
 
 } // namespace
 
-DuplicateIndex::DuplicateIndex(Domain &domain, std::set<PackId> unusable, const Settings &settings)
-    : domain_(domain), unusable_(std::move(unusable)), sealedOnly_(settings.cipher != Cipher::none),
+DuplicateIndex::DuplicateIndex(Domain &domain, AvoidedPacks avoided, const Settings &settings)
+    : domain_(domain), unusable_(std::move(avoided.marked)), damaged_(std::move(avoided.damaged)),
+      sealedOnly_(settings.cipher != Cipher::none),
       table_(settings.deduplication ? std::bit_floor(settings.memory / 8 * 3 / kEntryBytes) : 64)
 {
 }
@@ -103,18 +104,31 @@ bool DuplicateIndex::load(const PackId &pack)
         return false;
     auto opened = domain_.packs().open(pack);
     auto index = opened ? (*opened)->readIndex() : Result<PackIndex>(opened.error());
-    if (!index || (sealedOnly_ && (*opened)->cipher().cipher() == Cipher::none)) {
-        // Gone, hurt, or in the clear: nothing new must come to rely on it.
+    if (!index || damaged_.isWhole((*opened)->which()) ||
+        (sealedOnly_ && (*opened)->cipher().cipher() == Cipher::none)) {
+        // Missing, damaged, or in the clear: nothing new must come to rely on it.
         unusable_.insert(pack);
         return false;
     }
     ++counts_.packsLoaded;
     counts_.indexBytesRead += index->blocks.size() * 20;
-    const BlockTable::Slot slot = table_.addPack(pack, framesOf(*index));
-    for (std::uint32_t i = 0; i < index->blocks.size(); ++i)
-        if (!index->blocks[i].dropped && index->blocks[i].id != BlockId{})
-            table_.add(slot, index->blocks[i].id, i);
+    addBlocks((*opened)->which(), *index);
     return true;
+}
+
+/// A block of a damaged frame counts as not stored: the stream that brings it stores it again.
+void DuplicateIndex::addBlocks(const PackName &pack, const PackIndex &index)
+{
+    const BlockTable::Slot slot = table_.addPack(pack.id, framesOf(index));
+    std::uint32_t block = 0;
+    for (std::uint32_t number = 0; number < index.frames.size(); ++number) {
+        const std::uint32_t end = block + index.frames[number].blocks;
+        if (damaged_.hasFrame(pack, number))
+            block = end;
+        for (; block < end; ++block)
+            if (!index.blocks[block].dropped && index.blocks[block].id != BlockId{})
+                table_.add(slot, index.blocks[block].id, block);
+    }
 }
 
 void DuplicateIndex::addOwn(const BlockRef &place, const BlockId &block)

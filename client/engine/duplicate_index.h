@@ -6,6 +6,7 @@
 #define KEEL_CLIENT_ENGINE_DUPLICATE_INDEX_H
 
 #include "client/engine/block_table.h"
+#include "client/engine/damage.h"
 #include "client/engine/domain.h"
 
 #include <set>
@@ -38,9 +39,9 @@ struct LookupCounts {
 class DuplicateIndex
 {
 public:
-    /// `unusable`: packs that may be on their way out; nothing is found in them, nor in packs in
-    /// the clear when `settings` ask for a cipher.
-    DuplicateIndex(Domain &domain, std::set<PackId> unusable, const Settings &settings);
+    /// Nothing is found in the `avoided` packs and frames, nor in packs in the clear when
+    /// `settings` ask for a cipher.
+    DuplicateIndex(Domain &domain, AvoidedPacks avoided, const Settings &settings);
 
     std::optional<StoredBlock> find(const BlockId &block);
     /// Where the stream itself has stored it.
@@ -62,10 +63,12 @@ private:
     std::optional<StoredBlock> inTable(const BlockId &block);
     StoredBlock storedAt(const BlockTable::Place &place) const;
     bool load(const PackId &pack);
+    void addBlocks(const PackName &pack, const PackIndex &index);
     void prepareSuccessor(const BlockTable::Place &place);
 
     Domain &domain_;
     std::set<PackId> unusable_;
+    const DamagedParts damaged_;
     const bool sealedOnly_;
     std::set<PackId> own_;
     BlockTable table_;

@@ -177,6 +177,14 @@ Result<std::unique_ptr<OpenPack>> PackStore::open(const PackId &id) const
     return pack;
 }
 
+std::optional<std::uint32_t> PackStore::revisionToRead(const PackId &id) const
+{
+    const auto revisions = revisionsOf(id);
+    if (!revisions || revisions->empty())
+        return std::nullopt;
+    return revisions->contains(1) ? 1 : *revisions->rbegin();
+}
+
 std::optional<PackName> PackStore::nameFrom(std::string_view blobName) const
 {
     const std::string_view file = blobName.substr(blobName.rfind('/') + 1);

@@ -113,6 +113,10 @@ public:
     Result<std::unique_ptr<OpenPack>> open(const PackId &id) const;
     Result<std::unique_ptr<OpenPack>> open(const PackName &which) const;
 
+    /// The revision that open() by identifier leads to; nothing when there is none, or when that
+    /// cannot be told.
+    std::optional<std::uint32_t> revisionToRead(const PackId &id) const;
+
     /// Every revision of every pack, in no order; `visit` answers false to stop.
     Result<void> list(const std::function<bool(const PackName &)> &visit) const;
     std::string blobNameOf(const PackName &which) const;

@@ -87,9 +87,13 @@ Result<std::shared_ptr<PackLayout>> RestorePlan::open(const PackId &id)
     auto opened = packs_.open(id);
     if (!opened && opened.error().kind == ErrorKind::notFound)
         return damaged("the pack " + packs_.blobNameOf({id, 1}) + " is missing");
-    ARCA_TRY(auto pack, std::move(opened));
-    ARCA_TRY(PackIndex index, pack->readIndex());
-    return layOut(std::move(pack), std::move(index));
+    auto index = opened ? (*opened)->readIndex() : Result<PackIndex>(opened.error());
+    if (!index && index.error().kind == ErrorKind::damaged)
+        damage_ = DamagedPart{
+            id, opened ? (*opened)->which().revision : packs_.revisionToRead(id).value_or(1),
+            DamageKind::whole, 0};
+    ARCA_TRY(PackIndex known, std::move(index));
+    return layOut(std::move(opened).value(), std::move(known));
 }
 
 void RestorePlan::makeRoom()

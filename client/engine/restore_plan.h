@@ -3,7 +3,7 @@
 #ifndef KEEL_CLIENT_ENGINE_RESTORE_PLAN_H
 #define KEEL_CLIENT_ENGINE_RESTORE_PLAN_H
 
-#include "client/engine/pack_store.h"
+#include "client/engine/damage.h"
 #include "client/engine/run.h"
 
 #include <map>
@@ -47,6 +47,8 @@ public:
 
     /// Nothing after the last one. `damaged` when a run leads nowhere.
     Result<std::optional<Extent>> next();
+    /// The pack that next() could not open because it is damaged, if that is what failed.
+    std::optional<DamagedPart> damage() const { return damage_; }
 
 private:
     Result<std::shared_ptr<PackLayout>> layoutOf(const PackId &id);
@@ -59,6 +61,7 @@ private:
     std::map<PackId, std::shared_ptr<PackLayout>> layouts_;
     std::map<PackId, std::weak_ptr<PackLayout>> others_; // that somebody may still use
     std::uint64_t clock_ = 0;
+    std::optional<DamagedPart> damage_;
     Run run_; // what is left of the current one
     std::shared_ptr<PackLayout> current_;
 };

@@ -43,6 +43,7 @@ public:
 
     void start();
     Result<std::size_t> read(std::span<std::byte> into) override;
+    std::vector<DamagedPart> damage() override;
 
 private:
     using Lock = std::unique_lock<std::mutex>;
@@ -55,6 +56,7 @@ private:
     void expand();
     Result<void> fill(RestoreTask &task, FrameCoder &coder, Bytes &scratch);
     void put(const Part &part, ByteView bytes);
+    void failFrame(const RestoreTask &task, Error failure);
     void failForMemory();
     void wakeAll();
     bool isOver() const { return stopping_ || outcome_.failed(); }
@@ -84,6 +86,7 @@ private:
     RestoreQueue queue_;
     bool stopping_ = false;
     Outcome outcome_;
+    std::set<DamagedPart> damage_;
 
     std::vector<Thread> threads_;
 };
@@ -150,6 +153,8 @@ void ReadAhead::lookAhead()
         }
         if (auto done = planPortion(room); !done) {
             const std::lock_guard hold(mutex_);
+            if (const auto part = tasks_.damage())
+                damage_.insert(*part);
             outcome_.fail(std::move(done).error());
             return;
         }
@@ -229,13 +234,29 @@ void ReadAhead::expand()
             reads_.notify_one();
         const bool wasWorthIt = isWorthWaking();
         if (!done)
-            outcome_.fail(std::move(done).error());
+            failFrame(*task, std::move(done).error());
         else
             for (const Part &part : task->parts)
                 window_.filled(part.position, part.length);
         if (!done || (!wasWorthIt && isWorthWaking()))
             ready_.notify_one();
     }
+}
+
+/// The mutex is held.
+void ReadAhead::failFrame(const RestoreTask &task, Error failure)
+{
+    if (failure.kind == ErrorKind::damaged && task.frame.pack) {
+        const PackName &pack = task.frame.pack->pack->which();
+        damage_.insert({pack.id, pack.revision, DamageKind::frame, task.frame.number});
+    }
+    outcome_.fail(std::move(failure));
+}
+
+std::vector<DamagedPart> ReadAhead::damage()
+{
+    const std::lock_guard hold(mutex_);
+    return {damage_.begin(), damage_.end()};
 }
 
 /// Brings the bytes of a task to their places in the window.

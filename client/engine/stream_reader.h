@@ -5,7 +5,7 @@
 #ifndef KEEL_CLIENT_ENGINE_STREAM_READER_H
 #define KEEL_CLIENT_ENGINE_STREAM_READER_H
 
-#include "client/engine/pack_store.h"
+#include "client/engine/damage.h"
 #include "client/engine/run.h"
 
 #include <memory>
@@ -24,6 +24,10 @@ public:
     /// Fills `into`; less only at the end of the stream. `damaged`, `notFound` when a pack is
     /// missing: drop the reader.
     virtual Result<std::size_t> read(std::span<std::byte> into) = 0;
+
+    /// After read() returned `damaged`: the parts of packs that were found damaged by then. None
+    /// when the fault is elsewhere, in the runs or in a pack that is missing.
+    virtual std::vector<DamagedPart> damage() = 0;
 };
 
 } // namespace arca::engine

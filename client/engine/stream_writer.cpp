@@ -29,7 +29,7 @@ constexpr std::size_t kMaxSight = 16;
 class Pipeline final : public StreamWriter
 {
 public:
-    Pipeline(Domain &domain, std::set<PackId> unusable, const Settings &settings, RunSink &runs);
+    Pipeline(Domain &domain, AvoidedPacks avoided, const Settings &settings, RunSink &runs);
     ~Pipeline() override;
 
     Result<void> start();
@@ -110,13 +110,12 @@ private:
     std::vector<Thread> threads_;
 };
 
-Pipeline::Pipeline(Domain &domain, std::set<PackId> unusable, const Settings &settings,
-                   RunSink &runs)
+Pipeline::Pipeline(Domain &domain, AvoidedPacks avoided, const Settings &settings, RunSink &runs)
     : domain_(domain), settings_(settings), workers_(workersFor(settings)),
       maxFrames_(std::max<std::size_t>(8, settings.memory / 4 / (2 * kFrameBytes))),
       sight_(settings.deduplication ? std::min(settings.memory / kMemoryPerSight, kMaxSight) : 0),
       cutter_(settings.blockSize, settings.deduplication),
-      duplicates_(domain, std::move(unusable), settings), defragmenter_(duplicates_),
+      duplicates_(domain, std::move(avoided), settings), defragmenter_(duplicates_),
       gatherer_(domain.packs(), settings_), merger_(runs)
 {
 }
@@ -488,10 +487,10 @@ unsigned workersFor(const Settings &settings)
     return std::clamp(std::thread::hardware_concurrency(), 1U, 4U);
 }
 
-Result<std::unique_ptr<StreamWriter>> StreamWriter::begin(Domain &domain, std::set<PackId> unusable,
+Result<std::unique_ptr<StreamWriter>> StreamWriter::begin(Domain &domain, AvoidedPacks avoided,
                                                           const Settings &settings, RunSink &runs)
 {
-    auto pipeline = std::make_unique<Pipeline>(domain, std::move(unusable), settings, runs);
+    auto pipeline = std::make_unique<Pipeline>(domain, std::move(avoided), settings, runs);
     ARCA_CHECK(pipeline->start());
     return std::unique_ptr<StreamWriter>(std::move(pipeline));
 }

@@ -34,8 +34,8 @@ class StreamWriter
 {
 public:
     /// `domain` and `runs` must outlive the writer; `runs` is called by one thread at a time. The
-    /// `unusable`: packs that may be on their way out; nothing of the stream will rely on them.
-    static Result<std::unique_ptr<StreamWriter>> begin(Domain &domain, std::set<PackId> unusable,
+    /// stream never refers to the `avoided` packs and frames.
+    static Result<std::unique_ptr<StreamWriter>> begin(Domain &domain, AvoidedPacks avoided,
                                                        const Settings &settings, RunSink &runs);
     /// Gives up what was not finished: packs that are durable already stay until they are
     /// reclaimed.

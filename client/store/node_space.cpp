@@ -261,7 +261,8 @@ Result<std::unique_ptr<PieceReader>> NodeSpace::openPiece(PieceId id)
         return std::move(claim).error();
     ARCA_TRY(Located located, locateShown(id));
     return PieceReader::open(*domain_, settings_, claim ? std::move(claim).value() : nullptr,
-                             std::move(located.blob));
+                             std::move(located.blob),
+                             isOwn_ ? std::optional(DamageRecords(*domain_)) : std::nullopt);
 }
 
 } // namespace arca::store

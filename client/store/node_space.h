@@ -29,6 +29,10 @@ public:
     const SecretKey &dataKey() const { return dataKey_; }
     engine::Domain &domain() { return *domain_; }
 
+    /// Says that a session of another node, which was granted some of the pieces, uses it: nothing
+    /// is written then, not even what a restore finds damaged.
+    void useAsGuest() { isOwn_ = false; }
+
     /// How the streams that begin from now on are treated.
     void use(const engine::Settings &settings) { settings_ = settings; }
     const engine::Settings &settings() const { return settings_; }
@@ -179,6 +183,7 @@ private:
     SecretKey dataKey_;
     std::unique_ptr<engine::Domain> domain_;
     engine::Settings settings_;
+    bool isOwn_ = true;
 };
 
 /// The component of blob names that stands for a node.

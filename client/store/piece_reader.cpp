@@ -17,11 +17,12 @@ Error PieceReader::damaged(const std::string &what) const
 Result<std::unique_ptr<PieceReader>> PieceReader::open(engine::Domain &domain,
                                                        const engine::Settings &settings,
                                                        std::unique_ptr<blob::BlobWriter> claim,
-                                                       std::unique_ptr<blob::BlobReader> blob)
+                                                       std::unique_ptr<blob::BlobReader> blob,
+                                                       std::optional<DamageRecords> damage)
 {
     ARCA_TRY(Manifest manifest, readManifest(*blob, domain.manifestKey()));
     std::unique_ptr<PieceReader> reader(
-        new PieceReader(std::move(claim), std::move(blob), std::move(manifest)));
+        new PieceReader(std::move(claim), std::move(blob), std::move(manifest), std::move(damage)));
     ARCA_TRY(reader->stream_, engine::StreamReader::begin(domain.packs(), settings, reader->runs_));
     if (reader->info().totals.streamBytes == 0)
         ARCA_CHECK(reader->checkEnd());
@@ -48,9 +49,13 @@ Result<std::size_t> PieceReader::read(std::span<std::byte> into)
 Result<std::size_t> PieceReader::readStream(std::span<std::byte> into)
 {
     auto got = stream_->read(into);
-    if (!got && got.error().kind == ErrorKind::damaged)
-        return damaged(got.error().text);
-    return got;
+    if (got || got.error().kind != ErrorKind::damaged)
+        return got;
+    // The restore fails for the damage, whether it can be recorded or not.
+    if (damage_)
+        for (const engine::DamagedPart &part : stream_->damage())
+            (void)damage_->note(part, "a restore: " + got.error().text);
+    return damaged(got.error().text);
 }
 
 /// Before the last bytes are handed out.

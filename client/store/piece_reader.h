@@ -7,6 +7,7 @@
 
 #include "client/engine/domain.h"
 #include "client/engine/stream_reader.h"
+#include "client/store/damage.h"
 #include "client/store/manifest_writer.h"
 
 namespace arca::store
@@ -16,11 +17,14 @@ class PieceReader
 {
 public:
     /// `claim` was taken before the manifest was looked for; null when the repository cannot be
-    /// written, where nothing is reclaimed either. `domain` must outlive the reader.
+    /// written, where nothing is reclaimed either. `domain` must outlive the reader. When the
+    /// stream meets damage, the damaged part is recorded in `damage`, if given, as well as that can
+    /// be done.
     static Result<std::unique_ptr<PieceReader>> open(engine::Domain &domain,
                                                      const engine::Settings &settings,
                                                      std::unique_ptr<blob::BlobWriter> claim,
-                                                     std::unique_ptr<blob::BlobReader> blob);
+                                                     std::unique_ptr<blob::BlobReader> blob,
+                                                     std::optional<DamageRecords> damage = {});
 
     const PieceInfo &info() const { return manifest_.info; }
 
@@ -33,15 +37,16 @@ public:
 
 private:
     PieceReader(std::unique_ptr<blob::BlobWriter> claim, std::unique_ptr<blob::BlobReader> blob,
-                Manifest manifest)
-        : claim_(std::move(claim)), blob_(std::move(blob)), manifest_(std::move(manifest)),
-          runs_(*blob_, manifest_)
+                Manifest manifest, std::optional<DamageRecords> damage)
+        : damage_(std::move(damage)), claim_(std::move(claim)), blob_(std::move(blob)),
+          manifest_(std::move(manifest)), runs_(*blob_, manifest_)
     {
     }
     Result<std::size_t> readStream(std::span<std::byte> into);
     Result<void> checkEnd();
     Error damaged(const std::string &what) const;
 
+    std::optional<DamageRecords> damage_;
     std::unique_ptr<blob::BlobWriter> claim_;
     std::unique_ptr<blob::BlobReader> blob_;
     Manifest manifest_;

@@ -1,8 +1,10 @@
 // A piece on its way in. The order matters: first the manifest is begun, which claims what the
-// stream will count on, then the marks of reclaiming are read, then the stream begins.
+// stream will count on, then the marks of reclaiming and the records of damage are read, then
+// the stream begins.
 #include "client/store/piece_writer.h"
 
 #include "client/store/condemned.h"
+#include "client/store/damage.h"
 
 #include <ctime>
 
@@ -18,9 +20,11 @@ Result<std::unique_ptr<PieceWriter>> PieceWriter::begin(engine::Domain &domain,
         new PieceWriter(settings, std::move(blobName), id, description.name));
     ARCA_TRY(writer->manifest_, ManifestWriter::begin(domain.blobs(), domain.manifestKey(),
                                                       settings.cipher, id, description));
-    ARCA_TRY(auto condemned, readMarkedPacks(domain.blobs(), domain.nodeKey()));
-    ARCA_TRY(writer->stream_, engine::StreamWriter::begin(domain, std::move(condemned), settings,
-                                                          *writer->manifest_));
+    engine::AvoidedPacks avoided;
+    ARCA_TRY(avoided.marked, readMarkedPacks(domain.blobs(), domain.nodeKey()));
+    ARCA_TRY(avoided.damaged, DamageRecords(domain).all());
+    ARCA_TRY(writer->stream_,
+             engine::StreamWriter::begin(domain, std::move(avoided), settings, *writer->manifest_));
     return writer;
 }
 

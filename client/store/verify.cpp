@@ -2,7 +2,9 @@
 #include "client/store/verify.h"
 
 #include "client/base/text.h"
+#include "client/engine/pack_check.h"
 #include "client/engine/restore_plan.h"
+#include "client/store/damage.h"
 #include "client/store/manifest_writer.h"
 
 #include <algorithm>
@@ -39,6 +41,7 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
         {"access/" + nodeKey + "/", Checked::record, false},
         {"changes/" + nodeKey + "/", Checked::record, false},
         {"classes/", Checked::record, false},
+        {"damage/" + nodeKey + "/", Checked::record, false},
         {"filespaces/" + nodeKey + "/", Checked::record, false},
         {"grants/" + nodeKey + "/", Checked::record, false},
         {"groups/" + nodeKey + "/", Checked::record, false},
@@ -57,7 +60,8 @@ class Verification
 public:
     Verification(NodeSpace &space, const VerifyRequest &request, const VerifyWatcher &watcher)
         : space_(space), blobs_(space.domain().blobs()), packs_(space.domain().packs()),
-          request_(request), watcher_(watcher), sections_(sectionsOf(space.domain().nodeKey()))
+          damage_(space.domain()), request_(request), watcher_(watcher),
+          sections_(sectionsOf(space.domain().nodeKey()))
     {
     }
 
@@ -73,7 +77,8 @@ private:
     Result<Went> checkOne(const std::string &blobName, Checked what);
     Result<void> checkRecord(const std::string &blobName);
     Result<void> checkPack(const std::string &blobName);
-    Result<void> readFrames(engine::OpenPack &pack, const engine::PackIndex &index);
+    void record(const engine::DamagedPart &part, const std::string &reason);
+    static std::string reasonOf(const engine::PackFindings &found);
     Result<void> checkPiece(const std::string &blobName);
     Result<void> checkRuns(blob::BlobReader &blob, const Manifest &manifest);
     Result<void> readStream(blob::BlobReader &blob, const Manifest &manifest);
@@ -89,10 +94,10 @@ private:
     NodeSpace &space_;
     blob::BlobStore &blobs_;
     const engine::PackStore &packs_;
+    DamageRecords damage_;
     const VerifyRequest request_;
     const VerifyWatcher &watcher_;
     const std::vector<Section> sections_;
-    engine::FrameCoder coder_;
     VerifyState state_;
     VerifyOutcome outcome_;
     VerifyProgress progress_;
@@ -214,38 +219,50 @@ Result<void> Verification::checkPack(const std::string &blobName)
     const auto which = packs_.nameFrom(blobName);
     if (!which || packs_.blobNameOf(*which) != blobName)
         return damaged("no pack has such a name");
-    ARCA_TRY(const auto pack, packs_.open(*which));
-    ARCA_TRY(const engine::PackIndex index, pack->readIndex());
-    return request_.readData ? readFrames(*pack, index) : Result<void>();
+    ARCA_TRY(const engine::PackFindings found,
+             engine::checkPack(space_.domain(), *which,
+                               request_.readData ? engine::CheckDepth::data
+                                                 : engine::CheckDepth::structure,
+                               [&](std::size_t bytes) {
+                                   progress_.bytes += bytes;
+                                   tellProgress();
+                               }));
+    ARCA_CHECK(blobs_.open(blobName)); // what was removed meanwhile is no damage
+    for (const engine::DamagedPart &part : found.damaged)
+        record(part, found.reason);
+    ARCA_TRY(const engine::DamagedParts known, damage_.of(*which));
+    const bool isWhole = !found.isSound() && found.damaged[0].kind == engine::DamageKind::whole;
+    std::size_t before = 0;
+    for (const engine::DamagedPart &part : known.all()) {
+        const bool again = std::ranges::count(found.damaged, part) != 0;
+        const bool looked =
+            part.kind == engine::DamageKind::whole ||
+            (part.kind == engine::DamageKind::frame && request_.readData && !isWhole);
+        if (looked && !again && damage_.remove(part))
+            ++outcome_.healed;
+        before += !looked && part.kind == engine::DamageKind::frame ? 1 : 0;
+    }
+    if (!found.isSound())
+        return damaged(reasonOf(found));
+    if (before != 0)
+        return damaged(std::to_string(before) + (before == 1 ? " frame was" : " frames were") +
+                       " found damaged before; --read-data looks again, arca repair mends");
+    return {};
 }
 
-Result<void> Verification::readFrames(engine::OpenPack &pack, const engine::PackIndex &index)
+/// As well as it can be done: where nothing can be written, what is damaged is only named.
+void Verification::record(const engine::DamagedPart &part, const std::string &reason)
 {
-    pack.readAhead();
-    const engine::BlockEntry *block = index.blocks.data();
-    Bytes sealed, raw;
-    for (std::uint32_t number = 0; number < index.frames.size(); ++number) {
-        const engine::FrameEntry &frame = index.frames[number];
-        sealed.resize(frame.storedBytes);
-        raw.resize(frame.rawBytes);
-        ARCA_TRY(const std::size_t got, pack.read(frame.offset, sealed));
-        if (got != sealed.size())
-            return damaged("it was cut");
-        ARCA_CHECK(coder_.open(pack.cipher(), pack.which().id, number, frame, sealed, raw));
-        std::size_t offset = 0;
-        for (std::uint32_t i = 0; i < frame.blocks; ++i, ++block) {
-            if (block->dropped)
-                continue;
-            const ByteView content = ByteView(raw).subspan(offset, block->length);
-            offset += block->length;
-            // Blocks that were stored without looking for duplicates have no identity.
-            if (block->id != BlockId{} && space_.domain().identify()(content) != block->id)
-                return damaged("a block is another one than the index says");
-        }
-        progress_.bytes += sealed.size();
-        tellProgress();
-    }
-    return {};
+    if (damage_.note(part, "verifying: " + reason))
+        ++outcome_.recorded;
+}
+
+std::string Verification::reasonOf(const engine::PackFindings &found)
+{
+    if (found.damaged.size() == 1)
+        return partText(found.damaged.front()) + ": " + found.reason;
+    return std::to_string(found.damaged.size()) + " frames, the first is " +
+           partText(found.damaged.front()) + ": " + found.reason;
 }
 
 Result<void> Verification::checkPiece(const std::string &blobName)
@@ -293,7 +310,11 @@ Result<void> Verification::readStream(blob::BlobReader &blob, const Manifest &ma
     StreamDigest digest;
     std::uint64_t length = 0;
     for (std::size_t got = buffer.size(); got == buffer.size();) {
-        ARCA_TRY(got, stream->read(buffer));
+        auto more = stream->read(buffer);
+        if (!more && more.error().kind == ErrorKind::damaged)
+            for (const engine::DamagedPart &part : stream->damage())
+                record(part, more.error().text);
+        ARCA_TRY(got, std::move(more));
         digest.update(ByteView(buffer).first(got));
         length += got;
         if (length > totals.streamBytes)

@@ -1,12 +1,15 @@
-// Proves that what a node keeps is all there and all right. It only reads, beside any number of
-// sessions; what is removed while it looks is no fault. One thread uses it at a time.
+// Proves that what a node keeps is all there and all right, beside any number of sessions; what is
+// removed while it looks is no fault. It writes nothing but the records of damaged packs
+// (damage.h), and removes those whose part it found right. One thread uses it at a time.
 //
 // Checked are, one blob after the other: the small records of the node and of the repository; the
 // packs (each opens, and its index agrees with the rest of it); the pieces (each opens, and every
-// run of it leads to blocks that are there). With readData every frame of every pack is opened and
-// its blocks are compared with their identities, whether a piece uses them or not, and every piece
-// is read to its end and compared with its length and digest. Names are the only thing kept in
-// memory that grows: those of the 256th part of the packs or pieces at a time, and of the records.
+// run of it leads to blocks that are there). A frame that was found damaged counts as damaged until
+// a run with readData reads it and finds it right. With readData every frame of every pack is
+// opened and its blocks are compared with their identities, whether a piece uses them or not, and
+// every piece is read to its end and compared with its length and digest. Names are the only thing
+// kept in memory that grows: those of the 256th part of the packs or pieces at a time, and of the
+// records.
 #ifndef KEEL_CLIENT_STORE_VERIFY_H
 #define KEEL_CLIENT_STORE_VERIFY_H
 
@@ -45,6 +48,8 @@ struct VerifyProgress {
 struct VerifyOutcome {
     std::uint64_t records = 0, packs = 0, pieces = 0;
     std::uint64_t hurtRecords = 0, hurtPacks = 0, hurtPieces = 0;
+    std::uint64_t recorded = 0; // damaged parts of packs that have a record now
+    std::uint64_t healed = 0;   // records that went, as their parts are right again or gone
     std::uint64_t bytesRead = 0;
     bool roundEnded = false;
     VerifyRound round; // as it stands after this run

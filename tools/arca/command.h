@@ -51,6 +51,7 @@ void addLs(CLI::App &app, Command &command);
 void addMetrics(CLI::App &app, Command &command);
 void addNode(CLI::App &app, Command &command);
 void addReclaim(CLI::App &app, Command &command);
+void addRepair(CLI::App &app, Command &command);
 void addRm(CLI::App &app, Command &command);
 void addShow(CLI::App &app, Command &command);
 void addStats(CLI::App &app, Command &command);

@@ -105,6 +105,7 @@ int main(int argc, char **argv)
     arca::tool::addMetrics(app, command);
     arca::tool::addNode(app, command);
     arca::tool::addReclaim(app, command);
+    arca::tool::addRepair(app, command);
     arca::tool::addRm(app, command);
     arca::tool::addShow(app, command);
     arca::tool::addStats(app, command);

@@ -54,6 +54,8 @@ void fill(const store::VerifyOutcome &outcome, Json &result)
     result["packs"] = outcome.packs;
     result["records"] = outcome.records;
     result["bytesRead"] = outcome.bytesRead;
+    result["recorded"] = outcome.recorded;
+    result["healed"] = outcome.healed;
     result["roundEnded"] = outcome.roundEnded;
     result["roundBegan"] = timeOrNull(outcome.round.began);
     result["hurtInRound"] = outcome.round.hurt;
@@ -74,6 +76,10 @@ void print(const store::VerifyRequest &request, const store::VerifyOutcome &outc
     else if (outcome.round.hurt > outcome.hurt())
         fmt::print("Round       ended; {} found hurt in it, most in runs before\n",
                    outcome.round.hurt);
+    if (outcome.recorded != 0)
+        fmt::print("Recorded    {} damaged parts of packs: backups store their blocks again, and "
+                   "arca repair makes pieces whole from such copies\n",
+                   outcome.recorded);
     if (outcome.round.proven != 0)
         fmt::print("Proven      everything, since {}\n", tools::utcTimeText(outcome.round.proven));
 }
@@ -131,10 +137,12 @@ void addVerify(CLI::App &app, Command &command)
                      "Stop after that time (90s, 10m, 2h), beginning where the run before stopped")
         ->type_name("TIME");
     addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer("Example: arca verify --read-data --max-duration 2h\n"
-                 "It reads only, and may run beside backups and restores. Exit status 1, and a "
-                 "line for each, when something is hurt.\n"
-                 "It is about what NODENAME keeps itself; ASNODE changes nothing.");
+    verb->footer(
+        "Example: arca verify --read-data --max-duration 2h\n"
+        "It writes nothing but records of damaged packs, which backups then do not count on, and "
+        "may run beside backups and restores. Exit status 1, and a line for each, when "
+        "something is hurt.\n"
+        "It is about what NODENAME keeps itself; ASNODE changes nothing.");
     verb->callback([&command, asked] {
         command.verb = "verify";
         command.run = [&command, asked](Json &result) {

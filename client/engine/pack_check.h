@@ -1,0 +1,40 @@
+// Reads one revision of a pack and says what of it is damaged. Nothing is written.
+#ifndef KEEL_CLIENT_ENGINE_PACK_CHECK_H
+#define KEEL_CLIENT_ENGINE_PACK_CHECK_H
+
+#include "client/engine/damage.h"
+#include "client/engine/domain.h"
+
+#include <functional>
+
+namespace arca::engine
+{
+
+enum class CheckDepth {
+    structure, // header, index and trailer, and that they agree
+    data       // every frame, too, and each of its blocks against its identity
+};
+
+struct PackFindings {
+    /// What is not what was written, in the order of the pack.
+    std::vector<DamagedPart> damaged;
+    /// Frames that the operating system failed to read, which may pass: among `damaged`, too.
+    std::set<std::uint32_t> unreadable;
+    /// Why the first part of `damaged` is: one line.
+    std::string reason;
+
+    bool isSound() const { return damaged.empty(); }
+};
+
+/// Checks `pack`. `progress` is told the bytes of each frame that was read. Damage is a finding,
+/// not an error. Errors: notFound when there is no such revision, io, denied.
+Result<PackFindings> checkPack(Domain &domain, const PackName &pack, CheckDepth depth,
+                               const std::function<void(std::size_t bytes)> &progress);
+
+/// Reads and opens a frame; `raw` receives its blocks, one after the other. Errors: damaged, io.
+Result<void> openFrame(const OpenPack &pack, FrameCoder &coder, std::uint32_t number,
+                       const FrameEntry &entry, Bytes &sealed, Bytes &raw);
+
+} // namespace arca::engine
+
+#endif

@@ -1,0 +1,377 @@
+// The steps of a repair, as the header numbers them.
+#include "client/store/repair.h"
+
+#include "client/engine/pack_mender.h"
+#include "client/store/condemned.h"
+#include "client/store/damage.h"
+#include "client/store/pack_usage.h"
+
+#include <algorithm>
+
+namespace arca::store
+{
+
+namespace
+{
+
+using engine::BrokenPack;
+using engine::DamagedPart;
+using engine::DamageKind;
+using engine::PackId;
+using engine::PackName;
+
+class Repair
+{
+public:
+    Repair(NodeSpace &space, bool dryRun, const RepairWatcher &watcher)
+        : space_(space), domain_(space.domain()), blobs_(domain_.blobs()), packs_(domain_.packs()),
+          records_(domain_), dryRun_(dryRun), watcher_(watcher)
+    {
+    }
+    Result<RepairOutcome> run();
+
+private:
+    Result<void> look(const PackId &id);
+    Result<void> settleRecords(const PackName &pack, const engine::PackFindings &found);
+    Result<void> forget(const DamagedPart &part);
+    Result<void> loadUse();
+    bool isNeeded(const PackId &id, std::uint32_t block) const;
+    bool isNeeded(const PackId &id) const;
+    Result<BrokenPack> load(const PackName &pack) const;
+    Result<void> mendAll();
+    Result<void> mendSome(std::vector<BrokenPack> some);
+    Result<bool> isFree(const std::vector<const BrokenPack *> &some);
+    Result<void> unmark(const std::vector<const BrokenPack *> &some);
+    Result<void> mend(const BrokenPack &pack, engine::BlockSearch &search,
+                      const engine::MendPlan &plan);
+    Result<void> removeBefore(const PackName &newest);
+    Result<void> nameLost();
+    void tell(const PackName &pack, const std::string &what);
+    bool goesOn() const { return !watcher_.goOn || watcher_.goOn(); }
+
+    NodeSpace &space_;
+    engine::Domain &domain_;
+    blob::BlobStore &blobs_;
+    const engine::PackStore &packs_;
+    DamageRecords records_;
+    const bool dryRun_;
+    const RepairWatcher &watcher_;
+    RepairOutcome outcome_;
+
+    engine::DamagedParts damaged_; // as it is now
+    std::map<PackId, std::set<std::uint32_t>> unreadable_;
+    std::vector<PackName> whole_;  // whose index cannot be read
+    std::vector<PackName> broken_; // whose index can be read
+    std::optional<PackUse> use_;   // nothing: a damaged manifest may need anything
+    LostBlocks lost_;
+};
+
+Result<RepairOutcome> Repair::run()
+{
+    ARCA_TRY(const engine::DamagedParts known, records_.all());
+    std::set<PackId> ids;
+    for (const DamagedPart &part : known.all())
+        ids.insert(part.pack);
+    for (const PackId &id : ids) {
+        if (!goesOn())
+            return Error{ErrorKind::stopped, "the repair was stopped"};
+        ARCA_CHECK(look(id));
+    }
+    ARCA_CHECK(loadUse());
+    ARCA_CHECK(mendAll());
+    ARCA_CHECK(nameLost());
+    return outcome_;
+}
+
+void Repair::tell(const PackName &pack, const std::string &what)
+{
+    if (watcher_.pack)
+        watcher_.pack(packs_.blobNameOf(pack), what);
+}
+
+Result<void> Repair::forget(const DamagedPart &part)
+{
+    ++outcome_.healed;
+    return dryRun_ ? Result<void>() : records_.remove(part);
+}
+
+/// Reads the pack and brings its records up to date.
+Result<void> Repair::look(const PackId &id)
+{
+    const auto revision = packs_.revisionToRead(id);
+    const PackName pack{id, revision.value_or(0)};
+    engine::PackFindings found;
+    if (revision) {
+        ARCA_TRY(found, engine::checkPack(domain_, pack, engine::CheckDepth::data, {}));
+    }
+    ARCA_CHECK(settleRecords(pack, found));
+    if (!revision)
+        return {}; // the pieces that need it are named as damaged by verifying
+    for (const DamagedPart &part : found.damaged)
+        damaged_.add(part);
+    if (!found.unreadable.empty())
+        unreadable_[id] = found.unreadable;
+    const bool isWhole = !found.isSound() && found.damaged.front().kind == DamageKind::whole;
+    outcome_.damagedPacks += found.isSound() ? 0 : 1;
+    (isWhole ? whole_ : broken_).push_back(pack);
+    return {};
+}
+
+Result<void> Repair::settleRecords(const PackName &pack, const engine::PackFindings &found)
+{
+    if (!dryRun_)
+        for (const DamagedPart &part : found.damaged)
+            ARCA_CHECK(records_.note(part, "repairing: " + found.reason));
+    ARCA_TRY(const auto revisions, packs_.revisionsOf(pack.id));
+    ARCA_TRY(const engine::DamagedParts known, records_.all());
+    for (const DamagedPart &part : known.all()) {
+        if (part.pack != pack.id)
+            continue;
+        const bool gone = !revisions.contains(part.revision);
+        const bool right = part.revision == pack.revision && part.kind != DamageKind::gaps &&
+                           std::ranges::count(found.damaged, part) == 0;
+        if (gone || right)
+            ARCA_CHECK(forget(part));
+    }
+    return {};
+}
+
+/// With a damaged manifest nobody can tell what is needed: then everything is.
+Result<void> Repair::loadUse()
+{
+    std::set<PackId> ids;
+    for (const auto *some : {&whole_, &broken_})
+        for (const PackName &pack : *some)
+            ids.insert(pack.id);
+    auto use = usedBlocks(domain_, [&](const PackId &id) { return ids.contains(id); });
+    if (use)
+        use_ = std::move(use).value();
+    else if (use.error().kind != ErrorKind::damaged)
+        return std::move(use).error();
+    return {};
+}
+
+bool Repair::isNeeded(const PackId &id, std::uint32_t block) const
+{
+    if (!use_)
+        return true;
+    const auto pack = use_->find(id);
+    return pack != use_->end() && block < pack->second.size() && pack->second[block];
+}
+
+bool Repair::isNeeded(const PackId &id) const
+{
+    if (!use_)
+        return true;
+    const auto pack = use_->find(id);
+    return pack != use_->end() && countUsed(pack->second) != 0;
+}
+
+Result<BrokenPack> Repair::load(const PackName &pack) const
+{
+    ARCA_TRY(const auto opened, packs_.open(pack));
+    BrokenPack broken;
+    broken.which = pack;
+    ARCA_TRY(broken.index, opened->readIndex());
+    for (std::uint32_t number = 0; number < broken.index.frames.size(); ++number)
+        if (damaged_.hasFrame(pack, number))
+            broken.frames.insert(number);
+    if (const auto some = unreadable_.find(pack.id); some != unreadable_.end())
+        broken.unreadable = some->second;
+    // Without knowing what is needed, blocks that were rightly dropped cannot be told from missing
+    // ones; they wait until the damaged manifest is dealt with.
+    if (use_)
+        for (std::uint32_t block = 0; block < broken.index.blocks.size(); ++block)
+            if (broken.index.blocks[block].dropped && isNeeded(pack.id, block))
+                broken.missingBlocks.insert(block);
+    return broken;
+}
+
+/// As many packs at a time as the search has room for.
+Result<void> Repair::mendAll()
+{
+    std::vector<BrokenPack> some;
+    std::size_t wanted = 0;
+    for (const PackName &pack : broken_) {
+        ARCA_TRY(BrokenPack broken, load(pack));
+        std::size_t its = 0;
+        broken.eachWanted([&](std::uint32_t) { ++its; });
+        if (its == 0) { // nothing is missing any more
+            const DamagedPart gaps{pack.id, pack.revision, DamageKind::gaps, 0};
+            if (use_ && blobs_.open(records_.nameOf(gaps)))
+                ARCA_CHECK(forget(gaps));
+            continue;
+        }
+        if (!some.empty() && wanted + its > engine::BlockSearch::kMaxWanted) {
+            ARCA_CHECK(mendSome(std::exchange(some, {})));
+            wanted = 0;
+        }
+        wanted += its;
+        some.push_back(std::move(broken));
+    }
+    return some.empty() ? Result<void>() : mendSome(std::move(some));
+}
+
+Result<void> Repair::mendSome(std::vector<BrokenPack> some)
+{
+    engine::BlockSearch search(domain_, damaged_);
+    for (const BrokenPack &pack : some)
+        pack.eachWanted([&](std::uint32_t block) { search.want(pack.index.blocks[block]); });
+    ARCA_CHECK(search.run(watcher_.goOn));
+    std::vector<const BrokenPack *> worthIt;
+    std::vector<engine::MendPlan> plans;
+    for (const BrokenPack &pack : some) {
+        engine::MendPlan plan = engine::planMending(pack, search);
+        for (const std::uint32_t block : plan.lost) {
+            if (!isNeeded(pack.which.id, block))
+                continue;
+            lost_.add(pack.which.id, block);
+            ++outcome_.lostBlocks;
+        }
+        if (plan.losesUnreadable)
+            tell(pack.which, "cannot be read now; it stays as it is");
+        if (!plan.isWorthIt())
+            continue;
+        outcome_.foundBlocks += plan.found;
+        outcome_.foundBytes += plan.foundBytes;
+        worthIt.push_back(&pack);
+        plans.push_back(std::move(plan));
+    }
+    if (dryRun_) {
+        outcome_.mendedPacks += worthIt.size();
+        return {};
+    }
+    if (worthIt.empty())
+        return {};
+    ARCA_TRY(const bool free, isFree(worthIt));
+    if (!free)
+        return {};
+    for (std::size_t i = 0; i < worthIt.size(); ++i) {
+        if (!goesOn())
+            return Error{ErrorKind::stopped, "the repair was stopped"};
+        ARCA_CHECK(mend(*worthIt[i], search, plans[i]));
+    }
+    return unmark(worthIt);
+}
+
+/// Marks the packs, unless they are marked already. Returns true when no stream from before the
+/// mark lives any more.
+Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
+{
+    NumberedRecord record = markRecord(blobs_, domain_.nodeKey());
+    ARCA_TRY(auto state, record.latest());
+    Mark mark;
+    if (state) {
+        ARCA_TRY(mark, parseMark(state->bytes));
+    }
+    const bool marked = mark.claims && std::ranges::all_of(some, [&](const BrokenPack *pack) {
+                            return mark.packs.contains(pack->which.id);
+                        });
+    std::set<std::string> before;
+    if (marked)
+        before = *mark.claims;
+    if (!marked) {
+        for (const BrokenPack *pack : some)
+            if (mark.packs.size() < kMaxMarkedPacks)
+                mark.packs.insert(pack->which.id);
+        mark.claims.reset();
+        std::uint32_t number = state ? state->number : 0;
+        ARCA_CHECK(record.write(number, encodeMark(mark)));
+        // Only now: whatever begins after this sees the mark.
+        ARCA_TRY(mark.claims, blobs_.livingWriters());
+        before = *mark.claims;
+        if (!before.empty())
+            ARCA_CHECK(record.write(number + 1, encodeMark(mark)));
+    }
+    ARCA_TRY(const std::set<std::string> now, blobs_.livingWriters());
+    std::vector<std::string> left;
+    std::ranges::set_intersection(before, now, std::back_inserter(left));
+    if (left.empty())
+        return true;
+    outcome_.waitingPacks += some.size();
+    outcome_.waitingFor = std::move(left);
+    return false;
+}
+
+Result<void> Repair::unmark(const std::vector<const BrokenPack *> &some)
+{
+    NumberedRecord record = markRecord(blobs_, domain_.nodeKey());
+    ARCA_TRY(const auto state, record.latest());
+    if (!state)
+        return {};
+    ARCA_TRY(Mark mark, parseMark(state->bytes));
+    for (const BrokenPack *pack : some)
+        mark.packs.erase(pack->which.id);
+    return record.write(state->number, encodeMark(mark));
+}
+
+Result<void> Repair::mend(const BrokenPack &pack, engine::BlockSearch &search,
+                          const engine::MendPlan &plan)
+{
+    ARCA_TRY(const PackName fresh, engine::mendPack(domain_, pack, search));
+    const bool gaps = std::ranges::any_of(
+        plan.lost, [&](std::uint32_t block) { return isNeeded(pack.which.id, block); });
+    // Before the old revision goes: whatever happens then, the next run knows of the gaps.
+    if (gaps)
+        ARCA_CHECK(records_.note({fresh.id, fresh.revision, DamageKind::gaps, 0},
+                                 "repairing: blocks that pieces need are in no pack"));
+    ARCA_CHECK(removeBefore(fresh));
+    ++outcome_.mendedPacks;
+    tell(fresh, gaps ? "mended in part" : "mended");
+    ARCA_TRY(const engine::DamagedParts known, records_.all());
+    for (const DamagedPart &part : known.all())
+        if (part.pack == fresh.id && part.revision != fresh.revision)
+            ARCA_CHECK(records_.remove(part));
+    return {};
+}
+
+Result<void> Repair::removeBefore(const PackName &newest)
+{
+    ARCA_TRY(const auto revisions, packs_.revisionsOf(newest.id));
+    for (const std::uint32_t revision : revisions) {
+        if (revision >= newest.revision)
+            continue;
+        const std::string name = packs_.blobNameOf({newest.id, revision});
+        const auto opened = blobs_.open(name);
+        auto removed = opened ? blobs_.remove(name, **opened) : Result<void>(opened.error());
+        if (!removed && removed.error().kind != ErrorKind::notFound)
+            return removed;
+    }
+    return {};
+}
+
+Result<void> Repair::nameLost()
+{
+    for (const PackName &pack : whole_) {
+        if (!isNeeded(pack.id)) {
+            tell(pack, "damaged, and no piece needs it: arca reclaim removes it");
+            continue;
+        }
+        ++outcome_.lostPacks;
+        lost_.addAll(pack.id);
+        tell(pack, "its header, index or trailer is damaged, so no block of it can be found");
+    }
+    return visitLostPieces(space_, lost_, [&](const LostPiece &piece) {
+        ++outcome_.lostPieces;
+        if (watcher_.lostPiece)
+            watcher_.lostPiece(piece);
+    });
+}
+
+} // namespace
+
+Result<RepairOutcome> repair(NodeSpace &space, bool dryRun, const RepairWatcher &watcher)
+{
+    std::unique_ptr<blob::BlobLock> turn;
+    if (!dryRun) {
+        const std::string key = space.domain().nodeKey();
+        ARCA_TRY(turn, space.domain().blobs().tryLock("reclaim-" + key));
+        if (!turn)
+            return Error{ErrorKind::conflict,
+                         "this node is being repaired, or its space reclaimed, already"};
+        ARCA_CHECK(space.domain().blobs().removeLeftovers());
+    }
+    return Repair(space, dryRun, watcher).run();
+}
+
+} // namespace arca::store

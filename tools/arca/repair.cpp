@@ -1,0 +1,115 @@
+// arca repair: makes pieces whole again from copies of their blocks.
+#include "client/store/repair.h"
+#include "agents/common/maint/mttiming.h"
+#include "client/base/text.h"
+#include "tools/arca/interrupt.h"
+#include "tools/arca/node_session.h"
+#include "tools/common/text.h"
+
+#include <fmt/format.h>
+
+namespace arca::tool
+{
+
+namespace
+{
+
+struct Asked {
+    bool dryRun = false;
+    bool fromStandardInput = false;
+};
+
+std::string counted(std::uint64_t number, const char *one)
+{
+    return fmt::format("{} {}{}", number, one, number == 1 ? "" : "s");
+}
+
+void fill(const store::RepairOutcome &outcome, Json &result)
+{
+    result["damagedPacks"] = outcome.damagedPacks;
+    result["healed"] = outcome.healed;
+    result["mendedPacks"] = outcome.mendedPacks;
+    result["foundBlocks"] = outcome.foundBlocks;
+    result["foundBytes"] = outcome.foundBytes;
+    result["lostBlocks"] = outcome.lostBlocks;
+    result["lostPacks"] = outcome.lostPacks;
+    result["lostPieces"] = outcome.lostPieces;
+    result["waitingPacks"] = outcome.waitingPacks;
+    result["waitingFor"] = outcome.waitingFor;
+}
+
+void print(const store::RepairOutcome &outcome, bool dryRun)
+{
+    fmt::print("Looked at   {} that is damaged\n", counted(outcome.damagedPacks, "pack"));
+    fmt::print("{}  {}, with copies of {} ({})\n", dryRun ? "Would mend" : "Mended    ",
+               counted(outcome.mendedPacks, "pack"), counted(outcome.foundBlocks, "block"),
+               tools::byteText(static_cast<double>(outcome.foundBytes)));
+    if (outcome.healed != 0)
+        fmt::print("Right again {}\n", counted(outcome.healed, "part"));
+    if (outcome.waitingPacks != 0)
+        fmt::print("Later       {}: streams that began before are still open; run it again when "
+                   "they have ended\n",
+                   counted(outcome.waitingPacks, "pack"));
+}
+
+Result<void> perform(const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
+    const mtTimed timed(MT_TIME_CLIENT);
+    Json &packs = result["packs"] = Json::array();
+    Json &pieces = result["lost"] = Json::array();
+    store::RepairWatcher watcher;
+    watcher.pack = [&](const std::string &name, const std::string &what) {
+        if (command.json)
+            packs.push_back({{"name", name}, {"what", what}});
+        else
+            fmt::print("Pack {}: {}\n", printable(name, 4000), printable(what, 4000));
+    };
+    watcher.lostPiece = [&](const store::LostPiece &piece) {
+        if (command.json)
+            pieces.push_back({{"name", piece.name}, {"reason", piece.reason}});
+        else
+            fmt::print("Lost piece  {}: {}\n", printable(piece.name, 4000),
+                       printable(piece.reason, 4000));
+    };
+    watcher.goOn = [] { return !interrupted(); };
+    if (!asked.dryRun)
+        catchInterrupts();
+    auto done = store::repair(*session.space, asked.dryRun, watcher);
+    if (interrupted())
+        return interruption("what was mended is durable; the next run goes on");
+    ARCA_TRY(const store::RepairOutcome outcome, std::move(done));
+    result["dryRun"] = asked.dryRun;
+    fill(outcome, result);
+    if (!command.json)
+        print(outcome, asked.dryRun);
+    if (outcome.lostPieces == 0)
+        return {};
+    return Error{ErrorKind::damaged,
+                 counted(outcome.lostPieces, "piece") +
+                     " cannot be made whole now; a later backup of the same data may bring copies "
+                     "of what is missing, then run it again"};
+}
+
+} // namespace
+
+void addRepair(CLI::App &app, Command &command)
+{
+    CLI::App *verb =
+        app.add_subcommand("repair", "Make pieces whole again from copies of their damaged blocks");
+    addCommonOptions(*verb, command);
+    const auto asked = std::make_shared<Asked>();
+    verb->add_flag("--dry-run", asked->dryRun, "Say what would be done; change nothing");
+    addPasswordOption(*verb, asked->fromStandardInput);
+    verb->footer(
+        "Example: arca verify --read-data; arca repair\n"
+        "It mends what verifying or a restore found damaged, and may run beside backups and "
+        "restores. Exit status 1, and a line for each, when pieces stay lost.\n"
+        "It is about what NODENAME keeps itself; ASNODE changes nothing.");
+    verb->callback([&command, asked] {
+        command.verb = "repair";
+        command.run = [&command, asked](Json &result) { return perform(command, *asked, result); };
+    });
+}
+
+} // namespace arca::tool
