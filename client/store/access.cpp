@@ -5,6 +5,7 @@
 #include "client/base/text.h"
 #include "client/store/node_registry.h"
 #include "client/store/node_space.h"
+#include "client/store/record_forms.h"
 
 #include <algorithm>
 
@@ -14,8 +15,8 @@ namespace arca::store
 namespace
 {
 
-constexpr std::string_view kKind = "ARCAACCS";
-constexpr std::uint32_t kVersion = 2;
+constexpr std::string_view kKind = form::access.kind;
+constexpr std::uint32_t kVersion = form::access.newest;
 constexpr std::string_view kEvery = "/*";
 constexpr std::size_t kMaxRules = 1024;
 

@@ -1,14 +1,16 @@
 // The stored form of a change: see the header.
 #include "client/store/change_plan.h"
 
+#include "client/store/record_forms.h"
+
 namespace arca::store
 {
 
 namespace
 {
 
-constexpr std::string_view kKind = "ARCAPLAN";
-constexpr std::uint32_t kVersion = 2;
+constexpr std::string_view kKind = form::changePlan.kind;
+constexpr std::uint32_t kVersion = form::changePlan.newest;
 
 } // namespace
 

@@ -1,6 +1,8 @@
 // The record of marked packs, to and from bytes.
 #include "client/store/condemned.h"
 
+#include "client/store/record_forms.h"
+
 #include <algorithm>
 
 namespace arca::store
@@ -9,8 +11,8 @@ namespace arca::store
 namespace
 {
 
-constexpr std::string_view kKind = "ARCACOND";
-constexpr std::uint32_t kVersion = 1;
+constexpr std::string_view kKind = form::mark.kind;
+constexpr std::uint32_t kVersion = form::mark.newest;
 
 } // namespace
 

@@ -2,6 +2,7 @@
 #include "client/store/damage.h"
 
 #include "client/base/text.h"
+#include "client/store/record_forms.h"
 
 #include <algorithm>
 #include <charconv>
@@ -16,8 +17,8 @@ namespace
 using engine::DamagedPart;
 using engine::DamageKind;
 
-constexpr std::string_view kKind = "ARCADMGE";
-constexpr std::uint32_t kVersion = 1;
+constexpr std::string_view kKind = form::damage.kind;
+constexpr std::uint32_t kVersion = form::damage.newest;
 constexpr std::size_t kMaxFound = 1000;
 constexpr std::string_view kWhole = "whole", kGaps = "gaps";
 

@@ -1,6 +1,8 @@
 // The stored form of a filespace: see the header.
 #include "client/store/filespace.h"
 
+#include "client/store/record_forms.h"
+
 #include <set>
 
 namespace arca::store
@@ -8,8 +10,8 @@ namespace arca::store
 
 namespace
 {
-constexpr std::string_view kKind = "ARCAFSPC";
-constexpr std::uint32_t kVersion = 2;
+constexpr std::string_view kKind = form::filespace.kind;
+constexpr std::uint32_t kVersion = form::filespace.newest;
 } // namespace
 
 Bytes encodeFilespace(const Filespace &filespace)

@@ -4,6 +4,7 @@
 #include "client/base/hash.h"
 #include "client/base/text.h"
 #include "client/store/record.h"
+#include "client/store/record_forms.h"
 
 #include <algorithm>
 
@@ -13,8 +14,8 @@ namespace arca::store
 namespace
 {
 
-constexpr std::string_view kKind = "ARCAGRNT";
-constexpr std::uint32_t kVersion = 1;
+constexpr std::string_view kKind = form::grant.kind;
+constexpr std::uint32_t kVersion = form::grant.newest;
 constexpr std::size_t kKeyBytesInNames = 8;
 
 Bytes contextOf(const Grant &grant)

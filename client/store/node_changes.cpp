@@ -2,6 +2,7 @@
 // renaming. How they are kept whole is told in change_plan.h.
 #include "client/base/text.h"
 #include "client/store/node_space.h"
+#include "client/store/record_forms.h"
 
 #include <algorithm>
 #include <ctime>
@@ -262,7 +263,8 @@ Result<void> NodeSpace::prepareChange(const ChangePlan &plan, std::span<const Se
                                                      " was deleted meanwhile"};
         ARCA_CHECK(sent.piece->commit());
     }
-    return blob::putWhole(store_, changeName(plan.id, kDone), frameRecord("ARCADONE", 1, {}));
+    return blob::putWhole(store_, changeName(plan.id, kDone),
+                          frameRecord(form::changeDone.kind, form::changeDone.newest, {}));
 }
 
 Result<void> NodeSpace::copyToInactive(PieceId id)

@@ -6,6 +6,7 @@
 
 #include "client/base/text.h"
 #include "client/store/record.h"
+#include "client/store/record_forms.h"
 
 namespace arca::store
 {
@@ -13,8 +14,8 @@ namespace arca::store
 namespace
 {
 
-constexpr std::string_view kKind = "ARCANODE";
-constexpr std::uint32_t kVersion = 2;
+constexpr std::string_view kKind = form::node.kind;
+constexpr std::uint32_t kVersion = form::node.newest;
 constexpr std::uint16_t kScheme = 1;
 constexpr std::string_view kData = "data key";
 constexpr std::string_view kIdentity = "identity";

@@ -2,6 +2,7 @@
 #include "client/store/object_record.h"
 
 #include "client/base/text.h"
+#include "client/store/record_forms.h"
 
 namespace arca::store
 {
@@ -9,8 +10,8 @@ namespace arca::store
 namespace
 {
 
-constexpr std::string_view kKind = "ARCAOBJE";
-constexpr std::uint32_t kVersion = 1;
+constexpr std::string_view kKind = form::object.kind;
+constexpr std::uint32_t kVersion = form::object.newest;
 
 } // namespace
 

@@ -3,6 +3,7 @@
 
 #include "client/base/hash.h"
 #include "client/base/text.h"
+#include "client/store/record_forms.h"
 
 #include <algorithm>
 #include <set>
@@ -13,8 +14,8 @@ namespace arca::store
 namespace
 {
 
-constexpr std::string_view kKind = "ARCACLAS";
-constexpr std::uint32_t kVersion = 1;
+constexpr std::string_view kKind = form::managementClass.kind;
+constexpr std::uint32_t kVersion = form::managementClass.newest;
 constexpr std::string_view kPrefix = "classes/";
 constexpr std::size_t kMaxName = 30, kMaxPool = 30, kMaxDescription = 255;
 constexpr std::size_t kHashBytesInNames = 16;

@@ -4,6 +4,7 @@
 #include "client/base/hash.h"
 #include "client/base/text.h"
 #include "client/store/record.h"
+#include "client/store/record_forms.h"
 
 #include <algorithm>
 #include <ctime>
@@ -15,8 +16,8 @@ namespace
 {
 
 constexpr std::string_view kPlace = "keys/recovery";
-constexpr std::string_view kKind = "ARCARCVR";
-constexpr std::uint32_t kVersion = 1;
+constexpr std::string_view kKind = form::recoveryHalf.kind;
+constexpr std::uint32_t kVersion = form::recoveryHalf.newest;
 constexpr std::uint16_t kX25519 = 1;
 constexpr std::size_t kCheckBytes = 4;
 constexpr std::size_t kGroupDigits = 8;

@@ -6,6 +6,7 @@
 #include "client/engine/restore_plan.h"
 #include "client/store/damage.h"
 #include "client/store/manifest_writer.h"
+#include "client/store/record_kinds.h"
 
 #include <algorithm>
 #include <ctime>
@@ -76,6 +77,7 @@ private:
     Result<Went> checkUnder(const Section &section, const std::string &directory);
     Result<Went> checkOne(const std::string &blobName, Checked what);
     Result<void> checkRecord(const std::string &blobName);
+    Result<void> checkDamage(const std::string &blobName, ByteView bytes);
     Result<void> checkPack(const std::string &blobName);
     void record(const engine::DamagedPart &part, const std::string &reason);
     static std::string reasonOf(const engine::PackFindings &found);
@@ -207,10 +209,22 @@ Result<Verification::Went> Verification::checkOne(const std::string &blobName, C
 Result<void> Verification::checkRecord(const std::string &blobName)
 {
     ARCA_TRY(const Bytes bytes, blob::readWhole(blobs_, blobName, kMaxRecordBytes));
-    const std::string_view kind =
-        textOf(ByteView(bytes).first(std::min<std::size_t>(bytes.size(), 8)));
-    if (!unframeRecord(bytes, kind, UINT32_MAX))
-        return damaged("it is not what was written");
+    const RecordKind *const kind = recordKindAt(blobName);
+    if (kind == nullptr)
+        return damaged("no record has such a name");
+    ARCA_CHECK(kind->check(bytes));
+    return kind->form.place == form::damage.place ? checkDamage(blobName, bytes) : Result<void>();
+}
+
+/// A record of damage goes when what it is about is gone.
+Result<void> Verification::checkDamage(const std::string &blobName, ByteView bytes)
+{
+    ARCA_TRY(const DamageRecord record, decodeDamage(bytes));
+    if (damage_.partIn(blobName) != record.part)
+        return damaged("it is another one than its place says");
+    const auto pack = blobs_.open(packs_.blobNameOf({record.part.pack, record.part.revision}));
+    if (!pack && pack.error().kind == ErrorKind::notFound && damage_.remove(record.part))
+        ++outcome_.healed;
     return {};
 }
 

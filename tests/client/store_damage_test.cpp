@@ -70,4 +70,25 @@ TEST_F(StoreDamage, ARepositoryOfAnotherReleaseIsRefused)
     }
 }
 
+/// The place of a record decides what it must be, not its bytes.
+TEST_F(StoreDamage, ARecordInThePlaceOfAnotherKindIsFound)
+{
+    const auto under = [&](const std::string &prefix) {
+        for (const std::string &path : files_.paths())
+            if (path.starts_with(prefix))
+                return path;
+        return std::string();
+    };
+    const std::string paths[] = {under("/r/keys/recovery/"), under("/r/filespaces/")};
+    for (int i = 0; i < 2; ++i) {
+        const std::string good = files_.contentOf(paths[i]);
+        files_.contentOf(paths[i]) = files_.contentOf(paths[1 - i]);
+        const auto verified = store::verify(*space_, {}, {});
+        ASSERT_TRUE(verified) << verified.error().text;
+        EXPECT_EQ(verified->hurtRecords, 1U) << paths[i];
+        files_.contentOf(paths[i]) = good;
+    }
+    EXPECT_TRUE(isSound());
+}
+
 } // namespace

@@ -1,0 +1,68 @@
+// The table of record kinds: see the header.
+#include "client/store/record_kinds.h"
+
+#include "client/store/access.h"
+#include "client/store/change_plan.h"
+#include "client/store/condemned.h"
+#include "client/store/damage.h"
+#include "client/store/filespace.h"
+#include "client/store/grant.h"
+#include "client/store/group.h"
+#include "client/store/node_record.h"
+#include "client/store/policy.h"
+#include "client/store/recovery_key.h"
+
+#include <algorithm>
+
+namespace arca::store
+{
+
+namespace
+{
+
+template <auto decode> Result<void> check(ByteView record)
+{
+    const auto decoded = decode(record);
+    return decoded ? Result<void>() : Result<void>(decoded.error());
+}
+
+Result<void> checkDone(ByteView record)
+{
+    ARCA_TRY(const ByteView payload,
+             unframeRecord(record, form::changeDone.kind, form::changeDone.newest));
+    if (!payload.empty())
+        return Error{ErrorKind::damaged, "the mark of a change is damaged"};
+    return {};
+}
+
+constexpr RecordKind kKinds[] = {
+    {form::access, check<decodeAccessRule>},
+    {form::changePlan, check<decodeChangePlan>},
+    {form::changeDone, checkDone},
+    {form::managementClass, check<decodeManagementClass>},
+    {form::damage, check<decodeDamage>},
+    {form::filespace, check<decodeFilespace>},
+    {form::grant, check<decodeGrant>},
+    {form::group, check<decodeGroup>},
+    {form::recoveryHalf, check<decodeRecoveryHalf>},
+    {form::node, check<decodeNodeRecord>},
+    {form::object, check<decodeObjectRecord>},
+    {form::mark, check<parseMark>},
+};
+
+} // namespace
+
+std::span<const RecordKind> recordKinds()
+{
+    return kKinds;
+}
+
+const RecordKind *recordKindAt(std::string_view blobName)
+{
+    const auto found = std::ranges::find_if(kKinds, [&](const RecordKind &kind) {
+        return blobName.starts_with(kind.form.place) && blobName.ends_with(kind.form.suffix);
+    });
+    return found == std::end(kKinds) ? nullptr : &*found;
+}
+
+} // namespace arca::store

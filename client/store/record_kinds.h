@@ -1,0 +1,27 @@
+// The decoder of every kind of small record, chosen by the place of the record and never by its
+// bytes: for verifying, and for feeding every decoder with anything.
+#ifndef KEEL_CLIENT_STORE_RECORD_KINDS_H
+#define KEEL_CLIENT_STORE_RECORD_KINDS_H
+
+#include "client/base/bytes.h"
+#include "client/base/result.h"
+#include "client/store/record_forms.h"
+
+#include <span>
+
+namespace arca::store
+{
+
+struct RecordKind {
+    RecordForm form;
+    /// Takes the whole record apart. Errors: damaged, newerFormat, olderFormat.
+    Result<void> (*check)(ByteView record);
+};
+
+std::span<const RecordKind> recordKinds();
+/// The kind whose place a blob's name says; null when no record belongs there.
+const RecordKind *recordKindAt(std::string_view blobName);
+
+} // namespace arca::store
+
+#endif
