@@ -82,9 +82,9 @@ std::string messageInHostLanguage(std::int16_t code)
     // Opened for this one message: nothing is left to be closed when the host forgets this library,
     // and the locale is followed wherever the host takes it.
     nlsObject_t catalogues(nullptr);
-    if (catalogues.start({kCatalogues, nullptr, 1, locale, nl_langinfo(CODESET)}) != 0)
+    if (catalogues.initMsgSys({kCatalogues, nullptr, 1, locale, nl_langinfo(CODESET)}) != 0)
         return {};
-    nlsMsg *message = catalogues.getMsg(known->number);
+    nlsMsg *message = catalogues.GetMsg(known->number);
     std::string text = message == nullptr ? "" : message->text();
     return text.ends_with(known->sentence) ? std::string() : text;
 }

@@ -52,8 +52,8 @@ std::size_t formatTm(char *out, std::size_t size, const struct tm &when, const c
 #endif
 
 // Digits from the right: a separator after three, and then after every three or every two.
-std::size_t group(char *out, std::size_t size, std::int64_t value, const char *separator,
-                  unsigned laterGroup)
+std::size_t group(char *out, std::size_t size, std::uint64_t magnitude, bool negative,
+                  const char *separator, unsigned laterGroup)
 {
     std::array<char, 96> text{};
     std::size_t at = text.size();
@@ -63,8 +63,7 @@ std::size_t group(char *out, std::size_t size, std::int64_t value, const char *s
             std::memcpy(text.data() + at, piece, length);
         }
     };
-    std::uint64_t rest =
-        value < 0 ? 0 - static_cast<std::uint64_t>(value) : static_cast<std::uint64_t>(value);
+    std::uint64_t rest = magnitude;
     unsigned inGroup = 0;
     unsigned groupSize = 3;
     do {
@@ -78,10 +77,20 @@ std::size_t group(char *out, std::size_t size, std::int64_t value, const char *s
         ++inGroup;
         rest /= 10;
     } while (rest != 0);
-    if (value < 0)
+    if (negative)
         put("-", 1);
     stCopy(out, size, {text.data() + at, text.size() - at});
     return size == 0 ? 0 : stLength(out, size);
+}
+
+std::size_t formatNumber(char *out, std::size_t size, std::uint64_t magnitude, bool negative,
+                         unsigned format)
+{
+    const unsigned known = inRange(separators, format);
+    const char *separator = separators[known];
+    if (separator == nullptr)
+        separator = nl_langinfo(THOUSEP);
+    return group(out, size, magnitude, negative, separator, known == numberInIndianGroups ? 2 : 3);
 }
 } // namespace
 
@@ -127,11 +136,18 @@ std::size_t cuFormatTime(char *out, std::size_t size, const struct tm &when, uns
 
 std::size_t cuFormatNumber(char *out, std::size_t size, std::int64_t value, unsigned format)
 {
-    const unsigned known = inRange(separators, format);
-    const char *separator = separators[known];
-    if (separator == nullptr)
-        separator = nl_langinfo(THOUSEP);
-    return group(out, size, value, separator, known == numberInIndianGroups ? 2 : 3);
+    const auto bits = static_cast<std::uint64_t>(value);
+    return formatNumber(out, size, value < 0 ? 0 - bits : bits, value < 0, format);
+}
+
+std::size_t cuFormatCount(char *out, std::size_t size, std::uint64_t value, unsigned format)
+{
+    return formatNumber(out, size, value, false, format);
+}
+
+unsigned cuNumberFormat() noexcept
+{
+    return numberFormat;
 }
 
 std::size_t cuFormatDate(char *out, std::size_t size, const struct tm &when)

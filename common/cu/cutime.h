@@ -26,6 +26,12 @@ void cuSetFormats(unsigned date, unsigned time, unsigned number) noexcept;
 std::size_t cuFormatDate(char *out, std::size_t size, const struct tm &when, unsigned format);
 std::size_t cuFormatTime(char *out, std::size_t size, const struct tm &when, unsigned format);
 std::size_t cuFormatNumber(char *out, std::size_t size, std::int64_t value, unsigned format);
+std::size_t cuFormatCount(char *out, std::size_t size, std::uint64_t value, unsigned format);
+
+/// The number format that no host's locale and no setting changes: 1234567.
+constexpr unsigned cuPlainNumbers = 5;
+/// The process-wide number format.
+unsigned cuNumberFormat() noexcept;
 
 /// The same with the process-wide formats.
 std::size_t cuFormatDate(char *out, std::size_t size, const struct tm &when);

@@ -60,7 +60,7 @@ nlsMsg *lookUp(int msgNum, bool english) noexcept
     if (globalObject == nullptr || (!globalObject->isStarted() && findBuiltIn(msgNum) != nullptr))
         return nullptr;
     globalObject->english = english;
-    return globalObject->getMsg(msgNum);
+    return globalObject->GetMsg(msgNum);
 }
 
 // Formats into buffer; the length, or -1 without a text.
@@ -69,10 +69,10 @@ int formatText(char (&buffer)[maxTextSize], int msgNum, bool english, va_list ar
     psMutexGuard guard(reposLock);
     nlsMsg *message = lookUp(msgNum, english);
     if (message != nullptr)
-        return static_cast<int>(
-            nlOrderInsert(buffer, sizeof buffer, message->stored(),
-                          nlsKeepsIdentifier(message->severity) ? identifierSize : 0,
-                          nlsArgumentTypes(msgNum), arguments));
+        return static_cast<int>(nlOrderInsert(
+            buffer, sizeof buffer, message->stored(),
+            nlsKeepsIdentifier(message->severity) ? identifierSize : 0, nlsArgumentTypes(msgNum),
+            english ? cuPlainNumbers : cuNumberFormat(), arguments));
     const BuiltIn *known = findBuiltIn(msgNum);
     if (known == nullptr)
         return -1;
@@ -93,6 +93,18 @@ int formatOwned(char *&out, int msgNum, bool english, va_list arguments) noexcep
         return 0;
     std::memcpy(out, buffer, size);
     return length;
+}
+
+// The lengths are checked, and the catalogues of the client type opened for the host's language.
+int NlinitSetup(const char *reposName, int cacheLimit, const char *catalogDir,
+                const char *catalogName) noexcept
+{
+    if (tooLong(reposName, maxReposName) || tooLong(catalogDir, maxDirectory))
+        return NLS_RC_ARGUMENT;
+    const bool agent =
+        globalObject->clientType >= firstAgentType && globalObject->clientType <= lastAgentType;
+    return globalObject->initMsgSys({catalogDir, agent ? catalogName : nullptr, cacheLimit,
+                                     std::setlocale(LC_MESSAGES, nullptr), nl_langinfo(CODESET)});
 }
 
 nlsOutputFn routineFor(const nlsOutputFns &fns, std::uint8_t severity) noexcept
@@ -157,14 +169,8 @@ int nlinit(const char *reposName, int cacheLimit, const char *catalogDir, cliTyp
     if (globalObject == nullptr)
         return NLS_RC_NO_MEMORY; // there is an object unless memory for it was short
     globalObject->clientType = clientType;
-    int rc = 0;
-    if (!globalObject->isStarted()) {
-        if (tooLong(reposName, maxReposName) || tooLong(catalogDir, maxDirectory))
-            return NLS_RC_ARGUMENT;
-        const bool agent = clientType >= firstAgentType && clientType <= lastAgentType;
-        rc = globalObject->start({catalogDir, agent ? catalogName : nullptr, cacheLimit,
-                                  std::setlocale(LC_MESSAGES, nullptr), nl_langinfo(CODESET)});
-    }
+    const int rc =
+        globalObject->isStarted() ? 0 : NlinitSetup(reposName, cacheLimit, catalogDir, catalogName);
     if (info != nullptr) {
         info->rc = rc;
         stCopy(info->path, globalObject->path());

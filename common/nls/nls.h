@@ -77,7 +77,8 @@ void psNlsGetReposName(char *out, const char *language) noexcept;
 /// Format a message in the user's language, or in English. out becomes a text that the caller gives
 /// back with utFree; the result is its length. Without a text out is null and the result 0.
 /// Arguments are passed in the order of the inserts' numbers, with exactly the types that the
-/// English source names.
+/// English source names. Amounts (the flag "'" there) are grouped by the number format of nlinit,
+/// and are plain digits in English, which programs read.
 int nlsprintf(char *&out, int msgNum, ...) noexcept;
 int nlvsprintf(char *&out, int msgNum, va_list arguments) noexcept;
 int nlEngsprintf(char *&out, int msgNum, ...) noexcept;

@@ -16,7 +16,8 @@ public:
     nlsCatalogue_t(const nlsCatalogue_t &) = delete;
     nlsCatalogue_t &operator=(const nlsCatalogue_t &) = delete;
 
-    /// Closes what was open. False when the file is missing or not sound.
+    /// Closes what was open. False, and nothing is open, when the file is missing or not sound, and
+    /// for a path without a slash, which the host would look for along its NLSPATH.
     bool open(const char *path) noexcept;
     void close() noexcept;
     bool isOpen() const noexcept { return handle != closed(); }

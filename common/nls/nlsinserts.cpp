@@ -10,6 +10,7 @@
 // already there is shown.
 #include "common/nls/nlsinserts.h"
 
+#include "common/cu/cutime.h"
 #include "common/string/ststring.h"
 
 #include <algorithm>
@@ -141,7 +142,8 @@ int fieldOf(bool star, int taken, int written) noexcept
 
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-void printArgument(Output &out, const Argument &argument, const nlsConversion &as) noexcept
+void printArgument(Output &out, const Argument &argument, const nlsConversion &as,
+                   unsigned numberFormat) noexcept
 {
     // A negative precision counts as none, and so does a width of 0.
     const int width =
@@ -172,6 +174,18 @@ void printArgument(Output &out, const Argument &argument, const nlsConversion &a
         // An int that the message shows as unsigned must not grow to 64 bits on the way.
         if (as.letter != 'd' && as.letter != 'i' && as.longs == 0)
             number = static_cast<long long>(static_cast<unsigned>(number));
+        if (as.grouped) {
+            char digits[96];
+            if (as.letter == 'u')
+                cuFormatCount(digits, sizeof digits, static_cast<std::uint64_t>(number),
+                              numberFormat);
+            else
+                cuFormatNumber(digits, sizeof digits, number, numberFormat);
+            const bool left = std::strchr(as.flags, '-') != nullptr;
+            out.advance(
+                std::snprintf(out.room(), out.left(), "%*s", left ? -width : width, digits));
+            break;
+        }
         buildFormat(format, as, "ll");
         out.advance(std::snprintf(out.room(), out.left(), format, width, precision, number));
     }
@@ -199,8 +213,8 @@ bool findInsert(std::string_view table, std::size_t number, char &kind,
     return false;
 }
 
-void putInsert(Output &out, std::size_t number, std::string_view table,
-               const Arguments &arguments) noexcept
+void putInsert(Output &out, std::size_t number, std::string_view table, const Arguments &arguments,
+               unsigned numberFormat) noexcept
 {
     char kind = '\0';
     std::string_view format;
@@ -211,7 +225,7 @@ void putInsert(Output &out, std::size_t number, std::string_view table,
         out.put(unknown);
         return;
     }
-    printArgument(out, arguments.list[number - 1], as);
+    printArgument(out, arguments.list[number - 1], as, numberFormat);
 }
 } // namespace
 
@@ -222,8 +236,12 @@ bool nlsParseConversion(std::string_view format, nlsConversion &out) noexcept
     if (!takeOne(format, '%'))
         return false;
     std::size_t flags = 0;
-    while (!format.empty() && std::strchr("-+ #0", format.front()) != nullptr &&
+    while (!format.empty() && std::strchr("-+ #0'", format.front()) != nullptr &&
            format.front() != '\0') {
+        if (takeOne(format, '\'')) {
+            out.grouped = true;
+            continue;
+        }
         if (flags == sizeof out.flags - 1)
             return false;
         out.flags[flags++] = format.front();
@@ -242,7 +260,8 @@ bool nlsParseConversion(std::string_view format, nlsConversion &out) noexcept
         return false;
     out.letter = format.front();
     return std::string_view("cdeEfgGiopsuxX").find(out.letter) != std::string_view::npos &&
-           (out.longs == 0 || nlsKindOf(out) == 'n');
+           (out.longs == 0 || nlsKindOf(out) == 'n') &&
+           (!out.grouped || std::string_view("diu").find(out.letter) != std::string_view::npos);
 }
 
 char nlsKindOf(const nlsConversion &conversion) noexcept
@@ -271,7 +290,8 @@ bool nlsSameArguments(const nlsConversion &a, const nlsConversion &b) noexcept
 }
 
 std::size_t nlOrderInsert(char *out, std::size_t size, std::string_view stored,
-                          std::size_t verbatim, const char *types, va_list arguments) noexcept
+                          std::size_t verbatim, const char *types, unsigned numberFormat,
+                          va_list arguments) noexcept
 {
     if (size == 0)
         return 0;
@@ -293,7 +313,7 @@ std::size_t nlOrderInsert(char *out, std::size_t size, std::string_view stored,
         const auto number = text.empty()
                                 ? std::size_t{0}
                                 : static_cast<unsigned char>(text.front()) - std::size_t{'0'};
-        putInsert(output, number, table, read);
+        putInsert(output, number, table, read, numberFormat);
         if (!text.empty())
             text.remove_prefix(1);
     }

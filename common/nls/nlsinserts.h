@@ -7,9 +7,11 @@
 #include <string_view>
 
 /// A printf-style conversion: %[flags][width][.precision][l|ll]letter, width and precision being
-/// numbers up to 999 or asterisks.
+/// numbers up to 999 or asterisks. The flag "'" (with d, i and u) is of an amount: its digits are
+/// grouped as the number format says.
 struct nlsConversion {
-    char flags[6];
+    char flags[6]; // without "'"
+    bool grouped;
     int width;     // -1: none
     int precision; // -1: none
     bool widthStar;
@@ -34,8 +36,10 @@ const char *nlsArgumentTypes(int msgNum) noexcept;
 /// Writes text with its inserts placed to out, cut to size - 1 bytes and terminated, and returns
 /// the length. The first verbatim bytes are copied as they are. stored is the text, a NUL and the
 /// insert table. The argument list is read by types alone; whatever in the stored form does not
-/// agree with them, or is no insert of the message, shows as "?????".
+/// agree with them, or is no insert of the message, shows as "?????". numberFormat (cutime.h) is
+/// that of amounts.
 std::size_t nlOrderInsert(char *out, std::size_t size, std::string_view stored,
-                          std::size_t verbatim, const char *types, va_list arguments) noexcept;
+                          std::size_t verbatim, const char *types, unsigned numberFormat,
+                          va_list arguments) noexcept;
 
 #endif

@@ -23,13 +23,20 @@ constexpr LanguageRow lang2To5[] = {
 void nlsLanguageOfLocale(const char *locale, char (&language)[nlsLanguageSize]) noexcept
 {
     const std::string_view name = locale == nullptr ? "" : locale;
-    const std::string_view bare = name.substr(0, name.find('.'));
+    const std::string_view bare = name.substr(0, name.find_first_of(".@"));
     if (bare.empty() || bare == "C" || bare == "POSIX" ||
         name.find('/') != std::string_view::npos || !stCopy(language, name)) {
         stCopy(language, nlsEnglish);
         return;
     }
     stUpperAscii(language);
+}
+
+bool nlsIsEnglish(std::string_view language) noexcept
+{
+    return stEqualNoCase(language.substr(0, 2), "EN") &&
+           (language.size() == 2 ||
+            std::string_view("_.@").find(language[2]) != std::string_view::npos);
 }
 
 bool nlsFallbackLanguage(const char *language, char (&fallback)[nlsLanguageSize]) noexcept
@@ -39,8 +46,8 @@ bool nlsFallbackLanguage(const char *language, char (&fallback)[nlsLanguageSize]
         stCopy(fallback, "Zh_TW");
         return true;
     }
-    const std::string_view bare = name.substr(0, name.find('.'));
-    stCopy(fallback, bare);
+    const std::string_view bare = name.substr(0, name.find_first_of(".@"));
+    stCopy(fallback, nlsIsEnglish(bare) ? nlsEnglish : bare);
     if (bare.size() != 2)
         return true;
     for (const LanguageRow &row : lang2To5) {

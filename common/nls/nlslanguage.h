@@ -13,10 +13,14 @@ constexpr const char *nlsEnglish = "EN_US";
 /// "C" in any code set, and a name that cannot be a directory's are English.
 void nlsLanguageOfLocale(const char *locale, char (&language)[nlsLanguageSize]) noexcept;
 
-/// What to try when there is no directory of that very name: the name without its code set, with
-/// two letters spelled out by the table of languages. False when a two-letter name is not in the
-/// table; fallback is English then.
+/// What to try when there is no directory of that very name: the name without its code set and its
+/// modifier ("@euro"), with two letters spelled out by the table of languages, and American English
+/// for English of any country. False when a two-letter name is not in the table; fallback is
+/// English then.
 bool nlsFallbackLanguage(const char *language, char (&fallback)[nlsLanguageSize]) noexcept;
+
+/// English of any country: the repository's own texts serve, and need no conversion.
+bool nlsIsEnglish(std::string_view language) noexcept;
 
 /// Converts the repository's UTF-8 to the code set of the host's locale.
 class nlsConverter_t

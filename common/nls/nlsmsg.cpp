@@ -62,7 +62,7 @@ int severityOf(char letter) noexcept
 
 // A text may say by a first byte of 0x10 that it has leading fields, and by bits of the second
 // byte which of them; a first byte of 1 says that it is binary and to be left alone.
-void replacePseudoNull(char *text, std::size_t length) noexcept
+void ReplacePseudoNull(char *text, std::size_t length) noexcept
 {
     if (length == 0 || text[0] == 1)
         return;
@@ -113,7 +113,7 @@ nlsMsgResult nlsMakeMsg(std::uint16_t number, std::string_view stored, nlsConver
     char trailer[17];
     stored.copy(buffer.data(), buffer.size());
     const std::size_t length = takeTrailer(stored, trailer);
-    replacePseudoNull(buffer.data(), length);
+    ReplacePseudoNull(buffer.data(), length);
     std::string_view message(buffer.data(), length);
 
     std::size_t letter = prefixLength;

@@ -80,7 +80,7 @@ int nlsObject_t::openCat(nlsCatalogue_t &catalogue, const char *directory, const
     return tryCat(catalogue, directory, fallback, file) ? 0 : NLS_RC_OPEN;
 }
 
-int nlsObject_t::start(const nlsSetup &setup) noexcept
+int nlsObject_t::initMsgSys(const nlsSetup &setup) noexcept
 {
     engCache.setLimit(setup.cacheLimit);
     localCache.setLimit(setup.cacheLimit);
@@ -102,7 +102,7 @@ void nlsObject_t::openLocal(const nlsSetup &setup) noexcept
     converting = false;
     if (std::strcmp(language, nlsEnglish) == 0)
         return;
-    if (!stEqualNoCase(setup.codeSet, "UTF-8")) {
+    if (!nlsIsEnglish(language) && !stEqualNoCase(setup.codeSet, "UTF-8")) {
         converting = converter.open(setup.codeSet);
         if (!converting) {
             report("RBS0121W Unable to open the iconv converter for the message repository %s. The "
@@ -131,7 +131,7 @@ void nlsObject_t::stop() noexcept
     heldText[0] = '\0';
 }
 
-nlsMsg *nlsObject_t::getMsg(int msgNum) noexcept
+nlsMsg *nlsObject_t::GetMsg(int msgNum) noexcept
 {
     if (!english && heldText[0] != '\0') {
         deliver(heldText);
@@ -146,15 +146,15 @@ nlsMsg *nlsObject_t::getMsg(int msgNum) noexcept
     nlsMsg *message = cache.find(number);
     if (message != nullptr)
         return message;
-    message = readMsg(number, fromEnglish, !fromEnglish);
+    message = ReadMsg(number, fromEnglish, !fromEnglish);
     if (message == nullptr && !fromEnglish)
-        message = readMsg(number, true, false);
+        message = ReadMsg(number, true, false);
     if (message != nullptr)
         cache.add(message);
     return message;
 }
 
-nlsMsg *nlsObject_t::readMsg(std::uint16_t number, bool fromEnglish, bool quietly) noexcept
+nlsMsg *nlsObject_t::ReadMsg(std::uint16_t number, bool fromEnglish, bool quietly) noexcept
 {
     const nlsCatalogue_t &catalogue = fromEnglish ? engCatalogue : localCatalogue;
     if (!catalogue.isOpen()) {

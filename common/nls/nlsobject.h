@@ -24,14 +24,14 @@ class nlsObject_t
 public:
     explicit nlsObject_t(const nlsOutputFns *given) noexcept;
 
-    /// Opens the catalogues. 0, NLS_RC_OPEN or NLS_RC_ARGUMENT; nothing stays open on failure.
-    int start(const nlsSetup &setup) noexcept;
+    /// Opens the catalogues. 0, or NLS_RC_OPEN with nothing open.
+    int initMsgSys(const nlsSetup &setup) noexcept;
     void stop() noexcept;
     bool isStarted() const noexcept { return initialised; }
 
     /// The message in the language that the English flag names, or null. It is the cache's, good
     /// until the next call.
-    nlsMsg *getMsg(int msgNum) noexcept;
+    nlsMsg *GetMsg(int msgNum) noexcept;
 
     /// Hands a text about the repository itself to the error routine and to the trace. What goes
     /// wrong while that routine runs only reaches the trace.
@@ -52,7 +52,7 @@ private:
                 const char *file) noexcept;
     void openLocal(const nlsSetup &setup) noexcept;
     void deliver(const char *text) noexcept;
-    nlsMsg *readMsg(std::uint16_t number, bool fromEnglish, bool quietly) noexcept;
+    nlsMsg *ReadMsg(std::uint16_t number, bool fromEnglish, bool quietly) noexcept;
 
     bool initialised = false;
     bool localIsEnglish = true;

@@ -61,7 +61,7 @@ void place(std::string_view stored, const char *types, ...)
     char out[300];
     va_list arguments;
     va_start(arguments, types);
-    if (nlOrderInsert(out, sizeof out, stored, 9, types, arguments) >= sizeof out)
+    if (nlOrderInsert(out, sizeof out, stored, 9, types, 1, arguments) >= sizeof out)
         std::abort();
     va_end(arguments);
 }

@@ -28,7 +28,7 @@ std::string place(const std::string &stored, const char *types, ...)
     va_list arguments;
     va_start(arguments, types);
     const std::size_t length =
-        nlOrderInsert(out, sizeof out, withBytes(stored), 0, types, arguments);
+        nlOrderInsert(out, sizeof out, withBytes(stored), 0, types, 1, arguments);
     va_end(arguments);
     EXPECT_EQ(length, std::char_traits<char>::length(out));
     return out;
@@ -48,6 +48,9 @@ TEST(Inserts, ArePlacedByNumberAndShownAsTheCatalogueSays)
     EXPECT_EQ(place("{1}1{0}11n%*.*d{0}", "%*.*d", 6, 3, 42), "   042");
     EXPECT_EQ(place("{1}1{0}11n%-*d{0}|", "%*d", 4, 42), "42  ");
     EXPECT_EQ(place("{1}1{0}11n%llu{0}", "%llu", ~0ULL), "18446744073709551615");
+    EXPECT_EQ(place("{1}1{0}11n%'llu{0}", "%llu", ~0ULL), "18,446,744,073,709,551,615");
+    EXPECT_EQ(place("{1}1{0}11n%'-8d{0}|", "%d", -1234), "-1,234  ");
+    EXPECT_EQ(place("{1}1{0}11n%'x{0}", "%x", 1234), "?????");
     EXPECT_EQ(place("{1}1{0}11f%.2f{0}", "%f", 1.005e3), "1005.00");
     EXPECT_EQ(place("{1}1{0}11s%s{0}", "%s", static_cast<const char *>(nullptr)), "(null)");
 }

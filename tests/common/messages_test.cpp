@@ -40,11 +40,15 @@ TEST_F(Messages, OfTheShippedCatalogueCarryTheirInserts)
     EXPECT_EQ(textOf(nlsprintf, 2503, "/fs", "/", "/100%sure%n")
                   .find("RBQ2503E The backup piece /fs//100%sure%n exists"),
               0U);
-    EXPECT_EQ(textOf(nlsprintf, 2527, "/f", "/", "/p", "9", 1, 2, 3, "77"),
+    EXPECT_EQ(textOf(nlsprintf, 2527, "/f", "/", "/p", 9ULL, 1, 2, 3, "77"),
               "RBQ2527I Restore details for /f//p: bytes received 9, elapsed time 01:02:03, "
               "throughput 77 KB/s.");
+    // Amounts are for people; in English they are for programs, too.
+    const char *const refused = " passed to sbtbackup() is 0 or too large.";
     EXPECT_EQ(textOf(nlsprintf, 2702, "sbtbackup()", 5'000'000'000ULL),
-              "RBQ2702E The block size 5000000000 passed to sbtbackup() is 0 or too large.");
+              std::string("RBQ2702E The block size 5,000,000,000") + refused);
+    EXPECT_EQ(textOf(nlEngsprintf, 2702, "sbtbackup()", 5'000'000'000ULL),
+              std::string("RBQ2702E The block size 5000000000") + refused);
     EXPECT_EQ(nlGetMsgSev(2503), nlsSevError);
     EXPECT_EQ(nlGetMsgSev(507), nlsSevZ);
     EXPECT_EQ(textOf(nlsprintf, 9999), "<none>");
@@ -155,7 +159,7 @@ TEST_F(Messages, NeverHandADamagedFileToTheHost)
             continue;
         for (int number : {3, 507, 2702})
             textOf(nlsprintf, number, "text", 7ULL);
-        textOf(nlsprintf, 2526, "a", "b", 1, 2, 3, "c", "d", "e", "f", "g", "h", "i");
+        textOf(nlsprintf, 2526, "a", 7ULL, 1, 2, 3, "c", "d", "e", "f", "g", "h", "i");
     }
     std::filesystem::remove(path);
     std::filesystem::create_directory(path);
@@ -185,6 +189,12 @@ TEST_F(Messages, ComeInTheLanguageOfTheHost)
         {"de", "UTF-8", "Ja, schön", ""},
         {"zh_TW.big5", "UTF-8", "是", ""},
         {"xx", "UTF-8", "Yes", ""},
+        {"de_DE@euro", "UTF-8", "Ja, schön", ""},
+        {"de_DE.UTF-8@euro", "UTF-8", "Ja, schön", ""},
+        {"C@quot", "UTF-8", "Yes", ""},
+        {"en_GB.UTF-8", "UTF-8", "Yes", ""},
+        {"en_AU@x", "NO-SUCH-SET", "Yes", ""},
+        {"eng_GB", "UTF-8", "Yes", "RBS0102W"},
         {"fr_FR.UTF-8", "UTF-8", "Yes", "RBS0102W"},
         {"../DE_DE", "UTF-8", "Yes", ""},
         {"de_DE", "NO-SUCH-SET", "Yes", "RBS0121W"},
@@ -194,16 +204,17 @@ TEST_F(Messages, ComeInTheLanguageOfTheHost)
         nlsOutputFns fns{};
         fns.error = keepReport;
         nlsObject_t object(&fns);
-        ASSERT_EQ(object.start({directory.path().c_str(), "velo.cat", 10, one.locale, one.codeSet}),
-                  0);
+        ASSERT_EQ(
+            object.initMsgSys({directory.path().c_str(), "velo.cat", 10, one.locale, one.codeSet}),
+            0);
         const std::string where = one.locale != nullptr ? one.locale : "no locale";
-        nlsMsg *message = object.getMsg(507);
+        nlsMsg *message = object.GetMsg(507);
         ASSERT_NE(message, nullptr) << where;
         EXPECT_EQ(message->text(), one.expected) << where;
         object.english = true;
-        EXPECT_STREQ(object.getMsg(507)->text(), "Yes") << where;
-        EXPECT_EQ(object.getMsg(507)->text(), one.expected) << where << ", English is not for ever";
-        EXPECT_STREQ(object.getMsg(508)->text(), "No") << where;
+        EXPECT_STREQ(object.GetMsg(507)->text(), "Yes") << where;
+        EXPECT_EQ(object.GetMsg(507)->text(), one.expected) << where << ", English is not for ever";
+        EXPECT_STREQ(object.GetMsg(508)->text(), "No") << where;
         ASSERT_EQ(reported.size(), one.warning.empty() ? 0U : 1U) << where;
         if (!reported.empty()) {
             EXPECT_EQ(reported[0].substr(0, 8), one.warning) << where;
@@ -219,11 +230,11 @@ public:
     {
         const char *directory = client ? KEEL_TEST_CLIENT_CATALOGUES : KEEL_TEST_CATALOGUES;
         const char *file = client ? nullptr : "velo.cat";
-        EXPECT_EQ(object.start({directory, file, 10, locale, codeSet}), 0);
+        EXPECT_EQ(object.initMsgSys({directory, file, 10, locale, codeSet}), 0);
     }
     std::string operator[](int number)
     {
-        nlsMsg *message = object.getMsg(number);
+        nlsMsg *message = object.GetMsg(number);
         return message != nullptr ? message->text() : "<none>";
     }
 
@@ -273,6 +284,35 @@ TEST_F(Messages, AreShippedInThirteenLanguages)
         check(one.locale, english, local, older);
         check(one.locale, clientEnglish, client, olderClient);
     }
+}
+
+TEST_F(Messages, GoToTheRoutineOfTheirSeverity)
+{
+    nlsOutputFns fns{};
+    fns.message = [](const char *text) { keepReport(("message " + std::string(text)).c_str()); };
+    fns.information = [](const char *text) { keepReport(("i " + std::string(text)).c_str()); };
+    fns.warning = [](const char *text) { keepReport(("w " + std::string(text)).c_str()); };
+    fns.error = [](const char *text) { keepReport(("e " + std::string(text)).c_str()); };
+    newNlsGlobalObject(&fns, 0);
+    ASSERT_EQ(startMessages(KEEL_TEST_CATALOGUES), 0);
+    reported.clear();
+    for (int number : {2505, 2528, 2508, 2507, 9999})
+        EXPECT_EQ(nlMessage(number) != 0, number != 9999);
+    EXPECT_EQ(nlprintf(2505), 54);
+    char *written = nullptr;
+    std::size_t size = 0;
+    FILE *stream = open_memstream(&written, &size);
+    EXPECT_EQ(nlfprintf(stream, 507), 3);
+    EXPECT_EQ(nlfprintf(nullptr, 507), 0);
+    std::fclose(stream);
+    EXPECT_STREQ(written, "Yes");
+    std::free(written);
+    const char *const begun[] = {"i RBQ2505I", "w RBQ2528W", "e RBQ2508E",
+                                 "e RBQ2507S", "e RBS9999E", "message RBQ2505I"};
+    ASSERT_EQ(reported.size(), std::size(begun));
+    for (std::size_t i = 0; i < std::size(begun); ++i)
+        EXPECT_EQ(reported[i].find(begun[i]), 0U) << reported[i];
+    newNlsGlobalObject(nullptr, 0);
 }
 
 void askAgain(const char *text)

@@ -1,42 +1,87 @@
 // What is told of a piece when it is closed.
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <ctime>
 
 #include "agents/oracle/common/backup.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/orcmessage.h"
-#include "common/cu/cu64.h"
+#include "common/nls/nls.h"
 #include "common/string/ststring.h"
+#include "common/ut/utmem.h"
 
 namespace
 {
 
 struct Elapsed {
+    long total; // seconds
     int hours;
     int minutes;
     int seconds;
-    char throughput[32]; // KiB a second
 
     explicit Elapsed(const orcObj_t *ctx)
+        : total(static_cast<long>(std::max<std::time_t>(std::time(nullptr) - ctx->startTime, 1))),
+          hours(static_cast<int>(total / 3600)), minutes(static_cast<int>(total / 60 % 60)),
+          seconds(static_cast<int>(total % 60))
     {
-        const auto total =
-            static_cast<long>(std::max<std::time_t>(std::time(nullptr) - ctx->startTime, 1));
-        hours = static_cast<int>(total / 3600);
-        minutes = static_cast<int>(total / 60 % 60);
-        seconds = static_cast<int>(total % 60);
-        std::snprintf(throughput, sizeof throughput, "%.2lf",
-                      static_cast<double>(ctx->bytesTransferred) /
-                          (static_cast<double>(total) * 1024.0));
     }
 };
 
-struct Reduction {
-    char text[32];
-    explicit Reduction(std::uint32_t ratio)
+/// What a report is made of in one of its two forms: the server's log wants English words and the
+/// C locale's decimals, whatever the host speaks; the trace is for the people of the host.
+class Wording
+{
+public:
+    explicit Wording(OrcMessage::Language language) : english_(language == OrcMessage::English)
     {
-        std::snprintf(text, sizeof text, "%.2lf%%", static_cast<double>(ratio) / 100.0);
+        take(yes_, 507);
+        take(no_, 508);
     }
+    [[nodiscard]] const char *answer(bool condition) const
+    {
+        const char *text = condition ? yes_.get() : no_.get();
+        return text == nullptr ? "" : text;
+    }
+
+    /// A number with two decimals and what follows it.
+    struct Decimal {
+        char text[64];
+    };
+    [[nodiscard]] Decimal decimal(double value, const char *unit = "") const
+    {
+        Decimal made{};
+        if (english_) {
+            std::to_chars(made.text, made.text + sizeof made.text - 8, value,
+                          std::chars_format::fixed, 2);
+        } else {
+            std::snprintf(made.text, sizeof made.text, "%.2lf", value);
+        }
+        stAppend(made.text, unit);
+        return made;
+    }
+    /// KiB a second.
+    [[nodiscard]] Decimal throughput(const orcObj_t *ctx, const Elapsed &elapsed) const
+    {
+        return decimal(static_cast<double>(ctx->bytesTransferred) /
+                       (static_cast<double>(elapsed.total) * 1024.0));
+    }
+    [[nodiscard]] Decimal reduction(std::uint32_t ratio) const
+    {
+        return decimal(static_cast<double>(ratio) / 100.0, "%");
+    }
+
+private:
+    void take(utOwned<char> &word, int number) const
+    {
+        char *text = nullptr;
+        english_ ? nlEngsprintf(text, number) : nlsprintf(text, number);
+        word.reset(text);
+    }
+
+    bool english_;
+    utOwned<char> yes_;
+    utOwned<char> no_;
 };
 
 const char *encryptionName(std::uint8_t bits)
@@ -54,31 +99,26 @@ const char *encryptionName(std::uint8_t bits)
 
 void veloBackupStatistics(orcObj_t *ctx, CEventLog &events)
 {
-    const OrcMessage yes(507);
-    const OrcMessage no(508);
-    const auto answer = [&](bool condition) { return condition ? yes.text() : no.text(); };
     const hoxEndSendObjExOut_t &totals = ctx->sendTotals;
     const Elapsed elapsed(ctx);
-    const Reduction compression(totals.compressRatio);
-    const Reduction deduplication(totals.dedupRatio);
     const bool direct = totals.totalDirectBytes.hi != 0 || totals.totalDirectBytes.lo != 0;
     const hoxObjName &name = ctx->hoxName;
-    char bytes[cu64TextSize];
-    cuU64ToText(ctx->bytesTransferred, bytes, 10);
+    const auto report = [&](OrcMessage::Language language, auto &&take) {
+        const Wording in(language);
+        take(2526, ctx->objName, static_cast<unsigned long long>(ctx->bytesTransferred),
+             elapsed.hours, elapsed.minutes, elapsed.seconds, in.throughput(ctx, elapsed).text,
+             in.answer(totals.objCompressed != 0), in.reduction(totals.compressRatio).text,
+             in.answer(totals.objDeduplicated != 0), in.reduction(totals.dedupRatio).text,
+             encryptionName(totals.encryptionType), in.answer(direct));
+    };
 
     events.logOrcMsg(ctx->hoxHandle, HOX_LOG_SERVER, HOX_SEVERITY_INFO, 2535, name.fsName,
                      name.hlName, name.llName);
-    const auto report = [&](auto &&take) {
-        take(2526, ctx->objName, bytes, elapsed.hours, elapsed.minutes, elapsed.seconds,
-             elapsed.throughput, answer(totals.objCompressed != 0), compression.text,
-             answer(totals.objDeduplicated != 0), deduplication.text,
-             encryptionName(totals.encryptionType), answer(direct));
-    };
-    report([&](int number, auto... inserts) {
+    report(OrcMessage::English, [&](int number, auto... inserts) {
         events.logOrcMsg(ctx->hoxHandle, HOX_LOG_SERVER, HOX_SEVERITY_INFO, number, inserts...);
     });
     if (rmanTraceOn(RMANTR_FLOW)) {
-        report([](int number, auto... inserts) {
+        report(OrcMessage::Localised, [](int number, auto... inserts) {
             RMAN_TRACE(RMANTR_FLOW, " %s: %s\n", "sbtclose2()",
                        OrcMessage(number, inserts...).text());
         });
@@ -89,18 +129,21 @@ void veloRestoreStatistics(orcObj_t *ctx, CEventLog &events)
 {
     const Elapsed elapsed(ctx);
     const hoxObjName &name = ctx->hoxName;
-    char bytes[cu64TextSize];
-    cuU64ToText(ctx->bytesTransferred, bytes, 10);
+    const auto bytes = static_cast<unsigned long long>(ctx->bytesTransferred);
+    const auto report = [&](OrcMessage::Language language, auto &&take) {
+        take(2527, name.fsName, name.hlName, name.llName, bytes, elapsed.hours, elapsed.minutes,
+             elapsed.seconds, Wording(language).throughput(ctx, elapsed).text);
+    };
 
     events.logOrcMsg(ctx->hoxHandle, HOX_LOG_SERVER, HOX_SEVERITY_INFO, 2536, name.fsName,
                      name.hlName, name.llName, bytes);
-    events.logOrcMsg(ctx->hoxHandle, HOX_LOG_SERVER, HOX_SEVERITY_INFO, 2527, name.fsName,
-                     name.hlName, name.llName, bytes, elapsed.hours, elapsed.minutes,
-                     elapsed.seconds, elapsed.throughput);
+    report(OrcMessage::English, [&](int number, auto... inserts) {
+        events.logOrcMsg(ctx->hoxHandle, HOX_LOG_SERVER, HOX_SEVERITY_INFO, number, inserts...);
+    });
     if (rmanTraceOn(RMANTR_FLOW)) {
-        RMAN_TRACE(RMANTR_FLOW, " %s: %s\n\n", "sbtclose2()",
-                   OrcMessage(2527, name.fsName, name.hlName, name.llName, bytes, elapsed.hours,
-                              elapsed.minutes, elapsed.seconds, elapsed.throughput)
-                       .text());
+        report(OrcMessage::Localised, [](int number, auto... inserts) {
+            RMAN_TRACE(RMANTR_FLOW, " %s: %s\n\n", "sbtclose2()",
+                       OrcMessage(number, inserts...).text());
+        });
     }
 }

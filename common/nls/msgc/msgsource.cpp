@@ -46,7 +46,7 @@ void takeInsert(std::string_view &text, MessageText &message)
     if (argument < 1 || argument > maxArgument || text.empty() || text.front() != '$')
         throw SourceError("a percent sign begins an insert, as in %1$s; write %% for the sign");
     text.remove_prefix(1);
-    const std::size_t end = text.find_first_not_of("-+ #0123456789.*l");
+    const std::size_t end = text.find_first_not_of("-+ #'0123456789.*l");
     const std::string_view rest = text.substr(0, end == std::string_view::npos ? end : end + 1);
     const std::string conversion = "%" + std::string(rest);
     nlsConversion parsed{};
