@@ -3,7 +3,7 @@
 // line on an append-only descriptor, which the system does not tear apart either).
 #include "client/api/local_log.h"
 
-#include "client/base/text.h"
+#include "common/string/ststring.h"
 
 #include <cerrno>
 #include <ctime>
@@ -19,8 +19,6 @@ namespace arca::api
 namespace
 {
 
-constexpr std::size_t kMaxText = 4000;
-
 std::mutex &logMutex()
 {
     static std::mutex *const mutex = new std::mutex; // outlives every thread that may still log
@@ -35,18 +33,34 @@ std::string lineOf(const std::string &text)
     if (localtime_r(&now, &local) != nullptr)
         (void)std::strftime(date, sizeof date, "%m/%d/%Y %H:%M:%S", &local);
     return std::string(date) + " TID<" + std::to_string(getpid()) + ">  ==>  " +
-           printable(text, kMaxText) + "\n";
+           stOneLine(text, stLogLineLimit) + "\n";
 }
 
 /// Beyond the limit of the process on file sizes a write sends a signal that ends the host.
-bool hasRoomFor(int descriptor, std::size_t more)
+bool hasRoomFor(off_t size, std::size_t more)
 {
     rlimit limit;
-    struct stat state;
-    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || fstat(descriptor, &state) != 0)
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0)
         return false;
-    return limit.rlim_cur == RLIM_INFINITY ||
-           static_cast<rlim_t>(state.st_size) + more <= limit.rlim_cur;
+    return limit.rlim_cur == RLIM_INFINITY || static_cast<rlim_t>(size) + more <= limit.rlim_cur;
+}
+
+/// The whole line or nothing: under the lock nothing but a part of this line lies behind the old
+/// end of the file, so what a full disk cuts is taken back.
+bool appendWhole(int descriptor, const std::string &line)
+{
+    struct stat before;
+    if (fstat(descriptor, &before) != 0 || !hasRoomFor(before.st_size, line.size()))
+        return false;
+    ssize_t written;
+    do
+        written = write(descriptor, line.data(), line.size());
+    while (written < 0 && errno == EINTR);
+    if (written == static_cast<ssize_t>(line.size()))
+        return true;
+    if (written > 0)
+        (void)!ftruncate(descriptor, before.st_size);
+    return false;
 }
 
 } // namespace
@@ -63,9 +77,7 @@ bool appendToLocalLog(const std::string &path, const std::string &text)
     do
         locked = lockf(descriptor, F_LOCK, 0);
     while (locked != 0 && errno == EINTR);
-    bool written = false;
-    if (locked == 0 && hasRoomFor(descriptor, line.size()))
-        written = write(descriptor, line.data(), line.size()) == static_cast<ssize_t>(line.size());
+    const bool written = locked == 0 && appendWhole(descriptor, line);
     close(descriptor); // gives the lock back
     return written;
 }

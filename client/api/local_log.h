@@ -9,8 +9,10 @@ namespace arca::api
 {
 
 /// Appends "<date> <time> TID<pid>  ==>  <text>" and a newline as one write under a lock on the
-/// whole file, which is made with mode 0600 when it is not there. False when it could not be
-/// written.
+/// whole file, which is made with mode 0600 when it is not there. Control characters of the text
+/// are shown escaped ("\n"), and more than 4,000 bytes are cut and marked with "...", as the agent
+/// does in the same file. Returns false when the line could not be written whole; nothing of it is
+/// there then.
 bool appendToLocalLog(const std::string &path, const std::string &text);
 
 } // namespace arca::api

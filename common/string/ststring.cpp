@@ -50,3 +50,41 @@ bool stEqualNoCase(std::string_view a, std::string_view b) noexcept
     return std::equal(a.begin(), a.end(), b.begin(), b.end(),
                       [](char x, char y) { return stToUpperAscii(x) == stToUpperAscii(y); });
 }
+
+namespace
+{
+std::string escaped(char c)
+{
+    switch (c) {
+    case '\n':
+        return "\\n";
+    case '\r':
+        return "\\r";
+    case '\t':
+        return "\\t";
+    default:
+        break;
+    }
+    static const char digits[] = "0123456789abcdef";
+    const auto byte = static_cast<unsigned char>(c);
+    return {'\\', 'x', digits[byte >> 4], digits[byte & 0xF]};
+}
+} // namespace
+
+std::string stOneLine(std::string_view text, std::size_t limit)
+{
+    std::string line;
+    for (std::size_t at = 0; at < text.size() && line.size() <= limit; ++at) {
+        const auto byte = static_cast<unsigned char>(text[at]);
+        if (byte < 0x20 || byte == 0x7F)
+            line += escaped(text[at]);
+        else
+            line += text[at];
+    }
+    if (line.size() <= limit)
+        return line;
+    std::size_t end = limit;
+    while (end > 0 && (static_cast<unsigned char>(line[end]) & 0xC0U) == 0x80)
+        --end;
+    return line.substr(0, end) + "...";
+}

@@ -5,6 +5,7 @@
 #define KEEL_COMMON_STRING_STSTRING_H
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 /// False when src had to be cut to fit; dst is terminated all the same (unless size is 0).
@@ -37,6 +38,14 @@ constexpr char stToUpperAscii(char c) noexcept
 /// In place.
 void stUpperAscii(char *text) noexcept;
 void stTrimRight(char *text) noexcept;
+
+/// A text from outside as one line of a log: control characters are shown escaped ("\n", "\r",
+/// "\t", others as "\x1b"), and a line of more than limit bytes is cut, never inside a character of
+/// UTF-8, and marked with "...". Throws std::bad_alloc.
+std::string stOneLine(std::string_view text, std::size_t limit);
+
+/// What the lines of veloerror.log are cut to, whichever library writes them.
+constexpr std::size_t stLogLineLimit = 4000;
 
 /// Equal without regard to the case of ASCII letters.
 bool stEqualNoCase(std::string_view a, std::string_view b) noexcept;

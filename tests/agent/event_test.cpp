@@ -148,6 +148,19 @@ TEST_F(EventTest, LogsWhereTheOptionFileSaysAndElseWhereItStands)
     EXPECT_EQ(2, occurrences(errorLog(), "RBQ2539S"));
 }
 
+TEST_F(EventTest, LetsNoNameForgeALineOfTheErrorLog)
+{
+    openChannel();
+    const std::string name = "p\n11/22/2026 00:00:00 TID<1> ==> forged\r\t\x1b[0m";
+    client.objects["/lumoorc//" + name] = {};
+    EXPECT_EQ("sbtbackup 7503", open(name));
+    const std::string log = errorLog();
+    EXPECT_EQ(1, occurrences(log, "\n")) << log;
+    EXPECT_NE(std::string::npos,
+              log.find("//p\\n11/22/2026 00:00:00 TID<1> ==> forged\\r\\t\\x1b[0m exists"))
+        << log;
+}
+
 TEST_F(EventTest, KeepsTheLastFailureForWhoeverAsks)
 {
     openChannel();

@@ -299,7 +299,7 @@ TEST_F(ClientTest, EventsReachTheLogsTheyAreMeantFor)
     EXPECT_EQ(serverLog().find("here only"), std::string::npos);
     EXPECT_EQ(serverLog().find("no session"), std::string::npos);
     const std::string process = " TID<" + std::to_string(getpid()) + ">  ==>  RBQ0599 ";
-    for (const char *line : {"both?lines\n", "here only\n", "no session\n"})
+    for (const char *line : {"both\\nlines\n", "here only\n", "no session\n"})
         EXPECT_NE(localLog().find(process + line), std::string::npos) << line;
     EXPECT_EQ(localLog().find("at once"), std::string::npos);
 }

@@ -75,6 +75,21 @@ TEST(Utf8, RoundTripsAndMarksWhatIsNone)
     EXPECT_STREQ(narrow, "aä€") << "no half character";
 }
 
+TEST(Narrow, BecomesOneLineOfALog)
+{
+    const struct {
+        std::string text;
+        std::size_t limit;
+        std::string line;
+    } cases[] = {
+        {"a b\\ä", 9, "a b\\ä"}, {std::string("\n\r\t\0\x7f", 5), 99, "\\n\\r\\t\\x00\\x7f"},
+        {"abc", 3, "abc"},       {"abcd", 3, "abc..."},
+        {"abä", 3, "ab..."},     {"", 0, ""},
+    };
+    for (const auto &one : cases)
+        EXPECT_EQ(stOneLine(one.text, one.limit), one.line);
+}
+
 TEST(Formats, ShowDatesTimesAndNumbers)
 {
     struct tm when {

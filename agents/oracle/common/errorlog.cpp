@@ -51,7 +51,7 @@ public:
     [[nodiscard]] const char *text() const { return line_; }
 
 private:
-    char line_[2048];
+    char line_[stLogLineLimit + 100];
 };
 
 } // namespace
@@ -85,7 +85,12 @@ void veloErrorMsg(const char *text)
     char head[128];
     std::snprintf(head, sizeof head, "%s TID<%d> ==> ", when, static_cast<int>(getpid()));
     try {
-        psWriteError(path, (std::string(head) + text + "\n").c_str());
+        // A piece's name may hold anything; a line end in it must not look like a line of the log.
+        std::string_view body(text);
+        const bool ended = body.ends_with('\n');
+        body.remove_suffix(ended ? 1 : 0);
+        psWriteError(path,
+                     (head + stOneLine(body, stLogLineLimit) + (ended ? "\n\n" : "\n")).c_str());
     } catch (const std::exception &) {
         // No memory for the line: it is lost, like one whose file does not open.
     }
@@ -110,25 +115,33 @@ void veloGetApiMsg(std::uint32_t hoxHandle, char /*unused*/, std::int16_t rc, ch
     input.withIdentifier = 1;
     hoxRCMsgExOut_t output{};
     output.stVersion = HOX_RCMSGEX_VERSION;
-    if (hoxApi().dhoxRCMsgEx(HoxApiStatusObjP, hoxHandle, &input, &output) == HOX_RC_OK) {
-        output.message[HOX_MAX_RC_MESSAGE] = '\0';
+    const std::int16_t found = hoxApi().dhoxRCMsgEx(HoxApiStatusObjP, hoxHandle, &input, &output);
+    output.message[HOX_MAX_RC_MESSAGE] = '\0';
+    if (found == HOX_RC_OK && output.message[0] != '\0') {
         stCopy(text, ORC_ERRTEXT_SIZE, output.message);
     } else {
-        stCopy(text, ORC_ERRTEXT_SIZE, OrcMessage(3).text());
+        const OrcMessage own(found == DHOX_NOT_LOADED ? agentRcMessage(rc) : 3);
+        stCopy(text, ORC_ERRTEXT_SIZE, own.empty() ? OrcMessage(3).text() : own.text());
     }
     KEEL_TRACE(TR_EXTRC_DETAIL, " %s: hoxHandle = %d, rc = %d, '%s'\n", "veloGetApiMsg()",
                static_cast<int>(hoxHandle), rc, text);
 }
 
+bool veloGetLocalMsg(std::uint32_t hoxHandle, std::int16_t rc, char *text)
+{
+    static_assert(ORC_ERRTEXT_SIZE > HOX_MAX_RC_MESSAGE, "the client fills so much");
+    text[0] = '\0';
+    if (hoxApi().dhoxRCMsg(HoxApiStatusObjP, hoxHandle, rc, text) != HOX_RC_OK) {
+        text[0] = '\0';
+    }
+    text[HOX_MAX_RC_MESSAGE] = '\0';
+    return text[0] != '\0';
+}
+
 void veloLogApiText(std::uint32_t hoxHandle, std::int16_t rc)
 {
-    char text[HOX_MAX_RC_MESSAGE + 1] = "";
-    if (hoxApi().dhoxRCMsg(HoxApiStatusObjP, hoxHandle, rc, text) == HOX_RC_OK) {
-        text[HOX_MAX_RC_MESSAGE] = '\0';
-        veloErrorMsg(text);
-    } else {
-        veloErrorMsg(OrcMessage(3).text());
-    }
+    char text[ORC_ERRTEXT_SIZE];
+    veloErrorMsg(veloGetLocalMsg(hoxHandle, rc, text) ? text : OrcMessage(3).text());
 }
 
 void veloReportApiFailure(orcObj_t *ctx, std::int16_t rc)

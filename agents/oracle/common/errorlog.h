@@ -17,7 +17,8 @@ constexpr std::size_t ORC_PATH_SIZE = 1025;
 /// characters.
 std::uint16_t getErrorLog(char *path);
 
-/// Appends "DATE TIME TID<process> ==> text" to the error log.
+/// Appends "DATE TIME TID<process> ==> text" to the error log. Control characters of the text are
+/// shown escaped, but for a line end at its end, and more than 4,000 bytes are cut.
 void veloErrorMsg(const char *text);
 
 /// The error routines that the message object takes: to the error log, and to the one of the
@@ -26,11 +27,17 @@ void veloErrorMsg(const char *text);
 void veloErrorRoutine(const char *text);
 void veloFirstErrorRoutine(const char *text);
 
-/// Copies the storage client's text of rc into text (ORC_ERRTEXT_SIZE characters). The second
-/// argument is not used.
+/// Copies the storage client's text of rc, in English, into text (ORC_ERRTEXT_SIZE characters).
+/// Where the client has none it is that of message 3, and without a client, when rc can only be of
+/// this library, that of agentRcMessage. The second argument is not used.
 void veloGetApiMsg(std::uint32_t hoxHandle, char unused, std::int16_t rc, char *text);
 
-/// Writes the storage client's text of rc to the error log.
+/// Copies the storage client's text of rc, in the host's language, into text (ORC_ERRTEXT_SIZE
+/// characters). Returns false, and text is empty, when the client has none.
+bool veloGetLocalMsg(std::uint32_t hoxHandle, std::int16_t rc, char *text);
+
+/// Writes the storage client's text of rc, in the host's language, to the error log; where the
+/// client has none, that of message 3.
 void veloLogApiText(std::uint32_t hoxHandle, std::int16_t rc);
 
 /// A storage-client call of this context failed: its text goes into the context's error text and
