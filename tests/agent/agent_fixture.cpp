@@ -221,3 +221,17 @@ int occurrences(const std::string &text, const std::string &part)
         ++count;
     return count;
 }
+
+bool inOrder(const std::string &text, const std::string &parts)
+{
+    std::size_t at = 0;
+    for (std::size_t from = 0, bar = 0; bar != std::string::npos; from = bar + 1) {
+        bar = parts.find('|', from);
+        const std::string part = parts.substr(from, bar == std::string::npos ? bar : bar - from);
+        at = text.find(part, at);
+        if (at == std::string::npos)
+            return false;
+        at += part.size();
+    }
+    return true;
+}

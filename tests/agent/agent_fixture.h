@@ -109,4 +109,7 @@ protected:
 /// How many times part stands in text.
 int occurrences(const std::string &text, const std::string &part);
 
+/// The parts of `parts`, which bars keep apart ("Calling|failed"), stand in text in that order.
+bool inOrder(const std::string &text, const std::string &parts);
+
 #endif

@@ -1,5 +1,6 @@
 // A channel's life from sbtinit to sbtend, as the database sees it, and what may go wrong in it.
 
+#include "agents/oracle/common/orcobj.h"
 #include "keel_paths.h"
 #include "tests/agent/agent_fixture.h"
 
@@ -186,11 +187,14 @@ TEST_F(ScriptedAgentTest, SetsTheStorageClientUpAndCleansUpWhatItSetUp)
         const char *faults;
         std::uint8_t access;
         const char *outcome, *story, *logged;
+        bool localTexts = true, serverTexts = true;
     } table[] = {
         {"", HOX_PASSWORDACCESS_GENERATE, "", "SetUp QueryCliOptions CleanUp", ""},
         {"", HOX_PASSWORDACCESS_PROMPT, "", "SetUp QueryCliOptions CleanUp SetUp CleanUp", ""},
         {"SetUp:1=2030", 1, "7011 2030", "SetUp", "RBS2030E Local text"},
         {"SetUp:2=2030", 0, "7011 2030", "SetUp QueryCliOptions CleanUp SetUp", "RBS2030E Local"},
+        {"SetUp:1=2030", 1, "7011 2030", "SetUp", "RBS2030E Server text", false},
+        {"SetUp:1=2030", 1, "7011 2030", "SetUp", "RBQ0003S", false, false},
         // A first channel that fails leaves nothing behind.
         {"QueryCliOptions:1=2007", 1, "7011 2007", "SetUp QueryCliOptions CleanUp", ""},
     };
@@ -199,6 +203,8 @@ TEST_F(ScriptedAgentTest, SetsTheStorageClientUpAndCleansUpWhatItSetUp)
         fs::remove("veloerror.log");
         client = ScriptedClient();
         client.passwordAccess = row.access;
+        client.localTexts = row.localTexts;
+        client.serverTexts = row.serverTexts;
         client.script(row.faults);
         EXPECT_EQ(row.outcome, initialise());
         if (*row.outcome == '\0')
@@ -211,6 +217,39 @@ TEST_F(ScriptedAgentTest, SetsTheStorageClientUpAndCleansUpWhatItSetUp)
         // The file that stands for the program stays only where the first set-up failed.
         EXPECT_EQ(std::string(row.faults) == "SetUp:1=2030", fs::remove(client.programName));
     }
+}
+
+TEST_F(ScriptedAgentTest, GoesByTheNodeOfTheOptionsTheClientTheEnvironmentOrTheHost)
+{
+    char host[65] = "";
+    gethostname(host, sizeof host - 1);
+    const std::string longest(64, 'n'), tooLong(65, 'n');
+    const struct {
+        const char *option, *client, *environment;
+        std::string node;
+    } table[] = {{"VELO_NODE mine", "clients", "hosts", "mine"},
+                 {"", "clients", "envs", "clients"},
+                 {"", "", "envs", "envs"},
+                 {"", "", longest.c_str(), longest},
+                 {"", "", tooLong.c_str(), ""},
+                 {"", "", "", host}};
+    for (const auto &row : table) {
+        SCOPED_TRACE(row.node);
+        client = ScriptedClient();
+        client.passwordAccess = *row.option ? HOX_PASSWORDACCESS_PROMPT : 1;
+        client.nodeName = row.client;
+        setenv("HOXO_NODE", row.environment, 1);
+        installation.configureAgent({row.option});
+        if (row.node.empty()) {
+            EXPECT_EQ("7011 23", initialise());
+            EXPECT_NE(std::string::npos, errorLog().find("RBS0023E")) << errorLog();
+            continue;
+        }
+        openChannel();
+        EXPECT_EQ(row.node, static_cast<orcObj_t *>(ctx)->nodeName);
+        endChannel();
+    }
+    unsetenv("HOXO_NODE");
 }
 
 TEST_F(ScriptedAgentTest, OpensEachSessionAsTheClientAsks)

@@ -1,6 +1,7 @@
 // A channel that runs out of memory: whichever allocation fails, the calls say so or go on without,
 // what was acknowledged is stored, and nothing leaks.
 
+#include "agents/oracle/common/orcobj.h"
 #include "common/ut/utmem.h"
 #include "tests/agent/agent_fixture.h"
 
@@ -44,7 +45,11 @@ protected:
             EXPECT_EQ("sbtinfo2 7501", answer);
             EXPECT_EQ(0U, errorText().find("RBQ2522E")) << errorText();
         }
-        remove({"piece", "missing"});
+        if (const std::string failure = remove({"piece", "missing"}); !failure.empty()) {
+            EXPECT_EQ("sbtremove2 7501", failure);
+            EXPECT_EQ(ORC_STATE_IDLE, static_cast<orcObj_t *>(ctx)->state);
+            EXPECT_EQ(0U, static_cast<orcObj_t *>(ctx)->hoxHandle);
+        }
         endChannel();
     }
 };

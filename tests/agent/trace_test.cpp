@@ -95,6 +95,15 @@ TEST_F(ScriptedAgentTest, ShowsBuffersAndCodesInTheAgentTrace)
     EXPECT_EQ(1, occurrences(contents("agent.trc"), "hoxHandle = 0, rc = 137, 'RBS0137E Server"));
 }
 
+TEST_F(ScriptedAgentTest, TellsTheEndOfACallThatReleasesTheTraces)
+{
+    installation.configureAgent({"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ORACLE"});
+    ASSERT_EQ("", initialise());
+    EXPECT_EQ(-1, agent.sbtinit2(nullptr, 0, nullptr));
+    EXPECT_TRUE(inOrder(contents("agent.trc"), "sbtinit2(): Exit - NULL context|veloCleanUp()"))
+        << contents("agent.trc");
+}
+
 class TraceTest : public ::testing::Test
 {
 protected:
@@ -173,7 +182,8 @@ TEST_F(TraceTest, DumpsInEachForm)
                  {std::string(33, 'A'), 3, words33},
                  {std::string(32, 'A'), 3, words33.substr(0, 71)},
                  {std::string(65, 'A'), 7, "A"},
-                 {std::string(2, 'A'), 7, "."}};
+                 {std::string(2, 'A'), 7, "."},
+                 {"", 7, "."}};
     ASSERT_EQ(0U, trace.trBegin(file.c_str()));
     for (const auto &row : table) {
         std::filesystem::remove(file);

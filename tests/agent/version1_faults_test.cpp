@@ -11,12 +11,35 @@ using Operations = std::vector<std::string>;
 #define NOT_FOUND "BeginQuery GetNextQObj EndQuery "
 #define RELEASED "Terminate CleanUp"
 
+/// The end of a call in the agent trace: the reason, and the exit before the traces are released.
+static std::string tracedAs(const std::string &call, const std::string &outcome)
+{
+    const std::string name = " " + call + ": ";
+    const bool info = call == "sbtinfo()", failed = outcome.find('/') != std::string::npos;
+    std::string reason;
+    if (failed) {
+        const int code =
+            static_cast<std::int16_t>(std::stoi(outcome.substr(outcome.find('/') + 1)));
+        char text[16];
+        std::snprintf(text, sizeof text, code > 2500 && code < 2600 ? "RBQ%04d" : "RBS%04d",
+                      code == 0    ? HOX_RC_NO_MATCH
+                      : code == -1 ? 0 // an object that did not begin, which the client called 0
+                                   : code);
+        reason = name + "'" + text + "|";
+    }
+    return reason + name +
+           (!failed                ? "Exit - OK"
+            : call == "sbtwrite()" ? "HOXSENDDATA"
+                                   : "Exit") +
+           (info ? "|Last trace for sbtinfo()|veloCleanUp(): Enter" : "");
+}
+
 TEST_F(Version1FaultTest, TellsTheStorageCodeOfEveryFailure)
 {
     enum Step { Open, Write, Close, OpenToRead, Read, CloseRead, Remove, Info };
     const struct {
         Step step;
-        const char *faults, *outcome, *story;
+        const char *faults, *outcome, *story, *traced = "";
     } table[] = {
         {Open, "Init:1=2101", "7011/2101", "Terminate Init CleanUp"},
         {Open, "Init:1=-50", "",
@@ -55,14 +78,20 @@ TEST_F(Version1FaultTest, TellsTheStorageCodeOfEveryFailure)
         {Remove, "GetNextQObj:1=0", "7011/121", SESSION NOT_FOUND},
         {Remove, "BeginTxn:1=2104", "7011/2104", SESSION FOUND "BeginTxn"},
         {Remove, "DeleteObj:1=2111", "7011/2111", SESSION FOUND "BeginTxn DeleteObj EndTxn1"},
-        {Remove, "EndTxn:1=2302/2113", "7011/2113", SESSION FOUND "BeginTxn DeleteObj EndTxn1"},
+        {Remove, "EndTxn:1=2302/2113", "7011/2113", SESSION FOUND "BeginTxn DeleteObj EndTxn1",
+         "sbtremove(): After HOXDELETEOBJ(). Deleted 'kept'"},
         {Info, "BeginQuery:1=2102", "7011/2102", SESSION "BeginQuery " RELEASED},
         {Info, "GetNextQObj:1=0", "7011/121", SESSION NOT_FOUND RELEASED},
-        {Info, "GetNextQObj:3=2", "7011/2", SESSION FOUND NOT_FOUND RELEASED},
+        // The class of a file is looked up for the trace alone: it may be deleted.
+        {Info, "GetNextQObj:3=2", "found", SESSION FOUND NOT_FOUND RELEASED},
+        {Info, "BeginQuery:2=2102", "found", SESSION FOUND "BeginQuery " RELEASED},
     };
+    installation.configureAgent(
+        {"VELO_TRACE_FILE " + path("agent.trc"), "VELO_TRACE_FLAGS ORACLE"});
     for (const auto &row : table) {
         SCOPED_TRACE(std::to_string(row.step) + " " + row.faults);
         std::filesystem::remove("veloerror.log");
+        std::filesystem::remove("agent.trc");
         client = ScriptedClient();
         begin();
         ASSERT_EQ("", store("kept", std::string(1024, 'k')));
@@ -97,6 +126,13 @@ TEST_F(Version1FaultTest, TellsTheStorageCodeOfEveryFailure)
         story.erase(story.find_last_not_of(' ') + 1);
         EXPECT_EQ(story, client.story());
         EXPECT_EQ(*row.outcome != '\0', errorLog().find("RB") != std::string::npos) << errorLog();
+        static const char *const calls[] = {"sbtopen()", "sbtwrite()", "sbtclose()",  "sbtopen()",
+                                            "sbtread()", "sbtclose()", "sbtremove()", "sbtinfo()"};
+        const std::string call = calls[row.step];
+        EXPECT_NE(std::string::npos, contents("agent.trc").find(row.traced));
+        EXPECT_TRUE(inOrder(contents("agent.trc"), tracedAs(call, row.outcome)))
+            << tracedAs(call, row.outcome) << "\n"
+            << contents("agent.trc");
         release();
     }
 }

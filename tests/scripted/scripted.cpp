@@ -30,7 +30,7 @@ static void fillOptions(optStruct *options)
 {
     *options = {};
     std::strcpy(options->serverName, "scripted");
-    std::strcpy(options->nodeName, "scriptednode");
+    std::strcpy(options->nodeName, theClient.nodeName.c_str());
     options->passwordAccess = theClient.passwordAccess;
 }
 
@@ -142,15 +142,17 @@ OPERATION(hoxLogEventEx)(hoxHandle_t handle, const hoxLogEventExIn_t *input, hox
 // The two look-ups answer with different texts, so that a test can tell which one was asked.
 SCRIPTED_EXPORT int16_t hoxRCMsg(hoxHandle_t, int16_t rc, char *message)
 {
-    std::snprintf(message, HOX_MAX_RC_MESSAGE + 1, "RBS%04dE Local text of code %d.", rc, rc);
+    std::snprintf(message, HOX_MAX_RC_MESSAGE + 1,
+                  theClient.localTexts ? "RBS%04dE Local text of code %d." : "", rc, rc);
     return 0;
 }
 
 SCRIPTED_EXPORT int16_t hoxRCMsgEx(hoxHandle_t, const hoxRCMsgExIn_t *input,
                                    hoxRCMsgExOut_t *output)
 {
-    std::snprintf(output->message, sizeof output->message, "RBS%04dE Server text of code %d.",
-                  input->rc, input->rc);
+    std::snprintf(output->message, sizeof output->message,
+                  theClient.serverTexts ? "RBS%04dE Server text of code %d." : "", input->rc,
+                  input->rc);
     return 0;
 }
 

@@ -57,8 +57,10 @@ public:
     hoxApiVersionEx level{HOX_API_VERSION_EX_VERSION, 7, 1, 3, 0};
     bool keysDiffer = false; // each key that is derived is another
     std::uint8_t passwordAccess = HOX_PASSWORDACCESS_GENERATE;
+    std::string nodeName = "scriptednode";
     std::string boundClass = "STANDARD";
     hoxEndSendObjExOut_t totals{};
+    bool localTexts = true, serverTexts = true;    // else that look-up succeeds with an empty text
     std::map<std::string, ScriptedObject> objects; // by fsName, hlName and llName, joined
     std::string programName; // the file that stood for the program at the last set-up
 

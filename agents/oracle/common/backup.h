@@ -17,9 +17,10 @@ std::uint16_t veloPrepSend(orcObj_t *ctx);
 /// event log.
 std::uint16_t closeSend(orcObj_t *ctx, unsigned long flags);
 
-/// Describes the context's object for the start of its sending: owner, size estimate, information,
-/// class. The attributes point into ctx and at mcName.
-void fillObjAttr(const orcObj_t *ctx, const char *mcName, ObjAttr *attributes);
+/// Describes the context's object for the start of its sending: owner, size estimate (traced under
+/// caller's name), information, class. The attributes point into ctx and at mcName.
+void veloFillObjAttr(const orcObj_t *ctx, const char *mcName, const char *caller,
+                     ObjAttr *attributes);
 
 /// Ends the transaction. The storage client's code, with 2302 replaced by the reason it points to.
 std::int16_t veloEndTxn(orcObj_t *ctx, std::uint8_t vote, std::uint16_t *reason);

@@ -43,10 +43,21 @@ TraceScope::TraceScope(const char *name, const char *file, unsigned line, const 
 
 TraceScope::~TraceScope()
 {
-    const trClass level = failed_ ? TR_ORCLEVEL0 : TR_ORCLEVEL1;
-    const rmantrclass cls = failed_ ? RMANTR_ERROR : RMANTR_FLOW;
-    const char *text = failed_ ? exit_ : "Exit - OK\n\n";
-    const char *name = failed_ ? nullptr : name_;
+    leave();
+}
+
+void TraceScope::leave()
+{
+    if (left_) {
+        return;
+    }
+    left_ = true;
+    const trClass level = failed() ? TR_ORCLEVEL0 : TR_ORCLEVEL1;
+    const rmantrclass cls = failed()                   ? RMANTR_ERROR
+                            : kind_ == Exit::EndOfFile ? RMANTR_DETAIL
+                                                       : RMANTR_FLOW;
+    const char *text = worded_ ? exit_ : "Exit - OK\n\n";
+    const char *name = worded_ ? nullptr : name_;
     if (trTest(level)) {
         toAgent(file_, line_, text, name);
     }
@@ -60,13 +71,17 @@ bool TraceScope::traced() const
     return trTest(TR_ORCLEVEL0) || trTest(TR_ORCLEVEL1) || (database_ && rmanTraceOn(RMANTR_ERROR));
 }
 
-void TraceScope::setExit(const char *file, unsigned line, const char *format, ...)
+void TraceScope::setExit(Exit kind, const char *file, unsigned line, const char *format, ...)
 {
+    if (left_) {
+        return;
+    }
     va_list arguments;
     va_start(arguments, format);
     std::vsnprintf(exit_, sizeof exit_, format, arguments);
     va_end(arguments);
     file_ = file;
     line_ = line;
-    failed_ = true;
+    kind_ = kind;
+    worded_ = true;
 }

@@ -13,8 +13,9 @@
 //     }
 //
 // A TraceScope writes to the agent trace; an EntryScope, for the exported calls, to the database
-// trace too. The exit text is written when the scope ends. Formatting costs nothing while both
-// traces are off.
+// trace too. The exit text is written when the scope ends, or earlier by leave(): before a step
+// that deletes the traces, and wherever a reader must find it above what follows. Formatting costs
+// nothing while both traces are off.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_CALLSCOPE_H
 #define KEEL_AGENTS_ORACLE_COMMON_CALLSCOPE_H
 
@@ -49,11 +50,20 @@ public:
     /// The routine's name with "()", as the traces show it.
     [[nodiscard]] const char *name() const { return name_; }
 
-    /// Sets the exit text of a failure; the last one set wins. Use SCOPE_EXIT.
-    void setExit(const char *file, unsigned line, const char *format, ...)
-        __attribute__((format(printf, 4, 5)));
+    /// What an exit text tells of, and so which class of the database trace it goes to: a failure
+    /// to the errors (and level 0 of the agent trace), a return with words of its own to the flow,
+    /// the end of a file to the details (both level 1).
+    enum class Exit { Failure, Flow, EndOfFile };
 
-    [[nodiscard]] bool failed() const { return failed_; }
+    /// Sets the exit text; the last one set wins. Nothing after leave(). Use SCOPE_EXIT.
+    void setExit(Exit kind, const char *file, unsigned line, const char *format, ...)
+        __attribute__((format(printf, 5, 6)));
+
+    /// Writes the exit line now; the end of the scope writes none.
+    void leave();
+
+    /// True once a failure's exit text is set.
+    [[nodiscard]] bool failed() const { return kind_ == Exit::Failure; }
 
     /// The exit line goes to the agent trace only: the caller has told the database trace in other
     /// words.
@@ -74,8 +84,10 @@ private:
     const char *file_;
     unsigned line_;
     bool database_;
-    bool failed_ = false;
-    char exit_[kExitSize]; // set only with failed_
+    bool worded_ = false;
+    bool left_ = false;
+    Exit kind_ = Exit::Flow;
+    char exit_[kExitSize]; // set only with worded_
 };
 
 class EntryScope : public TraceScope
@@ -88,12 +100,17 @@ public:
     }
 };
 
-#define SCOPE_EXIT(scope, ...)                                                                     \
+#define SCOPE_EXIT_KIND(scope, kind, ...)                                                          \
     do {                                                                                           \
         if ((scope).traced()) {                                                                    \
-            (scope).setExit(__FILE__, __LINE__, __VA_ARGS__);                                      \
+            (scope).setExit(TraceScope::Exit::kind, __FILE__, __LINE__, __VA_ARGS__);              \
         }                                                                                          \
     } while (0)
+
+#define SCOPE_EXIT(scope, ...) SCOPE_EXIT_KIND(scope, Failure, __VA_ARGS__)
+
+#define SCOPE_EXIT_FLOW(scope, ...) SCOPE_EXIT_KIND(scope, Flow, __VA_ARGS__)
+#define SCOPE_EXIT_END_OF_FILE(scope, ...) SCOPE_EXIT_KIND(scope, EndOfFile, __VA_ARGS__)
 
 /// As SCOPE_EXIT, for an exit that the database trace was told in other words.
 #define SCOPE_EXIT_AGENT(scope, ...)                                                               \

@@ -52,10 +52,9 @@ void formatOrcTexts(logMsgInfo_t &message, logType_t destination, int msgNum, va
 void fetchApiTexts(logMsgInfo_t &message, std::int16_t rc)
 {
     veloGetApiMsg(message.hoxHandle, 1, rc, message.engText);
-    char text[HOX_MAX_RC_MESSAGE + 1] = "";
-    hoxApi().dhoxRCMsg(HoxApiStatusObjP, message.hoxHandle, rc, text);
-    text[HOX_MAX_RC_MESSAGE] = '\0';
-    stCopy(message.nlsText, text);
+    if (!veloGetLocalMsg(message.hoxHandle, rc, message.nlsText)) {
+        stCopy(message.nlsText, message.engText);
+    }
 }
 
 hoxLogEventExIn_t eventRecord(const char *application, const char *platform)
@@ -77,7 +76,9 @@ CEventLog::CEventLog(const char *name) : funcName{}, nodeName{}
 
 CEventLog::~CEventLog()
 {
-    logQueuedMsgs();
+    if (!refused) {
+        logQueuedMsgs();
+    }
     msgList.freeAll();
 }
 
@@ -168,10 +169,15 @@ void CEventLog::queueApiMsg(std::uint32_t hoxHandle, logType_t type, std::uint32
 
 void CEventLog::logQueuedMsgs()
 {
+    TraceScope scope("CEventLog::logQueuedMsgs()");
+    refused = false;
     auto *node = msgList.head();
     while (node != nullptr) {
         const std::int16_t rc = send(node->record, destinationOf(node->record), Arrow::Tight);
         if (rc == HOX_RC_LOG_UNAVAILABLE) {
+            refused = true;
+            SCOPE_EXIT(scope, " %s: Exit - messages not sent: %u. rc = %d\n\n", scope.name(),
+                       msgList.count(), rc);
             return;
         }
         node = msgList.remove(node);

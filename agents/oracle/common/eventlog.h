@@ -1,8 +1,9 @@
 // CEventLog: messages to the event logs of the storage client, the server's, the local one, or
 // both.
 //
-// A short-lived local object of one call: made on entry, told the node, used, and let go; whatever
-// is still queued then is sent. What cannot be sent is lost; nothing is reported to the caller.
+// A short-lived local object of one call: made on entry, told the node, used, and let go; what is
+// still queued then is sent, unless the log has refused it before. What cannot be sent is lost;
+// nothing is reported to the caller.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_EVENTLOG_H
 #define KEEL_AGENTS_ORACLE_COMMON_EVENTLOG_H
 
@@ -40,8 +41,8 @@ public:
     void logApiMsg(std::uint32_t hoxHandle, logType_t, std::uint32_t severity, std::int16_t rc);
     void queueApiMsg(std::uint32_t hoxHandle, logType_t, std::uint32_t severity, std::int16_t rc);
 
-    /// Sends the queue from its head. When the log answers 2041 the rest stays queued, and is
-    /// dropped at the end of the object.
+    /// Sends the queue from its head. When the log answers 2041 the rest stays queued: a later
+    /// call tries it again, the end of the object drops it unsent.
     void logQueuedMsgs();
 
 private:
@@ -54,6 +55,7 @@ private:
     char funcName[31];
     char nodeName[65];
     CLinkedList<logMsgInfo_t> msgList;
+    bool refused = false; // the last flush met 2041: what is left in msgList is not offered again
 };
 
 /// Tells the server's log that the application begins its work in this session: an event without a

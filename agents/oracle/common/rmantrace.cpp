@@ -332,7 +332,7 @@ class DumpText
 {
 public:
     explicit DumpText(int length)
-        : size_((static_cast<std::size_t>(length) + 15) / 16 * 70 + 1),
+        : size_((static_cast<std::size_t>(length) + 15) / 16 * 70 + 2),
           text_(static_cast<char *>(utCalloc(1, size_ + 1)))
     {
     }
@@ -410,7 +410,7 @@ void RMANTrace::trPrintStr(const unsigned char *data, int length, CharForm form)
         for (int i = 0; i < length; ++i) {
             dumpByte(text, i, data[i], form);
         }
-    } else if (length > 0) {
+    } else {
         text.add(shown(static_cast<unsigned char>(length & 0xFF)));
     }
     const std::string_view line = text.line();

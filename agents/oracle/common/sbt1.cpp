@@ -57,7 +57,13 @@ void Sbt1Call::countBytes(std::uint64_t bytes)
     pOrcBlock[index_].bytesDone += bytes;
 }
 
-int Sbt1Call::failTold(std::uint32_t oer, std::uint32_t errnum)
+int Sbt1Call::failStep(std::uint32_t oer, std::uint32_t errnum)
+{
+    ORC_TRACE(0, " %s: '%s'\n", name(), ctx_->errText);
+    return finish(oer, errnum);
+}
+
+int Sbt1Call::finish(std::uint32_t oer, std::uint32_t errnum)
 {
     error_->oer = oer;
     error_->errnum = errnum;
@@ -68,7 +74,7 @@ int Sbt1Call::fail(std::uint32_t oer, std::uint32_t errnum, const OrcMessage &me
 {
     veloReportMessage(nullptr, message);
     ORC_TRACE(0, " %s: '%s'\n", name(), message.text());
-    return failTold(oer, errnum);
+    return finish(oer, errnum);
 }
 
 int Sbt1Call::failApi(std::uint32_t oer, std::uint32_t errnum, std::int16_t apiRc)
@@ -78,19 +84,23 @@ int Sbt1Call::failApi(std::uint32_t oer, std::uint32_t errnum, std::int16_t apiR
     veloGetApiMsg(session, 1, apiRc, text);
     veloLogApiText(session, apiRc);
     ORC_TRACE(0, " %s: '%s'\n", name(), text);
-    return failTold(oer, errnum);
+    return finish(oer, errnum);
 }
 
 int Sbt1Call::failNoEntry(std::uint32_t oer)
 {
-    // The search has written the text of 2014 already.
+    // The search has written the text of 2014 to the error log already.
+    char text[ORC_ERRTEXT_SIZE];
+    veloGetApiMsg(0, 1, HOX_RC_NO_CONTEXT, text);
+    ORC_TRACE(0, " %s: '%s'\n", name(), text);
     SCOPE_EXIT(scope_, " %s: Exit - oer = %d, errno = %d\n\n", name(), static_cast<int>(oer),
                ORC_RC_NO_ENTRY);
-    return failTold(oer, ORC_RC_NO_ENTRY);
+    return finish(oer, ORC_RC_NO_ENTRY);
 }
 
 void Sbt1Call::cleanUp()
 {
+    scope_.leave();
     veloCleanUp(ctx_);
     ctx_ = nullptr;
     index_ = -1;

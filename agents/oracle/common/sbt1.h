@@ -62,16 +62,19 @@ public:
     int fail(std::uint32_t oer, std::uint32_t errnum, const OrcMessage &message);
     int failApi(std::uint32_t oer, std::uint32_t errnum, std::int16_t apiRc);
     int failNoEntry(std::uint32_t oer);
-    /// As above for a failure whose text was told already.
-    int failTold(std::uint32_t oer, std::uint32_t errnum);
+    /// As above for a step that has put its text into the context and the error log already.
+    int failStep(std::uint32_t oer, std::uint32_t errnum);
 
-    /// Releases the channel; the context is gone afterwards.
+    /// Writes the call's exit line and releases the channel, the traces with it; the context is
+    /// gone afterwards. Set the exit text first.
     void cleanUp();
 
     /// Puts the entry's node name into the environment, for the storage client's set-up.
     void exportNode() const;
 
 private:
+    int finish(std::uint32_t oer, std::uint32_t errnum);
+
     EntryScope scope_;
     bserc *error_;
     std::int16_t index_ = -1;
@@ -89,14 +92,15 @@ std::uint16_t ohoxSess(Sbt1Call &call);
 /// object and without saying so. *found and the identifier are clear unless it is 0.
 std::uint16_t queryObj(Sbt1Call &call, const char *fileName, dhoxBackupObject_t *found);
 
-/// The storage pool of a management class, for the trace.
+/// Looks the storage pool of a management class up, for the trace. A failure is reported, and is
+/// none of the file's: its class may be deleted.
 std::uint16_t queryMC(Sbt1Call &call, const char *fileName, const char *mcName);
 
 std::uint16_t regFS(orcObj_t *ctx);
 
 /// Begins to write: 2503 when the object exists.
 std::uint16_t prepareSend(Sbt1Call &call, const char *fileName);
-/// Begins to read: 2 when there is no such object.
+/// Begins to read: 2 when there is no such object, which is reported.
 std::uint16_t prepareGet(Sbt1Call &call, const char *fileName);
 
 /// Ends the object of a session, and commits it.

@@ -97,9 +97,11 @@ std::uint16_t queryMC(Sbt1Call &call, const char *fileName, const char *mcName)
 {
     TraceScope scope("queryMC()");
     qryRespMCData answer{};
-    const std::int16_t rc = veloQueryClass(call.ctx(), mcName, scope.name(), &answer);
+    const std::int16_t rc =
+        veloQueryClass(call.ctx(), mcName, scope.name(), &answer, [&call](std::int16_t failure) {
+            veloReportApiFailure(call.ctx(), failure);
+        });
     if (rc != HOX_RC_OK) {
-        veloReportApiFailure(call.ctx(), rc);
         SCOPE_EXIT(scope, " %s: Exit - hoxHandle = %d, rc = %d\n\n", scope.name(), call.handle(),
                    rc);
         return static_cast<std::uint16_t>(rc);
@@ -118,6 +120,12 @@ std::uint16_t regFS(orcObj_t *ctx)
 
 namespace
 {
+
+void fillObjAttr(const orcObj_t *ctx, const char *mcName, ObjAttr *attributes)
+{
+    TraceScope scope("fillObjAttr()");
+    veloFillObjAttr(ctx, mcName, scope.name(), attributes);
+}
 
 // Transaction, class, object. The session is the caller's to end.
 std::uint16_t beginSend(orcObj_t *ctx, TraceScope &scope)
@@ -183,7 +191,7 @@ std::uint16_t prepareGet(Sbt1Call &call, const char *fileName)
     dhoxBackupObject_t found{};
     const std::uint16_t rc = queryObj(call, fileName, &found);
     if (rc == HOX_RC_NO_MATCH) {
-        veloLogApiText(call.ctx()->hoxHandle, HOX_RC_NO_MATCH);
+        veloReportApiFailure(call.ctx(), HOX_RC_NO_MATCH);
         SCOPE_EXIT(scope, " %s: Exit - Object not found for restore\n", scope.name());
     }
     return rc != ORC_RC_OK ? rc : veloPrepGet(call.ctx());

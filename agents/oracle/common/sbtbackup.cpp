@@ -174,6 +174,7 @@ int openPiece(orcObj_t *ctx, const BackupRequest &request, EntryScope &scope)
         ctx->sbtErrCode = SBT_EXISTS;
         SCOPE_EXIT(scope, " %s: Exit - veloQueryObj() failed. hoxHandle = %d, rc = %d\n\n", name,
                    static_cast<int>(ctx->hoxHandle), static_cast<std::int16_t>(rc));
+        scope.leave();
         veloEndSession(ctx);
         ctx->state = ORC_STATE_IDLE;
         return -1;

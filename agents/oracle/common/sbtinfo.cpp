@@ -45,20 +45,18 @@ const sbtFileInfo *sbtinfo(bserc *error, char *fileName)
     dhoxBackupObject_t object{};
     std::uint16_t rc = ohoxSess(call);
     if (rc == ORC_RC_OK && (rc = queryObj(call, fileName, &object)) == ORC_RC_OK) {
-        rc = queryMC(call, fileName, object.mcName);
+        queryMC(call, fileName, object.mcName);
+        describe(fileName, object);
+    } else if (rc == HOX_RC_NO_MATCH) {
+        veloReportApiFailure(call.ctx(), HOX_RC_NO_MATCH);
     }
-    if (rc == HOX_RC_NO_MATCH) {
-        veloLogApiText(call.ctx()->hoxHandle, HOX_RC_NO_MATCH);
-    }
-    ORC_TRACE(2, " %s: Calling veloCleanUp(). Last trace for %s\n", call.name(), call.name());
     if (rc != ORC_RC_OK) {
         SCOPE_EXIT(call.scope(), " %s: Exit - oer = %d, errno = %d\n\n", call.name(),
                    static_cast<int>(SBT1_FAILED), rc);
-        call.cleanUp();
-        call.failTold(SBT1_FAILED, rc);
-        return nullptr;
+        call.failStep(SBT1_FAILED, rc);
     }
-    describe(fileName, object);
+    call.scope().leave();
+    ORC_TRACE(2, " %s: Calling veloCleanUp(). Last trace for %s\n", call.name(), call.name());
     call.cleanUp();
-    return &answer;
+    return rc == ORC_RC_OK ? &answer : nullptr;
 }

@@ -302,12 +302,15 @@ int sbtinfo2(void *context, unsigned long /*flags*/, char **pieceNames, sbtPair 
     if (rc == ORC_RC_NO_MEMORY) {
         veloReportNoMemory(ctx);
         SCOPE_EXIT(scope, " %s: Exit - No Memory\n\n", scope.name());
+    } else if (rc != ORC_RC_OK) {
+        scope.leave();
     }
     if (rc != ORC_RC_OK) {
         ctx->sbtErrCode = SBT_FAILED;
+    } else {
+        ORC_TRACE(2, " %s: Calling HOXTERMINATE(), hoxHandle = %d\n", scope.name(),
+                  static_cast<int>(ctx->hoxHandle));
     }
-    ORC_TRACE(2, " %s: Calling HOXTERMINATE(), hoxHandle = %d\n", scope.name(),
-              static_cast<int>(ctx->hoxHandle));
     veloEndSession(ctx);
     ctx->state = ORC_STATE_IDLE;
     return rc == ORC_RC_OK ? 0 : -1;

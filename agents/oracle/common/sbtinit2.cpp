@@ -68,12 +68,14 @@ int sbtinit2(void *context, unsigned long /*flags*/, const sbtPair *init2In)
     if (ctx == nullptr) {
         veloReportNull(kName, "ctx");
         SCOPE_EXIT(scope, " %s: Exit - NULL context\n\n", kName);
+        scope.leave(); // the clean-up deletes the traces
         veloCleanUp(nullptr);
         return -1;
     }
     if (!takeContext(ctx)) {
         veloReportMessage(nullptr, OrcMessage(2539, "SearchOrcBlock()", "orcCtxP"));
         SCOPE_EXIT(scope, " %s: Exit - no context\n\n", kName);
+        scope.leave();
         veloCleanUp(nullptr);
         return -1;
     }

@@ -67,8 +67,9 @@ int sbtopen(bserc *error, char *fileName, unsigned long mode, unsigned long bloc
                    " %s: Exit  %s failed. - hoxHandle = %d, rc = %d, oer = %d, errno = %d\n\n",
                    call.name(), step, call.handle(), rc, static_cast<int>(oer),
                    static_cast<int>(errnum));
+        call.failStep(oer, errnum);
         call.cleanUp();
-        return call.failTold(oer, errnum);
+        return -1;
     }
     return call.handle();
 }

@@ -29,7 +29,7 @@ void dump(const orcObj_t *ctx, const char *buffer, const DataBlk &block)
 {
     veloTraceBuffer(buffer, block.numBytes < ctx->blockSize ? block.numBytes : ctx->blockSize);
     if (rmanTraceOn(RMANTR_DETAIL)) {
-        RMAN_TRACE(RMANTR_DETAIL, "\n Buffer:");
+        RMAN_TRACE(RMANTR_DETAIL, " \n Buffer: ");
         rmanTrcClass->trPrintStr(reinterpret_cast<const unsigned char *>(buffer),
                                  static_cast<int>(ctx->blockSize < 32 ? ctx->blockSize : 32),
                                  RMANTR_FORM_HEX);
@@ -56,7 +56,8 @@ int sbtread2(void *context, unsigned long /*flags*/, void *buffer)
     const int handle = static_cast<int>(ctx->hoxHandle);
     if (ctx->state == ORC_STATE_RESTORE_END) {
         ctx->sbtErrCode = SBT_END_OF_FILE;
-        SCOPE_EXIT(scope, " %s: Exit, End of File, hoxHandle = %d\n\n", scope.name(), handle);
+        SCOPE_EXIT_END_OF_FILE(scope, " %s: Exit, End of File, hoxHandle = %d\n\n", scope.name(),
+                               handle);
         return -1;
     }
     veloTestDelay();
@@ -73,7 +74,8 @@ int sbtread2(void *context, unsigned long /*flags*/, void *buffer)
         if (block.numBytes == 0) {
             ctx->errText[0] = '\0';
             ctx->sbtErrCode = SBT_END_OF_FILE;
-            SCOPE_EXIT(scope, " %s: Exit - EOF, hoxHandle = %d\n", scope.name(), handle);
+            SCOPE_EXIT_END_OF_FILE(scope, " %s: Exit - EOF, hoxHandle = %d\n", scope.name(),
+                                   handle);
             return -1;
         }
     } else if (rc != HOX_RC_MORE_DATA) {

@@ -21,6 +21,10 @@ std::uint16_t deleteFound(Sbt1Call &call, const char *fileName)
     request.backID.objId = ctx->objId;
     const std::int16_t deleted =
         hoxApi().dhoxDeleteObj(HoxApiStatusObjP, ctx->hoxHandle, HOX_DELETE_BACKUP_ID, &request);
+    if (deleted == HOX_RC_OK) {
+        ORC_TRACE(2, " %s: After HOXDELETEOBJ(). Deleted '%s' from server\n", call.name(),
+                  fileName);
+    }
     std::uint16_t reason = 0;
     rc = veloEndTxn(ctx, HOX_VOTE_COMMIT, &reason);
     if (deleted != HOX_RC_OK) {
@@ -33,7 +37,6 @@ std::uint16_t deleteFound(Sbt1Call &call, const char *fileName)
                    call.name(), call.handle(), reason);
         return static_cast<std::uint16_t>(rc);
     }
-    ORC_TRACE(2, " %s: After HOXDELETEOBJ(). Deleted '%s' from server\n", call.name(), fileName);
     return ORC_RC_OK;
 }
 
@@ -59,14 +62,14 @@ int sbtremove(bserc *error, char *fileName)
     if (rc == ORC_RC_OK && (rc = queryObj(call, fileName, &object)) == ORC_RC_OK) {
         rc = deleteFound(call, fileName);
     } else if (rc == HOX_RC_NO_MATCH) {
-        veloLogApiText(call.ctx()->hoxHandle, HOX_RC_NO_MATCH);
+        veloReportApiFailure(call.ctx(), HOX_RC_NO_MATCH);
     }
     if (rc != ORC_RC_OK) {
         if (!call.scope().failed()) {
             SCOPE_EXIT(call.scope(), " %s: Exit - oer = %d, errno = %d\n\n", call.name(),
                        static_cast<int>(SBT1_FAILED), rc);
         }
-        return call.failTold(SBT1_FAILED, rc);
+        return call.failStep(SBT1_FAILED, rc);
     }
     return 0;
 }

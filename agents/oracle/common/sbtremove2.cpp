@@ -85,14 +85,14 @@ std::uint16_t veloDelBackObj(orcObj_t *ctx, const objFileInfo_t &object)
         fail(rc);
         const auto tell = deleted == HOX_RC_OK ? &CEventLog::logApiMsg : &CEventLog::queueApiMsg;
         (events.*tell)(ctx->hoxHandle, HOX_LOG_BOTH, HOX_SEVERITY_SEVERE, rc);
-    }
-    events.logQueuedMsgs();
-    if (deleted != HOX_RC_OK) {
-        if (!ended) {
+        if (deleted != HOX_RC_OK) {
             ORC_TRACE(0,
                       " %s: HOXENDTXN() failed\n rc       : %d\n hoxHandle: %d\n reason   : %d\n\n",
                       scope.name(), rc, handle, reason);
         }
+    }
+    events.logQueuedMsgs();
+    if (deleted != HOX_RC_OK) {
         SCOPE_EXIT(scope, " %s: Exit - HOXDELETEOBJ() failed\n\n", scope.name());
     } else if (!ended) {
         SCOPE_EXIT(scope, " %s: Exit HOXENDTXN() failed, hoxHandle = %d, rc = %d, reason = %d\n\n",
@@ -157,6 +157,7 @@ int failFetch(Removal &removal, BackupQuery &query, const hoxObjName &name, std:
                "Object Name = '%s%s%s', Owner = %s, Object State = %d\n\n",
                removal.scope.name(), removal.handle(), rc, name.fsName, name.hlName, name.llName,
                ctx->options[OPT_VELO_OWNER], HOX_STATE_ACTIVE);
+    removal.scope.leave();
     query.end();
     removal.events.logQueuedMsgs();
     veloEndSession(ctx);
@@ -229,6 +230,8 @@ int removeAll(orcObj_t *ctx, char **pieceNames, EntryScope &scope)
         veloReportNoMemory(ctx);
         SCOPE_EXIT(scope, " %s: Exit - No memory. hoxHandle = %d\n\n", scope.name(),
                    removal.handle());
+        veloEndSession(ctx);
+        ctx->state = ORC_STATE_IDLE;
         return -1;
     }
     removal.events.initNodeName(ctx->nodeName);

@@ -9,8 +9,9 @@ int sbtwrite(bserc *error, unsigned th, char *buffer)
         return -1;
     }
     if (!call.hasEntry()) {
+        call.failNoEntry(SBT1_WRITE_NO_ENTRY);
         call.cleanUp();
-        return call.failNoEntry(SBT1_WRITE_NO_ENTRY);
+        return -1;
     }
     const int handle = static_cast<int>(th);
     const std::int16_t state = call.state();

@@ -114,7 +114,7 @@ int sbtwrite2(void *context, unsigned long /*flags*/, void *buffer)
         return send(ctx, data, ctx->blockSize, scope);
     }
     if (!gather(ctx, buffer, scope.name())) {
-        ORC_TRACE(2, " %s: orcCtxP->veloBuffP NOT FULL. Exit - OK\n\n", scope.name());
+        SCOPE_EXIT_FLOW(scope, " %s: orcCtxP->veloBuffP NOT FULL. Exit - OK\n\n", scope.name());
         return 0;
     }
     const std::uint32_t held = ctx->veloBuffFill;

@@ -71,6 +71,7 @@ std::uint16_t makeProcessObjects(const TraceScope &scope)
 {
     nlsOutputFns outputs{};
     outputs.error = veloFirstErrorRoutine;
+    outputs.console = writeToConsole;
     if (newNlsGlobalObject(&outputs, NLS_PROVISIONAL_START) == nullptr) {
         psNonNlsErrorMsg("RBQ2522E There is not enough system memory to complete command.");
         return ORC_RC_NO_MEMORY;
@@ -82,7 +83,7 @@ std::uint16_t makeProcessObjects(const TraceScope &scope)
     keelTrcClass = new (std::nothrow) KEELCTrace;
     rmanTrcClass = new (std::nothrow) RMANTrace;
     if (keelTrcClass == nullptr || rmanTrcClass == nullptr) {
-        psNonNlsErrorMsg(OrcMessage(2538).text());
+        nlMessage(2538);
         return ORC_RC_NO_MEMORY;
     }
     if (const std::uint16_t rc = InitOrcBlock(); rc != ORC_RC_OK) {
@@ -122,7 +123,7 @@ std::uint16_t loadStorageClient()
     }
     const int rc = gHoxApiObjP->Setup();
     if (rc != 0) {
-        veloReportMessage(nullptr, OrcMessage(156, DHoxApiDL::kLibrary, rc));
+        nlMessage(156, DHoxApiDL::kLibrary, rc);
     }
     return static_cast<std::uint16_t>(rc);
 }
@@ -143,13 +144,17 @@ std::uint16_t setUpStorageClient(orcObj_t *ctx, const TraceScope &scope)
     return ORC_RC_OK;
 }
 
-// The node of the option file, else the one the storage client goes by, else the host name.
+// The node of the option file, else the one the storage client goes by, else that of the
+// environment or the host.
 std::uint16_t registerNode(orcObj_t *ctx, const TraceScope &scope)
 {
     if (ctx->options[OPT_VELO_NODE][0] != '\0') {
         stCopy(ctx->nodeName, ctx->options[OPT_VELO_NODE]);
     } else if (ctx->nodeName[0] == '\0') {
-        psveloGetNodeName(ctx->nodeName);
+        if (const int rc = psfillNodeName(ctx->nodeName); rc != 0) {
+            ctx->sbtErrCode = SBT_FAILED;
+            return static_cast<std::uint16_t>(rc);
+        }
     }
     const int rc = psveloPutNodeName(ctx->nodeName);
     if (rc != 0) {
@@ -178,7 +183,7 @@ std::uint16_t initialise(orcObj_t *ctx, TraceScope &scope)
     }
     veloTraceHeaderInfo(ctx);
     if ((rc = veloCheck_API_Level()) != ORC_RC_OK) {
-        veloReportMessage(nullptr, OrcMessage(2507));
+        nlMessage(2507);
         return rc;
     }
     if ((rc = AddOrcBlock()) != ORC_RC_OK) {

@@ -64,9 +64,10 @@ std::uint16_t queryClass(Sending &sending)
 {
     const char *name = sending.scope.name();
     qryRespMCData found{};
-    const std::int16_t rc = veloQueryClass(sending.ctx, sending.mcName, name, &found);
+    const std::int16_t rc =
+        veloQueryClass(sending.ctx, sending.mcName, name, &found,
+                       [&sending](std::int16_t failure) { sending.report(failure); });
     if (rc != HOX_RC_OK) {
-        sending.report(rc);
         SCOPE_EXIT(sending.scope, " %s: Exit - management class '%s'. hoxHandle = %d, rc = %d\n\n",
                    name, sending.mcName, sending.handle(), rc);
     }
@@ -125,7 +126,7 @@ std::uint16_t beginObject(Sending &sending)
     orcObj_t *ctx = sending.ctx;
     const char *name = sending.scope.name();
     ObjAttr attributes{};
-    fillObjAttr(ctx, sending.mcName, &attributes);
+    veloFillObjAttr(ctx, sending.mcName, name, &attributes);
     const std::int16_t rc = hoxApi().dhoxSendObj(HoxApiStatusObjP, ctx->hoxHandle, HOX_SEND_BACKUP,
                                                  nullptr, &ctx->hoxName, &attributes, nullptr);
     if (rc == HOX_RC_OK) {
@@ -137,6 +138,7 @@ std::uint16_t beginObject(Sending &sending)
                " %s : HOXSENDOBJ failed - Calling HOXENDTXN(). hoxHandle = %d, rc = %d, "
                "Object Name =  '%s%s%s'\n\n",
                name, sending.handle(), rc, object.fsName, object.hlName, object.llName);
+    sending.scope.leave(); // it announces the call that follows
     std::uint16_t reason = 0;
     const std::int16_t endRc = veloEndTxn(ctx, HOX_VOTE_COMMIT, &reason);
     if (endRc != HOX_RC_OK) {
@@ -149,10 +151,10 @@ std::uint16_t beginObject(Sending &sending)
 
 } // namespace
 
-void fillObjAttr(const orcObj_t *ctx, const char *mcName, ObjAttr *attributes)
+void veloFillObjAttr(const orcObj_t *ctx, const char *mcName, const char *caller,
+                     ObjAttr *attributes)
 {
-    TraceScope scope("fillObjAttr()");
-    const std::uint64_t estimate = estimateSize(ctx, "veloPrepSend()");
+    const std::uint64_t estimate = estimateSize(ctx, caller);
     *attributes = ObjAttr{};
     attributes->stVersion = HOX_OBJATTR_VERSION;
     stCopy(attributes->owner, ctx->options[OPT_VELO_OWNER]);

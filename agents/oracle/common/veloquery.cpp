@@ -37,13 +37,14 @@ std::int16_t BackupQuery::end()
 }
 
 std::int16_t veloQueryClass(const orcObj_t *ctx, const char *mcName, const char *caller,
-                            qryRespMCData *last)
+                            qryRespMCData *last, const std::function<void(std::int16_t)> &report)
 {
     const std::uint32_t handle = ctx->hoxHandle;
     const qryMCData request{HOX_QRY_MC_VERSION, mcName, 1};
     std::int16_t rc =
         hoxApi().dhoxBeginQuery(HoxApiStatusObjP, handle, HOX_QUERY_MGMT_CLASS, &request);
     if (rc != HOX_RC_OK) {
+        report(rc);
         return rc;
     }
     do {
@@ -62,8 +63,14 @@ std::int16_t veloQueryClass(const orcObj_t *ctx, const char *mcName, const char 
             *last = answer;
         }
     } while (rc == HOX_RC_MORE_DATA);
+    if (rc == HOX_RC_FINISHED) {
+        rc = HOX_RC_OK;
+    }
+    if (rc != HOX_RC_OK) {
+        report(rc);
+    }
     hoxApi().dhoxEndQuery(HoxApiStatusObjP, handle);
-    return rc == HOX_RC_FINISHED ? static_cast<std::int16_t>(HOX_RC_OK) : rc;
+    return rc;
 }
 
 std::uint16_t veloQueryObj(orcObj_t *ctx)
@@ -107,15 +114,15 @@ std::uint16_t veloQueryObj(orcObj_t *ctx)
         ORC_TRACE(2, " %s: HOXGETNEXTQOBJ() more data, hoxHandle = %d, rc = %d\n", scope.name(),
                   handle, rc);
     }
-    ORC_TRACE(2, " %s: calling HOXENDQUERY(), hoxHandle = %d\n", scope.name(), handle);
-    query.end();
-
     if (rc == HOX_RC_FINISHED) {
+        ORC_TRACE(2, " %s: calling HOXENDQUERY(), hoxHandle = %d\n", scope.name(), handle);
+        query.end();
         if (ctx->state == ORC_STATE_BACKUP) {
             veloReportMessage(ctx, OrcMessage(2503, name.fsName, name.hlName, name.llName));
         }
         return ORC_RC_FOUND;
     }
+    query.end();
     if (rc == HOX_RC_NO_MATCH) {
         if (ctx->state == ORC_STATE_RESTORE) {
             veloReportApiFailure(ctx, rc);

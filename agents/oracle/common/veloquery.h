@@ -2,6 +2,8 @@
 #ifndef KEEL_AGENTS_ORACLE_COMMON_VELOQUERY_H
 #define KEEL_AGENTS_ORACLE_COMMON_VELOQUERY_H
 
+#include <functional>
+
 #include "agents/common/dhoxapi.h"
 #include "agents/oracle/common/orcobj.h"
 
@@ -12,9 +14,10 @@ std::uint16_t veloQueryObj(orcObj_t *ctx);
 
 /// Asks for a management class; every answer's storage pool goes into the agent trace under
 /// caller's name, the last one into *last, terminated. 0 when the query came to its end, else the
-/// storage client's code (2: there is no such class). The query is ended in either case.
+/// storage client's code (2: there is no such class), which report is called with before the query
+/// is ended: the ending must not change what the client tells of the failure.
 std::int16_t veloQueryClass(const orcObj_t *ctx, const char *mcName, const char *caller,
-                            qryRespMCData *last);
+                            qryRespMCData *last, const std::function<void(std::int16_t)> &report);
 
 /// One backup query for one name, active objects only, as the calls that read answers need it.
 class BackupQuery

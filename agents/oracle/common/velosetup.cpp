@@ -83,10 +83,13 @@ std::int16_t setUpClient(orcObj_t *ctx, const envSetUp &env, TraceScope &scope)
               scope.name(), env.stVersion, env.hoxiDir, env.hoxiConfig, env.hoxiLog, env.logName);
     const std::int16_t rc = hoxApi().dhoxSetUp(HoxApiStatusObjP, 1, &env);
     if (rc != HOX_RC_OK) {
-        char text[HOX_MAX_RC_MESSAGE + 1] = "";
-        hoxApi().dhoxRCMsg(HoxApiStatusObjP, 0, rc, text);
-        stCopy(ctx->errText, text);
-        veloErrorMsg(text);
+        // The text for a server's log serves when there is none in the host's language.
+        char aside[ORC_ERRTEXT_SIZE];
+        veloGetApiMsg(0, 1, rc, aside);
+        if (!veloGetLocalMsg(0, rc, ctx->errText)) {
+            stCopy(ctx->errText, aside);
+        }
+        veloErrorMsg(ctx->errText);
         SCOPE_EXIT(scope, " %s: Exit - HOXSETUP() failed, rc = %d\n\n", scope.name(), rc);
     } else {
         ctx->state = ORC_STATE_INITIALISED;
@@ -163,6 +166,6 @@ std::uint16_t psDoHoxSetUp(orcObj_t *ctx)
     } else {
         warnOfUnusedOptions(ctx, scope);
     }
-    ORC_TRACE(2, " %s: Exiting with rc = %d\n\n", scope.name(), 0);
+    SCOPE_EXIT_FLOW(scope, " %s: Exiting with rc = %d\n\n", scope.name(), 0);
     return ORC_RC_OK;
 }
