@@ -49,9 +49,7 @@ bool DHoxApi::IsSetUp()
 std::int16_t DHoxApi::dhoxSetUp(DBaseApiStatus *status, int multithread, const envSetUp *env)
 {
     const std::int16_t rc = DHoxCalls::dhoxSetUp(status, multithread, env);
-    if (rc == HOX_RC_OK) {
-        setUpProcess_ = static_cast<int>(getpid());
-    }
+    setUpProcess_ = rc == HOX_RC_OK ? static_cast<int>(getpid()) : 0;
     return rc;
 }
 

@@ -75,8 +75,9 @@ public:
     }
 
     // ---- operations that do more than call
-    /// Is the client set up, by whomever in this process? A forked child is another process: what
-    /// its parent set up is not its own to clean up. Asked under the initialisation lock.
+    /// True while the client is set up, through any binding of this process; a set-up that fails
+    /// ends the one before it. A forked child is another process: what its parent set up is not its
+    /// own to clean up. Asked under the initialisation lock.
     static bool IsSetUp();
     std::int16_t dhoxSetUp(DBaseApiStatus *, int multithread, const envSetUp *);
     std::int16_t dhoxCleanUp(DBaseApiStatus *, int multithread);

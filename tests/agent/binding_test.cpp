@@ -2,8 +2,16 @@
 
 #include <cstring>
 
+#include "agents/common/maint/mtgroup.h"
+#include "agents/common/maint/mtremove.h"
 #include "agents/common/unx/sun/dhoxapidl.h"
+#include "agents/oracle/common/errorlog.h"
+#include "agents/oracle/unx/psvelo.h"
+#include "common/ut/trace.h"
+
 #include "tests/agent/agent_fixture.h"
+#include <pwd.h>
+#include <regex>
 
 namespace
 {
@@ -41,6 +49,11 @@ TEST_F(BindingTest, SetsTheClientUpOnceAndCleansUpWhatIsSetUp)
     EXPECT_EQ(0, api.Term(&status));
     EXPECT_EQ(0, other.Term(&status));
     EXPECT_EQ("SetUp SetUp CleanUp", client.story());
+    const envSetUp env{};
+    EXPECT_EQ(0, api.dhoxSetUp(&status, 1, &env));
+    client.script("SetUp:1=2030");
+    EXPECT_EQ(2030, api.dhoxSetUp(&status, 1, &env));
+    EXPECT_FALSE(DHoxApi::IsSetUp()) << "a set-up that fails ends the one before it";
     EXPECT_FALSE(status.inCall);
 }
 
@@ -148,6 +161,108 @@ TEST_F(BindingTest, KnowsTheLevelItWasMadeFor)
     api.Cleanup();
     EXPECT_EQ(107, api.checkCompatibility(&status, &none)) << "a client that is not there";
     EXPECT_EQ(104, api.dhoxLogMessage(&status, 1, "text"));
+}
+
+class MaintenanceTest : public BindingTest
+{
+protected:
+    MaintenanceTest()
+    {
+        EXPECT_EQ(0, mtSetUp(""));
+        EXPECT_EQ(0, session.start({}));
+        client.calls.clear();
+    }
+    ~MaintenanceTest() override
+    {
+        session.end();
+        mtCleanUp();
+    }
+    mtSession session;
+};
+
+TEST_F(MaintenanceTest, ReportsNothingAsDoneThatTheCommitRefused)
+{
+    for (const char *fault : {"EndTxn:1=2302", "EndTxn:1=2302/2104", "EndTxn:1=2104"}) {
+        client.objects["/lumoorc//a"] = {.data = "data", .id = {0, 1}};
+        client.script(fault);
+        int reported = 0;
+        mtRemoval removal(session, mtAction_t::remove, [&](const mtObject_t &, int) {
+            ++reported;
+            return true;
+        });
+        mtObject_t object;
+        object.objId = 1;
+        EXPECT_EQ(0, removal.add(object));
+        const int expected = std::string(fault) == "EndTxn:1=2302" ? 2302 : 2104;
+        EXPECT_EQ(expected, removal.finish()) << fault;
+        EXPECT_EQ(0, reported) << fault;
+    }
+}
+
+TEST_F(MaintenanceTest, MakesAGroupWholeOrNotAtAll)
+{
+    const struct {
+        const char *faults;
+        std::vector<std::uint64_t> members;
+        int rc;
+        const char *actions; // open 1, close 2, add 3, delete 6
+    } table[] = {{"", {1, 2}, 0, "1 3 2 "},
+                 {"", {}, 0, "1 2 "},
+                 {"GroupHandler:1=2110", {1}, 2110, "1 "},
+                 {"GroupHandler:2=2111", {1}, 2111, "1 3 6 "},
+                 {"GroupHandler:3=2110", {1}, 2110, "1 3 2 "}};
+    for (const auto &row : table) {
+        client.calls.clear();
+        client.script(row.faults);
+        hoxObjName leader{};
+        std::uint64_t id = 0;
+        EXPECT_EQ(row.rc, mtGroupMake(session, "tag", leader, row.members, id));
+        EXPECT_EQ(row.rc == 0 ? 9U : 0U, id);
+        std::string actions;
+        for (const std::string &call : client.callsOf({"hoxGroupHandler action="}))
+            actions += call.substr(23, 2);
+        EXPECT_EQ(row.actions, actions) << row.faults;
+    }
+    client.calls.clear();
+    EXPECT_EQ(0, mtGroupAdd(session, 9, std::vector<std::uint64_t>{1}));
+    EXPECT_EQ(0, mtGroupTakeOut(session, 9, std::vector<std::uint64_t>{1}));
+    EXPECT_EQ(0, mtGroupDelete(session, 9));
+    EXPECT_EQ((Calls{"hoxGroupHandler action=4 leads=0 tag=(null) name= leader=0:9 members= 0:1",
+                     "hoxGroupHandler action=5 leads=0 tag=(null) name= leader=0:9 members= 0:1",
+                     "hoxGroupHandler action=6 leads=0 tag=(null) name= leader=0:9 members="}),
+              client.calls);
+}
+
+TEST_F(BindingTest, HasAnAnswerForWhatIsNotLoaded)
+{
+    const std::string file = path("agent.trc");
+    ASSERT_EQ(0U, trBegin(file.c_str(), 0));
+    trEnable("GENERAL API", 1);
+    EXPECT_EQ(419, FunctionNotLoaded());
+    EXPECT_EQ(1, LumoFunctionNotLoaded());
+    api.Cleanup();
+    char text[ORC_ERRTEXT_SIZE];
+    veloGetApiMsg(0, 1, 104, text); // the code can only be the agent's own then
+    EXPECT_STREQ("RBQ0003S An internal processing error has occurred", text);
+    trEnd();
+    EXPECT_TRUE(inOrder(contents("agent.trc"),
+                        "Function not loaded\n|Lumo function not loaded\n|Enter agentRcMessage(),\n"
+                        "  agentRc : 104\n|An unknown agent return code (104) has been detected.\n|"
+                        "Exit agentRcMessage(), msgNum = 4\n"))
+        << contents("agent.trc");
+}
+
+TEST_F(BindingTest, KnowsTheTimeAndWhoAsks)
+{
+    char text[64];
+    DIfcTimeUtil::getTimeStamp(text, sizeof text);
+    EXPECT_TRUE(
+        std::regex_match(text, std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{6}")))
+        << text;
+    char owner[HOX_MAX_NODE_NAME + 1] = "?";
+    EXPECT_EQ(0, psveloGetOwnerName(owner));
+    const std::string user = getpwuid(getuid())->pw_name;
+    EXPECT_EQ(user == "root" ? "" : user, owner);
 }
 
 } // namespace

@@ -47,6 +47,15 @@ TEST(LibraryTest, ExportsItsInterfaceAndNothingElse)
     EXPECT_EQ(occurrences(all, "\n"), occurrences(all, " T ")) << all;
 }
 
+TEST(LibraryTest, BringsTheMaintenanceUtilities)
+{
+    const std::string all = run({"nm", "-C", keel::test::agentLibrary()}).out;
+    for (const char *name :
+         {"mtSetUp", "mtQueryObjects", "mtRemoveObjects", "mtExpire", "mtClasses", "mtLogPrune",
+          "mtWrapAppend", "mtAsk", "mtMeasure", "mtGroupMake", "mtAccessGrant"})
+        EXPECT_NE(std::string::npos, all.find(std::string(" t ") + name + "(")) << name;
+}
+
 TEST(LibraryTest, NeedsOnlyTheSystem)
 {
     const std::string dynamic = run({"readelf", "-dW", keel::test::agentLibrary()}).out;

@@ -56,7 +56,8 @@ int mtRemoval::commit() const
 {
     std::uint16_t reason = 0;
     const int rc = mtApi()->dhoxEndTxn(mtStatus(), session_.handle(), HOX_VOTE_COMMIT, &reason);
-    return rc == HOX_RC_CHECK_REASON ? reason : rc;
+    // Without a reason the transaction failed all the same.
+    return rc == HOX_RC_CHECK_REASON && reason != 0 ? reason : rc;
 }
 
 mtRemoval::Attempt mtRemoval::attempt(std::span<const mtObject_t> batch) const
