@@ -5,6 +5,10 @@
 
 #include <cstdlib>
 #include <ctime>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 using Operations = std::vector<std::string>;
 
@@ -165,6 +169,43 @@ TEST_F(ScriptedAgentTest, AsksTheDatabaseForItsSize)
     EXPECT_FALSE(has(contents("runs"), "input")) << "the host's standard input was read";
     EXPECT_EQ("/ as sysdba\nselect sum(bytes)/1024/1024 from dba_data_files;\nexit",
               contents(".sql"));
+}
+
+TEST_F(ScriptedAgentTest, WaitsOnceForASqlplusThatHangsAndEndsWhatItLeavesBehind)
+{
+    const auto program = installation.directory() / "bin" / "sqlplus";
+    std::filesystem::create_directories(program.parent_path());
+    setenv("ORACLE_HOME", installation.directory().c_str(), 1);
+    ASSERT_EQ(0, mkfifo("held", 0600));
+    const int held = ::open("held", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    ASSERT_GE(held, 0);
+    const struct {
+        const char *flag, *script;
+        int runs; // of two pieces in a channel
+    } table[] = {{"TEST_ORCPROTECTLIMIT=1", "exec sleep 1000", 1},
+                 // What stays behind has the pipe open as long as it lives.
+                 {"NONE", "exec 3>held\nsleep 1000 >/dev/null 2>&1 &", 2}};
+    for (const auto &row : table) {
+        SCOPED_TRACE(row.script);
+        keel::test::writeFile(program, std::string("#!/bin/sh\n") + row.script + "\n");
+        std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+        installation.configureAgent({std::string("VELO_TEST_FLAGS ") + row.flag,
+                                     "VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ORCLEVEL2"});
+        for (int channel = 1; channel <= 2; ++channel) {
+            std::filesystem::remove("agent.trc");
+            openChannel();
+            for (const char *piece : {"one", "two"})
+                EXPECT_EQ("", backUp(piece, "data", {.blockSize = 4}));
+            EXPECT_EQ(row.runs, occurrences(contents("agent.trc"), "Calling SQLPLUS with"));
+            endChannel();
+            client.objects.clear();
+        }
+    }
+    char byte;
+    pollfd waiting{held, POLLIN, 0};
+    EXPECT_EQ(1, poll(&waiting, 1, 60000)) << "something lives on";
+    EXPECT_EQ(0, ::read(held, &byte, 1));
+    ::close(held);
 }
 
 static hoxDate date(const char *text)

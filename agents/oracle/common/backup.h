@@ -25,8 +25,10 @@ void veloFillObjAttr(const orcObj_t *ctx, const char *mcName, const char *caller
 /// Ends the transaction. The storage client's code, with 2302 replaced by the reason it points to.
 std::int16_t veloEndTxn(orcObj_t *ctx, std::uint8_t vote, std::uint16_t *reason);
 
-/// The size of the database in bytes, as it tells it itself through sqlplus; 0 when it does not.
+/// Returns the size of the database in bytes, as sqlplus tells it, and 0 when that does not. An
+/// sqlplus that has hung once is not started again until protectSizeAnew.
 std::uint64_t protectSize();
+void protectSizeAnew();
 
 /// Reports a piece that was written (state 2) or read (states 3 and 4) to the server's event log
 /// and to the database trace.

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include "agents/oracle/common/backup.h"
 #include "agents/oracle/common/veloinit.h"
 #include "agents/oracle/common/velooptions.h"
 #include "common/string/ststring.h"
@@ -21,6 +22,7 @@ int psveloInit()
     oracleThrdCtr = 0;
     bHoxSetUp = false;
     bNlsSetUp = false;
+    protectSizeAnew();
     return 0;
 }
 

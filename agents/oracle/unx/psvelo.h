@@ -9,7 +9,8 @@
 
 // ---- process (psvelo.cpp)
 
-/// Resets the process-wide counter and flags; the mutexes exist from the start. Always 0.
+/// Resets the process-wide counter and flags, and what is known of sqlplus; the mutexes exist from
+/// the start. Always 0.
 int psveloInit();
 /// The identity of this process in the context table.
 std::uint32_t psveloGetID();
