@@ -4,13 +4,12 @@
 #include "client/api/local_log.h"
 
 #include "common/string/ststring.h"
+#include "common/unx/pswrite.h"
 
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
 #include <mutex>
-#include <sys/resource.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace arca::api
@@ -36,33 +35,6 @@ std::string lineOf(const std::string &text)
            stOneLine(text, stLogLineLimit) + "\n";
 }
 
-/// Beyond the limit of the process on file sizes a write sends a signal that ends the host.
-bool hasRoomFor(off_t size, std::size_t more)
-{
-    rlimit limit;
-    if (getrlimit(RLIMIT_FSIZE, &limit) != 0)
-        return false;
-    return limit.rlim_cur == RLIM_INFINITY || static_cast<rlim_t>(size) + more <= limit.rlim_cur;
-}
-
-/// The whole line or nothing: under the lock nothing but a part of this line lies behind the old
-/// end of the file, so what a full disk cuts is taken back.
-bool appendWhole(int descriptor, const std::string &line)
-{
-    struct stat before;
-    if (fstat(descriptor, &before) != 0 || !hasRoomFor(before.st_size, line.size()))
-        return false;
-    ssize_t written;
-    do
-        written = write(descriptor, line.data(), line.size());
-    while (written < 0 && errno == EINTR);
-    if (written == static_cast<ssize_t>(line.size()))
-        return true;
-    if (written > 0)
-        (void)!ftruncate(descriptor, before.st_size);
-    return false;
-}
-
 } // namespace
 
 bool appendToLocalLog(const std::string &path, const std::string &text)
@@ -77,7 +49,8 @@ bool appendToLocalLog(const std::string &path, const std::string &text)
     do
         locked = lockf(descriptor, F_LOCK, 0);
     while (locked != 0 && errno == EINTR);
-    const bool written = locked == 0 && appendWhole(descriptor, line);
+    // Under the lock nothing but a part of this line lies behind the old end of the file.
+    const bool written = locked == 0 && psAppendWhole(descriptor, line.data(), line.size());
     close(descriptor); // gives the lock back
     return written;
 }

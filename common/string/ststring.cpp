@@ -88,3 +88,10 @@ std::string stOneLine(std::string_view text, std::size_t limit)
         --end;
     return line.substr(0, end) + "...";
 }
+
+std::string stLogLine(std::string_view text)
+{
+    const bool ended = text.ends_with('\n');
+    text.remove_suffix(ended ? 1 : 0);
+    return stOneLine(text, stLogLineLimit) + (ended ? "\n\n" : "\n");
+}

@@ -47,6 +47,9 @@ std::string stOneLine(std::string_view text, std::size_t limit);
 /// What the lines of veloerror.log are cut to, whichever library writes them.
 constexpr std::size_t stLogLineLimit = 4000;
 
+/// The same with its line end, at that limit. A line end at the end of the text is kept as it is.
+std::string stLogLine(std::string_view text);
+
 /// Equal without regard to the case of ASCII letters.
 bool stEqualNoCase(std::string_view a, std::string_view b) noexcept;
 

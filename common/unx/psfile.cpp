@@ -204,7 +204,7 @@ int psFileWritableDir(const char *path) noexcept
     struct stat directory {
     };
     return path != nullptr && stat(path, &directory) == 0 && S_ISDIR(directory.st_mode) &&
-                   access(path, W_OK | X_OK) == 0
+                   faccessat(AT_FDCWD, path, W_OK | X_OK, AT_EACCESS) == 0
                ? 1
                : 0;
 }

@@ -37,7 +37,8 @@ int psFileTemporary(char *path) noexcept;
 /// A pipe, [0] to read from. False with errno set, and nothing is open.
 bool psPipe(int ends[2]) noexcept;
 
-/// 1 when path names a directory in which the process may create files, else 0.
+/// 1 when path names a directory in which the process may create files, else 0. The effective user
+/// counts, as it does when a file is created: a database's programs may be set-user-ID.
 int psFileWritableDir(const char *path) noexcept;
 
 /// 1 when length more bytes at position stay within the process's file size limit.

@@ -2,6 +2,7 @@
 
 #include "tests/agent/agent_fixture.h"
 
+#include <fstream>
 #include <regex>
 #include <sstream>
 #include <sys/wait.h>
@@ -159,6 +160,18 @@ TEST_F(EventTest, LetsNoNameForgeALineOfTheErrorLog)
     EXPECT_NE(std::string::npos,
               log.find("//p\\n11/22/2026 00:00:00 TID<1> ==> forged\\r\\t\\x1b[0m exists"))
         << log;
+}
+
+TEST_F(EventTest, EndsALineOfTheEarlyLogThatADiskCut)
+{
+    const auto log = keel::test::stage() / "oracle/bin64/veloerror.log";
+    const std::string cut = "cut by " + std::to_string(getpid());
+    std::ofstream(log, std::ios::app) << cut;
+    setenv("VELO_OPTFILE", path("no\nsuch").c_str(), 1);
+    EXPECT_EQ("7011 2534", initialise());
+    const std::string written = keel::test::readFile(log);
+    EXPECT_NE(std::string::npos, written.find(cut + "\n"));
+    EXPECT_NE(std::string::npos, written.find(path("no\\nsuch"))) << "and shows it on one line";
 }
 
 TEST_F(EventTest, KeepsTheLastFailureForWhoeverAsks)

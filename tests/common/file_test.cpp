@@ -182,6 +182,17 @@ void appendMany(const std::string &path, char who)
         psAppendLocked(path.c_str(), line.data(), line.size());
 }
 
+TEST(FileOpen, AsksWhatTheEffectiveUserMayWrite)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be somebody else for a while";
+    const TempDir directory;
+    EXPECT_EQ(psFileWritableDir(directory.path().c_str()), 1);
+    ASSERT_EQ(seteuid(65534), 0);
+    EXPECT_EQ(psFileWritableDir(directory.path().c_str()), 0);
+    ASSERT_EQ(seteuid(0), 0);
+}
+
 TEST(LockedAppend, KeepsLinesWholeAmongThreadsAndProcesses)
 {
     TempDir directory;

@@ -86,11 +86,7 @@ void veloErrorMsg(const char *text)
     std::snprintf(head, sizeof head, "%s TID<%d> ==> ", when, static_cast<int>(getpid()));
     try {
         // A piece's name may hold anything; a line end in it must not look like a line of the log.
-        std::string_view body(text);
-        const bool ended = body.ends_with('\n');
-        body.remove_suffix(ended ? 1 : 0);
-        psWriteError(path,
-                     (head + stOneLine(body, stLogLineLimit) + (ended ? "\n\n" : "\n")).c_str());
+        psWriteError(path, (head + stLogLine(text)).c_str());
     } catch (const std::exception &) {
         // No memory for the line: it is lost, like one whose file does not open.
     }

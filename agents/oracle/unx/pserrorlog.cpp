@@ -3,10 +3,12 @@
 #include <cstring>
 #include <fcntl.h>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "agents/oracle/common/velosession.h"
 #include "agents/oracle/unx/psvelo.h"
+#include "common/string/ststring.h"
 #include "common/unx/psfile.h"
 #include "common/unx/pswrite.h"
 #include "common/ut/utnoargs.h"
@@ -25,14 +27,31 @@ namespace
 constexpr const char *kInstallDirectory = KEEL_CLIENT_ROOT "/oracle/bin64";
 constexpr const char *kInstallLog = KEEL_CLIENT_ROOT "/oracle/bin64/veloerror.log";
 
-// One write on an append-only descriptor keeps the line whole without a lock.
-void appendOnce(const char *path, const std::string &line)
+bool endsWithALine(int fd)
 {
-    const int fd = psFileOpenDescriptor(path, O_WRONLY | O_APPEND | O_CREAT, 0666);
-    if (fd >= 0) {
-        psWriteAll(fd, line.data(), line.size());
-        close(fd);
+    struct stat file {
+    };
+    char last = '\n';
+    return fstat(fd, &file) != 0 || file.st_size == 0 ||
+           pread(fd, &last, 1, file.st_size - 1) != 1 || last == '\n';
+}
+
+// One write on an append-only descriptor keeps the line whole without a lock. A line that a full
+// disk cuts cannot be taken back, as another process may have appended behind it: it is ended, at
+// once or by the next line.
+void appendOnce(const char *path, std::string line)
+{
+    const int fd = psFileOpenDescriptor(path, O_RDWR | O_APPEND | O_CREAT, 0666);
+    if (fd < 0) {
+        return;
     }
+    if (!endsWithALine(fd)) {
+        line.insert(0, "\n");
+    }
+    if (!psWriteAll(fd, line.data(), line.size()) && !endsWithALine(fd)) {
+        psWriteAll(fd, "\n", 1);
+    }
+    close(fd);
 }
 
 } // namespace
@@ -46,7 +65,7 @@ void psNonNlsErrorMsg(const char *text)
     std::snprintf(head, sizeof head, " TID<%d>  ==>  ", static_cast<int>(getpid()));
     try {
         // Both texts are their own formats, and there are no arguments.
-        appendOnce(path, utFormatNoArgs(when) + head + utFormatNoArgs(text) + "\n");
+        appendOnce(path, utFormatNoArgs(when) + head + stLogLine(utFormatNoArgs(text)));
     } catch (const std::exception &) {
         // No memory for the line: it is lost, like one whose file does not open.
     }
