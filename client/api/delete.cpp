@@ -30,11 +30,32 @@ Answer<store::PieceId> idToDelete(Session &session, std::uint8_t delType, const 
     return found->id;
 }
 
+/// Of an object whose description is damaged no identifier is known: it is set aside at once, and
+/// nothing is left for the commit. Returns false when that is not the case.
+Answer<bool> setAsideIfDamaged(Session &session, std::uint8_t delType, const hoxDelInfo *info)
+{
+    if (delType != HOX_DELETE_BACKUP_NAME || info == nullptr || session.isGuest())
+        return false;
+    ARCA_TRY(const store::ObjectName name, objectNameOf(info->backName.objName));
+    const auto moved = session.space->setAside(name);
+    if (!moved)
+        return false;
+    (void)Client::instance().logLocally("the damaged object " + printable(name.joined()) +
+                                        " was deleted; what is left of it is kept as " + *moved +
+                                        " until arca rm --blob removes it");
+    return true;
+}
+
 Answer<void> deleteObject(Session &session, std::uint8_t delType, const hoxDelInfo *info)
 {
     if (!session.transaction || session.transaction->isSending())
         return refused(HOX_RC_BAD_CALL_SEQUENCE);
     auto id = idToDelete(session, delType, info);
+    if (!id) {
+        ARCA_TRY(const bool moved, setAsideIfDamaged(session, delType, info));
+        if (moved)
+            return {};
+    }
     if (id && delType == HOX_DEACTIVATE_BACKUP_ID && !session.repository->takesInactive())
         id = refused(HOX_RC_NOT_SUPPORTED, "the repository has the layout of an older release, "
                                            "which knew no inactive objects");

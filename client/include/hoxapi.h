@@ -724,7 +724,9 @@ typedef union hoxDelInfo {
 } hoxDelInfo;
 
 /*
- * Deletes an object for good, or makes it inactive: inside a transaction, done when it commits.
+ * Deletes an object for good, or makes it inactive: inside a transaction, done when it commits. An
+ * object whose description is damaged is deleted by its name only, and at once: it shows no more,
+ * its name is free, and what is left of it is kept aside in the repository.
  * HOX_RC_OBJECT_UNKNOWN, for HOX_DEACTIVATE_BACKUP_ID also when the object is inactive already.
  *
  * An object that is inactive is not found by its name any more, unless a query asks for inactive

@@ -2,6 +2,7 @@
 // removal.
 #include "client/base/text.h"
 #include "client/store/node_space.h"
+#include "client/store/quarantine.h"
 
 namespace arca::store
 {
@@ -92,8 +93,13 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName)
     if (!blob)
         return blob.error();
     const auto manifest = readOwn(**blob, blobName);
+    if (!manifest && manifest.error().kind == ErrorKind::damaged) {
+        // It cannot be restored, and its name must not be lost with it.
+        ARCA_CHECK(Quarantine(*domain_).setAside(blobName));
+        return false;
+    }
     if (!manifest)
-        return true; // by something that is damaged
+        return true; // by what this release cannot read, or not now
     ARCA_TRY(const auto shown, recordIfShown(manifest->info));
     if (shown)
         return true;
@@ -102,6 +108,19 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName)
     if (!left && left.error().kind != ErrorKind::notFound)
         return left.error();
     return static_cast<bool>(left);
+}
+
+Result<std::string> NodeSpace::setAside(const ObjectName &name)
+{
+    ARCA_TRY(const Sha256 hash, hashOf(name));
+    const std::string blobName = blobNameOf(hash);
+    ARCA_TRY(const auto blob, store_.open(blobName));
+    const auto manifest = readOwn(*blob, blobName);
+    if (manifest)
+        return Error{ErrorKind::exists, "the object " + printable(name.joined()) + " can be read"};
+    if (manifest.error().kind != ErrorKind::damaged)
+        return manifest.error();
+    return blob::withReserve(store_, [&] { return Quarantine(*domain_).setAside(blobName); });
 }
 
 Result<void> NodeSpace::remove(PieceId id)

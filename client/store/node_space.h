@@ -66,6 +66,11 @@ public:
     /// What the blob names of pieces of that name, and their identifiers, begin with.
     Result<Sha256> hashOf(const ObjectName &name) const;
 
+    /// Moves what is stored under a name out of the way when its manifest is damaged: it is kept
+    /// (quarantine.h), and the name is free. Returns where it is now. Errors: notFound when nothing
+    /// is stored there, exists when what is there can be read.
+    Result<std::string> setAside(const ObjectName &name);
+
     /// Removes the piece, durably. `notFound` also when it was removed, or replaced, meanwhile.
     Result<void> remove(PieceId id);
 

@@ -2,6 +2,7 @@
 #include "client/store/pack_usage.h"
 
 #include "client/store/manifest_writer.h"
+#include "client/store/quarantine.h"
 #include "client/store/stored_manifests.h"
 
 #include <algorithm>
@@ -39,15 +40,22 @@ Result<void> addRuns(blob::BlobReader &blob, const SecretKey &key,
 } // namespace
 
 Result<PackUse> usedBlocks(engine::Domain &domain,
-                           const std::function<bool(const engine::PackId &)> &wanted)
+                           const std::function<bool(const engine::PackId &)> &wanted,
+                           DamagedManifests *damaged)
 {
     PackUse use;
     ARCA_CHECK(visitManifests(
         domain.blobs(), domain.nodeKey(), [&](const StoredManifest &stored) -> Result<void> {
             auto added = addRuns(stored.blob, domain.manifestKey(), wanted, use);
-            if (!added)
+            if (added)
+                return {};
+            if (damaged == nullptr || added.error().kind != ErrorKind::damaged)
                 return inContext(std::move(added).error(),
                                  "the stored piece in " + stored.blobName);
+            damaged->blobNames.insert(stored.blobName);
+            ARCA_TRY(const auto held,
+                     Quarantine(domain).packsHeldFor(stored.blob, damaged->keepLists));
+            damaged->heldPacks.insert(held.begin(), held.end());
             return {};
         }));
     return use;

@@ -8,6 +8,8 @@
 
 #include <functional>
 #include <map>
+#include <set>
+#include <string>
 #include <vector>
 
 namespace arca::store
@@ -17,10 +19,18 @@ namespace arca::store
 using BlockUse = std::vector<bool>;
 using PackUse = std::map<engine::PackId, BlockUse>;
 
-/// Fills in the use of the packs that `wanted` admits. `damaged` when a manifest cannot be read:
-/// nobody can tell then what it needs.
+/// Manifests that cannot be read, and all packs that they may need (quarantine.h).
+struct DamagedManifests {
+    std::set<std::string> blobNames;
+    std::set<engine::PackId> heldPacks;
+    bool keepLists = true; // of these packs, in the repository
+};
+
+/// Fills in the use of the packs that `wanted` admits. Damaged manifests are added to `damaged` and
+/// passed over. Without it they are an error, as what they need cannot be told. Errors: damaged.
 Result<PackUse> usedBlocks(engine::Domain &domain,
-                           const std::function<bool(const engine::PackId &)> &wanted);
+                           const std::function<bool(const engine::PackId &)> &wanted,
+                           DamagedManifests *damaged = nullptr);
 
 std::size_t countUsed(const BlockUse &use);
 

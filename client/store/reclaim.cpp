@@ -30,16 +30,26 @@ Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &i
     auto opened = domain_.packs().open(id);
     if (!opened && opened.error().kind == ErrorKind::notFound)
         return std::optional<Candidate>(); // deleted since the listing
+    const std::size_t used = countUsed(use);
+    const bool isHeld = damaged_.heldPacks.contains(id);
+    if (!opened && opened.error().kind == ErrorKind::damaged)
+        return judgeDamaged(id, used == 0 && !isHeld, totals);
     ARCA_TRY(const auto pack, std::move(opened));
     ++totals.packs;
     totals.packBytes += pack->size();
-    const std::size_t used = countUsed(use);
+    if (isHeld)
+        return std::optional<Candidate>();
     Candidate candidate{id, pack->size(), pack->size(), used == 0};
     if (candidate.dead)
         return std::optional<Candidate>(candidate);
     if (used > pack->blocks() / 2)
         return std::optional<Candidate>();
-    ARCA_TRY(const engine::PackIndex index, pack->readIndex());
+    auto read = pack->readIndex();
+    if (!read && read.error().kind == ErrorKind::damaged) {
+        totals.damagedPacks.insert(pack->blobName());
+        return std::optional<Candidate>();
+    }
+    ARCA_TRY(const engine::PackIndex index, std::move(read));
     std::uint64_t stored = 0;
     std::uint64_t live = 0;
     for (std::size_t i = 0; i < index.blocks.size(); ++i) {
@@ -54,6 +64,26 @@ Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &i
     return std::optional<Candidate>(candidate);
 }
 
+/// A pack that cannot be opened is all dead or stays.
+Result<std::optional<Reclaim::Candidate>> Reclaim::judgeDamaged(const engine::PackId &id, bool dead,
+                                                                ReclaimTotals &totals)
+{
+    std::uint64_t bytes = 0;
+    ARCA_TRY(const auto revisions, domain_.packs().revisionsOf(id));
+    for (const std::uint32_t revision : revisions) {
+        const std::string name = domain_.packs().blobNameOf({id, revision});
+        if (const auto blob = domain_.blobs().open(name))
+            bytes += (*blob)->size();
+        if (!dead)
+            totals.damagedPacks.insert(name);
+    }
+    ++totals.packs;
+    totals.packBytes += bytes;
+    if (!dead)
+        return std::optional<Candidate>();
+    return std::optional(Candidate{id, bytes, bytes, true});
+}
+
 Result<std::vector<Reclaim::Candidate>> Reclaim::look(ReclaimTotals &totals)
 {
     std::set<engine::PackId> packs;
@@ -64,9 +94,11 @@ Result<std::vector<Reclaim::Candidate>> Reclaim::look(ReclaimTotals &totals)
     std::vector<Candidate> found;
     const std::size_t shares = packs.size() / kPacksAtOnce + 1;
     for (std::size_t share = 0; share < shares; ++share) {
-        ARCA_TRY(PackUse use, usedBlocks(domain_, [&](const engine::PackId &id) {
-                     return shareOf(id, shares) == share;
-                 }));
+        ARCA_TRY(PackUse use,
+                 usedBlocks(
+                     domain_,
+                     [&](const engine::PackId &id) { return shareOf(id, shares) == share; },
+                     &damaged_));
         for (const engine::PackId &id : packs) {
             if (shareOf(id, shares) != share)
                 continue;
@@ -120,6 +152,7 @@ void Reclaim::wait(const Mark &mark, std::set<std::string> living, ReclaimTotals
 Result<ReclaimTotals> Reclaim::plan()
 {
     ReclaimTotals totals;
+    damaged_.keepLists = false;
     ARCA_TRY(const Mark mark, currentMark());
     ARCA_TRY(const auto living, stillLiving(mark));
     ARCA_TRY(const auto found, look(totals));
@@ -134,6 +167,7 @@ Result<ReclaimTotals> Reclaim::plan()
     }
     if (totals.waitingPacks != 0)
         totals.waitingFor.assign(living.begin(), living.end());
+    totals.damagedManifests = damaged_.blobNames;
     return totals;
 }
 
@@ -155,6 +189,7 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
         ARCA_TRY(const auto found, look(seen));
         totals.packs = seen.packs;
         totals.packBytes = seen.packBytes;
+        totals.damagedPacks.merge(seen.damagedPacks);
         if (found.empty())
             break;
         ARCA_TRY(mark, markPacks(found));
@@ -162,6 +197,7 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
         goOn = goOn && found.size() > kMaxMarkedPacks;
     }
     domain_.blobs().keepReserve();
+    totals.damagedManifests = damaged_.blobNames;
     return totals;
 }
 
@@ -205,8 +241,12 @@ Result<void> Reclaim::deleteOldRevisions()
         revision = std::max(revision, pack.revision);
         return true;
     }));
-    for (const engine::PackId &id : several)
-        ARCA_CHECK(deletePack(id, newest[id]));
+    for (const engine::PackId &id : several) {
+        const auto pack = domain_.packs().open(engine::PackName{id, newest[id]});
+        // The one before is better than one that cannot be read.
+        if (pack && (*pack)->readIndex())
+            ARCA_CHECK(deletePack(id, newest[id]));
+    }
     return {};
 }
 
@@ -214,9 +254,10 @@ Result<void> Reclaim::deleteOldRevisions()
 /// Answers false when it was told to stop.
 Result<bool> Reclaim::sweep(const Mark &mark, const Step &step, ReclaimTotals &totals)
 {
-    ARCA_TRY(PackUse use, usedBlocks(domain_, [&](const engine::PackId &id) {
-                 return mark.packs.contains(id);
-             }));
+    ARCA_TRY(
+        PackUse use,
+        usedBlocks(
+            domain_, [&](const engine::PackId &id) { return mark.packs.contains(id); }, &damaged_));
     std::vector<engine::PackId> mostlyDead;
     for (const engine::PackId &id : mark.packs) {
         ReclaimTotals ignored;
@@ -241,6 +282,11 @@ Result<bool> Reclaim::sweep(const Mark &mark, const Step &step, ReclaimTotals &t
         if (!rewritten && rewritten.error().kind == ErrorKind::full) {
             spaceless = std::move(rewritten); // a smaller one may still find its place
             continue;
+        }
+        if (!rewritten && rewritten.error().kind == ErrorKind::damaged) {
+            totals.damagedPacks.insert(
+                domain_.packs().blobNameOf({id, domain_.packs().revisionToRead(id).value_or(1)}));
+            continue; // nothing was written, and the pack is as it was
         }
         ARCA_CHECK(std::move(rewritten));
         if (step && !step(totals))

@@ -25,6 +25,11 @@
 //      (PieceWriter::copyOf and its callers). A writer that cannot refer to the same blocks stores
 //      the stream again.
 //
+// What is damaged holds up nothing else. The packs that a damaged manifest may need are all those
+// that were there when it was first found damaged (quarantine.h); they are kept until it is given
+// up. A damaged pack that no piece needs is deleted; one that is needed is left as it is, with what
+// of it can be read.
+//
 // On a full disk it works with what the store keeps back; a pack that cannot be rewritten even so
 // is left for the next run, which the failure of this one tells. Killed anywhere it does no harm,
 // and the next run goes on. One at a time for a node.
@@ -45,7 +50,9 @@ struct ReclaimTotals {
     std::uint64_t freedBytes = 0; // by both, or to be; what a rewriting frees is an estimate before
     std::uint64_t waitingPacks = 0; // marked, but some claim from before the mark still lives
     std::uint64_t waitingBytes = 0;
-    std::vector<std::string> waitingFor; // the claims, as "<process>-<random>"
+    std::vector<std::string> waitingFor;    // the claims, as "<process>-<random>"
+    std::set<std::string> damagedManifests; // blobs; what they may need is kept
+    std::set<std::string> damagedPacks;     // blobs that pieces need: left for repairing
 };
 
 class Reclaim
@@ -71,6 +78,8 @@ private:
     Result<std::vector<Candidate>> look(ReclaimTotals &totals);
     Result<std::optional<Candidate>> judge(const engine::PackId &id, const BlockUse &use,
                                            ReclaimTotals &totals);
+    Result<std::optional<Candidate>> judgeDamaged(const engine::PackId &id, bool dead,
+                                                  ReclaimTotals &totals);
     Result<std::set<std::string>> stillLiving(const Mark &mark);
     Result<Mark> markPacks(std::span<const Candidate> found);
     Result<bool> settle(const Mark &mark, const Step &step, ReclaimTotals &totals);
@@ -83,6 +92,7 @@ private:
     void wait(const Mark &mark, std::set<std::string> living, ReclaimTotals &totals);
 
     engine::Domain &domain_;
+    DamagedManifests damaged_;
 };
 
 } // namespace arca::store

@@ -10,6 +10,7 @@
 #include "client/store/group.h"
 #include "client/store/node_record.h"
 #include "client/store/policy.h"
+#include "client/store/quarantine.h"
 #include "client/store/recovery_key.h"
 
 #include <algorithm>
@@ -47,6 +48,7 @@ constexpr RecordKind kKinds[] = {
     {form::recoveryHalf, check<decodeRecoveryHalf>},
     {form::node, check<decodeNodeRecord>},
     {form::object, check<decodeObjectRecord>},
+    {form::heldPacks, check<decodeHeldPacks>},
     {form::mark, check<parseMark>},
 };
 

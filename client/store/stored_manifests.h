@@ -1,7 +1,8 @@
 // Goes through every manifest that a node stores, whether it shows or not, and misses none that
 // others move meanwhile.
 //
-//   1. A manifest moves forward only: pieces/, inactive/, removed/. It is in its next place before
+//   1. A manifest moves forward only: pieces/, inactive/, removed/, quarantine/. It is in its next
+//   place before
 //      it leaves the one before.
 //   2. The places are visited in that order, and each is listed and read to its end before the next
 //      one is listed.
@@ -21,7 +22,7 @@
 namespace arca::store
 {
 
-enum class ManifestPlace { active, inactive, removed };
+enum class ManifestPlace { active, inactive, removed, quarantined };
 
 struct StoredManifest {
     ManifestPlace place;

@@ -1,4 +1,5 @@
 // Blobs that are not what was stored: flipped, cut, exchanged, or of another release.
+#include "client/store/blob_removal.h"
 #include "tests/client/store_faults_fixture.h"
 
 namespace
@@ -89,6 +90,63 @@ TEST_F(StoreDamage, ARecordInThePlaceOfAnotherKindIsFound)
         files_.contentOf(paths[i]) = good;
     }
     EXPECT_TRUE(isSound());
+}
+
+/// One manifest that cannot be read holds up nothing else: its name is stored again, what is dead
+/// goes, and only the packs that it may need are kept, until somebody gives it up.
+TEST_F(StoreDamage, ADamagedManifestHoldsUpNothingElse)
+{
+    const auto before = files_.paths();
+    ASSERT_TRUE(backUp("bad", 'b', 3000));
+    const auto blobs = added(before);
+    ASSERT_EQ(blobs.size(), 2U);
+    ASSERT_TRUE(backUp("older", 'o', 3000) && remove("older"));
+    std::string &bad = files_.contentOf(blobs[1]);
+    bad[70] = static_cast<char>(bad[70] ^ 1); // of its description
+    ASSERT_FALSE(restore("bad"));
+
+    auto totals = store::Reclaim(space_->domain()).run();
+    ASSERT_TRUE(totals) << totals.error().text;
+    EXPECT_EQ(totals->deadPacks, 0U) << "it may need any of them";
+    EXPECT_EQ(totals->damagedManifests.size(), 1U);
+
+    ASSERT_TRUE(backUp("bad", 'n', 2000)) << "the name is free";
+    expectPiece("bad", 'n', 2000);
+    ASSERT_TRUE(backUp("later", 'l', 3000));
+    ASSERT_TRUE(remove("later"));
+    totals = store::Reclaim(space_->domain()).run();
+    ASSERT_TRUE(totals) << totals.error().text;
+    EXPECT_EQ(totals->deadPacks, 1U) << "the pack that came later";
+    EXPECT_EQ(totals->damagedManifests.size(), 1U) << "it is in the quarantine";
+
+    const std::string aside = totals->damagedManifests.begin()->c_str();
+    EXPECT_FALSE(store::removeBlob(*space_, blobs[1].substr(3))) << "is sound by now";
+    ASSERT_TRUE(store::removeBlob(*space_, aside));
+    totals = store::Reclaim(space_->domain()).run();
+    ASSERT_TRUE(totals) << totals.error().text;
+    EXPECT_EQ(totals->damagedManifests.size(), 0U);
+    EXPECT_EQ(totals->deadPacks, 3U) << "those of bad, older and gone";
+    expectPiece("bad", 'n', 2000);
+    expectPiece("kept", 'k', 5000);
+    for (const std::string &path : files_.paths())
+        EXPECT_FALSE(path.starts_with("/r/quarantine/")) << path;
+}
+
+TEST_F(StoreDamage, ADamagedPackHoldsUpNothingElse)
+{
+    const auto before = files_.paths();
+    ASSERT_TRUE(backUp("bad", 'b', 3000));
+    const std::string pack = added(before).front();
+    files_.contentOf(pack)[30] = 'x';
+    auto totals = store::Reclaim(space_->domain()).run();
+    ASSERT_TRUE(totals) << totals.error().text;
+    EXPECT_EQ(totals->deadPacks, 1U) << "that of a piece that is gone";
+    EXPECT_EQ(totals->damagedPacks.size(), 1U);
+    ASSERT_TRUE(remove("bad"));
+    totals = store::Reclaim(space_->domain()).run();
+    ASSERT_TRUE(totals) << totals.error().text;
+    EXPECT_EQ(totals->deadPacks, 1U) << "the damaged one, which nothing needs";
+    expectPiece("kept", 'k', 5000);
 }
 
 } // namespace

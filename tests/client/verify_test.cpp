@@ -176,6 +176,33 @@ TEST_F(VerifyTest, FindsWhatIsHurtAndNamesIt)
     EXPECT_EQ(status, 0);
 }
 
+TEST_F(VerifyTest, ADamagedPieceIsRemovedByItsNameAndItsNameStoredAgain)
+{
+    flip(manifest_["few"], 70);
+    flip(manifest_["twin"], 70);
+    const auto remove = [&](const std::string &pattern) {
+        int status = -1;
+        (void)arca({"rm", pattern, "--filespace", "/fs", "--yes"}, &status);
+        return status;
+    };
+    EXPECT_EQ(remove("few"), 0);
+    EXPECT_EQ(remove("few"), 1) << "it is not there any more";
+    EXPECT_EQ(stored("quarantine").size(), 2U) << "a manifest and the list of its packs";
+    ASSERT_EQ(backUp(handle_, "few", streams_["noise"]), HOX_RC_OK);
+    EXPECT_EQ(restore(handle_, "few", 65536), streams_["noise"]);
+    EXPECT_EQ(remove("*"), 1) << "one of them cannot be judged";
+    EXPECT_EQ(restore(handle_, "few", 65536), std::nullopt)
+        << "the others are removed all the same";
+    ASSERT_EQ(backUp(handle_, "twin", streams_["noise"]), HOX_RC_OK) << "over a damaged one";
+    for (const fs::path &path : stored("quarantine"))
+        if (path.extension() != ".packs") {
+            int status = -1;
+            (void)arca({"rm", "--blob", blobName(path), "--yes"}, &status);
+            EXPECT_EQ(status, 0);
+        }
+    EXPECT_TRUE(stored("quarantine").empty());
+}
+
 TEST_F(VerifyTest, GoesOnWhereItStoppedAndRemembersWhatIsProven)
 {
     const auto round = [&](const Names &options) {

@@ -30,7 +30,9 @@ Json jsonOf(const store::ReclaimTotals &totals)
             {"freedBytes", totals.freedBytes},
             {"waitingPacks", totals.waitingPacks},
             {"waitingBytes", totals.waitingBytes},
-            {"waitingFor", totals.waitingFor}};
+            {"waitingFor", totals.waitingFor},
+            {"damagedManifests", totals.damagedManifests},
+            {"damagedPacks", totals.damagedPacks}};
 }
 
 /// A claim's name begins with the number of its process.
@@ -56,6 +58,16 @@ void show(const store::ReclaimTotals &totals, bool dryRun)
                    "process {}\n",
                    sizeText(totals.waitingBytes), totals.waitingPacks,
                    processesOf(totals.waitingFor));
+}
+
+void showDamage(const store::ReclaimTotals &totals)
+{
+    for (const std::string &pack : totals.damagedPacks)
+        fmt::print("Kept        {}: it is damaged, and pieces need it (arca repair)\n", pack);
+    for (const std::string &manifest : totals.damagedManifests)
+        fmt::print("Kept        all packs that were there when {} was found damaged, as nobody can "
+                   "tell which of them it needs; arca rm --blob gives it up\n",
+                   manifest);
 }
 
 struct Asked {
@@ -84,6 +96,8 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     result.update(jsonOf(totals));
     if (!command.json)
         show(totals, asked.dryRun);
+    if (!command.json)
+        showDamage(totals);
     return {};
 }
 

@@ -6,6 +6,7 @@
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
+#include "tools/arca/rm_blob.h"
 #include "tools/arca/selection.h"
 #include "tools/common/progress.h"
 
@@ -19,7 +20,7 @@ namespace
 
 struct Asked {
     Selection selection;
-    std::vector<std::string> ids;
+    std::vector<std::string> ids, blobs;
     bool deactivate = false, dryRun = false, yes = false, fromStandardInput = false;
 
     mtAction_t action() const
@@ -32,7 +33,13 @@ struct Asked {
 
 struct Totals {
     std::uint64_t objects = 0, size = 0, missing = 0;
+    int damage = HOX_RC_OK; // what the look ended with, if it met pieces that cannot be read
 };
+
+bool isLiteral(const std::string &pattern)
+{
+    return pattern.find_first_of("*?") == std::string::npos;
+}
 
 std::string amountText(const Totals &totals)
 {
@@ -52,7 +59,11 @@ Result<Totals> look(ClientSession &client, mtFilter_t filter)
                                       return true;
                                   });
     ARCA_CHECK(expectUninterrupted());
-    ARCA_CHECK(answered(rc));
+    // What is damaged is passed over, and told in the end.
+    if (rc == HOX_RC_REPOSITORY_DAMAGED)
+        totals.damage = rc;
+    else
+        ARCA_CHECK(answered(rc));
     return totals;
 }
 
@@ -147,6 +158,11 @@ Result<void> removeMatching(const Command &command, const Asked &asked, Json &re
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     ARCA_TRY(const Totals planned, look(*client, filter));
+    if (planned.objects == 0 && planned.damage != HOX_RC_OK && isLiteral(asked.selection.pattern))
+        return removeDamagedPiece(command, asked.selection.filespace, asked.selection.pattern,
+                                  {{}, asked.dryRun, asked.yes, asked.fromStandardInput}, result);
+    if (planned.objects == 0)
+        ARCA_CHECK(answered(planned.damage));
     if (planned.objects == 0)
         return noMatch(asked.selection);
     if (!asked.dryRun)
@@ -178,6 +194,12 @@ Result<void> removeByIds(const Command &command, const Asked &asked, Json &resul
 
 Result<void> remove(const Command &command, const Asked &asked, Json &result)
 {
+    if (!asked.blobs.empty()) {
+        if (!asked.ids.empty() || !asked.selection.pattern.empty() || asked.deactivate)
+            throw UsageError("--blob stands alone: it takes no PATTERN, --id or --deactivate");
+        return removeBlobs(command, {asked.blobs, asked.dryRun, asked.yes, asked.fromStandardInput},
+                           result);
+    }
     if (asked.ids.empty() == asked.selection.pattern.empty())
         throw UsageError("it takes a PATTERN or --id, one of the two ('*' means every piece)");
     return asked.ids.empty() ? removeMatching(command, asked, result)
@@ -194,6 +216,10 @@ void addRm(CLI::App &app, Command &command)
                      "Names of pieces: * stands for anything, ? for one character");
     verb->add_option("--id", asked->ids, "By identifier, as arca ls --long shows it")
         ->type_name("ID");
+    verb->add_option("--blob", asked->blobs,
+                     "A damaged blob, as verify, repair or reclaim named it: a manifest is set "
+                     "aside first, and deleted from the quarantine; a record is deleted")
+        ->type_name("NAME");
     verb->add_flag("--deactivate", asked->deactivate,
                    "Make them inactive, so that expiry takes them, instead of deleting them");
     verb->add_flag("--dry-run", asked->dryRun, "Say which it would be; change nothing");

@@ -21,7 +21,7 @@ namespace
 struct objFileInfo_t {
     hoxObjName name;
     std::uint32_t copyGroup;
-    hox64_t objId;
+    hox64_t objId; // 0: what describes the object is damaged, and only its name leads to it
 };
 
 // A list as long as this has no end.
@@ -64,8 +64,13 @@ std::uint16_t veloDelBackObj(orcObj_t *ctx, const objFileInfo_t &object)
     hoxDelInfo request{};
     request.backID.stVersion = HOX_DELBACK_VERSION;
     request.backID.objId = object.objId;
+    std::uint8_t type = HOX_DELETE_BACKUP_ID;
+    if (object.objId.hi == 0 && object.objId.lo == 0) {
+        type = HOX_DELETE_BACKUP_NAME;
+        request.backName.objName = &name;
+    }
     const std::int16_t deleted =
-        hoxApi().dhoxDeleteObj(HoxApiStatusObjP, ctx->hoxHandle, HOX_DELETE_BACKUP_ID, &request);
+        hoxApi().dhoxDeleteObj(HoxApiStatusObjP, ctx->hoxHandle, type, &request);
     if (deleted != HOX_RC_OK) {
         fail(deleted);
         events.queueApiMsg(ctx->hoxHandle, HOX_LOG_BOTH, HOX_SEVERITY_SEVERE, deleted);
@@ -188,6 +193,8 @@ int lookUp(Removal &removal, const char *pieceName)
     }
     if (rc == HOX_RC_FINISHED || rc == HOX_RC_OK) {
         keepFound(removal, query.answer(), name);
+    } else if (rc == HOX_RC_REPOSITORY_DAMAGED) {
+        keepFound(removal, dhoxBackupObject_t{}, name);
     } else if (rc == HOX_RC_NO_MATCH) {
         reportMissing(removal, name);
     } else {

@@ -134,6 +134,13 @@ std::uint16_t veloQueryObj(orcObj_t *ctx)
         }
         return ORC_RC_NOT_FOUND;
     }
+    if (rc == HOX_RC_REPOSITORY_DAMAGED && ctx->state == ORC_STATE_BACKUP) {
+        // What is stored under the name cannot be read. The storage client sets it aside when the
+        // piece begins, or refuses that.
+        ORC_TRACE(1, " %s: what is stored as '%s%s%s' is damaged, hoxHandle = %d\n", scope.name(),
+                  name.fsName, name.hlName, name.llName, handle);
+        return ORC_RC_NOT_FOUND;
+    }
     veloReportApiFailure(ctx, rc);
     SCOPE_EXIT(scope,
                " %s: Exit - HOXGETNEXTQOBJ() failed. hoxHandle = %d, rc = %d, "

@@ -1,0 +1,100 @@
+// Removing one damaged blob: see the header.
+#include "client/store/blob_removal.h"
+
+#include "client/base/text.h"
+#include "client/store/quarantine.h"
+#include "client/store/record_kinds.h"
+#include "client/store/stored_manifests.h"
+
+namespace arca::store
+{
+
+namespace
+{
+
+bool isManifestPlace(const std::string &blobName, const std::string &nodeKey)
+{
+    for (const ManifestPlace place :
+         {ManifestPlace::active, ManifestPlace::inactive, ManifestPlace::removed})
+        if (blobName.starts_with(placePrefix(place, nodeKey)))
+            return true;
+    return false;
+}
+
+Error refusal(const std::string &blobName, const std::string &why)
+{
+    return {ErrorKind::badArgument, "the blob " + printable(blobName, 400) + " " + why};
+}
+
+/// Every run of it, too.
+Result<void> readManifestWhole(NodeSpace &space, const std::string &blobName,
+                               blob::BlobReader &blob)
+{
+    ARCA_TRY(const Manifest manifest, space.readOwn(blob, blobName));
+    ManifestRuns runs(blob, manifest);
+    for (;;) {
+        ARCA_TRY(const auto run, runs.next());
+        if (!run)
+            return {};
+    }
+}
+
+/// What is wrong with it; success when nothing is.
+Result<void> checkBlob(NodeSpace &space, const std::string &blobName, blob::BlobReader &blob)
+{
+    const std::string &key = space.domain().nodeKey();
+    if (isManifestPlace(blobName, key))
+        return readManifestWhole(space, blobName, blob);
+    if (blobName.starts_with("packs/"))
+        return refusal(blobName, "is a pack: arca repair mends it, and arca reclaim removes it "
+                                 "when no piece needs it");
+    const auto slash = blobName.find('/');
+    const bool own = slash != std::string::npos && (blobName.starts_with("classes/") ||
+                                                    blobName.substr(slash + 1, key.size()) == key);
+    // The keys of the node and of the repository can be made again by nothing.
+    if (!own || blobName.starts_with("nodes/"))
+        return refusal(blobName, "is none that this node may remove");
+    const RecordKind *const kind = recordKindAt(blobName);
+    if (kind == nullptr)
+        return Error{ErrorKind::damaged, "no record has such a name"};
+    ARCA_TRY(const Bytes bytes, blob::readWhole(space.domain().blobs(), blobName, kMaxRecordBytes));
+    return kind->check(bytes);
+}
+
+} // namespace
+
+Result<BlobFate> fateOfBlob(NodeSpace &space, const std::string &blobName)
+{
+    ARCA_TRY(const auto blob, space.domain().blobs().open(blobName));
+    if (Quarantine(space.domain()).isManifest(blobName))
+        return BlobFate::deleted;
+    const auto checked = checkBlob(space, blobName, *blob);
+    if (checked)
+        return refusal(blobName, "is not damaged");
+    if (checked.error().kind != ErrorKind::damaged)
+        return checked.error();
+    return isManifestPlace(blobName, space.domain().nodeKey()) ? BlobFate::setAside
+                                                               : BlobFate::deleted;
+}
+
+Result<BlobRemoval> removeBlob(NodeSpace &space, const std::string &blobName)
+{
+    ARCA_TRY(const BlobFate fate, fateOfBlob(space, blobName));
+    blob::BlobStore &blobs = space.domain().blobs();
+    Quarantine quarantine(space.domain());
+    BlobRemoval removal{fate, {}};
+    if (fate == BlobFate::setAside) {
+        ARCA_TRY(removal.now,
+                 blob::withReserve(blobs, [&] { return quarantine.setAside(blobName); }));
+        return removal;
+    }
+    if (quarantine.isManifest(blobName)) {
+        ARCA_CHECK(quarantine.giveUp(blobName));
+        return removal;
+    }
+    ARCA_TRY(const auto blob, blobs.open(blobName));
+    ARCA_CHECK(blobs.remove(blobName, *blob));
+    return removal;
+}
+
+} // namespace arca::store

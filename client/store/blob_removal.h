@@ -1,0 +1,31 @@
+// Takes one damaged blob of a node out of the way, by its name.
+#ifndef KEEL_CLIENT_STORE_BLOB_REMOVAL_H
+#define KEEL_CLIENT_STORE_BLOB_REMOVAL_H
+
+#include "client/store/node_space.h"
+
+namespace arca::store
+{
+
+enum class BlobFate {
+    setAside, // a damaged manifest: moved to the quarantine
+    deleted   // a manifest of the quarantine, or a damaged record
+};
+
+struct BlobRemoval {
+    BlobFate fate = BlobFate::deleted;
+    std::string now; // the name of what was set aside
+};
+
+/// Says what removeBlob() would do and why that is right; changes nothing. Errors: badArgument when
+/// the blob is not damaged, or is none of this node's, or is a pack (repairing and reclaiming
+/// decide about packs); notFound.
+Result<BlobFate> fateOfBlob(NodeSpace &space, const std::string &blobName);
+
+/// Durable when it returns. Errors: as fateOfBlob(), and what the store says; then the blob is
+/// still there.
+Result<BlobRemoval> removeBlob(NodeSpace &space, const std::string &blobName);
+
+} // namespace arca::store
+
+#endif

@@ -1,0 +1,74 @@
+// What is damaged and in the way is set aside here, by name, so that everything else goes on:
+//
+//   quarantine/<node key>/<digest>.<place>-<last part of its name>   a manifest, byte for byte
+//   quarantine/<node key>/<digest>.packs                             the packs that it may need
+//
+// The digest (XXH3-128, 32 digits) is that of the manifest's bytes as they are.
+//
+//   1. What a damaged manifest needs, nobody can tell. But a manifest refers only to packs that
+//   were
+//      durable before it was published. So the packs that are there when it is first found damaged
+//      include all that it may need, and a pack that is not among them may go. That list is put
+//      once for the manifest's very bytes, wherever it lies; it needs no clock.
+//   2. A list that cannot be read holds every pack.
+//   3. A manifest is copied here, with its list, before it leaves its place.
+//   4. Nothing leaves the quarantine by itself: repairing brings back what can be read after all,
+//      and a person gives up the rest by name.
+//
+// The list of packs: the envelope of a record (record.h), but as long as it must be; kind
+// "ARCAHELD", version 1: identifiers of packs, 16 bytes each.
+#ifndef KEEL_CLIENT_STORE_QUARANTINE_H
+#define KEEL_CLIENT_STORE_QUARANTINE_H
+
+#include "client/engine/domain.h"
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace arca::store
+{
+
+Bytes encodeHeldPacks(const std::set<engine::PackId> &packs);
+/// Errors: damaged, newerFormat.
+Result<std::set<engine::PackId>> decodeHeldPacks(ByteView bytes);
+
+/// The quarantine of one node. One thread uses it at a time; it takes no lock.
+class Quarantine
+{
+public:
+    explicit Quarantine(const engine::Domain &domain)
+        : blobs_(domain.blobs()), packs_(domain.packs()),
+          prefix_("quarantine/" + domain.nodeKey() + "/")
+    {
+    }
+
+    const std::string &prefix() const { return prefix_; }
+    /// Returns true for the name of a manifest that was set aside.
+    bool isManifest(std::string_view blobName) const;
+
+    /// Moves a damaged manifest here, durably, and returns its new name. The caller has found it
+    /// damaged. Errors: notFound when it is gone or another blob has its name by now; after any
+    /// error it is still in its place.
+    Result<std::string> setAside(const std::string &blobName);
+
+    /// The packs that a damaged manifest may need. With `write` the list is kept; without, and when
+    /// there is none yet, it is made for this once.
+    Result<std::set<engine::PackId>> packsHeldFor(blob::BlobReader &manifest, bool write);
+
+    /// Deletes a manifest that was set aside, and its list, for good. Errors: notFound.
+    Result<void> giveUp(const std::string &blobName);
+
+private:
+    Result<std::set<engine::PackId>> packsNow() const;
+    Result<std::string> digestOf(blob::BlobReader &blob) const;
+    Result<void> remove(const std::string &blobName);
+
+    blob::BlobStore &blobs_;
+    const engine::PackStore &packs_;
+    const std::string prefix_;
+};
+
+} // namespace arca::store
+
+#endif
