@@ -92,7 +92,10 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName)
         return false;
     if (!blob)
         return blob.error();
-    const auto manifest = readOwn(**blob, blobName);
+    auto manifest = readOwn(**blob, blobName);
+    // A read that failed in passing must not make a sound manifest a damaged one.
+    if (!manifest && manifest.error().kind == ErrorKind::damaged)
+        manifest = readOwn(**blob, blobName);
     if (!manifest && manifest.error().kind == ErrorKind::damaged) {
         // It cannot be restored, and its name must not be lost with it.
         ARCA_CHECK(Quarantine(*domain_).setAside(blobName));

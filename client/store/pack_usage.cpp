@@ -47,6 +47,9 @@ Result<PackUse> usedBlocks(engine::Domain &domain,
     ARCA_CHECK(visitManifests(
         domain.blobs(), domain.nodeKey(), [&](const StoredManifest &stored) -> Result<void> {
             auto added = addRuns(stored.blob, domain.manifestKey(), wanted, use);
+            // A read that failed in passing must not make a sound manifest a damaged one.
+            if (!added && added.error().kind == ErrorKind::damaged)
+                added = addRuns(stored.blob, domain.manifestKey(), wanted, use);
             if (added)
                 return {};
             if (damaged == nullptr || added.error().kind != ErrorKind::damaged)

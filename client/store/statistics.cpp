@@ -1,6 +1,9 @@
 // Adding up. Blobs are opened as they are listed, so that no list of them is kept.
 #include "client/store/statistics.h"
 
+#include "client/store/damage.h"
+#include "client/store/quarantine.h"
+
 #include <algorithm>
 
 namespace arca::store
@@ -49,6 +52,17 @@ void addPack(NodeSpace &space, const engine::PackName &which, Statistics &sums)
     } else {
         sums.unreadable += pack.error().kind != ErrorKind::notFound ? 1 : 0;
     }
+}
+
+Result<void> countDamage(const engine::Domain &domain, Statistics &sums)
+{
+    ARCA_TRY(const engine::DamagedParts parts, DamageRecords(domain).all());
+    sums.damagedParts = parts.all().size();
+    const Quarantine quarantine(domain);
+    return domain.blobs().list(quarantine.prefix(), [&](const std::string &name) {
+        sums.quarantined += quarantine.isManifest(name) ? 1 : 0;
+        return true;
+    });
 }
 
 /// Until one of them answers false.
@@ -104,6 +118,7 @@ Result<Statistics> gatherStatistics(NodeSpace &space, const Progress &progress)
         }));
     if (!wanted)
         return Error{ErrorKind::stopped, "nobody waits for the numbers any more"};
+    ARCA_CHECK(countDamage(space.domain(), sums));
     return sums;
 }
 

@@ -29,7 +29,9 @@ struct Statistics {
     std::map<std::int64_t, PieceSums> days; // by the day of storing: days since 1970, UTC
     std::int64_t newest = 0;                // when the last of them was stored
     std::uint64_t manifestBytes = 0;
-    std::uint64_t unreadable = 0; // pieces and packs that cannot be opened; they are in no sum
+    std::uint64_t unreadable = 0;   // pieces and packs that cannot be opened; they are in no sum
+    std::uint64_t damagedParts = 0; // of packs, that have a record
+    std::uint64_t quarantined = 0;  // manifests that were set aside
     std::uint64_t packs = 0;
     std::uint64_t packBytes = 0; // also of blocks that no piece needs any more
 };

@@ -85,6 +85,9 @@ void addPieces(Exposition &out, const store::Statistics &statistics)
     out.gauge("arca_pack_bytes", "Size of the packs, with what no piece needs any more.",
               statistics.packBytes);
     out.gauge("arca_unreadable", "Pieces and packs that cannot be opened.", statistics.unreadable);
+    out.gauge("arca_damaged_parts", "Parts of packs that were found damaged and not mended yet.",
+              statistics.damagedParts);
+    out.gauge("arca_quarantined", "Damaged manifests that were set aside.", statistics.quarantined);
     if (statistics.newest > 0)
         out.gauge("arca_last_piece_timestamp_seconds", "When the newest piece was stored.",
                   static_cast<std::uint64_t>(statistics.newest));

@@ -50,6 +50,8 @@ void fill(const store::Statistics &statistics, Json &result)
     result["packs"] = statistics.packs;
     result["packBytes"] = statistics.packBytes;
     result["unreadable"] = statistics.unreadable;
+    result["damagedParts"] = statistics.damagedParts;
+    result["quarantined"] = statistics.quarantined;
     Json &days = result["days"] = Json::array();
     for (const auto &[day, sums] : statistics.days) {
         Json line = {{"day", dayText(day)}};
@@ -96,6 +98,16 @@ void print(const store::Statistics &statistics)
     if (statistics.unreadable != 0)
         fmt::print("{} pieces or packs cannot be read: arca verify names them\n",
                    statistics.unreadable);
+    if (statistics.damagedParts != 0)
+        fmt::print("{} of packs {} damaged: arca repair mends what has copies\n",
+                   statistics.damagedParts == 1 ? "1 part"
+                                                : fmt::format("{} parts", statistics.damagedParts),
+                   statistics.damagedParts == 1 ? "is" : "are");
+    if (statistics.quarantined != 0)
+        fmt::print("{} set aside, damaged: arca reclaim names what it keeps for that\n",
+                   statistics.quarantined == 1
+                       ? "1 manifest is"
+                       : fmt::format("{} manifests are", statistics.quarantined));
     plot(statistics.days);
 }
 
