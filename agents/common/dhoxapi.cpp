@@ -49,7 +49,11 @@ bool DHoxApi::IsSetUp()
 std::int16_t DHoxApi::dhoxSetUp(DBaseApiStatus *status, int multithread, const envSetUp *env)
 {
     const std::int16_t rc = DHoxCalls::dhoxSetUp(status, multithread, env);
-    setUpProcess_ = rc == HOX_RC_OK ? static_cast<int>(getpid()) : 0;
+    if (rc == HOX_RC_OK) {
+        setUpProcess_ = static_cast<int>(getpid());
+    } else if (rc != HOX_RC_NULL_ARGUMENT && rc != HOX_RC_BAD_VERSION) {
+        setUpProcess_ = 0; // the earlier set-up is gone, too
+    }
     return rc;
 }
 

@@ -12,7 +12,7 @@ namespace
 constexpr std::uint32_t kMaxObjects = 4096;
 
 /// HOX_RC_OBJECT_UNKNOWN, too, for one that is there but not granted: the two look the same.
-Answer<void> expectReadable(Session &session, store::PieceId id)
+Answer<void> expectReadable(Session &session, store::PieceId id, bool mustBeActive)
 {
     const auto found = session.space->find(id);
     if (!found && session.isGuest() && found.error().kind == ErrorKind::notFound)
@@ -22,10 +22,13 @@ Answer<void> expectReadable(Session &session, store::PieceId id)
     ARCA_TRY(const bool readable, mayRead(session, found->description.name));
     if (!readable)
         return refused(HOX_RC_OBJECT_UNKNOWN);
+    if (mustBeActive && !found->isActive())
+        return refused(HOX_RC_OBJECT_UNKNOWN, "the object is inactive");
     return {};
 }
 
-Answer<Retrieval> beginRetrieval(Session &session, std::uint8_t getType, const hoxGetList *list)
+Answer<Retrieval> beginRetrieval(Session &session, bool mustBeActive, std::uint8_t getType,
+                                 const hoxGetList *list)
 {
     ARCA_CHECK(expectVersion(list, list == nullptr ? std::uint16_t{0} : list->stVersion,
                              HOX_GETLIST_VERSION, "the object list"));
@@ -38,7 +41,7 @@ Answer<Retrieval> beginRetrieval(Session &session, std::uint8_t getType, const h
     Retrieval retrieval;
     for (std::uint32_t i = 0; i < list->numObjId; ++i) {
         const store::PieceId id = joined(list->objId[i]);
-        ARCA_CHECK(expectReadable(session, id));
+        ARCA_CHECK(expectReadable(session, id, mustBeActive));
         retrieval.ids.push_back(id);
     }
     return retrieval;
@@ -66,13 +69,13 @@ Code endRetrieval(Session &session)
 
 } // namespace
 
-std::int16_t hoxBeginGetData(hoxHandle_t handle, std::uint8_t, std::uint8_t getType,
+std::int16_t hoxBeginGetData(hoxHandle_t handle, std::uint8_t mustBeActive, std::uint8_t getType,
                              const hoxGetList *list)
 {
     return inSession(handle, [&](Session &session) -> Code {
         if (!session.isIdle())
             return refused(HOX_RC_BAD_CALL_SEQUENCE);
-        ARCA_TRY(session.retrieval, beginRetrieval(session, getType, list));
+        ARCA_TRY(session.retrieval, beginRetrieval(session, mustBeActive != 0, getType, list));
         return success();
     });
 }
@@ -90,7 +93,7 @@ std::int16_t hoxGetObj(hoxHandle_t handle, const hox64_t *objId, DataBlk *data)
             return refused(HOX_RC_OBJECT_UNKNOWN, "the identifier is not of the object list");
         if (data != nullptr)
             ARCA_CHECK(roomIn(data));
-        ARCA_CHECK(expectReadable(session, id)); // it may have been taken back meanwhile
+        ARCA_CHECK(expectReadable(session, id, false)); // it may have been taken back meanwhile
         ARCA_TRY(retrieval.object, session.space->openPiece(id));
         return data == nullptr ? outcome(HOX_RC_MORE_DATA) : readBlock(retrieval, data);
     });

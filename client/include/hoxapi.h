@@ -213,8 +213,9 @@ typedef struct optStruct {
 /*
  * Reads the option file and makes the process ready for sessions. A set-up over an earlier one
  * first ends every session of the earlier one. multithread: 1 when sessions will be used by several
- * threads. Starts no thread. Errors: HOX_RC_BAD_OPTION_FILE (hoxRCMsg names file and line),
- * HOX_RC_NO_MEMORY.
+ * threads. Starts no thread. HOX_RC_NULL_ARGUMENT and HOX_RC_BAD_VERSION change nothing; after any
+ * other failure nothing is set up, the earlier set-up neither: HOX_RC_BAD_OPTION_FILE (hoxRCMsg
+ * names file and line), HOX_RC_NO_MEMORY.
  */
 int16_t hoxSetUp(int multithread, const envSetUp *env);
 
@@ -224,8 +225,12 @@ int16_t hoxSetUp(int multithread, const envSetUp *env);
  */
 int16_t hoxCleanUp(int multithread);
 
-/* The level of the client. No handle, no return code; a null record is ignored. */
+/* The level of the client, without its sub-level. No handle, no return code; a null record is
+ * ignored. */
 void hoxQueryApiVersion(hoxApiVersion *version);
+
+/* The level of the client, whole; stVersion is filled in, too. No handle, no return code; a null
+ * record is ignored. */
 void hoxQueryApiVersionEx(hoxApiVersionEx *version);
 
 /* The options of the option file. HOX_RC_NOT_SET_UP before hoxSetUp. */
@@ -301,7 +306,13 @@ typedef struct ApiSessInfo {
     char policySetName[HOX_MAX_DOMAIN_NAME + 1];
 } ApiSessInfo;
 
+/* Describes the session: the server it was opened with, its node and what that may do. The caller
+ * sets stVersion, where 0 means the current one; on failure the record is as it was.
+ * HOX_RC_BAD_VERSION, HOX_RC_NULL_ARGUMENT. */
 int16_t hoxQuerySessInfo(hoxHandle_t handle, ApiSessInfo *info);
+
+/* The options in force for the session: those of the option file, as the option string of hoxInitEx
+ * overrides them. HOX_RC_NULL_ARGUMENT. */
 int16_t hoxQuerySessOptions(hoxHandle_t handle, optStruct *options);
 
 /*
@@ -387,6 +398,8 @@ typedef struct hoxEndTxnExOut_t {
     hox64_t groupLeaderObjId;
 } hoxEndTxnExOut_t;
 
+/* Begins a transaction; the session has at most one. Nothing is stored or deleted by it until
+ * hoxEndTxn commits. */
 int16_t hoxBeginTxn(hoxHandle_t handle);
 
 /*
@@ -399,6 +412,9 @@ int16_t hoxBeginTxn(hoxHandle_t handle);
  * one atomic step: whoever looks, and whatever dies when, all of it is done or nothing.
  */
 int16_t hoxEndTxn(hoxHandle_t handle, uint8_t vote, uint16_t *reason);
+
+/* As hoxEndTxn, with the vote and the reason in records. HOX_RC_BAD_VERSION and
+ * HOX_RC_NULL_ARGUMENT leave the transaction open. */
 int16_t hoxEndTxnEx(hoxHandle_t handle, const hoxEndTxnExIn_t *input, hoxEndTxnExOut_t *output);
 
 /* ---- sending ---- */
@@ -470,7 +486,12 @@ int16_t hoxSendObj(hoxHandle_t handle, uint8_t sendType, void *sendBuffer, const
  * HOX_RC_REPOSITORY_IO.
  */
 int16_t hoxSendData(hoxHandle_t handle, DataBlk *data);
+
+/* Ends the object: all of it is taken, and shows once hoxEndTxn has committed. The errors of
+ * hoxSendData; after any of them the transaction publishes nothing. */
 int16_t hoxEndSendObj(hoxHandle_t handle);
+
+/* As hoxEndSendObj, and tells in output what became of the bytes. */
 int16_t hoxEndSendObjEx(hoxHandle_t handle, const hoxEndSendObjExIn_t *input,
                         hoxEndSendObjExOut_t *output);
 
@@ -673,9 +694,10 @@ typedef struct hoxEndGetDataExOut_t {
     hox64_t totalBytesReceived;
 } hoxEndGetDataExOut_t;
 
-/* mountWait: 1 to wait for media. HOX_RC_OBJECT_UNKNOWN when an identifier of the list is not
- * there. */
-int16_t hoxBeginGetData(hoxHandle_t handle, uint8_t mountWait, uint8_t getType,
+/* Begins a read of the objects of the list. mustBeActive: 1 refuses an object that is inactive, 0
+ * reads it as well. HOX_RC_OBJECT_UNKNOWN when an identifier of the list is not there, or not as
+ * mustBeActive asks; no read is open then. */
+int16_t hoxBeginGetData(hoxHandle_t handle, uint8_t mustBeActive, uint8_t getType,
                         const hoxGetList *list);
 
 /* Begins one object of the list; data is null or the first block. HOX_RC_MORE_DATA: data follows.
@@ -689,8 +711,15 @@ int16_t hoxGetObj(hoxHandle_t handle, const hox64_t *objId, DataBlk *data);
  * success: HOX_RC_REPOSITORY_DAMAGED.
  */
 int16_t hoxGetData(hoxHandle_t handle, DataBlk *data);
+
+/* Ends the object that hoxGetObj began, read to its end or not; the next one of the list may begin.
+ */
 int16_t hoxEndGetObj(hoxHandle_t handle);
+
+/* Ends the read; its objects are ended before. */
 int16_t hoxEndGetData(hoxHandle_t handle);
+
+/* As hoxEndGetData, and tells in output how many bytes the read delivered. */
 int16_t hoxEndGetDataEx(hoxHandle_t handle, const hoxEndGetDataExIn_t *input,
                         hoxEndGetDataExOut_t *output);
 
@@ -752,14 +781,6 @@ int16_t hoxDeleteObj(hoxHandle_t handle, uint8_t delType, const hoxDelInfo *info
 int16_t hoxRenameObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *name,
                      const char *newHlName, const char *newLlName);
 
-/*
- * Changes attributes of an object: those that mask names, as hoxSendObj takes them; the others may
- * be 0. Durable and visible to every session on return, in one step; what other sessions change at
- * the same time is kept. Queries answer the attributes as they are now. A null or empty mcNameP
- * binds the object to the default class. Not in a transaction, a query or a read.
- * HOX_RC_OBJECT_UNKNOWN, HOX_RC_FS_UNKNOWN, HOX_RC_MC_UNKNOWN; HOX_RC_BAD_ARGUMENT when mask is 0
- * or names what is not known.
- */
 #define HOX_UPDATE_CLASS 16 /* as the sendType of hoxUpdateObj */
 
 /* What a management class says; objInfo of the attributes points at it. */
@@ -782,7 +803,19 @@ typedef struct mcDefinition {
 #define HOX_UPDCLASS_VERSIONS 0x4U
 #define HOX_UPDCLASS_DAYS 0x8U
 
+/* Which attributes of an object hoxUpdateObj takes over. */
+#define HOX_UPDOBJ_OWNER 0x1U
+#define HOX_UPDOBJ_INFO 0x2U
+#define HOX_UPDOBJ_MC 0x4U
+
 /*
+ * Changes attributes of an object: those that mask names, as hoxSendObj takes them; the others may
+ * be 0. Durable and visible to every session on return, in one step; what other sessions change at
+ * the same time is kept. Queries answer the attributes as they are now. A null or empty mcNameP
+ * binds the object to the default class. Not in a transaction, a query or a read.
+ * HOX_RC_OBJECT_UNKNOWN, HOX_RC_FS_UNKNOWN, HOX_RC_MC_UNKNOWN; HOX_RC_BAD_ARGUMENT when mask is 0
+ * or names what is not known.
+ *
  * With sendType HOX_UPDATE_CLASS it defines, changes or deletes a management class, of the whole
  * repository: mcNameP is its name (1 to 30 letters, digits, "_", "-" and ".", in any case), objInfo
  * its mcDefinition (not read for HOX_UPDCLASS_DELETE) with its size as objInfoLength; name is not
@@ -791,9 +824,6 @@ typedef struct mcDefinition {
  * already; HOX_RC_BAD_ARGUMENT for what is no name, too long, or the deletion of the default class;
  * HOX_RC_ACCESS_DENIED in a session for another node's objects.
  */
-#define HOX_UPDOBJ_OWNER 0x1U
-#define HOX_UPDOBJ_INFO 0x2U
-#define HOX_UPDOBJ_MC 0x4U
 int16_t hoxUpdateObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *name,
                      const ObjAttr *attributes, uint32_t mask);
 
@@ -899,6 +929,8 @@ typedef struct hoxRCMsgExOut_t {
     char message[HOX_MAX_RC_MESSAGE + 1]; /* always in English, as a server's log wants it */
 } hoxRCMsgExOut_t;
 
+/* The text of a code as hoxRCMsg has it, but always in English, and its identifier by itself, too.
+ * Returns 0; HOX_RC_NULL_ARGUMENT, HOX_RC_BAD_VERSION. */
 int16_t hoxRCMsgEx(hoxHandle_t handle, const hoxRCMsgExIn_t *input, hoxRCMsgExOut_t *output);
 
 #define HOX_LOG_SERVER 0U /* the activity log of the repository */
@@ -946,8 +978,10 @@ int16_t hoxLogEventEx(hoxHandle_t handle, const hoxLogEventExIn_t *input,
 /* Derives the key that belongs to a node on this host. No handle, no return code. */
 void hoxCreateDesKeyEx(uint32_t *key, const char *nodeName);
 
-/* One block of 8 bytes. input and output may be the same. */
+/* Enciphers one block of 8 bytes. input and output may be the same. No return code. */
 void hoxEncryptEx(const uint32_t *key, const unsigned char *input, unsigned char *output);
+
+/* Deciphers what hoxEncryptEx enciphered with the same key. */
 void hoxDecryptEx(const uint32_t *key, const unsigned char *input, unsigned char *output);
 
 #ifdef __cplusplus

@@ -311,7 +311,7 @@ TEST_F(ChangeTest, AnInactiveObjectIsKeptWithoutItsName)
         const hoxGetList list{HOX_GETLIST_VERSION, 1, &id};
         std::string room(100, '\0');
         DataBlk data{HOX_DATABLK_VERSION, 100, 0, room.data()};
-        if (api_.hoxBeginGetData(other, 1, HOX_GET_BACKUP, &list) != HOX_RC_OK)
+        if (api_.hoxBeginGetData(other, 0, HOX_GET_BACKUP, &list) != HOX_RC_OK)
             return std::string();
         EXPECT_EQ(api_.hoxGetObj(other, &id, &data), HOX_RC_FINISHED);
         EXPECT_EQ(api_.hoxEndGetObj(other), HOX_RC_OK);
@@ -328,6 +328,8 @@ TEST_F(ChangeTest, AnInactiveObjectIsKeptWithoutItsName)
     ASSERT_EQ(count(HOX_STATE_INACTIVE, &found), 1U);
     EXPECT_EQ(found.objId.lo, first.lo);
     EXPECT_EQ(found.objState, HOX_STATE_INACTIVE);
+    const hoxGetList asActive{HOX_GETLIST_VERSION, 1, &first};
+    EXPECT_EQ(api_.hoxBeginGetData(other, 1, HOX_GET_BACKUP, &asActive), HOX_RC_OBJECT_UNKNOWN);
     EXPECT_STREQ(found.owner, "x") << "its attributes stay";
     EXPECT_NE(found.inactDate.year, 0);
     EXPECT_EQ(found.expDate.year, 0) << "its class keeps it for ever";
