@@ -1,6 +1,7 @@
 // What the agent reports: events to the server's and the client's log, and the error log.
 
 #include "tests/agent/agent_fixture.h"
+#include "tests/support/host_locale.h"
 
 #include <fstream>
 #include <regex>
@@ -67,6 +68,30 @@ TEST_F(EventTest, TellsTheServerOfEveryPieceBackedUpAndRestored)
     ASSERT_EQ(3U, told.size());
     EXPECT_TRUE(matches(told[1], "RBQ2536I .*/lumoorc//piece.*8192")) << told[1];
     EXPECT_TRUE(matches(told[2], "RBQ2527I .*/lumoorc//piece.*8192")) << told[2];
+}
+
+TEST_F(EventTest, TellsTheServerInEnglishWhateverTheHostSpeaks)
+{
+    const keel::test::HostLocale host("de_DE", "UTF-8");
+    installation.configureAgent({"VELO_NUM_FMT 2"});
+    openChannel(1);
+    client.totals.objCompressed = 1;
+    client.totals.compressRatio = 2550;
+    ASSERT_EQ("", backUp("piece", std::string(8192, 'x')));
+    std::string data;
+    ASSERT_EQ("", restore("piece", data));
+    const Operations told = events();
+    ASSERT_EQ(6U, told.size());
+    EXPECT_TRUE(matches(told[2], "Backup details.*sent 8192,.* \\d+\\.\\d\\d KB/s, compressed Yes "
+                                 "\\(reduction 25\\.50%\\), deduplicated No"))
+        << told[2];
+    EXPECT_TRUE(matches(told[4], "Restore of .* 8192 bytes")) << told[4];
+    EXPECT_TRUE(matches(told[5], "Restore details.*received 8192,.* \\d+\\.\\d\\d KB/s"))
+        << told[5];
+    EXPECT_TRUE(matches(trace(), "Bytes 8\\.192, Dauer.* \\d+,\\d\\d KB/s, komprimiert Ja "
+                                 "\\(Ersparnis 25,50"))
+        << trace();
+    EXPECT_TRUE(matches(trace(), "Bytes 8\\.192, Dauer.*Durchsatz \\d+,\\d\\d KB/s\\.")) << trace();
 }
 
 TEST_F(EventTest, SendsFailuresToBothLogsTheLocalOneFirst)

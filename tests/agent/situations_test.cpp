@@ -187,6 +187,7 @@ TEST_F(SituationTest, APieceIsSent)
         [this](const Situation &row) {
             const std::string outcome =
                 backUp("piece", std::string(8192, 'x'), {.copyNumber = row.copy});
+            EXPECT_EQ(has(row.text, "RBQ2503E"), has(contents("agent.trc"), "calling HOXENDQUERY"));
             const bool stored = outcome.empty() || has(row.faults, "UpdateFS");
             EXPECT_EQ(stored ? 1U : 0U, client.objects.count("/lumoorc//piece"));
             return outcome;

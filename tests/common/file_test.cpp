@@ -185,7 +185,7 @@ void appendMany(const std::string &path, char who)
 TEST(FileOpen, AsksWhatTheEffectiveUserMayWrite)
 {
     if (geteuid() != 0)
-        GTEST_SKIP() << "only root can be somebody else for a while";
+        GTEST_SKIP() << "only root can take another effective user for a while";
     const TempDir directory;
     EXPECT_EQ(psFileWritableDir(directory.path().c_str()), 1);
     ASSERT_EQ(seteuid(65534), 0);

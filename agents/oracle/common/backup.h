@@ -26,9 +26,9 @@ void veloFillObjAttr(const orcObj_t *ctx, const char *mcName, const char *caller
 std::int16_t veloEndTxn(orcObj_t *ctx, std::uint8_t vote, std::uint16_t *reason);
 
 /// Returns the size of the database in bytes, as sqlplus tells it, and 0 when that does not. An
-/// sqlplus that has hung once is not started again until protectSizeAnew.
+/// sqlplus that has hung once is not started again until protectSizeReset.
 std::uint64_t protectSize();
-void protectSizeAnew();
+void protectSizeReset();
 
 /// Reports a piece that was written (state 2) or read (states 3 and 4) to the server's event log
 /// and to the database trace.

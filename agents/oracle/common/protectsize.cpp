@@ -136,8 +136,9 @@ private:
     }
 
     // Ends the shell, which gets a second to end by itself, and whatever it has left behind: the
-    // process group is killed while the shell is still ours to wait for, so that its number can be
-    // nobody else's. ECHILD means that the host took the shell; then the number is not asked.
+    // process group is killed while the shell is still ours to wait for, so that no other process
+    // can have its number. ECHILD means that the host has waited for the shell; its group is left
+    // alone then.
     void end()
     {
         if (out_ >= 0) {
@@ -238,7 +239,7 @@ bool readOutput(int fd, LastOfFourLines &lines)
 
 } // namespace
 
-void protectSizeAnew()
+void protectSizeReset()
 {
     hangs = false;
 }

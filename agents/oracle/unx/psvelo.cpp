@@ -22,7 +22,7 @@ int psveloInit()
     oracleThrdCtr = 0;
     bHoxSetUp = false;
     bNlsSetUp = false;
-    protectSizeAnew();
+    protectSizeReset();
     return 0;
 }
 
