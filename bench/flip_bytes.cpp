@@ -93,7 +93,7 @@ Pieces storePieces(MemoryFiles &files)
                                     must(store::publicHalfOf(must(SecretKey::random())))));
     must(made->nodes().registerNode("node", kPassword));
     must(made->nodes().registerNode("reader", kPassword));
-    must(store::Policy(made->blobs()).define({"GOLD", "monthly copies", "POOL", 3, 365, false}));
+    must(made->policy().define({"GOLD", "monthly copies", "POOL", 3, 365, false}));
     auto [repository, space] = must(logOn(files, "node"));
     must(space->registerFilespace({"", "/fs", "ORACLE", "", 0, 0, 0}));
 
@@ -123,7 +123,7 @@ Pieces storePieces(MemoryFiles &files)
     return pieces;
 }
 
-/// A piece whose commit was killed right after the mark that makes it hold.
+/// A piece whose commit was killed right after the decision that makes it hold.
 void leaveChange(MemoryFiles &files, const std::string &piece, const std::string &stream)
 {
     const auto before = files.snapshot();
@@ -136,7 +136,7 @@ void leaveChange(MemoryFiles &files, const std::string &piece, const std::string
         (void)session.space->commitTogether({std::span(&late, 1), {}, {}});
         files.stopAt(0);
         for (const std::string &path : files.paths())
-            if (path.ends_with(".done"))
+            if (path.starts_with("/r/outcomes/"))
                 return;
     }
     throw std::runtime_error("no change is left half-done");

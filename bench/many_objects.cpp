@@ -64,7 +64,7 @@ public:
     {
         file_->readAhead(offset, length);
     }
-    Result<bool> lock(bool wait) override { return file_->lock(wait); }
+    Result<bool> lock() override { return file_->lock(); }
     Result<blob::FileIdentity> identity() override { return file_->identity(); }
     Result<bool> hasName() override { return file_->hasName(); }
 

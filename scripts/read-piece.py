@@ -43,6 +43,7 @@ MAX_FRAME = 1 << 20
 CACHED_FRAMES = 64  # of 256 KiB each, as a rule
 CACHED_PACKS = 64  # their indexes, open
 DROPPED = 1 << 31
+KEYED = 1 << 31  # of the version of a record
 
 
 class Wrong(Exception):
@@ -215,12 +216,15 @@ class Node:
         self.root, self.name = pathlib.Path(root), name.encode()
         self.key = sha(b"node", self.name)[:16].hex()
         demand((self.root / "format").is_file(), f"there is no repository in {root}")
-        marker = self.record(self.root / "format", b"ARCAREPO", 3)
+        self.records, self.layout = None, 0
+        marker = self.record(self.root / "format", b"ARCAREPO", 4)
+        self.layout = struct.unpack("<I", (self.root / "format").read_bytes()[8:12])[0]
         uuid = marker.raw(16).hex()
         data = self.data_key(passwords_in(password_file, uuid, name))
         self.names = derive(data, b"names of pieces")
         self.manifests = derive(data, b"manifests")
         self.packs_key = derive(data, b"packs")
+        self.records = derive(data, b"records")
         self.packs, self.frames = Cache(CACHED_PACKS), Cache(CACHED_FRAMES)
 
     def record(self, path, kind, newest):
@@ -230,15 +234,35 @@ class Node:
         demand(24 <= len(data) <= MAX_RECORD, where + " is no record")
         found, version, length = struct.unpack("<8sII", data[:16])
         demand(found == kind and 24 + length == len(data), where + " is another record")
-        demand(1 <= version <= newest, where + " has a version that is not known here")
         check64(struct.unpack("<Q", data[-8:])[0], None, data[:-8], where)
-        return Fields(data[16:-8])
+        payload, version = self.proven(path, found, version, data[16:-8])
+        demand(1 <= version <= newest, where + " has a version that is not known here")
+        return Fields(payload)
+
+    def proven(self, path, kind, version, payload):
+        """Payload and version of a record whose digest was compared, if it must have one."""
+        place = str(path.relative_to(self.root)).encode()
+        if version < KEYED:
+            # The node's own record opens with the password; a filespace may be deleted without the key.
+            free = place.startswith((b"nodes/", b"keys/", b"filespaces/")) or place == b"format"
+            demand(self.layout < 4 or free, str(path) + " was written without the key")
+            return payload, version
+        version -= KEYED
+        payload, digest = payload[:-32], payload[-32:]
+        expected = mac(self.records, text(place) + kind + struct.pack("<I", version) + payload)
+        demand(hmac.compare_digest(expected, digest), str(path) + " is not proven for its place")
+        return payload, version
 
     def newest(self, place, kind, version):
         """The newest state of a numbered record; None when there is none."""
         directory = self.root / place
         states = sorted(p for p in directory.glob("*") if re.fullmatch("[0-9a-f]{8}", p.name))
         return self.record(states[-1], kind, version) if states else None
+
+    def is_keyed(self, place):
+        """Whether the newest state of a numbered record has a digest."""
+        states = sorted(p for p in (self.root / place).glob("*") if re.fullmatch("[0-9a-f]{8}", p.name))
+        return struct.unpack("<I", states[-1].read_bytes()[8:12])[0] >= KEYED
 
     def data_key(self, passwords):
         node = self.newest("nodes/" + self.key, b"ARCANODE", 2)
@@ -279,7 +303,7 @@ class Node:
         place = self.name_hash(names)
         if inactive:
             place = f"{piece:016x}" if place[:8] == f"{piece >> 32:08x}" else None
-        demand(node == self.name and place == path.name, "it is in another piece's place")
+        demand(node == self.name and place == path.name.partition(".")[0], "it is in another piece's place")
         totals = Fields(open_part(cipher, key, 4, 0, header + tail[:-8], blob.read(end, length)))
         return Manifest(piece, names, blob, cipher, key, chunks, 64 + described, end,
                         totals.number(8), totals.raw(16), inactive)
@@ -316,9 +340,24 @@ class Node:
             goes = manifest.id in [plan.number(8) for _ in range(going)]
             leaves = manifest.id in [plan.number(8) for _ in range(leaving)]
             done = self.done(change)
-            if goes and done or leaves and done != bool(manifest.inactive):
+            if goes and done or leaves and done and not manifest.inactive:
                 return True
-        return False
+            if leaves and not done and manifest.inactive and "." not in manifest.blob.path.name:
+                return True
+        change = manifest.blob.path.name.partition(".")[2] if manifest.inactive else ""
+        return change != "" and not self.holds(int(change, 16))
+
+    def outcome(self, change):
+        """What was decided of a change: 1 done, 2 undone, None: nothing, or it is settled."""
+        path = self.root / "outcomes" / self.key / f"{change:016x}"
+        return self.record(path, b"ARCAOUTC", 1).number(2) if path.is_file() else None
+
+    def holds(self, change):
+        """Whether the copy is the piece that a change made of one that became inactive."""
+        decided = self.outcome(change)
+        if decided is None and not (self.root / "changes" / self.key / f"{change:016x}.plan").is_file():
+            return True
+        return decided == 1
 
     def shows(self, manifest):
         """Whether the piece is there as far as anybody who asks is told."""
@@ -331,6 +370,8 @@ class Node:
             space.text()
         if space.left() and space.raw(6)[4:] != b"\0\0":
             return False  # deleted
+        demand(self.layout < 4 or self.is_keyed(f"filespaces/{self.key}/{filespace}"),
+               "the record of its filespace was written without the key")
         if self.hidden(manifest):
             return False
         record = self.newest(f"objects/{self.key}/{manifest.id:016x}", b"ARCAOBJE", 1)
@@ -342,7 +383,10 @@ class Node:
         return shown_by == 0 or self.done(shown_by)
 
     def done(self, change):
-        return (self.root / "changes" / self.key / f"{change:016x}.done").exists()
+        decided = self.outcome(change)
+        if decided is None and self.layout < 4:
+            return (self.root / "changes" / self.key / f"{change:016x}.done").exists()
+        return decided == 1
 
     def runs(self, manifest):
         """Pack (None: zeros), first block, number of blocks or of bytes."""

@@ -23,7 +23,7 @@ Answer<std::string> classFor(Session &session, const char *name)
              pointerText(name, HOX_MAX_MC_NAME, "the management class", HOX_RC_MC_UNKNOWN));
     if (wanted.empty())
         return std::string(store::kDefaultClass);
-    ARCA_TRY(const auto found, store::Policy(session.repository->blobs()).find(wanted));
+    ARCA_TRY(const auto found, session.repository->policy().find(wanted));
     if (!found)
         return refused(HOX_RC_MC_UNKNOWN,
                        "the management class " + printable(wanted) + " is not defined");

@@ -79,7 +79,7 @@ Answer<void> changeClass(Session &session, const ObjAttr *attributes, std::uint3
         return refused(HOX_RC_BAD_ARGUMENT, "the mask names no action on a class, or several");
     ARCA_TRY(const std::string name,
              pointerText(attributes->mcNameP, HOX_MAX_MC_NAME, "the management class"));
-    store::Policy policy(session.repository->blobs());
+    store::Policy policy = session.repository->policy();
     if (mask == HOX_UPDCLASS_DELETE)
         return answered(policy.retire(name));
     ARCA_TRY(store::ManagementClass given, definitionIn(*attributes));

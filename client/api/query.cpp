@@ -80,7 +80,7 @@ Answer<Query> queryClasses(Session &session, const qryMCData *asked)
     query.classDetail = asked->detail != 0;
     const auto retired =
         asked->detail == 2 ? store::Policy::Retired::included : store::Policy::Retired::left;
-    store::Policy policy(session.repository->blobs());
+    store::Policy policy = session.repository->policy();
     if (asked->mcName == nullptr || *asked->mcName == '\0') {
         ARCA_TRY(auto classes, policy.list(retired));
         for (store::ManagementClass &known : classes)
@@ -170,8 +170,8 @@ Answer<std::int64_t> expiryOf(Session &session, Query &query, const store::Piece
     const std::string &name = piece.description.managementClass;
     auto known = query.daysKept.find(name);
     if (known == query.daysKept.end()) {
-        ARCA_TRY(const auto found, store::Policy(session.repository->blobs())
-                                       .find(name, store::Policy::Retired::included));
+        ARCA_TRY(const auto found,
+                 session.repository->policy().find(name, store::Policy::Retired::included));
         const std::uint16_t days = found ? found->daysKept : store::kNoLimit;
         known = query.daysKept.emplace(name, days).first;
     }

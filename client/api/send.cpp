@@ -88,8 +88,7 @@ std::int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, std::uint8_t 
                                  HOX_MCBIND_VERSION, "the binding record"));
         ARCA_CHECK(expectBackup(sendType));
         ARCA_CHECK(objectNameOf(name));
-        ARCA_TRY(const auto bound,
-                 store::Policy(session.repository->blobs()).find(store::kDefaultClass));
+        ARCA_TRY(const auto bound, session.repository->policy().find(store::kDefaultClass));
         *binding = mcBindKey{};
         binding->stVersion = HOX_MCBIND_VERSION;
         fill(binding->mcName, bound->name);

@@ -6,7 +6,7 @@
 //     answers `exists` and changes nothing; no blob is ever overwritten or appended to.
 //   - durability: when commit() or remove() has returned, its effect survives the loss of power.
 //   When
-//     commit() failed, the name does not show.
+//     commit() failed, see Unsure for what became of the name.
 //   - a writer that is dropped, or whose process dies, leaves nothing that shows. What it leaves
 //   behind
 //     is found by removeLeftovers(), which never touches the work of a living writer.
@@ -28,6 +28,13 @@
 namespace arca::blob
 {
 
+/// What commit() does with a name that leads to the blob already, when making it survive a loss of
+/// power fails. The commit fails either way.
+enum class Unsure {
+    leave,    // another process may count on the blob by now
+    takeBack, // nobody counts on it before commit() has returned; whoever saw it finds it gone
+};
+
 class BlobWriter
 {
 public:
@@ -37,7 +44,7 @@ public:
     /// Nothing is promised of the bytes before commit(). After an error: drop the writer.
     virtual Result<void> append(ByteView bytes) = 0;
     /// Ends the writer, whatever comes back.
-    virtual Result<void> commit(const std::string &name) = 0;
+    virtual Result<void> commit(const std::string &name, Unsure unsure = Unsure::leave) = 0;
 };
 
 class BlobReader
@@ -79,13 +86,19 @@ public:
     /// Removes the very blob that `opened` reads: when the name leads to another blob by now, or to
     /// none, it answers `notFound` and removes nothing.
     virtual Result<void> remove(const std::string &name, BlobReader &opened) = 0;
+    /// Makes a name that was found survive a loss of power, when its writer may not have come to
+    /// that.
+    virtual Result<void> sync(const std::string &name) = 0;
     /// Cleans up behind writers that died.
     virtual Result<void> removeLeftovers() = 0;
-    /// A lock among all users of the store, in this process and in others; null when somebody else
-    /// holds it. `name` is one component.
-    virtual Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name) = 0;
-    /// The same lock, waited for.
-    virtual Result<std::unique_ptr<BlobLock>> lock(const std::string &name) = 0;
+    /// A lock among all users of the store, in this process and in others; null when it is held.
+    /// `name` is one component; `doing` is what others are told who wait for it, as in "removing
+    /// pieces". It ends with its process, and is not handed on to a child that is forked.
+    virtual Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name,
+                                                      const std::string &doing) = 0;
+    /// The same lock, waited for, but not for ever: `conflict`, which names the holder.
+    virtual Result<std::unique_ptr<BlobLock>> lock(const std::string &name,
+                                                   const std::string &doing) = 0;
 
     /// The writers that live now, in any process, by names that are never used again. Whoever holds
     /// a writer thereby says to all others: I may count on what was there when I began.

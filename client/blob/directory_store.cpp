@@ -9,8 +9,11 @@
 #include "client/base/text.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <new>
+#include <thread>
 #include <unistd.h>
 
 namespace arca::blob
@@ -85,10 +88,44 @@ private:
     std::uint64_t size_;
 };
 
+constexpr std::size_t kMostNote = 512;
+
+/// Who takes a lock now, for those who wait for it.
+std::string noteOf(const std::string &doing)
+{
+    char host[256] = "";
+    if (gethostname(host, sizeof host - 1) != 0)
+        host[0] = '\0';
+    return std::to_string(getpid()) + " " + std::to_string(std::time(nullptr)) + " " +
+           (host[0] == '\0' ? "-" : host) + " " + doing;
+}
+
+/// What a note says, in words. It is of another process, of another host perhaps: the number tells
+/// a person whom to look for, and nothing is decided by it.
+std::string holderIn(const std::string &note)
+{
+    unsigned long process = 0;
+    long long since = 0;
+    char host[257] = "";
+    int used = 0;
+    if (std::sscanf(note.c_str(), "%lu %lld %256s %n", &process, &since, host, &used) != 3 ||
+        used == 0)
+        return "another process";
+    const std::time_t seconds = static_cast<std::time_t>(since);
+    std::tm when{};
+    char text[32] = "?";
+    if (gmtime_r(&seconds, &when) != nullptr)
+        (void)std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &when);
+    return "process " + std::to_string(process) + " on " + printable(host) + " since " + text +
+           " (" + printable(std::string_view(note).substr(static_cast<std::size_t>(used))) + ")";
+}
+
 class DirectoryLock final : public BlobLock
 {
 public:
     explicit DirectoryLock(std::unique_ptr<File> locked) : file_(std::move(locked)) {}
+    /// What it said of its holder would be wrong from now on.
+    ~DirectoryLock() override { file_->setNote({}); }
 
 private:
     std::unique_ptr<File> file_;
@@ -136,7 +173,7 @@ public:
         if (!created && created.error().kind == ErrorKind::exists)
             return false;
         ARCA_TRY(file_, std::move(created));
-        ARCA_TRY(const bool locked, file_->lock(false));
+        ARCA_TRY(const bool locked, file_->lock());
         if (!locked)
             return false;
         return file_->hasName();
@@ -157,11 +194,11 @@ public:
         return {};
     }
 
-    Result<void> commit(const std::string &name) override
+    Result<void> commit(const std::string &name, Unsure unsure) override
     {
         ARCA_CHECK(writeRest());
         ARCA_CHECK(file_->sync());
-        ARCA_CHECK(store_.publish(temporary_, name, *file_));
+        ARCA_CHECK(store_.publish(temporary_, name, *file_, unsure));
         file_.reset();
         return {};
     }
@@ -183,8 +220,9 @@ private:
     GatherBuffer gathered_;
 };
 
-DirectoryStore::DirectoryStore(std::string root, FileLayer &files)
-    : root_(std::move(root)), files_(files)
+DirectoryStore::DirectoryStore(std::string root, FileLayer &files,
+                               std::chrono::milliseconds patience)
+    : root_(std::move(root)), files_(files), patience_(patience)
 {
 }
 
@@ -264,8 +302,7 @@ Result<void> DirectoryStore::remove(const std::string &name, BlobReader &opened)
     // Only removals take a name away, and this lock keeps them apart; so between looking and
     // removing the name cannot come to lead to another blob. The reader keeps its file open, so
     // that its identity cannot be used again meanwhile.
-    ARCA_TRY(const auto guard, openLock("remove"));
-    ARCA_CHECK(guard->lock(true));
+    ARCA_TRY(const auto guard, lockRemoval(name));
     ARCA_TRY(const auto present, files_.open(pathOf(name)));
     ARCA_TRY(const FileIdentity there, present->identity());
     ARCA_TRY(const FileIdentity meant, static_cast<DirectoryReader &>(opened).file().identity());
@@ -298,7 +335,7 @@ Result<void> DirectoryStore::removeLeftovers()
         auto file = files_.openForLocking(pathOf(name), false);
         if (!file)
             continue;
-        const auto locked = (*file)->lock(false);
+        const auto locked = (*file)->lock();
         if (locked && *locked)
             (void)files_.unlink(pathOf(name));
     }
@@ -316,7 +353,7 @@ Result<std::set<std::string>> DirectoryStore::livingWriters()
         ARCA_TRY(const auto opened, std::move(file));
         // A writer that is only about to lock its new file finds it locked, and takes another one:
         // it began after us.
-        ARCA_TRY(const bool dead, opened->lock(false));
+        ARCA_TRY(const bool dead, opened->lock());
         if (!dead || ownedByThisProcess(entry))
             living.insert(entry);
     }
@@ -332,7 +369,7 @@ void DirectoryStore::keepReserve()
             continue;
         const auto writer = beginWriter();
         if (!writer || !(*writer)->allocate(kReserveFileBytes) ||
-            !(*writer)->commit("reserve/" + name))
+            !(*writer)->commit("reserve/" + name, Unsure::leave))
             return;
     }
 }
@@ -374,20 +411,62 @@ Result<std::unique_ptr<File>> DirectoryStore::openLock(const std::string &name)
     });
 }
 
-Result<std::unique_ptr<BlobLock>> DirectoryStore::tryLock(const std::string &name)
+Result<std::unique_ptr<BlobLock>> DirectoryStore::tryLock(const std::string &name,
+                                                          const std::string &doing)
 {
     ARCA_TRY(auto file, openLock(name));
-    ARCA_TRY(const bool mine, file->lock(false));
+    ARCA_TRY(const bool mine, file->lock());
     if (!mine)
         return std::unique_ptr<BlobLock>();
+    file->setNote(noteOf(doing));
     return std::unique_ptr<BlobLock>(std::make_unique<DirectoryLock>(std::move(file)));
 }
 
-Result<std::unique_ptr<BlobLock>> DirectoryStore::lock(const std::string &name)
+/// Asked for again and again, as a wait of the system's would not end by itself.
+Result<std::unique_ptr<BlobLock>> DirectoryStore::lock(const std::string &name,
+                                                       const std::string &doing)
 {
-    ARCA_TRY(auto file, openLock(name));
-    ARCA_CHECK(file->lock(true));
-    return std::unique_ptr<BlobLock>(std::make_unique<DirectoryLock>(std::move(file)));
+    using Clock = std::chrono::steady_clock;
+    constexpr std::chrono::milliseconds kLongestPause{50};
+    const auto deadline = Clock::now() + patience_;
+    for (std::chrono::milliseconds pause{1};; pause = std::min(pause * 2, kLongestPause)) {
+        ARCA_TRY(auto mine, tryLock(name, doing));
+        if (mine)
+            return mine;
+        if (Clock::now() >= deadline) {
+            ARCA_TRY(const auto file, openLock(name));
+            return heldBy(name, *file);
+        }
+        std::this_thread::sleep_for(pause);
+    }
+}
+
+Error DirectoryStore::heldBy(const std::string &name, File &file) const
+{
+    Bytes note(kMostNote);
+    const auto got = file.readAt(0, note);
+    const std::string said(textOf(ByteView(note).first(got ? *got : 0)));
+    return {ErrorKind::conflict,
+            "the lock " + pathOf("locks/" + name) + " is held by " + holderIn(said) +
+                " and did not come free; try again later, or end that process"};
+}
+
+/// Locks keep the removals of one node apart, and those of others out of their way.
+Result<std::vector<std::unique_ptr<BlobLock>>> DirectoryStore::lockRemoval(const std::string &name)
+{
+    std::vector<std::unique_ptr<BlobLock>> locks;
+    const auto first = name.find('/');
+    const auto second = first == std::string::npos ? first : name.find('/', first + 1);
+    const std::string under =
+        second == std::string::npos ? "others" : name.substr(first + 1, second - first - 1);
+    ARCA_TRY(auto own, lock("remove-" + under, "removing a blob"));
+    locks.push_back(std::move(own));
+    // Only releases that have one lock for all nodes make this file, and may be at work.
+    if (files_.openForLocking(pathOf("locks/remove"), false)) {
+        ARCA_TRY(auto all, lock("remove", "removing a blob"));
+        locks.push_back(std::move(all));
+    }
+    return locks;
 }
 
 bool DirectoryStore::leadsTo(const std::string &name, File &file)
@@ -399,7 +478,7 @@ bool DirectoryStore::leadsTo(const std::string &name, File &file)
 }
 
 Result<void> DirectoryStore::publish(const std::string &temporary, const std::string &name,
-                                     File &written)
+                                     File &written, Unsure unsure)
 {
     const std::string directory = name.substr(0, name.rfind('/') + 1);
     if (!directory.empty())
@@ -412,12 +491,28 @@ Result<void> DirectoryStore::publish(const std::string &temporary, const std::st
         (void)files_.unlink(pathOf(temporary));
     }
     auto synced = files_.syncDirectory(pathOf(directory));
-    if (!synced) {
-        // Whether the name would survive is unknown, so it must not be taken for committed.
+    if (synced)
+        return {};
+    if (unsure == Unsure::takeBack)
+        takeBack(name, written);
+    else if (leadsTo(name, written))
+        // Others may count on it by now, so it stays. An entry of a directory is not dropped by a
+        // sync that failed, as the content of a file may be: the next one tells what holds.
+        return files_.syncDirectory(pathOf(directory));
+    return synced;
+}
+
+/// Under the lock of removals, or the name could lead to another blob by the time it is unlinked.
+void DirectoryStore::takeBack(const std::string &name, File &written)
+{
+    const auto guard = lockRemoval(name);
+    if (guard && leadsTo(name, written))
         (void)files_.unlink(pathOf(name));
-        return synced;
-    }
-    return {};
+}
+
+Result<void> DirectoryStore::sync(const std::string &name)
+{
+    return files_.syncDirectory(pathOf(name.substr(0, name.rfind('/') + 1)));
 }
 
 Result<void> DirectoryStore::ensureDirectory(const std::string &relative)

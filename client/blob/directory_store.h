@@ -2,7 +2,8 @@
 //
 //   ROOT/<name>              a blob: complete, synced, never changed
 //   ROOT/tmp/<pid>-<random>  a blob being written; its writer holds a lock on it while it lives
-//   ROOT/locks/remove        held while a blob is removed
+//   ROOT/locks/<name>        a lock, and who holds it: "<process> <since> <host> <doing>"
+//   ROOT/locks/remove-<...>  held while a blob is removed, by the second component of its name
 //   ROOT/reserve/<n>         space kept back, which work that frees space gives up on a full disk
 //   ROOT/cache/<host>/       what a host can make again from the blobs
 //
@@ -14,6 +15,7 @@
 #include "client/blob/blob_store.h"
 #include "client/blob/file_layer.h"
 
+#include <chrono>
 #include <mutex>
 #include <set>
 
@@ -26,7 +28,9 @@ class DirectoryStore final : public BlobStore
 {
 public:
     /// `root` is an absolute path of an existing directory. `files` must outlive the store.
-    explicit DirectoryStore(std::string root, FileLayer &files = systemFiles());
+    /// `patience`: how long a lock is waited for.
+    explicit DirectoryStore(std::string root, FileLayer &files = systemFiles(),
+                            std::chrono::milliseconds patience = kPatience);
     ~DirectoryStore() override;
 
     Result<std::unique_ptr<BlobWriter>> begin() override;
@@ -37,10 +41,13 @@ public:
     listStamped(const std::string &prefix,
                 const std::function<bool(const std::string &, std::uint64_t)> &visit) override;
     Result<void> remove(const std::string &name, BlobReader &opened) override;
+    Result<void> sync(const std::string &name) override;
     Result<void> removeLeftovers() override;
     /// A file in locks/, which stays.
-    Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name) override;
-    Result<std::unique_ptr<BlobLock>> lock(const std::string &name) override;
+    Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name,
+                                              const std::string &doing) override;
+    Result<std::unique_ptr<BlobLock>> lock(const std::string &name,
+                                           const std::string &doing) override;
     Result<std::set<std::string>> livingWriters() override;
     /// Of the files in reserve/, those that are missing are made.
     void keepReserve() override;
@@ -48,13 +55,21 @@ public:
     /// ROOT/cache/HOST: a store may be mounted on several hosts.
     std::string cacheDirectory() const override;
 
+    /// Longer than any work under a lock takes as a rule; whoever is kept waiting for that long
+    /// waits for a process that is stopped.
+    static constexpr std::chrono::milliseconds kPatience = std::chrono::minutes(3);
+
 private:
     friend class DirectoryWriter;
 
     Result<std::vector<std::string>> namesIn(const char *directory);
     Result<std::unique_ptr<File>> openLock(const std::string &name);
+    Error heldBy(const std::string &name, File &file) const;
+    Result<std::vector<std::unique_ptr<BlobLock>>> lockRemoval(const std::string &name);
     Result<std::unique_ptr<DirectoryWriter>> beginWriter();
-    Result<void> publish(const std::string &temporary, const std::string &name, File &written);
+    Result<void> publish(const std::string &temporary, const std::string &name, File &written,
+                         Unsure unsure);
+    void takeBack(const std::string &name, File &written);
     bool leadsTo(const std::string &name, File &file);
     Result<void> ensureDirectory(const std::string &relative);
     Result<void> walk(const std::string &directory, const std::string &prefix,
@@ -64,6 +79,7 @@ private:
 
     const std::string root_;
     FileLayer &files_;
+    const std::chrono::milliseconds patience_;
 
     std::mutex mutex_;
     std::set<std::string> durable_; // guarded by mutex_: directories known to survive power loss

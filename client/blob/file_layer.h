@@ -11,6 +11,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace arca::blob
 {
@@ -44,9 +45,12 @@ public:
     /// A hint that this range will be read soon, and in order. It never fails.
     virtual void readAhead(std::uint64_t offset, std::uint64_t length) = 0;
 
-    /// A lock against other processes and other Files of this one, held until the File goes, or its
-    /// process. wait = false: answers false when somebody else holds it.
-    virtual Result<bool> lock(bool wait) = 0;
+    /// Takes a lock against other processes and other Files of this one, held until the File goes,
+    /// or its process; a child that is forked does not have it. Returns false when it is held.
+    virtual Result<bool> lock() = 0;
+    /// Replaces the content of a file that is only there to be locked. What cannot be written is
+    /// left out.
+    virtual void setNote(std::string_view) {}
     virtual Result<FileIdentity> identity() = 0;
     /// Whether any name still leads to the file.
     virtual Result<bool> hasName() = 0;

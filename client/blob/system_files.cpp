@@ -2,6 +2,8 @@
 // call leaves a descriptor that a program started by the host would inherit.
 #include "client/blob/file_layer.h"
 
+#include "client/blob/own_descriptor.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -87,9 +89,18 @@ public:
     SystemFile(int descriptor, std::string path) : descriptor_(descriptor), path_(std::move(path))
     {
     }
+    /// Of a descriptor that a forked child must not keep: it would keep a lock of its parent's.
+    SystemFile(std::unique_ptr<OwnDescriptor> own, std::string path)
+        : own_(std::move(own)), descriptor_(own_->number()), path_(std::move(path))
+    {
+    }
     SystemFile(const SystemFile &) = delete;
     SystemFile &operator=(const SystemFile &) = delete;
-    ~SystemFile() override { close(descriptor_); }
+    ~SystemFile() override
+    {
+        if (!own_)
+            close(descriptor_);
+    }
 
     Result<void> write(ByteView bytes) override
     {
@@ -207,12 +218,12 @@ public:
 #endif
     }
 
-    Result<bool> lock(bool wait) override
+    Result<bool> lock() override
     {
 #ifdef LOCK_EX
-        if (retried([&] { return flock(descriptor_, LOCK_EX | (wait ? 0 : LOCK_NB)); }) == 0)
+        if (retried([&] { return flock(descriptor_, LOCK_EX | LOCK_NB); }) == 0)
             return true;
-        if (!wait && errno == EWOULDBLOCK)
+        if (errno == EWOULDBLOCK)
             return false;
 #else
         // Record locks do not exclude two descriptors of one process; see ownedByThisProcess in
@@ -220,12 +231,19 @@ public:
         struct flock region = {};
         region.l_type = F_WRLCK;
         region.l_whence = SEEK_SET;
-        if (retried([&] { return fcntl(descriptor_, wait ? F_SETLKW : F_SETLK, &region); }) == 0)
+        if (retried([&] { return fcntl(descriptor_, F_SETLK, &region); }) == 0)
             return true;
-        if (!wait && (errno == EACCES || errno == EAGAIN))
+        if (errno == EACCES || errno == EAGAIN)
             return false;
 #endif
         return failure("locking");
+    }
+
+    void setNote(std::string_view note) override
+    {
+        if (note.size() > limit_ || ftruncate(descriptor_, 0) != 0)
+            return;
+        (void)retried([&] { return pwrite(descriptor_, note.data(), note.size(), 0); });
     }
 
     Result<FileIdentity> identity() override
@@ -315,6 +333,7 @@ private:
         return limit.rlim_cur;
     }
 
+    std::unique_ptr<OwnDescriptor> own_; // closes it
     int descriptor_;
     std::string path_;
     std::uint64_t written_ = 0; // by us, from the beginning of a new file
@@ -330,7 +349,7 @@ class SystemFiles final : public FileLayer
 public:
     Result<std::unique_ptr<File>> create(const std::string &path) override
     {
-        return opened(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, "creating");
+        return openedToLock(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, "creating");
     }
 
     Result<std::unique_ptr<File>> open(const std::string &path) override
@@ -340,7 +359,8 @@ public:
 
     Result<std::unique_ptr<File>> openForLocking(const std::string &path, bool create) override
     {
-        return opened(path, O_RDWR | (create ? O_CREAT : 0) | O_NOFOLLOW | O_NONBLOCK, "opening");
+        return openedToLock(path, O_RDWR | (create ? O_CREAT : 0) | O_NOFOLLOW | O_NONBLOCK,
+                            "opening");
     }
 
     Result<void> moveNew(const std::string &from, const std::string &to) override
@@ -433,12 +453,37 @@ private:
         if (descriptor < 0)
             return fromErrno(errno, action, path);
         auto file = std::make_unique<SystemFile>(descriptor, path);
+        ARCA_CHECK(expectRegular(descriptor, path, action));
+        return std::unique_ptr<File>(std::move(file));
+    }
+
+    static Result<std::unique_ptr<File>> openedToLock(const std::string &path, int flags,
+                                                      const char *action)
+    {
+        int number = 0;
+        auto own = OwnDescriptor::open(
+            [&](bool again) {
+                // It is there by then, and still nobody else's.
+                const int now = again ? flags & ~(O_CREAT | O_EXCL) : flags;
+                return retried([&] { return ::open(path.c_str(), now | O_CLOEXEC, 0600); });
+            },
+            number);
+        if (!own)
+            return fromErrno(number, action, path);
+        const int descriptor = own->number();
+        auto file = std::make_unique<SystemFile>(std::move(own), path);
+        ARCA_CHECK(expectRegular(descriptor, path, action));
+        return std::unique_ptr<File>(std::move(file));
+    }
+
+    static Result<void> expectRegular(int descriptor, const std::string &path, const char *action)
+    {
         struct stat state;
         if (fstat(descriptor, &state) != 0)
             return fromErrno(errno, "inspecting", path);
         if (!S_ISREG(state.st_mode))
             return Error{ErrorKind::io, action + (" " + path) + ": not a regular file"};
-        return std::unique_ptr<File>(std::move(file));
+        return {};
     }
 };
 

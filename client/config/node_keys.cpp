@@ -5,7 +5,9 @@
 #include "client/base/text.h"
 #include "client/blob/file_layer.h"
 
+#include <chrono>
 #include <cstdio>
+#include <thread>
 
 namespace arca::config
 {
@@ -14,6 +16,7 @@ namespace
 {
 
 constexpr std::uint64_t kMaxFileBytes = std::uint64_t{1} << 20;
+constexpr std::chrono::milliseconds kBetweenLooks(20), kLongestWait(60'000);
 constexpr std::string_view kPreamble =
     "# Node passwords kept by the storage client. Whoever can read this file can act as these\n"
     "# nodes: keep its mode 0600, and keep a copy of it in a safe place.\n";
@@ -103,8 +106,42 @@ NodeKeys::findIn(std::string_view text, const std::string &uuid, const std::stri
 Result<std::unique_ptr<blob::File>> NodeKeys::lock() const
 {
     ARCA_TRY(auto file, blob::systemFiles().openForLocking(path_ + ".lock", true));
-    ARCA_CHECK(file->lock(true));
-    return file;
+    for (auto waited = kBetweenLooks;; waited += kBetweenLooks) {
+        ARCA_TRY(const bool mine, file->lock());
+        if (mine)
+            return file;
+        if (waited > kLongestWait)
+            return Error{ErrorKind::conflict, "another process is changing " + path_ +
+                                                  " and holds " + path_ + ".lock; try again later"};
+        std::this_thread::sleep_for(kBetweenLooks);
+    }
+}
+
+Result<bool> NodeKeys::introduce(const std::string &uuid, const std::string &node,
+                                 const Introduction &steps) const
+{
+    ARCA_TRY(const auto turn, lock());
+    ARCA_TRY(const bool registered, steps.isRegistered());
+    auto kept = find(uuid, node, [&](const std::string &password) {
+        return registered ? steps.prove(password) : Result<void>();
+    });
+    if (registered) {
+        ARCA_TRY(std::string password, std::move(kept));
+        wipe(password);
+        return false;
+    }
+    const bool fresh = !kept;
+    if (fresh) {
+        ARCA_TRY(kept, steps.make());
+        ARCA_CHECK(write(uuid, node, {*kept}));
+    }
+    auto done = steps.enrol(*kept);
+    wipe(*kept);
+    // What was made here is the password of no node.
+    if (!done && done.error().kind == ErrorKind::exists && fresh)
+        (void)write(uuid, node, {});
+    ARCA_CHECK(std::move(done));
+    return true;
 }
 
 Result<void> NodeKeys::keep(const std::string &uuid, const std::string &node,

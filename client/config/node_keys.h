@@ -39,6 +39,22 @@ public:
     Result<void> keep(const std::string &repositoryUuid, const std::string &node,
                       const std::string &password) const;
 
+    /// Registers a node with a kept password, under one lock from the first look to the end, so
+    /// that of several processes that register a node at once one does, and the others find its
+    /// password. What is kept of an interrupted run is used; else `make` makes a password, which is
+    /// durable here before `enrol` is told it. Returns false when the node was registered before.
+    /// Errors: noPassword when it was, and no password of it is kept here; exists when another
+    /// host was faster: then nothing new is kept. After another failure of `enrol` the password
+    /// stays, for the next run.
+    struct Introduction {
+        std::function<Result<bool>()> isRegistered;
+        std::function<Result<void>(const std::string &)> prove;
+        std::function<Result<std::string>()> make;
+        std::function<Result<void>(const std::string &)> enrol; // `exists`
+    };
+    Result<bool> introduce(const std::string &repositoryUuid, const std::string &node,
+                           const Introduction &steps) const;
+
     /// Drops what is kept of a node, durably; fine when that is nothing.
     Result<void> forget(const std::string &repositoryUuid, const std::string &node) const;
 

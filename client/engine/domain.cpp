@@ -17,21 +17,22 @@ constexpr std::size_t kListedAtOnce = 4096, kReadAtOnce = 32;
 
 } // namespace
 
-Domain::Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys)
-    : blobs_(blobs), nodeKey_(std::move(nodeKey)), keys_(std::move(keys)),
+Domain::Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys, RecordForm records)
+    : blobs_(blobs), nodeKey_(std::move(nodeKey)), keys_(std::move(keys)), recordForm_(records),
       packs_(blobs_, nodeKey_, keys_.packs.view()), hasher_(keys_.blocks.view())
 {
 }
 
 Result<std::unique_ptr<Domain>> Domain::open(blob::BlobStore &blobs, std::string nodeKey,
-                                             const SecretKey &dataKey)
+                                             const SecretKey &dataKey, RecordForm records)
 {
     Keys keys;
     ARCA_TRY(keys.blocks, deriveKey(dataKey, "block identities"));
     ARCA_TRY(keys.packs, deriveKey(dataKey, "packs"));
     ARCA_TRY(keys.manifests, deriveKey(dataKey, "manifests"));
     ARCA_TRY(keys.names, deriveKey(dataKey, "names of pieces"));
-    return std::unique_ptr<Domain>(new Domain(blobs, std::move(nodeKey), std::move(keys)));
+    ARCA_TRY(keys.records, deriveKey(dataKey, "records"));
+    return std::unique_ptr<Domain>(new Domain(blobs, std::move(nodeKey), std::move(keys), records));
 }
 
 Domain::~Domain()
@@ -94,12 +95,18 @@ bool Domain::compareHints(Much much) const
         return !listed;
     for (const PackId &pack : gone)
         hints_->forget(pack);
+    std::set<std::string> synced; // directories
     for (const PackId &pack : fresh) {
         if (ending_)
             return false;
         auto opened = packs_.open(pack);
         if (!opened)
             continue;
+        // Its writer may not have come to making the name durable, and what a stream counts on
+        // must not go with the power.
+        const std::string name = packs_.blobNameOf((*opened)->which());
+        if (synced.insert(name.substr(0, name.rfind('/'))).second && !blobs_.sync(name))
+            return false;
         if (const auto index = (*opened)->readIndex())
             hints_->remember(pack, *index);
     }

@@ -15,6 +15,13 @@
 namespace arca::engine
 {
 
+/// How the small records of a repository are written: client/store/record_seal.h. The engine reads
+/// none; it only keeps the key that proves them.
+enum class RecordForm {
+    plain, // without a digest; both forms are read
+    keyed, // with a digest; a record without one is `damaged`
+};
+
 class Domain
 {
 public:
@@ -23,7 +30,7 @@ public:
 
     /// `nodeKey`: the component of blob names that stands for the node.
     static Result<std::unique_ptr<Domain>> open(blob::BlobStore &blobs, std::string nodeKey,
-                                                const SecretKey &dataKey);
+                                                const SecretKey &dataKey, RecordForm records);
 
     blob::BlobStore &blobs() const { return blobs_; }
     const std::string &nodeKey() const { return nodeKey_; }
@@ -31,6 +38,8 @@ public:
     const BlockHasher &identify() const { return hasher_; }
     const SecretKey &manifestKey() const { return keys_.manifests; }
     const SecretKey &nameKey() const { return keys_.names; }
+    const SecretKey &recordKey() const { return keys_.records; }
+    RecordForm recordForm() const { return recordForm_; }
 
     /// Opened when it is first needed, and then compared with the packs that are there if that was
     /// not done for a while: at once when little is new, else on a thread that goes on beside the
@@ -45,8 +54,9 @@ private:
         SecretKey packs;
         SecretKey manifests;
         SecretKey names;
+        SecretKey records;
     };
-    Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys);
+    Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys, RecordForm records);
     void beginComparing();
     enum class Much { some, all };
     bool compareHints(Much much) const;
@@ -54,6 +64,7 @@ private:
     blob::BlobStore &blobs_;
     const std::string nodeKey_;
     const Keys keys_;
+    const RecordForm recordForm_;
     const PackStore packs_;
     const BlockHasher hasher_;
     std::mutex mutex_; // guards the making of hints_

@@ -57,7 +57,8 @@ Result<void> checkBlob(NodeSpace &space, const std::string &blobName, blob::Blob
     const RecordKind *const kind = recordKindAt(blobName);
     if (kind == nullptr)
         return Error{ErrorKind::damaged, "no record has such a name"};
-    ARCA_TRY(const Bytes bytes, blob::readWhole(space.domain().blobs(), blobName, kMaxRecordBytes));
+    ARCA_TRY(Bytes stored, blob::readWhole(space.domain().blobs(), blobName, kMaxRecordBytes));
+    ARCA_TRY(const Bytes bytes, recordAt(space.domain(), blobName, std::move(stored)));
     return kind->check(bytes);
 }
 

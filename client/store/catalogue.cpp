@@ -243,8 +243,9 @@ Result<void> Listing::listStored(std::byte first, Stored &stored)
 
 void Listing::addStored(const std::string &blobName, std::uint64_t stamp, Stored &stored)
 {
-    const Bytes digits = digitsIn(blobName);
     const bool active = blobName.starts_with(kActive);
+    // The name of an inactive one goes on with its change.
+    const Bytes digits = digitsIn(active ? blobName : blobName.substr(0, blobName.find('.')));
     NameHash hash{};
     if (digits.size() != (active ? hash.size() : sizeof(PieceId)))
         return noteHurt("no piece has a name as the blob " + blobName);
@@ -252,7 +253,9 @@ void Listing::addStored(const std::string &blobName, std::uint64_t stamp, Stored
         std::copy(digits.begin(), digits.end(), hash.begin());
         stored.active[hash] = stamp;
     } else {
-        stored.inactive[idIn(digits)] = stamp;
+        InactiveCopies &copies = stored.inactive[idIn(digits)];
+        copies.stamp += stamp;
+        copies.names.push_back(blobName);
     }
 }
 
@@ -262,7 +265,7 @@ bool Listing::isRight(const CatalogueRow &row, Stored &stored) const
         return false;
     const auto take = [&](auto &names, const auto &name) {
         const auto found = names.find(name);
-        if (found == names.end() || found->second != row.stamp)
+        if (found == names.end() || stampOf(found->second) != row.stamp)
             return false;
         names.erase(found);
         return true;
@@ -301,8 +304,9 @@ Result<bool> Listing::comparePart(std::byte first)
     };
     for (const auto &[hash, stamp] : stored.active)
         ARCA_CHECK(add(kActive + within + toHex(hash), stamp));
-    for (const auto &[id, stamp] : stored.inactive)
-        ARCA_CHECK(add(kInactive + within + toHex(id), stamp));
+    for (const auto &[id, copies] : stored.inactive)
+        for (const std::string &name : copies.names)
+            ARCA_CHECK(add(name, copies.stamp));
     ARCA_CHECK(tell(looked_, planned_));
     return good && file_->change(gone, fresh);
 }

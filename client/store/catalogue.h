@@ -60,10 +60,17 @@ public:
 
 private:
     /// What is stored under one of the 256 beginnings of name hashes, with its stamps.
+    /// The blobs in the inactive place of a piece. At most one of them shows.
+    struct InactiveCopies {
+        std::uint64_t stamp = 0; // of all of them together
+        std::vector<std::string> names;
+    };
     struct Stored {
         std::map<NameHash, std::uint64_t> active;
-        std::map<PieceId, std::uint64_t> inactive;
+        std::map<PieceId, InactiveCopies> inactive;
     };
+    static std::uint64_t stampOf(std::uint64_t stamp) { return stamp; }
+    static std::uint64_t stampOf(const InactiveCopies &copies) { return copies.stamp; }
 
     Listing(NodeSpace &space, ListSelection selection, SecretKey key);
     /// Whether the selection names its pieces to the letter, and they are found without a

@@ -1,6 +1,7 @@
 // The stored form of a change: see the header.
 #include "client/store/change_plan.h"
 
+#include "client/base/text.h"
 #include "client/store/record_forms.h"
 
 namespace arca::store
@@ -14,15 +15,46 @@ constexpr std::uint32_t kVersion = form::changePlan.newest;
 
 } // namespace
 
-Bytes encodeChangePlan(const ChangePlan &plan)
+ChangeId changeIn(std::string_view copyName)
 {
-    ByteWriter payload;
+    const auto dot = copyName.rfind('.');
+    const auto digits =
+        fromHex(dot == std::string_view::npos ? std::string_view() : copyName.substr(dot + 1));
+    ChangeId change = 0;
+    if (digits && digits->size() == sizeof(ChangeId))
+        for (const std::byte digit : *digits)
+            change = change << 8 | std::to_integer<ChangeId>(digit);
+    return change;
+}
+
+void appendPlan(ByteWriter &payload, const ChangePlan &plan)
+{
     payload.u64(plan.id);
     for (const auto *ids : {&plan.coming, &plan.going, &plan.leaving})
         payload.u32(static_cast<std::uint32_t>(ids->size()));
     for (const auto *ids : {&plan.coming, &plan.going, &plan.leaving})
         for (const PieceId id : *ids)
             payload.u64(id);
+}
+
+ChangePlan takePlan(ByteReader &reader, PlanForm form)
+{
+    ChangePlan plan;
+    plan.id = reader.u64();
+    std::uint32_t counts[3] = {};
+    for (std::size_t i = 0; i < (form == PlanForm::withLeaving ? 3U : 2U); ++i)
+        counts[i] = reader.u32();
+    std::vector<PieceId> *const lists[] = {&plan.coming, &plan.going, &plan.leaving};
+    for (std::size_t list = 0; list < 3; ++list)
+        for (std::uint32_t i = 0; i < counts[list] && reader.ok(); ++i)
+            lists[list]->push_back(reader.u64());
+    return plan;
+}
+
+Bytes encodeChangePlan(const ChangePlan &plan)
+{
+    ByteWriter payload;
+    appendPlan(payload, plan);
     return frameRecord(kKind, kVersion, payload.view());
 }
 
@@ -30,16 +62,8 @@ Result<ChangePlan> decodeChangePlan(ByteView record)
 {
     ARCA_TRY(const ByteView payload, unframeRecord(record, kKind, kVersion));
     ByteReader reader(payload);
-    ChangePlan plan;
-    plan.id = reader.u64();
-    const std::uint32_t coming = reader.u32(), going = reader.u32();
-    const std::uint32_t leaving = ByteReader(record.subspan(8)).u32() >= 2 ? reader.u32() : 0;
-    for (std::uint32_t i = 0; i < coming && reader.ok(); ++i)
-        plan.coming.push_back(reader.u64());
-    for (std::uint32_t i = 0; i < going && reader.ok(); ++i)
-        plan.going.push_back(reader.u64());
-    for (std::uint32_t i = 0; i < leaving && reader.ok(); ++i)
-        plan.leaving.push_back(reader.u64());
+    const bool first = ByteReader(record.subspan(8)).u32() == 1;
+    ChangePlan plan = takePlan(reader, first ? PlanForm::first : PlanForm::withLeaving);
     if (!reader.ok() || reader.remaining() != 0 || plan.id == 0)
         return Error{ErrorKind::damaged, "the plan of a change is damaged"};
     return plan;

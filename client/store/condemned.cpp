@@ -53,14 +53,14 @@ Result<Mark> parseMark(ByteView bytes)
     return mark;
 }
 
-NumberedRecord markRecord(blob::BlobStore &blobs, const std::string &nodeKey)
+NumberedRecord markRecord(const engine::Domain &domain)
 {
-    return {blobs, "reclaim/" + nodeKey};
+    return {domain.blobs(), "reclaim/" + domain.nodeKey(), RecordSeal(domain)};
 }
 
-Result<std::set<engine::PackId>> readMarkedPacks(blob::BlobStore &blobs, const std::string &nodeKey)
+Result<std::set<engine::PackId>> readMarkedPacks(const engine::Domain &domain)
 {
-    ARCA_TRY(const auto state, markRecord(blobs, nodeKey).latest());
+    ARCA_TRY(const auto state, markRecord(domain).latest());
     if (!state)
         return std::set<engine::PackId>();
     ARCA_TRY(Mark mark, parseMark(state->bytes));

@@ -34,10 +34,9 @@ Bytes encodeMark(const Mark &mark);
 /// `damaged`, `newerFormat`, whatever the bytes are.
 Result<Mark> parseMark(ByteView bytes);
 
-NumberedRecord markRecord(blob::BlobStore &blobs, const std::string &nodeKey);
+NumberedRecord markRecord(const engine::Domain &domain);
 /// The packs that are marked now.
-Result<std::set<engine::PackId>> readMarkedPacks(blob::BlobStore &blobs,
-                                                 const std::string &nodeKey);
+Result<std::set<engine::PackId>> readMarkedPacks(const engine::Domain &domain);
 
 } // namespace arca::store
 

@@ -47,7 +47,17 @@ Result<Filespace> decodeFilespace(ByteView record)
     return filespace;
 }
 
-Result<std::vector<Filespace>> filespacesOf(blob::BlobStore &store, const std::string &nodeKey)
+Result<Filespace> decodeFilespaceState(const NumberedRecord::State &state, RecordSeal seal)
+{
+    ARCA_TRY(Filespace filespace, decodeFilespace(state.bytes));
+    if (!state.proven && seal.provesAll() && !filespace.deleted)
+        return Error{ErrorKind::damaged, "the record of a filespace was written without the key "
+                                         "that proves it"};
+    return filespace;
+}
+
+Result<std::vector<Filespace>> filespacesOf(blob::BlobStore &store, const std::string &nodeKey,
+                                            RecordSeal seal)
 {
     const std::string prefix = "filespaces/" + nodeKey + "/";
     std::set<std::string> hashes;
@@ -57,10 +67,10 @@ Result<std::vector<Filespace>> filespacesOf(blob::BlobStore &store, const std::s
     }));
     std::vector<Filespace> filespaces;
     for (const std::string &hash : hashes) {
-        ARCA_TRY(const auto state, NumberedRecord(store, hash).latest());
+        ARCA_TRY(const auto state, NumberedRecord(store, hash, seal.lenient()).latest());
         if (!state)
             continue;
-        ARCA_TRY(Filespace filespace, decodeFilespace(state->bytes));
+        ARCA_TRY(Filespace filespace, decodeFilespaceState(*state, seal));
         filespaces.push_back(std::move(filespace));
     }
     return filespaces;

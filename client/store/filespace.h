@@ -28,8 +28,14 @@ struct Filespace {
 Bytes encodeFilespace(const Filespace &filespace);
 Result<Filespace> decodeFilespace(ByteView record);
 
-/// All that a node ever registered, the deleted ones, too.
-Result<std::vector<Filespace>> filespacesOf(blob::BlobStore &store, const std::string &nodeKey);
+/// What a state of the record says. A state that is not proven, where states are, only counts when
+/// it says that the filespace is deleted: removing a node has no key of it. Errors: damaged.
+Result<Filespace> decodeFilespaceState(const NumberedRecord::State &state, RecordSeal seal);
+
+/// All that a node ever registered, the deleted ones, too. Without a key in `seal` nothing is
+/// proven.
+Result<std::vector<Filespace>> filespacesOf(blob::BlobStore &store, const std::string &nodeKey,
+                                            RecordSeal seal);
 
 } // namespace arca::store
 

@@ -46,7 +46,7 @@ Result<Group> decodeGroup(ByteView record)
 
 NumberedRecord Groups::recordOf(PieceId leader)
 {
-    return {store_, prefix_ + toHex(leader)};
+    return {store_, prefix_ + toHex(leader), seal_};
 }
 
 /// A leader without a record leads none, as one whose group was deleted.

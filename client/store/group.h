@@ -37,8 +37,8 @@ Result<Group> decodeGroup(ByteView record);
 class Groups
 {
 public:
-    Groups(blob::BlobStore &store, const std::string &nodeKey)
-        : store_(store), prefix_("groups/" + nodeKey + "/")
+    explicit Groups(const engine::Domain &domain)
+        : store_(domain.blobs()), seal_(domain), prefix_("groups/" + domain.nodeKey() + "/")
     {
     }
 
@@ -60,6 +60,7 @@ private:
     Result<State> read(PieceId leader);
 
     blob::BlobStore &store_;
+    RecordSeal seal_;
     std::string prefix_;
 };
 

@@ -21,8 +21,12 @@ public:
 
     /// After the last run. Tells how long the manifest is.
     Result<std::uint64_t> finish(const ManifestEnd &end);
-    /// Durable and visible under that name; `exists` when it is taken.
-    Result<void> commit(const std::string &blobName) { return blob_->commit(blobName); }
+    /// Durable and visible under that name; `exists` when it is taken. After another failure the
+    /// piece is not stored, and its name is free as far as that can be brought about.
+    Result<void> commit(const std::string &blobName)
+    {
+        return blob_->commit(blobName, blob::Unsure::takeBack);
+    }
 
 private:
     ManifestWriter(std::unique_ptr<blob::BlobWriter> blob, const ManifestHeader &header,

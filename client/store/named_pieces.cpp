@@ -64,7 +64,8 @@ Result<std::optional<std::vector<ObjectName>>> literalNames(NodeSpace &space,
         return Names();
     if (isLiteral(filespace))
         return Names({{filespace, highLevel, lowLevel}});
-    const auto known = filespacesOf(space.domain().blobs(), space.domain().nodeKey());
+    const auto known =
+        filespacesOf(space.domain().blobs(), space.domain().nodeKey(), RecordSeal(space.domain()));
     // A record that is hurt is in the way of those only who ask for what is in its filespace.
     if (!known && known.error().kind == ErrorKind::damaged)
         return Names();

@@ -13,17 +13,7 @@ namespace arca::store
 namespace
 {
 
-constexpr std::string_view kPlan = ".plan", kDone = ".done";
 constexpr std::size_t kCopyBytes = std::size_t{1} << 20;
-
-Result<void> removeBlob(blob::BlobStore &store, const std::string &name)
-{
-    auto opened = store.open(name);
-    auto removed = opened ? store.remove(name, **opened) : Result<void>(opened.error());
-    if (!removed && removed.error().kind == ErrorKind::notFound)
-        return {};
-    return removed;
-}
 
 Result<ChangeId> newChangeId()
 {
@@ -41,11 +31,6 @@ bool names(const std::vector<PieceId> &ids, PieceId id)
     return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
 
-bool saysMore(const ObjectRecord &record)
-{
-    return record.described || record.origin != 0 || record.insertedAt != 0;
-}
-
 Result<void> copyStream(PieceReader &from, PieceWriter &to)
 {
     Bytes buffer(kCopyBytes);
@@ -59,183 +44,18 @@ Result<void> copyStream(PieceReader &from, PieceWriter &to)
 
 } // namespace
 
-std::string NodeSpace::changeName(ChangeId change, std::string_view suffix) const
+Result<void> NodeSpace::putRecord(const std::string &name, Bytes record)
 {
-    return "changes/" + key_ + "/" + toHex(change) + std::string(suffix);
+    ARCA_TRY(const Bytes sealed, RecordSeal(*domain_).seal(name, std::move(record)));
+    return blob::putWhole(store_, name, sealed);
 }
 
-Result<bool> NodeSpace::isDone(ChangeId change)
-{
-    const auto mark = store_.open(changeName(change, kDone));
-    if (!mark && mark.error().kind != ErrorKind::notFound)
-        return mark.error();
-    return static_cast<bool>(mark);
-}
-
-Result<std::vector<std::string>> NodeSpace::changeNames(std::string_view suffix) const
-{
-    std::vector<std::string> found;
-    ARCA_CHECK(store_.list("changes/" + key_ + "/", [&](const std::string &name) {
-        if (name.ends_with(suffix))
-            found.push_back(name);
-        return true;
-    }));
-    return found;
-}
-
-Result<ChangePlan> NodeSpace::readPlan(const std::string &name) const
-{
-    ARCA_TRY(const Bytes record, blob::readWhole(store_, name, kMaxRecordBytes));
-    ARCA_TRY(ChangePlan plan, decodeChangePlan(record));
-    if (name != changeName(plan.id, kPlan))
-        return Error{ErrorKind::damaged, "the plan in " + name + " is another one"};
-    return plan;
-}
-
-Result<std::set<PieceId>> NodeSpace::beingChanged()
-{
-    std::set<PieceId> ids;
-    ARCA_TRY(const auto plans, changeNames(kPlan));
-    for (const std::string &name : plans) {
-        const auto plan = readPlan(name);
-        if (!plan && plan.error().kind == ErrorKind::notFound)
-            continue;
-        ARCA_CHECK(plan);
-        for (const auto *some : {&plan->coming, &plan->going, &plan->leaving})
-            ids.insert(some->begin(), some->end());
-    }
-    return ids;
-}
-
-Result<NodeSpace::Planned> NodeSpace::plannedFor(PieceId id)
-{
-    Planned planned;
-    ARCA_TRY(const auto plans, changeNames(kPlan));
-    for (const std::string &name : plans) {
-        auto plan = readPlan(name);
-        if (!plan && plan.error().kind == ErrorKind::notFound)
-            continue; // settled since the listing, and what is stored says all
-        ARCA_CHECK(plan);
-        const bool goes = names(plan->going, id), leaves = names(plan->leaving, id);
-        if (!goes && !leaves)
-            continue;
-        ARCA_TRY(const bool done, isDone(plan->id));
-        // Without its plan a mark that is gone says nothing.
-        if (!done && !store_.open(name))
-            return plannedFor(id);
-        planned.hidesActive = planned.hidesActive || done;
-        planned.hidesInactive = planned.hidesInactive || (done ? goes : leaves);
-    }
-    return planned;
-}
-
-Result<std::unique_ptr<blob::BlobLock>> NodeSpace::lockChanges()
-{
-    ARCA_TRY(auto turn, store_.lock("change-" + key_));
-    // What cannot be settled now shows as it is, and is found again by the next one.
-    (void)settleUnderLock();
-    return turn;
-}
-
-void NodeSpace::settleChanges()
-{
-    bool some = false;
-    (void)store_.list("changes/" + key_ + "/", [&](const std::string &) {
-        some = true;
-        return false;
-    });
-    if (!some)
-        return;
-    const auto turn = store_.tryLock("change-" + key_);
-    if (turn && *turn)
-        (void)settleUnderLock();
-}
-
-Result<void> NodeSpace::settleUnderLock()
-{
-    ARCA_TRY(const auto plans, changeNames(kPlan));
-    for (const std::string &name : plans) {
-        ARCA_TRY(const ChangePlan plan, readPlan(name));
-        ARCA_TRY(const bool done, isDone(plan.id));
-        ARCA_CHECK(done ? finishChange(plan) : undoChange(plan));
-    }
-    // Their plans went before them.
-    ARCA_TRY(const auto marks, changeNames(kDone));
-    for (const std::string &name : marks)
-        ARCA_CHECK(removeBlob(store_, name));
-    return {};
-}
-
-Result<void> NodeSpace::finishChange(const ChangePlan &plan)
-{
-    ObjectRecords records(store_, key_);
-    for (const PieceId id : plan.going) {
-        ARCA_CHECK(removeEverywhere(id));
-        ARCA_TRY(auto state, records.read(id));
-        if (state.record.renamedTo == 0) {
-            forget(id);
-        } else if (state.record.goneBy == plan.id) {
-            state.record.goneBy = 0;
-            ARCA_CHECK(records.write(state));
-        }
-    }
-    for (const PieceId id : plan.coming) {
-        ARCA_TRY(auto state, records.read(id));
-        if (state.record.shownBy != plan.id)
-            continue;
-        state.record.shownBy = 0;
-        ARCA_CHECK(saysMore(state.record) ? records.write(state) : records.remove(id));
-    }
-    for (const PieceId id : plan.leaving) {
-        auto active = locate(id);
-        if (!active && active.error().kind != ErrorKind::notFound)
-            return std::move(active).error();
-        if (active)
-            ARCA_CHECK(store_.remove(active->blobName, *active->blob));
-    }
-    ARCA_CHECK(removeBlob(store_, changeName(plan.id, kPlan)));
-    return removeBlob(store_, changeName(plan.id, kDone));
-}
-
-Result<void> NodeSpace::undoChange(const ChangePlan &plan)
-{
-    ObjectRecords records(store_, key_);
-    for (const PieceId id : plan.coming) {
-        ARCA_TRY(const auto state, records.read(id));
-        if (state.record.shownBy != plan.id)
-            continue; // it was not stored yet: its record comes first
-        auto located = locate(id);
-        if (!located && located.error().kind != ErrorKind::notFound)
-            return std::move(located).error();
-        if (located)
-            ARCA_CHECK(store_.remove(located->blobName, *located->blob));
-        ARCA_CHECK(records.remove(id));
-    }
-    for (const PieceId id : plan.going) {
-        ARCA_TRY(auto state, records.read(id));
-        if (state.record.goneBy != plan.id)
-            continue;
-        state.record.goneBy = 0;
-        state.record.renamedTo = 0;
-        ARCA_CHECK(records.write(state));
-    }
-    for (const PieceId id : plan.leaving) {
-        // The copy, never the only one.
-        const auto active = locate(id);
-        if (!active && active.error().kind != ErrorKind::notFound)
-            return active.error();
-        if (active)
-            ARCA_CHECK(removeBlob(store_, inactiveNameOf(id)));
-    }
-    return removeBlob(store_, changeName(plan.id, kPlan));
-}
-
-/// The steps up to the mark. `renamed`: the one piece that comes is the one that goes.
+/// The steps up to the decision. `renamed`: the one piece that comes is the one that goes.
 Result<void> NodeSpace::prepareChange(const ChangePlan &plan, std::span<const Sent> pieces,
                                       bool renamed)
 {
-    ObjectRecords records(store_, key_);
-    ARCA_CHECK(blob::putWhole(store_, changeName(plan.id, kPlan), encodeChangePlan(plan)));
+    ObjectRecords records(*domain_);
+    ARCA_CHECK(putPlan(plan));
     ObjectRecord fresh;
     if (renamed) {
         const PieceId id = plan.going.front();
@@ -249,7 +69,7 @@ Result<void> NodeSpace::prepareChange(const ChangePlan &plan, std::span<const Se
         ARCA_CHECK(records.write(state));
     }
     for (const PieceId id : plan.leaving)
-        ARCA_CHECK(copyToInactive(id));
+        ARCA_CHECK(copyToInactive(id, copyNameOf(id, plan.id)));
     fresh.shownBy = plan.id;
     for (const PieceId id : plan.coming) {
         fresh.id = id;
@@ -263,14 +83,14 @@ Result<void> NodeSpace::prepareChange(const ChangePlan &plan, std::span<const Se
                                                      " was deleted meanwhile"};
         ARCA_CHECK(sent.piece->commit());
     }
-    return blob::putWhole(store_, changeName(plan.id, kDone),
-                          frameRecord(form::changeDone.kind, form::changeDone.newest, {}));
+    return {};
 }
 
-Result<void> NodeSpace::copyToInactive(PieceId id)
+Result<void> NodeSpace::copyToInactive(PieceId id, const std::string &copyName)
 {
-    ARCA_TRY(const Located located, locate(id));
+    // The claim comes first: what the copy refers to stays until the copy is counted itself.
     ARCA_TRY(const auto copy, store_.begin());
+    ARCA_TRY(const Located located, locate(id));
     Bytes buffer(kCopyBytes);
     for (std::uint64_t offset = 0; offset < located.blob->size();) {
         ARCA_TRY(const std::size_t got, located.blob->read(offset, buffer));
@@ -281,8 +101,8 @@ Result<void> NodeSpace::copyToInactive(PieceId id)
     }
     ARCA_TRY(const Bytes note, encodeInactiveNote(domain_->manifestKey(), id, std::time(nullptr)));
     ARCA_CHECK(copy->append(note));
-    ARCA_CHECK(copy->commit(inactiveNameOf(id)));
-    return proveCopy(inactiveNameOf(id));
+    ARCA_CHECK(copy->commit(copyName));
+    return proveCopy(copyName);
 }
 
 /// A copy that is soon the only one must be the piece, whatever the disk or the memory made of what
@@ -302,8 +122,8 @@ Result<void> NodeSpace::proveCopy(const std::string &blobName)
 Result<void> NodeSpace::change(const Step &step, bool renamed)
 {
     ARCA_TRY(const auto turn, lockChanges());
-    // An old plan that names a piece, too, would hide it.
-    if (!step.deactivations.empty())
+    // An old plan that names a piece, too, would hide the copy where its name carries no change.
+    if (!step.deactivations.empty() && !namesCarryChanges())
         ARCA_CHECK(settleUnderLock());
     ChangePlan plan;
     ARCA_TRY(plan.id, newChangeId());
@@ -326,10 +146,34 @@ Result<void> NodeSpace::change(const Step &step, bool renamed)
     }
     auto prepared = prepareChange(plan, step.pieces, renamed);
     if (!prepared) {
-        // The mark first, should it be there against all odds: without it nothing shows.
-        (void)removeBlob(store_, changeName(plan.id, kDone));
-        (void)undoChange(plan);
+        // Only this process decides that the change is done, and it never will.
+        (void)undoChange(plan, Maker::self);
         return prepared;
+    }
+    return decideDone(plan);
+}
+
+/// The commit of a change that is prepared, and what follows of it.
+Result<void> NodeSpace::decideDone(const ChangePlan &plan)
+{
+    auto decided = decide(plan, Decision::done);
+    if (!decided) {
+        // The outcome may be there all the same, or come later from a file server. Only another
+        // decision under its name tells.
+        const Error failure = decided.error();
+        decided = decide(plan, Decision::undone);
+        if (!decided)
+            return inContext(failure, "whether a change was made is not known until the node next "
+                                      "logs on");
+        if (*decided == Decision::undone) {
+            (void)undoChange(plan, Maker::self);
+            return failure;
+        }
+    }
+    if (*decided == Decision::undone) {
+        (void)undoChange(plan, Maker::self);
+        return Error{ErrorKind::conflict, "another process undid the change, as this one seemed "
+                                          "to be dead; make it again"};
     }
     (void)finishChange(plan);
     return {};

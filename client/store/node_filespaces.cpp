@@ -26,8 +26,9 @@ Error unregistered(const std::string &name, ErrorKind kind)
 Result<NumberedRecord> NodeSpace::filespaceRecord(const std::string &name)
 {
     ARCA_TRY(const Sha256 hash, sha256({viewOf("filespace"), viewOf(node_), viewOf(name)}));
-    return NumberedRecord(store_, "filespaces/" + key_ + "/" +
-                                      toHex(ByteView(hash).first(kHashBytesInNames)));
+    return NumberedRecord(
+        store_, "filespaces/" + key_ + "/" + toHex(ByteView(hash).first(kHashBytesInNames)),
+        RecordSeal(*domain_).lenient());
 }
 
 Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &name)
@@ -37,7 +38,7 @@ Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &na
     ARCA_TRY(const auto latest, state.record.latest());
     if (!latest)
         return state;
-    ARCA_TRY(state.filespace, decodeFilespace(latest->bytes));
+    ARCA_TRY(state.filespace, decodeFilespaceState(*latest, RecordSeal(*domain_)));
     if (state.filespace->node != node_ || state.filespace->name != name)
         return Error{ErrorKind::damaged, "the record of filespace " + printable(name) +
                                              " is another one than its place says"};

@@ -40,7 +40,7 @@ Result<std::uint64_t> countUnder(blob::BlobStore &store, const std::string &pref
 /// Also the node's name, which every record of a filespace tells.
 Result<void> addFilespaces(blob::BlobStore &store, NodeSummary &node)
 {
-    ARCA_TRY(const auto filespaces, filespacesOf(store, node.key));
+    ARCA_TRY(const auto filespaces, filespacesOf(store, node.key, {}));
     for (const Filespace &filespace : filespaces) {
         node.name = filespace.node;
         if (!filespace.deleted)

@@ -19,13 +19,19 @@ Error unknownId(PieceId id)
 
 } // namespace
 
-Result<std::optional<ObjectRecord>> NodeSpace::recordIfShown(const PieceInfo &found)
+Result<std::optional<ObjectRecord>> NodeSpace::recordIfShown(const PieceInfo &found,
+                                                             const std::string &blobName)
 {
     const PieceId id = found.id;
+    if (const ChangeId change = found.isActive() ? 0 : changeIn(blobName); change != 0) {
+        ARCA_TRY(const bool holds, holdsCopy(change));
+        if (!holds)
+            return std::optional<ObjectRecord>();
+    }
     ARCA_TRY(const Planned planned, plannedFor(id));
     if (found.isActive() ? planned.hidesActive : planned.hidesInactive)
         return std::optional<ObjectRecord>();
-    ObjectRecords records(store_, key_);
+    ObjectRecords records(*domain_);
     for (;;) {
         ARCA_TRY(const auto state, records.read(id));
         const ObjectRecord &record = state.record;
@@ -48,6 +54,19 @@ Result<std::optional<ObjectRecord>> NodeSpace::recordIfShown(const PieceInfo &fo
     }
 }
 
+/// Where a piece is found by an identifier that it had before, both must have been stored as the
+/// same one first.
+Result<void> NodeSpace::expectSame(PieceId asked, PieceId found, const ObjectRecord &record)
+{
+    if (asked == found)
+        return {};
+    ARCA_TRY(const auto before, ObjectRecords(*domain_).read(asked));
+    if (before.record.first() != record.first())
+        return Error{ErrorKind::damaged, "the records of the object " + toHex(asked) +
+                                             " lead to another one, " + toHex(found)};
+    return {};
+}
+
 Result<NodeSpace::Located> NodeSpace::locateShown(PieceId asked)
 {
     PieceId id = asked;
@@ -59,21 +78,22 @@ Result<NodeSpace::Located> NodeSpace::locateShown(PieceId asked)
         if (!located && located.error().kind != ErrorKind::notFound)
             return located;
         if (located) {
-            ARCA_TRY(auto record, recordIfShown(located->info));
+            ARCA_TRY(auto record, recordIfShown(located->info, located->blobName));
             if (!record && located->info.isActive()) {
                 // By a change that is done, but not settled yet.
                 if (auto other = locateInactive(id)) {
-                    ARCA_TRY(record, recordIfShown(other->info));
+                    ARCA_TRY(record, recordIfShown(other->info, other->blobName));
                     located = std::move(other);
                 }
             }
             ARCA_TRY(const auto known, filespace(located->info.description.name.filespace));
             if (record && known) {
+                ARCA_CHECK(expectSame(asked, id, *record));
                 record->applyTo(located->info);
                 return located;
             }
         }
-        ARCA_TRY(const auto state, ObjectRecords(store_, key_).read(id));
+        ARCA_TRY(const auto state, ObjectRecords(*domain_).read(id));
         id = state.record.renamedTo;
         if (state.record.goneBy != 0) {
             ARCA_TRY(const bool gone, isDone(state.record.goneBy));
@@ -103,14 +123,35 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName)
     }
     if (!manifest)
         return true; // by what this release cannot read, or not now
-    ARCA_TRY(const auto shown, recordIfShown(manifest->info));
+    ARCA_TRY(const auto shown, recordIfShown(manifest->info, blobName));
     if (shown)
         return true;
     ARCA_CHECK(lockChanges());
-    const auto left = store_.open(blobName);
-    if (!left && left.error().kind != ErrorKind::notFound)
-        return left.error();
-    return static_cast<bool>(left);
+    ARCA_TRY(const bool removed, removeIfUndone(blobName));
+    return !removed;
+}
+
+/// Also true when the name leads nowhere any more.
+Result<bool> NodeSpace::removeIfUndone(const std::string &blobName)
+{
+    const auto blob = store_.open(blobName);
+    if (!blob && blob.error().kind == ErrorKind::notFound)
+        return true;
+    if (!blob)
+        return blob.error();
+    ARCA_TRY(const Manifest manifest, readOwn(**blob, blobName));
+    ARCA_TRY(const auto state, ObjectRecords(*domain_).read(manifest.info.id));
+    if (state.record.shownBy == 0)
+        return false;
+    ARCA_TRY(const auto outcome, Outcomes(*domain_).find(state.record.shownBy));
+    if (!outcome || outcome->decision != Decision::undone)
+        return false;
+    // Its maker published it late. Another one that came into its place meanwhile stays.
+    auto removed = store_.remove(blobName, **blob);
+    if (!removed && removed.error().kind == ErrorKind::notFound)
+        return false;
+    ARCA_CHECK(removed);
+    return true;
 }
 
 Result<std::string> NodeSpace::setAside(const ObjectName &name)
@@ -138,16 +179,26 @@ Result<void> NodeSpace::remove(PieceId id)
 
 Result<void> NodeSpace::removeEverywhere(PieceId id)
 {
+    const auto remove = [&](const std::string &name, blob::BlobReader &blob) -> Result<void> {
+        auto removed = store_.remove(name, blob);
+        if (!removed && removed.error().kind == ErrorKind::notFound)
+            return {};
+        return removed;
+    };
     // The active place first: what is left of an inactive piece must not come to be active.
-    for (const auto look : {&NodeSpace::locate, &NodeSpace::locateInactive}) {
-        auto located = (this->*look)(id);
-        if (!located && located.error().kind == ErrorKind::notFound)
+    auto active = locate(id);
+    if (!active && active.error().kind != ErrorKind::notFound)
+        return std::move(active).error();
+    if (active)
+        ARCA_CHECK(remove(active->blobName, *active->blob));
+    ARCA_TRY(const auto copies, copiesOf(id));
+    for (const std::string &name : copies) {
+        const auto blob = store_.open(name);
+        if (!blob && blob.error().kind == ErrorKind::notFound)
             continue;
-        if (!located)
-            return std::move(located).error();
-        auto removed = store_.remove(located->blobName, *located->blob);
-        if (!removed && removed.error().kind != ErrorKind::notFound)
-            return removed;
+        if (!blob)
+            return blob.error();
+        ARCA_CHECK(remove(name, **blob));
     }
     return {};
 }
@@ -165,7 +216,7 @@ Result<void> NodeSpace::removeStored(Located &located)
 
 void NodeSpace::forget(PieceId id)
 {
-    ObjectRecords records(store_, key_);
+    ObjectRecords records(*domain_);
     const auto last = records.read(id);
     // Under every identifier that it had.
     PieceId old = last ? last->record.origin : 0;
@@ -182,7 +233,7 @@ void NodeSpace::forget(PieceId id)
 Result<PieceId> NodeSpace::firstId(PieceId id)
 {
     ARCA_TRY(const Located located, locateShown(id));
-    ARCA_TRY(const auto state, ObjectRecords(store_, key_).read(located.info.id));
+    ARCA_TRY(const auto state, ObjectRecords(*domain_).read(located.info.id));
     return state.record.first();
 }
 
@@ -193,7 +244,7 @@ Result<void> NodeSpace::update(const ObjectName &name,
     ARCA_TRY(auto found, find(name));
     if (!found)
         return Error{ErrorKind::notFound, "there is no object " + printable(name.joined())};
-    ObjectRecords records(store_, key_);
+    ObjectRecords records(*domain_);
     ARCA_TRY(auto state, records.read(found->id));
     change(found->description);
     state.record.describe(found->description);

@@ -10,6 +10,7 @@
 #include "client/store/node_space.h"
 #include "client/store/recovery_key.h"
 
+#include <algorithm>
 #include <chrono>
 #include <thread>
 
@@ -28,7 +29,7 @@ constexpr std::chrono::milliseconds kBetweenLooks(20);
 std::unique_ptr<blob::BlobLock> turnOf(blob::BlobStore &store, const std::string &key)
 {
     for (auto waited = kBetweenLooks; waited <= kLongestWait; waited += kBetweenLooks) {
-        auto turn = store.tryLock("attempt-" + key);
+        auto turn = store.tryLock("attempt-" + key, "checking a password");
         if (!turn)
             return nullptr;
         if (*turn)
@@ -84,8 +85,21 @@ Result<std::optional<PublicKey>> NodeRegistry::identityOf(const std::string &nod
     return std::optional<PublicKey>(record.identity);
 }
 
+Result<void> NodeRegistry::expectName(const std::string &node)
+{
+    const bool clean = std::ranges::none_of(
+        node, [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7f'; });
+    if (node.empty() || !clean || node.front() == ' ' || node.back() == ' ')
+        return Error{ErrorKind::badArgument,
+                     "'" + printable(node) +
+                         "' is no name for a node: it must not be empty, have "
+                         "control characters, or blanks at its ends"};
+    return {};
+}
+
 Result<void> NodeRegistry::registerNode(const std::string &node, std::string_view password)
 {
+    ARCA_CHECK(expectName(node));
     ARCA_TRY(NumberedRecord record, recordOf(node));
     ARCA_TRY(const auto recovery, recoveryHalf(store_));
     if (!recovery)

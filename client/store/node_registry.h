@@ -17,11 +17,14 @@ class NodeRegistry
 public:
     explicit NodeRegistry(blob::BlobStore &store) : store_(store) {}
 
+    /// `badArgument` for a name that no session could be started with: empty, with control
+    /// characters, or with blanks at its ends.
+    static Result<void> expectName(const std::string &node);
     Result<bool> isRegistered(const std::string &node);
     /// What others seal to; nothing when the node is not registered.
     Result<std::optional<PublicKey>> identityOf(const std::string &node);
     /// Makes its keys. `exists` when it is registered already, `notFound` when the repository has
-    /// no recovery key yet.
+    /// no recovery key yet, `badArgument` as expectName().
     Result<void> registerNode(const std::string &node, std::string_view password);
     /// The keys of the node; `authentication` when it is not registered or the password is not its
     /// own.

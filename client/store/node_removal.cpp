@@ -15,8 +15,9 @@ namespace
 {
 
 constexpr std::string_view kFilespaces = "filespaces/";
-constexpr std::string_view kRooms[] = {"access/",  "grants/",  "pieces/",  "inactive/", "groups/",
-                                       "objects/", "changes/", "reclaim/", "packs/"};
+constexpr std::string_view kRooms[] = {"access/",  "grants/",  "pieces/",  "inactive/",
+                                       "groups/",  "objects/", "changes/", "outcomes/",
+                                       "reclaim/", "damage/",  "packs/"};
 
 std::string prefixOf(std::string_view room, const std::string &key)
 {
@@ -76,11 +77,11 @@ private:
 Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const RemovalStep &step)
 {
     ARCA_TRY(const NodeSummary known, summaryOf(store, node));
-    ARCA_TRY(const auto reclaiming, store.tryLock("reclaim-" + known.key));
+    ARCA_TRY(const auto reclaiming, store.tryLock("reclaim-" + known.key, "removing the node"));
     if (!reclaiming)
         return Error{ErrorKind::conflict,
                      "packs of node " + printable(node) + " are being reclaimed; try again later"};
-    ARCA_TRY(const auto turn, store.lock("change-" + known.key));
+    ARCA_TRY(const auto turn, store.lock("change-" + known.key, "removing the node"));
     ARCA_CHECK(NumberedRecord(store, "nodes/" + known.key).remove());
     ARCA_CHECK(deleteFilespaces(store, known.key));
     Sweep sweep(store, step);

@@ -1,9 +1,10 @@
 // A node's part of a repository.
 //
 //   pieces/<node key>/<xx>/<name hash>   one blob a piece; xx are the hash's first two digits
-//   inactive/<node key>/<xx>/<identifier>
+//   inactive/<node key>/<xx>/<identifier>.<change>
 //                                        a piece that was made inactive: the same bytes with a note
-//                                        behind; xx are the first two digits of the identifier
+//                                        behind; xx are the first two digits of the identifier.
+//                                        Up to layout 3 the change is not in the name
 //   filespaces/<node key>/<name hash>/   the numbered record of a filespace
 //   objects/<node key>/<identifier>/     what became of a piece: object_record.h
 //
@@ -78,10 +79,10 @@ NodeSpace::NodeSpace(blob::BlobStore &store, std::string node, std::string key, 
 }
 
 Result<std::unique_ptr<NodeSpace>> NodeSpace::open(blob::BlobStore &store, std::string node,
-                                                   SecretKey dataKey)
+                                                   SecretKey dataKey, engine::RecordForm records)
 {
     ARCA_TRY(std::string key, nodeKey(node));
-    ARCA_TRY(auto domain, engine::Domain::open(store, key, dataKey));
+    ARCA_TRY(auto domain, engine::Domain::open(store, key, dataKey, records));
     return std::unique_ptr<NodeSpace>(new NodeSpace(store, std::move(node), std::move(key),
                                                     std::move(dataKey), std::move(domain)));
 }
@@ -115,6 +116,11 @@ std::string NodeSpace::inactiveNameOf(PieceId id) const
     return "inactive/" + key_ + "/" + digits.substr(0, 2) + "/" + digits;
 }
 
+std::string NodeSpace::copyNameOf(PieceId id, ChangeId change) const
+{
+    return inactiveNameOf(id) + (namesCarryChanges() ? "." + toHex(change) : std::string());
+}
+
 Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &blobName) const
 {
     auto manifest = readManifest(blob, domain_->manifestKey());
@@ -123,9 +129,10 @@ Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &b
     const PieceDescription &piece = manifest->info.description;
     ARCA_TRY(const Sha256 hash, hashOf(piece.name));
     const PieceId id = manifest->info.id;
-    const bool inPlace = manifest->info.isActive()
-                             ? blobName == blobNameOf(hash)
-                             : blobName == inactiveNameOf(id) && isIdUnder(hash, id);
+    const bool inPlace =
+        manifest->info.isActive()
+            ? blobName == blobNameOf(hash)
+            : blobName.substr(0, blobName.find('.')) == inactiveNameOf(id) && isIdUnder(hash, id);
     if (piece.node != node_ || !inPlace)
         return Error{ErrorKind::damaged,
                      "the stored piece in " + blobName + " is another one than its place says"};
@@ -160,7 +167,14 @@ Result<std::optional<PieceInfo>> NodeSpace::find(const ObjectName &name)
     if (!blob && blob.error().kind == ErrorKind::notFound)
         return std::optional<PieceInfo>();
     ARCA_TRY(const auto opened, std::move(blob));
-    return readShown(*opened, blobName);
+    ARCA_TRY(auto shown, readShown(*opened, blobName));
+    // The name that was asked for, compared with the sealed one, not only their hashes.
+    if (shown && (shown->description.name.filespace != name.filespace ||
+                  shown->description.name.highLevel != name.highLevel ||
+                  shown->description.name.lowLevel != name.lowLevel))
+        return Error{ErrorKind::damaged, "the stored piece in " + blobName + " is not " +
+                                             printable(name.joined()) + " but another one"};
+    return shown;
 }
 
 Result<std::optional<PieceInfo>> NodeSpace::readShown(blob::BlobReader &blob,
@@ -168,7 +182,7 @@ Result<std::optional<PieceInfo>> NodeSpace::readShown(blob::BlobReader &blob,
 {
     ARCA_TRY(Manifest manifest, readOwn(blob, blobName));
     PieceInfo info = std::move(manifest.info);
-    ARCA_TRY(const auto record, recordIfShown(info));
+    ARCA_TRY(const auto record, recordIfShown(info, blobName));
     if (!record)
         return std::optional<PieceInfo>();
     record->applyTo(info);
@@ -235,15 +249,37 @@ Result<NodeSpace::Located> NodeSpace::locate(PieceId id)
     return failure ? *failure : unknownId(id);
 }
 
+Result<std::vector<std::string>> NodeSpace::copiesOf(PieceId id)
+{
+    std::vector<std::string> copies;
+    ARCA_CHECK(store_.list(inactiveNameOf(id), [&](const std::string &name) {
+        copies.push_back(name);
+        return true;
+    }));
+    return copies;
+}
+
 Result<NodeSpace::Located> NodeSpace::locateInactive(PieceId id)
 {
-    const std::string name = inactiveNameOf(id);
-    auto blob = store_.open(name);
-    if (!blob && blob.error().kind == ErrorKind::notFound)
-        return unknownId(id);
-    ARCA_TRY(auto opened, std::move(blob));
-    ARCA_TRY(Manifest manifest, readOwn(*opened, name));
-    return Located{name, std::move(opened), std::move(manifest.info)};
+    ARCA_TRY(const auto copies, copiesOf(id));
+    std::optional<Error> failure;
+    for (const std::string &name : copies) {
+        const ChangeId change = changeIn(name);
+        ARCA_TRY(const bool holds, change == 0 ? Result<bool>(true) : holdsCopy(change));
+        if (!holds)
+            continue;
+        auto blob = store_.open(name);
+        if (!blob && blob.error().kind == ErrorKind::notFound)
+            continue; // removed since the listing
+        if (!blob)
+            return blob.error();
+        auto manifest = readOwn(**blob, name);
+        if (!manifest)
+            failure = std::move(manifest).error();
+        else if (manifest->info.id == id)
+            return Located{name, std::move(blob).value(), std::move(manifest->info)};
+    }
+    return failure ? *failure : unknownId(id);
 }
 
 Result<PieceInfo> NodeSpace::find(PieceId id)

@@ -4,7 +4,7 @@
 #define KEEL_CLIENT_STORE_NODE_SPACE_H
 
 #include "client/base/secret_key.h"
-#include "client/store/change_plan.h"
+#include "client/store/change_outcome.h"
 #include "client/store/filespace.h"
 #include "client/store/group.h"
 #include "client/store/piece_reader.h"
@@ -21,9 +21,10 @@ namespace arca::store
 class NodeSpace
 {
 public:
-    /// `dataKey` is the key of that node, under which all it keeps is sealed.
+    /// `dataKey` is the key of that node, under which all it keeps is sealed; `records`: how its
+    /// repository keeps records.
     static Result<std::unique_ptr<NodeSpace>> open(blob::BlobStore &store, std::string node,
-                                                   SecretKey dataKey);
+                                                   SecretKey dataKey, engine::RecordForm records);
 
     const std::string &node() const { return node_; }
     const SecretKey &dataKey() const { return dataKey_; }
@@ -80,7 +81,7 @@ public:
 
     /// The identifier that a piece was stored under before it was ever renamed. `notFound`.
     Result<PieceId> firstId(PieceId id);
-    Groups groups() { return {store_, key_}; }
+    Groups groups() { return Groups(*domain_); }
 
     /// Commits a finished piece, if its filespace is still the one that was registered under that
     /// number when it was begun; `exists`, `noFilespace`.
@@ -102,9 +103,12 @@ public:
     /// Gives a piece another name of its filespace, in one step. It gets another identifier, and is
     /// found by the old one, too. `notFound`, `exists`.
     Result<void> rename(const ObjectName &from, const ObjectName &to);
-    /// Finishes or undoes what processes that died left half-changed, unless somebody is changing
-    /// something: he does it himself.
+    /// Finishes or undoes what processes that died left half-changed, unless another process holds
+    /// the lock of changes, which does it itself.
     void settleChanges();
+    /// Removes outcomes that no copy needs any more, and what the makers of undone changes
+    /// published late. Takes the lock of changes itself. The first failure, after all was tried.
+    Result<void> tidyOutcomes();
 
     /// Nothing when it was never registered, or deleted.
     Result<std::optional<Filespace>> filespace(const std::string &name);
@@ -131,12 +135,19 @@ private:
     std::string blobNameOf(const Sha256 &nameHash) const;
     std::string prefixOf(PieceId id) const;
     std::string inactiveNameOf(PieceId id) const;
-    /// Of the stored pieces, those that show or not; in the place of the active ones, or in that of
-    /// the inactive ones.
+    /// Where the copy is that a change makes of a piece that becomes inactive.
+    std::string copyNameOf(PieceId id, ChangeId change) const;
+    /// Up to layout 3 they do not.
+    bool namesCarryChanges() const { return domain_->recordForm() == engine::RecordForm::keyed; }
+    /// Every blob in the inactive place of a piece, whether it shows or not.
+    Result<std::vector<std::string>> copiesOf(PieceId id);
+    /// Finds a stored piece: locate() under pieces/, visible or not; locateInactive() under
+    /// inactive/, where copies of changes that are not done are none. Errors: notFound.
     Result<Located> locate(PieceId id);
     Result<Located> locateInactive(PieceId id);
     /// Of those that show; its attributes as they are now.
     Result<Located> locateShown(PieceId id);
+    Result<void> expectSame(PieceId asked, PieceId found, const ObjectRecord &record);
     /// What changes that are being made mean for a piece that is stored. Both: it does not show.
     struct Planned {
         bool hidesActive = false;
@@ -144,14 +155,23 @@ private:
     };
     Result<Planned> plannedFor(PieceId id);
     /// What became of a stored piece; nothing when it does not show in the place it was found in.
-    Result<std::optional<ObjectRecord>> recordIfShown(const PieceInfo &found);
+    Result<std::optional<ObjectRecord>> recordIfShown(const PieceInfo &found,
+                                                      const std::string &blobName);
     Result<bool> isDone(ChangeId change);
+    Result<bool> hasMark(ChangeId change);
+    Result<bool> holdsCopy(ChangeId change);
+    Result<Decision> decide(const ChangePlan &plan, Decision wanted);
+    Result<void> putRecord(const std::string &name, Bytes record);
     Result<bool> isTaken(const std::string &blobName);
+    /// Removes a piece that came with a change that is undone; false when it is none.
+    Result<bool> removeIfUndone(const std::string &blobName);
 
     /// Held by whoever removes pieces or changes their records. What is found half-changed under it
     /// was left by the dead.
     Result<std::unique_ptr<blob::BlobLock>> lockChanges();
     Result<void> settleUnderLock();
+    Result<void> settle(const std::string &planName);
+    Result<void> putPlan(const ChangePlan &plan);
     std::string changeName(ChangeId change, std::string_view suffix) const;
     Result<std::vector<std::string>> changeNames(std::string_view suffix) const;
     Result<ChangePlan> readPlan(const std::string &name) const;
@@ -165,10 +185,17 @@ private:
     Result<std::unique_ptr<PieceWriter>> copyPiece(PieceId id, PieceDescription description);
     Result<void> change(const Step &step, bool renamed);
     Result<void> prepareChange(const ChangePlan &plan, std::span<const Sent> pieces, bool renamed);
-    Result<void> copyToInactive(PieceId id);
+    Result<void> decideDone(const ChangePlan &plan);
+    Result<void> copyToInactive(PieceId id, const std::string &copyName);
     Result<void> proveCopy(const std::string &blobName);
     Result<void> finishChange(const ChangePlan &plan);
-    Result<void> undoChange(const ChangePlan &plan);
+    Result<void> leaveActivePlace(PieceId id, const std::string &copyName);
+    enum class Maker { self, other };
+    Result<void> undoChange(const ChangePlan &plan, Maker maker);
+    Result<void> takeBack(PieceId id, ChangeId change);
+    Result<void> dropCopy(PieceId id, ChangeId change);
+    Result<void> forgetIfUnused(const ChangePlan &plan);
+    Result<void> clearUndone(const ChangePlan &plan);
     Result<void> removeStored(Located &located);
     /// From both places; fine when it is in none.
     Result<void> removeEverywhere(PieceId id);

@@ -65,7 +65,7 @@ Result<ObjectRecord> decodeObjectRecord(ByteView bytes)
 
 NumberedRecord ObjectRecords::recordOf(PieceId id)
 {
-    return {store_, prefix_ + toHex(id)};
+    return {store_, prefix_ + toHex(id), seal_};
 }
 
 Result<ObjectRecords::State> ObjectRecords::read(PieceId id)

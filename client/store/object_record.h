@@ -44,8 +44,8 @@ Result<ObjectRecord> decodeObjectRecord(ByteView record);
 class ObjectRecords
 {
 public:
-    ObjectRecords(blob::BlobStore &store, const std::string &nodeKey)
-        : store_(store), prefix_("objects/" + nodeKey + "/")
+    explicit ObjectRecords(const engine::Domain &domain)
+        : store_(domain.blobs()), seal_(domain), prefix_("objects/" + domain.nodeKey() + "/")
     {
     }
 
@@ -62,6 +62,7 @@ private:
     NumberedRecord recordOf(PieceId id);
 
     blob::BlobStore &store_;
+    RecordSeal seal_;
     std::string prefix_;
 };
 

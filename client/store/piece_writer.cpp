@@ -21,7 +21,7 @@ Result<std::unique_ptr<PieceWriter>> PieceWriter::begin(engine::Domain &domain,
     ARCA_TRY(writer->manifest_, ManifestWriter::begin(domain.blobs(), domain.manifestKey(),
                                                       settings.cipher, id, description));
     engine::AvoidedPacks avoided;
-    ARCA_TRY(avoided.marked, readMarkedPacks(domain.blobs(), domain.nodeKey()));
+    ARCA_TRY(avoided.marked, readMarkedPacks(domain));
     ARCA_TRY(avoided.damaged, DamageRecords(domain).all());
     ARCA_TRY(writer->stream_,
              engine::StreamWriter::begin(domain, std::move(avoided), settings, *writer->manifest_));
@@ -39,7 +39,7 @@ Result<std::unique_ptr<PieceWriter>> PieceWriter::copyOf(engine::Domain &domain,
     const Cipher cipher = from.info.totals.cipher;
     ARCA_TRY(writer->manifest_,
              ManifestWriter::begin(domain.blobs(), domain.manifestKey(), cipher, id, description));
-    ARCA_TRY(const auto condemned, readMarkedPacks(domain.blobs(), domain.nodeKey()));
+    ARCA_TRY(const auto condemned, readMarkedPacks(domain));
     ManifestRuns runs(original, from);
     for (;;) {
         ARCA_TRY(const auto run, runs.next());

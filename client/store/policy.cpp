@@ -94,7 +94,7 @@ Result<ManagementClass> decodeManagementClass(ByteView record)
 Result<Policy::Known> Policy::read(const std::string &name)
 {
     ARCA_TRY(const std::string prefix, blobPrefixOf(name));
-    Known known{NumberedRecord(store_, prefix), 0, std::nullopt};
+    Known known{NumberedRecord(store_, prefix, seal_), 0, std::nullopt};
     ARCA_TRY(const auto state, known.record.latest());
     if (!state)
         return known;
@@ -128,7 +128,7 @@ Result<std::vector<ManagementClass>> Policy::list(Retired retired)
     ARCA_TRY(const auto standard, find(kDefaultClass));
     classes.push_back(*standard);
     for (const std::string &prefix : prefixes) {
-        ARCA_TRY(const auto state, NumberedRecord(store_, prefix).latest());
+        ARCA_TRY(const auto state, NumberedRecord(store_, prefix, seal_).latest());
         if (!state)
             continue;
         ARCA_TRY(ManagementClass known, decodeManagementClass(state->bytes));

@@ -42,7 +42,8 @@ Result<ManagementClass> decodeManagementClass(ByteView record);
 class Policy
 {
 public:
-    explicit Policy(blob::BlobStore &store) : store_(store) {}
+    /// `seal`: of the repository's records, bound to its identifier.
+    Policy(blob::BlobStore &store, RecordSeal seal) : store_(store), seal_(seal) {}
 
     enum class Retired { left, included };
     /// The default one first, the others by name.
@@ -70,6 +71,7 @@ private:
     Result<Known> read(const std::string &name);
 
     blob::BlobStore &store_;
+    RecordSeal seal_;
 };
 
 } // namespace arca::store

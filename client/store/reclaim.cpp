@@ -112,7 +112,7 @@ Result<std::vector<Reclaim::Candidate>> Reclaim::look(ReclaimTotals &totals)
 
 Result<Mark> Reclaim::currentMark()
 {
-    ARCA_TRY(const auto state, markRecord(domain_.blobs(), domain_.nodeKey()).latest());
+    ARCA_TRY(const auto state, markRecord(domain_).latest());
     if (!state)
         return Mark{};
     return parseMark(state->bytes);
@@ -121,7 +121,7 @@ Result<Mark> Reclaim::currentMark()
 /// Nobody else writes the record while the lock is held.
 Result<void> Reclaim::writeMark(const Mark &mark)
 {
-    NumberedRecord record = markRecord(domain_.blobs(), domain_.nodeKey());
+    NumberedRecord record = markRecord(domain_);
     return blob::withReserve(domain_.blobs(), [&]() -> Result<void> {
         ARCA_TRY(const auto state, record.latest());
         return record.write(state ? state->number : 0, encodeMark(mark));
@@ -173,7 +173,8 @@ Result<ReclaimTotals> Reclaim::plan()
 
 Result<ReclaimTotals> Reclaim::run(const Step &step)
 {
-    ARCA_TRY(const auto turn, domain_.blobs().tryLock("reclaim-" + domain_.nodeKey()));
+    ARCA_TRY(const auto turn,
+             domain_.blobs().tryLock("reclaim-" + domain_.nodeKey(), "reclaiming"));
     if (!turn)
         return Error{ErrorKind::conflict, "space of this node is being reclaimed already"};
     ARCA_CHECK(domain_.blobs().removeLeftovers());

@@ -73,8 +73,10 @@ Result<std::optional<NumberedRecord::State>> NumberedRecord::latest()
         if (found.empty())
             return std::optional<State>();
         auto bytes = blob::readWhole(store_, nameOf(found.back()), kMaxRecordBytes);
-        if (bytes)
-            return std::optional<State>(State{found.back(), std::move(bytes).value()});
+        if (bytes) {
+            ARCA_TRY(auto opened, seal_.open(nameOf(found.back()), std::move(bytes).value()));
+            return std::optional(State{found.back(), std::move(opened.record), opened.proven});
+        }
         if (bytes.error().kind != ErrorKind::notFound || attempt == 100)
             return std::move(bytes).error();
     }
@@ -82,7 +84,8 @@ Result<std::optional<NumberedRecord::State>> NumberedRecord::latest()
 
 Result<void> NumberedRecord::write(std::uint32_t number, ByteView bytes)
 {
-    auto put = blob::putWhole(store_, nameOf(number + 1), bytes);
+    ARCA_TRY(const Bytes sealed, seal_.seal(nameOf(number + 1), Bytes(bytes.begin(), bytes.end())));
+    auto put = blob::putWhole(store_, nameOf(number + 1), sealed);
     if (!put && put.error().kind == ErrorKind::exists)
         return Error{ErrorKind::conflict, "the record " + prefix_ + " was changed meanwhile"};
     ARCA_CHECK(std::move(put));

@@ -13,6 +13,7 @@
 #define KEEL_CLIENT_STORE_RECORD_H
 
 #include "client/blob/blob_store.h"
+#include "client/store/record_seal.h"
 
 #include <functional>
 #include <optional>
@@ -36,17 +37,19 @@ Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint3
 class NumberedRecord
 {
 public:
-    NumberedRecord(blob::BlobStore &store, std::string prefix)
-        : store_(store), prefix_(std::move(prefix))
+    /// `seal` proves each state for its place; without a key nothing is proven.
+    NumberedRecord(blob::BlobStore &store, std::string prefix, RecordSeal seal = {})
+        : store_(store), prefix_(std::move(prefix)), seal_(seal)
     {
     }
 
     struct State {
         std::uint32_t number;
-        Bytes bytes;
+        Bytes bytes; // the envelope, without the digest that proves it
+        bool proven = false;
     };
 
-    /// Nothing when the record was never written.
+    /// Nothing when the record was never written. Errors: damaged, also when it is not proven.
     Result<std::optional<State>> latest();
 
     /// Writes the state after `number`; 0 for the first. `conflict` when somebody was faster.
@@ -63,6 +66,7 @@ private:
 
     blob::BlobStore &store_;
     std::string prefix_;
+    RecordSeal seal_;
 };
 
 } // namespace arca::store

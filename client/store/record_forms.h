@@ -32,6 +32,7 @@ constexpr RecordForm group{"groups/", "", "ARCAGRUP", 1, 1};
 constexpr RecordForm recoveryHalf{"keys/recovery/", "", "ARCARCVR", 1, 1};
 constexpr RecordForm node{"nodes/", "", "ARCANODE", 1, 2};
 constexpr RecordForm object{"objects/", "", "ARCAOBJE", 1, 1};
+constexpr RecordForm outcome{"outcomes/", "", "ARCAOUTC", 1, 1};
 constexpr RecordForm heldPacks{"quarantine/", ".packs", "ARCAHELD", 1, 1};
 constexpr RecordForm mark{"reclaim/", "", "ARCACOND", 1, 1};
 

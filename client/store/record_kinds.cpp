@@ -2,7 +2,7 @@
 #include "client/store/record_kinds.h"
 
 #include "client/store/access.h"
-#include "client/store/change_plan.h"
+#include "client/store/change_outcome.h"
 #include "client/store/condemned.h"
 #include "client/store/damage.h"
 #include "client/store/filespace.h"
@@ -48,11 +48,25 @@ constexpr RecordKind kKinds[] = {
     {form::recoveryHalf, check<decodeRecoveryHalf>},
     {form::node, check<decodeNodeRecord>},
     {form::object, check<decodeObjectRecord>},
+    {form::outcome, check<decodeChangeOutcome>},
     {form::heldPacks, check<decodeHeldPacks>},
     {form::mark, check<parseMark>},
 };
 
 } // namespace
+
+Result<Bytes> recordAt(const engine::Domain &domain, std::string_view blobName, Bytes stored)
+{
+    // Filespaces may be deleted without the key, by whoever removes the node.
+    constexpr const RecordForm *kProven[] = {&form::changePlan, &form::group, &form::object,
+                                             &form::outcome, &form::mark};
+    const bool proven = std::ranges::any_of(kProven, [&](const RecordForm *form) {
+        return blobName.starts_with(form->place) && blobName.ends_with(form->suffix);
+    });
+    const RecordSeal seal = proven ? RecordSeal(domain) : RecordSeal();
+    ARCA_TRY(auto opened, seal.open(blobName, std::move(stored)));
+    return std::move(opened.record);
+}
 
 std::span<const RecordKind> recordKinds()
 {

@@ -258,7 +258,7 @@ Result<void> Repair::mendSome(std::vector<BrokenPack> some)
 /// mark lives any more.
 Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
 {
-    NumberedRecord record = markRecord(blobs_, domain_.nodeKey());
+    NumberedRecord record = markRecord(domain_);
     ARCA_TRY(auto state, record.latest());
     Mark mark;
     if (state) {
@@ -295,7 +295,7 @@ Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
 
 Result<void> Repair::unmark(const std::vector<const BrokenPack *> &some)
 {
-    NumberedRecord record = markRecord(blobs_, domain_.nodeKey());
+    NumberedRecord record = markRecord(domain_);
     ARCA_TRY(const auto state, record.latest());
     if (!state)
         return {};
@@ -365,7 +365,7 @@ Result<RepairOutcome> repair(NodeSpace &space, bool dryRun, const RepairWatcher 
     std::unique_ptr<blob::BlobLock> turn;
     if (!dryRun) {
         const std::string key = space.domain().nodeKey();
-        ARCA_TRY(turn, space.domain().blobs().tryLock("reclaim-" + key));
+        ARCA_TRY(turn, space.domain().blobs().tryLock("reclaim-" + key, "repairing"));
         if (!turn)
             return Error{ErrorKind::conflict,
                          "this node is being repaired, or its space reclaimed, already"};

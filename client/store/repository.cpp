@@ -1,4 +1,4 @@
-// Opening and making a repository. The blob "format" (kind "ARCAREPO", version 3) marks it;
+// Opening and making a repository. The blob "format" (kind "ARCAREPO", version 4) marks it;
 // payload:
 //
 //   offset  size
@@ -7,9 +7,14 @@
 //
 // A change of the layout that an older release would misread raises the version of that record.
 // Version 1 kept nothing under keys, and is not read any more. Version 2 had no inactive pieces,
-// and gets none.
+// and gets none. Up to version 3 records carry no proof of who wrote them (record_seal.h).
+//
+// No key is shared by all nodes, so the records of the repository, its management classes, are
+// bound to their place and to this repository only: the key of their digest is SHA-256 of
+// "records of the repository" and its identifier, which who can read the marker can make, too.
 #include "client/store/repository.h"
 
+#include "client/base/hash.h"
 #include "client/base/text.h"
 #include "client/blob/location.h"
 
@@ -23,16 +28,16 @@ namespace
 
 constexpr std::string_view kMarker = "format";
 constexpr std::string_view kKind = "ARCAREPO";
-constexpr std::uint32_t kVersion = 3;
+constexpr std::uint32_t kVersion = 4;
 constexpr std::uint32_t kOldestVersion = 2;
 constexpr std::size_t kUuidBytes = 16;
 
 } // namespace
 
 Repository::Repository(std::unique_ptr<blob::BlobStore> store, std::string shownName,
-                       std::string uuid, std::uint32_t layout)
+                       std::string uuid, std::uint32_t layout, SecretKey classKey)
     : store_(std::move(store)), shownName_(std::move(shownName)), uuid_(std::move(uuid)),
-      layout_(layout)
+      layout_(layout), classKey_(std::move(classKey))
 {
 }
 
@@ -62,9 +67,11 @@ Result<std::unique_ptr<Repository>> Repository::open(std::unique_ptr<blob::BlobS
     std::string uuid = toHex(reader.raw(kUuidBytes));
     if (!reader.ok())
         return Error{ErrorKind::damaged, "the format marker of " + shownName + " is damaged"};
-    return std::unique_ptr<Repository>(
-        new Repository(std::move(store), shownName, std::move(uuid),
-                       ByteReader(ByteView(bytes).subspan(8)).u32()));
+    ARCA_TRY(const Sha256 bound, sha256({viewOf("records of the repository"), viewOf(uuid)}));
+    ARCA_TRY(SecretKey classKey, SecretKey::from(bound));
+    return std::unique_ptr<Repository>(new Repository(std::move(store), shownName, std::move(uuid),
+                                                      ByteReader(ByteView(bytes).subspan(8)).u32(),
+                                                      std::move(classKey)));
 }
 
 Result<std::unique_ptr<Repository>> Repository::create(const std::string &location)
@@ -104,7 +111,7 @@ Result<std::unique_ptr<NodeSpace>> Repository::logOn(const std::string &node,
 
 Result<std::unique_ptr<NodeSpace>> Repository::spaceOf(const std::string &node, SecretKey dataKey)
 {
-    return NodeSpace::open(*store_, node, std::move(dataKey));
+    return NodeSpace::open(*store_, node, std::move(dataKey), recordForm());
 }
 
 } // namespace arca::store

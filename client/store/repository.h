@@ -5,6 +5,7 @@
 
 #include "client/store/node_registry.h"
 #include "client/store/node_space.h"
+#include "client/store/policy.h"
 
 #include <memory>
 #include <string>
@@ -30,9 +31,16 @@ public:
     /// Whether pieces may be made inactive. In a repository of the layout before this one they may
     /// not: a release that knows no inactive pieces could be reclaiming space there.
     bool takesInactive() const { return layout_ >= 3; }
+    /// How records are written here. Releases that know no digests refuse a repository with them.
+    engine::RecordForm recordForm() const
+    {
+        return layout_ >= 4 ? engine::RecordForm::keyed : engine::RecordForm::plain;
+    }
     /// What to call it in a message.
     const std::string &shownName() const { return shownName_; }
 
+    /// Must not outlive the repository.
+    Policy policy() { return {*store_, RecordSeal(classKey_, recordForm())}; }
     NodeRegistry nodes() { return NodeRegistry(*store_); }
     /// The keys of a node that proves who it is; `authentication`.
     Result<NodeKeys> authenticate(const std::string &node, std::string_view password);
@@ -47,12 +55,13 @@ public:
 
 private:
     Repository(std::unique_ptr<blob::BlobStore> store, std::string shownName, std::string uuid,
-               std::uint32_t layout);
+               std::uint32_t layout, SecretKey classKey);
 
     std::unique_ptr<blob::BlobStore> store_;
     std::string shownName_;
     std::string uuid_;
     std::uint32_t layout_;
+    SecretKey classKey_; // no secret: of the identifier
 };
 
 } // namespace arca::store

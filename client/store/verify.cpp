@@ -49,6 +49,7 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
         {"keys/", Checked::record, false},
         {"nodes/" + nodeKey + "/", Checked::record, false},
         {"objects/" + nodeKey + "/", Checked::record, false},
+        {"outcomes/" + nodeKey + "/", Checked::record, false},
         {"packs/" + nodeKey + "/", Checked::pack, true},
         {"reclaim/" + nodeKey + "/", Checked::record, false},
         {"pieces/" + nodeKey + "/", Checked::piece, true},
@@ -208,7 +209,8 @@ Result<Verification::Went> Verification::checkOne(const std::string &blobName, C
 
 Result<void> Verification::checkRecord(const std::string &blobName)
 {
-    ARCA_TRY(const Bytes bytes, blob::readWhole(blobs_, blobName, kMaxRecordBytes));
+    ARCA_TRY(Bytes stored, blob::readWhole(blobs_, blobName, kMaxRecordBytes));
+    ARCA_TRY(const Bytes bytes, recordAt(space_.domain(), blobName, std::move(stored)));
     const RecordKind *const kind = recordKindAt(blobName);
     if (kind == nullptr)
         return damaged("no record has such a name");

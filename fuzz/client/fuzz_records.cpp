@@ -3,6 +3,7 @@
 #include "client/store/activity_reader.h"
 #include "client/store/record.h"
 #include "client/store/record_kinds.h"
+#include "client/store/record_seal.h"
 #include "client/store/verify_state.h"
 
 #include <span>
@@ -11,6 +12,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
 {
     using namespace arca;
     const ByteView bytes = std::as_bytes(std::span(data, size));
+    if (const auto key = SecretKey::from(Bytes(SecretKey::kBytes, std::byte{1})))
+        (void)store::RecordSeal(*key, engine::RecordForm::keyed)
+            .open("objects/a/00000001", Bytes(bytes.begin(), bytes.end()));
     (void)store::parseLogLine(textOf(bytes));
     (void)store::encodeVerifyState(store::parseVerifyState(textOf(bytes)));
     for (const store::RecordKind &kind : store::recordKinds()) {
@@ -18,6 +22,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         if (size < 0x10000)
             for (std::uint32_t version = kind.form.oldest; version <= kind.form.newest; ++version)
                 (void)kind.check(store::frameRecord(kind.form.kind, version, bytes));
+        // A keyed one with a digest that is too short, or that nobody compares.
+        if (size < 0x10000)
+            (void)store::RecordSeal().open({},
+                                           store::frameRecord(kind.form.kind, 0x80000001, bytes));
     }
     return 0;
 }

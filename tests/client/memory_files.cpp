@@ -29,7 +29,6 @@ public:
         if (!holdsLock_)
             return;
         node_->locked = false;
-        files_.lockFreed().notify_all();
     }
 
     Result<void> write(ByteView bytes) override
@@ -89,12 +88,10 @@ public:
         return {};
     }
     void readAhead(std::uint64_t, std::uint64_t) override {}
-    Result<bool> lock(bool wait) override
+    Result<bool> lock() override
     {
         ARCA_CHECK(files_.operation("lock"));
         auto one = files_.hold();
-        while (wait && node_->locked)
-            files_.lockFreed().wait(one);
         if (node_->locked)
             return false;
         node_->locked = holdsLock_ = true;

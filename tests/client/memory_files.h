@@ -7,7 +7,6 @@
 
 #include "client/blob/file_layer.h"
 
-#include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
@@ -114,7 +113,6 @@ public:
     Error torn() const { return {kind_, "what was torn was made to fail"}; }
     /// Whether there is space for so much more.
     Result<void> take(std::uint64_t bytes);
-    std::condition_variable_any &lockFreed() { return lockFreed_; }
     /// One operation at a time, those on files included.
     std::unique_lock<std::recursive_mutex> hold() const { return std::unique_lock(mutex_); }
 
@@ -135,7 +133,6 @@ private:
     std::uint64_t capacity_ = 0; // 0: no limit
     std::uint64_t nextNumber_ = 1;
     std::vector<Event> *events_ = nullptr;
-    std::condition_variable_any lockFreed_;
 };
 
 } // namespace arca::test

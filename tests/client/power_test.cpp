@@ -164,7 +164,8 @@ struct Process {
     explicit Process(MemoryFiles &files) : store("/r", files)
     {
         auto opened = store::NodeSpace::open(
-            store, "node", SecretKey::from(Bytes(SecretKey::kBytes, std::byte{7})).value());
+            store, "node", SecretKey::from(Bytes(SecretKey::kBytes, std::byte{7})).value(),
+            engine::RecordForm::keyed);
         space = std::move(opened).value();
         space->use({.threads = 2});
     }

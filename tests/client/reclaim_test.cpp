@@ -52,7 +52,8 @@ protected:
         space_.reset();
         store_ = std::make_unique<blob::DirectoryStore>("/r", files_);
         auto key = SecretKey::from(key_);
-        auto opened = store::NodeSpace::open(*store_, "node", std::move(key).value());
+        auto opened = store::NodeSpace::open(*store_, "node", std::move(key).value(),
+                                             engine::RecordForm::keyed);
         space_ = std::move(opened).value();
     }
 
@@ -249,7 +250,8 @@ TEST_F(ReclaimTest, WhatMovesBetweenTwoOfItsStepsIsNotLost)
             open();
             store::PieceId id = idOf(*space_, few);
             blob::DirectoryStore elsewhere("/r", files_);
-            auto other = store::NodeSpace::open(elsewhere, "node", SecretKey::from(key_).value());
+            auto other = store::NodeSpace::open(elsewhere, "node", SecretKey::from(key_).value(),
+                                                engine::RecordForm::keyed);
             bool went = false;
             files_.runBefore(n, [&] { went = move(**other); });
             reclaim();

@@ -85,8 +85,10 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
         progress.add(totals.freedBytes - progress.bytes());
         return !interrupted();
     };
-    if (!asked.dryRun)
+    if (!asked.dryRun) {
         catchInterrupts();
+        (void)session.space->tidyOutcomes(); // what cannot be removed now harms nothing
+    }
     auto done = asked.dryRun ? reclaim.plan() : reclaim.run(step);
     progress.clear();
     ARCA_TRY(const store::ReclaimTotals totals, std::move(done));

@@ -21,32 +21,24 @@ Result<bool> registerGenerated(store::Repository &repository, const config::Opti
                                const std::string &node)
 {
     const config::NodeKeys keys(options.file);
-    ARCA_TRY(const bool registered, repository.nodes().isRegistered(node));
-    auto kept =
-        keys.find(repository.uuid(), node, [&](const std::string &password) -> Result<void> {
-            if (registered)
-                ARCA_CHECK(repository.nodes().authenticate(node, password));
-            return {};
-        });
-    if (registered && !kept && kept.error().kind == ErrorKind::noPassword)
+    auto nodes = repository.nodes();
+    auto done = keys.introduce(
+        repository.uuid(), node,
+        {[&] { return nodes.isRegistered(node); },
+         [&](const std::string &password) -> Result<void> {
+             ARCA_CHECK(nodes.authenticate(node, password));
+             return {};
+         },
+         [] { return generatePassword(); },
+         [&](const std::string &password) { return nodes.registerNode(node, password); }});
+    if (!done && done.error().kind == ErrorKind::noPassword)
         return Error{ErrorKind::noPassword,
                      "node " + printable(node) + " is registered in " + repository.shownName() +
                          ", but its password is not kept here; bring back " + keys.path() +
                          " from where the node was registered, or make a new password with: arca "
                          "node passwd " +
                          printable(node) + " --recovery"};
-    if (registered) {
-        ARCA_TRY(std::string password, std::move(kept));
-        wipe(password);
-        return false;
-    }
-    if (!kept) {
-        ARCA_TRY(kept, generatePassword());
-        ARCA_CHECK(keys.keep(repository.uuid(), node, *kept));
-    }
-    ARCA_CHECK(repository.nodes().registerNode(node, *kept));
-    wipe(*kept);
-    return true;
+    return done;
 }
 
 Result<bool> registerPrompted(store::Repository &repository, const std::string &node,
@@ -67,6 +59,7 @@ Result<bool> registerPrompted(store::Repository &repository, const std::string &
 Result<bool> registerNode(store::Repository &repository, const config::Options &options,
                           const std::string &node, bool fromStandardInput)
 {
+    ARCA_CHECK(store::NodeRegistry::expectName(node));
     return options.passwordAccess == config::PasswordAccess::generate
                ? registerGenerated(repository, options, node)
                : registerPrompted(repository, node, fromStandardInput);

@@ -83,6 +83,7 @@ std::string purposeOf(const std::string &lock, const Nodes &nodes)
         {"change-", "pieces are being removed or changed"},
         {"reclaim-", "packs are being reclaimed"},
         {"attempt-", "a password is being checked"},
+        {"remove-", "a blob is being removed"},
     };
     for (const auto &[prefix, purpose] : purposes) {
         if (!lock.starts_with(prefix))
@@ -116,7 +117,7 @@ Result<std::vector<Held>> locksIn(const std::string &root, const Nodes &nodes)
         auto file = blob::systemFiles().openForLocking(path, false);
         if (!file)
             continue;
-        ARCA_TRY(const bool ours, (*file)->lock(false));
+        ARCA_TRY(const bool ours, (*file)->lock());
         if (ours)
             continue; // and given back at once
         ARCA_TRY(const blob::FileIdentity identity, (*file)->identity());

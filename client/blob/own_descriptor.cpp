@@ -1,0 +1,120 @@
+// The descriptors that a child closes, in a table that it can read whatever other threads of its
+// parent were doing: no lock is taken at a fork, and nothing is allocated.
+#include "client/blob/own_descriptor.h"
+
+#include <array>
+#include <cerrno>
+#include <new>
+#include <pthread.h>
+#include <sched.h>
+#include <unistd.h>
+
+#if __has_include(<sys/file.h>)
+#include <sys/file.h>
+#endif
+
+namespace arca::blob
+{
+
+namespace
+{
+
+constexpr int kFree = -1, kTaken = -2;
+
+struct Block {
+    Block()
+    {
+        for (auto &slot : slots)
+            slot.store(kFree);
+    }
+    std::array<std::atomic<int>, 256> slots;
+    std::atomic<Block *> next = nullptr;
+};
+
+/// Never freed. Counts forks: odd while one is being made.
+struct Table {
+    Block first;
+    std::atomic<unsigned> forks = 0;
+};
+
+Table &table()
+{
+    static Table *const made = [] {
+        auto *const fresh = new Table;
+        // Without it a child keeps what it inherits, as children made by clone(2) do.
+        (void)pthread_atfork([] { ++table().forks; }, [] { ++table().forks; },
+                             [] {
+                                 ++table().forks;
+                                 for (Block *block = &table().first; block != nullptr;
+                                      block = block->next.load())
+                                     for (auto &slot : block->slots)
+                                         if (const int number = slot.exchange(kTaken); number >= 0)
+                                             (void)close(number);
+                             });
+        return fresh;
+    }();
+    return *made;
+}
+
+std::atomic<int> &takeSlot()
+{
+    for (Block *block = &table().first;;) {
+        for (auto &slot : block->slots) {
+            int expected = kFree;
+            if (slot.compare_exchange_strong(expected, kTaken))
+                return slot;
+        }
+        if (block->next.load() == nullptr) {
+            auto fresh = std::make_unique<Block>();
+            Block *expected = nullptr;
+            if (block->next.compare_exchange_strong(expected, fresh.get()))
+                (void)fresh.release();
+        }
+        block = block->next.load();
+    }
+}
+
+} // namespace
+
+std::unique_ptr<OwnDescriptor> OwnDescriptor::open(const std::function<int(bool)> &open,
+                                                   int &number)
+{
+    std::atomic<int> &slot = takeSlot();
+    for (bool again = false;;) {
+        const unsigned before = table().forks.load();
+        if (before % 2 != 0) {
+            (void)sched_yield(); // another thread is forking just now
+            continue;
+        }
+        const int descriptor = open(again);
+        number = errno;
+        if (descriptor < 0) {
+            slot.store(kFree);
+            return nullptr;
+        }
+        slot.store(descriptor);
+        if (table().forks.load() != before) {
+            // A child may have it without knowing: this open file must never be locked.
+            slot.store(kTaken);
+            (void)close(descriptor);
+            again = true;
+            continue;
+        }
+        return std::unique_ptr<OwnDescriptor>(new OwnDescriptor(slot, descriptor));
+    }
+}
+
+OwnDescriptor::~OwnDescriptor()
+{
+    int expected = number_;
+    if (slot_.compare_exchange_strong(expected, kTaken)) {
+#ifdef LOCK_EX
+        // Closing would leave the lock to a child that is forked in this moment.
+        (void)flock(number_, LOCK_UN);
+#endif
+        (void)close(number_);
+        slot_.store(kFree);
+    }
+}
+
+} // namespace arca::blob

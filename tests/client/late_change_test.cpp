@@ -1,0 +1,204 @@
+// A process that makes a change sleeps at any step of it, while others see a plan that was left and
+// settle it; then it wakes. Locks keep nobody away here, as on a file system whose locks other
+// hosts do not see. What holds is one decision, the same for everybody.
+#include "tests/client/another_host.h"
+#include "tests/client/store_faults_fixture.h"
+
+namespace
+{
+
+using namespace arca;
+using test::AnotherHost;
+
+class LateChange : public test::StoreFaults
+{
+protected:
+    /// What the fixture works with becomes the other host's.
+    void moveToOtherHost()
+    {
+        host_ = std::make_unique<AnotherHost>(files_);
+        space_.reset();
+        auto opened =
+            store::Repository::open(std::make_unique<blob::DirectoryStore>("/r", *host_), "test");
+        ASSERT_TRUE(opened);
+        repository_ = std::move(*opened);
+        space_ = repository_->logOn("node", test::kPassword).value();
+        space_->use({.threads = 1});
+    }
+
+    /// A session of this host settles what it finds.
+    void settleHere()
+    {
+        auto here = store::Repository::open(blobs(), "test").value();
+        here->logOn("node", test::kPassword).value()->settleChanges();
+    }
+
+    std::vector<std::string> manifests()
+    {
+        std::vector<std::string> found;
+        for (const std::string &path : files_.paths())
+            if (path.starts_with("/r/pieces/") || path.starts_with("/r/inactive/"))
+                found.push_back(path);
+        return found;
+    }
+
+    std::unique_ptr<AnotherHost> host_;
+};
+
+TEST_F(LateChange, MeetsWhatWasDecidedWhileItSlept)
+{
+    for (const Work &work : works()) {
+        if (!std::set<std::string>{"rename", "together", "superseding"}.contains(work.name))
+            continue;
+        int settledBefore = 0, settledAfter = 0;
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE(std::string(work.name) + ", step " + std::to_string(n));
+            moveToOtherHost();
+            host_->stopBefore(n, [&] { settleHere(); });
+            const auto done = work.run(*this);
+            if (!host_->hasStopped())
+                break;
+            EXPECT_EQ(state(), done ? work.after : work.before);
+            ++(done ? settledAfter : settledBefore);
+            ASSERT_TRUE(open());
+            EXPECT_EQ(state(), done ? work.after : work.before);
+            EXPECT_TRUE(isSound());
+            EXPECT_TRUE(space_->tidyOutcomes());
+            EXPECT_EQ(manifests().size(), done && work.name != std::string("rename")
+                                              ? (work.name == std::string("together") ? 2U : 3U)
+                                              : 1U);
+            // It can be made again, under the same names.
+            if (!done) {
+                EXPECT_TRUE(work.run(*this));
+            }
+            EXPECT_EQ(state(), work.after);
+            EXPECT_TRUE(store::Reclaim(space_->domain()).run());
+            EXPECT_EQ(state(), work.after);
+            restoreStart();
+        }
+        EXPECT_GT(settledBefore, 3) << work.name;
+        EXPECT_GT(settledAfter, 1) << work.name;
+        restoreStart();
+    }
+}
+
+/// The maker dies when it wakes, at any later step; what it published late never shows.
+TEST_F(LateChange, ThatNeverEndsHidesNothingAndHoldsNoName)
+{
+    const Work work = works()[6];
+    ASSERT_EQ(std::string(work.name), "superseding");
+    for (int n = 1;; ++n) {
+        bool stopped = false;
+        for (int more = 1; more < 40; ++more) {
+            SCOPED_TRACE("stopped at step " + std::to_string(n) + ", dead after " +
+                         std::to_string(more));
+            moveToOtherHost();
+            bool died = false;
+            host_->stopBefore(n, [&] {
+                settleHere();
+                host_->stopBefore(more, [&] {
+                    died = true;
+                    files_.stopAt(1);
+                });
+            });
+            const auto done = work.run(*this);
+            files_.stopAt(0);
+            stopped = died || host_->hasStopped();
+            ASSERT_TRUE(open());
+            const std::string shown = state();
+            EXPECT_TRUE(shown == work.before || shown == work.after) << shown;
+            EXPECT_TRUE(!done || shown == work.after);
+            settleHere();
+            EXPECT_EQ(state(), shown);
+            if (shown == work.before) {
+                EXPECT_TRUE(work.run(*this)) << "a name is held by what nobody sees";
+            }
+            EXPECT_EQ(state(), work.after);
+            EXPECT_TRUE(isSound());
+            restoreStart();
+            if (!died)
+                break;
+        }
+        if (!stopped || HasFailure())
+            break;
+    }
+}
+
+/// The one that settles sleeps, another one settles the rest, and new pieces take the names.
+TEST_F(LateChange, IsSettledByALateProcessThatTakesNothingOfWhatCameSince)
+{
+    for (const bool decided : {false, true}) {
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE((decided ? "done, step " : "undecided, step ") + std::to_string(n));
+            moveToOtherHost();
+            host_->dieDeciding(decided);
+            ASSERT_FALSE(works()[6].run(*this));
+            files_.stopAt(0);
+
+            moveToOtherHost();
+            host_->stopBefore(n, [&] {
+                auto here = store::Repository::open(blobs(), "test").value();
+                auto space = here->logOn("node", test::kPassword).value();
+                space->settleChanges();
+                std::swap(space, space_);
+                EXPECT_EQ(state(), decided ? " new newer (kept)" : " kept");
+                EXPECT_EQ(static_cast<bool>(works()[6].run(*this)), !decided);
+                if (decided) {
+                    EXPECT_TRUE(remove("new") && backUp("new", 'n', 3000) &&
+                                backUp("kept", 'k', 5000));
+                }
+                std::swap(space, space_);
+            });
+            space_->settleChanges();
+            const bool stopped = host_->hasStopped();
+            ASSERT_TRUE(open());
+            if (stopped) {
+                EXPECT_EQ(state(), decided ? " kept new newer (kept)" : " new newer (kept)");
+                EXPECT_TRUE(isSound());
+            }
+            restoreStart();
+            if (!stopped || HasFailure())
+                break;
+        }
+    }
+}
+
+TEST_F(LateChange, ANameThatOthersMayCountOnStaysWhenItsSyncFails)
+{
+    blob::DirectoryStore here("/r", files_);
+    AnotherHost files(files_);
+    blob::DirectoryStore there("/r", files);
+    const auto content = [&](const std::string &name) {
+        const auto found = blob::readWhole(here, name, 100);
+        return found ? std::string(textOf(*found)) : "";
+    };
+    const struct {
+        blob::Unsure unsure;
+        bool replaced; // meanwhile, by another one of that name
+        const char *left;
+    } cases[] = {{blob::Unsure::leave, false, "mine"},
+                 {blob::Unsure::takeBack, false, ""},
+                 {blob::Unsure::takeBack, true, "theirs"}};
+    for (const auto &one : cases) {
+        const std::string name = "packs/aa/" + std::to_string(&one - cases);
+        bool seen = false;
+        files.beforeSync = [&](const std::string &path) -> Result<void> {
+            if (path != "/r/packs/aa/")
+                return {};
+            if (!seen && one.replaced) {
+                EXPECT_TRUE(here.remove(name, **here.open(name)));
+                EXPECT_TRUE(blob::putWhole(here, name, viewOf("theirs")));
+            }
+            EXPECT_TRUE(seen || one.replaced || content(name) == "mine") << "others find it";
+            seen = true;
+            return Error{ErrorKind::io, "the disk said no"};
+        };
+        const auto writer = there.begin().value();
+        EXPECT_TRUE(writer->append(viewOf("mine")));
+        EXPECT_FALSE(writer->commit(name, one.unsure)) << "it may not survive";
+        EXPECT_TRUE(seen);
+        EXPECT_EQ(content(name), one.left);
+    }
+}
+
+} // namespace

@@ -1,0 +1,207 @@
+// Locks and claims between real processes: each wait ends and names the holder, and neither
+// outlives the process that has it, whatever that forked.
+#include "client/blob/directory_store.h"
+#include "client/config/node_keys.h"
+#include "tests/support/files.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <functional>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace
+{
+
+using namespace arca;
+using blob::DirectoryStore;
+
+/// A forked process; `work` writes a byte when it is where the test wants it.
+class Child
+{
+public:
+    explicit Child(const std::function<void(int told)> &work)
+    {
+        int ends[2] = {-1, -1};
+        if (pipe(ends) != 0)
+            throw std::runtime_error("pipe");
+        pid = fork();
+        if (pid == 0) {
+            close(ends[0]);
+            work(ends[1]);
+            _exit(0);
+        }
+        close(ends[1]);
+        told = ends[0];
+    }
+    Child(const Child &) = delete;
+    Child &operator=(const Child &) = delete;
+    ~Child()
+    {
+        close(told);
+        end(SIGKILL);
+    }
+    /// What the child told; empty when it ended first.
+    std::string hear() const
+    {
+        char said[32] = "";
+        const ssize_t got = read(told, said, sizeof said);
+        return {said, got > 0 ? static_cast<std::size_t>(got) : 0};
+    }
+    void end(int signal)
+    {
+        if (!ended_) {
+            kill(pid, signal);
+            waitpid(pid, nullptr, 0);
+        }
+        ended_ = true;
+    }
+
+    pid_t pid = -1;
+    int told = -1;
+
+private:
+    bool ended_ = false;
+};
+
+void tell(int told, const std::string &what)
+{
+    if (write(told, what.data(), what.size()) < 0)
+        _exit(1);
+}
+
+class LockTest : public testing::Test
+{
+protected:
+    std::unique_ptr<DirectoryStore> store()
+    {
+        return std::make_unique<DirectoryStore>(directory_.path().string(), blob::systemFiles(),
+                                                std::chrono::milliseconds(0));
+    }
+    keel::test::TempDir directory_;
+};
+
+TEST_F(LockTest, EveryWaitEndsAndNamesTheHolderUntilThatIsGone)
+{
+    const auto here = store();
+    for (const char *name : {"pieces/aa/1", "pieces/bb/1"})
+        ASSERT_TRUE(blob::putWhole(*here, name, viewOf("x")));
+    const auto remove = [&](const char *name) -> Result<void> {
+        ARCA_TRY(const auto opened, here->open(name));
+        return here->remove(name, *opened);
+    };
+    Child holder([&](int told) {
+        const auto own = store();
+        const auto changes = own->lock("change-aa", "removing pieces");
+        const auto removal = own->lock("remove-aa", "removing a blob");
+        tell(told, changes && removal ? "1" : "0");
+        for (;;)
+            pause();
+    });
+    ASSERT_EQ(holder.hear(), "1");
+    char host[256] = "";
+    ASSERT_EQ(gethostname(host, sizeof host - 1), 0);
+    for (const int signal : {0, SIGSTOP}) { // slow, and stopped
+        kill(holder.pid, signal);
+        const auto waited = here->lock("change-aa", "storing");
+        ASSERT_FALSE(waited);
+        EXPECT_EQ(waited.error().kind, ErrorKind::conflict);
+        for (const std::string &part : {"process " + std::to_string(holder.pid) + " on " + host,
+                                        std::string("removing pieces"), std::string(" since 20")})
+            EXPECT_NE(waited.error().text.find(part), std::string::npos) << waited.error().text;
+        EXPECT_FALSE(remove("pieces/aa/1"));
+    }
+    EXPECT_TRUE(remove("pieces/bb/1")) << "another node's removals wait for nobody";
+    holder.end(SIGKILL);
+    EXPECT_TRUE(here->lock("change-aa", "storing"));
+    EXPECT_TRUE(remove("pieces/aa/1"));
+}
+
+TEST_F(LockTest, AForkedChildKeepsNeitherLocksNorClaimsOfItsDeadParent)
+{
+    Child parent([&](int told) {
+        const auto own = store();
+        const auto claim = own->begin();
+        const auto lock = own->lock("change-aa", "removing pieces");
+        const pid_t child = fork();
+        if (child == 0)
+            for (;;)
+                pause();
+        tell(told, lock && claim ? std::to_string(child) : "-");
+        for (;;)
+            pause();
+    });
+    const std::string child = parent.hear();
+    ASSERT_NE(child, "-");
+    const auto here = store();
+    EXPECT_EQ(here->livingWriters()->size(), 1U);
+    EXPECT_FALSE(*here->tryLock("change-aa", "")) << "the child's closing left it to the parent";
+    parent.end(SIGKILL);
+    EXPECT_EQ(kill(std::stoi(child), 0), 0) << "the child lives";
+    EXPECT_TRUE(here->livingWriters()->empty());
+    EXPECT_TRUE(*here->tryLock("change-aa", ""));
+    EXPECT_TRUE(here->removeLeftovers());
+    EXPECT_TRUE(std::filesystem::is_empty(directory_ / "tmp"));
+    kill(std::stoi(child), SIGKILL);
+}
+
+/// Steps of a registration over a register that is a variable.
+config::NodeKeys::Introduction stepsOver(std::string &registered, const char *password,
+                                         const std::function<void()> &whileMaking)
+{
+    return {[&] { return Result<bool>(!registered.empty()); },
+            [&](const std::string &kept) {
+                return kept == registered ? Result<void>()
+                                          : Error{ErrorKind::authentication, "another password"};
+            },
+            [password, whileMaking] {
+                whileMaking();
+                return Result<std::string>(password);
+            },
+            [&](const std::string &kept) -> Result<void> {
+                if (!registered.empty())
+                    return Error{ErrorKind::exists, "registered already"};
+                registered = kept;
+                return {};
+            }};
+}
+
+TEST_F(LockTest, OfTwoRegistrationsAtOnceTheLoserKeepsNoPasswordOfItsOwn)
+{
+    const std::string uuid(32, 'u'), mine(64, 'm'), theirs(64, 't');
+    const auto any = [](const std::string &) { return Result<void>(); };
+    const config::NodeKeys here((directory_ / "here.opt").string());
+    {
+        SCOPED_TRACE("on two hosts");
+        const config::NodeKeys there((directory_ / "there.opt").string());
+        std::string registered;
+        const auto lost =
+            here.introduce(uuid, "node", stepsOver(registered, mine.c_str(), [&] {
+                               EXPECT_TRUE(*there.introduce(
+                                   uuid, "node", stepsOver(registered, theirs.c_str(), [] {})));
+                           }));
+        ASSERT_FALSE(lost);
+        EXPECT_EQ(lost.error().kind, ErrorKind::exists);
+        EXPECT_EQ(registered, theirs);
+        EXPECT_EQ(*there.find(uuid, "node", any), theirs);
+        EXPECT_FALSE(here.find(uuid, "node", any));
+    }
+    SCOPED_TRACE("on one host");
+    std::string registered;
+    Result<bool> second = true;
+    std::thread other;
+    const auto first = here.introduce(
+        uuid, "node", stepsOver(registered, mine.c_str(), [&] {
+            other = std::thread([&] {
+                second = here.introduce(uuid, "node", stepsOver(registered, theirs.c_str(), [] {}));
+            });
+        }));
+    other.join();
+    EXPECT_TRUE(first && *first);
+    EXPECT_TRUE(second && !*second);
+    EXPECT_EQ(*here.find(uuid, "node", any), mine);
+}
+
+} // namespace
