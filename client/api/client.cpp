@@ -4,6 +4,8 @@
 #include "client/api/local_log.h"
 #include "keel_paths.h"
 
+#include <unistd.h>
+
 namespace arca::api
 {
 
@@ -16,8 +18,26 @@ Client &Client::instance()
 {
     // Never destroyed: the host may still call while it exits, and an exit handler of ours is not
     // wanted in it.
-    static Client *const client = new Client;
-    return *client;
+    static std::atomic<Client *> client = nullptr;
+    Client *known = client.load();
+    while (known == nullptr || known->process_ != getpid()) {
+        // A forked child has none of the threads of its parent's sessions, and their mutexes are as
+        // they were in that moment. It leaves all that untouched, and knows no session.
+        auto *const fresh = new Client(known);
+        if (client.compare_exchange_strong(known, fresh))
+            return *fresh;
+        delete fresh;
+    }
+    return *known;
+}
+
+Client::Client(Client *parents)
+    : process_(getpid()), lastHandle_(parents == nullptr ? 0 : parents->lastHandle_.load())
+{
+    // Unless a thread of the parent was in the middle of it.
+    if (parents != nullptr)
+        if (const std::unique_lock whole(parents->mutex_, std::try_to_lock); whole)
+            setUp_ = parents->setUp_;
 }
 
 void Client::setUp(SetUp setUp)
@@ -53,11 +73,13 @@ hoxHandle_t Client::add(std::shared_ptr<Session> session)
     constexpr hoxHandle_t kHighest = 0x7fffffff;
     const std::lock_guard hold(mutex_);
     // Counting on, so that the handle of an ended session stays dead for a long time.
+    hoxHandle_t handle = lastHandle_;
     do
-        lastHandle_ = lastHandle_ == kHighest ? 1 : lastHandle_ + 1;
-    while (sessions_.contains(lastHandle_));
-    sessions_.emplace(lastHandle_, std::move(session));
-    return lastHandle_;
+        handle = handle == kHighest ? 1 : handle + 1;
+    while (sessions_.contains(handle));
+    sessions_.emplace(handle, std::move(session));
+    lastHandle_ = handle;
+    return handle;
 }
 
 Answer<std::shared_ptr<Session>> Client::find(hoxHandle_t handle)

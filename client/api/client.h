@@ -4,8 +4,10 @@
 
 #include "client/api/session.h"
 
+#include <atomic>
 #include <map>
 #include <memory>
+#include <sys/types.h>
 
 namespace arca::api
 {
@@ -21,6 +23,9 @@ struct SetUp {
 class Client
 {
 public:
+    /// This process's. A child that was forked gets one of its own, set up as that was, with no
+    /// session: a handle of its parent's answers HOX_RC_BAD_HANDLE there, and what it stood for is
+    /// left to the parent, without a thread being joined or a file being touched.
     static Client &instance();
 
     /// Ends every session of an earlier set-up first.
@@ -39,12 +44,16 @@ public:
     bool logLocally(const std::string &text);
 
 private:
-    Client() = default;
+    /// Handles count on behind those of the parent, which must stay dead in a child.
+    /// `parents`: that of the process this one was forked from, or null.
+    explicit Client(Client *parents);
+
+    const pid_t process_;
 
     std::mutex mutex_; // never held while a session's mutex is waited for
     std::optional<SetUp> setUp_;
     std::map<hoxHandle_t, std::shared_ptr<Session>> sessions_;
-    hoxHandle_t lastHandle_ = 0;
+    std::atomic<hoxHandle_t> lastHandle_; // written under mutex_; a child reads it without
 };
 
 /// Aborts what is open and publishes the log. The session answers HOX_RC_BAD_HANDLE afterwards.

@@ -34,6 +34,8 @@
  * THREADS
  *   One session is used by one thread at a time; different sessions may be used by different
  *   threads at the same time. hoxSetUp and hoxCleanUp must not run beside any other operation.
+ *   In a forked child the handles of its parent return HOX_RC_BAD_HANDLE and do nothing; what they
+ *   stand for, its files, locks and threads, stays the parent's. The child may start sessions.
  *
  * OWNERSHIP
  *   Whoever allocates frees. The library keeps no pointer that it was given beyond the call
