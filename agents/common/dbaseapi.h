@@ -52,6 +52,9 @@ public:
     virtual int Init(DBaseApiStatus *status, int *rc) = 0;
     virtual int Term(DBaseApiStatus *status) = 0;
 
+    /// False for a binding that must not call the client, whatever is loaded.
+    [[nodiscard]] bool usable() const { return usable_; }
+
     [[nodiscard]] virtual const char *GetApiName() const { return apiName_; }
 
     /// A null status is allowed everywhere and is not kept.
@@ -59,6 +62,9 @@ public:
     void EndApiCall(DBaseApiStatus *status);
     static void EndApiCall(DBaseApiStatus *status, const char *name);
     void LogApiStatus(DBaseApiStatus *status);
+
+protected:
+    bool usable_ = true;
 
 private:
     char apiName_[64];

@@ -4,17 +4,30 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "agents/common/callpin.h"
 #include "agents/common/unx/sun/dhoxapidl.h"
 #include "common/cu/cu64.h"
 #include "common/string/ststring.h"
 
 DHoxApi *gHoxApiObjP = nullptr;
-DHoxApiStatus *HoxApiStatusObjP = nullptr;
+std::atomic<DHoxApiStatus *> HoxApiStatusObjP{nullptr};
+
+namespace
+{
+
+// The table of operations is class-wide: this binding does not look at it.
+class NothingLoaded : public DHoxApiDL
+{
+public:
+    NothingLoaded() { usable_ = false; }
+};
+
+} // namespace
 
 DHoxApi &hoxApi()
 {
-    static DHoxApiDL nothingLoaded;
-    return gHoxApiObjP != nullptr ? *gHoxApiObjP : nothingLoaded;
+    static NothingLoaded nothingLoaded;
+    return !callShutOut() && gHoxApiObjP != nullptr ? *gHoxApiObjP : nothingLoaded;
 }
 
 DHoxApi::DHoxApi(const char *apiName) : DHoxApi(apiName, "", "", nullptr) {}
@@ -38,7 +51,7 @@ void DHoxApi::ClearPointers()
 
 bool DHoxApi::IsLoaded()
 {
-    return m_fnhoxSetUpP != nullptr;
+    return !callShutOut() && m_fnhoxSetUpP != nullptr;
 }
 
 bool DHoxApi::IsSetUp()

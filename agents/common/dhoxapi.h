@@ -4,6 +4,8 @@
 #ifndef KEEL_AGENTS_COMMON_DHOXAPI_H
 #define KEEL_AGENTS_COMMON_DHOXAPI_H
 
+#include <atomic>
+
 #include "agents/common/dhoxcalls.h"
 
 /// The status object of the storage client; nothing but the accumulated times.
@@ -178,9 +180,10 @@ bool CopyApiQryRespBackupData(const qryRespBackupData &from, dhoxBackupObject_t 
 /// The process's binding and its status, null while nothing is initialised. Owned by the
 /// initialisation.
 extern DHoxApi *gHoxApiObjP;
-extern DHoxApiStatus *HoxApiStatusObjP;
+extern std::atomic<DHoxApiStatus *> HoxApiStatusObjP;
 
-/// The binding to call through: gHoxApiObjP, else one that has nothing loaded.
+/// The binding to call through: gHoxApiObjP, else one that answers DHOX_NOT_LOADED to everything;
+/// that one, too, in a call that is shut out.
 DHoxApi &hoxApi();
 
 #endif

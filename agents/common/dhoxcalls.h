@@ -35,14 +35,15 @@ public:
     Result operator()([[maybe_unused]] DBaseApiStatus *status, Formal... arguments) const
     {
         KEEL_TRACE(TR_API, "Enter %s\n", name_);
+        const Pointer operation = api_.usable() ? operation_ : nullptr;
         if constexpr (std::is_void_v<Result>) { // short and without a server: not timed
-            if (operation_ != nullptr) {
-                operation_(arguments...);
+            if (operation != nullptr) {
+                operation(arguments...);
             }
             KEEL_TRACE(TR_API, "Exit %s\n", name_);
         } else {
             DBaseApi::StartApiCall(status);
-            const Result rc = operation_ != nullptr ? operation_(arguments...) : DHOX_NOT_LOADED;
+            const Result rc = operation != nullptr ? operation(arguments...) : DHOX_NOT_LOADED;
             api_.EndApiCall(status);
             KEEL_TRACE(TR_API, "Exit %s, rc = %d\n", name_, static_cast<int>(rc));
             return rc;

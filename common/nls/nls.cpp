@@ -143,6 +143,12 @@ void destroyNlsGlobalObject() noexcept
     globalObject = nullptr;
 }
 
+void nlsForgetGlobalObject() noexcept
+{
+    psMutexGuard guard(reposLock);
+    globalObject = nullptr;
+}
+
 nlsObject_t *getNlsGlobalObjectHandle() noexcept
 {
     psMutexGuard guard(reposLock);

@@ -55,6 +55,8 @@ constexpr int NLS_PROVISIONAL_START = 1;
 /// there is no memory.
 nlsObject_t *newNlsGlobalObject(const nlsOutputFns *fns, int flags) noexcept;
 void destroyNlsGlobalObject() noexcept;
+/// In a forked child: gives the object up as it is, without touching or freeing it.
+void nlsForgetGlobalObject() noexcept;
 nlsObject_t *getNlsGlobalObjectHandle() noexcept;
 
 /// Replaces the error routine of the message object, if there is one; null brings back the default.

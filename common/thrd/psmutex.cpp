@@ -3,10 +3,12 @@
 
 #include <cerrno>
 #include <ctime>
+#include <new>
+#include <sched.h>
+#include <unistd.h>
 
 #if defined(__linux__)
 #include <sys/syscall.h>
-#include <unistd.h>
 #endif
 
 namespace
@@ -16,8 +18,36 @@ namespace
 thread_local char ownerTag;
 } // namespace
 
+int psProcessMark::own() noexcept
+{
+    return static_cast<int>(getpid());
+}
+
+// False when nothing has to be renewed, or another thread has done it. A mark that the fork caught
+// in the middle is the negative of another process.
+bool psProcessMark::claim(int self) noexcept
+{
+    int seen = process.load(std::memory_order_acquire);
+    while (seen != self) {
+        if (seen == -self) {
+            sched_yield();
+            seen = process.load(std::memory_order_acquire);
+        } else if (process.compare_exchange_weak(seen, -self, std::memory_order_acq_rel)) {
+            return seen != 0;
+        }
+    }
+    return false;
+}
+
 int psMutex_t::lock(int wait) noexcept
 {
+    mark.adopt([this] {
+        if (owner.load(std::memory_order_relaxed) != &ownerTag) {
+            owner.store(nullptr, std::memory_order_relaxed);
+            depth = 0;
+            new (&mutex) pthread_mutex_t PTHREAD_MUTEX_INITIALIZER;
+        }
+    });
     if (owner.load(std::memory_order_relaxed) == &ownerTag) {
         ++depth;
         return 0;
@@ -40,10 +70,16 @@ int psMutex_t::unlock() noexcept
     return pthread_mutex_unlock(&mutex);
 }
 
+void psCondition_t::adopt() noexcept
+{
+    mark.adopt([this] { new (&condition) pthread_cond_t PTHREAD_COND_INITIALIZER; });
+}
+
 int psCondition_t::waitUntil(psMutex_t &held, const timespec *until) noexcept
 {
     if (held.owner.load(std::memory_order_relaxed) != &ownerTag)
         return EPERM;
+    adopt();
     const unsigned depth = held.depth;
     held.owner.store(nullptr, std::memory_order_relaxed);
     const int rc = until == nullptr ? pthread_cond_wait(&condition, &held.mutex)
@@ -73,11 +109,13 @@ int psCondition_t::waitFor(psMutex_t &held, unsigned milliseconds) noexcept
 
 void psCondition_t::signal() noexcept
 {
+    adopt();
     pthread_cond_signal(&condition);
 }
 
 void psCondition_t::broadcast() noexcept
 {
+    adopt();
     pthread_cond_broadcast(&condition);
 }
 

@@ -3,13 +3,41 @@
 // Objects of these classes may be static: they are ready without any code running at load time and
 // need none at unload time, because the library comes and goes inside a foreign process. The
 // recursion is counted here and not by the system's mutex, so that a condition can be waited for
-// while the mutex is held more than once.
+// while the mutex is held more than once. A lock that another thread held at a fork is free in the
+// child; one that the forking thread held stays its own. What such a lock guards may be half
+// changed in the child.
 #ifndef KEEL_COMMON_THRD_PSMUTEX_H
 #define KEEL_COMMON_THRD_PSMUTEX_H
 
 #include <atomic>
 #include <cstdint>
 #include <pthread.h>
+
+/// Which process a lock is of. A forked child inherits the lock as it was: held, perhaps, by a
+/// thread that the child does not have.
+class psProcessMark
+{
+public:
+    constexpr psProcessMark() noexcept = default;
+
+    /// Calls renew once, in the first thread of a forked child that comes here, before any other
+    /// gets past. In the process that begins with the lock it is never called.
+    template <class Renew> void adopt(Renew renew) noexcept
+    {
+        const int self = own();
+        if (process.load(std::memory_order_acquire) == self)
+            return;
+        if (claim(self))
+            renew();
+        process.store(self, std::memory_order_release);
+    }
+
+private:
+    static int own() noexcept;
+    bool claim(int self) noexcept;
+
+    std::atomic<int> process{0}; // its negative while it renews
+};
 
 class psMutex_t
 {
@@ -26,6 +54,7 @@ public:
 private:
     friend class psCondition_t;
 
+    psProcessMark mark;
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
     std::atomic<const void *> owner{nullptr}; // written by the holder only
     unsigned depth = 0;                       // guarded by the mutex itself
@@ -63,6 +92,9 @@ public:
 private:
     int waitUntil(psMutex_t &mutex, const timespec *until) noexcept;
 
+    void adopt() noexcept;
+
+    psProcessMark mark;
     pthread_cond_t condition = PTHREAD_COND_INITIALIZER;
 };
 

@@ -210,6 +210,16 @@ void trEnd() noexcept
     segmentSize = 0;
 }
 
+void trForget() noexcept
+{
+    psMutexGuard guard(traceMutex);
+    trMask = 0;
+    traceFile.forget();
+    begun = false;
+    maximum = 0;
+    segmentSize = 0;
+}
+
 bool trActive() noexcept
 {
     psMutexGuard guard(traceMutex);

@@ -50,6 +50,10 @@ unsigned trBegin(const char *fileName, int writeBegun) noexcept;
 /// Ends the trace, closes its file and forgets every class and size.
 void trEnd() noexcept;
 
+/// The same in a forked child, where another thread of the parent may have been in the middle of a
+/// line: the file is left open, as its state cannot be trusted.
+void trForget() noexcept;
+
 /// True while lines go somewhere.
 bool trActive() noexcept;
 

@@ -97,3 +97,10 @@ void traceFile_t::close() noexcept
     descriptor = -1;
     kind = Kind::none;
 }
+
+void traceFile_t::forget() noexcept
+{
+    wrapping.forget();
+    descriptor = -1;
+    kind = Kind::none;
+}

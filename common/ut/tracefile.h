@@ -24,6 +24,8 @@ public:
     /// a terminator; both may be written there. False when it could not be written whole.
     bool write(char *line, std::size_t length) noexcept;
     void close() noexcept;
+    /// As close, but what is open stays open.
+    void forget() noexcept;
 
 private:
     enum class Kind { none, plain, stream, console, wrapping };

@@ -42,6 +42,7 @@ public:
     /// Writes the line, which the caller has followed by traceEndMarker: length counts both.
     bool write(const char *line, std::size_t length) noexcept;
     void close() noexcept;
+    void forget() noexcept { descriptor = -1; }
 
 private:
     bool openSegment(unsigned number) noexcept;

@@ -100,7 +100,8 @@ TEST_F(SituationTest, APieceIsSent)
     const char *const whole = SENDING "SendData SendData " STORED;
     const std::vector<Situation> table = {
         {"", "", "6", "", "", whole},
-        {"InitEx:1=-50 InitEx:2=-50", "", "6", "", "", std::string("InitEx InitEx ") + whole},
+        {"InitEx:1=-50 InitEx:2=-50", "", "6", "", "",
+         std::string(whole).insert(0, "InitEx InitEx ")},
         {"InitEx:1=-50 InitEx:2=-50 InitEx:3=-50 InitEx:4=-50 InitEx:5=-50", "sbtbackup 7501", "1",
          "RBS-050E Server", "sbtbackup(): Exit - veloSession() failed. hoxHandle = 0, rc = -50",
          "InitEx InitEx InitEx InitEx InitEx"},

@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 namespace
@@ -31,6 +34,32 @@ TEST(Mutex, IsRecursiveAndOnlyItsHolderLetsGo)
     EXPECT_EQ(mutex.unlock(), 0);
     EXPECT_EQ(mutex.unlock(), EPERM);
     EXPECT_EQ(other(), std::pair(0, 0));
+}
+
+TEST(Mutex, IsFreeInAForkedChildThatLacksItsHolder)
+{
+    static psMutex_t theirs, ours;
+    std::atomic<int> step{0};
+    std::thread holder([&] {
+        psMutexGuard guard(theirs);
+        for (step = 1; step != 2;)
+            std::this_thread::yield();
+    });
+    while (step != 1)
+        std::this_thread::yield();
+    psMutexGuard guard(ours);
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        const bool free = theirs.lock() == 0 && theirs.unlock() == 0 && theirs.lock(0) == 0;
+        const bool kept = ours.unlock() == 0 && ours.unlock() == EPERM && ours.lock(0) == 0;
+        _exit(free && kept ? 0 : 1);
+    }
+    step = 2;
+    holder.join();
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(Condition, GivesUpARecursivelyHeldMutexAndTakesItBack)

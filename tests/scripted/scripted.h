@@ -10,6 +10,7 @@
 #define KEEL_TESTS_SCRIPTED_SCRIPTED_H
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -39,6 +40,11 @@ public:
     /// The same in one line: "EndTxn:1=2302/2113 LogEventEx:*=2041" is the operation, which call of
     /// it (a star: every one), its code and its reason.
     void script(const std::string &rules);
+
+    /// What happens inside the calls of an operation, in the thread that calls, before the call is
+    /// noted: a test blocks there. Other threads may call other operations meanwhile.
+    std::string during;
+    std::function<void()> happens;
 
     /// The calls made so far, one line each: the operation, then " field=value" in a fixed order.
     /// Look-ups of message texts are left out: how often a text is fetched is nobody's concern.

@@ -28,6 +28,8 @@ void ScriptedClient::script(const std::string &rules)
 ScriptedClient::Answer ScriptedClient::called(const std::string &operation,
                                               const std::string &fields)
 {
+    if (operation == during && happens)
+        happens();
     calls.push_back(fields.empty() ? operation : operation + " " + fields);
     Answer answer{false, 0, 0};
     for (Rule &rule : rules_) {

@@ -90,7 +90,8 @@ private:
     char exit_[kExitSize]; // set only with worded_
 };
 
-class EntryScope : public TraceScope
+/// The pin is the first base: it outlives the exit line.
+class EntryScope : private CallPin, public TraceScope
 {
 public:
     explicit EntryScope(const char *name, const char *databaseEnter = "Enter\n",

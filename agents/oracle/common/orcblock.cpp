@@ -40,7 +40,7 @@ bool allocateScratch(orcBlock_t &entry)
 
 std::int16_t indexOf(std::uint32_t blockId)
 {
-    if (pOrcBlock != nullptr) {
+    if (pOrcBlock != nullptr && !callShutOut()) {
         for (std::int32_t i = 0; i < arraySize; ++i) {
             if (pOrcBlock[i].BlockID == blockId) {
                 return static_cast<std::int16_t>(i);

@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "agents/common/callpin.h"
 #include "common/thrd/psmutex.h"
 
 enum rmantrclass {
@@ -113,7 +114,7 @@ extern RMANTrace *rmanTrcClass;
 
 inline bool rmanTraceOn(rmantrclass cls)
 {
-    return rmanTrcClass != nullptr && rmanTrcClass->on(cls);
+    return !callShutOut() && rmanTrcClass != nullptr && rmanTrcClass->on(cls);
 }
 
 #define RMAN_TRACE(cls, ...)                                                                       \

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "agents/common/callpin.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/orcobj.h"
 #include "agents/oracle/common/veloinit.h"
@@ -120,6 +121,7 @@ int sbtinit(sbtInitError *error, const sbtPair *initIn, sbtPair **initOut)
         return fail(error, rc);
     }
 
+    const CallPin pin;
     // The agent trace begins with the options, so this is the first line that can be written.
     TraceScope scope("sbtinit()");
     std::snprintf(veloDesc, sizeof veloDesc, "%s: version %d.%d.%d.%d", "Keel for Oracle", 7, 1, 3,

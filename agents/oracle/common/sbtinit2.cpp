@@ -1,6 +1,7 @@
 // sbtinit2: hands the context over to the database's memory and starts the database trace.
 #include <cstring>
 
+#include "agents/common/callpin.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/errorlog.h"
 #include "agents/oracle/common/orcblock.h"
@@ -63,6 +64,7 @@ void startDatabaseTrace()
 
 int sbtinit2(void *context, unsigned long /*flags*/, const sbtPair *init2In)
 {
+    const CallPin pin;
     TraceScope scope(kName);
     auto *ctx = static_cast<orcObj_t *>(context);
     if (ctx == nullptr) {

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "agents/common/callpin.h"
 #include "agents/common/dbaseapi.h"
 #include "agents/oracle/common/backup.h"
 #include "agents/oracle/common/callscope.h"
@@ -36,7 +37,8 @@ void veloOpenTestData(orcObj_t *ctx, const char *pieceName, const char *suffix)
 
 void veloWriteTestData(orcObj_t *ctx, const void *data, std::size_t size)
 {
-    if (ctx->testDataFile != nullptr) {
+    // A forked child shares the file with the parent, whose piece it is.
+    if (ctx->testDataFile != nullptr && !callShutOut()) {
         const psWriteGuard guard;
         std::fwrite(data, 1, size, ctx->testDataFile);
     }

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <new>
 
+#include "agents/common/callpin.h"
 #include "agents/common/unx/sun/dhoxapidl.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/errorlog.h"
@@ -66,9 +67,23 @@ std::uint16_t openFirstCatalogue()
     return ORC_RC_OK;
 }
 
+std::uint16_t failTable(const TraceScope &scope, std::uint16_t rc)
+{
+    char line[128];
+    std::snprintf(line, sizeof line, " %s: Error - Could not initialize InitOrcBlock()",
+                  scope.name());
+    psNonNlsErrorMsg(line);
+    return rc;
+}
+
 // What only the first channel of a process makes, before the options are known.
 std::uint16_t makeProcessObjects(const TraceScope &scope)
 {
+    if (pOrcBlock != nullptr) {
+        // A channel that has not ended, or calls that are still inside after its release: the
+        // objects are in use.
+        return failTable(scope, InitOrcBlock());
+    }
     nlsOutputFns outputs{};
     outputs.error = veloFirstErrorRoutine;
     outputs.console = writeToConsole;
@@ -87,11 +102,7 @@ std::uint16_t makeProcessObjects(const TraceScope &scope)
         return ORC_RC_NO_MEMORY;
     }
     if (const std::uint16_t rc = InitOrcBlock(); rc != ORC_RC_OK) {
-        char line[128];
-        std::snprintf(line, sizeof line, " %s: Error - Could not initialize InitOrcBlock()",
-                      scope.name());
-        psNonNlsErrorMsg(line);
-        return rc;
+        return failTable(scope, rc);
     }
     return ORC_RC_OK;
 }
@@ -113,11 +124,13 @@ std::uint16_t adoptSettings(const orcObj_t *ctx, const TraceScope &scope)
 
 std::uint16_t loadStorageClient()
 {
-    delete gHoxApiObjP;
-    delete HoxApiStatusObjP;
+    // The status lives as long as the library: a call that is shut out may be reading the pointer.
+    static DHoxApiStatus status;
+    status.totalTime = 0;
+    status.calls = 0;
     gHoxApiObjP = new (std::nothrow) DHoxApiDL;
-    HoxApiStatusObjP = new (std::nothrow) DHoxApiStatus;
-    if (gHoxApiObjP == nullptr || HoxApiStatusObjP == nullptr) {
+    HoxApiStatusObjP = &status;
+    if (gHoxApiObjP == nullptr) {
         veloReportNoMemory(nullptr);
         return ORC_RC_NO_MEMORY;
     }
@@ -208,6 +221,7 @@ std::uint16_t initialise(orcObj_t *ctx, TraceScope &scope)
     }
     ++oracleThrdCtr;
     ORC_TRACE(2, " %s: Number of Oracle Threads = %d\n", scope.name(), oracleThrdCtr);
+    callPinOpen();
     return ORC_RC_OK;
 }
 
@@ -216,8 +230,8 @@ void releaseProcessObjects()
 {
     // Not bHoxSetUp: a second sbtinit has reset it over a client that is still set up, and a set-up
     // that failed at its last step never set it.
-    if (DHoxApi::IsSetUp()) {
-        hoxApi().dhoxCleanUp(HoxApiStatusObjP, 1);
+    if (gHoxApiObjP != nullptr && DHoxApi::IsSetUp()) {
+        gHoxApiObjP->dhoxCleanUp(HoxApiStatusObjP, 1);
     }
     bHoxSetUp = false;
     if (bNlsSetUp) {
@@ -231,11 +245,35 @@ void releaseProcessObjects()
     }
     delete gHoxApiObjP;
     gHoxApiObjP = nullptr;
-    delete HoxApiStatusObjP;
     HoxApiStatusObjP = nullptr;
     FreeOrcBlock();
     ORC_TRACE_BOTH(1, RMANTR_FLOW, " sbtend(): Exit - OK   Last trace for this session\n");
     deleteTraces();
+}
+
+// The calls that were inside when the last channel ended have left.
+void releaseAfterLastCall()
+{
+    psMutexGuard lock(initMutex);
+    if (callPinTake()) {
+        releaseProcessObjects();
+    }
+}
+
+// In a forked child: what the parent made is left where it is, and nothing of it is touched again.
+void forgetParent()
+{
+    oracleThrdCtr = 0;
+    bHoxSetUp = false;
+    bNlsSetUp = false;
+    nlsForgetGlobalObject();
+    trForget();
+    keelTrcClass = nullptr;
+    rmanTrcClass = nullptr;
+    gHoxApiObjP = nullptr;
+    HoxApiStatusObjP = nullptr;
+    pOrcBlock = nullptr;
+    arraySize = 1;
 }
 
 } // namespace
@@ -243,6 +281,8 @@ void releaseProcessObjects()
 std::uint16_t veloInit()
 {
     psMutexGuard lock(initMutex);
+    callPinDuties({releaseAfterLastCall, forgetParent});
+    releaseAfterLastCall(); // one that has left and did not come to the lock yet
     orcObj_t ctx;
     std::uint16_t rc = ORC_RC_OK;
     {
@@ -271,7 +311,10 @@ void veloCleanUp(orcObj_t *ctx)
         --oracleThrdCtr;
     }
     if (oracleThrdCtr == 0) {
-        releaseProcessObjects();
+        if (callPinClose()) {
+            releaseProcessObjects();
+        }
+        callPinShutOutHere();
         return;
     }
     ORC_TRACE(2, " %s: Calling DelOrcBlock()\n", name);

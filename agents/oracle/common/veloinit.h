@@ -3,7 +3,9 @@
 // Process-wide resources (message catalogue, traces, storage client, context table) are made by the
 // first channel and released by the last. Every sbtinit resets the counter, so one live channel a
 // process is the working case; a second sbtinit before the first channel's sbtend fails and
-// releases everything, after which calls of the first channel fail cleanly.
+// releases everything, after which calls of the first channel fail cleanly. A call that is inside
+// meanwhile keeps what it uses alive until it ends, see agents/common/callpin.h; until then every
+// sbtinit fails in the same way. A forked child begins from nothing.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_VELOINIT_H
 #define KEEL_AGENTS_ORACLE_COMMON_VELOINIT_H
 

@@ -21,6 +21,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "agents/common/callpin.h"
 #include "agents/common/dhoxapi.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/errorlog.h"
@@ -303,6 +304,7 @@ std::uint16_t psveloWritePswdToFile(const char *directory, const char *path, con
 
 extern "C" std::uint16_t psveloUpdatePswd(char *password, orcObj_t *ctx)
 {
+    const CallPin pin;
     TraceScope scope("psveloUpdatePswd()");
     if (password == nullptr || ctx == nullptr) {
         veloReportNull(scope.name(), password == nullptr ? "password" : "ctx");

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include "agents/common/callpin.h"
 #include "agents/oracle/common/backup.h"
 #include "agents/oracle/common/veloinit.h"
 #include "agents/oracle/common/velooptions.h"
@@ -18,6 +19,7 @@ constexpr const char *kVeloDir = KEEL_CLIENT_ROOT "/oracle/bin64";
 
 int psveloInit()
 {
+    callPinCheckProcess();
     psMutexGuard lock(initMutex);
     oracleThrdCtr = 0;
     bHoxSetUp = false;

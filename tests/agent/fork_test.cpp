@@ -1,0 +1,76 @@
+// A host that forks while a piece is open: the child has the memory of the channel and none of its
+// threads.
+
+#include <atomic>
+#include <csignal>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "tests/agent/agent_fixture.h"
+
+namespace
+{
+
+class ForkTest : public RealAgentTest
+{
+protected:
+    /// The status of a child that does this, which ends it when it hangs.
+    template <class Work> int inChild(Work work)
+    {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(120);
+            _exit(work());
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        return status;
+    }
+};
+
+TEST_F(ForkTest, LeavesOpenPiecesToTheParent)
+{
+    installation.configureAgent(
+        {"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ALL", "VELO_TEST_FLAGS TEST_ORACLEDATA"});
+    openChannel(2);
+    const std::string data = keel::test::randomBytes(4096 * 60, 5);
+    ASSERT_EQ("", backUp("kept", data));
+    std::atomic<bool> done{false};
+    std::thread busy([&] { // in and out of every lock of the agent, at each fork
+        while (!done)
+            agent.sbtcommand(nullptr, 0, nullptr);
+    });
+    const auto forked = [this](const char *call) {
+        return inChild([&] {
+            std::string block(4096, 'c');
+            const bool refused = std::string(call) == "sbtwrite2"   ? !write(block).empty()
+                                 : std::string(call) == "sbtread2"  ? !read(block).empty()
+                                 : std::string(call) == "sbtclose2" ? !close().empty()
+                                                                    : agent.sbtend(ctx, 0) == 0;
+            const bool told = call == std::string("sbtend") || !errorText().empty();
+            return refused && told && agent.sbtend(ctx, 0) == 0 ? 0 : 1;
+        });
+    };
+    ASSERT_EQ("", open("piece"));
+    for (std::size_t at = 0; at < data.size(); at += 4096) {
+        ASSERT_EQ("", write(data.substr(at, 4096)));
+        for (const char *call : {"sbtwrite2", "sbtclose2", "sbtend"})
+            EXPECT_EQ(0, at == std::size_t{4096} * 30 ? forked(call) : 0) << call;
+    }
+    EXPECT_EQ("", close());
+    std::string back, block;
+    ASSERT_EQ("", openRestore("piece"));
+    ASSERT_EQ("", read(back));
+    for (const char *call : {"sbtread2", "sbtclose2", "sbtend"})
+        EXPECT_EQ(0, forked(call)) << call;
+    while (read(block).empty())
+        back += block;
+    EXPECT_EQ("", close());
+    EXPECT_TRUE(back == data);
+    done = true;
+    busy.join();
+    EXPECT_TRUE(data == contents("piece.SEND")) << "the children have written nothing";
+}
+
+} // namespace
