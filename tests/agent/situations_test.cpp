@@ -331,8 +331,8 @@ TEST_F(SituationTest, PiecesAreRemoved)
          "sbtremove2(): Exit HOXGETNEXTQOBJ() failed, hoxHandle = 1, rc = 2102, Object Name = "
          "'/lumoorc//a', Owner = , Object State = 1",
          SESSION NOT_FOUND "L3 S3 EndQuery Terminate"},
-        {"GetNextQObj:5=2105", "sbtremove2 7501 a c", "6", "RBS2105E Server",
-         "sbtremove2(): Exit HOXGETNEXTQOBJ() failed, hoxHandle = 1, rc = 2105",
+        {"GetNextQObj:5=2102", "sbtremove2 7501 a c", "6", "RBS2102E Server",
+         "sbtremove2(): Exit HOXGETNEXTQOBJ() failed, hoxHandle = 1, rc = 2102",
          SESSION FOUND MISSING FOUND "L3 S3 EndQuery Terminate"},
         // One transaction for each object. One that does not begin, or ends badly, ends the call.
         {"BeginTxn:1=2104", "sbtremove2 7501 a c", "6", "RBS2104E Server",

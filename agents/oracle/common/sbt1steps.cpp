@@ -82,7 +82,10 @@ std::uint16_t queryObj(Sbt1Call &call, const char *fileName, dhoxBackupObject_t 
         ctx->objId = {cuHigh32(found->objId), cuLow32(found->objId)};
         return ORC_RC_OK;
     }
-    if (rc == HOX_RC_NO_MATCH || rc == HOX_RC_FS_UNKNOWN) {
+    // A damaged description is in nobody's way to write: the storage client sets it aside, or
+    // refuses that.
+    const bool setAside = rc == HOX_RC_REPOSITORY_DAMAGED && call.state() == ORC_STATE_BACKUP;
+    if (rc == HOX_RC_NO_MATCH || rc == HOX_RC_FS_UNKNOWN || setAside) {
         SCOPE_EXIT(scope, " %s: Exit - File Not Found (OK). hoxHandle = %d, rc = %d\n\n",
                    scope.name(), call.handle(), rc);
         return HOX_RC_NO_MATCH;
