@@ -1,12 +1,13 @@
-// Writing the local log. A record lock keeps other processes out but neither the threads of this
-// one (hence the mutex) nor a sibling descriptor of the same file (hence one write for the whole
-// line on an append-only descriptor, which the system does not tear apart either).
+// Writing the local log. A record lock, which is waited for no longer than a second, keeps other
+// processes out but neither the threads of this one (hence the mutex) nor a sibling descriptor of
+// the same file (hence one write for the whole line on an append-only descriptor, which the system
+// does not tear apart either).
 #include "client/api/local_log.h"
 
 #include "common/string/ststring.h"
+#include "common/unx/psfile.h"
 #include "common/unx/pswrite.h"
 
-#include <cerrno>
 #include <ctime>
 #include <fcntl.h>
 #include <mutex>
@@ -41,16 +42,14 @@ bool appendToLocalLog(const std::string &path, const std::string &text)
 {
     const std::string line = lineOf(text);
     const std::lock_guard hold(logMutex());
-    const int descriptor =
-        open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0600);
+    const int descriptor = psFileOpenDescriptor(path.c_str(), O_RDWR | O_APPEND | O_CREAT);
     if (descriptor < 0)
         return false;
-    int locked;
-    do
-        locked = lockf(descriptor, F_LOCK, 0);
-    while (locked != 0 && errno == EINTR);
-    // Under the lock nothing but a part of this line lies behind the old end of the file.
-    const bool written = locked == 0 && psAppendWhole(descriptor, line.data(), line.size());
+    // Under the lock nothing but a part of this line lies behind the old end of the file. Without
+    // it, because its holder does not give it back, what is cut cannot be taken back.
+    const bool written = psFileLock(descriptor) == 0
+                             ? psAppendWhole(descriptor, line.data(), line.size())
+                             : psWriteAll(descriptor, line.data(), line.size());
     close(descriptor); // gives the lock back
     return written;
 }

@@ -1,6 +1,8 @@
 // Digests by libcrypto and xxHash, both linked in and hidden; randomness by the kernel.
 #include "client/base/hash.h"
 
+#include "client/base/descriptor.h"
+
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
@@ -94,7 +96,7 @@ void wipe(std::string &text)
 
 static bool readFromDevice(std::span<std::byte> bytes)
 {
-    const int device = open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+    const int device = openAbove("/dev/urandom", O_RDONLY);
     if (device < 0)
         return false;
     std::size_t done = 0;

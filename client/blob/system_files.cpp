@@ -3,6 +3,7 @@
 #include "client/blob/file_layer.h"
 
 #include "client/blob/own_descriptor.h"
+#include "client/base/descriptor.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -395,8 +396,7 @@ public:
 
     Result<void> syncDirectory(const std::string &path) override
     {
-        const int descriptor =
-            retried([&] { return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); });
+        const int descriptor = openAbove(path.c_str(), O_RDONLY | O_DIRECTORY);
         if (descriptor < 0)
             return fromErrno(errno, "opening the directory", path);
         const int result = retried([&] { return fsync(descriptor); });
@@ -411,9 +411,15 @@ public:
     Result<void> list(const std::string &path,
                       const std::function<bool(const std::string &)> &visit) override
     {
-        const std::unique_ptr<DIR, int (*)(DIR *)> directory(opendir(path.c_str()), &closedir);
-        if (!directory)
+        const int descriptor = openAbove(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK);
+        if (descriptor < 0)
             return fromErrno(errno, "opening the directory", path);
+        const std::unique_ptr<DIR, int (*)(DIR *)> directory(fdopendir(descriptor), &closedir);
+        if (!directory) {
+            const int number = errno;
+            close(descriptor);
+            return fromErrno(number, "opening the directory", path);
+        }
         for (;;) {
             errno = 0;
             const dirent *entry = readdir(directory.get());
@@ -448,8 +454,7 @@ private:
     static Result<std::unique_ptr<File>> opened(const std::string &path, int flags,
                                                 const char *action)
     {
-        const int descriptor =
-            retried([&] { return ::open(path.c_str(), flags | O_CLOEXEC, 0600); });
+        const int descriptor = openAbove(path.c_str(), flags);
         if (descriptor < 0)
             return fromErrno(errno, action, path);
         auto file = std::make_unique<SystemFile>(descriptor, path);

@@ -1,0 +1,87 @@
+// Opening above the standard descriptors: see the header.
+#include "client/base/descriptor.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace arca
+{
+
+namespace
+{
+
+constexpr int kStandard = 3; // descriptors: 0, 1 and 2
+
+int openRetrying(const char *path, int flags, mode_t mode)
+{
+    int descriptor;
+    do
+        descriptor = ::open(path, flags, mode);
+    while (descriptor < 0 && errno == EINTR);
+    return descriptor;
+}
+
+bool isFree(int descriptor)
+{
+    return fcntl(descriptor, F_GETFD) < 0 && errno == EBADF;
+}
+
+/// Holds the free ones of the standard descriptors. To the host they behave as if they were closed:
+/// reading and writing fail.
+class HeldStandard
+{
+public:
+    HeldStandard()
+    {
+#ifdef O_PATH
+        constexpr int kNeither = O_PATH;
+#else
+        constexpr int kNeither = O_RDONLY; // a directory can be neither read nor written
+#endif
+        for (int number = 0; number < kStandard; ++number) {
+            if (!isFree(number))
+                continue;
+            const int held = openRetrying("/", kNeither | O_DIRECTORY | O_CLOEXEC, 0);
+            if (held >= kStandard)
+                (void)close(held); // another thread came first
+            else if (held >= 0)
+                held_[held] = true;
+        }
+    }
+    ~HeldStandard()
+    {
+        const int number = errno;
+        for (int i = 0; i < kStandard; ++i)
+            if (held_[i])
+                (void)close(i);
+        errno = number;
+    }
+    HeldStandard(const HeldStandard &) = delete;
+    HeldStandard &operator=(const HeldStandard &) = delete;
+
+private:
+    bool held_[kStandard] = {};
+};
+
+} // namespace
+
+int moveAbove(int descriptor)
+{
+    if (descriptor < 0 || descriptor >= kStandard)
+        return descriptor;
+    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, kStandard);
+    const int number = errno;
+    (void)close(descriptor);
+    errno = number;
+    return moved;
+}
+
+int openAbove(const char *path, int flags, mode_t mode)
+{
+    const HeldStandard held;
+    // Another thread may have let go of what it held for itself.
+    return moveAbove(openRetrying(path, flags | O_CLOEXEC | O_NOCTTY, mode));
+}
+
+} // namespace arca
