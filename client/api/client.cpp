@@ -45,6 +45,7 @@ void Client::setUp(SetUp setUp)
     cleanUp();
     const std::lock_guard hold(mutex_);
     setUp_ = std::move(setUp);
+    warned_.clear();
 }
 
 void Client::cleanUp()
@@ -111,6 +112,17 @@ bool Client::logLocally(const std::string &text)
             path = setUp_->localLog;
     }
     return !path.empty() && appendToLocalLog(path, text);
+}
+
+void Client::warnOnce(const std::string &text)
+{
+    {
+        const std::lock_guard hold(mutex_);
+        if (warned_ == text)
+            return;
+        warned_ = text;
+    }
+    (void)logLocally("Warning: " + text);
 }
 
 void poisonOpenTransaction(Session &session, std::int16_t code) noexcept

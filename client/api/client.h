@@ -42,6 +42,9 @@ public:
 
     /// A line for the local log, as far as one is known and can be written.
     bool logLocally(const std::string &text);
+    /// A line for the local log, unless it was the last one that was written this way since the
+    /// set-up.
+    void warnOnce(const std::string &text);
 
 private:
     /// Handles count on behind those of the parent, which must stay dead in a child.
@@ -52,6 +55,7 @@ private:
 
     std::mutex mutex_; // never held while a session's mutex is waited for
     std::optional<SetUp> setUp_;
+    std::string warned_;
     std::map<hoxHandle_t, std::shared_ptr<Session>> sessions_;
     std::atomic<hoxHandle_t> lastHandle_; // written under mutex_; a child reads it without
 };

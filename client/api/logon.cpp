@@ -5,6 +5,7 @@
 #include "client/api/query_options.h"
 #include "client/api/records.h"
 #include "client/base/text.h"
+#include "client/config/cache_place.h"
 #include "client/config/node_keys.h"
 #include "client/store/access.h"
 
@@ -124,6 +125,10 @@ Answer<hoxHandle_t> startSession(const Request &request)
 
     ARCA_TRY(auto repository, openRepository(options));
     ARCA_CHECK(expectRegistered(*repository, options, node));
+    repository->use(config::cacheFor(options, repository->uuid(), repository->shownName()));
+    if (const std::string &why = repository->cache().whyNone(); !why.empty())
+        Client::instance().warnOnce(why + "; backups go on, but find fewer duplicates and list "
+                                          "pieces more slowly");
     std::string password;
     const WipedAtEnd wiping(password);
     ARCA_TRY(store::NodeKeys keys, prove(request, options, *repository, node, password));

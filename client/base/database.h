@@ -1,6 +1,15 @@
-// A file of SQLite that holds nothing but what can be made again: it is opened or made, and thrown
-// away when it turns out to be damaged or somebody else's. No call fails but by answering that it
-// did not come about; the owner then does without. One thread at a time.
+// A file of SQLite that holds nothing but what can be made again. What is read from it may be
+// anything: it lies in a directory where other programs of the same user write. So it is opened
+// defensively, its schema must be ours to the letter, each statement may do only as much work as
+// the size of the file explains, and the owner discards it at the first doubt (isDoubtful()).
+//
+//   1. Nothing of it is mapped into memory, and there is no write-ahead log: a file that is cut
+//      while it is read gives an error, never a signal.
+//   2. Several processes may use one file. Each holds a shared lock on "<path>-lock" as long as it
+//      has the file open; only who has that lock alone removes the files.
+//   3. Nothing is synced: after a loss of power the file may be anything, see above.
+//
+// No call fails but by returning false; the owner then does without. One thread at a time.
 #ifndef KEEL_CLIENT_BASE_DATABASE_H
 #define KEEL_CLIENT_BASE_DATABASE_H
 
@@ -8,6 +17,7 @@
 
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -17,29 +27,40 @@ struct sqlite3_stmt;
 namespace arca
 {
 
+class Database;
+
 /// A prepared statement; empty when it could not be prepared. It must not outlive its database.
 class Statement
 {
 public:
     Statement() = default;
-    explicit Statement(sqlite3_stmt *made) : statement_(made) {}
     explicit operator bool() const { return statement_ != nullptr; }
     void reset() { statement_.reset(); }
 
 private:
+    friend class Database;
     friend class StatementUse;
+    Statement(Database *database, sqlite3_stmt *made) : database_(database), statement_(made) {}
     struct Finalise {
         void operator()(sqlite3_stmt *statement) const;
     };
+    Database *database_ = nullptr;
     std::unique_ptr<sqlite3_stmt, Finalise> statement_;
 };
 
-/// One run of a statement: bind, then step. It holds its locks no longer than it lives. Places and
-/// columns are counted from 1 and from 0, as in SQL. What is bound must live as long as the use.
+/// How much work a statement may do before the file counts as doubtful.
+enum class Work {
+    little, // some rows, found by a key
+    whole,  // as much as reading the whole file takes
+};
+
+/// One run of a statement: bind, then step. It holds its locks no longer than it lives. Places are
+/// counted from 1, columns from 0, as in SQL. What is bound must live as long as the use. A
+/// statement that is empty has no rows and no end.
 class StatementUse
 {
 public:
-    explicit StatementUse(const Statement &statement);
+    explicit StatementUse(const Statement &statement, Work work = Work::little);
     ~StatementUse();
     StatementUse(const StatementUse &) = delete;
     StatementUse &operator=(const StatementUse &) = delete;
@@ -48,21 +69,37 @@ public:
     void bind(int place, ByteView bytes);
     void bind(int place, std::string_view text);
 
-    /// Whether there is another row.
+    /// Returns true when there is another row, false at the end and on failure.
     bool row();
-    /// Whether it ran to its end.
+    /// Returns true when the statement ran to its end without a row.
     bool done();
-    /// After row() answered false: whether that was the end, and no failure.
-    bool atEnd() const { return atEnd_; }
+    /// After row() returned false: returns true when that was the end, and every value so far was
+    /// of the type that it was read as.
+    bool atEnd() const;
 
+    // A value of another type than asked for reads as 0 or empty, and makes the file doubtful.
     std::int64_t number(int column) const;
-    /// Until the next step.
+    /// Valid until the next step.
     ByteView bytes(int column) const;
     std::string text(int column) const;
 
 private:
+    bool isOf(int type, int column) const;
+
+    Database *database_;
     sqlite3_stmt *statement_;
     bool atEnd_ = false;
+};
+
+/// A row of the schema: `sql` as SQLite keeps it, "CREATE TABLE ..." without a semicolon; null for
+/// the index that a constraint makes.
+struct SchemaItem {
+    const char *type;
+    const char *name;
+    const char *table;
+    const char *sql;
+    /// Made by the owner later, with createLater().
+    bool later = false;
 };
 
 class Database
@@ -72,44 +109,67 @@ public:
     static constexpr const char *kInMemory = ":memory:";
     static constexpr const char *kTemporary = ""; // a file without a name, which goes by itself
 
-    /// Nothing is opened yet.
-    explicit Database(std::string path) : path_(std::move(path)) {}
+    /// Nothing is opened yet. `schema`, in the order in which its items are made, must outlive the
+    /// database.
+    Database(std::string path, std::span<const SchemaItem> schema)
+        : path_(std::move(path)), schema_(schema)
+    {
+    }
     ~Database() { close(); }
     Database(const Database &) = delete;
     Database &operator=(const Database &) = delete;
 
+    /// Opens the file; makes it, with mode 0600, when there is none or an empty one. Returns false
+    /// when that failed or the schema is another one; isDoubtful() tells whether discard() may
+    /// help.
     bool open();
     bool isOpen() const { return connection_ != nullptr; }
     /// Every statement must be gone.
     void close();
-    /// Closes it, and removes its files, unless somebody else has it open: false, and it stays.
-    /// Removing them under another would give its log to the next file of the name.
+    /// Closes it, and removes its files, unless another process or object has it open: then returns
+    /// false, and they stay. Every statement must be gone.
     bool discard();
-    /// Whether the last call found that the file is no database, or a damaged one.
-    bool isDamaged() const;
+    /// Returns true when something about the file was not as we leave it. What is read from it from
+    /// then on means nothing.
+    bool isDoubtful() const;
+    /// For an owner that finds something wrong with what it reads.
+    void doubt() { doubtful_ = true; }
 
     /// Statements without results.
-    bool run(const char *sql);
+    bool run(const char *sql, Work work = Work::little);
     Statement prepare(const char *sql);
+    /// Ends a transaction without its changes, if one is open.
+    void rollBack();
+    /// Makes the items of the schema that are marked as later and are not there.
+    bool createLater();
 
     /// Until the next call of this, `goOn` is asked every few hundred steps of a statement; false
-    /// ends that one, which then did not come about. Empty: nobody is asked.
-    void askWhileRunning(std::function<bool()> goOn);
+    /// ends that one, which then fails. Empty: nothing is asked.
+    void askWhileRunning(std::function<bool()> goOn) { goOn_ = std::move(goOn); }
 
 private:
+    friend class StatementUse;
     struct Close {
         void operator()(sqlite3 *connection) const;
     };
     bool isFile() const { return path_ != kInMemory && path_ != kTemporary; }
+    bool takeLock();
+    bool connect();
+    bool checkSchema();
+    bool makeSchema();
+    bool isSchema(bool &empty);
+    void allow(Work work);
+    bool goesOn();
+    bool noteOutcome(int code);
 
     const std::string path_;
+    const std::span<const SchemaItem> schema_;
     std::function<bool()> goOn_;
-    int lock_ = -1; ///< of the file beside it that whoever has it open holds a shared lock on
+    std::uint64_t stepsLeft_ = 0;
+    bool doubtful_ = false;
+    int lock_ = -1; ///< of the file beside it that every user holds a shared lock on
     std::unique_ptr<sqlite3, Close> connection_;
 };
-
-/// Makes the directory of a host's caches, and the one above it, if need be.
-void makeCacheDirectory(const std::string &path);
 
 } // namespace arca
 

@@ -109,10 +109,6 @@ public:
     virtual void keepReserve() = 0;
     /// Gives up a part of it; false when nothing is left. See withReserve().
     virtual bool giveUpReserve() = 0;
-
-    /// A directory of this host for what can be made again from the blobs; it need not exist.
-    /// Empty: there is none.
-    virtual std::string cacheDirectory() const = 0;
 };
 
 /// Does work that frees space in the end, and needs a little for that: as long as there is none, it

@@ -390,18 +390,6 @@ bool DirectoryStore::giveUpReserve()
     return false;
 }
 
-std::string DirectoryStore::cacheDirectory() const
-{
-    if (&files_ != &systemFiles())
-        return {};
-    char host[256] = "";
-    if (gethostname(host, sizeof host - 1) != 0 || host[0] == '\0')
-        return {};
-    std::string name = host;
-    std::replace(name.begin(), name.end(), '/', '_');
-    return root_ + "/cache/" + name;
-}
-
 /// Whoever frees space takes locks, so a full disk must not keep them away.
 Result<std::unique_ptr<File>> DirectoryStore::openLock(const std::string &name)
 {

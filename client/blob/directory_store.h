@@ -5,7 +5,7 @@
 //   ROOT/locks/<name>        a lock, and who holds it: "<process> <since> <host> <doing>"
 //   ROOT/locks/remove-<...>  held while a blob is removed, by the second component of its name
 //   ROOT/reserve/<n>         space kept back, which work that frees space gives up on a full disk
-//   ROOT/cache/<host>/       what a host can make again from the blobs
+//   ROOT/cache/              of an earlier release: what a host could make again; left alone
 //
 // A file in tmp that can be locked has no writer any more and is removed. Directories appear as
 // they are needed and are never removed.
@@ -52,8 +52,6 @@ public:
     /// Of the files in reserve/, those that are missing are made.
     void keepReserve() override;
     bool giveUpReserve() override;
-    /// ROOT/cache/HOST: a store may be mounted on several hosts.
-    std::string cacheDirectory() const override;
 
     /// Longer than any work under a lock takes as a rule; whoever is kept waiting for that long
     /// waits for a process that is stopped.

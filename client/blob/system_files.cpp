@@ -2,8 +2,8 @@
 // call leaves a descriptor that a program started by the host would inherit.
 #include "client/blob/file_layer.h"
 
-#include "client/blob/own_descriptor.h"
 #include "client/base/descriptor.h"
+#include "client/blob/own_descriptor.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -470,7 +470,7 @@ private:
             [&](bool again) {
                 // It is there by then, and still nobody else's.
                 const int now = again ? flags & ~(O_CREAT | O_EXCL) : flags;
-                return retried([&] { return ::open(path.c_str(), now | O_CLOEXEC, 0600); });
+                return openAbove(path.c_str(), now);
             },
             number);
         if (!own)

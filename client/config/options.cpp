@@ -149,6 +149,14 @@ Result<void> setBlockSize(Options &options, std::string_view value)
     return {};
 }
 
+Result<void> setCache(Options &options, std::string_view value)
+{
+    if (!value.starts_with('/') && !equalIgnoringCase(value, "no"))
+        return wrong("'" + printable(value, 40) + "' is neither an absolute path nor 'no'");
+    options.cache = value;
+    return {};
+}
+
 struct Keyword {
     std::string_view name;
     Result<void> (*set)(Options &, std::string_view);
@@ -160,7 +168,7 @@ constexpr Keyword kKeywords[] = {
     {"COMPRESSION", setCompression}, {"DEDUPLICATION", setDeduplication},
     {"ENCRYPTION", setEncryption},   {"VERIFY", setVerify},
     {"THREADS", setThreads},         {"MEMORY", setMemory},
-    {"BLOCKSIZE", setBlockSize},
+    {"BLOCKSIZE", setBlockSize},     {"CACHE", setCache},
 };
 
 } // namespace

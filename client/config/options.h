@@ -23,6 +23,7 @@ struct Options {
     std::string nodeName;   // empty: none was named
     std::string asNodeName; // whose objects are meant; empty: the node's own
     PasswordAccess passwordAccess = PasswordAccess::generate;
+    std::string cache;       // directory of this host's caches, or "no"; empty: see cache_place.h
     engine::Settings engine; // how streams are stored
 };
 

@@ -17,14 +17,17 @@ constexpr std::size_t kListedAtOnce = 4096, kReadAtOnce = 32;
 
 } // namespace
 
-Domain::Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys, RecordForm records)
+Domain::Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys, RecordForm records,
+               HostCache cache)
     : blobs_(blobs), nodeKey_(std::move(nodeKey)), keys_(std::move(keys)), recordForm_(records),
+      cache_(std::move(cache)),
       packs_(blobs_, nodeKey_, keys_.packs.view()), hasher_(keys_.blocks.view())
 {
 }
 
 Result<std::unique_ptr<Domain>> Domain::open(blob::BlobStore &blobs, std::string nodeKey,
-                                             const SecretKey &dataKey, RecordForm records)
+                                             const SecretKey &dataKey, RecordForm records,
+                                             HostCache cache)
 {
     Keys keys;
     ARCA_TRY(keys.blocks, deriveKey(dataKey, "block identities"));
@@ -32,7 +35,8 @@ Result<std::unique_ptr<Domain>> Domain::open(blob::BlobStore &blobs, std::string
     ARCA_TRY(keys.manifests, deriveKey(dataKey, "manifests"));
     ARCA_TRY(keys.names, deriveKey(dataKey, "names of pieces"));
     ARCA_TRY(keys.records, deriveKey(dataKey, "records"));
-    return std::unique_ptr<Domain>(new Domain(blobs, std::move(nodeKey), std::move(keys), records));
+    return std::unique_ptr<Domain>(
+        new Domain(blobs, std::move(nodeKey), std::move(keys), records, std::move(cache)));
 }
 
 Domain::~Domain()
@@ -45,7 +49,7 @@ HintCatalogue &Domain::hints()
 {
     const std::lock_guard hold(mutex_);
     if (!hints_) {
-        hints_ = std::make_unique<HintCatalogue>(blobs_.cacheDirectory(), nodeKey_);
+        hints_ = std::make_unique<HintCatalogue>(cache_.directory(), nodeKey_);
         beginComparing();
     }
     return *hints_;

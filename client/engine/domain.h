@@ -4,6 +4,7 @@
 #ifndef KEEL_CLIENT_ENGINE_DOMAIN_H
 #define KEEL_CLIENT_ENGINE_DOMAIN_H
 
+#include "client/base/host_cache.h"
 #include "client/base/secret_key.h"
 #include "client/base/thread.h"
 #include "client/engine/hint_catalogue.h"
@@ -30,10 +31,12 @@ public:
 
     /// `nodeKey`: the component of blob names that stands for the node.
     static Result<std::unique_ptr<Domain>> open(blob::BlobStore &blobs, std::string nodeKey,
-                                                const SecretKey &dataKey, RecordForm records);
+                                                const SecretKey &dataKey, RecordForm records,
+                                                HostCache cache = {});
 
     blob::BlobStore &blobs() const { return blobs_; }
     const std::string &nodeKey() const { return nodeKey_; }
+    const HostCache &cache() const { return cache_; }
     const PackStore &packs() const { return packs_; }
     const BlockHasher &identify() const { return hasher_; }
     const SecretKey &manifestKey() const { return keys_.manifests; }
@@ -56,7 +59,8 @@ private:
         SecretKey names;
         SecretKey records;
     };
-    Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys, RecordForm records);
+    Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys, RecordForm records,
+           HostCache cache);
     void beginComparing();
     enum class Much { some, all };
     bool compareHints(Much much) const;
@@ -65,6 +69,7 @@ private:
     const std::string nodeKey_;
     const Keys keys_;
     const RecordForm recordForm_;
+    const HostCache cache_;
     const PackStore packs_;
     const BlockHasher hasher_;
     std::mutex mutex_; // guards the making of hints_

@@ -4,8 +4,8 @@
 //   packs(number, id)      a pack; the number is small and stands for it in the other table
 //   hints(key, pack)       the first 64 bits of a sampled identity, and a pack that holds it
 //
-// The log of SQLite is not synced: after a loss of power the newest rows may be missing, which
-// costs nothing but a second copy of a block.
+// A row that is wrong or missing costs a look into an index, or a second copy of a block: what a
+// hint leads to is compared with the index of the pack itself, which is sealed.
 #include "client/engine/hint_catalogue.h"
 
 #include <cstring>
@@ -16,12 +16,15 @@ namespace arca::engine
 namespace
 {
 
-constexpr const char *kSchema =
-    "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-4096;"
-    "CREATE TABLE IF NOT EXISTS about(name TEXT PRIMARY KEY, value) WITHOUT ROWID;"
-    "CREATE TABLE IF NOT EXISTS packs(number INTEGER PRIMARY KEY, id BLOB NOT NULL UNIQUE);"
-    "CREATE TABLE IF NOT EXISTS hints(key INTEGER NOT NULL, pack INTEGER NOT NULL,"
-    " PRIMARY KEY(key, pack)) WITHOUT ROWID;";
+constexpr SchemaItem kSchema[] = {
+    {"table", "about", "about", "CREATE TABLE about(name TEXT PRIMARY KEY, value) WITHOUT ROWID"},
+    {"table", "packs", "packs",
+     "CREATE TABLE packs(number INTEGER PRIMARY KEY, id BLOB NOT NULL UNIQUE)"},
+    {"index", "sqlite_autoindex_packs_1", "packs", nullptr},
+    {"table", "hints", "hints",
+     "CREATE TABLE hints(key INTEGER NOT NULL, pack INTEGER NOT NULL,"
+     " PRIMARY KEY(key, pack)) WITHOUT ROWID"},
+};
 
 std::int64_t keyOf(const BlockId &block)
 {
@@ -47,14 +50,14 @@ bool isSampled(const BlockId &block)
 }
 
 HintCatalogue::HintCatalogue(const std::string &directory, const std::string &domain)
-    : database_(directory.empty() ? Database::kInMemory : directory + "/" + domain + ".sqlite")
+    : database_(directory.empty() ? Database::kInMemory : directory + "/" + domain + ".sqlite",
+                kSchema)
 {
-    if (!directory.empty())
-        makeCacheDirectory(directory);
-    if (database_.open() && prepareSchema(domain))
+    // All nodes of one name have the same file name, in whichever repository.
+    const std::string whose = directory.substr(directory.rfind('/') + 1) + "/" + domain;
+    if (database_.open() && prepare(whose))
         return;
-    // Damaged, or another's.
-    if (!discard() || !database_.open() || !prepareSchema(domain))
+    if (!database_.isDoubtful() || !discard() || !database_.open() || !prepare(whose))
         disconnect();
 }
 
@@ -80,35 +83,36 @@ bool HintCatalogue::discard()
 
 void HintCatalogue::lookAfterFailure()
 {
-    if (database_.isDamaged())
+    if (database_.isDoubtful())
         discard();
 }
 
-bool HintCatalogue::prepareSchema(const std::string &domain)
+bool HintCatalogue::prepare(const std::string &whose)
 {
-    if (!database_.run(kSchema))
-        return false;
-    {
-        const Statement whose =
-            database_.prepare("INSERT OR IGNORE INTO about VALUES('domain', ?1)");
-        if (!whose)
+    if (!isOf(whose)) {
+        const Statement put = database_.prepare("INSERT OR IGNORE INTO about VALUES('domain', ?1)");
+        StatementUse use(put);
+        use.bind(1, whose);
+        if (!use.done())
             return false;
-        StatementUse use(whose);
-        use.bind(1, domain);
-        (void)use.done(); // a read-only file may still be read
     }
-    const Statement asked = database_.prepare("SELECT value FROM about WHERE name='domain'");
-    if (!asked)
+    if (!isOf(whose)) {
+        database_.doubt();
         return false;
-    StatementUse use(asked);
-    if (!use.row() || use.text(0) != domain)
-        return false;
+    }
     find_ = database_.prepare("SELECT p.id FROM hints h JOIN packs p ON p.number=h.pack"
                               " WHERE h.key=?1 ORDER BY h.pack DESC LIMIT ?2");
     addPack_ = database_.prepare("INSERT OR IGNORE INTO packs(id) VALUES(?1)");
     addHint_ = database_.prepare("INSERT OR IGNORE INTO hints"
                                  " SELECT ?1, number FROM packs WHERE id=?2");
     return find_ && addPack_ && addHint_;
+}
+
+bool HintCatalogue::isOf(const std::string &whose)
+{
+    const Statement asked = database_.prepare("SELECT value FROM about WHERE name='domain'");
+    StatementUse use(asked);
+    return use.row() && use.text(0) == whose;
 }
 
 std::vector<PackId> HintCatalogue::packsWith(const BlockId &block, std::size_t limit)
@@ -153,8 +157,8 @@ void HintCatalogue::remember(const PackId &pack, const PackIndex &index)
     if (!good)
         lookAfterFailure();
     // Half of a pack would be taken for the whole of it.
-    if (database_.isOpen())
-        (void)database_.run(good ? "COMMIT" : "ROLLBACK");
+    if (database_.isOpen() && !(good && database_.run("COMMIT")))
+        database_.rollBack();
 }
 
 void HintCatalogue::forget(const PackId &pack)
@@ -164,8 +168,6 @@ void HintCatalogue::forget(const PackId &pack)
         return;
     // Its hints lead nowhere from now on; they go when the catalogue is filled anew.
     const Statement statement = database_.prepare("DELETE FROM packs WHERE id=?1");
-    if (!statement)
-        return;
     StatementUse use(statement);
     use.bind(1, pack);
     (void)use.done();
@@ -177,14 +179,24 @@ std::vector<PackId> HintCatalogue::packs()
     std::vector<PackId> known;
     if (!database_.isOpen())
         return known;
-    const Statement statement = database_.prepare("SELECT id FROM packs");
-    if (!statement)
-        return known;
-    StatementUse use(statement);
-    PackId pack;
-    while (use.row())
-        if (columnId(use, pack))
-            known.push_back(pack);
+    {
+        const Statement statement =
+            database_.prepare("SELECT id, number FROM packs ORDER BY number");
+        StatementUse use(statement, Work::whole);
+        PackId pack;
+        std::int64_t before = 0;
+        while (use.row()) {
+            const std::int64_t number = use.number(1);
+            if (number <= before) { // it leads round in circles
+                database_.doubt();
+                break;
+            }
+            before = number;
+            if (columnId(use, pack))
+                known.push_back(pack);
+        }
+    }
+    lookAfterFailure();
     return known;
 }
 
@@ -194,8 +206,6 @@ std::int64_t HintCatalogue::comparedAt()
     if (!database_.isOpen())
         return 0;
     const Statement statement = database_.prepare("SELECT value FROM about WHERE name='compared'");
-    if (!statement)
-        return 0;
     StatementUse use(statement);
     return use.row() ? use.number(0) : 0;
 }
@@ -207,8 +217,6 @@ void HintCatalogue::setComparedAt(std::int64_t when)
         return;
     const Statement statement =
         database_.prepare("INSERT OR REPLACE INTO about VALUES('compared', ?1)");
-    if (!statement)
-        return;
     StatementUse use(statement);
     use.bind(1, when);
     (void)use.done();

@@ -27,8 +27,9 @@ bool isSampled(const BlockId &block);
 class HintCatalogue
 {
 public:
-    /// `directory` of this host, made if need be; empty: in memory only. `domain` tells the files
-    /// of domains and repositories apart. A file that is no catalogue of it is thrown away.
+    /// `directory` of this host's cache of the repository, which is there; empty: in memory only.
+    /// `domain` tells the files of nodes apart. A file that is no catalogue of it, or is doubtful
+    /// in any way, is discarded.
     HintCatalogue(const std::string &directory, const std::string &domain);
     ~HintCatalogue();
     HintCatalogue(const HintCatalogue &) = delete;
@@ -47,12 +48,13 @@ public:
     void setComparedAt(std::int64_t when);
 
 private:
-    bool prepareSchema(const std::string &domain);
+    bool prepare(const std::string &whose);
+    bool isOf(const std::string &whose);
     void letGo();
     void disconnect();
     bool discard();
-    /// After a call of SQLite: a file that turns out to be damaged is thrown away, and nothing is
-    /// known until it is made anew.
+    /// After a call of SQLite: a file that turns out to be doubtful is discarded, and nothing is
+    /// known until the next session makes it again.
     void lookAfterFailure();
 
     std::mutex mutex_;  // guards all below

@@ -128,13 +128,11 @@ Result<void> Listing::fill()
 {
     Result<bool> filled = false;
     onThreadOfOurs([&] {
-        const std::string directory = blobs_.cacheDirectory();
+        const HostCache &cache = space_.domain().cache();
         std::vector<std::string> places = {Database::kTemporary, Database::kInMemory};
-        if (!directory.empty()) {
-            makeCacheDirectory(directory);
+        if (cache.exists())
             places.insert(places.begin(),
-                          directory + "/objects-" + space_.domain().nodeKey() + ".sqlite");
-        }
+                          cache.directory() + "/objects-" + space_.domain().nodeKey() + ".sqlite");
         for (const std::string &place : places) {
             file_ = std::make_unique<CatalogueFile>(place, key_);
             filled = fillFile();

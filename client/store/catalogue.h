@@ -1,7 +1,7 @@
 // Lists all pieces of a node in a stable order, however many there are, in bounded memory.
 //
-// Behind it is the object catalogue, a cache of this host for each node (cache/<host>/objects-<node
-// key>.sqlite, see catalogue_file.h). When a listing begins, the names of all blobs are compared
+// Behind it is the object catalogue, a file objects-<node key>.sqlite in the host's cache (see
+// catalogue_file.h and host_cache.h). When a listing begins, the names of all blobs are compared
 // with its rows; a row holds as long as the name has the stamp that it was read with, because no
 // blob ever changes. What is new is read, what is gone is dropped, so the catalogue is never older
 // than the listing. Lost, damaged or another's, it is made again from the blobs; where no file can

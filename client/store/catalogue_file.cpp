@@ -15,15 +15,17 @@ namespace
 
 constexpr std::string_view kLayout = "2 ";
 constexpr std::size_t kNonceBytes = 12;
-constexpr const char *kSchema =
-    "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA cache_size=-4096;"
-    "CREATE TABLE IF NOT EXISTS about(name TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID;"
-    "CREATE TABLE IF NOT EXISTS objects(hash BLOB NOT NULL, inserted INTEGER NOT NULL,"
-    " id INTEGER NOT NULL, inactive INTEGER NOT NULL, stamp INTEGER NOT NULL,"
-    " record INTEGER NOT NULL, sealed BLOB NOT NULL,"
-    " PRIMARY KEY(hash, inserted, id, inactive)) WITHOUT ROWID;";
-constexpr const char *kIndex =
-    "CREATE INDEX IF NOT EXISTS by_time ON objects(inserted, id, inactive, hash);";
+constexpr SchemaItem kSchema[] = {
+    {"table", "about", "about",
+     "CREATE TABLE about(name TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID"},
+    {"table", "objects", "objects",
+     "CREATE TABLE objects(hash BLOB NOT NULL, inserted INTEGER NOT NULL,"
+     " id INTEGER NOT NULL, inactive INTEGER NOT NULL, stamp INTEGER NOT NULL,"
+     " record INTEGER NOT NULL, sealed BLOB NOT NULL,"
+     " PRIMARY KEY(hash, inserted, id, inactive)) WITHOUT ROWID"},
+    {"index", "by_time", "objects", "CREATE INDEX by_time ON objects(inserted, id, inactive, hash)",
+     true},
+};
 
 /// Signed, in the order of the identifiers.
 std::int64_t sortable(PieceId id)
@@ -49,6 +51,12 @@ bool readColumns(const StatementUse &use, CatalogueRow &row)
     row.stamp = static_cast<std::uint64_t>(use.number(4));
     row.record = static_cast<std::uint64_t>(use.number(5));
     return true;
+}
+
+/// What the rows of the table are ordered by.
+auto inOrder(const CatalogueRow &row)
+{
+    return std::make_tuple(row.hash, row.inserted, row.id, row.inactive);
 }
 
 Bytes boundTo(const CatalogueRow &row)
@@ -126,7 +134,7 @@ bool decode(ByteView bytes, PieceInfo &piece)
 } // namespace
 
 CatalogueFile::CatalogueFile(const std::string &path, const SecretKey &key)
-    : key_(key), database_(path)
+    : key_(key), database_(path, kSchema)
 {
 }
 
@@ -142,40 +150,49 @@ bool CatalogueFile::discard()
 /// What every call answers that fails.
 bool CatalogueFile::failed()
 {
-    damaged_ = damaged_ || database_.isDamaged();
+    damaged_ = damaged_ || database_.isDoubtful();
     return false;
 }
 
 bool CatalogueFile::open()
 {
     damaged_ = false;
-    if (database_.open() && database_.run(kSchema) && isOurs() && prepare())
+    if (database_.open() && isOurs() && prepare())
         return true;
-    return discard() && database_.open() && database_.run(kSchema) && isOurs() && prepare();
+    return database_.isDoubtful() && discard() && database_.open() && isOurs() && prepare();
 }
 
 bool CatalogueFile::isOurs()
 {
     const auto digest = hmacSha256(key_.view(), viewOf("whose"));
-    const Statement put = database_.prepare("INSERT OR IGNORE INTO about VALUES('whose', ?1)");
-    const Statement ask = database_.prepare("SELECT value FROM about WHERE name='whose'");
-    if (!digest || !put || !ask)
+    if (!digest)
         return false;
     const std::string whose = std::string(kLayout) + toHex(*digest);
+    const auto isIt = [&] {
+        const Statement ask = database_.prepare("SELECT value FROM about WHERE name='whose'");
+        StatementUse use(ask);
+        return use.row() && use.text(0) == whose;
+    };
+    if (isIt())
+        return true;
     {
+        const Statement put = database_.prepare("INSERT OR IGNORE INTO about VALUES('whose', ?1)");
         StatementUse use(put);
         use.bind(1, whose);
         if (!use.done())
             return false;
     }
-    StatementUse use(ask);
-    return use.row() && use.text(0) == whose;
+    if (isIt())
+        return true;
+    database_.doubt(); // another node's, or of another layout
+    return false;
 }
 
 bool CatalogueFile::prepare()
 {
     under_ = database_.prepare("SELECT inserted, id, inactive, hash, stamp, record FROM objects"
-                               " NOT INDEXED WHERE hash>=?1 AND hash<=?2 ORDER BY hash");
+                               " NOT INDEXED WHERE hash>=?1 AND hash<=?2"
+                               " ORDER BY hash, inserted, id, inactive");
     insert_ = database_.prepare("INSERT OR REPLACE INTO objects"
                                 "(inserted, id, inactive, hash, stamp, record, sealed)"
                                 " VALUES(?1,?2,?3,?4,?5,?6,?7)");
@@ -196,13 +213,17 @@ bool CatalogueFile::rowsUnder(std::byte first, std::vector<CatalogueRow> &rows)
     NameHash lowest{}, highest{};
     highest.fill(std::byte{0xff});
     lowest[0] = highest[0] = first;
-    StatementUse use(under_);
+    StatementUse use(under_, Work::whole);
     use.bind(1, ByteView(lowest));
     use.bind(2, ByteView(highest));
     while (use.row()) {
-        rows.emplace_back();
-        if (!readColumns(use, rows.back()))
-            return false;
+        CatalogueRow row;
+        // A file that leads round in circles must not fill the memory.
+        if (!readColumns(use, row) || (!rows.empty() && !(inOrder(rows.back()) < inOrder(row)))) {
+            database_.doubt();
+            break;
+        }
+        rows.push_back(std::move(row));
     }
     return use.atEnd() || failed();
 }
@@ -244,20 +265,19 @@ bool CatalogueFile::change(const std::vector<CatalogueRow> &gone,
         good = insert(fresh[i]);
     if (good && database_.run("COMMIT"))
         return true;
-    (void)failed();
-    (void)database_.run("ROLLBACK");
-    return false;
+    database_.rollBack();
+    return failed();
 }
 
 bool CatalogueFile::isConsistent(const std::function<bool()> &goOn)
 {
     database_.askWhileRunning(goOn);
     // Both in one view of the file: others may be changing it.
-    const bool begun = database_.run(kIndex) && database_.run("BEGIN");
+    const bool begun = database_.createLater() && database_.run("BEGIN");
     const bool same = begun && tableIsIndex();
     database_.askWhileRunning({});
     if (begun)
-        (void)database_.run("COMMIT");
+        database_.rollBack();
     return same || failed();
 }
 
@@ -271,7 +291,7 @@ bool CatalogueFile::tableIsIndex()
             good = false;
             return;
         }
-        StatementUse use(statement);
+        StatementUse use(statement, Work::whole);
         CatalogueRow row, before;
         for (bool first = true; use.row(); first = false) {
             good = good && readColumns(use, row);
@@ -283,9 +303,7 @@ bool CatalogueFile::tableIsIndex()
     };
     scan("SELECT inserted, id, inactive, hash, stamp, record FROM objects NOT INDEXED"
          " ORDER BY hash, inserted, id, inactive",
-         table, [](const CatalogueRow &row) {
-             return std::make_tuple(row.hash, row.inserted, row.id, row.inactive);
-         });
+         table, [](const CatalogueRow &row) { return inOrder(row); });
     scan("SELECT inserted, id, inactive, hash, 0, 0 FROM objects INDEXED BY by_time"
          " ORDER BY inserted, id, inactive, hash",
          index, [](const CatalogueRow &row) {
@@ -307,8 +325,10 @@ bool CatalogueFile::rowsAfter(CatalogueOrder order, const CataloguePosition &aft
     use.bind(5, static_cast<std::int64_t>(limit));
     while (use.row()) {
         rows.emplace_back();
-        if (!readColumns(use, rows.back()))
-            return false;
+        if (!readColumns(use, rows.back())) {
+            database_.doubt();
+            return failed();
+        }
         const ByteView sealed = use.bytes(6);
         rows.back().sealed.assign(sealed.begin(), sealed.end());
     }

@@ -79,10 +79,11 @@ NodeSpace::NodeSpace(blob::BlobStore &store, std::string node, std::string key, 
 }
 
 Result<std::unique_ptr<NodeSpace>> NodeSpace::open(blob::BlobStore &store, std::string node,
-                                                   SecretKey dataKey, engine::RecordForm records)
+                                                   SecretKey dataKey, engine::RecordForm records,
+                                                   HostCache cache)
 {
     ARCA_TRY(std::string key, nodeKey(node));
-    ARCA_TRY(auto domain, engine::Domain::open(store, key, dataKey, records));
+    ARCA_TRY(auto domain, engine::Domain::open(store, key, dataKey, records, std::move(cache)));
     return std::unique_ptr<NodeSpace>(new NodeSpace(store, std::move(node), std::move(key),
                                                     std::move(dataKey), std::move(domain)));
 }

@@ -24,7 +24,8 @@ public:
     /// `dataKey` is the key of that node, under which all it keeps is sealed; `records`: how its
     /// repository keeps records.
     static Result<std::unique_ptr<NodeSpace>> open(blob::BlobStore &store, std::string node,
-                                                   SecretKey dataKey, engine::RecordForm records);
+                                                   SecretKey dataKey, engine::RecordForm records,
+                                                   HostCache cache = {});
 
     const std::string &node() const { return node_; }
     const SecretKey &dataKey() const { return dataKey_; }

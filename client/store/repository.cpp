@@ -111,7 +111,7 @@ Result<std::unique_ptr<NodeSpace>> Repository::logOn(const std::string &node,
 
 Result<std::unique_ptr<NodeSpace>> Repository::spaceOf(const std::string &node, SecretKey dataKey)
 {
-    return NodeSpace::open(*store_, node, std::move(dataKey), recordForm());
+    return NodeSpace::open(*store_, node, std::move(dataKey), recordForm(), cache_);
 }
 
 } // namespace arca::store

@@ -47,6 +47,11 @@ public:
     /// The part of a node that proves who it is; `authentication`.
     Result<std::unique_ptr<NodeSpace>> logOn(const std::string &node, std::string_view password);
 
+    /// Where this host keeps what can be made again from the repository, for the node spaces that
+    /// are opened from then on. Without it they use temporary files and memory.
+    void use(HostCache cache) { cache_ = std::move(cache); }
+    const HostCache &cache() const { return cache_; }
+
     /// The part of a node whose data key is known. When another node logged on for it, the caller
     /// lets through what is granted.
     Result<std::unique_ptr<NodeSpace>> spaceOf(const std::string &node, SecretKey dataKey);
@@ -62,6 +67,7 @@ private:
     std::string uuid_;
     std::uint32_t layout_;
     SecretKey classKey_; // no secret: of the identifier
+    HostCache cache_;
 };
 
 } // namespace arca::store

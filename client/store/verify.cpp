@@ -112,7 +112,7 @@ private:
 Result<VerifyOutcome> Verification::run()
 {
     end_ = Clock::now() + request_.maxDuration;
-    state_ = loadVerifyState(blobs_.cacheDirectory(), space_.domain().nodeKey());
+    state_ = loadVerifyState(space_.domain().cache().directory(), space_.domain().nodeKey());
     if (!request_.isPartial() || round().began == 0) {
         const std::int64_t proven = round().proven;
         round() = VerifyRound{std::time(nullptr), proven, 0, {}};
@@ -400,7 +400,7 @@ void Verification::endRound()
 void Verification::save()
 {
     saved_ = Clock::now();
-    saveVerifyState(blobs_.cacheDirectory(), space_.domain().nodeKey(), state_);
+    saveVerifyState(space_.domain().cache().directory(), space_.domain().nodeKey(), state_);
 }
 
 } // namespace

@@ -6,9 +6,12 @@
 
 #include <csignal>
 #include <ctime>
+#include <fcntl.h>
 #include <filesystem>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <tuple>
+#include <unistd.h>
 
 namespace keel::test
 {
@@ -188,15 +191,17 @@ TEST_F(ExpireTest, CtrlCEndsEveryPhaseInOneLine)
             << asks.shown;
         for (const bool filled : {false, true}) {
             if (!filled)
-                std::filesystem::remove_all(std::filesystem::path(installation_.repository()) /
-                                            "cache");
+                std::filesystem::remove_all(installation_.caches());
             Words words = verb;
             words.emplace_back("--yes");
             // Once the catalogue is open, wherever it is by then.
             Program running(commandLine(words));
             const auto open = [&] {
-                return std::ranges::any_of(stored("cache"), [](const auto &file) {
-                    return file.string().ends_with(".sqlite-shm");
+                return std::ranges::any_of(cached("objects-"), [](const auto &file) {
+                    const int lock = ::open((file.string() + "-lock").c_str(), O_RDWR);
+                    const bool used = lock >= 0 && flock(lock, LOCK_EX | LOCK_NB) != 0;
+                    ::close(lock);
+                    return used;
                 });
             };
             while (isRunning(running.pid()) && !open()) {

@@ -90,10 +90,8 @@ protected:
 
     fs::path file() const
     {
-        for (const fs::path &path : stored("cache"))
-            if (path.extension() == ".sqlite" && path.filename().string().starts_with("objects-"))
-                return path;
-        return {};
+        const std::vector<fs::path> files = cached("objects-");
+        return files.empty() ? fs::path() : files.front();
     }
 
     const Listed all_{{"(df_2)", "ctl_1", "df_1", "df_2", "log*1"}, HOX_RC_FINISHED};
@@ -282,8 +280,7 @@ TEST_F(CatalogueTest, WhateverBecomesOfItsFileTheAnswerIsRight)
     ASSERT_EQ(now.names.size(), 45U);
     const std::string good = readFile(path);
     const auto put = [&](const std::string &content) {
-        for (const char *ending : {"-wal", "-shm"})
-            fs::remove(path.string() + ending);
+        fs::remove(path.string() + "-journal");
         writeFile(path, content);
     };
     const struct {

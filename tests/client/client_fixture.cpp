@@ -215,4 +215,16 @@ std::vector<std::filesystem::path> ClientTest::stored(const std::string &directo
     return files;
 }
 
+std::vector<std::filesystem::path> ClientTest::cached(const std::string &beginning) const
+{
+    std::vector<std::filesystem::path> files;
+    std::error_code none;
+    for (std::filesystem::recursive_directory_iterator at(installation_.caches(), none), end;
+         at != end; at.increment(none))
+        if (at->path().extension() == ".sqlite" &&
+            at->path().filename().string().starts_with(beginning))
+            files.push_back(at->path());
+    return files;
+}
+
 } // namespace keel::test

@@ -109,6 +109,8 @@ protected:
     std::string text(int code);
     /// Files under a directory of the repository, such as "pieces" or "tmp".
     std::vector<std::filesystem::path> stored(const std::string &directory) const;
+    /// The files of the host's caches whose names begin so and end in ".sqlite".
+    std::vector<std::filesystem::path> cached(const std::string &beginning) const;
 
     Installation installation_;
     ClientLibrary api_;

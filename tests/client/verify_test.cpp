@@ -233,8 +233,8 @@ TEST_F(VerifyTest, GoesOnWhereItStoppedAndRemembersWhatIsProven)
     // What is kept between runs may be lost or be anything.
     for (const char *content : {"", "arca verify 2\ndata 5 -1 x pieces/zz\n", "arca verify 3\n"}) {
         ASSERT_TRUE(arca(quarter).at("roundBegan").is_string());
-        for (const fs::path &file : stored("cache"))
-            if (file.filename().string().starts_with("verify-"))
+        for (const auto &file : fs::recursive_directory_iterator(installation_.caches()))
+            if (file.path().filename().string().starts_with("verify-"))
                 writeFile(file, content);
         EXPECT_GT(round(quarter).first, 2U) << content;
     }

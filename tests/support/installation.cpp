@@ -56,6 +56,7 @@ Installation::Installation(const InstallationSettings &settings)
                         settings.clientLines));
     configureAgent(settings.agentLines);
     ::setenv("VELO_OPTFILE", agentOptions().c_str(), 1);
+    ::setenv("XDG_CACHE_HOME", caches().c_str(), 1);
 #ifdef KEEL_TEST_SANITIZED
     // A sanitizer opens libraries in our stead, so the agent's own search path does not count.
     ::setenv("LD_LIBRARY_PATH", clientLibrary().parent_path().c_str(), 1);
@@ -71,6 +72,7 @@ Installation::Installation(const InstallationSettings &settings)
 Installation::~Installation()
 {
     ::unsetenv("VELO_OPTFILE");
+    ::unsetenv("XDG_CACHE_HOME");
     std::error_code ignored;
     fs::current_path(previousDirectory_, ignored);
 }

@@ -27,8 +27,9 @@ struct InstallationSettings {
 };
 
 /// A temporary directory with a repository, arca.opt and velo.opt; the error log goes there too. As
-/// long as the object lives, VELO_OPTFILE names its velo.opt and the directory is the working
-/// directory of the process, so one at a time. Throws std::runtime_error when `arca init` fails.
+/// long as the object lives, VELO_OPTFILE names its velo.opt, XDG_CACHE_HOME a directory in it, and
+/// it is the working directory of the process, so one at a time. Throws std::runtime_error when
+/// `arca init` fails.
 class Installation
 {
 public:
@@ -39,6 +40,7 @@ public:
     [[nodiscard]] std::filesystem::path agentOptions() const { return directory_ / "velo.opt"; }
     [[nodiscard]] std::filesystem::path clientOptions() const { return directory_ / "arca.opt"; }
     [[nodiscard]] std::filesystem::path repository() const { return directory_ / "repository"; }
+    [[nodiscard]] std::filesystem::path caches() const { return directory_ / "caches"; }
     [[nodiscard]] std::filesystem::path errorLog() const { return directory_ / "veloerror.log"; }
 
     /// Writes velo.opt anew: the lines that every installation needs, then these.

@@ -149,7 +149,7 @@ Result<void> tell(const Command &command, const Asked &asked, Json &result)
              store::gatherStatistics(*session.space, shownProgress("Counting")));
     Exposition out(session.space->node());
     addPieces(out, statistics);
-    addVerification(out, session.repository->blobs().cacheDirectory(),
+    addVerification(out, session.repository->cache().directory(),
                     session.space->domain().nodeKey());
     addSpace(out, session.repository->shownName());
     if (asked.output != "-")

@@ -1,5 +1,6 @@
 // arca node remove: takes a node and all it keeps out of the repository.
 #include "client/base/text.h"
+#include "client/config/cache_place.h"
 #include "client/config/node_keys.h"
 #include "client/store/node_list.h"
 #include "client/store/node_removal.h"
@@ -63,6 +64,7 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const config::Options options, optionsOf(command));
     ARCA_TRY(const auto repository, store::Repository::open(options.repository));
+    const HostCache cache = config::cacheFor(options, repository->uuid(), repository->shownName());
     result["repository"] = repository->shownName();
     result["node"] = asked.node;
     ARCA_TRY(const auto node, store::summaryOf(repository->blobs(), asked.node));
@@ -71,7 +73,7 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
     if (!all)
         return interruption("the node is gone, the rest of what it kept goes when you run this "
                             "again");
-    removeCache(repository->blobs().cacheDirectory(), node.key);
+    removeCache(cache.directory(), node.key);
     ARCA_CHECK(config::NodeKeys(options.file).forget(repository->uuid(), asked.node));
     result["pieces"] = node.pieces;
     result["inactive"] = node.inactive;

@@ -4,6 +4,7 @@
 #include "agents/common/maint/mttiming.h"
 #include "client/base/hash.h"
 #include "client/base/text.h"
+#include "client/config/cache_place.h"
 #include "client/config/node_keys.h"
 #include "tools/arca/secrets.h"
 
@@ -44,6 +45,8 @@ Result<NodeSession> logOn(const Command &command, bool passwordFromStandardInput
     ARCA_TRY(const std::string node, config::nodeNameFor(options));
     NodeSession session;
     ARCA_TRY(session.repository, store::Repository::open(options.repository));
+    session.repository->use(
+        config::cacheFor(options, session.repository->uuid(), session.repository->shownName()));
     result["repository"] = session.repository->shownName();
     result["node"] = node;
     ARCA_TRY(store::NodeKeys keys,

@@ -1,0 +1,63 @@
+// Any bytes as the files of a host's cache: both are opened, asked and written to, and either
+// answer or are thrown away.
+#include "client/engine/hint_catalogue.h"
+#include "client/store/catalogue_file.h"
+
+#include <cstdlib>
+#include <fstream>
+#include <span>
+#include <stdexcept>
+
+namespace
+{
+
+std::string directory()
+{
+    static char path[] = "/tmp/fuzz_cache-XXXXXX";
+    static const char *const made = mkdtemp(path);
+    if (made == nullptr)
+        throw std::runtime_error("no directory");
+    return made;
+}
+
+void put(const std::string &path, std::span<const std::uint8_t> bytes)
+{
+    std::ofstream(path, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char *>(bytes.data()),
+               static_cast<std::streamsize>(bytes.size()));
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
+{
+    using namespace arca;
+    static const std::string place = directory();
+    put(place + "/node.sqlite", {data, size});
+    {
+        engine::HintCatalogue hints(place, "node");
+        const engine::BlockId block{};
+        (void)hints.packs();
+        (void)hints.packsWith(block, 4);
+        engine::PackIndex index;
+        index.blocks.resize(3);
+        hints.remember(engine::PackId{}, index);
+        hints.setComparedAt(hints.comparedAt() + 1);
+    }
+    put(place + "/objects.sqlite", {data, size});
+    static const auto key = SecretKey::from(Bytes(SecretKey::kBytes));
+    store::CatalogueFile file(place + "/objects.sqlite", *key);
+    if (!file.open())
+        return 0;
+    std::vector<store::CatalogueRow> rows;
+    for (const int first : {0, 1, 255})
+        (void)file.rowsUnder(static_cast<std::byte>(first), rows);
+    (void)file.isConsistent({});
+    rows.clear();
+    for (const auto order : {store::CatalogueOrder::inserted, store::CatalogueOrder::name})
+        if (file.rowsAfter(order, {}, 512, rows))
+            for (const store::CatalogueRow &row : rows)
+                (void)file.openRow(row);
+    (void)file.change(rows, {});
+    return 0;
+}
