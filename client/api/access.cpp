@@ -57,7 +57,13 @@ std::int16_t hoxSetAccess(hoxHandle_t handle, std::uint8_t accessType, const hox
         if (accessType != HOX_ACCESS_READ)
             return refused(HOX_RC_BAD_ARGUMENT, "the access type is unknown");
         ARCA_TRY(store::AccessRule rule, ruleFrom(session, name, nodeName, ownerName));
+        const std::string filespace = rule.name.filespace;
         ARCA_CHECK(rules.add(std::move(rule), session.space->dataKey()));
+        // Deleted meanwhile, it takes its rules along.
+        if (auto registered = expectFilespace(session, filespace); !registered) {
+            ARCA_CHECK(rules.removeOf(filespace));
+            return registered.error();
+        }
         return success();
     });
 }

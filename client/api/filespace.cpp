@@ -2,6 +2,7 @@
 #include "client/api/client.h"
 #include "client/api/guest.h"
 #include "client/api/records.h"
+#include "client/store/access.h"
 
 using namespace arca;
 using namespace arca::api;
@@ -90,10 +91,16 @@ std::int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, std::uint8_t re
         if (repositoryType != HOX_REPOSITORY_ALL && repositoryType != HOX_REPOSITORY_BACKUP)
             return refused(HOX_RC_BAD_ARGUMENT, "the repository type is unknown");
         ARCA_TRY(const std::string name, filespaceNameOf(fsName));
+        // Before, so that a crash in between leaves no rule that opens what is registered anew; and
+        // after, for one that was made meanwhile. Whoever makes one later sees the deletion.
+        ARCA_TRY(auto rules,
+                 store::AccessRules::of(session.repository->blobs(), session.space->node()));
+        ARCA_CHECK(rules.removeOf(name));
         auto deleted = session.space->deleteFilespace(name);
         if (!deleted && deleted.error().kind == ErrorKind::notFound)
             return refused(HOX_RC_FS_UNKNOWN, std::move(deleted).error().text);
         ARCA_CHECK(std::move(deleted));
+        ARCA_CHECK(rules.removeOf(name));
         return success();
     });
 }

@@ -2,6 +2,7 @@
 #include "client/api/client.h"
 #include "client/api/guest.h"
 #include "client/api/records.h"
+#include "client/base/text.h"
 
 using namespace arca;
 using namespace arca::api;
@@ -11,19 +12,31 @@ namespace
 
 constexpr std::uint32_t kMaxObjects = 4096;
 
-/// HOX_RC_OBJECT_UNKNOWN, too, for one that is there but not granted: the two look the same.
-Answer<void> expectReadable(Session &session, store::PieceId id, bool mustBeActive)
+/// Returns the name of the object. HOX_RC_OBJECT_UNKNOWN, too, for one that is there but not
+/// granted, and for a damaged one of another node, as nothing tells what it is: all look the same.
+Answer<store::ObjectName> expectReadable(Session &session, store::PieceId id, bool mustBeActive)
 {
-    const auto found = session.space->find(id);
-    if (!found && session.isGuest() && found.error().kind == ErrorKind::notFound)
+    auto found = session.space->find(id);
+    if (!found && session.isGuest() &&
+        (found.error().kind == ErrorKind::notFound || found.error().kind == ErrorKind::damaged))
         return refused(HOX_RC_OBJECT_UNKNOWN);
     if (!found)
-        return Refusal(found.error());
+        return Refusal(std::move(found).error());
     ARCA_TRY(const bool readable, mayRead(session, found->description.name));
     if (!readable)
         return refused(HOX_RC_OBJECT_UNKNOWN);
     if (mustBeActive && !found->isActive())
         return refused(HOX_RC_OBJECT_UNKNOWN, "the object is inactive");
+    return std::move(found->description.name);
+}
+
+/// In the middle of an object: the rule may be taken back at any time.
+Answer<void> expectStillGranted(Session &session)
+{
+    ARCA_TRY(const bool readable, mayRead(session, session.retrieval->name));
+    if (!readable)
+        return refused(HOX_RC_ACCESS_DENIED, "node " + printable(session.space->node()) +
+                                                 " took the access to the object back");
     return {};
 }
 
@@ -93,7 +106,7 @@ std::int16_t hoxGetObj(hoxHandle_t handle, const hox64_t *objId, DataBlk *data)
             return refused(HOX_RC_OBJECT_UNKNOWN, "the identifier is not of the object list");
         if (data != nullptr)
             ARCA_CHECK(roomIn(data));
-        ARCA_CHECK(expectReadable(session, id, false)); // it may have been taken back meanwhile
+        ARCA_TRY(retrieval.name, expectReadable(session, id, false)); // it may be taken back by now
         ARCA_TRY(retrieval.object, session.space->openPiece(id));
         return data == nullptr ? outcome(HOX_RC_MORE_DATA) : readBlock(retrieval, data);
     });
@@ -104,6 +117,9 @@ std::int16_t hoxGetData(hoxHandle_t handle, DataBlk *data)
     return inSession(handle, [&](Session &session) -> Code {
         if (!session.retrieval || !session.retrieval->object)
             return refused(HOX_RC_BAD_CALL_SEQUENCE);
+        if (data != nullptr)
+            data->numBytes = 0;
+        ARCA_CHECK(expectStillGranted(session));
         return readBlock(*session.retrieval, data);
     });
 }

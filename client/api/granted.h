@@ -26,6 +26,9 @@ public:
                                    [&](const auto &rule) { return rule.covers(name); });
     }
 
+    /// Of another node's objects only.
+    const std::vector<store::AccessRule> &rules() const { return rules_; }
+
 private:
     bool all_ = true;
     std::vector<store::AccessRule> rules_;

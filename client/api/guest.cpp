@@ -18,21 +18,30 @@ Answer<void> expectOwnObjects(const Session &session)
 
 Answer<bool> mayRead(Session &session, const store::ObjectName &name)
 {
-    ARCA_TRY(const Granted granted, grantedTo(session));
-    return granted.covers(name);
+    ARCA_CHECK(refreshGranted(session));
+    return session.granted.covers(name);
 }
 
-Answer<Granted> grantedTo(Session &session)
+Answer<void> refreshGranted(Session &session)
 {
     if (!session.isGuest())
-        return Granted();
+        return {};
     ARCA_TRY(auto known,
              store::AccessRules::of(session.repository->blobs(), session.space->node()));
+    // Looked at before the rules are read: what changes in between is seen the next time.
+    auto now = known.state();
+    if (now && session.rulesSeen == *now)
+        return {};
+    session.granted = Granted(std::vector<store::AccessRule>());
+    session.rulesSeen.reset();
+    ARCA_CHECK(now);
     ARCA_TRY(auto rules, known.list(session.space->dataKey()));
     std::erase_if(rules, [&](const store::AccessRule &rule) {
         return !rule.admits(session.node, session.owner);
     });
-    return Granted(std::move(rules));
+    session.granted = Granted(std::move(rules));
+    session.rulesSeen = std::move(*now);
+    return {};
 }
 
 Answer<SecretKey> admittedKey(store::Repository &repository, const std::string &grantor,

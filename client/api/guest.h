@@ -11,11 +11,13 @@ namespace arca::api
 /// HOX_RC_ACCESS_DENIED in a session for another node's objects.
 Answer<void> expectOwnObjects(const Session &session);
 
-/// Whether the session may find and read the object of that name, by the rules as they are now.
-Answer<bool> mayRead(Session &session, const store::ObjectName &name);
+/// Brings session.granted up to date. It costs one listing of the directory of rules unless they
+/// changed since; nothing in a session for its own objects. After a failure nothing is granted.
+Answer<void> refreshGranted(Session &session);
 
-/// What the session may find and read, by the rules as they are now.
-Answer<Granted> grantedTo(Session &session);
+/// Returns true when the session may find and read the object of that name, by the rules as they
+/// are now.
+Answer<bool> mayRead(Session &session, const store::ObjectName &name);
 
 /// The data key of `grantor`, as a rule that admits the node gives it. HOX_RC_ACCESS_DENIED when
 /// none does, also when there is no such grantor; the text tells a rule whose key is still to come.

@@ -52,19 +52,28 @@ Answer<std::unique_ptr<store::Repository>> openRepository(const config::Options 
     return Refusal(std::move(failure));
 }
 
-/// The password of the node as the application supplies it.
-Answer<std::string> suppliedPassword(const Request &request, const std::string &node)
+/// The password of the node as the application supplies it, into a text that its owner wipes.
+Answer<void> takePassword(const Request &request, const std::string &node, std::string &password)
 {
-    if (request.password != nullptr && *request.password != '\0')
-        return pointerText(request.password, HOX_MAX_PASSWORD, "the password", HOX_RC_AUTH_FAILURE);
+    // Not within the text itself, which a move would leave behind on the stack.
+    password.reserve(HOX_MAX_PASSWORD + 1);
+    if (request.password != nullptr && *request.password != '\0') {
+        const std::size_t length = strnlen(request.password, HOX_MAX_PASSWORD + 1);
+        if (length > HOX_MAX_PASSWORD)
+            return refused(HOX_RC_AUTH_FAILURE, "the password has more than " +
+                                                    std::to_string(HOX_MAX_PASSWORD) +
+                                                    " characters");
+        password.assign(request.password, length);
+        return {};
+    }
     if (request.passwordCallback != nullptr) {
         char typed[HOX_MAX_PASSWORD + 1] = "";
         const bool given = request.passwordCallback(typed, sizeof typed) == 0;
         typed[sizeof typed - 1] = '\0';
-        std::string password(given ? typed : "");
+        password.assign(given ? typed : "");
         wipe(std::as_writable_bytes(std::span(typed)));
         if (!password.empty())
-            return password;
+            return {};
     }
     return refused(HOX_RC_AUTH_FAILURE, "no password was supplied for node " + printable(node) +
                                             ", and the option PASSWORDACCESS says prompt");
@@ -89,7 +98,7 @@ Answer<store::NodeKeys> prove(const Request &request, const config::Options &opt
                               std::string &password)
 {
     if (options.passwordAccess == config::PasswordAccess::prompt) {
-        ARCA_TRY(password, suppliedPassword(request, node));
+        ARCA_CHECK(takePassword(request, node, password));
         ARCA_TRY(auto keys, repository.authenticate(node, password));
         return keys;
     }
@@ -133,6 +142,7 @@ Answer<hoxHandle_t> startSession(const Request &request)
     const WipedAtEnd wiping(password);
     ARCA_TRY(store::NodeKeys keys, prove(request, options, *repository, node, password));
     const auto completed = completeGrants(*repository, node, keys.data);
+    ARCA_TRY(store::LogSeal seal, store::LogSeal::of(keys.data));
     if (objectsOf != node) {
         ARCA_TRY(keys.data,
                  admittedKey(*repository, objectsOf, node, request.owner, keys.identity));
@@ -147,7 +157,8 @@ Answer<hoxHandle_t> startSession(const Request &request)
     else
         space->useAsGuest();
 
-    auto session = std::make_shared<Session>(std::move(repository), std::move(space), options);
+    auto session = std::make_shared<Session>(std::move(repository), std::move(space), options,
+                                             std::move(seal));
     session->node = node;
     session->owner = request.owner;
     if (request.newPassword != nullptr && *request.newPassword != '\0')

@@ -4,6 +4,7 @@
 #include "client/api/filespace_check.h"
 #include "client/api/guest.h"
 #include "client/api/records.h"
+#include "client/base/text.h"
 
 #include <limits>
 
@@ -156,8 +157,13 @@ Answer<Query> queryLog(Session &session, const qryLogData *asked)
         selection.before = store::logTimeOf(asked->before);
     selection.atLeast = static_cast<store::Severity>(asked->severity);
     ARCA_TRY(selection.node, pointerText(asked->nodeName, HOX_MAX_NODE_NAME, "the node name"));
+    if (selection.node.empty())
+        selection.node = session.node;
+    else if (selection.node == HOX_ALL_NODES)
+        selection.node.clear();
     Query query;
-    ARCA_TRY(query.log, store::ActivityReader::open(session.repository->blobs(), selection));
+    ARCA_TRY(query.log, store::ActivityReader::open(session.repository->blobs(), selection,
+                                                    session.node, session.log.seal()));
     return query;
 }
 
@@ -182,6 +188,7 @@ void fillAnswer(qryRespLogData &record, const store::LoggedEvent &logged, std::s
 {
     record = qryRespLogData{};
     record.stVersion = HOX_QRY_RESP_LOG_VERSION;
+    record.sealed = logged.sealed ? 1 : 0;
     record.severity = static_cast<std::uint32_t>(logged.event.severity);
     const std::int64_t seconds = store::secondsOf(logged.time);
     record.time = split(static_cast<std::uint64_t>(seconds));
@@ -265,8 +272,8 @@ Answer<void> deliver(DataBlk *block, std::uint16_t version, Fill fillRecord)
     return {};
 }
 
-/// The next object that the session may see. Rules are looked at as often as that costs little: for
-/// so many objects.
+/// Returns the next object that the session may see now. Before an object is answered the rules are
+/// looked at; while none is, every 1,000 objects, so that a new rule counts, too.
 Answer<std::optional<store::PieceInfo>> nextObject(Session &session, Query &query)
 {
     constexpr std::size_t kForOneLook = 1000;
@@ -274,20 +281,43 @@ Answer<std::optional<store::PieceInfo>> nextObject(Session &session, Query &quer
         ARCA_TRY(auto piece, query.objects->next());
         if (!piece)
             return std::optional<store::PieceInfo>();
-        if (query.seen++ % kForOneLook == 0) {
-            ARCA_TRY(query.granted, grantedTo(session));
-        }
-        if (query.granted.covers(piece->description.name))
+        const store::ObjectName &name = piece->description.name;
+        if (query.seen++ % kForOneLook != 0 && !session.granted.covers(name))
+            continue;
+        ARCA_TRY(const bool readable, mayRead(session, name));
+        if (readable)
             return piece;
     }
 }
 
+/// What a reader learns of damage: whether it meets objects that it was granted. The names of the
+/// blobs are not for it.
+Code endForReader(Session &session, const Query &query)
+{
+    bool any = false;
+    for (const store::AccessRule &rule : session.granted.rules()) {
+        any = any || !rule.namesOne();
+        const auto found = rule.namesOne() ? session.space->find(rule.name)
+                                           : Result<std::optional<store::PieceInfo>>(std::nullopt);
+        if (!found && found.error().kind == ErrorKind::damaged)
+            return refused(HOX_RC_REPOSITORY_DAMAGED,
+                           "the object " + printable(rule.name.joined()) + " is damaged");
+    }
+    if (any)
+        return refused(HOX_RC_REPOSITORY_DAMAGED,
+                       "objects of node " + printable(session.space->node()) +
+                           " are damaged, and some that it granted may be among them");
+    return query.atEnd;
+}
+
 /// The end of a listing, which tells what it had to pass over.
-Code endOfObjects(const Query &query)
+Code endOfObjects(Session &session, const Query &query)
 {
     const auto &hurt = query.objects->hurt();
     if (hurt.empty())
         return query.atEnd;
+    if (session.isGuest())
+        return endForReader(session, query);
     for (const std::string &one : hurt)
         (void)Client::instance().logLocally(one);
     return refused(HOX_RC_REPOSITORY_DAMAGED, hurt.front());
@@ -298,7 +328,7 @@ Code deliverObject(Session &session, Query &query, DataBlk *data)
     ARCA_CHECK(recordIn<qryRespBackupData>(data, HOX_QRY_RESP_BACKUP_VERSION));
     ARCA_TRY(const auto piece, nextObject(session, query));
     if (!piece)
-        return endOfObjects(query);
+        return endOfObjects(session, query);
     ARCA_TRY(const std::int64_t expiry, expiryOf(session, query, *piece));
     ARCA_CHECK(deliver<qryRespBackupData>(data, HOX_QRY_RESP_BACKUP_VERSION, [&](auto &record) {
         fillAnswer(record, *piece, expiry);
@@ -330,6 +360,12 @@ Code deliverNext(Session &session, Query &query, DataBlk *data)
         return query.atEnd;
     const auto &next = query.answers.front();
     if (const auto *piece = std::get_if<store::PieceInfo>(&next)) {
+        // All are of the name that was asked for.
+        ARCA_TRY(const bool readable, mayRead(session, piece->description.name));
+        if (!readable) {
+            query.answers.clear();
+            return query.atEnd;
+        }
         ARCA_TRY(const std::int64_t expiry, expiryOf(session, query, *piece));
         ARCA_CHECK(deliver<qryRespBackupData>(data, HOX_QRY_RESP_BACKUP_VERSION, [&](auto &record) {
             fillAnswer(record, *piece, expiry);

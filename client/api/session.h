@@ -27,7 +27,6 @@ struct Query {
     std::deque<std::variant<store::PieceInfo, store::ManagementClass>> answers;
     std::unique_ptr<store::Listing> objects;
     std::optional<store::ActivityReader> log;
-    Granted granted;
     std::size_t seen = 0; // objects
     bool classDetail = false;
     std::map<std::string, std::uint16_t> daysKept; // of classes that were looked up
@@ -38,15 +37,18 @@ struct Query {
 struct Retrieval {
     std::vector<store::PieceId> ids;
     std::unique_ptr<store::PieceReader> object;
+    store::ObjectName name; // of `object`
     std::uint64_t bytes = 0;
 };
 
 /// Only one of transaction, query and retrieval is open at a time.
 struct Session {
+    /// `seal`: of the node that logged on.
     Session(std::unique_ptr<store::Repository> itsRepository,
-            std::unique_ptr<store::NodeSpace> itsSpace, config::Options itsOptions)
+            std::unique_ptr<store::NodeSpace> itsSpace, config::Options itsOptions,
+            store::LogSeal seal)
         : options(std::move(itsOptions)), repository(std::move(itsRepository)),
-          space(std::move(itsSpace)), log(repository->blobs())
+          space(std::move(itsSpace)), log(repository->blobs(), std::move(seal))
     {
     }
 
@@ -65,6 +67,8 @@ struct Session {
     std::optional<Query> query;
     std::optional<Retrieval> retrieval;
     std::optional<store::Group> openGroup; // not stored yet
+    Granted granted;                       // as of `rulesSeen`; see guest.h
+    std::optional<store::AccessRules::State> rulesSeen;
     bool ended = false; // a call that was waiting for the mutex finds the session gone
 };
 

@@ -555,13 +555,14 @@ typedef struct qryObjectsData {
 } qryObjectsData;
 
 /* Which events of the activity log are wanted. Times are seconds since 1970, UTC. */
+#define HOX_ALL_NODES "*"
 #define HOX_QRY_LOG_VERSION 1
 typedef struct qryLogData {
     uint16_t stVersion;
     int64_t since;        /* this moment or later */
     int64_t before;       /* before this moment; 0: no limit */
     uint32_t severity;    /* HOX_SEVERITY_, this one or worse */
-    const char *nodeName; /* null or empty: of every node */
+    const char *nodeName; /* null or empty: of the session's own; HOX_ALL_NODES: of every node */
 } qryLogData;
 
 #define HOX_MEDIA_FIXED 16 /* mediaClass: disk */
@@ -630,7 +631,7 @@ typedef struct qryRespMCData {
 #define HOX_QRY_RESP_LOG_VERSION 1
 typedef struct qryRespLogData {
     uint16_t stVersion;
-    uint16_t reserved;
+    uint16_t sealed;     /* 1: the text is sealed for another node, and message is empty */
     uint32_t severity;   /* HOX_SEVERITY_ */
     hox64_t time;        /* seconds since 1970, UTC */
     hoxDate date;        /* the same, local time */
@@ -652,12 +653,15 @@ typedef struct qryRespLogData {
  * HOX_QUERY_OBJECTS answers the objects of the node that are there when it begins, one after the
  * other in bounded memory, however many there are. What other sessions store, delete, rename or
  * make inactive meanwhile may be answered as it was or as it is. In a session for another node's
- * objects it answers those that are granted. An object whose record is damaged is passed over: the
+ * objects it answers those that are granted when they are answered, and says nothing of damage to
+ * others. An object whose record is damaged is passed over: the
  * others are answered, the local log names it, and the query ends with
  * HOX_RC_REPOSITORY_DAMAGED in place of HOX_RC_FINISHED or HOX_RC_NO_MATCH.
  *
- * HOX_QUERY_LOG answers the events in the order of the days on which they were published, those of
- * one day in the order of time. In a session for another node's objects it is refused with
+ * HOX_QUERY_LOG answers the events of the session's node, of the node that is named, or of all
+ * (HOX_ALL_NODES), in the order of the days on which they were published, those of one day in the
+ * order of time. The texts of another node's events are sealed and not shown, unless an earlier
+ * release wrote them. In a session for another node's objects it is refused with
  * HOX_RC_ACCESS_DENIED.
  */
 int16_t hoxBeginQuery(hoxHandle_t handle, uint8_t queryType, const void *queryData);
@@ -710,7 +714,8 @@ int16_t hoxGetObj(hoxHandle_t handle, const hox64_t *objId, DataBlk *data);
  * Fills the block. HOX_RC_MORE_DATA with a full block while more follows, HOX_RC_FINISHED with the
  * last data; an object of exactly n blocks ends with HOX_RC_FINISHED and a full block, an empty one
  * with HOX_RC_FINISHED and 0 bytes. No byte that is not what was stored is ever reported as
- * success: HOX_RC_REPOSITORY_DAMAGED.
+ * success: HOX_RC_REPOSITORY_DAMAGED. HOX_RC_ACCESS_DENIED when the object is another node's and
+ * the rule that granted it was taken back meanwhile.
  */
 int16_t hoxGetData(hoxHandle_t handle, DataBlk *data);
 
@@ -888,13 +893,13 @@ typedef struct qryRespAccessData {
 } qryRespAccessData;
 
 /*
- * Lets another node, or one owner there (ownerName; null or empty: anybody), find and read objects
- * of the session's node: a session with asNodeName may query and restore what a rule names, and
- * nothing else. A hlName or llName of a slash and an asterisk stands for every one. The filespace
- * must be registered, the other node need not be: once it is, the rule takes effect when the node
- * that made it starts its next session. Durable on return; a rule that is there already is not made
- * twice. In a session for another node's objects these three answer
- * HOX_RC_ACCESS_DENIED.
+ * Lets another node (ownerName: if it says that it is this owner, which nothing proves; null or
+ * empty: any) find and read objects of the session's node: a session with asNodeName may query and
+ * restore what a rule names, and nothing else. A hlName or llName of a slash and an asterisk stands
+ * for every one. The filespace must be registered, the other node need not be: once it is, the rule
+ * takes effect when the node that made it starts its next session. Durable on return; a rule that
+ * is there already is not made twice; deleting the filespace removes it. In a session for another
+ * node's objects these three answer HOX_RC_ACCESS_DENIED.
  */
 int16_t hoxSetAccess(hoxHandle_t handle, uint8_t accessType, const hoxObjName *name,
                      const char *nodeName, const char *ownerName);

@@ -53,6 +53,11 @@ bool AccessRule::covers(const ObjectName &piece) const
            (name.lowLevel == kEvery || name.lowLevel == piece.lowLevel);
 }
 
+bool AccessRule::namesOne() const
+{
+    return name.highLevel != kEvery && name.lowLevel != kEvery;
+}
+
 Bytes encodeAccessRule(const AccessRule &rule)
 {
     ByteWriter payload;
@@ -187,6 +192,35 @@ Result<void> AccessRules::remove(std::uint32_t number)
     if (removed)
         (void)grants_.removeAll(number);
     return removed;
+}
+
+Result<void> AccessRules::removeOf(const std::string &filespace)
+{
+    ARCA_TRY(const State present, state());
+    for (const auto &[blobName, stamp] : present) {
+        const auto rule = read(blobName);
+        if (!rule &&
+            (rule.error().kind == ErrorKind::notFound || rule.error().kind == ErrorKind::damaged))
+            continue;
+        ARCA_CHECK(rule);
+        if (rule->name.filespace != filespace)
+            continue;
+        auto removed = remove(rule->number);
+        if (!removed && removed.error().kind != ErrorKind::notFound)
+            return removed;
+    }
+    return {};
+}
+
+Result<AccessRules::State> AccessRules::state()
+{
+    State present;
+    ARCA_CHECK(store_.listStamped(prefix_, [&](const std::string &name, std::uint64_t stamp) {
+        present.emplace_back(name, stamp);
+        return true;
+    }));
+    std::sort(present.begin(), present.end());
+    return present;
 }
 
 Result<void> AccessRules::giveKey(const AccessRule &rule, const SecretKey &dataKey)

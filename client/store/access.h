@@ -31,8 +31,12 @@ struct AccessRule {
     PublicKey readerKey{}; // all zeros: `node` was not registered
     Sha256 mark{};
 
+    /// `readersOwner` is what the reader says of itself: an owner narrows what a rule opens by
+    /// mistake, and keeps nobody out.
     bool admits(const std::string &reader, const std::string &readersOwner) const;
     bool covers(const ObjectName &piece) const;
+    /// Returns true when no part of the name stands for every one.
+    bool namesOne() const;
 };
 
 /// The payload of a record of kind "ARCAACCS", version 2: number and object type (4 bytes each),
@@ -57,6 +61,14 @@ public:
     Result<void> add(AccessRule rule, const SecretKey &dataKey);
     /// `notFound`. Durable on return; ends the access.
     Result<void> remove(std::uint32_t number);
+    /// Removes the rules for objects of a filespace; durable on return. Damaged rules, which open
+    /// nothing, stay.
+    Result<void> removeOf(const std::string &filespace);
+
+    /// What tells the rules that are there from those at any other time: as long as it is the same,
+    /// so are the rules, because none ever changes. Costs one listing of a directory.
+    using State = std::vector<std::pair<std::string, std::uint64_t>>;
+    Result<State> state();
 
     /// Gives their key to rules that have none because the reader was not registered or somebody
     /// was interrupted, and removes what was given with rules that are gone. The first failure,

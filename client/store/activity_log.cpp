@@ -32,10 +32,10 @@ Result<void> ActivityLog::append(const Event &event)
     std::string line = utcText(std::time(nullptr), "%Y-%m-%dT%H:%M:%SZ");
     line += '\t';
     line += "IWES"[static_cast<std::size_t>(event.severity)];
-    for (const std::string *field :
-         {&event.node, &event.application, &event.messageId, &event.text})
+    for (const std::string *field : {&event.node, &event.application, &event.messageId})
         line += '\t' + printable(*field, kMaxText);
-    line += '\n';
+    ARCA_TRY(const std::string sealed, seal_.seal(line, printable(event.text, kMaxText)));
+    line += '\t' + sealed + '\n';
     if (gathered_.size() + line.size() > kMaxGathered)
         return Error{ErrorKind::full, "the activity log of the repository takes nothing"};
     gathered_ += line;

@@ -5,6 +5,7 @@
 #define KEEL_CLIENT_STORE_ACTIVITY_LOG_H
 
 #include "client/blob/blob_store.h"
+#include "client/store/log_seal.h"
 
 #include <string>
 
@@ -24,10 +25,14 @@ struct Event {
 /// A blob log/<day>/<time>-<nanoseconds and random, 8 digits each> holds lines, in the order of the
 /// events, each of six fields separated by tabs: time (2026-11-21T08:31:00Z), severity (I, W, E,
 /// S), node, application, message identifier, text. Control characters in a field are shown as '?'.
+/// The text is sealed for its node (log_seal.h); the other fields are in clear.
 class ActivityLog
 {
 public:
-    explicit ActivityLog(blob::BlobStore &store) : store_(store) {}
+    /// `seal` is of the node whose events these are.
+    ActivityLog(blob::BlobStore &store, LogSeal seal) : store_(store), seal_(std::move(seal)) {}
+
+    const LogSeal &seal() const { return seal_; }
 
     /// An error or worse is durable on return; on failure the event stays with the log and is
     /// published with the next.
@@ -37,6 +42,7 @@ public:
 
 private:
     blob::BlobStore &store_;
+    const LogSeal seal_;
     std::string gathered_;
 };
 

@@ -54,26 +54,15 @@ bool isWanted(const LoggedEvent &logged, const LogSelection &selection)
            (selection.node.empty() || selection.node == logged.event.node);
 }
 
-void addLines(std::string_view text, const LogSelection &selection, LogContent &content)
-{
-    while (!text.empty()) {
-        const auto end = text.find('\n');
-        auto logged = parseLogLine(text.substr(0, end));
-        if (!logged)
-            ++content.unreadable;
-        else if (isWanted(*logged, selection))
-            content.events.push_back(std::move(*logged));
-        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
-    }
-}
-
 } // namespace
 
-std::optional<LoggedEvent> parseLogLine(std::string_view line)
+std::optional<LoggedEvent> parseLogLine(std::string_view line, const std::string &node,
+                                        const LogSeal &seal)
 {
     if (std::count(line.begin(), line.end(), '\t') != 5)
         return std::nullopt;
     LoggedEvent logged;
+    const std::string_view head = line.substr(0, line.rfind('\t'));
     logged.time = nextField(line);
     const std::string_view severity = nextField(line);
     const auto rank = kSeverities.find(severity);
@@ -83,36 +72,23 @@ std::optional<LoggedEvent> parseLogLine(std::string_view line)
     for (std::string *field : {&logged.event.node, &logged.event.application,
                                &logged.event.messageId, &logged.event.text})
         *field = nextField(line);
+    std::string &text = logged.event.text;
+    if (!LogSeal::isSealed(text))
+        return logged; // by an earlier release
+    logged.sealed = logged.event.node != node;
+    if (logged.sealed) {
+        text.clear();
+        return logged;
+    }
+    auto opened = seal.open(head, text);
+    if (!opened)
+        return std::nullopt;
+    text = std::move(*opened);
     return logged;
 }
 
 namespace
 {
-
-/// The part of the log under `prefix`.
-Result<LogContent> readUnder(blob::BlobStore &store, const std::string &prefix,
-                             const LogSelection &selection)
-{
-    std::vector<std::string> names;
-    ARCA_CHECK(store.list(prefix, [&](const std::string &name) {
-        const std::string published = publishedAt(name);
-        if (published.empty() || published >= selection.since)
-            names.push_back(name);
-        return true;
-    }));
-    std::sort(names.begin(), names.end());
-    LogContent content;
-    for (const std::string &name : names) {
-        const auto bytes = blob::readWhole(store, name, kMaxBlobBytes);
-        if (!bytes && bytes.error().kind == ErrorKind::notFound)
-            continue; // pruned since the listing
-        ARCA_CHECK(bytes);
-        addLines(textOf(*bytes), selection, content);
-    }
-    std::stable_sort(content.events.begin(), content.events.end(),
-                     [](const LoggedEvent &a, const LoggedEvent &b) { return a.time < b.time; });
-    return content;
-}
 
 /// The days that have blobs, as log/<day>/.
 Result<std::set<std::string>> daysOf(blob::BlobStore &store)
@@ -133,14 +109,10 @@ std::string dayOf(const std::string &logTime)
 
 } // namespace
 
-Result<LogContent> readActivityLog(blob::BlobStore &store, const LogSelection &selection)
+Result<ActivityReader> ActivityReader::open(blob::BlobStore &store, LogSelection selection,
+                                            std::string node, LogSeal seal)
 {
-    return readUnder(store, "log/", selection);
-}
-
-Result<ActivityReader> ActivityReader::open(blob::BlobStore &store, LogSelection selection)
-{
-    ActivityReader reader(store, std::move(selection));
+    ActivityReader reader(store, std::move(selection), std::move(node), std::move(seal));
     ARCA_TRY(const auto days, daysOf(store));
     const std::string &since = reader.selection_.since;
     for (const std::string &day : days)
@@ -149,13 +121,47 @@ Result<ActivityReader> ActivityReader::open(blob::BlobStore &store, LogSelection
     return reader;
 }
 
+void ActivityReader::addLines(std::string_view text)
+{
+    while (!text.empty()) {
+        const auto end = text.find('\n');
+        auto logged = parseLogLine(text.substr(0, end), node_, seal_);
+        if (!logged)
+            ++unreadable_;
+        else if (isWanted(*logged, selection_))
+            events_.push_back(std::move(*logged));
+        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+    }
+}
+
+Result<void> ActivityReader::readDay(const std::string &day)
+{
+    std::vector<std::string> names;
+    ARCA_CHECK(store_->list(day, [&](const std::string &name) {
+        const std::string published = publishedAt(name);
+        if (published.empty() || published >= selection_.since)
+            names.push_back(name);
+        return true;
+    }));
+    std::sort(names.begin(), names.end());
+    for (const std::string &name : names) {
+        const auto bytes = blob::readWhole(*store_, name, kMaxBlobBytes);
+        if (!bytes && bytes.error().kind == ErrorKind::notFound)
+            continue; // pruned since the listing
+        ARCA_CHECK(bytes);
+        addLines(textOf(*bytes));
+    }
+    std::stable_sort(events_.begin(), events_.end(),
+                     [](const LoggedEvent &a, const LoggedEvent &b) { return a.time < b.time; });
+    return {};
+}
+
 Result<std::optional<LoggedEvent>> ActivityReader::next()
 {
     while (events_.empty() && !days_.empty()) {
-        ARCA_TRY(LogContent content, readUnder(*store_, days_.front(), selection_));
+        const std::string day = std::move(days_.front());
         days_.pop_front();
-        unreadable_ += content.unreadable;
-        std::move(content.events.begin(), content.events.end(), std::back_inserter(events_));
+        ARCA_CHECK(readDay(day));
     }
     if (events_.empty())
         return std::optional<LoggedEvent>();

@@ -16,6 +16,7 @@ namespace arca::store
 struct LoggedEvent {
     std::string time; // UTC, 2026-11-21T08:31:00Z: as text it sorts as in time
     Event event;
+    bool sealed = false; // for another node: `event` has no text
 };
 
 /// Which events are wanted.
@@ -26,13 +27,10 @@ struct LogSelection {
     std::string before = {}; // empty: to the end
 };
 
-struct LogContent {
-    std::vector<LoggedEvent> events; // in the order of time; of one session, as they came
-    std::size_t unreadable = 0;      // lines that are none of ours
-};
-
-/// One line without its line feed; nothing when it is no line of the log.
-std::optional<LoggedEvent> parseLogLine(std::string_view line);
+/// One line without its line feed; nothing when it is no line of the log, or is one of `node` that
+/// its key does not open. A text that is sealed for another node is left out.
+std::optional<LoggedEvent> parseLogLine(std::string_view line, const std::string &node,
+                                        const LogSeal &seal);
 
 /// The same a day at a time, so that the memory is that of a day: the days on which events were
 /// published, and those of a day in the order of time. Belongs to one thread; must not outlive the
@@ -40,21 +38,28 @@ std::optional<LoggedEvent> parseLogLine(std::string_view line);
 class ActivityReader
 {
 public:
-    static Result<ActivityReader> open(blob::BlobStore &store, LogSelection selection);
+    /// For `node`, whose seal is given.
+    static Result<ActivityReader> open(blob::BlobStore &store, LogSelection selection,
+                                       std::string node, LogSeal seal);
 
     /// Nothing after the last one.
     Result<std::optional<LoggedEvent>> next();
-    /// Of the days that were begun.
+    /// Returns how many lines of the days that were begun are none of the log's, or were changed.
     std::size_t unreadable() const { return unreadable_; }
 
 private:
-    ActivityReader(blob::BlobStore &store, LogSelection selection)
-        : store_(&store), selection_(std::move(selection))
+    ActivityReader(blob::BlobStore &store, LogSelection selection, std::string node, LogSeal seal)
+        : store_(&store), selection_(std::move(selection)), node_(std::move(node)),
+          seal_(std::move(seal))
     {
     }
+    Result<void> readDay(const std::string &day);
+    void addLines(std::string_view text);
 
     blob::BlobStore *store_;
     LogSelection selection_;
+    std::string node_;
+    LogSeal seal_;
     std::deque<std::string> days_; // that are left
     std::deque<LoggedEvent> events_;
     std::size_t unreadable_ = 0;
@@ -66,8 +71,6 @@ Result<void> pruneActivityLog(blob::BlobStore &store, std::int64_t before);
 /// The form of LoggedEvent::time, and back; 0 when it is none.
 std::string logTimeOf(std::int64_t seconds);
 std::int64_t secondsOf(const std::string &logTime);
-
-Result<LogContent> readActivityLog(blob::BlobStore &store, const LogSelection &selection);
 
 } // namespace arca::store
 

@@ -15,7 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (const auto key = SecretKey::from(Bytes(SecretKey::kBytes, std::byte{1})))
         (void)store::RecordSeal(*key, engine::RecordForm::keyed)
             .open("objects/a/00000001", Bytes(bytes.begin(), bytes.end()));
-    (void)store::parseLogLine(textOf(bytes));
+    static const auto seal = store::LogSeal::of(*SecretKey::random());
+    (void)store::parseLogLine(textOf(bytes), "node", *seal);
     (void)store::encodeVerifyState(store::parseVerifyState(textOf(bytes)));
     for (const store::RecordKind &kind : store::recordKinds()) {
         (void)kind.check(bytes);

@@ -123,6 +123,153 @@ TEST_F(AccessTest, AGuestRestoresWhatWasGrantedAndNothingElse)
     EXPECT_EQ(restore(mine_, "p"), "content of p");
 }
 
+TEST_F(AccessTest, WhatIsTakenBackEndsWithTheNextCall)
+{
+    const std::string stream = randomBytes(4'000'000, 3);
+    ASSERT_EQ(backUp(mine_, "long", stream), HOX_RC_OK);
+    for (const char *piece : {"long", "p", "q"})
+        ASSERT_EQ(grant(piece), HOX_RC_OK);
+    hoxHandle_t guest = 0;
+    ASSERT_EQ(logOnAsGuest(guest, "testnode"), HOX_RC_OK);
+    const auto takeBack = [&](const std::string &piece) {
+        for (const auto &rule : rules())
+            if (piece == rule.objName.llName + 1) {
+                EXPECT_EQ(deleteAccess_(mine_, rule.ruleNumber), HOX_RC_OK);
+            }
+    };
+    // In the middle of a read.
+    qryRespBackupData found{};
+    query(mine_, "long", &found);
+    const hoxGetList granted{HOX_GETLIST_VERSION, 1, &found.objId};
+    std::string buffer(65536, '\0');
+    DataBlk data{HOX_DATABLK_VERSION, 65536, 0, buffer.data()};
+    ASSERT_EQ(api_.hoxBeginGetData(guest, 1, HOX_GET_BACKUP, &granted), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxGetObj(guest, &found.objId, &data), HOX_RC_MORE_DATA);
+    takeBack("long");
+    EXPECT_EQ(api_.hoxGetData(guest, &data), HOX_RC_ACCESS_DENIED);
+    EXPECT_EQ(data.numBytes, 0U);
+    EXPECT_EQ(api_.hoxEndGetObj(guest), HOX_RC_OK);
+    EXPECT_EQ(api_.hoxEndGetData(guest), HOX_RC_OK);
+
+    // In the middle of a listing, and of a query that has found it.
+    qryRespBackupData answer{};
+    DataBlk record{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
+    qryObjectsData all{};
+    all.stVersion = HOX_QRY_OBJECTS_VERSION;
+    all.objState = HOX_STATE_ANY;
+    ASSERT_EQ(api_.hoxBeginQuery(guest, HOX_QUERY_OBJECTS, &all), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxGetNextQObj(guest, &record), HOX_RC_MORE_DATA);
+    const std::string other = std::string(answer.objName.llName) == "/p" ? "q" : "p";
+    takeBack(other);
+    EXPECT_EQ(api_.hoxGetNextQObj(guest, &record), HOX_RC_FINISHED);
+    EXPECT_EQ(api_.hoxEndQuery(guest), HOX_RC_OK);
+    const std::string left = other == "p" ? "q" : "p";
+    const hoxObjName name = nameOf(left);
+    const qryBackupData asked{HOX_QRY_BACKUP_VERSION, &name, nullptr, HOX_STATE_ACTIVE};
+    ASSERT_EQ(api_.hoxBeginQuery(guest, HOX_QUERY_BACKUP, &asked), HOX_RC_OK);
+    takeBack(left);
+    EXPECT_EQ(api_.hoxGetNextQObj(guest, &record), HOX_RC_NO_MATCH);
+    EXPECT_EQ(api_.hoxEndQuery(guest), HOX_RC_OK);
+}
+
+TEST_F(AccessTest, RulesGoWithTheFilespace)
+{
+    ASSERT_EQ(grant("p"), HOX_RC_OK);
+    ASSERT_EQ(grant("*"), HOX_RC_OK);
+    hoxHandle_t guest = 0;
+    ASSERT_EQ(logOnAsGuest(guest, "testnode"), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxDeleteFS(mine_, "/fs", HOX_REPOSITORY_ALL), HOX_RC_OK);
+    EXPECT_TRUE(rules().empty());
+    EXPECT_TRUE(stored("grants").empty());
+    mine_ = logOn(); // registers it again
+    ASSERT_EQ(backUp(mine_, "p", "another"), HOX_RC_OK);
+    EXPECT_EQ(query(guest, "p"), kNothing);
+}
+
+TEST_F(AccessTest, DamageIsToldOnlyOfWhatWasGranted)
+{
+    const auto damage = [&](const std::string &piece) {
+        // The blob of the piece: the one that goes with it.
+        const auto before = stored("pieces");
+        EXPECT_EQ(remove(mine_, piece), HOX_RC_OK);
+        const auto after = stored("pieces");
+        EXPECT_EQ(backUp(mine_, piece, "content of " + piece), HOX_RC_OK);
+        for (const auto &path : before)
+            if (std::find(after.begin(), after.end(), path) == after.end()) {
+                std::string bytes = readFile(path);
+                bytes[70] = static_cast<char>(bytes[70] ^ 1);
+                writeFile(path, bytes);
+            }
+    };
+    ASSERT_EQ(grant("p"), HOX_RC_OK);
+    hoxHandle_t guest = 0;
+    ASSERT_EQ(logOnAsGuest(guest, "testnode"), HOX_RC_OK);
+    qryObjectsData all{};
+    all.stVersion = HOX_QRY_OBJECTS_VERSION;
+    all.objState = HOX_STATE_ANY;
+    all.hlName = "*";
+    const auto end = [&] {
+        EXPECT_EQ(api_.hoxBeginQuery(guest, HOX_QUERY_OBJECTS, &all), HOX_RC_OK);
+        qryRespBackupData answer{};
+        DataBlk record{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
+        int code;
+        while ((code = api_.hoxGetNextQObj(guest, &record)) == HOX_RC_MORE_DATA) {
+        }
+        EXPECT_EQ(api_.hoxEndQuery(guest), HOX_RC_OK);
+        return code;
+    };
+    qryRespBackupData hidden{};
+    query(mine_, "q", &hidden);
+    EXPECT_EQ(end(), HOX_RC_FINISHED);
+    damage("q");
+    EXPECT_EQ(end(), HOX_RC_FINISHED) << "it was not granted";
+    const hoxGetList list{HOX_GETLIST_VERSION, 1, &hidden.objId};
+    EXPECT_EQ(api_.hoxBeginGetData(guest, 1, HOX_GET_BACKUP, &list), HOX_RC_OBJECT_UNKNOWN);
+    damage("p");
+    EXPECT_EQ(end(), HOX_RC_REPOSITORY_DAMAGED);
+    const std::string said = text(HOX_RC_REPOSITORY_DAMAGED);
+    EXPECT_NE(said.find("/p"), std::string::npos) << said;
+    EXPECT_EQ(said.find("pieces/"), std::string::npos) << said;
+}
+
+TEST_F(AccessTest, EventsOfANodeAreReadByThatNode)
+{
+    hoxLogEventExIn_t event{};
+    event.stVersion = HOX_LOGEVENTEX_VERSION;
+    event.logType = HOX_LOG_SERVER;
+    event.severity = HOX_SEVERITY_ERROR;
+    event.message = "names piece df_secret";
+    ASSERT_EQ(api_.hoxLogEventEx(mine_, &event, nullptr), HOX_RC_OK);
+    for (const auto &file : stored("log"))
+        EXPECT_EQ(readFile(file).find("secret"), std::string::npos);
+    hoxHandle_t guest = 0;
+    ASSERT_EQ(logOnAsGuest(guest, nullptr), HOX_RC_OK);
+    const auto shown = [&](hoxHandle_t handle, const char *node) {
+        qryLogData asked{};
+        asked.stVersion = HOX_QRY_LOG_VERSION;
+        asked.nodeName = node;
+        EXPECT_EQ(api_.hoxBeginQuery(handle, HOX_QUERY_LOG, &asked), HOX_RC_OK);
+        std::string texts;
+        qryRespLogData answer{};
+        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
+        while (api_.hoxGetNextQObj(handle, &data) == HOX_RC_MORE_DATA)
+            texts += answer.sealed != 0 ? "sealed" + std::string(answer.message) : answer.message;
+        EXPECT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
+        return texts;
+    };
+    EXPECT_EQ(shown(mine_, nullptr), event.message);
+    EXPECT_EQ(shown(guest, nullptr), "");
+    EXPECT_EQ(shown(guest, "testnode"), "sealed");
+    EXPECT_EQ(shown(guest, HOX_ALL_NODES), "sealed");
+    // With another severity it is no event of the node.
+    const auto file = stored("log").front();
+    std::string line = readFile(file);
+    line[line.find("\tE\t") + 1] = 'W';
+    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
+    writeFile(file, line);
+    EXPECT_EQ(shown(mine_, nullptr), "");
+}
+
 TEST_F(AccessTest, ASessionForAnotherNodeNeedsARuleThatAdmitsIt)
 {
     struct Attempt {

@@ -39,6 +39,7 @@ TEST_F(ClientTest, ArcaLogShowsWhatSessionsReported)
         {{"--severity", "warning"}, "wfb"},
         {{"--severity", "SEVERE"}, "b"},
         {{"--node", "testnode"}, "swfb"},
+        {{"--all-nodes"}, "swfb"},
         {{"--node", "other"}, ""},
         {{"--since", "1h"}, "swfb"},
         {{"--since", "2000-01-01T00:00"}, "swfb"},
@@ -91,9 +92,10 @@ TEST_F(ClientTest, ArcaLogShowsWhatSessionsReported)
         return api_.hoxDeleteObj(handle, HOX_DELETE_LOG, &info);
     };
     const std::pair<qryLogData, const char *> asked[] = {
-        {{0, 0, 0, 0, nullptr}, "lswfb"},
-        {{0, 0, kThen, 0, nullptr}, ""},
-        {{0, 0, kThen + 1, 0, nullptr}, "l"},
+        {{0, 0, 0, 0, "*"}, "lswfb"},
+        {{0, 0, 0, 0, nullptr}, "swfb"},
+        {{0, 0, kThen, 0, "*"}, ""},
+        {{0, 0, kThen + 1, 0, "*"}, "l"},
         {{0, kThen + 1, 0, 1, nullptr}, "wfb"},
         {{0, 0, 0, 3, nullptr}, "b"},
         {{0, 0, 0, 0, "old"}, "l"},
@@ -105,7 +107,9 @@ TEST_F(ClientTest, ArcaLogShowsWhatSessionsReported)
     for (const auto &[before, left] :
          {std::pair{kThen + kDay, "lswfb"}, std::pair{kThen + kDay + 1, "swfb"}}) {
         EXPECT_EQ(prune(before), HOX_RC_OK);
-        EXPECT_EQ(query({}), left) << "a day goes when it is over";
+        qryLogData all{};
+        all.nodeName = "*";
+        EXPECT_EQ(query(all), left) << "a day goes when it is over";
     }
 }
 

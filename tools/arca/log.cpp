@@ -23,6 +23,7 @@ struct Asked {
     std::string since, before;
     std::uint32_t severity = HOX_SEVERITY_INFO;
     std::string node;
+    bool allNodes = false;
     int pruneDays = 0;
     bool yes = false, fromStandardInput = false;
 };
@@ -47,6 +48,7 @@ Result<mtLogFilter_t> filterFrom(const Asked &asked)
     mtLogFilter_t filter;
     filter.severity = asked.severity;
     filter.node = asked.node;
+    filter.allNodes = asked.allNodes;
     if (!asked.since.empty()) {
         ARCA_TRY(filter.since, momentFrom(asked.since, "--since"));
     }
@@ -66,6 +68,8 @@ void print(const mtLogEvent_t &event)
          {&event.node, &event.application, &event.messageId, &event.message})
         if (!field->empty())
             line += "  " + printable(*field, 4000);
+    if (event.sealed)
+        line += "  (sealed for its node)";
     fmt::print("{}\n", line);
 }
 
@@ -76,7 +80,8 @@ Json jsonOf(const mtLogEvent_t &event)
             {"node", event.node},
             {"application", event.application},
             {"messageId", event.messageId},
-            {"text", event.message}};
+            {"text", event.message},
+            {"sealed", event.sealed}};
 }
 
 Result<void> showLog(ClientSession &client, const Command &command, const Asked &asked,
@@ -141,15 +146,19 @@ void addLog(CLI::App &app, Command &command)
     verb->add_option("--severity", asked->severity, "Events as severe as that, or worse")
         ->transform(CLI::CheckedTransformer(kSeverities, CLI::ignore_case).description(""))
         ->type_name("info|warning|error|severe");
-    verb->add_option("--node", asked->node, "Events of that node only")->type_name("NAME");
+    auto *node = verb->add_option("--node", asked->node, "Events of that node instead of NODENAME");
+    node->type_name("NAME");
+    verb->add_flag("--all-nodes", asked->allNodes, "Events of all nodes")->excludes(node);
     verb->add_option("--prune", asked->pruneDays,
                      "Delete the events of days (UTC) that were over that many days ago")
         ->type_name("DAYS")
         ->check(CLI::Range(1, 36500).description(""));
     addYesOption(*verb, asked->yes);
     addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer("Example: arca log --since 24h --severity error\n"
-                 "Times are UTC. A session's events appear when it ends, errors at once.");
+    verb->footer(
+        "Example: arca log --since 24h --severity error\n"
+        "Times are UTC. A session's events appear when it ends, errors at once. Texts of other "
+        "nodes are sealed for them, and only said to be there.");
     verb->callback([&command, asked] {
         command.verb = "log";
         command.run = [&command, asked](Json &result) { return perform(command, *asked, result); };

@@ -27,7 +27,7 @@ int mtLogQuery(const mtSession &session, const mtLogFilter_t &filter,
 {
     unreadable = 0;
     const qryLogData asked{HOX_QRY_LOG_VERSION, filter.since, filter.before, filter.severity,
-                           filter.node.c_str()};
+                           filter.allNodes ? HOX_ALL_NODES : filter.node.c_str()};
     int rc = mtApi()->dhoxBeginQuery(mtStatus(), session.handle(), HOX_QUERY_LOG, &asked);
     if (rc != HOX_RC_OK) {
         return rc;
@@ -39,7 +39,7 @@ int mtLogQuery(const mtSession &session, const mtLogFilter_t &filter,
         unreadable = answer.unreadable;
         const auto time = static_cast<std::int64_t>(cuMake64(answer.time.hi, answer.time.lo));
         if (!visit({time, answer.severity, answer.nodeName, answer.application, answer.messageId,
-                    answer.message})) {
+                    answer.message, answer.sealed != 0})) {
             rc = HOX_RC_FINISHED;
             break;
         }

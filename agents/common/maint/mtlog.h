@@ -1,4 +1,4 @@
-// The activity log of the repository: what sessions report, for all nodes.
+// The activity log of the repository: what sessions report.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTLOG_H
 #define KEEL_AGENTS_COMMON_MAINT_MTLOG_H
 
@@ -11,13 +11,15 @@ struct mtLogFilter_t {
     std::int64_t since = 0;
     std::int64_t before = 0;
     std::uint32_t severity = HOX_SEVERITY_INFO; // this one or worse
-    std::string node;                           // empty: every one
+    std::string node;                           // empty: the session's own
+    bool allNodes = false;                      // instead of one
 };
 
 struct mtLogEvent_t {
     std::int64_t time = 0;
     std::uint32_t severity = HOX_SEVERITY_INFO;
     std::string node, application, messageId, message;
+    bool sealed = false; // for another node: the message is not shown
 };
 
 /// Writes an event in the name of this application; one of severity error or worse is durable on
