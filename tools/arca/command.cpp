@@ -5,6 +5,7 @@
 #include "keel_paths.h"
 #include "tools/timing/timing.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <unistd.h>
 
@@ -13,13 +14,15 @@
 namespace arca::tool
 {
 
+constexpr const char *kInstalledOptionFile = KEEL_CLIENT_ROOT "/api/bin64/arca.opt";
+
 void addCommonOptions(CLI::App &verb, Command &command)
 {
-    command.optionFile = KEEL_CLIENT_ROOT "/api/bin64/arca.opt";
-    verb.add_option("--optfile", command.optionFile, "Option file of the storage client")
-        ->type_name("FILE")
-        ->envname("ARCA_OPTFILE")
-        ->capture_default_str();
+    verb.add_option(
+            "--optfile", command.givenOptionFile,
+            std::string("Option file of the storage client (default: $ARCA_OPTFILE, else ") +
+                kInstalledOptionFile + ")")
+        ->type_name("FILE");
     verb.add_option("--log", command.logFile,
                     "Append a line about the outcome to this file, which wraps at 10 MiB")
         ->type_name("FILE");
@@ -50,14 +53,22 @@ Result<void> confirm(const std::string &question, bool yes)
     return {};
 }
 
+std::string optionFileOf(const Command &command)
+{
+    if (!command.givenOptionFile.empty())
+        return command.givenOptionFile;
+    const char *named = std::getenv("ARCA_OPTFILE");
+    return named != nullptr && *named != '\0' ? named : kInstalledOptionFile;
+}
+
 Result<config::Options> optionsOf(const Command &command)
 {
+    const std::string chosen = optionFileOf(command);
     // Kept passwords lie beside the option file and are told by their full path.
     std::error_code error;
-    const auto full = std::filesystem::absolute(command.optionFile, error);
-    auto read =
-        config::readOptionFile(error ? command.optionFile : full.lexically_normal().string());
-    if (!read && !std::filesystem::exists(command.optionFile, error))
+    const auto full = std::filesystem::absolute(chosen, error);
+    auto read = config::readOptionFile(error ? chosen : full.lexically_normal().string());
+    if (!read && !std::filesystem::exists(chosen, error))
         read.error().text += "; --optfile or ARCA_OPTFILE names another";
     ARCA_TRY(config::Options options, std::move(read));
     if (options.repository.empty())

@@ -28,7 +28,7 @@ struct UsageError : std::runtime_error {
 
 /// The command line, read: options that every verb takes, and the verb that was chosen.
 struct Command {
-    std::string optionFile;
+    std::string givenOptionFile; ///< by --optfile; empty: none was given
     bool json = false;
     bool ownJson = false; // the verb printed its object itself, and perform() prints none
     std::string logFile;  ///< a line about the outcome goes there; empty: nowhere
@@ -66,6 +66,11 @@ void addYesOption(CLI::App &verb, bool &yes);
 /// Goes on when `yes`, or when a person answers so to the question, which says what will be done.
 /// Throws UsageError when nobody is there to be asked.
 Result<void> confirm(const std::string &question, bool yes);
+
+/// The option file in force: that of --optfile, else that of ARCA_OPTFILE, else the installed one.
+/// The environment is read here and never by the command-line library, which lets it replace what
+/// was given to a verb with what it reads for the others.
+std::string optionFileOf(const Command &command);
 
 /// The options in force; `badOption` also when they name no repository.
 Result<config::Options> optionsOf(const Command &command);

@@ -58,6 +58,19 @@ public:
     }
 };
 
+/// An empty value is a variable of a script that was never set, and must not mean "every one". A
+/// text for people alone may be empty.
+void refuseEmptyValues(CLI::App &app)
+{
+    const CLI::Validator filled(
+        [](std::string &value) { return std::string(value.empty() ? "it is empty" : ""); }, "");
+    for (CLI::Option *option : app.get_options())
+        if (option->get_items_expected_max() != 0 && !option->check_lname("description"))
+            option->check(filled);
+    for (CLI::App *verb : app.get_subcommands([](const CLI::App *) { return true; }))
+        refuseEmptyValues(*verb);
+}
+
 } // namespace
 
 void shapeHelp(CLI::App &program)
@@ -73,6 +86,7 @@ bool readCommandLine(CLI::App &program, const std::string &version, int argc, ch
     program.set_version_flag("--version", version);
     if (generateWhenAsked(program, version, argc, argv, status))
         return false;
+    refuseEmptyValues(program);
     try {
         program.parse(argc, argv);
         return true;
