@@ -54,10 +54,25 @@ Result<void> list(ClientSession &client, const Command &command, const Asked &, 
     return {};
 }
 
+/// A rule holds one name or every one. What looks like a pattern would be kept as a name, and grant
+/// nothing.
+Result<void> expectNoPattern(const std::string &text, const char *what)
+{
+    if (text.find_first_of("*?") == std::string::npos)
+        return {};
+    return Error{ErrorKind::badArgument,
+                 fmt::format("'{}' is a pattern, and a rule names one {}; leave PIECE out to grant "
+                             "every piece of a filespace",
+                             printable(text, 40), what)};
+}
+
 Result<void> grant(ClientSession &client, const Command &command, const Asked &asked, Json &result)
 {
-    ARCA_TRY(const hoxObjName name,
-             objectName(asked.filespace, asked.piece.empty() ? "*" : asked.piece));
+    const bool every = asked.piece.empty() || asked.piece == "*";
+    if (!every)
+        ARCA_CHECK(expectNoPattern(asked.piece, "piece"));
+    ARCA_CHECK(expectNoPattern(asked.filespace, "filespace"));
+    ARCA_TRY(const hoxObjName name, objectName(asked.filespace, every ? "*" : asked.piece));
     ARCA_CHECK(answered(mtAccessGrant(client.session(), name, asked.reader, asked.owner)));
     result["granted"] = asked.reader;
     if (!command.json)

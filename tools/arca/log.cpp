@@ -149,10 +149,14 @@ void addLog(CLI::App &app, Command &command)
     auto *node = verb->add_option("--node", asked->node, "Events of that node instead of NODENAME");
     node->type_name("NAME");
     verb->add_flag("--all-nodes", asked->allNodes, "Events of all nodes")->excludes(node);
-    verb->add_option("--prune", asked->pruneDays,
-                     "Delete the events of days (UTC) that were over that many days ago")
-        ->type_name("DAYS")
-        ->check(CLI::Range(1, 36500).description(""));
+    CLI::Option *prune =
+        verb->add_option("--prune", asked->pruneDays,
+                         "Delete the events of all nodes of days (UTC) that were over that many "
+                         "days ago")
+            ->type_name("DAYS")
+            ->check(CLI::Range(1, 36500).description(""));
+    for (const char *filter : {"--since", "--before", "--severity", "--node", "--all-nodes"})
+        prune->excludes(verb->get_option(filter));
     addYesOption(*verb, asked->yes);
     addPasswordOption(*verb, asked->fromStandardInput);
     verb->footer(

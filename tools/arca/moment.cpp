@@ -36,8 +36,12 @@ std::optional<std::int64_t> timeGiven(const std::string &text)
     for (const char *form : {"%Y-%m-%d", "%Y-%m-%dT%H:%M", "%Y-%m-%dT%H:%M:%SZ"}) {
         std::tm utc{};
         const char *end = strptime(text.c_str(), form, &utc);
-        if (end != nullptr && *end == '\0')
-            return timegm(&utc);
+        if (end == nullptr || *end != '\0')
+            continue;
+        const std::tm meant = utc;
+        const std::int64_t moment = timegm(&utc); // makes 3 March of 31 February
+        if (moment > 0 && meant.tm_mday == utc.tm_mday && meant.tm_sec == utc.tm_sec)
+            return moment;
     }
     return std::nullopt;
 }
@@ -52,8 +56,8 @@ Result<std::int64_t> momentFrom(const std::string &text, const std::string &opti
     if (!moment)
         return Error{ErrorKind::badArgument,
                      option +
-                         " takes a time ago (90m, 12h, 7d) or a UTC time such as 2026-11-21 or "
-                         "2026-11-21T08:31, not '" +
+                         " takes a time ago (90m, 12h, 7d) or a UTC time since 1970 such as "
+                         "2026-11-21 or 2026-11-21T08:31, not '" +
                          printable(text, 40) + "'"};
     return *moment;
 }
@@ -62,8 +66,8 @@ Result<std::uint64_t> sizeFrom(const std::string &text, const std::string &optio
 {
     constexpr std::string_view kUnits = "KMGT";
     const Error wrong{ErrorKind::badArgument, option +
-                                                  " takes a size such as 4096, 500k, 10M or "
-                                                  "1.5G, not '" +
+                                                  " takes a size of 1 byte or more, such as "
+                                                  "4096, 500k, 10M or 1.5G, not '" +
                                                   printable(text, 40) + "'"};
     std::size_t end = text.find_first_not_of("0123456789.");
     end = std::min(end, text.size());
@@ -78,7 +82,7 @@ Result<std::uint64_t> sizeFrom(const std::string &text, const std::string &optio
             return wrong;
         bytes *= std::pow(1024.0, static_cast<double>(unit + 1));
     }
-    if (bytes >= 9e18)
+    if (bytes < 1 || bytes >= 9e18)
         return wrong;
     return static_cast<std::uint64_t>(bytes);
 }
