@@ -45,9 +45,10 @@ Answer<std::string> infoOf(const ObjAttr &attributes)
 Answer<void> takeAttributes(Session &session, const ObjAttr *attributes, std::uint32_t mask,
                             store::PieceDescription &piece)
 {
-    ARCA_CHECK(expectVersion(attributes,
-                             attributes == nullptr ? std::uint16_t{0} : attributes->stVersion,
-                             HOX_OBJATTR_VERSION, "the attribute record"));
+    const bool identified = (mask & HOX_UPDOBJ_ONLY_ID) != 0;
+    ARCA_CHECK(expectVersion(
+        attributes, attributes == nullptr ? std::uint16_t{0} : attributes->stVersion,
+        identified ? HOX_OBJATTR_VERSION_ID : HOX_OBJATTR_VERSION, "the attribute record"));
     if ((mask & HOX_UPDOBJ_OWNER) != 0) {
         ARCA_TRY(piece.owner, fieldText(attributes->owner, "the owner"));
     }

@@ -6,6 +6,8 @@
 #include "client/api/guest.h"
 #include "client/api/records.h"
 
+#include <optional>
+
 using namespace arca;
 using namespace arca::api;
 
@@ -36,11 +38,15 @@ std::int16_t hoxUpdateObj(hoxHandle_t handle, std::uint8_t sendType, const hoxOb
             return success();
         }
         ARCA_TRY(const store::ObjectName own, changeable(session, sendType, name));
-        if (mask == 0 || (mask & ~kEveryAttribute) != 0)
+        const std::uint32_t changed = mask & ~HOX_UPDOBJ_ONLY_ID;
+        if (changed == 0 || (changed & ~kEveryAttribute) != 0)
             return refused(HOX_RC_BAD_ARGUMENT, "the mask names no attributes, or unknown ones");
         store::PieceDescription given;
         ARCA_CHECK(takeAttributes(session, attributes, mask, given));
-        ARCA_CHECK(session.space->update(own, [&](store::PieceDescription &piece) {
+        std::optional<store::PieceId> only;
+        if (changed != mask)
+            only = joined(attributes->objId);
+        ARCA_CHECK(session.space->update(own, only, [&](store::PieceDescription &piece) {
             if ((mask & HOX_UPDOBJ_OWNER) != 0)
                 piece.owner = given.owner;
             if ((mask & HOX_UPDOBJ_MC) != 0)

@@ -435,6 +435,7 @@ typedef struct mcBindKey {
 } mcBindKey;
 
 #define HOX_OBJATTR_VERSION 3
+#define HOX_OBJATTR_VERSION_ID 4 /* as version 3, and objId is there; for hoxUpdateObj */
 typedef struct ObjAttr {
     uint16_t stVersion;
     char owner[HOX_MAX_OWNER_NAME + 1];
@@ -443,6 +444,7 @@ typedef struct ObjAttr {
     uint16_t objInfoLength; /* at most HOX_MAX_OBJ_INFO */
     const char *objInfo;    /* kept with the object, padded with NUL to HOX_MAX_OBJ_INFO */
     const char *mcNameP;    /* null, or the class in place of the bound one */
+    hox64_t objId;          /* version 4, with HOX_UPDOBJ_ONLY_ID: the object that is meant */
 } ObjAttr;
 
 #define HOX_ENDSENDEX_VERSION 1
@@ -814,12 +816,15 @@ typedef struct mcDefinition {
 #define HOX_UPDOBJ_OWNER 0x1U
 #define HOX_UPDOBJ_INFO 0x2U
 #define HOX_UPDOBJ_MC 0x4U
+#define HOX_UPDOBJ_ONLY_ID 0x8U /* with HOX_OBJATTR_VERSION_ID; takes nothing over */
 
 /*
  * Changes attributes of an object: those that mask names, as hoxSendObj takes them; the others may
  * be 0. Durable and visible to every session on return, in one step; what other sessions change at
  * the same time is kept. Queries answer the attributes as they are now. A null or empty mcNameP
  * binds the object to the default class. Not in a transaction, a query or a read.
+ * HOX_UPDOBJ_ONLY_ID, beside others, means that name must still lead to the object objId: when the
+ * name leads to another one by now, nothing changes and the answer is HOX_RC_OBJECT_UNKNOWN.
  * HOX_RC_OBJECT_UNKNOWN, HOX_RC_FS_UNKNOWN, HOX_RC_MC_UNKNOWN; HOX_RC_BAD_ARGUMENT when mask is 0
  * or names what is not known.
  *

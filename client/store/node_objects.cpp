@@ -237,13 +237,16 @@ Result<PieceId> NodeSpace::firstId(PieceId id)
     return state.record.first();
 }
 
-Result<void> NodeSpace::update(const ObjectName &name,
+Result<void> NodeSpace::update(const ObjectName &name, std::optional<PieceId> only,
                                const std::function<void(PieceDescription &)> &change)
 {
     ARCA_TRY(const auto turn, lockChanges());
     ARCA_TRY(auto found, find(name));
     if (!found)
         return Error{ErrorKind::notFound, "there is no object " + printable(name.joined())};
+    if (only && found->id != *only)
+        return Error{ErrorKind::notFound,
+                     "another object has the name " + printable(name.joined()) + " by now"};
     ObjectRecords records(*domain_);
     ARCA_TRY(auto state, records.read(found->id));
     change(found->description);

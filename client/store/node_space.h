@@ -76,8 +76,9 @@ public:
     /// Removes the piece, durably. `notFound` also when it was removed, or replaced, meanwhile.
     Result<void> remove(PieceId id);
 
-    /// Changes owner, management class and information of a piece, durably. `notFound`.
-    Result<void> update(const ObjectName &name,
+    /// Changes owner, management class and information of a piece, durably. `notFound`, also when
+    /// `only` has a value and the name leads to a piece of another identifier.
+    Result<void> update(const ObjectName &name, std::optional<PieceId> only,
                         const std::function<void(PieceDescription &)> &change);
 
     /// The identifier that a piece was stored under before it was ever renamed. `notFound`.
