@@ -8,6 +8,7 @@
 #include "tools/arca/selection.h"
 #include "tools/common/progress.h"
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -146,19 +147,36 @@ Result<void> retire(ClientSession &client, const Command &command, const Asked &
                     "deleted now", result);
 }
 
-/// `bound` counts those that were not bound to it before, and comes in as how many that will be.
-int bindMatching(const mtSession &finding, const mtSession &changing, const Asked &asked,
-                 mtFilter_t filter, bool dryRun, std::uint64_t &bound)
+/// What was bound, or would be: those that were not bound to it before.
+struct Bound {
+    std::uint64_t gone = 0; // not there any more when their turn came
+    mtObjectIds_t ids;
+};
+
+std::string pieces(std::uint64_t number)
 {
-    const std::uint64_t planned = std::exchange(bound, 0);
+    return fmt::format("{} {}", number, number == 1 ? "piece" : "pieces");
+}
+
+/// `planned`: null for a dry run; else what that found, and nothing but that is bound.
+int bindMatching(const mtSession &finding, const mtSession &changing, const Asked &asked,
+                 mtFilter_t filter, const mtObjectIds_t *planned, Bound &bound)
+{
+    const bool dryRun = planned == nullptr;
     filter.progress = shownQuery(dryRun ? "Looking through the pieces" : "");
+    filter.among = planned;
     tools::Progress progress("Binding", std::nullopt, dryRun);
-    return mtBindObjects(finding, changing, filter, asked.name, dryRun,
-                         [&](const mtObject_t &, int outcome) {
-                             bound += outcome == HOX_RC_OK ? 1 : 0;
-                             progress.show(bound, planned, 0);
-                             return !interrupted();
-                         });
+    const int rc = mtBindObjects(
+        finding, changing, filter, asked.name, dryRun, [&](const mtObject_t &object, int outcome) {
+            if (outcome == HOX_RC_OK)
+                bound.ids.push_back(object.objId);
+            progress.show(bound.ids.size(), dryRun ? 0 : planned->size(), 0);
+            return !interrupted();
+        });
+    std::ranges::sort(bound.ids);
+    if (!dryRun && rc == HOX_RC_OK)
+        bound.gone = planned->size() - bound.ids.size();
+    return rc;
 }
 
 /// Whether anything is meant at all, bound or not.
@@ -176,30 +194,37 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
 {
     ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
     ARCA_TRY(mtSession *const changing, client.second());
-    std::uint64_t bound = 0;
-    const int found = bindMatching(client.session(), *changing, asked, filter, true, bound);
+    Bound bound;
+    const int found = bindMatching(client.session(), *changing, asked, filter, nullptr, bound);
     ARCA_CHECK(expectUninterrupted());
     ARCA_CHECK(answeredFor(asked, found));
-    if (bound == 0) {
+    if (bound.ids.empty()) {
         ARCA_TRY(const bool any, matchesAny(client, filter));
         if (!any)
             return noMatch(asked.selection);
     }
-    if (!asked.dryRun && bound != 0) {
-        ARCA_CHECK(confirm(fmt::format("{} pieces are bound to {}, which says from then on how "
-                                       "long they are kept. Go on?",
-                                       bound, printable(asked.name)),
+    if (!asked.dryRun && !bound.ids.empty()) {
+        ARCA_CHECK(confirm(fmt::format("{} {} bound to {}, which says from then on how long {} "
+                                       "kept. Go on?",
+                                       pieces(bound.ids.size()),
+                                       bound.ids.size() == 1 ? "is" : "are", printable(asked.name),
+                                       bound.ids.size() == 1 ? "it is" : "they are"),
                            asked.yes));
         ARCA_CHECK(expectUninterrupted());
-        const int rc = bindMatching(client.session(), *changing, asked, filter, false, bound);
+        const mtObjectIds_t planned = std::exchange(bound.ids, {});
+        const int rc = bindMatching(client.session(), *changing, asked, filter, &planned, bound);
         if (rc == HOX_RC_ABORTED && interrupted())
-            return interruption(fmt::format("{} pieces bound; run it again for the rest", bound));
+            return interruption(pieces(bound.ids.size()) + " bound; run it again for the rest");
         ARCA_CHECK(answered(rc));
     }
-    result["bound"] = bound;
+    result["bound"] = bound.ids.size();
+    result["missing"] = bound.gone;
+    if (!command.json && bound.gone != 0)
+        fmt::print("{} {} not there any more, or bound by now\n", pieces(bound.gone),
+                   bound.gone == 1 ? "is" : "are");
     if (!command.json)
-        fmt::print("{} {} {} to {}; what was bound to it stays so\n",
-                   asked.dryRun ? "Would bind" : "Bound", bound, bound == 1 ? "piece" : "pieces",
+        fmt::print("{} {} to {}; what was bound to it stays so\n",
+                   asked.dryRun ? "Would bind" : "Bound", pieces(bound.ids.size()),
                    printable(asked.name));
     return {};
 }

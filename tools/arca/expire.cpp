@@ -9,6 +9,7 @@
 #include "tools/arca/selection.h"
 #include "tools/common/progress.h"
 
+#include <algorithm>
 #include <ctime>
 
 #include <fmt/format.h>
@@ -47,17 +48,21 @@ Result<mtExpired_t> expire(ClientSession &client, const mtExpiry_t &expiry,
     return totals;
 }
 
-/// Names what would go, unless nobody asked for that.
-Result<mtExpired_t> rehearse(ClientSession &client, mtExpiry_t expiry, bool named)
+/// Names what would go, unless `named` is false, and adds its identifiers to `going`, ascending.
+Result<mtExpired_t> rehearse(ClientSession &client, mtExpiry_t expiry, bool named,
+                             mtObjectIds_t &going)
 {
     expiry.dryRun = true;
     expiry.names.progress = shownQuery(named ? "" : "Looking through the versions");
-    return expire(client, expiry, [named](const mtObject_t &object, int) {
+    auto done = expire(client, expiry, [&](const mtObject_t &object, int) {
+        going.push_back(object.objId);
         if (named)
             fmt::print("{}  {:>10}  {}\n", idText(object.objId), sizeText(object.size),
                        printable(object.fsName + object.hlName + object.llName, 2400));
-        return true;
+        return !interrupted();
     });
+    std::ranges::sort(going);
+    return done;
 }
 
 Result<mtExpired_t> carryOut(ClientSession &client, mtExpiry_t expiry, std::uint64_t planned)
@@ -76,16 +81,24 @@ Result<mtExpired_t> carryOut(ClientSession &client, mtExpiry_t expiry, std::uint
 Result<mtExpired_t> perform(ClientSession &client, const Command &command, const Asked &asked,
                             const mtExpiry_t &expiry)
 {
+    mtObjectIds_t going;
     if (asked.dryRun)
-        return rehearse(client, expiry, !command.json);
-    mtExpired_t planned;
-    if (!asked.yes) {
-        ARCA_TRY(planned, rehearse(client, expiry, false));
-        if (planned.deleted != 0)
-            ARCA_CHECK(confirm(amountText(planned) + ", go for good. Delete them?", false));
-    }
+        return rehearse(client, expiry, !command.json, going);
+    if (asked.yes)
+        return carryOut(client, expiry, 0);
+    ARCA_TRY(mtExpired_t planned, rehearse(client, expiry, false, going));
+    if (planned.deleted == 0)
+        return planned;
+    ARCA_CHECK(confirm(amountText(planned) + ", go for good. Delete them?", false));
     ARCA_CHECK(expectUninterrupted());
-    return carryOut(client, expiry, planned.deleted);
+    mtExpiry_t shown = expiry;
+    shown.among = &going;
+    ARCA_TRY(const mtExpired_t done, carryOut(client, shown, planned.deleted));
+    if (done.deleted < planned.deleted && !command.json)
+        fmt::print("{} of those {} not there any more, or kept by now\n",
+                   planned.deleted - done.deleted,
+                   planned.deleted - done.deleted == 1 ? "is" : "are");
+    return done;
 }
 
 Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
@@ -93,7 +106,7 @@ Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
     ARCA_TRY(const mtFilter_t names, filterFrom(asked.selection));
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
-    const mtExpiry_t expiry{names, std::time(nullptr), false};
+    const mtExpiry_t expiry{names, std::time(nullptr), false, nullptr};
     ARCA_TRY(const mtExpired_t totals, perform(*client, command, asked, expiry));
     if (totals.looked == 0 && !asked.selection.pattern.empty())
         return noMatch(asked.selection);

@@ -6,9 +6,12 @@
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
+#include "tools/arca/piece_name.h"
 #include "tools/arca/rm_blob.h"
 #include "tools/arca/selection.h"
 #include "tools/common/progress.h"
+
+#include <algorithm>
 
 #include <fmt/format.h>
 
@@ -23,16 +26,12 @@ struct Asked {
     std::vector<std::string> ids, blobs;
     bool deactivate = false, dryRun = false, yes = false, fromStandardInput = false;
 
-    mtAction_t action() const
-    {
-        return dryRun       ? mtAction_t::nothing
-               : deactivate ? mtAction_t::deactivate
-                            : mtAction_t::remove;
-    }
+    mtAction_t action() const { return deactivate ? mtAction_t::deactivate : mtAction_t::remove; }
 };
 
 struct Totals {
     std::uint64_t objects = 0, size = 0, missing = 0;
+    mtObjectIds_t ids; // ascending, of what was looked at before anything was asked
     int damage = HOX_RC_OK; // what the look ended with, if it met pieces that cannot be read
 };
 
@@ -47,15 +46,19 @@ std::string amountText(const Totals &totals)
                        totals.size == 0 ? "" : ", " + sizeText(totals.size));
 }
 
-/// What is meant: counted before anything is asked or done.
-Result<Totals> look(ClientSession &client, mtFilter_t filter)
+/// Counts what is meant before anything is asked or done, and remembers it. A dry run names it.
+Result<Totals> look(ClientSession &client, mtFilter_t filter, bool named)
 {
-    filter.progress = shownQuery("Looking through the pieces");
+    filter.progress = shownQuery(named ? "" : "Looking through the pieces");
     Totals totals;
     const int rc = mtQueryObjects(client.session(), filter, mtOrder_t::inserted,
                                   [&](const dhoxBackupObject_t &object) {
                                       ++totals.objects;
                                       totals.size += object.size;
+                                      totals.ids.push_back(object.objId);
+                                      if (named)
+                                          fmt::print("{}  {}\n", idText(object.objId),
+                                                     printable(pieceText(object.objName), 2400));
                                       return true;
                                   });
     ARCA_CHECK(expectUninterrupted());
@@ -64,25 +67,30 @@ Result<Totals> look(ClientSession &client, mtFilter_t filter)
         totals.damage = rc;
     else
         ARCA_CHECK(answered(rc));
+    std::ranges::sort(totals.ids);
     return totals;
 }
 
 std::string question(const Asked &asked, const Totals &totals)
 {
+    const bool one = totals.objects == 1;
     return asked.deactivate
-               ? fmt::format("{} become inactive: their names are free, and expiry takes them when "
-                             "their class lets them go. Go on?",
-                             amountText(totals))
-               : fmt::format("{} go for good. Delete them?", amountText(totals));
+               ? fmt::format("{} {} inactive: {}, and expiry takes {} when the class lets {} go. "
+                             "Go on?",
+                             amountText(totals), one ? "becomes" : "become",
+                             one ? "its name is free" : "their names are free", one ? "it" : "them",
+                             one ? "it" : "them")
+               : fmt::format("{} {} for good. Delete {}?", amountText(totals), one ? "goes" : "go",
+                             one ? "it" : "them");
 }
 
-/// Counts what becomes of each, and shows how far it is. A dry run names them.
+/// Counts what becomes of each, and shows how far it is.
 class Watcher
 {
 public:
     Watcher(const Command &command, const Asked &asked, std::uint64_t planned)
         : command_(command), asked_(asked), planned_(planned),
-          progress_(asked.deactivate ? "Making inactive" : "Deleting", std::nullopt, asked.dryRun)
+          progress_(asked.deactivate ? "Making inactive" : "Deleting")
     {
     }
 
@@ -91,17 +99,15 @@ public:
         return [this](const mtObject_t &object, int rc) {
             ++(rc == HOX_RC_OK ? done_.objects : done_.missing);
             done_.size += rc == HOX_RC_OK ? object.size : 0;
-            if (rc != HOX_RC_OK && asked_.selection.pattern.empty() && !command_.json)
-                fmt::print("{} is not there any more\n", idText(object.objId));
-            if (asked_.dryRun && !command_.json)
-                fmt::print("{}  {}\n", idText(object.objId),
-                           printable(object.fsName + object.hlName + object.llName, 2400));
+            if (rc != HOX_RC_OK && !command_.json)
+                fmt::print("{} is not there any more{}\n", idText(object.objId),
+                           asked_.deactivate ? ", or not active" : "");
             progress_.show(done_.objects + done_.missing, planned_, 0);
             return !interrupted();
         };
     }
 
-    const Totals &done()
+    Totals done()
     {
         progress_.clear();
         return done_;
@@ -115,13 +121,16 @@ private:
     Totals done_;
 };
 
-int removeIds(const mtSession &session, const std::vector<mtObject_t> &objects, mtAction_t action,
+int removeIds(const mtSession &session, const mtObjectIds_t &ids, mtAction_t action,
               const mtRemovalReport_t &report)
 {
     mtRemoval removal(session, action, report);
-    for (const mtObject_t &object : objects)
-        if (const int rc = removal.add(object); rc != HOX_RC_OK)
+    for (const std::uint64_t id : ids) {
+        mtObject_t object;
+        object.objId = id;
+        if (const int rc = removal.add(std::move(object)); rc != HOX_RC_OK)
             return rc;
+    }
     return removal.finish();
 }
 
@@ -152,43 +161,70 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
     return {};
 }
 
-Result<void> removeMatching(const Command &command, const Asked &asked, Json &result)
+/// Works on what was counted, and on nothing that came since; what went since is told.
+Result<void> carryOut(ClientSession &client, const Command &command, const Asked &asked,
+                      const mtFilter_t &filter, const Totals &counted, Json &result)
 {
-    ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
-    catchInterrupts();
-    ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
-    ARCA_TRY(const Totals planned, look(*client, filter));
-    if (planned.objects == 0 && planned.damage != HOX_RC_OK && isLiteral(asked.selection.pattern))
-        return removeDamagedPiece(command, asked.selection.filespace, asked.selection.pattern,
-                                  {{}, asked.dryRun, asked.yes, asked.fromStandardInput}, result);
-    if (planned.objects == 0)
-        ARCA_CHECK(answered(planned.damage));
-    if (planned.objects == 0)
-        return noMatch(asked.selection);
-    if (!asked.dryRun)
-        ARCA_CHECK(confirm(question(asked, planned), asked.yes));
-    ARCA_TRY(mtSession *const changing, client->second());
-    Watcher watcher(command, asked, planned.objects);
+    mtFilter_t shown = filter;
+    shown.among = &counted.ids;
+    ARCA_TRY(mtSession *const changing, client.second());
+    Watcher watcher(command, asked, counted.objects);
     ARCA_CHECK(expectUninterrupted());
     const int rc =
-        mtRemoveObjects(client->session(), *changing, filter, asked.action(), watcher.report());
-    return conclude(*client, command, asked, watcher.done(), rc, result);
+        mtRemoveObjects(client.session(), *changing, shown, asked.action(), watcher.report());
+    Totals done = watcher.done();
+    const std::uint64_t seen = done.objects + done.missing;
+    const std::uint64_t gone =
+        rc == HOX_RC_OK && seen < counted.objects ? counted.objects - seen : 0;
+    done.missing += gone;
+    if (gone != 0 && !command.json)
+        fmt::print("{} of the {} pieces {} not there any more, or not as asked for\n", gone,
+                   counted.objects, gone == 1 ? "is" : "are");
+    return conclude(client, command, asked, done, rc, result);
 }
 
-Result<void> removeByIds(const Command &command, const Asked &asked, Json &result)
+Result<void> removeMatching(const Command &command, const Asked &asked, const mtObjectIds_t &ids,
+                            Json &result)
 {
-    std::vector<mtObject_t> objects;
-    for (const std::string &text : asked.ids) {
-        objects.emplace_back();
-        ARCA_TRY(objects.back().objId, idFrom(text));
+    ARCA_TRY(mtFilter_t filter, filterFrom(asked.selection));
+    if (!ids.empty()) {
+        filter.among = &ids;
+        if (!asked.selection.inactive)
+            filter.objState = HOX_STATE_ANY;
     }
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
-    if (!asked.dryRun)
-        ARCA_CHECK(confirm(question(asked, {objects.size(), 0, 0}), asked.yes));
-    Watcher watcher(command, asked, objects.size());
+    ARCA_TRY(Totals counted, look(*client, filter, asked.dryRun && !command.json));
+    if (counted.objects == 0 && ids.empty() && counted.damage != HOX_RC_OK &&
+        isLiteral(asked.selection.pattern))
+        return removeDamagedPiece(command, asked.selection.filespace, asked.selection.pattern,
+                                  {{}, asked.dryRun, asked.yes, asked.fromStandardInput}, result);
+    if (counted.objects == 0)
+        ARCA_CHECK(answered(counted.damage));
+    if (counted.objects == 0)
+        return ids.empty() ? noMatch(asked.selection)
+                           : Error{ErrorKind::notFound,
+                                   "no identifier that was given is of a piece that fits"};
+    if (counted.objects < ids.size() && !command.json)
+        fmt::print("{} of the {} identifiers {} of no piece that fits\n",
+                   ids.size() - counted.objects, ids.size(),
+                   ids.size() - counted.objects == 1 ? "is" : "are");
+    if (asked.dryRun)
+        return conclude(*client, command, asked, counted, counted.damage, result);
+    ARCA_CHECK(confirm(question(asked, counted), asked.yes));
+    return carryOut(*client, command, asked, filter, counted, result);
+}
+
+/// Without a search, so that it works where none does.
+Result<void> removeByIds(const Command &command, const Asked &asked, const mtObjectIds_t &ids,
+                         Json &result)
+{
+    catchInterrupts();
+    ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
+    ARCA_CHECK(confirm(question(asked, {ids.size(), 0, 0, {}, HOX_RC_OK}), asked.yes));
+    Watcher watcher(command, asked, ids.size());
     ARCA_CHECK(expectUninterrupted());
-    const int rc = removeIds(client->session(), objects, asked.action(), watcher.report());
+    const int rc = removeIds(client->session(), ids, asked.action(), watcher.report());
     return conclude(*client, command, asked, watcher.done(), rc, result);
 }
 
@@ -202,8 +238,16 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
     }
     if (asked.ids.empty() == asked.selection.pattern.empty())
         throw UsageError("it takes a PATTERN or --id, one of the two ('*' means every piece)");
-    return asked.ids.empty() ? removeMatching(command, asked, result)
-                             : removeByIds(command, asked, result);
+    mtObjectIds_t ids;
+    for (const std::string &text : asked.ids) {
+        ARCA_TRY(const std::uint64_t id, idFrom(text));
+        ids.push_back(id);
+    }
+    std::ranges::sort(ids);
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+    return ids.empty() || asked.dryRun || hasFilters(asked.selection)
+               ? removeMatching(command, asked, ids, result)
+               : removeByIds(command, asked, ids, result);
 }
 
 } // namespace
@@ -214,7 +258,8 @@ void addRm(CLI::App &app, Command &command)
     auto asked = std::make_shared<Asked>();
     verb->add_option("PATTERN", asked->selection.pattern,
                      "Names of pieces: * stands for anything, ? for one character");
-    verb->add_option("--id", asked->ids, "By identifier, as arca ls --long shows it")
+    verb->add_option("--id", asked->ids,
+                     "By identifier, as arca ls --long shows it, active or inactive")
         ->type_name("ID");
     verb->add_option("--blob", asked->blobs,
                      "A damaged blob, as verify, repair or reclaim named it: a manifest is set "

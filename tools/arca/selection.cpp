@@ -31,6 +31,16 @@ void addSelectionOptions(CLI::App &verb, Selection &selection)
     verb.add_flag("--all", selection.all, "Active and inactive versions")->excludes(inactive);
 }
 
+bool hasFilters(const Selection &selection)
+{
+    for (const std::string *given :
+         {&selection.filespace, &selection.className, &selection.owner, &selection.older,
+          &selection.newer, &selection.larger, &selection.smaller})
+        if (!given->empty())
+            return true;
+    return selection.inactive || selection.all;
+}
+
 Result<mtFilter_t> filterFrom(const Selection &selection)
 {
     mtFilter_t filter;
@@ -47,6 +57,10 @@ Result<mtFilter_t> filterFrom(const Selection &selection)
         if (selection.pattern.find_first_of("*?") == std::string::npos)
             filter.hlName = "/";
     }
+    if (!selection.filespace.empty() && !filter.fsName.empty())
+        return Error{ErrorKind::badArgument,
+                     printable(selection.pattern) +
+                         " names a filespace itself; leave --filespace out"};
     if (!selection.filespace.empty())
         filter.fsName = (selection.filespace.starts_with('/') ? "" : "/") + selection.filespace;
     filter.mcName = selection.className;

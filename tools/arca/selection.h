@@ -22,6 +22,9 @@ struct Selection {
 /// The options; the operand PATTERN is the verb's own matter.
 void addSelectionOptions(CLI::App &verb, Selection &selection);
 
+/// Returns true when anything but the pattern narrows the selection.
+bool hasFilters(const Selection &selection);
+
 /// `badArgument` when a time or a size is none.
 Result<mtFilter_t> filterFrom(const Selection &selection);
 

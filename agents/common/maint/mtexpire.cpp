@@ -126,7 +126,9 @@ int mtExpire(const mtSession &finding, const mtSession &changing, const mtExpiry
     int rc = HOX_RC_OK;
     const auto settle = [&] {
         for (mtObject_t &object : name.outdated(expiry.now)) {
-            rc = rc == HOX_RC_OK ? removal.add(std::move(object)) : rc;
+            const bool meant =
+                expiry.among == nullptr || std::ranges::binary_search(*expiry.among, object.objId);
+            rc = rc == HOX_RC_OK && meant ? removal.add(std::move(object)) : rc;
         }
         return rc == HOX_RC_OK;
     };

@@ -19,6 +19,8 @@ struct mtExpiry_t {
     mtFilter_t names; // whose versions, by fsName, hlName and llName, and who is told the progress
     std::int64_t now = 0; // seconds since 1970, UTC
     bool dryRun = false;
+    /// Only versions of these identifiers are deleted; null: of any. The caller owns it.
+    const mtObjectIds_t *among = nullptr;
 };
 
 struct mtExpired_t {

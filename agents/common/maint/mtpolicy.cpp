@@ -1,6 +1,7 @@
 // Management classes: see the header.
 #include "agents/common/maint/mtpolicy.h"
 
+#include "common/cu/cu64.h"
 #include "common/string/ststring.h"
 
 namespace
@@ -45,10 +46,11 @@ int apply(const mtClassChange_t &change, mcDefinition &definition, std::uint32_t
 int bind(const mtSession &session, const dhoxBackupObject_t &object, const std::string &className)
 {
     ObjAttr attributes{};
-    attributes.stVersion = HOX_OBJATTR_VERSION;
+    attributes.stVersion = HOX_OBJATTR_VERSION_ID;
     attributes.mcNameP = className.c_str();
+    attributes.objId = {cuHigh32(object.objId), cuLow32(object.objId)};
     return mtApi()->dhoxUpdateObj(mtStatus(), session.handle(), HOX_SEND_BACKUP, &object.objName,
-                                  &attributes, HOX_UPDOBJ_MC);
+                                  &attributes, HOX_UPDOBJ_MC | HOX_UPDOBJ_ONLY_ID);
 }
 
 /// Also when there is nothing to bind: a class that is not there is a mistake.

@@ -40,8 +40,8 @@ int mtClassDelete(const mtSession &session, const std::string &name);
 /// Binds every active object that the filter names to a class, one after the other; those that are
 /// bound to it already are passed over, so that whoever was interrupted begins again. `finding`
 /// answers the query while `changing` binds; they are two sessions of one node. The report tells of
-/// each what became of it: 0, or HOX_RC_OBJECT_UNKNOWN when it went meanwhile. A dry run only
-/// reports. HOX_RC_MC_UNKNOWN; HOX_RC_ABORTED when the report said stop.
+/// each what became of it: 0, or HOX_RC_OBJECT_UNKNOWN when it went, or another one took its name,
+/// meanwhile. A dry run only reports. HOX_RC_MC_UNKNOWN; HOX_RC_ABORTED when the report said stop.
 int mtBindObjects(const mtSession &finding, const mtSession &changing, const mtFilter_t &filter,
                   const std::string &className, bool dryRun, const mtRemovalReport_t &report);
 

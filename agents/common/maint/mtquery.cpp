@@ -1,6 +1,8 @@
 // Bulk query: see the header.
 #include "agents/common/maint/mtquery.h"
 
+#include <algorithm>
+
 #include "common/cu/cu64.h"
 
 namespace
@@ -76,7 +78,12 @@ int mtQueryObjects(const mtSession &session, const mtFilter_t &filter, mtOrder_t
         asked.progress = tellProgress;
         asked.progressContext = &progress;
     }
-    return query(session, HOX_QUERY_OBJECTS, &asked, visit);
+    if (filter.among == nullptr) {
+        return query(session, HOX_QUERY_OBJECTS, &asked, visit);
+    }
+    return query(session, HOX_QUERY_OBJECTS, &asked, [&](const dhoxBackupObject_t &object) {
+        return !std::ranges::binary_search(*filter.among, object.objId) || visit(object);
+    });
 }
 
 int mtQueryGroup(const mtSession &session, std::uint64_t leader, const mtObjectVisitor_t &visit)

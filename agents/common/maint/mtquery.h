@@ -4,6 +4,7 @@
 #define KEEL_AGENTS_COMMON_MAINT_MTQUERY_H
 
 #include <functional>
+#include <vector>
 
 #include "agents/common/maint/mtsession.h"
 
@@ -11,6 +12,10 @@
 /// until both are the same, and then from the beginning once more while it answers. Told on the
 /// query's thread, or on another one while that waits. False ends the query: HOX_RC_ABORTED.
 using mtProgress_t = std::function<bool(std::uint64_t done, std::uint64_t planned)>;
+
+/// Identifiers, in ascending order. What was counted and shown to a person is remembered so, for
+/// the work to be done on it and on nothing else.
+using mtObjectIds_t = std::vector<std::uint64_t>;
 
 /// What is empty or 0 asks for nothing. In the three names "*" stands for any run of bytes and "?"
 /// for one. Times are seconds since 1970, UTC.
@@ -24,6 +29,8 @@ struct mtFilter_t {
     std::int64_t inactiveBefore = 0;
     std::uint64_t minSize = 0; // bytes
     std::uint64_t maxSize = 0;
+    /// Only objects of these identifiers; null: of any. The caller owns it.
+    const mtObjectIds_t *among = nullptr;
     mtProgress_t progress; // empty: nobody wants to know
 };
 
