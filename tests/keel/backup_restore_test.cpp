@@ -4,6 +4,12 @@
 
 #include <nlohmann/json.hpp>
 
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
 #include <cstdlib>
 #include <ctime>
 #include <iomanip>
@@ -108,12 +114,106 @@ TEST_F(KeelTest, FilesGetTheirContentBackAndAreNotReplacedUnasked)
     EXPECT_EQ(refused.status, 1);
     EXPECT_NE(refused.err.find("--force"), std::string::npos) << refused.err;
     EXPECT_EQ(readFile(directory / "taken"), "mine");
-    EXPECT_EQ(keel({"restore", "p", "--output", directory / "taken", "--force"}).status, 0);
-    EXPECT_TRUE(same(readFile(directory / "taken"), stream));
+    const auto taken = directory / "taken";
+    ASSERT_EQ(::chmod(taken.c_str(), 0640), 0);
+    const uid_t owner = ::geteuid() == 0 ? 12345 : ::geteuid();
+    ASSERT_EQ(::chown(taken.c_str(), owner, static_cast<gid_t>(-1)), 0);
+    EXPECT_EQ(keel({"restore", "p", "--output", taken, "--force"}).status, 0);
+    EXPECT_TRUE(same(readFile(taken), stream));
+    struct stat kept = {};
+    ASSERT_EQ(::stat(taken.c_str(), &kept), 0);
+    EXPECT_EQ(kept.st_mode & 07777, 0640U);
+    EXPECT_EQ(kept.st_uid, owner);
+    std::filesystem::create_symlink("taken", directory / "link");
+    EXPECT_EQ(keel({"restore", "p", "--output", directory / "link", "--force"}).status, 1);
+    std::filesystem::remove(directory / "link");
     EXPECT_EQ(keel({"restore", "p", "--output", directory / "new"}).status, 0);
     EXPECT_TRUE(same(readFile(directory / "new"), stream));
     EXPECT_EQ(keel({"restore", "p", "--output", "/dev/null"}).status, 0);
     EXPECT_EQ(listing(directory), (std::vector<std::string>{"input", "new", "taken"}));
+}
+
+TEST_F(KeelTest, AFileThatIsCutWhileItIsReadIsNotStored)
+{
+    const std::string input = installation_.directory() / "input";
+    writeFile(input, "some bytes");
+    std::filesystem::resize_file(input, std::uintmax_t{1} << 40); // longer than reading can take
+    for (const char *as : {"a file", "standard input"}) {
+        const bool named = std::string(as) == "a file";
+        Program running(
+            named
+                ? Words{keelProgram(), "backup", "p", "--input", input}
+                : Words{"sh", "-c", "exec " + keelProgram().string() + " backup p -i - <" + input});
+        // Until it has read some of it.
+        const std::string process = "/proc/" + std::to_string(running.pid());
+        const auto reading = [&] {
+            std::error_code gone;
+            for (const auto &entry : std::filesystem::directory_iterator(process + "/fd", gone)) {
+                const std::string at =
+                    readFile(process + "/fdinfo/" + entry.path().filename().string());
+                if (std::filesystem::read_symlink(entry.path(), gone) == input &&
+                    at.starts_with("pos:") && !at.starts_with("pos:\t0\n"))
+                    return true;
+            }
+            return false;
+        };
+        siginfo_t ended = {};
+        while (!reading() && ended.si_pid == 0)
+            ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(running.pid()), &ended,
+                               WEXITED | WNOHANG | WNOWAIT),
+                      0);
+        running.signal(SIGSTOP);
+        std::filesystem::resize_file(input, 1'000'000);
+        running.signal(SIGCONT);
+        const ProgramResult result = running.wait();
+        EXPECT_EQ(result.status, 1) << as;
+        EXPECT_NE(result.err.find("was cut while it was read"), std::string::npos) << result.err;
+        EXPECT_FALSE(isStored("p"));
+        std::filesystem::resize_file(input, std::uintmax_t{1} << 40);
+    }
+    // One that has more than it says is no cut one.
+    EXPECT_EQ(keel({"backup", "proc", "--input", "/proc/self/cmdline"}).status, 0);
+    EXPECT_NE(restored("proc").find("backup"), std::string::npos);
+}
+
+TEST_F(KeelTest, TheCommandLineBeatsTheEnvironmentForEveryVerb)
+{
+    namespace fs = std::filesystem;
+    const auto directory = installation_.directory();
+    backUp("p", "the environment's");
+    const std::string clientOptions = directory / "named.arca";
+    writeFile(clientOptions,
+              "REPOSITORY file://" + (directory / "named").string() + "\nNODENAME testnode\n");
+    ASSERT_EQ(run({arcaProgram(), "init", "--optfile", clientOptions}).status, 0);
+    writeFile("named.opt",
+              "HOXI_LOG " + directory.string() + "\nHOXI_ORC_CONFIG " + clientOptions + "\n");
+    const Words verbs[] = {{"backup", "q", "-i", "-"},
+                           {"info", "q"},
+                           {"restore", "q", "-o", "-"},
+                           {"remove", "q", "--yes"},
+                           {"bench", "--size", "1M"},
+                           {"passwd", "--stdin"},
+                           {"doctor"},
+                           {"rman"}};
+    ASSERT_EQ(run({keelProgram(), "--generate", "share"}).status, 0);
+    EXPECT_EQ(
+        std::ranges::distance(fs::directory_iterator("share/man/man1"), fs::directory_iterator()),
+        std::ssize(verbs) + 2)
+        << "the pages of these, of keel itself and of trace, which asks no agent";
+    const auto content = [&] {
+        std::string names;
+        for (const auto &entry : fs::recursive_directory_iterator(installation_.repository()))
+            names += entry.path().string() + "\n";
+        return names;
+    };
+    const std::string before = content();
+    for (const Words &verb : verbs) {
+        const ProgramResult result = keel(verb, "named", {"--optfile", "named.opt"});
+        EXPECT_EQ(result.status, verb[0] == "passwd" ? 1 : 0) << verb[0] << result.err;
+        EXPECT_EQ(content(), before) << verb[0];
+        EXPECT_EQ(keel(verb, "", {"--optfile", ""}).status, 2) << verb[0];
+    }
+    EXPECT_EQ(restored("p"), "the environment's");
 }
 
 TEST_F(KeelTest, JsonTellsWhatHappened)

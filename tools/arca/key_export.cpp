@@ -1,14 +1,12 @@
 // arca key export: a node's password for another host, sealed under a passphrase.
 #include "client/base/hash.h"
 #include "client/base/text.h"
-#include "client/blob/file_layer.h"
 #include "client/config/node_keys.h"
 #include "client/store/exported_key.h"
 #include "client/store/repository.h"
 #include "tools/arca/key_verbs.h"
 #include "tools/arca/secrets.h"
-
-#include <filesystem>
+#include "tools/common/written_file.h"
 
 #include <fmt/format.h>
 
@@ -36,22 +34,6 @@ Result<std::string> keptPassword(const config::Options &options, store::Reposito
         });
 }
 
-/// A new file that its owner alone may read, durable before anybody counts on it.
-Result<void> writeNew(const std::string &path, const std::string &text)
-{
-    std::error_code error;
-    const std::string full = std::filesystem::absolute(path, error).string();
-    blob::FileLayer &files = blob::systemFiles();
-    ARCA_TRY(const auto file, files.create(full));
-    auto written = file->write(viewOf(text));
-    if (written)
-        written = file->sync();
-    if (!written)
-        (void)files.unlink(full);
-    ARCA_CHECK(std::move(written));
-    return files.syncDirectory(full.substr(0, full.rfind('/') + 1));
-}
-
 Result<void> exportKey(const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const config::Options options, optionsOf(command));
@@ -68,7 +50,7 @@ Result<void> exportKey(const Command &command, const Asked &asked, Json &result)
     ARCA_TRY(const store::SealedExport sealed, store::sealExport(key, phrase));
     const std::string text = store::writtenExport(sealed);
     if (asked.output != "-") {
-        ARCA_CHECK(writeNew(asked.output, text));
+        tools::writeWhole(asked.output, text, {tools::Existing::keep, "", 0600, true});
         result["file"] = asked.output;
     } else if (command.json) {
         result["key"] = text;
@@ -77,7 +59,7 @@ Result<void> exportKey(const Command &command, const Asked &asked, Json &result)
         fmt::print("{}", text);
     else if (!command.json)
         fmt::print("The key of node {} is in {}; on the other host: arca key import {}\n",
-                   printable(node), asked.output, asked.output);
+                   printable(node), printable(asked.output), printable(asked.output));
     return {};
 }
 

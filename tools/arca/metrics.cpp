@@ -1,18 +1,14 @@
 // arca metrics: what monitoring wants to know, in the text form that a node exporter collects from
 // a directory.
 #include "agents/common/maint/mttiming.h"
-#include "client/blob/file_layer.h"
 #include "client/store/statistics.h"
 #include "client/store/verify_state.h"
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
+#include "tools/common/written_file.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <fcntl.h>
-#include <sys/stat.h>
+#include <algorithm>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -116,31 +112,6 @@ void addSpace(Exposition &out, const std::string &directory)
               std::uint64_t{system.f_bavail} * system.f_frsize);
 }
 
-/// The collector reads at any moment: it finds the file of before or the whole of this one.
-Result<void> replaceFile(const std::string &path, const std::string &text)
-{
-    const std::string fresh = path + "." + std::to_string(::getpid()) + ".tmp";
-    const auto failed = [&](const char *what) {
-        Error error = blob::fromErrno(errno, what, path);
-        (void)::unlink(fresh.c_str());
-        return error;
-    };
-    const int file = ::open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-    if (file < 0)
-        return failed("writing");
-    (void)::fchmod(file, 0644); // the collector is somebody else, whatever our mask
-    const ssize_t written = ::write(file, text.data(), text.size());
-    const int number = errno;
-    const int closed = ::close(file);
-    if (written != static_cast<ssize_t>(text.size())) {
-        errno = written < 0 ? number : ENOSPC;
-        return failed("writing");
-    }
-    if (closed != 0 || std::rename(fresh.c_str(), path.c_str()) != 0)
-        return failed("writing");
-    return {};
-}
-
 Result<void> tell(const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
@@ -152,8 +123,12 @@ Result<void> tell(const Command &command, const Asked &asked, Json &result)
     addVerification(out, session.repository->cache().directory(),
                     session.space->domain().nodeKey());
     addSpace(out, session.repository->shownName());
-    if (asked.output != "-")
-        ARCA_CHECK(replaceFile(asked.output, out.text()));
+    if (asked.output != "-") {
+        // The collector reads at any moment, as another user, whatever our mask.
+        tools::FileRules rules;
+        rules.mode = 0644;
+        tools::writeWhole(asked.output, out.text(), rules);
+    }
     if (command.json)
         result["metrics"] = out.text();
     else if (asked.output == "-")

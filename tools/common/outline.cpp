@@ -3,11 +3,11 @@
 
 #include "tools/common/completion.h"
 #include "tools/common/manual.h"
+#include "tools/common/streams.h"
+#include "tools/common/written_file.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string_view>
 
@@ -51,14 +51,16 @@ OutlineVerb outlineBelow(const CLI::App &app, std::vector<std::string> path)
 
 bool writeFile(const fs::path &file, const std::string &text)
 {
-    std::error_code error;
-    fs::create_directories(file.parent_path(), error);
-    std::ofstream output(file);
-    output << text;
-    output.close();
-    if (!output)
-        std::fputs(fmt::format("cannot write {}\n", file.string()).c_str(), stderr);
-    return !output.fail();
+    try {
+        fs::create_directories(file.parent_path());
+        FileRules rules;
+        rules.durable = false;
+        writeWhole(file.string(), text, rules);
+        return true;
+    } catch (const std::exception &failure) {
+        complain(fmt::format("{}\n", failure.what()));
+        return false;
+    }
 }
 
 bool writeAll(const OutlineVerb &outline, const std::string &version, const fs::path &share)
@@ -120,8 +122,6 @@ OutlineOption outlineOf(const CLI::Option &option)
     outline.help = option.get_description();
     if (!option.get_default_str().empty())
         outline.help += fmt::format(" (default: {})", option.get_default_str());
-    if (!option.get_envname().empty())
-        outline.help += fmt::format(" (environment: {})", option.get_envname());
     outline.required = option.get_required();
     outline.repeated = option.get_items_expected_max() > 1;
     return outline;

@@ -16,6 +16,7 @@ void secureStandardStreams()
         if (::fcntl(stream, F_GETFD) < 0)
             (void)::open("/dev/null", O_RDONLY);
     ::signal(SIGPIPE, SIG_IGN);
+    ::signal(SIGXFSZ, SIG_IGN);
 }
 
 void complain(const std::string &text)

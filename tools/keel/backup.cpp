@@ -94,7 +94,10 @@ void addBackup(CLI::App &app, Command &command)
     addCommonOptions(*verb, command);
     verb->footer(
         "Example: tar -c /srv/data | keel backup data-monday --input -\n"
-        "Every byte is on disk when it ends with status 0; else nothing of the piece is there.");
+        "Every byte is on disk when it ends with status 0; else nothing of the piece is there.\n"
+        "A file that is cut while it is read fails; what is appended to it meanwhile is stored as "
+        "far\n"
+        "as it is there when its end is reached.");
     verb->callback([backup, &command] {
         backup->attributes.fileType = fileType(backup->type);
         command.verb = "backup";

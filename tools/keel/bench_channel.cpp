@@ -102,7 +102,7 @@ private:
             if (count < 0)
                 throw Failure(fmt::format("cannot read the input: {}", std::strerror(errno)));
             if (count == 0)
-                break;
+                throw Failure("the input was cut while it was read");
             done += static_cast<std::size_t>(count);
         }
         at_ += done;

@@ -7,11 +7,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <filesystem>
 #include <new>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,8 +18,6 @@
 
 namespace keel
 {
-
-namespace fs = std::filesystem;
 
 namespace
 {
@@ -34,14 +30,6 @@ constexpr std::size_t kTransferUnit = 4096;
 [[noreturn]] void failOn(const std::string &name, const char *what, int error)
 {
     throw Failure(fmt::format("{} {}: {}", what, tools::printable(name), std::strerror(error)));
-}
-
-/// The file that a name leads to: a symbolic link is kept and what it points at is written.
-std::string target(const std::string &name)
-{
-    std::error_code error;
-    const fs::path resolved = fs::weakly_canonical(name, error);
-    return error ? name : resolved.string();
 }
 
 } // namespace
@@ -80,68 +68,46 @@ std::size_t InputFile::fill(std::span<std::byte> bytes)
         else
             waitUntilReady(descriptor_, Direction::kRead);
         const ssize_t count = ::read(descriptor_, &bytes[filled], bytes.size() - filled);
-        if (count == 0)
+        if (count == 0) {
+            expectWhole(filled);
             break;
+        }
         if (count > 0)
             filled += static_cast<std::size_t>(count);
         else if (errno != EINTR && errno != EAGAIN)
             failOn(name_, "cannot read", errno);
     }
+    taken_ += filled;
     return filled;
 }
 
-OutputFile::OutputFile(const std::string &name, Existing existing)
-    : name_(name), existing_(existing)
+/// What is missing from a file that was cut while it was read would be missing from a restore.
+void InputFile::expectWhole(std::uint64_t more) const
+{
+    if (size_ && taken_ + more < *size_)
+        throw Failure(fmt::format("{} had {} bytes and ended after {}: it was cut while it was "
+                                  "read, and nothing of it is stored",
+                                  tools::printable(name_), *size_, taken_ + more));
+}
+
+OutputFile::OutputFile(const std::string &name, tools::Existing existing)
+    : name_(name == "-" ? "standard output" : name)
 {
     if (name == "-") {
-        name_ = "standard output";
         descriptor_ = STDOUT_FILENO;
         return;
     }
-    struct stat status = {};
-    const bool exists = ::stat(name.c_str(), &status) == 0;
-    if (exists && S_ISDIR(status.st_mode))
-        failOn(name_, "cannot write", EISDIR);
-    if (exists && !S_ISREG(status.st_mode)) {
-        descriptor_ = ::open(name.c_str(), O_WRONLY | O_CLOEXEC);
-        if (descriptor_ < 0)
-            fail("cannot open");
+    file_.emplace(name, tools::FileRules{existing, "; --force replaces it", std::nullopt, true});
+    descriptor_ = file_->descriptor();
+    if (!file_->isAside())
         return;
-    }
-    if (exists && existing_ == Existing::kKeep)
-        throw Failure(
-            fmt::format("{} is there already; --force replaces it", tools::printable(name_)));
-    createTemporary();
-}
-
-OutputFile::~OutputFile()
-{
-    if (descriptor_ > STDOUT_FILENO)
-        ::close(descriptor_);
-    if (!temporary_.empty())
-        ::unlink(temporary_.c_str());
+    gathered_.emplace();
+    setDirect(true);
 }
 
 void OutputFile::fail(const char *what) const
 {
     failOn(name_, what, errno);
-}
-
-void OutputFile::createTemporary()
-{
-    name_ = target(name_);
-    std::string pattern = (fs::path(name_).parent_path() / ".keel-restore.XXXXXX").string();
-    descriptor_ = ::mkstemp(pattern.data());
-    if (descriptor_ < 0)
-        fail("cannot create");
-    temporary_ = pattern;
-    ::fcntl(descriptor_, F_SETFD, FD_CLOEXEC);
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    if (::fchmod(descriptor_, 0666 & ~mask) != 0)
-        fail("cannot create");
-    gathered_.emplace();
-    setDirect(true);
 }
 
 OutputFile::Gathered::Gathered()
@@ -182,7 +148,7 @@ void OutputFile::flush()
 void OutputFile::put(std::span<const std::byte> bytes)
 {
     while (!bytes.empty()) {
-        if (temporary_.empty())
+        if (!gathered_)
             waitUntilReady(descriptor_, Direction::kWrite);
         else
             checkInterrupted();
@@ -224,51 +190,12 @@ void OutputFile::startWriteBack()
 
 void OutputFile::finish()
 {
-    if (temporary_.empty())
+    if (!gathered_)
         return;
     if (gathered_->fill % kTransferUnit != 0)
         setDirect(false);
     flush();
-    if (::fsync(descriptor_) != 0)
-        fail("cannot write");
-    const int descriptor = descriptor_;
-    descriptor_ = -1;
-    if (::close(descriptor) != 0)
-        fail("cannot write");
-    publish();
-    syncDirectory();
-}
-
-void OutputFile::publish()
-{
-    if (existing_ == Existing::kKeep) {
-        // A second name instead of a new one: the one way that never replaces a file. File systems
-        // that know no second names get the rename below.
-        if (::link(temporary_.c_str(), name_.c_str()) == 0) {
-            ::unlink(temporary_.c_str());
-            temporary_.clear();
-            return;
-        }
-        if (errno == EEXIST)
-            throw Failure(fmt::format("{} has appeared meanwhile; --force replaces it",
-                                      tools::printable(name_)));
-    }
-    if (::rename(temporary_.c_str(), name_.c_str()) != 0)
-        fail("cannot create");
-    temporary_.clear();
-}
-
-void OutputFile::syncDirectory() const
-{
-    const std::string directory = fs::path(name_).parent_path().string();
-    const int descriptor = ::open(directory.c_str(), O_RDONLY | O_CLOEXEC);
-    // Not every file system lets a directory be opened or synced; then it needs none.
-    if (descriptor >= 0) {
-        const bool failed = ::fsync(descriptor) != 0 && errno == EIO;
-        ::close(descriptor);
-        if (failed)
-            failOn(directory, "cannot write", EIO);
-    }
+    file_->publish();
 }
 
 } // namespace keel

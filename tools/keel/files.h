@@ -2,6 +2,8 @@
 #ifndef KEEL_TOOLS_KEEL_FILES_H
 #define KEEL_TOOLS_KEEL_FILES_H
 
+#include "tools/common/written_file.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -20,31 +22,33 @@ public:
     InputFile(const InputFile &) = delete;
     InputFile &operator=(const InputFile &) = delete;
 
-    /// Fills the span; less than that is the end.
+    /// Fills the span and returns how much of it; less than all is the end. A regular file gives at
+    /// least what it had when it was opened, and what was appended by the time its end is reached.
+    /// One that was cut meanwhile is a Failure.
     std::size_t fill(std::span<std::byte> bytes);
 
-    /// Known for a regular file only, and a guess even there: it may grow.
+    /// Returns what a regular file had when it was opened; it may grow. Nothing for all others.
     [[nodiscard]] std::optional<std::uint64_t> size() const { return size_; }
 
 private:
+    void expectWhole(std::uint64_t more) const;
+
     std::string name_;
     int descriptor_ = -1;
     bool regular_ = false;
     std::optional<std::uint64_t> size_;
+    std::uint64_t taken_ = 0;
 };
 
-enum class Existing { kKeep, kReplace };
-
-/// A regular file is written under another name beside the final one and gets that only in
-/// finish(), when all of it is on disk; without finish() nothing of it stays. Standard output
-/// ("-"), pipes and devices are written to directly. Everything throws Failure with the name and
-/// the reason.
+/// Where a stream goes, by the rules of tools/common/written_file.h, or standard output ("-"). A
+/// regular file gets its name only in finish(), when all of it is on disk; without finish() nothing
+/// of it stays. Everything throws Failure or tools::FileFailure with the name and the reason.
 class OutputFile
 {
 public:
-    /// Existing::kKeep: a file of that name is a Failure, also one that appears before finish().
-    OutputFile(const std::string &name, Existing existing);
-    ~OutputFile();
+    /// Existing::keep: a file of that name is a failure, also one that appears before finish().
+    OutputFile(const std::string &name, tools::Existing existing);
+    ~OutputFile() = default;
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
@@ -62,20 +66,16 @@ private:
         std::size_t fill = 0;
     };
 
-    void createTemporary();
     void flush();
     void put(std::span<const std::byte> bytes);
     void setDirect(bool on);
     void startWriteBack();
-    void publish();
-    void syncDirectory() const;
     [[noreturn]] void fail(const char *what) const;
 
     std::string name_;
-    std::string temporary_; ///< empty when written to directly, or published
-    Existing existing_;
+    std::optional<tools::WrittenFile> file_; ///< empty: standard output
     int descriptor_ = -1;
-    std::optional<Gathered> gathered_; ///< with a temporary only
+    std::optional<Gathered> gathered_; ///< of a file that is written aside
     bool direct_ = false;
     std::uint64_t written_ = 0;
     std::uint64_t writeBackStarted_ = 0;

@@ -28,7 +28,8 @@ int run(const Restore &restore, const Command &command, Json &result)
         throw UsageError("--json prints to standard output and needs --output FILE");
     checkBlockSize(command, restore.blockSize);
     result["name"] = restore.name;
-    OutputFile output(restore.output, restore.force ? Existing::kReplace : Existing::kKeep);
+    OutputFile output(restore.output,
+                      restore.force ? tools::Existing::replace : tools::Existing::keep);
     tools::Progress progress(restore.name, std::nullopt, command.quiet);
     std::unique_ptr<Channel> channel;
     {
@@ -69,7 +70,8 @@ void addRestore(CLI::App &app, Command &command)
     verb->add_option("--output,-o", restore->output, "File to write; - is standard output")
         ->required()
         ->type_name("FILE");
-    verb->add_flag("--force,-f", restore->force, "Replace the file if it is there");
+    verb->add_flag("--force,-f", restore->force,
+                   "Replace the file if it is there; it keeps mode and owner");
     addBlockSize(*verb, restore->blockSize);
     tools::addTimingOption(*verb, command.timing);
     addCommonOptions(*verb, command);

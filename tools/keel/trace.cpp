@@ -140,7 +140,7 @@ void printAll(const std::string &name, const WriteBytes &write)
 int run(const std::string &name, const Command &command, Json &result)
 {
     if (!command.json) {
-        OutputFile output("-", Existing::kReplace);
+        OutputFile output("-", tools::Existing::replace);
         printAll(name, [&](std::span<const std::byte> bytes) { output.write(bytes); });
         output.finish();
         return kExitDone;
