@@ -4,6 +4,12 @@
 #include "client/base/text.h"
 #include "client/blob/directory_store.h"
 
+#include <cstdlib>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
 namespace arca::blob
 {
 
@@ -40,11 +46,54 @@ Result<Location> Location::parse(std::string_view text)
     return Location{path};
 }
 
+/// Whether a file that this process makes there belongs to `owner` all the same: a file server may
+/// map every user to one. Of the file nothing stays.
+static bool givesFilesTo(uid_t owner, const std::string &directory)
+{
+    std::string name = directory + "/tmp";
+    int file = -1;
+#ifdef O_TMPFILE
+    file = ::open(name.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+#endif
+    if (file < 0) { // a file system that knows no files without a name
+        name += "/owner.XXXXXX";
+        file = ::mkstemp(name.data());
+        if (file < 0)
+            return false;
+        (void)::unlink(name.c_str());
+    }
+    struct stat made = {};
+    const bool given = ::fstat(file, &made) == 0 && made.st_uid == owner;
+    ::close(file);
+    return given;
+}
+
+/// Sessions write, also those that only read pieces: claims, locks, records of who logged on. What
+/// another user than the owner writes, root above all, the owner cannot open, lock or remove any
+/// more. Only where nothing can be written it does not matter who reads.
+static Result<void> expectOwner(const std::string &directory)
+{
+    struct stat marker = {};
+    struct statvfs system = {};
+    const uid_t own = ::geteuid();
+    if (::stat((directory + "/format").c_str(), &marker) != 0 || marker.st_uid == own)
+        return {};
+    const bool readOnly =
+        ::statvfs(directory.c_str(), &system) == 0 && (system.f_flag & ST_RDONLY) != 0;
+    if (readOnly || givesFilesTo(marker.st_uid, directory))
+        return {};
+    return Error{ErrorKind::denied,
+                 "the repository " + directory + " belongs to the user with the number " +
+                     std::to_string(marker.st_uid) + ", and this process runs as number " +
+                     std::to_string(own) + "; run it as the repository's owner"};
+}
+
 Result<std::unique_ptr<BlobStore>> openStore(const Location &location)
 {
     ARCA_TRY(const bool present, systemFiles().isDirectory(location.directory));
     if (!present)
         return Error{ErrorKind::noRepository, "there is no directory " + location.directory};
+    ARCA_CHECK(expectOwner(location.directory));
     return std::unique_ptr<BlobStore>(std::make_unique<DirectoryStore>(location.directory));
 }
 
@@ -64,8 +113,21 @@ static Result<void> makeDirectories(const std::string &path)
     return files.syncDirectory(parent);
 }
 
+/// A directory that was made ready for another user is no place for a repository of root.
+static Result<void> expectOwnDirectory(const std::string &directory)
+{
+    struct stat status = {};
+    if (::geteuid() != 0 || ::stat(directory.c_str(), &status) != 0 || status.st_uid == 0)
+        return {};
+    return Error{ErrorKind::denied, "the directory " + directory +
+                                        " belongs to the user with the number " +
+                                        std::to_string(status.st_uid) +
+                                        ", and this process runs as root; run it as that user"};
+}
+
 Result<std::unique_ptr<BlobStore>> prepareStore(const Location &location)
 {
+    ARCA_CHECK(expectOwnDirectory(location.directory));
     ARCA_CHECK(makeDirectories(location.directory));
     std::string stranger;
     ARCA_CHECK(systemFiles().list(location.directory, [&](const std::string &name) {

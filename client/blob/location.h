@@ -18,11 +18,14 @@ struct Location {
     static Result<Location> parse(std::string_view text);
 };
 
-/// The store at a place. `noRepository` when the directory is not there.
+/// The store at a place. `noRepository` when the directory is not there; `denied` when the
+/// repository in it belongs to another user than the effective one of this process, unless nothing
+/// can be written there, or what is written there belongs to the owner whoever writes it.
 Result<std::unique_ptr<BlobStore>> openStore(const Location &location);
 
 /// Makes the directory, where it is not there, and its parents. `exists` when there is something in
-/// it already that is not a repository's.
+/// it already that is not a repository's; `denied` when root is about to take another user's
+/// directory.
 Result<std::unique_ptr<BlobStore>> prepareStore(const Location &location);
 
 } // namespace arca::blob

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <unistd.h>
 
 namespace keel::test
 {
@@ -39,6 +40,14 @@ TEST_F(KeelTest, RefusalIsOneLineWithCodeAndStatus)
     };
     for (const auto &[arguments, said] : cases)
         expectRefusal(arguments, 1, said, "stream");
+    if (::geteuid() == 0) { // a repository that root must not write into
+        const std::string format = installation_.repository() / "format";
+        ASSERT_EQ(::chown(format.c_str(), 12345, 12345), 0);
+        expectRefusal({"backup", "p", "-i", "-"}, 1, "belongs to the user with the number 12345",
+                      "stream");
+        expectRefusal({"restore", "taken", "-o", "-"}, 1, "12345");
+        ASSERT_EQ(::chown(format.c_str(), 0, 0), 0);
+    }
     EXPECT_EQ(restored("taken"), "content");
     EXPECT_FALSE(isStored("p"));
     EXPECT_FALSE(std::filesystem::exists(directory / "nowhere"));
