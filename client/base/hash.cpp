@@ -90,6 +90,9 @@ void wipe(std::span<std::byte> bytes)
 
 void wipe(std::string &text)
 {
+    // All that the string holds room for: of a short text that was moved away, or cut, the bytes
+    // are still there.
+    text.resize(text.capacity());
     OPENSSL_cleanse(text.data(), text.size());
     text.clear();
 }

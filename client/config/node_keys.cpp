@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <thread>
 
 namespace arca::config
@@ -103,16 +104,34 @@ NodeKeys::findIn(std::string_view text, const std::string &uuid, const std::stri
     return answer;
 }
 
+/// Where the file is: an administrator may have put it elsewhere, behind a link that must stay.
+Result<std::string> NodeKeys::place() const
+{
+    constexpr int kMostLinks = 40;
+    std::filesystem::path place = path_;
+    std::error_code error;
+    for (int links = 0; std::filesystem::is_symlink(place, error); ++links) {
+        if (links == kMostLinks)
+            return Error{ErrorKind::io, path_ + " is behind too many symbolic links"};
+        const auto next = std::filesystem::read_symlink(place, error);
+        if (error)
+            return blob::fromErrno(error.value(), "reading the symbolic link", place.string());
+        place = place.parent_path() / next; // next alone when it is absolute
+    }
+    return place.string();
+}
+
 Result<std::unique_ptr<blob::File>> NodeKeys::lock() const
 {
-    ARCA_TRY(auto file, blob::systemFiles().openForLocking(path_ + ".lock", true));
+    ARCA_TRY(const std::string kept, place());
+    ARCA_TRY(auto file, blob::systemFiles().openForLocking(kept + ".lock", true));
     for (auto waited = kBetweenLooks;; waited += kBetweenLooks) {
         ARCA_TRY(const bool mine, file->lock());
         if (mine)
             return file;
         if (waited > kLongestWait)
-            return Error{ErrorKind::conflict, "another process is changing " + path_ +
-                                                  " and holds " + path_ + ".lock; try again later"};
+            return Error{ErrorKind::conflict, "another process is changing " + kept +
+                                                  " and holds " + kept + ".lock; try again later"};
         std::this_thread::sleep_for(kBetweenLooks);
     }
 }
@@ -181,13 +200,15 @@ Result<void> NodeKeys::replace(const std::string &uuid, const std::string &node,
 
 /// The file with these passwords of the node in place of those it had.
 Result<void> NodeKeys::write(const std::string &uuid, const std::string &node,
-                             const std::vector<std::string> &passwords) const
+                             std::initializer_list<std::string_view> passwords) const
 {
-    blob::FileLayer &files = blob::systemFiles();
+    ARCA_TRY(const std::string file, place());
     auto old = read();
     if (!old && old.error().kind != ErrorKind::notFound)
         return std::move(old).error();
-    std::string text(kPreamble);
+    std::string text;
+    text.reserve(2 * kMaxFileBytes); // growing would leave copies of the passwords behind
+    text = kPreamble;
     if (old) {
         eachLine(*old, [&](std::string_view line) {
             if (!line.starts_with('#') && passwordIn(line, uuid, node).empty())
@@ -197,20 +218,28 @@ Result<void> NodeKeys::write(const std::string &uuid, const std::string &node,
     }
     if (!text.ends_with('\n'))
         text += '\n';
-    for (const std::string &password : passwords)
-        text += uuid + " " + password + " " + node + "\n";
-
-    const std::string fresh = path_ + ".new";
-    (void)files.unlink(fresh); // of an attempt that was interrupted
-    ARCA_TRY(const auto file, files.create(fresh));
-    auto written = file->write(viewOf(text));
+    for (const std::string_view password : passwords)
+        text.append(uuid).append(" ").append(password).append(" ").append(node).append("\n");
+    auto written = put(file, text);
     wipe(text);
-    ARCA_CHECK(std::move(written));
-    ARCA_CHECK(file->sync());
-    if (std::rename(fresh.c_str(), path_.c_str()) != 0)
+    return written;
+}
+
+/// Durably, in the place of what is there.
+Result<void> NodeKeys::put(const std::string &file, const std::string &text)
+{
+    blob::FileLayer &files = blob::systemFiles();
+    const std::string fresh = file + ".new";
+    (void)files.unlink(fresh); // of an attempt that was interrupted
+    {
+        ARCA_TRY(const auto made, files.create(fresh));
+        ARCA_CHECK(made->write(viewOf(text)));
+        ARCA_CHECK(made->sync());
+    }
+    if (std::rename(fresh.c_str(), file.c_str()) != 0)
         return blob::fromErrno(errno, "renaming", fresh);
-    const auto slash = path_.rfind('/');
-    return files.syncDirectory(slash == std::string::npos ? "." : path_.substr(0, slash + 1));
+    const auto slash = file.rfind('/');
+    return files.syncDirectory(slash == std::string::npos ? "." : file.substr(0, slash + 1));
 }
 
 } // namespace arca::config

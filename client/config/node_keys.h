@@ -6,7 +6,8 @@
 // and lines that begin with '#' say what the file is. A node has two lines while its password is
 // being changed, or when that was interrupted: one of them is right. Whoever can read the file can
 // act as these nodes. Changes of the file take turns, by a lock on a file named like it with
-// ".lock" behind.
+// ".lock" behind. When the file is a symbolic link, it is replaced, and locked, where the link
+// leads; the link stays.
 #ifndef KEEL_CLIENT_CONFIG_NODE_KEYS_H
 #define KEEL_CLIENT_CONFIG_NODE_KEYS_H
 
@@ -14,10 +15,10 @@
 #include "client/blob/file_layer.h"
 
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace arca::config
 {
@@ -73,8 +74,10 @@ private:
                                const std::string &node,
                                const std::function<Result<void>(const std::string &)> &prove) const;
     Result<std::unique_ptr<blob::File>> lock() const;
+    Result<std::string> place() const;
     Result<void> write(const std::string &repositoryUuid, const std::string &node,
-                       const std::vector<std::string> &passwords) const;
+                       std::initializer_list<std::string_view> passwords) const;
+    static Result<void> put(const std::string &file, const std::string &text);
 
     std::string path_;
 };

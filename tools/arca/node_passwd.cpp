@@ -29,8 +29,11 @@ Result<std::string> freshPassword(const Asked &asked, const config::Options &opt
     if (options.passwordAccess == config::PasswordAccess::prompt)
         return newPassword(asked.node, asked.fromStandardInput);
     ARCA_TRY(std::string password, generatePassword());
-    ARCA_CHECK(config::NodeKeys(options.file).keep(uuid, asked.node, password));
-    return password;
+    auto kept = config::NodeKeys(options.file).keep(uuid, asked.node, password);
+    if (kept)
+        return password;
+    wipe(password);
+    return std::move(kept).error();
 }
 
 Result<void> recover(const Command &command, const Asked &asked, Json &result)

@@ -27,7 +27,9 @@ Result<std::string> ask(const std::string &question, const std::string &what, co
     asked.secret = true;
     asked.from = fromStandardInput ? mtAskFrom::standardInput : mtAskFrom::terminal;
     const mtAsk_t code = mtAsk(asked, typed, limit + 1);
-    std::string line(typed);
+    std::string line;
+    line.reserve(kLongestLine); // on the heap, however short: a move leaves no copy on the stack
+    line = typed;
     wipe(std::as_writable_bytes(std::span(typed)));
     if (code == MT_ASK_NO_TERMINAL)
         return Error{ErrorKind::badArgument,

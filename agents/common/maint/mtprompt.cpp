@@ -173,6 +173,8 @@ int readCharacter(int descriptor, char &character, mtAsk_t &code)
     }
 }
 
+constexpr std::size_t kLongestLine = 65536;
+
 mtAsk_t readLine(int descriptor, char *answer, std::size_t size)
 {
     std::size_t length = 0; // of the line; at size and above it has been cut
@@ -193,6 +195,9 @@ mtAsk_t readLine(int descriptor, char *answer, std::size_t size)
         }
         length += ended ? 0 : 1;
         wipe(&character, 1);
+        if (length > kLongestLine) { // a line without an end, such as that of /dev/zero
+            return MT_ASK_LONG;
+        }
     }
     if (length > 0 && length <= size && answer[length - 1] == '\r') {
         --length; // a file that was written elsewhere
