@@ -70,8 +70,7 @@ Answer<void> takePassword(const Request &request, const std::string &node, std::
         char typed[HOX_MAX_PASSWORD + 1] = "";
         const bool given = request.passwordCallback(typed, sizeof typed) == 0;
         typed[sizeof typed - 1] = '\0';
-        password.reserve(sizeof typed); // on the heap: a move leaves no copy on the stack
-        password = given ? typed : "";
+        password.assign(given ? typed : "");
         wipe(std::as_writable_bytes(std::span(typed)));
         if (!password.empty())
             return {};
