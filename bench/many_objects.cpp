@@ -93,6 +93,10 @@ public:
     {
         return files_.moveNew(from, to);
     }
+    Result<bool> link(const std::string &from, const std::string &to) override
+    {
+        return files_.link(from, to);
+    }
     Result<void> unlink(const std::string &path) override { return files_.unlink(path); }
     Result<void> makeDirectory(const std::string &path) override
     {

@@ -297,6 +297,22 @@ DirectoryStore::walk(const std::string &directory, const std::string &prefix,
     return {};
 }
 
+Result<bool> DirectoryStore::link(const std::string &from, BlobReader &opened,
+                                  const std::string &to)
+{
+    const std::string directory = to.substr(0, to.rfind('/'));
+    ARCA_CHECK(ensureDirectory(directory));
+    ARCA_TRY(const bool linked, files_.link(pathOf(from), pathOf(to)));
+    if (!linked)
+        return false;
+    if (!leadsTo(to, static_cast<DirectoryReader &>(opened).file())) {
+        (void)files_.unlink(pathOf(to));
+        return Error{ErrorKind::notFound, "the blob " + from + " was replaced meanwhile"};
+    }
+    ARCA_CHECK(files_.syncDirectory(pathOf(directory)));
+    return true;
+}
+
 Result<void> DirectoryStore::remove(const std::string &name, BlobReader &opened)
 {
     // Only removals take a name away, and this lock keeps them apart; so between looking and

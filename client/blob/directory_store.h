@@ -14,6 +14,7 @@
 
 #include "client/blob/blob_store.h"
 #include "client/blob/file_layer.h"
+#include "client/blob/linking_store.h"
 
 #include <chrono>
 #include <mutex>
@@ -24,7 +25,7 @@ namespace arca::blob
 
 class DirectoryWriter;
 
-class DirectoryStore final : public BlobStore
+class DirectoryStore final : public BlobStore, public LinkingStore
 {
 public:
     /// `root` is an absolute path of an existing directory. `files` must outlive the store.
@@ -40,6 +41,7 @@ public:
     Result<void>
     listStamped(const std::string &prefix,
                 const std::function<bool(const std::string &, std::uint64_t)> &visit) override;
+    Result<bool> link(const std::string &from, BlobReader &opened, const std::string &to) override;
     Result<void> remove(const std::string &name, BlobReader &opened) override;
     Result<void> sync(const std::string &name) override;
     Result<void> removeLeftovers() override;

@@ -71,6 +71,9 @@ public:
     /// Gives the file the name `to` in one step, and takes `from` away; `exists` when `to` is
     /// taken. `to` survives the loss of power only after syncDirectory.
     virtual Result<void> moveNew(const std::string &from, const std::string &to) = 0;
+    /// Gives the file of `from` the name `to` as well, in one step. Returns false, with nothing
+    /// done, where a file cannot have two names. Errors: notFound, exists.
+    virtual Result<bool> link(const std::string &from, const std::string &to) = 0;
     virtual Result<void> unlink(const std::string &path) = 0;
     /// `exists` when there is a directory.
     virtual Result<void> makeDirectory(const std::string &path) = 0;

@@ -367,16 +367,25 @@ public:
     Result<void> moveNew(const std::string &from, const std::string &to) override
     {
         // A hard link never replaces what is there. Some file systems have none.
-        if (link(from.c_str(), to.c_str()) == 0) {
+        if (::link(from.c_str(), to.c_str()) == 0) {
             // The name counts, not the leftover: a later clean-up takes it away if this fails.
             (void)::unlink(from.c_str());
             return {};
         }
 #ifdef RENAME_NOREPLACE
-        if ((errno == EPERM || errno == EOPNOTSUPP || errno == ENOSYS || errno == EMLINK) &&
+        if (hasNoLinks(errno) &&
             renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
             return {};
 #endif
+        return fromErrno(errno, "naming", to);
+    }
+
+    Result<bool> link(const std::string &from, const std::string &to) override
+    {
+        if (::link(from.c_str(), to.c_str()) == 0)
+            return true;
+        if (hasNoLinks(errno))
+            return false;
         return fromErrno(errno, "naming", to);
     }
 
@@ -451,6 +460,11 @@ public:
     }
 
 private:
+    static bool hasNoLinks(int number)
+    {
+        return number == EPERM || number == EOPNOTSUPP || number == ENOSYS || number == EMLINK;
+    }
+
     static Result<std::unique_ptr<File>> opened(const std::string &path, int flags,
                                                 const char *action)
     {

@@ -68,6 +68,12 @@ Result<void> ManifestWriter::endChunk()
     return putSealed(chunkNonce(chunks_++), {}, plain);
 }
 
+Result<void> ManifestWriter::addInactiveNote(const SecretKey &manifestKey, std::int64_t at)
+{
+    ARCA_TRY(const Bytes note, encodeInactiveNote(manifestKey, header_.id, at));
+    return put(note);
+}
+
 Result<std::uint64_t> ManifestWriter::finish(const ManifestEnd &end)
 {
     if (!runs_.empty())

@@ -1,6 +1,7 @@
 // Changes of several names in one step: committing, removing and making pieces inactive together,
 // renaming. How they are kept whole is told in change_plan.h.
 #include "client/base/text.h"
+#include "client/store/inventory.h"
 #include "client/store/node_space.h"
 #include "client/store/record_forms.h"
 
@@ -31,7 +32,9 @@ bool names(const std::vector<PieceId> &ids, PieceId id)
     return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
 
-Result<void> copyStream(PieceReader &from, PieceWriter &to)
+} // namespace
+
+Result<void> NodeSpace::copyStream(PieceReader &from, PieceWriter &to)
 {
     Bytes buffer(kCopyBytes);
     while (!from.atEnd()) {
@@ -41,8 +44,6 @@ Result<void> copyStream(PieceReader &from, PieceWriter &to)
     ARCA_CHECK(to.finish());
     return {};
 }
-
-} // namespace
 
 Result<void> NodeSpace::putRecord(const std::string &name, Bytes record)
 {
@@ -144,17 +145,18 @@ Result<void> NodeSpace::change(const Step &step, bool renamed)
         if (!names(plan.going, located.info.id) && !names(plan.leaving, located.info.id))
             plan.leaving.push_back(located.info.id);
     }
+    CommitNote note(*domain_);
     auto prepared = prepareChange(plan, step.pieces, renamed);
     if (!prepared) {
         // Only this process decides that the change is done, and it never will.
         (void)undoChange(plan, Maker::self);
         return prepared;
     }
-    return decideDone(plan);
+    return decideDone(plan, note);
 }
 
 /// The commit of a change that is prepared, and what follows of it.
-Result<void> NodeSpace::decideDone(const ChangePlan &plan)
+Result<void> NodeSpace::decideDone(const ChangePlan &plan, CommitNote &note)
 {
     auto decided = decide(plan, Decision::done);
     if (!decided) {
@@ -175,7 +177,9 @@ Result<void> NodeSpace::decideDone(const ChangePlan &plan)
         return Error{ErrorKind::conflict, "another process undid the change, as this one seemed "
                                           "to be dead; make it again"};
     }
-    (void)finishChange(plan);
+    // On a full disk, too: what goes is put aside before its old name is free.
+    (void)blob::withReserve(store_, [&] { return finishChange(plan); });
+    note.write(plan.coming);
     return {};
 }
 

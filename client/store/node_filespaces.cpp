@@ -5,7 +5,9 @@
 // looks again after the commit: a registration that is not the one he began under takes the piece
 // back, so that no deletion takes a piece that was acknowledged after it.
 #include "client/base/text.h"
+#include "client/store/inventory.h"
 #include "client/store/node_space.h"
+#include "client/store/stored_manifests.h"
 
 namespace arca::store
 {
@@ -110,42 +112,44 @@ Result<void> NodeSpace::emptyFilespace(const std::string &name)
     ARCA_TRY(const FilespaceState state, readFilespace(name));
     if (!state.filespace || !state.filespace->deleted)
         return {};
-    std::vector<std::string> names;
-    for (const char *place : {"pieces/", "inactive/"})
-        ARCA_CHECK(store_.list(place + key_ + "/", [&](const std::string &blobName) {
-            names.push_back(blobName);
-            return true;
-        }));
-    for (const std::string &blobName : names) {
-        auto blob = store_.open(blobName);
-        if (!blob && blob.error().kind == ErrorKind::notFound)
-            continue; // removed since the listing
-        if (!blob)
-            return std::move(blob).error();
-        const auto manifest = readOwn(**blob, blobName);
+    // Removed pieces of it stay where they are.
+    return visitManifests(store_, key_, [&](const StoredManifest &stored) -> Result<void> {
+        if (stored.place == ManifestPlace::removed)
+            return {};
+        auto manifest = readOwn(stored.blob, stored.blobName);
         // A damaged one may be another filespace's: it is left to be looked into.
         if (!manifest && manifest.error().kind == ErrorKind::damaged)
-            continue;
+            return {};
         ARCA_CHECK(manifest);
         if (manifest->info.description.name.filespace != name)
-            continue;
-        Located located{blobName, std::move(blob).value(), manifest->info};
+            return {};
+        auto blob = store_.open(stored.blobName);
+        if (!blob)
+            return blob.error().kind == ErrorKind::notFound ? Result<void>() : blob.error();
+        Located located{stored.blobName, std::move(blob).value(), manifest->info};
         auto removed = removeStored(located);
         if (!removed && removed.error().kind != ErrorKind::notFound)
             return removed;
-    }
-    return {};
+        return {};
+    });
 }
 
 Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
 {
     const std::string name = piece.name().filespace;
+    CommitNote note(*domain_);
     ARCA_CHECK(piece.commit());
     auto now = filespace(name);
-    if (now && *now && (*now)->registration == registration)
+    if (now && *now && (*now)->registration == registration) {
+        note.write({piece.id()});
         return {};
-    if (auto located = locate(piece.id()); located)
-        (void)removeStored(*located);
+    }
+    // It was acknowledged to no one, so it is not kept either.
+    for (const auto look : {&NodeSpace::locate, &NodeSpace::locateInactive})
+        if (auto located = (this->*look)(piece.id()); located) {
+            (void)store_.remove(located->blobName, *located->blob);
+            forget(piece.id());
+        }
     if (!now)
         return std::move(now).error();
     return unregistered(name, ErrorKind::noFilespace);

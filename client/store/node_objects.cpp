@@ -4,6 +4,8 @@
 #include "client/store/node_space.h"
 #include "client/store/quarantine.h"
 
+#include <ctime>
+
 namespace arca::store
 {
 
@@ -177,10 +179,13 @@ Result<void> NodeSpace::remove(PieceId id)
     return removed;
 }
 
-Result<void> NodeSpace::removeEverywhere(PieceId id)
+Result<void> NodeSpace::removeEverywhere(PieceId id, std::int64_t at)
 {
-    const auto remove = [&](const std::string &name, blob::BlobReader &blob) -> Result<void> {
-        auto removed = store_.remove(name, blob);
+    const auto aside = [&](const std::string &name,
+                           std::unique_ptr<blob::BlobReader> blob) -> Result<void> {
+        Located located{name, std::move(blob), {}};
+        located.info.id = id;
+        auto removed = putAside(located, at);
         if (!removed && removed.error().kind == ErrorKind::notFound)
             return {};
         return removed;
@@ -190,27 +195,29 @@ Result<void> NodeSpace::removeEverywhere(PieceId id)
     if (!active && active.error().kind != ErrorKind::notFound)
         return std::move(active).error();
     if (active)
-        ARCA_CHECK(remove(active->blobName, *active->blob));
+        ARCA_CHECK(aside(active->blobName, std::move(active->blob)));
     ARCA_TRY(const auto copies, copiesOf(id));
     for (const std::string &name : copies) {
-        const auto blob = store_.open(name);
+        auto blob = store_.open(name);
         if (!blob && blob.error().kind == ErrorKind::notFound)
             continue;
         if (!blob)
             return blob.error();
-        ARCA_CHECK(remove(name, **blob));
+        ARCA_CHECK(aside(name, std::move(blob).value()));
     }
     return {};
 }
 
-/// The piece first: a record without a piece is harmless.
+/// The piece first: a record without a piece is harmless. The records of one that can be brought
+/// back stay until it is purged.
 Result<void> NodeSpace::removeStored(Located &located)
 {
     if (!located.info.isActive())
-        ARCA_CHECK(removeEverywhere(located.info.id));
+        ARCA_CHECK(removeEverywhere(located.info.id, std::time(nullptr)));
     else
-        ARCA_CHECK(store_.remove(located.blobName, *located.blob));
-    forget(located.info.id);
+        ARCA_CHECK(putAside(located, std::time(nullptr)));
+    if (!keepsRemoved())
+        forget(located.info.id);
     return {};
 }
 

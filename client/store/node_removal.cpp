@@ -15,9 +15,9 @@ namespace
 {
 
 constexpr std::string_view kFilespaces = "filespaces/";
-constexpr std::string_view kRooms[] = {"access/",  "grants/",  "pieces/",  "inactive/",
-                                       "groups/",  "objects/", "changes/", "outcomes/",
-                                       "reclaim/", "damage/",  "packs/"};
+constexpr std::string_view kRooms[] = {"access/", "grants/",    "pieces/",  "inactive/", "removed/",
+                                       "groups/", "objects/",   "changes/", "outcomes/", "reclaim/",
+                                       "damage/", "inventory/", "packs/"};
 
 std::string prefixOf(std::string_view room, const std::string &key)
 {
@@ -96,7 +96,8 @@ Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const R
 Result<bool> isHalfRemoved(blob::BlobStore &store, const std::string &key)
 {
     bool some = false;
-    constexpr std::string_view kLeft[] = {kFilespaces, "pieces/", "inactive/", "packs/"};
+    constexpr std::string_view kLeft[] = {kFilespaces, "pieces/", "inactive/", "removed/",
+                                          "packs/"};
     for (const std::string_view room : kLeft)
         ARCA_CHECK(store.list(prefixOf(room, key), [&](const std::string &) {
             some = true;

@@ -5,6 +5,7 @@
 #include "client/store/record_forms.h"
 
 #include <algorithm>
+#include <ctime>
 
 namespace arca::store
 {
@@ -215,10 +216,13 @@ Result<void> NodeSpace::finishChange(const ChangePlan &plan)
 {
     ObjectRecords records(*domain_);
     for (const PieceId id : plan.going) {
-        ARCA_CHECK(removeEverywhere(id));
         ARCA_TRY(auto state, records.read(id));
-        if (state.record.renamedTo == 0) {
-            forget(id);
+        const bool renamed = state.record.renamedTo != 0;
+        // What was renamed lives on under its new name: the old manifest is not for bringing back.
+        ARCA_CHECK(removeEverywhere(id, renamed ? 0 : std::time(nullptr)));
+        if (!renamed) {
+            if (!keepsRemoved())
+                forget(id);
         } else if (state.record.goneBy == plan.id) {
             state.record.goneBy = 0;
             ARCA_CHECK(records.write(state));

@@ -5,6 +5,8 @@
 //                                        a piece that was made inactive: the same bytes with a note
 //                                        behind; xx are the first two digits of the identifier.
 //                                        Up to layout 3 the change is not in the name
+//   removed/<node key>/<xx>/<identifier>-<time>
+//                                        a removed piece: removed_piece.h
 //   filespaces/<node key>/<name hash>/   the numbered record of a filespace
 //   objects/<node key>/<identifier>/     what became of a piece: object_record.h
 //
@@ -47,7 +49,14 @@ bool isIdUnder(const Sha256 &nameHash, PieceId id)
     return id >> 32 == upperHalfOf(nameHash);
 }
 
-Result<PieceId> newId(const Sha256 &nameHash)
+Error unknownId(PieceId id)
+{
+    return {ErrorKind::notFound, "no object has the identifier " + toHex(id)};
+}
+
+} // namespace
+
+Result<PieceId> NodeSpace::newId(const Sha256 &nameHash)
 {
     Bytes random(4);
     PieceId low = 0;
@@ -57,13 +66,6 @@ Result<PieceId> newId(const Sha256 &nameHash)
     }
     return upperHalfOf(nameHash) << 32 | low;
 }
-
-Error unknownId(PieceId id)
-{
-    return {ErrorKind::notFound, "no object has the identifier " + toHex(id)};
-}
-
-} // namespace
 
 Result<std::string> nodeKey(const std::string &node)
 {
@@ -130,8 +132,10 @@ Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &b
     const PieceDescription &piece = manifest->info.description;
     ARCA_TRY(const Sha256 hash, hashOf(piece.name));
     const PieceId id = manifest->info.id;
+    const auto removed = parseRemovedName(key_, blobName);
     const bool inPlace =
-        manifest->info.isActive()
+        removed ? removed->id == id && isIdUnder(hash, id)
+        : manifest->info.isActive()
             ? blobName == blobNameOf(hash)
             : blobName.substr(0, blobName.find('.')) == inactiveNameOf(id) && isIdUnder(hash, id);
     if (piece.node != node_ || !inPlace)

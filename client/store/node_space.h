@@ -9,6 +9,7 @@
 #include "client/store/group.h"
 #include "client/store/piece_reader.h"
 #include "client/store/piece_writer.h"
+#include "client/store/removed_piece.h"
 
 #include <functional>
 #include <optional>
@@ -17,6 +18,8 @@
 
 namespace arca::store
 {
+
+class CommitNote;
 
 class NodeSpace
 {
@@ -73,8 +76,27 @@ public:
     /// is stored there, exists when what is there can be read.
     Result<std::string> setAside(const ObjectName &name);
 
-    /// Removes the piece, durably. `notFound` also when it was removed, or replaced, meanwhile.
+    /// Removes the piece, durably: it shows no more, and can be brought back until it is purged
+    /// (removed_piece.h). `notFound` also when it was removed, or replaced, meanwhile.
     Result<void> remove(PieceId id);
+
+    /// Returns true when removed pieces are kept for a grace time. In a repository of an earlier
+    /// layout a removal is final, and the next four calls find nothing.
+    bool keepsRemoved() const { return domain_->recordForm() == engine::RecordForm::keyed; }
+    /// Visits the removed pieces by their identifiers; `visit` answers false to stop. One that
+    /// cannot be read is passed over: verifying names it.
+    Result<void> visitRemoved(const std::function<bool(const RemovedPiece &)> &visit);
+    /// Returns those that had that name, the last to be removed first.
+    Result<std::vector<RemovedPiece>> removedOf(const ObjectName &name);
+    /// Brings a removed piece back under its name, durably: active when it was active, else
+    /// inactive. It has another identifier then, which is returned with the rest, and the old one
+    /// leads to it. After an error it is removed as before. Takes the lock of changes itself.
+    /// Errors: notFound, exists when its name is in use, noFilespace.
+    Result<PieceInfo> undelete(PieceId id);
+    /// Takes removed manifests away for good, with their records, and locks changes itself. Only
+    /// reclaiming calls it, after it noted that they go (inventory.h). After an error some may be
+    /// gone; it may be called again.
+    Result<void> purge(std::span<const RemovedName> names);
 
     /// Changes owner, management class and information of a piece, durably. `notFound`, also when
     /// `only` has a value and the name leads to a piece of another identifier.
@@ -187,7 +209,7 @@ private:
     Result<std::unique_ptr<PieceWriter>> copyPiece(PieceId id, PieceDescription description);
     Result<void> change(const Step &step, bool renamed);
     Result<void> prepareChange(const ChangePlan &plan, std::span<const Sent> pieces, bool renamed);
-    Result<void> decideDone(const ChangePlan &plan);
+    Result<void> decideDone(const ChangePlan &plan, CommitNote &note);
     Result<void> copyToInactive(PieceId id, const std::string &copyName);
     Result<void> proveCopy(const std::string &blobName);
     Result<void> finishChange(const ChangePlan &plan);
@@ -199,8 +221,24 @@ private:
     Result<void> forgetIfUnused(const ChangePlan &plan);
     Result<void> clearUndone(const ChangePlan &plan);
     Result<void> removeStored(Located &located);
-    /// From both places; fine when it is in none.
-    Result<void> removeEverywhere(PieceId id);
+    /// Moves a manifest to removed/, as removed at `at`; takes it away where nothing is kept.
+    Result<void> putAside(Located &located, std::int64_t at);
+    Result<void> dropRemoved(PieceId id);
+    Result<std::vector<RemovedName>> removedNames(PieceId id); // the last first
+    Result<std::optional<RemovedPiece>> readRemoved(const RemovedName &name);
+    Result<void> visitRemovedUnder(const std::string &prefix,
+                                   const std::function<bool(const RemovedPiece &)> &visit);
+    Result<PieceId> broughtBack(const Located &removed);
+    Result<PieceInfo> leadTo(PieceId former, PieceId id);
+    Result<Located> locateRemoved(PieceId id);
+    Result<std::unique_ptr<PieceWriter>> copyRemoved(const Located &removed);
+    /// Whether it lies under pieces/ or inactive/, shown or not.
+    Result<bool> isStored(PieceId id);
+    void forgetPurged(PieceId id);
+    static Result<PieceId> newId(const Sha256 &nameHash);
+    static Result<void> copyStream(PieceReader &from, PieceWriter &to);
+    /// From both places, as removed at `at`; fine when it is in none.
+    Result<void> removeEverywhere(PieceId id, std::int64_t at);
     void forget(PieceId id);
     Result<void> emptyFilespace(const std::string &name);
     Result<NumberedRecord> filespaceRecord(const std::string &name);

@@ -41,15 +41,16 @@ Result<void> addRuns(blob::BlobReader &blob, const SecretKey &key,
 
 Result<PackUse> usedBlocks(engine::Domain &domain,
                            const std::function<bool(const engine::PackId &)> &wanted,
-                           DamagedManifests *damaged)
+                           Leaving *leaving, DamagedManifests *damaged)
 {
     PackUse use;
     ARCA_CHECK(visitManifests(
         domain.blobs(), domain.nodeKey(), [&](const StoredManifest &stored) -> Result<void> {
-            auto added = addRuns(stored.blob, domain.manifestKey(), wanted, use);
+            PackUse &into = leaving && leaving->leaves(stored) ? leaving->use : use;
+            auto added = addRuns(stored.blob, domain.manifestKey(), wanted, into);
             // A read that failed in passing must not make a sound manifest a damaged one.
             if (!added && added.error().kind == ErrorKind::damaged)
-                added = addRuns(stored.blob, domain.manifestKey(), wanted, use);
+                added = addRuns(stored.blob, domain.manifestKey(), wanted, into);
             if (added)
                 return {};
             if (damaged == nullptr || added.error().kind != ErrorKind::damaged)

@@ -5,6 +5,7 @@
 #define KEEL_CLIENT_STORE_PACK_USAGE_H
 
 #include "client/engine/domain.h"
+#include "client/store/stored_manifests.h"
 
 #include <functional>
 #include <map>
@@ -26,11 +27,19 @@ struct DamagedManifests {
     bool keepLists = true; // of these packs, in the repository
 };
 
-/// Fills in the use of the packs that `wanted` admits. Damaged manifests are added to `damaged` and
-/// passed over. Without it they are an error, as what they need cannot be told. Errors: damaged.
+/// Manifests that are about to go, and what only they may need.
+struct Leaving {
+    std::function<bool(const StoredManifest &)> leaves;
+    PackUse use;
+};
+
+/// Returns the use of the packs that `wanted` admits. What a manifest needs that leaves is put into
+/// `leaving`, and counts as used only if another one needs it too. Damaged manifests are added to
+/// `damaged` and passed over. Without it they are an error, as what they need cannot be told.
+/// Errors: damaged.
 Result<PackUse> usedBlocks(engine::Domain &domain,
                            const std::function<bool(const engine::PackId &)> &wanted,
-                           DamagedManifests *damaged = nullptr);
+                           Leaving *leaving = nullptr, DamagedManifests *damaged = nullptr);
 
 std::size_t countUsed(const BlockUse &use);
 

@@ -34,6 +34,13 @@ public:
     /// Ends the stream and tells what it came to; every block is durable then. append() is over.
     Result<PieceTotals> finish();
 
+    /// After the end of the stream: the piece will be an inactive one, since `at`. Its blob must be
+    /// the one of an inactive piece.
+    Result<void> makeInactive(const SecretKey &manifestKey, std::int64_t at)
+    {
+        return manifest_->addInactiveNote(manifestKey, at);
+    }
+
     /// Makes the finished piece durable and visible. `exists` when another piece has the name by
     /// now.
     Result<void> commit() { return manifest_->commit(blobName_); }

@@ -1,13 +1,17 @@
 // Giving back the space of blocks that no piece needs any more, while backups and restores run.
 //
-//   1. look    packs that are all or mostly dead
-//   2. mark    them in a record: streams that begin from now on stay off them (see condemned.h)
-//   3. wait    until every claim that was there at the mark has gone. A channel that is slow or
+//   1. compare the notes of what was stored with what is there (inventory.h): what is missing
+//              without having been removed stops the run before anything goes
+//   2. look    packs that are all or mostly dead once the removed pieces are purged whose grace
+//              time is over. More than a stated share that no removal explains stops the run
+//   3. mark    them in a record: streams that begin from now on stay off them (see condemned.h)
+//   4. purge   these removed pieces
+//   5. wait    until every claim that was there at the mark has gone. A channel that is slow or
 //              stopped holds its claim, a dead one does not; whoever comes back later goes on here
-//   4. look again at the marked packs, as a stream from before the mark may count on them by now
-//   5. sweep   delete what is all dead; then write the live blocks of the others into a next
+//   6. look again at the marked packs, as a stream from before the mark may count on them by now
+//   7. sweep   delete what is all dead; then write the live blocks of the others into a next
 //              revision, and delete the one before
-//   6. unmark
+//   8. unmark
 //
 // Why no block that a piece needs is taken away, whatever others do meanwhile:
 //
@@ -24,6 +28,9 @@
 //      claim, marks, and only then the look whether the original is still there
 //      (PieceWriter::copyOf and its callers). A writer that cannot refer to the same blocks stores
 //      the stream again.
+//   5. Between a mark and its sweep only manifests are purged that were removed before the mark. So
+//      who opens a piece that shows reads it to its end: with a claim from before the mark by 1,
+//      and with a later one because its manifest stays, removed or not, until a later mark.
 //
 // What is damaged holds up nothing else. The packs that a damaged manifest may need are all those
 // that were there when it was first found damaged (quarantine.h); they are kept until it is given
@@ -37,13 +44,26 @@
 #define KEEL_CLIENT_STORE_RECLAIM_H
 
 #include "client/store/condemned.h"
+#include "client/store/grace.h"
+#include "client/store/inventory.h"
+#include "client/store/node_space.h"
 #include "client/store/pack_usage.h"
 
 namespace arca::store
 {
 
+struct ReclaimRequest {
+    std::int64_t grace = kDefaultGrace; // seconds that removed pieces are kept
+    unsigned maxFreed = 50;             // percent of the stored bytes; more needs to be explained
+    bool acceptMissing = false;         // the missing pieces are lost for good, and noted so
+};
+
 struct ReclaimTotals {
-    std::uint64_t packs = 0; // looked at
+    std::uint64_t purgedPieces = 0;  // removed ones, or to be purged
+    std::uint64_t keptPieces = 0;    // removed ones whose grace time is not over
+    std::uint64_t missingPieces = 0; // that were accepted as lost
+    std::uint64_t damagedNotes = 0;  // of what was stored: what they say is not known
+    std::uint64_t packs = 0;         // looked at
     std::uint64_t packBytes = 0;
     std::uint64_t deadPacks = 0; // deleted, or to be
     std::uint64_t rewrittenPacks = 0;
@@ -60,26 +80,34 @@ class Reclaim
 public:
     using Step = std::function<bool(const ReclaimTotals &)>;
 
-    explicit Reclaim(engine::Domain &domain) : domain_(domain) {}
+    explicit Reclaim(NodeSpace &space, const ReclaimRequest &request = {});
 
-    /// What a run would do now; changes nothing.
+    /// Returns what a run would do now, and fails where it would refuse; changes nothing.
     Result<ReclaimTotals> plan();
-    /// `conflict` when another one is at work for this node. `step` is told after each pack; false
-    /// ends the run early, and cleanly.
+    /// `step` is told after each pack; false ends the run early, and cleanly. Errors: conflict when
+    /// another one is at work for this node; damaged when pieces are missing, a manifest cannot be
+    /// read, or more would be freed than removals explain. After these nothing was freed.
     Result<ReclaimTotals> run(const Step &step = {});
 
 private:
     struct Candidate {
         engine::PackId id{};
         std::uint64_t bytes = 0;
-        std::uint64_t freed = 0; // about
+        std::uint64_t freed = 0;       // about
+        std::uint64_t unexplained = 0; // of it: no piece that is purged needed it
         bool dead = false;
     };
+    Result<void> compareStock(bool accept, ReclaimTotals &totals);
     Result<std::vector<Candidate>> look(ReclaimTotals &totals);
     Result<std::optional<Candidate>> judge(const engine::PackId &id, const BlockUse &use,
-                                           ReclaimTotals &totals);
+                                           const BlockUse &purged, ReclaimTotals &totals);
     Result<std::optional<Candidate>> judgeDamaged(const engine::PackId &id, bool dead,
-                                                  ReclaimTotals &totals);
+                                                  bool explained, ReclaimTotals &totals);
+    bool isOver(const RemovedName &name) const;
+    bool leaves(const StoredManifest &stored, ReclaimTotals &totals);
+    Result<void> expectExplained(std::span<const Candidate> found,
+                                 const ReclaimTotals &totals) const;
+    Result<void> purge(ReclaimTotals &totals);
     Result<std::set<std::string>> stillLiving(const Mark &mark);
     Result<Mark> markPacks(std::span<const Candidate> found);
     Result<bool> settle(const Mark &mark, const Step &step, ReclaimTotals &totals);
@@ -91,7 +119,13 @@ private:
     Result<Mark> currentMark();
     void wait(const Mark &mark, std::set<std::string> living, ReclaimTotals &totals);
 
+    NodeSpace &space_;
     engine::Domain &domain_;
+    Inventory inventory_;
+    const ReclaimRequest request_;
+    const std::int64_t now_;        // as the run began
+    std::vector<RemovedName> over_; // removed, and their time is over
+    PackUse explained_;             // what the purged pieces of this run needed
     DamagedManifests damaged_;
 };
 

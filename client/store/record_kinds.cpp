@@ -6,8 +6,10 @@
 #include "client/store/condemned.h"
 #include "client/store/damage.h"
 #include "client/store/filespace.h"
+#include "client/store/grace.h"
 #include "client/store/grant.h"
 #include "client/store/group.h"
+#include "client/store/inventory.h"
 #include "client/store/node_record.h"
 #include "client/store/policy.h"
 #include "client/store/quarantine.h"
@@ -50,6 +52,8 @@ constexpr RecordKind kKinds[] = {
     {form::object, check<decodeObjectRecord>},
     {form::outcome, check<decodeChangeOutcome>},
     {form::heldPacks, check<decodeHeldPacks>},
+    {form::note, check<decodeNote>},
+    {form::graceTime, check<decodeGrace>},
     {form::mark, check<parseMark>},
 };
 
@@ -59,7 +63,7 @@ Result<Bytes> recordAt(const engine::Domain &domain, std::string_view blobName, 
 {
     // Filespaces may be deleted without the key, by whoever removes the node.
     constexpr const RecordForm *kProven[] = {&form::changePlan, &form::group, &form::object,
-                                             &form::outcome, &form::mark};
+                                             &form::outcome, &form::note, &form::mark};
     const bool proven = std::ranges::any_of(kProven, [&](const RecordForm *form) {
         return blobName.starts_with(form->place) && blobName.ends_with(form->suffix);
     });

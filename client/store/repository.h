@@ -3,6 +3,7 @@
 #ifndef KEEL_CLIENT_STORE_REPOSITORY_H
 #define KEEL_CLIENT_STORE_REPOSITORY_H
 
+#include "client/store/grace.h"
 #include "client/store/node_registry.h"
 #include "client/store/node_space.h"
 #include "client/store/policy.h"
@@ -39,7 +40,8 @@ public:
     /// What to call it in a message.
     const std::string &shownName() const { return shownName_; }
 
-    /// Must not outlive the repository.
+    /// Neither must outlive the repository.
+    GraceTime grace() { return {*store_, RecordSeal(classKey_, recordForm())}; }
     Policy policy() { return {*store_, RecordSeal(classKey_, recordForm())}; }
     NodeRegistry nodes() { return NodeRegistry(*store_); }
     /// The keys of a node that proves who it is; `authentication`.

@@ -5,6 +5,7 @@
 #include "client/engine/pack_check.h"
 #include "client/engine/restore_plan.h"
 #include "client/store/damage.h"
+#include "client/store/inventory.h"
 #include "client/store/manifest_writer.h"
 #include "client/store/record_kinds.h"
 
@@ -19,6 +20,7 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
+constexpr std::size_t kMissingNamed = 100;
 constexpr std::size_t kReadBytes = std::size_t{1} << 20;
 constexpr auto kSaveEvery = std::chrono::seconds(10);
 
@@ -46,6 +48,7 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
         {"filespaces/" + nodeKey + "/", Checked::record, false},
         {"grants/" + nodeKey + "/", Checked::record, false},
         {"groups/" + nodeKey + "/", Checked::record, false},
+        {"inventory/" + nodeKey + "/", Checked::record, false},
         {"keys/", Checked::record, false},
         {"nodes/" + nodeKey + "/", Checked::record, false},
         {"objects/" + nodeKey + "/", Checked::record, false},
@@ -54,6 +57,7 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
         {"reclaim/" + nodeKey + "/", Checked::record, false},
         {"pieces/" + nodeKey + "/", Checked::piece, true},
         {"inactive/" + nodeKey + "/", Checked::piece, true},
+        {"removed/" + nodeKey + "/", Checked::piece, true},
     };
 }
 
@@ -73,6 +77,7 @@ private:
     enum class Went { on, out }; // out: of the time or the number that the run may take
 
     VerifyRound &round() { return request_.readData ? state_.data : state_.structure; }
+    Result<void> compareStock();
     Result<std::uint64_t> count();
     Result<Went> checkSections();
     Result<Went> checkUnder(const Section &section, const std::string &directory);
@@ -117,6 +122,7 @@ Result<VerifyOutcome> Verification::run()
         const std::int64_t proven = round().proven;
         round() = VerifyRound{std::time(nullptr), proven, 0, {}};
     }
+    ARCA_CHECK(compareStock());
     ARCA_TRY(const std::uint64_t blobs, count());
     progress_.planned = (blobs * request_.percent + 99) / 100;
     ARCA_TRY(const Went went, checkSections());
@@ -127,6 +133,26 @@ Result<VerifyOutcome> Verification::run()
     outcome_.bytesRead = progress_.bytes;
     outcome_.round = round();
     return outcome_;
+}
+
+/// What should be there and is not lies under no name that could be checked.
+Result<void> Verification::compareStock()
+{
+    ARCA_TRY(const auto claims, blobs_.livingWriters());
+    Inventory inventory(space_.domain());
+    ARCA_TRY(const Stock stock, inventory.check());
+    outcome_.missing = stock.missing.size();
+    for (std::size_t i = 0; i < std::min(stock.missing.size(), kMissingNamed) && watcher_.hurt; ++i)
+        watcher_.hurt({Checked::piece, toHex(stock.missing[i]),
+                       "it was stored and never removed, and is not there any more"});
+    bool packs = false;
+    if (stock.found == 0 && claims.empty())
+        ARCA_CHECK(packs_.list([&](const engine::PackName &) { return !(packs = true); }));
+    outcome_.onlyPacks = packs;
+    // A round of several runs counts them once.
+    if (round().hurt == 0)
+        round().hurt = outcome_.missing + (packs ? 1 : 0);
+    return {};
 }
 
 Result<std::uint64_t> Verification::count()
@@ -209,7 +235,7 @@ Result<Verification::Went> Verification::checkOne(const std::string &blobName, C
 
 Result<void> Verification::checkRecord(const std::string &blobName)
 {
-    ARCA_TRY(Bytes stored, blob::readWhole(blobs_, blobName, kMaxRecordBytes));
+    ARCA_TRY(Bytes stored, blob::readWhole(blobs_, blobName, kMaxNoteBytes));
     ARCA_TRY(const Bytes bytes, recordAt(space_.domain(), blobName, std::move(stored)));
     const RecordKind *const kind = recordKindAt(blobName);
     if (kind == nullptr)

@@ -50,11 +50,16 @@ struct VerifyOutcome {
     std::uint64_t hurtRecords = 0, hurtPacks = 0, hurtPieces = 0;
     std::uint64_t recorded = 0; // damaged parts of packs that have a record now
     std::uint64_t healed = 0;   // records that went, as their parts are right again or gone
+    std::uint64_t missing = 0;  // pieces that were stored, never removed, and are not there
+    bool onlyPacks = false; // there are packs, no piece at all, and no stream that is being stored
     std::uint64_t bytesRead = 0;
     bool roundEnded = false;
     VerifyRound round; // as it stands after this run
 
-    std::uint64_t hurt() const { return hurtRecords + hurtPacks + hurtPieces; }
+    std::uint64_t hurt() const
+    {
+        return hurtRecords + hurtPacks + hurtPieces + missing + (onlyPacks ? 1 : 0);
+    }
 };
 
 /// Either may be empty.

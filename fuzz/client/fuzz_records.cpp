@@ -4,6 +4,7 @@
 #include "client/store/record.h"
 #include "client/store/record_kinds.h"
 #include "client/store/record_seal.h"
+#include "client/store/removed_piece.h"
 #include "client/store/verify_state.h"
 
 #include <span>
@@ -15,6 +16,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (const auto key = SecretKey::from(Bytes(SecretKey::kBytes, std::byte{1})))
         (void)store::RecordSeal(*key, engine::RecordForm::keyed)
             .open("objects/a/00000001", Bytes(bytes.begin(), bytes.end()));
+    (void)store::parseRemovedName("0", std::string(textOf(bytes)));
     static const auto seal = store::LogSeal::of(*SecretKey::random());
     (void)store::parseLogLine(textOf(bytes), "node", *seal);
     (void)store::encodeVerifyState(store::parseVerifyState(textOf(bytes)));

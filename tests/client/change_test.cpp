@@ -114,6 +114,14 @@ protected:
         return names;
     }
 
+    /// What was removed goes for good, and its packs with it.
+    void purge()
+    {
+        const ProgramResult purged = run({arcaProgram(), "reclaim", "--grace", "0", "--max-freed",
+                                          "100", "--optfile", installation_.clientOptions()});
+        EXPECT_EQ(purged.status, 0) << purged.err;
+    }
+
     int registerFilespace()
     {
         regFSData filespace{};
@@ -159,7 +167,8 @@ TEST_F(ChangeTest, AttributesChangeAsTheMaskSaysAndForEverySession)
     endTransaction(handle_, HOX_VOTE_ABORT);
 
     EXPECT_EQ(remove(handle_, "a"), HOX_RC_OK);
-    EXPECT_TRUE(stored("objects").empty()) << "a removed object takes its records with it";
+    purge();
+    EXPECT_TRUE(stored("objects").empty()) << "a purged object takes its records with it";
     EXPECT_EQ(backUp(handle_, "a", "again"), HOX_RC_OK);
     EXPECT_EQ(described(other, "a"), "oracle stStream STANDARD");
 }
@@ -237,6 +246,7 @@ TEST_F(ChangeTest, GroupsTieObjectsTogetherOnceTheyAreClosed)
         {{"the leader goes", HOX_RC_OK, ""}, [&] { return remove(handle_, "a"); }},
     });
     EXPECT_EQ(restore(handle_, "b"), "content of b") << "a group's end is not its objects'";
+    purge();
     EXPECT_TRUE(stored("groups").empty());
 
     // What is not closed ends with its session.
@@ -288,6 +298,7 @@ TEST_F(ChangeTest, ARenamedObjectIsTheSameUnderAnotherName)
     EXPECT_EQ(remove(handle_, "z"), HOX_RC_OK);
     EXPECT_EQ(api_.hoxBeginGetData(handle_, 1, HOX_GET_BACKUP, &list), HOX_RC_OBJECT_UNKNOWN);
     EXPECT_EQ(remove(handle_, "y"), HOX_RC_OK);
+    purge();
     for (const char *directory : {"objects", "groups", "changes"})
         EXPECT_TRUE(stored(directory).empty()) << directory;
 }
@@ -350,7 +361,8 @@ TEST_F(ChangeTest, AnInactiveObjectIsKeptWithoutItsName)
     EXPECT_EQ(count(HOX_STATE_ANY), 2U);
     EXPECT_EQ(api_.hoxDeleteFS(handle_, "/fs", HOX_REPOSITORY_ALL), HOX_RC_OK);
     EXPECT_EQ(read(second), "");
-    for (const char *directory : {"objects", "pieces", "inactive", "changes"})
+    purge();
+    for (const char *directory : {"objects", "pieces", "inactive", "removed", "packs", "changes"})
         EXPECT_TRUE(stored(directory).empty()) << directory;
 }
 
@@ -411,6 +423,7 @@ TEST_F(ChangeTest, ATransactionOfSeveralShowsInOneStepOrNotAtAll)
         EXPECT_EQ(stored("pieces").size(), std::strlen(step.after));
         EXPECT_TRUE(stored("changes").empty());
     }
+    purge();
     EXPECT_TRUE(stored("objects").empty());
 }
 

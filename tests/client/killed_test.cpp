@@ -339,7 +339,7 @@ TEST_F(FullDiskTest, RefusesBackupsWithOneErrorAndStillRestoresRemovesAndReclaim
     }
     EXPECT_EQ(restore(handle, "3", 65536), piece(3));
     fill();
-    const ProgramResult reclaimed = arca({"reclaim"});
+    const ProgramResult reclaimed = arca({"reclaim", "--grace", "0"});
     EXPECT_EQ(reclaimed.status, 0) << reclaimed.err;
     EXPECT_GT(std::filesystem::space(disk_).available, std::size_t{20} << 20);
     EXPECT_EQ(KilledTest::stored("reserve").size(), 6U) << "it is there for the next time";

@@ -177,20 +177,18 @@ void MemoryFiles::arm(int n, bool stay, ErrorKind kind, Fault fault)
     fault_ = fault;
 }
 
-void MemoryFiles::runBefore(int n, std::function<void()> what, const std::string &unlocked)
+void MemoryFiles::runBefore(int n, std::function<void()> what)
 {
     const auto one = hold();
     untilBetween_ = n;
     between_ = std::move(what);
-    unlocked_ = unlocked;
 }
 
-bool MemoryFiles::isLocked(const std::string &pathBeginning) const
+bool MemoryFiles::someLockIsHeld() const
 {
-    std::string name;
-    const auto parent = parentOf(pathBeginning, name);
-    return parent && std::ranges::any_of(parent->names, [&](const auto &entry) {
-               return entry.first.starts_with(name) && entry.second->locked;
+    const auto locks = find("/r/locks");
+    return locks && std::ranges::any_of(locks->names, [](const auto &entry) {
+               return entry.second->locked && !entry.first.starts_with("reclaim-");
            });
 }
 
@@ -199,7 +197,7 @@ Result<Course> MemoryFiles::operation(const std::string &what)
     std::function<void()> between;
     {
         const auto one = hold();
-        if (between_ && --untilBetween_ <= 0 && !isLocked(unlocked_))
+        if (between_ && --untilBetween_ <= 0 && !someLockIsHeld())
             between = std::exchange(between_, nullptr);
     }
     if (between)
@@ -380,6 +378,30 @@ Result<void> MemoryFiles::moveNew(const std::string &from, const std::string &to
     fromParent->names.erase(fromName);
     tell({Event::move, from, to, node->number});
     return {};
+}
+
+Result<bool> MemoryFiles::link(const std::string &from, const std::string &to)
+{
+    ARCA_TRY(const Course course, operation("link"));
+    const auto one = hold();
+    std::string toName;
+    const auto toParent = parentOf(to, toName);
+    const auto node = find(from);
+    if (!node || !toParent)
+        return absent(from);
+    if (toParent->names.contains(toName))
+        return Error{ErrorKind::exists, to};
+    ARCA_CHECK(take(64));
+    if (course == Course::lost) {
+        toParent->lostSome = true;
+        return true;
+    }
+    toParent->names[toName] = node;
+    ++node->links;
+    tell({Event::link, from, to, node->number});
+    if (course == Course::torn)
+        return torn();
+    return true;
 }
 
 Result<void> MemoryFiles::unlink(const std::string &path)

@@ -44,10 +44,10 @@ public:
     /// The n-th operation from now, and all after it, fail: the machine has stopped.
     void stopAt(int n) { arm(n, true, ErrorKind::io, Fault::fails); }
     /// Before the n-th operation from now, `what` is done, in the thread that comes to it: another
-    /// process that does all its work between two steps of the first one. Later, when a lock whose
-    /// path begins with `unlocked` is held then: the other process would wait for it.
-    void runBefore(int n, std::function<void()> what,
-                   const std::string &unlocked = "/r/locks/remove");
+    /// process that does all its work between two steps of the first one. Later, when a lock of the
+    /// repository /r is held then, for which the other process would wait; that of a reclaiming
+    /// does not count.
+    void runBefore(int n, std::function<void()> what);
     /// Whether that operation has come.
     bool hasRun() const
     {
@@ -75,7 +75,17 @@ public:
 
     /// Something that was changed, or a note of the test between two changes.
     struct Event {
-        enum Kind { create, write, sync, move, unlink, makeDirectory, syncDirectory, note } kind;
+        enum Kind {
+            create,
+            write,
+            sync,
+            move,
+            link,
+            unlink,
+            makeDirectory,
+            syncDirectory,
+            note
+        } kind;
         std::string path{}, to{};
         std::uint64_t file = 0;
         std::string bytes{};
@@ -100,6 +110,7 @@ public:
     Result<std::unique_ptr<blob::File>> openForLocking(const std::string &path,
                                                        bool create) override;
     Result<void> moveNew(const std::string &from, const std::string &to) override;
+    Result<bool> link(const std::string &from, const std::string &to) override;
     Result<void> unlink(const std::string &path) override;
     Result<void> makeDirectory(const std::string &path) override;
     Result<void> syncDirectory(const std::string &path) override;
@@ -120,13 +131,12 @@ private:
     void arm(int n, bool stay, ErrorKind kind, Fault fault);
     std::shared_ptr<Node> find(const std::string &path) const;
     std::shared_ptr<Node> parentOf(const std::string &path, std::string &name) const;
-    bool isLocked(const std::string &pathBeginning) const;
+    bool someLockIsHeld() const;
 
     mutable std::recursive_mutex mutex_; // guards all below, and every node
     std::shared_ptr<Node> root_ = std::make_shared<Node>();
     int countdown_ = 0, untilBetween_ = 0;
     std::function<void()> between_;
-    std::string unlocked_;
     bool stay_ = false, failed_ = false;
     ErrorKind kind_ = ErrorKind::io;
     Fault fault_ = Fault::fails;

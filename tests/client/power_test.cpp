@@ -56,6 +56,9 @@ public:
             pendingOf(event.to).push_back({entry(event.to), event.file});
             pendingOf(event.path).push_back({entry(event.path), kGone});
             break;
+        case Event::link:
+            pendingOf(event.to).push_back({entry(event.to), event.file});
+            break;
         case Event::unlink:
             pendingOf(event.path).push_back({entry(event.path), kGone});
             break;
@@ -250,7 +253,8 @@ protected:
         std::thread reclaiming([&] {
             Process process(files_);
             while (!done) {
-                const auto reclaimed = store::Reclaim(process.space->domain()).run();
+                const auto reclaimed =
+                    store::Reclaim(*process.space, {.grace = 0, .maxFreed = 100}).run();
                 EXPECT_TRUE(reclaimed) << reclaimed.error().text;
             }
         });
@@ -304,7 +308,7 @@ protected:
         };
         expectPieces();
         EXPECT_TRUE(process.isSound());
-        const auto reclaimed = store::Reclaim(process.space->domain()).run();
+        const auto reclaimed = store::Reclaim(*process.space, {.grace = 0, .maxFreed = 100}).run();
         EXPECT_TRUE(reclaimed) << reclaimed.error().text;
         EXPECT_TRUE(process.isSound());
         expectPieces();

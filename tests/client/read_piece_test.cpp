@@ -115,7 +115,7 @@ TEST_F(ReadPieceTest, FindsBlocksInPacksThatWereWrittenAnew)
         ASSERT_EQ(backUp(handle, piece, stream), HOX_RC_OK);
     ASSERT_EQ(remove(handle, "all"), HOX_RC_OK);
     const ProgramResult reclaimed =
-        run({arcaProgram(), "reclaim", "--optfile", installation_.clientOptions()});
+        run({arcaProgram(), "reclaim", "--grace", "0", "--optfile", installation_.clientOptions()});
     ASSERT_EQ(reclaimed.status, 0) << reclaimed.err;
     ASSERT_EQ(stored("packs").size(), 1U);
     ASSERT_EQ(stored("packs").front().extension(), ".2");

@@ -181,7 +181,7 @@ protected:
 
     Result<void> reclaim()
     {
-        ARCA_TRY(const auto totals, store::Reclaim(space_->domain()).run());
+        ARCA_TRY(const auto totals, store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run());
         EXPECT_EQ(totals.deadPacks + totals.waitingPacks, 1U);
         return {};
     }

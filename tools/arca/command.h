@@ -44,6 +44,7 @@ struct Command {
 void addAccess(CLI::App &app, Command &command);
 void addClass(CLI::App &app, Command &command);
 void addExpire(CLI::App &app, Command &command);
+void addGrace(CLI::App &app, Command &command);
 void addInit(CLI::App &app, Command &command);
 void addKey(CLI::App &app, Command &command);
 void addLog(CLI::App &app, Command &command);
@@ -55,6 +56,7 @@ void addRepair(CLI::App &app, Command &command);
 void addRm(CLI::App &app, Command &command);
 void addShow(CLI::App &app, Command &command);
 void addStats(CLI::App &app, Command &command);
+void addUndelete(CLI::App &app, Command &command);
 void addUnlock(CLI::App &app, Command &command);
 void addVerify(CLI::App &app, Command &command);
 

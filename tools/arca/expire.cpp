@@ -89,7 +89,9 @@ Result<mtExpired_t> perform(ClientSession &client, const Command &command, const
     ARCA_TRY(mtExpired_t planned, rehearse(client, expiry, false, going));
     if (planned.deleted == 0)
         return planned;
-    ARCA_CHECK(confirm(amountText(planned) + ", go for good. Delete them?", false));
+    ARCA_CHECK(confirm(amountText(planned) +
+                           (planned.deleted == 1 ? " is removed. Go on?" : " are removed. Go on?"),
+                       false));
     ARCA_CHECK(expectUninterrupted());
     mtExpiry_t shown = expiry;
     shown.among = &going;

@@ -6,6 +6,7 @@
 #include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
 #include "tools/arca/piece_name.h"
+#include "tools/arca/removed.h"
 #include "tools/arca/selection.h"
 #include "tools/common/text.h"
 #include "tools/timing/timing.h"
@@ -31,7 +32,7 @@ const std::map<std::string, Sort> kSorts = {
 struct Asked {
     Selection selection;
     Sort sort = Sort::stored;
-    bool longForm = false, tree = false, fromStandardInput = false;
+    bool longForm = false, tree = false, removed = false, fromStandardInput = false;
 };
 
 /// A line of the list, short enough to hold many.
@@ -202,6 +203,8 @@ Result<void> listText(ClientSession &client, const mtFilter_t &filter, const Ask
 
 Result<void> list(Command &command, const Asked &asked, Json &result)
 {
+    if (asked.removed)
+        return listRemoved(command, asked.selection.pattern, asked.fromStandardInput, result);
     ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     if (!command.json)
@@ -224,6 +227,11 @@ void addLs(CLI::App &app, Command &command)
         ->transform(CLI::CheckedTransformer(kSorts, CLI::ignore_case).description(""))
         ->type_name("stored|name|size");
     addSelectionOptions(*verb, asked->selection);
+    CLI::Option *removed = verb->add_flag(
+        "--removed", asked->removed, "Those that arca undelete can bring back, and for how long");
+    for (CLI::Option *option : verb->get_options())
+        if (option != removed && !option->get_lnames().empty() && option->get_name() != "--help")
+            removed->excludes(option);
     addCommonOptions(*verb, command);
     addPasswordOption(*verb, asked->fromStandardInput);
     verb->footer("Example: arca ls 'df_*' --older 30d --larger 1G\n"

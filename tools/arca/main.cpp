@@ -98,6 +98,7 @@ int main(int argc, char **argv)
     arca::tool::addAccess(app, command);
     arca::tool::addClass(app, command);
     arca::tool::addExpire(app, command);
+    arca::tool::addGrace(app, command);
     arca::tool::addInit(app, command);
     arca::tool::addKey(app, command);
     arca::tool::addLog(app, command);
@@ -109,6 +110,7 @@ int main(int argc, char **argv)
     arca::tool::addRm(app, command);
     arca::tool::addShow(app, command);
     arca::tool::addStats(app, command);
+    arca::tool::addUndelete(app, command);
     arca::tool::addUnlock(app, command);
     arca::tool::addVerify(app, command);
     int status = 0;

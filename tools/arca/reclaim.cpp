@@ -2,6 +2,8 @@
 #include "client/store/reclaim.h"
 #include "agents/common/maint/mttiming.h"
 
+#include "client/base/text.h"
+#include "tools/arca/grace.h"
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 #include "tools/common/progress.h"
@@ -23,7 +25,11 @@ std::string sizeText(std::uint64_t bytes)
 
 Json jsonOf(const store::ReclaimTotals &totals)
 {
-    return {{"packs", totals.packs},
+    return {{"purgedPieces", totals.purgedPieces},
+            {"keptPieces", totals.keptPieces},
+            {"missingPieces", totals.missingPieces},
+            {"damagedNotes", totals.damagedNotes},
+            {"packs", totals.packs},
             {"packBytes", totals.packBytes},
             {"deadPacks", totals.deadPacks},
             {"rewrittenPacks", totals.rewrittenPacks},
@@ -33,6 +39,11 @@ Json jsonOf(const store::ReclaimTotals &totals)
             {"waitingFor", totals.waitingFor},
             {"damagedManifests", totals.damagedManifests},
             {"damagedPacks", totals.damagedPacks}};
+}
+
+std::string piecesText(std::uint64_t count)
+{
+    return fmt::format("{} {}", count, count == 1 ? "removed piece" : "removed pieces");
 }
 
 /// A claim's name begins with the number of its process.
@@ -49,6 +60,19 @@ std::string processesOf(const std::vector<std::string> &claims)
 
 void show(const store::ReclaimTotals &totals, bool dryRun)
 {
+    if (totals.purgedPieces != 0)
+        fmt::print("{}  {} whose grace time is over\n", dryRun ? "Would purge" : "Purged    ",
+                   piecesText(totals.purgedPieces));
+    if (totals.keptPieces != 0)
+        fmt::print("Kept        {} whose grace time is not over (arca ls --removed)\n",
+                   piecesText(totals.keptPieces));
+    if (totals.missingPieces != 0)
+        fmt::print("Missing     {} {}, taken as lost for good\n", totals.missingPieces,
+                   totals.missingPieces == 1 ? "piece" : "pieces");
+    if (totals.damagedNotes != 0)
+        fmt::print("Damaged     {} of the notes of what was stored (arca verify names them): "
+                   "pieces that only they name were not looked for\n",
+                   totals.damagedNotes);
     fmt::print("Packs       {}, {}\n", totals.packs, sizeText(totals.packBytes));
     fmt::print("{}  {} in {} dead packs and {} that are mostly dead\n",
                dryRun ? "Would free" : "Freed     ", sizeText(totals.freedBytes), totals.deadPacks,
@@ -71,15 +95,34 @@ void showDamage(const store::ReclaimTotals &totals)
 }
 
 struct Asked {
+    std::string grace, acceptMissing;
+    unsigned maxFreed = 50;
     bool dryRun = false;
     bool passwordFromStandardInput = false;
 };
 
+Result<store::ReclaimRequest> requestFrom(const Asked &asked, const NodeSession &session)
+{
+    store::ReclaimRequest request{.maxFreed = asked.maxFreed};
+    if (asked.grace.empty()) {
+        ARCA_TRY(request.grace, session.repository->grace().read());
+    } else {
+        ARCA_TRY(request.grace, graceFrom(asked.grace, "--grace"));
+    }
+    request.acceptMissing = !asked.acceptMissing.empty();
+    if (request.acceptMissing && asked.acceptMissing != session.space->node())
+        return Error{ErrorKind::badArgument,
+                     "--accept-missing names the node " + printable(asked.acceptMissing) +
+                         ", but the option file names " + printable(session.space->node())};
+    return request;
+}
+
 Result<void> perform(const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const NodeSession session, logOn(command, asked.passwordFromStandardInput, result));
+    ARCA_TRY(const store::ReclaimRequest request, requestFrom(asked, session));
     const mtTimed timed(MT_TIME_CLIENT);
-    store::Reclaim reclaim(session.space->domain());
+    store::Reclaim reclaim(*session.space, request);
     tools::Progress progress("Freeing");
     const auto step = [&](const store::ReclaimTotals &totals) {
         progress.add(totals.freedBytes - progress.bytes());
@@ -112,11 +155,24 @@ void addReclaim(CLI::App &app, Command &command)
     addCommonOptions(*verb, command);
     const auto asked = std::make_shared<Asked>();
     verb->add_flag("--dry-run", asked->dryRun, "Say what would be freed; change nothing");
+    verb->add_option("--grace", asked->grace,
+                     "Keep removed pieces for that time only (12h, 7d; 0: not at all) in this run")
+        ->type_name("TIME");
+    verb->add_option("--accept-missing", asked->acceptMissing,
+                     "Go on although pieces of that node are missing: they are lost for good")
+        ->type_name("NODE");
+    verb->add_option("--max-freed", asked->maxFreed,
+                     "Free up to that part of what is stored that no removal explains, 50 if "
+                     "nothing is said")
+        ->type_name("PERCENT")
+        ->check(CLI::Range(0, 100).description(""));
     addPasswordOption(*verb, asked->passwordFromStandardInput);
     verb->footer(
         "Example: arca reclaim --optfile /etc/arca/main.opt --dry-run\n"
         "It may run beside backups and restores. What one of them may count on is left for "
         "the next run.\nAn interrupted run does no harm; the next one goes on.\n"
+        "A removed piece keeps its space until its grace time is over (arca grace); --grace 0 "
+        "frees it at once, for good.\n"
         "It is about what NODENAME keeps itself; ASNODE changes nothing.");
     verb->callback([&command, asked] {
         command.verb = "reclaim";

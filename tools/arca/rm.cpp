@@ -80,8 +80,7 @@ std::string question(const Asked &asked, const Totals &totals)
                              amountText(totals), one ? "becomes" : "become",
                              one ? "its name is free" : "their names are free", one ? "it" : "them",
                              one ? "it" : "them")
-               : fmt::format("{} {} for good. Delete {}?", amountText(totals), one ? "goes" : "go",
-                             one ? "it" : "them");
+               : fmt::format("{} {} removed. Go on?", amountText(totals), one ? "is" : "are");
 }
 
 /// Counts what becomes of each, and shows how far it is.
@@ -273,8 +272,9 @@ void addRm(CLI::App &app, Command &command)
     addCommonOptions(*verb, command);
     addPasswordOption(*verb, asked->fromStandardInput);
     verb->footer("Example: arca rm 'df_*' --older 90d --dry-run\n"
-                 "What is interrupted may be run again; nothing is half-deleted. Space is given "
-                 "back by arca reclaim.");
+                 "What is interrupted may be run again; nothing is half-deleted. Until the grace "
+                 "time is over arca undelete brings a piece back; then arca reclaim frees its "
+                 "space.");
     verb->callback([&command, asked] {
         command.verb = "rm";
         command.run = [&command, asked](Json &result) { return remove(command, *asked, result); };

@@ -56,6 +56,8 @@ void fill(const store::VerifyOutcome &outcome, Json &result)
     result["bytesRead"] = outcome.bytesRead;
     result["recorded"] = outcome.recorded;
     result["healed"] = outcome.healed;
+    result["missing"] = outcome.missing;
+    result["onlyPacks"] = outcome.onlyPacks;
     result["roundEnded"] = outcome.roundEnded;
     result["roundBegan"] = timeOrNull(outcome.round.began);
     result["hurtInRound"] = outcome.round.hurt;
@@ -114,6 +116,18 @@ Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
         print(request, outcome);
     if (outcome.hurt() == 0)
         return {};
+    if (outcome.missing != 0)
+        return Error{
+            ErrorKind::damaged,
+            fmt::format("{} {} stored and never removed, and {} not there; hurt: {} pieces, "
+                        "{} packs, {} records",
+                        outcome.missing, outcome.missing == 1 ? "piece was" : "pieces were",
+                        outcome.missing == 1 ? "is" : "are", outcome.hurtPieces, outcome.hurtPacks,
+                        outcome.hurtRecords)};
+    if (outcome.onlyPacks)
+        return Error{ErrorKind::damaged,
+                     "there are packs and no piece at all: if none should be there, arca reclaim "
+                     "--max-freed 100 frees them, else bring the missing files back"};
     return Error{ErrorKind::damaged,
                  fmt::format("hurt: {} pieces, {} packs, {} records", outcome.hurtPieces,
                              outcome.hurtPacks, outcome.hurtRecords)};

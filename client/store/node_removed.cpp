@@ -1,0 +1,290 @@
+// Removed pieces: put aside for the grace time, shown, brought back, purged.
+//
+// A removal links the manifest into removed/ (removed_piece.h) before its old name goes, so it
+// takes the space of a name only and works on a full disk. Killed in between it leaves both; then
+// the piece still shows, and what lies in removed/ is a leftover that counts for nothing and is
+// purged when its time has come. The records of a removed piece stay until it is purged.
+//
+// An undelete stores the manifest again under a new identifier, as a rename does: a process that is
+// late with removing the old one can only ever meet the old one.
+#include "client/base/text.h"
+#include "client/blob/linking_store.h"
+#include "client/store/node_space.h"
+#include "client/store/removed_piece.h"
+#include "client/store/stored_manifests.h"
+
+#include <algorithm>
+
+namespace arca::store
+{
+
+namespace
+{
+
+Error notRemoved(PieceId id)
+{
+    return {ErrorKind::notFound, "no removed object has the identifier " + toHex(id)};
+}
+
+} // namespace
+
+Result<void> NodeSpace::putAside(Located &located, std::int64_t at)
+{
+    if (keepsRemoved()) {
+        const std::string aside = removedNameOf(key_, {located.info.id, at});
+        auto linked = blob::linkOrCopy(store_, located.blobName, *located.blob, aside);
+        if (!linked && linked.error().kind != ErrorKind::exists)
+            return linked;
+        // Soon the only one, and perhaps left by another process: it must be the piece.
+        ARCA_CHECK(proveCopy(aside));
+    }
+    return store_.remove(located.blobName, *located.blob);
+}
+
+Result<std::vector<RemovedName>> NodeSpace::removedNames(PieceId id)
+{
+    std::vector<RemovedName> found;
+    ARCA_CHECK(store_.list(removedPrefixOf(key_, id), [&](const std::string &blobName) {
+        if (const auto name = parseRemovedName(key_, blobName))
+            found.push_back(*name);
+        return true;
+    }));
+    std::ranges::sort(found, std::greater<>(), &RemovedName::at);
+    return found;
+}
+
+Result<bool> NodeSpace::isStored(PieceId id)
+{
+    for (const auto look : {&NodeSpace::locate, &NodeSpace::locateInactive}) {
+        const auto located = (this->*look)(id);
+        // What cannot be read may be the piece.
+        if (located || located.error().kind != ErrorKind::notFound)
+            return true;
+    }
+    return false;
+}
+
+Result<std::optional<RemovedPiece>> NodeSpace::readRemoved(const RemovedName &name)
+{
+    const std::string blobName = removedNameOf(key_, name);
+    auto blob = store_.open(blobName);
+    if (!blob && blob.error().kind == ErrorKind::notFound)
+        return std::optional<RemovedPiece>();
+    ARCA_TRY(auto opened, std::move(blob));
+    ARCA_TRY(Manifest manifest, readOwn(*opened, blobName));
+    // A leftover of a removal that was killed, or of a piece that was renamed or brought back.
+    ARCA_TRY(const bool stored, isStored(name.id));
+    ARCA_TRY(const auto state, ObjectRecords(*domain_).read(name.id));
+    if (name.at == 0 || stored || state.record.renamedTo != 0)
+        return std::optional<RemovedPiece>();
+    state.record.applyTo(manifest.info);
+    return std::optional(RemovedPiece{std::move(manifest.info), name.at});
+}
+
+Result<void> NodeSpace::visitRemoved(const std::function<bool(const RemovedPiece &)> &visit)
+{
+    return visitRemovedUnder(placePrefix(ManifestPlace::removed, key_), visit);
+}
+
+Result<void> NodeSpace::visitRemovedUnder(const std::string &prefix,
+                                          const std::function<bool(const RemovedPiece &)> &visit)
+{
+    // The directories and the names in them come in no order, so a piece with several names is
+    // shown with the one that its last removal gave it.
+    std::vector<RemovedName> names;
+    ARCA_CHECK(store_.list(prefix, [&](const std::string &blobName) {
+        if (const auto name = parseRemovedName(key_, blobName))
+            names.push_back(*name);
+        return true;
+    }));
+    std::ranges::sort(names, [](const RemovedName &one, const RemovedName &other) {
+        return std::pair(one.id, one.at) < std::pair(other.id, other.at);
+    });
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (i + 1 < names.size() && names[i + 1].id == names[i].id)
+            continue;
+        const auto piece = readRemoved(names[i]);
+        if (!piece && piece.error().kind != ErrorKind::damaged)
+            return piece.error();
+        if (piece && *piece && !visit(**piece))
+            break;
+    }
+    return {};
+}
+
+Result<std::vector<RemovedPiece>> NodeSpace::removedOf(const ObjectName &name)
+{
+    ARCA_TRY(const Sha256 hash, hashOf(name));
+    const std::string digits = toHex(ByteView(hash).first(4));
+    std::vector<RemovedPiece> found;
+    ARCA_CHECK(visitRemovedUnder(placePrefix(ManifestPlace::removed, key_) + digits.substr(0, 2) +
+                                     "/" + digits,
+                                 [&](const RemovedPiece &piece) {
+                                     if (piece.info.description.name == name)
+                                         found.push_back(piece);
+                                     return true;
+                                 }));
+    std::ranges::stable_sort(found, std::greater<>(), &RemovedPiece::removedAt);
+    return found;
+}
+
+Result<NodeSpace::Located> NodeSpace::locateRemoved(PieceId id)
+{
+    ARCA_TRY(const auto names, removedNames(id));
+    if (names.empty())
+        return notRemoved(id);
+    ARCA_TRY(const auto piece, readRemoved(names.front()));
+    if (!piece)
+        return notRemoved(id);
+    const std::string blobName = removedNameOf(key_, names.front());
+    ARCA_TRY(auto blob, store_.open(blobName));
+    return Located{blobName, std::move(blob), piece->info};
+}
+
+/// A finished piece with the stream of a removed one.
+Result<std::unique_ptr<PieceWriter>> NodeSpace::copyRemoved(const Located &removed)
+{
+    const PieceInfo &info = removed.info;
+    Place place;
+    if (info.isActive()) {
+        ARCA_TRY(place, freePlace(info.description.name));
+    } else {
+        ARCA_TRY(const Sha256 hash, hashOf(info.description.name));
+        ARCA_TRY(place.id, newId(hash));
+        place.blobName = inactiveNameOf(place.id);
+    }
+    auto piece =
+        PieceWriter::copyOf(*domain_, *removed.blob, place.blobName, place.id, info.description);
+    if (!piece && piece.error().kind == ErrorKind::conflict) {
+        ARCA_TRY(auto claim, store_.begin());
+        ARCA_TRY(auto blob, store_.open(removed.blobName));
+        ARCA_TRY(const auto reader,
+                 PieceReader::open(*domain_, settings_, std::move(claim), std::move(blob)));
+        piece = PieceWriter::begin(*domain_, settings_, place.blobName, place.id, info.description);
+        if (!piece)
+            return piece;
+        ARCA_CHECK(copyStream(*reader, **piece));
+    }
+    if (piece && !info.isActive())
+        ARCA_CHECK((*piece)->makeInactive(domain_->manifestKey(), info.inactiveAt));
+    return piece;
+}
+
+Result<PieceInfo> NodeSpace::undelete(PieceId id)
+{
+    ARCA_TRY(const Located removed, locateRemoved(id));
+    const std::string &space = removed.info.description.name.filespace;
+    ARCA_TRY(const auto known, filespace(space));
+    if (!known)
+        return Error{ErrorKind::noFilespace, "the filespace " + printable(space) +
+                                                 " of the object is not registered any more"};
+    // One that was killed in its last steps is finished.
+    ARCA_TRY(const PieceId before, broughtBack(removed));
+    if (before != 0)
+        return leadTo(id, before);
+    ARCA_TRY(const auto piece, copyRemoved(removed));
+    ARCA_TRY(const auto turn, lockChanges());
+    // After the claim of the new piece: from here on nothing takes its blocks away.
+    ARCA_TRY(const Located still, locateRemoved(id));
+    ObjectRecords records(*domain_);
+    ARCA_TRY(const auto old, records.read(id));
+    ObjectRecord fresh;
+    fresh.id = piece->id();
+    fresh.origin = old.record.first();
+    fresh.insertedAt = removed.info.insertedAt;
+    fresh.describe(removed.info.description);
+    ARCA_CHECK(records.write({0, fresh}));
+    auto committed = commit(*piece, known->registration);
+    if (!committed) {
+        (void)records.remove(fresh.id);
+        return std::move(committed).error();
+    }
+    return leadTo(id, fresh.id);
+}
+
+/// The piece that an undelete stored of it before it was killed; 0 when there is none.
+Result<PieceId> NodeSpace::broughtBack(const Located &removed)
+{
+    ObjectRecords records(*domain_);
+    ARCA_TRY(const auto old, records.read(removed.info.id));
+    const auto isIt = [&](const PieceInfo &piece) -> Result<bool> {
+        ARCA_TRY(const auto state, records.read(piece.id));
+        return piece.id != removed.info.id && state.record.origin == old.record.first();
+    };
+    std::vector<PieceInfo> candidates;
+    if (removed.info.isActive()) {
+        ARCA_TRY(auto found, find(removed.info.description.name));
+        if (found)
+            candidates.push_back(std::move(*found));
+    } else {
+        ARCA_TRY(candidates, inactiveOf(removed.info.description.name));
+    }
+    for (const PieceInfo &piece : candidates) {
+        ARCA_TRY(const bool same, isIt(piece));
+        if (same)
+            return piece.id;
+    }
+    return PieceId{0};
+}
+
+/// The last steps of an undelete. Killed before, the removed piece shows as well, and the next
+/// undelete of it comes back to here.
+Result<PieceInfo> NodeSpace::leadTo(PieceId former, PieceId id)
+{
+    ObjectRecords records(*domain_);
+    ARCA_TRY(auto old, records.read(former));
+    old.record.renamedTo = id;
+    ARCA_CHECK(records.write(old));
+    ARCA_CHECK(dropRemoved(former));
+    return find(id);
+}
+
+/// From now on it may be purged at any time.
+Result<void> NodeSpace::dropRemoved(PieceId id)
+{
+    ARCA_TRY(const auto names, removedNames(id));
+    for (const RemovedName &name : names) {
+        if (name.at == 0)
+            continue;
+        const std::string blobName = removedNameOf(key_, name);
+        auto blob = store_.open(blobName);
+        if (!blob && blob.error().kind == ErrorKind::notFound)
+            continue;
+        ARCA_TRY(auto opened, std::move(blob));
+        ARCA_TRY(Manifest manifest, readOwn(*opened, blobName));
+        Located located{blobName, std::move(opened), std::move(manifest.info)};
+        ARCA_CHECK(putAside(located, 0));
+    }
+    return {};
+}
+
+Result<void> NodeSpace::purge(std::span<const RemovedName> names)
+{
+    ARCA_TRY(const auto turn, lockChanges());
+    for (const RemovedName &name : names) {
+        const std::string blobName = removedNameOf(key_, name);
+        if (const auto blob = store_.open(blobName)) {
+            auto removed = store_.remove(blobName, **blob);
+            if (!removed && removed.error().kind != ErrorKind::notFound)
+                return removed;
+        } else if (blob.error().kind != ErrorKind::notFound) {
+            return blob.error();
+        }
+        ARCA_TRY(const bool stored, isStored(name.id));
+        ARCA_TRY(const auto others, removedNames(name.id));
+        if (!stored && others.empty())
+            forgetPurged(name.id);
+    }
+    return {};
+}
+
+/// A piece that was renamed or brought back has its records under its new identifier, and the old
+/// one goes on to lead there.
+void NodeSpace::forgetPurged(PieceId id)
+{
+    const auto state = ObjectRecords(*domain_).read(id);
+    if (state && state->record.renamedTo == 0)
+        forget(id);
+}
+
+} // namespace arca::store

@@ -1,0 +1,282 @@
+// Removed pieces: kept for the grace time, brought back whole, purged in the end; and what was
+// stored is told from what was lost.
+#include "tests/client/reclaim_fixture.h"
+
+#include "client/store/inventory.h"
+#include "client/store/verify.h"
+
+namespace
+{
+
+using namespace arca;
+using store::PieceId;
+using store::ReclaimTotals;
+using test::blocks;
+using test::kAtOnce;
+using test::kBlock;
+using test::ReclaimTest;
+
+class RemovedTest : public ReclaimTest
+{
+protected:
+    static store::ObjectName nameOf(const std::string &piece)
+    {
+        return {"/fs", "/", "/" + piece, 1};
+    }
+    PieceId idOf(const std::string &piece)
+    {
+        const auto found = space_->find(nameOf(piece));
+        EXPECT_TRUE(found && *found) << piece;
+        return found && *found ? (*found)->id : 0;
+    }
+    std::vector<std::string> removed(store::NodeSpace &space)
+    {
+        std::vector<std::string> names;
+        EXPECT_TRUE(space.visitRemoved([&](const store::RemovedPiece &piece) {
+            names.push_back(piece.info.description.name.lowLevel.substr(1));
+            return true;
+        }));
+        std::ranges::sort(names);
+        return names;
+    }
+    void removeFiles(const std::string &beginning)
+    {
+        for (const std::string &path : files_.paths())
+            if (path.starts_with(beginning)) {
+                ASSERT_TRUE(files_.unlink(path));
+            }
+    }
+    ErrorKind refusal(const store::ReclaimRequest &request)
+    {
+        const std::size_t before = packs();
+        const auto done = store::Reclaim(*space_, request).run();
+        EXPECT_FALSE(done);
+        EXPECT_EQ(packs(), before);
+        return done ? ErrorKind::internal : done.error().kind;
+    }
+    store::VerifyOutcome verified()
+    {
+        const auto outcome = store::verify(*space_, {}, {});
+        EXPECT_TRUE(outcome);
+        return outcome ? *outcome : store::VerifyOutcome{};
+    }
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(RemovedTest, APieceComesBackAsItWasUntilItsGraceTimeIsOver)
+{
+    const auto describe = [](store::PieceDescription &piece) { piece.info = "noted"; };
+    ASSERT_TRUE(space_->update(nameOf("few"), describe));
+    const PieceId few = idOf("few");
+    ASSERT_TRUE(remove("few"));
+    EXPECT_FALSE(space_->find(few));
+    EXPECT_EQ(removed(*space_), (Names{"big", "few", "other"}));
+    const ReclaimTotals kept = reclaim({});
+    EXPECT_EQ(kept.keptPieces, 3U);
+    EXPECT_EQ(kept.freedBytes, 0U);
+
+    const auto back = space_->undelete(few);
+    ASSERT_TRUE(back) << back.error().text;
+    EXPECT_EQ(back->description.info, "noted");
+    EXPECT_TRUE(back->isActive());
+    expectPiece("few", few_);
+    expectPiece(few, few_); // the former identifier leads to it
+    EXPECT_EQ(removed(*space_), (Names{"big", "other"}));
+    EXPECT_EQ(space_->undelete(few).error().kind, ErrorKind::notFound);
+
+    // A name that is in use is nobody's to take.
+    const PieceId big = space_->removedOf(nameOf("big")).value().at(0).info.id;
+    backUp("big", few_);
+    EXPECT_EQ(space_->undelete(big).error().kind, ErrorKind::exists);
+    EXPECT_EQ(removed(*space_), (Names{"big", "other"}));
+
+    EXPECT_EQ(reclaim().purgedPieces, 3U); // big, other, and the former manifest of few
+    EXPECT_EQ(removed(*space_), Names{});
+    expectPiece(few, few_);
+    expectPiece("big", few_);
+    for (const char *piece : {"few", "big"})
+        ASSERT_TRUE(remove(piece));
+    reclaim();
+    EXPECT_EQ(packs(), 0U);
+    for (const std::string &path : files_.paths())
+        EXPECT_FALSE(path.starts_with("/r/objects/") || path.starts_with("/r/removed/")) << path;
+    EXPECT_EQ(verified().hurt(), 0U);
+}
+
+TEST_F(RemovedTest, AnInactivePieceComesBackInactive)
+{
+    const PieceId few = idOf("few");
+    ASSERT_TRUE(space_->commitTogether({{}, {}, std::span(&few, 1)}));
+    const std::int64_t since = space_->find(few)->inactiveAt;
+    backUp("few", few_);
+    ASSERT_TRUE(space_->remove(few));
+    const auto back = space_->undelete(few);
+    ASSERT_TRUE(back) << back.error().text;
+    EXPECT_EQ(back->inactiveAt, since);
+    expectPiece(back->id, few_);
+    EXPECT_NE(idOf("few"), back->id);
+    EXPECT_EQ(space_->inactiveOf(nameOf("few")).value().size(), 1U);
+    reclaim();
+    expectPiece(back->id, few_);
+    EXPECT_EQ(verified().hurt(), 0U);
+}
+
+TEST_F(RemovedTest, WhatComesBackWhileItsPacksAreMarkedIsStoredAnew)
+{
+    const PieceId big = space_->removedOf(nameOf("big")).value().at(0).info.id;
+    store::Mark mark;
+    ASSERT_TRUE(space_->domain().packs().list([&](const engine::PackName &pack) {
+        mark.packs.insert(pack.id);
+        return true;
+    }));
+    auto marks = store::markRecord(space_->domain());
+    const auto last = marks.latest();
+    ASSERT_TRUE(last && marks.write(*last ? (*last)->number : 0, store::encodeMark(mark)));
+    const std::size_t before = packs();
+    ASSERT_TRUE(space_->undelete(big));
+    EXPECT_EQ(packs(), before + 1);
+    expectPiece("big", blocks(1, 90));
+    reclaim();
+    expectPiece("big", blocks(1, 90));
+}
+
+/// A removal, an undelete and a purge stop at every step; what was acknowledged holds, and what was
+/// not is whole or as before.
+TEST_F(RemovedTest, WhereverItStopsNothingIsLost)
+{
+    using Act = std::function<bool(store::NodeSpace &)>;
+    const PieceId few = idOf("few");
+    const PieceId big = space_->removedOf(nameOf("big")).value().at(0).info.id;
+    const struct {
+        const char *what;
+        PieceId id;
+        std::string stream;
+        Act act;
+    } acts[] = {
+        {"removal", few, few_, [&](auto &space) { return bool(space.remove(few)); }},
+        {"undelete", big, blocks(1, 90), [&](auto &space) { return bool(space.undelete(big)); }},
+    };
+    for (const auto &[what, id, stream, act] : acts) {
+        for (int n = 1; !HasFailure(); ++n) {
+            SCOPED_TRACE(std::string(what) + " stops at " + std::to_string(n));
+            space_.reset();
+            files_.putBack(start_);
+            open();
+            files_.stopAt(n);
+            const bool done = act(*space_);
+            const bool came = files_.hasFailed();
+            space_.reset();
+            files_.losePower(test::MemoryFiles::Loss::everythingUnsynced);
+            open();
+            reclaim({}); // within the grace time nothing goes
+            if (!space_->find(id)) {
+                EXPECT_TRUE(id == few || !done);
+                const auto back = space_->undelete(id);
+                EXPECT_TRUE(back) << back.error().text;
+            } else {
+                EXPECT_TRUE(id == big || !done);
+            }
+            expectPiece(id, stream);
+            reclaim();
+            expectPiece(id, stream);
+            EXPECT_EQ(verified().hurt(), 0U);
+            if (!came)
+                break;
+        }
+    }
+}
+
+TEST_F(RemovedTest, AtZeroBytesFreeARemovalAndReclaimingWithoutGraceMakeRoom)
+{
+    store_->keepReserve();
+    files_.limitSpace(0);
+    ASSERT_TRUE(remove("few"));
+    EXPECT_EQ(reclaim({}).freedBytes, 0U);
+    EXPECT_GT(reclaim().freedBytes, 0U);
+    EXPECT_EQ(packs(), 0U);
+    files_.liftLimit();
+    backUp("few", few_);
+    expectPiece("few", few_);
+}
+
+TEST_F(RemovedTest, PiecesThatAreMissingStopReclaimingUntilTheyAreTakenAsLost)
+{
+    backUp("more", blocks(4, 90));
+    EXPECT_EQ(verified().missing, 0U);
+    for (const bool compacted : {false, true}) {
+        SCOPED_TRACE(compacted);
+        if (compacted)
+            reclaim({});
+        const auto whole = files_.snapshot();
+        removeFiles("/r/pieces/");
+        EXPECT_EQ(refusal(kAtOnce), ErrorKind::damaged);
+        EXPECT_EQ(verified().missing, 2U);
+        EXPECT_FALSE(store::Reclaim(*space_, kAtOnce).plan());
+        space_.reset();
+        files_.putBack(whole);
+        open();
+    }
+    EXPECT_EQ(verified().missing, 0U);
+    expectPiece("more", blocks(4, 90));
+    removeFiles("/r/pieces/");
+    EXPECT_EQ(reclaim({.grace = 0, .acceptMissing = true}).missingPieces, 2U);
+    EXPECT_EQ(packs(), 0U);
+    EXPECT_EQ(verified().hurt(), 0U);
+    EXPECT_EQ(reclaim({}).missingPieces, 0U);
+}
+
+TEST_F(RemovedTest, MoreThanAStatedShareIsFreedOnlyWithARemovalThatExplainsIt)
+{
+    backUp("more", blocks(4, 200));
+    removeFiles("/r/pieces/");
+    removeFiles("/r/inventory/");
+    EXPECT_EQ(refusal({.grace = 0}), ErrorKind::damaged);
+    removeFiles("/r/removed/");
+    EXPECT_TRUE(verified().onlyPacks);
+    EXPECT_EQ(refusal({}), ErrorKind::damaged);
+    EXPECT_GT(reclaim({.maxFreed = 100}).freedBytes, 0U);
+    EXPECT_EQ(packs(), 0U);
+
+    space_.reset();
+    files_.putBack(start_);
+    open();
+    ASSERT_TRUE(remove("few"));
+    EXPECT_GT(reclaim({.grace = 0, .maxFreed = 0}).freedBytes, 0U) << "explained by removals";
+}
+
+/// A note that comes late finds its piece removed and purged: that is no piece that was lost.
+TEST_F(RemovedTest, APieceThatIsPurgedBeforeItIsNotedIsNotMissing)
+{
+    for (int n = 1; !HasFailure(); ++n) {
+        SCOPED_TRACE(n);
+        space_.reset();
+        files_.putBack(start_);
+        open();
+        blob::DirectoryStore elsewhere("/r", files_);
+        const auto other = store::NodeSpace::open(elsewhere, "node", SecretKey::from(key_).value(),
+                                                  engine::RecordForm::keyed);
+        auto writer = begin("late", "x");
+        ASSERT_TRUE(writer->finish());
+        bool purged = false;
+        files_.runBefore(n, [&] {
+            const auto found = (*other)->find(nameOf("late"));
+            if (found && *found && (*other)->remove((*found)->id))
+                purged = store::Reclaim(**other, kAtOnce).run()->purgedPieces == 3;
+        });
+        (void)space_->commit(*writer, 1);
+        const bool came = files_.hasRun();
+        files_.runBefore(0, nullptr);
+        writer.reset();
+        for (int more = 0; more < 3; ++more) {
+            const auto stock = store::Inventory(space_->domain()).check();
+            ASSERT_TRUE(stock);
+            EXPECT_EQ(stock->missing.size(), 0U) << purged;
+            reclaim();
+        }
+        if (!came)
+            break;
+    }
+}
+
+} // namespace
