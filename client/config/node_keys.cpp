@@ -152,7 +152,10 @@ Result<bool> NodeKeys::introduce(const std::string &uuid, const std::string &nod
     const bool fresh = !kept;
     if (fresh) {
         ARCA_TRY(kept, steps.make());
-        ARCA_CHECK(write(uuid, node, {*kept}));
+        if (auto written = write(uuid, node, {*kept}); !written) {
+            wipe(*kept);
+            return std::move(written).error();
+        }
     }
     auto done = steps.enrol(*kept);
     wipe(*kept);

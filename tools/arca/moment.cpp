@@ -56,7 +56,7 @@ Result<std::int64_t> momentFrom(const std::string &text, const std::string &opti
     if (!moment)
         return Error{ErrorKind::badArgument,
                      option +
-                         " takes a time ago (90m, 12h, 7d) or a UTC time since 1970 such as "
+                         " takes a time ago (90m, 12h, 7d) or a UTC time after 1970-01-01 such as "
                          "2026-11-21 or 2026-11-21T08:31, not '" +
                          printable(text, 40) + "'"};
     return *moment;

@@ -31,13 +31,17 @@ struct Asked {
 
 struct Totals {
     std::uint64_t objects = 0, size = 0, missing = 0;
-    mtObjectIds_t ids; // ascending, of what was looked at before anything was asked
+    mtObjectIds_t ids;      // ascending, of what was looked at before anything was asked
     int damage = HOX_RC_OK; // what the look ended with, if it met pieces that cannot be read
 };
 
-bool isLiteral(const std::string &pattern)
+/// A name to the letter, and nothing that a damaged manifest cannot be asked for.
+bool namesOnePiece(const Asked &asked)
 {
-    return pattern.find_first_of("*?") == std::string::npos;
+    Selection others = asked.selection;
+    others.filespace.clear();
+    return !others.pattern.empty() && others.pattern.find_first_of("*?") == std::string::npos &&
+           !hasFilters(others);
 }
 
 std::string amountText(const Totals &totals)
@@ -173,8 +177,8 @@ Result<void> carryOut(ClientSession &client, const Command &command, const Asked
         mtRemoveObjects(client.session(), *changing, shown, asked.action(), watcher.report());
     Totals done = watcher.done();
     const std::uint64_t seen = done.objects + done.missing;
-    const std::uint64_t gone =
-        rc == HOX_RC_OK && seen < counted.objects ? counted.objects - seen : 0;
+    const bool all = rc == HOX_RC_OK || rc == HOX_RC_REPOSITORY_DAMAGED;
+    const std::uint64_t gone = all && seen < counted.objects ? counted.objects - seen : 0;
     done.missing += gone;
     if (gone != 0 && !command.json)
         fmt::print("{} of the {} pieces {} not there any more, or not as asked for\n", gone,
@@ -194,8 +198,7 @@ Result<void> removeMatching(const Command &command, const Asked &asked, const mt
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     ARCA_TRY(Totals counted, look(*client, filter, asked.dryRun && !command.json));
-    if (counted.objects == 0 && ids.empty() && counted.damage != HOX_RC_OK &&
-        isLiteral(asked.selection.pattern))
+    if (counted.objects == 0 && counted.damage != HOX_RC_OK && namesOnePiece(asked))
         return removeDamagedPiece(command, asked.selection.filespace, asked.selection.pattern,
                                   {{}, asked.dryRun, asked.yes, asked.fromStandardInput}, result);
     if (counted.objects == 0)
@@ -230,8 +233,10 @@ Result<void> removeByIds(const Command &command, const Asked &asked, const mtObj
 Result<void> remove(const Command &command, const Asked &asked, Json &result)
 {
     if (!asked.blobs.empty()) {
-        if (!asked.ids.empty() || !asked.selection.pattern.empty() || asked.deactivate)
-            throw UsageError("--blob stands alone: it takes no PATTERN, --id or --deactivate");
+        if (!asked.ids.empty() || !asked.selection.pattern.empty() || asked.deactivate ||
+            hasFilters(asked.selection))
+            throw UsageError(
+                "--blob stands alone: it takes no PATTERN, --id, --deactivate or filter");
         return removeBlobs(command, {asked.blobs, asked.dryRun, asked.yes, asked.fromStandardInput},
                            result);
     }
