@@ -20,8 +20,8 @@ constexpr std::size_t kListedAtOnce = 4096, kReadAtOnce = 32;
 Domain::Domain(blob::BlobStore &blobs, std::string nodeKey, Keys keys, RecordForm records,
                HostCache cache)
     : blobs_(blobs), nodeKey_(std::move(nodeKey)), keys_(std::move(keys)), recordForm_(records),
-      cache_(std::move(cache)),
-      packs_(blobs_, nodeKey_, keys_.packs.view()), hasher_(keys_.blocks.view())
+      cache_(std::move(cache)), packs_(blobs_, nodeKey_, keys_.packs.view()),
+      hasher_(keys_.blocks.view())
 {
 }
 

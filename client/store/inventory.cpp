@@ -71,7 +71,8 @@ Result<Found> findManifests(engine::Domain &domain)
             ++found.manifests;
             if (stored.place == ManifestPlace::quarantined) {
                 // Its name ends with the one that it had.
-                const std::string had = "/" + stored.blobName.substr(stored.blobName.rfind('-') + 1);
+                const std::string had =
+                    "/" + stored.blobName.substr(stored.blobName.rfind('-') + 1);
                 found.damaged.push_back(static_cast<std::uint32_t>(leadingDigits(had, 8)));
                 return {};
             }

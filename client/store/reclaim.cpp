@@ -151,9 +151,8 @@ Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &i
 }
 
 /// A pack that cannot be opened is all dead or stays.
-Result<std::optional<Reclaim::Candidate>> Reclaim::judgeDamaged(const engine::PackId &id, bool dead,
-                                                                bool explained,
-                                                                ReclaimTotals &totals)
+Result<std::optional<Reclaim::Candidate>>
+Reclaim::judgeDamaged(const engine::PackId &id, bool dead, bool explained, ReclaimTotals &totals)
 {
     std::uint64_t bytes = 0;
     ARCA_TRY(const auto revisions, domain_.packs().revisionsOf(id));
@@ -403,11 +402,10 @@ Result<void> Reclaim::deleteOldRevisions()
 /// Answers false when it was told to stop.
 Result<bool> Reclaim::sweep(const Mark &mark, const Step &step, ReclaimTotals &totals)
 {
-    ARCA_TRY(
-        PackUse use,
-        usedBlocks(
-            domain_, [&](const engine::PackId &id) { return mark.packs.contains(id); }, nullptr,
-            &damaged_));
+    ARCA_TRY(PackUse use,
+             usedBlocks(
+                 domain_, [&](const engine::PackId &id) { return mark.packs.contains(id); },
+                 nullptr, &damaged_));
     std::vector<engine::PackId> mostlyDead;
     for (const engine::PackId &id : mark.packs) {
         ReclaimTotals ignored;

@@ -63,7 +63,7 @@ Result<Bytes> recordAt(const engine::Domain &domain, std::string_view blobName, 
 {
     // Filespaces may be deleted without the key, by whoever removes the node.
     constexpr const RecordForm *kProven[] = {&form::changePlan, &form::group, &form::object,
-                                             &form::outcome, &form::note, &form::mark};
+                                             &form::outcome,    &form::note,  &form::mark};
     const bool proven = std::ranges::any_of(kProven, [&](const RecordForm *form) {
         return blobName.starts_with(form->place) && blobName.ends_with(form->suffix);
     });
