@@ -51,7 +51,7 @@ def store(args, name, seed, day):
 
 
 def hints(directory):
-    return sum(os.path.getsize(os.path.join(folder, name)) for folder, _, names in os.walk(f'{directory}/repository/cache')
+    return sum(os.path.getsize(os.path.join(folder, name)) for folder, _, names in os.walk(f'{directory}/caches')
                for name in names) / MIB
 
 
@@ -62,6 +62,7 @@ def main():
     parser.add_argument('--root', default=os.path.abspath(f'{HERE}/../build/release/root'))
     args = parser.parse_args()
     shutil.rmtree(args.dir, ignore_errors=True)
+    os.environ['XDG_CACHE_HOME'] = f'{args.dir}/caches'
     subprocess.run([f'{HERE}/keel-peer'], env=dict(os.environ, KEEL_ROOT=args.root, REPO=args.dir, OP='init', DAY=''),
                    check=True, stdout=subprocess.DEVNULL)
     print('| unique data | backup of | blocks hashed | looked up | of them in the hints | pack indexes read | read MiB | '
