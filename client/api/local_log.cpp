@@ -5,12 +5,12 @@
 #include "client/api/local_log.h"
 
 #include "common/string/ststring.h"
+#include "common/thrd/psmutex.h"
 #include "common/unx/psfile.h"
 #include "common/unx/pswrite.h"
 
 #include <ctime>
 #include <fcntl.h>
-#include <mutex>
 #include <unistd.h>
 
 namespace arca::api
@@ -19,11 +19,7 @@ namespace arca::api
 namespace
 {
 
-std::mutex &logMutex()
-{
-    static std::mutex *const mutex = new std::mutex; // outlives every thread that may still log
-    return *mutex;
-}
+constinit psMutex_t logMutex; // free in a forked child, whoever held it
 
 std::string lineOf(const std::string &text)
 {
@@ -41,7 +37,7 @@ std::string lineOf(const std::string &text)
 bool appendToLocalLog(const std::string &path, const std::string &text)
 {
     const std::string line = lineOf(text);
-    const std::lock_guard hold(logMutex());
+    const psMutexGuard hold(logMutex);
     const int descriptor = psFileOpenDescriptor(path.c_str(), O_RDWR | O_APPEND | O_CREAT);
     if (descriptor < 0)
         return false;

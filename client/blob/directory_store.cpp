@@ -307,6 +307,13 @@ Result<bool> DirectoryStore::link(const std::string &from, BlobReader &opened,
         return false;
     if (!leadsTo(to, static_cast<DirectoryReader &>(opened).file())) {
         (void)files_.unlink(pathOf(to));
+        // A caller takes notFound for done, so it must be certain.
+        ARCA_TRY(const auto present, files_.open(pathOf(from)));
+        ARCA_TRY(const FileIdentity there, present->identity());
+        ARCA_TRY(const FileIdentity meant,
+                 static_cast<DirectoryReader &>(opened).file().identity());
+        if (there == meant)
+            return Error{ErrorKind::io, "the blob " + from + " cannot be given a second name"};
         return Error{ErrorKind::notFound, "the blob " + from + " was replaced meanwhile"};
     }
     ARCA_CHECK(files_.syncDirectory(pathOf(directory)));

@@ -31,10 +31,12 @@ struct Block {
     std::atomic<Block *> next = nullptr;
 };
 
-/// Never freed. Counts forks: odd while one is being made.
+/// Never freed. Several threads may fork at once, so one number cannot tell both that a fork is
+/// being made and that there was one.
 struct Table {
     Block first;
-    std::atomic<unsigned> forks = 0;
+    std::atomic<unsigned> forking = 0; // how many are being made now
+    std::atomic<unsigned> forks = 0;   // how many were made
 };
 
 Table &table()
@@ -42,9 +44,15 @@ Table &table()
     static Table *const made = [] {
         auto *const fresh = new Table;
         // Without it a child keeps what it inherits, as children made by clone(2) do.
-        (void)pthread_atfork([] { ++table().forks; }, [] { ++table().forks; },
+        (void)pthread_atfork([] { ++table().forking; },
                              [] {
                                  ++table().forks;
+                                 --table().forking;
+                             },
+                             [] {
+                                 // The other threads that were forking are not in the child.
+                                 ++table().forks;
+                                 table().forking = 0;
                                  for (Block *block = &table().first; block != nullptr;
                                       block = block->next.load())
                                      for (auto &slot : block->slots)
@@ -82,7 +90,7 @@ std::unique_ptr<OwnDescriptor> OwnDescriptor::open(const std::function<int(bool)
     std::atomic<int> &slot = takeSlot();
     for (bool again = false;;) {
         const unsigned before = table().forks.load();
-        if (before % 2 != 0) {
+        if (table().forking.load() != 0) {
             (void)sched_yield(); // another thread is forking just now
             continue;
         }
@@ -93,7 +101,7 @@ std::unique_ptr<OwnDescriptor> OwnDescriptor::open(const std::function<int(bool)
             return nullptr;
         }
         slot.store(descriptor);
-        if (table().forks.load() != before) {
+        if (table().forking.load() != 0 || table().forks.load() != before) {
             // A child may have it without knowing: this open file must never be locked.
             slot.store(kTaken);
             (void)close(descriptor);

@@ -24,10 +24,11 @@ Result<std::size_t> OpenPack::read(std::uint64_t offset, std::span<std::byte> in
     std::shared_ptr<blob::BlobReader> blob;
     {
         const std::lock_guard hold(mutex_);
-        if (!blob_) {
-            ARCA_TRY(blob_, blobs_.open(name_));
-        }
         blob = blob_;
+    }
+    // Closed to keep the number of open files low: kept, it would be counted by nobody.
+    if (!blob) {
+        ARCA_TRY(blob, blobs_.open(name_));
     }
     return blob->read(offset, into);
 }

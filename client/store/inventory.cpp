@@ -70,9 +70,11 @@ Result<Found> findManifests(engine::Domain &domain)
         domain.blobs(), domain.nodeKey(), [&](const StoredManifest &stored) -> Result<void> {
             ++found.manifests;
             if (stored.place == ManifestPlace::quarantined) {
-                // Its name ends with the one that it had.
-                const std::string had =
-                    "/" + stored.blobName.substr(stored.blobName.rfind('-') + 1);
+                // The digits of the name that it had follow its place.
+                const auto dash = stored.blobName.find('-', stored.blobName.rfind('/'));
+                if (dash == std::string::npos)
+                    return {};
+                const std::string had = "/" + stored.blobName.substr(dash + 1);
                 found.damaged.push_back(static_cast<std::uint32_t>(leadingDigits(had, 8)));
                 return {};
             }

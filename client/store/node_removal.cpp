@@ -15,9 +15,9 @@ namespace
 {
 
 constexpr std::string_view kFilespaces = "filespaces/";
-constexpr std::string_view kRooms[] = {"access/", "grants/",    "pieces/",  "inactive/", "removed/",
-                                       "groups/", "objects/",   "changes/", "outcomes/", "reclaim/",
-                                       "damage/", "inventory/", "packs/"};
+constexpr std::string_view kRooms[] = {
+    "access/",  "grants/",   "pieces/",  "inactive/", "removed/",   "groups/",     "objects/",
+    "changes/", "outcomes/", "reclaim/", "damage/",   "inventory/", "quarantine/", "packs/"};
 
 std::string prefixOf(std::string_view room, const std::string &key)
 {

@@ -35,6 +35,9 @@ Result<void> NodeSpace::putAside(Located &located, std::int64_t at)
         auto linked = blob::linkOrCopy(store_, located.blobName, *located.blob, aside);
         if (!linked && linked.error().kind != ErrorKind::exists)
             return linked;
+        // The try that made the name may have failed before it was durable.
+        if (!linked)
+            ARCA_CHECK(store_.sync(aside));
         // Soon the only one, and perhaps left by another process: it must be the piece.
         ARCA_CHECK(proveCopy(aside));
     }

@@ -120,13 +120,43 @@ Result<ChangePlan> NodeSpace::readPlan(const std::string &name) const
     return plan;
 }
 
+namespace
+{
+
+/// A plan that is gone was settled since the listing, and what is stored says all. One that is
+/// damaged and was not decided hides nothing: what comes with it is judged by its own record.
+bool isPassedOver(const Error &error)
+{
+    return error.kind == ErrorKind::notFound || error.kind == ErrorKind::damaged;
+}
+
+} // namespace
+
+/// A damaged plan must not hold up every piece of the node. Once the change is decided, its outcome
+/// says the same.
+Result<ChangePlan> NodeSpace::planOf(const std::string &name) const
+{
+    auto plan = readPlan(name);
+    if (plan || plan.error().kind != ErrorKind::damaged)
+        return plan;
+    const std::size_t from = name.rfind('/') + 1;
+    const auto digits = fromHex(std::string_view(name).substr(from, name.rfind('.') - from));
+    if (!digits || digits->size() != sizeof(ChangeId))
+        return plan;
+    ChangeId change = 0;
+    for (const std::byte byte : *digits)
+        change = change << 8 | std::to_integer<ChangeId>(byte);
+    auto outcome = Outcomes(*domain_).find(change);
+    return outcome && *outcome ? std::move((*outcome)->plan) : std::move(plan);
+}
+
 Result<std::set<PieceId>> NodeSpace::beingChanged()
 {
     std::set<PieceId> ids;
     ARCA_TRY(const auto plans, changeNames(kPlan));
     for (const std::string &name : plans) {
-        const auto plan = readPlan(name);
-        if (!plan && plan.error().kind == ErrorKind::notFound)
+        const auto plan = planOf(name);
+        if (!plan && isPassedOver(plan.error()))
             continue;
         ARCA_CHECK(plan);
         for (const auto *some : {&plan->coming, &plan->going, &plan->leaving})
@@ -140,9 +170,9 @@ Result<NodeSpace::Planned> NodeSpace::plannedFor(PieceId id)
     Planned planned;
     ARCA_TRY(const auto plans, changeNames(kPlan));
     for (const std::string &name : plans) {
-        auto plan = readPlan(name);
-        if (!plan && plan.error().kind == ErrorKind::notFound)
-            continue; // settled since the listing, and what is stored says all
+        auto plan = planOf(name);
+        if (!plan && isPassedOver(plan.error()))
+            continue;
         ARCA_CHECK(plan);
         const bool goes = names(plan->going, id), leaves = names(plan->leaving, id);
         if (!goes && !leaves)
@@ -204,7 +234,7 @@ Result<void> NodeSpace::settleUnderLock()
 
 Result<void> NodeSpace::settle(const std::string &planName)
 {
-    const auto plan = readPlan(planName);
+    const auto plan = planOf(planName);
     if (!plan && plan.error().kind == ErrorKind::notFound)
         return {}; // another process was faster
     ARCA_CHECK(plan);
@@ -304,14 +334,12 @@ Result<void> NodeSpace::takeBack(PieceId id, ChangeId change)
 /// Removes the copy that a change made of a piece, when the change is undone.
 Result<void> NodeSpace::dropCopy(PieceId id, ChangeId change)
 {
-    if (!namesCarryChanges()) {
-        // The name is that of any copy of the piece, so this one may be the only one.
-        const auto active = locate(id);
-        if (!active && active.error().kind == ErrorKind::notFound)
-            return {};
-        if (!active)
-            return active.error();
-    }
+    // Whatever became of the outcome since: the only copy is never taken away.
+    const auto active = locate(id);
+    if (!active && active.error().kind == ErrorKind::notFound)
+        return {};
+    if (!active)
+        return active.error();
     return removeIfThere(store_, copyNameOf(id, change));
 }
 

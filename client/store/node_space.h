@@ -199,6 +199,7 @@ private:
     std::string changeName(ChangeId change, std::string_view suffix) const;
     Result<std::vector<std::string>> changeNames(std::string_view suffix) const;
     Result<ChangePlan> readPlan(const std::string &name) const;
+    Result<ChangePlan> planOf(const std::string &name) const;
     /// Where a new piece of a name that is free goes; `exists`.
     struct Place {
         std::string blobName;

@@ -151,7 +151,7 @@ TEST_F(ChangeTest, AttributesChangeAsTheMaskSaysAndForEverySession)
         {"y", "y", "gold", HOX_UPDOBJ_MC, HOX_RC_OK, "x new GOLD"},
         {"y", "y", "LEAD", HOX_UPDOBJ_MC, HOX_RC_MC_UNKNOWN, "x new GOLD"},
         {"y", "y", nullptr, 0, HOX_RC_BAD_ARGUMENT, "x new GOLD"},
-        {"y", "y", nullptr, 0x9, HOX_RC_BAD_ARGUMENT, "x new GOLD"},
+        {"y", "y", nullptr, 0x11, HOX_RC_BAD_ARGUMENT, "x new GOLD"},
         {"", "", nullptr, 0x7, HOX_RC_OK, "  STANDARD"},
     };
     for (const auto &step : steps) {

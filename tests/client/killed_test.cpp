@@ -398,11 +398,14 @@ TEST_F(KilledTest, ARepositoryThatCannotBeWrittenStillRestores)
     if (getuid() != 0)
         GTEST_SKIP() << "needs root to step down";
     namespace fs = std::filesystem;
-    const auto readable = fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
-                          fs::perms::others_read | fs::perms::others_exec;
-    fs::permissions(installation_.directory(), readable);
+    const auto readable = fs::perms::owner_read | fs::perms::owner_exec;
+    const auto handOver = [&](const fs::path &path) {
+        fs::permissions(path, readable);
+        ASSERT_EQ(chown(path.c_str(), 65534, 65534), 0) << path;
+    };
     for (const auto &entry : fs::recursive_directory_iterator(installation_.directory()))
-        fs::permissions(entry.path(), readable);
+        handOver(entry.path());
+    handOver(installation_.directory());
     const Child child([&](int tell) {
         if (setgid(65534) != 0 || setuid(65534) != 0)
             return;

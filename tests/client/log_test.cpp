@@ -99,7 +99,7 @@ TEST_F(ClientTest, ArcaLogShowsWhatSessionsReported)
         {{0, kThen + 1, 0, 1, nullptr}, "wfb"},
         {{0, 0, 0, 3, nullptr}, "b"},
         {{0, 0, 0, 0, "old"}, "l"},
-        {{0, kThen, kThen + 86400, 0, ""}, "l"},
+        {{0, kThen, kThen + 86400, 0, "*"}, "l"},
     };
     for (const auto &[selection, shown] : asked)
         EXPECT_EQ(query(selection), shown) << &shown - &asked[0].second;
