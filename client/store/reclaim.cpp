@@ -248,19 +248,21 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
 Result<Mark> Reclaim::currentMark()
 {
     ARCA_TRY(const auto state, markRecord(domain_).latest());
+    markNumber_ = state ? state->number : 0;
     if (!state)
         return Mark{};
     return parseMark(state->bytes);
 }
 
-/// Nobody else writes the record while the lock is held.
+/// The state after the one that was read or written last. A run that lost its lock to another one
+/// meets that one's state here, and ends.
 Result<void> Reclaim::writeMark(const Mark &mark)
 {
     NumberedRecord record = markRecord(domain_);
-    return blob::withReserve(domain_.blobs(), [&]() -> Result<void> {
-        ARCA_TRY(const auto state, record.latest());
-        return record.write(state ? state->number : 0, encodeMark(mark));
-    });
+    ARCA_CHECK(blob::withReserve(domain_.blobs(),
+                                 [&] { return record.write(markNumber_, encodeMark(mark)); }));
+    ++markNumber_;
+    return {};
 }
 
 Result<std::set<std::string>> Reclaim::stillLiving(const Mark &mark)

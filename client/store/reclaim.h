@@ -127,6 +127,7 @@ private:
     std::vector<RemovedName> over_; // removed, and their time is over
     PackUse explained_;             // what the purged pieces of this run needed
     DamagedManifests damaged_;
+    std::uint32_t markNumber_ = 0; // of the mark that this run read or wrote last
 };
 
 } // namespace arca::store

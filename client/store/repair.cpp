@@ -42,8 +42,13 @@ private:
     Result<void> mendSome(std::vector<BrokenPack> some);
     Result<bool> isFree(const std::vector<const BrokenPack *> &some);
     Result<void> unmark(const std::vector<const BrokenPack *> &some);
-    Result<void> mend(const BrokenPack &pack, engine::BlockSearch &search,
-                      const engine::MendPlan &plan);
+    /// A new revision that is written and proven.
+    struct Mended {
+        PackName fresh;
+        bool gaps = false; // it lacks blocks that pieces need
+    };
+    Result<Mended> mend(const BrokenPack &pack, engine::BlockSearch &search);
+    Result<void> conclude(const Mended &mended);
     Result<void> removeBefore(const PackName &newest);
     Result<void> nameLost();
     void tell(const PackName &pack, const std::string &what);
@@ -246,11 +251,15 @@ Result<void> Repair::mendSome(std::vector<BrokenPack> some)
     ARCA_TRY(const bool free, isFree(worthIt));
     if (!free)
         return {};
-    for (std::size_t i = 0; i < worthIt.size(); ++i) {
+    // All are written before any old revision goes: one may have the only copy for another.
+    std::vector<Mended> mended;
+    for (const BrokenPack *pack : worthIt) {
         if (!goesOn())
             return Error{ErrorKind::stopped, "the repair was stopped"};
-        ARCA_CHECK(mend(*worthIt[i], search, plans[i]));
+        ARCA_TRY(mended.emplace_back(), mend(*pack, search));
     }
+    for (const Mended &pack : mended)
+        ARCA_CHECK(conclude(pack));
     return unmark(worthIt);
 }
 
@@ -305,19 +314,29 @@ Result<void> Repair::unmark(const std::vector<const BrokenPack *> &some)
     return record.write(state->number, encodeMark(mark));
 }
 
-Result<void> Repair::mend(const BrokenPack &pack, engine::BlockSearch &search,
-                          const engine::MendPlan &plan)
+/// Judges by what was written, as a copy that was found may have been gone when it was wanted.
+Result<Repair::Mended> Repair::mend(const BrokenPack &pack, engine::BlockSearch &search)
 {
-    ARCA_TRY(const PackName fresh, engine::mendPack(domain_, pack, search));
-    const bool gaps = std::ranges::any_of(
-        plan.lost, [&](std::uint32_t block) { return isNeeded(pack.which.id, block); });
+    Mended mended;
+    ARCA_TRY(mended.fresh, engine::mendPack(domain_, pack, search));
+    ARCA_TRY(const auto opened, packs_.open(mended.fresh));
+    ARCA_TRY(const engine::PackIndex index, opened->readIndex());
+    for (std::uint32_t block = 0; block < index.blocks.size(); ++block)
+        mended.gaps =
+            mended.gaps || (index.blocks[block].dropped && isNeeded(pack.which.id, block));
     // Before the old revision goes: whatever happens then, the next run knows of the gaps.
-    if (gaps)
-        ARCA_CHECK(records_.note({fresh.id, fresh.revision, DamageKind::gaps, 0},
+    if (mended.gaps)
+        ARCA_CHECK(records_.note({mended.fresh.id, mended.fresh.revision, DamageKind::gaps, 0},
                                  "repairing: blocks that pieces need are in no pack"));
+    return mended;
+}
+
+Result<void> Repair::conclude(const Mended &mended)
+{
+    const PackName &fresh = mended.fresh;
     ARCA_CHECK(removeBefore(fresh));
     ++outcome_.mendedPacks;
-    tell(fresh, gaps ? "mended in part" : "mended");
+    tell(fresh, mended.gaps ? "mended in part" : "mended");
     ARCA_TRY(const engine::DamagedParts known, records_.all());
     for (const DamagedPart &part : known.all())
         if (part.pack == fresh.id && part.revision != fresh.revision)
