@@ -305,6 +305,8 @@ Result<bool> DirectoryStore::link(const std::string &from, BlobReader &opened,
     ARCA_TRY(const bool linked, files_.link(pathOf(from), pathOf(to)));
     if (!linked)
         return false;
+    // Before the look, as a server may tell only now that the name did not come about.
+    ARCA_CHECK(files_.syncDirectory(pathOf(directory)));
     if (!leadsTo(to, static_cast<DirectoryReader &>(opened).file())) {
         (void)files_.unlink(pathOf(to));
         // A caller takes notFound for done, so it must be certain.
@@ -316,7 +318,6 @@ Result<bool> DirectoryStore::link(const std::string &from, BlobReader &opened,
             return Error{ErrorKind::io, "the blob " + from + " cannot be given a second name"};
         return Error{ErrorKind::notFound, "the blob " + from + " was replaced meanwhile"};
     }
-    ARCA_CHECK(files_.syncDirectory(pathOf(directory)));
     return true;
 }
 
