@@ -89,6 +89,8 @@ StatementUse::StatementUse(const Statement &statement, Work work)
 
 StatementUse::~StatementUse()
 {
+    if (statement_ == nullptr)
+        return; // it could not be prepared
     sqlite3_reset(statement_);
     sqlite3_clear_bindings(statement_);
 }

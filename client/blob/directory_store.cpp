@@ -378,14 +378,8 @@ Result<std::set<std::string>> DirectoryStore::livingWriters()
         // A writer that is only about to lock its new file finds it locked, and takes another one:
         // it began after us.
         ARCA_TRY(const bool dead, opened->lock());
-        // A lock may be lost while its holder sleeps. Without its name the file can never become a
-        // blob, however late its writer wakes: that decides, not the lock.
-        if (dead && !ownedByThisProcess(entry)) {
-            const auto gone = files_.unlink(pathOf("tmp/" + entry));
-            if (gone || gone.error().kind == ErrorKind::notFound)
-                continue;
-        }
-        living.insert(entry);
+        if (!dead || ownedByThisProcess(entry))
+            living.insert(entry);
     }
     return living;
 }

@@ -369,6 +369,9 @@ Result<Mark> Reclaim::markPacks(std::span<const Candidate> found)
 /// for now.
 Result<bool> Reclaim::settle(const Mark &mark, const Step &step, ReclaimTotals &totals)
 {
+    // A lock may be lost while its holder sleeps. Without its name in tmp/ a claim can never become
+    // a piece, however late its writer wakes.
+    ARCA_CHECK(domain_.blobs().removeLeftovers());
     ARCA_TRY(auto living, stillLiving(mark));
     if (!living.empty()) {
         wait(mark, std::move(living), totals);
