@@ -119,7 +119,7 @@ Pieces storePieces(MemoryFiles &files)
     // A mark that somebody has still to wait for.
     must(space->remove(must(space->find(nameOf("gone")))->id));
     const auto claim = must(repository->blobs().begin());
-    (void)must(store::Reclaim(space->domain()).run());
+    (void)must(store::Reclaim(*space, {.grace = 0, .maxFreed = 100}).run());
     return pieces;
 }
 

@@ -305,11 +305,18 @@ Result<bool> DirectoryStore::link(const std::string &from, BlobReader &opened,
     ARCA_TRY(const bool linked, files_.link(pathOf(from), pathOf(to)));
     if (!linked)
         return false;
-    if (!leadsTo(to, static_cast<DirectoryReader &>(opened).file())) {
+    ARCA_CHECK(files_.syncDirectory(pathOf(directory)));
+    // Only a name that is proven to lead elsewhere says that `from` was replaced.
+    auto made = files_.open(pathOf(to));
+    if (!made && made.error().kind == ErrorKind::notFound)
+        return Error{ErrorKind::io, "the blob " + to + " is not there although it was linked"};
+    ARCA_TRY(const auto there, std::move(made));
+    ARCA_TRY(const FileIdentity found, there->identity());
+    ARCA_TRY(const FileIdentity meant, static_cast<DirectoryReader &>(opened).file().identity());
+    if (found != meant) {
         (void)files_.unlink(pathOf(to));
         return Error{ErrorKind::notFound, "the blob " + from + " was replaced meanwhile"};
     }
-    ARCA_CHECK(files_.syncDirectory(pathOf(directory)));
     return true;
 }
 

@@ -3,6 +3,7 @@
 
 #include "client/base/text.h"
 #include "client/store/manifest_format.h"
+#include "client/store/quarantine.h"
 #include "client/store/record.h"
 #include "client/store/record_forms.h"
 #include "client/store/record_seal.h"
@@ -88,6 +89,16 @@ Result<Found> findManifests(engine::Domain &domain)
                 found.damaged.push_back(high);
             return {};
         }));
+    // What was set aside because it is damaged: the digits of its name follow its place.
+    ARCA_CHECK(domain.blobs().list(Quarantine(domain).prefix(), [&](const std::string &name) {
+        const auto dash = name.find('-', name.rfind('/'));
+        if (dash != std::string::npos) {
+            ++found.manifests;
+            found.damaged.push_back(
+                static_cast<std::uint32_t>(leadingDigits("/" + name.substr(dash + 1), 8)));
+        }
+        return true;
+    }));
     sortOut(found.ids);
     std::sort(found.damaged.begin(), found.damaged.end());
     return found;

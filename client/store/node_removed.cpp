@@ -36,7 +36,10 @@ Result<void> NodeSpace::putAside(Located &located, std::int64_t at)
         if (!linked && linked.error().kind != ErrorKind::exists)
             return linked;
         // Soon the only one, and perhaps left by another process: it must be the piece.
-        ARCA_CHECK(proveCopy(aside));
+        auto proven = proveCopy(aside);
+        if (!proven && proven.error().kind == ErrorKind::notFound)
+            return Error{ErrorKind::io, "the blob " + aside + " is not there although it was put"};
+        ARCA_CHECK(std::move(proven));
     }
     return store_.remove(located.blobName, *located.blob);
 }
@@ -227,35 +230,16 @@ Result<PieceId> NodeSpace::broughtBack(const Located &removed)
     return PieceId{0};
 }
 
-/// The last steps of an undelete. Killed before, the removed piece shows as well, and the next
-/// undelete of it comes back to here.
+/// The last step of an undelete. The former manifest stays where it is, hidden by its record, until
+/// its time is over: who looks for it under removed/ meanwhile finds it. Killed before, the removed
+/// piece shows as well, and the next undelete of it comes back to here.
 Result<PieceInfo> NodeSpace::leadTo(PieceId former, PieceId id)
 {
     ObjectRecords records(*domain_);
     ARCA_TRY(auto old, records.read(former));
     old.record.renamedTo = id;
     ARCA_CHECK(records.write(old));
-    ARCA_CHECK(dropRemoved(former));
     return find(id);
-}
-
-/// From now on it may be purged at any time.
-Result<void> NodeSpace::dropRemoved(PieceId id)
-{
-    ARCA_TRY(const auto names, removedNames(id));
-    for (const RemovedName &name : names) {
-        if (name.at == 0)
-            continue;
-        const std::string blobName = removedNameOf(key_, name);
-        auto blob = store_.open(blobName);
-        if (!blob && blob.error().kind == ErrorKind::notFound)
-            continue;
-        ARCA_TRY(auto opened, std::move(blob));
-        ARCA_TRY(Manifest manifest, readOwn(*opened, blobName));
-        Located located{blobName, std::move(opened), std::move(manifest.info)};
-        ARCA_CHECK(putAside(located, 0));
-    }
-    return {};
 }
 
 Result<void> NodeSpace::purge(std::span<const RemovedName> names)

@@ -223,7 +223,6 @@ private:
     Result<void> removeStored(Located &located);
     /// Moves a manifest to removed/, as removed at `at`; takes it away where nothing is kept.
     Result<void> putAside(Located &located, std::int64_t at);
-    Result<void> dropRemoved(PieceId id);
     Result<std::vector<RemovedName>> removedNames(PieceId id); // the last first
     Result<std::optional<RemovedPiece>> readRemoved(const RemovedName &name);
     Result<void> visitRemovedUnder(const std::string &prefix,

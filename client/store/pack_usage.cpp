@@ -46,12 +46,14 @@ Result<PackUse> usedBlocks(engine::Domain &domain,
     PackUse use;
     ARCA_CHECK(visitManifests(
         domain.blobs(), domain.nodeKey(), [&](const StoredManifest &stored) -> Result<void> {
-            PackUse &into = leaving && leaving->leaves(stored) ? leaving->use : use;
+            const bool leaves = leaving != nullptr && leaving->leaves(stored);
+            PackUse &into = leaves ? leaving->use : use;
             auto added = addRuns(stored.blob, domain.manifestKey(), wanted, into);
             // A read that failed in passing must not make a sound manifest a damaged one.
             if (!added && added.error().kind == ErrorKind::damaged)
                 added = addRuns(stored.blob, domain.manifestKey(), wanted, into);
-            if (added)
+            // What is damaged and leaves needs nothing any more.
+            if (added || (leaves && added.error().kind == ErrorKind::damaged))
                 return {};
             if (damaged == nullptr || added.error().kind != ErrorKind::damaged)
                 return inContext(std::move(added).error(),

@@ -212,9 +212,10 @@ Result<void> Reclaim::expectExplained(std::span<const Candidate> found,
     for (const Candidate &candidate : found)
         unexplained += candidate.unexplained;
     if (!inventory_.isKept() || request_.acceptMissing || totals.packBytes == 0 ||
-        unexplained / 100 * 100 <= totals.packBytes / 100 * request_.maxFreed)
+        unexplained * 100 <= totals.packBytes * request_.maxFreed)
         return {};
-    const std::uint64_t percent = unexplained * 100 / totals.packBytes;
+    const std::uint64_t percent =
+        std::min<std::uint64_t>(unexplained * 100 / totals.packBytes + 1, 100);
     return Error{ErrorKind::damaged,
                  "this would free " + std::to_string(percent) + " percent of what the node " +
                      printable(space_.node()) +

@@ -61,6 +61,11 @@ public:
             files_.stopAt(1);
         return moved;
     }
+    Result<bool> link(const std::string &from, const std::string &to) override
+    {
+        step();
+        return files_.link(from, to);
+    }
     Result<void> unlink(const std::string &path) override { return files_.unlink(path); }
     Result<void> makeDirectory(const std::string &path) override
     {

@@ -67,7 +67,7 @@ using Names = std::vector<std::string>;
 TEST_F(RemovedTest, APieceComesBackAsItWasUntilItsGraceTimeIsOver)
 {
     const auto describe = [](store::PieceDescription &piece) { piece.info = "noted"; };
-    ASSERT_TRUE(space_->update(nameOf("few"), describe));
+    ASSERT_TRUE(space_->update(nameOf("few"), std::nullopt, describe));
     const PieceId few = idOf("few");
     ASSERT_TRUE(remove("few"));
     EXPECT_FALSE(space_->find(few));

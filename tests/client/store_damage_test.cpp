@@ -67,7 +67,8 @@ TEST_F(StoreDamage, ARecordWithoutProofOrFromAnotherPlaceIsRefused)
     for (const char *piece : {"kept", "new"}) {
         ASSERT_TRUE(*piece == 'k' || backUp(piece, 'n', 3000));
         for (const char *info : {"!", "?"})
-            ASSERT_TRUE(space_->update(nameOf(piece), [&](auto &known) { known.info = info; }));
+            ASSERT_TRUE(space_->update(nameOf(piece), std::nullopt,
+                                       [&](auto &known) { known.info = info; }));
         ids.push_back((*space_->find(nameOf(piece)))->id);
         ASSERT_TRUE(space_->groups().make({ids.back(), false, "tag", {}}));
         ASSERT_TRUE(space_->groups().change(ids.back(), [](auto &) { return Result<void>(); }));
@@ -202,7 +203,7 @@ TEST_F(StoreDamage, ADamagedManifestHoldsUpNothingElse)
     bad[70] = static_cast<char>(bad[70] ^ 1); // of its description
     ASSERT_FALSE(restore("bad"));
 
-    auto totals = store::Reclaim(space_->domain()).run();
+    auto totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->deadPacks, 0U) << "it may need any of them";
     EXPECT_EQ(totals->damagedManifests.size(), 1U);
@@ -211,7 +212,7 @@ TEST_F(StoreDamage, ADamagedManifestHoldsUpNothingElse)
     expectPiece("bad", 'n', 2000);
     ASSERT_TRUE(backUp("later", 'l', 3000));
     ASSERT_TRUE(remove("later"));
-    totals = store::Reclaim(space_->domain()).run();
+    totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->deadPacks, 1U) << "the pack that came later";
     EXPECT_EQ(totals->damagedManifests.size(), 1U) << "it is in the quarantine";
@@ -219,7 +220,7 @@ TEST_F(StoreDamage, ADamagedManifestHoldsUpNothingElse)
     const std::string aside = totals->damagedManifests.begin()->c_str();
     EXPECT_FALSE(store::removeBlob(*space_, blobs[1].substr(3))) << "is sound by now";
     ASSERT_TRUE(store::removeBlob(*space_, aside));
-    totals = store::Reclaim(space_->domain()).run();
+    totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->damagedManifests.size(), 0U);
     EXPECT_EQ(totals->deadPacks, 3U) << "those of bad, older and gone";
@@ -235,12 +236,12 @@ TEST_F(StoreDamage, ADamagedPackHoldsUpNothingElse)
     ASSERT_TRUE(backUp("bad", 'b', 3000));
     const std::string pack = added(before).front();
     files_.contentOf(pack)[30] = 'x';
-    auto totals = store::Reclaim(space_->domain()).run();
+    auto totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->deadPacks, 1U) << "that of a piece that is gone";
     EXPECT_EQ(totals->damagedPacks.size(), 1U);
     ASSERT_TRUE(remove("bad"));
-    totals = store::Reclaim(space_->domain()).run();
+    totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->deadPacks, 1U) << "the damaged one, which nothing needs";
     expectPiece("kept", 'k', 5000);

@@ -149,7 +149,7 @@ protected:
              " kept", " kept +7"},
             {"attributes",
              [](auto &t) {
-                 return t.space_->update(nameOf("kept"),
+                 return t.space_->update(nameOf("kept"), std::nullopt,
                                          [](store::PieceDescription &d) { d.info = "!"; });
              },
              " kept", " kept!"},
