@@ -107,14 +107,14 @@ Pieces storePieces(MemoryFiles &files)
         must(sent(*space, piece == "moved" ? "before" : piece, stream)->commit());
     must(sent(*space, "gone", noise(5, 500))->commit());
     must(space->rename(nameOf("before"), nameOf("moved")));
-    must(space->update(nameOf("few"), [](auto &description) { description.info = "changed"; }));
+    must(space->update(nameOf("few"), {}, [](auto &description) { description.info = "changed"; }));
     must(space->groups().make({must(space->find(nameOf("first")))->id,
                                false,
                                "tag",
                                {must(space->find(nameOf("second")))->id}}));
     auto rules = must(store::AccessRules::of(repository->blobs(), "node"));
     must(rules.add({0, "", "reader", "", nameOf("few"), {}, {}}, space->dataKey()));
-    store::ActivityLog log(repository->blobs());
+    store::ActivityLog log(repository->blobs(), must(store::LogSeal::of(space->dataKey())));
     must(log.append({store::Severity::error, "node", "app", "ID", "something happened"}));
     // A mark that somebody has still to wait for.
     must(space->remove(must(space->find(nameOf("gone")))->id));
