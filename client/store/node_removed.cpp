@@ -36,10 +36,14 @@ Result<void> NodeSpace::putAside(Located &located, std::int64_t at)
         if (!linked && linked.error().kind != ErrorKind::exists)
             return linked;
         // The try that made the name may have failed before it was durable.
-        if (!linked)
-            ARCA_CHECK(store_.sync(aside));
+        auto proven = linked ? Result<void>() : store_.sync(aside);
         // Soon the only one, and perhaps left by another process: it must be the piece.
-        ARCA_CHECK(proveCopy(aside));
+        if (proven)
+            proven = proveCopy(aside);
+        // A caller takes notFound for a piece that is removed.
+        if (!proven && proven.error().kind == ErrorKind::notFound)
+            return Error{ErrorKind::io, "the blob " + aside + " is not there although it was put"};
+        ARCA_CHECK(std::move(proven));
     }
     return store_.remove(located.blobName, *located.blob);
 }
