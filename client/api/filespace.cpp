@@ -92,7 +92,7 @@ std::int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, std::uint8_t re
             return refused(HOX_RC_BAD_ARGUMENT, "the repository type is unknown");
         ARCA_TRY(const std::string name, filespaceNameOf(fsName));
         // Before, so that a crash in between leaves no rule that opens what is registered anew; and
-        // after, for one that was made meanwhile. Whoever makes one later sees the deletion.
+        // after, for one that was made meanwhile. A rule made later sees the deletion.
         ARCA_TRY(auto rules,
                  store::AccessRules::of(session.repository->blobs(), session.space->node()));
         ARCA_CHECK(rules.removeOf(name));

@@ -19,7 +19,7 @@ namespace arca::api
 namespace
 {
 
-constinit psMutex_t logMutex; // free in a forked child, whoever held it
+constinit psMutex_t logMutex; // free in a forked child, even when another thread held it
 
 std::string lineOf(const std::string &text)
 {

@@ -1,5 +1,5 @@
 // Descriptors that the host cannot mistake for its own input and output. A host may have closed
-// descriptor 0, 1 or 2, and the system gives the lowest free number to whoever opens next; what the
+// descriptor 0, 1 or 2, and the system gives the lowest free number to the next open; what the
 // host then prints would go into our file. Any thread may call these.
 #ifndef KEEL_CLIENT_BASE_DESCRIPTOR_H
 #define KEEL_CLIENT_BASE_DESCRIPTOR_H

@@ -50,7 +50,7 @@ Result<std::string> resolved(const std::string &path)
     return std::string(real.get());
 }
 
-/// Somebody else must not be able to put a directory of theirs in the place of ours.
+/// Another user must not be able to put a directory in the place of ours.
 Result<void> checkPlace(const std::string &path)
 {
     struct stat state;

@@ -82,7 +82,7 @@ std::uint16_t queryObj(Sbt1Call &call, const char *fileName, dhoxBackupObject_t 
         ctx->objId = {cuHigh32(found->objId), cuLow32(found->objId)};
         return ORC_RC_OK;
     }
-    // A damaged description is in nobody's way to write: the storage client sets it aside, or
+    // A damaged description does not hold up writing: the storage client sets it aside, or
     // refuses that.
     const bool setAside = rc == HOX_RC_REPOSITORY_DAMAGED && call.state() == ORC_STATE_BACKUP;
     if (rc == HOX_RC_NO_MATCH || rc == HOX_RC_FS_UNKNOWN || setAside) {

@@ -54,7 +54,7 @@ bool acceptable(orcObj_t *ctx, const BackupRequest &request, EntryScope &scope)
 void traceObjectItem(const char *name, int index, const sbtPair &item)
 {
     if (!trTest(TR_ORCLEVEL2)) {
-        return; // nobody else wants the values, and some databases hand out no pointer
+        return; // only the trace reads the values, and some databases pass no pointer
     }
     switch (item.code) {
     case SBTOBJECT_DBNAME:

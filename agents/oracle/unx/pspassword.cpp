@@ -234,8 +234,8 @@ std::uint16_t psveloReadPswdFromFile(const char *path, char *password, std::uint
 {
     TraceScope scope("psveloReadPswdFromFile()");
     password[0] = '\0';
-    // Somebody may have narrowed the mode. That of a file behind a link is left alone, and a
-    // process that may not change it may still be able to read.
+    // An administrator may have narrowed the mode. That of a file behind a link is left alone, and
+    // a process that may not change it may still be able to read.
     struct stat status {
     };
     if (lstat(path, &status) == 0 && S_ISREG(status.st_mode)) {
