@@ -2,23 +2,13 @@
 // answer or are thrown away.
 #include "client/engine/hint_catalogue.h"
 #include "client/store/catalogue_file.h"
+#include "fuzz/scratch.h"
 
-#include <cstdlib>
 #include <fstream>
 #include <span>
-#include <stdexcept>
 
 namespace
 {
-
-std::string directory()
-{
-    static char path[] = "/tmp/fuzz_cache-XXXXXX";
-    static const char *const made = mkdtemp(path);
-    if (made == nullptr)
-        throw std::runtime_error("no directory");
-    return made;
-}
 
 void put(const std::string &path, std::span<const std::uint8_t> bytes)
 {
@@ -32,11 +22,11 @@ void put(const std::string &path, std::span<const std::uint8_t> bytes)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     using namespace arca;
-    static const std::string place = directory();
+    const std::string &place = keelfuzz::scratch();
     put(place + "/node.sqlite", {data, size});
     {
         engine::HintCatalogue hints(place, "node");
-        const engine::BlockId block{};
+        const BlockId block{};
         (void)hints.packs();
         (void)hints.packsWith(block, 4);
         engine::PackIndex index;

@@ -1,5 +1,6 @@
 // Any bytes as the parts of a pack: header, trailer and what its sealed index holds. What is taken
 // must be made again of what was understood.
+#include "client/base/hash.h"
 #include "client/engine/pack_format.h"
 
 #include <cstdlib>
@@ -15,8 +16,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
         if (!std::equal(again.begin(), again.end(), input.begin()))
             std::abort();
     }
-    if (size >= kPackHeaderBytes + kPackTrailerBytes)
-        (void)parsePackTrailer(input.first(kPackHeaderBytes), input.last(kPackTrailerBytes), size);
+    if (size >= kPackHeaderBytes + kPackTrailerBytes) {
+        // With the identity and the checksum that it must have, or none would ever get past them.
+        const ByteView header = input.first(kPackHeaderBytes);
+        ByteWriter trailer;
+        trailer.raw(input.last(kPackTrailerBytes).first(32));
+        trailer.raw(header.subspan(16, sizeof(PackId)));
+        trailer.u64(0);
+        trailer.u64(checksum64(trailer.view(), checksum64(header)));
+        (void)parsePackTrailer(header, trailer.view(), size);
+    }
 
     ByteReader counts(input);
     PackTrailer trailer;

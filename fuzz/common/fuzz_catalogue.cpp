@@ -4,6 +4,7 @@
 #include "common/nls/nlsinserts.h"
 #include "common/nls/nlsmsg.h"
 #include "common/ut/utmem.h"
+#include "fuzz/scratch.h"
 
 #include <cstdlib>
 #include <fcntl.h>
@@ -16,11 +17,9 @@ namespace
 const std::string &catalogueDirectory()
 {
     static const std::string directory = [] {
-        const char *room = std::getenv("TMPDIR");
-        std::string name = std::string(room != nullptr ? room : "/tmp") + "/keel-fuzz.XXXXXX";
-        if (mkdtemp(name.data()) == nullptr || mkdir((name + "/EN_US").c_str(), 0700) != 0)
+        if (mkdir((keelfuzz::scratch() + "/EN_US").c_str(), 0700) != 0)
             std::abort();
-        return name;
+        return keelfuzz::scratch();
     }();
     return directory;
 }
@@ -75,8 +74,6 @@ void asMessage(std::string_view stored)
     utFree(message);
 }
 } // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {

@@ -1,6 +1,7 @@
 // A wrapping trace over a file with any content: it begins, takes lines, stays within its maximum,
 // and the first line then says where the newest one ends.
 #include "common/ut/trace.h"
+#include "fuzz/scratch.h"
 
 #include <cstdint>
 #include <cstdio>
@@ -13,13 +14,7 @@ namespace
 {
 const std::string &tracePath()
 {
-    static const std::string path = [] {
-        const char *room = std::getenv("TMPDIR");
-        std::string name = std::string(room != nullptr ? room : "/tmp") + "/keel-fuzz.XXXXXX";
-        if (mkdtemp(name.data()) == nullptr)
-            std::abort();
-        return name + "/trace";
-    }();
+    static const std::string path = keelfuzz::scratch() + "/trace";
     return path;
 }
 
@@ -36,8 +31,6 @@ void check(int file)
         std::abort();
 }
 } // namespace
-
-extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size);
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
