@@ -102,31 +102,31 @@ Result<void> perform(const Command &command, const Asked &asked, Work work, Json
     return work(*client, command, asked, result);
 }
 
-void addOperands(CLI::App &verb, Work work, Asked &asked)
+void addOperands(tools::Verb verb, Work work, Asked &asked)
 {
     if (work == grant) {
-        verb.add_option("NODE", asked.reader, "Node that may read")->required();
-        verb.add_option("PIECE", asked.piece, "Piece that it may read; left out: every one");
-        verb.add_option("--filespace", asked.filespace, "Filespace of the pieces")
-            ->type_name("NAME")
-            ->capture_default_str();
-        verb.add_option("--owner", asked.owner, "Only that owner there")->type_name("NAME");
+        verb.addOption("NODE", asked.reader, "Node that may read").required();
+        verb.addOption("PIECE", asked.piece, "Piece that it may read; left out: every one");
+        verb.addOption("--filespace", asked.filespace, "Filespace of the pieces")
+            .valueName("NAME")
+            .showDefault();
+        verb.addOption("--owner", asked.owner, "Only that owner there").valueName("NAME");
     } else if (work == revoke) {
-        verb.add_option("RULE", asked.rules, "Numbers of rules, as arca access list shows them")
-            ->required()
-            ->type_name("");
+        verb.addOption("RULE", asked.rules, "Numbers of rules, as arca access list shows them")
+            .required()
+            .valueName("");
     }
 }
 
 } // namespace
 
-void addAccess(CLI::App &app, Command &command)
+void addAccess(tools::Verb app, Command &command)
 {
-    CLI::App *verb =
-        app.add_subcommand("access", "Let other nodes read pieces of this one, and take it back");
-    verb->footer("Example: arca access grant dbhost2");
+    const tools::Verb verb =
+        app.addVerb("access", "Let other nodes read pieces of this one, and take it back");
+    verb.footer("Example: arca access grant dbhost2");
     addActions<Asked, Work>(
-        *verb, command,
+        verb, command,
         {{"grant", "Let another node find and read pieces of this one",
           "Example: arca access grant dbhost2 --filespace /lumoorc\n"
           "A node that is not registered yet may read once it is and this node has logged on.",

@@ -19,24 +19,24 @@ template <class Work> struct Action {
 /// Adds each action with the operands that `addOperands(app, work, asked)` gives it, and has it
 /// carried out by `perform(command, asked, work, result)`. Asked says `fromStandardInput`.
 template <class Asked, class Work, class AddOperands, class Perform>
-void addActions(CLI::App &verb, Command &command, std::initializer_list<Action<Work>> actions,
+void addActions(tools::Verb verb, Command &command, std::initializer_list<Action<Work>> actions,
                 AddOperands addOperands, Perform perform)
 {
-    verb.require_subcommand(1);
+    verb.requireVerb();
     for (const Action<Work> &action : actions) {
-        CLI::App *inner = verb.add_subcommand(action.name, action.help);
+        const tools::Verb inner = verb.addVerb(action.name, action.help);
         auto asked = std::make_shared<Asked>();
-        addOperands(*inner, action.work, *asked);
-        addCommonOptions(*inner, command);
-        addPasswordOption(*inner, asked->fromStandardInput);
-        inner->footer(action.footer);
-        inner->callback([&command, asked, perform, work = action.work,
-                         name = verb.get_name() + " " + action.name] {
-            command.verb = name;
-            command.run = [&command, asked, perform, work](Json &result) {
-                return perform(command, *asked, work, result);
-            };
-        });
+        addOperands(inner, action.work, *asked);
+        addCommonOptions(inner, command);
+        addPasswordOption(inner, asked->fromStandardInput);
+        inner.footer(action.footer);
+        inner.onChosen(
+            [&command, asked, perform, work = action.work, name = verb.name() + " " + action.name] {
+                command.verb = name;
+                command.run = [&command, asked, perform, work](Json &result) {
+                    return perform(command, *asked, work, result);
+                };
+            });
     }
 }
 

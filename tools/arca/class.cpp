@@ -237,41 +237,41 @@ Result<void> perform(const Command &command, const Asked &asked, Work work, Json
     return work(*client, command, asked, result);
 }
 
-void addSettings(CLI::App &verb, Asked &asked)
+void addSettings(tools::Verb verb, Asked &asked)
 {
-    verb.add_option("--pool", asked.pool, "Storage pool")->type_name("NAME");
-    verb.add_option("--versions", asked.versions, "Inactive versions kept of a piece")
-        ->type_name("NUMBER|nolimit");
-    verb.add_option("--days", asked.days, "Days a version is kept since it was made inactive")
-        ->type_name("NUMBER|forever");
-    verb.add_option("--description", asked.description, "What the class is for")->type_name("TEXT");
+    verb.addOption("--pool", asked.pool, "Storage pool").valueName("NAME");
+    verb.addOption("--versions", asked.versions, "Inactive versions kept of a piece")
+        .valueName("NUMBER|nolimit");
+    verb.addOption("--days", asked.days, "Days a version is kept since it was made inactive")
+        .valueName("NUMBER|forever");
+    verb.addOption("--description", asked.description, "What the class is for").valueName("TEXT");
 }
 
-void addOperands(CLI::App &verb, Work work, Asked &asked)
+void addOperands(tools::Verb verb, Work work, Asked &asked)
 {
     if (work != list)
-        verb.add_option("NAME", asked.name, "Name of the class, in any case")->required();
+        verb.addOption("NAME", asked.name, "Name of the class, in any case").required();
     if (work == define || work == change)
         addSettings(verb, asked);
     if (work == bind) {
-        verb.add_option("PATTERN", asked.selection.pattern, "Names of pieces")->required();
-        verb.add_option("--filespace", asked.selection.filespace,
-                        "Of filespaces of that name or pattern")
-            ->type_name("PATTERN");
-        verb.add_flag("--dry-run", asked.dryRun, "Say how many it would be; change nothing");
+        verb.addOption("PATTERN", asked.selection.pattern, "Names of pieces").required();
+        verb.addOption("--filespace", asked.selection.filespace,
+                       "Of filespaces of that name or pattern")
+            .valueName("PATTERN");
+        verb.addFlag("--dry-run", asked.dryRun, "Say how many it would be; change nothing");
         addYesOption(verb, asked.yes);
     }
 }
 
 } // namespace
 
-void addClass(CLI::App &app, Command &command)
+void addClass(tools::Verb app, Command &command)
 {
-    CLI::App *verb =
-        app.add_subcommand("class", "Define, list, change and delete management classes");
-    verb->footer("Example: arca class define GOLD --pool FASTPOOL --versions nolimit --days 365");
+    const tools::Verb verb =
+        app.addVerb("class", "Define, list, change and delete management classes");
+    verb.footer("Example: arca class define GOLD --pool FASTPOOL --versions nolimit --days 365");
     addActions<Asked, Work>(
-        *verb, command,
+        verb, command,
         {{"define", "Define a class",
           "Example: arca class define GOLD --pool FASTPOOL --days 365\n"
           "What is left out: the pool of STANDARD, one version, for ever.",

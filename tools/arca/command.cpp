@@ -16,23 +16,22 @@ namespace arca::tool
 
 constexpr const char *kInstalledOptionFile = KEEL_CLIENT_ROOT "/api/bin64/arca.opt";
 
-void addCommonOptions(CLI::App &verb, Command &command)
+void addCommonOptions(tools::Verb verb, Command &command)
 {
-    verb.add_option(
-            "--optfile", command.givenOptionFile,
-            std::string("Option file of the storage client (default: $ARCA_OPTFILE, else ") +
-                kInstalledOptionFile + ")")
-        ->type_name("FILE");
-    verb.add_option("--log", command.logFile,
-                    "Append a line about the outcome to this file, which wraps at 10 MiB")
-        ->type_name("FILE");
-    verb.add_flag("--json", command.json, "Print one JSON object instead of text");
+    verb.addOption("--optfile", command.givenOptionFile,
+                   std::string("Option file of the storage client (default: $ARCA_OPTFILE, else ") +
+                       kInstalledOptionFile + ")")
+        .valueName("FILE");
+    verb.addOption("--log", command.logFile,
+                   "Append a line about the outcome to this file, which wraps at 10 MiB")
+        .valueName("FILE");
+    verb.addFlag("--json", command.json, "Print one JSON object instead of text");
     tools::addTimingOption(verb, command.timing);
 }
 
-void addYesOption(CLI::App &verb, bool &yes)
+void addYesOption(tools::Verb verb, bool &yes)
 {
-    verb.add_flag("--yes,-y", yes, "Do not ask");
+    verb.addFlag("--yes,-y", yes, "Do not ask");
 }
 
 Result<void> confirm(const std::string &question, bool yes)

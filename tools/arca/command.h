@@ -5,8 +5,8 @@
 
 #include "client/base/result.h"
 #include "client/config/options.h"
+#include "tools/common/options.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <functional>
@@ -41,30 +41,30 @@ struct Command {
 };
 
 // Each adds its verb to the program.
-void addAccess(CLI::App &app, Command &command);
-void addClass(CLI::App &app, Command &command);
-void addExpire(CLI::App &app, Command &command);
-void addGrace(CLI::App &app, Command &command);
-void addInit(CLI::App &app, Command &command);
-void addKey(CLI::App &app, Command &command);
-void addLog(CLI::App &app, Command &command);
-void addLs(CLI::App &app, Command &command);
-void addMetrics(CLI::App &app, Command &command);
-void addNode(CLI::App &app, Command &command);
-void addReclaim(CLI::App &app, Command &command);
-void addRepair(CLI::App &app, Command &command);
-void addRm(CLI::App &app, Command &command);
-void addShow(CLI::App &app, Command &command);
-void addStats(CLI::App &app, Command &command);
-void addUndelete(CLI::App &app, Command &command);
-void addUnlock(CLI::App &app, Command &command);
-void addVerify(CLI::App &app, Command &command);
+void addAccess(tools::Verb app, Command &command);
+void addClass(tools::Verb app, Command &command);
+void addExpire(tools::Verb app, Command &command);
+void addGrace(tools::Verb app, Command &command);
+void addInit(tools::Verb app, Command &command);
+void addKey(tools::Verb app, Command &command);
+void addLog(tools::Verb app, Command &command);
+void addLs(tools::Verb app, Command &command);
+void addMetrics(tools::Verb app, Command &command);
+void addNode(tools::Verb app, Command &command);
+void addReclaim(tools::Verb app, Command &command);
+void addRepair(tools::Verb app, Command &command);
+void addRm(tools::Verb app, Command &command);
+void addShow(tools::Verb app, Command &command);
+void addStats(tools::Verb app, Command &command);
+void addUndelete(tools::Verb app, Command &command);
+void addUnlock(tools::Verb app, Command &command);
+void addVerify(tools::Verb app, Command &command);
 
 /// The options that every verb takes.
-void addCommonOptions(CLI::App &verb, Command &command);
+void addCommonOptions(tools::Verb verb, Command &command);
 
 /// --yes, of the verbs that destroy.
-void addYesOption(CLI::App &verb, bool &yes);
+void addYesOption(tools::Verb verb, bool &yes);
 /// Goes on when `yes`, or when a person answers so to the question, which says what will be done.
 /// Throws UsageError when nobody is there to be asked.
 Result<void> confirm(const std::string &question, bool yes);

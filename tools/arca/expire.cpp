@@ -125,27 +125,27 @@ Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addExpire(CLI::App &app, Command &command)
+void addExpire(tools::Verb app, Command &command)
 {
-    CLI::App *verb =
-        app.add_subcommand("expire", "Delete inactive versions that their classes let go");
+    const tools::Verb verb =
+        app.addVerb("expire", "Delete inactive versions that their classes let go");
     auto asked = std::make_shared<Asked>();
-    verb->add_option("PATTERN", asked->selection.pattern, "Only of pieces of such names");
-    verb->add_option("--filespace", asked->selection.filespace,
-                     "Only of filespaces of that name or pattern")
-        ->type_name("PATTERN");
-    verb->add_flag("--dry-run", asked->dryRun, "Say what would go; change nothing");
-    addYesOption(*verb, asked->yes);
-    addCommonOptions(*verb, command);
-    addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer(
+    verb.addOption("PATTERN", asked->selection.pattern, "Only of pieces of such names");
+    verb.addOption("--filespace", asked->selection.filespace,
+                   "Only of filespaces of that name or pattern")
+        .valueName("PATTERN");
+    verb.addFlag("--dry-run", asked->dryRun, "Say what would go; change nothing");
+    addYesOption(verb, asked->yes);
+    addCommonOptions(verb, command);
+    addPasswordOption(verb, asked->fromStandardInput);
+    verb.footer(
         "Example: arca expire --dry-run\n"
         "A version goes when it has been inactive for as many days as its class keeps it, or when "
         "as many newer inactive ones stay as its class keeps. The active version of a name never "
         "goes; where there is none, the newest inactive one stays.\n"
         "Interrupt it as you like; run it again for the rest. Space is given back by arca "
         "reclaim.");
-    verb->callback([&command, asked] {
+    verb.onChosen([&command, asked] {
         command.verb = "expire";
         command.run = [&command, asked](Json &result) {
             return expireAll(command, *asked, result);

@@ -83,17 +83,17 @@ std::string graceText(std::int64_t seconds)
     return "no time: the next arca reclaim frees their space";
 }
 
-void addGrace(CLI::App &app, Command &command)
+void addGrace(tools::Verb app, Command &command)
 {
-    auto *verb = app.add_subcommand("grace", "Show or set how long removed pieces are kept");
+    const tools::Verb verb = app.addVerb("grace", "Show or set how long removed pieces are kept");
     const auto asked = std::make_shared<Asked>();
-    verb->add_option("TIME", asked->time, "The new time, for all nodes: 12h, 7d, 4w; 0: none");
-    addCommonOptions(*verb, command);
-    addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer("Example: arca grace 14d --optfile /etc/arca/main.opt\n"
-                 "Until the time is over arca undelete brings a removed piece back. A repository "
-                 "begins with 7 days.");
-    verb->callback([&command, asked] {
+    verb.addOption("TIME", asked->time, "The new time, for all nodes: 12h, 7d, 4w; 0: none");
+    addCommonOptions(verb, command);
+    addPasswordOption(verb, asked->fromStandardInput);
+    verb.footer("Example: arca grace 14d --optfile /etc/arca/main.opt\n"
+                "Until the time is over arca undelete brings a removed piece back. A repository "
+                "begins with 7 days.");
+    verb.onChosen([&command, asked] {
         command.verb = "grace";
         command.run = [&command, asked](Json &result) { return perform(command, *asked, result); };
     });

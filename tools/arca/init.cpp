@@ -97,17 +97,17 @@ Result<void> init(const Command &command, bool fromStandardInput, Json &result)
 
 } // namespace
 
-void addInit(CLI::App &app, Command &command)
+void addInit(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand(
+    const tools::Verb verb = app.addVerb(
         "init", "Make the repository that the option file names, and register this node");
-    addCommonOptions(*verb, command);
+    addCommonOptions(verb, command);
     auto fromStandardInput = std::make_shared<bool>(false);
-    verb->add_flag("--stdin", *fromStandardInput,
-                   "With PASSWORDACCESS prompt: read the new password from standard input");
-    verb->footer("Example: arca init --optfile /etc/arca/main.opt\n"
-                 "Safe to run again: what is there already is left as it is.");
-    verb->callback([&command, fromStandardInput] {
+    verb.addFlag("--stdin", *fromStandardInput,
+                 "With PASSWORDACCESS prompt: read the new password from standard input");
+    verb.footer("Example: arca init --optfile /etc/arca/main.opt\n"
+                "Safe to run again: what is there already is left as it is.");
+    verb.onChosen([&command, fromStandardInput] {
         command.verb = "init";
         command.run = [&command, fromStandardInput](Json &result) {
             return init(command, *fromStandardInput, result);

@@ -30,23 +30,23 @@ Result<void> check(const Command &command, bool fromStandardInput, Json &result)
 
 } // namespace
 
-void addKey(CLI::App &app, Command &command)
+void addKey(tools::Verb app, Command &command)
 {
-    CLI::App *verb =
-        app.add_subcommand("key", "Look after the keys of nodes and of the repository");
-    verb->require_subcommand(1);
-    verb->footer("Example: arca key export --output dbhost1.key");
-    addKeyExport(*verb, command);
-    addKeyImport(*verb, command);
-    CLI::App *checking =
-        verb->add_subcommand("check", "Tell whether a recovery key is that of the repository");
-    addCommonOptions(*checking, command);
+    const tools::Verb verb =
+        app.addVerb("key", "Look after the keys of nodes and of the repository");
+    verb.requireVerb();
+    verb.footer("Example: arca key export --output dbhost1.key");
+    addKeyExport(verb, command);
+    addKeyImport(verb, command);
+    const tools::Verb checking =
+        verb.addVerb("check", "Tell whether a recovery key is that of the repository");
+    addCommonOptions(checking, command);
     auto fromStandardInput = std::make_shared<bool>(false);
-    checking->add_flag("--stdin", *fromStandardInput,
-                       "Read the key from standard input instead of the terminal");
-    checking->footer("Example: arca key check --optfile /etc/arca/main.opt\n"
-                     "Type the key as arca init showed it; blanks and case do not matter.");
-    checking->callback([&command, fromStandardInput] {
+    checking.addFlag("--stdin", *fromStandardInput,
+                     "Read the key from standard input instead of the terminal");
+    checking.footer("Example: arca key check --optfile /etc/arca/main.opt\n"
+                    "Type the key as arca init showed it; blanks and case do not matter.");
+    checking.onChosen([&command, fromStandardInput] {
         command.verb = "key check";
         command.run = [&command, fromStandardInput](Json &result) {
             return check(command, *fromStandardInput, result);

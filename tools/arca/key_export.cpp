@@ -65,22 +65,22 @@ Result<void> exportKey(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addKeyExport(CLI::App &verb, Command &command)
+void addKeyExport(tools::Verb verb, Command &command)
 {
-    CLI::App *inner = verb.add_subcommand(
-        "export", "Seal the password of a node under a passphrase, for another host");
+    const tools::Verb inner =
+        verb.addVerb("export", "Seal the password of a node under a passphrase, for another host");
     auto asked = std::make_shared<Asked>();
-    inner->add_option("NODE", asked->node, "Name of the node; left out: that of the option file");
-    inner->add_option("--output,-o", asked->output, "New file for it; - is standard output")
-        ->type_name("FILE")
-        ->capture_default_str();
-    inner->add_flag("--stdin", asked->fromStandardInput,
-                    "Read the passphrase from standard input instead of the terminal");
-    addCommonOptions(*inner, command);
-    inner->footer("Example: arca key export --output dbhost1.key\n"
-                  "Whoever has it and the passphrase can act as the node; take it another way than "
-                  "the passphrase.");
-    inner->callback([&command, asked] {
+    inner.addOption("NODE", asked->node, "Name of the node; left out: that of the option file");
+    inner.addOption("--output,-o", asked->output, "New file for it; - is standard output")
+        .valueName("FILE")
+        .showDefault();
+    inner.addFlag("--stdin", asked->fromStandardInput,
+                  "Read the passphrase from standard input instead of the terminal");
+    addCommonOptions(inner, command);
+    inner.footer("Example: arca key export --output dbhost1.key\n"
+                 "Whoever has it and the passphrase can act as the node; take it another way than "
+                 "the passphrase.");
+    inner.onChosen([&command, asked] {
         command.verb = "key export";
         command.run = [&command, asked](Json &result) {
             return exportKey(command, *asked, result);

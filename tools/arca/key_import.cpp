@@ -83,19 +83,19 @@ Result<void> importKey(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addKeyImport(CLI::App &verb, Command &command)
+void addKeyImport(tools::Verb verb, Command &command)
 {
-    CLI::App *inner =
-        verb.add_subcommand("import", "Take the password of a node that another host exported");
+    const tools::Verb inner =
+        verb.addVerb("import", "Take the password of a node that another host exported");
     auto asked = std::make_shared<Asked>();
-    inner->add_option("FILE", asked->file, "What arca key export wrote; - is standard input")
-        ->required();
-    inner->add_flag("--stdin", asked->fromStandardInput,
-                    "Read the passphrase from standard input instead of the terminal");
-    addCommonOptions(*inner, command);
-    inner->footer("Example: arca key import dbhost1.key\n"
-                  "The option file names the same repository as on the other host.");
-    inner->callback([&command, asked] {
+    inner.addOption("FILE", asked->file, "What arca key export wrote; - is standard input")
+        .required();
+    inner.addFlag("--stdin", asked->fromStandardInput,
+                  "Read the passphrase from standard input instead of the terminal");
+    addCommonOptions(inner, command);
+    inner.footer("Example: arca key import dbhost1.key\n"
+                 "The option file names the same repository as on the other host.");
+    inner.onChosen([&command, asked] {
         command.verb = "key import";
         command.run = [&command, asked](Json &result) {
             return importKey(command, *asked, result);

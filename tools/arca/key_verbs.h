@@ -7,8 +7,8 @@
 namespace arca::tool
 {
 
-void addKeyExport(CLI::App &verb, Command &command);
-void addKeyImport(CLI::App &verb, Command &command);
+void addKeyExport(tools::Verb verb, Command &command);
+void addKeyImport(tools::Verb verb, Command &command);
 
 } // namespace arca::tool
 

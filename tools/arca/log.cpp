@@ -9,7 +9,7 @@
 
 #include <cstdio>
 #include <ctime>
-#include <map>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -28,19 +28,19 @@ struct Asked {
     bool yes = false, fromStandardInput = false;
 };
 
-const std::map<std::string, std::uint32_t> kSeverities = {
+constexpr std::pair<const char *, std::uint32_t> kSeverities[] = {
     {"info", HOX_SEVERITY_INFO},
     {"warning", HOX_SEVERITY_WARNING},
     {"error", HOX_SEVERITY_ERROR},
     {"severe", HOX_SEVERITY_SEVERE},
 };
 
-const std::string &nameOf(std::uint32_t severity)
+const char *nameOf(std::uint32_t severity)
 {
     for (const auto &[name, known] : kSeverities)
         if (known == severity)
             return name;
-    return kSeverities.begin()->first;
+    return "error";
 }
 
 Result<mtLogFilter_t> filterFrom(const Asked &asked)
@@ -133,37 +133,37 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addLog(CLI::App &app, Command &command)
+void addLog(tools::Verb app, Command &command)
 {
-    CLI::App *verb =
-        app.add_subcommand("log", "Show what sessions reported to the repository's activity log");
-    addCommonOptions(*verb, command);
+    const tools::Verb verb =
+        app.addVerb("log", "Show what sessions reported to the repository's activity log");
+    addCommonOptions(verb, command);
     auto asked = std::make_shared<Asked>();
-    verb->add_option("--since", asked->since,
-                     "Events since then: a time ago (90m, 12h, 7d) or a UTC time")
-        ->type_name("TIME");
-    verb->add_option("--before", asked->before, "Events before then")->type_name("TIME");
-    verb->add_option("--severity", asked->severity, "Events as severe as that, or worse")
-        ->transform(CLI::CheckedTransformer(kSeverities, CLI::ignore_case).description(""))
-        ->type_name("info|warning|error|severe");
-    auto *node = verb->add_option("--node", asked->node, "Events of that node instead of NODENAME");
-    node->type_name("NAME");
-    verb->add_flag("--all-nodes", asked->allNodes, "Events of all nodes")->excludes(node);
-    CLI::Option *prune =
-        verb->add_option("--prune", asked->pruneDays,
-                         "Delete the events of all nodes of days (UTC) that were over that many "
-                         "days ago")
-            ->type_name("DAYS")
-            ->check(CLI::Range(1, 36500).description(""));
+    verb.addOption("--since", asked->since,
+                   "Events since then: a time ago (90m, 12h, 7d) or a UTC time")
+        .valueName("TIME");
+    verb.addOption("--before", asked->before, "Events before then").valueName("TIME");
+    verb.addChoice("--severity", asked->severity, "Events as severe as that, or worse", kSeverities)
+        .valueName("info|warning|error|severe");
+    const tools::Option node =
+        verb.addOption("--node", asked->node, "Events of that node instead of NODENAME");
+    node.valueName("NAME");
+    verb.addFlag("--all-nodes", asked->allNodes, "Events of all nodes").excludes(node);
+    const tools::Option prune =
+        verb.addOption("--prune", asked->pruneDays,
+                       "Delete the events of all nodes of days (UTC) that were over that many "
+                       "days ago")
+            .valueName("DAYS")
+            .between(1, 36500);
     for (const char *filter : {"--since", "--before", "--severity", "--node", "--all-nodes"})
-        prune->excludes(verb->get_option(filter));
-    addYesOption(*verb, asked->yes);
-    addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer(
+        prune.excludes(verb.option(filter));
+    addYesOption(verb, asked->yes);
+    addPasswordOption(verb, asked->fromStandardInput);
+    verb.footer(
         "Example: arca log --since 24h --severity error\n"
         "Times are UTC. A session's events appear when it ends, errors at once. Texts of other "
         "nodes are sealed for them, and only said to be there.");
-    verb->callback([&command, asked] {
+    verb.onChosen([&command, asked] {
         command.verb = "log";
         command.run = [&command, asked](Json &result) { return perform(command, *asked, result); };
     });

@@ -14,8 +14,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
-#include <map>
 #include <tuple>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -26,7 +26,7 @@ namespace
 {
 
 enum class Sort { stored, name, size };
-const std::map<std::string, Sort> kSorts = {
+constexpr std::pair<const char *, Sort> kSorts[] = {
     {"stored", Sort::stored}, {"name", Sort::name}, {"size", Sort::size}};
 
 struct Asked {
@@ -215,28 +215,26 @@ Result<void> list(Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addLs(CLI::App &app, Command &command)
+void addLs(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand("ls", "Show pieces: names, sizes, ages");
+    const tools::Verb verb = app.addVerb("ls", "Show pieces: names, sizes, ages");
     auto asked = std::make_shared<Asked>();
-    verb->add_option("PATTERN", asked->selection.pattern,
-                     "Names of pieces: * stands for anything, ? for one character");
-    verb->add_flag("--long,-l", asked->longForm, "With identifier, class, state, stored size");
-    verb->add_flag("--tree", asked->tree, "By filespace and name, with the versions of each");
-    verb->add_option("--sort", asked->sort, "Order; any but stored holds the list in memory")
-        ->transform(CLI::CheckedTransformer(kSorts, CLI::ignore_case).description(""))
-        ->type_name("stored|name|size");
-    addSelectionOptions(*verb, asked->selection);
-    CLI::Option *removed = verb->add_flag(
+    verb.addOption("PATTERN", asked->selection.pattern,
+                   "Names of pieces: * stands for anything, ? for one character");
+    verb.addFlag("--long,-l", asked->longForm, "With identifier, class, state, stored size");
+    verb.addFlag("--tree", asked->tree, "By filespace and name, with the versions of each");
+    verb.addChoice("--sort", asked->sort, "Order; any but stored holds the list in memory", kSorts)
+        .valueName("stored|name|size");
+    addSelectionOptions(verb, asked->selection);
+    const tools::Option removed = verb.addFlag(
         "--removed", asked->removed, "Those that arca undelete can bring back, and for how long");
-    for (CLI::Option *option : verb->get_options())
-        if (option != removed && !option->get_lnames().empty() && option->get_name() != "--help")
-            removed->excludes(option);
-    addCommonOptions(*verb, command);
-    addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer("Example: arca ls 'df_*' --older 30d --larger 1G\n"
-                 "With --json the object has a line of its own for each piece.");
-    verb->callback([&command, asked] {
+    for (const tools::Option option : verb.otherOptions(removed))
+        removed.excludes(option);
+    addCommonOptions(verb, command);
+    addPasswordOption(verb, asked->fromStandardInput);
+    verb.footer("Example: arca ls 'df_*' --older 30d --larger 1G\n"
+                "With --json the object has a line of its own for each piece.");
+    verb.onChosen([&command, asked] {
         command.verb = "ls";
         command.run = [&command, asked](Json &result) { return list(command, *asked, result); };
     });

@@ -87,10 +87,9 @@ int perform(const Command &command)
 int main(int argc, char **argv)
 {
     tools::secureStandardStreams();
-    CLI::App app("Looks after the repository in which the storage client keeps backup pieces.",
-                 "arca");
-    tools::shapeHelp(app);
-    app.require_subcommand(1);
+    tools::Program app(
+        "arca", "Looks after the repository in which the storage client keeps backup pieces.");
+    app.requireVerb();
     app.footer("Example: arca init --optfile /etc/arca/main.opt\n"
                "Exit status: 0 done, 1 failed (the reason in one line), 2 wrong use.\n"
                "arca VERB --help tells more of a verb.");
@@ -114,7 +113,7 @@ int main(int argc, char **argv)
     arca::tool::addUnlock(app, command);
     arca::tool::addVerify(app, command);
     int status = 0;
-    if (!tools::readCommandLine(app, "arca 7.1.3.0", argc, argv, status))
+    if (!app.read("arca 7.1.3.0", argc, argv, status))
         return status;
     return arca::tool::perform(command);
 }

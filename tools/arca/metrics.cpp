@@ -138,22 +138,22 @@ Result<void> tell(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addMetrics(CLI::App &app, Command &command)
+void addMetrics(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand(
-        "metrics", "Tell monitoring how the node's pieces are, as Prometheus text");
+    const tools::Verb verb =
+        app.addVerb("metrics", "Tell monitoring how the node's pieces are, as Prometheus text");
     auto asked = std::make_shared<Asked>();
-    verb->add_option("--output,-o", asked->output,
-                     "File that is replaced as a whole; - is standard output")
-        ->type_name("FILE")
-        ->capture_default_str();
-    addCommonOptions(*verb, command);
-    addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer("Example: arca metrics --output /var/lib/node_exporter/arca.prom\n"
-                 "Run it by a timer: it reads every manifest. The name of the file ends in .prom "
-                 "for a node exporter's directory of text files.\n"
-                 "It is about what NODENAME keeps itself; ASNODE changes nothing.");
-    verb->callback([&command, asked] {
+    verb.addOption("--output,-o", asked->output,
+                   "File that is replaced as a whole; - is standard output")
+        .valueName("FILE")
+        .showDefault();
+    addCommonOptions(verb, command);
+    addPasswordOption(verb, asked->fromStandardInput);
+    verb.footer("Example: arca metrics --output /var/lib/node_exporter/arca.prom\n"
+                "Run it by a timer: it reads every manifest. The name of the file ends in .prom "
+                "for a node exporter's directory of text files.\n"
+                "It is about what NODENAME keeps itself; ASNODE changes nothing.");
+    verb.onChosen([&command, asked] {
         command.verb = "metrics";
         command.run = [&command, asked](Json &result) { return tell(command, *asked, result); };
     });

@@ -4,15 +4,15 @@
 namespace arca::tool
 {
 
-void addNode(CLI::App &app, Command &command)
+void addNode(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand("node", "Look after the nodes of the repository");
-    verb->require_subcommand(1);
-    verb->footer("Example: arca node list");
-    addNodeAdd(*verb, command);
-    addNodeList(*verb, command);
-    addNodePasswd(*verb, command);
-    addNodeRemove(*verb, command);
+    const tools::Verb verb = app.addVerb("node", "Look after the nodes of the repository");
+    verb.requireVerb();
+    verb.footer("Example: arca node list");
+    addNodeAdd(verb, command);
+    addNodeList(verb, command);
+    addNodePasswd(verb, command);
+    addNodeRemove(verb, command);
 }
 
 } // namespace arca::tool

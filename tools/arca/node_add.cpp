@@ -37,18 +37,18 @@ Result<void> add(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addNodeAdd(CLI::App &verb, Command &command)
+void addNodeAdd(tools::Verb verb, Command &command)
 {
-    CLI::App *inner = verb.add_subcommand("add", "Register a node, to be used on another host");
+    const tools::Verb inner = verb.addVerb("add", "Register a node, to be used on another host");
     auto asked = std::make_shared<Asked>();
-    inner->add_option("NODE", asked->node, "Name of the node")->required();
-    inner->add_flag("--stdin", asked->fromStandardInput,
-                    "With PASSWORDACCESS prompt: read the new password from standard input");
-    addCommonOptions(*inner, command);
-    inner->footer("Example: arca node add dbhost2\n"
-                  "arca key export dbhost2 carries its password to the other host. On a host that "
-                  "can reach the repository itself, arca init there does both.");
-    inner->callback([&command, asked] {
+    inner.addOption("NODE", asked->node, "Name of the node").required();
+    inner.addFlag("--stdin", asked->fromStandardInput,
+                  "With PASSWORDACCESS prompt: read the new password from standard input");
+    addCommonOptions(inner, command);
+    inner.footer("Example: arca node add dbhost2\n"
+                 "arca key export dbhost2 carries its password to the other host. On a host that "
+                 "can reach the repository itself, arca init there does both.");
+    inner.onChosen([&command, asked] {
         command.verb = "node add";
         command.run = [&command, asked](Json &result) { return add(command, *asked, result); };
     });

@@ -47,12 +47,12 @@ Result<void> list(const Command &command, Json &result)
 
 } // namespace
 
-void addNodeList(CLI::App &verb, Command &command)
+void addNodeList(tools::Verb verb, Command &command)
 {
-    CLI::App *inner = verb.add_subcommand("list", "Show the nodes, and how much each keeps");
-    addCommonOptions(*inner, command);
-    inner->footer("Example: arca node list --json");
-    inner->callback([&command] {
+    const tools::Verb inner = verb.addVerb("list", "Show the nodes, and how much each keeps");
+    addCommonOptions(inner, command);
+    inner.footer("Example: arca node list --json");
+    inner.onChosen([&command] {
         command.verb = "node list";
         command.run = [&command](Json &result) { return list(command, result); };
     });

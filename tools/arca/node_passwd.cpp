@@ -64,22 +64,21 @@ Result<void> recover(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addNodePasswd(CLI::App &verb, Command &command)
+void addNodePasswd(tools::Verb verb, Command &command)
 {
-    CLI::App *passwd = verb.add_subcommand(
-        "passwd", "Give a node whose password is lost a new one, by the recovery key");
-    addCommonOptions(*passwd, command);
+    const tools::Verb passwd =
+        verb.addVerb("passwd", "Give a node whose password is lost a new one, by the recovery key");
+    addCommonOptions(passwd, command);
     auto asked = std::make_shared<Asked>();
-    passwd->add_option("NODE", asked->node, "Name of the node")->required();
-    passwd->add_flag("--recovery", asked->recovery, "Prove it with the recovery key")->required();
-    passwd->add_flag("--stdin", asked->fromStandardInput,
-                     "Read the recovery key, and with PASSWORDACCESS prompt the new password, from "
-                     "standard input: a line each");
-    passwd->footer(
-        "Example: arca node passwd dbhost1 --recovery --optfile /etc/arca/main.opt\n"
-        "The recovery key is what arca init showed when it made the repository. What the "
-        "node has stored stays as it is.");
-    passwd->callback([&command, asked] {
+    passwd.addOption("NODE", asked->node, "Name of the node").required();
+    passwd.addFlag("--recovery", asked->recovery, "Prove it with the recovery key").required();
+    passwd.addFlag("--stdin", asked->fromStandardInput,
+                   "Read the recovery key, and with PASSWORDACCESS prompt the new password, from "
+                   "standard input: a line each");
+    passwd.footer("Example: arca node passwd dbhost1 --recovery --optfile /etc/arca/main.opt\n"
+                  "The recovery key is what arca init showed when it made the repository. What the "
+                  "node has stored stays as it is.");
+    passwd.onChosen([&command, asked] {
         command.verb = "node passwd";
         command.run = [&command, asked](Json &result) { return recover(command, *asked, result); };
     });

@@ -86,18 +86,18 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addNodeRemove(CLI::App &verb, Command &command)
+void addNodeRemove(tools::Verb verb, Command &command)
 {
-    CLI::App *inner =
-        verb.add_subcommand("remove", "Remove a node for good, with all that it keeps");
+    const tools::Verb inner =
+        verb.addVerb("remove", "Remove a node for good, with all that it keeps");
     auto asked = std::make_shared<Asked>();
-    inner->add_option("NODE", asked->node, "Name of the node")->required();
-    addYesOption(*inner, asked->yes);
-    addCommonOptions(*inner, command);
-    inner->footer("Example: arca node remove dbhost9\n"
-                  "An interrupted removal is finished by running it again; until then nothing of "
-                  "the node shows, and its name cannot be used.");
-    inner->callback([&command, asked] {
+    inner.addOption("NODE", asked->node, "Name of the node").required();
+    addYesOption(inner, asked->yes);
+    addCommonOptions(inner, command);
+    inner.footer("Example: arca node remove dbhost9\n"
+                 "An interrupted removal is finished by running it again; until then nothing of "
+                 "the node shows, and its name cannot be used.");
+    inner.onChosen([&command, asked] {
         command.verb = "node remove";
         command.run = [&command, asked](Json &result) { return remove(command, *asked, result); };
     });

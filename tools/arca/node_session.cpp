@@ -56,10 +56,10 @@ Result<NodeSession> logOn(const Command &command, bool passwordFromStandardInput
     return session;
 }
 
-void addPasswordOption(CLI::App &verb, bool &fromStandardInput)
+void addPasswordOption(tools::Verb verb, bool &fromStandardInput)
 {
-    verb.add_flag("--stdin", fromStandardInput,
-                  "Read the node's password from standard input, with PASSWORDACCESS prompt");
+    verb.addFlag("--stdin", fromStandardInput,
+                 "Read the node's password from standard input, with PASSWORDACCESS prompt");
 }
 
 } // namespace arca::tool

@@ -20,7 +20,7 @@ struct NodeSession {
 Result<NodeSession> logOn(const Command &command, bool passwordFromStandardInput, Json &result);
 
 /// The option of the verbs that log on.
-void addPasswordOption(CLI::App &verb, bool &fromStandardInput);
+void addPasswordOption(tools::Verb verb, bool &fromStandardInput);
 
 } // namespace arca::tool
 

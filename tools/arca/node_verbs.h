@@ -7,10 +7,10 @@
 namespace arca::tool
 {
 
-void addNodeAdd(CLI::App &verb, Command &command);
-void addNodeList(CLI::App &verb, Command &command);
-void addNodePasswd(CLI::App &verb, Command &command);
-void addNodeRemove(CLI::App &verb, Command &command);
+void addNodeAdd(tools::Verb verb, Command &command);
+void addNodeList(tools::Verb verb, Command &command);
+void addNodePasswd(tools::Verb verb, Command &command);
+void addNodeRemove(tools::Verb verb, Command &command);
 
 } // namespace arca::tool
 

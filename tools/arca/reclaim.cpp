@@ -148,33 +148,33 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addReclaim(CLI::App &app, Command &command)
+void addReclaim(tools::Verb app, Command &command)
 {
-    auto *verb =
-        app.add_subcommand("reclaim", "Free the space of what no piece of the node needs any more");
-    addCommonOptions(*verb, command);
+    const tools::Verb verb =
+        app.addVerb("reclaim", "Free the space of what no piece of the node needs any more");
+    addCommonOptions(verb, command);
     const auto asked = std::make_shared<Asked>();
-    verb->add_flag("--dry-run", asked->dryRun, "Say what would be freed; change nothing");
-    verb->add_option("--grace", asked->grace,
-                     "Keep removed pieces for that time only (12h, 7d; 0: not at all) in this run")
-        ->type_name("TIME");
-    verb->add_option("--accept-missing", asked->acceptMissing,
-                     "Go on although pieces of that node are missing: they are lost for good")
-        ->type_name("NODE");
-    verb->add_option("--max-freed", asked->maxFreed,
-                     "Free up to that part of what is stored that no removal explains, 50 if "
-                     "nothing is said")
-        ->type_name("PERCENT")
-        ->check(CLI::Range(0, 100).description(""));
-    addPasswordOption(*verb, asked->passwordFromStandardInput);
-    verb->footer(
+    verb.addFlag("--dry-run", asked->dryRun, "Say what would be freed; change nothing");
+    verb.addOption("--grace", asked->grace,
+                   "Keep removed pieces for that time only (12h, 7d; 0: not at all) in this run")
+        .valueName("TIME");
+    verb.addOption("--accept-missing", asked->acceptMissing,
+                   "Go on although pieces of that node are missing: they are lost for good")
+        .valueName("NODE");
+    verb.addOption("--max-freed", asked->maxFreed,
+                   "Free up to that part of what is stored that no removal explains, 50 if "
+                   "nothing is said")
+        .valueName("PERCENT")
+        .between(0, 100);
+    addPasswordOption(verb, asked->passwordFromStandardInput);
+    verb.footer(
         "Example: arca reclaim --optfile /etc/arca/main.opt --dry-run\n"
         "It may run beside backups and restores. What one of them may count on is left for "
         "the next run.\nAn interrupted run does no harm; the next one goes on.\n"
         "A removed piece keeps its space until its grace time is over (arca grace); --grace 0 "
         "frees it at once, for good.\n"
         "It is about what NODENAME keeps itself; ASNODE changes nothing.");
-    verb->callback([&command, asked] {
+    verb.onChosen([&command, asked] {
         command.verb = "reclaim";
         command.run = [&command, asked](Json &result) { return perform(command, *asked, result); };
     });

@@ -93,20 +93,20 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addRepair(CLI::App &app, Command &command)
+void addRepair(tools::Verb app, Command &command)
 {
-    CLI::App *verb =
-        app.add_subcommand("repair", "Make pieces whole again from copies of their damaged blocks");
-    addCommonOptions(*verb, command);
+    const tools::Verb verb =
+        app.addVerb("repair", "Make pieces whole again from copies of their damaged blocks");
+    addCommonOptions(verb, command);
     const auto asked = std::make_shared<Asked>();
-    verb->add_flag("--dry-run", asked->dryRun, "Say what would be done; change nothing");
-    addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer(
+    verb.addFlag("--dry-run", asked->dryRun, "Say what would be done; change nothing");
+    addPasswordOption(verb, asked->fromStandardInput);
+    verb.footer(
         "Example: arca verify --read-data; arca repair\n"
         "It mends what verifying or a restore found damaged, and may run beside backups and "
         "restores. Exit status 1, and a line for each, when pieces stay lost.\n"
         "It is about what NODENAME keeps itself; ASNODE changes nothing.");
-    verb->callback([&command, asked] {
+    verb.onChosen([&command, asked] {
         command.verb = "repair";
         command.run = [&command, asked](Json &result) { return perform(command, *asked, result); };
     });

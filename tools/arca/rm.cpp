@@ -256,31 +256,31 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addRm(CLI::App &app, Command &command)
+void addRm(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand("rm", "Delete pieces, or make them inactive");
+    const tools::Verb verb = app.addVerb("rm", "Delete pieces, or make them inactive");
     auto asked = std::make_shared<Asked>();
-    verb->add_option("PATTERN", asked->selection.pattern,
-                     "Names of pieces: * stands for anything, ? for one character");
-    verb->add_option("--id", asked->ids,
-                     "By identifier, as arca ls --long shows it, active or inactive")
-        ->type_name("ID");
-    verb->add_option("--blob", asked->blobs,
-                     "A damaged blob, as verify, repair or reclaim named it: a manifest is set "
-                     "aside first, and deleted from the quarantine; a record is deleted")
-        ->type_name("NAME");
-    verb->add_flag("--deactivate", asked->deactivate,
-                   "Make them inactive, so that expiry takes them, instead of deleting them");
-    verb->add_flag("--dry-run", asked->dryRun, "Say which it would be; change nothing");
-    addYesOption(*verb, asked->yes);
-    addSelectionOptions(*verb, asked->selection);
-    addCommonOptions(*verb, command);
-    addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer("Example: arca rm 'df_*' --older 90d --dry-run\n"
-                 "What is interrupted may be run again; nothing is half-deleted. Until the grace "
-                 "time is over arca undelete brings a piece back; then arca reclaim frees its "
-                 "space.");
-    verb->callback([&command, asked] {
+    verb.addOption("PATTERN", asked->selection.pattern,
+                   "Names of pieces: * stands for anything, ? for one character");
+    verb.addOption("--id", asked->ids,
+                   "By identifier, as arca ls --long shows it, active or inactive")
+        .valueName("ID");
+    verb.addOption("--blob", asked->blobs,
+                   "A damaged blob, as verify, repair or reclaim named it: a manifest is set "
+                   "aside first, and deleted from the quarantine; a record is deleted")
+        .valueName("NAME");
+    verb.addFlag("--deactivate", asked->deactivate,
+                 "Make them inactive, so that expiry takes them, instead of deleting them");
+    verb.addFlag("--dry-run", asked->dryRun, "Say which it would be; change nothing");
+    addYesOption(verb, asked->yes);
+    addSelectionOptions(verb, asked->selection);
+    addCommonOptions(verb, command);
+    addPasswordOption(verb, asked->fromStandardInput);
+    verb.footer("Example: arca rm 'df_*' --older 90d --dry-run\n"
+                "What is interrupted may be run again; nothing is half-deleted. Until the grace "
+                "time is over arca undelete brings a piece back; then arca reclaim frees its "
+                "space.");
+    verb.onChosen([&command, asked] {
         command.verb = "rm";
         command.run = [&command, asked](Json &result) { return remove(command, *asked, result); };
     });

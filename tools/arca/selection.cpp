@@ -8,7 +8,7 @@
 namespace arca::tool
 {
 
-void addSelectionOptions(CLI::App &verb, Selection &selection)
+void addSelectionOptions(tools::Verb verb, Selection &selection)
 {
     const struct {
         const char *name;
@@ -25,10 +25,10 @@ void addSelectionOptions(CLI::App &verb, Selection &selection)
         {"--smaller", &selection.smaller, "Of that size or less", "SIZE"},
     };
     for (const auto &option : options)
-        verb.add_option(option.name, *option.value, option.help)->type_name(option.type);
-    auto *inactive =
-        verb.add_flag("--inactive", selection.inactive, "Inactive versions, not the active ones");
-    verb.add_flag("--all", selection.all, "Active and inactive versions")->excludes(inactive);
+        verb.addOption(option.name, *option.value, option.help).valueName(option.type);
+    const tools::Option inactive =
+        verb.addFlag("--inactive", selection.inactive, "Inactive versions, not the active ones");
+    verb.addFlag("--all", selection.all, "Active and inactive versions").excludes(inactive);
 }
 
 bool hasFilters(const Selection &selection)

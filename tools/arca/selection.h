@@ -20,7 +20,7 @@ struct Selection {
 };
 
 /// The options; the operand PATTERN is the verb's own matter.
-void addSelectionOptions(CLI::App &verb, Selection &selection);
+void addSelectionOptions(tools::Verb verb, Selection &selection);
 
 /// Returns true when anything but the pattern narrows the selection.
 bool hasFilters(const Selection &selection);

@@ -182,19 +182,19 @@ Result<void> show(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addShow(CLI::App &app, Command &command)
+void addShow(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand("show", "Show everything that is known of a piece");
+    const tools::Verb verb = app.addVerb("show", "Show everything that is known of a piece");
     auto asked = std::make_shared<Asked>();
-    verb->add_option("PIECE", asked->selection.pattern, "Name of the piece, to the letter")
-        ->required();
-    verb->add_option("--filespace", asked->selection.filespace, "Only in that filespace")
-        ->type_name("NAME");
-    addCommonOptions(*verb, command);
-    addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer("Example: arca show df_12_1\n"
-                 "All versions are shown, active and inactive, the oldest first.");
-    verb->callback([&command, asked] {
+    verb.addOption("PIECE", asked->selection.pattern, "Name of the piece, to the letter")
+        .required();
+    verb.addOption("--filespace", asked->selection.filespace, "Only in that filespace")
+        .valueName("NAME");
+    addCommonOptions(verb, command);
+    addPasswordOption(verb, asked->fromStandardInput);
+    verb.footer("Example: arca show df_12_1\n"
+                "All versions are shown, active and inactive, the oldest first.");
+    verb.onChosen([&command, asked] {
         command.verb = "show";
         command.run = [&command, asked](Json &result) { return show(command, *asked, result); };
     });

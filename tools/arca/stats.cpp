@@ -125,17 +125,17 @@ Result<void> showStats(const Command &command, bool fromStandardInput, Json &res
 
 } // namespace
 
-void addStats(CLI::App &app, Command &command)
+void addStats(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand(
+    const tools::Verb verb = app.addVerb(
         "stats", "Show how much this node keeps, and what duplicates and compression save");
-    addCommonOptions(*verb, command);
+    addCommonOptions(verb, command);
     auto fromStandardInput = std::make_shared<bool>(false);
-    addPasswordOption(*verb, *fromStandardInput);
-    verb->footer("Example: arca stats --json\n"
-                 "With a bar for each of the last days: what was stored for its pieces.\n"
-                 "It is about what NODENAME keeps itself; ASNODE changes nothing.");
-    verb->callback([&command, fromStandardInput] {
+    addPasswordOption(verb, *fromStandardInput);
+    verb.footer("Example: arca stats --json\n"
+                "With a bar for each of the last days: what was stored for its pieces.\n"
+                "It is about what NODENAME keeps itself; ASNODE changes nothing.");
+    verb.onChosen([&command, fromStandardInput] {
         command.verb = "stats";
         command.run = [&command, fromStandardInput](Json &result) {
             return showStats(command, *fromStandardInput, result);

@@ -62,21 +62,21 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addUndelete(CLI::App &app, Command &command)
+void addUndelete(tools::Verb app, Command &command)
 {
-    auto *verb = app.add_subcommand("undelete", "Bring a removed piece back");
+    const tools::Verb verb = app.addVerb("undelete", "Bring a removed piece back");
     const auto asked = std::make_shared<Asked>();
-    verb->add_option("NAME", asked->name,
-                     "What the piece was called; of several the last to be removed");
-    verb->add_option("--id", asked->id, "By identifier, as arca ls --removed shows it")
-        ->type_name("ID");
-    addCommonOptions(*verb, command);
-    addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer("Example: arca undelete df_12_1 --optfile /etc/arca/main.opt\n"
-                 "The piece has another identifier then, and the old one leads to it. A name that "
-                 "is in use again is an error; a piece that was inactive comes back inactive.\n"
-                 "It is about what NODENAME keeps itself; ASNODE changes nothing.");
-    verb->callback([&command, asked] {
+    verb.addOption("NAME", asked->name,
+                   "What the piece was called; of several the last to be removed");
+    verb.addOption("--id", asked->id, "By identifier, as arca ls --removed shows it")
+        .valueName("ID");
+    addCommonOptions(verb, command);
+    addPasswordOption(verb, asked->fromStandardInput);
+    verb.footer("Example: arca undelete df_12_1 --optfile /etc/arca/main.opt\n"
+                "The piece has another identifier then, and the old one leads to it. A name that "
+                "is in use again is an error; a piece that was inactive comes back inactive.\n"
+                "It is about what NODENAME keeps itself; ASNODE changes nothing.");
+    verb.onChosen([&command, asked] {
         command.verb = "undelete";
         command.run = [&command, asked](Json &result) { return perform(command, *asked, result); };
     });

@@ -200,17 +200,17 @@ Result<void> unlock(const Command &command, bool dryRun, Json &result)
 
 } // namespace
 
-void addUnlock(CLI::App &app, Command &command)
+void addUnlock(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand(
+    const tools::Verb verb = app.addVerb(
         "unlock", "Show who holds what in the repository, and clear up behind the dead");
     auto dryRun = std::make_shared<bool>(false);
-    verb->add_flag("--dry-run", *dryRun, "Show it; remove nothing");
-    addCommonOptions(*verb, command);
-    verb->footer("Example: arca unlock\n"
-                 "Locks go with their processes, so none is ever broken open: only what dead "
-                 "processes left behind is removed.");
-    verb->callback([&command, dryRun] {
+    verb.addFlag("--dry-run", *dryRun, "Show it; remove nothing");
+    addCommonOptions(verb, command);
+    verb.footer("Example: arca unlock\n"
+                "Locks go with their processes, so none is ever broken open: only what dead "
+                "processes left behind is removed.");
+    verb.onChosen([&command, dryRun] {
         command.verb = "unlock";
         command.run = [&command, dryRun](Json &result) { return unlock(command, *dryRun, result); };
     });

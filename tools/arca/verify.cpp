@@ -135,29 +135,29 @@ Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
 
 } // namespace
 
-void addVerify(CLI::App &app, Command &command)
+void addVerify(tools::Verb app, Command &command)
 {
-    CLI::App *verb =
-        app.add_subcommand("verify", "Prove that what this node keeps is all there and all right");
-    addCommonOptions(*verb, command);
+    const tools::Verb verb =
+        app.addVerb("verify", "Prove that what this node keeps is all there and all right");
+    addCommonOptions(verb, command);
     auto asked = std::make_shared<Asked>();
-    verb->add_flag("--read-data", asked->request.readData,
-                   "Read every pack and every piece to its end, and compare the digests");
-    verb->add_option("--percent", asked->request.percent,
-                     "Check at most that part, 1 to 100, beginning where the run before stopped")
-        ->type_name("NUMBER")
-        ->check(CLI::Range(1, 100).description(""));
-    verb->add_option("--max-duration", asked->maxDuration,
-                     "Stop after that time (90s, 10m, 2h), beginning where the run before stopped")
-        ->type_name("TIME");
-    addPasswordOption(*verb, asked->fromStandardInput);
-    verb->footer(
+    verb.addFlag("--read-data", asked->request.readData,
+                 "Read every pack and every piece to its end, and compare the digests");
+    verb.addOption("--percent", asked->request.percent,
+                   "Check at most that part, 1 to 100, beginning where the run before stopped")
+        .valueName("NUMBER")
+        .between(1, 100);
+    verb.addOption("--max-duration", asked->maxDuration,
+                   "Stop after that time (90s, 10m, 2h), beginning where the run before stopped")
+        .valueName("TIME");
+    addPasswordOption(verb, asked->fromStandardInput);
+    verb.footer(
         "Example: arca verify --read-data --max-duration 2h\n"
         "It writes nothing but records of damaged packs, which backups then do not count on, and "
         "may run beside backups and restores. Exit status 1, and a line for each, when "
         "something is hurt.\n"
         "It is about what NODENAME keeps itself; ASNODE changes nothing.");
-    verb->callback([&command, asked] {
+    verb.onChosen([&command, asked] {
         command.verb = "verify";
         command.run = [&command, asked](Json &result) {
             return verifyAll(command, *asked, result);

@@ -73,28 +73,35 @@ void refuseEmptyValues(CLI::App &app)
 
 } // namespace
 
-void shapeHelp(CLI::App &program)
+Program::Program(const std::string &name, const std::string &help)
+    : Program(std::make_unique<CLI::App>(help, name))
 {
-    const auto help = std::make_shared<Help>();
-    help->column_width(kNameColumn);
-    program.formatter(help);
 }
 
-bool readCommandLine(CLI::App &program, const std::string &version, int argc, char **argv,
-                     int &status)
+Program::Program(std::unique_ptr<CLI::App> app) : Verb(app.get()), owned_(std::move(app))
 {
-    program.set_version_flag("--version", version);
-    if (generateWhenAsked(program, version, argc, argv, status))
+    // Before the verbs are added: they take it over.
+    const auto help = std::make_shared<Help>();
+    help->column_width(kNameColumn);
+    owned_->formatter(help);
+}
+
+Program::~Program() = default;
+
+bool Program::read(const std::string &version, int argc, char **argv, int &status)
+{
+    owned_->set_version_flag("--version", version);
+    if (generateWhenAsked(*owned_, version, argc, argv, status))
         return false;
-    refuseEmptyValues(program);
+    refuseEmptyValues(*owned_);
     try {
-        program.parse(argc, argv);
+        owned_->parse(argc, argv);
         return true;
     } catch (const CLI::ParseError &error) {
         const bool asked = error.get_exit_code() == 0; // --help, --version
-        status = asked ? program.exit(error) : kExitUsage;
+        status = asked ? owned_->exit(error) : kExitUsage;
         if (!asked)
-            complain(fmt::format("{0}: {1} ({0} --help tells more)\n", program.get_name(),
+            complain(fmt::format("{0}: {1} ({0} --help tells more)\n", owned_->get_name(),
                                  error.what()));
         return false;
     }

@@ -71,34 +71,34 @@ int run(const Backup &backup, const Command &command, Json &result)
 
 } // namespace
 
-void addBackup(CLI::App &app, Command &command)
+void addBackup(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand("backup", "Store a stream as a backup piece");
+    const tools::Verb verb = app.addVerb("backup", "Store a stream as a backup piece");
     auto backup = std::make_shared<Backup>();
-    verb->add_option("NAME", backup->name, "Name of the piece; it must be new")
-        ->required()
-        ->type_name("");
-    verb->add_option("--input,-i", backup->input, "File to store; - is standard input")
-        ->required()
-        ->type_name("FILE");
-    addBlockSize(*verb, backup->blockSize);
-    verb->add_option("--copy", backup->attributes.copy, "Copy number, 1 to 4 (default: 1)")
-        ->check(CLI::Range(1, 4).description(""))
-        ->type_name("N");
-    verb->add_option("--database", backup->attributes.database, "Name of the database it is of")
-        ->type_name("NAME");
-    verb->add_option("--type", backup->type, "What it holds")
-        ->check(CLI::IsMember({"datafile", "archivelog", "other"}).description(""))
-        ->type_name("datafile|archivelog|other");
-    tools::addTimingOption(*verb, command.timing);
-    addCommonOptions(*verb, command);
-    verb->footer(
+    verb.addOption("NAME", backup->name, "Name of the piece; it must be new")
+        .required()
+        .valueName("");
+    verb.addOption("--input,-i", backup->input, "File to store; - is standard input")
+        .required()
+        .valueName("FILE");
+    addBlockSize(verb, backup->blockSize);
+    verb.addOption("--copy", backup->attributes.copy, "Copy number, 1 to 4 (default: 1)")
+        .between(1, 4)
+        .valueName("N");
+    verb.addOption("--database", backup->attributes.database, "Name of the database it is of")
+        .valueName("NAME");
+    verb.addOption("--type", backup->type, "What it holds")
+        .oneOf({"datafile", "archivelog", "other"})
+        .valueName("datafile|archivelog|other");
+    tools::addTimingOption(verb, command.timing);
+    addCommonOptions(verb, command);
+    verb.footer(
         "Example: tar -c /srv/data | keel backup data-monday --input -\n"
         "Every byte is on disk when it ends with status 0; else nothing of the piece is there.\n"
         "A file that is cut while it is read fails; what is appended to it meanwhile is stored as "
         "far\n"
         "as it is there when its end is reached.");
-    verb->callback([backup, &command] {
+    verb.onChosen([backup, &command] {
         backup->attributes.fileType = fileType(backup->type);
         command.verb = "backup";
         command.subject = backup->name;

@@ -232,48 +232,48 @@ int run(const Asked &asked, const Command &command, Json &result)
     return kExitDone;
 }
 
-void addSize(CLI::App &verb, Asked &asked)
+void addSize(tools::Verb verb, Asked &asked)
 {
-    verb.add_option("--size", asked.plan.bytes, "Bytes a day, of all channels (default: 1G)")
-        ->transform(CLI::AsSizeValue(false).description(""))
-        ->type_name("SIZE");
+    verb.addOption("--size", asked.plan.bytes, "Bytes a day, of all channels (default: 1G)")
+        .inBytes()
+        .valueName("SIZE");
 }
 
 } // namespace
 
-void addBench(CLI::App &app, Command &command)
+void addBench(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand(
+    const tools::Verb verb = app.addVerb(
         "bench", "Measure how fast pieces are stored here, by channels that work at the same time");
     auto asked = std::make_shared<Asked>();
     asked->plan.bytes = std::uint64_t{1} << 30;
     asked->plan.blockSize = kDefaultBlockSize;
-    verb->add_option("--channels", asked->plan.channels,
-                     "Processes, each with a channel (default: 1)")
-        ->check(CLI::Range(1, 64).description(""))
-        ->type_name("N");
-    addSize(*verb, *asked);
-    verb->add_option("--input,-i", asked->plan.input,
-                     "Store this file, a part in each channel, instead of made-up database blocks")
-        ->type_name("FILE");
-    verb->add_option("--days", asked->plan.days,
-                     "Store the database again as it is later (default: 1)")
-        ->check(CLI::Range(1, 365).description(""))
-        ->type_name("N");
-    verb->add_option("--change-rate", asked->plan.changeRate,
-                     "Per cent of the blocks that change in a day (default: 3)")
-        ->check(CLI::Range(0.0, 100.0).description(""))
-        ->type_name("PERCENT");
-    verb->add_flag("--restore", asked->restore, "Also read the last day's pieces back and compare");
-    addBlockSize(*verb, asked->plan.blockSize);
-    addCommonOptions(*verb, command);
-    verb->footer(
+    verb.addOption("--channels", asked->plan.channels,
+                   "Processes, each with a channel (default: 1)")
+        .between(1, 64)
+        .valueName("N");
+    addSize(verb, *asked);
+    verb.addOption("--input,-i", asked->plan.input,
+                   "Store this file, a part in each channel, instead of made-up database blocks")
+        .valueName("FILE");
+    verb.addOption("--days", asked->plan.days,
+                   "Store the database again as it is later (default: 1)")
+        .between(1, 365)
+        .valueName("N");
+    verb.addOption("--change-rate", asked->plan.changeRate,
+                   "Per cent of the blocks that change in a day (default: 3)")
+        .between(0.0, 100.0)
+        .valueName("PERCENT");
+    verb.addFlag("--restore", asked->restore, "Also read the last day's pieces back and compare");
+    addBlockSize(verb, asked->plan.blockSize);
+    addCommonOptions(verb, command);
+    verb.footer(
         "Example: keel bench --channels 4 --size 4G --days 3 --restore\n"
         "It stores pieces in the repository that the options name, and removes them at the\n"
         "end, also when it is interrupted; arca reclaim then gives their space back. What is\n"
         "stored is told when the repository is a directory, and counts what others store\n"
         "meanwhile. Processor time is that of the channels, without making the data.");
-    verb->callback([asked, &command] {
+    verb.onChosen([asked, &command] {
         command.verb = "bench";
         command.run = [asked, &command](Json &result) { return run(*asked, command, result); };
     });

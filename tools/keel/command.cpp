@@ -7,49 +7,51 @@
 #include "tools/timing/timing.h"
 
 #include <algorithm>
+#include <charconv>
 
 #include <fmt/format.h>
 
 namespace keel
 {
 
-void addCommonOptions(CLI::App &verb, Command &command)
+void addCommonOptions(tools::Verb verb, Command &command)
 {
-    verb.add_option(
-            "--optfile", command.optionFile,
-            "Option file of the agent (default: $VELO_OPTFILE, else the installed velo.opt)")
-        ->type_name("FILE");
-    verb.add_option("--library", command.channel.library,
-                    "Agent to load (default: the libobk.so installed beside this program)")
-        ->type_name("FILE");
-    CLI::Option *trace = verb.add_option("--trace", command.channel.traceFile,
-                                         "Append the agent's database trace to this file")
-                             ->type_name("FILE");
-    verb.add_option("--trace-level", command.channel.traceLevel,
-                    "0 failures, 1 also calls (default), 2 also details")
-        ->needs(trace)
-        ->type_name("N");
-    verb.add_option("--log", command.logFile,
-                    "Append a line about the outcome to this file, which wraps at 10 MiB")
-        ->type_name("FILE");
-    verb.add_flag("--json", command.json, "Print one JSON object about the outcome");
-    verb.add_flag("--quiet,-q", command.quiet, "Show no progress");
+    verb.addOption("--optfile", command.optionFile,
+                   "Option file of the agent (default: $VELO_OPTFILE, else the installed velo.opt)")
+        .valueName("FILE");
+    verb.addOption("--library", command.channel.library,
+                   "Agent to load (default: the libobk.so installed beside this program)")
+        .valueName("FILE");
+    const tools::Option trace = verb.addOption("--trace", command.channel.traceFile,
+                                               "Append the agent's database trace to this file")
+                                    .valueName("FILE");
+    verb.addOption("--trace-level", command.channel.traceLevel,
+                   "0 failures, 1 also calls (default), 2 also details")
+        .needs(trace)
+        .valueName("N");
+    verb.addOption("--log", command.logFile,
+                   "Append a line about the outcome to this file, which wraps at 10 MiB")
+        .valueName("FILE");
+    verb.addFlag("--json", command.json, "Print one JSON object about the outcome");
+    verb.addFlag("--quiet,-q", command.quiet, "Show no progress");
 }
 
-void addBlockSize(CLI::App &verb, std::size_t &blockSize)
+void addBlockSize(tools::Verb verb, std::size_t &blockSize)
 {
-    const auto valid = [](std::string &text) -> std::string {
+    const auto valid = [](const std::string &bytes) -> std::string {
         constexpr std::size_t kMost = std::size_t{64} << 20;
         std::size_t size = 0;
-        if (!CLI::detail::lexical_cast(text, size) || size == 0 || size > kMost)
+        const char *const end = bytes.data() + bytes.size();
+        const auto read = std::from_chars(bytes.data(), end, size);
+        if (read.ec != std::errc() || read.ptr != end || size == 0 || size > kMost)
             return "must be at least 1 and at most 64M";
         return {};
     };
-    verb.add_option("--block-size", blockSize,
-                    "Bytes that go through the agent at a time, as 8192 or 256K (default: 256K)")
-        ->check(CLI::Validator(valid, ""))
-        ->transform(CLI::AsSizeValue(false).description(""))
-        ->type_name("SIZE");
+    verb.addOption("--block-size", blockSize,
+                   "Bytes that go through the agent at a time, as 8192 or 256K (default: 256K)")
+        .check(valid)
+        .inBytes()
+        .valueName("SIZE");
 }
 
 void checkBlockSize(const Command &command, std::size_t blockSize)

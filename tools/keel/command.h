@@ -2,9 +2,9 @@
 #ifndef KEEL_TOOLS_KEEL_COMMAND_H
 #define KEEL_TOOLS_KEEL_COMMAND_H
 
+#include "tools/common/options.h"
 #include "tools/keel/channel.h"
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
 #include <cstddef>
@@ -33,21 +33,21 @@ struct Command {
 };
 
 // Each adds its verb to the program.
-void addBackup(CLI::App &app, Command &command);
-void addRestore(CLI::App &app, Command &command);
-void addBench(CLI::App &app, Command &command);
-void addDoctor(CLI::App &app, Command &command);
-void addInfo(CLI::App &app, Command &command);
-void addPasswd(CLI::App &app, Command &command);
-void addRman(CLI::App &app, Command &command);
-void addRemove(CLI::App &app, Command &command);
-void addTrace(CLI::App &app, Command &command);
+void addBackup(tools::Verb app, Command &command);
+void addRestore(tools::Verb app, Command &command);
+void addBench(tools::Verb app, Command &command);
+void addDoctor(tools::Verb app, Command &command);
+void addInfo(tools::Verb app, Command &command);
+void addPasswd(tools::Verb app, Command &command);
+void addRman(tools::Verb app, Command &command);
+void addRemove(tools::Verb app, Command &command);
+void addTrace(tools::Verb app, Command &command);
 
 /// The options that every verb takes.
-void addCommonOptions(CLI::App &verb, Command &command);
+void addCommonOptions(tools::Verb verb, Command &command);
 
 /// --block-size, in bytes or with a unit.
-void addBlockSize(CLI::App &verb, std::size_t &blockSize);
+void addBlockSize(tools::Verb verb, std::size_t &blockSize);
 
 /// UsageError for a block size that does not fit the interface in use. That of older databases gets
 /// any, so that what the agent says to it can be seen.

@@ -44,16 +44,16 @@ int run(const Command &command, Json &result)
 
 } // namespace
 
-void addDoctor(CLI::App &app, Command &command)
+void addDoctor(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand(
-        "doctor", "Look the installation over, and say what to do about what is wrong");
-    addCommonOptions(*verb, command);
-    verb->footer(
+    const tools::Verb verb =
+        app.addVerb("doctor", "Look the installation over, and say what to do about what is wrong");
+    addCommonOptions(verb, command);
+    verb.footer(
         "Example: keel doctor --optfile /etc/keel/velo.opt\n"
         "Run it as the user that the database runs as, with the environment that the channel has.\n"
         "At the end a tiny piece is stored, read back and removed. Status 1 when anything failed.");
-    verb->callback([&command] {
+    verb.onChosen([&command] {
         command.verb = "doctor";
         command.run = [&command](Json &result) { return run(command, result); };
     });

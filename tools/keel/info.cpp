@@ -82,15 +82,15 @@ int run(const std::vector<std::string> &names, const Command &command, Json &res
 
 } // namespace
 
-void addInfo(CLI::App &app, Command &command)
+void addInfo(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand("info", "Tell what is known of backup pieces");
+    const tools::Verb verb = app.addVerb("info", "Tell what is known of backup pieces");
     auto names = std::make_shared<std::vector<std::string>>();
-    verb->add_option("NAME", *names, "Names of the pieces")->required()->type_name("");
-    addCommonOptions(*verb, command);
-    verb->footer("Example: keel info data-monday data-tuesday\n"
-                 "Status 0: all of them are there; 1: one is missing, or the question failed.");
-    verb->callback([names, &command] {
+    verb.addOption("NAME", *names, "Names of the pieces").required().valueName("");
+    addCommonOptions(verb, command);
+    verb.footer("Example: keel info data-monday data-tuesday\n"
+                "Status 0: all of them are there; 1: one is missing, or the question failed.");
+    verb.onChosen([names, &command] {
         command.verb = "info";
         command.subject = subjectOf(*names);
         command.run = [names, &command](Json &result) { return run(*names, command, result); };

@@ -116,18 +116,16 @@ int perform(Command &command, const char *program)
 int main(int argc, char **argv)
 {
     tools::secureStandardStreams();
-    CLI::App app(
-        "Drives the KEEL for Oracle agent, libobk.so, as the database's backup tool does:\n"
-        "stores, restores, describes and removes backup pieces.",
-        "keel");
-    tools::shapeHelp(app);
-    app.require_subcommand(1);
+    tools::Program app(
+        "keel", "Drives the KEEL for Oracle agent, libobk.so, as the database's backup tool does:\n"
+                "stores, restores, describes and removes backup pieces.");
+    app.requireVerb();
     app.footer("Example: keel backup data-monday --input data.dbf\n"
                "Exit status: 0 done, 1 failed (the reason in one line), 2 wrong use.\n"
                "keel VERB --help tells more of a verb.");
     keel::Command command;
-    app.add_flag("--sbt1", command.channel.firstVersion,
-                 "Use the interface of older databases, its first version: keel --sbt1 VERB ...");
+    app.addFlag("--sbt1", command.channel.firstVersion,
+                "Use the interface of older databases, its first version: keel --sbt1 VERB ...");
     keel::addBackup(app, command);
     keel::addRestore(app, command);
     keel::addInfo(app, command);
@@ -138,7 +136,7 @@ int main(int argc, char **argv)
     keel::addBench(app, command);
     keel::addTrace(app, command);
     int status = keel::kExitDone;
-    if (!tools::readCommandLine(app, "keel 7.1.3.0", argc, argv, status))
+    if (!app.read("keel 7.1.3.0", argc, argv, status))
         return status;
     return keel::perform(command, argv[0]);
 }

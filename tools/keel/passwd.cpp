@@ -102,21 +102,21 @@ int run(bool fromStandardInput, const Command &command, Json &result)
 
 } // namespace
 
-void addPasswd(CLI::App &app, Command &command)
+void addPasswd(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand(
+    const tools::Verb verb = app.addVerb(
         "passwd", "Write the password file that the agent logs on with (PASSWORDACCESS prompt)");
     auto fromStandardInput = std::make_shared<bool>(false);
-    verb->add_flag("--stdin", *fromStandardInput,
-                   "Read the password, one line, from standard input and do not ask");
-    addCommonOptions(*verb, command);
-    verb->footer(
+    verb.addFlag("--stdin", *fromStandardInput,
+                 "Read the password, one line, from standard input and do not ask");
+    addCommonOptions(verb, command);
+    verb.footer(
         "Example: keel passwd --optfile /etc/keel/velo.opt\n"
         "Asks twice, without showing what is typed. The node is VELO_NODE of the option file; the\n"
         "password is written to VELO.<node> in VELO_PSWDPATH, else in HOXI_ORC_DIR. It has at\n"
         "most 64 characters, and is never taken from the command line, where others could see it.\n"
         "In the repository it is set with arca; this file must say the same.");
-    verb->callback([fromStandardInput, &command] {
+    verb.onChosen([fromStandardInput, &command] {
         command.verb = "passwd";
         command.run = [fromStandardInput, &command](Json &result) {
             return run(*fromStandardInput, command, result);

@@ -90,17 +90,17 @@ int run(Remove &remove, const Command &command, Json &result)
 
 } // namespace
 
-void addRemove(CLI::App &app, Command &command)
+void addRemove(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand("remove", "Delete backup pieces");
+    const tools::Verb verb = app.addVerb("remove", "Delete backup pieces");
     auto remove = std::make_shared<Remove>();
-    verb->add_option("NAME", remove->names, "Names of the pieces")->required()->type_name("");
-    verb->add_flag("--yes,-y", remove->yes, "Do not ask");
-    addCommonOptions(*verb, command);
-    verb->footer(
+    verb.addOption("NAME", remove->names, "Names of the pieces").required().valueName("");
+    verb.addFlag("--yes,-y", remove->yes, "Do not ask");
+    addCommonOptions(verb, command);
+    verb.footer(
         "Example: keel remove data-monday --yes\n"
         "Pieces that are there are removed even when others are missing; then the status is 1.");
-    verb->callback([remove, &command] {
+    verb.onChosen([remove, &command] {
         command.verb = "remove";
         command.subject = subjectOf(remove->names);
         command.run = [remove, &command](Json &result) { return run(*remove, command, result); };

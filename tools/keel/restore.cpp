@@ -62,22 +62,22 @@ int run(const Restore &restore, const Command &command, Json &result)
 
 } // namespace
 
-void addRestore(CLI::App &app, Command &command)
+void addRestore(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand("restore", "Give the stream of a backup piece back");
+    const tools::Verb verb = app.addVerb("restore", "Give the stream of a backup piece back");
     auto restore = std::make_shared<Restore>();
-    verb->add_option("NAME", restore->name, "Name of the piece")->required()->type_name("");
-    verb->add_option("--output,-o", restore->output, "File to write; - is standard output")
-        ->required()
-        ->type_name("FILE");
-    verb->add_flag("--force,-f", restore->force,
-                   "Replace the file if it is there; it keeps mode and owner");
-    addBlockSize(*verb, restore->blockSize);
-    tools::addTimingOption(*verb, command.timing);
-    addCommonOptions(*verb, command);
-    verb->footer("Example: keel restore data-monday --output - | tar -t\n"
-                 "The file appears under its name when all of it is on disk, and not before.");
-    verb->callback([restore, &command] {
+    verb.addOption("NAME", restore->name, "Name of the piece").required().valueName("");
+    verb.addOption("--output,-o", restore->output, "File to write; - is standard output")
+        .required()
+        .valueName("FILE");
+    verb.addFlag("--force,-f", restore->force,
+                 "Replace the file if it is there; it keeps mode and owner");
+    addBlockSize(verb, restore->blockSize);
+    tools::addTimingOption(verb, command.timing);
+    addCommonOptions(verb, command);
+    verb.footer("Example: keel restore data-monday --output - | tar -t\n"
+                "The file appears under its name when all of it is on disk, and not before.");
+    verb.onChosen([restore, &command] {
         command.verb = "restore";
         command.subject = restore->name;
         command.run = [restore, &command](Json &result) { return run(*restore, command, result); };

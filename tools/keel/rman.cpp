@@ -102,27 +102,27 @@ int run(const Asked &asked, const Command &command, Json &result)
 
 } // namespace
 
-void addRman(CLI::App &app, Command &command)
+void addRman(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand(
+    const tools::Verb verb = app.addVerb(
         "rman", "Print the RMAN commands that configure channels for this installation");
     auto asked = std::make_shared<Asked>();
-    verb->add_option("--channels", asked->channels,
-                     "Channels that work at the same time (default: 1)")
-        ->check(CLI::Range(1, 255).description(""))
-        ->type_name("N");
-    verb->add_flag("--run", asked->runBlock, "A block for one backup instead of the configuration");
-    verb->add_option("--format", asked->format, "Names of the pieces (default: %U)")
-        ->type_name("FORMAT");
-    verb->add_option("--duplicate-from", asked->duplicateFrom,
-                     "Duplicate a database whose pieces that node has stored")
-        ->type_name("NODE");
-    addCommonOptions(*verb, command);
-    verb->footer(
+    verb.addOption("--channels", asked->channels,
+                   "Channels that work at the same time (default: 1)")
+        .between(1, 255)
+        .valueName("N");
+    verb.addFlag("--run", asked->runBlock, "A block for one backup instead of the configuration");
+    verb.addOption("--format", asked->format, "Names of the pieces (default: %U)")
+        .valueName("FORMAT");
+    verb.addOption("--duplicate-from", asked->duplicateFrom,
+                   "Duplicate a database whose pieces that node has stored")
+        .valueName("NODE");
+    addCommonOptions(verb, command);
+    verb.footer(
         "Example: keel rman --channels 4 --optfile /etc/keel/velo.opt | rman target /\n"
         "It changes nothing by itself. Without --run the commands hold for every backup from "
         "then on.");
-    verb->callback([asked, &command] {
+    verb.onChosen([asked, &command] {
         command.verb = "rman";
         command.run = [asked, &command](Json &result) { return run(*asked, command, result); };
     });

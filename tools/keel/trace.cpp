@@ -160,22 +160,22 @@ int run(const std::string &name, const Command &command, Json &result)
 
 } // namespace
 
-void addTrace(CLI::App &app, Command &command)
+void addTrace(tools::Verb app, Command &command)
 {
-    CLI::App *verb = app.add_subcommand(
-        "trace", "Print the agent's own trace (VELO_TRACE_FILE) in the order of time");
+    const tools::Verb verb =
+        app.addVerb("trace", "Print the agent's own trace (VELO_TRACE_FILE) in the order of time");
     auto name = std::make_shared<std::string>();
-    verb->add_option("FILE", *name,
-                     "The trace; when it is kept in segments, FILE.1, FILE.2 ..., they are printed")
-        ->required()
-        ->type_name("");
-    verb->add_flag("--json", command.json, "Print one JSON object with the lines");
-    verb->footer(
+    verb.addOption("FILE", *name,
+                   "The trace; when it is kept in segments, FILE.1, FILE.2 ..., they are printed")
+        .required()
+        .valueName("");
+    verb.addFlag("--json", command.json, "Print one JSON object with the lines");
+    verb.footer(
         "Example: keel trace /var/log/keel/velo.trace | less\n"
         "A trace with a maximum (VELO_TRACE_MAX) goes on at its beginning when it is full; it is\n"
         "printed from the oldest line that is whole to the newest. A trace without a maximum is\n"
         "printed as it is. The trace may be in use; what is written meanwhile may be missing.");
-    verb->callback([name, &command] {
+    verb.onChosen([name, &command] {
         command.verb = "trace";
         command.subject = *name;
         command.run = [name, &command](Json &result) { return run(*name, command, result); };

@@ -35,9 +35,9 @@ std::vector<Spent> spent()
 
 } // namespace
 
-void addTimingOption(CLI::App &verb, bool &asked)
+void addTimingOption(tools::Verb verb, bool &asked)
 {
-    verb.add_flag_callback(
+    verb.addFlag(
         "--timing",
         [&asked] {
             asked = true;

@@ -2,7 +2,8 @@
 #ifndef KEEL_TOOLS_TIMING_TIMING_H
 #define KEEL_TOOLS_TIMING_TIMING_H
 
-#include <CLI/CLI.hpp>
+#include "tools/common/options.h"
+
 #include <nlohmann/json.hpp>
 
 #include <string>
@@ -11,7 +12,7 @@ namespace tools
 {
 
 /// The option, which sets `asked` and switches measuring on.
-void addTimingOption(CLI::App &verb, bool &asked);
+void addTimingOption(tools::Verb verb, bool &asked);
 
 /// What was measured so far, for --json: calls and seconds of each category.
 nlohmann::ordered_json timesJson();
