@@ -107,7 +107,7 @@ Result<AccessRule> AccessRules::read(const std::string &name)
     return rule;
 }
 
-Result<std::vector<AccessRule>> AccessRules::readAll()
+Result<std::vector<AccessRule>> AccessRules::readAll(std::vector<std::string> &damaged)
 {
     std::vector<std::string> names;
     ARCA_CHECK(store_.list(prefix_, [&](const std::string &name) {
@@ -120,6 +120,10 @@ Result<std::vector<AccessRule>> AccessRules::readAll()
         auto rule = read(name);
         if (!rule && rule.error().kind == ErrorKind::notFound)
             continue; // taken back since the listing
+        if (!rule && rule.error().kind == ErrorKind::damaged) {
+            damaged.push_back(name);
+            continue; // it opens nothing, and is in the way of no other one
+        }
         ARCA_TRY(rules.emplace_back(), std::move(rule));
     }
     return rules;
@@ -134,12 +138,24 @@ Result<void> AccessRules::verify(const AccessRule &rule, const SecretKey &dataKe
     return {};
 }
 
-Result<std::vector<AccessRule>> AccessRules::list(const SecretKey &dataKey)
+Result<std::vector<AccessRule>> AccessRules::list(const SecretKey &dataKey,
+                                                  std::vector<std::string> *damaged)
 {
-    ARCA_TRY(auto rules, readAll());
-    for (const AccessRule &rule : rules)
-        ARCA_CHECK(verify(rule, dataKey));
-    return rules;
+    std::vector<std::string> bad;
+    ARCA_TRY(auto rules, readAll(bad));
+    std::vector<AccessRule> good;
+    for (AccessRule &rule : rules) {
+        const auto proven = verify(rule, dataKey);
+        if (!proven && proven.error().kind != ErrorKind::damaged)
+            return proven.error();
+        if (proven)
+            good.push_back(std::move(rule));
+        else
+            bad.push_back(blobNameOf(rule.number));
+    }
+    if (damaged != nullptr)
+        *damaged = std::move(bad);
+    return good;
 }
 
 Result<void> AccessRules::add(AccessRule rule, const SecretKey &dataKey)
@@ -267,19 +283,31 @@ Result<void> AccessRules::completeOne(std::uint32_t number, const SecretKey &dat
 Result<SecretKey> AccessRules::keyFor(const std::string &reader, const std::string &readersOwner,
                                       const SecretKey &identity)
 {
-    ARCA_TRY(const auto rules, readAll());
+    std::vector<std::string> damaged;
+    ARCA_TRY(const auto rules, readAll(damaged));
     std::optional<AccessRule> admitting;
     for (const AccessRule &rule : rules) {
         if (!rule.admits(reader, readersOwner))
             continue;
-        ARCA_TRY(auto key, grants_.find(rule.number, reader, identity));
-        if (key) {
-            ARCA_CHECK(verify(rule, *key));
-            return std::move(*key);
-        }
-        admitting = rule;
+        // A damaged grant, or a rule that another key made, is in the way of no other rule.
+        auto key = grants_.find(rule.number, reader, identity);
+        const auto proven = !key   ? Result<void>(key.error())
+                            : *key ? verify(rule, **key)
+                                   : Result<void>();
+        if (!proven && proven.error().kind != ErrorKind::damaged)
+            return proven.error();
+        if (proven && *key)
+            return std::move(**key);
+        if (proven)
+            admitting = rule;
+        else
+            damaged.push_back(blobNameOf(rule.number));
     }
     const std::string from = "node " + printable(grantor_), to = "node " + printable(reader);
+    if (!admitting && !damaged.empty())
+        return Error{ErrorKind::denied, from + " grants no access to " + to +
+                                            " by a rule that can be read; damaged is " +
+                                            damaged.front() + ", which it must grant again"};
     if (!admitting)
         return Error{ErrorKind::denied, from + " grants no access to " + to};
     ARCA_TRY(const auto given, grants_.rules());

@@ -53,8 +53,10 @@ class AccessRules
 public:
     static Result<AccessRules> of(blob::BlobStore &store, std::string grantor);
 
-    /// In the order of their numbers; `damaged` when one was not made with the grantor's data key.
-    Result<std::vector<AccessRule>> list(const SecretKey &dataKey);
+    /// In the order of their numbers. One that is damaged, or was not made with the grantor's data
+    /// key, opens nothing and is left out; its blob is added to `damaged`.
+    Result<std::vector<AccessRule>> list(const SecretKey &dataKey,
+                                         std::vector<std::string> *damaged = nullptr);
     /// Durable on return, and its key given when the reader is registered; number, grantor,
     /// reader's key and mark are filled in. A rule that is there already is not made twice, but
     /// takes effect for the key that the reader has now. `badArgument` when there are too many.
@@ -87,7 +89,7 @@ private:
     }
     std::string blobNameOf(std::uint32_t number) const;
     Result<AccessRule> read(const std::string &blobName);
-    Result<std::vector<AccessRule>> readAll();
+    Result<std::vector<AccessRule>> readAll(std::vector<std::string> &damaged);
     Result<void> verify(const AccessRule &rule, const SecretKey &dataKey) const;
     Result<void> put(AccessRule &rule, const SecretKey &dataKey);
     Result<void> giveKey(const AccessRule &rule, const SecretKey &dataKey);

@@ -335,9 +335,7 @@ TEST_F(AccessTest, RulesAreShownAndTakenBackOneByOne)
     bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] ^ 1);
     std::filesystem::permissions(file, std::filesystem::perms::owner_all);
     writeFile(file, bytes);
-    const hoxObjName name = nameOf("p");
-    const qryBackupData asked{HOX_QRY_BACKUP_VERSION, &name, nullptr, HOX_STATE_ACTIVE};
-    EXPECT_EQ(api_.hoxBeginQuery(anna, HOX_QUERY_BACKUP, &asked), HOX_RC_REPOSITORY_DAMAGED);
+    EXPECT_EQ(query(anna, "p"), kNothing);
 }
 
 TEST_F(AccessTest, AGrantOpensForTheNodeItWasMadeFor)
