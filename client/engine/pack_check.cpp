@@ -9,24 +9,34 @@ namespace arca::engine
 namespace
 {
 
-/// `damaged` when a block of an opened frame is another one than the index says.
-Result<void> compareBlocks(const BlockHasher &identify, const BlockEntry *block,
-                           const FrameEntry &frame, ByteView raw)
+/// `damaged` when a block of an opened frame, whose blocks begin with number `first`, is another
+/// one than the index says. Adds the numbers of such blocks to `wrong`.
+Result<void> compareBlocks(const BlockHasher &identify, const PackIndex &index, std::uint32_t first,
+                           const FrameEntry &frame, ByteView raw, std::set<std::uint32_t> &wrong)
 {
+    Result<void> compared;
     std::size_t offset = 0;
-    for (std::uint32_t i = 0; i < frame.blocks; ++i, ++block) {
-        if (block->dropped)
+    for (std::uint32_t number = first; number < first + frame.blocks; ++number) {
+        const BlockEntry &block = index.blocks[number];
+        if (block.dropped)
             continue;
-        const ByteView content = raw.subspan(offset, block->length);
-        offset += block->length;
-        // Blocks that were stored without looking for duplicates have no identity.
-        if (block->id != BlockId{} && identify(content) != block->id)
-            return Error{ErrorKind::damaged, "a block is another one than the index says"};
+        const ByteView content = raw.subspan(offset, block.length);
+        offset += block.length;
+        if (fitsIdentity(identify, block, content))
+            continue;
+        wrong.insert(number);
+        compared = Error{ErrorKind::damaged, "a block is another one than the index says"};
     }
-    return {};
+    return compared;
 }
 
 } // namespace
+
+bool fitsIdentity(const BlockHasher &identify, const BlockEntry &block, ByteView content)
+{
+    // Blocks that were stored without looking for duplicates have no identity.
+    return block.id == BlockId{} || identify(content) == block.id;
+}
 
 Result<void> openFrame(const OpenPack &pack, FrameCoder &coder, std::uint32_t number,
                        const FrameEntry &entry, Bytes &sealed, Bytes &raw)
@@ -62,13 +72,14 @@ Result<PackFindings> checkPack(Domain &domain, const PackName &pack, CheckDepth 
     (*opened)->readAhead();
     FrameCoder coder;
     Bytes sealed, raw;
-    const BlockEntry *block = index->blocks.data();
+    std::uint32_t first = 0;
     for (std::uint32_t number = 0; number < index->frames.size(); ++number) {
         const FrameEntry &frame = index->frames[number];
         auto good = openFrame(**opened, coder, number, frame, sealed, raw);
         if (good)
-            good = compareBlocks(domain.identify(), block, frame, raw);
-        block += frame.blocks;
+            good =
+                compareBlocks(domain.identify(), *index, first, frame, raw, findings.wrongBlocks);
+        first += frame.blocks;
         if (!good && good.error().kind != ErrorKind::damaged && good.error().kind != ErrorKind::io)
             return std::move(good).error();
         if (!good && good.error().kind == ErrorKind::io)

@@ -20,16 +20,22 @@ struct PackFindings {
     std::vector<DamagedPart> damaged;
     /// Frames that the operating system failed to read, which may pass: among `damaged`, too.
     std::set<std::uint32_t> unreadable;
+    /// Blocks of frames that open, but whose bytes contradict their identity.
+    std::set<std::uint32_t> wrongBlocks;
     /// Why the first part of `damaged` is: one line.
     std::string reason;
 
     bool isSound() const { return damaged.empty(); }
+    bool isWhole() const { return !isSound() && damaged.front().kind == DamageKind::whole; }
 };
 
 /// Checks `pack`. `progress` is told the bytes of each frame that was read. Damage is a finding,
 /// not an error. Errors: notFound when there is no such revision, io, denied.
 Result<PackFindings> checkPack(Domain &domain, const PackName &pack, CheckDepth depth,
                                const std::function<void(std::size_t bytes)> &progress);
+
+/// Returns true when `content` is the block that the index names.
+bool fitsIdentity(const BlockHasher &identify, const BlockEntry &block, ByteView content);
 
 /// Reads and opens a frame; `raw` receives its blocks, one after the other. Errors: damaged, io.
 Result<void> openFrame(const OpenPack &pack, FrameCoder &coder, std::uint32_t number,

@@ -3,21 +3,13 @@
 
 #include "client/engine/revision_writer.h"
 
+#include <algorithm>
+
 namespace arca::engine
 {
 
 namespace
 {
-
-/// Of an opened frame the block as it is stored; nothing when that is not what its identity says.
-std::optional<ByteView> storedBlock(Domain &domain, const BlockEntry &entry, ByteView raw,
-                                    std::size_t offset)
-{
-    const ByteView content = raw.subspan(offset, entry.length);
-    if (entry.id != BlockId{} && domain.identify()(content) != entry.id)
-        return std::nullopt;
-    return content;
-}
 
 class Mending
 {
@@ -53,13 +45,16 @@ private:
                 continue;
             }
             std::optional<ByteView> content;
-            if (opened)
-                content = storedBlock(domain_, entry, raw_, offset);
+            const auto stored =
+                opened ? std::optional(ByteView(raw_).subspan(offset, entry.length)) : std::nullopt;
+            if (stored && fitsIdentity(domain_.identify(), entry, *stored))
+                content = stored;
             if (!content)
                 content = search_.fetch(entry);
-            // Better a block that its identity does not fit than none: it is what was sealed.
-            if (!content && opened)
-                content = ByteView(raw_).subspan(offset, entry.length);
+            // Better a block that contradicts its identity than none: it is what was sealed. The
+            // frame that it goes into is recorded as damaged.
+            if (!content)
+                content = stored;
             ARCA_CHECK(put(entry, content));
             offset += entry.length;
         }
@@ -83,47 +78,44 @@ private:
     Bytes sealed_, raw_;
 };
 
-/// Every frame of it opens, and it has each block that the one before has and that can be read.
-Result<void> proveRevision(Domain &domain, const BrokenPack &before, const PackName &which)
+/// Reads the new revision: every frame of it opens, and it has each block that the one before has
+/// or that a copy was found of.
+Result<MendedPack> proveRevision(Domain &domain, const BrokenPack &before, const MendPlan &plan,
+                                 const PackName &which)
 {
-    ARCA_TRY(const PackFindings found, checkPack(domain, which, CheckDepth::data, {}));
-    for (const DamagedPart &part : found.damaged)
-        if (part.kind != DamageKind::frame)
-            return Error{ErrorKind::damaged, found.reason};
+    ARCA_TRY(PackFindings found, checkPack(domain, which, CheckDepth::data, {}));
+    if (found.isWhole())
+        return Error{ErrorKind::damaged, found.reason};
     ARCA_TRY(const auto pack, domain.packs().open(which));
-    ARCA_TRY(const PackIndex index, pack->readIndex());
-    bool whole = index.blocks.size() == before.index.blocks.size() && found.unreadable.empty();
-    FrameCoder coder;
-    Bytes sealed, raw;
-    for (std::uint32_t number = 0; whole && number < index.frames.size(); ++number)
-        whole =
-            static_cast<bool>(openFrame(*pack, coder, number, index.frames[number], sealed, raw));
+    MendedPack mended{which, {}, std::move(found.damaged)};
+    ARCA_TRY(mended.index, pack->readIndex());
+    const PackIndex &old = before.index, &now = mended.index;
+    bool whole = old.blocks.size() == now.blocks.size() && found.unreadable.empty();
+    std::set<std::uint32_t> wrongFrames; // that open
     std::uint32_t block = 0;
-    for (std::uint32_t number = 0; whole && number < before.index.frames.size(); ++number)
-        for (const std::uint32_t end = block + before.index.frames[number].blocks; block < end;
-             ++block) {
-            const BlockEntry &old = before.index.blocks[block], &now = index.blocks[block];
-            const bool mayGo = old.dropped || before.frames.contains(number);
-            whole =
-                whole && old.id == now.id && old.length == now.length && (mayGo || !now.dropped);
-        }
+    for (std::uint32_t frame = 0; whole && frame < now.frames.size(); ++frame)
+        for (const std::uint32_t end = block + now.frames[frame].blocks; block < end; ++block)
+            if (found.wrongBlocks.contains(block))
+                wrongFrames.insert(frame);
+    whole = whole && wrongFrames.size() == mended.damaged.size() &&
+            std::ranges::includes(plan.lost, found.wrongBlocks);
+    for (block = 0; whole && block < old.blocks.size(); ++block) {
+        const BlockEntry &was = old.blocks[block], &is = now.blocks[block];
+        const bool mayGo =
+            plan.lost.contains(block) || (was.dropped && !before.missingBlocks.contains(block));
+        whole = was.id == is.id && was.length == is.length && (mayGo || !is.dropped);
+    }
     if (!whole)
         return Error{ErrorKind::damaged,
                      "the new revision of the pack is not what it should be; the memory or the "
                      "disk of this host may be at fault"};
-    return {};
-}
-
-void removeRevision(const Domain &domain, const PackName &which)
-{
-    const std::string name = domain.packs().blobNameOf(which);
-    if (const auto opened = domain.blobs().open(name))
-        (void)domain.blobs().remove(name, **opened);
+    return mended;
 }
 
 } // namespace
 
-MendPlan planMending(const BrokenPack &pack, BlockSearch &search)
+MendPlan planMending(const BrokenPack &pack, BlockSearch &search,
+                     const std::function<bool(std::uint32_t)> &isNeeded)
 {
     MendPlan plan;
     std::set<std::uint32_t> unreadable;
@@ -137,28 +129,29 @@ MendPlan planMending(const BrokenPack &pack, BlockSearch &search)
     }
     pack.eachWanted([&](std::uint32_t block) {
         const BlockEntry &entry = pack.index.blocks[block];
-        if (search.fetch(entry)) {
+        if (!search.fetch(entry)) {
+            plan.lost.insert(block);
+            plan.losesUnreadable =
+                plan.losesUnreadable || (unreadable.contains(block) && isNeeded(block));
+        } else if (isNeeded(block)) {
             ++plan.found;
             plan.foundBytes += entry.length;
-            return;
         }
-        plan.lost.insert(block);
-        plan.losesUnreadable = plan.losesUnreadable || unreadable.contains(block);
     });
     return plan;
 }
 
-Result<PackName> mendPack(Domain &domain, const BrokenPack &broken, BlockSearch &search)
+Result<MendedPack> mendPack(Domain &domain, const BrokenPack &broken, const MendPlan &plan,
+                            BlockSearch &search)
 {
     ARCA_TRY(const auto pack, domain.packs().open(broken.which));
     ARCA_TRY(const auto writer, RevisionWriter::begin(domain.packs(), *pack));
     ARCA_CHECK(Mending(domain, broken, *pack, search, *writer).run());
     ARCA_CHECK(writer->commit());
-    if (auto proven = proveRevision(domain, broken, writer->which()); !proven) {
-        removeRevision(domain, writer->which());
-        return std::move(proven).error();
-    }
-    return writer->which();
+    auto proven = proveRevision(domain, broken, plan, writer->which());
+    if (!proven)
+        removeRevision(domain.packs(), writer->which());
+    return proven;
 }
 
 } // namespace arca::engine

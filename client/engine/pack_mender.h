@@ -6,6 +6,8 @@
 #include "client/engine/block_search.h"
 #include "client/engine/pack_check.h"
 
+#include <functional>
+
 namespace arca::engine
 {
 
@@ -15,40 +17,57 @@ struct BrokenPack {
     PackIndex index;
     std::set<std::uint32_t> frames;        // that are damaged
     std::set<std::uint32_t> unreadable;    // of these, those the system failed to read
+    std::set<std::uint32_t> wrongBlocks;   // of damaged frames that open: what is wrong in them
     std::set<std::uint32_t> missingBlocks; // that were dropped and are needed
 
-    /// Visits the numbers of the blocks that copies are wanted of.
+    /// Visits the numbers of the blocks that copies are wanted of. Of a frame that opens those are
+    /// its wrong blocks, of any other damaged frame all.
     template <class Visit> void eachWanted(Visit visit) const
     {
         std::uint32_t block = 0;
-        for (std::uint32_t number = 0; number < index.frames.size(); ++number)
-            for (const std::uint32_t end = block + index.frames[number].blocks; block < end;
-                 ++block)
+        for (std::uint32_t number = 0; number < index.frames.size(); ++number) {
+            const std::uint32_t end = block + index.frames[number].blocks;
+            const auto wrong = wrongBlocks.lower_bound(block);
+            const bool opens = wrong != wrongBlocks.end() && *wrong < end;
+            for (; block < end; ++block)
                 if (index.blocks[block].dropped ? missingBlocks.contains(block)
+                    : opens                     ? wrongBlocks.contains(block)
                                                 : frames.contains(number))
                     visit(block);
+        }
     }
 };
 
 /// What can be done for a broken pack now.
 struct MendPlan {
-    std::uint64_t found = 0; // blocks that a good copy was read of
+    std::uint64_t found = 0; // blocks that pieces need and that a good copy was read of
     std::uint64_t foundBytes = 0;
-    std::set<std::uint32_t> lost; // blocks without one
-    bool losesUnreadable = false; // some of the lost ones may become readable again
+    std::set<std::uint32_t> lost; // blocks without a copy, whether pieces need them or not
+    bool losesUnreadable = false; // some of them that pieces need may become readable again
 
     /// A new revision gains something, and nothing that may be readable is left out of it.
     bool isWorthIt() const { return found != 0 && !losesUnreadable; }
 };
 
 /// Reads the copies that `search` found. Writes nothing.
-MendPlan planMending(const BrokenPack &pack, BlockSearch &search);
+MendPlan planMending(const BrokenPack &pack, BlockSearch &search,
+                     const std::function<bool(std::uint32_t block)> &isNeeded);
 
-/// Writes the next revision with all blocks that can be read, and proves it by reading it again.
-/// Blocks that cannot be had are dropped; their identities stay. Durable when it returns; the old
-/// revision is still there. Errors: damaged when the new revision is not what it should be, and
-/// then it was taken away again; exists; full.
-Result<PackName> mendPack(Domain &domain, const BrokenPack &pack, BlockSearch &search);
+struct MendedPack {
+    PackName which; // the new revision
+    PackIndex index;
+    /// Frames of it that hold a block which contradicts its identity: it was sealed so, and no copy
+    /// was found. The caller records them before the old revision goes.
+    std::vector<DamagedPart> damaged;
+};
+
+/// Writes the next revision with all blocks that can be read, and proves it by reading it again:
+/// what `plan` does not call lost is in it, as its identity says. Lost blocks are dropped, or kept
+/// as they were sealed; their identities stay. Durable when it returns; the old revision is still
+/// there. Errors: damaged when the new revision is not what it should be, and then it was taken
+/// away again; exists; full.
+Result<MendedPack> mendPack(Domain &domain, const BrokenPack &pack, const MendPlan &plan,
+                            BlockSearch &search);
 
 } // namespace arca::engine
 

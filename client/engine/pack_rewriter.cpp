@@ -4,40 +4,121 @@
 #include "client/engine/pack_check.h"
 #include "client/engine/revision_writer.h"
 
+#include <algorithm>
+
 namespace arca::engine
 {
 
-Result<std::uint64_t> rewritePack(const PackStore &packs, OpenPack &pack,
-                                  const std::function<bool(std::uint32_t block)> &isNeeded)
+namespace
+{
+
+using IsNeeded = std::function<bool(std::uint32_t block)>;
+
+class Rewriting
+{
+public:
+    Rewriting(Domain &domain, const OpenPack &pack, const PackIndex &index,
+              const IsNeeded &isNeeded, RevisionWriter &writer)
+        : domain_(domain), pack_(pack), index_(index), isNeeded_(isNeeded), writer_(writer)
+    {
+    }
+
+    /// Goes on behind a damaged frame, so that all of them are found at once.
+    Result<void> run(std::vector<DamagedPart> &found)
+    {
+        Result<void> first;
+        for (std::uint32_t number = 0; number < index_.frames.size(); ++number) {
+            auto copied = copyFrame(number);
+            if (!copied && copied.error().kind != ErrorKind::damaged)
+                return copied;
+            if (copied)
+                continue;
+            found.push_back({pack_.which().id, pack_.which().revision, DamageKind::frame, number});
+            if (first)
+                first = std::move(copied);
+        }
+        return first;
+    }
+
+private:
+    bool keeps(std::uint32_t block) const
+    {
+        return !index_.blocks[block].dropped && isNeeded_(block);
+    }
+
+    Result<void> copyFrame(std::uint32_t number)
+    {
+        const FrameEntry &frame = index_.frames[number];
+        const std::uint32_t first = std::exchange(next_, next_ + frame.blocks);
+        bool needed = false;
+        for (std::uint32_t block = first; block < next_; ++block)
+            needed = needed || keeps(block);
+        if (needed)
+            ARCA_CHECK(openFrame(pack_, coder_, number, frame, sealed_, raw_));
+        std::size_t offset = 0;
+        for (std::uint32_t block = first; block < next_; ++block) {
+            const BlockEntry &entry = index_.blocks[block];
+            if (!keeps(block)) {
+                writer_.drop(entry);
+            } else {
+                const ByteView content = ByteView(raw_).subspan(offset, entry.length);
+                if (!fitsIdentity(domain_.identify(), entry, content))
+                    return Error{ErrorKind::damaged, "a block is another one than the index says"};
+                ARCA_CHECK(writer_.keep(entry, content));
+            }
+            offset += entry.dropped ? 0 : entry.length;
+        }
+        return {};
+    }
+
+    Domain &domain_;
+    const OpenPack &pack_;
+    const PackIndex &index_;
+    const IsNeeded &isNeeded_;
+    RevisionWriter &writer_;
+    FrameCoder coder_;
+    Bytes sealed_, raw_;
+    std::uint32_t next_ = 0; // the first block of the next frame
+};
+
+/// The new revision opens, each of its blocks is the one that its identity says, and none is
+/// missing.
+Result<void> prove(Domain &domain, const PackIndex &old, const IsNeeded &isNeeded,
+                   const PackName &which)
+{
+    ARCA_TRY(const PackFindings found, checkPack(domain, which, CheckDepth::data, {}));
+    if (!found.isSound())
+        return Error{ErrorKind::damaged, found.reason};
+    ARCA_TRY(const auto pack, domain.packs().open(which));
+    ARCA_TRY(const PackIndex now, pack->readIndex());
+    bool whole = old.blocks.size() == now.blocks.size();
+    for (std::uint32_t block = 0; whole && block < old.blocks.size(); ++block) {
+        const BlockEntry &was = old.blocks[block], &is = now.blocks[block];
+        whole = was.id == is.id && was.length == is.length &&
+                (was.dropped || !is.dropped || !isNeeded(block));
+    }
+    return whole ? Result<void>()
+                 : Error{ErrorKind::damaged, "the new revision lacks blocks of the old one"};
+}
+
+} // namespace
+
+Result<RewrittenPack> rewritePack(Domain &domain, OpenPack &pack, const IsNeeded &isNeeded,
+                                  std::vector<DamagedPart> &found)
 {
     ARCA_TRY(const PackIndex index, pack.readIndex());
-    ARCA_TRY(const auto writer, RevisionWriter::begin(packs, pack));
-    FrameCoder coder;
-    Bytes sealed;
-    Bytes raw;
-    std::uint32_t block = 0;
-    for (std::uint32_t number = 0; number < index.frames.size(); ++number) {
-        const FrameEntry &frame = index.frames[number];
-        const std::uint32_t end = block + frame.blocks;
-        bool needed = false;
-        for (std::uint32_t i = block; i < end; ++i)
-            needed = needed || (!index.blocks[i].dropped && isNeeded(i));
-        if (needed)
-            if (auto opened = openFrame(pack, coder, number, frame, sealed, raw); !opened)
-                return inContext(std::move(opened).error(), "the pack " + pack.blobName());
-        std::size_t offset = 0;
-        for (; block < end; ++block) {
-            const BlockEntry &entry = index.blocks[block];
-            const std::size_t length = entry.dropped ? 0 : entry.length;
-            if (!entry.dropped && isNeeded(block))
-                ARCA_CHECK(writer->keep(entry, ByteView(raw).subspan(offset, length)));
-            else
-                writer->drop(entry);
-            offset += length;
-        }
-    }
+    ARCA_TRY(const auto writer, RevisionWriter::begin(domain.packs(), pack));
+    if (auto copied = Rewriting(domain, pack, index, isNeeded, *writer).run(found); !copied)
+        return inContext(std::move(copied).error(), "the pack " + pack.blobName());
     ARCA_CHECK(writer->commit());
-    return writer->storedBytes();
+    if (auto proven = prove(domain, index, isNeeded, writer->which()); !proven) {
+        removeRevision(domain.packs(), writer->which());
+        return inContext(std::move(proven).error(), "rewriting the pack " + pack.blobName());
+    }
+    RewrittenPack rewritten{writer->which(), writer->storedBytes()};
+    for (std::uint32_t block = 0; block < index.blocks.size(); ++block)
+        rewritten.gaps = rewritten.gaps || (index.blocks[block].dropped && isNeeded(block));
+    return rewritten;
 }
 
 } // namespace arca::engine

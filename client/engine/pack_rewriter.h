@@ -2,17 +2,29 @@
 #ifndef KEEL_CLIENT_ENGINE_PACK_REWRITER_H
 #define KEEL_CLIENT_ENGINE_PACK_REWRITER_H
 
-#include "client/engine/pack_store.h"
+#include "client/engine/damage.h"
+#include "client/engine/domain.h"
 
 #include <functional>
+#include <vector>
 
 namespace arca::engine
 {
 
-/// `isNeeded` is asked for numbers of blocks; at least one must be. Durable when it returns; tells
-/// how large the new one is. The old one stays.
-Result<std::uint64_t> rewritePack(const PackStore &packs, OpenPack &pack,
-                                  const std::function<bool(std::uint32_t block)> &isNeeded);
+struct RewrittenPack {
+    PackName which;                // the new revision
+    std::uint64_t storedBytes = 0; // of it
+    bool gaps = false;             // it lacks needed blocks, which were dropped before
+};
+
+/// `isNeeded` is asked for numbers of blocks; at least one must be. Every needed block is compared
+/// with its identity, and the new revision is proven by reading it again. Durable when it returns;
+/// the old revision is still there. Errors: damaged when frames with needed blocks are not what was
+/// written, then `found` has them; damaged without any when the new revision was not right. After
+/// any error there is no new revision.
+Result<RewrittenPack> rewritePack(Domain &domain, OpenPack &pack,
+                                  const std::function<bool(std::uint32_t block)> &isNeeded,
+                                  std::vector<DamagedPart> &found);
 
 } // namespace arca::engine
 

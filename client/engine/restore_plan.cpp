@@ -140,9 +140,11 @@ Result<std::optional<Extent>> RestorePlan::next()
     extent.offset = layout.blockOffset[run_.firstBlock];
     while (run_.blocks != 0 && run_.firstBlock < layout.endOf(extent.frame)) {
         const std::uint32_t length = layout.lengthOf(run_.firstBlock, extent.frame);
-        if (length == 0)
+        if (length == 0) {
+            damage_ = DamagedPart{layout.id(), layout.pack->which().revision, DamageKind::gaps, 0};
             return damaged("a block that is needed was dropped from the pack " +
                            layout.pack->blobName());
+        }
         extent.length += length;
         ++run_.firstBlock;
         --run_.blocks;

@@ -47,7 +47,8 @@ public:
 
     /// Nothing after the last one. `damaged` when a run leads nowhere.
     Result<std::optional<Extent>> next();
-    /// The pack that next() could not open because it is damaged, if that is what failed.
+    /// After next() failed: the pack that could not be opened because it is damaged, or that lacks
+    /// a block which is needed, if that is what failed.
     std::optional<DamagedPart> damage() const { return damage_; }
 
 private:

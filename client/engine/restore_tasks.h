@@ -43,7 +43,7 @@ public:
     /// Plans so many bytes of the stream, fewer at its end. How many. `damaged`.
     Result<std::size_t> plan(std::size_t bytes);
     bool allPlanned() const { return allPlanned_; }
-    /// The pack that plan() could not open because it is damaged, if that is what failed.
+    /// As RestorePlan::damage(), after plan() failed.
     std::optional<DamagedPart> damage() const { return plan_.damage(); }
     /// Some of those that lie far enough back, in the order of the stream; none when there are
     /// none.

@@ -51,4 +51,11 @@ Result<void> RevisionWriter::commit()
     return writer_->commit();
 }
 
+void removeRevision(const PackStore &packs, const PackName &which)
+{
+    const std::string name = packs.blobNameOf(which);
+    if (const auto opened = packs.blobs().open(name))
+        (void)packs.blobs().remove(name, **opened);
+}
+
 } // namespace arca::engine

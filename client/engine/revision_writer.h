@@ -44,6 +44,9 @@ private:
     std::uint32_t number_ = 0;
 };
 
+/// Removes a revision that was written and not proven, as well as that can be done.
+void removeRevision(const PackStore &packs, const PackName &which);
+
 } // namespace arca::engine
 
 #endif

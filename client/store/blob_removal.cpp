@@ -2,7 +2,9 @@
 #include "client/store/blob_removal.h"
 
 #include "client/base/text.h"
+#include "client/store/inventory.h"
 #include "client/store/quarantine.h"
+#include "client/store/record_forms.h"
 #include "client/store/record_kinds.h"
 #include "client/store/stored_manifests.h"
 
@@ -39,6 +41,22 @@ Result<void> readManifestWhole(NodeSpace &space, const std::string &blobName,
     }
 }
 
+/// Without its outcome a change whose plan is there would be decided again, perhaps the other way.
+Result<void> expectSettled(NodeSpace &space, const std::string &blobName)
+{
+    if (!blobName.starts_with(form::outcome.place))
+        return {};
+    const std::string plan = "changes/" + space.domain().nodeKey() +
+                             blobName.substr(blobName.rfind('/')) +
+                             std::string(form::changePlan.suffix);
+    const auto there = space.domain().blobs().open(plan);
+    if (!there && there.error().kind == ErrorKind::notFound)
+        return {};
+    return refusal(blobName, "says how the change in " + plan +
+                                 " ends, which is not settled yet; keep it, and bring a sound copy "
+                                 "of it back");
+}
+
 /// What is wrong with it; success when nothing is.
 Result<void> checkBlob(NodeSpace &space, const std::string &blobName, blob::BlobReader &blob)
 {
@@ -49,15 +67,18 @@ Result<void> checkBlob(NodeSpace &space, const std::string &blobName, blob::Blob
         return refusal(blobName, "is a pack: arca repair mends it, and arca reclaim removes it "
                                  "when no piece needs it");
     const auto slash = blobName.find('/');
-    const bool own = slash != std::string::npos && (blobName.starts_with("classes/") ||
-                                                    blobName.substr(slash + 1, key.size()) == key);
+    const bool own = slash != std::string::npos &&
+                     (blobName.starts_with("classes/") || blobName.starts_with("options/") ||
+                      blobName.substr(slash + 1, key.size()) == key);
     // The keys of the node and of the repository can be made again by nothing.
     if (!own || blobName.starts_with("nodes/"))
         return refusal(blobName, "is none that this node may remove");
     const RecordKind *const kind = recordKindAt(blobName);
     if (kind == nullptr)
         return Error{ErrorKind::damaged, "no record has such a name"};
-    ARCA_TRY(Bytes stored, blob::readWhole(space.domain().blobs(), blobName, kMaxRecordBytes));
+    ARCA_CHECK(expectSettled(space, blobName));
+    ARCA_TRY(Bytes stored,
+             blob::readWhole(space.domain().blobs(), blobName, maxRecordBytesAt(blobName)));
     ARCA_TRY(const Bytes bytes, recordAt(space.domain(), blobName, std::move(stored)));
     return kind->check(bytes);
 }
@@ -90,6 +111,13 @@ Result<BlobRemoval> removeBlob(NodeSpace &space, const std::string &blobName)
         return removal;
     }
     if (quarantine.isManifest(blobName)) {
+        ARCA_TRY(const auto turn,
+                 blobs.tryLock("reclaim-" + space.domain().nodeKey(), "giving up a damaged piece"));
+        if (!turn)
+            return Error{ErrorKind::conflict, "this node is being repaired, or its space "
+                                              "reclaimed, just now; try again when that is over"};
+        ARCA_CHECK(blob::withReserve(
+            blobs, [&] { return Inventory(space.domain()).noteGivenUp(blobName); }));
         ARCA_CHECK(quarantine.giveUp(blobName));
         return removal;
     }

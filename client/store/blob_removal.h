@@ -22,8 +22,8 @@ struct BlobRemoval {
 /// decide about packs); notFound.
 Result<BlobFate> fateOfBlob(NodeSpace &space, const std::string &blobName);
 
-/// Durable when it returns. Errors: as fateOfBlob(), and what the store says; then the blob is
-/// still there.
+/// Durable when it returns. Errors: as fateOfBlob(), conflict while the node is being repaired or
+/// its space reclaimed, and what the store says; then the blob is still there.
 Result<BlobRemoval> removeBlob(NodeSpace &space, const std::string &blobName);
 
 } // namespace arca::store

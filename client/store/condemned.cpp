@@ -55,16 +55,32 @@ Result<Mark> parseMark(ByteView bytes)
 
 NumberedRecord markRecord(const engine::Domain &domain)
 {
-    return {domain.blobs(), "reclaim/" + domain.nodeKey(), RecordSeal(domain)};
+    return {domain.blobs(), "reclaim/" + domain.nodeKey(), RecordSeal(domain), kMaxMarkBytes};
 }
 
-Result<std::set<engine::PackId>> readMarkedPacks(const engine::Domain &domain)
+Result<CurrentMark> currentMark(const engine::Domain &domain)
 {
-    ARCA_TRY(const auto state, markRecord(domain).latest());
-    if (!state)
-        return std::set<engine::PackId>();
-    ARCA_TRY(Mark mark, parseMark(state->bytes));
-    return std::move(mark.packs);
+    NumberedRecord record = markRecord(domain);
+    CurrentMark current;
+    const auto read = [&]() -> Result<void> {
+        ARCA_TRY(const auto state, record.latest());
+        if (!state)
+            return {};
+        current.number = state->number;
+        ARCA_TRY(current.mark, parseMark(state->bytes));
+        return {};
+    }();
+    if (read || (read.error().kind != ErrorKind::damaged && read.error().kind != ErrorKind::io)) {
+        ARCA_CHECK(read);
+        return current;
+    }
+    ARCA_TRY(current.number, record.newestNumber());
+    current.unreadable = record.nameOf(current.number);
+    ARCA_CHECK(domain.packs().list([&](const engine::PackName &pack) {
+        current.mark.packs.insert(pack.id);
+        return true;
+    }));
+    return current;
 }
 
 } // namespace arca::store

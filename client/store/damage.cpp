@@ -130,6 +130,17 @@ Result<void> DamageRecords::note(const DamagedPart &part, const std::string &fou
     return put;
 }
 
+Result<void> DamageRecords::passOnGaps(const engine::PackStore &packs, const DamagedPart &part,
+                                       const std::string &found)
+{
+    if (part.kind != DamageKind::gaps)
+        return {};
+    ARCA_TRY(const auto revisions, packs.revisionsOf(part.pack));
+    if (revisions.empty())
+        return {};
+    return note({part.pack, *revisions.rbegin(), DamageKind::gaps, 0}, found);
+}
+
 Result<engine::DamagedParts> DamageRecords::under(const std::string &prefix) const
 {
     engine::DamagedParts parts;

@@ -9,7 +9,9 @@
 //      a record that is damaged itself, or forged, costs space and never a piece.
 //   3. A stream reads them after it took its claim, as it does with the marks of reclaiming. From
 //      then on it refers to no block that they name, and stores what it brings of these anew.
-//   4. A record goes only when its part was read and found right, or when its revision is gone.
+//   4. A record goes only when its part was read and found right, or when its revision is gone. Who
+//      writes the next revision records what is damaged in that before the old one goes; of gaps a
+//      record is written for it again.
 //
 // Payload (kind "ARCADMGE", version 1): pack (16 bytes), revision (4), kind (4: 0 frame, 1 whole,
 // 2 gaps), frame (4), when it was found, seconds since 1970, UTC (8), and what was found: a 16-bit
@@ -55,6 +57,10 @@ public:
     /// Durable when it returns; fine when the part is recorded already. `found` is cut to 1,000
     /// bytes. Errors: what the store says; then nothing was recorded.
     Result<void> note(const engine::DamagedPart &part, const std::string &found);
+    /// Of a revision that is gone: what is recorded of its gaps is recorded of the newest revision,
+    /// which has no block more. Does nothing for another part, or when the pack is gone.
+    Result<void> passOnGaps(const engine::PackStore &packs, const engine::DamagedPart &part,
+                            const std::string &found);
     /// Everything that is recorded; blobs with other names are left out.
     Result<engine::DamagedParts> all() const;
     /// Of one revision of a pack.

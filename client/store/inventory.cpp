@@ -10,7 +10,7 @@
 #include "client/store/stored_manifests.h"
 
 #include <algorithm>
-#include <set>
+#include <optional>
 
 namespace arca::store
 {
@@ -61,21 +61,36 @@ struct Found {
     std::uint64_t manifests = 0;
     Ids ids;
     std::vector<std::uint32_t> damaged; // upper halves of what may be in damaged manifests
+
+    bool mayHold(PieceId id) const
+    {
+        return std::ranges::binary_search(damaged, static_cast<std::uint32_t>(id >> 32));
+    }
 };
 
-Result<Found> findManifests(engine::Domain &domain)
+/// The upper half of the identifier that a set-aside manifest had: the digits of its former name
+/// follow its place.
+std::optional<std::uint32_t> formerHalf(std::string_view blobName)
+{
+    const auto dash = blobName.find('-', blobName.rfind('/'));
+    if (dash == std::string_view::npos)
+        return std::nullopt;
+    const std::string had = "/" + std::string(blobName.substr(dash + 1));
+    return static_cast<std::uint32_t>(leadingDigits(had, 8));
+}
+
+/// `but` is left out; empty: none is.
+Result<Found> findManifests(engine::Domain &domain, const std::string &but = {})
 {
     Found found;
     ARCA_CHECK(visitManifests(
         domain.blobs(), domain.nodeKey(), [&](const StoredManifest &stored) -> Result<void> {
+            if (stored.blobName == but)
+                return {};
             ++found.manifests;
             if (stored.place == ManifestPlace::quarantined) {
-                // The digits of the name that it had follow its place.
-                const auto dash = stored.blobName.find('-', stored.blobName.rfind('/'));
-                if (dash == std::string::npos)
-                    return {};
-                const std::string had = "/" + stored.blobName.substr(dash + 1);
-                found.damaged.push_back(static_cast<std::uint32_t>(leadingDigits(had, 8)));
+                if (const auto half = formerHalf(stored.blobName))
+                    found.damaged.push_back(*half);
                 return {};
             }
             if (stored.place != ManifestPlace::active) {
@@ -83,9 +98,10 @@ Result<Found> findManifests(engine::Domain &domain)
                 return {};
             }
             const auto high = static_cast<std::uint32_t>(leadingDigits(stored.blobName, 8));
-            const auto id = peekIdentifier(stored.blob);
-            if (id && *id >> 32 == high)
-                found.ids.push_back(*id);
+            // Proven, as a header that was altered could stand for another piece of that name.
+            const auto manifest = readManifest(stored.blob, domain.manifestKey());
+            if (manifest && manifest->info.id >> 32 == high)
+                found.ids.push_back(manifest->info.id);
             else
                 found.damaged.push_back(high);
             return {};
@@ -146,11 +162,11 @@ Result<std::vector<Inventory::Read>> Inventory::readAll(std::vector<std::string>
     return notes;
 }
 
-Result<Stock> Inventory::check()
+/// What came by the notes and went by none, sorted.
+Result<Inventory::Noted> Inventory::readStock()
 {
-    Stock stock;
-    // The notes first: what is noted later may be stored later, too.
-    ARCA_TRY(const auto notes, readAll(stock.damaged));
+    Noted noted;
+    ARCA_TRY(const auto notes, readAll(noted.damaged));
     Ids came, went;
     for (const Read &read : notes) {
         came.insert(came.end(), read.note.came.begin(), read.note.came.end());
@@ -158,16 +174,47 @@ Result<Stock> Inventory::check()
     }
     sortOut(came);
     sortOut(went);
-    came = without(came, went);
-    stock.noted = came.size();
+    noted.stock = without(came, went);
+    return noted;
+}
+
+Result<Stock> Inventory::check()
+{
+    Stock stock;
+    // The notes first: what is noted later may be stored later, too.
+    ARCA_TRY(Noted noted, readStock());
+    stock.noted = noted.stock.size();
+    stock.damaged = std::move(noted.damaged);
     ARCA_TRY(const Found found, findManifests(domain_));
     stock.found = found.manifests;
-    stock.missing = without(came, found.ids);
-    std::erase_if(stock.missing, [&](PieceId id) {
-        return std::binary_search(found.damaged.begin(), found.damaged.end(),
-                                  static_cast<std::uint32_t>(id >> 32));
-    });
+    stock.missing = without(noted.stock, found.ids);
+    std::erase_if(stock.missing, [&](PieceId id) { return found.mayHold(id); });
+    if (stock.missing.empty())
+        return stock;
+    // What was purged since the notes were read was noted as gone before.
+    ARCA_TRY(const Noted now, readStock());
+    std::erase_if(stock.missing,
+                  [&](PieceId id) { return !std::ranges::binary_search(now.stock, id); });
     return stock;
+}
+
+Result<void> Inventory::noteGivenUp(const std::string &blobName)
+{
+    const auto half = formerHalf(blobName);
+    if (!isKept() || !half)
+        return {};
+    ARCA_TRY(const Noted noted, readStock());
+    ARCA_TRY(const Found others, findManifests(domain_, blobName));
+    Ids its = without(noted.stock, others.ids);
+    std::erase_if(its, [&](PieceId id) {
+        return static_cast<std::uint32_t>(id >> 32) != *half || others.mayHold(id);
+    });
+    // Of several pieces of that name, those that its header does not claim stay missing.
+    const auto blob = domain_.blobs().open(blobName);
+    const auto claimed = blob ? peekIdentifier(**blob) : Result<PieceId>(blob.error());
+    if (claimed && std::ranges::binary_search(its, *claimed))
+        its = {*claimed};
+    return its.empty() ? Result<void>() : noteWent(std::move(its));
 }
 
 Result<void> Inventory::put(const Note &note)

@@ -60,6 +60,9 @@ public:
     Result<Stock> check();
     /// Notes durably that these went. Only who holds the node's lock of reclaiming may call it.
     Result<void> noteWent(std::vector<PieceId> went);
+    /// Notes durably that what a manifest in the quarantine may have been is given up, under the
+    /// same lock and before the manifest goes, so that it does not count as missing then.
+    Result<void> noteGivenUp(const std::string &blobName);
     /// Makes few notes of many, under the same lock. Failing, it leaves notes that say the same.
     Result<void> compact();
 
@@ -68,6 +71,11 @@ private:
         std::string name;
         Note note;
     };
+    struct Noted {
+        std::vector<PieceId> stock;
+        std::vector<std::string> damaged;
+    };
+    Result<Noted> readStock();
     Result<std::vector<Read>> readAll(std::vector<std::string> &damaged);
     Result<void> put(const Note &note);
 

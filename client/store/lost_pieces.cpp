@@ -39,7 +39,7 @@ Result<void> visitLostPieces(NodeSpace &space, const LostBlocks &lost,
                               std::string name = stored.blobName;
                               const auto loss =
                                   lossOf(space, stored.blobName, stored.blob, lost, name);
-                              if (!loss && loss.error().kind != ErrorKind::damaged)
+                              if (!loss && !isUnreadable(loss.error()))
                                   return loss.error();
                               if (!loss)
                                   visit({name, loss.error().text});

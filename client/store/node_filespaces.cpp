@@ -117,8 +117,8 @@ Result<void> NodeSpace::emptyFilespace(const std::string &name)
         if (stored.place == ManifestPlace::removed)
             return {};
         auto manifest = readOwn(stored.blob, stored.blobName);
-        // A damaged one may be another filespace's: it is left to be looked into.
-        if (!manifest && manifest.error().kind == ErrorKind::damaged)
+        // One that cannot be read may be another filespace's: it is left to be looked into.
+        if (!manifest && isUnreadable(manifest.error()))
             return {};
         ARCA_CHECK(manifest);
         if (manifest->info.description.name.filespace != name)

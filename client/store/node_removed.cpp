@@ -105,15 +105,20 @@ Result<void> NodeSpace::visitRemovedUnder(const std::string &prefix,
         return true;
     }));
     std::ranges::sort(names, [](const RemovedName &one, const RemovedName &other) {
-        return std::pair(one.id, one.at) < std::pair(other.id, other.at);
+        return std::pair(one.id, other.at) < std::pair(other.id, one.at);
     });
-    for (std::size_t i = 0; i < names.size(); ++i) {
-        if (i + 1 < names.size() && names[i + 1].id == names[i].id)
+    // The last first; one that is damaged does not hide the manifest of an earlier removal.
+    std::optional<PieceId> shown;
+    for (const RemovedName &name : names) {
+        if (shown == name.id)
             continue;
-        const auto piece = readRemoved(names[i]);
+        const auto piece = readRemoved(name);
         if (!piece && piece.error().kind != ErrorKind::damaged)
             return piece.error();
-        if (piece && *piece && !visit(**piece))
+        if (!piece || !*piece)
+            continue;
+        shown = name.id;
+        if (!visit(**piece))
             break;
     }
     return {};
@@ -138,14 +143,20 @@ Result<std::vector<RemovedPiece>> NodeSpace::removedOf(const ObjectName &name)
 Result<NodeSpace::Located> NodeSpace::locateRemoved(PieceId id)
 {
     ARCA_TRY(const auto names, removedNames(id));
-    if (names.empty())
-        return notRemoved(id);
-    ARCA_TRY(const auto piece, readRemoved(names.front()));
-    if (!piece)
-        return notRemoved(id);
-    const std::string blobName = removedNameOf(key_, names.front());
-    ARCA_TRY(auto blob, store_.open(blobName));
-    return Located{blobName, std::move(blob), piece->info};
+    std::optional<Error> failure;
+    for (const RemovedName &name : names) {
+        const auto piece = readRemoved(name);
+        if (!piece && piece.error().kind == ErrorKind::damaged)
+            failure = piece.error();
+        else if (!piece)
+            return piece.error();
+        if (!piece || !*piece)
+            continue;
+        const std::string blobName = removedNameOf(key_, name);
+        ARCA_TRY(auto blob, store_.open(blobName));
+        return Located{blobName, std::move(blob), (*piece)->info};
+    }
+    return failure ? *failure : notRemoved(id);
 }
 
 /// A finished piece with the stream of a removed one.
@@ -244,6 +255,27 @@ Result<PieceInfo> NodeSpace::leadTo(PieceId former, PieceId id)
     old.record.renamedTo = id;
     ARCA_CHECK(records.write(old));
     return find(id);
+}
+
+Result<std::vector<PieceId>> NodeSpace::goneWith(std::span<const RemovedName> names)
+{
+    std::set<std::pair<PieceId, std::int64_t>> going;
+    std::set<PieceId> ids;
+    for (const RemovedName &name : names) {
+        going.emplace(name.id, name.at);
+        ids.insert(name.id);
+    }
+    std::vector<PieceId> gone;
+    for (const PieceId id : ids) {
+        ARCA_TRY(const auto removed, removedNames(id));
+        const bool stays = std::ranges::any_of(removed, [&](const RemovedName &name) {
+            return !going.contains({name.id, name.at});
+        });
+        // What cannot be read elsewhere is named as damaged, and is not missed when it goes.
+        if (!stays && !locate(id) && !locateInactive(id))
+            gone.push_back(id);
+    }
+    return gone;
 }
 
 Result<void> NodeSpace::purge(std::span<const RemovedName> names)

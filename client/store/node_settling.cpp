@@ -247,7 +247,15 @@ Result<void> NodeSpace::finishChange(const ChangePlan &plan)
     ObjectRecords records(*domain_);
     for (const PieceId id : plan.going) {
         ARCA_TRY(auto state, records.read(id));
-        const bool renamed = state.record.renamedTo != 0;
+        const bool renamed = state.record.renamedTo != 0 &&
+                             (state.record.goneBy == 0 || state.record.goneBy == plan.id);
+        if (state.record.renamedTo != 0 && !renamed) {
+            // Left by a renaming that was undone: taken for one, the piece would be gone for good.
+            state.record.renamedTo = 0;
+            state.record.goneBy = 0;
+            ARCA_CHECK(records.write(state));
+            ARCA_TRY(state, records.read(id));
+        }
         // What was renamed lives on under its new name: the old manifest is not for bringing back.
         ARCA_CHECK(removeEverywhere(id, renamed ? 0 : std::time(nullptr)));
         if (!renamed) {

@@ -93,6 +93,8 @@ public:
     /// leads to it. After an error it is removed as before. Takes the lock of changes itself.
     /// Errors: notFound, exists when its name is in use, noFilespace.
     Result<PieceInfo> undelete(PieceId id);
+    /// Returns the pieces of which nothing is left once these removed manifests are purged.
+    Result<std::vector<PieceId>> goneWith(std::span<const RemovedName> names);
     /// Takes removed manifests away for good, with their records, and locks changes itself. Only
     /// reclaiming calls it, after it noted that they go (inventory.h). After an error some may be
     /// gone; it may be called again.

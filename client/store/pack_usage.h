@@ -1,6 +1,6 @@
 // Which blocks of which packs the pieces of a node need: what all its manifests refer to, those
-// that do not show (yet, or any more) included. In bounded memory: with many packs the manifests
-// are gone through several times.
+// that do not show (yet, or any more) included. With many packs in bounded memory and one pass over
+// the manifests: what they need is kept in a temporary file, and looked at share by share.
 #ifndef KEEL_CLIENT_STORE_PACK_USAGE_H
 #define KEEL_CLIENT_STORE_PACK_USAGE_H
 
@@ -27,21 +27,43 @@ struct DamagedManifests {
     bool keepLists = true; // of these packs, in the repository
 };
 
-/// Manifests that are about to go, and what only they may need.
-struct Leaving {
+struct UseQuestion {
+    std::size_t packs = 0; // about how many there are
+    /// Empty: all packs are wanted.
+    std::function<bool(const engine::PackId &)> wanted;
+    /// Answers true for manifests that are about to go; empty: none is.
     std::function<bool(const StoredManifest &)> leaves;
-    PackUse use;
+    /// Called before each pass over the manifests. May be empty.
+    std::function<void()> beginPass;
+    /// Damaged manifests are added to it and passed over. Null: they are an error, as what they
+    /// need cannot be told.
+    DamagedManifests *damaged = nullptr;
+    /// A temporary file that grew to so many bytes is written again without what is in it twice.
+    std::uint64_t mostSpilled = std::uint64_t{1} << 30;
 };
 
-/// Returns the use of the packs that `wanted` admits. What a manifest needs that leaves is put into
-/// `leaving`, and counts as used only if another one needs it too. Damaged manifests are added to
-/// `damaged` and passed over. Without it they are an error, as what they need cannot be told.
-/// Errors: damaged.
+/// The use of the packs whose shareOf() is `share`.
+struct ShareUse {
+    std::size_t share = 0, shares = 1;
+    PackUse needed;
+    PackUse leaving; // what manifests need that are about to go
+
+    bool has(const engine::PackId &pack) const;
+};
+
+/// Visits each share once, in their order. The temporary file is made in the directory of the
+/// host's cache; where that does not work, the manifests are gone through once for each share.
+/// Errors: damaged, what reading says, and the first one of `visit`, which ends it.
+Result<void> visitUse(engine::Domain &domain, const UseQuestion &question,
+                      const std::function<Result<void>(ShareUse &)> &visit);
+
+/// Returns the use of the packs that `wanted` admits, all in memory at once. Errors: damaged.
 Result<PackUse> usedBlocks(engine::Domain &domain,
-                           const std::function<bool(const engine::PackId &)> &wanted,
-                           Leaving *leaving = nullptr, DamagedManifests *damaged = nullptr);
+                           const std::function<bool(const engine::PackId &)> &wanted);
 
 std::size_t countUsed(const BlockUse &use);
+
+std::size_t shareOf(const engine::PackId &id, std::size_t shares);
 
 } // namespace arca::store
 

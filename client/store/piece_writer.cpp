@@ -21,7 +21,8 @@ Result<std::unique_ptr<PieceWriter>> PieceWriter::begin(engine::Domain &domain,
     ARCA_TRY(writer->manifest_, ManifestWriter::begin(domain.blobs(), domain.manifestKey(),
                                                       settings.cipher, id, description));
     engine::AvoidedPacks avoided;
-    ARCA_TRY(avoided.marked, readMarkedPacks(domain));
+    ARCA_TRY(CurrentMark current, currentMark(domain));
+    avoided.marked = std::move(current.mark.packs);
     ARCA_TRY(avoided.damaged, DamageRecords(domain).all());
     ARCA_TRY(writer->stream_,
              engine::StreamWriter::begin(domain, std::move(avoided), settings, *writer->manifest_));
@@ -39,13 +40,13 @@ Result<std::unique_ptr<PieceWriter>> PieceWriter::copyOf(engine::Domain &domain,
     const Cipher cipher = from.info.totals.cipher;
     ARCA_TRY(writer->manifest_,
              ManifestWriter::begin(domain.blobs(), domain.manifestKey(), cipher, id, description));
-    ARCA_TRY(const auto condemned, readMarkedPacks(domain));
+    ARCA_TRY(const CurrentMark current, currentMark(domain));
     ManifestRuns runs(original, from);
     for (;;) {
         ARCA_TRY(const auto run, runs.next());
         if (!run)
             break;
-        if (run->blocks != 0 && condemned.contains(run->pack))
+        if (run->blocks != 0 && current.mark.packs.contains(run->pack))
             return Error{ErrorKind::conflict, "blocks of the piece are being reclaimed"};
         ARCA_CHECK(writer->manifest_->take(*run));
     }

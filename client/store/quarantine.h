@@ -56,11 +56,13 @@ public:
     /// there is none yet, it is made for this once.
     Result<std::set<engine::PackId>> packsHeldFor(blob::BlobReader &manifest, bool write);
 
+    /// Every pack that is there.
+    Result<std::set<engine::PackId>> packsNow() const;
+
     /// Deletes a manifest that was set aside, and its list, for good. Errors: notFound.
     Result<void> giveUp(const std::string &blobName);
 
 private:
-    Result<std::set<engine::PackId>> packsNow() const;
     Result<std::string> digestOf(blob::BlobReader &blob) const;
     Result<void> remove(const std::string &blobName);
 

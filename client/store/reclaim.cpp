@@ -2,26 +2,15 @@
 #include "client/store/reclaim.h"
 
 #include "client/base/text.h"
-#include "client/engine/pack_rewriter.h"
 
 #include <algorithm>
 #include <ctime>
-#include <limits>
 
 namespace arca::store
 {
 
 namespace
 {
-
-/// The use of so many packs at once: some 2 KiB each, more with small blocks.
-constexpr std::size_t kPacksAtOnce = 16 * 1024;
-
-std::size_t shareOf(const engine::PackId &id, std::size_t shares)
-{
-    return (std::to_integer<std::size_t>(id[1]) << 8 | std::to_integer<std::size_t>(id[2])) %
-           shares;
-}
 
 std::size_t countUnexplained(const engine::PackIndex *index, std::size_t blocks,
                              const BlockUse &use, const BlockUse &purged, std::size_t &unused)
@@ -101,12 +90,12 @@ Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &i
                                                          const BlockUse &purged,
                                                          ReclaimTotals &totals)
 {
-    auto opened = domain_.packs().open(id);
+    auto opened = openPack(id);
     if (!opened && opened.error().kind == ErrorKind::notFound)
         return std::optional<Candidate>(); // deleted since the listing
     const std::size_t used = countUsed(use);
     const bool isHeld = damaged_.heldPacks.contains(id);
-    if (!opened && opened.error().kind == ErrorKind::damaged)
+    if (!opened && isUnreadable(opened.error()))
         return judgeDamaged(id, used == 0 && !isHeld, countUsed(purged) != 0, totals);
     ARCA_TRY(const auto pack, std::move(opened));
     ++totals.packs;
@@ -124,10 +113,12 @@ Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &i
     // Only a pack that was rewritten has blocks that were dropped before.
     if (candidate.dead && pack->which().revision == 1)
         return explain(nullptr);
+    if (!candidate.dead && listing_.revisionsOf(id).size() > 1)
+        return judgeRevisions(*pack);
     if (used > pack->blocks() / 2)
         return std::optional<Candidate>();
     auto read = pack->readIndex();
-    if (!read && read.error().kind == ErrorKind::damaged) {
+    if (!read && isUnreadable(read.error())) {
         if (candidate.dead)
             return explain(nullptr);
         totals.damagedPacks.insert(pack->blobName());
@@ -150,14 +141,37 @@ Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &i
     return explain(&index);
 }
 
+/// The revisions that a run or a repair which was killed left beside the one that is read.
+Result<std::optional<Reclaim::Candidate>> Reclaim::judgeRevisions(const engine::OpenPack &read)
+{
+    Candidate candidate{read.which().id, read.size(), 0, 0, false};
+    for (const engine::PackName &revision : listing_.revisionsOf(candidate.id))
+        if (revision.revision != read.which().revision)
+            if (const auto blob = domain_.blobs().open(domain_.packs().blobNameOf(revision)))
+                candidate.freed += (*blob)->size();
+    return std::optional(candidate);
+}
+
+/// The revision that PackStore::open() leads to, without listing its directory again.
+Result<std::unique_ptr<engine::OpenPack>> Reclaim::openPack(const engine::PackId &id)
+{
+    const auto revisions = listing_.revisionsOf(id);
+    if (!revisions.empty()) {
+        auto opened = domain_.packs().open(revisions.front().revision == 1 ? revisions.front()
+                                                                           : revisions.back());
+        if (opened || opened.error().kind != ErrorKind::notFound)
+            return opened;
+    }
+    return domain_.packs().open(id);
+}
+
 /// A pack that cannot be opened is all dead or stays.
 Result<std::optional<Reclaim::Candidate>>
 Reclaim::judgeDamaged(const engine::PackId &id, bool dead, bool explained, ReclaimTotals &totals)
 {
     std::uint64_t bytes = 0;
-    ARCA_TRY(const auto revisions, domain_.packs().revisionsOf(id));
-    for (const std::uint32_t revision : revisions) {
-        const std::string name = domain_.packs().blobNameOf({id, revision});
+    for (const engine::PackName &revision : listing_.revisionsOf(id)) {
+        const std::string name = domain_.packs().blobNameOf(revision);
         if (const auto blob = domain_.blobs().open(name))
             bytes += (*blob)->size();
         if (!dead)
@@ -172,35 +186,40 @@ Reclaim::judgeDamaged(const engine::PackId &id, bool dead, bool explained, Recla
 
 Result<std::vector<Reclaim::Candidate>> Reclaim::look(ReclaimTotals &totals)
 {
-    std::set<engine::PackId> packs;
-    ARCA_CHECK(domain_.packs().list([&](const engine::PackName &pack) {
-        packs.insert(pack.id);
-        return true;
-    }));
+    ARCA_TRY(listing_, PackListing::of(domain_.packs()));
     std::vector<Candidate> found;
-    const std::size_t shares = packs.size() / kPacksAtOnce + 1;
-    for (std::size_t share = 0; share < shares; ++share) {
+    UseQuestion question;
+    question.packs = listing_.size();
+    question.damaged = &damaged_;
+    question.leaves = [&](const StoredManifest &stored) { return leaves(stored, totals); };
+    question.beginPass = [&] {
         over_.clear();
         totals.keptPieces = 0;
-        Leaving leaving{[&](const StoredManifest &stored) { return leaves(stored, totals); }, {}};
-        ARCA_TRY(PackUse use,
-                 usedBlocks(
-                     domain_,
-                     [&](const engine::PackId &id) { return shareOf(id, shares) == share; },
-                     &leaving, &damaged_));
-        // Also what earlier looks of this run found, which is purged by now.
-        for (auto &[id, blocks] : leaving.use)
-            explained_[id] = std::move(blocks);
-        for (const engine::PackId &id : packs) {
-            if (shareOf(id, shares) != share)
-                continue;
-            ARCA_TRY(const auto candidate, judge(id, use[id], explained_[id], totals));
-            if (candidate)
-                found.push_back(*candidate);
-        }
-    }
+    };
+    ARCA_CHECK(visitUse(domain_, question, [&](const ShareUse &use) {
+        Result<void> judged;
+        listing_.eachPack([&](const engine::PackId &id) {
+            if (judged && use.has(id))
+                judged = judgeOne(id, use, totals, found);
+        });
+        return judged;
+    }));
     totals.purgedPieces = over_.size();
     return found;
+}
+
+Result<void> Reclaim::judgeOne(const engine::PackId &id, const ShareUse &use, ReclaimTotals &totals,
+                               std::vector<Candidate> &found)
+{
+    static const BlockUse kNone;
+    const auto in = [&](const PackUse &some) -> const BlockUse & {
+        const auto known = some.find(id);
+        return known == some.end() ? kNone : known->second;
+    };
+    ARCA_TRY(const auto candidate, judge(id, in(use.needed), in(use.leaving), totals));
+    if (candidate)
+        found.push_back(*candidate);
+    return {};
 }
 
 /// Streams that were never finished leave packs that no removal explains, and so does a set of
@@ -230,9 +249,8 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
 {
     if (over_.empty())
         return {};
-    std::vector<PieceId> went;
-    for (const RemovedName &name : over_)
-        went.push_back(name.id);
+    // A piece whose removal was killed in between still shows, and is not noted as gone.
+    ARCA_TRY(std::vector<PieceId> went, space_.goneWith(over_));
     ARCA_CHECK(inventory_.noteWent(std::move(went)));
     constexpr std::size_t kAtOnce = 64;
     for (std::span<const RemovedName> left = over_; !left.empty();) {
@@ -245,13 +263,12 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
     return {};
 }
 
-Result<Mark> Reclaim::currentMark()
+Result<Mark> Reclaim::readMark(ReclaimTotals &totals)
 {
-    ARCA_TRY(const auto state, markRecord(domain_).latest());
-    markNumber_ = state ? state->number : 0;
-    if (!state)
-        return Mark{};
-    return parseMark(state->bytes);
+    ARCA_TRY(CurrentMark current, currentMark(domain_));
+    markNumber_ = current.number;
+    totals.damagedMark = current.unreadable;
+    return std::move(current.mark);
 }
 
 /// The state after the one that was read or written last. A run that lost its lock to another one
@@ -291,7 +308,7 @@ Result<ReclaimTotals> Reclaim::plan()
     ReclaimTotals totals;
     damaged_.keepLists = false;
     ARCA_CHECK(compareStock(false, totals));
-    ARCA_TRY(const Mark mark, currentMark());
+    ARCA_TRY(const Mark mark, readMark(totals));
     ARCA_TRY(const auto living, stillLiving(mark));
     ARCA_TRY(const auto found, look(totals));
     ARCA_CHECK(expectExplained(found, totals));
@@ -318,11 +335,14 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
         return Error{ErrorKind::conflict, "space of this node is being reclaimed already"};
     ARCA_CHECK(domain_.blobs().removeLeftovers());
     space_.settleChanges();
-    ARCA_CHECK(deleteOldRevisions());
     ReclaimTotals totals;
     ARCA_CHECK(compareStock(request_.acceptMissing, totals));
-    ARCA_TRY(Mark mark, currentMark());
+    ARCA_TRY(Mark mark, readMark(totals));
     bool goOn = true;
+    if (!totals.damagedMark.empty()) {
+        // What the damaged one said may be about to happen still, by a process that sleeps.
+        ARCA_TRY(mark, markPacks(std::move(mark.packs)));
+    }
     if (!mark.packs.empty()) {
         ARCA_TRY(goOn, settle(mark, step, totals));
     }
@@ -337,7 +357,11 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
         if (first)
             ARCA_CHECK(expectExplained(found, seen));
         if (!found.empty()) {
-            ARCA_TRY(mark, markPacks(found));
+            std::set<engine::PackId> packs;
+            for (const Candidate &one :
+                 std::span(found).first(std::min(found.size(), kMaxMarkedPacks)))
+                packs.insert(one.id);
+            ARCA_TRY(mark, markPacks(std::move(packs)));
         }
         ARCA_CHECK(purge(totals));
         if (found.empty())
@@ -352,11 +376,9 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
     return totals;
 }
 
-Result<Mark> Reclaim::markPacks(std::span<const Candidate> found)
+Result<Mark> Reclaim::markPacks(std::set<engine::PackId> packs)
 {
-    Mark mark;
-    for (const Candidate &candidate : found.first(std::min(found.size(), kMaxMarkedPacks)))
-        mark.packs.insert(candidate.id);
+    Mark mark{std::move(packs), {}};
     ARCA_CHECK(writeMark(mark));
     // Only now: whoever begins after this sees the mark.
     ARCA_TRY(mark.claims, domain_.blobs().livingWriters());
@@ -381,105 +403,6 @@ Result<bool> Reclaim::settle(const Mark &mark, const Step &step, ReclaimTotals &
     if (goOn)
         ARCA_CHECK(writeMark(Mark{}));
     return goOn;
-}
-
-/// A run that was killed may have left the revision before the newest.
-Result<void> Reclaim::deleteOldRevisions()
-{
-    std::map<engine::PackId, std::uint32_t> newest;
-    std::set<engine::PackId> several;
-    ARCA_CHECK(domain_.packs().list([&](const engine::PackName &pack) {
-        std::uint32_t &revision = newest[pack.id];
-        if (revision != 0)
-            several.insert(pack.id);
-        revision = std::max(revision, pack.revision);
-        return true;
-    }));
-    for (const engine::PackId &id : several) {
-        const auto pack = domain_.packs().open(engine::PackName{id, newest[id]});
-        // The one before is better than one that cannot be read.
-        if (pack && (*pack)->readIndex())
-            ARCA_CHECK(deletePack(id, newest[id]));
-    }
-    return {};
-}
-
-/// The marked packs, judged anew; the dead ones first, because they free space for the others.
-/// Answers false when it was told to stop.
-Result<bool> Reclaim::sweep(const Mark &mark, const Step &step, ReclaimTotals &totals)
-{
-    ARCA_TRY(PackUse use,
-             usedBlocks(
-                 domain_, [&](const engine::PackId &id) { return mark.packs.contains(id); },
-                 nullptr, &damaged_));
-    std::vector<engine::PackId> mostlyDead;
-    for (const engine::PackId &id : mark.packs) {
-        ReclaimTotals ignored;
-        ARCA_TRY(const auto candidate, judge(id, use[id], {}, ignored));
-        if (!candidate)
-            continue;
-        if (!candidate->dead) {
-            mostlyDead.push_back(id);
-            continue;
-        }
-        ARCA_CHECK(deletePack(id, std::numeric_limits<std::uint32_t>::max()));
-        domain_.hints().forget(id);
-        ++totals.deadPacks;
-        totals.freedBytes += candidate->bytes;
-        if (step && !step(totals))
-            return false;
-    }
-    Result<void> spaceless;
-    for (const engine::PackId &id : mostlyDead) {
-        auto rewritten =
-            blob::withReserve(domain_.blobs(), [&] { return rewrite(id, use[id], totals); });
-        if (!rewritten && rewritten.error().kind == ErrorKind::full) {
-            spaceless = std::move(rewritten); // a smaller one may still find its place
-            continue;
-        }
-        if (!rewritten && rewritten.error().kind == ErrorKind::damaged) {
-            totals.damagedPacks.insert(
-                domain_.packs().blobNameOf({id, domain_.packs().revisionToRead(id).value_or(1)}));
-            continue; // nothing was written, and the pack is as it was
-        }
-        ARCA_CHECK(std::move(rewritten));
-        if (step && !step(totals))
-            return false;
-    }
-    ARCA_CHECK(std::move(spaceless));
-    return true;
-}
-
-Result<void> Reclaim::rewrite(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals)
-{
-    ARCA_TRY(const auto pack, domain_.packs().open(id));
-    ARCA_TRY(const std::uint64_t after,
-             engine::rewritePack(domain_.packs(), *pack, [&](std::uint32_t block) {
-                 return block < use.size() && use[block];
-             }));
-    ARCA_CHECK(deletePack(id, pack->which().revision + 1));
-    ++totals.rewrittenPacks;
-    totals.freedBytes += pack->size() - std::min(pack->size(), after);
-    return {};
-}
-
-/// Every revision before that one.
-Result<void> Reclaim::deletePack(const engine::PackId &id, std::uint32_t beforeRevision)
-{
-    ARCA_TRY(const auto revisions, domain_.packs().revisionsOf(id));
-    for (const std::uint32_t revision : revisions) {
-        if (revision >= beforeRevision)
-            continue;
-        const std::string name = domain_.packs().blobNameOf({id, revision});
-        auto blob = domain_.blobs().open(name);
-        if (!blob && blob.error().kind == ErrorKind::notFound)
-            continue;
-        ARCA_TRY(const auto opened, std::move(blob));
-        auto removed = domain_.blobs().remove(name, *opened);
-        if (!removed && removed.error().kind != ErrorKind::notFound)
-            return removed;
-    }
-    return {};
 }
 
 } // namespace arca::store

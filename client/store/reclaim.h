@@ -35,7 +35,8 @@
 // What is damaged holds up nothing else. The packs that a damaged manifest may need are all those
 // that were there when it was first found damaged (quarantine.h); they are kept until it is given
 // up. A damaged pack that no piece needs is deleted; one that is needed is left as it is, with what
-// of it can be read.
+// of it can be read. Rewriting compares every block with its identity: what is damaged, or lost
+// already, stays recorded (damage.h), and never gets another revision without a record.
 //
 // On a full disk it works with what the store keeps back; a pack that cannot be rewritten even so
 // is left for the next run, which the failure of this one tells. Killed anywhere it does no harm,
@@ -47,6 +48,7 @@
 #include "client/store/grace.h"
 #include "client/store/inventory.h"
 #include "client/store/node_space.h"
+#include "client/store/pack_listing.h"
 #include "client/store/pack_usage.h"
 
 namespace arca::store
@@ -73,6 +75,7 @@ struct ReclaimTotals {
     std::vector<std::string> waitingFor;    // the claims, as "<process>-<random>"
     std::set<std::string> damagedManifests; // blobs; what they may need is kept
     std::set<std::string> damagedPacks;     // blobs that pieces need: left for repairing
+    std::string damagedMark; // the blob of the mark that could not be read, and was replaced
 };
 
 class Reclaim
@@ -98,25 +101,43 @@ private:
         bool dead = false;
     };
     Result<void> compareStock(bool accept, ReclaimTotals &totals);
+    struct Sweep {
+        const Step &step;
+        ReclaimTotals &totals;
+        std::set<engine::PackId> spaceless; // no room to rewrite them
+        Result<void> noRoom, failure;       // the first of each kind that did not end it
+        bool goOn = true;
+    };
     Result<std::vector<Candidate>> look(ReclaimTotals &totals);
     Result<std::optional<Candidate>> judge(const engine::PackId &id, const BlockUse &use,
                                            const BlockUse &purged, ReclaimTotals &totals);
     Result<std::optional<Candidate>> judgeDamaged(const engine::PackId &id, bool dead,
                                                   bool explained, ReclaimTotals &totals);
+    Result<std::optional<Candidate>> judgeRevisions(const engine::OpenPack &read);
+    Result<void> judgeOne(const engine::PackId &id, const ShareUse &use, ReclaimTotals &totals,
+                          std::vector<Candidate> &found);
+    Result<std::unique_ptr<engine::OpenPack>> openPack(const engine::PackId &id);
     bool isOver(const RemovedName &name) const;
     bool leaves(const StoredManifest &stored, ReclaimTotals &totals);
     Result<void> expectExplained(std::span<const Candidate> found,
                                  const ReclaimTotals &totals) const;
     Result<void> purge(ReclaimTotals &totals);
     Result<std::set<std::string>> stillLiving(const Mark &mark);
-    Result<Mark> markPacks(std::span<const Candidate> found);
+    Result<Mark> markPacks(std::set<engine::PackId> packs);
     Result<bool> settle(const Mark &mark, const Step &step, ReclaimTotals &totals);
     Result<bool> sweep(const Mark &mark, const Step &step, ReclaimTotals &totals);
-    Result<void> deleteOldRevisions();
+    Result<void> sweepSome(const std::set<engine::PackId> &packs, Sweep &sweep);
+    Result<void> sweepShare(std::span<const engine::PackId> packs, PackUse &use, Sweep &sweep);
+    Result<void> passOver(const engine::PackId &id, Error failure, Sweep &sweep);
+    Result<void> shrink(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals);
+    Result<void> keepNewest(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals);
+    Result<void> noteGaps(const engine::PackName &pack);
+    Result<void> forgetDamage(const engine::PackName &pack);
     Result<void> deletePack(const engine::PackId &id, std::uint32_t beforeRevision);
+    Result<bool> needsDamaged(const engine::OpenPack &pack, const BlockUse &use);
     Result<void> rewrite(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals);
     Result<void> writeMark(const Mark &mark);
-    Result<Mark> currentMark();
+    Result<Mark> readMark(ReclaimTotals &totals);
     void wait(const Mark &mark, std::set<std::string> living, ReclaimTotals &totals);
 
     NodeSpace &space_;
@@ -125,7 +146,8 @@ private:
     const ReclaimRequest request_;
     const std::int64_t now_;        // as the run began
     std::vector<RemovedName> over_; // removed, and their time is over
-    PackUse explained_;             // what the purged pieces of this run needed
+    PackListing listing_;           // of the look, or of the sweep
+    engine::DamagedParts known_;    // as the sweep began
     DamagedManifests damaged_;
     std::uint32_t markNumber_ = 0; // of the mark that this run read or wrote last
 };

@@ -64,6 +64,12 @@ Result<std::vector<std::uint32_t>> NumberedRecord::numbers()
     return found;
 }
 
+Result<std::uint32_t> NumberedRecord::newestNumber()
+{
+    ARCA_TRY(const auto found, numbers());
+    return found.empty() ? 0 : found.back();
+}
+
 Result<std::optional<NumberedRecord::State>> NumberedRecord::latest()
 {
     // The newest may be superseded and removed between listing and opening it; then there is a
@@ -72,7 +78,7 @@ Result<std::optional<NumberedRecord::State>> NumberedRecord::latest()
         ARCA_TRY(const auto found, numbers());
         if (found.empty())
             return std::optional<State>();
-        auto bytes = blob::readWhole(store_, nameOf(found.back()), kMaxRecordBytes);
+        auto bytes = blob::readWhole(store_, nameOf(found.back()), maxBytes_);
         if (bytes) {
             ARCA_TRY(auto opened, seal_.open(nameOf(found.back()), std::move(bytes).value()));
             return std::optional(State{found.back(), std::move(opened.record), opened.proven});

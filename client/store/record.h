@@ -38,8 +38,10 @@ class NumberedRecord
 {
 public:
     /// `seal` proves each state for its place; without a key nothing is proven.
-    NumberedRecord(blob::BlobStore &store, std::string prefix, RecordSeal seal = {})
-        : store_(store), prefix_(std::move(prefix)), seal_(seal)
+    /// A state of more than `maxBytes` counts as damaged.
+    NumberedRecord(blob::BlobStore &store, std::string prefix, RecordSeal seal = {},
+                   std::size_t maxBytes = kMaxRecordBytes)
+        : store_(store), prefix_(std::move(prefix)), seal_(seal), maxBytes_(maxBytes)
     {
     }
 
@@ -52,6 +54,11 @@ public:
     /// Nothing when the record was never written. Errors: damaged, also when it is not proven.
     Result<std::optional<State>> latest();
 
+    /// The number of the newest state, whether it can be read or not; 0: there is none.
+    Result<std::uint32_t> newestNumber();
+    /// The blob that holds the state of that number.
+    std::string nameOf(std::uint32_t number) const;
+
     /// Writes the state after `number`; 0 for the first. `conflict` when somebody was faster.
     Result<void> write(std::uint32_t number, ByteView bytes);
 
@@ -61,12 +68,12 @@ public:
 
 private:
     Result<std::vector<std::uint32_t>> numbers();
-    std::string nameOf(std::uint32_t number) const;
     void removeSuperseded(std::uint32_t newest);
 
     blob::BlobStore &store_;
     std::string prefix_;
     RecordSeal seal_;
+    std::size_t maxBytes_;
 };
 
 } // namespace arca::store

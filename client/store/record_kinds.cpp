@@ -77,6 +77,13 @@ std::span<const RecordKind> recordKinds()
     return kKinds;
 }
 
+std::size_t maxRecordBytesAt(std::string_view blobName)
+{
+    if (blobName.starts_with(form::note.place))
+        return kMaxNoteBytes;
+    return blobName.starts_with(form::mark.place) ? kMaxMarkBytes : kMaxRecordBytes;
+}
+
 const RecordKind *recordKindAt(std::string_view blobName)
 {
     const auto found = std::ranges::find_if(kKinds, [&](const RecordKind &kind) {

@@ -22,6 +22,8 @@ struct RecordKind {
 std::span<const RecordKind> recordKinds();
 /// The kind whose place a blob's name says; null when no record belongs there.
 const RecordKind *recordKindAt(std::string_view blobName);
+/// How long a record of that name may be.
+std::size_t maxRecordBytesAt(std::string_view blobName);
 /// The envelope of a record as RecordKind::check() takes it, from what is stored in its place. Its
 /// digest is compared where only the node's key makes one; else it is left out. Errors: damaged.
 Result<Bytes> recordAt(const engine::Domain &domain, std::string_view blobName, Bytes stored);

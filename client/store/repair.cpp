@@ -33,6 +33,7 @@ public:
 private:
     Result<void> look(const PackId &id);
     Result<void> settleRecords(const PackName &pack, const engine::PackFindings &found);
+    Result<void> passOver(const PackName &pack, const Error &failure);
     Result<void> forget(const DamagedPart &part);
     Result<void> loadUse();
     bool isNeeded(const PackId &id, std::uint32_t block) const;
@@ -45,9 +46,12 @@ private:
     /// A new revision that is written and proven.
     struct Mended {
         PackName fresh;
-        bool gaps = false; // it lacks blocks that pieces need
+        bool partly = false; // it lacks needed blocks, or has some that are not what was stored
     };
-    Result<Mended> mend(const BrokenPack &pack, engine::BlockSearch &search);
+    engine::MendPlan planFor(const BrokenPack &pack, engine::BlockSearch &search) const;
+    void countPlan(const BrokenPack &pack, const engine::MendPlan &plan);
+    Result<Mended> mend(const BrokenPack &pack, const engine::MendPlan &plan,
+                        engine::BlockSearch &search);
     Result<void> conclude(const Mended &mended);
     Result<void> removeBefore(const PackName &newest);
     Result<void> nameLost();
@@ -63,16 +67,21 @@ private:
     const RepairWatcher &watcher_;
     RepairOutcome outcome_;
 
-    engine::DamagedParts damaged_; // as it is now
-    std::map<PackId, std::set<std::uint32_t>> unreadable_;
-    std::vector<PackName> whole_;  // whose index cannot be read
-    std::vector<PackName> broken_; // whose index can be read
-    std::optional<PackUse> use_;   // nothing: a damaged manifest may need anything
+    engine::DamagedParts damaged_;                 // as it is now
+    std::map<PackId, engine::PackFindings> found_; // of those whose index can be read
+    std::vector<PackName> whole_;                  // whose index cannot be read
+    std::vector<PackName> broken_;                 // whose index can be read
+    std::optional<PackUse> use_;                   // nothing: a damaged manifest may need anything
     LostBlocks lost_;
 };
 
 Result<RepairOutcome> Repair::run()
 {
+    ARCA_CHECK(bringBackReadable(space_, dryRun_, [&](const SetAside &aside) {
+        outcome_.broughtBack += aside.now.empty() ? 0 : 1;
+        if (watcher_.setAside)
+            watcher_.setAside(aside);
+    }));
     ARCA_TRY(const engine::DamagedParts known, records_.all());
     std::set<PackId> ids;
     for (const DamagedPart &part : known.all())
@@ -94,6 +103,16 @@ void Repair::tell(const PackName &pack, const std::string &what)
         watcher_.pack(packs_.blobNameOf(pack), what);
 }
 
+/// It stays as it is, and holds up no other pack.
+Result<void> Repair::passOver(const PackName &pack, const Error &failure)
+{
+    if (!isUnreadable(failure) && failure.kind != ErrorKind::full)
+        return failure;
+    ++outcome_.stuckPacks;
+    tell(pack, "stays as it is, as something failed: " + failure.text);
+    return {};
+}
+
 Result<void> Repair::forget(const DamagedPart &part)
 {
     ++outcome_.healed;
@@ -107,18 +126,19 @@ Result<void> Repair::look(const PackId &id)
     const PackName pack{id, revision.value_or(0)};
     engine::PackFindings found;
     if (revision) {
-        ARCA_TRY(found, engine::checkPack(domain_, pack, engine::CheckDepth::data, {}));
+        auto checked = engine::checkPack(domain_, pack, engine::CheckDepth::data, {});
+        if (!checked)
+            return passOver(pack, checked.error());
+        found = std::move(checked).value();
     }
     ARCA_CHECK(settleRecords(pack, found));
     if (!revision)
         return {}; // the pieces that need it are named as damaged by verifying
     for (const DamagedPart &part : found.damaged)
         damaged_.add(part);
-    if (!found.unreadable.empty())
-        unreadable_[id] = found.unreadable;
-    const bool isWhole = !found.isSound() && found.damaged.front().kind == DamageKind::whole;
     outcome_.damagedPacks += found.isSound() ? 0 : 1;
-    (isWhole ? whole_ : broken_).push_back(pack);
+    (found.isWhole() ? whole_ : broken_).push_back(pack);
+    found_[id] = std::move(found);
     return {};
 }
 
@@ -133,6 +153,9 @@ Result<void> Repair::settleRecords(const PackName &pack, const engine::PackFindi
         if (part.pack != pack.id)
             continue;
         const bool gone = !revisions.contains(part.revision);
+        if (gone && !dryRun_)
+            ARCA_CHECK(
+                records_.passOnGaps(packs_, part, "repairing: a revision before lacked them"));
         const bool right = part.revision == pack.revision && part.kind != DamageKind::gaps &&
                            std::ranges::count(found.damaged, part) == 0;
         if (gone || right)
@@ -149,9 +172,10 @@ Result<void> Repair::loadUse()
         for (const PackName &pack : *some)
             ids.insert(pack.id);
     auto use = usedBlocks(domain_, [&](const PackId &id) { return ids.contains(id); });
+    use_.reset();
     if (use)
         use_ = std::move(use).value();
-    else if (use.error().kind != ErrorKind::damaged)
+    else if (!isUnreadable(use.error()))
         return std::move(use).error();
     return {};
 }
@@ -181,8 +205,10 @@ Result<BrokenPack> Repair::load(const PackName &pack) const
     for (std::uint32_t number = 0; number < broken.index.frames.size(); ++number)
         if (damaged_.hasFrame(pack, number))
             broken.frames.insert(number);
-    if (const auto some = unreadable_.find(pack.id); some != unreadable_.end())
-        broken.unreadable = some->second;
+    if (const auto found = found_.find(pack.id); found != found_.end()) {
+        broken.unreadable = found->second.unreadable;
+        broken.wrongBlocks = found->second.wrongBlocks;
+    }
     // Without knowing what is needed, blocks that were rightly dropped cannot be told from missing
     // ones; they wait until the damaged manifest is dealt with.
     if (use_)
@@ -198,7 +224,12 @@ Result<void> Repair::mendAll()
     std::vector<BrokenPack> some;
     std::size_t wanted = 0;
     for (const PackName &pack : broken_) {
-        ARCA_TRY(BrokenPack broken, load(pack));
+        auto loaded = load(pack);
+        if (!loaded) {
+            ARCA_CHECK(passOver(pack, loaded.error()));
+            continue;
+        }
+        BrokenPack broken = std::move(loaded).value();
         std::size_t its = 0;
         broken.eachWanted([&](std::uint32_t) { ++its; });
         if (its == 0) { // nothing is missing any more
@@ -217,6 +248,30 @@ Result<void> Repair::mendAll()
     return some.empty() ? Result<void>() : mendSome(std::move(some));
 }
 
+/// What can be done for a pack, by what pieces need now.
+engine::MendPlan Repair::planFor(const BrokenPack &pack, engine::BlockSearch &search) const
+{
+    return engine::planMending(pack, search,
+                               [&](std::uint32_t block) { return isNeeded(pack.which.id, block); });
+}
+
+void Repair::countPlan(const BrokenPack &pack, const engine::MendPlan &plan)
+{
+    for (const std::uint32_t block : plan.lost) {
+        if (!isNeeded(pack.which.id, block))
+            continue;
+        lost_.add(pack.which.id, block);
+        ++outcome_.lostBlocks;
+    }
+    if (plan.losesUnreadable)
+        tell(pack.which, "cannot be read now; it stays as it is");
+    if (!plan.isWorthIt())
+        return;
+    outcome_.foundBlocks += plan.found;
+    outcome_.foundBytes += plan.foundBytes;
+    outcome_.mendedPacks += dryRun_ ? 1 : 0;
+}
+
 Result<void> Repair::mendSome(std::vector<BrokenPack> some)
 {
     engine::BlockSearch search(domain_, damaged_);
@@ -224,39 +279,32 @@ Result<void> Repair::mendSome(std::vector<BrokenPack> some)
         pack.eachWanted([&](std::uint32_t block) { search.want(pack.index.blocks[block]); });
     ARCA_CHECK(search.run(watcher_.goOn));
     std::vector<const BrokenPack *> worthIt;
-    std::vector<engine::MendPlan> plans;
     for (const BrokenPack &pack : some) {
-        engine::MendPlan plan = engine::planMending(pack, search);
-        for (const std::uint32_t block : plan.lost) {
-            if (!isNeeded(pack.which.id, block))
-                continue;
-            lost_.add(pack.which.id, block);
-            ++outcome_.lostBlocks;
-        }
-        if (plan.losesUnreadable)
-            tell(pack.which, "cannot be read now; it stays as it is");
-        if (!plan.isWorthIt())
-            continue;
-        outcome_.foundBlocks += plan.found;
-        outcome_.foundBytes += plan.foundBytes;
-        worthIt.push_back(&pack);
-        plans.push_back(std::move(plan));
+        const engine::MendPlan plan = planFor(pack, search);
+        countPlan(pack, plan);
+        if (plan.isWorthIt())
+            worthIt.push_back(&pack);
     }
-    if (dryRun_) {
-        outcome_.mendedPacks += worthIt.size();
-        return {};
-    }
-    if (worthIt.empty())
+    if (dryRun_ || worthIt.empty())
         return {};
     ARCA_TRY(const bool free, isFree(worthIt));
     if (!free)
         return {};
+    // A stream from before the mark may have come to need more of them.
+    ARCA_CHECK(loadUse());
     // All are written before any old revision goes: one may have the only copy for another.
     std::vector<Mended> mended;
     for (const BrokenPack *pack : worthIt) {
         if (!goesOn())
             return Error{ErrorKind::stopped, "the repair was stopped"};
-        ARCA_TRY(mended.emplace_back(), mend(*pack, search));
+        const engine::MendPlan plan = planFor(*pack, search);
+        if (!plan.isWorthIt())
+            continue;
+        auto fresh = mend(*pack, plan, search);
+        if (fresh)
+            mended.push_back(std::move(fresh).value());
+        else
+            ARCA_CHECK(passOver(pack->which, fresh.error()));
     }
     for (const Mended &pack : mended)
         ARCA_CHECK(conclude(pack));
@@ -268,11 +316,8 @@ Result<void> Repair::mendSome(std::vector<BrokenPack> some)
 Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
 {
     NumberedRecord record = markRecord(domain_);
-    ARCA_TRY(auto state, record.latest());
-    Mark mark;
-    if (state) {
-        ARCA_TRY(mark, parseMark(state->bytes));
-    }
+    ARCA_TRY(CurrentMark current, currentMark(domain_));
+    Mark &mark = current.mark;
     const bool marked = mark.claims && std::ranges::all_of(some, [&](const BrokenPack *pack) {
                             return mark.packs.contains(pack->which.id);
                         });
@@ -284,13 +329,12 @@ Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
             if (mark.packs.size() < kMaxMarkedPacks)
                 mark.packs.insert(pack->which.id);
         mark.claims.reset();
-        std::uint32_t number = state ? state->number : 0;
-        ARCA_CHECK(record.write(number, encodeMark(mark)));
+        ARCA_CHECK(record.write(current.number, encodeMark(mark)));
         // Only now: whatever begins after this sees the mark.
         ARCA_TRY(mark.claims, blobs_.livingWriters());
         before = *mark.claims;
         if (!before.empty())
-            ARCA_CHECK(record.write(number + 1, encodeMark(mark)));
+            ARCA_CHECK(record.write(current.number + 1, encodeMark(mark)));
     }
     ARCA_TRY(const std::set<std::string> now, blobs_.livingWriters());
     std::vector<std::string> left;
@@ -304,31 +348,26 @@ Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
 
 Result<void> Repair::unmark(const std::vector<const BrokenPack *> &some)
 {
-    NumberedRecord record = markRecord(domain_);
-    ARCA_TRY(const auto state, record.latest());
-    if (!state)
-        return {};
-    ARCA_TRY(Mark mark, parseMark(state->bytes));
+    ARCA_TRY(CurrentMark current, currentMark(domain_));
     for (const BrokenPack *pack : some)
-        mark.packs.erase(pack->which.id);
-    return record.write(state->number, encodeMark(mark));
+        current.mark.packs.erase(pack->which.id);
+    return markRecord(domain_).write(current.number, encodeMark(current.mark));
 }
 
-/// Judges by what was written, as a copy that was found may have been gone when it was wanted.
-Result<Repair::Mended> Repair::mend(const BrokenPack &pack, engine::BlockSearch &search)
+/// What is wrong with the new revision is recorded before the old one goes: whatever happens then,
+/// streams stay off it, and the next run knows of it.
+Result<Repair::Mended> Repair::mend(const BrokenPack &pack, const engine::MendPlan &plan,
+                                    engine::BlockSearch &search)
 {
-    Mended mended;
-    ARCA_TRY(mended.fresh, engine::mendPack(domain_, pack, search));
-    ARCA_TRY(const auto opened, packs_.open(mended.fresh));
-    ARCA_TRY(const engine::PackIndex index, opened->readIndex());
-    for (std::uint32_t block = 0; block < index.blocks.size(); ++block)
-        mended.gaps =
-            mended.gaps || (index.blocks[block].dropped && isNeeded(pack.which.id, block));
-    // Before the old revision goes: whatever happens then, the next run knows of the gaps.
-    if (mended.gaps)
-        ARCA_CHECK(records_.note({mended.fresh.id, mended.fresh.revision, DamageKind::gaps, 0},
-                                 "repairing: blocks that pieces need are in no pack"));
-    return mended;
+    ARCA_TRY(engine::MendedPack fresh, engine::mendPack(domain_, pack, plan, search));
+    bool gaps = false;
+    for (std::uint32_t block = 0; block < fresh.index.blocks.size(); ++block)
+        gaps = gaps || (fresh.index.blocks[block].dropped && isNeeded(pack.which.id, block));
+    if (gaps)
+        fresh.damaged.push_back({fresh.which.id, fresh.which.revision, DamageKind::gaps, 0});
+    for (const DamagedPart &part : fresh.damaged)
+        ARCA_CHECK(records_.note(part, "repairing: no pack has the blocks as they were"));
+    return Mended{fresh.which, !fresh.damaged.empty()};
 }
 
 Result<void> Repair::conclude(const Mended &mended)
@@ -336,7 +375,7 @@ Result<void> Repair::conclude(const Mended &mended)
     const PackName &fresh = mended.fresh;
     ARCA_CHECK(removeBefore(fresh));
     ++outcome_.mendedPacks;
-    tell(fresh, mended.gaps ? "mended in part" : "mended");
+    tell(fresh, mended.partly ? "mended in part" : "mended");
     ARCA_TRY(const engine::DamagedParts known, records_.all());
     for (const DamagedPart &part : known.all())
         if (part.pack == fresh.id && part.revision != fresh.revision)

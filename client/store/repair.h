@@ -2,6 +2,7 @@
 // the node: a later backup of the same data stores such copies, as streams do not refer to what is
 // damaged.
 //
+//   0. return  what was set aside as damaged and can be read after all (quarantine_return.h)
 //   1. look    read every pack that a record of damage names, as it is now: what is right again
 //              loses its record
 //   2. search  the indexes of all packs for the identities of the damaged blocks, and read the
@@ -24,6 +25,7 @@
 #define KEEL_CLIENT_STORE_REPAIR_H
 
 #include "client/store/lost_pieces.h"
+#include "client/store/quarantine_return.h"
 
 namespace arca::store
 {
@@ -36,6 +38,8 @@ struct RepairOutcome {
     std::uint64_t lostBlocks = 0; // that pieces need and that no copy was found of
     std::uint64_t lostPacks = 0;  // whose index cannot be read, and that pieces need
     std::uint64_t lostPieces = 0;
+    std::uint64_t stuckPacks = 0;        // that could not be read, or not be written again
+    std::uint64_t broughtBack = 0;       // pieces, out of the quarantine
     std::uint64_t waitingPacks = 0;      // could be mended, but claims from before still live
     std::vector<std::string> waitingFor; // these claims
 };
@@ -44,11 +48,13 @@ struct RepairOutcome {
 struct RepairWatcher {
     std::function<void(const std::string &blobName, const std::string &what)> pack;
     std::function<void(const LostPiece &)> lostPiece;
-    std::function<bool()> goOn; // false ends the run early, and cleanly
+    std::function<void(const SetAside &)> setAside; // a piece of the quarantine that can be read
+    std::function<bool()> goOn;                     // false ends the run early, and cleanly
 };
 
-/// `dryRun` changes nothing. Errors: conflict when another process repairs or reclaims for this
-/// node, stopped, and what reading and writing say; what was mended by then stays so.
+/// `dryRun` changes nothing. A pack that cannot be read or written holds up no other one. Errors:
+/// conflict when another process repairs or reclaims for this node, stopped, and what listing and
+/// the records say; what was mended by then stays so.
 Result<RepairOutcome> repair(NodeSpace &space, bool dryRun, const RepairWatcher &watcher);
 
 } // namespace arca::store

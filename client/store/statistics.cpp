@@ -14,18 +14,16 @@ namespace
 
 constexpr std::int64_t kDay = 86400;
 
-/// Nothing when it is no piece that shows.
+/// Nothing when it is no piece that shows. Judged by its blob: to find it by its identifier, the
+/// names of a 256th part of all pieces would be listed.
 Result<std::optional<PieceInfo>> shownPiece(NodeSpace &space, const std::string &blobName)
 {
     ARCA_TRY(const auto blob, space.domain().blobs().open(blobName));
-    ARCA_TRY(Manifest manifest, space.readOwn(*blob, blobName));
-    auto shown = space.find(manifest.info.id);
-    if (!shown && shown.error().kind != ErrorKind::notFound)
-        return std::move(shown).error();
-    // Of one that is just becoming inactive there are two blobs.
-    if (!shown || shown->id != manifest.info.id || shown->isActive() != manifest.info.isActive())
-        return std::optional<PieceInfo>();
-    return std::optional<PieceInfo>(std::move(shown).value());
+    ARCA_TRY(auto shown, space.readShown(*blob, blobName));
+    if (!shown)
+        return shown;
+    ARCA_TRY(const auto filespace, space.filespace(shown->description.name.filespace));
+    return filespace ? std::move(shown) : std::optional<PieceInfo>();
 }
 
 void addPiece(NodeSpace &space, const std::string &blobName, Statistics &sums)

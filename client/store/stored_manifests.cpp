@@ -6,6 +6,26 @@
 namespace arca::store
 {
 
+namespace
+{
+
+/// Stands for a blob that could not be opened.
+class Unopened final : public blob::BlobReader
+{
+public:
+    explicit Unopened(Error why) : why_(std::move(why)) {}
+
+    /// So that what reads it meets the reason, and not too short a blob.
+    std::uint64_t size() const override { return std::uint64_t{1} << 20; }
+    Result<std::size_t> read(std::uint64_t, std::span<std::byte>) override { return why_; }
+    void readAhead(std::uint64_t, std::uint64_t) override {}
+
+private:
+    const Error why_;
+};
+
+} // namespace
+
 std::string placePrefix(ManifestPlace place, const std::string &nodeKey)
 {
     const char *const room = place == ManifestPlace::active     ? "pieces/"
@@ -27,8 +47,10 @@ Result<void> visitManifests(blob::BlobStore &blobs, const std::string &nodeKey,
             auto blob = blobs.open(name);
             if (!blob && blob.error().kind == ErrorKind::notFound)
                 return {}; // in a later place by now, or gone for good
-            ARCA_TRY(const auto opened, std::move(blob));
-            return visit({place, name, *opened});
+            if (blob)
+                return visit({place, name, **blob});
+            Unopened unopened(std::move(blob).error());
+            return visit({place, name, unopened});
         };
         auto listed = blobs.list(placePrefix(place, nodeKey), [&](const std::string &name) {
             visited = open(name);

@@ -30,10 +30,18 @@ struct StoredManifest {
     blob::BlobReader &blob;
 };
 
+/// Returns true when that is all that can be said: damaged, or the system does not let it be read.
+inline bool isUnreadable(const Error &error)
+{
+    return error.kind == ErrorKind::damaged || error.kind == ErrorKind::io ||
+           error.kind == ErrorKind::denied;
+}
+
 /// The prefix of the blob names of a place, with a slash at its end.
 std::string placePrefix(ManifestPlace place, const std::string &nodeKey);
 
-/// Visits each stored manifest. One that moves forward meanwhile may be visited in both places. The
+/// Visits each stored manifest. Of one that exists and cannot be opened every read fails with the
+/// reason. One that moves forward meanwhile may be visited in both places. The
 /// first failure of `visit` ends it and is returned.
 Result<void> visitManifests(blob::BlobStore &blobs, const std::string &nodeKey,
                             const std::function<Result<void>(const StoredManifest &)> &visit);

@@ -7,6 +7,7 @@
 #include "client/store/damage.h"
 #include "client/store/inventory.h"
 #include "client/store/manifest_writer.h"
+#include "client/store/object_record.h"
 #include "client/store/record_kinds.h"
 
 #include <algorithm>
@@ -52,6 +53,7 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
         {"keys/", Checked::record, false},
         {"nodes/" + nodeKey + "/", Checked::record, false},
         {"objects/" + nodeKey + "/", Checked::record, false},
+        {"options/", Checked::record, false},
         {"outcomes/" + nodeKey + "/", Checked::record, false},
         {"packs/" + nodeKey + "/", Checked::pack, true},
         {"reclaim/" + nodeKey + "/", Checked::record, false},
@@ -235,7 +237,7 @@ Result<Verification::Went> Verification::checkOne(const std::string &blobName, C
 
 Result<void> Verification::checkRecord(const std::string &blobName)
 {
-    ARCA_TRY(Bytes stored, blob::readWhole(blobs_, blobName, kMaxNoteBytes));
+    ARCA_TRY(Bytes stored, blob::readWhole(blobs_, blobName, maxRecordBytesAt(blobName)));
     ARCA_TRY(const Bytes bytes, recordAt(space_.domain(), blobName, std::move(stored)));
     const RecordKind *const kind = recordKindAt(blobName);
     if (kind == nullptr)
@@ -244,15 +246,19 @@ Result<void> Verification::checkRecord(const std::string &blobName)
     return kind->form.place == form::damage.place ? checkDamage(blobName, bytes) : Result<void>();
 }
 
-/// A record of damage goes when what it is about is gone.
+/// A record of damage goes when what it is about is gone. Gaps pass on to the next revision, which
+/// has no more blocks than the one before.
 Result<void> Verification::checkDamage(const std::string &blobName, ByteView bytes)
 {
     ARCA_TRY(const DamageRecord record, decodeDamage(bytes));
     if (damage_.partIn(blobName) != record.part)
         return damaged("it is another one than its place says");
     const auto pack = blobs_.open(packs_.blobNameOf({record.part.pack, record.part.revision}));
-    if (!pack && pack.error().kind == ErrorKind::notFound && damage_.remove(record.part))
-        ++outcome_.healed;
+    if (pack || pack.error().kind != ErrorKind::notFound)
+        return {};
+    const auto passed = damage_.passOnGaps(packs_, record.part, record.found);
+    if (passed && damage_.remove(record.part))
+        ++outcome_.healed; // else the next run tries again
     return {};
 }
 
@@ -273,13 +279,12 @@ Result<void> Verification::checkPack(const std::string &blobName)
     for (const engine::DamagedPart &part : found.damaged)
         record(part, found.reason);
     ARCA_TRY(const engine::DamagedParts known, damage_.of(*which));
-    const bool isWhole = !found.isSound() && found.damaged[0].kind == engine::DamageKind::whole;
     std::size_t before = 0;
     for (const engine::DamagedPart &part : known.all()) {
         const bool again = std::ranges::count(found.damaged, part) != 0;
         const bool looked =
             part.kind == engine::DamageKind::whole ||
-            (part.kind == engine::DamageKind::frame && request_.readData && !isWhole);
+            (part.kind == engine::DamageKind::frame && request_.readData && !found.isWhole());
         if (looked && !again && damage_.remove(part))
             ++outcome_.healed;
         before += !looked && part.kind == engine::DamageKind::frame ? 1 : 0;
@@ -318,9 +323,11 @@ Result<void> Verification::checkPiece(const std::string &blobName)
     ARCA_TRY(const auto blob, blobs_.open(blobName));
     ARCA_TRY(const Manifest manifest, space_.readOwn(*blob, blobName));
     // What a restore looks at besides: the records of the piece and of its filespace.
-    const auto shown = space_.find(manifest.info.id);
-    if (!shown && shown.error().kind != ErrorKind::notFound)
-        return shown.error();
+    if (parseRemovedName(space_.domain().nodeKey(), blobName))
+        ARCA_CHECK(ObjectRecords(space_.domain()).read(manifest.info.id));
+    else
+        ARCA_CHECK(space_.readShown(*blob, blobName));
+    ARCA_CHECK(space_.filespace(manifest.info.description.name.filespace));
     return request_.readData ? readStream(*blob, manifest) : checkRuns(*blob, manifest);
 }
 
@@ -330,7 +337,10 @@ Result<void> Verification::checkRuns(blob::BlobReader &blob, const Manifest &man
     engine::RestorePlan plan(packs_, runs);
     std::uint64_t left = manifest.info.totals.streamBytes;
     for (;;) {
-        ARCA_TRY(const auto extent, plan.next());
+        auto next = plan.next();
+        if (!next && plan.damage())
+            record(*plan.damage(), next.error().text);
+        ARCA_TRY(const auto extent, std::move(next));
         if (!extent)
             break;
         if (extent->length > left)

@@ -1,5 +1,7 @@
 // What becomes of pieces when a pack is damaged: the damage is recorded for every host, streams
 // store its blocks again, and a repair makes old pieces whole from copies.
+#include "client/engine/pack_check.h"
+#include "client/engine/revision_writer.h"
 #include "client/store/damage.h"
 #include "client/store/repair.h"
 #include "tests/client/store_faults_fixture.h"
@@ -50,6 +52,39 @@ protected:
     {
         std::string &bytes = files_.contentOf(path);
         bytes.at(place) = static_cast<char>(bytes.at(place) ^ 4);
+    }
+
+    /// Seals the pack again with another content of one block, under the same identity. Returns the
+    /// path of what is there then.
+    enum class Wrong { first, last };
+    std::string forge(const std::string &path, Wrong which)
+    {
+        engine::Domain &domain = space_->domain();
+        const auto pack = domain.packs().open(*domain.packs().nameFrom(path));
+        const auto index = (*pack)->readIndex();
+        const auto writer = engine::RevisionWriter::begin(domain.packs(), **pack);
+        const std::size_t wrong = which == Wrong::first ? 0 : index->blocks.size() - 1;
+        engine::FrameCoder coder;
+        Bytes sealed, raw;
+        std::uint32_t block = 0;
+        for (std::uint32_t number = 0; number < index->frames.size(); ++number) {
+            EXPECT_TRUE(
+                engine::openFrame(**pack, coder, number, index->frames[number], sealed, raw));
+            std::size_t offset = 0;
+            for (const auto end = block + index->frames[number].blocks; block < end; ++block) {
+                const engine::BlockEntry &entry = index->blocks[block];
+                raw[offset] ^= std::byte{static_cast<unsigned char>(block == wrong ? 1 : 0)};
+                EXPECT_TRUE((*writer)->keep(entry, ByteView(raw).subspan(offset, entry.length)));
+                offset += entry.length;
+            }
+        }
+        EXPECT_TRUE((*writer)->commit() && files_.unlink(path));
+        return "/r/" + domain.packs().blobNameOf((*writer)->which());
+    }
+
+    Result<store::ReclaimTotals> reclaimAll()
+    {
+        return store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
     }
 
     bool restores(const std::string &piece, const std::string &stream)
@@ -210,6 +245,99 @@ TEST_F(DamagedPack, SurvivesARepairThatStopsAnywhere)
         files_.putBack(start);
         ASSERT_TRUE(open());
     }
+}
+
+/// A block that was sealed under another one's identity opens, and must not be trusted all the
+/// same.
+TEST_F(DamagedPack, ThatContradictsAnIdentityStaysNotedWhateverWritesItAgain)
+{
+    const std::string stream = noise('n'), other = noise('o');
+    const std::string pack = forge(storeInOwnPack("old", stream + other), Wrong::last);
+    flip(pack, 300'000);
+    EXPECT_EQ(packsFoundDamaged(), 1U);
+    ASSERT_TRUE(store("half", stream));
+    std::vector<std::string> lost;
+    EXPECT_EQ(mend(&lost).mendedPacks, 1U) << "the frame that was flipped";
+    EXPECT_EQ(lost, std::vector<std::string>{"/fs//old"});
+    EXPECT_EQ(records(), 1U) << "of the block that is wrong still";
+    EXPECT_EQ(mend().mendedPacks, 0U) << "nothing can be gained";
+    ASSERT_TRUE(store("rest", other));
+    EXPECT_TRUE(restores("rest", other)) << "it counts on the wrong block";
+    EXPECT_EQ(mend().lostBlocks, 0U);
+    EXPECT_TRUE(restores("old", stream + other));
+    EXPECT_EQ(records(), 0U);
+    restoreStart();
+
+    const std::string few = stream.substr(0, 300'000);
+    const std::string mostlyDead = storeInOwnPack("old", stream + other);
+    ASSERT_TRUE(store("few", few) && remove("old"));
+    forge(mostlyDead, Wrong::first);
+    const auto totals = reclaimAll();
+    ASSERT_TRUE(totals) << totals.error().text;
+    EXPECT_EQ(totals->rewrittenPacks, 0U);
+    EXPECT_EQ(totals->damagedPacks.size(), 1U);
+    EXPECT_EQ(records(), 1U) << "reclaiming found it";
+    ASSERT_TRUE(store("again", few));
+    EXPECT_TRUE(restores("again", few));
+}
+
+/// What no pack has any more stays known, however often its pack is written again.
+TEST_F(DamagedPack, ThatLacksBlocksStaysNoted)
+{
+    const std::string stream = noise('n') + noise('o');
+    const std::string start = stream.substr(0, 500'000);
+    flip(storeInOwnPack("old", stream), 300'000);
+    ASSERT_TRUE(store("start", start));
+    EXPECT_EQ(packsFoundDamaged(), 1U);
+    ASSERT_TRUE(store("part", stream.substr(0, 350'000)));
+    EXPECT_EQ(mend().mendedPacks, 1U);
+    EXPECT_EQ(records(), 1U);
+    ASSERT_TRUE(remove("old") && remove("part"));
+    const auto totals = reclaimAll();
+    ASSERT_TRUE(totals) << totals.error().text;
+    EXPECT_EQ(totals->rewrittenPacks, 1U);
+    const std::function<void()> finders[] = {
+        [] {},                                           // reclaiming itself
+        [&] { EXPECT_FALSE(restores("start", start)); }, // a restore
+        [&] { (void)store::verify(*space_, {}, {}); },   // verify
+    };
+    for (const auto &find : finders) {
+        find();
+        EXPECT_EQ(records(), 1U);
+        for (const std::string &path : files_.paths())
+            if (path.starts_with("/r/damage/")) {
+                ASSERT_TRUE(files_.unlink(path));
+            }
+    }
+    (void)store::verify(*space_, {}, {});
+    ASSERT_TRUE(store("again", start));
+    EXPECT_EQ(mend().lostBlocks, 0U);
+    EXPECT_TRUE(restores("start", start));
+}
+
+TEST_F(DamagedPack, ThatTheDiskFailsToReadHoldsUpNothingElse)
+{
+    using Broken = test::MemoryFiles::Broken;
+    const std::string stream = noise('n'), other = noise('o');
+    const std::string bad = storeInOwnPack("bad", other);
+    flip(storeInOwnPack("old", stream), 300'000);
+    flip(bad, 300'000);
+    EXPECT_EQ(packsFoundDamaged(), 2U);
+    ASSERT_TRUE(store("new", stream));
+    for (const Broken how : {Broken::reading, Broken::opening}) {
+        files_.breakFile(bad, how);
+        const store::RepairOutcome outcome = mend();
+        EXPECT_EQ(outcome.stuckPacks, 1U);
+        EXPECT_TRUE(restores("old", stream));
+        const auto totals = reclaimAll();
+        ASSERT_TRUE(totals) << totals.error().text;
+        EXPECT_EQ(totals->damagedPacks.size(), 1U);
+        for (const std::string &path : files_.paths())
+            EXPECT_FALSE(path.starts_with("/r/removed/")) << "it frees what is dead";
+    }
+    files_.breakFile(bad, Broken::no);
+    flip(bad, 300'000);
+    EXPECT_TRUE(restores("bad", other));
 }
 
 } // namespace

@@ -60,6 +60,8 @@ public:
     {
         ARCA_TRY(const Course course, files_.operation("read"));
         const auto one = files_.hold();
+        if (node_->broken != MemoryFiles::Broken::no)
+            return Error{ErrorKind::io, "the disk fails to read it"};
         const auto from =
             viewOf(node_->content).subspan(std::min<std::size_t>(offset, node_->content.size()));
         const std::size_t length =
@@ -340,7 +342,15 @@ Result<std::unique_ptr<blob::File>> MemoryFiles::open(const std::string &path)
     const auto node = find(path);
     if (!node || node->directory)
         return absent(path);
+    if (node->broken == Broken::opening)
+        return Error{ErrorKind::io, "the disk fails to open " + path};
     return std::unique_ptr<blob::File>(std::make_unique<MemoryFile>(*this, node));
+}
+
+void MemoryFiles::breakFile(const std::string &path, Broken how)
+{
+    const auto one = hold();
+    find(path)->broken = how;
 }
 
 Result<std::unique_ptr<blob::File>> MemoryFiles::openForLocking(const std::string &path, bool make)

@@ -22,8 +22,10 @@ class MemoryFiles final : public blob::FileLayer
 public:
     MemoryFiles();
 
+    enum class Broken { no, reading, opening }; // from there on it fails, until it is mended
     struct Node {
         bool directory = false;
+        Broken broken = Broken::no;
         std::string content, durableContent;
         std::map<std::string, std::shared_ptr<Node>> names, durableNames;
         bool locked = false;
@@ -101,6 +103,7 @@ public:
 
     /// Changes one byte of a file, or cuts it, without anybody noticing.
     std::string &contentOf(const std::string &path);
+    void breakFile(const std::string &path, Broken how);
     /// Every path of a file, those of directories not.
     std::vector<std::string> paths() const;
 

@@ -223,4 +223,40 @@ TEST_F(ReclaimTest, WhereverItIsStoppedNothingNeededIsLostAndTheNextRunFinishes)
     }
 }
 
+/// However many packs there are: in shares, by a temporary file or, without room for one, in more
+/// passes.
+TEST_F(ReclaimTest, WhatIsNeededIsTheSameInOneShareAndInMany)
+{
+    backUp("more", blocks(5, 40) + blocks(1, 30) + blocks(6, 40));
+    using Uses = std::pair<store::PackUse, store::PackUse>;
+    const auto useOf = [&](std::size_t packs, std::uint64_t mostSpilled, int &passes) {
+        Uses uses;
+        store::UseQuestion question;
+        question.packs = packs;
+        question.mostSpilled = mostSpilled;
+        question.beginPass = [&] { ++passes; };
+        question.leaves = [](const auto &stored) {
+            return stored.place == store::ManifestPlace::removed;
+        };
+        EXPECT_TRUE(store::visitUse(space_->domain(), question, [&](auto &use) -> Result<void> {
+            uses.first.merge(use.needed);
+            uses.second.merge(use.leaving);
+            return {};
+        }));
+        return uses;
+    };
+    int once = 0, spilled = 0, compacted = 0, roomless = 0;
+    const Uses all = useOf(0, 0, once);
+    EXPECT_EQ(all.first.size(), 2U);
+    EXPECT_EQ(all.second.size(), 2U);
+    constexpr std::size_t kMany = 100'000;
+    EXPECT_TRUE(useOf(kMany, kMany, spilled) == all);
+    EXPECT_TRUE(useOf(kMany, 0, compacted) == all);
+    setenv("TMPDIR", "/nowhere", 1);
+    EXPECT_TRUE(useOf(kMany, 0, roomless) == all);
+    unsetenv("TMPDIR");
+    EXPECT_EQ(once + spilled + compacted, 3);
+    EXPECT_GT(roomless, 1);
+}
+
 } // namespace

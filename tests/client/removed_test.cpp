@@ -2,7 +2,10 @@
 // stored is told from what was lost.
 #include "tests/client/reclaim_fixture.h"
 
+#include "client/store/blob_removal.h"
 #include "client/store/inventory.h"
+#include "client/store/object_record.h"
+#include "client/store/repair.h"
 #include "client/store/verify.h"
 
 namespace
@@ -28,6 +31,18 @@ protected:
         const auto found = space_->find(nameOf(piece));
         EXPECT_TRUE(found && *found) << piece;
         return found && *found ? (*found)->id : 0;
+    }
+    /// The blob of an active piece.
+    std::string manifestOf(PieceId id)
+    {
+        std::string name;
+        EXPECT_TRUE(store_->list("pieces/", [&](const std::string &blobName) {
+            const auto blob = store_->open(blobName);
+            if (blob && *store::peekIdentifier(**blob) == id)
+                name = blobName;
+            return true;
+        }));
+        return name;
     }
     std::vector<std::string> removed(store::NodeSpace &space)
     {
@@ -277,6 +292,111 @@ TEST_F(RemovedTest, APieceThatIsPurgedBeforeItIsNotedIsNotMissing)
         if (!came)
             break;
     }
+}
+
+/// A removal that was killed leaves a second manifest, and one that was damaged since a third.
+TEST_F(RemovedTest, LeftoversOfARemovalNeitherHideThePieceNorCountAsIt)
+{
+    const PieceId few = idOf("few");
+    const std::string key = space_->domain().nodeKey();
+    const auto leave = [&](std::int64_t at, bool damaged) {
+        const auto from = store_->open(manifestOf(few)).value();
+        Bytes bytes(from->size());
+        ASSERT_TRUE(from->read(0, bytes));
+        bytes[70] ^= std::byte{static_cast<unsigned char>(damaged ? 1 : 0)};
+        ASSERT_TRUE(blob::putWhole(*store_, store::removedNameOf(key, {few, at}), bytes));
+    };
+    leave(1, false);
+    reclaim({}); // which purges it
+    EXPECT_EQ(verified().hurt(), 0U);
+    const std::string path = "/r/" + manifestOf(few);
+    const auto whole = files_.snapshot();
+    ASSERT_TRUE(files_.unlink(path));
+    EXPECT_EQ(verified().missing, 1U) << "it was never noted as gone";
+    space_.reset();
+    files_.putBack(whole);
+    open();
+    leave(std::int64_t{1} << 40, true);
+    ASSERT_TRUE(remove("few"));
+    EXPECT_EQ(removed(*space_), (Names{"big", "few", "other"}));
+    ASSERT_TRUE(space_->undelete(few));
+    expectPiece("few", few_);
+}
+
+/// What an undone renaming left in its record must not make a removal final.
+TEST_F(RemovedTest, APieceWhoseRenamingWasUndoneIsKeptWhenItIsRemoved)
+{
+    const PieceId few = idOf("few");
+    store::ObjectRecords records(space_->domain());
+    auto state = records.read(few);
+    ASSERT_TRUE(state);
+    state->record.renamedTo = few + 1;
+    state->record.goneBy = 77;
+    ASSERT_TRUE(records.write(*state));
+    ASSERT_TRUE(space_->commitTogether({{}, std::span(&few, 1), {}}));
+    reclaim({});
+    EXPECT_EQ(removed(*space_), (Names{"big", "few", "other"}));
+    ASSERT_TRUE(space_->undelete(few));
+    expectPiece("few", few_);
+}
+
+TEST_F(RemovedTest, WhatIsPurgedWhileVerifyingLooksIsNotMissing)
+{
+    for (int n = 1; !HasFailure(); ++n) {
+        SCOPED_TRACE(n);
+        space_.reset();
+        files_.putBack(start_);
+        open();
+        blob::DirectoryStore elsewhere("/r", files_);
+        const auto other = store::NodeSpace::open(elsewhere, "node", SecretKey::from(key_).value(),
+                                                  engine::RecordForm::keyed);
+        files_.runBefore(n, [&] { (void)store::Reclaim(**other, kAtOnce).run(); });
+        EXPECT_EQ(store::Inventory(space_->domain()).check()->missing.size(), 0U);
+        const bool came = files_.hasRun();
+        files_.runBefore(0, nullptr);
+        if (!came)
+            break;
+    }
+}
+
+/// Set aside because it could not be read, and readable again: it comes back, or is given up.
+TEST_F(RemovedTest, APieceOfTheQuarantineComesBackOrIsGivenUp)
+{
+    const PieceId few = idOf("few");
+    const auto setAside = [&] {
+        const std::string path = "/r/" + manifestOf(few);
+        files_.contentOf(path)[70] ^= 1;
+        const auto aside = space_->setAside(nameOf("few"));
+        EXPECT_TRUE(aside) << aside.error().text;
+        return *aside;
+    };
+    const auto readAgain = [&](const std::string &aside) {
+        files_.contentOf("/r/" + aside)[70] ^= 1;
+    };
+    const auto whole = files_.snapshot();
+    for (const bool taken : {false, true}) {
+        SCOPED_TRACE(taken);
+        const std::string aside = setAside();
+        EXPECT_EQ(store::repair(*space_, false, {})->broughtBack, 0U);
+        if (taken)
+            backUp("few", "another");
+        readAgain(aside);
+        EXPECT_EQ(store::repair(*space_, false, {})->broughtBack, 1U);
+        expectPiece(few, few_);
+        expectPiece("few", taken ? "another" : few_);
+        reclaim();
+        expectPiece(few, few_);
+        EXPECT_EQ(verified().hurt(), 0U);
+        space_.reset();
+        files_.putBack(whole);
+        open();
+    }
+    const std::string aside = setAside();
+    reclaim();
+    ASSERT_TRUE(store::removeBlob(*space_, aside));
+    EXPECT_EQ(verified().missing, 0U);
+    reclaim();
+    EXPECT_EQ(packs(), 0U);
 }
 
 } // namespace

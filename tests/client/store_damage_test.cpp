@@ -1,5 +1,6 @@
 // Blobs that are not what was stored: flipped, cut, exchanged, or of another release.
 #include "client/store/blob_removal.h"
+#include "client/store/repair.h"
 #include "tests/client/store_faults_fixture.h"
 
 #include <cstring>
@@ -88,7 +89,7 @@ TEST_F(StoreDamage, ARecordWithoutProofOrFromAnotherPlaceIsRefused)
          [&] { return all(space_->groups().find(ids[0]), space_->groups().find(ids[1])); }},
         {"/r/filespaces/",
          [&] { return all(space_->filespace("/fs"), space_->filespace("/fs2")); }},
-        {"/r/reclaim/", [&] { return all(store::readMarkedPacks(space_->domain())); }},
+        {"/r/reclaim/", [&] { return all(store::markRecord(space_->domain()).latest()); }},
         {"/r/classes/",
          [&] {
              return all(repository_->policy().find("GOLD"), repository_->policy().find("LEAD"));
@@ -244,6 +245,96 @@ TEST_F(StoreDamage, ADamagedPackHoldsUpNothingElse)
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->deadPacks, 1U) << "the damaged one, which nothing needs";
     expectPiece("kept", 'k', 5000);
+}
+
+/// Without knowing what is marked, streams count on nothing that is there.
+TEST_F(StoreDamage, ADamagedMarkStopsNoBackup)
+{
+    ASSERT_TRUE(reclaim());
+    ASSERT_TRUE(backUp("older", 'o', 3000) && remove("older"));
+    const auto mark = [&] {
+        std::string newest;
+        for (const std::string &path : files_.paths())
+            newest = path.starts_with("/r/reclaim/") ? path : newest;
+        return newest;
+    };
+    files_.contentOf(mark())[20] ^= 1;
+    const auto before = files_.paths();
+    ASSERT_TRUE(backUp("again", 'k', 5000));
+    EXPECT_EQ(added(before).size(), 2U) << "it was stored again";
+    expectPiece("again", 'k', 5000);
+    ASSERT_TRUE(space_->rename(nameOf("kept"), nameOf("moved")));
+    expectPiece("moved", 'k', 5000);
+    const std::string bad = mark();
+    store::PieceDescription description;
+    description.name = nameOf("slow");
+    auto slow = space_->beginPiece(description);
+    const auto run = [&] { return *store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run(); };
+    auto totals = run();
+    EXPECT_EQ("/r/" + totals.damagedMark, bad);
+    EXPECT_EQ(totals.deadPacks, 0U) << "a stream from before lives";
+    (void)slow->reset();
+    totals = run();
+    EXPECT_EQ(totals.damagedMark, "");
+    EXPECT_GT(totals.deadPacks, 0U);
+    const auto after = files_.paths();
+    ASSERT_TRUE(backUp("last", 'k', 5000));
+    EXPECT_EQ(added(after).size(), 1U) << "nothing is marked any more";
+    EXPECT_TRUE(isSound());
+}
+
+TEST_F(StoreDamage, AManifestThatTheDiskFailsToReadHoldsUpNothingElse)
+{
+    using Broken = test::MemoryFiles::Broken;
+    const auto before = files_.paths();
+    ASSERT_TRUE(backUp("bad", 'b', 3000));
+    const std::string bad = added(before).back();
+    for (const Broken how : {Broken::opening, Broken::reading}) {
+        files_.breakFile(bad, how);
+        const auto totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
+        ASSERT_TRUE(totals) << totals.error().text;
+        EXPECT_EQ(totals->damagedManifests.size(), 1U);
+        EXPECT_EQ(totals->deadPacks, 0U) << "it may need any of them";
+        std::vector<std::string> lost;
+        store::RepairWatcher watcher;
+        watcher.lostPiece = [&](const store::LostPiece &piece) { lost.push_back(piece.name); };
+        ASSERT_TRUE(store::repair(*space_, false, watcher));
+        EXPECT_EQ(lost, std::vector<std::string>{bad.substr(3)});
+        const auto verified = store::verify(*space_, {}, {});
+        ASSERT_TRUE(verified) << verified.error().text;
+        EXPECT_EQ(verified->hurtPieces, 1U);
+    }
+    files_.breakFile(bad, Broken::no);
+    expectPiece("bad", 'b', 3000);
+}
+
+TEST_F(StoreDamage, OnlyARecordThatNothingDependsOnIsRemoved)
+{
+    const std::string key = space_->domain().nodeKey(), change = "00000000000000aa";
+    const std::string plan = "changes/" + key + "/" + change + ".plan";
+    const Bytes garbage(100), large(100'000);
+    for (const std::string &name : {"outcomes/" + key + "/" + change, plan})
+        ASSERT_TRUE(blob::putWhole(repository_->blobs(), name, garbage));
+    const std::string note = "inventory/" + key + "/" + change, grace = "options/grace/00000009";
+    ASSERT_TRUE(blob::putWhole(repository_->blobs(), note, large));
+    ASSERT_TRUE(blob::putWhole(repository_->blobs(), grace, garbage));
+    EXPECT_EQ(store::verify(*space_, {}, {})->hurtRecords, 4U);
+    const auto refused = store::removeBlob(*space_, "outcomes/" + key + "/" + change);
+    EXPECT_TRUE(!refused && refused.error().kind == ErrorKind::badArgument);
+    for (const std::string &name : {plan, "outcomes/" + key + "/" + change, note, grace})
+        EXPECT_TRUE(store::removeBlob(*space_, name)) << name;
+    EXPECT_TRUE(isSound());
+}
+
+TEST_F(StoreDamage, ADamagedRuleStopsNoOtherOne)
+{
+    ASSERT_TRUE(rules().add({0, "", "reader", "", nameOf("kept"), {}, {}}, space_->dataKey()));
+    const std::string bad = "access/" + space_->domain().nodeKey() + "/00000001";
+    ASSERT_TRUE(blob::putWhole(repository_->blobs(), bad, Bytes(100)));
+    EXPECT_TRUE(readersKey());
+    std::vector<std::string> damaged;
+    EXPECT_EQ(rules().list(space_->dataKey(), &damaged)->size(), 1U);
+    EXPECT_EQ(damaged, std::vector<std::string>{bad});
 }
 
 } // namespace

@@ -182,7 +182,9 @@ protected:
     Result<void> reclaim()
     {
         ARCA_TRY(const auto totals, store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run());
-        EXPECT_EQ(totals.deadPacks + totals.waitingPacks, 1U);
+        // What cannot be read is named, and may need the pack.
+        EXPECT_TRUE(totals.deadPacks + totals.waitingPacks == 1 || !totals.damagedPacks.empty() ||
+                    !totals.damagedManifests.empty());
         return {};
     }
 

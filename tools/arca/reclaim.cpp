@@ -38,7 +38,8 @@ Json jsonOf(const store::ReclaimTotals &totals)
             {"waitingBytes", totals.waitingBytes},
             {"waitingFor", totals.waitingFor},
             {"damagedManifests", totals.damagedManifests},
-            {"damagedPacks", totals.damagedPacks}};
+            {"damagedPacks", totals.damagedPacks},
+            {"damagedMark", totals.damagedMark}};
 }
 
 std::string piecesText(std::uint64_t count)
@@ -84,10 +85,13 @@ void show(const store::ReclaimTotals &totals, bool dryRun)
                    processesOf(totals.waitingFor));
 }
 
-void showDamage(const store::ReclaimTotals &totals)
+void showDamage(const store::ReclaimTotals &totals, bool dryRun)
 {
     for (const std::string &pack : totals.damagedPacks)
-        fmt::print("Kept        {}: it is damaged, and pieces need it (arca repair)\n", pack);
+        fmt::print("Kept        {}: it cannot be read, and pieces need it (arca repair)\n", pack);
+    if (!totals.damagedMark.empty())
+        fmt::print("Damaged     {}, which said what packs were being reclaimed: {}\n",
+                   totals.damagedMark, dryRun ? "the next run replaces it" : "it was replaced");
     for (const std::string &manifest : totals.damagedManifests)
         fmt::print("Kept        all packs that were there when {} was found damaged, as nobody can "
                    "tell which of them it needs; arca rm --blob gives it up\n",
@@ -142,8 +146,17 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     if (!command.json)
         show(totals, asked.dryRun);
     if (!command.json)
-        showDamage(totals);
-    return {};
+        showDamage(totals, asked.dryRun);
+    if (totals.damagedPacks.empty())
+        return {};
+    return Error{ErrorKind::damaged,
+                 fmt::format("{} that pieces need cannot be read, and {} left as {}; run arca "
+                             "repair",
+                             totals.damagedPacks.size() == 1
+                                 ? std::string("1 pack")
+                                 : fmt::format("{} packs", totals.damagedPacks.size()),
+                             totals.damagedPacks.size() == 1 ? "was" : "were",
+                             totals.damagedPacks.size() == 1 ? "it is" : "they are")};
 }
 
 } // namespace

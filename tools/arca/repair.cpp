@@ -34,6 +34,8 @@ void fill(const store::RepairOutcome &outcome, Json &result)
     result["lostBlocks"] = outcome.lostBlocks;
     result["lostPacks"] = outcome.lostPacks;
     result["lostPieces"] = outcome.lostPieces;
+    result["stuckPacks"] = outcome.stuckPacks;
+    result["broughtBack"] = outcome.broughtBack;
     result["waitingPacks"] = outcome.waitingPacks;
     result["waitingFor"] = outcome.waitingFor;
 }
@@ -58,6 +60,7 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     const mtTimed timed(MT_TIME_CLIENT);
     Json &packs = result["packs"] = Json::array();
     Json &pieces = result["lost"] = Json::array();
+    Json &returned = result["setAside"] = Json::array();
     store::RepairWatcher watcher;
     watcher.pack = [&](const std::string &name, const std::string &what) {
         if (command.json)
@@ -72,6 +75,20 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
             fmt::print("Lost piece  {}: {}\n", printable(piece.name, 4000),
                        printable(piece.reason, 4000));
     };
+    watcher.setAside = [&](const store::SetAside &aside) {
+        const bool stays = aside.now.empty();
+        if (command.json)
+            returned.push_back({{"piece", aside.piece},
+                                {"blob", stays ? aside.blobName : aside.now},
+                                {"reason", aside.reason}});
+        else if (stays)
+            fmt::print("Kept aside  {}, which can be read again: {}\n",
+                       printable(aside.piece, 4000), printable(aside.reason, 4000));
+        else
+            fmt::print("{}  {}, which can be read again, as {}\n",
+                       asked.dryRun ? "Would return" : "Brought back", printable(aside.piece, 4000),
+                       aside.now);
+    };
     watcher.goOn = [] { return !interrupted(); };
     if (!asked.dryRun)
         catchInterrupts();
@@ -83,8 +100,12 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     fill(outcome, result);
     if (!command.json)
         print(outcome, asked.dryRun);
-    if (outcome.lostPieces == 0)
+    if (outcome.lostPieces == 0 && outcome.stuckPacks == 0)
         return {};
+    if (outcome.lostPieces == 0)
+        return Error{ErrorKind::damaged, counted(outcome.stuckPacks, "pack") +
+                                             " could not be read or mended now; see to the disk, "
+                                             "then run it again"};
     return Error{ErrorKind::damaged,
                  counted(outcome.lostPieces, "piece") +
                      " cannot be made whole now; a later backup of the same data may bring copies "
@@ -104,7 +125,10 @@ void addRepair(tools::Verb app, Command &command)
     verb.footer(
         "Example: arca verify --read-data; arca repair\n"
         "It mends what verifying or a restore found damaged, and may run beside backups and "
-        "restores. Exit status 1, and a line for each, when pieces stay lost.\n"
+        "restores. A piece that was set aside as damaged and can be read again gets its name back, "
+        "or "
+        "becomes an inactive one when another piece has it.\n"
+        "Exit status 1, and a line for each, when pieces stay lost or packs cannot be mended now.\n"
         "It is about what NODENAME keeps itself; ASNODE changes nothing.");
     verb.onChosen([&command, asked] {
         command.verb = "repair";
