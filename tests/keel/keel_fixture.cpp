@@ -37,8 +37,10 @@ void KeelTest::backUp(const std::string &name, const std::string &stream,
 
 std::string KeelTest::restored(const std::string &name, const std::string &blockSize) const
 {
-    const ProgramResult result =
-        keel({"restore", name, "--output", "-", "--block-size", blockSize});
+    Words words = {"restore", name, "--output", "-"};
+    if (!blockSize.empty())
+        words.insert(words.end(), {"--block-size", blockSize});
+    const ProgramResult result = keel(words);
     return result.status == 0 ? result.out : "failed: " + result.err;
 }
 

@@ -31,7 +31,7 @@ protected:
 
     /// What comes back on standard output, or "failed: " and what keel said.
     [[nodiscard]] std::string restored(const std::string &name,
-                                       const std::string &blockSize = "256K") const;
+                                       const std::string &blockSize = {}) const;
 
     [[nodiscard]] bool isStored(const std::string &name) const;
 

@@ -18,11 +18,12 @@ TEST_F(KeelTest, FirstVersionGivesStreamsBackAndSharesThemWithTheSecond)
         const ProgramResult stored =
             keel({"--sbt1", "backup", name, "-i", "-", "--block-size", "4K"}, stream);
         EXPECT_EQ(stored.status, 0) << stored.err;
-        for (const char *blockSize : {"512", "4K", "256K"}) {
-            const ProgramResult result =
-                keel({"--sbt1", "restore", name, "-o", "-", "--block-size", blockSize});
-            EXPECT_TRUE(result.out == stream) << name << " in " << blockSize << result.err;
+        for (const Words &blocks : {Words{}, {"--block-size", "512"}, {"--block-size", "4K"}}) {
+            const ProgramResult result = keel({"--sbt1", "restore", name, "-o", "-"}, {}, blocks);
+            EXPECT_TRUE(result.out == stream)
+                << name << testing::PrintToString(blocks) << result.err;
         }
+        EXPECT_EQ(keel({"--sbt1", "restore", name, "-o", "-", "--block-size", "64M"}).status, 1);
         EXPECT_TRUE(restored(name) == stream) << name;
     }
     backUp("new", "of the second version");

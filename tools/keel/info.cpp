@@ -3,6 +3,7 @@
 #include "tools/common/text.h"
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
+#include "tools/keel/stored_length.h"
 
 #include <algorithm>
 #include <memory>
@@ -20,7 +21,8 @@ const char *sharing(const PieceInfo &piece)
     return piece.share == 0 ? "-" : piece.share == 2 ? "multiple" : "single";
 }
 
-Json describe(const PieceInfo &piece)
+/// The first version of the interface tells no expiry.
+Json describe(const PieceInfo &piece, bool firstVersion)
 {
     Json object = {{"name", piece.name}, {"found", piece.found}};
     if (!piece.found)
@@ -29,9 +31,8 @@ Json describe(const PieceInfo &piece)
         return seconds == 0 ? Json(nullptr) : Json(tools::utcTimeText(seconds));
     };
     object["created"] = time(piece.created);
-    if (piece.size)
-        object["size"] = *piece.size;
-    else
+    object["size"] = piece.size ? Json(*piece.size) : Json(nullptr);
+    if (!firstVersion)
         object["expires"] = time(piece.expires);
     object["method"] = piece.method == 1 ? "stream" : "proxy";
     if (piece.share != 0)
@@ -41,14 +42,13 @@ Json describe(const PieceInfo &piece)
     return object;
 }
 
-void printTable(const std::vector<PieceInfo> &pieces)
+void printTable(const std::vector<PieceInfo> &pieces, bool firstVersion)
 {
-    const bool sized =
-        std::ranges::any_of(pieces, [](const PieceInfo &piece) { return piece.size.has_value(); });
     tools::Table table({{"NAME"},
                         {"FOUND"},
                         {"CREATED"},
-                        {sized ? "SIZE" : "EXPIRES"},
+                        {"SIZE"},
+                        {"EXPIRES"},
                         {"LABEL"},
                         {"SHARING"},
                         {"CLASS"}});
@@ -58,7 +58,8 @@ void printTable(const std::vector<PieceInfo> &pieces)
         else
             table.add({piece.name, "yes",
                        piece.created == 0 ? "-" : tools::localTimeText(piece.created),
-                       piece.size           ? tools::byteText(static_cast<double>(*piece.size))
+                       piece.size ? tools::byteText(static_cast<double>(*piece.size)) : "-",
+                       firstVersion         ? "-"
                        : piece.expires == 0 ? "never"
                                             : tools::localTimeText(piece.expires),
                        piece.label, sharing(piece), piece.managementClass});
@@ -68,14 +69,14 @@ void printTable(const std::vector<PieceInfo> &pieces)
 
 int run(const std::vector<std::string> &names, const Command &command, Json &result)
 {
-    const auto channel = openChannel(command.channel);
-    const std::vector<PieceInfo> pieces = channel->info(names);
+    std::vector<PieceInfo> pieces = openChannel(command.channel)->info(names);
+    addStoredLengths(command.channel, pieces);
     Json list = Json::array();
     for (const PieceInfo &piece : pieces)
-        list.push_back(describe(piece));
+        list.push_back(describe(piece, command.channel.firstVersion));
     result["pieces"] = list;
     if (!command.json)
-        printTable(pieces);
+        printTable(pieces, command.channel.firstVersion);
     const bool allFound = std::ranges::all_of(pieces, &PieceInfo::found);
     return allFound ? kExitDone : kExitFailed;
 }
@@ -89,6 +90,8 @@ void addInfo(tools::Verb app, Command &command)
     verb.addOption("NAME", *names, "Names of the pieces").required().valueName("");
     addCommonOptions(verb, command);
     verb.footer("Example: keel info data-monday data-tuesday\n"
+                "The size is what is stored: blocks, with what keel added to fill them. A restore "
+                "takes blocks that it is a multiple of.\n"
                 "Status 0: all of them are there; 1: one is missing, or the question failed.");
     verb.onChosen([names, &command] {
         command.verb = "info";

@@ -5,6 +5,7 @@
 #include "tools/keel/command.h"
 #include "tools/keel/failure.h"
 #include "tools/keel/files.h"
+#include "tools/keel/stored_length.h"
 #include "tools/timing/timing.h"
 
 #include <memory>
@@ -18,9 +19,20 @@ namespace
 struct Restore {
     std::string name;
     std::string output;
-    std::size_t blockSize = kDefaultBlockSize;
+    std::size_t blockSize = 0; // as fits
     bool force = false;
 };
+
+/// Before anything is read: afterwards bytes may have gone out that are none of the stream's.
+std::size_t fittingBlockSize(const Restore &restore, const Command &command)
+{
+    const mtTimed timed(MT_TIME_CLIENT);
+    std::vector<PieceInfo> pieces(1);
+    pieces.front().name = restore.name;
+    pieces.front().found = true; // the restore says when it is not
+    addStoredLengths(command.channel, pieces);
+    return restoreBlockSize(restore.blockSize, pieces.front().size);
+}
 
 int run(const Restore &restore, const Command &command, Json &result)
 {
@@ -30,12 +42,14 @@ int run(const Restore &restore, const Command &command, Json &result)
     result["name"] = restore.name;
     OutputFile output(restore.output,
                       restore.force ? tools::Existing::replace : tools::Existing::keep);
+    const std::size_t blockSize = fittingBlockSize(restore, command);
+    result["blockSize"] = blockSize;
     tools::Progress progress(restore.name, std::nullopt, command.quiet);
     std::unique_ptr<Channel> channel;
     {
         const mtTimed timed(MT_TIME_CLIENT);
         channel = openChannel(command.channel);
-        channel->beginRestore(restore.name, restore.blockSize);
+        channel->beginRestore(restore.name, blockSize);
     }
     const auto read = [&](std::span<std::byte> block) {
         const mtTimed timed(MT_TIME_TRANSFER);
@@ -46,7 +60,7 @@ int run(const Restore &restore, const Command &command, Json &result)
         output.write(bytes);
         progress.add(bytes.size());
     };
-    const std::uint64_t length = restoreStream(read, write, restore.blockSize);
+    const std::uint64_t length = restoreStream(read, write, blockSize);
     {
         const mtTimed timed(MT_TIME_CLIENT);
         channel->closePiece();
@@ -75,8 +89,11 @@ void addRestore(tools::Verb app, Command &command)
     addBlockSize(verb, restore->blockSize);
     tools::addTimingOption(verb, command.timing);
     addCommonOptions(verb, command);
-    verb.footer("Example: keel restore data-monday --output - | tar -t\n"
-                "The file appears under its name when all of it is on disk, and not before.");
+    verb.footer(
+        "Example: keel restore data-monday --output - | tar -t\n"
+        "The file appears under its name when all of it is on disk, and not before.\n"
+        "Without --block-size it is 256K, or less when the piece is no multiple of that; one "
+        "that the piece is no multiple of is refused.");
     verb.onChosen([restore, &command] {
         command.verb = "restore";
         command.subject = restore->name;

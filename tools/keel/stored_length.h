@@ -1,0 +1,25 @@
+// How long pieces are as they are stored, which only the first version of the agent's interface
+// tells. A process may use one version after the other, not beside it.
+#ifndef KEEL_TOOLS_KEEL_STORED_LENGTH_H
+#define KEEL_TOOLS_KEEL_STORED_LENGTH_H
+
+#include "tools/keel/channel.h"
+
+namespace keel
+{
+
+/// Fills in the size of every piece that was found. The size of a piece that the agent does not
+/// describe stays empty: the call that needs the piece says why. No channel may be open; each piece
+/// takes a session of its own. Nothing of it goes into the database trace.
+void addStoredLengths(ChannelOptions options, std::vector<PieceInfo> &pieces);
+
+/// Returns the size of the blocks to restore a piece in: `asked`, or when that is 0 the default, or
+/// the largest power of two that the stored length is a multiple of. Throws Failure when the length
+/// is no multiple of `asked`: the piece was stored in other blocks. Which these were, the length
+/// does not tell.
+[[nodiscard]] std::size_t restoreBlockSize(std::size_t asked,
+                                           std::optional<std::uint64_t> storedLength);
+
+} // namespace keel
+
+#endif
