@@ -40,6 +40,30 @@ TEST_F(KeelTest, DoctorFindsNothingWrongAndLeavesNothing)
     EXPECT_EQ(checkOf(result, "piece")["text"], "stored, read back, compared, removed");
 }
 
+TEST_F(KeelTest, DoctorCountsWhatIsDamagedAndItsCureWorks)
+{
+    writeFile("input", randomBytes(100'000, 3));
+    ASSERT_EQ(keel({"backup", "p", "--input", "input", "--quiet"}).status, 0);
+    for (const auto &file :
+         std::filesystem::recursive_directory_iterator(installation_.repository() / "pieces"))
+        if (file.is_regular_file())
+            writeFile(file.path(), "damaged");
+    EXPECT_EQ(checkOf(keel({"doctor", "--json"}), "damage")["text"], "none is recorded");
+    const std::string options = installation_.clientOptions();
+    const auto arca = [&](const std::string &words) {
+        return run({"sh", "-c", arcaProgram().string() + words + " --yes"});
+    };
+    ASSERT_EQ(arca(" rm p --filespace '*' --optfile " + options).status, 0);
+    const Json check = checkOf(keel({"doctor", "--json"}), "damage");
+    EXPECT_EQ(check["text"],
+              "of all nodes: 0 damaged parts of packs, 1 damaged manifest set aside");
+    const std::string cure = check["cure"];
+    const std::size_t command = cure.find(" rm --blob");
+    ASSERT_NE(command, std::string::npos) << cure;
+    EXPECT_EQ(arca(cure.substr(command)).status, 0);
+    EXPECT_EQ(checkOf(keel({"doctor", "--json"}), "damage")["text"], "none is recorded");
+}
+
 TEST_F(KeelTest, DoctorNamesWhatIsBrokenWithItsCure)
 {
     const auto directory = installation_.directory();

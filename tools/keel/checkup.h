@@ -48,6 +48,7 @@ private:
     void lookAtClientOptions();
     void lookAtPassword();
     void lookAtRepository();
+    void lookAtDamage(const std::string &repository);
     void lookAtSpace(const std::string &check, const std::string &directory);
     void tryPiece();
 

@@ -186,6 +186,7 @@ void Checkup::lookAtRepository()
         return bad("repository", fmt::format("{}: {}", shown(directory), std::strerror(errno)),
                    "Give the directory, with all in it, to the user that the database runs as.");
     good("repository", shown(directory));
+    lookAtDamage(directory);
     lookAtSpace("space", directory);
     lookAtSpace("logspace", options_.logDirectory());
 }
