@@ -8,6 +8,7 @@
 #include "client/base/text.h"
 #include "client/base/thread.h"
 #include "client/store/named_pieces.h"
+#include "client/store/remembered_name.h"
 
 #include <algorithm>
 #include <iterator>
@@ -84,7 +85,7 @@ Listing::~Listing()
 Result<std::unique_ptr<Listing>> Listing::begin(NodeSpace &space, ListSelection selection,
                                                 Progress progress)
 {
-    ARCA_TRY(SecretKey key, deriveKey(space.dataKey(), "object catalogue"));
+    ARCA_TRY(SecretKey key, catalogueKeyOf(space));
     std::unique_ptr<Listing> listing(new Listing(space, std::move(selection), std::move(key)));
     ARCA_TRY(const bool found, listing->findNamed());
     if (found)
@@ -128,11 +129,9 @@ Result<void> Listing::fill()
 {
     Result<bool> filled = false;
     onThreadOfOurs([&] {
-        const HostCache &cache = space_.domain().cache();
         std::vector<std::string> places = {Database::kTemporary, Database::kInMemory};
-        if (cache.exists())
-            places.insert(places.begin(),
-                          cache.directory() + "/objects-" + space_.domain().nodeKey() + ".sqlite");
+        if (std::string kept = cataloguePathOf(space_); !kept.empty())
+            places.insert(places.begin(), std::move(kept));
         for (const std::string &place : places) {
             file_ = std::make_unique<CatalogueFile>(place, key_);
             filled = fillFile();

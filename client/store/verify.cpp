@@ -9,6 +9,7 @@
 #include "client/store/manifest_writer.h"
 #include "client/store/object_record.h"
 #include "client/store/record_kinds.h"
+#include "client/store/remembered_name.h"
 
 #include <algorithm>
 #include <ctime>
@@ -408,11 +409,13 @@ std::string Verification::nameOf(const std::string &blobName, Checked what)
 {
     if (what != Checked::piece)
         return blobName;
-    const auto blob = blobs_.open(blobName);
-    if (!blob)
-        return blobName;
-    const auto description = readDescription(**blob, space_.domain().manifestKey());
-    return description ? description->name.joined() : blobName;
+    if (const auto blob = blobs_.open(blobName)) {
+        const auto description = readDescription(**blob, space_.domain().manifestKey());
+        if (description)
+            return description->name.joined();
+    }
+    const std::string remembered = rememberedName(space_, blobName);
+    return remembered.empty() ? blobName : remembered + " (" + blobName + ")";
 }
 
 void Verification::tellProgress()
