@@ -1,6 +1,7 @@
 // Pieces as an administrator looks after them: found by what is asked for, removed as it was shown,
 // and whatever is not meant stays.
 #include "tests/arca/arca_fixture.h"
+#include "tests/support/terminal.h"
 
 namespace keel::test
 {
@@ -117,6 +118,64 @@ TEST_F(ArcaTest, RmDoesWhatItSaidAndNothingElse)
     EXPECT_EQ(removed["missing"], 1);
     EXPECT_EQ(listed({}), "");
     EXPECT_NE(arca({"log"}).out.find("arca rm: 2 pieces deleted"), std::string::npos);
+}
+
+TEST_F(ArcaTest, ADamagedPieceHoldsUpNoOther)
+{
+    ASSERT_EQ(arca({"class", "define", "gold"}).status, 0);
+    ASSERT_EQ(arca({"class", "change", "STANDARD", "--days", "0"}).status, 0);
+    const hoxHandle_t handle = logOn();
+    for (const char *piece : {"df_1", "df_3", "df_1", "df_3"}) {
+        (void)arca({"rm", piece, "--deactivate", "--yes"});
+        store(handle, piece, piece);
+    }
+    const auto others = stored("pieces");
+    store(handle, "df_2", "df_2");
+    const auto idOf = [&](const char *piece) {
+        return arcaJson({"ls", piece})["objects"][0]["id"].get<std::string>();
+    };
+    const std::string first = idOf("df_1"), second = idOf("df_2");
+    const auto all = stored("pieces");
+    const auto damaged = std::ranges::find_if(
+        all, [&](const auto &file) { return std::ranges::count(others, file) == 0; });
+    ASSERT_NE(damaged, all.end());
+    const auto flip = [&] {
+        std::string bytes = readFile(*damaged);
+        for (char &byte : bytes)
+            byte ^= 1;
+        writeFile(*damaged, bytes);
+    };
+    flip();
+    const struct {
+        Words words;
+        const char *told;
+        int status = 1;
+        bool cached = false; ///< the catalogue knows the piece from before it was damaged
+    } steps[] = {
+        {{"class", "bind", "gold", "df_*", "--dry-run"}, "Would bind 2 pieces to gold"},
+        {{"class", "bind", "gold", "df_*"}, "Bound 2 pieces to gold"},
+        {{"expire", "--dry-run"}, "Would expire  2 of 2 inactive versions"},
+        {{"expire"}, "Expired  2 of 2 inactive versions"},
+        {{"rm", "df_*", "--dry-run"}, "Would be: 2 pieces, "},
+        {{"verify"}, "Hurt piece  /fs//df_2 (pieces/", 1, true},
+        {{"rm", "--id", first, "--id", second}, "1 piece deleted"},
+        {{"rm", "df_*"}, "1 piece, 4 bytes deleted"},
+        {{"rm", "df_2"}, "/fs//df_2 is set aside as quarantine/", 0},
+    };
+    for (const auto &step : steps) {
+        SCOPED_TRACE(testing::PrintToString(step.words));
+        if (step.cached) {
+            flip();
+            ASSERT_EQ(listed({}), "df_1 df_2 df_3");
+            flip();
+        }
+        Terminal asks(commandLine(step.words));
+        if (step.words.back() != "--dry-run" && step.words.back() != "verify")
+            asks.answer("[y/N] ", "y\n");
+        EXPECT_EQ(asks.finish(), step.status);
+        EXPECT_NE(asks.shown.find(step.told), std::string::npos) << asks.shown;
+    }
+    EXPECT_EQ(listed({"--all"}), "") << "the others went";
 }
 
 TEST_F(ArcaTest, BindAndAccessSayWhatHolds)

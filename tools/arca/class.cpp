@@ -151,6 +151,7 @@ Result<void> retire(ClientSession &client, const Command &command, const Asked &
 struct Bound {
     std::uint64_t gone = 0; // not there any more when their turn came
     mtObjectIds_t ids;
+    int damage = HOX_RC_OK; // pieces that cannot be read were passed over
 };
 
 std::string pieces(std::uint64_t number)
@@ -174,9 +175,11 @@ int bindMatching(const mtSession &finding, const mtSession &changing, const Aske
             return !interrupted();
         });
     std::ranges::sort(bound.ids);
-    if (!dryRun && rc == HOX_RC_OK)
+    const bool damaged = rc == HOX_RC_REPOSITORY_DAMAGED;
+    bound.damage = damaged ? rc : HOX_RC_OK;
+    if (!dryRun && (rc == HOX_RC_OK || damaged))
         bound.gone = planned->size() - bound.ids.size();
-    return rc;
+    return damaged ? HOX_RC_OK : rc;
 }
 
 /// Whether anything is meant at all, bound or not.
@@ -198,7 +201,7 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
     const int found = bindMatching(client.session(), *changing, asked, filter, nullptr, bound);
     ARCA_CHECK(expectUninterrupted());
     ARCA_CHECK(answeredFor(asked, found));
-    if (bound.ids.empty()) {
+    if (bound.ids.empty() && bound.damage == HOX_RC_OK) {
         ARCA_TRY(const bool any, matchesAny(client, filter));
         if (!any)
             return noMatch(asked.selection);
@@ -220,13 +223,14 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
     result["bound"] = bound.ids.size();
     result["missing"] = bound.gone;
     if (!command.json && bound.gone != 0)
-        fmt::print("{} {} not there any more, or bound by now\n", pieces(bound.gone),
-                   bound.gone == 1 ? "is" : "are");
+        fmt::print("{} {} not there any more, {}\n", pieces(bound.gone),
+                   bound.gone == 1 ? "is" : "are",
+                   bound.damage == HOX_RC_OK ? "or bound by now" : "bound by now, or damaged");
     if (!command.json)
         fmt::print("{} {} to {}; what was bound to it stays so\n",
                    asked.dryRun ? "Would bind" : "Bound", pieces(bound.ids.size()),
                    printable(asked.name));
-    return {};
+    return answered(bound.damage);
 }
 
 Result<void> perform(const Command &command, const Asked &asked, Work work, Json &result)

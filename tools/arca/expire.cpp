@@ -25,17 +25,21 @@ struct Asked {
     bool dryRun = false, yes = false, fromStandardInput = false;
 };
 
+struct Expired : mtExpired_t {
+    int damage = HOX_RC_OK; // pieces that cannot be read were passed over
+};
+
 std::string amountText(const mtExpired_t &totals)
 {
     return fmt::format("{} of {} inactive versions, {}, {} stored", totals.deleted, totals.inactive,
                        sizeText(totals.size), sizeText(totals.storedSize));
 }
 
-Result<mtExpired_t> expire(ClientSession &client, const mtExpiry_t &expiry,
-                           const mtRemovalReport_t &report)
+Result<Expired> expire(ClientSession &client, const mtExpiry_t &expiry,
+                       const mtRemovalReport_t &report)
 {
     ARCA_TRY(mtSession *const changing, client.second());
-    mtExpired_t totals;
+    Expired totals;
     const int rc = mtExpire(client.session(), *changing, expiry, report, totals);
     if (!expiry.dryRun && totals.deleted != 0)
         (void)mtLogAppend(*changing, HOX_SEVERITY_INFO, "ARCA011",
@@ -44,13 +48,15 @@ Result<mtExpired_t> expire(ClientSession &client, const mtExpiry_t &expiry,
         ARCA_CHECK(expectUninterrupted());
     if (rc == HOX_RC_ABORTED && interrupted())
         return interruption(amountText(totals) + " expired; run it again for the rest");
-    ARCA_CHECK(answered(rc));
+    if (rc == HOX_RC_REPOSITORY_DAMAGED)
+        totals.damage = rc;
+    else
+        ARCA_CHECK(answered(rc));
     return totals;
 }
 
 /// Names what would go, unless `named` is false, and adds its identifiers to `going`, ascending.
-Result<mtExpired_t> rehearse(ClientSession &client, mtExpiry_t expiry, bool named,
-                             mtObjectIds_t &going)
+Result<Expired> rehearse(ClientSession &client, mtExpiry_t expiry, bool named, mtObjectIds_t &going)
 {
     expiry.dryRun = true;
     expiry.names.progress = shownQuery(named ? "" : "Looking through the versions");
@@ -65,7 +71,7 @@ Result<mtExpired_t> rehearse(ClientSession &client, mtExpiry_t expiry, bool name
     return done;
 }
 
-Result<mtExpired_t> carryOut(ClientSession &client, mtExpiry_t expiry, std::uint64_t planned)
+Result<Expired> carryOut(ClientSession &client, mtExpiry_t expiry, std::uint64_t planned)
 {
     constexpr const char *kLabel = "Expiring";
     // Where nobody counted before what goes, the versions that were looked at tell how far it is.
@@ -78,15 +84,15 @@ Result<mtExpired_t> carryOut(ClientSession &client, mtExpiry_t expiry, std::uint
     });
 }
 
-Result<mtExpired_t> perform(ClientSession &client, const Command &command, const Asked &asked,
-                            const mtExpiry_t &expiry)
+Result<Expired> perform(ClientSession &client, const Command &command, const Asked &asked,
+                        const mtExpiry_t &expiry)
 {
     mtObjectIds_t going;
     if (asked.dryRun)
         return rehearse(client, expiry, !command.json, going);
     if (asked.yes)
         return carryOut(client, expiry, 0);
-    ARCA_TRY(mtExpired_t planned, rehearse(client, expiry, false, going));
+    ARCA_TRY(Expired planned, rehearse(client, expiry, false, going));
     if (planned.deleted == 0)
         return planned;
     ARCA_CHECK(confirm(amountText(planned) +
@@ -95,7 +101,7 @@ Result<mtExpired_t> perform(ClientSession &client, const Command &command, const
     ARCA_CHECK(expectUninterrupted());
     mtExpiry_t shown = expiry;
     shown.among = &going;
-    ARCA_TRY(const mtExpired_t done, carryOut(client, shown, planned.deleted));
+    ARCA_TRY(const Expired done, carryOut(client, shown, planned.deleted));
     if (done.deleted < planned.deleted && !command.json)
         fmt::print("{} of those {} not there any more, or kept by now\n",
                    planned.deleted - done.deleted,
@@ -109,8 +115,8 @@ Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     const mtExpiry_t expiry{names, std::time(nullptr), false, nullptr};
-    ARCA_TRY(const mtExpired_t totals, perform(*client, command, asked, expiry));
-    if (totals.looked == 0 && !asked.selection.pattern.empty())
+    ARCA_TRY(const Expired totals, perform(*client, command, asked, expiry));
+    if (totals.looked == 0 && totals.damage == HOX_RC_OK && !asked.selection.pattern.empty())
         return noMatch(asked.selection);
     result["dryRun"] = asked.dryRun;
     result["versions"] = totals.looked;
@@ -120,7 +126,7 @@ Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
     result["storedSize"] = totals.storedSize;
     if (!command.json)
         fmt::print("{}  {}\n", asked.dryRun ? "Would expire" : "Expired", amountText(totals));
-    return {};
+    return answered(totals.damage);
 }
 
 } // namespace

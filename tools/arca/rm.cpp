@@ -30,9 +30,11 @@ struct Asked {
 };
 
 struct Totals {
-    std::uint64_t objects = 0, size = 0, missing = 0;
+    std::uint64_t objects = 0, size = 0, missing = 0, damaged = 0;
     mtObjectIds_t ids;      // ascending, of what was looked at before anything was asked
     int damage = HOX_RC_OK; // what the look ended with, if it met pieces that cannot be read
+
+    std::uint64_t seen() const { return objects + missing + damaged; }
 };
 
 /// A name to the letter, and nothing that a damaged manifest cannot be asked for.
@@ -100,12 +102,16 @@ public:
     mtRemovalReport_t report()
     {
         return [this](const mtObject_t &object, int rc) {
-            ++(rc == HOX_RC_OK ? done_.objects : done_.missing);
+            const bool damaged = rc == HOX_RC_REPOSITORY_DAMAGED;
+            ++(rc == HOX_RC_OK ? done_.objects : damaged ? done_.damaged : done_.missing);
             done_.size += rc == HOX_RC_OK ? object.size : 0;
-            if (rc != HOX_RC_OK && !command_.json)
+            if (damaged && !command_.json)
+                fmt::print("{} {} is damaged\n", idText(object.objId),
+                           printable(object.fsName + object.hlName + object.llName, 2400));
+            else if (rc != HOX_RC_OK && !command_.json)
                 fmt::print("{} is not there any more{}\n", idText(object.objId),
                            asked_.deactivate ? ", or not active" : "");
-            progress_.show(done_.objects + done_.missing, planned_, 0);
+            progress_.show(done_.seen(), planned_, 0);
             return !interrupted();
         };
     }
@@ -148,6 +154,7 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
     result["dryRun"] = asked.dryRun;
     result[asked.deactivate ? "deactivated" : "deleted"] = done.objects;
     result["missing"] = done.missing;
+    result["damaged"] = done.damaged;
     result["size"] = done.size;
     const std::string told = amountText(done) + " " + verbText(asked);
     if (!asked.dryRun && done.objects != 0)
@@ -156,9 +163,10 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
         ARCA_CHECK(expectUninterrupted());
     if (rc == HOX_RC_ABORTED && interrupted())
         return interruption(told + ", the rest is as it was");
-    ARCA_CHECK(answered(rc));
-    if (!command.json)
+    // Before what went wrong with the rest.
+    if (!command.json && (rc == HOX_RC_OK || done.objects != 0))
         fmt::print("{}{}\n", asked.dryRun ? "Would be: " : "", told);
+    ARCA_CHECK(answered(rc));
     if (done.objects == 0 && done.missing != 0)
         return Error{ErrorKind::notFound, "nothing of it is there any more"};
     return {};
@@ -176,9 +184,9 @@ Result<void> carryOut(ClientSession &client, const Command &command, const Asked
     const int rc =
         mtRemoveObjects(client.session(), *changing, shown, asked.action(), watcher.report());
     Totals done = watcher.done();
-    const std::uint64_t seen = done.objects + done.missing;
     const bool all = rc == HOX_RC_OK || rc == HOX_RC_REPOSITORY_DAMAGED;
-    const std::uint64_t gone = all && seen < counted.objects ? counted.objects - seen : 0;
+    const std::uint64_t gone =
+        all && done.seen() < counted.objects ? counted.objects - done.seen() : 0;
     done.missing += gone;
     if (gone != 0 && !command.json)
         fmt::print("{} of the {} pieces {} not there any more, or not as asked for\n", gone,
@@ -199,7 +207,7 @@ Result<void> removeMatching(const Command &command, const Asked &asked, const mt
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     ARCA_TRY(Totals counted, look(*client, filter, asked.dryRun && !command.json));
     if (counted.objects == 0 && counted.damage != HOX_RC_OK && namesOnePiece(asked))
-        return removeDamagedPiece(command, asked.selection.filespace, asked.selection.pattern,
+        return removeDamagedPiece(command, asked.selection,
                                   {{}, asked.dryRun, asked.yes, asked.fromStandardInput}, result);
     if (counted.objects == 0)
         ARCA_CHECK(answered(counted.damage));
@@ -223,7 +231,9 @@ Result<void> removeByIds(const Command &command, const Asked &asked, const mtObj
 {
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
-    ARCA_CHECK(confirm(question(asked, {ids.size(), 0, 0, {}, HOX_RC_OK}), asked.yes));
+    Totals meant;
+    meant.objects = ids.size();
+    ARCA_CHECK(confirm(question(asked, meant), asked.yes));
     Watcher watcher(command, asked, ids.size());
     ARCA_CHECK(expectUninterrupted());
     const int rc = removeIds(client->session(), ids, asked.action(), watcher.report());

@@ -3,8 +3,8 @@
 
 #include "client/base/text.h"
 #include "client/store/blob_removal.h"
+#include "client/store/named_pieces.h"
 #include "tools/arca/node_session.h"
-#include "tools/arca/piece_name.h"
 
 #include <fmt/format.h>
 
@@ -19,6 +19,32 @@ std::string fateText(store::BlobFate fate)
     return fate == store::BlobFate::setAside
                ? "is set aside: its name is free, and it is kept in the quarantine"
                : "is deleted for good";
+}
+
+/// The same name may be in use in several filespaces.
+Result<store::ObjectName> damagedPiece(store::NodeSpace &space, const mtFilter_t &filter)
+{
+    ARCA_TRY(const auto names,
+             store::literalNames(space, filter.fsName, filter.hlName, filter.llName));
+    if (!names)
+        return Error{ErrorKind::damaged, "the record of a filespace is damaged, so --filespace "
+                                         "must say where the piece is"};
+    std::vector<store::ObjectName> damaged;
+    std::string told;
+    for (const store::ObjectName &name : *names) {
+        const auto found = space.find(name);
+        if (found || found.error().kind != ErrorKind::damaged)
+            continue;
+        damaged.push_back(name);
+        told += (told.empty() ? "" : ", ") + name.filespace;
+    }
+    if (damaged.empty())
+        return Error{ErrorKind::notFound, "no piece of that name is damaged by now"};
+    if (damaged.size() > 1)
+        return Error{ErrorKind::badArgument, "pieces of that name are damaged in " +
+                                                 printable(told, 400) +
+                                                 "; --filespace says which is meant"};
+    return damaged.front();
 }
 
 } // namespace
@@ -50,13 +76,12 @@ Result<void> removeBlobs(const Command &command, const BlobRequest &request, Jso
     return {};
 }
 
-Result<void> removeDamagedPiece(const Command &command, const std::string &filespace,
-                                const std::string &piece, const BlobRequest &request, Json &result)
+Result<void> removeDamagedPiece(const Command &command, const Selection &selection,
+                                const BlobRequest &request, Json &result)
 {
-    ARCA_TRY(const hoxObjName asked,
-             objectName(filespace.empty() ? kAgentFilespace : filespace, piece));
+    ARCA_TRY(const mtFilter_t filter, filterFrom(selection));
     ARCA_TRY(const NodeSession session, logOn(command, request.fromStandardInput, result));
-    const store::ObjectName name{asked.fsName, asked.hlName, asked.llName};
+    ARCA_TRY(const store::ObjectName name, damagedPiece(*session.space, filter));
     const std::string shown = printable(name.joined(), 400);
     if (!request.dryRun)
         ARCA_CHECK(confirm(shown + " is damaged. It is set aside: its name is free, and what is "

@@ -3,6 +3,7 @@
 #define KEEL_TOOLS_ARCA_RM_BLOB_H
 
 #include "tools/arca/command.h"
+#include "tools/arca/selection.h"
 
 #include <string>
 #include <vector>
@@ -19,10 +20,11 @@ struct BlobRequest {
 /// a blob that is not damaged, and then nothing is removed.
 Result<void> removeBlobs(const Command &command, const BlobRequest &request, Json &result);
 
-/// Sets the damaged manifest of a piece aside, so that its name is free; `piece` and `filespace` as
-/// patterns without a wildcard have them. Errors: notFound, exists when it can be read after all.
-Result<void> removeDamagedPiece(const Command &command, const std::string &filespace,
-                                const std::string &piece, const BlobRequest &request, Json &result);
+/// Sets the damaged manifest of a piece aside, so that its name is free. The piece is the one that
+/// the selection's pattern, without a wildcard, names in whatever filespace of the selection it is
+/// damaged in. Errors: notFound, and badArgument when it is damaged in several.
+Result<void> removeDamagedPiece(const Command &command, const Selection &selection,
+                                const BlobRequest &request, Json &result);
 
 } // namespace arca::tool
 

@@ -130,18 +130,22 @@ int mtBindObjects(const mtSession &finding, const mtSession &changing, const mtF
     mtFilter_t active = filter;
     active.objState = HOX_STATE_ACTIVE;
     int rc = HOX_RC_OK;
+    int damage = HOX_RC_OK;
     const int asked =
         mtQueryObjects(finding, active, mtOrder_t::inserted, [&](const dhoxBackupObject_t &object) {
             if (stEqualNoCase(object.mcName, className)) {
                 return true;
             }
             const int bound = dryRun ? HOX_RC_OK : bind(changing, object, className);
-            if (bound != HOX_RC_OK && bound != HOX_RC_OBJECT_UNKNOWN) {
+            if (bound == HOX_RC_REPOSITORY_DAMAGED) {
+                damage = bound;
+            } else if (bound != HOX_RC_OK && bound != HOX_RC_OBJECT_UNKNOWN) {
                 rc = bound;
             } else if (!report(mtObject_t(object), bound)) {
                 rc = HOX_RC_ABORTED;
             }
             return rc == HOX_RC_OK;
         });
-    return rc != HOX_RC_OK ? rc : asked;
+    rc = rc != HOX_RC_OK ? rc : asked;
+    return rc != HOX_RC_OK ? rc : damage;
 }

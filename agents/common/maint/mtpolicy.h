@@ -41,7 +41,8 @@ int mtClassDelete(const mtSession &session, const std::string &name);
 /// bound to it already are passed over, so that whoever was interrupted begins again. `finding`
 /// answers the query while `changing` binds; they are two sessions of one node. The report tells of
 /// each what became of it: 0, or HOX_RC_OBJECT_UNKNOWN when it went, or another one took its name,
-/// meanwhile. A dry run only reports. HOX_RC_MC_UNKNOWN; HOX_RC_ABORTED when the report said stop.
+/// meanwhile. A dry run only reports. HOX_RC_MC_UNKNOWN; HOX_RC_ABORTED when the report said stop;
+/// HOX_RC_REPOSITORY_DAMAGED when objects cannot be read: then all others were treated.
 int mtBindObjects(const mtSession &finding, const mtSession &changing, const mtFilter_t &filter,
                   const std::string &className, bool dryRun, const mtRemovalReport_t &report);
 

@@ -10,10 +10,11 @@
 namespace
 {
 
-/// A failure of that object, which leaves the others as they are.
-bool isOfOneObject(int rc)
+/// A failure of that object, which leaves the others as they are. Damage that a commit meets may be
+/// anywhere.
+bool isOfOneObject(int rc, bool atCommit)
 {
-    return rc == HOX_RC_OBJECT_UNKNOWN;
+    return rc == HOX_RC_OBJECT_UNKNOWN || (rc == HOX_RC_REPOSITORY_DAMAGED && !atCommit);
 }
 
 } // namespace
@@ -33,10 +34,16 @@ mtRemoval::mtRemoval(const mtSession &session, mtAction_t action, mtRemovalRepor
 int mtRemoval::add(mtObject_t object)
 {
     batch_.push_back(std::move(object));
-    return batch_.size() < session_.mostPerTransaction() ? HOX_RC_OK : finish();
+    return batch_.size() < session_.mostPerTransaction() ? HOX_RC_OK : flush();
 }
 
 int mtRemoval::finish()
+{
+    const int rc = flush();
+    return rc != HOX_RC_OK ? rc : damage_;
+}
+
+int mtRemoval::flush()
 {
     const int rc = stopped_ ? HOX_RC_ABORTED : carryOut(batch_);
     batch_.clear();
@@ -91,16 +98,17 @@ int mtRemoval::carryOut(std::span<const mtObject_t> batch)
         if (tried.rc == HOX_RC_OK) {
             return report(batch, HOX_RC_OK);
         }
-        if (!isOfOneObject(tried.rc)) {
+        const bool atCommit = tried.good == batch.size();
+        if (!isOfOneObject(tried.rc, atCommit)) {
             return tried.rc;
         }
-        const bool atCommit = tried.good == batch.size();
         const std::size_t before = atCommit ? batch.size() / 2 : tried.good;
         if (const int rc = carryOut(batch.first(before)); rc != HOX_RC_OK) {
             return rc;
         }
         batch = batch.subspan(before);
         if (!atCommit || before == 0) {
+            damage_ = tried.rc == HOX_RC_REPOSITORY_DAMAGED ? tried.rc : damage_;
             if (const int rc = report(batch.first(1), tried.rc); rc != HOX_RC_OK) {
                 return rc;
             }

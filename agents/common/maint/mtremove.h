@@ -31,7 +31,8 @@ struct mtObject_t {
 };
 
 /// What became of an object: 0, or HOX_RC_OBJECT_UNKNOWN when it was not there any more (or, to be
-/// made inactive, was so already). False stops after the transaction that is under way.
+/// made inactive, was so already), or HOX_RC_REPOSITORY_DAMAGED when it cannot be read, and stays
+/// as it is. False stops after the transaction that is under way.
 using mtRemovalReport_t = std::function<bool(const mtObject_t &object, int rc)>;
 
 class mtRemoval
@@ -43,7 +44,8 @@ public:
     /// Carries a transaction out when there is enough for one. Anything but 0 ends the removal:
     /// what was reported is done, the rest is not. HOX_RC_ABORTED when the report said stop.
     int add(mtObject_t object);
-    /// Carries out what is left.
+    /// Carries out what is left. HOX_RC_REPOSITORY_DAMAGED when objects were reported as damaged,
+    /// and all others are done.
     int finish();
 
 private:
@@ -52,6 +54,7 @@ private:
         std::size_t good; // steps that were taken before one failed; all of them at the commit
     };
     Attempt attempt(std::span<const mtObject_t> batch) const;
+    int flush();
     int commit() const;
     int step(const mtObject_t &object) const;
     int carryOut(std::span<const mtObject_t> batch);
@@ -62,10 +65,12 @@ private:
     const mtRemovalReport_t report_;
     std::vector<mtObject_t> batch_;
     bool stopped_ = false;
+    int damage_ = 0; // of an object that was passed over
 };
 
 /// Applies `action` to every object that the filter names. `finding` answers the query while
-/// `changing` carries out; they are two sessions of one node.
+/// `changing` carries out; they are two sessions of one node. HOX_RC_REPOSITORY_DAMAGED when
+/// objects cannot be read: then all others were treated.
 int mtRemoveObjects(const mtSession &finding, const mtSession &changing, const mtFilter_t &filter,
                     mtAction_t action, const mtRemovalReport_t &report);
 
