@@ -8,6 +8,7 @@
 #include "client/store/node_space.h"
 
 #include <algorithm>
+#include <optional>
 #include <set>
 
 namespace arca::store
@@ -37,14 +38,39 @@ Result<std::uint64_t> countUnder(blob::BlobStore &store, const std::string &pref
     return count;
 }
 
+/// Nothing when the record is not there, or damaged, which is counted: the node must be listed, and
+/// can be removed, all the same.
+template <class Record>
+Result<std::optional<Record>> readCounting(blob::BlobStore &store, const std::string &prefix,
+                                           Result<Record> (*decode)(ByteView), NodeSummary &node)
+{
+    using Answer = std::optional<Record>;
+    const auto read = [&]() -> Result<Answer> {
+        ARCA_TRY(const auto state, NumberedRecord(store, prefix).latest());
+        if (!state)
+            return Answer();
+        ARCA_TRY(Record record, decode(state->bytes));
+        return Answer(std::move(record));
+    };
+    auto record = read();
+    if (record || record.error().kind != ErrorKind::damaged)
+        return record;
+    ++node.damagedRecords;
+    return Answer();
+}
+
 /// Also the node's name, which every record of a filespace tells.
 Result<void> addFilespaces(blob::BlobStore &store, NodeSummary &node)
 {
-    ARCA_TRY(const auto filespaces, filespacesOf(store, node.key, {}));
-    for (const Filespace &filespace : filespaces) {
-        node.name = filespace.node;
-        if (!filespace.deleted)
-            node.filespaces.push_back(filespace.name);
+    const std::string room = "filespaces/" + node.key + "/";
+    ARCA_TRY(const auto hashes, keysUnder(store, room));
+    for (const std::string &hash : hashes) {
+        ARCA_TRY(const auto filespace, readCounting(store, room + hash, decodeFilespace, node));
+        if (!filespace)
+            continue;
+        node.name = filespace->node;
+        if (!filespace->deleted)
+            node.filespaces.push_back(filespace->name);
     }
     std::sort(node.filespaces.begin(), node.filespaces.end());
     return {};
@@ -55,12 +81,11 @@ Result<NodeSummary> summarise(blob::BlobStore &store, const std::string &key)
     NodeSummary node;
     node.key = key;
     ARCA_CHECK(addFilespaces(store, node));
-    ARCA_TRY(const auto state, NumberedRecord(store, "nodes/" + key).latest());
-    node.registered = state.has_value();
-    if (state) {
-        ARCA_TRY(const NodeRecord record, decodeNodeRecord(state->bytes));
-        node.name = record.node;
-    }
+    const std::uint64_t damaged = node.damagedRecords;
+    ARCA_TRY(const auto record, readCounting(store, "nodes/" + key, decodeNodeRecord, node));
+    node.registered = record || node.damagedRecords != damaged;
+    if (record)
+        node.name = record->node;
     ARCA_TRY(node.pieces, countUnder(store, "pieces/" + key + "/"));
     ARCA_TRY(node.inactive, countUnder(store, "inactive/" + key + "/"));
     ARCA_TRY(node.packs, countUnder(store, "packs/" + key + "/"));
@@ -77,7 +102,7 @@ Result<std::vector<NodeSummary>> listNodes(blob::BlobStore &store)
     std::vector<NodeSummary> nodes;
     for (const std::string &key : keys) {
         ARCA_TRY(NodeSummary node, summarise(store, key));
-        if (!node.name.empty()) // else it went meanwhile
+        if (!node.name.empty() || node.damagedRecords != 0) // else it went meanwhile
             nodes.push_back(std::move(node));
     }
     std::sort(nodes.begin(), nodes.end(),
@@ -103,8 +128,9 @@ Result<NodeSummary> summaryOf(blob::BlobStore &store, const std::string &node)
 {
     ARCA_TRY(const std::string key, nodeKey(node));
     ARCA_TRY(NodeSummary summary, summarise(store, key));
-    // What a channel that outlived the removal left behind says nobody's name.
-    if (summary.name.empty() && summary.pieces + summary.inactive + summary.packs != 0)
+    // What a channel that outlived the removal left behind tells no name, nor do damaged records.
+    if (summary.name.empty() &&
+        summary.pieces + summary.inactive + summary.packs + summary.damagedRecords != 0)
         summary.name = node;
     if (summary.name != node)
         return Error{ErrorKind::notFound, "there is no node " + printable(node)};

@@ -12,18 +12,19 @@ namespace arca::store
 {
 
 struct NodeSummary {
-    std::string name;
+    std::string name;       // empty: every record that tells it is damaged
     std::string key;        // in blob names
     bool registered = true; // false: its removal was begun and not finished
     std::vector<std::string> filespaces;
     std::uint64_t pieces = 0;
     std::uint64_t inactive = 0; // versions that are kept without having the name
     std::uint64_t packs = 0;
+    std::uint64_t damagedRecords = 0; // of the node and of its filespaces
 };
 
 /// By name. What comes or goes meanwhile may be counted or not.
 Result<std::vector<NodeSummary>> listNodes(blob::BlobStore &store);
-/// One of them; `notFound`.
+/// One of them, whose records may be damaged, all of them. Errors: notFound.
 Result<NodeSummary> summaryOf(blob::BlobStore &store, const std::string &node);
 
 /// The registered nodes by what stands for them in the names of blobs and locks.

@@ -24,6 +24,18 @@ std::string prefixOf(std::string_view room, const std::string &key)
     return std::string(room) + key + "/";
 }
 
+Result<void> deleteFilespace(blob::BlobStore &store, const std::string &prefix)
+{
+    NumberedRecord record(store, prefix);
+    ARCA_TRY(const auto state, record.latest());
+    if (!state)
+        return {};
+    ARCA_TRY(Filespace filespace, decodeFilespace(state->bytes));
+    filespace.deleted = true;
+    return blob::withReserve(
+        store, [&] { return record.write(state->number, encodeFilespace(filespace)); });
+}
+
 Result<void> deleteFilespaces(blob::BlobStore &store, const std::string &key)
 {
     std::set<std::string> records;
@@ -32,14 +44,10 @@ Result<void> deleteFilespaces(blob::BlobStore &store, const std::string &key)
         return true;
     }));
     for (const std::string &prefix : records) {
-        NumberedRecord record(store, prefix);
-        ARCA_TRY(const auto state, record.latest());
-        if (!state)
-            continue;
-        ARCA_TRY(Filespace filespace, decodeFilespace(state->bytes));
-        filespace.deleted = true;
-        ARCA_CHECK(blob::withReserve(
-            store, [&] { return record.write(state->number, encodeFilespace(filespace)); }));
+        const auto done = deleteFilespace(store, prefix);
+        // Nothing can be committed into a filespace whose record is damaged, so it may stay so.
+        if (!done && done.error().kind != ErrorKind::damaged)
+            return done;
     }
     return {};
 }

@@ -176,6 +176,7 @@ TEST_F(MeantTest, WhatSelectsNothingOrIsImpossibleNeverMeansEverything)
         int status;
     } others[] = {
         {{"rm", "", "--yes"}, 2},
+        {{"rm", "//p", "--yes"}, 1},
         {{"rm", "--id", "", "--yes"}, 2},
         {{"expire", "", "--yes"}, 2},
         {{"class", "bind", "gold", "", "--yes"}, 2},

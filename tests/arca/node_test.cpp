@@ -78,6 +78,49 @@ TEST_F(NodeTest, RemovedNodeTakesAllItKeepsAndNothingElse)
     EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);
 }
 
+TEST_F(NodeTest, ADamagedNodeIsListedAndCanBeRemoved)
+{
+    store(logOn(), "mine", "stays");
+    ASSERT_EQ(arca({"node", "add", "other"}).status, 0);
+    const auto others = optionsOf("other", installation_.repository());
+    fs::copy_file(installation_.clientOptions().string() + ".keys", others.string() + ".keys");
+    for (const char *room : {"filespaces", "nodes"}) {
+        SCOPED_TRACE(room);
+        const auto before = stored(room);
+        if (room == std::string("filespaces")) {
+            ASSERT_EQ(setUp(others), HOX_RC_OK);
+            store(logOn(), "theirs", "goes");
+        } else {
+            ASSERT_EQ(arca({"node", "add", "other"}).status, 0);
+        }
+        for (const auto &record : stored(room))
+            if (std::ranges::count(before, record) == 0)
+                writeFile(record, "damaged");
+        EXPECT_NE(arca({"node", "list"}).out.find("1 of its records is damaged"),
+                  std::string::npos);
+        EXPECT_EQ(arca({"node", "remove", "other", "--yes"}).status, 0);
+        EXPECT_EQ(nodes(), Words{"testnode"});
+    }
+    EXPECT_EQ(stored("pieces").size(), 1U);
+}
+
+TEST_F(NodeTest, ANameThatCouldNotLogOnIsRefusedEverywhere)
+{
+    const auto options = installation_.directory() / "name.opt";
+    for (const std::string name : {" blank", "blank ", "a\tb", "a\nb", "\x7f", "a\x01"}) {
+        SCOPED_TRACE(testing::PrintToString(name));
+        EXPECT_EQ(arca({"node", "add", name}).status, 1);
+        hoxHandle_t handle = 0;
+        EXPECT_EQ(
+            ClientTest::logOn(handle, name.c_str(), "a long passphrase", "-passwordaccess=prompt"),
+            HOX_RC_AUTH_FAILURE);
+        writeFile(options, "REPOSITORY file://" + installation_.repository().string() +
+                               "\nNODENAME \"" + name + "\"\n");
+        EXPECT_EQ(arcaAs(options, {"init"}).status, 1);
+    }
+    EXPECT_EQ(nodes(), Words{"testnode"});
+}
+
 TEST_F(NodeTest, HalfRemovedNodeIsFinishedBeforeItsNameIsFree)
 {
     const auto others = optionsOf("other", installation_.repository());

@@ -15,9 +15,13 @@ namespace
 
 Json jsonOf(const store::NodeSummary &node)
 {
-    return {
-        {"node", node.name},     {"registered", node.registered}, {"filespaces", node.filespaces},
-        {"pieces", node.pieces}, {"inactive", node.inactive},     {"packs", node.packs}};
+    return {{"node", node.name},
+            {"registered", node.registered},
+            {"filespaces", node.filespaces},
+            {"pieces", node.pieces},
+            {"inactive", node.inactive},
+            {"packs", node.packs},
+            {"damagedRecords", node.damagedRecords}};
 }
 
 Result<void> list(const Command &command, Json &result)
@@ -35,10 +39,14 @@ Result<void> list(const Command &command, Json &result)
     Json &shown = result["nodes"] = Json::array();
     for (const store::NodeSummary &node : nodes) {
         shown.push_back(jsonOf(node));
-        table.add({node.name, std::to_string(node.pieces), std::to_string(node.inactive),
-                   std::to_string(node.packs),
-                   node.registered ? fmt::format("{}", fmt::join(node.filespaces, " "))
-                                   : "its removal is not finished: arca node remove " + node.name});
+        std::string told = node.registered
+                               ? fmt::format("{}", fmt::join(node.filespaces, " "))
+                               : "its removal is not finished: arca node remove " + node.name;
+        if (node.damagedRecords != 0)
+            told += fmt::format("{}({} of its records {} damaged)", told.empty() ? "" : " ",
+                                node.damagedRecords, node.damagedRecords == 1 ? "is" : "are");
+        table.add({node.name.empty() ? "(unknown)" : node.name, std::to_string(node.pieces),
+                   std::to_string(node.inactive), std::to_string(node.packs), told});
     }
     if (!command.json)
         fmt::print("{}", table.text());

@@ -42,16 +42,34 @@ void fill(const store::RepairOutcome &outcome, Json &result)
 
 void print(const store::RepairOutcome &outcome, bool dryRun)
 {
-    fmt::print("Looked at   {} that is damaged\n", counted(outcome.damagedPacks, "pack"));
+    fmt::print("Looked at   {}\n", counted(outcome.damagedPacks, "damaged pack"));
     fmt::print("{}  {}, with copies of {} ({})\n", dryRun ? "Would mend" : "Mended    ",
                counted(outcome.mendedPacks, "pack"), counted(outcome.foundBlocks, "block"),
                tools::byteText(static_cast<double>(outcome.foundBytes)));
     if (outcome.healed != 0)
         fmt::print("Right again {}\n", counted(outcome.healed, "part"));
     if (outcome.waitingPacks != 0)
-        fmt::print("Later       {}: streams that began before are still open; run it again when "
-                   "they have ended\n",
-                   counted(outcome.waitingPacks, "pack"));
+        fmt::print("Later       {}\n", counted(outcome.waitingPacks, "pack"));
+}
+
+/// What stays to be done is a failure.
+Result<void> verdict(const store::RepairOutcome &outcome)
+{
+    if (outcome.lostPieces != 0)
+        return Error{ErrorKind::damaged,
+                     counted(outcome.lostPieces, "piece") +
+                         " cannot be made whole now; a later backup of the same data may bring "
+                         "copies of what is missing, then run it again"};
+    if (outcome.stuckPacks != 0)
+        return Error{ErrorKind::damaged, counted(outcome.stuckPacks, "pack") +
+                                             " could not be read or mended now; see to the disk, "
+                                             "then run it again"};
+    if (outcome.waitingPacks != 0)
+        return Error{ErrorKind::conflict,
+                     counted(outcome.waitingPacks, "pack") +
+                         " cannot be mended while streams that began before are still open; run "
+                         "it again when they have ended"};
+    return {};
 }
 
 Result<void> perform(const Command &command, const Asked &asked, Json &result)
@@ -100,16 +118,7 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     fill(outcome, result);
     if (!command.json)
         print(outcome, asked.dryRun);
-    if (outcome.lostPieces == 0 && outcome.stuckPacks == 0)
-        return {};
-    if (outcome.lostPieces == 0)
-        return Error{ErrorKind::damaged, counted(outcome.stuckPacks, "pack") +
-                                             " could not be read or mended now; see to the disk, "
-                                             "then run it again"};
-    return Error{ErrorKind::damaged,
-                 counted(outcome.lostPieces, "piece") +
-                     " cannot be made whole now; a later backup of the same data may bring copies "
-                     "of what is missing, then run it again"};
+    return verdict(outcome);
 }
 
 } // namespace
@@ -126,8 +135,7 @@ void addRepair(tools::Verb app, Command &command)
         "Example: arca verify --read-data; arca repair\n"
         "It mends what verifying or a restore found damaged, and may run beside backups and "
         "restores. A piece that was set aside as damaged and can be read again gets its name back, "
-        "or "
-        "becomes an inactive one when another piece has it.\n"
+        "or becomes an inactive one when another piece has it.\n"
         "Exit status 1, and a line for each, when pieces stay lost or packs cannot be mended now.\n"
         "It is about what NODENAME keeps itself; ASNODE changes nothing.");
     verb.onChosen([&command, asked] {

@@ -47,6 +47,9 @@ Result<mtFilter_t> filterFrom(const Selection &selection)
     filter.progress = shownQuery("");
     // A full name, as messages and arca show have it, has its parts apart at "//".
     const auto apart = selection.pattern.find("//");
+    if (apart == 0)
+        return Error{ErrorKind::badArgument,
+                     printable(selection.pattern) + " names no filespace before its //"};
     if (selection.pattern.starts_with('/') && apart != std::string::npos) {
         filter.fsName = selection.pattern.substr(0, apart);
         filter.hlName = "/";
