@@ -9,9 +9,12 @@
 #include "client/base/text.h"
 
 #include <algorithm>
+#include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <new>
 #include <thread>
 #include <unistd.h>
@@ -28,6 +31,36 @@ constexpr std::size_t kPortion = std::size_t{4} << 20;
 /// whoever is writing at that moment may take what was given up.
 constexpr int kReserveFiles = 6;
 constexpr std::uint64_t kReserveFileBytes = std::uint64_t{4} << 20;
+
+constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
+
+/// Of each, whether the process had a handler when a store was opened or a lock waited for.
+std::atomic<bool> wasHandled[std::size(kEndingSignals)];
+
+bool isHandled(int number)
+{
+    struct sigaction now = {};
+    return ::sigaction(number, nullptr, &now) == 0 && now.sa_handler != SIG_DFL &&
+           now.sa_handler != SIG_IGN;
+}
+
+void noteHandledSignals()
+{
+    for (std::size_t i = 0; i < std::size(kEndingSignals); ++i)
+        if (isHandled(kEndingSignals[i]))
+            wasHandled[i] = true;
+}
+
+/// A program that ends in order handles the first signal only: its handler goes as it is called
+/// (SA_RESETHAND), and a second signal ends the program. So a handler that is gone says that the
+/// process is to end. Nothing is set here: the process may be a host's.
+bool endIsWanted()
+{
+    for (std::size_t i = 0; i < std::size(kEndingSignals); ++i)
+        if (wasHandled[i] && !isHandled(kEndingSignals[i]))
+            return true;
+    return false;
+}
 
 struct Free {
     void operator()(std::byte *bytes) const { std::free(bytes); }
@@ -224,6 +257,7 @@ DirectoryStore::DirectoryStore(std::string root, FileLayer &files,
                                std::chrono::milliseconds patience)
     : root_(std::move(root)), files_(files), patience_(patience)
 {
+    noteHandledSignals();
 }
 
 DirectoryStore::~DirectoryStore() = default;
@@ -441,13 +475,16 @@ Result<std::unique_ptr<BlobLock>> DirectoryStore::lock(const std::string &name,
     using Clock = std::chrono::steady_clock;
     constexpr std::chrono::milliseconds kLongestPause{50};
     const auto deadline = Clock::now() + patience_;
+    noteHandledSignals();
     for (std::chrono::milliseconds pause{1};; pause = std::min(pause * 2, kLongestPause)) {
         ARCA_TRY(auto mine, tryLock(name, doing));
         if (mine)
             return mine;
-        if (Clock::now() >= deadline) {
+        const bool ended = endIsWanted();
+        if (ended || Clock::now() >= deadline) {
             ARCA_TRY(const auto file, openLock(name));
-            return heldBy(name, *file);
+            Error held = heldBy(name, *file);
+            return ended ? Error{ErrorKind::stopped, "ended by a signal; " + held.text} : held;
         }
         std::this_thread::sleep_for(pause);
     }

@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <sys/file.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <tuple>
 #include <unistd.h>
@@ -217,6 +218,34 @@ TEST_F(ExpireTest, CtrlCEndsEveryPhaseInOneLine)
         }
     }
     EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);
+}
+
+TEST_F(ExpireTest, TheFirstSignalEndsAWaitForALock)
+{
+    const hoxHandle_t handle = logOn();
+    store(handle, "p", "stays");
+    store(handle, "q", "goes");
+    ASSERT_EQ(arca({"rm", "q", "--yes"}).status, 0) << "it makes the file of the lock";
+    const auto locks = stored("locks");
+    const auto lock = std::ranges::find_if(
+        locks, [](const auto &file) { return file.filename().string().starts_with("change-"); });
+    ASSERT_NE(lock, locks.end());
+    const int held = ::open(lock->c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(flock(held, LOCK_EX), 0);
+    for (const int number : {SIGINT, SIGTERM}) {
+        Program running(commandLine({"rm", "p", "--yes"}));
+        // Between two looks at a lock it sleeps, and nowhere else.
+        const std::string sleeping = std::to_string(SYS_clock_nanosleep) + " ";
+        const std::string call = "/proc/" + std::to_string(running.pid()) + "/syscall";
+        while (isRunning(running.pid()) && !readFile(call).starts_with(sleeping)) {
+        }
+        running.signal(number);
+        const ProgramResult result = running.wait();
+        EXPECT_EQ(result.status, 1);
+        EXPECT_NE(result.err.find("; nothing was changed"), std::string::npos) << result.err;
+    }
+    ::close(held);
+    EXPECT_EQ(listed({}), "p");
 }
 
 TEST_F(ExpireTest, KilledAnywhereItEndsAsIfItWereNot)
