@@ -13,9 +13,18 @@
 
 namespace
 {
-// Its address is the owner's name: distinct for all living threads, and the same for the only
-// thread that a forked child has, so that a lock held over fork stays the child's own.
-thread_local char ownerTag;
+// A thread's name as an owner, given once and never again: the same for the only thread that a
+// forked child has, so that a lock held over fork stays the child's own, and another for each that
+// it makes. An address would not do: a new thread of the child gets the memory of one that the
+// parent had, and with it the locks of that one.
+std::uint64_t ownTag() noexcept
+{
+    static std::atomic<std::uint64_t> last{0};
+    thread_local std::uint64_t tag = 0;
+    if (tag == 0)
+        tag = ++last;
+    return tag;
+}
 } // namespace
 
 int psProcessMark::own() noexcept
@@ -41,20 +50,21 @@ bool psProcessMark::claim(int self) noexcept
 
 int psMutex_t::lock(int wait) noexcept
 {
-    mark.adopt([this] {
-        if (owner.load(std::memory_order_relaxed) != &ownerTag) {
-            owner.store(nullptr, std::memory_order_relaxed);
+    const std::uint64_t self = ownTag();
+    mark.adopt([this, self] {
+        if (owner.load(std::memory_order_relaxed) != self) {
+            owner.store(0, std::memory_order_relaxed);
             depth = 0;
             new (&mutex) pthread_mutex_t PTHREAD_MUTEX_INITIALIZER;
         }
     });
-    if (owner.load(std::memory_order_relaxed) == &ownerTag) {
+    if (owner.load(std::memory_order_relaxed) == self) {
         ++depth;
         return 0;
     }
     const int rc = wait != 0 ? pthread_mutex_lock(&mutex) : pthread_mutex_trylock(&mutex);
     if (rc == 0) {
-        owner.store(&ownerTag, std::memory_order_relaxed);
+        owner.store(self, std::memory_order_relaxed);
         depth = 1;
     }
     return rc;
@@ -62,11 +72,11 @@ int psMutex_t::lock(int wait) noexcept
 
 int psMutex_t::unlock() noexcept
 {
-    if (owner.load(std::memory_order_relaxed) != &ownerTag)
+    if (owner.load(std::memory_order_relaxed) != ownTag())
         return EPERM;
     if (--depth > 0)
         return 0;
-    owner.store(nullptr, std::memory_order_relaxed);
+    owner.store(0, std::memory_order_relaxed);
     return pthread_mutex_unlock(&mutex);
 }
 
@@ -77,14 +87,14 @@ void psCondition_t::adopt() noexcept
 
 int psCondition_t::waitUntil(psMutex_t &held, const timespec *until) noexcept
 {
-    if (held.owner.load(std::memory_order_relaxed) != &ownerTag)
+    if (held.owner.load(std::memory_order_relaxed) != ownTag())
         return EPERM;
     adopt();
     const unsigned depth = held.depth;
-    held.owner.store(nullptr, std::memory_order_relaxed);
+    held.owner.store(0, std::memory_order_relaxed);
     const int rc = until == nullptr ? pthread_cond_wait(&condition, &held.mutex)
                                     : pthread_cond_timedwait(&condition, &held.mutex, until);
-    held.owner.store(&ownerTag, std::memory_order_relaxed);
+    held.owner.store(ownTag(), std::memory_order_relaxed);
     held.depth = depth;
     return rc;
 }

@@ -56,8 +56,8 @@ private:
 
     psProcessMark mark;
     pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-    std::atomic<const void *> owner{nullptr}; // written by the holder only
-    unsigned depth = 0;                       // guarded by the mutex itself
+    std::atomic<std::uint64_t> owner{0}; // 0: none; written by the holder only
+    unsigned depth = 0;                  // guarded by the mutex itself
 };
 
 /// Holds a mutex for the length of a block.

@@ -38,12 +38,14 @@ TEST(Mutex, IsRecursiveAndOnlyItsHolderLetsGo)
 
 TEST(Mutex, IsFreeInAForkedChildThatLacksItsHolder)
 {
-    static psMutex_t theirs, ours;
+    static psMutex_t theirs, ours, late;
     std::atomic<int> step{0};
     std::thread holder([&] {
-        psMutexGuard guard(theirs);
+        psMutexGuard guard(theirs), another(late);
+        (void)late.lock();
         for (step = 1; step != 2;)
             std::this_thread::yield();
+        (void)late.unlock();
     });
     while (step != 1)
         std::this_thread::yield();
@@ -53,7 +55,12 @@ TEST(Mutex, IsFreeInAForkedChildThatLacksItsHolder)
         alarm(60);
         const bool free = theirs.lock() == 0 && theirs.unlock() == 0 && theirs.lock(0) == 0;
         const bool kept = ours.unlock() == 0 && ours.unlock() == EPERM && ours.lock(0) == 0;
-        _exit(free && kept ? 0 : 1);
+        // A new thread, which gets the memory of the one that held it.
+        int other = 0;
+        std::thread([&] {
+            other = late.lock(0) == 0 && late.unlock() == 0 ? late.unlock() : -1;
+        }).join();
+        _exit(free && kept && other == EPERM && late.lock(0) == 0 ? 0 : 1);
     }
     step = 2;
     holder.join();
