@@ -4,6 +4,7 @@
 #include "client/base/hash.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 
 namespace arca::store
@@ -52,11 +53,10 @@ Result<std::vector<std::uint32_t>> NumberedRecord::numbers()
 {
     std::vector<std::uint32_t> found;
     ARCA_CHECK(store_.list(prefix_ + "/", [&](const std::string &name) {
-        unsigned number = 0;
-        int used = 0;
-        const std::string digits = name.substr(prefix_.size() + 1);
-        if (digits.size() == 8 && std::sscanf(digits.c_str(), "%8x%n", &number, &used) == 1 &&
-            used == 8)
+        std::uint32_t number = 0;
+        const char *const end = name.data() + name.size();
+        (void)std::from_chars(name.data() + prefix_.size() + 1, end, number, 16);
+        if (name == nameOf(number)) // to the letter, or a stray name counts as a state
             found.push_back(number);
         return true;
     }));
