@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace arca
@@ -27,6 +28,18 @@ bool isFree(int descriptor)
     return fcntl(descriptor, F_GETFD) < 0 && errno == EBADF;
 }
 
+/// Closes a standard descriptor unless the host has put something of its own there with dup2(2) or
+/// close(2) meanwhile. There is no way to ask and close in one step: what is left is a host that
+/// does so between these two calls.
+void closeOurs(int descriptor, const struct stat &ours)
+{
+    struct stat state;
+    if (fstat(descriptor, &state) == 0 && state.st_dev == ours.st_dev &&
+        state.st_ino == ours.st_ino && state.st_mode == ours.st_mode &&
+        (fcntl(descriptor, F_GETFD) & FD_CLOEXEC) != 0)
+        (void)close(descriptor);
+}
+
 /// Holds the free ones of the standard descriptors. To the host they behave as if they were closed:
 /// reading and writing fail.
 class HeldStandard
@@ -46,7 +59,7 @@ public:
             if (held >= kStandard)
                 (void)close(held); // another thread came first
             else if (held >= 0)
-                held_[held] = true;
+                held_[held] = fstat(held, &place_) == 0;
         }
     }
     ~HeldStandard()
@@ -54,7 +67,7 @@ public:
         const int number = errno;
         for (int i = 0; i < kStandard; ++i)
             if (held_[i])
-                (void)close(i);
+                closeOurs(i, place_);
         errno = number;
     }
     HeldStandard(const HeldStandard &) = delete;
@@ -62,6 +75,7 @@ public:
 
 private:
     bool held_[kStandard] = {};
+    struct stat place_ = {};
 };
 
 } // namespace
@@ -72,7 +86,11 @@ int moveAbove(int descriptor)
         return descriptor;
     const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, kStandard);
     const int number = errno;
-    (void)close(descriptor);
+    struct stat ours;
+    if (moved < 0)
+        (void)close(descriptor);
+    else if (fstat(moved, &ours) == 0)
+        closeOurs(descriptor, ours);
     errno = number;
     return moved;
 }

@@ -12,7 +12,8 @@ namespace arca
 /// Like open(2), with O_CLOEXEC and O_NOCTTY added and interruptions retried. Returns a descriptor
 /// above 2, or -1 with errno. While a number up to 2 is free, it is held meanwhile by a descriptor
 /// that can neither be read nor written, so that nothing the host prints in between reaches the
-/// file; afterwards it is as free as before.
+/// file; afterwards it is as free as before. What the host itself puts there meanwhile, a new
+/// standard output for example, stays.
 int openAbove(const char *path, int flags, mode_t mode = 0600);
 
 /// Returns a descriptor above 2 for the same open file, close-on-exec, and closes `descriptor`

@@ -1,5 +1,6 @@
 // Locks and claims between real processes: each wait ends and names the holder, and neither
 // outlives the process that has it, whatever that forked.
+#include "client/base/descriptor.h"
 #include "client/blob/directory_store.h"
 #include "client/config/node_keys.h"
 #include "tests/support/files.h"
@@ -7,7 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <fcntl.h>
 #include <functional>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -125,11 +128,9 @@ TEST_F(LockTest, AForkedChildKeepsNeitherLocksNorClaimsOfItsDeadParent)
         const auto own = store();
         const auto claim = own->begin();
         const auto lock = own->lock("change-aa", "removing pieces");
-        const pid_t child = fork();
-        if (child == 0)
-            for (;;)
-                pause();
-        tell(told, lock && claim ? std::to_string(child) : "-");
+        // The child says so itself: only when its fork has returned has it closed them.
+        if (const pid_t child = fork(); child == 0)
+            tell(told, lock && claim ? std::to_string(getpid()) : "-");
         for (;;)
             pause();
     });
@@ -145,6 +146,34 @@ TEST_F(LockTest, AForkedChildKeepsNeitherLocksNorClaimsOfItsDeadParent)
     EXPECT_TRUE(here->removeLeftovers());
     EXPECT_TRUE(std::filesystem::is_empty(directory_ / "tmp"));
     kill(std::stoi(child), SIGKILL);
+}
+
+/// A host that has closed its output and gives itself another one, while we hold that number.
+TEST_F(LockTest, WhatTheHostPutsInPlaceOfAStandardDescriptorMeanwhileStays)
+{
+    const std::string pipe = directory_ / "pipe", log = directory_ / "log";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const bool duplicates : {true, false}) {
+        const Child host([&](int told) {
+            close(1);
+            int opened = -1;
+            std::thread ours([&] { opened = openAbove(pipe.c_str(), O_WRONLY); });
+            while (fcntl(1, F_GETFD) < 0)
+                std::this_thread::yield();
+            const int file = duplicates ? open(log.c_str(), O_WRONLY | O_CREAT, 0600) : -1;
+            if (duplicates)
+                dup2(file, 1);
+            else
+                (void)(close(1) + open(log.c_str(), O_WRONLY));
+            const int reader = open(pipe.c_str(), O_RDONLY); // lets ours go on
+            ours.join();
+            struct stat one = {}, other = {};
+            const bool kept = fstat(1, &one) == 0 && stat(log.c_str(), &other) == 0 &&
+                              one.st_ino == other.st_ino && opened > 2 && reader > 2;
+            tell(told, kept ? "kept" : "closed");
+        });
+        EXPECT_EQ(host.hear(), "kept") << duplicates;
+    }
 }
 
 /// Steps of a registration over a register that is a variable.
