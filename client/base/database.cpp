@@ -18,7 +18,6 @@ namespace arca
 namespace
 {
 
-constexpr int kBusyMilliseconds = 5000;
 constexpr int kStepsAtOnce = 500; // some ten microseconds
 constexpr std::uint64_t kLittleSteps = 1'000'000;
 /// Reading all rows takes ten steps or so for each, and a row has 80 bytes or more; the file whose
@@ -170,8 +169,10 @@ void Database::Close::operator()(sqlite3 *connection) const
 bool Database::open()
 {
     close();
-    doubtful_ = false;
-    if (prepareSqlite() && takeLock() && connect() && checkSchema())
+    doubtful_ = busy_ = false;
+    const SqliteUse use = prepareSqlite();
+    const bool allowed = use == SqliteUse::everything || (use != SqliteUse::nothing && !isFile());
+    if (allowed && takeLock() && connect() && checkSchema())
         return true;
     connection_.reset(); // the lock is kept for discard()
     return false;
@@ -181,8 +182,13 @@ bool Database::takeLock()
 {
     if (!isFile())
         return true;
-    lock_ = openAbove((path_ + "-lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK);
-    if (lock_ < 0 || !tryLock(lock_, false))
+    int number = 0;
+    lock_ = OwnDescriptor::open(
+        [&](bool) {
+            return openAbove((path_ + "-lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK);
+        },
+        number);
+    if (!lock_ || !tryLock(lock_->number(), false))
         return false;
     struct stat state;
     if (lstat(path_.c_str(), &state) == 0 && !isOwnRegularFile(state)) {
@@ -201,7 +207,7 @@ bool Database::connect()
     connection_.reset(opened);
     if (code != SQLITE_OK)
         return noteOutcome(code);
-    sqlite3_busy_timeout(opened, kBusyMilliseconds);
+    sqlite3_busy_timeout(opened, patience_);
     sqlite3_progress_handler(
         opened, kStepsAtOnce,
         [](void *database) { return static_cast<Database *>(database)->goesOn() ? 0 : 1; }, this);
@@ -214,15 +220,13 @@ bool Database::connect()
 void Database::close()
 {
     connection_.reset();
-    if (lock_ >= 0)
-        (void)::close(lock_);
-    lock_ = -1;
+    lock_.reset();
 }
 
 bool Database::discard()
 {
     connection_.reset();
-    const bool mayGo = lock_ >= 0 && tryLock(lock_, true);
+    const bool mayGo = lock_ && tryLock(lock_->number(), true);
     if (mayGo)
         for (const char *ending : {"", "-journal", "-wal", "-shm"})
             (void)unlink((path_ + ending).c_str());
@@ -238,6 +242,7 @@ bool Database::isDoubtful() const
 bool Database::noteOutcome(int code)
 {
     doubtful_ = doubtful_ || !isInnocent(code);
+    busy_ = busy_ || (code & 0xff) == SQLITE_BUSY;
     return code == SQLITE_OK;
 }
 

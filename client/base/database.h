@@ -6,7 +6,8 @@
 //   1. Nothing of it is mapped into memory, and there is no write-ahead log: a file that is cut
 //      while it is read gives an error, never a signal.
 //   2. Several processes may use one file. Each holds a shared lock on "<path>-lock" as long as it
-//      has the file open; only who has that lock alone removes the files.
+//      has the file open; only who has that lock alone removes the files. A child that is forked
+//      does not keep that lock, and opens no file (sqlite_host.h).
 //   3. Nothing is synced: after a loss of power the file may be anything, see above.
 //
 // No call fails but by returning false; the owner then does without. One thread at a time.
@@ -14,6 +15,7 @@
 #define KEEL_CLIENT_BASE_DATABASE_H
 
 #include "client/base/bytes.h"
+#include "client/base/own_descriptor.h"
 
 #include <functional>
 #include <memory>
@@ -110,9 +112,9 @@ public:
     static constexpr const char *kTemporary = ""; // a file without a name, which goes by itself
 
     /// Nothing is opened yet. `schema`, in the order in which its items are made, must outlive the
-    /// database.
-    Database(std::string path, std::span<const SchemaItem> schema)
-        : path_(std::move(path)), schema_(schema)
+    /// database. A statement that meets the lock of another process waits at most `patience` ms.
+    Database(std::string path, std::span<const SchemaItem> schema, int patience)
+        : path_(std::move(path)), schema_(schema), patience_(patience)
     {
     }
     ~Database() { close(); }
@@ -132,6 +134,9 @@ public:
     /// Returns true when something about the file was not as we leave it. What is read from it from
     /// then on means nothing.
     bool isDoubtful() const;
+    /// Returns true when a statement has waited in vain for the lock of another process since
+    /// open(). That may have been stopped: each further statement would wait as long.
+    bool isBusy() const { return busy_; }
     /// For an owner that finds something wrong with what it reads.
     void doubt() { doubtful_ = true; }
 
@@ -164,10 +169,11 @@ private:
 
     const std::string path_;
     const std::span<const SchemaItem> schema_;
+    const int patience_;
     std::function<bool()> goOn_;
     std::uint64_t stepsLeft_ = 0;
-    bool doubtful_ = false;
-    int lock_ = -1; ///< of the file beside it that every user holds a shared lock on
+    bool doubtful_ = false, busy_ = false;
+    std::unique_ptr<OwnDescriptor> lock_; ///< of the file beside it that every user holds it on
     std::unique_ptr<sqlite3, Close> connection_;
 };
 

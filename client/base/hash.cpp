@@ -26,12 +26,11 @@ namespace
 {
 
 /// libcrypto must neither read the host's configuration file nor leave an exit handler behind: both
-/// would be effects of ours on a process that is not ours.
+/// would be effects of ours on a process that is not ours. Asked each time, which costs a look: a
+/// static that a fork leaves half made would hang the child.
 bool cryptoReady()
 {
-    static const bool ready =
-        OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
-    return ready;
+    return OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
 }
 
 const unsigned char *octets(ByteView bytes)

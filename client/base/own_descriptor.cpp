@@ -1,6 +1,6 @@
 // The descriptors that a child closes, in a table that it can read whatever other threads of its
 // parent were doing: no lock is taken at a fork, and nothing is allocated.
-#include "client/blob/own_descriptor.h"
+#include "client/base/own_descriptor.h"
 
 #include <array>
 #include <cerrno>
@@ -13,60 +13,57 @@
 #include <sys/file.h>
 #endif
 
-namespace arca::blob
+namespace arca
 {
 
 namespace
 {
 
-constexpr int kFree = -1, kTaken = -2;
+// Everything is ready without code that runs, so that no fork can come in between; descriptors are
+// above 2.
+constexpr int kFree = 0, kTaken = -1;
 
 struct Block {
-    Block()
-    {
-        for (auto &slot : slots)
-            slot.store(kFree);
-    }
-    std::array<std::atomic<int>, 256> slots;
-    std::atomic<Block *> next = nullptr;
+    std::array<std::atomic<int>, 256> slots{};
+    std::atomic<Block *> next = nullptr; // never freed
 };
 
-/// Never freed. Several threads may fork at once, so one number cannot tell both that a fork is
-/// being made and that there was one.
-struct Table {
-    Block first;
-    std::atomic<unsigned> forking = 0; // how many are being made now
-    std::atomic<unsigned> forks = 0;   // how many were made
-};
+constinit Block first;
+// Several threads may fork at once, so one number cannot tell both that a fork is being made and
+// that there was one.
+constinit std::atomic<unsigned> forking = 0; // how many are being made now
+constinit std::atomic<unsigned> forks = 0;   // how many were made
 
-Table &table()
+void afterForkInChild()
 {
-    static Table *const made = [] {
-        auto *const fresh = new Table;
-        // Without it a child keeps what it inherits, as children made by clone(2) do.
-        (void)pthread_atfork([] { ++table().forking; },
+    // The other threads that were forking are not in the child.
+    ++forks;
+    forking = 0;
+    for (Block *block = &first; block != nullptr; block = block->next.load())
+        for (auto &slot : block->slots)
+            if (const int number = slot.exchange(kTaken); number > 0)
+                (void)close(number);
+}
+
+/// Without it a child keeps what it inherits, as children made by clone(2) do.
+void watchForks()
+{
+    // The system's own: a child of a thread that was in the middle of it does it once more.
+    static pthread_once_t once = PTHREAD_ONCE_INIT;
+    (void)pthread_once(&once, [] {
+        (void)pthread_atfork([] { ++forking; },
                              [] {
-                                 ++table().forks;
-                                 --table().forking;
+                                 ++forks;
+                                 --forking;
                              },
-                             [] {
-                                 // The other threads that were forking are not in the child.
-                                 ++table().forks;
-                                 table().forking = 0;
-                                 for (Block *block = &table().first; block != nullptr;
-                                      block = block->next.load())
-                                     for (auto &slot : block->slots)
-                                         if (const int number = slot.exchange(kTaken); number >= 0)
-                                             (void)close(number);
-                             });
-        return fresh;
-    }();
-    return *made;
+                             afterForkInChild);
+    });
 }
 
 std::atomic<int> &takeSlot()
 {
-    for (Block *block = &table().first;;) {
+    watchForks();
+    for (Block *block = &first;;) {
         for (auto &slot : block->slots) {
             int expected = kFree;
             if (slot.compare_exchange_strong(expected, kTaken))
@@ -89,8 +86,8 @@ std::unique_ptr<OwnDescriptor> OwnDescriptor::open(const std::function<int(bool)
 {
     std::atomic<int> &slot = takeSlot();
     for (bool again = false;;) {
-        const unsigned before = table().forks.load();
-        if (table().forking.load() != 0) {
+        const unsigned before = forks.load();
+        if (forking.load() != 0) {
             (void)sched_yield(); // another thread is forking just now
             continue;
         }
@@ -101,7 +98,7 @@ std::unique_ptr<OwnDescriptor> OwnDescriptor::open(const std::function<int(bool)
             return nullptr;
         }
         slot.store(descriptor);
-        if (table().forking.load() != 0 || table().forks.load() != before) {
+        if (forking.load() != 0 || forks.load() != before) {
             // A child may have it without knowing: this open file must never be locked.
             slot.store(kTaken);
             (void)close(descriptor);
@@ -125,4 +122,4 @@ OwnDescriptor::~OwnDescriptor()
     }
 }
 
-} // namespace arca::blob
+} // namespace arca

@@ -6,14 +6,14 @@
 // when any other descriptor of the file is closed, and do not keep two threads apart. What is not
 // covered is a child made by clone(2) directly, for which no handler runs. The number of a process
 // is never used to judge whether it lives: it says nothing on another host.
-#ifndef KEEL_CLIENT_BLOB_OWN_DESCRIPTOR_H
-#define KEEL_CLIENT_BLOB_OWN_DESCRIPTOR_H
+#ifndef KEEL_CLIENT_BASE_OWN_DESCRIPTOR_H
+#define KEEL_CLIENT_BASE_OWN_DESCRIPTOR_H
 
 #include <atomic>
 #include <functional>
 #include <memory>
 
-namespace arca::blob
+namespace arca
 {
 
 class OwnDescriptor
@@ -38,6 +38,6 @@ private:
     const int number_;
 };
 
-} // namespace arca::blob
+} // namespace arca
 
 #endif

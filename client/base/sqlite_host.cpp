@@ -2,13 +2,16 @@
 #include "client/base/sqlite_host.h"
 
 #include "client/base/descriptor.h"
+#include "client/base/sqlite_mutex.h"
 
 #include <sqlite3.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sched.h>
 #include <string_view>
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -117,7 +120,10 @@ template <class Call> bool replace(sqlite3_vfs *files, const char *name, Call *c
 
 bool prepare()
 {
-    if (sqlite3_initialize() != SQLITE_OK)
+    // Without statistics no mutex is taken for each piece of memory.
+    if (sqlite3_config(SQLITE_CONFIG_MUTEX, &forkedMutexes()) != SQLITE_OK ||
+        sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0) != SQLITE_OK ||
+        sqlite3_initialize() != SQLITE_OK)
         return false;
     sqlite3_vfs *const files = sqlite3_vfs_find("unix");
     return files != nullptr && files->iVersion >= 3 && replace(files, "open", openSafely) &&
@@ -130,10 +136,24 @@ bool prepare()
 
 } // namespace
 
-bool prepareSqlite()
+/// Not a static of a function: its initialisation that a fork interrupts would hang the child.
+SqliteUse prepareSqlite()
 {
-    static const bool prepared = prepare();
-    return prepared;
+    constexpr int kNobody = 0, kFailed = -1;
+    static std::atomic<pid_t> maker = kNobody; // the process that has initialised it
+    static std::atomic<pid_t> beginner = kNobody;
+    const pid_t self = getpid();
+    pid_t before = kNobody;
+    if (beginner.compare_exchange_strong(before, self))
+        maker = prepare() ? self : kFailed;
+    while (maker == kNobody) {
+        if (beginner != self)
+            return SqliteUse::nothing; // a thread of the parent was in the middle of it
+        (void)sched_yield();
+    }
+    if (maker == kFailed)
+        return SqliteUse::nothing;
+    return maker == self ? SqliteUse::everything : SqliteUse::withoutNames;
 }
 
 bool hardenConnection(sqlite3 *connection)

@@ -3,9 +3,10 @@
 #include "client/blob/file_layer.h"
 
 #include "client/base/descriptor.h"
-#include "client/blob/own_descriptor.h"
+#include "client/base/own_descriptor.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -510,8 +511,14 @@ private:
 
 FileLayer &systemFiles()
 {
-    static SystemFiles *const files = new SystemFiles; // never destroyed: no exit handler of ours
-    return *files;
+    // Never destroyed: no exit handler of ours. Not initialised by code that a fork could
+    // interrupt.
+    static std::atomic<SystemFiles *> known = nullptr;
+    if (SystemFiles *const files = known.load())
+        return *files;
+    auto fresh = std::make_unique<SystemFiles>();
+    SystemFiles *files = nullptr;
+    return known.compare_exchange_strong(files, fresh.get()) ? *fresh.release() : *files;
 }
 
 } // namespace arca::blob

@@ -59,7 +59,8 @@ void Domain::beginComparing()
 {
     const std::int64_t now = std::time(nullptr);
     const std::int64_t last = hints_->comparedAt();
-    if ((last > now - kCompareEvery && last <= now) || compareHints(Much::some))
+    if (!hints_->isOpen() || (last > now - kCompareEvery && last <= now) ||
+        compareHints(Much::some))
         return;
     try {
         comparing_ = std::make_unique<Thread>(
@@ -97,11 +98,14 @@ bool Domain::compareHints(Much much) const
     });
     if (!listed || !goesOn())
         return !listed;
-    for (const PackId &pack : gone)
+    for (const PackId &pack : gone) {
+        if (ending_)
+            return false;
         hints_->forget(pack);
+    }
     std::set<std::string> synced; // directories
     for (const PackId &pack : fresh) {
-        if (ending_)
+        if (ending_ || !hints_->isOpen())
             return false;
         auto opened = packs_.open(pack);
         if (!opened)

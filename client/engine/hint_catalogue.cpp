@@ -8,6 +8,8 @@
 // hint leads to is compared with the index of the pack itself, which is sealed.
 #include "client/engine/hint_catalogue.h"
 
+#include "client/base/sqlite_host.h"
+
 #include <cstring>
 
 namespace arca::engine
@@ -15,6 +17,10 @@ namespace arca::engine
 
 namespace
 {
+
+/// Milliseconds, paid once: longer than the commits of other channels take, and nothing that a
+/// stream would notice.
+constexpr int kPatience = 200;
 
 constexpr SchemaItem kSchema[] = {
     {"table", "about", "about", "CREATE TABLE about(name TEXT PRIMARY KEY, value) WITHOUT ROWID"},
@@ -50,8 +56,10 @@ bool isSampled(const BlockId &block)
 }
 
 HintCatalogue::HintCatalogue(const std::string &directory, const std::string &domain)
-    : database_(directory.empty() ? Database::kInMemory : directory + "/" + domain + ".sqlite",
-                kSchema)
+    : database_(directory.empty() || prepareSqlite() != SqliteUse::everything
+                    ? Database::kInMemory
+                    : directory + "/" + domain + ".sqlite",
+                kSchema, kPatience)
 {
     // All nodes of one name have the same file name, in whichever repository.
     const std::string whose = directory.substr(directory.rfind('/') + 1) + "/" + domain;
@@ -85,6 +93,8 @@ void HintCatalogue::lookAfterFailure()
 {
     if (database_.isDoubtful())
         discard();
+    else if (database_.isBusy())
+        disconnect();
 }
 
 bool HintCatalogue::prepare(const std::string &whose)
@@ -115,6 +125,12 @@ bool HintCatalogue::isOf(const std::string &whose)
     return use.row() && use.text(0) == whose;
 }
 
+bool HintCatalogue::isOpen()
+{
+    const std::lock_guard hold(mutex_);
+    return database_.isOpen();
+}
+
 std::vector<PackId> HintCatalogue::packsWith(const BlockId &block, std::size_t limit)
 {
     const std::lock_guard hold(mutex_);
@@ -137,8 +153,10 @@ std::vector<PackId> HintCatalogue::packsWith(const BlockId &block, std::size_t l
 void HintCatalogue::remember(const PackId &pack, const PackIndex &index)
 {
     const std::lock_guard hold(mutex_);
-    if (!database_.isOpen() || !database_.run("BEGIN IMMEDIATE"))
+    if (!database_.isOpen())
         return;
+    if (!database_.run("BEGIN IMMEDIATE"))
+        return lookAfterFailure();
     bool good = true;
     {
         StatementUse use(addPack_);
@@ -159,6 +177,7 @@ void HintCatalogue::remember(const PackId &pack, const PackIndex &index)
     // Half of a pack would be taken for the whole of it.
     if (database_.isOpen() && !(good && database_.run("COMMIT")))
         database_.rollBack();
+    lookAfterFailure();
 }
 
 void HintCatalogue::forget(const PackId &pack)
@@ -167,10 +186,13 @@ void HintCatalogue::forget(const PackId &pack)
     if (!database_.isOpen())
         return;
     // Its hints lead nowhere from now on; they go when the catalogue is filled anew.
-    const Statement statement = database_.prepare("DELETE FROM packs WHERE id=?1");
-    StatementUse use(statement);
-    use.bind(1, pack);
-    (void)use.done();
+    {
+        const Statement statement = database_.prepare("DELETE FROM packs WHERE id=?1");
+        StatementUse use(statement);
+        use.bind(1, pack);
+        (void)use.done();
+    }
+    lookAfterFailure();
 }
 
 std::vector<PackId> HintCatalogue::packs()
@@ -205,9 +227,15 @@ std::int64_t HintCatalogue::comparedAt()
     const std::lock_guard hold(mutex_);
     if (!database_.isOpen())
         return 0;
-    const Statement statement = database_.prepare("SELECT value FROM about WHERE name='compared'");
-    StatementUse use(statement);
-    return use.row() ? use.number(0) : 0;
+    std::int64_t when = 0;
+    {
+        const Statement statement =
+            database_.prepare("SELECT value FROM about WHERE name='compared'");
+        StatementUse use(statement);
+        when = use.row() ? use.number(0) : 0;
+    }
+    lookAfterFailure();
+    return when;
 }
 
 void HintCatalogue::setComparedAt(std::int64_t when)
@@ -215,11 +243,14 @@ void HintCatalogue::setComparedAt(std::int64_t when)
     const std::lock_guard hold(mutex_);
     if (!database_.isOpen())
         return;
-    const Statement statement =
-        database_.prepare("INSERT OR REPLACE INTO about VALUES('compared', ?1)");
-    StatementUse use(statement);
-    use.bind(1, when);
-    (void)use.done();
+    {
+        const Statement statement =
+            database_.prepare("INSERT OR REPLACE INTO about VALUES('compared', ?1)");
+        StatementUse use(statement);
+        use.bind(1, when);
+        (void)use.done();
+    }
+    lookAfterFailure();
 }
 
 } // namespace arca::engine

@@ -5,6 +5,9 @@
 // more until it has been filled again from the packs. So none of its failures is a failure of a
 // backup.
 //
+// The process that holds the file locked may have been stopped. So a session that has waited for
+// that lock once in vain lets go of the file: it knows nothing from then on, and never waits again.
+//
 // Any thread may use it.
 #ifndef KEEL_CLIENT_ENGINE_HINT_CATALOGUE_H
 #define KEEL_CLIENT_ENGINE_HINT_CATALOGUE_H
@@ -27,7 +30,8 @@ bool isSampled(const BlockId &block);
 class HintCatalogue
 {
 public:
-    /// `directory` of this host's cache of the repository, which is there; empty: in memory only.
+    /// `directory` of this host's cache of the repository, which is there; empty, or in a forked
+    /// child whose parent used such files: in memory only.
     /// `domain` tells the files of nodes apart. A file that is no catalogue of it, or is doubtful
     /// in any way, is discarded.
     HintCatalogue(const std::string &directory, const std::string &domain);
@@ -35,6 +39,8 @@ public:
     HintCatalogue(const HintCatalogue &) = delete;
     HintCatalogue &operator=(const HintCatalogue &) = delete;
 
+    /// Returns false when it knows nothing, now and later: remembering is in vain.
+    bool isOpen();
     /// The packs that are said to hold the block, newest first, at most `limit`.
     std::vector<PackId> packsWith(const BlockId &block, std::size_t limit);
     /// Remembers the sampled blocks of a pack.
@@ -53,8 +59,9 @@ private:
     void letGo();
     void disconnect();
     bool discard();
-    /// After a call of SQLite: a file that turns out to be doubtful is discarded, and nothing is
-    /// known until the next session makes it again.
+    /// After a call of SQLite, when its statements have ended: a file that turns out to be doubtful
+    /// is discarded, and nothing is known until the next session makes it again; one that another
+    /// process holds is left.
     void lookAfterFailure();
 
     std::mutex mutex_;  // guards all below

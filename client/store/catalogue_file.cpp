@@ -15,6 +15,8 @@ namespace
 
 constexpr std::string_view kLayout = "2 ";
 constexpr std::size_t kNonceBytes = 12;
+/// Milliseconds. Another listing may write as long; after that one goes on without the file.
+constexpr int kPatience = 5000;
 constexpr SchemaItem kSchema[] = {
     {"table", "about", "about",
      "CREATE TABLE about(name TEXT PRIMARY KEY, value TEXT) WITHOUT ROWID"},
@@ -134,7 +136,7 @@ bool decode(ByteView bytes, PieceInfo &piece)
 } // namespace
 
 CatalogueFile::CatalogueFile(const std::string &path, const SecretKey &key)
-    : key_(key), database_(path, kSchema)
+    : key_(key), database_(path, kSchema, kPatience)
 {
 }
 

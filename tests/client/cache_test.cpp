@@ -197,6 +197,39 @@ TEST_F(CacheTest, IsCutAndOverwrittenWhileItIsUsed)
     vandal.join();
 }
 
+TEST_F(CacheTest, AFileThatAStoppedProcessHoldsIsAskedOnceAndThenLeft)
+{
+    const std::string content = blocks();
+    const fs::path held = installation_.directory() / "held";
+    hoxHandle_t handle = logOn();
+    ASSERT_EQ(backUp(handle, "first", content), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
+    Program holder({"python3", "-c",
+                    "import sqlite3, sys\n"
+                    "c = sqlite3.connect(sys.argv[1], isolation_level=None)\n"
+                    "c.execute('BEGIN EXCLUSIVE')\n"
+                    "open(sys.argv[2], 'w').close()\n"
+                    "sys.stdin.read()\n",
+                    file(), held});
+    while (!fs::exists(held))
+        std::this_thread::yield();
+    handle = logOn();
+    const auto stores = [&](const char *piece) {
+        EXPECT_EQ(backUp(handle, piece, content), HOX_RC_OK);
+        qryRespBackupData found{};
+        (void)query(handle, piece, &found);
+        return found.storedSize.lo > content.size() / 2;
+    };
+    EXPECT_TRUE(stores("held"));
+    holder.closeInput();
+    EXPECT_EQ(holder.wait().status, 0);
+    EXPECT_TRUE(stores("let-go")) << "this session asks a file again that others may hold";
+    EXPECT_EQ(restore(handle, "let-go"), content);
+    ASSERT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
+    handle = logOn();
+    EXPECT_FALSE(stores("next"));
+}
+
 TEST_F(CacheTest, LiesWhereTheHostKeepsCachesAndIsPrivate)
 {
     const std::string log = installation_.directory() / "veloerror.log";

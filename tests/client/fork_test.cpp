@@ -27,6 +27,8 @@ TEST_F(ForkTest, HandlesOfTheParentAreNoneInItsChild)
     ASSERT_EQ(api_.hoxGetObj(reading, &found.objId, &data), HOX_RC_MORE_DATA);
     ASSERT_EQ(send(sending, "sent", stream), HOX_RC_OK);
 
+    ASSERT_EQ(cached("").size(), 1U);
+    const std::string cache = readFile(cached("").front());
     const pid_t child = fork();
     if (child == 0) {
         alarm(60); // or a hang would hold the test for ever
@@ -49,6 +51,18 @@ TEST_F(ForkTest, HandlesOfTheParentAreNoneInItsChild)
         // A session of its own is one that none of those handles means.
         hoxHandle_t own = 0;
         wrong += logOn(own, nullptr, nullptr, nullptr) == HOX_RC_OK && own > reading ? 0 : 1;
+        const std::string other = randomBytes(300'000, 8);
+        wrong += backUp(own, "child's", other) == HOX_RC_OK ? 0 : 1;
+        wrong += restore(own, "child's") == other ? 0 : 1;
+        qryObjectsData all{};
+        all.stVersion = HOX_QRY_OBJECTS_VERSION;
+        all.objState = HOX_STATE_ANY;
+        wrong += api_.hoxBeginQuery(own, HOX_QUERY_OBJECTS, &all) == HOX_RC_OK ? 0 : 1;
+        qryRespBackupData answer{};
+        DataBlk row{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
+        for (const int code : {HOX_RC_MORE_DATA, HOX_RC_MORE_DATA, HOX_RC_FINISHED})
+            wrong += api_.hoxGetNextQObj(own, &row) == code ? 0 : 1;
+        wrong += api_.hoxEndQuery(own) == HOX_RC_OK ? 0 : 1;
         wrong += api_.hoxTerminate(own) == HOX_RC_OK ? 0 : 1;
         api_.hoxCleanUp(1);
         _exit(wrong);
@@ -57,6 +71,9 @@ TEST_F(ForkTest, HandlesOfTheParentAreNoneInItsChild)
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
     EXPECT_EQ(WEXITSTATUS(status), 0) << "calls with an unexpected code";
+    // The locks that SQLite counts as held are the parent's, and the child has none of them.
+    EXPECT_EQ(cached("").size(), 1U) << "the child opened files of the host's cache";
+    EXPECT_EQ(readFile(cached("").front()), cache);
 
     EXPECT_EQ(commit(sending), HOX_RC_OK) << "the parent's files were left alone";
     EXPECT_EQ(api_.hoxEndGetObj(reading), HOX_RC_OK);
