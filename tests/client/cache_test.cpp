@@ -203,7 +203,6 @@ TEST_F(CacheTest, AFileThatAStoppedProcessHoldsIsAskedOnceAndThenLeft)
     const fs::path held = installation_.directory() / "held";
     hoxHandle_t handle = logOn();
     ASSERT_EQ(backUp(handle, "first", content), HOX_RC_OK);
-    ASSERT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
     Program holder({"python3", "-c",
                     "import sqlite3, sys\n"
                     "c = sqlite3.connect(sys.argv[1], isolation_level=None)\n"
@@ -213,7 +212,6 @@ TEST_F(CacheTest, AFileThatAStoppedProcessHoldsIsAskedOnceAndThenLeft)
                     file(), held});
     while (!fs::exists(held))
         std::this_thread::yield();
-    handle = logOn();
     const auto stores = [&](const char *piece) {
         EXPECT_EQ(backUp(handle, piece, content), HOX_RC_OK);
         qryRespBackupData found{};
