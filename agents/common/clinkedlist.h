@@ -66,9 +66,11 @@ public:
 
     void freeAll()
     {
+        KEEL_TRACE(TR_LINKEDLIST, "Enter CLinkedList::freeAll()\n");
         while (head_ != nullptr) {
             remove(head_);
         }
+        KEEL_TRACE(TR_LINKEDLIST, "Exit CLinkedList::freeAll()\n");
     }
 
     [[nodiscard]] Node *head() const { return head_; }

@@ -88,7 +88,7 @@ int DHoxApi::checkCompatibility(DBaseApiStatus *status, hoxApiVersionEx *version
     // the weights stay.
     const std::uint32_t runtime =
         version->version * 10000U + version->release * 1000U + version->level * 100U;
-    KEEL_TRACE(TR_API, "%s: ARCA API:runtime=%u, ARCA API:compiletime=%u\n", name, runtime,
-               kCompiledLevel);
+    KEEL_TRACE(TR_API, "%s: ARCA API:runtime=%d, ARCA API:compiletime=%d\n", name,
+               static_cast<int>(runtime), static_cast<int>(kCompiledLevel));
     return runtime < kCompiledLevel ? kLevelTooLow : 0;
 }

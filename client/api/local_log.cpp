@@ -28,8 +28,7 @@ std::string lineOf(const std::string &text)
     char date[64] = "";
     if (localtime_r(&now, &local) != nullptr)
         (void)std::strftime(date, sizeof date, "%m/%d/%Y %H:%M:%S", &local);
-    return std::string(date) + " TID<" + std::to_string(getpid()) + ">  ==>  " +
-           stOneLine(text, stLogLineLimit) + "\n";
+    return std::string(date) + " TID<" + std::to_string(getpid()) + ">  ==>  " + stLogLine(text);
 }
 
 } // namespace

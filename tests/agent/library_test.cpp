@@ -52,7 +52,8 @@ TEST(LibraryTest, BringsTheMaintenanceUtilities)
     const std::string all = run({"nm", "-C", keel::test::agentLibrary()}).out;
     for (const char *name :
          {"mtSetUp", "mtQueryObjects", "mtRemoveObjects", "mtExpire", "mtClasses", "mtLogPrune",
-          "mtWrapAppend", "mtAsk", "mtMeasure", "mtGroupMake", "mtAccessGrant"})
+          "mtWrapAppend", "mtAsk", "mtMeasure", "mtGroupMake", "mtAccessGrant",
+          "DHoxApi::AgtHoxRCMsg", "DHoxApi::LogApiError", "DHoxApi::checkCompatibility"})
         EXPECT_NE(std::string::npos, all.find(std::string(" t ") + name + "(")) << name;
 }
 

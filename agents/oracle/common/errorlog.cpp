@@ -102,6 +102,13 @@ void veloFirstErrorRoutine(const char *text)
     psNonNlsErrorMsg(LogLine(text).text());
 }
 
+/// The library's own words for rc, where the storage client has none. found: what it answered.
+static void copyOwnText(std::int16_t found, std::int16_t rc, char *text)
+{
+    const OrcMessage own(found == DHOX_NOT_LOADED ? agentRcMessage(rc) : 3);
+    stCopy(text, ORC_ERRTEXT_SIZE, own.empty() ? OrcMessage(3).text() : own.text());
+}
+
 void veloGetApiMsg(std::uint32_t hoxHandle, char /*unused*/, std::int16_t rc, char *text)
 {
     hoxRCMsgExIn_t input{};
@@ -116,28 +123,35 @@ void veloGetApiMsg(std::uint32_t hoxHandle, char /*unused*/, std::int16_t rc, ch
     if (found == HOX_RC_OK && output.message[0] != '\0') {
         stCopy(text, ORC_ERRTEXT_SIZE, output.message);
     } else {
-        const OrcMessage own(found == DHOX_NOT_LOADED ? agentRcMessage(rc) : 3);
-        stCopy(text, ORC_ERRTEXT_SIZE, own.empty() ? OrcMessage(3).text() : own.text());
+        copyOwnText(found, rc, text);
     }
     KEEL_TRACE(TR_EXTRC_DETAIL, " %s: hoxHandle = %d, rc = %d, '%s'\n", "veloGetApiMsg()",
                static_cast<int>(hoxHandle), rc, text);
 }
 
-bool veloGetLocalMsg(std::uint32_t hoxHandle, std::int16_t rc, char *text)
+static std::int16_t localText(std::uint32_t hoxHandle, std::int16_t rc, char *text)
 {
     static_assert(ORC_ERRTEXT_SIZE > HOX_MAX_RC_MESSAGE, "the client fills so much");
     text[0] = '\0';
-    if (hoxApi().dhoxRCMsg(HoxApiStatusObjP, hoxHandle, rc, text) != HOX_RC_OK) {
-        text[0] = '\0';
-    }
-    text[HOX_MAX_RC_MESSAGE] = '\0';
+    const std::int16_t found = hoxApi().dhoxRCMsg(HoxApiStatusObjP, hoxHandle, rc, text);
+    text[found == HOX_RC_OK ? HOX_MAX_RC_MESSAGE : 0] = '\0';
+    return found;
+}
+
+bool veloGetLocalMsg(std::uint32_t hoxHandle, std::int16_t rc, char *text)
+{
+    localText(hoxHandle, rc, text);
     return text[0] != '\0';
 }
 
 void veloLogApiText(std::uint32_t hoxHandle, std::int16_t rc)
 {
     char text[ORC_ERRTEXT_SIZE];
-    veloErrorMsg(veloGetLocalMsg(hoxHandle, rc, text) ? text : OrcMessage(3).text());
+    const std::int16_t found = localText(hoxHandle, rc, text);
+    if (text[0] == '\0') {
+        copyOwnText(found, rc, text);
+    }
+    veloErrorMsg(text);
 }
 
 void veloReportApiFailure(orcObj_t *ctx, std::int16_t rc)

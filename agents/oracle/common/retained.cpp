@@ -1,6 +1,7 @@
 // What belongs to the library although none of the exported calls reaches it: the maintenance
 // utilities, and the routines that other parts of the product and its tools expect beside them. The
 // linker drops code that nothing refers to; this table refers to it.
+#include "agents/common/dhoxapi.h"
 #include "agents/common/maint/mtaccess.h"
 #include "agents/common/maint/mtexpire.h"
 #include "agents/common/maint/mtgroup.h"
@@ -61,5 +62,9 @@ __attribute__((used, retain)) void *const retained[] = {
     addressOf(nlprintf),
     addressOf(nlfprintf),
 };
+
+// A pointer to a member has no address of its own to put above; these stand in one unit.
+__attribute__((used, retain)) const auto retainedTexts = &DHoxApi::LogApiError;
+__attribute__((used, retain)) const auto retainedCheck = &DHoxApi::checkCompatibility;
 
 } // namespace

@@ -16,6 +16,16 @@
 namespace
 {
 
+/// Returns rc; a failure is what the routine's exit line says.
+std::uint16_t exitWith(TraceScope &scope, hoxHandle_t handle, std::uint16_t rc)
+{
+    if (rc != ORC_RC_OK) {
+        SCOPE_EXIT(scope, " %s: Exit - hoxHandle = %d, rc = %d\n\n", scope.name(),
+                   static_cast<int>(handle), static_cast<std::int16_t>(rc));
+    }
+    return rc;
+}
+
 void traceSessionOptions(const orcObj_t *ctx, const char *name)
 {
     optStruct options{};
@@ -86,8 +96,8 @@ std::uint16_t queryObj(Sbt1Call &call, const char *fileName, dhoxBackupObject_t 
     // refuses that.
     const bool setAside = rc == HOX_RC_REPOSITORY_DAMAGED && call.state() == ORC_STATE_BACKUP;
     if (rc == HOX_RC_NO_MATCH || rc == HOX_RC_FS_UNKNOWN || setAside) {
-        SCOPE_EXIT(scope, " %s: Exit - File Not Found (OK). hoxHandle = %d, rc = %d\n\n",
-                   scope.name(), call.handle(), rc);
+        SCOPE_EXIT_FLOW(scope, " %s: Exit - File Not Found (OK). hoxHandle = %d, rc = %d\n\n",
+                        scope.name(), call.handle(), rc);
         return HOX_RC_NO_MATCH;
     }
     rc = rc == HOX_RC_OK ? HOX_RC_FINISHED : rc;
@@ -118,7 +128,7 @@ std::uint16_t regFS(orcObj_t *ctx)
 {
     TraceScope scope("regFS()");
     const std::uint16_t rc = veloRegFS(ctx);
-    return rc == HOX_RC_FS_REGISTERED ? ORC_RC_OK : rc;
+    return rc == HOX_RC_FS_REGISTERED ? ORC_RC_OK : exitWith(scope, ctx->hoxHandle, rc);
 }
 
 namespace
@@ -196,8 +206,9 @@ std::uint16_t prepareGet(Sbt1Call &call, const char *fileName)
     if (rc == HOX_RC_NO_MATCH) {
         veloReportApiFailure(call.ctx(), HOX_RC_NO_MATCH);
         SCOPE_EXIT(scope, " %s: Exit - Object not found for restore\n", scope.name());
+        return rc;
     }
-    return rc != ORC_RC_OK ? rc : veloPrepGet(call.ctx());
+    return exitWith(scope, call.ctx()->hoxHandle, rc != ORC_RC_OK ? rc : veloPrepGet(call.ctx()));
 }
 
 std::uint16_t closeSend(std::uint32_t th)
@@ -210,7 +221,7 @@ std::uint16_t closeSend(std::uint32_t th)
         ORC_TRACE(0, " %s: HOXENDTXN() reason = %d\n", scope.name(), reason);
     }
     rc = ended == HOX_RC_CHECK_REASON && reason != 0 ? reason : ended;
-    return static_cast<std::uint16_t>(static_cast<std::int32_t>(rc));
+    return exitWith(scope, th, static_cast<std::uint16_t>(static_cast<std::int32_t>(rc)));
 }
 
 std::uint16_t closeGet(std::uint32_t th)
@@ -218,5 +229,5 @@ std::uint16_t closeGet(std::uint32_t th)
     TraceScope scope("closeGet()");
     CFirstFailureRc rc(hoxApi().dhoxEndGetObj(HoxApiStatusObjP, th));
     rc = hoxApi().dhoxEndGetData(HoxApiStatusObjP, th);
-    return static_cast<std::uint16_t>(static_cast<std::int32_t>(rc));
+    return exitWith(scope, th, static_cast<std::uint16_t>(static_cast<std::int32_t>(rc)));
 }

@@ -6,7 +6,8 @@ namespace
 
 int endOfFile(Sbt1Call &call, int handle)
 {
-    SCOPE_EXIT(call.scope(), " %s: Exit - End of File, hoxHandle = %d\n\n", call.name(), handle);
+    SCOPE_EXIT_END_OF_FILE(call.scope(), " %s: Exit - End of File, hoxHandle = %d\n\n", call.name(),
+                           handle);
     return call.fail(SBT1_READ_END, 2505, OrcMessage(2505));
 }
 

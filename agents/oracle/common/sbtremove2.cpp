@@ -105,6 +105,7 @@ std::uint16_t veloDelBackObj(orcObj_t *ctx, const objFileInfo_t &object)
     } else {
         ORC_TRACE(2, " %s: hoxHandle = %d, Deleted file '%s%s%s'\n", scope.name(), handle,
                   name.fsName, name.hlName, name.llName);
+        SCOPE_EXIT_FLOW(scope, " %s: Exit - OK\n", scope.name());
     }
     return static_cast<std::uint16_t>(rc);
 }

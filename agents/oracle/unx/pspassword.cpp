@@ -286,8 +286,12 @@ std::uint16_t psveloWritePswdToFile(const char *directory, const char *path, con
         return rc;
     }
     NewFile file;
-    if (!file.create(path) || !file.write(password, key)) {
+    if (!file.create(path)) {
         SCOPE_EXIT(scope, " %s: Exit - Open pswd file failed\n\n", scope.name());
+        return ORC_RC_EXISTS_ALREADY;
+    }
+    if (!file.write(password, key)) {
+        SCOPE_EXIT(scope, " %s: Exit - Write pswd file failed\n\n", scope.name());
         return ORC_RC_EXISTS_ALREADY;
     }
     SessionPassword back;
@@ -299,7 +303,11 @@ std::uint16_t psveloWritePswdToFile(const char *directory, const char *path, con
         SCOPE_EXIT(scope, " %s: Exit - what was written cannot be read back\n\n", scope.name());
         return ORC_RC_PSWD_UNREADABLE;
     }
-    return file.replace() ? ORC_RC_OK : ORC_RC_EXISTS_ALREADY;
+    if (!file.replace()) {
+        SCOPE_EXIT(scope, " %s: Exit - Rename pswd file failed\n\n", scope.name());
+        return ORC_RC_EXISTS_ALREADY;
+    }
+    return ORC_RC_OK;
 }
 
 extern "C" std::uint16_t psveloUpdatePswd(char *password, orcObj_t *ctx)
