@@ -14,6 +14,8 @@
 #ifndef KEEL_AGENTS_COMMON_CALLPIN_H
 #define KEEL_AGENTS_COMMON_CALLPIN_H
 
+#include "common/thrd/pscancel.h"
+
 /// Stands at the beginning of every exported call, before anything looks at a process-wide object,
 /// and ends after all else of the call. Nests. Costs two atomic operations.
 class CallPin
@@ -23,6 +25,9 @@ public:
     ~CallPin();
     CallPin(const CallPin &) = delete;
     CallPin &operator=(const CallPin &) = delete;
+
+private:
+    psNoCancel noCancel; // a cancelled thread ends after the call, not within it
 };
 
 /// True when the calling thread is in a call that must see no process-wide object.

@@ -6,6 +6,7 @@
 
 #include "client/base/result.h"
 #include "client/include/hoxapi.h"
+#include "common/thrd/pscancel.h"
 
 #include <new>
 #include <string>
@@ -48,9 +49,10 @@ std::int16_t remembered(const Refusal &refusal) noexcept;
 const char *lastDetail(std::int16_t code) noexcept;
 
 /// The border: runs the body of an operation, and lets neither failure nor exception past but as a
-/// code.
+/// code, nor a cancellation of the thread in.
 template <class Body> std::int16_t atBoundary(Body body) noexcept
 {
+    const psNoCancel noCancel;
     try {
         Code answer = body();
         return answer ? *answer : remembered(answer.error());

@@ -7,9 +7,11 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <functional>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 #include "tests/agent/agent_fixture.h"
@@ -176,6 +178,26 @@ TEST_F(HostTest, FindsItsClosedStreamsClosed)
     }
 }
 
+// The cancellation is there before each call; it takes effect after the last one.
+TEST_F(HostTest, KeepsAThreadThatIsCancelledUntilTheCallIsOver)
+{
+    installation.configureAgent({"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ORACLE"});
+    EXPECT_EQ("0", apart([this] {
+                  const std::string stream(8192, 'c');
+                  std::string outcome = "none", back;
+                  openChannel();
+                  std::thread([&] {
+                      pthread_cancel(pthread_self());
+                      outcome = backUp("cancelled", stream);
+                      outcome += restore("cancelled", back);
+                      pthread_testcancel();
+                      outcome = "it went on";
+                  }).join();
+                  EXPECT_EQ("", outcome) << errorLog();
+                  EXPECT_TRUE(stream == back);
+              }));
+}
+
 // Nobody reads from any of them, so whoever waited for a reader would wait for ever.
 TEST_F(HostTest, IsNotHeldUpByPipesInThePlaceOfFiles)
 {
@@ -187,10 +209,14 @@ TEST_F(HostTest, IsNotHeldUpByPipesInThePlaceOfFiles)
         client.passwordAccess = HOX_PASSWORDACCESS_PROMPT;
         EXPECT_EQ("0", apart([this] { writeEverything(); }));
     }
-    EXPECT_EQ("0", apart([this] {
-                  setenv("VELO_OPTFILE", "fifo.opt", 1);
-                  EXPECT_EQ("7011 2534", initialise());
-              }));
+    keel::test::writeFile("endless.opt", "");
+    fs::resize_file("endless.opt", std::uintmax_t{1} << 40);
+    for (const char *options : {"fifo.opt", "endless.opt"})
+        EXPECT_EQ("0", apart([&] {
+                      setenv("VELO_OPTFILE", options, 1);
+                      EXPECT_EQ("7011 2534", initialise());
+                  }))
+            << options;
     if (geteuid() != 0)
         return; // the log that is written before any option is known then lies elsewhere
     fs::permissions(installation.directory(), fs::perms::all);

@@ -156,6 +156,30 @@ TEST_F(OddHostTest, LimitsOfTheProcessEndInAnAnswer)
     EXPECT_EQ(list(logOn()), HOX_RC_FINISHED) << "whatever they left";
 }
 
+// The cancellation is there before each operation; it takes effect after the last one.
+TEST_F(OddHostTest, AThreadThatIsCancelledEndsAfterItsOperations)
+{
+    const std::string stream = randomBytes(3'000'000, 4);
+    EXPECT_EQ(inHost([&] {
+                  hoxHandle_t handle = 0;
+                  if (setUp(installation_.clientOptions()) != HOX_RC_OK ||
+                      logOnQuietly(handle) != HOX_RC_OK)
+                      return 1;
+                  int step = 2;
+                  std::thread([&] {
+                      pthread_cancel(pthread_self());
+                      if (backUp(handle, "cancelled", stream) == HOX_RC_OK &&
+                          restore(handle, "cancelled") == stream &&
+                          remove(handle, "cancelled") == HOX_RC_OK)
+                          step = 0;
+                      pthread_testcancel();
+                      step = 3;
+                  }).join();
+                  return step;
+              }),
+              0);
+}
+
 TEST_F(OddHostTest, TheLocalLogIsWrittenBesideALockThatIsNeverGivenBack)
 {
     ASSERT_EQ(setUp(installation_.clientOptions()), HOX_RC_OK);

@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <sys/stat.h>
 
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/orcmessage.h"
@@ -140,6 +141,15 @@ char *veloCleanOptionValue(char *value)
     return value;
 }
 
+/// Reading one that hardly ends would hold the host for ever; this much takes about a second.
+static bool isOfOptionSize(std::FILE *stream)
+{
+    constexpr off_t mostBytes = 1 << 30;
+    struct stat status {
+    };
+    return fstat(fileno(stream), &status) == 0 && status.st_size <= mostBytes;
+}
+
 std::uint16_t veloOpenOptionFile(OptionFile &file)
 {
     if (!pathFromEnvironment(file.path)) {
@@ -151,6 +161,10 @@ std::uint16_t veloOpenOptionFile(OptionFile &file)
         return ORC_RC_OPTION_FILE;
     }
     file.adopt(stream);
+    if (!isOfOptionSize(stream)) {
+        reportEarly(OrcMessage(2615, file.path));
+        return ORC_RC_OPTION_FILE;
+    }
     return ORC_RC_OK;
 }
 
