@@ -11,7 +11,8 @@
 //   behind
 //     is found by removeLeftovers(), which never touches the work of a living writer.
 //
-// Names are made of lower-case letters, digits, '.', '-' and '/' between components. Several
+// Names are made of lower-case letters, digits, '.', '-' and '/' between components; none of these
+// is empty, "." or "..", so that a thing has one name and no name leads out of the store. Several
 // threads and processes may use one store at once; a writer belongs to one thread. Any number of
 // threads may read from one reader.
 #ifndef KEEL_CLIENT_BLOB_BLOB_STORE_H
@@ -34,6 +35,10 @@ enum class Unsure {
     leave,    // another process may count on the blob by now
     takeBack, // nobody counts on it before commit() has returned; whoever saw it finds it gone
 };
+
+/// Success, or badArgument: it is no name that a blob can have. A store asks this of every name
+/// that it is given, as some come from a command line.
+Result<void> expectBlobName(const std::string &name);
 
 class BlobWriter
 {
@@ -122,7 +127,8 @@ template <class Work> auto withReserve(BlobStore &store, const Work &work) -> de
     return done;
 }
 
-/// Reads a small blob whole; `damaged` when it is larger than `limit`.
+/// Reads a small blob whole; `damaged` when it is larger than `limit`. `name` is for the error.
+Result<Bytes> readWhole(BlobReader &reader, const std::string &name, std::size_t limit);
 Result<Bytes> readWhole(BlobStore &store, const std::string &name, std::size_t limit);
 /// Puts a small blob.
 Result<void> putWhole(BlobStore &store, const std::string &name, ByteView bytes);

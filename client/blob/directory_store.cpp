@@ -283,6 +283,7 @@ Result<std::unique_ptr<DirectoryWriter>> DirectoryStore::beginWriter()
 
 Result<std::unique_ptr<BlobReader>> DirectoryStore::open(const std::string &name)
 {
+    ARCA_CHECK(expectBlobName(name));
     ARCA_TRY(auto file, files_.open(pathOf(name)));
     ARCA_TRY(const std::uint64_t size, file->size());
     return std::unique_ptr<BlobReader>(std::make_unique<DirectoryReader>(std::move(file), size));
@@ -334,6 +335,8 @@ DirectoryStore::walk(const std::string &directory, const std::string &prefix,
 Result<bool> DirectoryStore::link(const std::string &from, BlobReader &opened,
                                   const std::string &to)
 {
+    ARCA_CHECK(expectBlobName(from));
+    ARCA_CHECK(expectBlobName(to));
     const std::string directory = to.substr(0, to.rfind('/'));
     ARCA_CHECK(ensureDirectory(directory));
     ARCA_TRY(const bool linked, files_.link(pathOf(from), pathOf(to)));
@@ -357,6 +360,7 @@ Result<bool> DirectoryStore::link(const std::string &from, BlobReader &opened,
 
 Result<void> DirectoryStore::remove(const std::string &name, BlobReader &opened)
 {
+    ARCA_CHECK(expectBlobName(name));
     // Only removals take a name away, and this lock keeps them apart; so between looking and
     // removing the name cannot come to lead to another blob. The reader keeps its file open, so
     // that its identity cannot be used again meanwhile.
@@ -529,6 +533,7 @@ bool DirectoryStore::leadsTo(const std::string &name, File &file)
 Result<void> DirectoryStore::publish(const std::string &temporary, const std::string &name,
                                      File &written, Unsure unsure)
 {
+    ARCA_CHECK(expectBlobName(name));
     const std::string directory = name.substr(0, name.rfind('/') + 1);
     if (!directory.empty())
         ARCA_CHECK(ensureDirectory(directory.substr(0, directory.size() - 1)));

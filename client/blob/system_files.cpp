@@ -473,7 +473,8 @@ private:
         if (descriptor < 0)
             return fromErrno(errno, action, path);
         auto file = std::make_unique<SystemFile>(descriptor, path);
-        ARCA_CHECK(expectRegular(descriptor, path, action));
+        // In a blob's place it is a damaged blob: that holds up what needs it, and nothing else.
+        ARCA_CHECK(expectRegular(descriptor, path, action, ErrorKind::damaged));
         return std::unique_ptr<File>(std::move(file));
     }
 
@@ -492,17 +493,18 @@ private:
             return fromErrno(number, action, path);
         const int descriptor = own->number();
         auto file = std::make_unique<SystemFile>(std::move(own), path);
-        ARCA_CHECK(expectRegular(descriptor, path, action));
+        ARCA_CHECK(expectRegular(descriptor, path, action, ErrorKind::io));
         return std::unique_ptr<File>(std::move(file));
     }
 
-    static Result<void> expectRegular(int descriptor, const std::string &path, const char *action)
+    static Result<void> expectRegular(int descriptor, const std::string &path, const char *action,
+                                      ErrorKind otherwise)
     {
         struct stat state;
         if (fstat(descriptor, &state) != 0)
             return fromErrno(errno, "inspecting", path);
         if (!S_ISREG(state.st_mode))
-            return Error{ErrorKind::io, action + (" " + path) + ": not a regular file"};
+            return Error{otherwise, action + (" " + path) + ": not a regular file"};
         return {};
     }
 };

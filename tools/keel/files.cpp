@@ -36,7 +36,9 @@ constexpr std::size_t kTransferUnit = 4096;
 
 InputFile::InputFile(const std::string &name) : name_(name == "-" ? "standard input" : name)
 {
-    descriptor_ = name == "-" ? STDIN_FILENO : ::open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    // A pipe that nobody writes to yet is waited for where a signal ends the wait.
+    descriptor_ =
+        name == "-" ? STDIN_FILENO : ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor_ < 0)
         failOn(name_, "cannot open", errno);
     struct stat status = {};
