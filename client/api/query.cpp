@@ -34,9 +34,13 @@ Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
             query.answers.emplace_back(std::move(piece));
     };
     if (asked->objState != HOX_STATE_INACTIVE) {
-        ARCA_TRY(auto found, session.space->find(name));
-        if (found)
-            answer(std::move(*found));
+        auto found = session.space->find(name);
+        if (!found && found.error().kind == ErrorKind::damaged)
+            query.damage = Refusal(std::move(found).error()); // told when it is fetched
+        else if (!found)
+            return Refusal(std::move(found).error());
+        else if (*found)
+            answer(std::move(**found));
     }
     if (asked->objState == HOX_STATE_INACTIVE || asked->objState == HOX_STATE_ANY) {
         ARCA_TRY(auto found, session.space->inactiveOf(name));
@@ -356,6 +360,8 @@ Code deliverNext(Session &session, Query &query, DataBlk *data)
         return deliverObject(session, query, data);
     if (query.log)
         return deliverEvent(query, data);
+    if (query.answers.empty() && query.damage)
+        return *query.damage;
     if (query.answers.empty())
         return query.atEnd;
     const auto &next = query.answers.front();

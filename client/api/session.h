@@ -27,7 +27,8 @@ struct Query {
     std::deque<std::variant<store::PieceInfo, store::ManagementClass>> answers;
     std::unique_ptr<store::Listing> objects;
     std::optional<store::ActivityReader> log;
-    std::size_t seen = 0; // objects
+    std::optional<Refusal> damage; // of the object that was asked for by name
+    std::size_t seen = 0;          // objects
     bool classDetail = false;
     std::map<std::string, std::uint16_t> daysKept; // of classes that were looked up
     std::int16_t atEnd = HOX_RC_NO_MATCH;          // once an answer was given: HOX_RC_FINISHED

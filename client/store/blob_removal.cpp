@@ -77,20 +77,17 @@ Result<void> checkBlob(NodeSpace &space, const std::string &blobName, blob::Blob
     if (kind == nullptr)
         return Error{ErrorKind::damaged, "no record has such a name"};
     ARCA_CHECK(expectSettled(space, blobName));
-    ARCA_TRY(Bytes stored,
-             blob::readWhole(space.domain().blobs(), blobName, maxRecordBytesAt(blobName)));
+    ARCA_TRY(Bytes stored, blob::readWhole(blob, blobName, maxRecordBytesAt(blobName)));
     ARCA_TRY(const Bytes bytes, recordAt(space.domain(), blobName, std::move(stored)));
     return kind->check(bytes);
 }
 
-} // namespace
-
-Result<BlobFate> fateOfBlob(NodeSpace &space, const std::string &blobName)
+/// What removing it comes to, judged by the blob that `blob` reads and by no other of its name.
+Result<BlobFate> judge(NodeSpace &space, const std::string &blobName, blob::BlobReader &blob)
 {
-    ARCA_TRY(const auto blob, space.domain().blobs().open(blobName));
     if (Quarantine(space.domain()).isManifest(blobName))
         return BlobFate::deleted;
-    const auto checked = checkBlob(space, blobName, *blob);
+    const auto checked = checkBlob(space, blobName, blob);
     if (checked)
         return refusal(blobName, "is not damaged");
     if (checked.error().kind != ErrorKind::damaged)
@@ -99,15 +96,24 @@ Result<BlobFate> fateOfBlob(NodeSpace &space, const std::string &blobName)
                                                                : BlobFate::deleted;
 }
 
+} // namespace
+
+Result<BlobFate> fateOfBlob(NodeSpace &space, const std::string &blobName)
+{
+    ARCA_TRY(const auto blob, space.domain().blobs().open(blobName));
+    return judge(space, blobName, *blob);
+}
+
 Result<BlobRemoval> removeBlob(NodeSpace &space, const std::string &blobName)
 {
-    ARCA_TRY(const BlobFate fate, fateOfBlob(space, blobName));
     blob::BlobStore &blobs = space.domain().blobs();
+    ARCA_TRY(const auto blob, blobs.open(blobName));
+    ARCA_TRY(const BlobFate fate, judge(space, blobName, *blob));
     Quarantine quarantine(space.domain());
     BlobRemoval removal{fate, {}};
     if (fate == BlobFate::setAside) {
         ARCA_TRY(removal.now,
-                 blob::withReserve(blobs, [&] { return quarantine.setAside(blobName); }));
+                 blob::withReserve(blobs, [&] { return quarantine.setAside(blobName, *blob); }));
         return removal;
     }
     if (quarantine.isManifest(blobName)) {
@@ -121,7 +127,6 @@ Result<BlobRemoval> removeBlob(NodeSpace &space, const std::string &blobName)
         ARCA_CHECK(quarantine.giveUp(blobName));
         return removal;
     }
-    ARCA_TRY(const auto blob, blobs.open(blobName));
     ARCA_CHECK(blobs.remove(blobName, *blob));
     return removal;
 }

@@ -120,7 +120,10 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName)
         manifest = readOwn(**blob, blobName);
     if (!manifest && manifest.error().kind == ErrorKind::damaged) {
         // It cannot be restored, and its name must not be lost with it.
-        ARCA_CHECK(Quarantine(*domain_).setAside(blobName));
+        const auto aside = Quarantine(*domain_).setAside(blobName, **blob);
+        if (!aside && aside.error().kind == ErrorKind::notFound)
+            return isTaken(blobName); // it went, or another one came into its place
+        ARCA_CHECK(aside);
         return false;
     }
     if (!manifest)
@@ -166,7 +169,8 @@ Result<std::string> NodeSpace::setAside(const ObjectName &name)
         return Error{ErrorKind::exists, "the object " + printable(name.joined()) + " can be read"};
     if (manifest.error().kind != ErrorKind::damaged)
         return manifest.error();
-    return blob::withReserve(store_, [&] { return Quarantine(*domain_).setAside(blobName); });
+    return blob::withReserve(store_,
+                             [&] { return Quarantine(*domain_).setAside(blobName, *blob); });
 }
 
 Result<void> NodeSpace::remove(PieceId id)

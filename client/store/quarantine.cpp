@@ -112,14 +112,13 @@ Result<std::set<PackId>> Quarantine::packsHeldFor(blob::BlobReader &manifest, bo
     return held ? held : packsNow();
 }
 
-Result<std::string> Quarantine::setAside(const std::string &blobName)
+Result<std::string> Quarantine::setAside(const std::string &blobName, blob::BlobReader &judged)
 {
-    ARCA_TRY(const auto blob, blobs_.open(blobName));
-    ARCA_CHECK(packsHeldFor(*blob, true));
-    ARCA_TRY(const std::string digest, digestOf(*blob));
+    ARCA_CHECK(packsHeldFor(judged, true));
+    ARCA_TRY(const std::string digest, digestOf(judged));
     const std::string name = prefix_ + digest + "." + shortNameOf(blobName);
     ARCA_TRY(const auto copy, blobs_.begin());
-    ARCA_CHECK(readAll(*blob, [&](ByteView bytes) { return copy->append(bytes); }));
+    ARCA_CHECK(readAll(judged, [&](ByteView bytes) { return copy->append(bytes); }));
     auto committed = copy->commit(name);
     if (!committed && committed.error().kind != ErrorKind::exists)
         return std::move(committed).error();
@@ -128,7 +127,7 @@ Result<std::string> Quarantine::setAside(const std::string &blobName)
     ARCA_TRY(const std::string copied, digestOf(*there));
     if (copied != digest)
         return Error{ErrorKind::io, "the blob " + blobName + " reads differently each time"};
-    ARCA_CHECK(blobs_.remove(blobName, *blob));
+    ARCA_CHECK(blobs_.remove(blobName, judged));
     return name;
 }
 

@@ -47,10 +47,11 @@ public:
     /// Returns true for the name of a manifest that was set aside.
     bool isManifest(std::string_view blobName) const;
 
-    /// Moves a damaged manifest here, durably, and returns its new name. The caller has found it
-    /// damaged. Errors: notFound when it is gone or another blob has its name by now; after any
-    /// error it is still in its place.
-    Result<std::string> setAside(const std::string &blobName);
+    /// Moves a damaged manifest here, durably, and returns its new name. `judged` is the reader in
+    /// which the caller found it damaged: only that very blob is moved, never a sound one that came
+    /// under its name meanwhile. Errors: notFound when it is gone or another blob has its name by
+    /// now; after any error what is in its place is still there.
+    Result<std::string> setAside(const std::string &blobName, blob::BlobReader &judged);
 
     /// The packs that a damaged manifest may need. With `write` the list is kept; without, and when
     /// there is none yet, it is made for this once.

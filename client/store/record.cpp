@@ -95,7 +95,15 @@ Result<void> NumberedRecord::write(std::uint32_t number, ByteView bytes)
     if (!put && put.error().kind == ErrorKind::exists)
         return Error{ErrorKind::conflict, "the record " + prefix_ + " was changed meanwhile"};
     ARCA_CHECK(std::move(put));
-    removeSuperseded(number + 1);
+    // The highest number is never removed. So when this one was free only because later states had
+    // come, one of them shows now.
+    auto found = numbers();
+    if (!found)
+        found = numbers(); // what failed in passing must not make a failure of what holds
+    ARCA_CHECK(found);
+    if (!found->empty() && found->back() > number + 1)
+        return Error{ErrorKind::conflict, "the record " + prefix_ + " was changed meanwhile"};
+    removeBefore(number + 1, *found);
     return {};
 }
 
@@ -114,12 +122,9 @@ Result<void> NumberedRecord::remove()
 
 /// The state before the newest stays, so that whoever lists while a change goes on finds at least
 /// one.
-void NumberedRecord::removeSuperseded(std::uint32_t newest)
+void NumberedRecord::removeBefore(std::uint32_t newest, const std::vector<std::uint32_t> &numbers)
 {
-    const auto found = numbers();
-    if (!found)
-        return;
-    for (const std::uint32_t number : *found) {
+    for (const std::uint32_t number : numbers) {
         if (number + 1 >= newest)
             continue;
         // A state that cannot be removed now is harmless, and the next change tries again.

@@ -59,7 +59,8 @@ public:
     /// The blob that holds the state of that number.
     std::string nameOf(std::uint32_t number) const;
 
-    /// Writes the state after `number`; 0 for the first. `conflict` when somebody was faster.
+    /// Writes the state after `number`; 0 for the first. `conflict` when another one was faster,
+    /// also one whose state was superseded and removed since, so that its number was free again.
     Result<void> write(std::uint32_t number, ByteView bytes);
 
     /// Takes the record away, the newest state last. Nobody may write it meanwhile, or ever again
@@ -68,7 +69,7 @@ public:
 
 private:
     Result<std::vector<std::uint32_t>> numbers();
-    void removeSuperseded(std::uint32_t newest);
+    void removeBefore(std::uint32_t newest, const std::vector<std::uint32_t> &numbers);
 
     blob::BlobStore &store_;
     std::string prefix_;

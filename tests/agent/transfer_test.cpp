@@ -213,6 +213,26 @@ TEST_F(RealAgentTest, DescribesAndRemovesByName)
     EXPECT_EQ("", backUp("one", "more", {.blockSize = 4}));
 }
 
+TEST_F(RealAgentTest, StoresAndRemovesUnderANameWhosePieceIsDamaged)
+{
+    openChannel();
+    for (const bool stored : {true, false}) {
+        SCOPED_TRACE(stored);
+        ASSERT_EQ("", backUp("bad", "data", {.blockSize = 4}));
+        keel::test::damageFiles(installation.repository() / "pieces");
+        std::string data;
+        EXPECT_NE("", restore("bad", data, 4));
+        close();
+        if (stored) {
+            EXPECT_EQ("", backUp("bad", "more", {.blockSize = 4}));
+            EXPECT_EQ("", restore("bad", data, 4));
+            EXPECT_EQ("more", data);
+        }
+        EXPECT_EQ("", remove({"bad"}));
+        EXPECT_EQ("1=bad 8 9999", info({"bad"}));
+    }
+}
+
 TEST_F(RealAgentTest, StartsAgainInTheSameProcess)
 {
     for (const char *piece : {"one", "two", "three"}) {

@@ -1,6 +1,7 @@
 // A process that makes a change sleeps at any step of it, while others see a plan that was left and
 // settle it; then it wakes. Locks keep nobody away here, as on a file system whose locks other
 // hosts do not see. What holds is one decision, the same for everybody.
+#include "client/store/record.h"
 #include "tests/client/another_host.h"
 #include "tests/client/store_faults_fixture.h"
 
@@ -161,6 +162,25 @@ TEST_F(LateChange, IsSettledByALateProcessThatTakesNothingOfWhatCameSince)
                 break;
         }
     }
+}
+
+// What is superseded goes, and its number is free again; a writer that slept must not take it for
+// the next one.
+TEST_F(LateChange, ARecordsNumberIsGivenOnce)
+{
+    blob::DirectoryStore here("/r", files_);
+    store::NumberedRecord record(here, "records/one");
+    const auto write = [&](std::uint32_t after, const std::string &text) {
+        return record.write(after, viewOf(text)) ? "" : "conflict";
+    };
+    for (std::uint32_t after = 0; after < 5; ++after) {
+        for (std::uint32_t late = 0; late < after; ++late)
+            EXPECT_STREQ(write(late, "late"), "conflict") << late << " of " << after;
+        EXPECT_STREQ(write(after, std::to_string(after)), "");
+    }
+    const auto latest = record.latest();
+    ASSERT_TRUE(latest && *latest);
+    EXPECT_EQ(textOf((*latest)->bytes), "4");
 }
 
 TEST_F(LateChange, ANameThatOthersMayCountOnStaysWhenItsSyncFails)

@@ -1,5 +1,6 @@
 // Blobs that are not what was stored: flipped, cut, exchanged, or of another release.
 #include "client/store/blob_removal.h"
+#include "client/store/quarantine.h"
 #include "client/store/repair.h"
 #include "tests/client/store_faults_fixture.h"
 
@@ -208,7 +209,12 @@ TEST_F(StoreDamage, ADamagedManifestHoldsUpNothingElse)
     EXPECT_EQ(totals->deadPacks, 0U) << "it may need any of them";
     EXPECT_EQ(totals->damagedManifests.size(), 1U);
 
+    const auto judged = space_->domain().blobs().open(blobs[1].substr(3));
+    ASSERT_TRUE(judged);
     ASSERT_TRUE(backUp("bad", 'n', 2000)) << "the name is free";
+    const auto late = store::Quarantine(space_->domain()).setAside(blobs[1].substr(3), **judged);
+    ASSERT_FALSE(late) << "another one has the name by now";
+    EXPECT_EQ(late.error().kind, ErrorKind::notFound);
     expectPiece("bad", 'n', 2000);
     ASSERT_TRUE(backUp("later", 'l', 3000));
     ASSERT_TRUE(remove("later"));
@@ -216,6 +222,16 @@ TEST_F(StoreDamage, ADamagedManifestHoldsUpNothingElse)
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->deadPacks, 1U) << "the pack that came later";
     EXPECT_EQ(totals->damagedManifests.size(), 1U) << "it is in the quarantine";
+
+    // A name is taken to the letter: whatever leads elsewhere, or somewhere in another way, is
+    // none.
+    const std::string sound = blobs[1].substr(3), room = sound.substr(0, sound.rfind('/'));
+    for (const std::string &name :
+         {room + "/." + sound.substr(room.size()), room + "/../../../format", room + "//x",
+          "/" + sound, sound + "/", std::string()}) {
+        const auto removed = store::removeBlob(*space_, name);
+        EXPECT_TRUE(!removed && removed.error().kind == ErrorKind::badArgument) << name;
+    }
 
     const std::string aside = totals->damagedManifests.begin()->c_str();
     EXPECT_FALSE(store::removeBlob(*space_, blobs[1].substr(3))) << "is sound by now";

@@ -58,6 +58,18 @@ void writeFile(const fs::path &path, std::string_view content)
         throw std::runtime_error("cannot write " + path.string());
 }
 
+void damageFiles(const std::filesystem::path &directory, std::size_t offset)
+{
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(directory)) {
+        if (!entry.is_regular_file())
+            continue;
+        std::string content = readFile(entry.path());
+        content.at(offset) = static_cast<char>(content.at(offset) ^ 1);
+        std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_all);
+        writeFile(entry.path(), content);
+    }
+}
+
 std::string randomBytes(std::size_t count, std::uint64_t seed)
 {
     std::mt19937_64 generator(seed);

@@ -32,6 +32,9 @@ private:
 /// Throws std::runtime_error when the file cannot be written whole.
 void writeFile(const std::filesystem::path &path, std::string_view content);
 
+/// Flips a bit of every file below the directory, at this offset.
+void damageFiles(const std::filesystem::path &directory, std::size_t offset = 70);
+
 /// Bytes that no compressor or duplicate detection gets hold of; the same for the same seed.
 [[nodiscard]] std::string randomBytes(std::size_t count, std::uint64_t seed);
 
