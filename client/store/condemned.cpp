@@ -13,6 +13,8 @@ namespace
 
 constexpr std::string_view kKind = form::mark.kind;
 constexpr std::uint32_t kVersion = form::mark.newest;
+constexpr std::uint32_t kClaimsKnown = 1;
+constexpr std::uint32_t kInPlaceOfDamaged = 2;
 
 } // namespace
 
@@ -23,7 +25,7 @@ Bytes encodeMark(const Mark &mark)
     for (const engine::PackId &pack : mark.packs)
         payload.raw(pack);
     const bool known = mark.claims && mark.claims->size() <= kMaxMarkedClaims;
-    payload.u32(known ? 1 : 0);
+    payload.u32((known ? kClaimsKnown : 0) | (mark.inPlaceOfDamaged ? kInPlaceOfDamaged : 0));
     payload.u32(known ? static_cast<std::uint32_t>(mark.claims->size()) : 0);
     if (known)
         for (const std::string &claim : *mark.claims)
@@ -42,13 +44,14 @@ Result<Mark> parseMark(ByteView bytes)
         std::copy(id.begin(), id.end(), pack.begin());
         mark.packs.insert(pack);
     }
-    const bool known = reader.u32() == 1;
+    const std::uint32_t flags = reader.u32();
+    mark.inPlaceOfDamaged = (flags & kInPlaceOfDamaged) != 0;
     std::set<std::string> claims;
     for (std::uint32_t left = reader.u32(); left != 0 && reader.ok(); --left)
         claims.insert(reader.text());
     if (!reader.ok() || reader.remaining() != 0)
         return Error{ErrorKind::damaged, "the list of marked packs is damaged"};
-    if (known)
+    if ((flags & kClaimsKnown) != 0)
         mark.claims = std::move(claims);
     return mark;
 }
@@ -76,6 +79,7 @@ Result<CurrentMark> currentMark(const engine::Domain &domain)
     }
     ARCA_TRY(current.number, record.newestNumber());
     current.unreadable = record.nameOf(current.number);
+    current.mark.inPlaceOfDamaged = true;
     ARCA_CHECK(domain.packs().list([&](const engine::PackName &pack) {
         current.mark.packs.insert(pack.id);
         return true;

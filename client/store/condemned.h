@@ -5,12 +5,18 @@
 // it and stays off the pack; a stream that began before shows by its claim, and reclaiming waits
 // until that has gone and then looks again whether the pack is needed. So neither needs a clock.
 //
+// A mark goes only with the pack, or with the revision that was marked: whoever unmarks has deleted
+// the pack or has put its next revision. A run that found marked blocks needed by nobody may be
+// held up for any time, lose its lock to another run, and still delete them when it wakes. So
+// nothing new may ever count on that revision, however much the other run finds it needed; it stays
+// marked until it is rewritten or dead.
+//
 // A mark that is damaged stops no backup: it counts as a mark of every pack, streams store again
 // what they bring, and the next run of reclaiming replaces it.
 //
 // Payload (kind "ARCACOND", version 1): the number of packs (4) and as many identifiers of 16
-// bytes; 1 when the claims at the time of the mark are known, else 0 (4); their number (4), and for
-// each a 16-bit length and as many bytes.
+// bytes; flags (4): 1 when the claims at the time of the mark are known, 2 when it stands for a
+// damaged one; the number of the claims (4), and for each a 16-bit length and as many bytes.
 #ifndef KEEL_CLIENT_STORE_CONDEMNED_H
 #define KEEL_CLIENT_STORE_CONDEMNED_H
 
@@ -26,6 +32,9 @@ struct Mark {
     std::set<engine::PackId> packs;
     /// Who lived when the packs were marked; nothing: that was not yet asked.
     std::optional<std::set<std::string>> claims;
+    /// Every pack was marked in place of the few that a damaged mark had. Streams can not stay off
+    /// them for good, or all would be stored again: it goes as a whole once it is swept.
+    bool inPlaceOfDamaged = false;
 };
 
 /// More packs wait for the next mark, and with more claims than that they are asked for again each

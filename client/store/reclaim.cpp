@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <utility>
 
 namespace arca::store
 {
@@ -341,7 +342,7 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
     bool goOn = true;
     if (!totals.damagedMark.empty()) {
         // What the damaged one said may be about to happen still, by a process that sleeps.
-        ARCA_TRY(mark, markPacks(std::move(mark.packs)));
+        ARCA_TRY(mark, markPacks(std::move(mark)));
     }
     if (!mark.packs.empty()) {
         ARCA_TRY(goOn, settle(mark, step, totals));
@@ -357,11 +358,10 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
         if (first)
             ARCA_CHECK(expectExplained(found, seen));
         if (!found.empty()) {
-            std::set<engine::PackId> packs;
             for (const Candidate &one :
                  std::span(found).first(std::min(found.size(), kMaxMarkedPacks)))
-                packs.insert(one.id);
-            ARCA_TRY(mark, markPacks(std::move(packs)));
+                mark.packs.insert(one.id);
+            ARCA_TRY(mark, markPacks(std::move(mark)));
         }
         ARCA_CHECK(purge(totals));
         if (found.empty())
@@ -376,9 +376,9 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
     return totals;
 }
 
-Result<Mark> Reclaim::markPacks(std::set<engine::PackId> packs)
+Result<Mark> Reclaim::markPacks(Mark mark)
 {
-    Mark mark{std::move(packs), {}};
+    mark.claims.reset();
     ARCA_CHECK(writeMark(mark));
     // Only now: whoever begins after this sees the mark.
     ARCA_TRY(mark.claims, domain_.blobs().livingWriters());
@@ -387,9 +387,9 @@ Result<Mark> Reclaim::markPacks(std::set<engine::PackId> packs)
     return mark;
 }
 
-/// Sweeps and unmarks, if nobody from before the mark lives; false when there is nothing more to do
-/// for now.
-Result<bool> Reclaim::settle(const Mark &mark, const Step &step, ReclaimTotals &totals)
+/// Sweeps, and unmarks what was deleted or rewritten, if nobody from before the mark lives; false
+/// when there is nothing more to do for now.
+Result<bool> Reclaim::settle(Mark &mark, const Step &step, ReclaimTotals &totals)
 {
     // A lock may be lost while its holder sleeps. Without its name in tmp/ a claim can never become
     // a piece, however late its writer wakes.
@@ -399,9 +399,12 @@ Result<bool> Reclaim::settle(const Mark &mark, const Step &step, ReclaimTotals &
         wait(mark, std::move(living), totals);
         return false;
     }
+    const std::size_t marked = mark.packs.size();
     ARCA_TRY(const bool goOn, sweep(mark, step, totals));
-    if (goOn)
-        ARCA_CHECK(writeMark(Mark{}));
+    if (goOn && std::exchange(mark.inPlaceOfDamaged, false))
+        mark.packs.clear();
+    if (goOn && mark.packs.size() < marked)
+        ARCA_CHECK(writeMark(mark));
     return goOn;
 }
 

@@ -11,7 +11,7 @@
 //   6. look again at the marked packs, as a stream from before the mark may count on them by now
 //   7. sweep   delete what is all dead; then write the live blocks of the others into a next
 //              revision, and delete the one before
-//   8. unmark
+//   8. unmark what was deleted or rewritten; the rest stays marked (see condemned.h)
 //
 // Why no block that a piece needs is taken away, whatever others do meanwhile:
 //
@@ -105,6 +105,7 @@ private:
         const Step &step;
         ReclaimTotals &totals;
         std::set<engine::PackId> spaceless; // no room to rewrite them
+        std::set<engine::PackId> settled;   // gone, or their newest revision is of this run
         Result<void> noRoom, failure;       // the first of each kind that did not end it
         bool goOn = true;
     };
@@ -123,19 +124,19 @@ private:
                                  const ReclaimTotals &totals) const;
     Result<void> purge(ReclaimTotals &totals);
     Result<std::set<std::string>> stillLiving(const Mark &mark);
-    Result<Mark> markPacks(std::set<engine::PackId> packs);
-    Result<bool> settle(const Mark &mark, const Step &step, ReclaimTotals &totals);
-    Result<bool> sweep(const Mark &mark, const Step &step, ReclaimTotals &totals);
+    Result<Mark> markPacks(Mark mark);
+    Result<bool> settle(Mark &mark, const Step &step, ReclaimTotals &totals);
+    Result<bool> sweep(Mark &mark, const Step &step, ReclaimTotals &totals);
     Result<void> sweepSome(const std::set<engine::PackId> &packs, Sweep &sweep);
     Result<void> sweepShare(std::span<const engine::PackId> packs, PackUse &use, Sweep &sweep);
     Result<void> passOver(const engine::PackId &id, Error failure, Sweep &sweep);
-    Result<void> shrink(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals);
+    Result<void> shrink(const engine::PackId &id, const BlockUse &use, Sweep &sweep);
     Result<void> keepNewest(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals);
     Result<void> noteGaps(const engine::PackName &pack);
     Result<void> forgetDamage(const engine::PackName &pack);
     Result<void> deletePack(const engine::PackId &id, std::uint32_t beforeRevision);
     Result<bool> needsDamaged(const engine::OpenPack &pack, const BlockUse &use);
-    Result<void> rewrite(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals);
+    Result<void> rewrite(const engine::PackId &id, const BlockUse &use, Sweep &sweep);
     Result<void> writeMark(const Mark &mark);
     Result<Mark> readMark(ReclaimTotals &totals);
     void wait(const Mark &mark, std::set<std::string> living, ReclaimTotals &totals);

@@ -11,18 +11,22 @@
 namespace arca::store
 {
 
-/// The marked packs, judged again. Answers false when it was told to stop.
-Result<bool> Reclaim::sweep(const Mark &mark, const Step &step, ReclaimTotals &totals)
+/// The marked packs, judged again. Leaves those in `mark` that must stay marked. Answers false when
+/// it was told to stop.
+Result<bool> Reclaim::sweep(Mark &mark, const Step &step, ReclaimTotals &totals)
 {
     ARCA_TRY(listing_, PackListing::of(domain_.packs()));
     ARCA_TRY(known_, DamageRecords(domain_).all());
-    Sweep sweep{step, totals, {}, {}, {}};
+    Sweep sweep{step, totals, {}, {}, {}, {}};
     ARCA_CHECK(sweepSome(mark.packs, sweep));
     // The dead packs of later shares made room.
     if (sweep.goOn && !sweep.spaceless.empty()) {
         sweep.noRoom = {};
         ARCA_CHECK(sweepSome(std::exchange(sweep.spaceless, {}), sweep));
     }
+    std::erase_if(mark.packs, [&](const engine::PackId &id) {
+        return sweep.settled.contains(id) || listing_.revisionsOf(id).empty();
+    });
     if (sweep.goOn) {
         ARCA_CHECK(std::move(sweep.failure));
         ARCA_CHECK(std::move(sweep.noRoom));
@@ -62,6 +66,7 @@ Result<void> Reclaim::sweepShare(std::span<const engine::PackId> packs, PackUse 
         }
         ARCA_CHECK(deletePack(id, std::numeric_limits<std::uint32_t>::max()));
         domain_.hints().forget(id);
+        sweep.settled.insert(id);
         ++sweep.totals.deadPacks;
         sweep.totals.freedBytes += candidate->bytes;
         sweep.goOn = !sweep.step || sweep.step(sweep.totals);
@@ -70,7 +75,7 @@ Result<void> Reclaim::sweepShare(std::span<const engine::PackId> packs, PackUse 
         if (!sweep.goOn)
             return {};
         auto shrunk =
-            blob::withReserve(domain_.blobs(), [&] { return shrink(id, use[id], sweep.totals); });
+            blob::withReserve(domain_.blobs(), [&] { return shrink(id, use[id], sweep); });
         if (!shrunk)
             ARCA_CHECK(passOver(id, std::move(shrunk).error(), sweep));
         sweep.goOn = !sweep.step || sweep.step(sweep.totals);
@@ -97,10 +102,10 @@ Result<void> Reclaim::passOver(const engine::PackId &id, Error failure, Sweep &s
 }
 
 /// Of a pack that is needed.
-Result<void> Reclaim::shrink(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals)
+Result<void> Reclaim::shrink(const engine::PackId &id, const BlockUse &use, Sweep &sweep)
 {
-    return listing_.revisionsOf(id).size() > 1 ? keepNewest(id, use, totals)
-                                               : rewrite(id, use, totals);
+    return listing_.revisionsOf(id).size() > 1 ? keepNewest(id, use, sweep.totals)
+                                               : rewrite(id, use, sweep);
 }
 
 /// A run, or a repair, that was killed left revisions before the newest. They go only when that one
@@ -143,8 +148,9 @@ Result<void> Reclaim::noteGaps(const engine::PackName &pack)
 }
 
 /// What is known or found to be damaged of it, and needed, leaves the pack as it is, for repairing.
-Result<void> Reclaim::rewrite(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals)
+Result<void> Reclaim::rewrite(const engine::PackId &id, const BlockUse &use, Sweep &sweep)
 {
+    ReclaimTotals &totals = sweep.totals;
     ARCA_TRY(const auto pack, openPack(id));
     const auto isNeeded = [&](std::uint32_t block) { return block < use.size() && use[block]; };
     DamageRecords records(domain_);
@@ -162,6 +168,7 @@ Result<void> Reclaim::rewrite(const engine::PackId &id, const BlockUse &use, Rec
     if (rewritten->gaps)
         ARCA_CHECK(noteGaps(rewritten->which));
     ARCA_CHECK(deletePack(id, rewritten->which.revision));
+    sweep.settled.insert(id);
     ++totals.rewrittenPacks;
     totals.freedBytes += pack->size() - std::min(pack->size(), rewritten->storedBytes);
     return {};

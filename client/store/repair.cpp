@@ -42,12 +42,12 @@ private:
     Result<void> mendAll();
     Result<void> mendSome(std::vector<BrokenPack> some);
     Result<bool> isFree(const std::vector<const BrokenPack *> &some);
-    Result<void> unmark(const std::vector<const BrokenPack *> &some);
     /// A new revision that is written and proven.
     struct Mended {
         PackName fresh;
         bool partly = false; // it lacks needed blocks, or has some that are not what was stored
     };
+    Result<void> unmark(const std::vector<Mended> &mended);
     engine::MendPlan planFor(const BrokenPack &pack, engine::BlockSearch &search) const;
     void countPlan(const BrokenPack &pack, const engine::MendPlan &plan);
     Result<Mended> mend(const BrokenPack &pack, const engine::MendPlan &plan,
@@ -308,7 +308,7 @@ Result<void> Repair::mendSome(std::vector<BrokenPack> some)
     }
     for (const Mended &pack : mended)
         ARCA_CHECK(conclude(pack));
-    return unmark(worthIt);
+    return unmark(mended);
 }
 
 /// Marks the packs, unless they are marked already. Returns true when no stream from before the
@@ -346,11 +346,12 @@ Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
     return false;
 }
 
-Result<void> Repair::unmark(const std::vector<const BrokenPack *> &some)
+/// Of the others the marked revision is still the newest, so they stay marked (condemned.h).
+Result<void> Repair::unmark(const std::vector<Mended> &mended)
 {
     ARCA_TRY(CurrentMark current, currentMark(domain_));
-    for (const BrokenPack *pack : some)
-        current.mark.packs.erase(pack->which.id);
+    for (const Mended &pack : mended)
+        current.mark.packs.erase(pack.fresh.id);
     return markRecord(domain_).write(current.number, encodeMark(current.mark));
 }
 
