@@ -316,15 +316,16 @@ class Node:
 
     def find(self, names):
         digits = self.name_hash(names)
-        path = self.root / "pieces" / self.key / digits[:2] / digits
-        if path.is_file():
+        paths = [self.root / "pieces" / self.key / digits[:2] / digits]
+        paths += (self.root / "coming" / self.key / digits[:2]).glob(digits + ".*")
+        for path in filter(pathlib.Path.is_file, paths):
             manifest = self.manifest(path)
             if self.shows(manifest):
                 return manifest
         raise Wrong("there is no such piece")
 
     def list(self):
-        for place in ("pieces", "inactive"):
+        for place in ("coming", "pieces", "inactive"):
             for path in sorted((self.root / place / self.key).glob("??/*")):
                 manifest = self.manifest(path)
                 if self.shows(manifest):
@@ -344,8 +345,21 @@ class Node:
                 return True
             if leaves and not done and manifest.inactive and "." not in manifest.blob.path.name:
                 return True
+        if not manifest.inactive and self.replaced(manifest):
+            return True
         change = manifest.blob.path.name.partition(".")[2] if manifest.inactive else ""
         return change != "" and not self.holds(int(change, 16))
+
+    def replaced(self, manifest):
+        """Whether an active blob has lost its name, or is in coming/ by a change that is not done."""
+        path = manifest.blob.path
+        name, _, change = path.name.partition(".")
+        if change:
+            return not self.done(int(change, 16))
+        for other in (self.root / "coming" / self.key / path.parent.name).glob(name + ".*"):
+            if self.done(int(other.suffix[1:], 16)) and self.manifest(other).id != manifest.id:
+                return True
+        return False
 
     def outcome(self, change):
         """What was decided of a change: 1 done, 2 undone, None: nothing, or it is settled."""

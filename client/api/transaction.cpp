@@ -62,7 +62,9 @@ Answer<void> Transaction::beginObject(store::PieceDescription description)
         return std::move(filespace).error();
     if (!*filespace)
         return step<void>(refused(HOX_RC_FS_UNKNOWN, "the filespace was deleted meanwhile"));
-    auto writer = step(answered(space_.beginPiece(std::move(description))));
+    std::vector<store::PieceId> replaced = deletions_;
+    replaced.insert(replaced.end(), deactivations_.begin(), deactivations_.end());
+    auto writer = step(answered(space_.beginPiece(std::move(description), replaced)));
     if (!writer)
         return std::move(writer).error();
     open_ = {std::move(writer).value(), (*filespace)->registration};
@@ -94,7 +96,7 @@ Answer<void> Transaction::deleteObject(store::PieceId id)
     auto found = step(answered(space_.find(id)));
     if (!found)
         return std::move(found).error();
-    deletions_.push_back(id);
+    deletions_.push_back(found->id);
     return {};
 }
 
@@ -106,7 +108,7 @@ Answer<void> Transaction::deactivateObject(store::PieceId id)
         return std::move(found).error();
     if (!found->isActive())
         return step<void>(refused(HOX_RC_OBJECT_UNKNOWN, "the object is inactive already"));
-    deactivations_.push_back(id);
+    deactivations_.push_back(found->id);
     return {};
 }
 

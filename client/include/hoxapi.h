@@ -478,8 +478,11 @@ int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, uint8_t sendType, 
 
 /*
  * Begins an object. sendBuffer is reserved (null); data may be null or the first block.
- * HOX_RC_OBJECT_EXISTS when an active object of that name is there, HOX_RC_FS_UNKNOWN,
- * HOX_RC_MC_UNKNOWN.
+ * HOX_RC_OBJECT_EXISTS when an active object of that name is there, unless the transaction has
+ * deleted it or made it inactive before: then the new object takes its place in the one step of the
+ * commit. In a repository that an earlier release made (before layout 4) the name must be free.
+ * Whether it is free is decided at the commit (reason HOX_RC_OBJECT_EXISTS). Other errors:
+ * HOX_RC_FS_UNKNOWN, HOX_RC_MC_UNKNOWN.
  */
 int16_t hoxSendObj(hoxHandle_t handle, uint8_t sendType, void *sendBuffer, const hoxObjName *name,
                    const ObjAttr *attributes, DataBlk *data);

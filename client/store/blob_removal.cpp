@@ -16,8 +16,8 @@ namespace
 
 bool isManifestPlace(const std::string &blobName, const std::string &nodeKey)
 {
-    for (const ManifestPlace place :
-         {ManifestPlace::active, ManifestPlace::inactive, ManifestPlace::removed})
+    for (const ManifestPlace place : {ManifestPlace::coming, ManifestPlace::active,
+                                      ManifestPlace::inactive, ManifestPlace::removed})
         if (blobName.starts_with(placePrefix(place, nodeKey)))
             return true;
     return false;

@@ -7,6 +7,7 @@
 
 #include "client/base/text.h"
 #include "client/base/thread.h"
+#include "client/store/coming_piece.h"
 #include "client/store/named_pieces.h"
 #include "client/store/remembered_name.h"
 
@@ -24,7 +25,7 @@ constexpr std::size_t kRowsAtOnce = 512;
 constexpr unsigned kParts = 256;
 constexpr int kMaxFills = 3; // of one listing: the first, and when the file turns out to be damaged
 
-const std::string kActive = "pieces/", kInactive = "inactive/";
+const std::string kComing = "coming/", kActive = "pieces/", kInactive = "inactive/";
 
 /// The last component of a blob's name, as bytes; empty when it is none.
 Bytes digitsIn(const std::string &blobName)
@@ -226,8 +227,8 @@ std::uint64_t Listing::recordOf(PieceId id) const
 
 Result<void> Listing::listStored(std::byte first, Stored &stored)
 {
-    // In this order: a piece that becomes inactive is in its new place before it leaves the other.
-    for (const std::string &place : {kActive, kInactive}) {
+    // In this order: a piece is in its next place before it leaves the one before.
+    for (const std::string &place : {kComing, kActive, kInactive}) {
         const std::string directory =
             place + space_.domain().nodeKey() + "/" + toHex(ByteView(&first, 1)) + "/";
         ARCA_CHECK(blobs_.listStamped(directory, [&](const std::string &name, std::uint64_t stamp) {
@@ -240,15 +241,18 @@ Result<void> Listing::listStored(std::byte first, Stored &stored)
 
 void Listing::addStored(const std::string &blobName, std::uint64_t stamp, Stored &stored)
 {
-    const bool active = blobName.starts_with(kActive);
-    // The name of an inactive one goes on with its change.
-    const Bytes digits = digitsIn(active ? blobName : blobName.substr(0, blobName.find('.')));
+    const bool comes = isComingName(blobName), active = comes || blobName.starts_with(kActive);
+    // The name of one that comes, and of an inactive one, goes on with its change.
+    const Bytes digits = digitsIn(blobName.substr(0, blobName.find('.')));
     NameHash hash{};
     if (digits.size() != (active ? hash.size() : sizeof(PieceId)))
         return noteHurt("no piece has a name as the blob " + blobName);
     if (active) {
         std::copy(digits.begin(), digits.end(), hash.begin());
-        stored.active[hash] = stamp;
+        if (comes)
+            stored.coming.emplace(hash, blobName);
+        else
+            stored.active[hash] = stamp;
     } else {
         InactiveCopies &copies = stored.inactive[idIn(digits)];
         copies.stamp += stamp;
@@ -267,7 +271,9 @@ bool Listing::isRight(const CatalogueRow &row, Stored &stored) const
         names.erase(found);
         return true;
     };
-    return row.inactive ? take(stored.inactive, row.id) : take(stored.active, row.hash);
+    if (row.inactive)
+        return take(stored.inactive, row.id);
+    return !stored.coming.contains(row.hash) && take(stored.active, row.hash);
 }
 
 Result<bool> Listing::comparePart(std::byte first)
@@ -299,6 +305,10 @@ Result<bool> Listing::comparePart(std::byte first)
         fresh.clear();
         return {};
     };
+    for (const auto &[hash, name] : stored.coming) {
+        ARCA_CHECK(add(name, 0));
+        stored.active.try_emplace(hash, 0); // where it may be by now
+    }
     for (const auto &[hash, stamp] : stored.active)
         ARCA_CHECK(add(kActive + within + toHex(hash), stamp));
     for (const auto &[id, copies] : stored.inactive)

@@ -66,6 +66,7 @@ private:
         std::vector<std::string> names;
     };
     struct Stored {
+        std::multimap<NameHash, std::string> coming; // their blobs: coming_piece.h
         std::map<NameHash, std::uint64_t> active;
         std::map<PieceId, InactiveCopies> inactive;
     };

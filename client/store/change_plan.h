@@ -23,6 +23,8 @@
 // 3. The record of a piece that came with an undone change stays, so that its manifest stays hidden
 //    when its maker publishes it late. Storing another piece under that name removes it.
 //
+// A piece that comes under the name of one that goes waits in a place of its own: coming_piece.h.
+//
 // A renamed piece goes and comes in one change. It has a record under its old identifier as well,
 // which says where it went.
 //

@@ -93,7 +93,7 @@ Result<Found> findManifests(engine::Domain &domain, const std::string &but = {})
                     found.damaged.push_back(*half);
                 return {};
             }
-            if (stored.place != ManifestPlace::active) {
+            if (stored.place != ManifestPlace::active && stored.place != ManifestPlace::coming) {
                 found.ids.push_back(leadingDigits(stored.blobName, 16));
                 return {};
             }

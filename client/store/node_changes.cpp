@@ -82,8 +82,12 @@ Result<void> NodeSpace::prepareChange(const ChangePlan &plan, std::span<const Se
             return Error{ErrorKind::noFilespace, "the filespace " +
                                                      printable(sent.piece->name().filespace) +
                                                      " was deleted meanwhile"};
-        ARCA_CHECK(sent.piece->commit());
+        ARCA_CHECK(replacesOne(plan, sent.piece->id()) ? putComing(plan, *sent.piece)
+                                                       : sent.piece->commit());
     }
+    for (const Sent &sent : pieces)
+        ARCA_CHECK(replacesOne(plan, sent.piece->id()) ? claimNameOfOld(*sent.piece, plan)
+                                                       : claimName(*sent.piece, plan.id));
     return {};
 }
 

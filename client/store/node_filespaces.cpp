@@ -139,6 +139,11 @@ Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
     const std::string name = piece.name().filespace;
     CommitNote note(*domain_);
     ARCA_CHECK(piece.commit());
+    const auto claimed = claimName(piece, 0);
+    if (!claimed) {
+        giveNameBack(piece);
+        return claimed;
+    }
     auto now = filespace(name);
     if (now && *now && (*now)->registration == registration) {
         note.write({piece.id()});

@@ -1,9 +1,11 @@
 // What becomes of a node's pieces once they are stored: which of them show, their attributes, their
 // removal.
 #include "client/base/text.h"
+#include "client/store/coming_piece.h"
 #include "client/store/node_space.h"
 #include "client/store/quarantine.h"
 
+#include <algorithm>
 #include <ctime>
 
 namespace arca::store
@@ -28,6 +30,11 @@ Result<std::optional<ObjectRecord>> NodeSpace::recordIfShown(const PieceInfo &fo
     if (const ChangeId change = found.isActive() ? 0 : changeIn(blobName); change != 0) {
         ARCA_TRY(const bool holds, holdsCopy(change));
         if (!holds)
+            return std::optional<ObjectRecord>();
+    }
+    if (found.isActive() && namesCarryChanges()) {
+        ARCA_TRY(const bool hidden, isReplaced(id, blobName));
+        if (hidden)
             return std::optional<ObjectRecord>();
     }
     ARCA_TRY(const Planned planned, plannedFor(id));
@@ -106,9 +113,16 @@ Result<NodeSpace::Located> NodeSpace::locateShown(PieceId asked)
     return unknownId(asked);
 }
 
-/// Whether the name of a blob is in use. What the dead left under it is not.
-Result<bool> NodeSpace::isTaken(const std::string &blobName)
+/// Whether the name of a blob is in use, by another piece than those that are replaced. What the
+/// dead left under it does not count.
+Result<bool> NodeSpace::isTaken(const std::string &blobName, std::span<const PieceId> replaced)
 {
+    ARCA_TRY(const auto coming, comingUnder(blobName));
+    for (const std::string &name : coming) {
+        ARCA_TRY(const bool done, isDone(changeIn(name)));
+        if (done)
+            return true;
+    }
     const auto blob = store_.open(blobName);
     if (!blob && blob.error().kind == ErrorKind::notFound)
         return false;
@@ -122,7 +136,7 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName)
         // It cannot be restored, and its name must not be lost with it.
         const auto aside = Quarantine(*domain_).setAside(blobName, **blob);
         if (!aside && aside.error().kind == ErrorKind::notFound)
-            return isTaken(blobName); // it went, or another one came into its place
+            return isTaken(blobName, replaced); // it went, or another one came into its place
         ARCA_CHECK(aside);
         return false;
     }
@@ -130,7 +144,8 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName)
         return true; // by what this release cannot read, or not now
     ARCA_TRY(const auto shown, recordIfShown(manifest->info, blobName));
     if (shown)
-        return true;
+        return !namesCarryChanges() ||
+               std::ranges::find(replaced, manifest->info.id) == replaced.end();
     ARCA_CHECK(lockChanges());
     ARCA_TRY(const bool removed, removeIfUndone(blobName));
     return !removed;
@@ -194,12 +209,13 @@ Result<void> NodeSpace::removeEverywhere(PieceId id, std::int64_t at)
             return {};
         return removed;
     };
-    // The active place first: what is left of an inactive piece must not come to be active.
+    // The active places first: what is left of an inactive piece must not come to be active. There
+    // are two after a death between the last steps of a change.
     auto active = locate(id);
-    if (!active && active.error().kind != ErrorKind::notFound)
-        return std::move(active).error();
-    if (active)
+    for (; active; active = locate(id))
         ARCA_CHECK(aside(active->blobName, std::move(active->blob)));
+    if (active.error().kind != ErrorKind::notFound)
+        return std::move(active).error();
     ARCA_TRY(const auto copies, copiesOf(id));
     for (const std::string &name : copies) {
         auto blob = store_.open(name);
@@ -216,7 +232,7 @@ Result<void> NodeSpace::removeEverywhere(PieceId id, std::int64_t at)
 /// back stay until it is purged.
 Result<void> NodeSpace::removeStored(Located &located)
 {
-    if (!located.info.isActive())
+    if (!located.info.isActive() || isComingName(located.blobName))
         ARCA_CHECK(removeEverywhere(located.info.id, std::time(nullptr)));
     else
         ARCA_CHECK(putAside(located, std::time(nullptr)));

@@ -15,9 +15,10 @@ namespace
 {
 
 constexpr std::string_view kFilespaces = "filespaces/";
-constexpr std::string_view kRooms[] = {
-    "access/",  "grants/",   "pieces/",  "inactive/", "removed/",   "groups/",     "objects/",
-    "changes/", "outcomes/", "reclaim/", "damage/",   "inventory/", "quarantine/", "packs/"};
+constexpr std::string_view kRooms[] = {"access/",    "grants/",     "coming/",  "pieces/",
+                                       "inactive/",  "removed/",    "groups/",  "objects/",
+                                       "changes/",   "outcomes/",   "reclaim/", "damage/",
+                                       "inventory/", "quarantine/", "packs/"};
 
 std::string prefixOf(std::string_view room, const std::string &key)
 {
@@ -104,8 +105,8 @@ Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const R
 Result<bool> isHalfRemoved(blob::BlobStore &store, const std::string &key)
 {
     bool some = false;
-    constexpr std::string_view kLeft[] = {kFilespaces, "pieces/", "inactive/", "removed/",
-                                          "packs/"};
+    constexpr std::string_view kLeft[] = {kFilespaces, "coming/",  "pieces/",
+                                          "inactive/", "removed/", "packs/"};
     for (const std::string_view room : kLeft)
         ARCA_CHECK(store.list(prefixOf(room, key), [&](const std::string &) {
             some = true;

@@ -150,6 +150,11 @@ Result<ChangePlan> NodeSpace::planOf(const std::string &name) const
     return outcome && *outcome ? std::move((*outcome)->plan) : std::move(plan);
 }
 
+Result<ChangePlan> NodeSpace::planOfChange(ChangeId change) const
+{
+    return planOf(changeName(change, kPlan));
+}
+
 Result<std::set<PieceId>> NodeSpace::beingChanged()
 {
     std::set<PieceId> ids;
@@ -266,7 +271,11 @@ Result<void> NodeSpace::finishChange(const ChangePlan &plan)
             ARCA_CHECK(records.write(state));
         }
     }
+    for (const PieceId id : plan.leaving)
+        ARCA_CHECK(leaveActivePlace(id, copyNameOf(id, plan.id)));
     for (const PieceId id : plan.coming) {
+        // Its place is free now, if it comes in the place of another one.
+        ARCA_CHECK(bringIn(id, plan.id));
         ARCA_TRY(auto state, records.read(id));
         if (state.record.shownBy != plan.id)
             continue;
@@ -274,8 +283,6 @@ Result<void> NodeSpace::finishChange(const ChangePlan &plan)
         state.record.shownBy = 0;
         ARCA_CHECK(records.write(state));
     }
-    for (const PieceId id : plan.leaving)
-        ARCA_CHECK(leaveActivePlace(id, copyNameOf(id, plan.id)));
     ARCA_CHECK(removeIfThere(store_, changeName(plan.id, kPlan)));
     if (namesCarryChanges() && !plan.leaving.empty())
         return {}; // the copies go by the outcome
@@ -325,6 +332,11 @@ Result<void> NodeSpace::undoChange(const ChangePlan &plan, Maker maker)
 /// before the manifest is there; without it there is nothing.
 Result<void> NodeSpace::takeBack(PieceId id, ChangeId change)
 {
+    // By the change in its name, also when it cannot be read.
+    ARCA_TRY(const auto coming, comingUnder(prefixOf(id)));
+    for (const std::string &name : coming)
+        if (changeIn(name) == change)
+            ARCA_CHECK(removeIfThere(store_, name));
     ARCA_TRY(const auto state, ObjectRecords(*domain_).read(id));
     if (state.record.shownBy != change)
         return {};

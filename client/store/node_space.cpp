@@ -1,6 +1,8 @@
 // A node's part of a repository.
 //
 //   pieces/<node key>/<xx>/<name hash>   one blob a piece; xx are the hash's first two digits
+//   coming/<node key>/<xx>/<name hash>.<change>
+//                                        a piece that comes in the place of another: coming_piece.h
 //   inactive/<node key>/<xx>/<identifier>.<change>
 //                                        a piece that was made inactive: the same bytes with a note
 //                                        behind; xx are the first two digits of the identifier.
@@ -17,6 +19,7 @@
 #include "client/store/node_space.h"
 
 #include "client/base/text.h"
+#include "client/store/coming_piece.h"
 
 #include <algorithm>
 #include <tuple>
@@ -136,7 +139,7 @@ Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &b
     const bool inPlace =
         removed ? removed->id == id && isIdUnder(hash, id)
         : manifest->info.isActive()
-            ? blobName == blobNameOf(hash)
+            ? (isComingName(blobName) ? activeNameOf(blobName) : blobName) == blobNameOf(hash)
             : blobName.substr(0, blobName.find('.')) == inactiveNameOf(id) && isIdUnder(hash, id);
     if (piece.node != node_ || !inPlace)
         return Error{ErrorKind::damaged,
@@ -144,11 +147,12 @@ Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &b
     return manifest;
 }
 
-Result<NodeSpace::Place> NodeSpace::freePlace(const ObjectName &name)
+Result<NodeSpace::Place> NodeSpace::freePlace(const ObjectName &name,
+                                              std::span<const PieceId> replaced)
 {
     ARCA_TRY(const Sha256 hash, hashOf(name));
     Place place{blobNameOf(hash)};
-    ARCA_TRY(const bool taken, isTaken(place.blobName));
+    ARCA_TRY(const bool taken, isTaken(place.blobName, replaced));
     if (taken)
         return Error{ErrorKind::exists,
                      "the object " + printable(name.joined()) + " exists already"};
@@ -156,10 +160,11 @@ Result<NodeSpace::Place> NodeSpace::freePlace(const ObjectName &name)
     return place;
 }
 
-Result<std::unique_ptr<PieceWriter>> NodeSpace::beginPiece(PieceDescription description)
+Result<std::unique_ptr<PieceWriter>> NodeSpace::beginPiece(PieceDescription description,
+                                                           std::span<const PieceId> replaced)
 {
     description.node = node_;
-    ARCA_TRY(const Place place, freePlace(description.name));
+    ARCA_TRY(const Place place, freePlace(description.name, replaced));
     return PieceWriter::begin(*domain_, settings_, place.blobName, place.id,
                               std::move(description));
 }
@@ -168,11 +173,7 @@ Result<std::optional<PieceInfo>> NodeSpace::find(const ObjectName &name)
 {
     ARCA_TRY(const Sha256 hash, hashOf(name));
     const std::string blobName = blobNameOf(hash);
-    auto blob = store_.open(blobName);
-    if (!blob && blob.error().kind == ErrorKind::notFound)
-        return std::optional<PieceInfo>();
-    ARCA_TRY(const auto opened, std::move(blob));
-    ARCA_TRY(auto shown, readShown(*opened, blobName));
+    ARCA_TRY(auto shown, findNamed(blobName));
     // The name that was asked for, compared with the sealed one, not only their hashes.
     if (shown && (shown->description.name.filespace != name.filespace ||
                   shown->description.name.highLevel != name.highLevel ||
@@ -229,8 +230,24 @@ Result<std::vector<PieceInfo>> NodeSpace::inactiveOf(const ObjectName &name)
 
 Result<NodeSpace::Located> NodeSpace::locate(PieceId id)
 {
+    // In this order: a piece is in its place before it leaves coming/.
+    ARCA_TRY(const auto coming, comingUnder(prefixOf(id)));
+    std::optional<Error> failure;
+    for (const std::string &name : coming) {
+        auto located = locateUnder(name, id);
+        if (located)
+            return located;
+        if (located.error().kind != ErrorKind::notFound)
+            failure = std::move(located).error();
+    }
+    auto located = locateUnder(prefixOf(id), id);
+    return !located && failure ? std::move(*failure) : std::move(located);
+}
+
+Result<NodeSpace::Located> NodeSpace::locateUnder(const std::string &prefix, PieceId id)
+{
     std::vector<std::string> candidates;
-    ARCA_CHECK(store_.list(prefixOf(id), [&](const std::string &name) {
+    ARCA_CHECK(store_.list(prefix, [&](const std::string &name) {
         candidates.push_back(name);
         return true;
     }));

@@ -42,9 +42,11 @@ public:
     void use(const engine::Settings &settings) { settings_ = settings; }
     const engine::Settings &settings() const { return settings_; }
 
-    /// Begins a piece under a name that is free now; `exists`. Whether it is still free is decided
-    /// at the commit. description.node is filled in.
-    Result<std::unique_ptr<PieceWriter>> beginPiece(PieceDescription description);
+    /// Begins a piece under a name that is free now, or that one of the pieces `replaced` has:
+    /// these must be removed, or made inactive, by the same commitTogether(). Whether the name is
+    /// free then is decided there. description.node is filled in. Errors: exists.
+    Result<std::unique_ptr<PieceWriter>> beginPiece(PieceDescription description,
+                                                    std::span<const PieceId> replaced = {});
 
     /// The active piece of exactly that name; nothing when there is none.
     Result<std::optional<PieceInfo>> find(const ObjectName &name);
@@ -167,9 +169,10 @@ private:
     bool namesCarryChanges() const { return domain_->recordForm() == engine::RecordForm::keyed; }
     /// Every blob in the inactive place of a piece, whether it shows or not.
     Result<std::vector<std::string>> copiesOf(PieceId id);
-    /// Finds a stored piece: locate() under pieces/, visible or not; locateInactive() under
-    /// inactive/, where copies of changes that are not done are none. Errors: notFound.
+    /// Finds a stored piece: locate() under coming/ and pieces/, visible or not; locateInactive()
+    /// under inactive/, where copies of changes that are not done are none. Errors: notFound.
     Result<Located> locate(PieceId id);
+    Result<Located> locateUnder(const std::string &prefix, PieceId id);
     Result<Located> locateInactive(PieceId id);
     /// Of those that show; its attributes as they are now.
     Result<Located> locateShown(PieceId id);
@@ -188,7 +191,7 @@ private:
     Result<bool> holdsCopy(ChangeId change);
     Result<Decision> decide(const ChangePlan &plan, Decision wanted);
     Result<void> putRecord(const std::string &name, Bytes record);
-    Result<bool> isTaken(const std::string &blobName);
+    Result<bool> isTaken(const std::string &blobName, std::span<const PieceId> replaced);
     /// Removes a piece that came with a change that is undone; false when it is none.
     Result<bool> removeIfUndone(const std::string &blobName);
 
@@ -202,12 +205,13 @@ private:
     Result<std::vector<std::string>> changeNames(std::string_view suffix) const;
     Result<ChangePlan> readPlan(const std::string &name) const;
     Result<ChangePlan> planOf(const std::string &name) const;
+    Result<ChangePlan> planOfChange(ChangeId change) const;
     /// Where a new piece of a name that is free goes; `exists`.
     struct Place {
         std::string blobName;
         PieceId id = 0;
     };
-    Result<Place> freePlace(const ObjectName &name);
+    Result<Place> freePlace(const ObjectName &name, std::span<const PieceId> replaced = {});
     /// A finished piece with the stream of another one.
     Result<std::unique_ptr<PieceWriter>> copyPiece(PieceId id, PieceDescription description);
     Result<void> change(const Step &step, bool renamed);
@@ -217,6 +221,24 @@ private:
     Result<void> proveCopy(const std::string &blobName);
     Result<void> finishChange(const ChangePlan &plan);
     Result<void> leaveActivePlace(PieceId id, const std::string &copyName);
+
+    // Pieces that come in the place of others: coming_piece.h.
+    Result<std::vector<std::string>> comingUnder(const std::string &activeName);
+    Result<bool> isReplaced(PieceId id, const std::string &activeName);
+    Result<std::optional<PieceInfo>> findAt(const std::string &blobName);
+    Result<std::optional<PieceInfo>> findNamed(const std::string &activeName);
+    bool replacesOne(const ChangePlan &plan, PieceId id) const;
+    Result<void> putComing(const ChangePlan &plan, PieceWriter &piece);
+    Result<bool> yieldsTo(const std::string &comingName);
+    Result<void> undoOthers(const ObjectName &name, const std::string &activeName, ChangeId own);
+    Result<void> claimName(const PieceWriter &piece, ChangeId own);
+    Result<void> claimNameOfOld(const PieceWriter &piece, const ChangePlan &plan);
+    void giveNameBack(const PieceWriter &piece);
+    Result<bool> setAsideIfDamaged(blob::BlobReader &blob, const std::string &blobName);
+    Result<void> clearPlaceOf(PieceId id, const std::string &comingName);
+    Result<void> bringIn(const std::string &comingName);
+    Result<void> bringIn(PieceId id, ChangeId change);
+
     enum class Maker { self, other };
     Result<void> undoChange(const ChangePlan &plan, Maker maker);
     Result<void> takeBack(PieceId id, ChangeId change);

@@ -44,9 +44,12 @@ public:
     /// Makes the finished piece durable and visible. `exists` when another piece has the name by
     /// now.
     Result<void> commit() { return manifest_->commit(blobName_); }
+    /// The same under another name, where the piece waits for its place.
+    Result<void> commitAs(const std::string &blobName) { return manifest_->commit(blobName); }
 
     PieceId id() const { return id_; }
     const ObjectName &name() const { return name_; }
+    const std::string &blobName() const { return blobName_; }
 
 private:
     PieceWriter(const engine::Settings &settings, std::string blobName, PieceId id, ObjectName name)

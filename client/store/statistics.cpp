@@ -69,7 +69,7 @@ Result<void> visitAll(NodeSpace &space, const std::function<bool(const std::stri
 {
     engine::Domain &domain = space.domain();
     bool goOn = true;
-    for (const char *place : {"pieces/", "inactive/"})
+    for (const char *place : {"coming/", "pieces/", "inactive/"})
         if (goOn)
             ARCA_CHECK(
                 domain.blobs().list(place + domain.nodeKey() + "/",

@@ -28,7 +28,8 @@ private:
 
 std::string placePrefix(ManifestPlace place, const std::string &nodeKey)
 {
-    const char *const room = place == ManifestPlace::active     ? "pieces/"
+    const char *const room = place == ManifestPlace::coming     ? "coming/"
+                             : place == ManifestPlace::active   ? "pieces/"
                              : place == ManifestPlace::inactive ? "inactive/"
                              : place == ManifestPlace::removed  ? "removed/"
                                                                 : "quarantine/";
@@ -38,8 +39,9 @@ std::string placePrefix(ManifestPlace place, const std::string &nodeKey)
 Result<void> visitManifests(blob::BlobStore &blobs, const std::string &nodeKey,
                             const std::function<Result<void>(const StoredManifest &)> &visit)
 {
-    for (const ManifestPlace place : {ManifestPlace::active, ManifestPlace::inactive,
-                                      ManifestPlace::removed, ManifestPlace::quarantined}) {
+    for (const ManifestPlace place :
+         {ManifestPlace::coming, ManifestPlace::active, ManifestPlace::inactive,
+          ManifestPlace::removed, ManifestPlace::quarantined}) {
         Result<void> visited;
         const auto open = [&](const std::string &name) -> Result<void> {
             if (place == ManifestPlace::quarantined && name.ends_with(form::heldPacks.suffix))

@@ -1,9 +1,8 @@
 // Goes through every manifest that a node stores, whether it shows or not, and misses none that
 // others move meanwhile.
 //
-//   1. A manifest moves forward only: pieces/, inactive/, removed/, quarantine/. It is in its next
-//   place before
-//      it leaves the one before.
+//   1. A manifest moves forward only: coming/, pieces/, inactive/, removed/, quarantine/. It is in
+//      its next place before it leaves the one before.
 //   2. The places are visited in that order, and each is listed and read to its end before the next
 //      one is listed.
 //   So a blob that is gone when it is opened lies in a later place, which is listed only now. Who
@@ -22,7 +21,7 @@
 namespace arca::store
 {
 
-enum class ManifestPlace { active, inactive, removed, quarantined };
+enum class ManifestPlace { coming, active, inactive, removed, quarantined };
 
 struct StoredManifest {
     ManifestPlace place;

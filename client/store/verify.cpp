@@ -58,6 +58,7 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
         {"outcomes/" + nodeKey + "/", Checked::record, false},
         {"packs/" + nodeKey + "/", Checked::pack, true},
         {"reclaim/" + nodeKey + "/", Checked::record, false},
+        {"coming/" + nodeKey + "/", Checked::piece, true},
         {"pieces/" + nodeKey + "/", Checked::piece, true},
         {"inactive/" + nodeKey + "/", Checked::piece, true},
         {"removed/" + nodeKey + "/", Checked::piece, true},

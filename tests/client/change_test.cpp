@@ -407,6 +407,10 @@ TEST_F(ChangeTest, ATransactionOfSeveralShowsInOneStepOrNotAtAll)
         {"what is to go is gone", "c", "ab", [&] { EXPECT_EQ(remove(other, "b"), HOX_RC_OK); },
          HOX_RC_OBJECT_UNKNOWN, "ad"},
         {"all at once", "bc", "ad", [] {}, HOX_RC_OK, "bc"},
+        {"one replaces what goes", "b", "b", [] {}, HOX_RC_OK, "bc"},
+        {"one replaces what leaves", "cd", "C", [] {}, HOX_RC_OK, "bcd"},
+        {"one goes before it is replaced", "d", "d",
+         [&] { EXPECT_EQ(remove(other, "d"), HOX_RC_OK); }, HOX_RC_OBJECT_UNKNOWN, "bc"},
         {"one comes, one goes, one leaves", "a", "bC", [] {}, HOX_RC_OK, "a"},
         {"what is to leave is gone", "d", "A", [&] { EXPECT_EQ(remove(other, "a"), HOX_RC_OK); },
          HOX_RC_OBJECT_UNKNOWN, ""},
@@ -414,10 +418,10 @@ TEST_F(ChangeTest, ATransactionOfSeveralShowsInOneStepOrNotAtAll)
     for (const auto &step : steps) {
         SCOPED_TRACE(step.what);
         ASSERT_EQ(api_.hoxBeginTxn(handle_), HOX_RC_OK);
-        for (const char piece : std::string(step.sent))
-            object(std::string(1, piece));
         for (const char piece : std::string(step.deleted))
             deletion(piece);
+        for (const char piece : std::string(step.sent))
+            object(std::string(1, piece));
         step.meanwhile();
         EXPECT_EQ(endTransaction(handle_, HOX_VOTE_COMMIT), step.code);
         EXPECT_EQ(shown(other), step.after);

@@ -5,6 +5,10 @@
 #include "tests/client/another_host.h"
 #include "tests/client/store_faults_fixture.h"
 
+#include <future>
+#include <map>
+#include <thread>
+
 namespace
 {
 
@@ -38,10 +42,14 @@ protected:
     {
         std::vector<std::string> found;
         for (const std::string &path : files_.paths())
-            if (path.starts_with("/r/pieces/") || path.starts_with("/r/inactive/"))
+            if (path.starts_with("/r/pieces/") || path.starts_with("/r/inactive/") ||
+                path.starts_with("/r/coming/"))
                 found.push_back(path);
         return found;
     }
+
+    void neverEnds(const Work &work);
+    void expectOneWinner(int n, int m, bool removed, bool &stopped, bool &paused);
 
     std::unique_ptr<AnotherHost> host_;
 };
@@ -49,7 +57,12 @@ protected:
 TEST_F(LateChange, MeetsWhatWasDecidedWhileItSlept)
 {
     for (const Work &work : works()) {
-        if (!std::set<std::string>{"rename", "together", "superseding"}.contains(work.name))
+        const std::map<std::string, std::size_t> left = {{"rename", 1},
+                                                         {"together", 2},
+                                                         {"superseding", 3},
+                                                         {"replacing", 1},
+                                                         {"replacing and keeping", 2}};
+        if (!left.contains(work.name))
             continue;
         int settledBefore = 0, settledAfter = 0;
         for (int n = 1;; ++n) {
@@ -65,9 +78,7 @@ TEST_F(LateChange, MeetsWhatWasDecidedWhileItSlept)
             EXPECT_EQ(state(), done ? work.after : work.before);
             EXPECT_TRUE(isSound());
             EXPECT_TRUE(space_->tidyOutcomes());
-            EXPECT_EQ(manifests().size(), done && work.name != std::string("rename")
-                                              ? (work.name == std::string("together") ? 2U : 3U)
-                                              : 1U);
+            EXPECT_EQ(manifests().size(), done ? left.at(work.name) : 1U);
             // It can be made again, under the same names.
             if (!done) {
                 EXPECT_TRUE(work.run(*this));
@@ -86,12 +97,17 @@ TEST_F(LateChange, MeetsWhatWasDecidedWhileItSlept)
 /// The maker dies when it wakes, at any later step; what it published late never shows.
 TEST_F(LateChange, ThatNeverEndsHidesNothingAndHoldsNoName)
 {
-    const Work work = works()[6];
-    ASSERT_EQ(std::string(work.name), "superseding");
+    for (const Work &work : works())
+        if (std::set<std::string>{"superseding", "replacing"}.contains(work.name))
+            neverEnds(work);
+}
+
+void LateChange::neverEnds(const Work &work)
+{
     for (int n = 1;; ++n) {
         bool stopped = false;
         for (int more = 1; more < 40; ++more) {
-            SCOPED_TRACE("stopped at step " + std::to_string(n) + ", dead after " +
+            SCOPED_TRACE(work.name + (", stopped at step " + std::to_string(n)) + ", dead after " +
                          std::to_string(more));
             moveToOtherHost();
             bool died = false;
@@ -181,6 +197,94 @@ TEST_F(LateChange, ARecordsNumberIsGivenOnce)
     const auto latest = record.latest();
     ASSERT_TRUE(latest && *latest);
     EXPECT_EQ(textOf((*latest)->bytes), "4");
+}
+
+/// One process replaces "kept", and another one stores a piece of that name. The first stops before
+/// any step; then the second one runs up to any of its steps, where the first one goes on to its
+/// end. `removed`: somebody takes the old piece away while the first one sleeps.
+void LateChange::expectOneWinner(int n, int m, bool removed, bool &stopped, bool &paused)
+{
+    AnotherHost other(files_);
+    auto elsewhere =
+        store::Repository::open(std::make_unique<blob::DirectoryStore>("/r", other), "test")
+            .value();
+    auto space = elsewhere->logOn("node", test::kPassword).value();
+    std::swap(space, space_);
+    const auto successor = this->successor('c', "3").value();
+    const auto old = space_->find(nameOf("kept")).value();
+    std::swap(space, space_);
+
+    moveToOtherHost();
+    const auto replacing = this->successor('r', "2").value();
+    std::promise<void> arrived, released;
+    host_->stopBefore(n, [&] {
+        arrived.set_value();
+        released.get_future().wait();
+    });
+    Result<void> first;
+    std::thread maker([&] {
+        const store::NodeSpace::Sent sent{replacing.get(), registration_};
+        first = space_->commitTogether({std::span(&sent, 1), std::span(&old->id, 1), {}});
+        if (!host_->hasStopped())
+            arrived.set_value();
+    });
+    arrived.get_future().wait();
+    stopped = host_->hasStopped();
+    bool ended = false;
+    const auto goOn = [&] {
+        if (!ended && stopped)
+            released.set_value();
+        ended = true;
+    };
+    if (removed && stopped) {
+        blob::DirectoryStore here("/r", files_);
+        for (const std::string &path : manifests())
+            if (path.starts_with("/r/pieces/")) {
+                const auto opened = here.open(path.substr(3)).value();
+                if (store::peekIdentifier(*opened).value() == old->id) {
+                    EXPECT_TRUE(here.remove(path.substr(3), *opened));
+                }
+            }
+    }
+    other.stopBefore(m, [&] {
+        goOn();
+        maker.join();
+    });
+    const auto second = space->commit(*successor, registration_);
+    paused = other.hasStopped();
+    goOn();
+    if (maker.joinable())
+        maker.join();
+    host_->stopBefore(0, {});
+
+    EXPECT_FALSE(first && second) << "both were told that they have the name";
+    settleHere();
+    const std::string shown = state();
+    EXPECT_TRUE(shown == (first ? " kept2" : second ? " kept3" : shown)) << shown;
+    EXPECT_TRUE(isSound());
+    EXPECT_TRUE(space_->tidyOutcomes());
+    EXPECT_TRUE(
+        store::Reclaim(*space_, {.grace = 0, .maxFreed = 100, .acceptMissing = true}).run());
+    EXPECT_EQ(state(), shown);
+    EXPECT_EQ(manifests().size(), shown.empty() ? 0U : 1U);
+}
+
+TEST_F(LateChange, ThatReplacesAPieceAndAnotherPieceOfItsNameAreNotBothStored)
+{
+    for (const bool removed : {false, true}) {
+        bool stopped = true;
+        for (int n = 1; stopped; ++n) {
+            bool paused = true;
+            for (int m = 1; paused && !HasFailure(); ++m) {
+                SCOPED_TRACE("stopped at step " + std::to_string(n) + ", the other one at " +
+                             std::to_string(m) + (removed ? ", removed" : ""));
+                expectOneWinner(n, m, removed, stopped, paused);
+                restoreStart();
+            }
+            if (HasFailure())
+                return;
+        }
+    }
 }
 
 TEST_F(LateChange, ANameThatOthersMayCountOnStaysWhenItsSyncFails)

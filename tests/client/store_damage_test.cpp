@@ -142,8 +142,10 @@ TEST_F(StoreDamage, InARepositoryOfThePresentLayoutRecordsStayAsOlderReleasesRea
         for (const std::string &path : files_.paths())
             before[path] = true;
         const auto done = work.run(*this);
-        ASSERT_TRUE(done) << done.error().text;
-        EXPECT_EQ(state(), work.after);
+        // Blocks that only a piece in coming/ needs would be freed by those releases.
+        const bool refused = std::string(work.name).starts_with("replacing");
+        ASSERT_EQ(static_cast<bool>(done), !refused) << (done ? "" : done.error().text);
+        EXPECT_EQ(state(), refused ? work.before : work.after);
         for (const std::string &path : files_.paths())
             if (!before[path] && !path.starts_with("/r/pieces/") &&
                 !path.starts_with("/r/packs/") && files_.contentOf(path).size() > 12) {

@@ -169,6 +169,9 @@ protected:
             {"restore", [](auto &t) { return t.restoreKept(); }, " kept", " kept"},
             {"reclaim", [](auto &t) { return t.reclaim(); }, " kept", " kept"},
             {"what a host remembers", [](auto &t) { return t.remember(); }, " kept", " kept again"},
+            {"replacing", [](auto &t) { return t.replace(Old::removed); }, " kept", " kept2"},
+            {"replacing and keeping", [](auto &t) { return t.replace(Old::inactive); }, " kept",
+             " kept2 (kept)"},
         };
     }
 
@@ -210,10 +213,34 @@ protected:
             sent.push_back({writer.get(), registration_});
             writers.push_back(std::move(writer));
         }
+        return commitAndLose(sent, becomes);
+    }
+    Result<void> commitAndLose(std::span<const store::NodeSpace::Sent> sent, Old becomes)
+    {
         ARCA_TRY(const auto kept, space_->find(nameOf("kept")));
         const std::span<const store::PieceId> old(&kept->id, 1), none;
         return becomes == Old::removed ? space_->commitTogether({sent, old, none})
                                        : space_->commitTogether({sent, none, old});
+    }
+
+    /// A finished piece that is to have the name of "kept".
+    Result<std::unique_ptr<store::PieceWriter>> successor(char seed, const char *info)
+    {
+        ARCA_TRY(const auto kept, space_->find(nameOf("kept")));
+        store::PieceDescription description;
+        description.name = nameOf("kept");
+        description.info = info;
+        ARCA_TRY(auto writer, space_->beginPiece(description, std::span(&kept->id, 1)));
+        ARCA_CHECK(writer->append(viewOf(streamOf(seed, 4100))));
+        ARCA_CHECK(writer->finish());
+        return writer;
+    }
+    /// Another piece of the name comes and the old one goes, or becomes inactive, in one step.
+    Result<void> replace(Old becomes)
+    {
+        ARCA_TRY(const auto writer, successor('r', "2"));
+        const store::NodeSpace::Sent sent{writer.get(), registration_};
+        return commitAndLose({&sent, 1}, becomes);
     }
 
     /// What shows: each piece, whole, with its information, and what the filespace occupies.
@@ -231,9 +258,12 @@ protected:
                 return stream.error().text;
             if (!*stream)
                 continue;
-            EXPECT_TRUE(**stream == streamOf(piece.seed, piece.length)) << piece.name;
-            shown += std::string(" ") + piece.name +
-                     (*space_->find(nameOf(piece.name)))->description.info;
+            const std::string info = (*space_->find(nameOf(piece.name)))->description.info;
+            EXPECT_TRUE(**stream == (info == "2"   ? streamOf('r', 4100)
+                                     : info == "3" ? streamOf('c', 4100)
+                                                   : streamOf(piece.seed, piece.length)))
+                << piece.name << info;
+            shown += std::string(" ") + piece.name + info;
         }
         const auto inactive = space_->inactiveOf(nameOf("kept"));
         EXPECT_TRUE(inactive) << inactive.error().text;
