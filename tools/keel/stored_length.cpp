@@ -17,8 +17,11 @@ void addStoredLengths(ChannelOptions options, std::vector<PieceInfo> &pieces)
     options.firstVersion = true;
     options.traceFile.clear();
     options.traceLevel.reset();
+    // A name that no piece can have is refused by the first version in the middle of a channel,
+    // which then stays open; the second one says what is wrong with it.
+    constexpr std::size_t longestName = 255;
     for (PieceInfo &piece : pieces) {
-        if (!piece.found || piece.size)
+        if (!piece.found || piece.size || piece.name.empty() || piece.name.size() > longestName)
             continue;
         try {
             piece.size = openChannel(options)->info({piece.name}).front().size;
