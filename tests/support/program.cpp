@@ -60,7 +60,7 @@ std::string readFromStart(int fd)
 {
     for (int target = 0; target < 3; ++target)
         ::dup2(streams[target], target);
-    ::signal(SIGPIPE, SIG_DFL);
+    defaultSignals();
     if (*directory && ::chdir(directory) != 0)
         ::_exit(126);
     ::execvpe(arguments[0], arguments, environment);
@@ -90,6 +90,15 @@ std::vector<char *> pointers(std::vector<std::string> &texts)
 }
 
 } // namespace
+
+void defaultSignals()
+{
+    for (const int number : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGPIPE})
+        ::signal(number, SIG_DFL);
+    sigset_t none;
+    ::sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
 
 void Program::start(const std::vector<std::string> &argv, const ProgramOptions &options, int input)
 {

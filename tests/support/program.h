@@ -25,6 +25,10 @@ struct ProgramOptions {
     std::filesystem::path directory;                ///< working directory; empty: that of the test
 };
 
+/// In a child, before it becomes a program: as a shell gives them to one in the foreground. The
+/// tests may run behind a shell that ignores an interrupt, and what is ignored is inherited.
+void defaultSignals();
+
 /// argv[0] is looked up in PATH when it holds no slash. Throws std::system_error when nothing runs.
 [[nodiscard]] ProgramResult run(const std::vector<std::string> &argv,
                                 const ProgramOptions &options = {});

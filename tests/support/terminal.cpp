@@ -1,6 +1,8 @@
 // See terminal.h.
 #include "tests/support/terminal.h"
 
+#include "tests/support/program.h"
+
 #include <pty.h>
 #include <sys/wait.h>
 #include <termios.h>
@@ -17,6 +19,7 @@ Terminal::Terminal(std::vector<std::string> argv)
     arguments.push_back(nullptr);
     child_ = ::forkpty(&terminal_, nullptr, nullptr, nullptr);
     if (child_ == 0) {
+        defaultSignals();
         ::execv(arguments[0], arguments.data());
         ::_exit(127);
     }
