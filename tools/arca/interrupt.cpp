@@ -4,6 +4,7 @@
 #include "tools/common/progress.h"
 #include "tools/common/signals.h"
 
+#include <atomic>
 #include <csignal>
 #include <memory>
 
@@ -13,7 +14,8 @@ namespace arca::tool
 namespace
 {
 
-volatile std::sig_atomic_t caught = 0;
+std::atomic<int> caught = 0; // read by the threads of a verb, too
+static_assert(std::atomic<int>::is_always_lock_free, "or a handler may not touch it");
 
 extern "C" void noteInterrupt(int number)
 {

@@ -6,6 +6,7 @@
 #include "tools/common/signals.h"
 #include "tools/keel/failure.h"
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
@@ -18,7 +19,8 @@ namespace keel
 namespace
 {
 
-volatile std::sig_atomic_t caughtSignal = 0;
+std::atomic<int> caughtSignal = 0;
+static_assert(std::atomic<int>::is_always_lock_free, "or a handler may not touch it");
 int wakeUp[2] = {-1, -1};
 
 extern "C" void noteSignal(int number)
