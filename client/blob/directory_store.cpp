@@ -345,9 +345,11 @@ Result<bool> DirectoryStore::link(const std::string &from, BlobReader &opened,
     // Before the look, as a server may tell only now that the name did not come about.
     ARCA_CHECK(files_.syncDirectory(pathOf(directory)));
     if (!leadsTo(to, static_cast<DirectoryReader &>(opened).file())) {
-        (void)files_.unlink(pathOf(to));
         // A caller takes notFound for done, so it must be certain.
         ARCA_TRY(const auto present, files_.open(pathOf(from)));
+        // Only what was linked by mistake goes: the blob that has the first name by now. Any other
+        // one came under that name since, and is another's.
+        takeBack(to, *present);
         ARCA_TRY(const FileIdentity there, present->identity());
         ARCA_TRY(const FileIdentity meant,
                  static_cast<DirectoryReader &>(opened).file().identity());

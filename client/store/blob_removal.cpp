@@ -66,6 +66,10 @@ Result<void> checkBlob(NodeSpace &space, const std::string &blobName, blob::Blob
     if (blobName.starts_with("packs/"))
         return refusal(blobName, "is a pack: arca repair mends it, and arca reclaim removes it "
                                  "when no piece needs it");
+    // The state before it would hold again, and streams count on what a run is taking away.
+    if (blobName.starts_with(form::mark.place))
+        return refusal(blobName, "says which packs are marked: arca reclaim replaces it when it is "
+                                 "damaged");
     const auto slash = blobName.find('/');
     const bool own = slash != std::string::npos &&
                      (blobName.starts_with("classes/") || blobName.starts_with("options/") ||

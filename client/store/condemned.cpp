@@ -79,11 +79,21 @@ Result<CurrentMark> currentMark(const engine::Domain &domain)
     }
     ARCA_TRY(current.number, record.newestNumber());
     current.unreadable = record.nameOf(current.number);
+    current.damaged = read.error().kind == ErrorKind::damaged;
     current.mark.inPlaceOfDamaged = true;
     ARCA_CHECK(domain.packs().list([&](const engine::PackName &pack) {
         current.mark.packs.insert(pack.id);
         return true;
     }));
+    return current;
+}
+
+Result<CurrentMark> markToChange(const engine::Domain &domain)
+{
+    ARCA_TRY(CurrentMark current, currentMark(domain));
+    if (!current.unreadable.empty() && !current.damaged)
+        return Error{ErrorKind::io, "the list of marked packs, " + current.unreadable +
+                                        ", cannot be read now; try again"};
     return current;
 }
 

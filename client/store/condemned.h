@@ -57,7 +57,11 @@ struct CurrentMark {
     /// took its claim before it asked cannot know which of them reclaiming will take away, but
     /// packs that come later were never marked. Its claims are unknown.
     std::string unreadable;
+    /// Whether it is damaged, and not just out of reach now. Only then may another one replace it.
+    bool damaged = false;
 };
+/// The same for whoever marks and unmarks: `io` when the mark is out of reach now.
+Result<CurrentMark> markToChange(const engine::Domain &domain);
 Result<CurrentMark> currentMark(const engine::Domain &domain);
 
 } // namespace arca::store

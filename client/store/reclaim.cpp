@@ -266,7 +266,7 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
 
 Result<Mark> Reclaim::readMark(ReclaimTotals &totals)
 {
-    ARCA_TRY(CurrentMark current, currentMark(domain_));
+    ARCA_TRY(CurrentMark current, markToChange(domain_));
     markNumber_ = current.number;
     totals.damagedMark = current.unreadable;
     return std::move(current.mark);
@@ -360,7 +360,8 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
         if (!found.empty()) {
             for (const Candidate &one :
                  std::span(found).first(std::min(found.size(), kMaxMarkedPacks)))
-                mark.packs.insert(one.id);
+                if (mark.packs.size() < kMaxMarkedPacks)
+                    mark.packs.insert(one.id);
             ARCA_TRY(mark, markPacks(std::move(mark)));
         }
         ARCA_CHECK(purge(totals));

@@ -316,7 +316,7 @@ Result<void> Repair::mendSome(std::vector<BrokenPack> some)
 Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
 {
     NumberedRecord record = markRecord(domain_);
-    ARCA_TRY(CurrentMark current, currentMark(domain_));
+    ARCA_TRY(CurrentMark current, markToChange(domain_));
     Mark &mark = current.mark;
     const bool marked = mark.claims && std::ranges::all_of(some, [&](const BrokenPack *pack) {
                             return mark.packs.contains(pack->which.id);
@@ -349,7 +349,7 @@ Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
 /// Of the others the marked revision is still the newest, so they stay marked (condemned.h).
 Result<void> Repair::unmark(const std::vector<Mended> &mended)
 {
-    ARCA_TRY(CurrentMark current, currentMark(domain_));
+    ARCA_TRY(CurrentMark current, markToChange(domain_));
     for (const Mended &pack : mended)
         current.mark.packs.erase(pack.fresh.id);
     return markRecord(domain_).write(current.number, encodeMark(current.mark));
@@ -379,7 +379,7 @@ Result<void> Repair::conclude(const Mended &mended)
     tell(fresh, mended.partly ? "mended in part" : "mended");
     ARCA_TRY(const engine::DamagedParts known, records_.all());
     for (const DamagedPart &part : known.all())
-        if (part.pack == fresh.id && part.revision != fresh.revision)
+        if (part.pack == fresh.id && part.revision < fresh.revision)
             ARCA_CHECK(records_.remove(part));
     return {};
 }
