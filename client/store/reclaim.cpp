@@ -401,11 +401,15 @@ Result<bool> Reclaim::settle(Mark &mark, const Step &step, ReclaimTotals &totals
         return false;
     }
     const std::size_t marked = mark.packs.size();
-    ARCA_TRY(const bool goOn, sweep(mark, step, totals));
-    if (goOn && std::exchange(mark.inPlaceOfDamaged, false))
+    auto goOn = sweep(mark, step, totals);
+    if (goOn && *goOn && std::exchange(mark.inPlaceOfDamaged, false))
         mark.packs.clear();
-    if (goOn && mark.packs.size() < marked)
-        ARCA_CHECK(writeMark(mark));
+    if (mark.packs.size() == marked)
+        return goOn;
+    // Also when it failed for some: what was rewritten would stay marked for no reason.
+    auto written = writeMark(mark);
+    if (goOn)
+        ARCA_CHECK(std::move(written));
     return goOn;
 }
 
