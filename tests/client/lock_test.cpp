@@ -7,10 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <csignal>
 #include <fcntl.h>
+#include <fstream>
 #include <functional>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -148,6 +151,14 @@ TEST_F(LockTest, AForkedChildKeepsNeitherLocksNorClaimsOfItsDeadParent)
     kill(std::stoi(child), SIGKILL);
 }
 
+/// Whether that thread waits for somebody to read from the pipe.
+bool sleepsInOpening(pid_t thread)
+{
+    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/syscall");
+    long number = -1;
+    return file >> number && (number == SYS_openat || number == SYS_open);
+}
+
 /// A host that has closed its output and gives itself another one, while we hold that number.
 TEST_F(LockTest, WhatTheHostPutsInPlaceOfAStandardDescriptorMeanwhileStays)
 {
@@ -157,8 +168,12 @@ TEST_F(LockTest, WhatTheHostPutsInPlaceOfAStandardDescriptorMeanwhileStays)
         const Child host([&](int told) {
             close(1);
             int opened = -1;
-            std::thread ours([&] { opened = openAbove(pipe.c_str(), O_WRONLY); });
-            while (fcntl(1, F_GETFD) < 0)
+            std::atomic<pid_t> opener = 0;
+            std::thread ours([&] {
+                opener = gettid();
+                opened = openAbove(pipe.c_str(), O_WRONLY);
+            });
+            while (fcntl(1, F_GETFD) < 0 || !sleepsInOpening(opener))
                 std::this_thread::yield();
             const int file = duplicates ? open(log.c_str(), O_WRONLY | O_CREAT, 0600) : -1;
             if (duplicates)
