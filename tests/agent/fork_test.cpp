@@ -73,4 +73,30 @@ TEST_F(ForkTest, LeavesOpenPiecesToTheParent)
     EXPECT_TRUE(data == contents("piece.SEND")) << "the children have written nothing";
 }
 
+TEST_F(ForkTest, LetsAChildOpenAChannelOfItsOwn)
+{
+    openChannel();
+    const std::string data = keel::test::randomBytes(4096 * 40, 6);
+    ASSERT_EQ("", open("parent"));
+    ASSERT_EQ("", write(data.substr(0, 4096)));
+    const int status = inChild([&] {
+        openChannel();
+        std::string back;
+        std::string went = backUp("child", data);
+        went += restore("child", back);
+        endChannel();
+        keel::test::writeFile(path("went"), went);
+        return HasFailure() || !went.empty() || back != data ? 1 : 0;
+    });
+    EXPECT_EQ(0, status) << contents("went") << errorLog();
+    for (std::size_t at = 4096; at < data.size(); at += 4096)
+        ASSERT_EQ("", write(data.substr(at, 4096)));
+    EXPECT_EQ("", close());
+    for (const char *piece : {"parent", "child"}) {
+        std::string back;
+        EXPECT_EQ("", restore(piece, back));
+        EXPECT_TRUE(back == data) << piece;
+    }
+}
+
 } // namespace

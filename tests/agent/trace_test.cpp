@@ -57,6 +57,22 @@ TEST_F(ScriptedAgentTest, TracesAsMuchAsTheDatabaseAsksFor)
     }
 }
 
+TEST_F(ScriptedAgentTest, ReadsTheTypeOfAFileOnlyForTheTraceThatShowsIt)
+{
+    // Some databases pass the number itself there, and some pass nothing.
+    const auto storeWithType = [&](const std::string &piece, std::uintptr_t type) {
+        openChannel();
+        const sbtPair objects[] = {{SBTOBJECT_FILETYPE, reinterpret_cast<void *>(type)},
+                                   {SBTOBJECT_END, nullptr}};
+        EXPECT_EQ("", backUp(piece, std::string(4096, 'x'), {.objects = objects}));
+        endChannel();
+    };
+    storeWithType("number", 2);
+    installation.configureAgent({"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ALL"});
+    storeWithType("nothing", 0);
+    EXPECT_EQ(1, occurrences(contents("agent.trc"), "type FILETYPE, value UNKNOWN(0)"));
+}
+
 TEST_F(ScriptedAgentTest, IsNotDisturbedByATraceFileItCannotWrite)
 {
     for (const std::string &name : {path("no/such/directory"), path(std::string(300, 'x')),
