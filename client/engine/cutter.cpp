@@ -73,7 +73,7 @@ bool isZero(ByteView bytes)
 }
 
 /// Every database block begins with its type and a format number, so in one of the first bytes most
-/// blocks agree on a value. Text, programs and compressed data do not do that every so many bytes.
+/// blocks agree on a value. Text, programs and compressed data do not do that at a fixed distance.
 Cutter::Mode Cutter::modeFor(ByteView fresh) const
 {
     constexpr std::size_t kLookedAt = 4;

@@ -11,7 +11,7 @@ namespace arca::engine
 namespace
 {
 
-constexpr std::uint64_t kShareStoredAgain = 32; // one byte of so many
+constexpr std::uint64_t kShareStoredAgain = 32; // at most one byte in 32 is stored again
 
 } // namespace
 

@@ -98,7 +98,7 @@ private:
 
     DuplicateIndex &duplicates_;
     std::deque<Looked> sight_;
-    Position widest_ = 0; // so many blocks were in sight at once
+    Position widest_ = 0; // the most blocks that were in sight at once
     Uses uses_;
     std::uint64_t packsLoaded_ = 0; // when all was counted
     std::vector<StoredBlock> copies_;

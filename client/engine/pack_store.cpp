@@ -26,7 +26,8 @@ Result<std::size_t> OpenPack::read(std::uint64_t offset, std::span<std::byte> in
         const std::lock_guard hold(mutex_);
         blob = blob_;
     }
-    // Closed to keep the number of open files low: kept, it would be counted by nobody.
+    // Closed to keep the number of open files low. Kept open from here on, the blob would not be
+    // in the count that bounds them.
     if (!blob) {
         ARCA_TRY(blob, blobs_.open(name_));
     }

@@ -40,7 +40,8 @@ public:
     {
     }
 
-    /// Plans so many bytes of the stream, fewer at its end. How many. `damaged`.
+    /// Plans the next `bytes` bytes of the stream, fewer at its end, and returns the number
+    /// planned. Errors: damaged.
     Result<std::size_t> plan(std::size_t bytes);
     bool allPlanned() const { return allPlanned_; }
     /// As RestorePlan::damage(), after plan() failed.

@@ -15,7 +15,7 @@ namespace arca::engine
 class RestoreWindow
 {
 public:
-    /// Readiness is kept for so many bytes together.
+    /// The bytes of a segment; the window keeps one state of readiness for each.
     static constexpr std::size_t kSegment = std::size_t{128} << 10;
 
     explicit RestoreWindow(std::size_t bytes);

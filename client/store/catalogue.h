@@ -54,7 +54,7 @@ public:
     /// name, in the order of insertion.
     Result<std::optional<PieceInfo>> next();
 
-    /// What was passed over, in a sentence each that names the blob; at most so many are kept.
+    /// What was passed over, in a sentence each that names the blob; at most kHurtKept of them.
     static constexpr std::size_t kHurtKept = 100;
     const std::vector<std::string> &hurt() const { return hurt_; }
 

@@ -38,7 +38,8 @@ struct UseQuestion {
     /// Damaged manifests are added to it and passed over. Null: they are an error, as what they
     /// need cannot be told.
     DamagedManifests *damaged = nullptr;
-    /// A temporary file that grew to so many bytes is written again without what is in it twice.
+    /// A temporary file that has grown to this size in bytes is written again without what is in
+    /// it twice.
     std::uint64_t mostSpilled = std::uint64_t{1} << 30;
 };
 

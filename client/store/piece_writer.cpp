@@ -3,8 +3,8 @@
 // the stream begins.
 #include "client/store/piece_writer.h"
 
-#include "client/store/condemned.h"
 #include "client/store/damage.h"
+#include "client/store/marked_packs.h"
 
 #include <ctime>
 

@@ -2,7 +2,7 @@
 #include "client/store/quarantine_return.h"
 
 #include "client/base/text.h"
-#include "client/store/condemned.h"
+#include "client/store/marked_packs.h"
 #include "client/store/quarantine.h"
 #include "client/store/stored_manifests.h"
 

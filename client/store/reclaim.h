@@ -4,14 +4,14 @@
 //              without having been removed stops the run before anything goes
 //   2. look    packs that are all or mostly dead once the removed pieces are purged whose grace
 //              time is over. More than a stated share that no removal explains stops the run
-//   3. mark    them in a record: streams that begin from now on stay off them (see condemned.h)
+//   3. mark    them in a record: streams that begin from now on stay off them (see marked_packs.h)
 //   4. purge   these removed pieces
 //   5. wait    until every claim that was there at the mark has gone. A channel that is slow or
 //              stopped holds its claim, a dead one does not; whoever comes back later goes on here
 //   6. look again at the marked packs, as a stream from before the mark may count on them by now
 //   7. sweep   delete what is all dead; then write the live blocks of the others into a next
 //              revision, and delete the one before
-//   8. unmark what was deleted or rewritten; the rest stays marked (see condemned.h)
+//   8. unmark what was deleted or rewritten; the rest stays marked (see marked_packs.h)
 //
 // Why no block that a piece needs is taken away, whatever others do meanwhile:
 //
@@ -44,9 +44,9 @@
 #ifndef KEEL_CLIENT_STORE_RECLAIM_H
 #define KEEL_CLIENT_STORE_RECLAIM_H
 
-#include "client/store/condemned.h"
 #include "client/store/grace.h"
 #include "client/store/inventory.h"
+#include "client/store/marked_packs.h"
 #include "client/store/node_space.h"
 #include "client/store/pack_listing.h"
 #include "client/store/pack_usage.h"

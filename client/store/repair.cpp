@@ -2,8 +2,8 @@
 #include "client/store/repair.h"
 
 #include "client/engine/pack_mender.h"
-#include "client/store/condemned.h"
 #include "client/store/damage.h"
+#include "client/store/marked_packs.h"
 #include "client/store/pack_usage.h"
 
 #include <algorithm>
@@ -346,7 +346,7 @@ Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
     return false;
 }
 
-/// Of the others the marked revision is still the newest, so they stay marked (condemned.h).
+/// Of the others the marked revision is still the newest, so they stay marked (marked_packs.h).
 Result<void> Repair::unmark(const std::vector<Mended> &mended)
 {
     ARCA_TRY(CurrentMark current, markToChange(domain_));

@@ -17,8 +17,8 @@
 // Payload (kind "ARCACOND", version 1): the number of packs (4) and as many identifiers of 16
 // bytes; flags (4): 1 when the claims at the time of the mark are known, 2 when it stands for a
 // damaged one; the number of the claims (4), and for each a 16-bit length and as many bytes.
-#ifndef KEEL_CLIENT_STORE_CONDEMNED_H
-#define KEEL_CLIENT_STORE_CONDEMNED_H
+#ifndef KEEL_CLIENT_STORE_MARKED_PACKS_H
+#define KEEL_CLIENT_STORE_MARKED_PACKS_H
 
 #include "client/engine/pack_format.h"
 #include "client/store/record.h"

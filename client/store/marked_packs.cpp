@@ -1,5 +1,5 @@
 // The record of marked packs, to and from bytes.
-#include "client/store/condemned.h"
+#include "client/store/marked_packs.h"
 
 #include "client/store/record_forms.h"
 
