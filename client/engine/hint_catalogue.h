@@ -12,7 +12,7 @@
 #ifndef KEEL_CLIENT_ENGINE_HINT_CATALOGUE_H
 #define KEEL_CLIENT_ENGINE_HINT_CATALOGUE_H
 
-#include "client/base/database.h"
+#include "client/engine/hint_bound.h"
 #include "client/engine/pack_format.h"
 
 #include <memory>
@@ -27,6 +27,10 @@ namespace arca::engine
 constexpr std::uint32_t kAlwaysSampled = 4;
 bool isSampled(const BlockId &block);
 
+/// What the file of a host holds at most, of all packs together: a sample of some 8 TiB, in some
+/// 700 MiB.
+constexpr std::int64_t kMostHints = std::int64_t{32} << 20;
+
 class HintCatalogue
 {
 public:
@@ -34,7 +38,9 @@ public:
     /// child whose parent used such files: in memory only.
     /// `domain` tells the files of nodes apart. A file that is no catalogue of it, or is doubtful
     /// in any way, is discarded.
-    HintCatalogue(const std::string &directory, const std::string &domain);
+    HintCatalogue(const std::string &directory, const std::string &domain,
+                  std::int64_t mostHints = kMostHints);
+    /// Writes down which packs were found.
     ~HintCatalogue();
     HintCatalogue(const HintCatalogue &) = delete;
     HintCatalogue &operator=(const HintCatalogue &) = delete;
@@ -56,6 +62,12 @@ public:
 private:
     bool prepare(const std::string &whose);
     bool isOf(const std::string &whose);
+    std::int64_t numberOf(const PackId &pack);
+    /// In a transaction: the row of a pack, made if need be. 0 on failure.
+    std::int64_t numbered(const PackId &pack);
+    bool addHints(const PackId &pack, const PackIndex &index);
+    /// Does it in a transaction, which a failure takes back.
+    template <class Work> void change(Work work);
     void letGo();
     void disconnect();
     bool discard();
@@ -66,7 +78,9 @@ private:
 
     std::mutex mutex_;  // guards all below
     Database database_; // closed: nothing is known
+    HintBound bound_;
     Statement find_;
+    Statement numberOf_;
     Statement addPack_;
     Statement addHint_;
 };
