@@ -1,10 +1,12 @@
 // Places of repositories: see the header.
 #include "client/blob/location.h"
 
+#include "client/base/descriptor.h"
 #include "client/base/text.h"
 #include "client/blob/directory_store.h"
 
 #include <cstdlib>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -53,11 +55,11 @@ static bool givesFilesTo(uid_t owner, const std::string &directory)
     std::string name = directory + "/tmp";
     int file = -1;
 #ifdef O_TMPFILE
-    file = ::open(name.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0600);
+    file = openAbove(name.c_str(), O_TMPFILE | O_WRONLY);
 #endif
     if (file < 0) { // a file system that knows no files without a name
-        name += "/owner.XXXXXX";
-        file = ::mkstemp(name.data());
+        name += "/owner-" + std::to_string(::getpid()) + "-" + std::to_string(::time(nullptr));
+        file = openAbove(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW);
         if (file < 0)
             return false;
         (void)::unlink(name.c_str());

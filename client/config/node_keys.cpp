@@ -1,14 +1,19 @@
 // The file of kept node passwords: see the header.
 #include "client/config/node_keys.h"
 
+#include "client/base/descriptor.h"
 #include "client/base/hash.h"
 #include "client/base/text.h"
 #include "client/blob/file_layer.h"
 
 #include <chrono>
 #include <cstdio>
+#include <fcntl.h>
 #include <filesystem>
+#include <initializer_list>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace arca::config
 {
@@ -43,6 +48,25 @@ std::string_view passwordIn(std::string_view line, const std::string &uuid, cons
         line.substr(second + 1) != node)
         return {};
     return line.substr(first + 1, second - first - 1);
+}
+
+/// What root made belongs from now on to the owner of the first of `models` that is there, whose
+/// programs log on with it.
+void giveToOwnerOf(std::initializer_list<std::string> models, const std::string &file)
+{
+    if (::geteuid() != 0)
+        return;
+    struct stat model = {}, made = {};
+    bool known = false;
+    for (const std::string &path : models)
+        known = known || ::stat(path.c_str(), &model) == 0;
+    const int descriptor = openAbove(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    // A second name would be somebody else's file, put here in place of ours.
+    if (known && descriptor >= 0 && ::fstat(descriptor, &made) == 0 && S_ISREG(made.st_mode) &&
+        made.st_uid == 0 && made.st_nlink == 1)
+        (void)(::fchown(descriptor, model.st_uid, model.st_gid) == 0);
+    if (descriptor >= 0)
+        ::close(descriptor);
 }
 
 } // namespace
@@ -125,6 +149,7 @@ Result<std::unique_ptr<blob::File>> NodeKeys::lock() const
 {
     ARCA_TRY(const std::string kept, place());
     ARCA_TRY(auto file, blob::systemFiles().openForLocking(kept + ".lock", true));
+    giveToOwnerOf({kept, optionFile_}, kept + ".lock");
     for (auto waited = kBetweenLooks;; waited += kBetweenLooks) {
         ARCA_TRY(const bool mine, file->lock());
         if (mine)
@@ -229,7 +254,7 @@ Result<void> NodeKeys::write(const std::string &uuid, const std::string &node,
 }
 
 /// Durably, in the place of what is there.
-Result<void> NodeKeys::put(const std::string &file, const std::string &text)
+Result<void> NodeKeys::put(const std::string &file, const std::string &text) const
 {
     blob::FileLayer &files = blob::systemFiles();
     const std::string fresh = file + ".new";
@@ -238,6 +263,7 @@ Result<void> NodeKeys::put(const std::string &file, const std::string &text)
         ARCA_TRY(const auto made, files.create(fresh));
         ARCA_CHECK(made->write(viewOf(text)));
         ARCA_CHECK(made->sync());
+        giveToOwnerOf({file, optionFile_}, fresh);
     }
     if (std::rename(fresh.c_str(), file.c_str()) != 0)
         return blob::fromErrno(errno, "renaming", fresh);

@@ -26,7 +26,10 @@ namespace arca::config
 class NodeKeys
 {
 public:
-    explicit NodeKeys(const std::string &optionFile) : path_(optionFile + ".keys") {}
+    explicit NodeKeys(const std::string &optionFile)
+        : optionFile_(optionFile), path_(optionFile + ".keys")
+    {
+    }
 
     const std::string &path() const { return path_; }
 
@@ -77,8 +80,9 @@ private:
     Result<std::string> place() const;
     Result<void> write(const std::string &repositoryUuid, const std::string &node,
                        std::initializer_list<std::string_view> passwords) const;
-    static Result<void> put(const std::string &file, const std::string &text);
+    Result<void> put(const std::string &file, const std::string &text) const;
 
+    std::string optionFile_;
     std::string path_;
 };
 

@@ -42,8 +42,7 @@ bool HintBound::prepare()
 
 void HintBound::letGo()
 {
-    for (Statement *statement :
-         {&get_, &set_, &use_, &count_, &hintsOf_, &oldest_, &part_, &drop_})
+    for (Statement *statement : {&get_, &set_, &use_, &count_, &hintsOf_, &oldest_, &part_, &drop_})
         statement->reset();
 }
 
@@ -111,7 +110,8 @@ bool HintBound::added(std::int64_t pack, std::int64_t hints)
         if (!use.done())
             return false;
     }
-    return set("hints", std::max<std::int64_t>(0, count(get("hints")) + hints - before)) && makeRoom(pack) && sweep();
+    return set("hints", std::max<std::int64_t>(0, count(get("hints")) + hints - before)) &&
+           makeRoom(pack) && sweep();
 }
 
 bool HintBound::forgotten(std::int64_t pack)

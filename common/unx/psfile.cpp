@@ -5,6 +5,7 @@
 #include "common/unx/pswrite.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
@@ -96,6 +97,34 @@ int openFollowing(const char *path, int openFlags, mode_t mode) noexcept
                                                                    : descriptor;
 }
 
+// What root makes in somebody's directory belongs to the owner of the directory, who could neither
+// write nor remove the content of a file of root's there.
+void giveToOwnerOfDirectory(int descriptor, const char *path) noexcept
+{
+    char directory[PATH_MAX];
+    const char *const slash = std::strrchr(path, '/');
+    const std::size_t length = slash == nullptr ? 0 : static_cast<std::size_t>(slash - path) + 1;
+    if (length >= sizeof directory)
+        return;
+    std::memcpy(directory, path, length);
+    directory[length] = '\0';
+    struct stat owner {
+    };
+    if (stat(length == 0 ? "." : directory, &owner) == 0 && owner.st_uid != 0)
+        (void)(fchown(descriptor, owner.st_uid, owner.st_gid) == 0);
+}
+
+// Only of a file that is new and ours may the owner be changed.
+int openAsRoot(const char *path, int openFlags, mode_t mode) noexcept
+{
+    const int made = openNow(path, openFlags | O_EXCL | O_NOFOLLOW, mode);
+    if (made >= 0)
+        giveToOwnerOfDirectory(made, path);
+    return made >= 0 || errno != EEXIST || (openFlags & O_EXCL) != 0
+               ? made
+               : openFollowing(path, openFlags, mode);
+}
+
 bool setWholeLock(int descriptor, short type) noexcept
 {
     struct flock whole {
@@ -130,7 +159,8 @@ void appendUnlocked(int descriptor, const char *line, std::size_t length) noexce
 
 int psFileOpenDescriptor(const char *path, int openFlags, mode_t mode) noexcept
 {
-    const int descriptor = mayBeOpened(path) ? openFollowing(path, openFlags, mode) : -1;
+    const auto how = (openFlags & O_CREAT) != 0 && geteuid() == 0 ? openAsRoot : openFollowing;
+    const int descriptor = mayBeOpened(path) ? how(path, openFlags, mode) : -1;
     if (descriptor < 0)
         return -1;
     if (!isOpenUsable(descriptor) || ((openFlags & O_TRUNC) != 0 && !emptied(descriptor))) {

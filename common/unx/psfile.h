@@ -17,7 +17,8 @@
 /// root or to the user of the process, so that nobody else can prepare one that leads to a file of
 /// the host; for reading, any link is. Nothing is emptied before it is known to be a file.
 /// What the line reader wants to know of the file's encoding comes back in encoding (0: bytes as
-/// they are) and flags (0); either may be null.
+/// they are) and flags (0); either may be null. What root makes in another user's directory belongs
+/// to that user, whose programs write there, too.
 FILE *psFileOpen(const char *path, const char *mode, int *encoding, int *flags) noexcept;
 
 /// The same with the flags of open(2), for callers that want a descriptor; -1 with errno set. With

@@ -265,6 +265,8 @@ TEST_F(SituationTest, PiecesAreDescribed)
     const std::vector<Situation> table = {
         {"", answers, "6", "", "", whole},
         {"GetNextQObj:2=0", answers, "6", "", "", whole},
+        {"GetNextQObj:1=121", "1=p 8 1=gone 8 9999", "6", "", "",
+         SESSION NOT_FOUND NOT_FOUND "Terminate"},
         {"EndQuery:*=2003 Terminate:1=2002", answers, "6", "", "", whole},
         {"InitEx:1=137", "sbtinfo2 7501", "1", "RBS0137E Server",
          "sbtinfo2(): Exit veloSession() failed, hoxHandle = 0, rc       : 137", "InitEx"},
@@ -312,6 +314,9 @@ TEST_F(SituationTest, PiecesAreRemoved)
         // The middle one of three is missing, which is told and is no failure of the call.
         {"", "", "6", "RBS0002E Server", "", whole},
         {"GetNextQObj:2=0", "", "6", "RBS0002E Server", "", whole},
+        // An end without an answer says nothing of a piece, and removes none.
+        {"GetNextQObj:1=121", " a", "6", "RBS0002E Server", "",
+         SESSION MISSING MISSING FOUND DELETED "Terminate"},
         {"EndQuery:*=2003 Terminate:1=2002", "", "6", "RBS0002E Server", "", whole},
         {"InitEx:1=137", "sbtremove2 7501 a c", "1", "RBS0137E Server",
          "sbtremove2(): Exit veloSession() failed, hoxHandle = 0, rc = 137", "InitEx"},

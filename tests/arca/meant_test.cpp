@@ -144,6 +144,8 @@ TEST_F(MeantTest, WhatSelectsNothingOrIsImpossibleNeverMeansEverything)
     } cases[] = {
         {{"--older", "1970-01-01"}, 1},
         {{"--older", "1969-12-31"}, 1},
+        {{"--older", "0d"}, 1},
+        {{"--newer", "999999w"}, 1},
         {{"--older", ""}, 2},
         {{"--newer", "2026-02-31"}, 1},
         {{"--newer", ""}, 2},

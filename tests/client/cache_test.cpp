@@ -107,7 +107,7 @@ TEST_F(CacheTest, WhateverBecomesOfItBackupsGoOnAndDuplicatesAreFoundAgain)
          }},
         {"values of many bytes",
          [](const fs::path &path) {
-             alter(path, "INSERT INTO packs VALUES(7777, zeroblob(50000000));");
+             alter(path, "INSERT INTO packs VALUES(7777, zeroblob(50000000), 7777, 1);");
          }},
         {"another node's",
          [](const fs::path &path) { alter(path, "UPDATE about SET value='other';"); }},

@@ -44,9 +44,7 @@ TEST(HintsTest, WhatWasNotFoundForLongestMakesRoom)
 {
     const keel::test::TempDir directory;
     constexpr std::uint32_t kPacks = 800, kKept = 50;
-    const auto open = [&] {
-        return HintCatalogue(directory.path(), "node", kKept * kBlocks);
-    };
+    const auto open = [&] { return HintCatalogue(directory.path(), "node", kKept * kBlocks); };
     const auto isFound = [](HintCatalogue &hints, std::uint32_t number) {
         return hints.packsWith(blocksOf(number).blocks.front().id, 4) ==
                std::vector{packOf(number)};
@@ -67,8 +65,8 @@ TEST(HintsTest, WhatWasNotFoundForLongestMakesRoom)
     EXPECT_TRUE(isFound(hints, kPacks - kKept / 2));
     EXPECT_FALSE(isFound(hints, 1));
     EXPECT_EQ(hints.packs().size(), kPacks) << "or a comparison would bring them back";
-    EXPECT_LT(std::filesystem::file_size(directory.path() / "node.sqlite") - half,
-              kPacks / 2 * 100) << "only their names stay";
+    EXPECT_LT(std::filesystem::file_size(directory.path() / "node.sqlite") - half, kPacks / 2 * 100)
+        << "only their names stay";
 
     const std::uint32_t gone = kPacks - 1, next = kPacks;
     hints.forget(packOf(gone));

@@ -248,4 +248,29 @@ TEST_F(LockTest, OfTwoRegistrationsAtOnceTheLoserKeepsNoPasswordOfItsOwn)
     EXPECT_EQ(*here.find(uuid, "node", any), mine);
 }
 
+TEST_F(LockTest, PasswordsThatRootKeepsBelongToWhoseProgramsUseThem)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can";
+    const std::string options = directory_ / "arca.opt", kept = options + ".keys";
+    const config::NodeKeys keys(options);
+    const auto ownerAfterKeeping = [&] {
+        EXPECT_TRUE(keys.keep("uuid", "node", "password"));
+        struct stat file = {}, lock = {};
+        EXPECT_EQ(stat(kept.c_str(), &file) + stat((kept + ".lock").c_str(), &lock), 0);
+        EXPECT_EQ(file.st_uid, lock.st_uid);
+        EXPECT_EQ(file.st_mode & 0777U, 0600U);
+        return file.st_uid;
+    };
+    keel::test::writeFile(options, "");
+    EXPECT_EQ(ownerAfterKeeping(), 0U);
+    std::filesystem::remove(kept + ".lock");
+    ASSERT_EQ(chown(kept.c_str(), 65534, 65534), 0);
+    EXPECT_EQ(ownerAfterKeeping(), 65534U) << "as it was";
+    std::filesystem::remove(kept);
+    std::filesystem::remove(kept + ".lock");
+    ASSERT_EQ(chown(options.c_str(), 12345, 12345), 0);
+    EXPECT_EQ(ownerAfterKeeping(), 12345U) << "as the options";
+}
+
 } // namespace

@@ -193,6 +193,22 @@ TEST(FileOpen, AsksWhatTheEffectiveUserMayWrite)
     ASSERT_EQ(seteuid(0), 0);
 }
 
+TEST(FileOpen, GivesWhatRootMakesToTheOwnerOfTheDirectory)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can";
+    const TempDir directory;
+    ASSERT_EQ(chown(directory.path().c_str(), 65534, 65534), 0);
+    writeFile(directory / "roots", "line\n");
+    for (const auto &[name, owner] : {std::pair("log", 65534U), std::pair("roots", 0U)}) {
+        psAppendLocked((directory / name).c_str(), "line\n", 5);
+        struct stat file {
+        };
+        ASSERT_EQ(stat((directory / name).c_str(), &file), 0);
+        EXPECT_EQ(file.st_uid, owner) << name;
+    }
+}
+
 TEST(LockedAppend, KeepsLinesWholeAmongThreadsAndProcesses)
 {
     TempDir directory;

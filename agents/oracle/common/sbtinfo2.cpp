@@ -139,11 +139,12 @@ std::uint16_t answerOne(orcObj_t *ctx, const char *pieceName, InfoWriter &info, 
     }
 
     bool whole = true;
-    if (rc == HOX_RC_NO_MATCH) {
+    const bool finished = rc == HOX_RC_FINISHED || rc == HOX_RC_OK;
+    if (rc == HOX_RC_NO_MATCH || (finished && !query.answered())) {
         whole = info.add(SBTBFINFO_NOTFOUND, nullptr);
         ORC_TRACE(2, " %s: hoxHandle = %d, rc = %d, No Match for File = '%s%s%s' - OK\n", name,
                   handle, rc, object.fsName, object.hlName, object.llName);
-    } else if (rc == HOX_RC_FINISHED || rc == HOX_RC_OK) {
+    } else if (finished) {
         ORC_TRACE(2, " %s: hoxHandle = %d, rc = %d, File '%s%s%s' exists\n", name, handle, rc,
                   object.fsName, object.hlName, object.llName);
         whole = describe(info, query.answer(), handle, name);

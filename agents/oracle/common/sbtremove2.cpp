@@ -192,11 +192,13 @@ int lookUp(Removal &removal, const char *pieceName)
               removal.handle());
     while ((rc = query.next()) == HOX_RC_MORE_DATA) {
     }
-    if (rc == HOX_RC_FINISHED || rc == HOX_RC_OK) {
+    const bool finished = rc == HOX_RC_FINISHED || rc == HOX_RC_OK;
+    if (finished && query.answered()) {
         keepFound(removal, query.answer(), name);
     } else if (rc == HOX_RC_REPOSITORY_DAMAGED) {
         keepFound(removal, dhoxBackupObject_t{}, name);
-    } else if (rc == HOX_RC_NO_MATCH) {
+    } else if (rc == HOX_RC_NO_MATCH || finished) {
+        // An end without an answer: a record without identifier would be removed by its name.
         reportMissing(removal, name);
     } else {
         return failFetch(removal, query, name, rc);
