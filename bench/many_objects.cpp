@@ -1,11 +1,13 @@
 // How fast the objects of a node are listed when there are many, and in how much memory.
 //
 //   many_objects DIRECTORY OBJECTS LIBRARY
+//   many_objects DIRECTORY OBJECTS
 //
-// Makes a repository of so many small objects in DIRECTORY, unless that is there already, written
-// straight through the store by a file layer that does not sync, then lists them through LIBRARY
-// (libApiHX64.so), each time in a process of its own: with no catalogue, with one that is filled,
-// name by name, and with a pattern.
+// Makes a repository of that many small objects in DIRECTORY, unless that is there already, written
+// straight through the store by a file layer that does not sync. Without LIBRARY each object has a
+// stream in a pack of its own, and that is all. With it the objects have none; then it lists them
+// through LIBRARY (libApiHX64.so), each time in a process of its own: with no catalogue, with one
+// that is filled, name by name, and with a pattern.
 #include "client/base/text.h"
 #include "client/blob/directory_store.h"
 #include "client/include/hoxapi.h"
@@ -143,7 +145,28 @@ void store(store::NodeSpace &space, std::uint32_t number)
     need(manifest->commit(blobName));
 }
 
-void make(const std::string &directory, std::uint32_t objects)
+/// A piece with a stream of two blocks that no other piece has, in a pack of its own.
+void storeWithPack(store::NodeSpace &space, std::uint32_t number)
+{
+    store::PieceDescription piece;
+    piece.name = {"/lumoorc", "/",
+                  "/df_prod_t1192837465_s" + std::to_string(number / 2) +
+                      (number % 2 == 0 ? "_p1" : "_p2"),
+                  1};
+    piece.managementClass = "STANDARD";
+    std::uint64_t state = number + 1;
+    Bytes stream(16384);
+    for (std::byte &byte : stream) {
+        state = state * 6364136223846793005U + 1442695040888963407U;
+        byte = static_cast<std::byte>(state >> 56);
+    }
+    const auto writer = need(space.beginPiece(std::move(piece)));
+    need(writer->append(stream));
+    need(writer->finish());
+    need(space.commit(*writer, 1));
+}
+
+void make(const std::string &directory, std::uint32_t objects, bool packs)
 {
     if (mkdir(directory.c_str(), 0700) != 0) {
         if (errno == EEXIST)
@@ -158,8 +181,9 @@ void make(const std::string &directory, std::uint32_t objects)
     need(repository->nodes().registerNode(kNode, kPassword));
     const auto space = need(repository->logOn(kNode, kPassword));
     need(space->registerFilespace({"", "/lumoorc", "ORACLE", "", 0, 0, 0}));
+    space->use({.threads = 1});
     for (std::uint32_t number = 0; number < objects; ++number)
-        store(*space, number);
+        packs ? storeWithPack(*space, number) : store(*space, number);
 }
 
 template <class Function> Function *operation(void *library, const char *name)
@@ -218,17 +242,19 @@ void list(const std::string &options, const char *path, const qryObjectsData &as
 
 int main(int argc, char **argv)
 {
-    if (argc != 4) {
-        std::cerr << "usage: many_objects DIRECTORY OBJECTS LIBRARY\n";
+    if (argc != 3 && argc != 4) {
+        std::cerr << "usage: many_objects DIRECTORY OBJECTS [LIBRARY]\n";
         return 2;
     }
     const std::string directory = argv[1], options = directory + ".opt";
     const auto start = std::chrono::steady_clock::now();
-    make(directory, static_cast<std::uint32_t>(std::strtoul(argv[2], nullptr, 10)));
+    make(directory, static_cast<std::uint32_t>(std::strtoul(argv[2], nullptr, 10)), argc == 3);
     std::printf("made in %.1f s\n", secondsSince(start));
     std::fflush(stdout);
     std::ofstream(options) << "REPOSITORY file://" << directory << "\nNODENAME " << kNode
                            << "\nPASSWORDACCESS prompt\n";
+    if (argc == 3)
+        return 0;
     qryObjectsData everything{}, byName{}, few{};
     everything.stVersion = HOX_QRY_OBJECTS_VERSION;
     everything.objState = HOX_STATE_ANY;
