@@ -20,18 +20,19 @@ namespace
 
 constexpr int kStepsAtOnce = 500; // some ten microseconds
 constexpr std::uint64_t kLittleSteps = 1'000'000;
-/// Reading all rows takes ten steps or so for each, and a row has 80 bytes or more; the file whose
-/// rows are smaller is not read whole. At most some seconds, whatever the length of the file.
+/// Reading a row takes some ten steps, and a row has 80 bytes or more: a file of smaller rows,
+/// which is none of ours, is not read to its end. kMostSteps are some seconds, whatever its length.
 constexpr std::uint64_t kWholeSteps = 10'000'000, kMostSteps = 500'000'000;
 constexpr std::uint64_t kBytesPerStep = 4;
 
-/// Never waits: its holder may have been stopped. A lock that was taken before is exchanged.
+/// Never waits: the holder may be stopped. A lock that this descriptor holds is exchanged.
 bool tryLock(int descriptor, bool exclusive)
 {
 #ifdef LOCK_SH
     return flock(descriptor, (exclusive ? LOCK_EX : LOCK_SH) | LOCK_NB) == 0;
 #else
-    // Does not keep threads of one process apart, which then find a doubtful file once more.
+    // A record lock does not exclude threads of one process: one may remove a file that another has
+    // open, which costs only what the cache held.
     struct flock whole = {};
     whole.l_type = exclusive ? F_WRLCK : F_RDLCK;
     whole.l_whence = SEEK_SET;
@@ -44,7 +45,7 @@ bool isOwnRegularFile(const struct stat &state)
     return S_ISREG(state.st_mode) && state.st_uid == geteuid() && state.st_nlink == 1;
 }
 
-/// What fails for want of space, time or permission says nothing against the file.
+/// Returns true for a failure for want of space, time or permission: the file may be good.
 bool isInnocent(int code)
 {
     if (code == SQLITE_IOERR_NOMEM)
@@ -246,8 +247,8 @@ bool Database::noteOutcome(int code)
     return code == SQLITE_OK;
 }
 
-/// Compares what is there with what we make. Returns false for anything else; `empty`: nothing is
-/// there yet.
+/// Returns true when the file's schema is ours, or the file has none yet: then `empty` is set.
+/// False on any difference, which makes the file doubtful, and on failure.
 bool Database::isSchema(bool &empty)
 {
     const Statement ask =
@@ -287,7 +288,7 @@ bool Database::checkSchema()
         return false;
     if (!empty)
         return true;
-    // Another process may be making it, too.
+    // Another process may be making the schema, too: look again under the write lock.
     if (!run("BEGIN IMMEDIATE"))
         return false;
     if (isSchema(empty) && (!empty || makeSchema()) && run("COMMIT"))
@@ -298,7 +299,7 @@ bool Database::checkSchema()
 
 void Database::rollBack()
 {
-    // Some failures have done so already.
+    // Some failures have ended the transaction already.
     if (connection_ && sqlite3_get_autocommit(connection_.get()) == 0)
         (void)run("ROLLBACK");
 }
@@ -363,7 +364,7 @@ Statement Database::prepare(const char *sql)
     sqlite3_stmt *made = nullptr;
     if (!connection_)
         return {};
-    allow(Work::whole); // the schema is read, whatever it is
+    allow(Work::whole); // the whole schema is read, which anybody may have made long
     if (!noteOutcome(sqlite3_prepare_v2(connection_.get(), sql, -1, &made, nullptr)))
         return {};
     return {this, made};

@@ -6,11 +6,12 @@
 //   1. Nothing of it is mapped into memory, and there is no write-ahead log: a file that is cut
 //      while it is read gives an error, never a signal.
 //   2. Several processes may use one file. Each holds a shared lock on "<path>-lock" as long as it
-//      has the file open; only who has that lock alone removes the files. A child that is forked
-//      does not keep that lock, and opens no file (sqlite_host.h).
+//      has the file open; a process removes the files only while it holds that lock exclusively. A
+//      forked child does not keep that lock, and opens no file (sqlite_host.h).
 //   3. Nothing is synced: after a loss of power the file may be anything, see above.
 //
-// No call fails but by returning false; the owner then does without. One thread at a time.
+// A call fails by returning false and logs nothing; the owner then does without the file. One
+// thread at a time uses a database and its statements.
 #ifndef KEEL_CLIENT_BASE_DATABASE_H
 #define KEEL_CLIENT_BASE_DATABASE_H
 
@@ -31,12 +32,14 @@ namespace arca
 
 class Database;
 
-/// A prepared statement; empty when it could not be prepared. It must not outlive its database.
+/// A prepared statement; empty when it could not be prepared. Destroy it before its database is
+/// closed or discarded.
 class Statement
 {
 public:
     Statement() = default;
     explicit operator bool() const { return statement_ != nullptr; }
+    /// Destroys the statement; this object is empty then.
     void reset() { statement_.reset(); }
 
 private:
@@ -56,9 +59,10 @@ enum class Work {
     whole,  // as much as reading the whole file takes
 };
 
-/// One run of a statement: bind, then step. It holds its locks no longer than it lives. Places are
-/// counted from 1, columns from 0, as in SQL. What is bound must live as long as the use. A
-/// statement that is empty has no rows and no end.
+/// One run of a statement: bind, then step. The locks that the run takes on the file are released
+/// by its destructor. Places are counted from 1, columns from 0, as in SQLite's interface. Bytes
+/// and texts that are bound must live as long as the use. With an empty statement row(), done() and
+/// atEnd() return false.
 class StatementUse
 {
 public:
@@ -79,9 +83,10 @@ public:
     /// of the type that it was read as.
     bool atEnd() const;
 
-    // A value of another type than asked for reads as 0 or empty, and makes the file doubtful.
+    // Only after row() returned true. A value of another type than asked for reads as 0 or empty,
+    // and makes the file doubtful.
     std::int64_t number(int column) const;
-    /// Valid until the next step.
+    /// Returns the value in place, valid until the next step or the end of the use.
     ByteView bytes(int column) const;
     std::string text(int column) const;
 
@@ -107,11 +112,11 @@ struct SchemaItem {
 class Database
 {
 public:
-    /// A path, or one of these two.
+    /// What may be given in place of a path.
     static constexpr const char *kInMemory = ":memory:";
-    static constexpr const char *kTemporary = ""; // a file without a name, which goes by itself
+    static constexpr const char *kTemporary = ""; // a file without a name, gone when it is closed
 
-    /// Nothing is opened yet. `schema`, in the order in which its items are made, must outlive the
+    /// Opens nothing. `schema`, in the order in which its items are made, must outlive the
     /// database. A statement that meets the lock of another process waits at most `patience` ms.
     Database(std::string path, std::span<const SchemaItem> schema, int patience)
         : path_(std::move(path)), schema_(schema), patience_(patience)
@@ -121,35 +126,40 @@ public:
     Database(const Database &) = delete;
     Database &operator=(const Database &) = delete;
 
-    /// Opens the file; makes it, with mode 0600, when there is none or an empty one. Returns false
-    /// when that failed or the schema is another one; isDoubtful() tells whether discard() may
-    /// help.
+    /// Closes what is open, then opens the file, which it makes with mode 0600 and this schema when
+    /// it is not there or empty. Returns false, with nothing open, when that failed or the schema
+    /// differs; if isDoubtful() then, call discard() and try again.
     bool open();
     bool isOpen() const { return connection_ != nullptr; }
-    /// Every statement must be gone.
+    /// Destroy every statement first. Releases the shared lock; harmless when nothing is open.
     void close();
-    /// Closes it, and removes its files, unless another process or object has it open: then returns
-    /// false, and they stay. Every statement must be gone.
+    /// Closes the file and removes it with its journal. Returns false when another process or
+    /// object has it open, and then the files stay. Destroy every statement first. After a failed
+    /// open() it may be called, too: the lock is kept for that.
     bool discard();
-    /// Returns true when something about the file was not as we leave it. What is read from it from
-    /// then on means nothing.
+    /// Returns true when something about the file was not as we leave it, since open(). What is
+    /// read from it means nothing then.
     bool isDoubtful() const;
     /// Returns true when a statement has waited in vain for the lock of another process since
-    /// open(). That may have been stopped: each further statement would wait as long.
+    /// open(). That process may be stopped: each further statement would wait as long.
     bool isBusy() const { return busy_; }
-    /// For an owner that finds something wrong with what it reads.
+    /// Makes the file doubtful: for an owner that finds something wrong with what it reads.
     void doubt() { doubtful_ = true; }
 
-    /// Statements without results.
+    /// Runs statements that give no rows, one after the other; the first failure ends them, and
+    /// what those before did stays unless a transaction is rolled back.
     bool run(const char *sql, Work work = Work::little);
+    /// Returns an empty statement on failure, and when nothing is open.
     Statement prepare(const char *sql);
     /// Ends a transaction without its changes, if one is open.
     void rollBack();
-    /// Makes the items of the schema that are marked as later and are not there.
+    /// Makes those items of the schema that are marked as later and are not there. After a failure
+    /// some may be there; it may be called again.
     bool createLater();
 
-    /// Until the next call of this, `goOn` is asked every few hundred steps of a statement; false
-    /// ends that one, which then fails. Empty: nothing is asked.
+    /// From now on `goOn` is asked every few hundred steps of a statement; when it returns false,
+    /// that statement fails, and the file does not become doubtful. An empty one ends the asking.
+    /// It runs on the caller's thread and must not throw, nor use this database.
     void askWhileRunning(std::function<bool()> goOn) { goOn_ = std::move(goOn); }
 
 private:
@@ -173,7 +183,7 @@ private:
     std::function<bool()> goOn_;
     std::uint64_t stepsLeft_ = 0;
     bool doubtful_ = false, busy_ = false;
-    std::unique_ptr<OwnDescriptor> lock_; ///< of the file beside it that every user holds it on
+    std::unique_ptr<OwnDescriptor> lock_; ///< the shared lock, on the file beside it
     std::unique_ptr<sqlite3, Close> connection_;
 };
 

@@ -28,9 +28,9 @@ bool isFree(int descriptor)
     return fcntl(descriptor, F_GETFD) < 0 && errno == EBADF;
 }
 
-/// Closes a standard descriptor unless the host has put something of its own there with dup2(2) or
-/// close(2) meanwhile. There is no way to ask and close in one step: what is left is a host that
-/// does so between these two calls.
+/// Closes a standard descriptor unless the host has put another file there meanwhile, with dup2(2)
+/// or close(2) and open(2). No call compares and closes in one step: a host that does so between
+/// fstat(2) and close(2) loses its file.
 void closeOurs(int descriptor, const struct stat &ours)
 {
     struct stat state;
@@ -47,7 +47,7 @@ class HeldStandard
 public:
     HeldStandard()
     {
-        // Known beforehand: what lies in a number just taken may be the host's a moment later.
+        // Asked by name and beforehand: a number just taken may be the host's a moment later.
         if (stat("/", &place_) != 0)
             return;
 #ifdef O_PATH
@@ -101,7 +101,7 @@ int moveAbove(int descriptor)
 int openAbove(const char *path, int flags, mode_t mode)
 {
     const HeldStandard held;
-    // Another thread may have let go of what it held for itself.
+    // Another thread of ours may have released a number that it held, so this open may get it.
     return moveAbove(openRetrying(path, flags | O_CLOEXEC | O_NOCTTY, mode));
 }
 

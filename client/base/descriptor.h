@@ -10,14 +10,16 @@ namespace arca
 {
 
 /// Like open(2), with O_CLOEXEC and O_NOCTTY added and interruptions retried. Returns a descriptor
-/// above 2, or -1 with errno. While a number up to 2 is free, it is held meanwhile by a descriptor
-/// that can neither be read nor written, so that nothing the host prints in between reaches the
-/// file; afterwards it is as free as before. What the host itself puts there meanwhile, a new
-/// standard output for example, stays.
+/// above 2, which the caller closes, or -1 with errno. As long as the call lasts, a descriptor that
+/// can neither be read nor written holds each free number up to 2, so that nothing the host prints
+/// meanwhile reaches the file; afterwards the number is free again. What the host itself puts there
+/// meanwhile, a new standard output for example, stays.
 int openAbove(const char *path, int flags, mode_t mode = 0600);
 
-/// Returns a descriptor above 2 for the same open file, close-on-exec, and closes `descriptor`
-/// unless it is that. On failure returns -1 with errno; `descriptor` is closed then, too.
+/// Returns a descriptor above 2 for the same open file, which the caller closes. One that is above
+/// 2 already is returned as it is; from a lower one it makes a close-on-exec copy and closes
+/// `descriptor`, also on failure: then it returns -1 with errno. -1 is returned as it is. A
+/// `descriptor` below 3 must be close-on-exec: one that is not is taken for the host's and stays.
 int moveAbove(int descriptor);
 
 } // namespace arca

@@ -11,7 +11,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// The header-only form trips over our warnings; it is not ours to change.
+// The header-only form does not compile without these two warnings.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wconversion"
 #pragma GCC diagnostic ignored "-Wshadow"
@@ -25,9 +25,9 @@ namespace arca
 namespace
 {
 
-/// libcrypto must neither read the host's configuration file nor leave an exit handler behind: both
-/// would be effects of ours on a process that is not ours. Asked each time, which costs a look: a
-/// static that a fork leaves half made would hang the child.
+/// libcrypto must neither read the host's configuration file nor leave an exit handler behind: this
+/// process is not ours. Called each time, which costs little: a static of ours whose initialisation
+/// a fork interrupts would hang the child.
 bool cryptoReady()
 {
     return OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
@@ -89,8 +89,8 @@ void wipe(std::span<std::byte> bytes)
 
 void wipe(std::string &text)
 {
-    // All that the string holds room for: of a short text that was moved away, or cut, the bytes
-    // are still there.
+    // All that the string has room for: the bytes of a short text that was moved away, or cut, are
+    // still there.
     text.resize(text.capacity());
     OPENSSL_cleanse(text.data(), text.size());
     text.clear();

@@ -65,7 +65,8 @@ Result<void> checkPlace(const std::string &path)
     return {};
 }
 
-/// Makes it private. The check is of the directory itself, whatever its name leads to later.
+/// Makes the directory, if need be, and makes it private. What is checked and changed is the open
+/// directory, so a name that is replaced meanwhile misleads neither.
 Result<void> claim(const std::string &path)
 {
     if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)

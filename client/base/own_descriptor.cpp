@@ -1,5 +1,14 @@
-// The descriptors that a child closes, in a table that it can read whatever other threads of its
-// parent were doing: no lock is taken at a fork, and nothing is allocated.
+// The descriptors that a forked child closes, in a table that it can read whatever the other
+// threads of its parent were doing: the handlers of a fork take no lock and allocate nothing.
+//
+//   1. A slot is kFree, kTaken (its descriptor is being opened or closed) or a descriptor above 2.
+//      Only its owner changes it, but for the handler of a child. Blocks are added and never freed.
+//   2. A descriptor that a fork met before it was in its slot may be shared by a child that does
+//   not
+//      know of it. It is closed and never locked: a fork shows in `forking` while it is being made
+//      and in `forks` afterwards.
+//   3. A lock is released before its descriptor is closed: a child forked in that moment shares the
+//      open file description, and would keep the lock.
 #include "client/base/own_descriptor.h"
 
 #include <array>
@@ -19,8 +28,8 @@ namespace arca
 namespace
 {
 
-// Everything is ready without code that runs, so that no fork can come in between; descriptors are
-// above 2.
+// The table is initialised at compile time, so that no fork meets it half made. Descriptors are
+// above 2, so 0 can mean a free slot.
 constexpr int kFree = 0, kTaken = -1;
 
 struct Block {
@@ -29,7 +38,7 @@ struct Block {
 };
 
 constinit Block first;
-// Several threads may fork at once, so one number cannot tell both that a fork is being made and
+// Several threads may fork at once, so one number cannot show both that a fork is being made and
 // that there was one.
 constinit std::atomic<unsigned> forking = 0; // how many are being made now
 constinit std::atomic<unsigned> forks = 0;   // how many were made
@@ -45,10 +54,12 @@ void afterForkInChild()
                 (void)close(number);
 }
 
-/// Without it a child keeps what it inherits, as children made by clone(2) do.
+/// Registers the handlers. When that fails, a child keeps what it inherits, as one made by clone(2)
+/// does.
 void watchForks()
 {
-    // The system's own: a child of a thread that was in the middle of it does it once more.
+    // Not a static of C++: its half-made initialisation would hang a child that is forked
+    // meanwhile; the C library's once-control begins again there.
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     (void)pthread_once(&once, [] {
         (void)pthread_atfork([] { ++forking; },

@@ -18,7 +18,7 @@ Pages allocatePages(std::size_t bytes)
         throw std::bad_alloc();
 #ifdef MADV_HUGEPAGE
     if (bytes >= kHuge)
-        (void)madvise(memory.get(), bytes, MADV_HUGEPAGE); // a wish
+        (void)madvise(memory.get(), bytes, MADV_HUGEPAGE); // may be refused
 #endif
     return memory;
 }

@@ -21,7 +21,7 @@ constexpr std::uint64_t kGeneratedN = 16;
 
 PasswordCost costFor(std::string_view password)
 {
-    // Whoever types 64 hexadecimal digits has chosen something as good.
+    // Typed or generated: 64 hexadecimal digits are too many to guess.
     if (password.size() == kGeneratedDigits && fromHex(password))
         return {kGeneratedN, 8, 1};
     return {std::uint64_t{1} << 14, 8, 1};

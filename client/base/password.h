@@ -1,4 +1,5 @@
-// From a password to keys: scrypt, with a cost that is stored beside what is derived.
+// From a password to keys: scrypt (RFC 7914), with a cost that is stored beside what is derived.
+// Any thread may call these.
 #ifndef KEEL_CLIENT_BASE_PASSWORD_H
 #define KEEL_CLIENT_BASE_PASSWORD_H
 
@@ -17,23 +18,26 @@ struct PasswordCost {
     std::uint32_t p = 0;
 };
 
-/// High for what people choose, low for what generatePassword() made.
+/// Returns a high cost (16 MiB of memory) for what people choose, a low one for 64 hexadecimal
+/// digits, as generatePassword() makes them.
 PasswordCost costFor(std::string_view password);
 
-/// Whether a password of that cost may be a chosen one, which somebody could guess.
+/// Returns true when a person may have chosen the password of that cost, so that it can be guessed.
 bool isGuessable(PasswordCost cost);
 
-/// Two that tell nothing of each other: one to compare, one to seal keys under.
+/// Two keys, neither of which can be computed from the other.
 struct PasswordKeys {
-    Sha256 verifier;
-    SecretKey wrapping;
+    Sha256 verifier;    // to compare
+    SecretKey wrapping; // to seal keys under
 };
 
-/// A cost from outside may be absurd; beyond 64 MiB of memory it is refused as `damaged`.
+/// Derives both. `cost` may come from outside: a cost beyond 64 MiB of memory, or one that scrypt
+/// does not allow, is refused before any work. The caller wipes `password`. Errors: damaged (the
+/// cost), internal.
 Result<PasswordKeys> derivePasswordKeys(std::string_view password, ByteView salt,
                                         PasswordCost cost);
 
-/// 256 random bits as 64 hexadecimal digits.
+/// Returns 256 random bits as 64 hexadecimal digits; the caller wipes them. Errors: io.
 Result<std::string> generatePassword();
 
 } // namespace arca

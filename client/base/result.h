@@ -13,10 +13,10 @@ namespace arca
 {
 
 enum class ErrorKind {
-    notFound,       // no such blob, piece, node ...
+    notFound,       // there is no such blob, piece, node, ...
     noFilespace,    // the filespace was never registered, or deleted meanwhile
     exists,         // the name is taken
-    noRepository,   // there is nothing like a repository at that place
+    noRepository,   // there is no repository at that place
     io,             // the operating system failed to read or write
     full,           // no space or quota left
     readOnly,       // the file system is mounted read-only
@@ -25,12 +25,12 @@ enum class ErrorKind {
     newerFormat,    // made by a newer release
     olderFormat,    // made by an older release, in a layout that is no longer read
     authentication, // a node that is not registered, or a wrong password
-    noPassword,     // the password that should be kept here is not there
+    noPassword,     // the password that this client should keep is not there
     badOption,      // an option file or option string is wrong
-    badArgument,
-    stopped,  // whoever wanted it wants it no more
-    conflict, // somebody else changed the same thing at the same time; try again
-    internal, // a fault of our own
+    badArgument,    // a value that the caller gave is out of range or malformed
+    stopped,        // the caller asked for the work to end early
+    conflict,       // another process changed or holds the same thing at the same time; try again
+    internal,       // a fault of our own
 };
 
 struct Error {
@@ -38,7 +38,8 @@ struct Error {
     std::string text;
 };
 
-/// A value or a failure. Test it before value() or error(); the wrong one throws.
+/// A value or a failure, which it owns. Test it before value() or error(): the wrong one throws
+/// std::bad_variant_access. Moving a value out leaves the Expected holding what a move left.
 template <class T, class E> class [[nodiscard]] Expected
 {
     using Stored = std::conditional_t<std::is_void_v<T>, std::monostate, T>;
@@ -81,7 +82,8 @@ private:
 
 template <class T> using Result = Expected<T, Error>;
 
-/// Adds what the caller was doing: "reading piece /x//y: checksum differs".
+/// Returns the error with what the caller was doing before its text: "reading piece /x//y: checksum
+/// differs". The kind stays.
 inline Error inContext(Error error, const std::string &doing)
 {
     error.text = doing + ": " + error.text;

@@ -33,7 +33,8 @@ bool endsIn(const char *path, std::string_view ending)
     return std::string_view(path).ends_with(ending);
 }
 
-/// Ours, and nothing that a read could wait for. Links are not followed.
+/// Returns true for this user's regular file and for a directory: nothing that a read could wait
+/// for.
 bool isTrustworthy(int descriptor)
 {
     struct stat state;
@@ -55,7 +56,7 @@ int openSafely(const char *path, int flags, int)
     return descriptor;
 }
 
-/// Beyond the limit on file sizes the system would send a signal that ends the host.
+/// A write beyond the limit on file sizes would raise SIGXFSZ, which ends the host.
 bool isWithinLimit(std::uint64_t end)
 {
     rlimit limit;
@@ -93,15 +94,15 @@ int allocateSafely(int descriptor, off_t at, off_t length)
                : ENOSPC;
 }
 
-/// A file that is cut while it is mapped ends the process that reads it. Without maps there is no
-/// write-ahead log either, whatever a file asks for.
+/// Reading a mapped file that was cut raises SIGBUS. Without maps there is no write-ahead log
+/// either, whatever a file asks for.
 void *refuseToMap(void *, std::size_t, int, int, int, off_t)
 {
     errno = ENOMEM;
     return MAP_FAILED;
 }
 
-/// A journal names a file that is to go with it; a prepared one could name any.
+/// A journal names a file that SQLite removes with it; a prepared journal could name any file.
 int removeSafely(const char *path)
 {
     if (endsIn(path, "-journal") || std::strstr(path, "etilqs_") != nullptr)
@@ -136,11 +137,13 @@ bool prepare()
 
 } // namespace
 
-/// Not a static of a function: its initialisation that a fork interrupts would hang the child.
+/// Two atomics, and no static that is initialised here: a fork that interrupts its initialisation
+/// would hang the child. `beginner` is the process that initialises SQLite, `maker` the one that
+/// has done so, or kFailed.
 SqliteUse prepareSqlite()
 {
     constexpr int kNobody = 0, kFailed = -1;
-    static std::atomic<pid_t> maker = kNobody; // the process that has initialised it
+    static std::atomic<pid_t> maker = kNobody;
     static std::atomic<pid_t> beginner = kNobody;
     const pid_t self = getpid();
     pid_t before = kNobody;

@@ -29,7 +29,7 @@ void make(sqlite3_mutex &mutex)
     (void)pthread_mutexattr_destroy(&attributes);
 }
 
-/// Also in the moment of a fork, when the child has this thread only.
+/// Runs at the start, and in a child at the fork, when the child has this thread only.
 void makeStatics()
 {
     for (sqlite3_mutex &mutex : statics)

@@ -86,7 +86,7 @@ std::string_view trimmed(std::string_view text)
 bool matchesPattern(std::string_view text, std::string_view pattern)
 {
     std::size_t at = 0, in = 0;
-    // Where the last asterisk was, and how far the run that it stands for goes.
+    // The place of the last asterisk, and the end of the run that it stands for.
     std::size_t star = std::string_view::npos, run = 0;
     while (at < text.size()) {
         if (in < pattern.size() && pattern[in] == '*') {

@@ -1,4 +1,5 @@
-// Small helpers for texts that people and file names carry.
+// Small helpers for texts that people and file names carry. Texts are bytes: no call depends on the
+// locale of the host. Any thread may call these.
 #ifndef KEEL_CLIENT_BASE_TEXT_H
 #define KEEL_CLIENT_BASE_TEXT_H
 
@@ -11,21 +12,24 @@
 namespace arca
 {
 
-/// Lower-case hexadecimal digits, two a byte.
+/// Lower-case hexadecimal digits, two a byte; a number has 16, the highest first.
 std::string toHex(ByteView bytes);
 std::string toHex(std::uint64_t value);
+/// Digits in any case. Nothing when one is no digit, or their number is odd.
 std::optional<Bytes> fromHex(std::string_view digits);
 
-/// A text from outside, fit for one line of a message: control characters become '?', and what
-/// goes beyond `limit` bytes is cut and marked with "...".
+/// Returns a text from outside in a form that fits one line of a message: ASCII control characters
+/// become '?'; more than `limit` bytes are cut, perhaps within a character, and marked "...".
 std::string printable(std::string_view text, std::size_t limit = 256);
 
-/// ASCII only, whatever the locale of the host.
+// These know ASCII letters and blanks only.
 char upperAscii(char c);
 bool equalIgnoringCase(std::string_view a, std::string_view b);
+/// Returns the part of `text` without blanks, tabs and line ends around it.
 std::string_view trimmed(std::string_view text);
 
-/// "*" in the pattern stands for any run of bytes, "?" for one, everything else for itself.
+/// Returns true when the pattern covers the whole text: "*" stands for any run of bytes, also an
+/// empty one, "?" for one byte, everything else for itself.
 bool matchesPattern(std::string_view text, std::string_view pattern);
 
 } // namespace arca

@@ -59,7 +59,7 @@ Thread::Thread(std::function<void()> body, std::function<void()> noMemory)
                 noMemory();
         });
     } catch (const std::system_error &) {
-        throw std::bad_alloc(); // the one reason there is, whatever it is called
+        throw std::bad_alloc(); // EAGAIN: memory, or the limit on threads
     }
 }
 

@@ -1,5 +1,5 @@
 // A thread of ours in a process that is not ours: it takes no signal, so that the host's handlers
-// never run on it, and it is joined before it goes.
+// never run on it, and it is joined before its object is destroyed.
 #ifndef KEEL_CLIENT_BASE_THREAD_H
 #define KEEL_CLIENT_BASE_THREAD_H
 
@@ -14,20 +14,22 @@ namespace arca
 class Thread
 {
 public:
-    /// `body` must not throw. When there is no memory for what a thread needs of its own,
-    /// `noMemory` is called in its place; it must neither throw nor allocate. Throws std::bad_alloc
-    /// when no thread can be had at all.
+    /// Runs `body` on a new thread; it must not throw. When the thread finds no memory for its
+    /// thread-local storage, it calls `noMemory` in place of `body`, which must neither throw nor
+    /// allocate. Throws std::bad_alloc, with neither called, when the system gives no thread.
     Thread(std::function<void()> body, std::function<void()> noMemory);
     Thread(Thread &&) noexcept = default;
     Thread &operator=(Thread &&) = delete;
+    /// Waits for the end of the thread.
     ~Thread();
 
 private:
     std::thread thread_;
 };
 
-/// Does something on a thread of ours and waits for it: what the system tells a thread by a signal,
-/// as that a file has reached the limit on its size, must not reach one of the host's.
+/// Runs `body` on a thread of ours and waits for its end. For calls that may raise a signal for the
+/// calling thread, as SIGXFSZ at the limit on file sizes: it must not be delivered to a thread of
+/// the host. Throws what `body` throws, and std::bad_alloc when there is no thread.
 template <class Body> void onThreadOfOurs(Body body)
 {
     std::exception_ptr thrown;
