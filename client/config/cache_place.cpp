@@ -23,8 +23,8 @@ std::string variable(const char *name)
     return value == nullptr || *value != '/' ? std::string() : std::string(value);
 }
 
-/// A directory of another user is what a change of user left in the environment, or the caller of a
-/// set-user-ID program.
+/// Returns true for a directory that neither this user nor root owns. A change of user left its
+/// name in the environment, or the caller of a set-user-ID program put it there.
 bool isAnothers(const std::string &directory)
 {
     struct stat state;
@@ -64,7 +64,7 @@ std::vector<std::string> placesFor(const Options &options)
         places.push_back(caches + "/arca");
     else if (const std::string home = homeOfUser(); !home.empty())
         places.push_back(home + "/.cache/arca");
-    // The host's own directory may be another one tomorrow.
+    // Not beside a relative name: the host's current directory may change.
     if (options.file.starts_with('/'))
         places.push_back(options.file + ".cache");
     return places;

@@ -25,8 +25,8 @@ Result<Bytes> readSecret(const std::string &path)
     return secret;
 }
 
-/// Written beside its place and named in one step, so that nobody reads half of it, and two makers
-/// end up with one secret.
+/// Writes the secret beside its place and names it in one step, so that no reader finds half of it,
+/// and two makers end up with one secret.
 Result<void> makeSecret(const std::string &path)
 {
     blob::FileLayer &files = blob::systemFiles();

@@ -1,5 +1,5 @@
 // The secret that goes into the keys of password files: 32 random bytes in a file of mode 0600
-// beside the option file, named like it with ".secret" behind. Made when it is first needed.
+// beside the option file, with the option file's name and ".secret". Any thread may ask for it.
 #ifndef KEEL_CLIENT_CONFIG_CIPHER_SECRET_H
 #define KEEL_CLIENT_CONFIG_CIPHER_SECRET_H
 
@@ -11,7 +11,9 @@
 namespace arca::config
 {
 
-/// Errors: it can neither be read nor made, or is no such file. The caller wipes it.
+/// Returns the secret, which the caller wipes. A file that is not there is made, durably; of
+/// several processes that make it at once all get the same secret. Errors: damaged when the file
+/// has another length; io, denied, full and the like when it can neither be read nor made.
 Result<Bytes> cipherSecret(const std::string &optionFile);
 
 } // namespace arca::config

@@ -1,4 +1,4 @@
-// The file of kept node passwords: see the header.
+// The file of kept node passwords: see the header, which numbers what must stay true.
 #include "client/config/node_keys.h"
 
 #include "client/base/descriptor.h"
@@ -50,7 +50,7 @@ std::string_view passwordIn(std::string_view line, const std::string &uuid, cons
     return line.substr(first + 1, second - first - 1);
 }
 
-/// What root made belongs from now on to the owner of the first of `models` that is there, whose
+/// Gives what root made to the owner of the first of `models` that is there, because that user's
 /// programs log on with it.
 void giveToOwnerOf(std::initializer_list<std::string> models, const std::string &file)
 {
@@ -61,7 +61,7 @@ void giveToOwnerOf(std::initializer_list<std::string> models, const std::string 
     for (const std::string &path : models)
         known = known || ::stat(path.c_str(), &model) == 0;
     const int descriptor = openAbove(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    // A second name would be somebody else's file, put here in place of ours.
+    // With a second name it may be a file of another user, linked here in place of ours.
     if (known && descriptor >= 0 && ::fstat(descriptor, &made) == 0 && S_ISREG(made.st_mode) &&
         made.st_uid == 0 && made.st_nlink == 1)
         (void)(::fchown(descriptor, model.st_uid, model.st_gid) == 0);
@@ -96,8 +96,8 @@ NodeKeys::find(const std::string &uuid, const std::string &node,
             return inContext(std::move(failure), "the kept password of node " + printable(node));
         }
         auto answer = findIn(*text, uuid, node, prove);
-        // Another process may have changed the password between the two looks, at the file and at
-        // what proves it.
+        // Another process may have changed the password after the file was read and before it was
+        // proved. Passwords that failed twice from the same file are wrong.
         const bool settled = answer || *text == before;
         wipe(before);
         before = std::move(*text);
@@ -128,7 +128,7 @@ NodeKeys::findIn(std::string_view text, const std::string &uuid, const std::stri
     return answer;
 }
 
-/// Where the file is: an administrator may have put it elsewhere, behind a link that must stay.
+/// Returns where the file is, behind links: an administrator may have put it elsewhere.
 Result<std::string> NodeKeys::place() const
 {
     constexpr int kMostLinks = 40;
@@ -184,7 +184,7 @@ Result<bool> NodeKeys::introduce(const std::string &uuid, const std::string &nod
     }
     auto done = steps.enrol(*kept);
     wipe(*kept);
-    // What was made here is the password of no node.
+    // Another host registered the node: what was made here is no node's password.
     if (!done && done.error().kind == ErrorKind::exists && fresh)
         (void)write(uuid, node, {});
     ARCA_CHECK(std::move(done));
@@ -221,12 +221,13 @@ Result<void> NodeKeys::replace(const std::string &uuid, const std::string &node,
         done = change(holding);
     wipe(holding);
     ARCA_CHECK(std::move(done));
-    // It is changed. When the old one cannot be dropped now, the next change drops it.
+    // The password is changed already. An old line that cannot be dropped now is dropped by the
+    // next change.
     (void)write(uuid, node, {fresh});
     return {};
 }
 
-/// The file with these passwords of the node in place of those it had.
+/// Replaces the passwords of the node in the file with these. The caller holds the lock.
 Result<void> NodeKeys::write(const std::string &uuid, const std::string &node,
                              std::initializer_list<std::string_view> passwords) const
 {
@@ -253,7 +254,7 @@ Result<void> NodeKeys::write(const std::string &uuid, const std::string &node,
     return written;
 }
 
-/// Durably, in the place of what is there.
+/// Writes the file durably. The caller holds the lock, so `.new` has one writer.
 Result<void> NodeKeys::put(const std::string &file, const std::string &text) const
 {
     blob::FileLayer &files = blob::systemFiles();

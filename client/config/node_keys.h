@@ -1,13 +1,23 @@
 // The passwords that this client made for its nodes and keeps: a file of mode 0600 beside the
-// option file, named like it with ".keys" behind. A line of it is
+// option file, with the option file's name and ".keys". A line of it is
 //
 //   <repository: 32 digits> <password: 64 digits> <node name to the end of the line>
 //
-// and lines that begin with '#' say what the file is. A node has two lines while its password is
-// being changed, or when that was interrupted: one of them is right. Whoever can read the file can
-// act as these nodes. Changes of the file take turns, by a lock on a file named like it with
-// ".lock" behind. When the file is a symbolic link, it is replaced, and locked, where the link
-// leads; the link stays.
+// and lines that begin with '#' say what the file is. A reader of the file can act as these nodes.
+// What must stay true:
+//
+//   1. A node has two lines while its password is being changed, or when that was interrupted: one
+//      of them is right. introduce() and replace() keep a password durably before it holds.
+//   2. Each change writes a new file beside the old one, syncs it and renames it: a reader, and a
+//      loss of power, find the old file or the new one.
+//   3. Changes exclude each other, between processes and threads, by a lock on <file>.lock. Every
+//      call but find() takes it itself, waits for it at most a minute (conflict), and calls the
+//      functions that it was given under it.
+//   4. When the file is a symbolic link, the file that it leads to is replaced and locked; the link
+//      stays.
+//   5. What root makes is given to the owner of the file that it replaces, or of the option file.
+//
+// Any thread may call these. The caller wipes every password that it gives and gets.
 #ifndef KEEL_CLIENT_CONFIG_NODE_KEYS_H
 #define KEEL_CLIENT_CONFIG_NODE_KEYS_H
 
@@ -33,39 +43,42 @@ public:
 
     const std::string &path() const { return path_; }
 
-    /// Tries what is kept of the node until `prove` takes one, and gives that one. `noPassword`
-    /// when the file, or the node in it, is not there or cannot be read; else the last failure of
-    /// `prove`. The caller wipes it.
+    /// Returns the first kept password of the node that `prove` accepts; the caller wipes it. When
+    /// none is accepted and the file changed meanwhile, all are tried again. Takes no lock. Errors:
+    /// noPassword when the file, or the node in it, is not there or cannot be read; else the last
+    /// failure of `prove`.
     Result<std::string> find(const std::string &repositoryUuid, const std::string &node,
                              const std::function<Result<void>(const std::string &)> &prove) const;
 
-    /// Adds or replaces, durably: the file is written anew beside the old one and takes its place.
+    /// Keeps `password` as the only one of the node, durably. After a failure what was kept is
+    /// kept, unless only the last sync failed: then either may hold.
     Result<void> keep(const std::string &repositoryUuid, const std::string &node,
                       const std::string &password) const;
 
-    /// Registers a node with a kept password, under one lock from the first look to the end, so
-    /// that of several processes that register a node at once one does, and the others find its
-    /// password. What is kept of an interrupted run is used; else `make` makes a password, which is
-    /// durable here before `enrol` is told it. Returns false when the node was registered before.
-    /// Errors: noPassword when it was, and no password of it is kept here; exists when another
-    /// host was faster: then nothing new is kept. After another failure of `enrol` the password
-    /// stays, for the next run.
+    /// The steps of introduce(), in their order.
     struct Introduction {
         std::function<Result<bool>()> isRegistered;
         std::function<Result<void>(const std::string &)> prove;
         std::function<Result<std::string>()> make;
-        std::function<Result<void>(const std::string &)> enrol; // `exists`
+        std::function<Result<void>(const std::string &)> enrol; // registers; errors: exists
     };
+    /// Registers a node with a kept password, under one lock from the first look to the end: of
+    /// several processes that register a node at once one does, and the others find its password. A
+    /// password kept by an interrupted run is used; else `make` makes one, which is durable here
+    /// before `enrol` gets it. Returns false when the node was registered before. Errors:
+    /// noPassword when it was and no password of it is kept here, or what `prove` failed with;
+    /// exists when another host was faster, and then nothing new is kept. After another failure of
+    /// `enrol` the password stays for the next run.
     Result<bool> introduce(const std::string &repositoryUuid, const std::string &node,
                            const Introduction &steps) const;
 
-    /// Drops what is kept of a node, durably; fine when that is nothing.
+    /// Drops what is kept of a node, durably; succeeds when nothing is.
     Result<void> forget(const std::string &repositoryUuid, const std::string &node) const;
 
-    /// Changes what find() gave to `fresh`. `change` is told the password that holds and makes
-    /// `fresh` hold instead; before it is called both are kept, durably, and only after it
-    /// succeeded the old one goes, so that whatever is interrupted leaves a password that find()
-    /// proves.
+    /// Changes the password that find() returns to `fresh`. `change` gets the password that holds
+    /// and makes `fresh` hold instead. Before it is called both are kept, durably; the old one is
+    /// dropped only after it succeeded. So an interruption, or a failure, leaves a password that
+    /// find() proves. Errors: those of find() and of `change`.
     Result<void> replace(const std::string &repositoryUuid, const std::string &node,
                          const std::string &fresh,
                          const std::function<Result<void>(const std::string &)> &prove,

@@ -26,8 +26,7 @@ std::string_view unquoted(std::string_view value)
     return value;
 }
 
-/// A value goes into messages, file names and records: one that cannot be seen does not belong
-/// there.
+/// A value goes into messages, file names and records, which must not hold what cannot be seen.
 bool hasControlCharacters(std::string_view text)
 {
     for (const char c : text)
