@@ -5,11 +5,11 @@
 #include <cstddef>
 #include <cstdint>
 
-/// Room for any number in base 2 with its terminator.
+/// Room for the longest text of a number (base 2) with its terminator.
 constexpr std::size_t cu64TextSize = 65;
 
-/// Writes value in base 2 to 16 (lower-case letters; any other base counts as 10) and returns out,
-/// which has room for cu64TextSize characters.
+/// Writes value in the given base, 2 to 16 (any other base counts as 10), with lower-case letters,
+/// terminated. Returns out, which the caller provides with room for cu64TextSize characters.
 char *cuU64ToText(std::uint64_t value, char *out, int base) noexcept;
 
 constexpr std::uint32_t cuHigh32(std::uint64_t value) noexcept

@@ -29,7 +29,7 @@ template <class Forms> unsigned inRange(const Forms &forms, unsigned format) noe
     return format < forms.size() ? format : 1;
 }
 
-// The neutral locale would print a two-digit year; there is no local custom to respect then.
+// True for the C locale, which expresses no local custom and would print a two-digit year.
 bool localeSaysNothing(int category) noexcept
 {
     const char *name = std::setlocale(category, nullptr);

@@ -8,8 +8,9 @@
 //           1 1,234,567    2 1.234.567    3 1 234 567    4 1'234'567    5 1234567
 //           6 12,34,567
 //
-// A format outside its range is taken as 1. Texts are cut to the buffer and terminated; each call
-// returns the length written.
+// A format outside its range is taken as 1. The format calls may be made from any thread. Each cuts
+// its text silently to size - 1 bytes, terminates it, and returns the length written; a size of 0
+// writes nothing and returns 0.
 #ifndef KEEL_COMMON_CU_CUTIME_H
 #define KEEL_COMMON_CU_CUTIME_H
 
@@ -17,10 +18,12 @@
 #include <cstdint>
 #include <ctime>
 
-/// The local time, by the reentrant form. False leaves *out cleared.
+/// Converts when to the host's local time, thread-safely. Returns false, with *out cleared, for a
+/// time that has no calendar date.
 bool cuLocalTime(std::time_t when, struct tm *out) noexcept;
 
-/// Sets the process-wide formats, 1, 1 and 1 until then. Any thread.
+/// Sets the process-wide formats, which are 1, 1 and 1 until then. Each of the three is atomic; a
+/// thread that formats meanwhile may see the old or the new one.
 void cuSetFormats(unsigned date, unsigned time, unsigned number) noexcept;
 
 std::size_t cuFormatDate(char *out, std::size_t size, const struct tm &when, unsigned format);
@@ -28,12 +31,12 @@ std::size_t cuFormatTime(char *out, std::size_t size, const struct tm &when, uns
 std::size_t cuFormatNumber(char *out, std::size_t size, std::int64_t value, unsigned format);
 std::size_t cuFormatCount(char *out, std::size_t size, std::uint64_t value, unsigned format);
 
-/// The number format that no host's locale and no setting changes: 1234567.
+/// The number format of texts that programs read: 1234567, whatever the host's locale.
 constexpr unsigned cuPlainNumbers = 5;
-/// The process-wide number format.
+/// Returns the process-wide number format, as it was given to cuSetFormats.
 unsigned cuNumberFormat() noexcept;
 
-/// The same with the process-wide formats.
+/// As above, with the process-wide formats.
 std::size_t cuFormatDate(char *out, std::size_t size, const struct tm &when);
 std::size_t cuFormatTime(char *out, std::size_t size, const struct tm &when);
 std::size_t cuFormatNumber(char *out, std::size_t size, std::int64_t value);

@@ -35,7 +35,7 @@ struct BuiltIn {
     const char *text;
 };
 
-// What must still be sayable without a catalogue and without memory for one.
+// The texts that are needed without a catalogue, and without memory for one.
 constexpr BuiltIn builtIns[] = {
     {3, nlsSevSevere, "RBQ0003S An internal processing error has occurred"},
     {2522, nlsSevError, "RBQ2522E There is not enough system memory to complete command."},
@@ -54,7 +54,8 @@ bool tooLong(const char *text, std::size_t limit) noexcept
     return text == nullptr || stLength(text, limit) == limit;
 }
 
-// While the repository is not started nobody is told that a built-in text had to serve.
+// Null without a message. While the repository is not started, a built-in text serves without a
+// report: there is no catalogue that could lack it. The lock is held.
 nlsMsg *lookUp(int msgNum, bool english) noexcept
 {
     if (globalObject == nullptr || (!globalObject->isStarted() && findBuiltIn(msgNum) != nullptr))
@@ -63,7 +64,7 @@ nlsMsg *lookUp(int msgNum, bool english) noexcept
     return globalObject->GetMsg(msgNum);
 }
 
-// Formats into buffer; the length, or -1 without a text.
+// Formats into buffer. Returns the length, or -1 when the message has no text.
 int formatText(char (&buffer)[maxTextSize], int msgNum, bool english, va_list arguments) noexcept
 {
     psMutexGuard guard(reposLock);
@@ -95,7 +96,7 @@ int formatOwned(char *&out, int msgNum, bool english, va_list arguments) noexcep
     return length;
 }
 
-// The lengths are checked, and the catalogues of the client type opened for the host's language.
+// Checks the lengths and opens the catalogues of the client type for the host's language.
 int NlinitSetup(const char *reposName, int cacheLimit, const char *catalogDir,
                 const char *catalogName) noexcept
 {

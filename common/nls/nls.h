@@ -1,13 +1,16 @@
 // The message repository: numbered texts in the user's language, with inserts.
 //
-// One message object for the process reads "velo.cat" through the host's catalogue calls: the
-// English one always, a second one when the host's locale asks for another language. Every call
-// here works at any time and from any thread, before the object exists and after it is gone as
-// well: then two built-in texts serve, the numbers 3 and 2522, and other numbers have no text.
+// The process's one message object reads "velo.cat" through the host's catalogue calls: the English
+// catalogue always, a second one when the host's locale asks for another language. Every call here
+// takes the repository's lock itself (recursive) and may be made at any time and from any thread,
+// also before the object exists and after it was destroyed: then the two built-in texts, numbers 3
+// and 2522, serve, and no other number has a text.
 //
 // The arguments of a message are read by types that were compiled in from the English source, never
 // by what a file on the host's disk says, so a damaged or foreign catalogue can spoil a text but
 // never the process.
+//
+// A text is cut at 8,191 bytes.
 #ifndef KEEL_COMMON_NLS_NLS_H
 #define KEEL_COMMON_NLS_NLS_H
 
@@ -17,77 +20,89 @@
 
 using nlsOutputFn = void (*)(const char *text);
 
-/// Where texts go. A null routine is replaced by the default writer, which shows them in the agent
-/// trace (class TR_NLS) and nowhere else.
+/// The routines that receive texts. A routine runs in the thread that asked for the text, with the
+/// repository's lock held, and may call this unit again; text is valid during the call only. For a
+/// null routine the default writer serves, which shows texts in the agent trace (class TR_NLS) and
+/// nowhere else. prompt, progress, log, trace and console are kept but not called by this unit.
 struct nlsOutputFns {
     nlsOutputFn message;     // nlprintf
     nlsOutputFn information; // nlMessage, by severity: everything below a warning
     nlsOutputFn warning;     // ... W
-    nlsOutputFn error;       // ... E and S, and what goes wrong in the repository itself
+    nlsOutputFn error;       // ... E and S, and failures of the repository itself
     nlsOutputFn prompt;
     nlsOutputFn progress;
     nlsOutputFn log;
-    nlsOutputFn trace; // what the repository says about its own steps
+    nlsOutputFn trace;
     nlsOutputFn console;
 };
 
-/// The program on whose behalf texts are read; the value decides which catalogue is meant.
+/// The program on whose behalf texts are read. Types 9 to 11 read the catalogue that nlinit names;
+/// any other type reads the storage client's "hoxclientV3.cat".
 using cliType_t = int;
 constexpr cliType_t cliTypeOracle = 9;
 
 struct nlsReturnInfo_t {
     int rc;
-    char path[1281]; // the repository last tried
+    char path[1281]; // the catalogue last tried; empty while none was
 };
 
-constexpr int NLS_RC_OPEN = 2; // the English catalogue cannot be opened
-constexpr int NLS_RC_NO_MEMORY = 102;
-constexpr int NLS_RC_ARGUMENT = 610; // an empty or over-long argument
+constexpr int NLS_RC_OPEN = 2;        // the English catalogue cannot be opened
+constexpr int NLS_RC_NO_MEMORY = 102; // there is no message object
+constexpr int NLS_RC_ARGUMENT = 610;  // an empty name, or an over-long or null argument
 
 class nlsObject_t;
 
-/// A flag of newNlsGlobalObject: the first start serves only until the settings are known. What it
-/// has to say about the host's language is said when a text is asked for in it, and not at all when
-/// nlterm comes first: the next start speaks for itself.
+/// A flag of newNlsGlobalObject: the first nlinit serves only until the settings are known. Its
+/// warning that the host's language cannot be served is held back until a text is asked for in that
+/// language, and dropped by nlterm, because the next nlinit warns again.
 constexpr int NLS_PROVISIONAL_START = 1;
 
-/// Creates the process's message object in place of an earlier one. fns may be null. Null when
-/// there is no memory.
+/// Creates the process's message object, not started, and destroys an earlier one first. fns is
+/// copied and may be null. Returns null when there is no memory; there is no object then. The
+/// object belongs to this unit until destroyNlsGlobalObject.
 nlsObject_t *newNlsGlobalObject(const nlsOutputFns *fns, int flags) noexcept;
+/// Closes the catalogues and frees the object; without one it does nothing.
 void destroyNlsGlobalObject() noexcept;
-/// In a forked child: gives the object up as it is, without touching or freeing it.
+/// In a forked child: forgets the parent's object without touching or freeing it, as another thread
+/// of the parent may have been changing it.
 void nlsForgetGlobalObject() noexcept;
+/// Returns the object or null. Nothing keeps it alive: another thread may destroy it.
 nlsObject_t *getNlsGlobalObjectHandle() noexcept;
 
 /// Replaces the error routine of the message object, if there is one; null brings back the default.
 void nlsSetErrorRoutine(nlsOutputFn error) noexcept;
 
-/// Opens the catalogues catalogDir/<language>/catalogName and sets the process's date, time and
-/// number formats. 0 at once when the object is started already; end it with nlterm first to start
-/// it anew. cacheLimit is the number of messages kept per language. info may be null.
+/// Starts the object: opens the catalogues catalogDir/<language>/catalogName and keeps up to
+/// cacheLimit messages of each language in memory. A missing local catalogue or converter is
+/// reported to the error routine, and English serves. When the object is started already it returns
+/// 0 and keeps its catalogues; call nlterm first to change them. The process's date, time and
+/// number formats are set in every case but an empty reposName. info may be null, else it receives
+/// the code and the path. Errors: NLS_RC_ARGUMENT, NLS_RC_NO_MEMORY, NLS_RC_OPEN; they start
+/// nothing, and leave nothing open that was not.
 int nlinit(const char *reposName, int cacheLimit, const char *catalogDir, cliType_t clientType,
            unsigned dateFormat, unsigned timeFormat, unsigned numberFormat, nlsReturnInfo_t *info,
            const char *catalogName) noexcept;
 
-/// Closes the catalogues and forgets the messages read.
+/// Closes the catalogues and forgets the messages read; the object stays and can be started again.
 void nlterm() noexcept;
 
-/// The repository's name on this platform, whatever the language: "velo.cat". out has room for
-/// 1,280 characters.
+/// Writes the repository's name on this platform, "velo.cat" for every language, to out, which has
+/// room for 1,280 characters.
 void psNlsGetReposName(char *out, const char *language) noexcept;
 
-/// Format a message in the user's language, or in English. out becomes a text that the caller gives
-/// back with utFree; the result is its length. Without a text out is null and the result 0.
-/// Arguments are passed in the order of the inserts' numbers, with exactly the types that the
-/// English source names. Amounts (the flag "'" there) are grouped by the number format of nlinit,
-/// and are plain digits in English, which programs read.
+/// Each formats a message, in the user's language or (Eng) in English. out becomes a text that the
+/// caller frees with utFree; the result is its length. A message without a text, or no memory,
+/// gives a null out and 0. Arguments are passed in the order of the inserts' numbers, with exactly
+/// the types that the English source names. Amounts (the flag "'" there) are grouped by the number
+/// format of nlinit, and are plain digits in English, which programs read.
 int nlsprintf(char *&out, int msgNum, ...) noexcept;
 int nlvsprintf(char *&out, int msgNum, va_list arguments) noexcept;
 int nlEngsprintf(char *&out, int msgNum, ...) noexcept;
 int nlEngvsprintf(char *&out, int msgNum, va_list arguments) noexcept;
 
-/// Format a message and hand it on: nlMessage to the routine for its severity, nlprintf to the
-/// message routine, nlfprintf to a stream. They return the length, 0 without a text.
+/// Each formats a message in the user's language and hands the text on: nlMessage to the routine
+/// for its severity, nlprintf to the message routine, nlfprintf to a stream (null: nowhere).
+/// Returns the length; 0 without a text, and when the stream does not take it.
 int nlMessage(int msgNum, ...) noexcept;
 int nlprintf(int msgNum, ...) noexcept;
 int nlfprintf(FILE *stream, int msgNum, ...) noexcept;
@@ -105,8 +120,8 @@ enum nlsSeverity : std::uint8_t {
     nlsSevL = 8
 };
 
-/// The severity code of a message; 6 while the repository is not started or when it has no such
-/// message, 255 when its lock cannot be released.
+/// Returns the severity code of a message: nlsSevError while the repository is not started or when
+/// it has no such message, 255 when the lock cannot be taken or released.
 std::uint8_t nlGetMsgSev(int msgNum) noexcept;
 
 #endif

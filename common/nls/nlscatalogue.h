@@ -1,11 +1,13 @@
-// One open message catalogue of the host's catopen kind.
+// One message catalogue, read through the host's catopen and catgets. Not locked: the repository's
+// lock guards every catalogue.
 #ifndef KEEL_COMMON_NLS_NLSCATALOGUE_H
 #define KEEL_COMMON_NLS_NLSCATALOGUE_H
 
 #include <nl_types.h>
 
-/// The file can be handed to the host's catalogue reader, which believes every number in it and
-/// would take the process down over a damaged one.
+/// Returns true when the file can be handed to the host's catalogue reader, which trusts every
+/// offset in it and would crash the process over a damaged one. False also for a file that cannot
+/// be read, is larger than 16 MiB, or finds no memory.
 bool nlsCatalogueSound(const char *path) noexcept;
 
 class nlsCatalogue_t
@@ -16,14 +18,15 @@ public:
     nlsCatalogue_t(const nlsCatalogue_t &) = delete;
     nlsCatalogue_t &operator=(const nlsCatalogue_t &) = delete;
 
-    /// Closes what was open. False, and nothing is open, when the file is missing or not sound, and
-    /// for a path without a slash, which the host would look for along its NLSPATH.
+    /// Closes what was open and opens path. Returns false, and nothing is open, when the file is
+    /// missing or not sound, and for a path without a slash, which the host would search for along
+    /// its NLSPATH.
     bool open(const char *path) noexcept;
     void close() noexcept;
     bool isOpen() const noexcept { return handle != closed(); }
 
-    /// The stored text of a message, or absent (the very pointer) when there is none. Good until
-    /// the catalogue is closed.
+    /// Returns the stored text of a message, valid until the catalogue is closed, or the pointer
+    /// absent itself when there is none or no catalogue is open.
     const char *get(int msgNum, const char *absent) const noexcept;
 
 private:

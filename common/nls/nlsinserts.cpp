@@ -99,7 +99,7 @@ void readArguments(Arguments &read, const char *types, va_list arguments) noexce
         const std::size_t length = rest.find(',');
         Argument &argument = read.list[read.count];
         if (!nlsParseConversion(rest.substr(0, length), argument.type))
-            return; // what would follow cannot be found any more
+            return; // without its type the place of every later argument is unknown
         rest.remove_prefix(length == std::string_view::npos ? rest.size() : length + 1);
         argument.width = argument.type.widthStar ? va_arg(arguments, int) : -1;
         argument.precision = argument.type.precisionStar ? va_arg(arguments, int) : -1;
@@ -125,7 +125,8 @@ void readArguments(Arguments &read, const char *types, va_list arguments) noexce
     }
 }
 
-// The conversion to hand to printf: always with explicit fields, and every number as a long long.
+// Builds the conversion for snprintf: width and precision always as asterisks, every integer as a
+// long long.
 void buildFormat(char (&format)[32], const nlsConversion &conversion, const char *longs) noexcept
 {
     stCopy(format, "%");
@@ -193,7 +194,7 @@ void printArgument(Output &out, const Argument &argument, const nlsConversion &a
 }
 #pragma GCC diagnostic pop
 
-// The format that the insert table gives for an argument; false when it gives none.
+// Finds the kind and format that the insert table gives for an argument; false when it gives none.
 bool findInsert(std::string_view table, std::size_t number, char &kind,
                 std::string_view &format) noexcept
 {

@@ -1,4 +1,4 @@
-// Placing arguments into a message's text.
+// Placing arguments into a message's text. No shared state; any thread.
 #ifndef KEEL_COMMON_NLS_NLSINSERTS_H
 #define KEEL_COMMON_NLS_NLSINSERTS_H
 
@@ -7,7 +7,7 @@
 #include <string_view>
 
 /// A printf-style conversion: %[flags][width][.precision][l|ll]letter, width and precision being
-/// numbers up to 999 or asterisks. The flag "'" (with d, i and u) is of an amount: its digits are
+/// numbers up to 999 or asterisks. The flag "'" (with d, i and u) marks an amount, whose digits are
 /// grouped as the number format says.
 struct nlsConversion {
     char flags[6]; // without "'"
@@ -20,24 +20,27 @@ struct nlsConversion {
     char letter;
 };
 
-/// False when the text is not exactly one such conversion with a letter of "cdeEfgGiopsuxX".
+/// Parses format into out. Returns false when the text is not exactly one such conversion with a
+/// letter of "cdeEfgGiopsuxX"; out may be partly set then.
 bool nlsParseConversion(std::string_view format, nlsConversion &out) noexcept;
 
-/// Both take the same arguments from an argument list: number of asterisks, size and kind agree.
+/// Returns true when both take the same arguments from an argument list: asterisks, size and kind
+/// agree.
 bool nlsSameArguments(const nlsConversion &a, const nlsConversion &b) noexcept;
 
-/// The letter that stands for a conversion's kind in an insert table: s, c, n, f or p.
+/// Returns the letter of a conversion's kind in an insert table: s text, c character, n integer, f
+/// floating point, p pointer.
 char nlsKindOf(const nlsConversion &conversion) noexcept;
 
-/// What arguments a message of that number takes, compiled in: its conversions in the order of the
-/// arguments, separated by commas ("%s,%llu"); null for a number that no source names.
+/// Returns what arguments the message takes, as compiled in: its conversions in the order of the
+/// arguments, separated by commas ("%s,%llu"). A constant; null for a number that no source names.
 const char *nlsArgumentTypes(int msgNum) noexcept;
 
-/// Writes text with its inserts placed to out, cut to size - 1 bytes and terminated, and returns
-/// the length. The first verbatim bytes are copied as they are. stored is the text, a NUL and the
-/// insert table. The argument list is read by types alone; whatever in the stored form does not
-/// agree with them, or is no insert of the message, shows as "?????". numberFormat (cutime.h) is
-/// that of amounts.
+/// Writes the text of a message with its inserts placed to out, cut silently to size - 1 bytes and
+/// terminated, and returns the length. The first verbatim bytes are copied without looking for
+/// inserts. stored is the text, a NUL and the insert table. The argument list is read by types
+/// alone (null: no arguments); an insert that does not agree with them shows as "?????".
+/// numberFormat (cutime.h) is that of amounts.
 std::size_t nlOrderInsert(char *out, std::size_t size, std::string_view stored,
                           std::size_t verbatim, const char *types, unsigned numberFormat,
                           va_list arguments) noexcept;

@@ -64,7 +64,7 @@ bool nlsConverter_t::open(const char *codeSet) noexcept
 {
     close();
     char target[80];
-    // "ae" for a letter with two dots is better than a question mark, where the host can do it.
+    // Where the host can transliterate, "ae" for an umlaut is better than a question mark.
     if (stCopy(target, codeSet) && stAppend(target, "//TRANSLIT"))
         handle = iconv_open(target, "UTF-8");
     if (handle == none())

@@ -1,4 +1,5 @@
-// Which catalogue directory serves the host's locale, and the conversion to its code set.
+// Which catalogue directory serves the host's locale, and the conversion to its code set. The
+// functions have no state; a converter is used by one thread at a time (the repository's lock).
 #ifndef KEEL_COMMON_NLS_NLSLANGUAGE_H
 #define KEEL_COMMON_NLS_NLSLANGUAGE_H
 
@@ -9,17 +10,18 @@
 constexpr std::size_t nlsLanguageSize = 64;
 constexpr const char *nlsEnglish = "EN_US";
 
-/// Writes the language of a locale's name, upper-cased, code set included: "DE_DE.UTF-8". No name,
-/// "C" in any code set, and a name that cannot be a directory's are English.
+/// Writes the language of a locale's name, upper-cased, code set included: "DE_DE.UTF-8". A null or
+/// empty name, "C" or "POSIX" in any code set, a name with a slash and one that is too long give
+/// nlsEnglish.
 void nlsLanguageOfLocale(const char *locale, char (&language)[nlsLanguageSize]) noexcept;
 
-/// What to try when there is no directory of that very name: the name without its code set and its
-/// modifier ("@euro"), with two letters spelled out by the table of languages, and American English
-/// for English of any country. False when a two-letter name is not in the table; fallback is
-/// English then.
+/// Writes the directory to try when there is none of the language's full name: the name without its
+/// code set and its modifier ("@euro"); for two letters the name that the table of languages gives;
+/// nlsEnglish for English of any country. Returns false when a two-letter name is not in the table;
+/// fallback is nlsEnglish then.
 bool nlsFallbackLanguage(const char *language, char (&fallback)[nlsLanguageSize]) noexcept;
 
-/// English of any country: the repository's own texts serve, and need no conversion.
+/// Returns true for English of any country, for which the English texts serve unconverted.
 bool nlsIsEnglish(std::string_view language) noexcept;
 
 /// Converts the repository's UTF-8 to the code set of the host's locale.
@@ -31,12 +33,14 @@ public:
     nlsConverter_t(const nlsConverter_t &) = delete;
     nlsConverter_t &operator=(const nlsConverter_t &) = delete;
 
-    /// False when this host cannot convert to that code set.
+    /// Closes an earlier conversion. Returns false, and nothing is open, when this host cannot
+    /// convert to that code set.
     bool open(const char *codeSet) noexcept;
     void close() noexcept;
 
-    /// Writes at most size bytes and returns how many; what the code set lacks becomes a question
-    /// mark. Not terminated.
+    /// Writes at most size bytes, not terminated, and returns the number written; what does not fit
+    /// is cut silently. A character that the code set lacks becomes a similar one where the host
+    /// knows one, else a question mark. Without an open conversion the text is copied as it is.
     std::size_t convert(char *out, std::size_t size, std::string_view text) noexcept;
 
 private:

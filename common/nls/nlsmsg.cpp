@@ -30,7 +30,7 @@ bool isDigit(char c) noexcept
     return c >= '0' && c <= '9';
 }
 
-// -1: refused, -2: no severity at all.
+// Returns the severity code of a letter, -1 for the letter that is refused, -2 for no severity.
 constexpr int refusedLetter = -1;
 int severityOf(char letter) noexcept
 {
@@ -60,8 +60,9 @@ int severityOf(char letter) noexcept
     }
 }
 
-// A text may say by a first byte of 0x10 that it has leading fields, and by bits of the second
-// byte which of them; a first byte of 1 says that it is binary and to be left alone.
+// Turns the pseudo-NULs of a stored text into NULs. A first byte of 0x10 says that the text has
+// leading fields, the bits of the second byte say which; a first byte of 1 marks a binary text,
+// which stays as it is.
 void ReplacePseudoNull(char *text, std::size_t length) noexcept
 {
     if (length == 0 || text[0] == 1)
@@ -75,7 +76,7 @@ void ReplacePseudoNull(char *text, std::size_t length) noexcept
             text[i] = '\0';
 }
 
-// Cuts the trailer off the stored text and copies it.
+// Copies the trailer of the stored text and returns the length of the text before it.
 std::size_t takeTrailer(std::string_view stored, char (&trailer)[17]) noexcept
 {
     std::memset(trailer, 0, sizeof trailer);
@@ -86,7 +87,7 @@ std::size_t takeTrailer(std::string_view stored, char (&trailer)[17]) noexcept
     return mark;
 }
 
-// Writes what is kept of the message: identifier and text converted, the insert table as it is.
+// Writes the text, converted, and the insert table, unconverted. Returns the length.
 std::size_t assemble(char *out, std::size_t size, std::string_view message,
                      nlsConverter_t *converter) noexcept
 {

@@ -1,4 +1,5 @@
-// One message as it is kept in memory, and the cache of the latest few.
+// One message as it is kept in memory, and the cache of the latest few. Not locked: the
+// repository's lock guards both.
 #ifndef KEEL_COMMON_NLS_NLSMSG_H
 #define KEEL_COMMON_NLS_NLSMSG_H
 
@@ -23,14 +24,18 @@ struct nlsMsg {
     std::string_view stored() noexcept { return {text(), length}; }
 };
 
+/// refused: the catalogue's text for a missing message (severity M). corrupted: no identifier, or
+/// more than 4,096 bytes.
 enum class nlsMsgResult { made, refused, corrupted, noMemory };
 
-/// Makes a message of what a catalogue holds. converter may be null; otherwise the text (but no
-/// insert) is converted. *out belongs to the caller, who gives it back with utFree.
+/// Makes a message of what a catalogue holds. converter may be null; otherwise the text, but
+/// not the insert table, is converted; the two together are cut at twice their stored length. With
+/// made, *out belongs to the caller, who frees it with utFree or hands it to a cache; with any
+/// other result it is null.
 nlsMsgResult nlsMakeMsg(std::uint16_t number, std::string_view stored, nlsConverter_t *converter,
                         nlsMsg **out) noexcept;
 
-/// True when texts of that severity carry their identifier.
+/// Returns true when texts of that severity carry their identifier: K, I, W, E and S.
 bool nlsKeepsIdentifier(std::uint8_t severity) noexcept;
 
 /// The latest messages, in a ring whose head is the most recently used one.
@@ -44,9 +49,11 @@ public:
 
     /// Sets the most messages kept, at least one, and forgets those kept so far.
     void setLimit(int messages) noexcept;
-    /// Null when the message is not kept.
+    /// Returns a message that the cache owns, valid until the next add, setLimit or clear; null
+    /// when the message is not kept.
     nlsMsg *find(std::uint16_t number) noexcept;
-    /// Takes the message over, in place of the least recently used one when the cache is full.
+    /// Takes ownership of a message that is not in the cache, and frees the least recently used one
+    /// when the cache is full.
     void add(nlsMsg *message) noexcept;
     void clear() noexcept;
 

@@ -1,7 +1,7 @@
 // The process's message object: catalogues, caches, language and output routines.
 //
-// Internal to the message repository; everybody else includes nls.h. All members are guarded by
-// the one repository lock, which the entry points in nls.cpp hold around every call.
+// Internal to the message repository; other units include nls.h. The caller holds the one
+// repository lock, which guards all members; the entry points in nls.cpp take it around every call.
 #ifndef KEEL_COMMON_NLS_NLSOBJECT_H
 #define KEEL_COMMON_NLS_NLSOBJECT_H
 
@@ -10,7 +10,7 @@
 #include "common/nls/nlslanguage.h"
 #include "common/nls/nlsmsg.h"
 
-/// What nlinit was given, checked.
+/// The checked arguments of nlinit. The texts need to live during initMsgSys only.
 struct nlsSetup {
     const char *directory;
     const char *file; // null: the storage client's own
@@ -24,20 +24,24 @@ class nlsObject_t
 public:
     explicit nlsObject_t(const nlsOutputFns *given) noexcept;
 
-    /// Opens the catalogues. 0, or NLS_RC_OPEN with nothing open.
+    /// Opens the catalogues of an object that is not started. Returns 0, or NLS_RC_OPEN with
+    /// nothing open when there is no English one. A language that cannot be served is reported, and
+    /// English serves.
     int initMsgSys(const nlsSetup &setup) noexcept;
+    /// Closes the catalogues, forgets the messages and a report that was held back.
     void stop() noexcept;
     bool isStarted() const noexcept { return initialised; }
 
-    /// The message in the language that the English flag names, or null. It is the cache's, good
-    /// until the next call.
+    /// Returns the message in the language that the flag `english` names, and clears the flag. The
+    /// cache owns the message; it is valid until the next call. Null when the message is missing or
+    /// damaged in English too, which is reported.
     nlsMsg *GetMsg(int msgNum) noexcept;
 
-    /// Hands a text about the repository itself to the error routine and to the trace. What goes
-    /// wrong while that routine runs only reaches the trace.
+    /// Hands a text about the repository itself to the error routine and to the trace, cut at 1,599
+    /// bytes. A report that is made while that routine runs reaches the trace only.
     void report(const char *format, ...) noexcept __attribute__((format(printf, 2, 3)));
 
-    /// The repository last tried.
+    /// The path of the catalogue last tried; "" before the first.
     const char *path() const noexcept { return reposPath; }
 
     nlsOutputFns fns;
@@ -69,7 +73,7 @@ private:
     char heldText[1600] = ""; // of a provisional start
 };
 
-/// The routine itself, or the default writer in place of a null one.
+/// Returns routine, or the default writer for a null one.
 nlsOutputFn nlsRoutine(nlsOutputFn routine) noexcept;
 
 #endif

@@ -1,14 +1,15 @@
 // Keeps a cancellation of the calling thread out of a call.
 //
 // A host may cancel its threads at any moment. Acted upon within one of our calls, a cancellation
-// would unwind through code that lets nothing past, which ends the process, and would leave behind
-// what the call holds. So it waits until the call is over.
+// would unwind through noexcept functions, which ends the process, and leave locks held. So the
+// cancellation stays pending until the call is over.
 #ifndef KEEL_COMMON_THRD_PSCANCEL_H
 #define KEEL_COMMON_THRD_PSCANCEL_H
 
 #include <pthread.h>
 
-/// For the length of a block. Nests.
+/// Disables cancellation of the calling thread for the length of a block and then restores what was
+/// set before. Nests.
 class psNoCancel
 {
 public:

@@ -13,10 +13,10 @@
 
 namespace
 {
-// A thread's name as an owner, given once and never again: the same for the only thread that a
-// forked child has, so that a lock held over fork stays the child's own, and another for each that
-// it makes. An address would not do: a new thread of the child gets the memory of one that the
-// parent had, and with it the locks of that one.
+// The calling thread's tag as an owner. No tag is given twice. The only thread of a forked child
+// keeps its tag, so that a lock held over fork stays held by it. An address would not do: a new
+// thread of the child may get the memory of a thread that the parent had, and with it that thread's
+// locks.
 std::uint64_t ownTag() noexcept
 {
     static std::atomic<std::uint64_t> last{0};
@@ -32,8 +32,8 @@ int psProcessMark::own() noexcept
     return static_cast<int>(getpid());
 }
 
-// False when nothing has to be renewed, or another thread has done it. A mark that the fork caught
-// in the middle is the negative of another process.
+// True when the caller must renew. False when nothing has to be renewed, or another thread has done
+// it. A mark whose renewal the fork interrupted is the negative of another process, and is claimed.
 bool psProcessMark::claim(int self) noexcept
 {
     int seen = process.load(std::memory_order_acquire);

@@ -58,7 +58,7 @@ bool isOpenUsable(int descriptor) noexcept
     return fstat(descriptor, &file) == 0 && isUsable(file);
 }
 
-// A device is told before it is opened, as the opening alone may do something to it.
+// Recognises a device before it is opened, as the open alone may act on it.
 bool mayBeOpened(const char *path) noexcept
 {
     struct stat file {
@@ -97,8 +97,8 @@ int openFollowing(const char *path, int openFlags, mode_t mode) noexcept
                                                                    : descriptor;
 }
 
-// What root makes in somebody's directory belongs to the owner of the directory, who could neither
-// write nor remove the content of a file of root's there.
+// Gives a file that root has made to the owner of its directory, who could neither read nor write a
+// file of root's there.
 void giveToOwnerOfDirectory(int descriptor, const char *path) noexcept
 {
     char directory[PATH_MAX];
@@ -114,7 +114,7 @@ void giveToOwnerOfDirectory(int descriptor, const char *path) noexcept
         (void)(fchown(descriptor, owner.st_uid, owner.st_gid) == 0);
 }
 
-// Only of a file that is new and ours may the owner be changed.
+// O_EXCL proves that the file is new and made here; the owner of any other one must not be changed.
 int openAsRoot(const char *path, int openFlags, mode_t mode) noexcept
 {
     const int made = openNow(path, openFlags | O_EXCL | O_NOFOLLOW, mode);
@@ -138,7 +138,7 @@ bool setWholeLock(int descriptor, short type) noexcept
     return rc == 0;
 }
 
-// The null device has nothing to empty.
+// True when the file is empty now; the null device always is.
 bool emptied(int descriptor) noexcept
 {
     struct stat file {
@@ -147,7 +147,8 @@ bool emptied(int descriptor) noexcept
            (!S_ISREG(file.st_mode) || file.st_size == 0 || ftruncate(descriptor, 0) == 0);
 }
 
-// Without the lock one write on an append-only descriptor still keeps the line whole.
+// Without the lock one write on an append-only descriptor still keeps the line whole. What a full
+// disk cuts stays: another process may have appended behind it.
 void appendUnlocked(int descriptor, const char *line, std::size_t length) noexcept
 {
     struct stat before {

@@ -1,9 +1,10 @@
-// Files of the host: opening them so that nothing leaks into its children, nothing can hang and
-// nothing takes the place of its standard streams; and appending whole lines to a log that several
-// processes write.
+// Files of the host: opening them so that no descriptor leaks into the host's children, no open can
+// hang, and no file takes the place of a standard stream; and appending whole lines to a log that
+// several processes write.
 //
-// Every descriptor that comes from here is above 2 and closes on exec. A host may have closed 0, 1
-// or 2; a file of ours in such a place would receive the host's next line of output.
+// Any thread may call any of these. What they open belongs to the caller, who closes it. Every
+// descriptor from here is above 2 and closes on exec: a host may have closed 0, 1 or 2, and a file
+// of ours in such a place would receive the host's next line of output. Nothing here syncs.
 #ifndef KEEL_COMMON_UNX_PSFILE_H
 #define KEEL_COMMON_UNX_PSFILE_H
 
@@ -11,52 +12,58 @@
 #include <cstdio>
 #include <sys/types.h>
 
-/// Opens a file as fopen does, close-on-exec and created with mode 0600. Null with errno set when
-/// it cannot be opened. Only regular files and the null device open: a pipe could wait for its
-/// other end, a device could do anything. For writing, a link is followed only when it belongs to
-/// root or to the user of the process, so that nobody else can prepare one that leads to a file of
-/// the host; for reading, any link is. Nothing is emptied before it is known to be a file.
-/// What the line reader wants to know of the file's encoding comes back in encoding (0: bytes as
-/// they are) and flags (0); either may be null. What root makes in another user's directory belongs
-/// to that user, whose programs write there, too.
+/// Opens a file with a mode of fopen ("r", "w", "a", with "+"); a new file gets mode 0600. Returns
+/// null with errno set when it cannot be opened. Only regular files and the null device are opened:
+/// a pipe could wait for its other end, and opening a device may act on it. For writing, a link is
+/// followed only when it belongs to root or to the effective user, so that no other user can
+/// prepare one that leads to a file of the host; for reading, any link is followed. A file is
+/// emptied only after these checks. What root creates in another user's directory is given to that
+/// user, whose programs write there too. encoding and flags, which may be null, receive what the
+/// line reader asks for: 0 and 0, the bytes as they are.
 FILE *psFileOpen(const char *path, const char *mode, int *encoding, int *flags) noexcept;
 
-/// The same with the flags of open(2), for callers that want a descriptor; -1 with errno set. With
-/// O_NOFOLLOW no link is followed. mode is what a new file gets.
+/// As psFileOpen, with the flags of open(2) and the mode of a new file. Returns a descriptor, or -1
+/// with errno set. With O_NOFOLLOW no link is followed.
 int psFileOpenDescriptor(const char *path, int openFlags, mode_t mode = 0600) noexcept;
 
-/// The directory, for fchmodat and the like; -1 with errno set.
+/// Opens a directory for reading, for fchmodat and the like, and follows links. Returns -1 with
+/// errno set on failure.
 int psFileOpenDirectory(const char *path) noexcept;
 
-/// Moves a descriptor above 2, as a close-on-exec copy in place of it, which is closed. -1 with
-/// errno set when there is no room, and it is closed then, too. Others come back as they are.
+/// Replaces a descriptor of 0 to 2 by a close-on-exec copy above 2 and closes the old one. Returns
+/// the copy, or -1 with errno set when there is no free number; the old one is closed then too. A
+/// negative descriptor and one above 2 are returned unchanged.
 int psFileAboveStandard(int descriptor) noexcept;
 
-/// A new file from a template that ends in XXXXXX, which its name replaces; -1 with errno set.
+/// Creates a new file with mode 0600 from a template that ends in XXXXXX, and writes its name over
+/// the template. Returns -1 with errno set on failure.
 int psFileTemporary(char *path) noexcept;
 
-/// A pipe, [0] to read from. False with errno set, and nothing is open.
+/// Makes a pipe; ends[0] is to be read from. Returns false with errno set, and nothing is open.
 bool psPipe(int ends[2]) noexcept;
 
-/// 1 when path names a directory in which the process may create files, else 0. The effective user
-/// counts, as it does when a file is created: a database's programs may be set-user-ID.
+/// Returns 1 when path names a directory in which the process may create files, else 0. The
+/// effective user counts, as it does when a file is created: a database's programs may be
+/// set-user-ID.
 int psFileWritableDir(const char *path) noexcept;
 
-/// 1 when length more bytes at position stay within the process's file size limit.
+/// Returns 1 when length more bytes at position stay within the process's file size limit, else 0.
 int psFileWithinLimit(off_t position, std::size_t length) noexcept;
 
-/// Locks the whole file against other processes (type F_WRLCK), trying for about a second: a
-/// holder that is stopped or hangs must not hold up the host. 0 or errno; EAGAIN when the lock is
-/// held elsewhere all that time.
+/// Locks the whole file against other processes (fcntl, F_WRLCK), trying for about a second: a
+/// holder that is stopped or hangs must not hold up the host. Returns 0 or an errno value; EAGAIN
+/// when another process held the lock all that time. The lock does not hold against threads of this
+/// process, and closing any descriptor of the file releases it: the caller holds a mutex as well.
 int psFileLock(int descriptor) noexcept;
+/// Releases the lock; without one it does nothing.
 void psFileUnlock(int descriptor) noexcept;
 
-/// Appends length bytes, a whole line with its newline, in one write under a lock on the whole
-/// file (which other processes that append take as well) and a mutex (because that lock does not
-/// hold against threads of the same process). While another process keeps the lock for longer than
-/// psFileLock tries, the line is appended without it. The file is created with mode 0600. A line
-/// that does not fit on the disk is taken back. Says nothing when it fails: it is itself what
-/// errors are reported through. An empty path does nothing.
+/// Appends length bytes, a whole line with its newline, under psFileLock (which other processes
+/// that append take as well) and a mutex of its own. When another process keeps the lock for longer
+/// than psFileLock tries, the line is appended without it. A new file gets mode 0600. A line that
+/// the disk or the file size limit cuts is taken back, unless the lock was missing: then a part may
+/// stay. The line is lost silently when the file does not open or cannot be locked at all, because
+/// errors are themselves reported through this call. Keeps errno. An empty path does nothing.
 void psAppendLocked(const char *path, const char *line, std::size_t length) noexcept;
 
 #endif

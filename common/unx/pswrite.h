@@ -1,6 +1,6 @@
-// Writing on behalf of a host: no write of this library may end the process that it is a guest in.
+// Writing on behalf of a host: no write of this library may end the host's process by a signal.
 //
-// Every writer of libobk.so goes through here; scripts/check-writers holds the tree to that.
+// Every writer of libobk.so uses this unit; scripts/check-writers checks that. Any thread may call.
 #ifndef KEEL_COMMON_UNX_PSWRITE_H
 #define KEEL_COMMON_UNX_PSWRITE_H
 
@@ -8,10 +8,10 @@
 #include <cstddef>
 #include <sys/types.h>
 
-/// Holds back, in the calling thread and for the length of a block, the two signals that a write
-/// raises: SIGXFSZ at the limit on the size of files, SIGPIPE when nobody reads any more. The write
-/// then fails with EFBIG or EPIPE. A signal that was raised meanwhile is taken away; one that was
-/// pending before stays pending. errno survives the end of the block. Nests.
+/// Blocks, in the calling thread and for the length of a block, the two signals that a write
+/// raises: SIGXFSZ at the limit on the size of files, SIGPIPE when the reader has closed the pipe.
+/// The write then fails with EFBIG or EPIPE. A signal that was raised meanwhile is discarded; one
+/// that was pending before stays pending. The end of the block keeps errno. Nests.
 class psWriteGuard
 {
 public:
@@ -26,15 +26,16 @@ private:
     bool held;
 };
 
-/// Writes all length bytes at the descriptor's own position, or at a position of the file. Returns
-/// false with errno set otherwise; a part of the bytes may be written then. Holds the two signals
-/// back itself.
+/// Both write all length bytes, at the descriptor's position or at position `at` of the file, and
+/// return true; a short write is continued. They return false with errno set on failure; a part of
+/// the bytes may be written then. Each blocks the two signals itself; nothing is synced.
 bool psWriteAll(int descriptor, const void *data, std::size_t length) noexcept;
 bool psWriteAllAt(int descriptor, const void *data, std::size_t length, off_t at) noexcept;
 
 /// Appends length bytes to a file that was opened for appending, whole or not at all: what a full
-/// disk or the limit on the size of files cuts is taken back. Returns false with errno set then.
-/// Only for a file that no other process or thread appends to meanwhile.
+/// disk or the limit on the size of files cuts is taken back by truncating the file to its former
+/// size. Returns false with errno set then. The caller holds a lock that keeps every other process
+/// and thread from appending meanwhile; their lines would be cut off too.
 bool psAppendWhole(int descriptor, const void *data, std::size_t length) noexcept;
 
 #endif

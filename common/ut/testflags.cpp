@@ -8,7 +8,8 @@
 namespace
 {
 // The flags one after the other, each a name and a value with their terminators, and an empty name
-// at the end. Flags are few and asked for seldom.
+// at the end. Flags are few and rarely looked up, so a linear search will do. flagsMutex guards the
+// array, but not the readers of a value that trTestFlag has handed out.
 constexpr std::size_t capacity = 1024;
 constinit psMutex_t flagsMutex;
 constinit char flagTexts[capacity] = "";

@@ -27,8 +27,8 @@ constexpr std::size_t statementSize = 5182;
 constexpr std::size_t decorationSize = 256;
 constexpr unsigned largestSegment = 1000; // megabytes, unless the administrator says otherwise
 
-// Everything below is guarded by traceMutex, which is taken last: nothing but the console routine
-// is called while it is held.
+// traceMutex guards everything below. It is the last mutex to be taken: while it is held no other
+// one is, except by the console routine.
 constinit psMutex_t traceMutex;
 constinit traceFile_t traceFile;
 constinit bool begun = false;
@@ -42,9 +42,9 @@ constexpr std::array<const char *, 13> clientTags = {
     "[ctCLSpaceMGT]", "[ctDICAD     ]", "[ctDIWebClien]", "[ctJBBDaemon ]", "[ctUtlAppl   ]",
     "[ctCLUtlAppl ]", "[ctGUIUtlAppl]", "[ctDIJavaGUI ]"};
 
-// A statement may stand in the middle of someone's error handling, and in a thread that the host
-// cancels: errno is kept, and cancellation waits until no lock is held any more. (An unwinding
-// that meets a noexcept function would even end the host.)
+// A statement may stand in the middle of the caller's error handling, and in a thread that the host
+// cancels: errno is kept, and cancellation waits until no lock is held. (Unwinding into a noexcept
+// function would end the host.)
 class Undisturbed
 {
 public:
@@ -144,7 +144,7 @@ void writeLine(Line &line) noexcept
     tellConsole("Unable to write to trace file ", ". Tracing disabled.");
 }
 
-// For lines of the trace's own. The lock is held.
+// Writes a line of the trace itself. The lock is held.
 __attribute__((format(printf, 1, 2))) void say(const char *format, ...) noexcept
 {
     Line line;
@@ -190,7 +190,7 @@ unsigned trBegin(const char *fileName, int writeBegun) noexcept
         tellConsole("Unable to open trace output file ", "");
         return rc;
     }
-    if (traceFile.wraps()) // lines of a wrapped file are told apart by their times
+    if (traceFile.wraps()) // in a wrapped file only the times show which line is newer
         trMask |= std::uint64_t{1} << TR_TIMESTAMP | std::uint64_t{1} << TR_PREFIX;
     sayWhereTo();
     if (writeBegun != 0 && !begun) {

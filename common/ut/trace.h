@@ -1,9 +1,11 @@
-// The agent trace: detailed lines for the people who look for a fault, off unless the option file
-// names a trace file, and then selected by class.
+// The agent trace: detailed lines for finding faults, off unless the option file names a trace
+// file, and then selected by class.
 //
 // A statement costs one relaxed atomic load while its class is off. Trace calls never fail their
-// caller, never change errno and never print on the host's console unless the administrator named
-// STDOUT, STDERR or CONSOLE as the trace file. Any thread may write.
+// caller, never change errno and write to the host's standard streams only when the administrator
+// named STDOUT, STDERR or CONSOLE as the trace file. Any thread may make any call; each takes the
+// trace's lock itself. When a line cannot be written whole, the trace ends itself: the file is
+// closed, every class is off, and the console routine is told.
 #ifndef KEEL_COMMON_UT_TRACE_H
 #define KEEL_COMMON_UT_TRACE_H
 
@@ -20,7 +22,7 @@ enum trClass : unsigned {
     TR_NLS, // message repository
     TR_EXTRC_DETAIL,
     TR_API,       // calls of the storage client
-    TR_PERFORM,   // and the time they took
+    TR_PERFORM,   // the time that those calls took
     TR_MEMORY,    // memory taken and released
     TR_TIMESTAMP, // from here on: what decorates each line
     TR_PID,
@@ -30,9 +32,10 @@ enum trClass : unsigned {
     TR_CLASSES
 };
 
-/// One bit for each class that is on.
+/// One bit for each class that is on, 1 << class. Changed by the calls below only.
 extern std::atomic<std::uint64_t> trMask;
 
+/// Returns true when the class is on.
 inline bool trTest(trClass which) noexcept
 {
     return (trMask.load(std::memory_order_relaxed) >> which & 1U) != 0;
@@ -40,49 +43,56 @@ inline bool trTest(trClass which) noexcept
 
 constexpr unsigned TR_RC_NAME = 406; // no file name, or longer than 260 characters
 constexpr unsigned TR_RC_FLAG = 419; // an unknown trace flag
-constexpr unsigned TR_RC_OPEN = 426; // the trace file cannot be opened
+constexpr unsigned TR_RC_OPEN = 426; // the trace file cannot be opened or written
 
-/// Starts the trace to a file, or to STDOUT, STDERR or CONSOLE (in any case), and writes the "Trace
-/// begun" lines the first time when writeBegun is not 0. 0 or one of the codes above; tracing is
-/// off then.
+/// Closes an earlier trace file and starts the trace to a file, or to STDOUT, STDERR or CONSOLE (in
+/// any case); writes the "Trace begun" lines when writeBegun is not 0 and no earlier call since
+/// trEnd wrote them. A file that wraps switches TR_TIMESTAMP and TR_PREFIX on. Returns 0 or one of
+/// the codes above; then no file is open and every class is off.
 unsigned trBegin(const char *fileName, int writeBegun) noexcept;
 
-/// Ends the trace, closes its file and forgets every class and size.
+/// Ends the trace, closes its file, switches every class off and forgets the sizes.
 void trEnd() noexcept;
 
-/// The same in a forked child, where another thread of the parent may have been in the middle of a
-/// line: the file is left open, as its state cannot be trusted.
+/// As trEnd, for a forked child: another thread of the parent may have been in the middle of a
+/// line, so the parent's file is left open and untouched.
 void trForget() noexcept;
 
-/// True while lines go somewhere.
+/// Returns true while a trace file or stream is open.
 bool trActive() noexcept;
 
-/// Switches classes on or off: blank-separated names, in any case, with or without TR_. An unknown
-/// name is reported in the trace and gives TR_RC_FLAG; the others still count.
+/// Switches classes on or off: names separated by blanks, tabs or commas, in any case, with or
+/// without TR_. Returns 0. An unknown name is reported in the trace and gives TR_RC_FLAG; the
+/// others still count.
 unsigned trEnable(const char *flags, int on) noexcept;
 
-/// How far the file may grow before it wraps, in MB, 0 for ever; and the size of the segments that
-/// it is kept in, 0 for one file. Both hold for the next trBegin and return 0.
+/// Set, for the next trBegin, how far the trace may grow before it wraps, in MiB (0: without end),
+/// and the size of the segments that it is kept in (0: one file; above 1,000 MiB in all, segments
+/// of 1,000). Both return 0.
 unsigned trSetMaxTraceSize(unsigned megabytes) noexcept;
 unsigned trSetMaxTraceSegSize(unsigned megabytes) noexcept;
 
-/// What the class TR_CLIENTTYPE shows.
+/// Sets the program type that the class TR_CLIENTTYPE shows, 0 to 12.
 void trSetClientType(int clientType) noexcept;
 
-/// Where lines for CONSOLE go; without one, to standard error.
+/// Sets the routine for the lines of a trace to CONSOLE, from the next trBegin on, and for the
+/// notice that a trace could not be opened or written. It is called with the trace's lock held, in
+/// the thread that writes. Without one (null) a trace to CONSOLE goes to standard error, and no
+/// notice is given.
 using trConsoleFn = void (*)(const char *text);
 void trSetConsole(trConsoleFn console) noexcept;
 
-/// Test flags: blank-separated NAME or NAME=VALUE, names in any case. Forgets the earlier ones.
-/// Independent of the trace: they hold without a trace file. 0, or TR_RC_FLAG when some did not fit
-/// (1,024 characters in all).
+/// Replaces the test flags: NAME or NAME=VALUE, separated by white space, names in any case. They
+/// are independent of the trace and hold without a trace file. Returns 0, or TR_RC_FLAG when some
+/// did not fit (1,024 characters in all) or lacked a name; the others still count.
 unsigned trTestEnable(const char *flags) noexcept;
 
-/// True when the flag was given; *value (which may be null) is then its value or "", good until the
-/// next trTestEnable.
+/// Returns true when the flag was given; *value (value may be null) is then its value or "". That
+/// text belongs to this unit and is overwritten by the next trTestEnable, in whatever thread.
 bool trTestFlag(const char *name, const char **value) noexcept;
 
-/// One statement. The text is cut at 5,181 characters.
+/// One statement. write() cuts the text, with its source prefix, at 5,181 characters and adds no
+/// line end. It writes whatever classes are on; KEEL_TRACE tests the class first.
 class KEELCTraceStatement
 {
 public:

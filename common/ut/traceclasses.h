@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <string_view>
 
-/// The bits of the class, or of all classes of the aggregate, of that name; 0 for an unknown one.
-/// Case does not matter, nor does a leading TR_.
+/// Returns the bits of the class, or of all classes of the aggregate, of that name; 0 for an
+/// unknown name. Case does not matter, nor does a leading TR_.
 std::uint64_t trClassBits(std::string_view name) noexcept;
 
 #endif

@@ -1,4 +1,4 @@
-// Where the agent trace goes.
+// The destination of the agent trace.
 #include "common/ut/tracefile.h"
 
 #include "common/string/ststring.h"

@@ -1,6 +1,6 @@
-// Where the agent trace goes: a file, one of the host's streams, or the console routine.
+// The destination of the agent trace: a file, one of the host's streams, or the console routine.
 //
-// Internal to the trace and guarded by its lock.
+// Internal to the trace; the caller holds the trace's lock.
 #ifndef KEEL_COMMON_UT_TRACEFILE_H
 #define KEEL_COMMON_UT_TRACEFILE_H
 
@@ -14,17 +14,20 @@ class traceFile_t
 public:
     constexpr traceFile_t() noexcept = default;
 
-    /// 0, TR_RC_NAME or TR_RC_OPEN.
+    /// Closes what was open and opens the destination of that name; console may be null. Returns 0,
+    /// or TR_RC_NAME or TR_RC_OPEN with nothing open.
     unsigned open(const char *name, const traceLimits_t &limits, trConsoleFn console) noexcept;
     bool isOpen() const noexcept { return kind != Kind::none; }
     bool wraps() const noexcept { return kind == Kind::wrapping; }
+    /// The name last given to open, cut at 260 characters; it stays after close.
     const char *name() const noexcept { return fileName; }
 
     /// Writes a line of length characters, behind which the buffer has room for traceEndMarker and
-    /// a terminator; both may be written there. False when it could not be written whole.
+    /// a terminator; both may be written there. Returns false when the line could not be written
+    /// whole; a part of it may be in the file. With nothing open it returns true.
     bool write(char *line, std::size_t length) noexcept;
     void close() noexcept;
-    /// As close, but what is open stays open.
+    /// As close, but leaves the descriptor open, for a forked child.
     void forget() noexcept;
 
 private:

@@ -1,6 +1,6 @@
 // A trace file that never grows past a maximum.
 //
-// The first line says where to go on:
+// The first line says where the next line is to be written:
 //
 //    0..11  "ARCA Trace" padded with blanks
 //   12..23  the position of the next line, decimal, left-aligned; 123456789012 while the file is
@@ -13,10 +13,12 @@
 //
 // What must stay true:
 // 1. A file that is not empty and does not begin with the tag is none of ours and is never changed.
-// 2. A file of ours is begun anew only when its header is bad, because other channels may be
-//    writing to it, or when the segment before it is full.
-// 3. How far a file may grow is what its header says. Every process obeys it, whatever its own
-//    maximum, and only the maximum of a single file is ever raised.
+// 2. A file of ours is emptied only when its header is bad or when the segment before it is full,
+//    because other channels may be writing to it.
+// 3. The header's maximum bounds the file for every process, whatever the process's own maximum.
+//    Only the maximum of a single file is ever raised; none is lowered.
+// 4. Header, line and position are read and written under the lock of the file. The line is written
+//    before its position is recorded, so a crash between the two leaves the old position.
 #include "common/ut/tracewrap.h"
 
 #include "common/unx/psfile.h"
@@ -146,7 +148,8 @@ void traceWrap_t::close() noexcept
     descriptor = -1;
 }
 
-// Opens a segment in place of the one open now, whose lock goes with it.
+// Opens a segment in place of the present one, whose lock is released by its closing. On failure
+// the present one stays open.
 bool traceWrap_t::openSegment(unsigned number) noexcept
 {
     char path[300];
@@ -168,7 +171,8 @@ bool traceWrap_t::openSegment(unsigned number) noexcept
     return true;
 }
 
-// Takes over the maximum that the header records. False for one that no process can have written.
+// Adopts the maximum that the header records. False for a maximum that no process can have written,
+// and for a file larger than it.
 bool traceWrap_t::adopt(std::uint64_t maximum, off_t size) noexcept
 {
     traceLimits_t recorded = limits;
@@ -265,8 +269,8 @@ bool traceWrap_t::findCurrentSegment(off_t &dataStart, off_t &position) noexcept
     return lockFile(descriptor) && locate(dataStart, position);
 }
 
-// Leaves the segment that is full for the next one, which is begun anew. The full one stays locked
-// until then, so that no other process follows into a segment that is still the old one.
+// Leaves the full segment for the next one, which is emptied. The full one stays locked until then,
+// so that no other process follows into the next segment while that still holds its old lines.
 bool traceWrap_t::advance(off_t position, off_t &newPosition) noexcept
 {
     const unsigned full = segment;
@@ -288,7 +292,8 @@ bool traceWrap_t::advance(off_t position, off_t &newPosition) noexcept
     return good;
 }
 
-// What lies behind the old end is older than all that is left, so it goes.
+// Makes room for a line at the start of the data, or in the next segment. What lies behind the end
+// of a single file is older than all other lines, so it is cut off.
 bool traceWrap_t::makeRoom(off_t dataStart, off_t &position) noexcept
 {
     if (limits.segments() > 1)
@@ -307,7 +312,7 @@ bool traceWrap_t::writeLocked(const char *line, std::size_t length) noexcept
     if (!findCurrentSegment(dataStart, position))
         return false;
     const std::size_t text = length - traceEndLength;
-    // A position that leaves no room for the words at the end is none of ours.
+    // A position that leaves no room for the continuation text was not recorded by this code.
     position = std::min(position, static_cast<off_t>(limits.bytes(segment) - longestContinued));
     if (static_cast<std::uint64_t>(position) + text + longestContinued > limits.bytes(segment) &&
         !makeRoom(dataStart, position))

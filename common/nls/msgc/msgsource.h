@@ -4,10 +4,11 @@
 //   $prefix RBQ
 //   $language EN_US
 //   2503E The backup piece "%1$s" exists already.
-//         A line that begins with a blank goes on with the text before it.
+//         A line that begins with a blank continues the text before it.
 //
-// A text has one line per sentence if need be; the pieces are joined by one blank. Inserts are
-// %ARGUMENT$CONVERSION, "%%" is a percent sign, "\n" a new line and "\\" a backslash.
+// Continued lines are joined by one blank. Inserts are %ARGUMENT$CONVERSION, with arguments 1 to 32
+// and all of them shown; "%%" is a percent sign, "\n" a new line and "\\" a backslash. Numbers are
+// 1 to 32767, texts at most 3,500 bytes of UTF-8. Used by the build only.
 #ifndef KEEL_COMMON_NLS_MSGC_MSGSOURCE_H
 #define KEEL_COMMON_NLS_MSGC_MSGSOURCE_H
 
@@ -29,15 +30,17 @@ struct MessageSource {
     std::map<unsigned, MessageText> messages;
 };
 
-/// What is wrong with a source, with file and line in front.
+/// Says what is wrong with a source: the file comes first, then the line where there is one.
 struct SourceError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-/// Reads and checks a source by itself. Throws SourceError.
+/// Reads a source and checks it without reference to any other. Throws SourceError at the first
+/// fault, also when the file cannot be opened.
 MessageSource readMessageSource(const std::string &path);
 
-/// Throws unless a translation has the same numbers, severities and inserts as the English source.
+/// Throws SourceError unless the translation has the prefix of the English source and the same
+/// numbers, severities and inserts.
 void compareWithEnglish(const MessageSource &english, const MessageSource &translation);
 
 #endif
