@@ -23,23 +23,31 @@
  *
  *   A call out of this order returns HOX_RC_BAD_CALL_SEQUENCE and changes nothing; a handle that is
  *   zero, or whose session ended, returns HOX_RC_BAD_HANDLE and changes nothing. hoxRCMsg,
- *   hoxRCMsgEx, hoxQueryApiVersion and hoxQueryApiVersionEx work at any time, before hoxSetUp too,
- *   and with handle 0.
+ *   hoxRCMsgEx, hoxQueryApiVersion, hoxQueryApiVersionEx and the block cipher work at any time,
+ *   before hoxSetUp too; the first two with handle 0 as well.
  *
  * RETURN CODES
  *   Every operation returns a HOX_RC_ value, 0 for success, unless its comment says otherwise.
  *   hoxRCMsg gives the text of any code. HOX_RC_CHECK_REASON says that the reason output holds the
- *   code of the cause.
+ *   code of the cause. Besides the errors that a comment names, every operation may return
+ *   HOX_RC_NULL_ARGUMENT, HOX_RC_BAD_VERSION, HOX_RC_BAD_ARGUMENT, HOX_RC_NO_MEMORY and
+ *   HOX_RC_INTERNAL, and one that reads or writes the repository HOX_RC_REPOSITORY_IO, _FULL,
+ *   _READ_ONLY and _DAMAGED and HOX_RC_ACCESS_DENIED (the operating system refuses). In a session
+ *   for another node's objects, what would change objects, filespaces, groups, classes or access
+ *   rules returns HOX_RC_ACCESS_DENIED. A failure is only returned, unless its comment says that
+ *   the local log has it.
  *
  * THREADS
  *   One session is used by one thread at a time; different sessions may be used by different
- *   threads at the same time. hoxSetUp and hoxCleanUp must not run beside any other operation.
+ *   threads at the same time. Calls of several threads on one session run one after the other.
+ *   hoxSetUp and hoxCleanUp must not run beside any other operation.
  *   In a forked child the handles of its parent return HOX_RC_BAD_HANDLE and do nothing; what they
  *   stand for, its files, locks and threads, stays the parent's. The child may start sessions.
  *
  * OWNERSHIP
- *   Whoever allocates frees. The library keeps no pointer that it was given beyond the call
- *   (hoxSetUp and hoxInitEx copy what they need), and hands out none.
+ *   The caller owns every buffer and record. The library keeps no pointer that it was given beyond
+ *   the call (hoxSetUp and hoxInitEx copy what they need), but for the progress function of a query,
+ *   which is called until hoxEndQuery; it hands out no memory of its own.
  *
  * RECORDS
  *   Each record begins with stVersion, filled in by the caller with the version named beside the
@@ -87,7 +95,7 @@ extern "C" {
 
 #define HOX_RC_RETRY_SESSION (-50) /* the repository is busy: start the session again */
 #define HOX_RC_OK 0
-#define HOX_RC_NO_MATCH 2            /* the query matched nothing */
+#define HOX_RC_NO_MATCH 2            /* the query matches nothing */
 #define HOX_RC_NODE_NAME_TOO_LONG 23 /* a node name of more than 64 characters */
 #define HOX_RC_NO_MEMORY 102
 #define HOX_RC_INVALID_BLOCK_ID 110 /* the process has no entry in the application's table */
@@ -95,7 +103,7 @@ extern "C" {
 #define HOX_RC_FS_UNKNOWN 124       /* the filespace was never registered */
 #define HOX_RC_AUTH_FAILURE 137     /* node unknown to the repository, or wrong password */
 #define HOX_RC_WILL_ABORT 157       /* the transaction cannot be committed any more */
-#define HOX_RC_NO_PASS_FILE 168     /* the password that should be kept is not there */
+#define HOX_RC_NO_PASS_FILE 168     /* the client should keep the password, and has none */
 #define HOX_RC_NULL_ARGUMENT 2001
 #define HOX_RC_BAD_HANDLE 2002
 #define HOX_RC_BAD_CALL_SEQUENCE 2003
@@ -156,8 +164,8 @@ typedef struct hoxObjName {
 
 #define HOX_OBJ_FILE 1
 
-/* A buffer that travels. bufferLen: its size in bytes; numBytes: how many the library took or
- * filled. */
+/* A buffer of the caller's. bufferLen: its size in bytes; numBytes: how many of them the library
+ * took or filled, 0 after a failure. */
 #define HOX_DATABLK_VERSION 3
 typedef struct DataBlk {
     uint16_t stVersion;
@@ -183,16 +191,16 @@ typedef struct hoxApiVersionEx {
     uint16_t subLevel;
 } hoxApiVersionEx;
 
-/* Where the client finds its files. Empty texts mean the installed defaults. */
+/* Where the client finds its files. */
 #define HOX_ENVSETUP_VERSION 4
 typedef struct envSetUp {
     uint16_t stVersion;
-    char hoxiDir[HOX_MAX_PATH + 1];    /* directory of the client: catalogues, arca.opt */
+    char hoxiDir[HOX_MAX_PATH + 1];    /* directory of the client; empty: the installed one */
     char hoxiConfig[HOX_MAX_PATH + 1]; /* option file; empty: hoxiDir "/arca.opt" */
-    char hoxiLog[HOX_MAX_PATH + 1];    /* directory of the local log */
-    char **argv;                       /* null, or one element: the name the application goes by */
-    char logName[HOX_MAX_PATH + 1];    /* file name of the local log in hoxiLog */
-    int32_t inclExclCaseSensitive;     /* 0: no */
+    char hoxiLog[HOX_MAX_PATH + 1];    /* directory of the local log; empty: hoxiDir */
+    char **argv;                       /* null, or one element: the application's name; not read */
+    char logName[HOX_MAX_PATH + 1];    /* file of the local log in it; empty: veloerror.log */
+    int32_t inclExclCaseSensitive;     /* 0: no; not read */
 } envSetUp;
 
 #define HOX_PASSWORDACCESS_PROMPT 0   /* the application supplies the password */
@@ -207,23 +215,25 @@ typedef struct optStruct {
     int16_t commMethod;                   /* 1: a directory of this host */
     char serverAddress[HOX_MAX_PATH + 1]; /* its address, as the option REPOSITORY has it */
     char nodeName[HOX_MAX_NODE_NAME + 1];
-    uint8_t compression;
-    uint8_t compressAlways;
+    uint8_t compression;    /* always 0 */
+    uint8_t compressAlways; /* always 0 */
     uint8_t passwordAccess; /* HOX_PASSWORDACCESS_ */
 } optStruct;
 
 /*
  * Reads the option file and makes the process ready for sessions. A set-up over an earlier one
  * first ends every session of the earlier one. multithread: 1 when sessions will be used by several
- * threads. Starts no thread. HOX_RC_NULL_ARGUMENT and HOX_RC_BAD_VERSION change nothing; after any
- * other failure nothing is set up, the earlier set-up neither: HOX_RC_BAD_OPTION_FILE (hoxRCMsg
- * names file and line), HOX_RC_NO_MEMORY.
+ * threads; the client allows that with either value. Starts no thread. HOX_RC_NULL_ARGUMENT and
+ * HOX_RC_BAD_VERSION change nothing; after any other failure nothing is set up, and the earlier
+ * set-up has ended: HOX_RC_BAD_OPTION_FILE (hoxRCMsg names file and line), HOX_RC_BAD_ARGUMENT (a
+ * text without terminator), HOX_RC_NO_MEMORY.
  */
 int16_t hoxSetUp(int multithread, const envSetUp *env);
 
 /*
  * Ends every session, aborting what is open, joins every thread and forgets the set-up. Harmless
- * without a set-up. Returns 0.
+ * without a set-up. Returns 0. Events that could not be published are lost, and the local log says
+ * so.
  */
 int16_t hoxCleanUp(int multithread);
 
@@ -235,7 +245,8 @@ void hoxQueryApiVersion(hoxApiVersion *version);
  * record is ignored. */
 void hoxQueryApiVersionEx(hoxApiVersionEx *version);
 
-/* The options of the option file. HOX_RC_NOT_SET_UP before hoxSetUp. */
+/* Fills in the options of the option file. On failure the record is unchanged. HOX_RC_NOT_SET_UP
+ * before hoxSetUp; HOX_RC_BAD_OPTION_FILE when there is no NODENAME and the host has no name. */
 int16_t hoxQueryCliOptions(optStruct *options);
 
 /* ---- sessions ---- */
@@ -245,20 +256,20 @@ int16_t hoxQueryCliOptions(optStruct *options);
 #define HOX_INITEX_IN_VERSION 5
 typedef struct hoxInitExIn_t {
     uint16_t stVersion;
-    const hoxApiVersionEx *apiVersion; /* the level the application was written for */
+    const hoxApiVersionEx *apiVersion; /* the level the application was written for; not read */
     const char *nodeName;              /* null or empty: the option NODENAME, else the host name */
     const char *asNodeName; /* null, or the node whose objects are meant (access must be granted) */
     const char *ownerName;  /* null or empty: no owner */
     const char *password;   /* with HOX_PASSWORDACCESS_PROMPT; not read otherwise */
-    const char *newPassword; /* null, or the password from now on */
-    const char *userName;
-    const char *userPassword;
-    const char *applicationType;
-    const char *configFile; /* null or empty: the option file of hoxSetUp */
+    const char *newPassword;     /* null or empty, or the password from now on */
+    const char *userName;        /* not read */
+    const char *userPassword;    /* not read */
+    const char *applicationType; /* not read */
+    const char *configFile;      /* null or empty: the option file of hoxSetUp */
     const char *options; /* "-option=value" each, blank-separated; they override the option file */
     int (*passwordCallback)(char *password,
-                            uint32_t size); /* null, or asked when password is null */
-    uint16_t clientClass;                   /* HOX_CLIENT_ */
+                            uint32_t size); /* null, or asked when password is null or empty */
+    uint16_t clientClass;                   /* HOX_CLIENT_; not read */
 } hoxInitExIn_t;
 
 #define HOX_INITEX_OUT_VERSION 1
@@ -274,14 +285,27 @@ typedef struct hoxInitExOut_t {
 } hoxInitExOut_t;
 
 /*
- * Opens a session for a node with the repository. *handle receives it; on failure it is left as it
- * was. output may be null. Errors: HOX_RC_NO_REPOSITORY, HOX_RC_AUTH_FAILURE, HOX_RC_NO_PASS_FILE,
- * HOX_RC_NODE_NAME_TOO_LONG, HOX_RC_BAD_OPTION_FILE, HOX_RC_BAD_OPTION_STRING,
- * HOX_RC_RETRY_SESSION, HOX_RC_ACCESS_DENIED (no rule of asNodeName admits the node).
+ * Opens a session for a node with the repository. *handle receives it; on failure no session is
+ * open and *handle is unchanged. output may be null; its stVersion is filled in, not read.
+ *
+ * passwordCallback runs on the caller's thread, before this returns: it writes a NUL-terminated
+ * password into the `size` bytes at `password` and returns 0; anything else is
+ * HOX_RC_AUTH_FAILURE. newPassword is taken as by hoxChangePW; when that fails, no session starts.
+ *
+ * Side effects, none of which fails the call: it removes what dead sessions left, settles
+ * interrupted changes of the node, gives effect to access rules whose reader was registered since,
+ * and reports once in the local log why no cache directory can be used.
+ *
+ * Errors: HOX_RC_NOT_SET_UP, HOX_RC_NO_REPOSITORY, HOX_RC_REPOSITORY_FORMAT, HOX_RC_AUTH_FAILURE,
+ * HOX_RC_NO_PASS_FILE, HOX_RC_NODE_NAME_TOO_LONG, HOX_RC_BAD_OPTION_FILE,
+ * HOX_RC_BAD_OPTION_STRING, HOX_RC_RETRY_SESSION, HOX_RC_ACCESS_DENIED (no rule of asNodeName
+ * admits the node).
  */
 int16_t hoxInitEx(hoxHandle_t *handle, const hoxInitExIn_t *input, hoxInitExOut_t *output);
 
-/* The first form of hoxInitEx, as version-1 applications use it. */
+/* The first form of hoxInitEx, as version-1 applications use it: the same, without asNodeName, a
+ * new password and a callback. Neither *version nor applicationType is read; version must not be
+ * null. */
 int16_t hoxInit(hoxHandle_t *handle, const hoxApiVersion *version, const char *nodeName,
                 const char *ownerName, const char *password, const char *applicationType,
                 const char *configFile, const char *options);
@@ -291,7 +315,7 @@ typedef struct ApiSessInfo {
     uint16_t stVersion;
     char serverHost[HOX_MAX_PATH + 1];
     uint16_t serverPort; /* 0: no network */
-    hoxDate serverDate;
+    hoxDate serverDate;  /* now */
     char serverType[HOX_MAX_FS_TYPE + 1];
     uint16_t serverVersion;
     uint16_t serverRelease;
@@ -300,34 +324,38 @@ typedef struct ApiSessInfo {
     char nodeName[HOX_MAX_NODE_NAME + 1];
     char ownerName[HOX_MAX_OWNER_NAME + 1];
     char configFile[HOX_MAX_PATH + 1];
-    uint8_t compression;
+    uint8_t compression; /* always 0 */
     uint8_t passwordAccess;
-    uint8_t backupDelete; /* 1: the node may delete its objects */
+    uint8_t backupDelete; /* 1: the session may delete objects */
     uint16_t maxObjPerTxn;
     char domainName[HOX_MAX_DOMAIN_NAME + 1];
     char policySetName[HOX_MAX_DOMAIN_NAME + 1];
 } ApiSessInfo;
 
-/* Describes the session: the server it was opened with, its node and what that may do. The caller
- * sets stVersion, where 0 means the current one; on failure the record is as it was.
- * HOX_RC_BAD_VERSION, HOX_RC_NULL_ARGUMENT. */
+/* Describes the session: the server it was opened with, the node whose objects are meant, and what
+ * the session may do. The caller sets stVersion, where 0 means the current one; on failure the
+ * record is unchanged. HOX_RC_BAD_VERSION, HOX_RC_NULL_ARGUMENT. */
 int16_t hoxQuerySessInfo(hoxHandle_t handle, ApiSessInfo *info);
 
-/* The options in force for the session: those of the option file, as the option string of hoxInitEx
- * overrides them. HOX_RC_NULL_ARGUMENT. */
+/* Fills in the options in force for the session: those of the option file, as the option string of
+ * hoxInitEx overrides them. On failure the record is unchanged. HOX_RC_NULL_ARGUMENT. */
 int16_t hoxQuerySessOptions(hoxHandle_t handle, optStruct *options);
 
 /*
- * Changes the password of the session's node, durably. HOX_RC_AUTH_FAILURE when oldPassword is
- * wrong. With HOX_PASSWORDACCESS_GENERATE the client makes the new password and keeps it; neither
- * argument is read, and a newPassword of hoxInitEx asks for the same. Wherever such a change is
- * interrupted, the node can log on afterwards. HOX_RC_ACCESS_DENIED, HOX_RC_REPOSITORY_IO and the
- * like when the kept password cannot be written; then nothing is changed.
+ * Changes the password of the session's node, durably; the session goes on. A password has 1 to
+ * HOX_MAX_PASSWORD characters. HOX_RC_AUTH_FAILURE when oldPassword is wrong. With
+ * HOX_PASSWORDACCESS_GENERATE the client makes the new password and keeps it; neither argument is
+ * read, and a newPassword of hoxInitEx asks for the same. Wherever such a change is interrupted,
+ * the node can log on afterwards. HOX_RC_ACCESS_DENIED, HOX_RC_REPOSITORY_IO and the like when the
+ * kept password cannot be written, HOX_RC_RETRY_SESSION when another process is changing kept
+ * passwords for a minute; then nothing is changed.
  */
 int16_t hoxChangePW(hoxHandle_t handle, const char *oldPassword, const char *newPassword);
 
-/* Ends the session: aborts an open transaction, ends a query or a read. The handle is dead
- * afterwards. */
+/* Ends the session: aborts an open transaction, ends a query or a read, drops a group that was not
+ * closed. Waits for a call that another thread is making on it. The handle returns
+ * HOX_RC_BAD_HANDLE afterwards. The only error is HOX_RC_BAD_HANDLE: events that could not be
+ * published are lost, and the local log says so. */
 int16_t hoxTerminate(hoxHandle_t handle);
 
 /* ---- filespaces ---- */
@@ -365,10 +393,11 @@ typedef struct hoxFSUpd {
 #define HOX_FSUPD_PROTECTED_SIZE 0x200000U
 
 /* Makes a filespace known to the repository, durably. HOX_RC_FS_REGISTERED when it is known
- * already. */
+ * already; then nothing is changed. */
 int16_t hoxRegisterFS(hoxHandle_t handle, const regFSData *data);
 
-/* Takes over the fields named by mask. HOX_RC_FS_UNKNOWN when it was not registered. */
+/* Takes over the fields named by mask, durably; what other sessions change at the same time is
+ * kept. A mask of 0 changes nothing. HOX_RC_FS_UNKNOWN when the filespace was not registered. */
 int16_t hoxUpdateFS(hoxHandle_t handle, const char *fsName, const hoxFSUpd *update, uint32_t mask);
 
 #define HOX_REPOSITORY_ALL 0
@@ -377,9 +406,10 @@ int16_t hoxUpdateFS(hoxHandle_t handle, const char *fsName, const hoxFSUpd *upda
 /*
  * Deletes a filespace and every object in it, durably and in one step: none of them is found or
  * read afterwards, and an object that another session is sending into it is refused when it commits
- * (HOX_RC_FS_UNKNOWN as the reason). What another session is reading it may read to the end. The
- * filespace may be registered anew, and is empty then. Not in a transaction, a query or a read.
- * HOX_RC_FS_UNKNOWN when it was not registered.
+ * (HOX_RC_FS_UNKNOWN as the reason). What another session is reading it may read to the end. Its
+ * access rules are removed, too. The filespace may be registered again, and is empty then. Not in a
+ * transaction, a query or a read. HOX_RC_FS_UNKNOWN when it was not registered. After another
+ * failure the access rules may be removed already, and the call may be made again.
  */
 int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, uint8_t repositoryType);
 
@@ -397,7 +427,7 @@ typedef struct hoxEndTxnExIn_t {
 typedef struct hoxEndTxnExOut_t {
     uint16_t stVersion;
     uint16_t reason;
-    hox64_t groupLeaderObjId;
+    hox64_t groupLeaderObjId; /* always 0 */
 } hoxEndTxnExOut_t;
 
 /* Begins a transaction; the session has at most one. Nothing is stored or deleted by it until
@@ -410,8 +440,10 @@ int16_t hoxBeginTxn(hoxHandle_t handle);
  * or is missing (an object that was not ended), a commit publishes nothing and returns
  * HOX_RC_CHECK_REASON. An abort, in the middle of an object too, publishes nothing and returns
  * HOX_RC_CHECK_REASON with HOX_RC_ABORTED. *reason is written on every return; HOX_RC_CHECK_REASON
- * never comes with reason 0. Whatever a transaction holds, up to 4,096 objects and deletions, is
- * one atomic step: whoever looks, and whatever dies when, all of it is done or nothing.
+ * never comes with reason 0, and the text of the reason is that of the cause. After 0 and
+ * HOX_RC_CHECK_REASON the transaction has ended; HOX_RC_BAD_ARGUMENT (the vote is unknown) and
+ * HOX_RC_NULL_ARGUMENT leave it open. A transaction, of up to 4,096 objects and deletions, is one
+ * atomic step: every session sees, and every crash leaves, all of it or nothing.
  */
 int16_t hoxEndTxn(hoxHandle_t handle, uint8_t vote, uint16_t *reason);
 
@@ -422,7 +454,7 @@ int16_t hoxEndTxnEx(hoxHandle_t handle, const hoxEndTxnExIn_t *input, hoxEndTxnE
 /* ---- sending ---- */
 
 #define HOX_SEND_BACKUP_BIND                                                                       \
-    0 /* as an argument of hoxBindMC; means backup, as HOX_SEND_BACKUP does */
+    0 /* as an argument of hoxBindMC; means a backup, as HOX_SEND_BACKUP does */
 #define HOX_SEND_BACKUP 2
 
 #define HOX_MCBIND_VERSION 1
@@ -463,42 +495,46 @@ typedef struct hoxEndSendObjExOut_t {
     uint8_t objCompressed;     /* 1: compressed on the way */
     hox64_t totalCompressSize; /* bytes after compression */
     uint32_t compressRatio;
-    uint8_t objDeduplicated; /* 1: some of it was in the repository already */
-    hox64_t totalDedupSize;  /* bytes that had to be stored after duplicate detection */
+    uint8_t objDeduplicated; /* 1: duplicates were looked for */
+    hox64_t totalDedupSize;  /* bytes that had to be stored after duplicates were found */
     uint32_t dedupRatio;
     uint8_t encryptionType;   /* HOX_ENCRYPT_ bits */
     hox64_t totalDirectBytes; /* bytes that went to the storage directly, past any server process */
 } hoxEndSendObjExOut_t;
 
 /*
- * Which management class an object of that name gets when it names none: the default one. Allowed
- * inside and outside a transaction.
+ * Fills in which management class an object of that name gets when it names none: the default one.
+ * Changes nothing, and is allowed inside and outside a transaction. stVersion of the binding may be
+ * 0; on failure the record is unchanged.
  */
 int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, uint8_t sendType, mcBindKey *binding);
 
 /*
- * Begins an object. sendBuffer is reserved (null); data may be null or the first block.
- * HOX_RC_OBJECT_EXISTS when an active object of that name is there, unless the transaction has
- * deleted it or made it inactive before: then the new object takes its place in the one step of the
- * commit. In a repository that an earlier release made (before layout 4) the name must be free.
- * Whether it is free is decided at the commit (reason HOX_RC_OBJECT_EXISTS). Other errors:
- * HOX_RC_FS_UNKNOWN, HOX_RC_MC_UNKNOWN.
+ * Begins an object. sendBuffer is reserved (null); data may be null or the first block. After any
+ * error but HOX_RC_BAD_CALL_SEQUENCE the transaction publishes nothing. HOX_RC_OBJECT_EXISTS when
+ * an active object of that name is there, unless the transaction has deleted it or made it inactive
+ * before: then the new object takes its place in the one step of the commit. In a repository that
+ * an earlier release made (before layout 4) the name must be free. Whether it is free is decided at
+ * the commit (reason HOX_RC_OBJECT_EXISTS). Other errors: HOX_RC_FS_UNKNOWN, HOX_RC_MC_UNKNOWN.
  */
 int16_t hoxSendObj(hoxHandle_t handle, uint8_t sendType, void *sendBuffer, const hoxObjName *name,
                    const ObjAttr *attributes, DataBlk *data);
 
 /*
- * Takes data->bufferLen bytes of the object; the buffer is free again on return. Nothing is
- * promised of them before hoxEndTxn. HOX_RC_WILL_ABORT, HOX_RC_REPOSITORY_FULL,
- * HOX_RC_REPOSITORY_IO.
+ * Takes data->bufferLen bytes of the object, all or none, and sets data->numBytes. The bytes are
+ * copied: the buffer may be used again on return. They are durable only after hoxEndTxn; the
+ * failure of an earlier block may be returned by a later call. HOX_RC_WILL_ABORT (an earlier step
+ * failed), HOX_RC_REPOSITORY_FULL, HOX_RC_REPOSITORY_IO; after any of them the transaction
+ * publishes nothing.
  */
 int16_t hoxSendData(hoxHandle_t handle, DataBlk *data);
 
 /* Ends the object: all of it is taken, and shows once hoxEndTxn has committed. The errors of
- * hoxSendData; after any of them the transaction publishes nothing. */
+ * hoxSendData; the object is ended then, too, and the transaction publishes nothing. */
 int16_t hoxEndSendObj(hoxHandle_t handle);
 
-/* As hoxEndSendObj, and tells in output what became of the bytes. */
+/* As hoxEndSendObj, and reports in output what became of the bytes. HOX_RC_BAD_VERSION and
+ * HOX_RC_NULL_ARGUMENT leave the object open; output is written on success only. */
 int16_t hoxEndSendObjEx(hoxHandle_t handle, const hoxEndSendObjExIn_t *input,
                         hoxEndSendObjExOut_t *output);
 
@@ -535,10 +571,11 @@ typedef struct qryBackupData {
  * else, letters too, must match to the byte. Times are seconds since 1970, UTC.
  *
  * A client may have to look at every object of the node before the first answer. hoxBeginQuery then
- * tells `progress` now and then at how many of about how many it has looked, and at last that both
- * are the same; hoxGetNextQObj, which may have to pass over many, begins anew at 0. Anything but 0
- * ends that call with HOX_RC_ABORTED. It is called until hoxEndQuery, maybe on a thread of the
- * client's while the caller's waits; it must call no operation, and throw nothing.
+ * calls `progress` now and then with the number of objects looked at (`done`) and about the number
+ * to look at (`planned`), at last with both the same; hoxGetNextQObj, which may have to pass over
+ * many, counts again from 0. When `progress` returns anything but 0, that call ends with
+ * HOX_RC_ABORTED. It is called until hoxEndQuery, perhaps on a thread of the client while the
+ * caller's thread waits; it must call no operation and throw nothing.
  */
 #define HOX_QRY_OBJECTS_VERSION 2 /* version 1 ends at maxSize */
 typedef struct qryObjectsData {
@@ -552,10 +589,10 @@ typedef struct qryObjectsData {
     uint8_t order;          /* HOX_ORDER_ */
     int64_t insertedFrom;   /* this moment or later */
     int64_t insertedBefore; /* before this moment */
-    int64_t inactiveBefore; /* made inactive before this moment, which no active object was */
+    int64_t inactiveBefore; /* made inactive before this moment; matches no active object */
     hox64_t minSize;        /* bytes of the object, at least */
     hox64_t maxSize;        /* at most */
-    int16_t (*progress)(void *context, uint64_t done, uint64_t planned); /* null: nobody asks */
+    int16_t (*progress)(void *context, uint64_t done, uint64_t planned); /* may be null */
     void *progressContext;
 } qryObjectsData;
 
@@ -572,7 +609,7 @@ typedef struct qryLogData {
 
 #define HOX_MEDIA_FIXED 16 /* mediaClass: disk */
 
-/* restoreOrder: objects read in ascending order are read fastest. */
+/* restoreOrder: objects read in ascending order are read fastest. Always all 0 here: any order. */
 typedef struct hoxRestoreOrder {
     uint32_t word[4];
 } hoxRestoreOrder;
@@ -590,8 +627,8 @@ typedef struct qryRespBackupData {
     hoxDate expDate; /* of an inactive object, by the days its class keeps it; year 0: none */
     hox64_t objId;
     hox64_t sizeEstimate;
-    hox64_t size; /* bytes of the object */
-    uint16_t objInfoLength;
+    hox64_t size;           /* bytes of the object */
+    uint16_t objInfoLength; /* always HOX_MAX_OBJ_INFO */
     char objInfo[HOX_MAX_OBJ_INFO];
     uint8_t objCompressed;   /* 1: compressed on the way */
     uint8_t objDeduplicated; /* 1: duplicates were looked for */
@@ -614,7 +651,7 @@ typedef struct qryGroupData {
 typedef struct qryMCData {
     uint16_t stVersion;
     const char *mcName; /* null or empty: every class */
-    uint8_t detail;     /* 1: fill in more than the name; 2: and answer the deleted ones, too */
+    uint8_t detail;     /* 0: the name alone; 1: every field; 2: every field, deleted classes too */
 } qryMCData;
 
 #define HOX_QRY_RESP_MC_VERSION 1
@@ -640,7 +677,7 @@ typedef struct qryRespLogData {
     uint32_t severity;   /* HOX_SEVERITY_ */
     hox64_t time;        /* seconds since 1970, UTC */
     hoxDate date;        /* the same, local time */
-    uint32_t unreadable; /* lines that were met so far and are none of the log's */
+    uint32_t unreadable; /* lines passed over so far because they are no events */
     char nodeName[HOX_MAX_NODE_NAME + 1];
     char application[HOX_MAX_DESCRIPTION + 1]; /* name, platform and version */
     char messageId[HOX_MAX_NODE_NAME + 1];
@@ -648,20 +685,21 @@ typedef struct qryRespLogData {
 } qryRespLogData;
 
 /*
- * Begins a query; one at a time in a session. queryData is the record of its type. A query of the
- * management classes answers the default one first; class names match in any case. A class that the
- * administrator deleted is not answered, unless detail is 2, and nothing new is bound to it
- * (HOX_RC_MC_UNKNOWN), but the objects that were keep it.
+ * Begins a query; one at a time in a session. queryData is the record of its type. On failure no
+ * query is open. A query of the management classes answers the default one first; class names match
+ * in any case. A class that the administrator deleted is not answered, unless detail is 2, and
+ * nothing new is bound to it (HOX_RC_MC_UNKNOWN), but the objects that were keep it.
  *
  * HOX_QUERY_BACKUP: HOX_RC_FS_UNKNOWN only when the filespace was never registered by the node.
+ * Damage of the active object is returned by hoxGetNextQObj, after the other answers.
  *
  * HOX_QUERY_OBJECTS answers the objects of the node that are there when it begins, one after the
  * other in bounded memory, however many there are. What other sessions store, delete, rename or
- * make inactive meanwhile may be answered as it was or as it is. In a session for another node's
- * objects it answers those that are granted when they are answered, and says nothing of damage to
- * others. An object whose record is damaged is passed over: the
- * others are answered, the local log names it, and the query ends with
- * HOX_RC_REPOSITORY_DAMAGED in place of HOX_RC_FINISHED or HOX_RC_NO_MATCH.
+ * make inactive meanwhile may be answered as it was or as it is. An object whose record is damaged
+ * is passed over: the others are answered, the local log names it, and the query ends with
+ * HOX_RC_REPOSITORY_DAMAGED in place of HOX_RC_FINISHED or HOX_RC_NO_MATCH. In a session for
+ * another node's objects it answers those that are granted when they are answered, and reports
+ * damage only where a rule names the damaged object or covers several.
  *
  * HOX_QUERY_LOG answers the events of the session's node, of the node that is named, or of all
  * (HOX_ALL_NODES), in the order of the days on which they were published, those of one day in the
@@ -675,12 +713,14 @@ int16_t hoxBeginQuery(hoxHandle_t handle, uint8_t queryType, const void *queryDa
  * Fills data->bufferPtr with the next answer record and data->numBytes. HOX_RC_MORE_DATA with every
  * object, the last too; then HOX_RC_FINISHED with none; HOX_RC_NO_MATCH at once when nothing
  * matches; never 0. A query of objects or of the log reads on while it answers, and may fail then:
- * HOX_RC_REPOSITORY_IO, HOX_RC_REPOSITORY_DAMAGED. The caller sets stVersion of the answer record
- * (0 is taken as the current version).
+ * HOX_RC_REPOSITORY_IO, HOX_RC_REPOSITORY_DAMAGED. The query stays open until hoxEndQuery, whatever
+ * is returned. The caller sets stVersion of the answer record (0 is taken as the current version).
+ * HOX_RC_BAD_ARGUMENT (the buffer is smaller than the record) and HOX_RC_BAD_VERSION lose no
+ * answer; after another error answers may be missing.
  */
 int16_t hoxGetNextQObj(hoxHandle_t handle, DataBlk *data);
 
-/* Ends the query. A second call is harmless and returns 0. */
+/* Ends the query. A second call, or one without a query, changes nothing and returns 0. */
 int16_t hoxEndQuery(hoxHandle_t handle);
 
 /* ---- reading ---- */
@@ -705,13 +745,17 @@ typedef struct hoxEndGetDataExOut_t {
     hox64_t totalBytesReceived;
 } hoxEndGetDataExOut_t;
 
-/* Begins a read of the objects of the list. mustBeActive: 1 refuses an object that is inactive, 0
- * reads it as well. HOX_RC_OBJECT_UNKNOWN when an identifier of the list is not there, or not as
- * mustBeActive asks; no read is open then. */
+/* Begins a read of the objects of the list, which is copied: 1 to 4,096 identifiers. mustBeActive:
+ * 1 refuses an object that is inactive, 0 reads it as well. HOX_RC_OBJECT_UNKNOWN when an
+ * identifier of the list is not there, or not as mustBeActive asks, or is another node's object
+ * that was not granted. On failure no read is open. */
 int16_t hoxBeginGetData(hoxHandle_t handle, uint8_t mustBeActive, uint8_t getType,
                         const hoxGetList *list);
 
-/* Begins one object of the list; data is null or the first block. HOX_RC_MORE_DATA: data follows.
+/* Begins one object of the list, in any order and as often as wanted; data is null or the first
+ * block, filled as by hoxGetData. HOX_RC_MORE_DATA when hoxGetData is to be called, never 0.
+ * HOX_RC_OBJECT_UNKNOWN, also for an identifier that is not of the list. When only the first block
+ * could not be read, the object has begun: hoxEndGetObj ends it.
  */
 int16_t hoxGetObj(hoxHandle_t handle, const hox64_t *objId, DataBlk *data);
 
@@ -720,7 +764,8 @@ int16_t hoxGetObj(hoxHandle_t handle, const hox64_t *objId, DataBlk *data);
  * last data; an object of exactly n blocks ends with HOX_RC_FINISHED and a full block, an empty one
  * with HOX_RC_FINISHED and 0 bytes. No byte that is not what was stored is ever reported as
  * success: HOX_RC_REPOSITORY_DAMAGED. HOX_RC_ACCESS_DENIED when the object is another node's and
- * the rule that granted it was taken back meanwhile.
+ * the rule that granted it was taken back meanwhile. On failure numBytes is 0, whatever the buffer
+ * holds; the object stays begun until hoxEndGetObj.
  */
 int16_t hoxGetData(hoxHandle_t handle, DataBlk *data);
 
@@ -728,10 +773,11 @@ int16_t hoxGetData(hoxHandle_t handle, DataBlk *data);
  */
 int16_t hoxEndGetObj(hoxHandle_t handle);
 
-/* Ends the read; its objects are ended before. */
+/* Ends the read. While an object is begun it returns HOX_RC_BAD_CALL_SEQUENCE: end that first. */
 int16_t hoxEndGetData(hoxHandle_t handle);
 
-/* As hoxEndGetData, and tells in output how many bytes the read delivered. */
+/* As hoxEndGetData, and reports in output how many bytes the read delivered, of all its objects;
+ * the reason is always 0. output is written on success only. */
 int16_t hoxEndGetDataEx(hoxHandle_t handle, const hoxEndGetDataExIn_t *input,
                         hoxEndGetDataExOut_t *output);
 
@@ -765,30 +811,34 @@ typedef union hoxDelInfo {
 } hoxDelInfo;
 
 /*
- * Deletes an object for good, or makes it inactive: inside a transaction, done when it commits. An
- * object whose description is damaged is deleted by its name only, and at once: it shows no more,
- * its name is free, and what is left of it is kept aside in the repository.
- * HOX_RC_OBJECT_UNKNOWN, for HOX_DEACTIVATE_BACKUP_ID also when the object is inactive already.
+ * Deletes an object, or makes it inactive: inside a transaction, done when it commits. No operation
+ * finds or reads a deleted object; the administrator can bring it back until the grace time of the
+ * repository has passed. An object whose description is damaged is deleted by its name only, and at
+ * once, not at the commit: it no longer shows, its name is free, and what is left of it is kept
+ * aside in the repository, as the local log says. HOX_RC_OBJECT_UNKNOWN, for
+ * HOX_DEACTIVATE_BACKUP_ID also when the object is inactive already. After any error but
+ * HOX_RC_BAD_CALL_SEQUENCE the transaction publishes nothing.
  *
  * An object that is inactive is not found by its name any more, unless a query asks for inactive
  * ones, and a new object may take the name. It is read and deleted by its identifier, which it
- * keeps with its attributes, its date and its groups. It stays as long as nobody deletes it: the
- * client itself never does. HOX_RC_NOT_SUPPORTED when the repository was made by a release that
- * knew none.
+ * keeps with its attributes, its date and its groups. It stays until it is deleted: the client
+ * never does so by itself. HOX_RC_NOT_SUPPORTED when the repository was made by a release that knew
+ * no inactive objects.
  *
- * HOX_DELETE_LOG, outside a transaction, a query or a read: deletes what the activity log was told
- * on the days (UTC) that were over at that moment. An interrupted deletion is finished by the next
- * one. HOX_RC_ACCESS_DENIED in a session for another node's objects.
+ * HOX_DELETE_LOG, outside a transaction, a query or a read: deletes the events that were published
+ * on the days (UTC) that were over at the moment `before`. An interrupted deletion is finished by
+ * the next one. HOX_RC_ACCESS_DENIED in a session for another node's objects.
  */
 int16_t hoxDeleteObj(hoxHandle_t handle, uint8_t delType, const hoxDelInfo *info);
 
 /*
  * Gives an object another high- and low-level name in its filespace, durably and in one step: at
  * every moment it is found under exactly one of the two. It keeps its attributes, its date and its
- * groups. Its identifier becomes another one; the old one goes on to lead to it. Access rules name
- * objects, so one for the old name covers it no more. The stream is not copied, unless some of it
- * is just being reclaimed. Not in a transaction, a query or a read. HOX_RC_OBJECT_UNKNOWN;
- * HOX_RC_OBJECT_EXISTS when the new name is taken, also by the object itself.
+ * groups. It gets another identifier; the old one still leads to it. Access rules name objects, so
+ * one for the old name no longer covers it. The stream is not copied, unless some of it is just
+ * being reclaimed. Not in a transaction, a query or a read. HOX_RC_OBJECT_UNKNOWN;
+ * HOX_RC_OBJECT_EXISTS when the new name is taken, also by the object itself; after any error the
+ * object has its old name.
  */
 int16_t hoxRenameObj(hoxHandle_t handle, uint8_t sendType, const hoxObjName *name,
                      const char *newHlName, const char *newLlName);
@@ -827,7 +877,7 @@ typedef struct mcDefinition {
  * the same time is kept. Queries answer the attributes as they are now. A null or empty mcNameP
  * binds the object to the default class. Not in a transaction, a query or a read.
  * HOX_UPDOBJ_ONLY_ID, beside others, means that name must still lead to the object objId: when the
- * name leads to another one by now, nothing changes and the answer is HOX_RC_OBJECT_UNKNOWN.
+ * name leads to another one by now, nothing changes and the call returns HOX_RC_OBJECT_UNKNOWN.
  * HOX_RC_OBJECT_UNKNOWN, HOX_RC_FS_UNKNOWN, HOX_RC_MC_UNKNOWN; HOX_RC_BAD_ARGUMENT when mask is 0
  * or names what is not known.
  *
@@ -835,7 +885,7 @@ typedef struct mcDefinition {
  * repository: mcNameP is its name (1 to 30 letters, digits, "_", "-" and ".", in any case), objInfo
  * its mcDefinition (not read for HOX_UPDCLASS_DELETE) with its size as objInfoLength; name is not
  * read and may be null. Durable on return; what others change at the same time is kept. A class
- * that is deleted may be defined anew. HOX_RC_MC_UNKNOWN; HOX_RC_OBJECT_EXISTS when it is defined
+ * that is deleted may be defined again. HOX_RC_MC_UNKNOWN; HOX_RC_OBJECT_EXISTS when it is defined
  * already; HOX_RC_BAD_ARGUMENT for what is no name, too long, or the deletion of the default class;
  * HOX_RC_ACCESS_DENIED in a session for another node's objects.
  */
@@ -876,9 +926,10 @@ typedef struct hoxGroupOut_t {
  * may be a member of many.
  *
  * Every action but HOX_GROUP_OPEN names the group by leaderObjId and its members by memberObjId and
- * memberCount. A session has at most one group open; until HOX_GROUP_CLOSE returns 0 nothing of it
- * is there for anybody, and it ends with the session. The others are durable on return, each in one
- * step: all members are taken or none. A member that is there already is not added twice.
+ * memberCount. A session has at most one group open; until HOX_GROUP_CLOSE returns 0 no query finds
+ * it, and it ends with the session, or with a HOX_GROUP_CLOSE that fails. HOX_GROUP_CLOSE, _ASSIGN,
+ * _REMOVE and _DELETE are durable on return, each in one step: all members are taken or none. A
+ * member that is there already is not added twice. After any other failure the group is unchanged.
  *
  * output may be null but for HOX_GROUP_OPEN. Not in a transaction, a query or a read.
  * HOX_RC_OBJECT_UNKNOWN when an object or the group is not there, or what is to be taken out is no
@@ -893,7 +944,7 @@ int16_t hoxGroupHandler(hoxHandle_t handle, const hoxGroupIn_t *input, hoxGroupO
 #define HOX_QRY_RESP_ACCESS_VERSION 1
 typedef struct qryRespAccessData {
     uint16_t stVersion;
-    char nodeName[HOX_MAX_NODE_NAME + 1]; /* who was granted */
+    char nodeName[HOX_MAX_NODE_NAME + 1]; /* the node that may read */
     char ownerName[HOX_MAX_OWNER_NAME + 1];
     hoxObjName objName;
     uint8_t accessType;
@@ -912,11 +963,15 @@ typedef struct qryRespAccessData {
 int16_t hoxSetAccess(hoxHandle_t handle, uint8_t accessType, const hoxObjName *name,
                      const char *nodeName, const char *ownerName);
 
-/* *rules points at an array of *count records; the caller gives room for *count, which becomes the
- * number there is: HOX_RC_MORE_DATA when there are more than there was room for. */
+/* Fills in the rules that the session's node made, by their numbers. rules points at room for
+ * *count records, and may be null when that is 0. *count becomes the number of rules there are;
+ * HOX_RC_MORE_DATA when that is more than there was room for, and as many as fit are filled in. On
+ * failure neither is changed. */
 int16_t hoxQueryAccess(hoxHandle_t handle, qryRespAccessData *rules, uint16_t *count);
 
-/* Takes a rule back, durably; a read that has begun its object goes on. HOX_RC_OBJECT_UNKNOWN. */
+/* Takes a rule back, durably. Sessions of the reader look at the rules before each answer, object
+ * and block: what they ask for after this returned is refused. HOX_RC_OBJECT_UNKNOWN when there is
+ * no rule of that number. */
 int16_t hoxDeleteAccess(hoxHandle_t handle, uint32_t ruleNumber);
 
 /* ---- messages and events ---- */
@@ -924,9 +979,9 @@ int16_t hoxDeleteAccess(hoxHandle_t handle, uint32_t ruleNumber);
 /*
  * The text of a code: an identifier (RBS, four digits, a severity letter), a blank, a sentence in
  * the language and code set of the process's locale, English where that has no catalogue. Writes at
- * most HOX_MAX_RC_MESSAGE characters and a terminator into message. The text tells more (a path, a
- * line; always in English) when the code is that of the last failure on this thread. Returns 0;
- * HOX_RC_NULL_ARGUMENT.
+ * most HOX_MAX_RC_MESSAGE bytes, what is longer cut, and a terminator into message. The text says
+ * more (a path, a line; always in English) when the code is that of the last failure on this
+ * thread. handle is not read. Returns 0; HOX_RC_NULL_ARGUMENT.
  */
 int16_t hoxRCMsg(hoxHandle_t handle, int16_t rc, char *message);
 
@@ -945,7 +1000,8 @@ typedef struct hoxRCMsgExOut_t {
 } hoxRCMsgExOut_t;
 
 /* The text of a code as hoxRCMsg has it, but always in English, and its identifier by itself, too.
- * Returns 0; HOX_RC_NULL_ARGUMENT, HOX_RC_BAD_VERSION. */
+ * Neither handle is read. On failure output is unchanged. Returns 0; HOX_RC_NULL_ARGUMENT,
+ * HOX_RC_BAD_VERSION. */
 int16_t hoxRCMsgEx(hoxHandle_t handle, const hoxRCMsgExIn_t *input, hoxRCMsgExOut_t *output);
 
 #define HOX_LOG_SERVER 0U /* the activity log of the repository */
@@ -979,9 +1035,13 @@ typedef struct hoxLogEventExOut_t {
 } hoxLogEventExOut_t;
 
 /*
- * Writes an event. Allowed in any state of a session; with handle 0 it goes to the local log.
- * output may be null. HOX_RC_LOG_UNAVAILABLE when the log takes nothing now. Durable at the latest
- * when the session ends.
+ * Writes an event. Allowed in any state of a session; with handle 0 it goes to the local log,
+ * whatever logType says. output may be null. A message is cut to HOX_MAX_LOG_TEXT bytes; its
+ * control characters are escaped in the local log ("\n") and become '?' in the activity log. In the
+ * activity log an event of HOX_SEVERITY_ERROR or worse is durable on return, another one at the
+ * latest when the session ends. HOX_RC_LOG_UNAVAILABLE when the log cannot be written now: an event
+ * for the activity log is kept (up to 256 KiB) and published with the next; HOX_RC_NOT_SET_UP when
+ * no local log is known yet.
  */
 int16_t hoxLogEventEx(hoxHandle_t handle, const hoxLogEventExIn_t *input,
                       hoxLogEventExOut_t *output);
@@ -990,10 +1050,14 @@ int16_t hoxLogEventEx(hoxHandle_t handle, const hoxLogEventExIn_t *input,
 
 #define HOX_DES_BLOCK 8 /* bytes of a key and of a block */
 
-/* Derives the key that belongs to a node on this host. No handle, no return code. */
+/* Derives the key that belongs to a node on this host, 8 bytes, from its name (null: an empty one)
+ * and a secret beside the option file in force, which is made when it is not there. When the secret
+ * cannot be used, the key is random, so that it opens nothing, and the local log says so. A null
+ * key is ignored. No handle, no return code. */
 void hoxCreateDesKeyEx(uint32_t *key, const char *nodeName);
 
-/* Enciphers one block of 8 bytes. input and output may be the same. No return code. */
+/* Enciphers one block of 8 bytes. input and output may be the same. With a null argument does
+ * nothing. No return code. */
 void hoxEncryptEx(const uint32_t *key, const unsigned char *input, unsigned char *output);
 
 /* Deciphers what hoxEncryptEx enciphered with the same key. */
