@@ -59,7 +59,7 @@ std::int16_t hoxSetAccess(hoxHandle_t handle, std::uint8_t accessType, const hox
         ARCA_TRY(store::AccessRule rule, ruleFrom(session, name, nodeName, ownerName));
         const std::string filespace = rule.name.filespace;
         ARCA_CHECK(rules.add(std::move(rule), session.space->dataKey()));
-        // Deleted meanwhile, it takes its rules along.
+        // A filespace that was deleted meanwhile must leave no rule: see hoxDeleteFS.
         if (auto registered = expectFilespace(session, filespace); !registered) {
             ARCA_CHECK(rules.removeOf(filespace));
             return registered.error();
@@ -78,7 +78,7 @@ std::int16_t hoxQueryAccess(hoxHandle_t handle, qryRespAccessData *rules, std::u
         const std::size_t room = *count;
         for (std::size_t i = 0; i < std::min(room, found.size()); ++i)
             fillRule(rules[i], found[i]);
-        // There are never as many rules as the number could not hold.
+        // AccessRules::add() refuses more rules than *count can hold.
         *count = static_cast<std::uint16_t>(found.size());
         return outcome(found.size() > room ? HOX_RC_MORE_DATA : HOX_RC_OK);
     });

@@ -52,8 +52,8 @@ std::int16_t codeOf(ErrorKind kind)
     return HOX_RC_INTERNAL;
 }
 
-// Plain memory: a thread-local object with a destructor would have to run in a host that may have
-// forgotten us by then.
+// Plain memory: the destructor of a thread-local object would run at the end of a thread of the
+// host, perhaps while the process exits.
 struct LastFailure {
     std::int16_t code;
     char detail[HOX_MAX_RC_MESSAGE + 1];

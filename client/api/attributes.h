@@ -1,4 +1,5 @@
-// The attributes that an application gives an object, when it sends it and later.
+// The attributes that an application gives an object, when it sends it and later. The caller holds
+// the session's mutex.
 #ifndef KEEL_CLIENT_API_ATTRIBUTES_H
 #define KEEL_CLIENT_API_ATTRIBUTES_H
 
@@ -9,10 +10,12 @@ namespace arca::api
 
 constexpr std::uint32_t kEveryAttribute = HOX_UPDOBJ_OWNER | HOX_UPDOBJ_INFO | HOX_UPDOBJ_MC;
 
-/// HOX_RC_BAD_ARGUMENT when it is not a backup.
+/// Fails with HOX_RC_BAD_ARGUMENT when `sendType` does not mean a backup.
 Answer<void> expectBackup(std::uint8_t sendType);
 
-/// Takes those that `mask` names into `piece`. HOX_RC_MC_UNKNOWN.
+/// Takes the attributes that `mask` names into `piece`, nothing cut; a null or empty class name
+/// becomes the default class. After a failure some may have been taken. Errors:
+/// HOX_RC_NULL_ARGUMENT, HOX_RC_BAD_VERSION, HOX_RC_BAD_ARGUMENT, HOX_RC_MC_UNKNOWN.
 Answer<void> takeAttributes(Session &session, const ObjAttr *attributes, std::uint32_t mask,
                             store::PieceDescription &piece);
 

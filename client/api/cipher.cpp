@@ -1,6 +1,6 @@
 // The block cipher of password files: single DES on blocks of 8 bytes, as the form of those files
-// has it. What keeps a password file closed is the key, which mixes the node's name with a secret
-// that only those can read who may read the kept passwords.
+// has it. The protection of a password file is its key, which mixes the node's name with a secret
+// that only those users can read who may read the kept passwords.
 #include "client/api/client.h"
 #include "client/base/hash.h"
 #include "client/config/cipher_secret.h"
@@ -25,8 +25,8 @@ std::string optionFileInForce()
     return setUp ? setUp->optionFile : installedDirectory() + "/arca.opt";
 }
 
-/// Without the secret there is no key: a random one is given, with which nothing can be read that
-/// was ever written. A key made of the node's name alone would look like protection and be none.
+/// Without the secret the key is random and opens nothing that was ever written: a key made of the
+/// node's name alone would look like protection and be none.
 void makeKey(unsigned char (&key)[HOX_DES_BLOCK], std::string_view node)
 {
     Result<Sha256> derived = Error{ErrorKind::internal, {}};

@@ -56,7 +56,7 @@ void takeFields(store::ManagementClass &known, const store::ManagementClass &giv
         known.daysKept = given.daysKept;
 }
 
-/// What is not there is a class, and no object.
+/// Translates notFound: here it means that the class is not there, not an object.
 Answer<void> answered(Result<void> result)
 {
     if (!result && result.error().kind == ErrorKind::notFound)

@@ -21,8 +21,8 @@ Client &Client::instance()
     static std::atomic<Client *> client = nullptr;
     Client *known = client.load();
     while (known == nullptr || known->process_ != getpid()) {
-        // A forked child has none of the threads of its parent's sessions, and their mutexes are as
-        // they were in that moment. It leaves all that untouched, and knows no session.
+        // A forked child lacks the threads of its parent's sessions, and the sessions' mutexes are
+        // as they were at the fork. It touches none of them, and knows no session.
         auto *const fresh = new Client(known);
         if (client.compare_exchange_strong(known, fresh))
             return *fresh;
@@ -34,7 +34,7 @@ Client &Client::instance()
 Client::Client(Client *parents)
     : process_(getpid()), lastHandle_(parents == nullptr ? 0 : parents->lastHandle_.load())
 {
-    // Unless a thread of the parent was in the middle of it.
+    // A mutex that is held was held by a thread of the parent, which may have been changing this.
     if (parents != nullptr)
         if (const std::unique_lock whole(parents->mutex_, std::try_to_lock); whole)
             setUp_ = parents->setUp_;
@@ -73,7 +73,7 @@ hoxHandle_t Client::add(std::shared_ptr<Session> session)
 {
     constexpr hoxHandle_t kHighest = 0x7fffffff;
     const std::lock_guard hold(mutex_);
-    // Counting on, so that the handle of an ended session stays dead for a long time.
+    // Handles count up, so that the handle of an ended session stays dead for a long time.
     hoxHandle_t handle = lastHandle_;
     do
         handle = handle == kHighest ? 1 : handle + 1;
@@ -138,7 +138,7 @@ void endSession(Session &session)
     session.transaction.reset();
     session.query.reset();
     session.retrieval.reset();
-    // The application cannot do anything about it here, and its work is not hurt by it.
+    // Not a failure of the session: the application's work is done, and it cannot mend the log.
     if (const auto published = session.log.publish(); !published)
         (void)Client::instance().logLocally("The activity log of the repository lost events: " +
                                             published.error().text);

@@ -1,4 +1,5 @@
-// The state of the process: what hoxSetUp said, and the table of sessions. Any thread may use it.
+// The state of the process: what hoxSetUp set, and the table of sessions. Any thread may use it;
+// each call takes the mutex itself.
 #ifndef KEEL_CLIENT_API_CLIENT_H
 #define KEEL_CLIENT_API_CLIENT_H
 
@@ -12,9 +13,9 @@
 namespace arca::api
 {
 
-/// What hoxSetUp was told, with defaults filled in.
+/// What hoxSetUp was given, with defaults filled in.
 struct SetUp {
-    std::string directory;  // of the client
+    std::string directory;  // the client's
     std::string optionFile; // full path
     std::string localLog;   // full path
     config::Options options;
@@ -23,50 +24,60 @@ struct SetUp {
 class Client
 {
 public:
-    /// This process's. A child that was forked gets one of its own, set up as that was, with no
-    /// session: a handle of its parent's answers HOX_RC_BAD_HANDLE there, and what it stood for is
-    /// left to the parent, without a thread being joined or a file being touched.
+    /// Returns this process's, which is never destroyed. A forked child gets one of its own, set up
+    /// as its parent's was (unless a thread of the parent held the mutex: then not set up), with no
+    /// session: a handle of the parent returns HOX_RC_BAD_HANDLE there, and what it stood for is
+    /// left to the parent; no thread is joined and no file touched. Throws std::bad_alloc.
     static Client &instance();
 
-    /// Ends every session of an earlier set-up first.
+    /// Replaces the set-up, after cleanUp().
     void setUp(SetUp setUp);
+    /// Ends every session, waiting for calls that are inside one, and forgets the set-up.
     void cleanUp();
 
-    /// HOX_RC_NOT_SET_UP.
+    /// Returns a copy. Errors: HOX_RC_NOT_SET_UP.
     Answer<SetUp> currentSetUp();
 
+    /// Makes the session known and returns its handle, which no session had lately.
     hoxHandle_t add(std::shared_ptr<Session> session);
-    /// HOX_RC_BAD_HANDLE.
+    /// Returns the session, which stays in the table. Errors: HOX_RC_BAD_HANDLE.
     Answer<std::shared_ptr<Session>> find(hoxHandle_t handle);
+    /// Returns the session and takes it out of the table; endSession() is left to the caller.
+    /// Errors: HOX_RC_BAD_HANDLE.
     Answer<std::shared_ptr<Session>> take(hoxHandle_t handle);
 
-    /// A line for the local log, as far as one is known and can be written.
+    /// Writes a line to the local log (local_log.h says how texts are altered). Returns false when
+    /// there is no set-up, or the line could not be written.
     bool logLocally(const std::string &text);
-    /// A line for the local log, unless it was the last one that was written this way since the
-    /// set-up.
+    /// Writes a warning to the local log, unless it is the same as the last one since the set-up. A
+    /// failure is ignored.
     void warnOnce(const std::string &text);
 
 private:
-    /// Handles count on behind those of the parent, which must stay dead in a child.
-    /// `parents`: that of the process this one was forked from, or null.
+    /// `parents`: the object of the process that this one was forked from, or null. Handles go on
+    /// from the parent's, so that those stay dead in the child.
     explicit Client(Client *parents);
 
     const pid_t process_;
 
-    std::mutex mutex_; // never held while a session's mutex is waited for
+    std::mutex mutex_; // guards all below; never held while a session's mutex is waited for
     std::optional<SetUp> setUp_;
     std::string warned_;
     std::map<hoxHandle_t, std::shared_ptr<Session>> sessions_;
     std::atomic<hoxHandle_t> lastHandle_; // written under mutex_; a child reads it without
 };
 
-/// Aborts what is open and publishes the log. The session answers HOX_RC_BAD_HANDLE afterwards.
+/// Takes the session's mutex, aborts what is open and publishes the events of the session; events
+/// that cannot be published are lost, which the local log says. A call that was waiting for the
+/// mutex finds the session ended and returns HOX_RC_BAD_HANDLE.
 void endSession(Session &session);
 
+/// Makes the open transaction, if any, fail with `code`. The caller holds the session's mutex.
 void poisonOpenTransaction(Session &session, std::int16_t code) noexcept;
 
-/// The body of an operation on a session: `body` gets it locked. A step of a transaction that ends
-/// in an exception (memory, mostly) is a failed step like any other.
+/// Runs an operation on a session, as atBoundary() does: `body` gets the session with its mutex
+/// held. A body that throws (memory, mostly) may have been a step of a transaction, so the open one
+/// is poisoned. Errors besides those of `body`: HOX_RC_BAD_HANDLE.
 template <class Body> std::int16_t inSession(hoxHandle_t handle, Body body) noexcept
 {
     return atBoundary([&]() -> Code {
@@ -86,7 +97,7 @@ template <class Body> std::int16_t inSession(hoxHandle_t handle, Body body) noex
     });
 }
 
-/// Where the client is installed.
+/// Returns the directory that was compiled in as the client's.
 std::string installedDirectory();
 
 } // namespace arca::api

@@ -30,8 +30,8 @@ Answer<store::PieceId> idToDelete(Session &session, std::uint8_t delType, const 
     return found->id;
 }
 
-/// Of an object whose description is damaged no identifier is known: it is set aside at once, and
-/// nothing is left for the commit. Returns false when that is not the case.
+/// Sets an object whose description is damaged aside, at once: without an identifier the commit
+/// could not name it. Returns false when the object is not damaged.
 Answer<bool> setAsideIfDamaged(Session &session, std::uint8_t delType, const hoxDelInfo *info)
 {
     if (delType != HOX_DELETE_BACKUP_NAME || info == nullptr || session.isGuest())
@@ -67,7 +67,7 @@ Answer<void> deleteObject(Session &session, std::uint8_t delType, const hoxDelIn
                                                : session.transaction->deleteObject(*id);
 }
 
-/// Days are over at a moment, so nothing of the day of `before` goes.
+/// Deletes whole days only: nothing of the day (UTC) of `before` is deleted.
 Answer<void> deleteLog(Session &session, const hoxDelInfo *info)
 {
     if (!session.isIdle())

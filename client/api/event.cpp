@@ -1,4 +1,4 @@
-// Events: to the activity log of the repository, to the local log, or to both.
+// Events: to the activity log of the repository, to the local log, or to both, the local one first.
 #include "client/api/client.h"
 #include "client/api/records.h"
 

@@ -91,8 +91,10 @@ std::int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, std::uint8_t re
         if (repositoryType != HOX_REPOSITORY_ALL && repositoryType != HOX_REPOSITORY_BACKUP)
             return refused(HOX_RC_BAD_ARGUMENT, "the repository type is unknown");
         ARCA_TRY(const std::string name, filespaceNameOf(fsName));
-        // Before, so that a crash in between leaves no rule that opens what is registered anew; and
-        // after, for one that was made meanwhile. A rule made later sees the deletion.
+        // The rules are removed before the filespace, so that a crash in between leaves no rule for
+        // a filespace that is registered again, and once more after it, for a rule that was made
+        // meanwhile. hoxSetAccess looks at the filespace after it made a rule, so a later rule is
+        // taken back there.
         ARCA_TRY(auto rules,
                  store::AccessRules::of(session.repository->blobs(), session.space->node()));
         ARCA_CHECK(rules.removeOf(name));

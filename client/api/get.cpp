@@ -30,7 +30,7 @@ Answer<store::ObjectName> expectReadable(Session &session, store::PieceId id, bo
     return std::move(found->description.name);
 }
 
-/// In the middle of an object: the rule may be taken back at any time.
+/// For each block of an object: the rule may be taken back at any time.
 Answer<void> expectStillGranted(Session &session)
 {
     ARCA_TRY(const bool readable, mayRead(session, session.retrieval->name));
@@ -106,7 +106,7 @@ std::int16_t hoxGetObj(hoxHandle_t handle, const hox64_t *objId, DataBlk *data)
             return refused(HOX_RC_OBJECT_UNKNOWN, "the identifier is not of the object list");
         if (data != nullptr)
             ARCA_CHECK(roomIn(data));
-        ARCA_TRY(retrieval.name, expectReadable(session, id, false)); // it may be taken back by now
+        ARCA_TRY(retrieval.name, expectReadable(session, id, false)); // rules change since the list
         ARCA_TRY(retrieval.object, session.space->openPiece(id));
         return data == nullptr ? outcome(HOX_RC_MORE_DATA) : readBlock(retrieval, data);
     });

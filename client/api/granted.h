@@ -1,4 +1,4 @@
-// Which objects a session may find and read.
+// Which objects a session may find and read. A value; guarded by the session's mutex.
 #ifndef KEEL_CLIENT_API_GRANTED_H
 #define KEEL_CLIENT_API_GRANTED_H
 
@@ -13,9 +13,10 @@ namespace arca::api
 class Granted
 {
 public:
-    /// The session's own objects: all of them.
+    /// Covers everything: for a session for its own objects.
     Granted() = default;
-    /// Those of another node that these rules cover, which admit the session.
+    /// Covers the objects that these rules of another node name; all of them admit the session. No
+    /// rules cover nothing.
     explicit Granted(std::vector<store::AccessRule> rules) : all_(false), rules_(std::move(rules))
     {
     }
@@ -26,7 +27,7 @@ public:
                                    [&](const auto &rule) { return rule.covers(name); });
     }
 
-    /// Of another node's objects only.
+    /// Returns the rules; none in a session for its own objects.
     const std::vector<store::AccessRule> &rules() const { return rules_; }
 
 private:

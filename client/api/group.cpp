@@ -1,4 +1,5 @@
-// Object groups. One that is open lives in its session alone: what is never closed was never there.
+// Object groups. A group that is open exists in its session alone; closing it stores it in one
+// step.
 #include "client/api/client.h"
 #include "client/api/filespace_check.h"
 #include "client/api/guest.h"

@@ -28,7 +28,8 @@ Answer<void> refreshGranted(Session &session)
         return {};
     ARCA_TRY(auto known,
              store::AccessRules::of(session.repository->blobs(), session.space->node()));
-    // Looked at before the rules are read: what changes in between is seen the next time.
+    // The state is taken before the rules are read: what changes in between differs from it, and is
+    // read the next time.
     auto now = known.state();
     if (now && session.rulesSeen == *now)
         return {};

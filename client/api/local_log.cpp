@@ -1,7 +1,10 @@
-// Writing the local log. A record lock, which is waited for no longer than a second, keeps other
-// processes out but neither the threads of this one (hence the mutex) nor a sibling descriptor of
-// the same file (hence one write for the whole line on an append-only descriptor, which the system
-// does not tear apart either).
+// Writing the local log.
+//
+//   1. A record lock, which is waited for no longer than a second, excludes other processes.
+//   2. It does not exclude the threads of this process: the mutex does.
+//   3. It does not exclude another descriptor of this process (the host's, the agent's): so a whole
+//      line is one write on a descriptor opened for appending, which the system does not tear
+//      apart.
 #include "client/api/local_log.h"
 
 #include "common/string/ststring.h"
@@ -40,8 +43,8 @@ bool appendToLocalLog(const std::string &path, const std::string &text)
     const int descriptor = psFileOpenDescriptor(path.c_str(), O_RDWR | O_APPEND | O_CREAT);
     if (descriptor < 0)
         return false;
-    // Under the lock nothing but a part of this line lies behind the old end of the file. Without
-    // it, because its holder does not give it back, what is cut cannot be taken back.
+    // Under the lock only a part of this line can lie behind the old end of the file, so a line
+    // that was not written whole is cut off again. Without the lock it is left as it is.
     const bool written = psFileLock(descriptor) == 0
                              ? psAppendWhole(descriptor, line.data(), line.size())
                              : psWriteAll(descriptor, line.data(), line.size());

@@ -15,7 +15,7 @@ using namespace arca::api;
 namespace
 {
 
-/// What a session is asked for with, whichever of the two operations was called.
+/// What hoxInitEx or hoxInit asks for. The pointers are the caller's.
 struct Request {
     std::string node;
     std::string asNode;
@@ -52,10 +52,11 @@ Answer<std::unique_ptr<store::Repository>> openRepository(const config::Options 
     return Refusal(std::move(failure));
 }
 
-/// The password of the node as the application supplies it, into a text that its owner wipes.
+/// Fills `password`, which its owner wipes, with the password that the application supplies.
 Answer<void> takePassword(const Request &request, const std::string &node, std::string &password)
 {
-    // Not within the text itself, which a move would leave behind on the stack.
+    // Reserved beyond what a std::string holds within itself: a move would leave that copy behind
+    // on the stack.
     password.reserve(HOX_MAX_PASSWORD + 1);
     if (request.password != nullptr && *request.password != '\0') {
         const std::size_t length = strnlen(request.password, HOX_MAX_PASSWORD + 1);
@@ -91,8 +92,8 @@ Answer<void> expectRegistered(store::Repository &repository, const config::Optio
     return {};
 }
 
-/// The keys of the node, which proves who it is by the password that the client keeps or the
-/// application supplies. `password` receives it.
+/// Returns the keys of the node, which its password opens: the one that the client keeps, or that
+/// the application supplies. `password` receives it.
 Answer<store::NodeKeys> prove(const Request &request, const config::Options &options,
                               store::Repository &repository, const std::string &node,
                               std::string &password)
@@ -112,7 +113,7 @@ Answer<store::NodeKeys> prove(const Request &request, const config::Options &opt
     return std::move(*keys);
 }
 
-/// What the node granted before its reader was registered takes effect now.
+/// Gives effect to rules that the node made before their reader was registered.
 Result<void> completeGrants(store::Repository &repository, const std::string &node,
                             const SecretKey &dataKey)
 {
@@ -149,7 +150,8 @@ Answer<hoxHandle_t> startSession(const Request &request)
     }
     ARCA_TRY(auto space, repository->spaceOf(objectsOf, std::move(keys.data)));
     space->use(options.engine);
-    // Behind channels that died. What cannot be cleaned now is in nobody's way.
+    // What dead sessions left. What cannot be removed now is harmless, and removed by a later
+    // session.
     (void)repository->blobs().removeLeftovers();
     repository->blobs().keepReserve();
     if (objectsOf == node)
@@ -163,8 +165,8 @@ Answer<hoxHandle_t> startSession(const Request &request)
     session->owner = request.owner;
     if (request.newPassword != nullptr && *request.newPassword != '\0')
         ARCA_CHECK(changePassword(*session, password.c_str(), request.newPassword));
-    // A repository that is full or cannot be written completes them another time. A rule that the
-    // node never made is for the administrator to know of.
+    // Rules that cannot be completed now (a full or read-only repository) are completed by a later
+    // session. A rule that the node never made is damage, which the activity log reports.
     if (!completed && completed.error().kind == ErrorKind::damaged)
         (void)session->log.append({store::Severity::warning, node, {}, {}, completed.error().text});
     return Client::instance().add(std::move(session));

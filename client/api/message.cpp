@@ -11,7 +11,7 @@ using namespace arca::api;
 namespace
 {
 
-/// What happened, if it was this thread's last failure; else what the code means. In English.
+/// Returns, in English, what happened if `rc` was this thread's last failure; else what it means.
 std::string sentenceFor(std::int16_t rc)
 {
     const char *detail = lastDetail(rc);

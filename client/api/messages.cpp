@@ -31,7 +31,8 @@ constexpr Message kMessages[] = {
 #include "hoxclient_texts.inc"
 };
 
-/// The number of a code's message: a catalogue has neither 0 nor signs. 0 when it has none.
+/// Returns the number of a code's message, or 0 for a code without one: a catalogue's numbers begin
+/// at 1.
 constexpr int messageNumber(std::int16_t code)
 {
     constexpr int numberOfSuccess = 10000;
@@ -79,8 +80,8 @@ std::string messageInHostLanguage(std::int16_t code)
     const Message *known = find(code);
     if (known == nullptr || std::strcmp(language, nlsEnglish) == 0)
         return {};
-    // Opened for this one message: nothing is left to be closed when the host forgets this library,
-    // and the locale is followed wherever the host takes it.
+    // Opened for this one message: nothing stays open when the host closes this library, and the
+    // locale may change between two messages.
     nlsObject_t catalogues(nullptr);
     if (catalogues.initMsgSys({kCatalogues, nullptr, 1, locale, nl_langinfo(CODESET)}) != 0)
         return {};

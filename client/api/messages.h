@@ -1,4 +1,4 @@
-// The texts of return codes.
+// The texts of return codes. Any thread, with or without a set-up; throws std::bad_alloc.
 #ifndef KEEL_CLIENT_API_MESSAGES_H
 #define KEEL_CLIENT_API_MESSAGES_H
 
@@ -8,14 +8,15 @@
 namespace arca::api
 {
 
-/// "RBS2101E" and so on: the prefix, four digits, a severity letter (I, W, E or S).
+/// Returns the prefix, four digits and a severity letter (I, W, E or S), as "RBS2101E". Of a code
+/// that is not ours the last four digits and E.
 std::string messageIdentifier(std::int16_t code);
 
-/// An English sentence for any code; a general one for a code that is not ours.
+/// Returns an English sentence for any code; a general one for a code that is not ours.
 std::string messageSentence(std::int16_t code);
 
-/// Identifier and sentence in the language and the code set of the host's locale. Empty where that
-/// is English, and where there is no catalogue, or none with this message.
+/// Returns identifier and sentence in the language and the code set of the host's locale, which it
+/// does not change. Empty when that is English, or no catalogue has this message.
 std::string messageInHostLanguage(std::int16_t code);
 
 } // namespace arca::api

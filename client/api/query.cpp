@@ -24,7 +24,7 @@ Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
     ARCA_TRY(const std::string owner,
              pointerText(asked->owner, HOX_MAX_OWNER_NAME, "the owner name"));
     Query query;
-    // Before anything is looked at: what was not granted must not even show whether it is there.
+    // First of all: the answer must not show whether an object that was not granted is there.
     ARCA_TRY(const bool readable, mayRead(session, name));
     if (!readable)
         return query;
@@ -36,7 +36,7 @@ Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
     if (asked->objState != HOX_STATE_INACTIVE) {
         auto found = session.space->find(name);
         if (!found && found.error().kind == ErrorKind::damaged)
-            query.damage = Refusal(std::move(found).error()); // told when it is fetched
+            query.damage = Refusal(std::move(found).error()); // returned by hoxGetNextQObj
         else if (!found)
             return Refusal(std::move(found).error());
         else if (*found)
@@ -171,7 +171,8 @@ Answer<Query> queryLog(Session &session, const qryLogData *asked)
     return query;
 }
 
-/// When an inactive object may go by what its class says now; 0: never.
+/// Returns the time (seconds since 1970) until which an inactive object's class keeps it, by what
+/// the class says now; 0: for ever, or the object is active.
 Answer<std::int64_t> expiryOf(Session &session, Query &query, const store::PieceInfo &piece)
 {
     constexpr std::int64_t kDay = 86400;
@@ -264,7 +265,7 @@ template <class Record> Answer<std::span<std::byte>> recordIn(DataBlk *block, st
     return room;
 }
 
-/// It may lie anywhere in the caller's memory, so it is filled by copying.
+/// Fills the caller's record by copying: it may lie at any address, also an unaligned one.
 template <class Record, class Fill>
 Answer<void> deliver(DataBlk *block, std::uint16_t version, Fill fillRecord)
 {
@@ -276,8 +277,9 @@ Answer<void> deliver(DataBlk *block, std::uint16_t version, Fill fillRecord)
     return {};
 }
 
-/// Returns the next object that the session may see now. Before an object is answered the rules are
-/// looked at; while none is, every 1,000 objects, so that a new rule counts, too.
+/// Returns the next object that the session may find now; nothing at the end. Re-reads the access
+/// rules before each object that they cover, so that a revoked rule ends the access at once, and
+/// every 1,000 objects otherwise, so that a new rule is noticed.
 Answer<std::optional<store::PieceInfo>> nextObject(Session &session, Query &query)
 {
     constexpr std::size_t kForOneLook = 1000;
@@ -294,8 +296,8 @@ Answer<std::optional<store::PieceInfo>> nextObject(Session &session, Query &quer
     }
 }
 
-/// What a reader learns of damage: whether it meets objects that it was granted. The names of the
-/// blobs are not for it.
+/// Ends a listing that met damage, for a reader of another node's objects. It learns only whether
+/// an object that it was granted is, or may be, damaged, and no blob names.
 Code endForReader(Session &session, const Query &query)
 {
     bool any = false;
@@ -314,7 +316,7 @@ Code endForReader(Session &session, const Query &query)
     return query.atEnd;
 }
 
-/// The end of a listing, which tells what it had to pass over.
+/// Ends a listing: with damage when objects were passed over, which the local log names.
 Code endOfObjects(Session &session, const Query &query)
 {
     const auto &hurt = query.objects->hurt();

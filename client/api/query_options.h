@@ -1,4 +1,4 @@
-// The record that tells which options are in force.
+// The record of the options in force. Pure functions of their arguments.
 #ifndef KEEL_CLIENT_API_QUERY_OPTIONS_H
 #define KEEL_CLIENT_API_QUERY_OPTIONS_H
 
@@ -8,10 +8,12 @@
 namespace arca::api
 {
 
+/// Fills in the whole record; a text that does not fit its field is cut.
 void fillOptions(optStruct &record, const std::string &directory, const config::Options &options,
                  const std::string &node);
 
-/// The last component of the repository's place: what people call it.
+/// Returns the last component of the repository's directory, which people call it by; empty when
+/// the address is malformed.
 std::string repositoryName(const config::Options &options);
 
 } // namespace arca::api

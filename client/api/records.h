@@ -1,4 +1,5 @@
-// Reading and filling the records of the interface, whatever the caller left in them.
+// Reading and filling the records of the interface, whatever the caller left in them. Pure
+// functions: any thread. Every call that fails has changed nothing.
 #ifndef KEEL_CLIENT_API_RECORDS_H
 #define KEEL_CLIENT_API_RECORDS_H
 
@@ -19,7 +20,7 @@ inline std::uint64_t joined(hox64_t value)
     return static_cast<std::uint64_t>(value.hi) << 32 | value.lo;
 }
 
-/// HOX_ENCRYPT_ bits.
+/// Returns the HOX_ENCRYPT_ bits of a cipher.
 inline std::uint8_t encryptionBits(Cipher cipher)
 {
     if (cipher == Cipher::none)
@@ -32,10 +33,11 @@ inline hox64_t split(std::uint64_t value)
     return {static_cast<std::uint32_t>(value >> 32), static_cast<std::uint32_t>(value)};
 }
 
-/// Local time; seconds since 1970.
+/// Returns the local time of `seconds` since 1970 (UTC); all zeros when it has none.
 hoxDate dateOf(std::int64_t seconds);
 
-/// A text in a field of N characters; one without a terminator is HOX_RC_BAD_ARGUMENT.
+/// Returns a copy of the text in a field of N characters. Errors: HOX_RC_BAD_ARGUMENT, which names
+/// `what`, when the field has no terminator.
 template <std::size_t N> Answer<std::string> fieldText(const char (&field)[N], const char *what)
 {
     const void *end = std::memchr(field, '\0', N);
@@ -44,12 +46,13 @@ template <std::size_t N> Answer<std::string> fieldText(const char (&field)[N], c
     return std::string(field);
 }
 
-/// A text behind a pointer, null meaning empty; longer than `limit` is `tooLong`.
+/// Returns a copy of the text behind a pointer; empty for null. Reads at most limit + 1 bytes.
+/// Fails with `tooLong` for more than `limit` characters.
 Answer<std::string> pointerText(const char *text, std::size_t limit, const char *what,
                                 int tooLong = HOX_RC_BAD_ARGUMENT);
 
-/// Fills a field, cutting what does not fit: only for texts whose cut is harmless, or that were
-/// checked to fit.
+/// Fills a field up with NUL, at least one. A text that does not fit is cut: only for texts where
+/// that is harmless, or that were checked to fit.
 template <std::size_t N> void fill(char (&field)[N], std::string_view text)
 {
     const std::size_t length = std::min(text.size(), N - 1);
@@ -57,17 +60,22 @@ template <std::size_t N> void fill(char (&field)[N], std::string_view text)
     std::memset(field + length, 0, N - length);
 }
 
-/// Three non-empty names that begin with '/', and a known type.
+/// Returns a name whose three parts begin with '/' and whose type is known. Errors:
+/// HOX_RC_NULL_ARGUMENT, HOX_RC_BAD_ARGUMENT.
 Answer<store::ObjectName> objectNameOf(const hoxObjName *name);
+/// Returns a name that begins with '/' and fits its field. Errors: the same.
 Answer<std::string> filespaceNameOf(const char *name);
 
+/// Fills in all four fields; a stored name fits them.
 void fill(hoxObjName &record, const store::ObjectName &name);
 
-/// HOX_RC_NULL_ARGUMENT and HOX_RC_BAD_VERSION; 0 is not a version.
+/// Fails with HOX_RC_NULL_ARGUMENT for a null record, and with HOX_RC_BAD_VERSION when `version`
+/// (of the record; any value for a null one) is not `known`. The text names `what`.
 Answer<void> expectVersion(const void *record, std::uint16_t version, std::uint16_t known,
                            const char *what);
 
-/// The bytes that a block brings, or the room it offers. HOX_RC_NULL_ARGUMENT, HOX_RC_BAD_VERSION.
+/// Returns the caller's buffer in place: the bytes that it brings, or the room that it offers, all
+/// of bufferLen. numBytes is left alone. Errors: HOX_RC_NULL_ARGUMENT, HOX_RC_BAD_VERSION.
 Answer<ByteView> bytesIn(const DataBlk *block);
 Answer<std::span<std::byte>> roomIn(const DataBlk *block);
 

@@ -52,7 +52,7 @@ std::uint32_t reduction(std::uint64_t before, std::uint64_t after)
     return static_cast<std::uint32_t>(saved * 10000.0);
 }
 
-/// All of it went straight to the storage: there is no server process.
+/// Every stored byte counts as direct: there is no server process.
 void describeTotals(const store::PieceTotals &totals, hoxEndSendObjExOut_t &output)
 {
     const std::uint64_t stored = totals.storedBytes + totals.manifestBytes;

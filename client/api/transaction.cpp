@@ -25,7 +25,7 @@ void Transaction::poison(const Refusal &cause)
 {
     if (failure_ == HOX_RC_OK)
         failure_ = cause.code;
-    // What was sent so far is given up at once: its space may be what is lacking.
+    // What was sent is dropped at once: the failure may be a lack of the space that it takes.
     open_ = {};
     finished_.clear();
 }
@@ -126,7 +126,7 @@ Answer<void> Transaction::publish()
     const std::size_t steps = finished_.size() + deletions_.size() + deactivations_.size();
     if (steps == 0)
         return {};
-    // One object or one deletion needs no plan: it is one step as it is.
+    // One object or one deletion is an atomic step without a plan.
     if (steps == 1 && !finished_.empty())
         return answered(space_.commit(*finished_.front().piece, finished_.front().registration));
     if (steps == 1 && !deletions_.empty())

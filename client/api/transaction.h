@@ -1,6 +1,8 @@
 // One transaction: objects that were sent, others to delete or to make inactive, all of it done at
-// the commit or not at all. The first failed or missing step poisons it: from then on it can only
-// be given up.
+// the commit or not at all. The first failed or missing step poisons the transaction: what was sent
+// is dropped, every later step is refused, and commit() fails with the code of that step. One
+// thread at a time: the caller holds the session's mutex. Destroying it gives up what was not
+// committed.
 #ifndef KEEL_CLIENT_API_TRANSACTION_H
 #define KEEL_CLIENT_API_TRANSACTION_H
 
@@ -16,22 +18,34 @@ namespace arca::api
 class Transaction
 {
 public:
+    /// `space` must outlive the transaction.
     explicit Transaction(store::NodeSpace &space) : space_(space) {}
 
-    /// An object is being sent: begun, not ended. Also when it failed on the way.
+    /// Returns true from beginObject() to endObject(), also when the object failed in between.
     bool isSending() const { return sending_; }
 
     // Each step poisons the transaction when it fails, and is refused with HOX_RC_WILL_ABORT when
-    // an earlier one did.
+    // an earlier one did. A step out of order is refused with HOX_RC_BAD_CALL_SEQUENCE and changes
+    // nothing. Nothing that a step did shows before commit().
+
+    /// Errors: HOX_RC_FS_UNKNOWN, HOX_RC_OBJECT_EXISTS, HOX_RC_BAD_ARGUMENT (more than 4,096
+    /// objects and deletions); then no object is being sent.
     Answer<void> beginObject(store::PieceDescription description);
+    /// Takes all of `bytes`, which are copied. The failure of an earlier part may be returned here.
     Answer<void> append(ByteView bytes);
+    /// Ends the object, also when it fails, and returns what became of its bytes.
     Answer<store::PieceTotals> endObject();
+    /// Notes a deletion. Errors: HOX_RC_OBJECT_UNKNOWN, HOX_RC_BAD_ARGUMENT as above.
     Answer<void> deleteObject(store::PieceId id);
+    /// Notes that an object is to become inactive. Errors: the same; HOX_RC_OBJECT_UNKNOWN also
+    /// when it is inactive.
     Answer<void> deactivateObject(store::PieceId id);
-    /// For a step that failed before it came to one of the above.
+    /// For a step that failed before it came to one of the above. Keeps the first cause.
     void poison(const Refusal &cause);
 
-    /// Publishes everything, or nothing and the code of the cause.
+    /// Publishes everything, durably and in one step, or nothing: then it returns the code of the
+    /// step that failed, HOX_RC_STEP_FAILED when an object was not ended, or what publishing failed
+    /// with. Call it once; drop the transaction afterwards.
     Answer<void> commit();
 
 private:

@@ -9,8 +9,8 @@ using namespace arca::api;
 namespace
 {
 
-/// The answer of an end of transaction whose work was not done: the caller looks at the reason. Its
-/// sentence is kept for that reason, which is what the caller will ask the text of.
+/// Ends a transaction that published nothing: the code of the cause becomes the reason, and its
+/// detail stays with that code, as the caller will ask hoxRCMsg for the text of the reason.
 Code withReason(std::uint16_t *reason, const Refusal &cause)
 {
     *reason = static_cast<std::uint16_t>(remembered(cause));
