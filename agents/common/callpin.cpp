@@ -1,4 +1,11 @@
-// The count of calls inside, and what happens when it comes to its end.
+// The count of the threads inside, and the hand-over of the destruction to the last one.
+//
+// Why nothing is destroyed twice or never:
+// 1. A thread enters only by adding itself to an open gate, in one compare-and-swap; once the gate
+//    is closed the count only falls.
+// 2. Both the thread that closes and the last one to leave ask callPinTake under initMutex, which
+//    answers true to the first that finds the count at zero, and clears `waits`.
+// 3. The gate opens again only after the objects were made, under the same initMutex.
 #include "agents/common/callpin.h"
 
 #include <atomic>
@@ -49,7 +56,7 @@ void callPinCheckProcess() noexcept
     int seen = maker.load(std::memory_order_acquire);
     while (seen != self) {
         if (seen == -self) {
-            sched_yield(); // another thread of this child is at it
+            sched_yield(); // another thread of this child is adopting the gate
             seen = maker.load(std::memory_order_acquire);
         } else if (maker.compare_exchange_weak(seen, -self, std::memory_order_acq_rel)) {
             if (seen != 0) {

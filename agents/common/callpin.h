@@ -1,23 +1,27 @@
-// Who is inside a call of the library while its process-wide objects (traces, binding, context
-// table) are released.
+// Keeps the process-wide objects (traces, binding, context table) alive for the calls inside the
+// library while another thread releases them.
 //
-// A second sbtinit, or an sbtend for another context, may come on one thread while another is
+// A second sbtinit, or an sbtend for another context, may run on one thread while another thread is
 // inside a call: deep in the storage client, or in the middle of a trace line. What must stay true:
-// 1. From the release on, every call that begins finds nothing: it is shut out until the next
-//    sbtinit.
-// 2. A call that began before goes on with the objects that it began with. The last of these calls
-//    to end destroys them; until then no new ones are made.
-// 3. In a forked child nothing of the parent's is used or destroyed. Its threads do not exist
-//    there, and whatever they were changing may be half changed. The child begins from nothing.
+// 1. From the release on, every call that begins is shut out until the next sbtinit: it sees no
+//    process-wide object.
+// 2. A call that began before the release keeps the objects that it began with. The last of these
+//    calls to end destroys them; until then no new ones are made.
+// 3. In a forked child nothing of the parent's is used or destroyed. The parent's other threads do
+//    not exist there, and what they were changing may be half changed. The child begins from
+//    nothing.
 //
-// The functions below the class belong to the initialisation, which holds initMutex around them.
+// A thread counts once, however deep its pins nest. The release never waits for the calls inside.
+// callPinOpen, callPinClose and callPinTake are called with initMutex held; the rest takes and
+// needs no lock.
 #ifndef KEEL_AGENTS_COMMON_CALLPIN_H
 #define KEEL_AGENTS_COMMON_CALLPIN_H
 
 #include "common/thrd/pscancel.h"
 
-/// Stands at the beginning of every exported call, before anything looks at a process-wide object,
-/// and ends after all else of the call. Nests. Costs two atomic operations.
+/// Pins the process-wide objects for a call. It is the first object of every exported call, before
+/// anything looks at a process-wide object, and the last to be destroyed. Nests. Costs two atomic
+/// operations. The destructor of the last pin after a release runs lastLeft.
 class CallPin
 {
 public:
@@ -30,32 +34,38 @@ private:
     psNoCancel noCancel; // a cancelled thread ends after the call, not within it
 };
 
-/// True when the calling thread is in a call that must see no process-wide object.
+/// Returns true when the calling thread is in a call that must see no process-wide object. False
+/// outside any call.
 bool callShutOut() noexcept;
 
-/// What the users of this unit do: lastLeft runs in the thread of the last call to end after a
-/// release, forked in the first call of a forked child (with no lock of the parent's held).
+/// The actions of the initialisation: lastLeft runs in the thread of the last call to end after a
+/// release, with no lock of this unit held, and takes initMutex itself; forked runs in the first
+/// call of a forked child, before any other call there begins.
 struct CallPinDuties {
     void (*lastLeft)();
     void (*forked)();
 };
+/// Sets the actions, in place of earlier ones. Nothing runs until then.
 void callPinDuties(const CallPinDuties &duties) noexcept;
 
-/// Notices that this process is a forked child; as the beginning of a call does.
+/// Runs `forked` once when this process is a forked child that has not noticed yet. The beginning
+/// of a call does this too; needed only before a call that has no pin yet.
 void callPinCheckProcess() noexcept;
 
-/// The objects are whole: calls that begin from now on may use them.
+/// Lets in the calls that begin from now on: the objects are complete.
 void callPinOpen() noexcept;
 
-/// No call that begins from now on is let in, and this thread gives its own pins up. True when no
-/// call is inside: the caller destroys the objects. False: lastLeft will.
+/// Shuts out every call that begins from now on, and gives the calling thread's own pin up. Returns
+/// true when no call is inside: the caller destroys the objects, now. False: the last call inside
+/// runs lastLeft.
 bool callPinClose() noexcept;
 
-/// True once after a release that calls inside have held up, when all of them have left: the caller
-/// destroys the objects.
+/// Returns true once after each release, when no call is inside any more: the caller destroys the
+/// objects, now. False while calls are inside, and when there was no release or the destruction was
+/// taken already.
 bool callPinTake() noexcept;
 
-/// From now until the end of its call this thread sees no process-wide object.
+/// Shuts the calling thread out for the rest of its call, whose objects may be gone.
 void callPinShutOutHere() noexcept;
 
 #endif

@@ -1,5 +1,6 @@
-// CFirstFailureRc: a return code that keeps the first failure. Used where several steps are made in
-// any case and the caller wants the code of the one that went wrong first.
+// CFirstFailureRc: a return code that keeps the first failure: once it is not 0, assignments leave
+// it as it is. For sequences whose steps are all made and whose first failing code is the result.
+// One thread.
 #ifndef KEEL_AGENTS_COMMON_CFIRSTFAILURERC_H
 #define KEEL_AGENTS_COMMON_CFIRSTFAILURERC_H
 

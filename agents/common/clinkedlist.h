@@ -1,4 +1,5 @@
-// CLinkedList<T>: a doubly linked list that owns a copy of each record. Not thread-safe.
+// CLinkedList<T>: a doubly linked list that owns a copy of each record, in tracked memory. Not
+// thread-safe. A node stays where it is until it is removed or the list is freed.
 #ifndef KEEL_AGENTS_COMMON_CLINKEDLIST_H
 #define KEEL_AGENTS_COMMON_CLINKEDLIST_H
 
@@ -25,9 +26,9 @@ public:
     CLinkedList(const CLinkedList &) = delete;
     CLinkedList &operator=(const CLinkedList &) = delete;
 
-    /// Appends a copy of record, made by the copy operation when useCopyOp is 1 and there is one,
-    /// else byte for byte as T copies itself. 102 when there is no memory; the list is unchanged
-    /// then.
+    /// Appends a copy of record: made by the copy operation from a default T when useCopyOp is 1
+    /// and there is one, else by T's copy constructor. Returns 0, or kNoMemory with the list
+    /// unchanged.
     std::uint32_t addTail(const T &record, int useCopyOp = 0)
     {
         KEEL_TRACE(TR_LINKEDLIST, "Enter CLinkedList::addTail()\n");
@@ -50,7 +51,7 @@ public:
         return 0;
     }
 
-    /// Unlinks and frees node; returns the one that followed it.
+    /// Unlinks and destroys a node of this list; returns the node that followed it, or null.
     Node *remove(Node *node)
     {
         KEEL_TRACE(TR_LINKEDLIST, "Enter CLinkedList::remove()\n");
@@ -64,6 +65,7 @@ public:
         return following;
     }
 
+    /// Destroys every node; the list is empty and usable afterwards.
     void freeAll()
     {
         KEEL_TRACE(TR_LINKEDLIST, "Enter CLinkedList::freeAll()\n");
@@ -73,6 +75,7 @@ public:
         KEEL_TRACE(TR_LINKEDLIST, "Exit CLinkedList::freeAll()\n");
     }
 
+    /// The first and the last node; null when the list is empty.
     [[nodiscard]] Node *head() const { return head_; }
     [[nodiscard]] Node *tail() const { return tail_; }
     [[nodiscard]] std::uint32_t count() const { return count_; }

@@ -1,8 +1,8 @@
-// DBaseApi: what every binding of a storage client has, and the clock that runs while a client
-// works.
+// DBaseApi: the base of every binding of a storage client, and the clock that runs during its
+// calls.
 //
-// The status object is shared by all callers of a process. Its members are relaxed atomics, so
-// overlapping calls make its totals approximate and nothing worse.
+// All threads of a process share one status object. Its members are relaxed atomics: overlapping
+// calls make its totals approximate and do no other harm.
 #ifndef KEEL_AGENTS_COMMON_DBASEAPI_H
 #define KEEL_AGENTS_COMMON_DBASEAPI_H
 
@@ -10,17 +10,21 @@
 #include <cstddef>
 #include <cstdint>
 
-/// A stop-watch over the time of day.
+/// A stop-watch over the time of day; it jumps when the system's clock is set.
 class DIfcTimeUtil
 {
 public:
+    /// Note the present time as start or end. Both return 1.
     int startTimer();
     int endTimer();
-    /// From the last start to the last end, in whole milliseconds; 0 when the clock was set back.
+    /// Return the time from the last start to the last end in whole milliseconds or seconds; 0 when
+    /// the clock was set back.
     long getElapsedMs();
     long getElapsedSec();
+    /// Sleeps that long, across signals.
     static void milliSleep(unsigned milliseconds);
-    /// "YYYY-MM-DD hh:mm:ss.uuuuuu" of now, local time, cut at size.
+    /// Writes "YYYY-MM-DD hh:mm:ss.uuuuuu" of now, local time, cut to size - 1 characters and
+    /// terminated.
     static void getTimeStamp(char *text, std::size_t size);
 
 private:
@@ -30,37 +34,44 @@ private:
     std::atomic<std::int64_t> end_{0};
 };
 
-/// What is known of the calls made so far.
+/// The totals of the calls made so far.
 class DBaseApiStatus : public DIfcTimeUtil
 {
 public:
-    std::atomic<double> totalTime{0.0}; // milliseconds, of the timed wrappers
-    std::atomic<bool> inCall{false};
+    /// Of all timed calls, in milliseconds. (Calls that end by the static EndApiCall add seconds.)
+    std::atomic<double> totalTime{0.0};
+    std::atomic<bool> inCall{false}; // some call has begun and none has ended since
     std::atomic<std::uint64_t> calls{0};
 };
 
 class DBaseApi
 {
 public:
+    /// The name is copied, cut at 63 characters; it serves in traces.
     explicit DBaseApi(const char *apiName = "");
     virtual ~DBaseApi() = default;
     DBaseApi(const DBaseApi &) = delete;
     DBaseApi &operator=(const DBaseApi &) = delete;
 
+    /// Load and unload the client; set up and clean up its environment. The binding says what they
+    /// return. The caller makes sure that no other thread uses the binding meanwhile.
     virtual int Setup() = 0;
     virtual int Cleanup() = 0;
     virtual int Init(DBaseApiStatus *status, int *rc) = 0;
     virtual int Term(DBaseApiStatus *status) = 0;
 
-    /// False for a binding that must not call the client, whatever is loaded.
+    /// Returns false for a binding that must not call the client, even when one is loaded.
     [[nodiscard]] bool usable() const { return usable_; }
 
     [[nodiscard]] virtual const char *GetApiName() const { return apiName_; }
 
-    /// A null status is allowed everywhere and is not kept.
+    /// Surround a timed call: count it, add its time to the total, trace it. A null status is
+    /// allowed everywhere and then nothing is counted or traced. The static form names the API
+    /// itself.
     static void StartApiCall(DBaseApiStatus *status);
     void EndApiCall(DBaseApiStatus *status);
     static void EndApiCall(DBaseApiStatus *status, const char *name);
+    /// Writes the total in seconds to the agent trace (class TR_PERFORM).
     void LogApiStatus(DBaseApiStatus *status);
 
 protected:

@@ -15,7 +15,7 @@ std::atomic<DHoxApiStatus *> HoxApiStatusObjP{nullptr};
 namespace
 {
 
-// The table of operations is class-wide: this binding does not look at it.
+// The table of operations is class-wide, so this binding must not look at it.
 class NothingLoaded : public DHoxApiDL
 {
 public:
@@ -65,7 +65,7 @@ std::int16_t DHoxApi::dhoxSetUp(DBaseApiStatus *status, int multithread, const e
     if (rc == HOX_RC_OK) {
         setUpProcess_ = static_cast<int>(getpid());
     } else if (rc != HOX_RC_NULL_ARGUMENT && rc != HOX_RC_BAD_VERSION) {
-        setUpProcess_ = 0; // the earlier set-up is gone, too
+        setUpProcess_ = 0; // a failed set-up has ended the earlier one
     }
     return rc;
 }

@@ -3,10 +3,10 @@
 //
 //     rc = hoxApi().dhoxSendData(HoxApiStatusObjP, handle, &block);
 //
-// A call is traced and, where it has a code, timed; the code comes back unchanged. The table of
-// operations is class-wide, so it is shared by every instance of the process. It is filled and
-// cleared under the initialisation lock and does not change while a channel is active; reading it
-// needs no lock.
+// A call is traced and, unless it returns void, timed; the client's code is returned unchanged, and
+// hoxapi.h says what it means. Any thread may call. Every instance of the process shares the one
+// table of operations. The table is filled and cleared under the initialisation lock and does not
+// change while a channel is active, so that reading it needs no lock.
 #ifndef KEEL_AGENTS_COMMON_DHOXCALLS_H
 #define KEEL_AGENTS_COMMON_DHOXCALLS_H
 
@@ -17,10 +17,10 @@
 #include "client/include/hoxapi.h"
 #include "common/ut/trace.h"
 
-/// What a call comes to while nothing is loaded; nothing is touched then.
+/// The code of every call while no client is loaded; its arguments are not touched then.
 constexpr std::int16_t DHOX_NOT_LOADED = 104;
 
-/// One operation behind the class-wide pointer to it.
+/// One operation, called through the class-wide pointer to it.
 template <class Operation> class DHoxCall;
 template <class Result, class... Formal> class DHoxCall<Result(Formal...)>
 {
@@ -36,7 +36,7 @@ public:
     {
         KEEL_TRACE(TR_API, "Enter %s\n", name_);
         const Pointer operation = api_.usable() ? operation_ : nullptr;
-        if constexpr (std::is_void_v<Result>) { // short and without a server: not timed
+        if constexpr (std::is_void_v<Result>) { // short and local to the process: not timed
             if (operation != nullptr) {
                 operation(arguments...);
             }

@@ -1,4 +1,4 @@
-// Groups of objects, for object maintenance: one operation of the client, told apart by its action.
+// Groups of objects, for object maintenance: one operation of the client with an action code.
 #include "agents/common/dhoxapi.h"
 
 int DHoxApi::group(DBaseApiStatus *status, hoxHandle_t handle, const GroupRequest &request)

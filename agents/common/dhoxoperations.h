@@ -1,5 +1,5 @@
-// The storage client's operations, in the order in which they are looked up. The i-th name fills
-// the i-th pointer, so the order is part of the contract with traces and tests that count look-ups.
+// The storage client's operations, in the order in which they are looked up. Traces and tests that
+// count look-ups rely on the order.
 #ifndef KEEL_AGENTS_COMMON_DHOXOPERATIONS_H
 #define KEEL_AGENTS_COMMON_DHOXOPERATIONS_H
 

@@ -1,6 +1,7 @@
-// KEELCTrace: through it the library starts and enables the agent trace. One object a process, made
-// at initialisation before the database trace and deleted at clean-up. The statements themselves
-// are KEEL_TRACE.
+// KEELCTrace: starts and enables the agent trace on behalf of libobk.so. One object a process, made
+// at initialisation before the database trace and deleted at clean-up; its destructor ends the
+// trace and forgets the test flags. The statements themselves are KEEL_TRACE. The calls have no
+// state but that of the trace, see common/ut/trace.h.
 #ifndef KEEL_AGENTS_COMMON_KEELCTRACE_H
 #define KEEL_AGENTS_COMMON_KEELCTRACE_H
 
@@ -17,14 +18,15 @@ public:
     KEELCTrace &operator=(const KEELCTrace &) = delete;
 
     /// Starts tracing to fileName, with process and thread in every line; writes the header block
-    /// when writeHeader is not 0. 0, 419, or the code of the trace facility (426: the file does not
-    /// open).
+    /// when writeHeader is not 0. Returns 0, or with the trace off kCannotEnable, 406 for a name
+    /// that is missing or too long, 426 for a file that cannot be opened.
     std::uint32_t trBegin(const char *fileName, int writeHeader);
 
-    /// flags: blank-separated class names.
+    /// As the functions of those names in common/ut/trace.h.
     std::uint32_t trEnable(const char *flags, int on);
     std::uint32_t trTestEnable(const char *flags);
 
+    /// Always 0: making the object cannot fail.
     [[nodiscard]] std::uint32_t rc() const { return rc_; }
 
 private:

@@ -1,5 +1,5 @@
-// Access for other nodes: what the session's node lets them find and read. Codes are the storage
-// client's; the session is idle.
+// Access for other nodes: what the session's node lets them find and read. Each call returns the
+// storage client's code, 0 for success. The session is idle: no transaction or query is under way.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTACCESS_H
 #define KEEL_AGENTS_COMMON_MAINT_MTACCESS_H
 
@@ -7,15 +7,16 @@
 
 #include "agents/common/maint/mtsession.h"
 
-/// Every rule, in the order of their numbers.
+/// Reads every rule, in the order of their numbers. After anything but 0 `rules` is empty.
 int mtAccessRules(const mtSession &session, std::vector<qryRespAccessData> &rules);
 
-/// Lets `node` (only `owner` there, when it is not empty) read the objects of that name; a high- or
-/// low-level name "/*" means every one. A rule that is there already is not made twice.
+/// Lets `node` (only `owner` there, when it is not empty) find and read the objects of that name; a
+/// high- or low-level name "/*" means every one. Returns 0 also when the rule exists already; it is
+/// not made twice.
 int mtAccessGrant(const mtSession &session, const hoxObjName &name, const std::string &node,
                   const std::string &owner);
 
-/// HOX_RC_OBJECT_UNKNOWN when there is no such rule.
+/// Deletes the rule of that number. HOX_RC_OBJECT_UNKNOWN when there is no such rule.
 int mtAccessRevoke(const mtSession &session, std::uint32_t rule);
 
 #endif

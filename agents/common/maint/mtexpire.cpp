@@ -15,7 +15,7 @@ struct Version {
     std::uint64_t objId;
     std::int64_t inactTime, insTime;
     std::uint64_t size, storedSize;
-    const mtClass_t *rule; // null: nobody knows its class
+    const mtClass_t *rule; // null: its class is unknown
 
     [[nodiscard]] auto age() const { return std::tuple(inactTime, insTime, objId); }
     [[nodiscard]] bool isTooOld(std::int64_t now) const
@@ -30,7 +30,7 @@ bool sameName(const hoxObjName &a, const hoxObjName &b)
            std::strcmp(a.fsName, b.fsName) == 0;
 }
 
-/// The versions of the name that is being looked at.
+/// The versions of the present name.
 class Name
 {
 public:
@@ -53,7 +53,7 @@ public:
         }
     }
 
-    /// Those that go, the oldest first: should they go one by one, the newest are there longest.
+    /// Returns the versions to delete, the oldest first: an interruption leaves the newest.
     std::vector<mtObject_t> outdated(std::int64_t now)
     {
         std::ranges::sort(versions_, std::greater<>(), &Version::age);
@@ -152,7 +152,7 @@ int mtExpire(const mtSession &finding, const mtSession &changing, const mtExpiry
             name.add(object, rule == rules.end() ? nullptr : &rule->second);
             return true;
         });
-    // Who ended the query wants nothing more to go.
+    // A query that was ended by the progress means stop: nothing more is deleted.
     if (rc == HOX_RC_OK && asked != HOX_RC_ABORTED && settle()) {
         rc = removal.finish();
     }

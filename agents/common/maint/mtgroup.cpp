@@ -40,8 +40,8 @@ int mtGroupMake(const mtSession &session, const std::string &tag, const hoxObjNa
             return rc;
         }
     }
-    // A close that fails ends the open group by itself. Deleting by the leader would then delete a
-    // group that another session has made of it meanwhile.
+    // A close that fails ends the open group itself. Deleting by the leader would then delete a
+    // group that another session has made with that leader meanwhile.
     rc = mtApi()->groupClose(mtStatus(), session.handle(), id);
     if (rc == HOX_RC_OK) {
         leaderId = cuMake64(id.hi, id.lo);

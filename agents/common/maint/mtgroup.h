@@ -1,6 +1,6 @@
-// Groups of objects: made, changed and deleted through the storage client. What a group is, and
-// what it is good for, hoxapi.h says above hoxGroupHandler. Codes are the storage client's; the
-// session is idle. What returned 0 is durable, and each call is done whole or not at all.
+// Groups of objects: made, changed and deleted through the storage client. hoxapi.h says above
+// hoxGroupHandler what a group is for. Each call returns the storage client's code; the session is
+// idle. A call is done whole or not at all; one that returned 0 is durable.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTGROUP_H
 #define KEEL_AGENTS_COMMON_MAINT_MTGROUP_H
 
@@ -9,14 +9,15 @@
 
 #include "agents/common/maint/mtsession.h"
 
-/// Makes a group with that tag, led by the active object `leader`; `leaderId` receives its
-/// identifier, by which the other calls name the group. After anything but 0 there is no group and
-/// `leaderId` is unchanged. HOX_RC_OBJECT_UNKNOWN, HOX_RC_OBJECT_EXISTS (it leads one already).
+/// Makes a group with that tag, led by the active object `leader`; `leaderId` receives that
+/// object's identifier, by which the other calls name the group. After anything but 0 no group was
+/// made and `leaderId` is unchanged. Errors: HOX_RC_OBJECT_UNKNOWN, HOX_RC_OBJECT_EXISTS (it leads
+/// one already).
 int mtGroupMake(const mtSession &session, const std::string &tag, const hoxObjName &leader,
                 std::span<const std::uint64_t> members, std::uint64_t &leaderId);
 
-/// Adds members to a group, and takes members out of it. HOX_RC_OBJECT_UNKNOWN when the group or a
-/// member is not there.
+/// Add members to a group, and take members out of it. Errors: HOX_RC_OBJECT_UNKNOWN when the group
+/// or a member does not exist.
 int mtGroupAdd(const mtSession &session, std::uint64_t leaderId,
                std::span<const std::uint64_t> members);
 int mtGroupTakeOut(const mtSession &session, std::uint64_t leaderId,

@@ -1,4 +1,5 @@
-// The activity log of the repository: what sessions report.
+// The activity log of the repository: the events that sessions report. Each call returns the
+// storage client's code, 0 for success; the session is idle.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTLOG_H
 #define KEEL_AGENTS_COMMON_MAINT_MTLOG_H
 
@@ -12,7 +13,7 @@ struct mtLogFilter_t {
     std::int64_t before = 0;
     std::uint32_t severity = HOX_SEVERITY_INFO; // this one or worse
     std::string node;                           // empty: the session's own
-    bool allNodes = false;                      // instead of one
+    bool allNodes = false;                      // true: of every node, and node is not used
 };
 
 struct mtLogEvent_t {
@@ -22,19 +23,20 @@ struct mtLogEvent_t {
     bool sealed = false; // for another node: the message is not shown
 };
 
-/// Writes an event in the name of this application; one of severity error or worse is durable on
-/// return, the others when the session ends.
+/// Writes an event in the name of this application. An event of severity error or worse is durable
+/// on return, any other when the session ends. messageId is cut silently to the record's length.
 int mtLogAppend(const mtSession &session, std::uint32_t severity, const std::string &messageId,
                 const std::string &message);
 
-/// Calls `visit` with each event, day by day in the order of time; false ends the query.
-/// `unreadable` counts lines that are none of the log's.
+/// Calls `visit` with each event, day by day in the order of time; false ends the query, which then
+/// returns 0. Returns 0 also when there is no event. `unreadable` is the number of lines that are
+/// no events of the log, as far as they were met before the last event that was handed over.
 int mtLogQuery(const mtSession &session, const mtLogFilter_t &filter,
                const std::function<bool(const mtLogEvent_t &event)> &visit,
                std::uint32_t &unreadable);
 
-/// Deletes the events of the days (UTC) that were over at that moment. What an interrupted pruning
-/// left is pruned by the next one.
+/// Deletes the events of the days (UTC) that had ended at `before` (seconds since 1970, UTC). Days
+/// that an interrupted call left are deleted by the next call.
 int mtLogPrune(const mtSession &session, std::int64_t before);
 
 #endif

@@ -1,10 +1,11 @@
-// The operations that a storage client must have, for whoever looks an installation over.
+// The operations that a storage client must have, for programs that check an installation.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTOPERATIONS_H
 #define KEEL_AGENTS_COMMON_MAINT_MTOPERATIONS_H
 
 #include <cstddef>
 
-/// Their names, in the order in which the agent looks them up.
+/// Returns their names, `count` constants, in the order in which the agent looks them up. Any
+/// thread.
 const char *const *mtOperationNames(std::size_t &count);
 
 #endif

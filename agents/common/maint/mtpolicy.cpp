@@ -13,7 +13,7 @@ mtClass_t classFrom(const qryRespMCData &answer)
             answer.daysKept, answer.isDefault != 0, answer.isDeleted != 0};
 }
 
-/// An update of the classes with this definition, null for none.
+/// Sends a definition of a class (null for none) to the storage client, with the action in mask.
 int update(const mtSession &session, const std::string &name, const mcDefinition *definition,
            std::uint32_t mask)
 {
@@ -26,8 +26,8 @@ int update(const mtSession &session, const std::string &name, const mcDefinition
                                   &attributes, mask);
 }
 
-/// Takes over what has a value, and tells which fields those are. HOX_RC_BAD_ARGUMENT when a text
-/// is too long.
+/// Copies the fields that have a value into the definition, and their bits into `fields`. Returns
+/// 0, or HOX_RC_BAD_ARGUMENT when a text is too long.
 int apply(const mtClassChange_t &change, mcDefinition &definition, std::uint32_t &fields)
 {
     definition.stVersion = HOX_MCDEFINITION_VERSION;
@@ -53,7 +53,8 @@ int bind(const mtSession &session, const dhoxBackupObject_t &object, const std::
                                   &attributes, HOX_UPDOBJ_MC | HOX_UPDOBJ_ONLY_ID);
 }
 
-/// Also when there is nothing to bind: a class that is not there is a mistake.
+/// Returns 0 when the class exists. Asked also when there is nothing to bind: naming a class that
+/// does not exist is a mistake in any case.
 int expectClass(const mtSession &session, const std::string &name)
 {
     std::vector<mtClass_t> classes;

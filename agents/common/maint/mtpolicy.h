@@ -1,5 +1,6 @@
-// Management classes: what becomes of the objects that are bound to them. They belong to the whole
-// repository. The session is idle; changes are durable on return.
+// Management classes: the rules for the objects that are bound to them. They belong to the whole
+// repository. Each call returns the storage client's code, 0 for success. The sessions are idle;
+// changes are durable on return, and a call that fails has changed nothing unless it says so.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTPOLICY_H
 #define KEEL_AGENTS_COMMON_MAINT_MTPOLICY_H
 
@@ -17,32 +18,36 @@ struct mtClass_t {
     std::uint16_t versionsKept = 1;
     std::uint16_t daysKept = mtNoLimit;
     bool isDefault = false;
-    bool isDeleted = false; // nothing new is bound to it, what was keeps it
+    bool isDeleted = false; // no object can be bound to it; those that are stay bound
 };
 
-/// The default one first, then the others; those that were deleted only when they are wanted.
+/// Reads the classes, the default one first; deleted ones only with alsoDeleted. After anything but
+/// 0 `classes` may hold some of them.
 int mtClasses(const mtSession &session, bool alsoDeleted, std::vector<mtClass_t> &classes);
 
-/// Only what has a value is taken over.
+/// The fields to set; one without a value is left as it is.
 struct mtClassChange_t {
     std::optional<std::string> description, stgPool;
     std::optional<std::uint16_t> versionsKept, daysKept;
 };
 
-/// What is left out is the storage pool of the default class, one version, for ever.
-/// HOX_RC_OBJECT_EXISTS; HOX_RC_BAD_ARGUMENT for what is no name or too long.
+/// Defines a class. Fields without a value get the storage pool of the default class, 1 version,
+/// no limit of days. Errors: HOX_RC_OBJECT_EXISTS; HOX_RC_BAD_ARGUMENT for an invalid name and for
+/// a text that is too long.
 int mtClassDefine(const mtSession &session, const std::string &name, const mtClassChange_t &change);
-/// HOX_RC_MC_UNKNOWN, HOX_RC_BAD_ARGUMENT.
+/// Changes a class. Errors: HOX_RC_MC_UNKNOWN, HOX_RC_BAD_ARGUMENT.
 int mtClassChange(const mtSession &session, const std::string &name, const mtClassChange_t &change);
-/// HOX_RC_MC_UNKNOWN; HOX_RC_BAD_ARGUMENT for the default class.
+/// Marks a class as deleted. Errors: HOX_RC_MC_UNKNOWN; HOX_RC_BAD_ARGUMENT for the default class.
 int mtClassDelete(const mtSession &session, const std::string &name);
 
-/// Binds every active object that the filter names to a class, one after the other; those that are
-/// bound to it already are passed over, so that whoever was interrupted begins again. `finding`
-/// answers the query while `changing` binds; they are two sessions of one node. The report tells of
-/// each what became of it: 0, or HOX_RC_OBJECT_UNKNOWN when it went, or another one took its name,
-/// meanwhile. A dry run only reports. HOX_RC_MC_UNKNOWN; HOX_RC_ABORTED when the report said stop;
-/// HOX_RC_REPOSITORY_DAMAGED when objects cannot be read: then all others were treated.
+/// Binds every active object that the filter names to a class, one after the other. Objects that
+/// are bound to it already are passed over without a report, so that an interrupted call can be
+/// repeated. `finding` answers the query while `changing` binds; they are two sessions of one node.
+/// The report receives each object with 0, or with HOX_RC_OBJECT_UNKNOWN when it was removed, or
+/// another one took its name, meanwhile. A dry run reports and binds nothing. After any error the
+/// objects that were reported with 0 stay bound. Errors: HOX_RC_MC_UNKNOWN (nothing was done),
+/// HOX_RC_ABORTED when the report or the progress said stop, HOX_RC_REPOSITORY_DAMAGED when objects
+/// cannot be read: they are not reported, and all others were treated.
 int mtBindObjects(const mtSession &finding, const mtSession &changing, const mtFilter_t &filter,
                   const std::string &className, bool dryRun, const mtRemovalReport_t &report);
 

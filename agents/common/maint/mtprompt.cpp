@@ -30,7 +30,7 @@ int wakeUp[2] = {-1, -1};
 extern "C" void mtNoteSignal(int number)
 {
     const int saved = errno;
-    if (caught == 0 || caught == SIGTSTP) { // one that ends is not forgotten for one that stops
+    if (caught == 0 || caught == SIGTSTP) { // a signal that ends the process wins over SIGTSTP
         caught = number;
     }
     const char byte = 0;
@@ -40,15 +40,16 @@ extern "C" void mtNoteSignal(int number)
 
 void wipe(char *memory, std::size_t size)
 {
-    // Through a pointer that the compiler must believe in: nobody reads this memory again.
+    // Through a volatile pointer: the compiler would drop writes to memory that is not read again.
     volatile char *byte = memory;
     for (std::size_t i = 0; i < size; ++i) {
         byte[i] = 0;
     }
 }
 
-/// Notes signals while it lives; a pipe makes one something that poll() can wait for, so none is
-/// missed between looking and waiting.
+/// Notes signals while it lives. The handler writes to a pipe that poll() waits for, so that a
+/// signal between the test of `caught` and the wait is not missed. askMutex is held: there is one
+/// at a time.
 class SignalWatch
 {
 public:
@@ -113,7 +114,7 @@ private:
     bool watching_ = false;
 };
 
-/// The terminal of the process, without echo for a secret; as it was when this goes.
+/// The terminal of the process, without echo for a secret; the destructor restores it.
 class Terminal
 {
 public:
@@ -133,7 +134,7 @@ public:
     {
         if (quiet_) {
             ::tcsetattr(descriptor_, TCSAFLUSH, &before_);
-            say("\n"); // the one that was typed did not show
+            say("\n"); // the line end that the person typed was not echoed
         }
         if (descriptor_ >= 0) {
             ::close(descriptor_);
@@ -153,7 +154,7 @@ private:
     termios before_{};
 };
 
-/// One character: 1, 0 for the end, -1 with the code.
+/// Reads one character. Returns 1, 0 for the end of the input, or -1 with the reason in `code`.
 int readCharacter(int descriptor, char &character, mtAsk_t &code)
 {
     for (;;) {
@@ -166,7 +167,7 @@ int readCharacter(int descriptor, char &character, mtAsk_t &code)
             return static_cast<int>(count);
         }
         if (errno != EINTR && errno != EAGAIN) {
-            // A terminal that went away says so.
+            // The errors of a terminal that was closed.
             code = errno == EIO || errno == ENXIO ? MT_ASK_END : MT_ASK_ERROR;
             return -1;
         }
@@ -200,7 +201,7 @@ mtAsk_t readLine(int descriptor, char *answer, std::size_t size)
         }
     }
     if (length > 0 && length <= size && answer[length - 1] == '\r') {
-        --length; // a file that was written elsewhere
+        --length; // a line of a file with DOS line ends
     }
     if (length >= size) {
         return MT_ASK_LONG;
@@ -231,8 +232,8 @@ mtAsk_t askOnce(const mtQuestion_t &question, const std::string &shown, char *an
     return readLine(terminal.descriptor(), answer, size);
 }
 
-/// With the terminal and the handlers as they were. A signal that stops gets the question asked
-/// again.
+/// Asks until there is an answer or an error. Returns with the terminal and the handlers restored.
+/// After SIGTSTP the question is asked again.
 mtAsk_t askUntilAnswered(const mtQuestion_t &question, const std::string &shown, char *answer,
                          std::size_t size)
 {

@@ -1,10 +1,15 @@
-// Questions to a person: on the terminal of the process, whatever its standard streams are, or a
-// line of standard input for those who script it. For programs; the library asks nobody anything.
+// Questions to a person: on the terminal of the process, whatever its standard streams are, or
+// answered by a line of standard input, for scripts. For programs; libobk.so itself never asks.
 //
-// While a question is open, SIGINT, SIGTERM, SIGHUP and SIGQUIT put the terminal back first and
-// then do what they did before; when the process lives on, the answer is MT_ASK_SIGNAL. SIGTSTP
-// stops the process with the terminal as it was, and the question is asked again when it goes on.
-// Signals that were ignored stay ignored. One question at a time; a second thread waits.
+// While a question is open:
+// 1. SIGINT, SIGTERM, SIGHUP and SIGQUIT first restore the terminal and the former handlers, and
+// are
+//    then raised again. When the process survives that, the call returns MT_ASK_SIGNAL.
+// 2. SIGTSTP stops the process with the terminal restored; the question is asked again when the
+//    process continues.
+// 3. Signals that were ignored stay ignored.
+// 4. A second thread that asks waits for its turn without limit.
+// The handlers are the process's: a signal that arrives in another thread is noted here too.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTPROMPT_H
 #define KEEL_AGENTS_COMMON_MAINT_MTPROMPT_H
 
@@ -12,32 +17,35 @@
 
 enum mtAsk_t : int {
     MT_ASK_OK = 0,
-    MT_ASK_NO_TERMINAL, // there is none, or it cannot be kept from echoing
-    MT_ASK_END,         // the input ended, or the terminal went away, before an answer
-    MT_ASK_SIGNAL,
-    MT_ASK_LONG,    // longer than the buffer has room for
-    MT_ASK_CONTROL, // holds characters that no key with a letter on it gives
-    MT_ASK_ERROR    // reading failed: errno
+    MT_ASK_NO_TERMINAL, // the process has none, or its echo cannot be switched off
+    MT_ASK_END,         // the input ended, or the terminal was closed, before an answer
+    MT_ASK_SIGNAL,      // a signal interrupted the question, and the process survived it
+    MT_ASK_LONG,        // the answer is longer than the buffer has room for
+    MT_ASK_CONTROL,     // the answer holds control characters
+    MT_ASK_ERROR        // reading failed: errno
 };
 
 enum class mtAskFrom { terminal, standardInput };
 
 struct mtQuestion_t {
     const char *text = "";       // without the colon; not shown when standard input answers
-    const char *usual = nullptr; // what an empty line means; shown, so never a secret
+    const char *usual = nullptr; // the answer for an empty line; shown, so never a secret
     bool secret = false;         // typed without echo
     mtAskFrom from = mtAskFrom::terminal;
 };
 
-/// The answer, one line without its end, terminated; nothing behind the line is taken from standard
-/// input. An empty line is an answer. On any code but MT_ASK_OK the buffer is wiped.
+/// Asks and writes the answer, one line without its end, terminated, to `answer` (size bytes). An
+/// empty line is an answer (or stands for `usual`). Nothing behind the line is taken from standard
+/// input. On any code but MT_ASK_OK the buffer is wiped; an over-long answer is read to its end,
+/// but at most 65,536 characters of it.
 mtAsk_t mtAsk(const mtQuestion_t &question, char *answer, std::size_t size);
 
-/// Yes or no, `usual` for an empty line; asked again up to three times when the answer is neither,
-/// which is then no. On any code but MT_ASK_OK `yes` is false.
+/// Asks for yes or no, with `usual` for an empty line. Any other answer is asked for again; the
+/// third one counts as no. On any code but MT_ASK_OK `yes` is false.
 mtAsk_t mtAskYesNo(const char *text, bool usual, mtAskFrom from, bool &yes);
 
-/// The end of a sentence that begins with what was asked for; "" for MT_ASK_OK.
+/// Returns a constant that ends a sentence about the question ("nothing was given"); "" for
+/// MT_ASK_OK.
 const char *mtAskText(mtAsk_t code);
 
 #endif

@@ -13,7 +13,7 @@ hox64_t halves(std::uint64_t value)
     return {cuHigh32(value), cuLow32(value)};
 }
 
-/// Hands the answers over until there are no more, or nobody wants more.
+/// Hands the answers over until there are no more or `visit` returns false.
 int handOver(const mtSession &session, const mtObjectVisitor_t &visit)
 {
     qryRespBackupData answer{};

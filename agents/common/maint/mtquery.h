@@ -1,5 +1,6 @@
-// Bulk query: the objects of a node that a filter names, handed over one at a time, however many
-// there are. What has not been handed over yet is held by the storage client, in bounded memory.
+// Bulk query: the objects of a node that a filter names, handed over one at a time, in any number.
+// The storage client holds what has not been handed over yet, in bounded memory. Each call returns
+// the storage client's code, 0 for success; the session is idle before and after it.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTQUERY_H
 #define KEEL_AGENTS_COMMON_MAINT_MTQUERY_H
 
@@ -8,17 +9,19 @@
 
 #include "agents/common/maint/mtsession.h"
 
-/// How many objects the storage client has looked at, of about how many: before the first answer,
-/// until both are the same, and then from the beginning once more while it answers. Told on the
-/// query's thread, or on another one while that waits. False ends the query: HOX_RC_ABORTED.
+/// Receives how many objects the storage client has looked at, of about how many. It counts up
+/// twice: before the first answer, and again while it answers. Called on the query's thread, or on
+/// another one while that thread waits. Returning false, or throwing, ends the query with
+/// HOX_RC_ABORTED.
 using mtProgress_t = std::function<bool(std::uint64_t done, std::uint64_t planned)>;
 
-/// Identifiers, in ascending order. What was counted and shown to a person is remembered so, for
-/// the work to be done on it and on nothing else.
+/// Identifiers, in ascending order (not checked): the objects that were counted and shown to a
+/// person, so that the work is done on them and on no others.
 using mtObjectIds_t = std::vector<std::uint64_t>;
 
-/// What is empty or 0 asks for nothing. In the three names "*" stands for any run of bytes and "?"
-/// for one. Times are seconds since 1970, UTC.
+/// An object must meet every condition; an empty or 0 field is no condition. In the three names "*"
+/// stands for any run of bytes and "?" for one. Times are seconds since 1970, UTC; From includes
+/// its second, Before does not.
 struct mtFilter_t {
     std::string fsName, hlName, llName;
     std::string owner;
@@ -31,7 +34,7 @@ struct mtFilter_t {
     std::uint64_t maxSize = 0;
     /// Only objects of these identifiers; null: of any. The caller owns it.
     const mtObjectIds_t *among = nullptr;
-    mtProgress_t progress; // empty: nobody wants to know
+    mtProgress_t progress; // empty: none is reported
 };
 
 enum class mtOrder_t : std::uint8_t {
@@ -39,17 +42,18 @@ enum class mtOrder_t : std::uint8_t {
     name = HOX_ORDER_NAME,         // the objects of one name together, in the order of insertion
 };
 
-/// False ends the query.
+/// Receives one object, valid during the call. Returning false ends the query, which then returns
+/// 0.
 using mtObjectVisitor_t = std::function<bool(const dhoxBackupObject_t &object)>;
 
-/// Calls `visit` with each object that the filter names; the session answers nothing else
-/// meanwhile. 0, also when there is none or `visit` had enough. HOX_RC_REPOSITORY_DAMAGED when an
-/// object cannot be read, after all others were handed over.
+/// Calls `visit` with each object that the filter names. `visit` must not use the session. Returns
+/// 0 also when no object matches. Errors: HOX_RC_ABORTED; HOX_RC_REPOSITORY_DAMAGED when an object
+/// cannot be read, after all others were handed over.
 int mtQueryObjects(const mtSession &session, const mtFilter_t &filter, mtOrder_t order,
                    const mtObjectVisitor_t &visit);
 
-/// Members of the group that an object leads: `visit` is called with the leader first. 0, also when
-/// it leads none.
+/// Calls `visit` with the leader of the group that the object `leader` leads, then with its
+/// members. Returns 0 also when the object leads no group.
 int mtQueryGroup(const mtSession &session, std::uint64_t leader, const mtObjectVisitor_t &visit);
 
 #endif

@@ -1,8 +1,8 @@
-// Inactivation and deletion: see the header.
+// Deactivation and deletion: see the header.
 //
-// One object that is gone spoils a transaction, so what was fine before it is carried out by
-// itself, and the rest in another one. Where only the commit tells that some object is gone, halves
-// are tried until it is found.
+// One missing or damaged object fails its whole transaction. So the objects before it are carried
+// out in a separate transaction, and those after it in another one. When only the commit fails for
+// such an object, halves of the batch are tried until it is found.
 #include "agents/common/maint/mtremove.h"
 
 #include "common/cu/cu64.h"
@@ -10,8 +10,8 @@
 namespace
 {
 
-/// A failure of that object, which leaves the others as they are. Damage that a commit meets may be
-/// anywhere.
+/// True when the failure concerns one object of the batch only. Damage that a commit meets may be
+/// anywhere, so that one ends the removal.
 bool isOfOneObject(int rc, bool atCommit)
 {
     return rc == HOX_RC_OBJECT_UNKNOWN || (rc == HOX_RC_REPOSITORY_DAMAGED && !atCommit);
@@ -63,7 +63,7 @@ int mtRemoval::commit() const
 {
     std::uint16_t reason = 0;
     const int rc = mtApi()->dhoxEndTxn(mtStatus(), session_.handle(), HOX_VOTE_COMMIT, &reason);
-    // Without a reason the transaction failed all the same.
+    // HOX_RC_CHECK_REASON without a reason is a failure all the same.
     return rc == HOX_RC_CHECK_REASON && reason != 0 ? reason : rc;
 }
 

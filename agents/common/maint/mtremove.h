@@ -1,8 +1,9 @@
-// Inactivation and deletion of backup objects, in transactions of at most what the server takes.
+// Deactivation and deletion of backup objects, in transactions of as many objects as the repository
+// allows.
 //
-// What is done is durable and the same object is never touched twice: it is told by its identifier,
-// which no other object ever gets, so that whoever was interrupted begins again and does what is
-// left.
+// An object is named by its identifier, which no other object ever gets. So no object is treated
+// twice, and an interrupted removal can be started again: it does what is left. What was reported
+// as done is durable.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTREMOVE_H
 #define KEEL_AGENTS_COMMON_MAINT_MTREMOVE_H
 
@@ -13,12 +14,12 @@
 #include "agents/common/maint/mtquery.h"
 
 enum class mtAction_t {
-    deactivate, // active objects become inactive: their names are free, expiry takes them later
-    remove,     // active and inactive ones are gone for good
-    nothing,    // a dry run: each is reported as if it were done
+    deactivate, // active objects become inactive: their names are free, expiry deletes them later
+    remove,     // active and inactive objects are deleted
+    nothing,    // a dry run: each object is reported with 0, and nothing is done
 };
 
-/// What is kept of an object until its transaction is over.
+/// The part of an object that is kept until its transaction is over.
 struct mtObject_t {
     std::uint64_t objId = 0;
     std::string fsName, hlName, llName; // empty when only the identifier is known
@@ -30,28 +31,32 @@ struct mtObject_t {
     explicit mtObject_t(const dhoxBackupObject_t &object);
 };
 
-/// What became of an object: 0, or HOX_RC_OBJECT_UNKNOWN when it was not there any more (or, to be
-/// made inactive, was so already), or HOX_RC_REPOSITORY_DAMAGED when it cannot be read, and stays
-/// as it is. False stops after the transaction that is under way.
+/// Receives what became of an object: 0; HOX_RC_OBJECT_UNKNOWN when it does not exist any more or,
+/// for deactivate, is inactive already; HOX_RC_REPOSITORY_DAMAGED when it cannot be read, and stays
+/// as it is. Called after the object's transaction, in the thread of add() or finish(). Returning
+/// false stops the removal; the other objects of the same transaction are still reported.
 using mtRemovalReport_t = std::function<bool(const mtObject_t &object, int rc)>;
 
+/// A removal that is fed objects one by one. One thread. The destructor carries nothing out:
+/// objects that were added since the last transaction are forgotten unless finish() is called.
 class mtRemoval
 {
 public:
-    /// The session belongs to the removal as long as that lives.
+    /// Uses the session, which must be idle and outlive the removal; no other use of it meanwhile.
     mtRemoval(const mtSession &session, mtAction_t action, mtRemovalReport_t report);
 
-    /// Carries a transaction out when there is enough for one. Anything but 0 ends the removal:
-    /// what was reported is done, the rest is not. HOX_RC_ABORTED when the report said stop.
+    /// Adds an object and carries out a transaction when there are enough for one. Returns 0, the
+    /// storage client's code, or HOX_RC_ABORTED when the report said stop. After anything but 0
+    /// call neither again: what was reported with 0 is done, the rest is not.
     int add(mtObject_t object);
-    /// Carries out what is left. HOX_RC_REPOSITORY_DAMAGED when objects were reported as damaged,
-    /// and all others are done.
+    /// Carries out what is left. Returns as add(), and HOX_RC_REPOSITORY_DAMAGED when objects were
+    /// reported as damaged and all others are done.
     int finish();
 
 private:
     struct Attempt {
         int rc;
-        std::size_t good; // steps that were taken before one failed; all of them at the commit
+        std::size_t good; // steps that succeeded before one failed; all of them at the commit
     };
     Attempt attempt(std::span<const mtObject_t> batch) const;
     int flush();
@@ -65,12 +70,13 @@ private:
     const mtRemovalReport_t report_;
     std::vector<mtObject_t> batch_;
     bool stopped_ = false;
-    int damage_ = 0; // of an object that was passed over
+    int damage_ = 0; // the code of a damaged object that was passed over
 };
 
 /// Applies `action` to every object that the filter names. `finding` answers the query while
-/// `changing` carries out; they are two sessions of one node. HOX_RC_REPOSITORY_DAMAGED when
-/// objects cannot be read: then all others were treated.
+/// `changing` changes; they are two idle sessions of one node. What was reported with 0 stays done
+/// whatever is returned. Errors: HOX_RC_ABORTED when the report or the progress said stop;
+/// HOX_RC_REPOSITORY_DAMAGED when objects cannot be read: then all others were treated.
 int mtRemoveObjects(const mtSession &finding, const mtSession &changing, const mtFilter_t &filter,
                     mtAction_t action, const mtRemovalReport_t &report);
 

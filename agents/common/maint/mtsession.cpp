@@ -10,7 +10,7 @@
 namespace
 {
 
-/// Never destroyed: the calls of the client may be made until the process ends.
+/// Never destroyed: other static objects may call the client until the process ends.
 DHoxApiDL &binding()
 {
     static auto *const api = new DHoxApiDL("ARCA");
@@ -27,7 +27,7 @@ int fillEnvironment(envSetUp &env, const std::string &optionFile)
         return static_cast<int>(code);
     }
     stCopy(env.logName, "veloerror.log");
-    // What does not fit must not name another file.
+    // A path that was cut could name another file.
     return stCopy(env.hoxiConfig, optionFile) ? 0 : HOX_RC_BAD_OPTION_FILE;
 }
 

@@ -1,9 +1,9 @@
-// mtSession: a session with the storage client for looking after objects, without a channel. What
-// the utilities of this room work through; each of them says what it needs of the session. One
-// thread uses a session; several sessions may be open at once.
+// mtSession: a session with the storage client for looking after objects, without a channel. The
+// utilities of this room work through it, and each says what it needs of the session. One thread at
+// a time uses a session; several sessions may be open at once.
 //
-// Codes are the storage client's, 0 for success; mtText() has the sentence for the one that came
-// last.
+// Calls return the storage client's code, 0 for success, or DHOX_NOT_LOADED; mtText() returns the
+// sentence for a code. The binding here is separate from that of a channel and is never destroyed.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTSESSION_H
 #define KEEL_AGENTS_COMMON_MAINT_MTSESSION_H
 
@@ -13,19 +13,22 @@
 #include "agents/common/dhoxapi.h"
 #include "agents/common/maint/mttiming.h"
 
-/// Loads the storage client and sets it up with this option file (empty: its own) for all sessions
-/// of the process; a second time it ends those of the first. Not beside any other call.
+/// Loads the storage client and sets it up with this option file (empty: the client's default) for
+/// all sessions of the process; a second set-up ends the sessions of the first. No other call of
+/// this room may run meanwhile. HOX_RC_BAD_OPTION_FILE also for a path that is too long. After
+/// anything but 0 no session can be started; the library may stay loaded.
 int mtSetUp(const std::string &optionFile);
-/// Ends every session and forgets the set-up.
+/// Ends every session and cleans the client up; the library stays loaded. No other call of this
+/// room may run meanwhile. Without a set-up it does nothing.
 void mtCleanUp();
-/// In force after mtSetUp.
+/// Reads the client's options that are in force since mtSetUp.
 int mtOptions(optStruct &options);
 
 struct mtLogon_t {
     std::string node;     // empty: the client's own choice
-    std::string asNode;   // whose objects are meant; empty: the node's own
+    std::string asNode;   // the node whose objects are meant; empty: `node` itself
     std::string owner;    // empty: none
-    std::string password; // with HOX_PASSWORDACCESS_PROMPT
+    std::string password; // used with HOX_PASSWORDACCESS_PROMPT
 };
 
 class mtSession
@@ -36,13 +39,16 @@ public:
     mtSession(const mtSession &) = delete;
     mtSession &operator=(const mtSession &) = delete;
 
-    /// Ends what is open first.
+    /// Ends an open session, then starts one. After anything but 0 none is open.
     int start(const mtLogon_t &logon);
+    /// Ends the session and what is under way in it; does nothing when none is open.
     void end();
 
+    /// The handle for calls through mtApi(); 0 while no session is open.
     [[nodiscard]] hoxHandle_t handle() const { return handle_; }
+    /// The facts of the session that was started last.
     [[nodiscard]] const ApiSessInfo &info() const { return info_; }
-    /// How many objects a transaction takes; at least 1.
+    /// Returns how many objects a transaction takes; at least 1.
     [[nodiscard]] std::size_t mostPerTransaction() const;
 
 private:
@@ -50,12 +56,12 @@ private:
     ApiSessInfo info_{};
 };
 
-/// The sentence for a code, in English, without its identifier. It tells more (a name, a path) when
-/// the code is that of the last failure on this thread.
+/// Returns the sentence for a code, in English, without its identifier, for any code. It names more
+/// (an object, a path) when the code is that of the last failure on this thread.
 [[nodiscard]] std::string mtText(int rc);
 
-/// One call of the storage client by a utility, timed as a client call while it lives:
-/// mtApi()->dhoxBeginTxn(mtStatus(), ...).
+/// One call of the storage client by a utility, counted under MT_TIME_CLIENT while the object
+/// lives: mtApi()->dhoxBeginTxn(mtStatus(), ...). Use it as a temporary only.
 class mtCall
 {
 public:
@@ -67,7 +73,7 @@ private:
     const mtTimed timed_{MT_TIME_CLIENT};
 };
 
-/// The binding and its status, for the utilities.
+/// Return the binding and its status, for the utilities of this room. Never destroyed.
 mtCall mtApi();
 DBaseApiStatus *mtStatus();
 

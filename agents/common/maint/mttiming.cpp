@@ -1,4 +1,4 @@
-// Where the time of a job goes: see the header.
+// The time of a job by category: see the header.
 #include "agents/common/maint/mttiming.h"
 
 std::atomic<bool> mtMeasuring{false};

@@ -1,8 +1,9 @@
-// Where the time of a job goes: how often and how long, by category, shown when the job ends.
+// The time of a job by category: how often and how long, shown when the job ends.
 //
-// Off unless switched on, and then an mtTimed costs one relaxed atomic load. Times are exclusive:
-// what happens inside an inner mtTimed is not counted for the outer one, so the categories of a
-// thread add up to at most the time that passed. Any thread may measure.
+// Off unless switched on; while off an mtTimed costs one relaxed atomic load. Times are exclusive:
+// the time of an inner mtTimed is not counted for the outer one, so the categories of a thread add
+// up to at most the time that passed. Any thread may measure; the sums are of all threads.
+// Monotonic clock. No locks.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTTIMING_H
 #define KEEL_AGENTS_COMMON_MAINT_MTTIMING_H
 
@@ -11,9 +12,9 @@
 #include <cstdint>
 
 enum mtCategory_t : unsigned {
-    MT_TIME_CLIENT,   // calls that begin, end and ask; none that carry data
-    MT_TIME_TRANSFER, // calls that carry data
-    MT_TIME_WAITING,  // for a person, or somebody else, to be ready
+    MT_TIME_CLIENT,   // calls of the client that carry no data of pieces
+    MT_TIME_TRANSFER, // calls of the client that carry data of pieces
+    MT_TIME_WAITING,  // waiting for a person or another process
     MT_TIME_DATABASE, // reading or writing the data on the database's side
     MT_TIME_CATEGORIES
 };
@@ -23,16 +24,18 @@ struct mtMeasured_t {
     std::uint64_t nanoseconds = 0;
 };
 
+/// True while measuring is on; changed by mtMeasure only.
 extern std::atomic<bool> mtMeasuring;
 
-/// Switches measuring on or off. What was measured stays until it is switched on again.
+/// Switches measuring on, which sets the sums to 0, or off, which keeps them.
 void mtMeasure(bool on) noexcept;
+/// Returns the sums of a category so far, without an mtTimed that is still running.
 [[nodiscard]] mtMeasured_t mtMeasured(mtCategory_t category) noexcept;
-/// "client calls", "transfer", "waiting", "database".
+/// Returns a constant: "client calls", "transfer", "waiting", "database"; "" for no category.
 [[nodiscard]] const char *mtCategoryName(mtCategory_t category) noexcept;
 
-/// Counts the time that it lives. On the stack only: the innermost of a thread is the one that
-/// runs.
+/// Counts the time that it lives. On the stack only: the innermost mtTimed of a thread runs, the
+/// outer ones pause.
 class mtTimed
 {
 public:

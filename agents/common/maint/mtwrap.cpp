@@ -1,8 +1,8 @@
 // Logs that wrap: see the header.
 //
-// A writer holds a lock on the file behind NAME, and then looks whether it is still behind NAME:
-// who waited for the lock may have got that of a file that was put aside meanwhile. So only the
-// holder of the lock on the present file renames, one at a time, and never while another writes.
+// A writer locks the file that it opened as NAME, and then checks that NAME still names that file:
+// while it waited for the lock, another writer may have put the file aside. So only the holder of
+// the lock on the present file renames, one at a time, and never while another holder writes.
 #include "agents/common/maint/mtwrap.h"
 
 #include <cerrno>
@@ -61,7 +61,8 @@ std::string aside(const std::string &path, unsigned number)
     return path + "." + std::to_string(number);
 }
 
-/// Only as far as the first gap: a rename that a dead process left undone must not cost a file.
+/// Renames up to the first gap only: where a dead process left a rename undone, its gap is filled
+/// and no file is given up.
 int putAside(const std::string &path, const mtWrapLimits_t &limits)
 {
     unsigned free = 1;
@@ -83,15 +84,15 @@ int writeWhole(int descriptor, const std::string &line)
     return psAppendWhole(descriptor, line.data(), line.size()) ? 0 : errno;
 }
 
-/// What another process holds for long is neither put aside nor waited for: the line goes behind
-/// its present end.
+/// For a file that another process keeps locked: it is neither put aside nor waited for longer, and
+/// the line is appended at its present end.
 int writeUnlocked(int descriptor, const std::string &line)
 {
     return psWriteAll(descriptor, line.data(), line.size()) ? 0 : errno;
 }
 
-/// 0 when the line is written, kOnceMore when the file was put aside, by us or by another: the
-/// next one behind the name has to be opened.
+/// Returns 0 when the line is written, kOnceMore when the file was put aside by this process or
+/// another one, so that the name must be opened again, or an errno value.
 int appendToPresent(const std::string &path, const mtWrapLimits_t &limits, const std::string &line)
 {
     const Descriptor file(psFileOpenDescriptor(path.c_str(), O_RDWR | O_CREAT | O_APPEND));

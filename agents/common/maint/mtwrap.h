@@ -2,12 +2,16 @@
 // and a file that is put aside when it is full.
 //
 // NAME is the file that is written. A line that would make it larger than the maximum first renames
-// NAME to NAME.1, NAME.1 to NAME.2 and so on; the oldest of those kept is given up. No line is
-// split, lost, or written into a file that was put aside, whatever process renames when and whoever
-// is killed in between.
+// NAME to NAME.1, NAME.1 to NAME.2 and so on; the oldest of those kept is overwritten. What holds,
+// whichever processes rename or are killed at any moment:
+// 1. No line is split or lost, and none is written into a file that was put aside.
+// 2. A file is put aside only by a process that holds the lock on it.
+// 3. While another process keeps that lock for longer than psFileLock tries, the line is appended
+//    without it. Only then may the line end up in a file that was put aside, may the file pass its
+//    maximum, and may a full disk leave a part of the line.
 //
-// The error log that agent and client share is never wrapped: who reads it after a failed night
-// must find the first failure in it. A file of its name is refused.
+// The error log that agent and client share is never wrapped: after a failed night the first
+// failure must still be in it. A file of its name is refused.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTWRAP_H
 #define KEEL_AGENTS_COMMON_MAINT_MTWRAP_H
 
@@ -16,13 +20,14 @@
 
 struct mtWrapLimits_t {
     std::uint64_t maximum = std::uint64_t{10}
-                            << 20; // bytes of a file; a longer line is alone in it
-    unsigned kept = 5;             // files put aside; 0: a full file is begun anew
+                            << 20; // bytes of a file; a longer line gets a file for itself
+    unsigned kept = 5;             // files put aside; 0: a full file is emptied
 };
 
-/// Appends the line, with the newline that it may lack. 0, or the errno of what went wrong: EINVAL
-/// for the error log and for text that holds more than one line; ENOSPC and the like leave nothing
-/// of the line behind.
+/// Appends the line, and a newline when it has none. Returns 0, or an errno value: EINVAL for the
+/// error log, an empty or null path, and a text of more than one line; ENOSPC and the like leave
+/// nothing of the line behind, except as 3. says. Any thread; a mutex orders the threads of a
+/// process. Not synced.
 int mtWrapAppend(const char *path, const mtWrapLimits_t &limits, std::string_view line) noexcept;
 
 #endif

@@ -1,5 +1,6 @@
-// DHoxApiDL: the storage client as a shared library that is opened at run time, once a process.
-// Setup and Cleanup are called under the initialisation lock only.
+// DHoxApiDL: the storage client as a shared library that is opened at run time, once a process: all
+// objects of the class share library and table. The caller of Setup and Cleanup holds the
+// initialisation lock. The destructor does not close the library.
 #ifndef KEEL_AGENTS_COMMON_UNX_SUN_DHOXAPIDL_H
 #define KEEL_AGENTS_COMMON_UNX_SUN_DHOXAPIDL_H
 
@@ -8,8 +9,8 @@
 class DHoxApiDL : public DHoxApi
 {
 public:
-    /// By this name alone, so that the search path of the dynamic linker decides where it comes
-    /// from.
+    /// Opened by this name alone, so that the dynamic linker's search path decides which file it
+    /// is.
     static constexpr const char *kLibrary = "libApiHX64.so";
 
     DHoxApiDL() = default;
@@ -17,18 +18,20 @@ public:
     DHoxApiDL(const char *apiName, const char *nodeName, const char *ownerName,
               PasswordCallback callback);
 
-    /// Opens the library and fills the table: 0, or 104 with the table left null when the library
-    /// or one of its 44 operations is missing. With the library open already it does nothing and
-    /// returns 0.
+    /// Opens the library and fills the table. Returns 0; with the library open already it does
+    /// nothing. Returns DHOX_NOT_LOADED when the library or one of its 44 operations is missing;
+    /// then the library is closed and the table null. The agent trace says why.
     int Setup() override;
-    /// Closes the library and clears the table. Always 0.
+    /// Closes the library and clears the table; no call through the table may be under way. Returns
+    /// 0, also when nothing was open.
     int Cleanup() override;
 
 private:
     static void *m_hLumoDll;
 };
 
-/// Stand-ins for an operation that is not loaded. The table is never filled with them.
+/// Stand-ins for an operation that is not loaded; they return 419 and 1. The table is never filled
+/// with them: other parts of the product link to them.
 std::int16_t FunctionNotLoaded();
 std::int16_t LumoFunctionNotLoaded();
 
