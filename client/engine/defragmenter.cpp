@@ -12,6 +12,9 @@ namespace
 {
 
 constexpr std::uint64_t kShareStoredAgain = 32; // at most one byte in 32 is stored again
+constexpr std::size_t kMostRemembered = 4096;   // frames
+/// Of these many a stream may consist before any of it is stored again: the backup of a week.
+constexpr std::size_t kFewStreams = 8;
 
 } // namespace
 
@@ -67,8 +70,11 @@ void Defragmenter::count(Looked &chunk)
         });
         for (const StoredBlock &copy : copies_) {
             const FrameKey key = keyOf(copy);
-            if (frame == nullptr || frame->first != key)
-                frame = &*uses_.try_emplace(key).first;
+            if (frame == nullptr || frame->first != key) {
+                const auto [found, isNew] = uses_.try_emplace(key);
+                frame = &*found;
+                misjudged_ += isNew && notNeeded_.erase(key) != 0;
+            }
             Use &use = frame->second;
             use.add(copy, chunk.begin + i, copies_.size() > 1);
             if (use.countedFor != chunk.begin)
@@ -127,8 +133,9 @@ KnownBlocks Defragmenter::settle()
         recount();
     for (const Cut &cut : sight_.front().cuts)
         seen_ += cut.length;
-    for (const FrameKey &frame : sparseIn(sight_.front()))
-        abandon(frame);
+    if (liesInManyStreams(sight_.front().known) && judgesWell())
+        for (const FrameKey &frame : sparseIn(sight_.front()))
+            abandon(frame);
     Looked &front = sight_.front();
     for (std::size_t i = 0; i < front.known.size(); ++i) {
         front.known[i] = bestOf(front.begin + i);
@@ -138,6 +145,18 @@ KnownBlocks Defragmenter::settle()
     KnownBlocks settled = std::move(front.known);
     sight_.pop_front();
     return settled;
+}
+
+bool Defragmenter::liesInManyStreams(const KnownBlocks &known)
+{
+    for (std::size_t i = 0; i < known.size() && streams_.size() <= kFewStreams; ++i) {
+        if (!known[i] || known[i]->isOwn())
+            continue;
+        StreamName name;
+        std::copy_n(known[i]->place.pack.begin(), name.size(), name.begin());
+        streams_.insert(name);
+    }
+    return streams_.size() > kFewStreams;
 }
 
 void Defragmenter::markNeeded(const std::optional<StoredBlock> &block)
@@ -240,6 +259,10 @@ void Defragmenter::abandon(const FrameKey &frame)
         return;
     }
     again_ += again;
+    ++judged_;
+    if (notNeeded_.size() >= kMostRemembered)
+        notNeeded_.erase(notNeeded_.begin());
+    notNeeded_.insert(frame);
     for (std::size_t i = 0; i < blocks.size(); ++i) {
         Block block = at(blocks[i]);
         block.known = instead[i];

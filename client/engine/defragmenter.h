@@ -8,6 +8,11 @@
 // stored again, a part of the stream, and only a frame whose blocks are in sight together can be
 // judged, while all that it still gives is in memory.
 //
+// A stream that lies in the packs of few others is quick to restore whatever order its blocks have:
+// nothing of it is stored again. When files are multiplexed in another order than on the day
+// before, each frame comes by in parts that are far from each other, which looks like a frame that
+// is hardly used.
+//
 // Belongs to one thread.
 #ifndef KEEL_CLIENT_ENGINE_DEFRAGMENTER_H
 #define KEEL_CLIENT_ENGINE_DEFRAGMENTER_H
@@ -15,9 +20,12 @@
 #include "client/engine/cutter.h"
 #include "client/engine/duplicate_index.h"
 
+#include <array>
 #include <deque>
+#include <set>
 #include <span>
 #include <unordered_map>
+#include <unordered_set>
 
 namespace arca::engine
 {
@@ -37,7 +45,9 @@ public:
     KnownBlocks settle();
 
 private:
-    using Position = std::uint64_t; // of a block in the stream
+    using Position = std::uint64_t;                   // of a block in the stream
+    static constexpr std::uint64_t kFewMisjudged = 2; // frames
+    using StreamName = std::array<std::byte, 12>;     // what the names of its packs begin with
     struct FrameKey {
         PackId pack;
         std::uint32_t firstBlock;
@@ -95,6 +105,8 @@ private:
     void abandon(const FrameKey &frame);
     bool bringInCopies(const std::vector<Position> &blocks);
     void pass(const Looked &chunk);
+    bool liesInManyStreams(const KnownBlocks &known);
+    bool judgesWell() const { return misjudged_ <= kFewMisjudged + judged_ / 16; }
 
     DuplicateIndex &duplicates_;
     std::deque<Looked> sight_;
@@ -102,8 +114,11 @@ private:
     Uses uses_;
     std::uint64_t packsLoaded_ = 0; // when all was counted
     std::vector<StoredBlock> copies_;
-    std::uint64_t seen_ = 0;  // bytes of the stream that were settled,
-    std::uint64_t again_ = 0; // and of what was stored again
+    std::set<StreamName> streams_;                      // whose packs hold blocks that were settled
+    std::unordered_set<FrameKey, FrameHash> notNeeded_; // whose blocks were stored again lately
+    std::uint64_t judged_ = 0, misjudged_ = 0;          // frames
+    std::uint64_t seen_ = 0;                            // bytes of the stream that were settled,
+    std::uint64_t again_ = 0;                           // and of what was stored again
 };
 
 } // namespace arca::engine

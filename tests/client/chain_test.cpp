@@ -55,9 +55,10 @@ TEST_F(ClientTest, APieceOfManyDaysComesBackExactly)
     EXPECT_TRUE(restore(handle, "mixed", 1 << 18) == twice);
 }
 
-// Of every frame one block in four is left, so each is expanded for little. Some of that is stored
-// again every day, as little as was promised, and none of it twice; whether the blocks of a frame
-// lie together in the stream, or far apart as those of one day's changes do.
+// Of every frame one block in four is left, so each is expanded for little. In a stream of many
+// days some of that is stored again every day, as little as was promised, and none of it twice. In
+// one that lies in the packs of few others nothing is: files that are multiplexed in another order
+// look the same.
 TEST_F(ClientTest, WhatLiesScatteredIsStoredAgainLittleByLittle)
 {
     ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK);
@@ -98,6 +99,10 @@ TEST_F(ClientTest, WhatLiesScatteredIsStoredAgainLittleByLittle)
             EXPECT_LT(more, stream.size() / 32 + 8192) << day;
         }
         EXPECT_LT(day, 40);
+        if (apart == 1) {
+            EXPECT_EQ(packBytes(), before);
+            continue;
+        }
         // What comes first in the stream comes before there is a share to spend.
         EXPECT_GT(packBytes() - before, left / 100 * 80);
         EXPECT_LT(packBytes() - before, left / 100 * 101);
