@@ -1,4 +1,4 @@
-// Writing the Enter and Exit lines of a routine to the traces that are on.
+// Writes the Enter and Exit lines of a routine to the traces that are on.
 #include "agents/oracle/common/callscope.h"
 
 #include <cstdarg>

@@ -13,9 +13,10 @@
 //     }
 //
 // A TraceScope writes to the agent trace; an EntryScope, for the exported calls, to the database
-// trace too. The exit text is written when the scope ends, or earlier by leave(): before a step
-// that deletes the traces, and wherever a reader must find it above what follows. Formatting costs
-// nothing while both traces are off.
+// trace too, and pins the process-wide objects (agents/common/callpin.h). The exit text is written
+// when the scope ends, or earlier by leave(): before a step that deletes the traces, and wherever
+// it must stand above the lines that follow. SCOPE_EXIT formats nothing while no trace wants the
+// text. Scopes live on the stack of one thread. Names are constants; they are not copied.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_CALLSCOPE_H
 #define KEEL_AGENTS_ORACLE_COMMON_CALLSCOPE_H
 
@@ -50,26 +51,27 @@ public:
     /// The routine's name with "()", as the traces show it.
     [[nodiscard]] const char *name() const { return name_; }
 
-    /// What an exit text tells of, and so which class of the database trace it goes to: a failure
-    /// to the errors (and level 0 of the agent trace), a return with words of its own to the flow,
-    /// the end of a file to the details (both level 1).
+    /// The kind of an exit text selects the trace classes: Failure is RMANTR_ERROR and level 0 of
+    /// the agent trace; Flow, a return with a special text, is RMANTR_FLOW and level 1; EndOfFile
+    /// is RMANTR_DETAIL and level 1.
     enum class Exit { Failure, Flow, EndOfFile };
 
-    /// Sets the exit text; the last one set wins. Nothing after leave(). Use SCOPE_EXIT.
+    /// Sets the exit text, cut silently at 4,095 bytes; the last one set wins. After leave() it
+    /// does nothing. Use SCOPE_EXIT.
     void setExit(Exit kind, const char *file, unsigned line, const char *format, ...)
         __attribute__((format(printf, 5, 6)));
 
     /// Writes the exit line now; the end of the scope writes none.
     void leave();
 
-    /// True once a failure's exit text is set.
+    /// Returns true once the exit text of a failure is set. SCOPE_EXIT sets none while no trace
+    /// wants it, so this is no substitute for a return code.
     [[nodiscard]] bool failed() const { return kind_ == Exit::Failure; }
 
-    /// The exit line goes to the agent trace only: the caller has told the database trace in other
-    /// words.
+    /// Keeps the exit line out of the database trace, where the caller has written another line.
     void setExitTold() { database_ = false; }
 
-    /// Is there anyone to read an exit text?
+    /// Returns true when a trace is on that would take an exit text.
     [[nodiscard]] bool traced() const;
 
 protected:
@@ -90,7 +92,7 @@ private:
     char exit_[kExitSize]; // set only with worded_
 };
 
-/// The pin is the first base: it outlives the exit line.
+/// The scope of an exported call. The pin is the first base, so it outlives the exit line.
 class EntryScope : private CallPin, public TraceScope
 {
 public:
@@ -113,7 +115,7 @@ public:
 #define SCOPE_EXIT_FLOW(scope, ...) SCOPE_EXIT_KIND(scope, Flow, __VA_ARGS__)
 #define SCOPE_EXIT_END_OF_FILE(scope, ...) SCOPE_EXIT_KIND(scope, EndOfFile, __VA_ARGS__)
 
-/// As SCOPE_EXIT, for an exit that the database trace was told in other words.
+/// As SCOPE_EXIT, for an exit that has another line in the database trace.
 #define SCOPE_EXIT_AGENT(scope, ...)                                                               \
     do {                                                                                           \
         (scope).setExitTold();                                                                     \

@@ -1,4 +1,4 @@
-// Where the error log is, how a line gets there, and the texts of failures.
+// The path of the error log, the writing of its lines, and the texts of failures.
 #include "agents/oracle/common/errorlog.h"
 
 #include <cstdio>
@@ -21,7 +21,7 @@ namespace
 constexpr const char *kLogName = "veloerror.log";
 
 // Looks HOXI_LOG up in the option file. Called for every line, from any thread and at any time, so
-// it must not report an option file that does not open: that report would come here again.
+// it must not report an option file that does not open: that report would recurse into this call.
 bool logDirectoryFromOptions(char *path)
 {
     const OptionFileSilence silence;
@@ -36,7 +36,8 @@ bool logDirectoryFromOptions(char *path)
     return stCopy(path, ORC_PATH_SIZE, value);
 }
 
-// In a fixed buffer: the message object also reports that there is no memory.
+// A copy of a text without its line end. In a fixed buffer: lack of memory is reported through it
+// too.
 class LogLine
 {
 public:
@@ -102,7 +103,8 @@ void veloFirstErrorRoutine(const char *text)
     psNonNlsErrorMsg(LogLine(text).text());
 }
 
-/// The library's own words for rc, where the storage client has none. found: what it answered.
+/// Copies this library's text for rc, where the storage client has none. found: the client's
+/// answer.
 static void copyOwnText(std::int16_t found, std::int16_t rc, char *text)
 {
     const OrcMessage own(found == DHOX_NOT_LOADED ? agentRcMessage(rc) : 3);

@@ -26,7 +26,7 @@ logMsgInfo_t messageFor(std::uint32_t hoxHandle, logType_t type, std::uint32_t s
     return message;
 }
 
-// Without a session there is no server to tell.
+// Without a session there is no server's log.
 logType_t destinationOf(const logMsgInfo_t &message)
 {
     return message.hoxHandle != 0 ? message.logType : HOX_LOG_LOCAL;
@@ -143,7 +143,7 @@ void CEventLog::queueOrcMsg(std::uint32_t hoxHandle, logType_t type, std::uint32
     logMsgInfo_t message = messageFor(hoxHandle, type, severity);
     va_list arguments;
     va_start(arguments, msgNum);
-    // Where it goes is decided when it is sent, so both texts may be wanted.
+    // The destination is decided at the sending, so both texts may be needed.
     formatOrcTexts(message, HOX_LOG_BOTH, msgNum, arguments);
     va_end(arguments);
     msgList.addTail(message);

@@ -1,9 +1,10 @@
-// CEventLog: messages to the event logs of the storage client, the server's, the local one, or
+// CEventLog: messages to the event logs of the storage client: the server's, the local one, or
 // both.
 //
-// A short-lived local object of one call: made on entry, told the node, used, and let go; what is
-// still queued then is sent, unless the log has refused it before. What cannot be sent is lost;
-// nothing is reported to the caller.
+// A local object of one call and one thread: made on entry, given the node's name, used, destroyed.
+// The destructor sends what is still queued, unless the log has refused the queue before. A message
+// that cannot be sent or queued is lost; no call reports that. Lines are cut silently at 1,024
+// bytes.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_EVENTLOG_H
 #define KEEL_AGENTS_ORACLE_COMMON_EVENTLOG_H
 
@@ -25,28 +26,33 @@ struct logMsgInfo_t {
 class CEventLog
 {
 public:
+    /// funcName is copied, cut at 30 characters.
     explicit CEventLog(const char *funcName);
     ~CEventLog();
     CEventLog(const CEventLog &) = delete;
     CEventLog &operator=(const CEventLog &) = delete;
 
+    /// Sets the node's name that every line shows, cut at 64 characters.
     void initNodeName(const char *node);
 
-    /// A numbered message of this library with its inserts, sent at once or queued. Without a
-    /// session (handle 0) it goes to the local log whatever was asked. Number 2041 is never logged.
+    /// Send at once, or queue, a numbered message of this library with its inserts: in English to
+    /// the server's log, in the host's language to the local one. Without a session (handle 0) a
+    /// message is sent to the local log only. Number 2041, by which a log says that it is
+    /// unavailable, is never logged.
     void logOrcMsg(std::uint32_t hoxHandle, logType_t, std::uint32_t severity, int msgNum, ...);
     void queueOrcMsg(std::uint32_t hoxHandle, logType_t, std::uint32_t severity, int msgNum, ...);
 
-    /// The storage client's own message for a code, sent at once or queued.
+    /// Send at once, or queue, the storage client's message for a code, in the same languages.
     void logApiMsg(std::uint32_t hoxHandle, logType_t, std::uint32_t severity, std::int16_t rc);
     void queueApiMsg(std::uint32_t hoxHandle, logType_t, std::uint32_t severity, std::int16_t rc);
 
-    /// Sends the queue from its head. When the log answers 2041 the rest stays queued: a later
-    /// call tries it again, the end of the object drops it unsent.
+    /// Sends the queue from its head and empties it. When the log answers 2041 the rest stays
+    /// queued: a later call tries it again, the destructor drops it unsent.
     void logQueuedMsgs();
 
 private:
-    enum class Arrow { Tight, Spaced }; // "=>(" of numbered messages, "=> (" of the client's
+    // "=>(" of numbered and of queued messages, "=> (" of the client's when sent at once.
+    enum class Arrow { Tight, Spaced };
 
     std::int16_t send(const logMsgInfo_t &message, logType_t destination, Arrow arrow);
     std::int16_t sendLine(const logMsgInfo_t &message, logType_t type, const char *text,
@@ -58,8 +64,8 @@ private:
     bool refused = false; // the last flush met 2041: what is left in msgList is not offered again
 };
 
-/// Tells the server's log that the application begins its work in this session: an event without a
-/// text. kind: HOX_EVENT_SESSION or HOX_EVENT_SESSION_RESUMED.
+/// Sends the server's log an event without a text: the application begins its work in this session.
+/// kind: HOX_EVENT_SESSION or HOX_EVENT_SESSION_RESUMED. A failure is ignored.
 void veloLogSessionEvent(const orcObj_t *ctx, std::uint16_t kind);
 
 #endif

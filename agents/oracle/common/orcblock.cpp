@@ -19,7 +19,7 @@ namespace
 
 constexpr std::int32_t kMostEntries = 2;
 
-// Clears what belongs to an owner. strP stays with the entry.
+// Clears the fields of an entry's owner. strP stays with the entry.
 void clearEntry(orcBlock_t &entry)
 {
     entry.orcHandle = 0;

@@ -1,8 +1,9 @@
 // The records of a channel: the context that the database keeps for us, and the entry of the
 // process's table.
 //
-// orcObj_t is copied byte for byte, into the table entry and from there into the database's memory;
-// it owns nothing but the pointers named as such, and whoever holds the database's copy owns those.
+// orcObj_t is copied byte for byte, into the table entry and from there into the database's memory.
+// It has no destructor: sbtend at the latest frees the members marked as owned, and only those of
+// the database's copy, the one that every call is given. One thread uses a context at a time.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_ORCOBJ_H
 #define KEEL_AGENTS_ORACLE_COMMON_ORCOBJ_H
 
@@ -70,7 +71,7 @@ constexpr std::size_t ORC_OPTION_SIZE = 512;
 
 constexpr std::size_t ORC_ERRTEXT_SIZE = 1025;
 constexpr std::size_t ORC_SESSION_OPTIONS_SIZE = 514;
-constexpr std::size_t ORC_MAX_PIECE_NAME = HOX_MAX_LL_NAME - 1; // "/" goes in front of it
+constexpr std::size_t ORC_MAX_PIECE_NAME = HOX_MAX_LL_NAME - 1; // "/" is put in front of it
 constexpr std::size_t ORC_CTX_SIZE = 1048576;
 
 struct orcObj_t {
@@ -78,9 +79,9 @@ struct orcObj_t {
     std::uint32_t copyNumber;
     std::uint32_t mediaPool;
     std::uint32_t buffersSent; // or received
-    std::int32_t infoCount;    // names answered by bkupInfoTypeP
+    std::int32_t infoCount;    // names that bkupInfoTypeP has room for
     std::int16_t state;
-    std::int16_t resumedPiece; // positive: the piece goes on with work of an earlier session
+    std::int16_t resumedPiece; // positive: the piece continues work of an earlier session
     std::uint32_t prevError;   // 1: a transfer of this piece failed, nothing more may be sent
     std::uint32_t blockSize;
     std::int64_t maxSize;

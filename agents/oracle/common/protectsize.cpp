@@ -1,8 +1,11 @@
-// protectSize: the database tells its own size, through a script that sqlplus runs.
+// protectSize: the size of the database, read from the output of a script that sqlplus runs.
 //
-// The child reads nothing, writes into our pipe only, and gets no descriptor of ours. Whatever it
-// does, it has a limited time, and when that was not enough no piece waits for it again before the
-// next sbtinit. Its exit status says nothing, because the host may have taken it away.
+// What must stay true:
+// 1. The child reads nothing, writes to our pipe only, and inherits no other descriptor of ours.
+// 2. The child has a limited time, whatever it does. When that was not enough, no piece waits for
+// it
+//    again before the next sbtinit.
+// 3. Its exit status is not used: the host may have waited for the child already.
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -62,7 +65,8 @@ bool sqlplusIsThere()
     return length > 0 && static_cast<std::size_t>(length) < sizeof path && access(path, X_OK) == 0;
 }
 
-// In the working directory, without following a link that somebody left there.
+// Writes the script in the working directory, and follows no link, which another user may have put
+// there.
 bool writeScript()
 {
     const int fd = psFileOpenDescriptor(kScriptName, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW);
@@ -73,8 +77,8 @@ bool writeScript()
     return close(fd) == 0 && whole;
 }
 
-// The shell with our end of the pipe, in a process group of its own so that it can be ended with
-// all it started.
+// The shell and our end of its pipe. The shell leads a new process group, so that it can be ended
+// together with every process it started.
 class Child
 {
 public:
@@ -135,10 +139,10 @@ private:
         return rc == 0;
     }
 
-    // Ends the shell, which gets a second to end by itself, and whatever it has left behind: the
-    // process group is killed while the shell is still ours to wait for, so that no other process
-    // can have its number. ECHILD means that the host has waited for the shell; its group is left
-    // alone then.
+    // Ends the shell, which gets a second to exit, and every process it has left behind. The order
+    // matters: the process group is killed before the shell is waited for, so that no other process
+    // can have its number yet. ECHILD means that the host has waited for the shell; the group is
+    // then not killed.
     void end()
     {
         if (out_ >= 0) {

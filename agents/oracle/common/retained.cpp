@@ -63,7 +63,7 @@ __attribute__((used, retain)) void *const retained[] = {
     addressOf(nlfprintf),
 };
 
-// A pointer to a member has no address of its own to put above; these stand in one unit.
+// A pointer to a member cannot be cast to an address for the table above.
 __attribute__((used, retain)) const auto retainedTexts = &DHoxApi::LogApiError;
 __attribute__((used, retain)) const auto retainedCheck = &DHoxApi::checkCompatibility;
 

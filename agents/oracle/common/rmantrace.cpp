@@ -21,9 +21,9 @@ RMANTrace *rmanTrcClass = nullptr;
 namespace
 {
 
-// The form of a header is data, kept to the letter: programs of our users cut it apart. The
-// function that applies it takes no format attribute, because a compiler objects to a flag and a
-// precision it ignores.
+// The form of a header is kept to the letter: our users' programs parse it. The function that
+// applies it has no format attribute, because the compiler rejects a flag together with a
+// precision.
 const char *const kHeaderForm = "SBT-%d %0.2d/%02.2d/%04.4d %02.2d:%02.2d:%02.2d %s(%d):";
 
 int applyForm(char *out, std::size_t size, const char *form, ...)
@@ -160,7 +160,7 @@ unsigned RMANTrace::trEnable(rmantrclass cls, int level)
 
 // ---- slots
 
-// What could be allocated stays, counted, so that the destructor frees it.
+// On failure the slots that were allocated stay, counted, so that the destructor frees them.
 bool RMANTrace::addSlots(int count)
 {
     const auto wanted = static_cast<std::size_t>(slotCount + count);
@@ -255,8 +255,8 @@ void RMANTrace::trPrintFileHdr()
     }
     fp = fileHdrDone != 0 ? nullptr : trOpenFile(fileName);
     if (fileHdrDone == 0 && fp == nullptr) {
-        // The lock stays with this thread, which goes on tracing and tries again at its next
-        // header; the first success gives it back.
+        // The lock stays with this thread, which continues to trace and tries again at its next
+        // header; the first success releases the lock.
         fileMutex.keep();
         return;
     }

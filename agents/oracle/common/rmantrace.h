@@ -1,10 +1,10 @@
-// RMANTrace: the trace file that the database names for us. It is shared with whatever else the
-// database writes there, so every line opens, appends and closes it.
+// RMANTrace: the trace file that the database names for us. The database writes to it too, so every
+// line opens the file, appends and closes it.
 //
 // One object a process, reached through rmanTrcClass. Any thread may trace: a statement is a header
-// (trPrintHdr), kept in a slot of the calling thread, and a body (trPrintBdy) that takes it up. Use
-// RMAN_TRACE, which costs one test while its class is off. No failure of the trace is ever
-// reported.
+// (trPrintHdr), kept in a slot of the calling thread, and a body (trPrintBdy) that is put behind
+// it. Use RMAN_TRACE, which costs one test while its class is off. The calls take their locks
+// themselves. A line that cannot be written is lost; no failure of the trace is ever reported.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_RMANTRACE_H
 #define KEEL_AGENTS_ORACLE_COMMON_RMANTRACE_H
 
@@ -29,16 +29,20 @@ enum CharForm {
     RMANTR_FORM_WORDS = 3 // two digits a byte, in groups of 4 bytes, 32 bytes a line
 };
 
-/// The lock of the trace file: recursive, and it may stay taken on purpose when the file does not
-/// open. Nobody waits for a lock that was kept so: take answers false then, and the line is
-/// dropped.
+/// The lock of the trace file, recursive. A thread whose open of the file failed keeps one level:
+/// until its open succeeds, no other thread waits or writes.
 class TraceFileLock
 {
 public:
+    /// Takes one level and returns true; waits without limit for a thread that is writing. Returns
+    /// false at once, with nothing taken, when another thread has kept the lock.
     bool take();
+    /// Gives up one level; the caller holds the lock.
     void release();
-    /// The holder's open failed: one level stays taken until releaseKept of the same thread.
+    /// Keeps the caller's level until releaseKept of the same thread; when a level is kept already,
+    /// gives this one up. In place of release.
     void keep();
+    /// Gives up the level that the calling thread kept; does nothing when it kept none.
     void releaseKept();
 
 private:
@@ -56,22 +60,36 @@ public:
     static constexpr std::size_t kNameSize = 260;
 
     RMANTrace();
+    /// No other thread may be using the object.
     ~RMANTrace();
     RMANTrace(const RMANTrace &) = delete;
     RMANTrace &operator=(const RMANTrace &) = delete;
 
-    /// Starts tracing into fileName (null or empty: nothing is ever written, and so for a name too
-    /// long to keep). The first name stays in force for the life of the object. 0, or 102 without
-    /// memory.
+    /// Starts tracing into fileName, copied; the file is opened by the first line. The first name
+    /// stays in force for the life of the object. With a null, empty or over-long (260 characters)
+    /// name nothing is written, unless a later call gives a usable one. Returns 0, or 102 without
+    /// memory; tracing has not started then. One thread at a time calls it.
     unsigned trBegin(const char *fileName);
-    /// Sets the level of a class; others than the three are ignored. Always 0.
+    /// Sets the level of a class, 0: off; other classes than the three are ignored. Always 0.
     unsigned trEnable(rmantrclass cls, int level);
 
+    /// Prepares the header of the calling thread's next line: process, local time, source. Writes
+    /// the file's banner first when that is not written yet. Without memory for a slot the header
+    /// is lost, and the body shows "(Lost Message Hdr)".
     void trPrintHdr(const char *sourceFile, unsigned line);
+    /// Appends the thread's latest header and the formatted text as one line, cut at 4,095 bytes; a
+    /// cut line ends in a line end. "%%" in the finished line becomes "%", and any other conversion
+    /// in it vanishes.
     void trPrintBdy(const char *format, ...) __attribute__((format(printf, 2, 3)));
+    /// Appends a dump of length bytes and a line end, without a header; null data count as none.
+    /// For a form that does not exist it shows one character for the length.
     void trPrintStr(const unsigned char *data, int length, CharForm form);
+    /// Writes the banner unless it is written. When the file does not open, the calling thread
+    /// keeps the file's lock and tries again with its next header; until then other threads' lines
+    /// are lost.
     void trPrintFileHdr();
 
+    /// Returns true when lines of the class are wanted.
     [[nodiscard]] bool on(rmantrclass cls) const
     {
         return classLevels != nullptr && started.load(std::memory_order_relaxed) != 0 &&
@@ -109,9 +127,11 @@ private:
     std::FILE *fp = nullptr; // guarded by fileMutex
 };
 
-/// The process's database trace, null while there is none. Owned by the initialisation.
+/// The process's database trace, null while there is none. The initialisation owns it and changes
+/// it under initMutex; a call that holds a CallPin and is not shut out may use it.
 extern RMANTrace *rmanTrcClass;
 
+/// Returns true when the trace exists for this call and the class is on.
 inline bool rmanTraceOn(rmantrclass cls)
 {
     return !callShutOut() && rmanTrcClass != nullptr && rmanTrcClass->on(cls);

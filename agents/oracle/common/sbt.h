@@ -4,11 +4,15 @@
 // backup piece at a time is written (sbtbackup, sbtwrite2 ..., sbtclose2), read (sbtrestore,
 // sbtread2 ..., sbtclose2), described (sbtinfo2) or deleted (sbtremove2). Every call returns 0, or
 // -1 with the reason kept in the context, where sbterror finds it; sbtinit alone reports through
-// its error record.
+// its error record. A null context is -1, except for sbtend. docs/behaviour.md lists every outcome.
 //
 // A piece is durable when every sbtwrite2 and then sbtclose2 (without SBT_CLOSE_ABORT) returned 0.
-// Lists are arrays of pairs that end at the code named beside them; a null list is an empty one,
-// except where a call says otherwise.
+// In any other case it is stored whole or not at all. Lists are arrays of pairs that end at the
+// code named beside them; a null list is an empty one, except where a call says otherwise.
+//
+// One thread at a time uses a context; the calls take the library's locks themselves. A thread that
+// the host cancels within a call ends after it. A name of a piece has 1 to ORC_MAX_PIECE_NAME
+// (orcobj.h) characters; a longer one is not cut but cannot exist.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_SBT_H
 #define KEEL_AGENTS_ORACLE_COMMON_SBT_H
 
@@ -24,7 +28,7 @@ struct sbtPair {
     void *value;
 };
 
-/// What sbtinit reports: 7011 and the internal code behind it, or twice 0.
+/// The error record of sbtinit: 7011 and the internal code that caused it, or twice 0.
 struct sbtInitError {
     std::uint32_t code;
     std::uint32_t secondary;
@@ -46,34 +50,68 @@ struct veloVersion {
     char text[64];
 };
 
+/// Initialises the process for one channel. *initOut, which ends at SBTINIT_END, stays the
+/// library's and is overwritten by the next sbtinit. After -1 everything is released again; when
+/// another channel of the process had not ended, that one is released too, and its later calls
+/// fail.
 SBT_EXPORT int sbtinit(sbtInitError *error, const sbtPair *initIn, sbtPair **initOut);
+/// Moves the channel's context into ctx, the caller's memory of SBTINIT_CTXSIZE bytes, and starts
+/// the database trace. After -1 the channel is over.
 SBT_EXPORT int sbtinit2(void *ctx, unsigned long flags, const sbtPair *init2In);
+/// Ends the channel: aborts an open piece, ends the session, frees what the context owns and, with
+/// the last channel, everything process-wide. Always 0. A null ctx ends the channel too, but frees
+/// nothing that the context owns.
 SBT_EXPORT int sbtend(void *ctx, unsigned long flags);
 
+/// Begins a piece. blockSize is the size of every later block; copyNumber 2 to 4 selects a
+/// management class of the option file; the rest only describes the piece. After -1 nothing is
+/// stored; call sbtclose2 (or sbtend), unless the call was refused because a piece is open already:
+/// that one continues unharmed. 7503: the piece exists, or the look for it failed.
 SBT_EXPORT int sbtbackup(void *ctx, unsigned long flags, const char *pieceName,
                          const sbtPair *objects, unsigned long blockSize, unsigned long maxSize,
                          unsigned long copyNumber, unsigned long mediaPool);
+/// Takes one block; buffer is the caller's again on return. After -1 the piece is lost: every later
+/// sbtwrite2 fails, and sbtclose2 stores nothing.
 SBT_EXPORT int sbtwrite2(void *ctx, unsigned long flags, void *buffer);
+/// Ends the open piece and the session, whatever it returns; the channel can begin another piece. 0
+/// after a backup means that the piece is stored and durable, unless SBT_CLOSE_ABORT was given or
+/// an sbtwrite2 failed: then 0 means that nothing is stored. -1 may also mean that the piece is
+/// stored and only the record of its filespace could not be updated.
 SBT_EXPORT int sbtclose2(void *ctx, unsigned long flags);
+/// Begins to read a piece. After -1 call sbtclose2 (or sbtend), unless the call was refused because
+/// a piece is open already. 7502: there is no such piece, or the look for it failed.
 SBT_EXPORT int sbtrestore(void *ctx, unsigned long flags, const char *pieceName,
                           unsigned long blockSize);
+/// Writes the next block to buffer (the block size of sbtrestore). The last block may be shorter;
+/// its length is not reported. -1 with 7504 after the last block, as often as asked.
 SBT_EXPORT int sbtread2(void *ctx, unsigned long flags, void *buffer);
 
-/// pieceNames ends at a null pointer. *info stays the library's, valid until the next sbtinfo2 or
-/// sbtend.
+/// Describes pieces. pieceNames ends at a null pointer. *info ends at SBTBFINFO_END and stays the
+/// library's, valid until the next sbtinfo2 or sbtend. A name without a piece gets
+/// SBTBFINFO_NOTFOUND and is no failure. After -1 do not read *info.
 SBT_EXPORT int sbtinfo2(void *ctx, unsigned long flags, char **pieceNames, sbtPair **info);
+/// Deletes pieces, each in a separate transaction; pieceNames ends at a null pointer. Every name is
+/// looked up before the first is deleted. A name without a piece is no failure, but sets 7501.
+/// After -1 the pieces before the failure may be deleted.
 SBT_EXPORT int sbtremove2(void *ctx, unsigned long flags, char **pieceNames);
 
+/// Appends a text (at most 512 characters, the rest is dropped silently) to the options of all
+/// later sessions of the channel. Its content is not checked.
 SBT_EXPORT int sbtcommand(void *ctx, unsigned long flags, void *command);
+/// Returns the code and the text of the last failure; a success does not clear them. Any of the
+/// places may be null. *nativeMsg points into the context; *utf8Msg is always null.
 SBT_EXPORT int sbterror(void *ctx, unsigned long flags, unsigned long *error, void **nativeMsg,
                         void **utf8Msg);
 
+/// Fills record (null: nothing). Needs no channel.
 SBT_EXPORT void veloQueryVersion(veloVersion *record);
 
-// ---- version 1 of the interface, for older databases: no context, the state is the process's.
-// Every call clears its error record first and reports there (oer 0: no error).
+// ---- version 1 of the interface, for older databases: no context, the state is the process's, and
+// one thread at a time may call. Every call clears its error record first and reports there (oer 0:
+// no error); a null record is a failure. Where docs/behaviour.md says "released", the channel is
+// over after the call.
 
-/// What sbtinfo tells of a stored file.
+/// The answer of sbtinfo for a stored file.
 struct sbtFileInfo {
     char name[256];
     std::uint64_t size;         // bytes
@@ -83,14 +121,20 @@ struct sbtFileInfo {
     char mgmtClass[31];
 };
 
-/// A file handle, or -1. mode: SBT1_READ, or one of the write modes.
+/// Opens a file and returns its handle, or -1. mode: SBT1_READ, or one of the write modes, which
+/// refuse a file that exists. blockSize is a multiple of 512.
 SBT_EXPORT int sbtopen(bserc *error, char *fileName, unsigned long mode, unsigned long blockSize);
+/// Writes one block; 0 or -1. After a failed send sbtclose fails too, and nothing is stored.
 SBT_EXPORT int sbtwrite(bserc *error, unsigned th, char *buffer);
+/// Reads one block; 0 or -1, with oer 7061 after the last.
 SBT_EXPORT int sbtread(bserc *error, unsigned th, char *buffer);
-/// flags 1 and 2 both commit what was written.
+/// Ends the file. flags 1 and 2 both commit what was written: 0 means that it is stored and
+/// durable.
 SBT_EXPORT int sbtclose(bserc *error, unsigned th, unsigned long flags);
-/// The record stays the library's; it holds until the next sbtinfo of the process. Null on failure.
+/// Returns a record that stays the library's, valid until the next sbtinfo of the process, or null.
+/// The channel is over after the call, unless the name was refused.
 SBT_EXPORT const sbtFileInfo *sbtinfo(bserc *error, char *fileName);
+/// Deletes a file; 0, or -1 with nothing deleted.
 SBT_EXPORT int sbtremove(bserc *error, char *fileName);
 }
 

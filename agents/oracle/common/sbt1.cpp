@@ -1,5 +1,4 @@
-// What every version-1 call does around its work: the error record, the entry of this process, the
-// reports.
+// The frame of every version-1 call: the error record, the entry of this process, the reports.
 #include "agents/oracle/common/sbt1.h"
 
 #include <cstdlib>

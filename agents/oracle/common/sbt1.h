@@ -1,6 +1,6 @@
 // The version-1 interface beneath its six calls. They carry no context: the state of a call is this
 // process's entry of the context table and the context copy in it. The file handle is the storage
-// session's handle.
+// session's handle. One thread at a time makes these calls.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_SBT1_H
 #define KEEL_AGENTS_ORACLE_COMMON_SBT1_H
 
@@ -33,15 +33,17 @@ constexpr std::uint32_t SBT1_READ_STATE = 7065;
 class Sbt1Call
 {
 public:
-    /// Clears the error record and finds the entry.
+    /// Clears the error record and finds the entry; a process without one is noted in the error
+    /// log. With a null error record it does nothing else.
     Sbt1Call(const char *name, bserc *error, const char *file = __builtin_FILE(),
              unsigned line = __builtin_LINE());
 
-    /// Is there an error record to report to?
+    /// Returns true when the caller gave an error record. Without one call nothing below but name()
+    /// and scope().
     [[nodiscard]] bool reportable() const { return error_ != nullptr; }
     [[nodiscard]] bool hasEntry() const { return index_ >= 0; }
     [[nodiscard]] std::int16_t index() const { return index_; }
-    /// The context copy; only with an entry.
+    /// The context copy, which the table owns; null without an entry and after cleanUp().
     [[nodiscard]] orcObj_t *ctx() const { return ctx_; }
     [[nodiscard]] const char *name() const { return scope_.name(); }
     [[nodiscard]] EntryScope &scope() { return scope_; }
@@ -50,26 +52,27 @@ public:
         return ctx_ == nullptr ? 0 : static_cast<int>(ctx_->hoxHandle);
     }
 
-    // What the entry holds, read and written under orcMutex.
+    // The fields of the entry; each call takes orcMutex itself. Only with an entry.
     [[nodiscard]] std::uint32_t blockSize() const;
     [[nodiscard]] std::int16_t state() const;
     void setState(std::int16_t state);
     void openFile(std::uint64_t blockSize, std::int16_t state);
     void countBytes(std::uint64_t bytes);
 
-    /// Sets the error record and returns -1. The message, or the storage client's text of apiRc,
-    /// goes to the error log and to the agent trace.
+    /// Set the error record and return -1. The message, or the storage client's text of apiRc, is
+    /// written to the error log and to the agent trace. failNoEntry: errnum is 2014.
     int fail(std::uint32_t oer, std::uint32_t errnum, const OrcMessage &message);
     int failApi(std::uint32_t oer, std::uint32_t errnum, std::int16_t apiRc);
     int failNoEntry(std::uint32_t oer);
-    /// As above for a step that has put its text into the context and the error log already.
+    /// As above, for a step that has set the context's error text and logged it already.
     int failStep(std::uint32_t oer, std::uint32_t errnum);
 
-    /// Writes the call's exit line and releases the channel, the traces with it; the context is
-    /// gone afterwards. Set the exit text first.
+    /// Writes the call's exit line and ends the channel, which releases the traces too. Set the
+    /// exit text first; afterwards there is no entry and no context.
     void cleanUp();
 
-    /// Puts the entry's node name into the environment, for the storage client's set-up.
+    /// Sets HOXO_NODE of the process's environment to the entry's node name, for the storage
+    /// client's set-up.
     void exportNode() const;
 
 private:
@@ -81,33 +84,37 @@ private:
     orcObj_t *ctx_ = nullptr;
 };
 
-// The storage steps. 16-bit codes of the storage client or of this library; failures are reported.
+// The storage steps. They return 0 or a 16-bit code of the storage client or of this library. Where
+// not said otherwise a failure is reported: in the context's error text and in the error log.
 
-/// Ends the session of an earlier file and opens one; the handle is kept in the entry and in the
-/// context.
+/// Ends the session of an earlier file and opens one; its handle is kept in the entry and in the
+/// context. On failure there is no session.
 std::uint16_t ohoxSess(Sbt1Call &call);
 
-/// Fills the context's object name, and looks for it: 0 with *found and the context's object
-/// identifier filled in, 2 when it is not there, 121 when the query came to its end without an
-/// object and without saying so. *found and the identifier are clear unless it is 0.
+/// Fills the context's object name and looks for that object. Returns 0 with *found and the
+/// context's object identifier filled in; 2, not reported, when it does not exist or, in a file to
+/// be written, its description is damaged; 121 when the query ended without an object and without
+/// saying so. The identifier is clear unless the result is 0; *found is valid only then.
 std::uint16_t queryObj(Sbt1Call &call, const char *fileName, dhoxBackupObject_t *found);
 
-/// Looks the storage pool of a management class up, for the trace. A failure is reported, and is
-/// none of the file's: its class may be deleted.
+/// Looks up the storage pool of a management class, for the trace. A failure is reported but says
+/// nothing of the file: its class may be deleted.
 std::uint16_t queryMC(Sbt1Call &call, const char *fileName, const char *mcName);
 
+/// Registers the context's filespace; one that is registered already is a success.
 std::uint16_t regFS(orcObj_t *ctx);
 
-/// Begins to write: 2503 when the object exists.
+/// Begins to write: 2503 when the object exists. On failure no transaction is open; the session is.
 std::uint16_t prepareSend(Sbt1Call &call, const char *fileName);
-/// Begins to read: 2 when there is no such object, which is reported.
+/// Begins to read: 2 when there is no such object. On failure the session stays open.
 std::uint16_t prepareGet(Sbt1Call &call, const char *fileName);
 
-/// Ends the object of a session, and commits it.
+/// End the object of a session, and commit it or end the reading. Each makes both of its steps and
+/// returns the first failure, which it does not report; after 0 of closeSend the file is durable.
 std::uint16_t closeSend(std::uint32_t th);
 std::uint16_t closeGet(std::uint32_t th);
 
-/// May this be the name of a file? As for pieces.
+/// Returns true for a text that may be the name of a file; the rule is that of pieces.
 bool sbt1FileNameFits(const char *fileName);
 
 #endif

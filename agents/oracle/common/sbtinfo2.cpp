@@ -21,7 +21,7 @@ constexpr std::int32_t kPairsPerName = 10;
 constexpr std::size_t kNameRoom = 512;
 constexpr std::size_t kLabelRoom = 64;
 constexpr std::size_t kCommentRoom = 30;
-// A list as long as this has no end.
+// The names are counted up to here; a longer list must lack its null pointer.
 constexpr std::int32_t kMostNames = 1 << 24;
 
 std::size_t pairCount(std::int32_t names)
@@ -95,7 +95,7 @@ std::uint16_t answerOne(orcObj_t *ctx, const char *pieceName, InfoWriter &info, 
     const char *name = scope.name();
     const int handle = static_cast<int>(ctx->hoxHandle);
     if (!psveloPieceNameFits(pieceName)) {
-        // No piece can have that name, so none has.
+        // A name that no piece can have is answered as not found.
         return info.addText(SBTBFINFO_NAME, kNameRoom, pieceName) &&
                        info.add(SBTBFINFO_NOTFOUND, nullptr)
                    ? ORC_RC_OK
@@ -221,9 +221,8 @@ std::int32_t countNames(char **pieceNames)
 
 } // namespace
 
-// Both dates are taken as
-// daylight-saving time whatever the season, as they always were: what the database has kept of them
-// must still compare.
+// Dates are read as daylight-saving time whatever the season: the database compares them with
+// values that earlier releases computed so.
 std::uint64_t veloSecondsOf(const hoxDate &date)
 {
     tm calendar{};

@@ -1,5 +1,5 @@
-// What sbtinit and sbtinit2 learn from the database and hand out to it; process-wide, the last
-// channel to initialise wins.
+// The values that sbtinit and sbtinit2 receive from the database and hand out to it. They are
+// process-wide and under no lock: the thread that initialises the one live channel writes them.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_SBTINIT_H
 #define KEEL_AGENTS_ORACLE_COMMON_SBTINIT_H
 
@@ -16,8 +16,9 @@ extern std::uint64_t traceLevel;           // given to sbtinit2
 extern std::uint64_t clientApiVsn;         // given to sbtinit2: high byte major, low byte minor
 extern std::uint32_t OpNotify;             // operation notification was asked for
 
-/// Fills the table of entry points. *loaded tells whether the proxy-copy library is there;
-/// description (ORC_DESCRIPTION_SIZE characters) is its own.
+/// Fills the table of SBT_FN_COUNT entry points. With a whole proxy-copy library *loaded is 1, its
+/// ten entries are filled, and description (ORC_DESCRIPTION_SIZE characters) is the library's, cut
+/// to fit; else *loaded is 0, the ten entries are null, and description is empty.
 void loadFuncPs(sbtEntryPoint *table, int *loaded, char *description);
 
 #endif

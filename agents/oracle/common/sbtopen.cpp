@@ -24,7 +24,7 @@ int checkArguments(Sbt1Call &call, const char *fileName, unsigned long mode,
         rc = refuse(call, SBT1_OPEN_MODE, 2500,
                     OrcMessage(2500, static_cast<unsigned long long>(mode)));
     } else if (!sbt1FileNameFits(fileName)) {
-        // The channel goes on: the caller may ask again with a name.
+        // The channel stays: the caller may try again with another name.
         return refuse(call, SBT1_FILE_NAME, 2501, OrcMessage(2501, call.name()));
     } else if (blockSize % kBlockUnit != 0 || blockSize == 0 || blockSize > UINT32_MAX) {
         rc = refuse(call, SBT1_OPEN_BLOCK_SIZE, 2502,

@@ -1,5 +1,5 @@
 // sbtremove2: deletes pieces by name, in two phases. Nothing is deleted before every name was
-// looked up; then each object goes in a transaction of its own, so those before a failure stay
+// looked up; then each object is deleted in a separate transaction, so those before a failure stay
 // deleted.
 #include <cstring>
 
@@ -24,7 +24,7 @@ struct objFileInfo_t {
     hox64_t objId; // 0: what describes the object is damaged, and only its name leads to it
 };
 
-// A list as long as this has no end.
+// The names are counted up to here; a longer list must lack its null pointer.
 constexpr std::size_t kMostNames = 1 << 24;
 
 struct Removal {

@@ -25,7 +25,7 @@ bool gather(orcObj_t *ctx, const void *buffer, const char *name)
     return ctx->veloBuffFill >= ctx->veloBuffSize;
 }
 
-// The piece is lost: tell why and end its transaction.
+// The piece is lost: reports why and ends its transaction.
 void failPiece(orcObj_t *ctx, std::int16_t rc, const char *name)
 {
     const int handle = static_cast<int>(ctx->hoxHandle);

@@ -1,5 +1,4 @@
-// Memory that holds a secret is wiped when its time is over, in a way that the compiler cannot
-// drop.
+// Wiping memory that held a secret, in a way that the compiler cannot drop.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_SECRET_H
 #define KEEL_AGENTS_ORACLE_COMMON_SECRET_H
 
@@ -7,6 +6,7 @@
 
 #include "client/include/hoxapi.h"
 
+/// Sets size bytes to 0.
 inline void wipeSecret(void *memory, std::size_t size)
 {
     auto *byte = static_cast<volatile unsigned char *>(memory);
@@ -15,7 +15,7 @@ inline void wipeSecret(void *memory, std::size_t size)
     }
 }
 
-/// Wipes somebody else's buffer at the end of a scope.
+/// Wipes a buffer that it does not own at the end of a scope.
 class SecretGuard
 {
 public:
@@ -29,7 +29,7 @@ private:
     std::size_t size_;
 };
 
-/// The password of a session request; gone when the request is.
+/// The password of a session request, wiped with the object.
 struct SessionPassword {
     char text[HOX_MAX_PASSWORD + 1] = "";
 

@@ -1,4 +1,4 @@
-// What is told of a piece when it is closed.
+// The statistics of a piece that are reported when it is closed.
 #include <algorithm>
 #include <charconv>
 #include <cstdio>

@@ -157,8 +157,8 @@ std::uint16_t setUpStorageClient(orcObj_t *ctx, const TraceScope &scope)
     return ORC_RC_OK;
 }
 
-// The node of the option file, else the one the storage client goes by, else that of the
-// environment or the host.
+// The node of the option file, else that of the storage client, else that of the environment or the
+// host.
 std::uint16_t registerNode(orcObj_t *ctx, const TraceScope &scope)
 {
     if (ctx->options[OPT_VELO_NODE][0] != '\0') {
@@ -282,7 +282,7 @@ std::uint16_t veloInit()
 {
     psMutexGuard lock(initMutex);
     callPinDuties({releaseAfterLastCall, forgetParent});
-    releaseAfterLastCall(); // one that has left and did not come to the lock yet
+    releaseAfterLastCall(); // the last call may have left and still be waiting for the lock
     orcObj_t ctx;
     std::uint16_t rc = ORC_RC_OK;
     {

@@ -118,7 +118,7 @@ OptionLine veloSplitOptionLine(char *line)
     }
     if (*line != '\0') {
         *line++ = '\0';
-        // The rest is a token of its own, ended by a newline only: an empty one is none.
+        // The rest is one token up to the newline, separators included: an empty one is none.
         parts.rest = *line == '\0' ? nullptr : line;
     }
     stUpperAscii(parts.keyword);
@@ -141,7 +141,8 @@ char *veloCleanOptionValue(char *value)
     return value;
 }
 
-/// Reading one that hardly ends would hold the host for ever; this much takes about a second.
+/// A bound on the file, because a huge sparse one would hold the host for ever; reading 1 GiB takes
+/// about a second.
 static bool isOfOptionSize(std::FILE *stream)
 {
     constexpr off_t mostBytes = 1 << 30;

@@ -23,7 +23,7 @@ void reportWithText(orcObj_t *ctx, std::int16_t rc, const TraceScope &scope)
     ORC_TRACE(0, " %s: '%s'\n", scope.name(), ctx->errText);
 }
 
-// Not fatal: the options of the session only go into the trace.
+// Not fatal: the options of the session serve in the trace only.
 void readSessionOptions(orcObj_t *ctx, const TraceScope &scope)
 {
     const int handle = static_cast<int>(ctx->hoxHandle);

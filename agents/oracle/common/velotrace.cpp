@@ -39,7 +39,7 @@ void veloTraceHeaderInfo(const orcObj_t *ctx)
     if (!trActive()) {
         return;
     }
-    // Written whatever classes are on: without it a trace cannot be read.
+    // Written whatever classes are on: without the header the rest cannot be interpreted.
     KEELCTraceStatement header;
     header.initStatement(__FILE__, __LINE__);
     header.write("\n===========================================================\n"

@@ -5,20 +5,24 @@
 #include "agents/common/keelctrace.h"
 #include "agents/oracle/common/orcobj.h"
 
-/// The process's agent trace, null while there is none. Owned by the initialisation.
+/// The process's agent trace, null while there is none. The initialisation owns it and changes it
+/// under initMutex.
 extern KEELCTrace *keelTrcClass;
 
-/// Sets the test flags, starts the trace that the options name and selects its classes. A trace
-/// that does not start is reported (201 or 3) and stays off; it never fails the caller.
+/// Sets the test flags, starts the trace that the options name and selects its classes;
+/// keelTrcClass exists. A trace that does not start is reported in the error log (message 201 or 3)
+/// and stays off. The caller holds initMutex.
 void veloInitTrace(orcObj_t *ctx);
 
-/// Writes the "Tracing started for" block and the settings dump.
+/// Writes the "Tracing started for" block and the settings dump, whatever classes are on; nothing
+/// when there is no trace.
 void veloTraceHeaderInfo(const orcObj_t *ctx);
 
-/// Shows a buffer byte by byte in the agent trace, when the class for that is on.
+/// Writes a buffer byte by byte to the agent trace when TR_ORCBUFF is on. Any thread.
 void veloTraceBuffer(const void *data, std::size_t size);
 
-/// A test flag whose value is a number: false when the flag is off; *number is 0 without a value.
+/// Reads a test flag whose value is a number. Returns false, with *number untouched, when the flag
+/// is off; *number is 0 for a flag without a value.
 bool veloTestNumber(const char *flag, long *number);
 
 #endif

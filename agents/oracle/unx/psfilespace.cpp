@@ -1,4 +1,4 @@
-// The filespace that holds the pieces: what it says of itself, and its update after a backup.
+// The filespace that holds the pieces: its attributes, and its update after a backup.
 #include "agents/common/dhoxapi.h"
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/errorlog.h"

@@ -1,4 +1,4 @@
-// Who we are: the names of the node and of the owner.
+// The names of the node and of the owner.
 #include <array>
 #include <cstdlib>
 #include <pwd.h>

@@ -5,11 +5,15 @@
 //     byte  0      "1" to "8": how many characters of the block belong to the password
 //     bytes 1-8    the block, NUL-padded and enciphered with the key of the node
 //
-// The file is readable by all; what protects the password is the key, which the storage client
-// derives and which lives here no longer than one call.
-//
-// A new file is written beside the old one and takes its name only after it was read back with a
-// key that was derived again: whatever fails, the node keeps the password that it can log on with.
+// What must stay true:
+// 1. The file is readable by all; only the key protects the password. The storage client derives
+// the
+//    key, and this unit keeps it no longer than one call.
+// 2. A new file is written beside the old one and renamed over it only after it was read back with
+// a
+//    key that was derived again: whatever fails, the node keeps the password that it can log on
+//    with.
+// 3. This unit wipes its copies of the clear password and of the key on every path.
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>

@@ -22,7 +22,7 @@ constexpr ProxySymbol kProxySymbols[] = {
     {"sbtpcstatus", "sbtpcstatus()"},           {"sbtpcvalidate", "sbtpcvalidate()"},
 };
 
-// The library writes its description without being told a size, so it gets room to spare.
+// The library writes its description without knowing the size of the buffer, hence a large one.
 constexpr std::size_t kDescriptionRoom = 65536;
 
 } // namespace
