@@ -165,7 +165,7 @@ typedef struct hoxObjName {
 #define HOX_OBJ_FILE 1
 
 /* A buffer of the caller's. bufferLen: its size in bytes; numBytes: how many of them the library
- * took or filled, 0 after a failure. */
+ * took or filled; after a failure do not rely on it, unless the operation says more. */
 #define HOX_DATABLK_VERSION 3
 typedef struct DataBlk {
     uint16_t stVersion;
@@ -764,8 +764,8 @@ int16_t hoxGetObj(hoxHandle_t handle, const hox64_t *objId, DataBlk *data);
  * last data; an object of exactly n blocks ends with HOX_RC_FINISHED and a full block, an empty one
  * with HOX_RC_FINISHED and 0 bytes. No byte that is not what was stored is ever reported as
  * success: HOX_RC_REPOSITORY_DAMAGED. HOX_RC_ACCESS_DENIED when the object is another node's and
- * the rule that granted it was taken back meanwhile. On failure numBytes is 0, whatever the buffer
- * holds; the object stays begun until hoxEndGetObj.
+ * the rule that granted it was taken back meanwhile. When reading fails numBytes is 0, whatever the
+ * buffer holds; the object stays begun until hoxEndGetObj.
  */
 int16_t hoxGetData(hoxHandle_t handle, DataBlk *data);
 
