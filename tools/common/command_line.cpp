@@ -19,8 +19,8 @@ namespace
 
 constexpr std::size_t kWidth = 100, kNameColumn = 30;
 
-/// Lines of at most that width, where the words allow. A line that is an example stays one, so that
-/// it can be copied.
+/// Returns the text in lines of at most `width`, where the words allow. An example stays one line,
+/// so that it can be copied.
 std::string folded(const std::string &text, std::size_t width)
 {
     std::string result;
@@ -80,7 +80,7 @@ Program::Program(const std::string &name, const std::string &help)
 
 Program::Program(std::unique_ptr<CLI::App> app) : Verb(app.get()), owned_(std::move(app))
 {
-    // Before the verbs are added: they take it over.
+    // Set before the verbs are added: they inherit it.
     const auto help = std::make_shared<Help>();
     help->column_width(kNameColumn);
     owned_->formatter(help);

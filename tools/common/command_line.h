@@ -1,4 +1,5 @@
-// The command line of both programs: how it is read, and how --help looks.
+// The command line of both programs: how it is read, and how --help looks. For the program's first
+// thread.
 #ifndef KEEL_TOOLS_COMMON_COMMAND_LINE_H
 #define KEEL_TOOLS_COMMON_COMMAND_LINE_H
 
@@ -12,18 +13,19 @@ namespace tools
 
 constexpr int kExitUsage = 2;
 
-/// The program, to which the verbs are added. In its --help, and that of its verbs, long texts are
-/// folded beside the names of what they are about; an option's default stands in its text.
+/// The program, to which the verbs are added; it owns them and their options. --help folds long
+/// texts and shows an option's default in its text.
 class Program : public Verb
 {
 public:
     Program(const std::string &name, const std::string &help);
     ~Program();
 
-    /// Reads the command line into what the verbs' options refer to. An empty value of an option or
-    /// an operand is wrong use, but of --description.
-    /// False when that was all: help, the version, what is generated (outline.h), or wrong use,
-    /// which has been said. Then `status` is the exit status.
+    /// Reads the command line into the variables of the options and calls what onChosen() set for
+    /// the chosen verb. An empty value of an option or an operand is wrong use, except for
+    /// --description. Returns false when the program is to end with `status`: after --help,
+    /// --version or --generate (outline.h), and after wrong use, which was reported on standard
+    /// error. Call it once.
     bool read(const std::string &version, int argc, char **argv, int &status);
 
 private:

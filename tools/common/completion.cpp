@@ -26,8 +26,8 @@ std::string replaced(std::string text, const std::string &what, const std::strin
     return text;
 }
 
-/// In single quotes, as every one of the shells takes it; fish alone has its own way with the
-/// backslash.
+/// Puts the text in single quotes for bash and zsh. fish, where a backslash escapes within quotes,
+/// has fishQuoted().
 std::string quoted(const std::string &text)
 {
     return "'" + replaced(text, "'", "'\\''") + "'";
@@ -38,13 +38,13 @@ std::string fishQuoted(const std::string &text)
     return "'" + replaced(replaced(text, "\\", "\\\\"), "'", "\\'") + "'";
 }
 
-/// The first line, which says it all in a menu.
+/// Returns the first line, for a menu.
 std::string brief(const std::string &help)
 {
     return help.substr(0, help.find('\n'));
 }
 
-/// All that a verb offers at its first free place.
+/// Returns everything that may follow the verb: its verbs and options.
 std::string offers(const OutlineVerb &verb)
 {
     std::vector<std::string> words;
@@ -55,7 +55,7 @@ std::string offers(const OutlineVerb &verb)
     return joined(words, " ");
 }
 
-/// The branches for what follows an option that takes a value.
+/// Returns the branches of a case for the word after an option that takes a value.
 std::string bashValues(const OutlineVerb &verb)
 {
     std::string text;
@@ -78,7 +78,7 @@ std::string bashValues(const OutlineVerb &verb)
     return text;
 }
 
-/// For _arguments: what is in brackets and behind colons must not hold any itself.
+/// Escapes a text for _arguments, which takes brackets and colons for its own syntax.
 std::string zshText(std::string text)
 {
     for (const char *special : {"\\", "[", "]", ":"})
@@ -128,7 +128,7 @@ std::string zshFunction(const OutlineVerb &verb)
     return text + "        esac ;;\n    esac\n}\n\n";
 }
 
-/// When the words so far lead to the verb and to none below it.
+/// Returns the condition that the words so far lead to the verb and to none below it.
 std::string fishCondition(const OutlineVerb &verb)
 {
     std::string condition;

@@ -7,7 +7,7 @@
 namespace tools
 {
 
-// Each is the whole text of the file that the shell loads.
+// Each returns the whole text of the file that the shell loads. They only read the outline.
 [[nodiscard]] std::string bashCompletion(const OutlineVerb &program);
 [[nodiscard]] std::string zshCompletion(const OutlineVerb &program);
 [[nodiscard]] std::string fishCompletion(const OutlineVerb &program);

@@ -1,5 +1,5 @@
-// See datafile.h. Everything that looks random comes from a hash of what it belongs to, so that a
-// block can be made without those before it.
+// See datafile.h. Everything that looks random is a hash of the seed and of the block's identity,
+// so that a block can be made without those before it.
 #include "tools/common/datafile.h"
 
 #include <algorithm>
@@ -88,7 +88,8 @@ public:
             word.length = text.size();
         }
     }
-    /// The word and a blank; returns what is behind them. Short of 16 bytes, more is written.
+    /// Writes the word and a blank and returns the place after them. It always writes 16 bytes, so
+    /// there must be room for them.
     u8 *append(u8 *at, u64 number) const
     {
         const Word &word = words_[number];
@@ -118,7 +119,7 @@ u8 *appendBytes(u8 *at, std::initializer_list<u64> bytes)
     return at;
 }
 
-/// Three short texts, common words more often.
+/// Writes three short texts, common words more often.
 u8 *appendTexts(u8 *at, Random &random)
 {
     for (int column = 0; column < 3; ++column) {
@@ -137,8 +138,8 @@ u8 *appendTexts(u8 *at, Random &random)
     return at;
 }
 
-/// One row: flag, lock, column count, then columns of a length and a value; its length, at most
-/// 240.
+/// Writes a row: flag, lock, column count, then columns of a length and a value. Returns its
+/// length, at most 240.
 u32 makeRow(u8 *row, Random &random, u32 number)
 {
     static constexpr const char *kStates[] = {"OPEN      ", "SHIPPED   ", "CLOSED    ",
@@ -194,7 +195,7 @@ void seal(u8 *block, u8 type, u32 address, u64 changeNumber, u8 sequence)
     put16(block + 16, folded(block));
 }
 
-/// What lies in a block, and where the rows are that can change.
+/// The content of a block, and the places of the rows that can change.
 struct Rows {
     std::array<u32, kMostRows> at{};
     u32 count = 0;
@@ -285,7 +286,7 @@ struct Version {
     u8 sequence;
 };
 
-/// What a day's work does to a block.
+/// Changes a block as a day's work does.
 Version change(u8 *block, Kind kind, const Rows &rows, u64 hash, u32 day)
 {
     Random random{hash};

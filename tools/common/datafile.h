@@ -5,7 +5,7 @@
 // A block has a header of 20 bytes (type, 0xA2, address, change number, sequence, flag, checksum),
 // transaction slots, a row directory, free space, rows from the bottom up, and a tail of 4 bytes.
 // Some blocks are index leaves, some opaque, some were never used. The 16-bit XOR over the whole
-// block is 0, so a damaged block can be told.
+// block is 0, so a damaged block can be recognised.
 //
 // On each day a block changes with the probability `rate`: its change number, a transaction slot, 1
 // to 4 rows and the checksum move, the rest stays. Extents come into use in the middle, so that all
@@ -40,18 +40,22 @@ struct DatafileSettings {
 class Datafile
 {
 public:
+    /// Lays the stream out, which takes 16 bytes of memory for each block. Nothing is made yet.
     explicit Datafile(const DatafileSettings &settings);
 
+    /// Returns the number of blocks of the stream, the header block included.
     [[nodiscard]] std::uint64_t blocks() const
     {
         return layout_.size() + (settings_.header ? 1 : 0);
     }
 
-    /// Writes the block of that number. Any thread.
+    /// Fills `block` with the block of that number, which is less than blocks(). Any thread,
+    /// several at once.
     void make(std::uint64_t number, std::span<std::byte, kDatafileBlock> block) const;
 
 private:
-    /// A block of the stream: what it is, whatever its place; the day on which it came into use.
+    /// A block of the stream: its identity, which does not depend on its place, its file, and the
+    /// day on which it came into use.
     struct Place {
         std::uint64_t id;
         std::uint32_t file, born;
@@ -66,7 +70,7 @@ private:
     std::vector<Place> layout_;
 };
 
-/// Whether a block's checksum and marks are those of such a stream; all zeros are, too.
+/// Returns true when a block's checksum and marks are those of such a stream; all zeros pass, too.
 [[nodiscard]] bool isSoundDatafileBlock(std::span<const std::byte, kDatafileBlock> block);
 
 } // namespace tools

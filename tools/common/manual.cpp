@@ -11,8 +11,8 @@ namespace tools
 namespace
 {
 
-/// Text that troff takes for nothing else: no escape, no request, and every minus one that can be
-/// copied into a shell.
+/// Returns the text with nothing left that troff takes for an escape or a request, and every hyphen
+/// as a minus sign that can be copied into a shell.
 std::string escaped(const std::string &text)
 {
     std::string result;

@@ -7,7 +7,8 @@
 namespace tools
 {
 
-/// The page of a verb, or of the program itself, in section 1. version: as --version prints it.
+/// Returns the page of a verb, or of the program itself, in section 1. `version` is what --version
+/// prints.
 [[nodiscard]] std::string manualPage(const OutlineVerb &verb, const OutlineVerb &program,
                                      const std::string &version);
 

@@ -8,7 +8,7 @@
 namespace tools
 {
 
-// A validator's description would be shown beside the name of the value: none has one.
+// --help would show a validator's description beside the name of the value, so each is empty.
 
 Option Option::valueName(const std::string &name) const
 {

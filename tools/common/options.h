@@ -1,6 +1,7 @@
 // The verbs and options of both programs. Verbs are built with these and never with the library
 // that reads the command line, whose headers cost every file that includes them 20 s of compiling.
-// All are of the program's first thread.
+// All of it is for the program's first thread. Calls that add a name that is taken, or ask for one
+// that is not there, throw: that is a bug of the program.
 #ifndef KEEL_TOOLS_COMMON_OPTIONS_H
 #define KEEL_TOOLS_COMMON_OPTIONS_H
 
@@ -28,19 +29,21 @@ class Option
 public:
     explicit Option(CLI::Option *option) : option_(option) {}
 
-    /// What --help calls the value, as FILE or yes|no. Empty: it shows none.
+    /// Sets what --help calls the value, as FILE or yes|no. Empty: it shows none.
     Option valueName(const std::string &name) const;
     Option required() const;
-    /// The variable's value is shown as the default.
+    /// Shows the variable's present value as the default.
     Option showDefault() const;
+    // What a command line breaks of these is wrong use.
     Option excludes(Option other) const;
     Option needs(Option other) const;
+    /// Both ends are allowed.
     Option between(int least, int most) const;
     Option between(double least, double most) const;
     Option oneOf(std::vector<std::string> words) const;
-    /// Takes 64K and the like; the variable gets bytes.
+    /// Takes 64K and the like, in powers of 1,024; the variable gets bytes.
     Option inBytes() const;
-    /// `valid` returns why the value is refused, as a clause; empty: it is not.
+    /// `valid` returns why it refuses the value, as a clause, or an empty text.
     Option check(std::function<std::string(const std::string &)> valid) const;
 
 private:
@@ -49,7 +52,8 @@ private:
 };
 
 /// A verb, or the program itself: a handle as Option is. Names are as "--input,-i", or as "NAME"
-/// for an operand. Variables are filled in when the command line is read, and live until then.
+/// for an operand. A variable is filled in when the command line is read, and left as it is when
+/// the option is not given; it must live until then.
 class Verb
 {
 public:
@@ -72,7 +76,7 @@ public:
     Option addOption(const std::string &names, std::uint64_t &value, const std::string &help) const;
     Option addOption(const std::string &names, double &value, const std::string &help) const;
     Option addFlag(const std::string &names, bool &given, const std::string &help) const;
-    /// `given` is called when the flag is.
+    /// `given` is called when the flag is given.
     Option addFlag(const std::string &names, std::function<void()> given,
                    const std::string &help) const;
 
@@ -89,15 +93,16 @@ public:
             numbers);
     }
 
-    /// The option of that name, which was added before.
+    /// Returns the option of that name, which was added before.
     [[nodiscard]] Option option(const std::string &name) const;
-    /// Every option added so far but --help and `option` itself; operands are none.
+    /// Returns every option added so far except --help and `option`; operands are not among them.
     [[nodiscard]] std::vector<Option> otherOptions(Option option) const;
 
-    /// Is called when the verb was chosen, with all variables filled in.
+    /// `chosen` is called when the verb was chosen, with all variables filled in.
     void onChosen(std::function<void()> chosen) const;
+    /// Makes a command line without one of this verb's verbs wrong use.
     void requireVerb() const;
-    /// Below the options in --help. Lines that begin with "Example: " are examples.
+    /// Sets the text below the options in --help. Lines that begin with "Example: " are examples.
     void footer(const std::string &text) const;
 
 protected:

@@ -16,7 +16,7 @@ namespace
 
 constexpr std::size_t kEighths = 8;
 
-/// The part of `most` in steps; a value that is there takes one at least.
+/// Returns value / most in steps, at least 1 for a value above 0.
 std::size_t stepsOf(double value, double most, std::size_t steps)
 {
     if (!(value > 0) || !(most > 0))

@@ -85,7 +85,7 @@ void Progress::show(std::uint64_t done, std::uint64_t planned, std::uint64_t byt
 
 void Progress::write(const std::string &line)
 {
-    // Not by what throws: a terminal that went away is no reason to stop the work.
+    // Not fmt::print(), which throws: a terminal that was closed must not stop the work.
     std::fputs(("\r" + line + "\x1b[K").c_str(), stderr);
     std::fflush(stderr);
     lineOpen_ = true;

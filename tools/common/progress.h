@@ -1,5 +1,5 @@
-// How far long work has come, in one line that is written over, on a terminal; nothing at all
-// anywhere else. One thread.
+// The progress of long work, in one line of standard error that is written over. Shows nothing when
+// standard error is no terminal. One thread at a time. A failed write is ignored.
 #ifndef KEEL_TOOLS_COMMON_PROGRESS_H
 #define KEEL_TOOLS_COMMON_PROGRESS_H
 
@@ -14,29 +14,33 @@ namespace tools
 class Progress
 {
 public:
-    /// total: bytes expected, if known. quiet: nothing is shown even on a terminal.
+    /// `total` is the number of bytes expected, if known. `quiet`: nothing is shown on a terminal
+    /// either. Time counts from here.
     explicit Progress(const std::string &label, std::optional<std::uint64_t> total = std::nullopt,
                       bool quiet = false);
-    /// Takes an unfinished line away, so that what comes next begins on a clean one.
+    /// Removes an unfinished line, so that the next output begins on a clean one.
     ~Progress() { clear(); }
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
 
-    /// More bytes have gone through; the time left is judged by them.
+    /// Counts `bytes` more, by which the time left is estimated. The line changes at most every 100
+    /// ms.
     void add(std::uint64_t bytes);
 
-    /// For work that is planned in steps, by which the time left is judged. bytes: so far, whose
-    /// rate is shown; 0 when they say nothing, and that of the steps is.
+    /// For work that is planned in steps, by which the time left is estimated. `bytes` are those so
+    /// far, and their rate is shown; with 0 the rate of the steps is.
     void show(std::uint64_t done, std::uint64_t planned, std::uint64_t bytes);
 
-    /// Before something else is printed.
+    /// Removes the line; call it before something else is printed. The next change shows it again.
     void clear();
 
-    /// Leaves the line with the bytes, the time and the rate.
+    /// Ends the line with the bytes, the time and the rate; it stays.
     void finish();
 
+    /// Returns the bytes counted by add(), or given to show() last; counted when nothing is shown,
+    /// too.
     [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
-    /// Since the object was made.
+    /// Returns the seconds since the object was made.
     [[nodiscard]] double seconds() const;
 
 private:

@@ -5,9 +5,10 @@
 namespace tools
 {
 
-/// The first SIGINT, SIGTERM or SIGHUP goes to the handler and ends no system call; a second one of
-/// the kind ends the program at once. Those that were ignored when the program started stay so:
-/// nohup, or a shell's background job.
+/// Installs `handler` for the first SIGINT, SIGTERM and SIGHUP each; system calls that it
+/// interrupts are restarted, but poll(2) is not. A second signal of the same kind ends the program
+/// at once. Signals that were ignored when the program started (nohup, a shell's background job)
+/// stay ignored. `handler` may do only what a signal handler may.
 void noteSignals(void (*handler)(int));
 
 } // namespace tools

@@ -11,7 +11,7 @@ namespace tools
 
 void secureStandardStreams()
 {
-    // The lowest free number is what open() gives. Output goes nowhere, and says so.
+    // open() takes the lowest free number, which is this one. Output to it fails, and is noticed.
     for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream)
         if (::fcntl(stream, F_GETFD) < 0)
             (void)::open("/dev/null", O_RDONLY);

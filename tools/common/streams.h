@@ -7,14 +7,14 @@
 namespace tools
 {
 
-/// Puts something harmless where a standard stream is closed, so that no file that is opened later
-/// gets its number and is written over by what is meant for people; writing there fails. A reader
-/// that goes away, and the limit on the size of files, become a failed write, not a signal. Before
-/// anything else is opened.
+/// Opens /dev/null for reading wherever a standard descriptor is closed, so that no file that is
+/// opened later gets its number and the program's output; writing there fails with EBADF. Ignores
+/// SIGPIPE and SIGXFSZ: a reader that ends, and the limit on the size of files, become a failed
+/// write. Call it before anything is opened.
 void secureStandardStreams();
 
-/// Standard error, without throwing: what is told last must not end the program when the terminal
-/// that it is told to has gone away.
+/// Writes `text` to standard error as it is. A failure is ignored: the last message of a program
+/// must not end it when its terminal is closed.
 void complain(const std::string &text);
 
 } // namespace tools

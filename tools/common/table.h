@@ -1,4 +1,4 @@
-// A table of text: the columns are as wide as what is in them.
+// A table of text, each column as wide as its widest cell. It holds all rows. One thread.
 #ifndef KEEL_TOOLS_COMMON_TABLE_H
 #define KEEL_TOOLS_COMMON_TABLE_H
 
@@ -22,12 +22,13 @@ public:
 
     explicit Table(std::vector<Column> columns);
 
-    /// Cells that are missing at the end are empty. What would not be one line is made printable.
+    /// Adds a row. Cells that are missing at the end are empty, more than there are columns are
+    /// dropped. Control characters are escaped (text.h).
     void add(std::vector<std::string> cells);
 
     [[nodiscard]] bool empty() const { return rows_.empty(); }
 
-    /// All of it, headings first, every line ended; nothing follows the last cell of a line.
+    /// Returns the headings and all rows, each line ended by a newline, without blanks at its end.
     [[nodiscard]] std::string text() const;
 
 private:

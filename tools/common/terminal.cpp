@@ -23,7 +23,7 @@ struct Character {
     std::size_t bytes;
 };
 
-/// The first character; a byte that begins none stands for itself.
+/// Returns the first character; a byte that begins none counts as one.
 Character firstOf(std::string_view text)
 {
     const auto lead = static_cast<unsigned char>(text.front());
@@ -45,8 +45,8 @@ bool within(std::uint32_t code, std::uint32_t from, std::uint32_t to)
     return code >= from && code <= to;
 }
 
-/// Of the characters that names are made of: East Asian ones take two columns, combining marks
-/// none. Asking the locale would give what wcwidth() knows, but the program's locale is "C".
+/// Returns the columns of a character, for those that names are made of: East Asian ones take two,
+/// combining marks none. Not wcwidth(3): the program's locale is "C".
 std::size_t columnsOf(std::uint32_t code)
 {
     if (within(code, 0x300, 0x36f) || within(code, 0x200b, 0x200f))

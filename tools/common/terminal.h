@@ -1,4 +1,5 @@
-// What is known of the terminal that the program prints to.
+// What is known of the terminal that the program prints to. Any thread, unless another changes the
+// environment.
 #ifndef KEEL_TOOLS_COMMON_TERMINAL_H
 #define KEEL_TOOLS_COMMON_TERMINAL_H
 
@@ -10,14 +11,16 @@ namespace tools
 
 [[nodiscard]] bool isTerminal(int descriptor);
 
-/// Columns of the terminal, 80 when it does not tell or there is none. COLUMNS goes first.
+/// Returns COLUMNS of the environment, else the width of the terminal; 80 when neither is known, or
+/// it is below 20 or above 1,000.
 [[nodiscard]] std::size_t terminalWidth(int descriptor);
 
-/// Whether what is printed may hold more than ASCII: the locale of the environment is a UTF-8 one.
+/// Returns true when the locale of the environment (LC_ALL, LC_CTYPE, LANG) is a UTF-8 one, so that
+/// output may hold more than ASCII.
 [[nodiscard]] bool speaksUtf8();
 
-/// Columns that the text takes. Text of which parts are no UTF-8 counts a column for each of their
-/// bytes.
+/// Returns the columns that the text takes on a terminal. A byte that is not part of a UTF-8
+/// character counts as one.
 [[nodiscard]] std::size_t displayWidth(std::string_view text);
 
 } // namespace tools

@@ -1,4 +1,4 @@
-// Numbers and names as people read them.
+// Numbers and names as people read them. Any thread.
 #ifndef KEEL_TOOLS_COMMON_TEXT_H
 #define KEEL_TOOLS_COMMON_TEXT_H
 
@@ -9,25 +9,27 @@
 namespace tools
 {
 
-/// "1.25 GiB", "812 bytes".
+/// Returns "1.25 GiB", "812 bytes": three digits, in powers of 1,024.
 [[nodiscard]] std::string byteText(double bytes);
 
-/// "0:07", "1:02:33".
+/// Returns "0:07", "1:02:33": minutes and hours, rounded to seconds; less than 0 as 0.
 [[nodiscard]] std::string durationText(double seconds);
 
-/// One line whatever the text holds: control characters become "\n", "\x1b" and the like.
+/// Returns the text as one line: ASCII control characters become "\n", "\x1b" and the like. Nothing
+/// is cut.
 [[nodiscard]] std::string printable(std::string_view text);
 
-/// With the ASCII letters small.
+/// Returns the text with its ASCII letters in lower case.
 [[nodiscard]] std::string lowered(std::string text);
 
-/// Local time, "2026-03-07 14:05:09".
+/// Returns the local time of `seconds` since 1970, "2026-03-07 14:05:09"; "?" when it has none.
 [[nodiscard]] std::string localTimeText(std::int64_t seconds);
 
-/// "2026-03-07T13:05:09Z", for machines.
+/// Returns the UTC time of `seconds` since 1970, "2026-03-07T13:05:09Z", for machines.
 [[nodiscard]] std::string utcTimeText(std::int64_t seconds);
 
-/// A line of a program's log, without newline: "2026-03-07T13:05:09Z keel backup p: done".
+/// Returns a line of a program's log, without newline, with the present time: "2026-03-07T13:05:09Z
+/// keel backup p: done". `work` and `outcome` are made printable().
 [[nodiscard]] std::string outcomeLine(std::string_view program, std::string_view work,
                                       std::string_view outcome);
 

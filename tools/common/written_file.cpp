@@ -22,8 +22,8 @@ namespace
 
 constexpr mode_t kEveryBit = 07777, kPermissions = 0777, kNewFile = 0666;
 
-/// The number in the name of an open descriptor, which must not be opened again: that would begin
-/// at the start of the file behind it.
+/// Returns the number in the name of an open descriptor. It must not be opened by that name:
+/// writing would begin at the start of the file behind it.
 std::optional<int> descriptorNamed(std::string_view name)
 {
     if (name == "/dev/stdout")
@@ -105,7 +105,7 @@ void WrittenFile::openAsItIs()
         fail("cannot open", errno);
     if (!S_ISREG(opened.st_mode))
         return;
-    ::close(descriptor_); // it was put in the place of what was looked at
+    ::close(descriptor_); // a regular file has replaced what stat(2) found
     descriptor_ = -1;
     throw FileFailure(fmt::format("{} was replaced meanwhile", printable(name_)));
 }
@@ -140,7 +140,7 @@ void WrittenFile::write(std::string_view bytes)
     }
 }
 
-/// The owner first: a change of the owner takes the set-user-ID bits away.
+/// Sets the owner first: changing it clears the set-user-ID bits.
 void WrittenFile::takeAttributes() const
 {
     mode_t mode = rules_.mode.value_or(before_ ? before_->st_mode & kEveryBit : 0);
@@ -148,7 +148,8 @@ void WrittenFile::takeAttributes() const
         mode = newFileMode();
     if (!rules_.mode && before_) {
         const bool kept = ::fchown(descriptor_, before_->st_uid, before_->st_gid) == 0;
-        // A group that is not kept must not hand the old one's rights to the process's own.
+        // If the group cannot be kept either, the process's group must not get the old one's
+        // rights.
         if (!kept && ::fchown(descriptor_, static_cast<uid_t>(-1), before_->st_gid) != 0)
             mode &= ~static_cast<mode_t>(S_IRWXG);
         if (!kept)
@@ -177,8 +178,7 @@ void WrittenFile::publish()
 void WrittenFile::takeName()
 {
     if (rules_.existing == Existing::keep) {
-        // A second name instead of a new one: the one way that never replaces a file. File systems
-        // that know no second names get the rename below.
+        // link(2), which never replaces a file. A file system without it gets the rename below.
         if (::link(temporary_.c_str(), name_.c_str()) == 0) {
             ::unlink(temporary_.c_str());
             temporary_.clear();
@@ -199,7 +199,7 @@ void WrittenFile::syncDirectory() const
 {
     const std::string place = directory();
     const int descriptor = ::open(place.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    // Not every file system lets a directory be opened or synced; then it needs none.
+    // A file system on which a directory cannot be opened or synced offers no more than this.
     if (descriptor < 0)
         return;
     const bool failed = ::fsync(descriptor) != 0 && errno == EIO;

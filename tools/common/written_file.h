@@ -27,25 +27,27 @@ struct FileFailure : std::runtime_error {
 };
 
 enum class Existing {
-    keep,    ///< a regular file of that name is a failure, also one that appears before publish()
+    keep,    ///< a regular file of that name is a failure, also one that appears before publish();
+             ///< on a file system without link(2), one that appears in its last moment is replaced
     replace, ///< the new file takes its place
 };
 
 struct FileRules {
     Existing existing = Existing::replace;
     const char *hint = ""; ///< ends the sentence about a file that is kept: "; --force replaces it"
-    /// Permissions. Without a value: those, and as far as the system lets it the owner, of the file
-    /// that is replaced; of a new file what the process's mask leaves of 0666.
+    /// Permissions. Without a value: those of the file that is replaced, and its owner where the
+    /// system lets it (else the group's rights may be dropped); for a new file 0666 less the
+    /// process's mask.
     std::optional<mode_t> mode;
-    bool durable = true; ///< publish() returns when file and name survive the loss of power
+    bool durable = true; ///< what publish() published survives the loss of power
 };
 
 class WrittenFile
 {
 public:
-    /// FileFailure, and nothing was made or changed.
+    /// Opens what is to be written. Throws FileFailure, and then nothing was made or changed.
     explicit WrittenFile(const std::string &name, const FileRules &rules = {});
-    /// Without publish() nothing stays of a file that is written aside.
+    /// Closes the file. Without publish() nothing stays of a file that is written aside.
     ~WrittenFile();
     WrittenFile(const WrittenFile &) = delete;
     WrittenFile &operator=(const WrittenFile &) = delete;
@@ -55,9 +57,13 @@ public:
     /// Returns false for what is written to as it is: what was written there stays written.
     [[nodiscard]] bool isAside() const { return !temporary_.empty(); }
 
-    /// Writes all of it. FileFailure; drop the object then.
+    /// Writes all of it; waits where a FIFO or device is not ready. Throws FileFailure; drop the
+    /// object then.
     void write(std::string_view bytes);
-    /// Once, at the end. FileFailure: the name leads to what it led to before.
+    /// Gives a file that is written aside its attributes and its name; does nothing for others.
+    /// Call it once, at the end. Throws FileFailure: the name leads to what it led to before,
+    /// unless only the sync of the directory failed: then it leads to the new file, and may not
+    /// survive the loss of power.
     void publish();
 
 private:
@@ -76,7 +82,8 @@ private:
     int descriptor_ = -1;
 };
 
-/// All of the text, by the same rules. FileFailure.
+/// Writes the whole text to `name` and publishes it, by the same rules. Throws FileFailure as
+/// publish() does.
 void writeWhole(const std::string &name, std::string_view text, const FileRules &rules = {});
 
 } // namespace tools

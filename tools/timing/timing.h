@@ -1,4 +1,5 @@
-// --timing of both programs: where the time of a job went.
+// --timing of both programs: where the time of a job went. What is measured is the whole process's,
+// from the moment the option was read.
 #ifndef KEEL_TOOLS_TIMING_TIMING_H
 #define KEEL_TOOLS_TIMING_TIMING_H
 
@@ -11,12 +12,13 @@
 namespace tools
 {
 
-/// The option, which sets `asked` and switches measuring on.
+/// Adds the option, which sets `asked` and switches measuring on when it is given.
 void addTimingOption(tools::Verb verb, bool &asked);
 
-/// What was measured so far, for --json: calls and seconds of each category.
+/// Returns what was measured so far, for --json: calls and seconds of each category.
 nlohmann::ordered_json timesJson();
-/// The same for people: a line for each, with its share of the whole job.
+/// Returns the same for people: a table with a line for each category, and its share of
+/// `jobSeconds`. Categories overlap between threads, so shares may add up to more than 100 %.
 std::string timesText(double jobSeconds);
 
 } // namespace tools
