@@ -28,7 +28,7 @@ constexpr std::array kKeywords = {"HOXI_DIR",          "HOXI_LOG",          "HOX
                                   "VELO_NUM_BUFFERS",  "VELO_DATE_FMT",     "VELO_TIME_FMT",
                                   "VELO_NUM_FMT",      "VELO_LANGUAGE",     "VELO_TEST_FLAGS"};
 
-/// Without the quotes that an administrator may have put around it.
+/// Returns the name without the quotation marks that an administrator may have put around it.
 std::string chosenFile(const std::string &value)
 {
     const bool quoted = value.size() > 1 && value.front() == value.back() &&

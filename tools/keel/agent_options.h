@@ -1,5 +1,6 @@
-// What the option file of the agent says, for the verbs that have to name it to people. The agent
-// alone decides whether the file is good; this reads a good one as it does.
+// What the option file of the agent says, for the verbs that show it to people. The agent alone
+// decides whether the file is good; this reads a good one as the agent does. Values, fixed once
+// read.
 #ifndef KEEL_TOOLS_KEEL_AGENT_OPTIONS_H
 #define KEEL_TOOLS_KEEL_AGENT_OPTIONS_H
 
@@ -13,20 +14,22 @@ namespace keel
 class AgentOptions
 {
 public:
-    /// Reads the file that the agent would read now: VELO_OPTFILE, else the installed one. A file
-    /// that cannot be read is one without lines.
+    /// Reads the file that the agent would read now: VELO_OPTFILE, else the installed one. Of a
+    /// file that cannot be read every option has its default; file() says which it was.
     AgentOptions();
 
     [[nodiscard]] const std::string &file() const { return file_; }
+    /// Returns true when VELO_OPTFILE named the file.
     [[nodiscard]] bool fileIsNamed() const { return named_; }
 
-    /// The last value of the keyword, empty when there is none.
+    /// Returns the last value of the keyword (in upper case), empty when there is none.
     [[nodiscard]] std::string value(const std::string &keyword) const;
 
-    /// Of each line that the agent refuses, what is wrong with it.
+    /// Returns a clause about each line with an unknown keyword or without a value, which the agent
+    /// refuses. It does not judge values.
     [[nodiscard]] const std::vector<std::string> &wrongLines() const { return wrong_; }
 
-    // With the agent's defaults.
+    // Paths, with the agent's defaults where the file names none.
     [[nodiscard]] std::string agentDirectory() const;
     [[nodiscard]] std::string clientDirectory() const;
     [[nodiscard]] std::string logDirectory() const;

@@ -70,16 +70,15 @@ Header headerOf(std::string_view first, std::uint64_t size)
     return header;
 }
 
-/// Where the newest line ends. A line that was written when the process died has the marker behind
-/// it, but the first line does not count it yet.
+/// Returns where the newest line ends. A process that died while it wrote may have left a line,
+/// with END OF DATA behind it, that the first line of the file does not count yet.
 std::uint64_t endOfNewest(const TraceSource &source, std::uint64_t position)
 {
     const std::size_t found = textAt(source, position, kLongestLine).find(kMarker);
     return found == std::string::npos ? position : position + found;
 }
 
-/// The lines from before the last wrap. The first of them is left out: its beginning is
-/// overwritten.
+/// Returns the lines from before the last wrap, without the first, whose beginning is overwritten.
 TraceExtent oldest(const TraceSource &source, std::uint64_t from)
 {
     std::uint64_t to = source.size;
@@ -101,7 +100,7 @@ TraceLayout layoutOf(const TraceSource &source)
     if (!first.starts_with(kTag))
         throw Failure("this is no trace of the agent");
     TraceLayout layout;
-    // Without a maximum the product follows the tag, behind one more blank.
+    // In a trace without a maximum the product's name follows the tag after one more blank.
     if (first.size() > kPositionAt && first[kPositionAt] == ' ') {
         layout.lines.push_back({0, source.size});
         return layout;

@@ -1,6 +1,7 @@
-// The agent's own trace, put into the order of time.
+// The agent's own trace, put into the order of time. Any thread; the trace may be written
+// meanwhile.
 //
-// A trace with a maximum begins with a line that says where to go on:
+// A trace with a maximum begins with a line that names the place of the next line:
 //
 //    0..11  "ARCA Trace" padded with blanks
 //   12..23  the position of the next line, decimal, left-aligned; 123456789012 while the file is
@@ -11,8 +12,8 @@
 //     | first line | newest lines ... | END OF DATA | oldest lines ... | Continued at beginning |
 //                  ^ data start       ^ position
 //
-// A file that was never full ends with the marker. One that is a segment of a larger trace is only
-// written from its beginning to its end, and then says that another one continues it.
+// A file that was never full ends with END OF DATA. A file that is a segment of a larger trace is
+// only written from its beginning to its end, and then says that another segment continues it.
 #ifndef KEEL_TOOLS_KEEL_AGENTTRACE_H
 #define KEEL_TOOLS_KEEL_AGENTTRACE_H
 
@@ -25,7 +26,8 @@
 namespace keel
 {
 
-/// A trace, wherever its bytes are. read fills the span as far as there is something.
+/// A trace, wherever its bytes are. `read` fills the span from position `at` on and returns how
+/// many bytes there were; what it throws passes through.
 struct TraceSource {
     std::uint64_t size = 0;
     std::function<std::size_t(std::uint64_t at, std::span<char> bytes)> read;
@@ -38,14 +40,17 @@ struct TraceExtent {
 
 struct TraceLayout {
     std::vector<TraceExtent> lines; ///< in the order of time
-    bool wrapping = false;          ///< false: a file without a maximum, as it is
-    bool leftForNext = false;       ///< a full segment
+    bool wrapping = false;          ///< false: a file without a maximum, one extent
+    bool leftForNext = false;       ///< a full segment, which the next one continues
 };
 
-/// Failure when it is no trace of the agent, or its first line makes no sense.
+/// Returns where the lines are, without reading them all. A line whose beginning was overwritten is
+/// left out. Throws Failure when the source is no trace of the agent, or its first line makes no
+/// sense.
 [[nodiscard]] TraceLayout layoutOf(const TraceSource &source);
 
-/// The order of time of segments that are given in that of their numbers, as positions in layouts.
+/// Returns the order of time of the segments in `layouts`, which are in the order of their numbers,
+/// as positions in it.
 [[nodiscard]] std::vector<std::size_t> segmentOrder(const std::vector<TraceLayout> &layouts);
 
 } // namespace keel

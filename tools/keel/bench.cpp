@@ -30,7 +30,7 @@ struct Asked {
     bool restore = false;
 };
 
-/// Removes what was stored when it goes, however the work ends.
+/// Removes the pieces that were stored, in its destructor: however the work ends.
 class Leftovers
 {
 public:
@@ -44,14 +44,14 @@ public:
                 tools::complain(fmt::format("keel bench: pieces named {}-... are left: {}\n",
                                             plan_.prefix, error.what()));
             } catch (const std::exception &) {
-                return; // nobody reads it
+                return; // there is no way left to report it
             }
         }
     }
     Leftovers(const Leftovers &) = delete;
     Leftovers &operator=(const Leftovers &) = delete;
 
-    /// A day's pieces may be there from now on.
+    /// Notes the names of a day's pieces, before the first of them is stored.
     void expect(unsigned day)
     {
         for (unsigned i = 0; i < plan_.channels; ++i)
@@ -79,7 +79,7 @@ private:
     std::vector<std::string> names_;
 };
 
-/// Bytes in the repository, when it is a directory of this host.
+/// Returns the bytes in the repository, when it is a directory of this host.
 std::optional<std::uint64_t> repositoryBytes()
 {
     constexpr std::string_view kDirectory = "file://";
@@ -95,7 +95,7 @@ std::optional<std::uint64_t> repositoryBytes()
     fs::recursive_directory_iterator walk(repository.substr(kDirectory.size()),
                                           fs::directory_options::skip_permission_denied, error);
     for (; !error && walk != fs::recursive_directory_iterator(); walk.increment(error)) {
-        std::error_code gone; // another session's temporary file
+        std::error_code gone; // another session may remove its temporary file meanwhile
         const std::uint64_t size = walk->is_regular_file(gone) ? walk->file_size(gone) : 0;
         bytes += gone ? 0 : size;
     }

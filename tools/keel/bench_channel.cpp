@@ -26,8 +26,8 @@ namespace
 
 using Clock = std::chrono::steady_clock;
 
-/// What a channel stores: its part of the file, or a data file of its own as it is on that day. The
-/// last block is filled up with zeros.
+/// The data that a channel stores: its part of the file, or a generated data file as it is on that
+/// day. The last block is filled up with zeros.
 class Source
 {
 public:
@@ -50,7 +50,7 @@ public:
         if (file_ < 0)
             throw Failure(fmt::format("cannot open {}: {}", plan.input, std::strerror(errno)));
         at_ = from * tools::kDatafileBlock;
-        // The last channel takes what is no whole block, too.
+        // The last channel takes the rest, which may be no whole block.
         end_ = channelNumber + 1 == plan.channels ? plan.bytes : to * tools::kDatafileBlock;
     }
     ~Source()
@@ -61,7 +61,7 @@ public:
     Source(const Source &) = delete;
     Source &operator=(const Source &) = delete;
 
-    /// How much of the block is not mere filling; 0 is the end.
+    /// Fills the block and returns how many bytes are data; 0 at the end.
     std::size_t fill(std::span<std::byte> block)
     {
         const std::size_t count = made_ ? make(block) : read(block);
@@ -135,13 +135,13 @@ double threadSeconds()
     return secondsOf(time);
 }
 
-/// Keeps the sums, and tells them now and then.
+/// Keeps the sums, and reports them every 100 ms.
 class Reporter
 {
 public:
     explicit Reporter(int descriptor) : descriptor_(descriptor) {}
 
-    /// Whatever fn does is the source's time.
+    /// Runs fn and counts its time as the source's.
     template <class Fn> auto sourced(Fn fn)
     {
         const Clock::time_point begin = Clock::now();
@@ -173,7 +173,7 @@ public:
         report_.processorSeconds =
             secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime) - sourceProcessor_;
         text.copy(report_.text, sizeof report_.text - 1);
-        // Nobody watches any more: nothing that is stored now would ever be removed.
+        // The process that started this one has ended: no process would remove what is stored now.
         if (::write(descriptor_, &report_, sizeof report_) != sizeof report_ &&
             kind == BenchReport::kProgress)
             throw Failure("nobody waits for this channel");
@@ -229,7 +229,7 @@ void runBenchChannel(const BenchPlan &plan, BenchWork work, unsigned day, unsign
 {
     Reporter reporter(descriptor);
     try {
-        catchInterrupts(); // with a pipe of its own
+        catchInterrupts(); // makes a pipe of this process's own: the parent's is shared
         Source source(plan, day, channelNumber);
         const std::string name = plan.pieceOf(day, channelNumber);
         if (work == BenchWork::kBackup)

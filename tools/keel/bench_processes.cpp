@@ -21,7 +21,8 @@ namespace keel
 namespace
 {
 
-/// A process with a channel; one that is still there when the object goes is ended.
+/// A process with a channel. The destructor ends it with SIGTERM if it still runs, and waits for
+/// it.
 class Process
 {
 public:
@@ -57,7 +58,7 @@ public:
 
     [[nodiscard]] int pipe() const { return pipe_; }
 
-    /// The next report; false at the end of them.
+    /// Reads the next report; false at their end. `report` is unchanged when a signal interrupted.
     bool read(BenchReport &report)
     {
         const ssize_t count = ::read(pipe_, &report, sizeof report);
@@ -77,7 +78,7 @@ private:
     int pipe_ = -1;
 };
 
-/// Takes a report in; Failure when it says that the channel failed.
+/// Adds a report to the channel. Throws Failure when it says that the channel failed.
 void note(BenchChannel &channel, const BenchReport &report, tools::Progress &progress)
 {
     if (report.kind == BenchReport::kFailed)
@@ -132,7 +133,7 @@ BenchRound runBenchRound(const BenchPlan &plan, BenchWork work, unsigned day,
             if (processes[i]->read(report))
                 note(round.channels[i], report, progress);
             else
-                waits[i].fd = -1; // it is not looked at any more
+                waits[i].fd = -1; // poll(2) skips it
             if (waits[i].fd < 0) {
                 --open;
                 processes[i]->wait();

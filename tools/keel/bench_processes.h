@@ -10,7 +10,7 @@
 namespace keel
 {
 
-/// How a channel has fared.
+/// The course of one channel.
 struct BenchChannel {
     BenchReport last;
     std::vector<double> rates; ///< bytes in a second, one for each report
@@ -18,15 +18,17 @@ struct BenchChannel {
 
 struct BenchRound {
     std::vector<BenchChannel> channels;
-    double seconds = 0; ///< from the first process to the end of the last
+    double seconds = 0; ///< from the start of the first process to the end of the last
 
+    // Sums over all channels.
     [[nodiscard]] std::uint64_t bytes() const;
     [[nodiscard]] double processorSeconds() const;
 };
 
-/// Runs all channels at once and waits for them. Failure when one of them fails, or a signal comes:
-/// the others are ended first, and none is left. The calling process must not have loaded the
-/// agent.
+/// Runs all channels at once and waits for them, adding their bytes to `progress`. Throws Failure,
+/// with the SBT code of the channel, when one fails, or when a signal comes: the others are ended
+/// (SIGTERM) and waited for first. Pieces that were committed stay; the caller removes them. The
+/// calling process must not have loaded the agent, and must have one thread: it forks.
 [[nodiscard]] BenchRound runBenchRound(const BenchPlan &plan, BenchWork work, unsigned day,
                                        tools::Progress &progress);
 

@@ -44,8 +44,8 @@ std::uint64_t storeStream(const ReadBytes &read, const WriteBlock &write, std::s
 namespace
 {
 
-/// Finds out how much of a block was filled, which the agent does not tell: every sector is given a
-/// random mark at its beginning, and one that still has it was not written to.
+/// Finds out how much of a block was filled, which the agent does not report: every sector gets a
+/// random mark at its beginning, and a sector that still has it was not written to.
 class SectorMarks
 {
 public:
@@ -74,8 +74,8 @@ private:
     std::random_device::result_type mark_[4];
 };
 
-/// The end of the stream as far as it was read: a trailer and the padding before it are known only
-/// when the piece ends, so that much must not have been handed out yet. A ring of blocks.
+/// The last blocks that were read, in a ring: a trailer and the padding before it are recognised
+/// only when the piece ends, so that much must not have been written out by then.
 class HeldBlocks
 {
 public:
@@ -98,9 +98,9 @@ public:
     }
 
 private:
-    // Trailer and padding are less than two blocks of the backup. Two megabytes are enough for one
-    // that was stored in blocks of up to a megabyte, in whatever blocks it is read; three slots are
-    // enough for one that is read as it was written, one of them being free for the next block.
+    // Trailer and padding are less than two blocks of the backup. 2 MiB are enough for a piece that
+    // was stored in blocks of up to 1 MiB, whatever the size of the blocks that it is read in;
+    // three slots, one of them free for the next block, for a piece that is read as it was written.
     static constexpr std::size_t kHeldBytes = std::size_t{2} << 20;
     static constexpr std::size_t kSlotsAtLeast = 3;
 
@@ -116,7 +116,7 @@ private:
     std::size_t held_ = 0;
 };
 
-/// How long the stream of the piece is. newest: the filled part of the last block.
+/// Returns the length of the piece's stream. `newest` is the filled part of the last block.
 std::uint64_t streamLength(std::span<const std::byte> newest, std::uint64_t pieceLength,
                            std::uint64_t written)
 {

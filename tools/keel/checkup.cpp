@@ -36,7 +36,7 @@ std::string shown(const std::string &name)
     return tools::printable(name);
 }
 
-/// The locale that messages are in, as the host's process would take it from its environment.
+/// Returns the locale of messages, as the host's process would take it from its environment.
 std::string messageLocale()
 {
     for (const char *name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
@@ -47,8 +47,8 @@ std::string messageLocale()
     return "C";
 }
 
-/// "EN_US" for "C", "DE_DE" for "de_DE.UTF-8". A name of two letters stays; the agent has a table
-/// of those.
+/// Returns "EN_US" for "C", "DE_DE" for "de_DE.UTF-8". A name of two letters is left as it is: the
+/// agent has a table of those.
 std::string catalogueDirectory(const std::string &locale)
 {
     std::string language = locale.substr(0, locale.find_first_of(".@"));

@@ -1,5 +1,5 @@
-// Looking an installation over as the database's backup tool would meet it: each thing on the way
-// to a stored piece by itself, so that the first one that is wrong is named, with what to do.
+// Checking an installation as the database's backup tool would meet it: each thing on the way to a
+// stored piece separately, so that the first fault is named, with what to do. One thread.
 #ifndef KEEL_TOOLS_KEEL_CHECKUP_H
 #define KEEL_TOOLS_KEEL_CHECKUP_H
 
@@ -20,23 +20,25 @@ struct Finding {
     std::string check; ///< one word
     Health health = Health::ok;
     std::string text;
-    std::string cure; ///< one sentence; empty when all is well
+    std::string cure; ///< what to do, one sentence; empty when all is well
 };
 
 class Checkup
 {
 public:
-    /// tell is called with each finding as soon as it is made.
+    /// `tell` is called with each finding as soon as it is made.
     Checkup(ChannelOptions channel, std::function<void(const Finding &)> tell)
         : channel_(std::move(channel)), tell_(std::move(tell))
     {
     }
 
-    /// Everything, in the order in which a channel would come upon it.
+    /// Makes every check, in the order in which a channel would meet the things. At last it stores,
+    /// reads and removes a small piece, which stays when it cannot be read back. A fault is a
+    /// finding and no exception. Throws UsageError as openChannel() does.
     void run();
 
 private:
-    // One for each thing to look at. Those in checkup_client.cpp concern the storage client.
+    // One for each thing to check. Those in checkup_client.cpp concern the storage client.
     void lookAtUser();
     void lookAtAgent();
     void lookAtOptionFile();
@@ -64,7 +66,7 @@ private:
     bool optionFileIsGood_ = true;
 };
 
-/// What stands in the way of opening the file for reading; empty when nothing does.
+/// Returns why the file cannot be opened for reading; empty when it can.
 [[nodiscard]] std::string whyUnreadable(const std::string &file);
 
 } // namespace keel

@@ -1,4 +1,4 @@
-// The storage client's side of the check-up, and the piece that goes all the way: see checkup.h.
+// The storage client's side of the check-up, and the piece that is stored and read: see checkup.h.
 #include "agents/common/maint/mtoperations.h"
 #include "tools/common/text.h"
 #include "tools/keel/blocks.h"
@@ -34,8 +34,8 @@ std::string shown(const std::string &name)
     return tools::printable(name);
 }
 
-/// Where the agent's own search would find the storage client: it asks for the bare name, and has
-/// its own directory and the one beside it to look in.
+/// Returns where the agent would find the storage client: it opens the bare name, and looks in its
+/// own directory and the one beside it.
 std::string findClientLibrary(const std::string &agent)
 {
     std::vector<fs::path> places;
@@ -58,7 +58,7 @@ std::string findClientLibrary(const std::string &agent)
     return kClientLibrary;
 }
 
-/// What keel doctor stores: some of it compresses and some does not.
+/// Returns what keel doctor stores: some of it compresses and some does not.
 std::string sampleStream()
 {
     std::string stream(100'000, 'k');
@@ -174,7 +174,7 @@ void Checkup::lookAtRepository()
     constexpr std::string_view kDirectory = "file://";
     const std::string repository = clientOption("REPOSITORY");
     if (!repository.starts_with(kDirectory))
-        return; // the session below tells
+        return; // tryPiece() reports it
     const std::string directory = repository.substr(kDirectory.size());
     struct stat status = {};
     if (::stat(directory.c_str(), &status) != 0)
@@ -196,7 +196,7 @@ void Checkup::lookAtSpace(const std::string &check, const std::string &directory
     constexpr std::uint64_t kTooLittle = std::uint64_t{64} << 20;
     struct statvfs space = {};
     if (::statvfs(directory.c_str(), &space) != 0)
-        return; // that it is not there was told already
+        return; // another check has reported that the directory is not there
     const std::uint64_t free = std::uint64_t{space.f_bavail} * space.f_frsize;
     const std::uint64_t all = std::uint64_t{space.f_blocks} * space.f_frsize;
     const std::string text =

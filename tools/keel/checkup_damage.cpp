@@ -1,5 +1,5 @@
-// What is damaged in the repository and known to be: see checkup.h. Names alone tell it
-// (docs/repository.md), so no key is needed; whose they are they do not tell.
+// The damage that the repository has a record of: see checkup.h. The names of blobs show it
+// (docs/repository.md), so no key is needed; which node a blob belongs to they do not show.
 #include "tools/common/text.h"
 #include "tools/keel/checkup.h"
 
@@ -22,7 +22,7 @@ struct Found {
     std::string problem;
 };
 
-/// Counts what lies in a directory of each node, except lists of the packs that go with it.
+/// Counts the blobs in one directory of each node, except the lists of packs beside them.
 Found countIn(const fs::path &repository, const char *room)
 {
     Found found;

@@ -14,7 +14,7 @@ namespace keel
 namespace
 {
 
-/// For a failure that the agent has no text for.
+/// Returns a text for a failure that the agent has none for.
 const char *meaning(std::uint32_t code)
 {
     switch (code) {
@@ -116,7 +116,7 @@ ContextChannel::LastError ContextChannel::lastError()
 
 void ContextChannel::fail()
 {
-    // Asked for before anything else is called: closing the piece would replace the reason.
+    // The first call after the failure: closing the piece would replace the reason.
     const LastError error = lastError();
     throw Failure(error.text.empty() ? meaning(error.code) : tools::printable(error.text),
                   error.code);
@@ -136,7 +136,7 @@ void ContextChannel::beginBackup(const std::string &name, const PieceAttributes 
     if (entries_.backup(context_.get(), 0, name.c_str(), objects.data(), blockSize, 0,
                         attributes.copy, 0) != 0)
         fail();
-    pieceOpen_ = true; // what a failed open leaves behind goes with the channel
+    pieceOpen_ = true; // not after a failure: ending the channel undoes a failed open
 }
 
 void ContextChannel::writeBlock(std::span<std::byte> block)
@@ -210,7 +210,7 @@ std::vector<PieceInfo> ContextChannel::info(std::vector<std::string> names)
     std::vector<PieceInfo> pieces;
     for (const sbtPair *item = items; item && item->code != SBTBFINFO_END; ++item) {
         if (item->code == SBTBFINFO_NAME) {
-            // Our own name: the agent has room for 511 characters of it only.
+            // The name that was asked for: the agent cuts its copy to 511 characters.
             if (pieces.size() == names.size())
                 break;
             PieceInfo piece;

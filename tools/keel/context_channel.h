@@ -1,6 +1,7 @@
 // A channel through the second version of the interface, driven as the database's backup tool
-// drives it: sbtinit is the one function looked up by name, every other call goes through the table
-// that it hands out, and the context is memory of ours in the size that it asks for.
+// drives it: sbtinit is the only function looked up by name, every other call is made through the
+// table that it hands out, and the context is memory of ours, of the size that it asks for.
+// channel.h says what each call does.
 #ifndef KEEL_TOOLS_KEEL_CONTEXT_CHANNEL_H
 #define KEEL_TOOLS_KEEL_CONTEXT_CHANNEL_H
 
@@ -14,6 +15,7 @@ namespace keel
 class ContextChannel final : public Channel
 {
 public:
+    /// Throws Failure when the agent cannot be loaded or refuses the channel; nothing is open then.
     explicit ContextChannel(const ChannelOptions &options);
     ~ContextChannel() override;
 
@@ -26,10 +28,11 @@ public:
     [[nodiscard]] std::vector<PieceInfo> info(std::vector<std::string> names) override;
     void remove(std::vector<std::string> names) override;
 
-    /// Writes the agent's password file for its node. 0, or the agent's code.
+    /// Has the agent write its password file for its node; it may overwrite `password`. Returns 0,
+    /// or the agent's code.
     [[nodiscard]] std::uint16_t updatePassword(char *password);
-    /// The agent has said that it passes over node and password, because the storage client keeps
-    /// the password itself. It says so for as long as nothing else has gone wrong.
+    /// Returns true when the agent's last message says that it does not use node and password,
+    /// because the storage client keeps the password. Ask before any other call fails.
     [[nodiscard]] bool clientKeepsPassword();
 
 private:

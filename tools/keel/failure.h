@@ -1,8 +1,6 @@
-// How a verb says that it could not do its work.
-//
-// Whatever fails, wherever, ends the verb in the same way: what is open is undone by its
-// destructor, one line goes to standard error, and the exit status tells. A thrown Failure does
-// exactly that, so nothing in this program hands error values up by hand.
+// How a verb reports that it could not do its work: by throwing. main() prints one line on standard
+// error and sets the exit status; destructors undo what is open. So no function of this program
+// returns error values.
 #ifndef KEEL_TOOLS_KEEL_FAILURE_H
 #define KEEL_TOOLS_KEEL_FAILURE_H
 
@@ -17,7 +15,8 @@ constexpr int kExitDone = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
-/// The work could not be done. sbtCode is 0 when it was not the agent that refused.
+/// The work could not be done; exit status 1. sbtCode() is the agent's code, 0 when it was not the
+/// agent that refused.
 class Failure : public std::runtime_error
 {
 public:
@@ -31,7 +30,7 @@ private:
     std::uint32_t sbtCode_;
 };
 
-/// The command line asks for something that makes no sense; nothing was begun.
+/// The command line asks for something impossible, and nothing was begun; exit status 2.
 class UsageError : public std::runtime_error
 {
 public:

@@ -36,7 +36,7 @@ constexpr std::size_t kTransferUnit = 4096;
 
 InputFile::InputFile(const std::string &name) : name_(name == "-" ? "standard input" : name)
 {
-    // A pipe that nobody writes to yet is waited for where a signal ends the wait.
+    // O_NONBLOCK: a FIFO without a writer is waited for in fill(), where a signal ends the wait.
     descriptor_ =
         name == "-" ? STDIN_FILENO : ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor_ < 0)
@@ -83,7 +83,8 @@ std::size_t InputFile::fill(std::span<std::byte> bytes)
     return filled;
 }
 
-/// What is missing from a file that was cut while it was read would be missing from a restore.
+/// Throws when a regular file was cut while it was read: what is missing would be missing from
+/// every restore.
 void InputFile::expectWhole(std::uint64_t more) const
 {
     if (size_ && taken_ + more < *size_)
@@ -159,14 +160,14 @@ void OutputFile::put(std::span<const std::byte> bytes)
             written_ += static_cast<std::uint64_t>(count);
             bytes = bytes.subspan(static_cast<std::size_t>(count));
         } else if (direct_ && errno == EINVAL) {
-            setDirect(false); // the file system took the flag, but not the transfer
+            setDirect(false); // the file system accepts O_DIRECT, but not this transfer
         } else if (errno != EINTR && errno != EAGAIN) {
             fail("cannot write");
         }
     }
 }
 
-/// Passing the page cache by costs a fraction of the time, and leaves what else is in memory there.
+/// O_DIRECT takes a fraction of the processor time, and leaves the page cache to others.
 void OutputFile::setDirect([[maybe_unused]] bool on)
 {
 #ifdef O_DIRECT
@@ -177,8 +178,8 @@ void OutputFile::setDirect([[maybe_unused]] bool on)
 #endif
 }
 
-/// What goes through the page cache starts on its way to the disk early, so that the sync at the
-/// end has little left to do.
+/// Without O_DIRECT, starts the write-back of each portion, so that little is left for the sync at
+/// the end.
 void OutputFile::startWriteBack()
 {
 #ifdef SYNC_FILE_RANGE_WRITE

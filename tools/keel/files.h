@@ -1,4 +1,5 @@
-// Where a stream comes from and where it goes to.
+// Where a stream comes from and where it is written to. One thread uses an object. A signal
+// (interrupt.h) ends every wait and every transfer with Failure.
 #ifndef KEEL_TOOLS_KEEL_FILES_H
 #define KEEL_TOOLS_KEEL_FILES_H
 
@@ -13,7 +14,8 @@
 namespace keel
 {
 
-/// A file, a pipe, or standard input ("-"). Everything throws Failure with the name and the reason.
+/// A file, a pipe, or standard input ("-"), which is not closed. Every call throws Failure with the
+/// name and the reason.
 class InputFile
 {
 public:
@@ -27,7 +29,8 @@ public:
     /// One that was cut meanwhile is a Failure.
     std::size_t fill(std::span<std::byte> bytes);
 
-    /// Returns what a regular file had when it was opened; it may grow. Nothing for all others.
+    /// Returns the bytes that a regular file had ahead of its position when it was opened; it may
+    /// grow. Nothing for others.
     [[nodiscard]] std::optional<std::uint64_t> size() const { return size_; }
 
 private:
@@ -42,7 +45,7 @@ private:
 
 /// Where a stream goes, by the rules of tools/common/written_file.h, or standard output ("-"). A
 /// regular file gets its name only in finish(), when all of it is on disk; without finish() nothing
-/// of it stays. Everything throws Failure or tools::FileFailure with the name and the reason.
+/// of it stays. Every call throws Failure or tools::FileFailure with the name and the reason.
 class OutputFile
 {
 public:
@@ -52,11 +55,14 @@ public:
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
+    /// Takes all of it. A regular file gets it in portions of 4 MiB.
     void write(std::span<const std::byte> bytes);
+    /// Call it once, at the end. A regular file is durable under its name when this returns; does
+    /// nothing for others. WrittenFile::publish() says what a failure leaves.
     void finish();
 
 private:
-    /// Memory that a transfer past the page cache may start from.
+    /// Memory aligned for O_DIRECT.
     struct Gathered {
         Gathered();
         ~Gathered();

@@ -57,8 +57,8 @@ FirstChannel::FirstChannel(const ChannelOptions &options) : agent_(options)
 
 FirstChannel::~FirstChannel()
 {
-    // Both flags of the close commit. One that the agent does not know is refused, and the channel
-    // ended, with what was written dropped: there is no other way to give a piece up.
+    // Both flags of the close commit. The agent refuses an unknown flag and ends the channel, and
+    // what was written is dropped: there is no other way to give a piece up.
     constexpr unsigned long kGiveUp = 0;
     if (writing_)
         close_(&error_, handle_, kGiveUp);

@@ -1,5 +1,6 @@
 // A channel through the first version of the interface, as older databases drive it: calls that are
 // looked up by name, without a context, and an error record that holds two codes and no text.
+// channel.h says what each call does.
 #ifndef KEEL_TOOLS_KEEL_FIRST_CHANNEL_H
 #define KEEL_TOOLS_KEEL_FIRST_CHANNEL_H
 
@@ -13,10 +14,12 @@ namespace keel
 class FirstChannel final : public Channel
 {
 public:
+    /// Throws UsageError for a trace level, and Failure when the agent cannot be loaded or refuses
+    /// the channel.
     explicit FirstChannel(const ChannelOptions &options);
     ~FirstChannel() override;
 
-    /// UsageError for attributes: this version has no words for them.
+    /// Throws UsageError for attributes, which this version's calls cannot carry.
     void beginBackup(const std::string &name, const PieceAttributes &attributes,
                      std::size_t blockSize) override;
     void writeBlock(std::span<std::byte> block) override;

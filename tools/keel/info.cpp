@@ -1,4 +1,4 @@
-// keel info: tells what is known of pieces.
+// keel info: shows what the agent knows of pieces.
 #include "tools/common/table.h"
 #include "tools/common/text.h"
 #include "tools/keel/command.h"
@@ -21,7 +21,7 @@ const char *sharing(const PieceInfo &piece)
     return piece.share == 0 ? "-" : piece.share == 2 ? "multiple" : "single";
 }
 
-/// The first version of the interface tells no expiry.
+/// The first version of the interface reports no expiry.
 Json describe(const PieceInfo &piece, bool firstVersion)
 {
     Json object = {{"name", piece.name}, {"found", piece.found}};

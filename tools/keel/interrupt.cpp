@@ -1,5 +1,5 @@
-// See interrupt.h. A pipe that the handler writes to makes a signal something that poll() can wait
-// for, so none is missed between looking and waiting.
+// See interrupt.h. The handler writes to a pipe that poll(2) waits for, so that no signal is missed
+// between the check and the wait.
 #include "tools/keel/interrupt.h"
 
 #include "agents/common/maint/mttiming.h"

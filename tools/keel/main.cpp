@@ -24,7 +24,8 @@ namespace
 
 namespace fs = std::filesystem;
 
-/// The agent of the installation that this program belongs to, else the one of the fixed place.
+/// Returns the agent of the installation that this program belongs to, else the one of the
+/// compiled-in place.
 std::string defaultLibrary(const char *program)
 {
     std::error_code error;
@@ -41,7 +42,7 @@ std::string defaultLibrary(const char *program)
 
 void chooseOptionFile(const std::string &file)
 {
-    // What the agent would silently ignore.
+    // Refused here, because the agent would silently ignore it.
     constexpr std::size_t kLongest = 1024;
     if (file.size() > kLongest)
         throw UsageError("the name of the option file is longer than 1024 characters");
@@ -51,11 +52,12 @@ void chooseOptionFile(const std::string &file)
 
 void printJson(const Json &result)
 {
-    // Names are bytes; what is no text in them must not keep the rest from being read.
+    // Names are bytes: one that is no UTF-8 must not make the whole object unreadable.
     std::puts(result.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
 }
 
-/// That it cannot be written is told, and changes nothing: what the verb did is done.
+/// Appends the outcome to the log. A failure is reported and does not change the exit status: the
+/// verb's work is done.
 void logOutcome(const Command &command, const std::string &outcome)
 {
     if (command.logFile.empty())

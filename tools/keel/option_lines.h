@@ -1,5 +1,5 @@
-// A file of lines of a keyword and a value, with comments that begin with an asterisk: what the
-// option files of the agent and of the storage client are made of.
+// Files of lines with a keyword and a value, and comments that begin with an asterisk: the option
+// files of the agent and of the storage client.
 #ifndef KEEL_TOOLS_KEEL_OPTION_LINES_H
 #define KEEL_TOOLS_KEEL_OPTION_LINES_H
 
@@ -11,10 +11,11 @@
 namespace keel
 {
 
-/// Keywords in upper case; the last line of each counts. A value may be empty.
+/// The lines in their order, keywords in upper case, values without quotation marks and blanks at
+/// their ends. A keyword may come several times, and its last line counts; a value may be empty.
 using OptionLines = std::vector<std::pair<std::string, std::string>>;
 [[nodiscard]] OptionLines optionLinesIn(std::istream &input);
-/// A file that cannot be read is one without lines.
+/// Returns no lines for a file that cannot be read.
 [[nodiscard]] OptionLines readOptionLines(const std::string &file);
 
 } // namespace keel

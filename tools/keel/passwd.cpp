@@ -33,7 +33,7 @@ Place findPlace()
             options.passwordDirectory()};
 }
 
-/// Failure when the agent would have no use for a password file.
+/// Throws Failure when the agent would not use a password file.
 void checkNeeded(ContextChannel &channel, const Place &place)
 {
     if (channel.clientKeepsPassword()) {

@@ -14,7 +14,7 @@ namespace keel
 
 Password::~Password()
 {
-    // Through a pointer that the compiler must believe in: nobody reads this memory again.
+    // volatile: the compiler would drop writes to memory that is not read again.
     volatile char *byte = text_;
     for (std::size_t i = 0; i < sizeof text_; ++i)
         byte[i] = 0;

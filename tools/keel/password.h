@@ -1,4 +1,4 @@
-// A password from a person or a pipe, in memory that is wiped.
+// A password from a person or a pipe, in memory that is wiped. One thread.
 #ifndef KEEL_TOOLS_KEEL_PASSWORD_H
 #define KEEL_TOOLS_KEEL_PASSWORD_H
 
@@ -18,15 +18,17 @@ public:
     Password(const Password &) = delete;
     Password &operator=(const Password &) = delete;
 
-    /// One line of standard input; nothing behind it is taken. Failure when it is empty, too long,
-    /// or cannot be a password. A signal ends the waiting with Failure.
+    /// Reads one line of standard input, and nothing behind it. Throws Failure when the line is
+    /// empty, longer than kLongest or not there, and when a signal comes.
     void read();
 
-    /// Asks for it twice on the terminal of the process, whatever standard input is, without echo.
-    /// Failure when there is no terminal, or the two differ.
+    /// Asks for it twice, without echo, on the controlling terminal, whatever standard input is.
+    /// Throws Failure as read() does, and when there is no terminal or the two differ; do not use
+    /// the password then.
     void ask(const std::string &question);
 
-    /// For calls that take a string which they may write to.
+    /// Returns the text, NUL-terminated, for calls that may write to it; valid as long as the
+    /// object.
     [[nodiscard]] char *data() { return text_; }
     [[nodiscard]] std::size_t size() const;
 

@@ -23,7 +23,7 @@ struct Remove {
     bool yes = false;
 };
 
-/// A script has to say --yes: what it may remove must not hang on what its standard input holds.
+/// A script has to give --yes: what it removes must not depend on what its standard input holds.
 bool confirmed(const Remove &remove)
 {
     if (remove.yes)
@@ -43,7 +43,7 @@ bool confirmed(const Remove &remove)
     return yes;
 }
 
-/// The names for which the piece is, or is not, there.
+/// Returns the names whose piece is, or is not, there.
 std::vector<std::string> namesWhere(const std::vector<PieceInfo> &pieces, bool found)
 {
     std::vector<std::string> names;
@@ -54,13 +54,13 @@ std::vector<std::string> namesWhere(const std::vector<PieceInfo> &pieces, bool f
     return names;
 }
 
-/// The agent passes over pieces that it cannot find or delete and calls that a success, so what has
-/// become of each is asked for before and after.
+/// The agent passes over pieces that it cannot find or delete and returns success, so each is asked
+/// for before and after.
 int run(Remove &remove, const Command &command, Json &result)
 {
     if (!confirmed(remove))
         throw Failure("nothing was removed");
-    std::ranges::sort(remove.names); // a name given twice is meant once
+    std::ranges::sort(remove.names); // to drop names that were given twice
     remove.names.erase(std::unique(remove.names.begin(), remove.names.end()), remove.names.end());
     const auto channel = openChannel(command.channel);
     const auto before = channel->info(remove.names);

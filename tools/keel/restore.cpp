@@ -19,17 +19,18 @@ namespace
 struct Restore {
     std::string name;
     std::string output;
-    std::size_t blockSize = 0; // as fits
+    std::size_t blockSize = 0; // 0: chosen by restoreBlockSize()
     bool force = false;
 };
 
-/// Before anything is read: afterwards bytes may have gone out that are none of the stream's.
+/// Checks the block size before anything is read: later, bytes that are not the stream's may have
+/// been written out.
 std::size_t fittingBlockSize(const Restore &restore, const Command &command)
 {
     const mtTimed timed(MT_TIME_CLIENT);
     std::vector<PieceInfo> pieces(1);
     pieces.front().name = restore.name;
-    pieces.front().found = true; // the restore says when it is not
+    pieces.front().found = true; // when it is not there, the restore reports it
     addStoredLengths(command.channel, pieces);
     return restoreBlockSize(restore.blockSize, pieces.front().size);
 }

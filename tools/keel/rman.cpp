@@ -20,8 +20,8 @@ struct Asked {
     bool runBlock = false;
 };
 
-/// What may stand in a text of the backup tool that is enclosed in single quotes; between the
-/// parentheses of ENV also no comma and no parenthesis.
+/// Throws Failure unless the text may be put in single quotes for the backup tool. `forbidden` are
+/// further characters: within the parentheses of ENV commas and parentheses.
 void checkQuotable(const std::string &what, const std::string &text, const char *forbidden)
 {
     if (text.empty() || text.find_first_of(forbidden) != std::string::npos ||
@@ -67,7 +67,7 @@ std::string runBlock(const Asked &asked, const std::string &parms)
     return block + "}\n";
 }
 
-/// The pieces are another node's, who has to let this one read them.
+/// For pieces of another node, which must have granted this one access.
 std::string duplicateBlock(const Asked &asked, const std::string &parms)
 {
     std::string block = "RUN {\n";

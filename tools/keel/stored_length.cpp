@@ -17,8 +17,8 @@ void addStoredLengths(ChannelOptions options, std::vector<PieceInfo> &pieces)
     options.firstVersion = true;
     options.traceFile.clear();
     options.traceLevel.reset();
-    // A name that no piece can have is refused by the first version in the middle of a channel,
-    // which then stays open; the second one says what is wrong with it.
+    // The first version refuses an impossible name only after it opened a channel, which then stays
+    // open. The second version reports what is wrong with the name.
     constexpr std::size_t longestName = 255;
     for (PieceInfo &piece : pieces) {
         if (!piece.found || piece.size || piece.name.empty() || piece.name.size() > longestName)
@@ -34,7 +34,7 @@ void addStoredLengths(ChannelOptions options, std::vector<PieceInfo> &pieces)
 std::size_t restoreBlockSize(std::size_t asked, std::optional<std::uint64_t> storedLength)
 {
     const std::size_t wanted = asked != 0 ? asked : kDefaultBlockSize;
-    // What is no whole number of sectors is for the agent to refuse.
+    // The agent refuses a size that is no whole number of sectors.
     if (!storedLength || wanted % kSectorSize != 0 || *storedLength % wanted == 0)
         return wanted;
     if (*storedLength % kSectorSize != 0)

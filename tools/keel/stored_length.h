@@ -1,5 +1,5 @@
-// How long pieces are as they are stored, which only the first version of the agent's interface
-// tells. A process may use one version after the other, not beside it.
+// The lengths of pieces as they are stored, which only the first version of the agent's interface
+// reports. A process may use one version after the other, not both at once.
 #ifndef KEEL_TOOLS_KEEL_STORED_LENGTH_H
 #define KEEL_TOOLS_KEEL_STORED_LENGTH_H
 
@@ -9,8 +9,9 @@ namespace keel
 {
 
 /// Fills in the size of every piece that was found. The size of a piece that the agent does not
-/// describe stays empty: the call that needs the piece says why. No channel may be open; each piece
-/// takes a session of its own. Nothing of it goes into the database trace.
+/// describe stays empty: the call that needs the piece reports why. No channel may be open; each
+/// piece takes a session of its own. Nothing is written to the database trace. Throws only what
+/// loading the agent cannot turn into an empty size: UsageError and std::bad_alloc.
 void addStoredLengths(ChannelOptions options, std::vector<PieceInfo> &pieces);
 
 /// Returns the size of the blocks to restore a piece in: `asked`, or when that is 0 the default, or

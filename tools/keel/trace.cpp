@@ -26,10 +26,10 @@ namespace
 class TraceFile
 {
 public:
-    /// None when there is no such file. Failure when it cannot be read.
+    /// Returns null when there is no such file. Throws Failure when it cannot be read.
     static std::unique_ptr<TraceFile> open(const std::string &name)
     {
-        // A pipe of that name must not keep us waiting for a writer.
+        // O_NONBLOCK: opening a FIFO must not wait for a writer.
         const int descriptor = ::open(name.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
         if (descriptor < 0 && errno == ENOENT)
             return nullptr;
@@ -64,7 +64,7 @@ public:
             const auto wanted = std::min<std::uint64_t>(buffer.size(), lines.to - at);
             const std::size_t count = read(at, std::span(buffer).first(wanted));
             if (count == 0)
-                return; // somebody has begun the trace anew
+                return; // another process has begun the trace again meanwhile
             write(std::as_bytes(std::span(buffer).first(count)));
             at += count;
         }
@@ -111,7 +111,7 @@ std::string segmentName(const std::string &name, std::size_t number)
     return fmt::format("{}.{}", name, number);
 }
 
-/// All are looked at before the first is printed, and one after the other is open.
+/// Reads the layout of every segment before the first is printed, with one file open at a time.
 void printSegments(const std::string &name, const WriteBytes &write)
 {
     std::vector<TraceLayout> layouts;

@@ -44,7 +44,7 @@ std::uint64_t checksum(std::span<const std::byte> bytes)
     return sum;
 }
 
-/// Whether keel can have written a piece of that length for this trailer.
+/// Returns true when keel can have written a piece of that length with this trailer.
 bool fits(const Trailer &trailer, std::uint64_t pieceLength)
 {
     const std::uint64_t size = trailer.blockSize;

@@ -2,9 +2,8 @@
 //
 // The agent takes whole blocks only. A stream of n bytes in blocks of B bytes is stored as
 //
-//     |<-------------- stream, n bytes ------------->| zeros |<------ trailer block, B bytes
-//     ------>| | block 0 | block 1 | ... | last block of the stream   | zeros              |
-//     record, 64 bytes |
+//     |<----------- stream, n bytes ----------->| zeros |<---- trailer block, B bytes ---->|
+//     | block 0 | block 1 | ... | last block of stream  | zeros        | record, 64 bytes  |
 //
 // and the record, at the very end of the piece, is (numbers little-endian)
 //
@@ -16,9 +15,9 @@
 //     checksum   FNV-1a, 64 bits, of the 56 bytes before it
 //
 // A trailer is stored when n is not a multiple of B, when n is 0 (so that no piece is empty), and
-// when the stream itself ends in something that begins with the magic where a record would lie:
-// then the reader finds our trailer, takes that one off, and leaves the stream's own bytes alone. A
-// piece without a trailer is the stream itself, so one that the database wrote comes back as it is.
+// when the last 64 bytes of the stream begin with the magic: then the reader takes off our trailer
+// and leaves the stream's own bytes alone. A piece without a trailer is the stream itself, so a
+// piece that the database wrote comes back as it is.
 //
 // The record lies at the end, not at the beginning of its block, so that it is found whatever the
 // size of the blocks that the piece is read in.
@@ -46,13 +45,15 @@ struct Trailer {
 
 using TrailerRecord = std::array<std::byte, kTrailerRecordSize>;
 
+/// Returns the record; any values are encoded.
 [[nodiscard]] TrailerRecord encodeTrailer(const Trailer &trailer);
 
-/// Whether a stream with this end needs a trailer even when it fills its last block.
+/// Returns true when a stream with this end needs a trailer even when it fills its last block.
 [[nodiscard]] bool imitatesTrailer(std::span<const std::byte, kTrailerRecordSize> end);
 
-/// The trailer of a piece of pieceLength bytes that ends in these 64; none when they are not a
-/// record that fits a piece of that length. Throws Failure for a record of a later version.
+/// Returns the trailer of a piece of pieceLength bytes that ends in these 64; nothing when they are
+/// not a sound record that fits a piece of that length: then they belong to the stream. Throws
+/// Failure for a record of a later version.
 [[nodiscard]] std::optional<Trailer>
 decodeTrailer(std::span<const std::byte, kTrailerRecordSize> end, std::uint64_t pieceLength);
 
