@@ -54,7 +54,7 @@ Result<void> list(ClientSession &client, const Command &command, const Asked &, 
     return {};
 }
 
-/// A rule holds one name or every one. What looks like a pattern would be kept as a name, and grant
+/// A rule names one piece or all pieces. Any other pattern would be kept literally, and grant
 /// nothing.
 Result<void> expectNoPattern(const std::string &text, const char *what)
 {

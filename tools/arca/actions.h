@@ -1,5 +1,5 @@
 // A verb of several actions, such as arca class define: each is a sub-verb, and all of them share
-// what they ask for and how they are carried out.
+// one record of options (Asked) and one function that carries them out.
 #ifndef KEEL_TOOLS_ARCA_ACTIONS_H
 #define KEEL_TOOLS_ARCA_ACTIONS_H
 
@@ -11,13 +11,15 @@
 namespace arca::tool
 {
 
+/// The texts must outlive the call of addActions(); literals do.
 template <class Work> struct Action {
     const char *name, *help, *footer;
     Work work;
 };
 
-/// Adds each action with the operands that `addOperands(app, work, asked)` gives it, and has it
-/// carried out by `perform(command, asked, work, result)`. Asked says `fromStandardInput`.
+/// Adds each action with the operands that `addOperands(verb, work, asked)` adds to it, the options
+/// of every verb and --stdin, which sets asked.fromStandardInput. The chosen action runs
+/// `perform(command, asked, work, result)`, which returns Result<void>.
 template <class Asked, class Work, class AddOperands, class Perform>
 void addActions(tools::Verb verb, Command &command, std::initializer_list<Action<Work>> actions,
                 AddOperands addOperands, Perform perform)

@@ -20,7 +20,7 @@ namespace arca::tool
 namespace
 {
 
-/// What a verb is told of a class; what it is not told stays as it is.
+/// The properties of a class that the command line gives; those not given are not changed.
 struct Asked {
     std::string name;
     std::optional<std::string> pool, versions, days, description;
@@ -50,7 +50,7 @@ std::string limitText(std::uint16_t value, std::string_view unlimited)
     return value == mtNoLimit ? std::string(unlimited) : std::to_string(value);
 }
 
-/// Everything that is wrong with what was asked is found before anything is changed.
+/// Returns the changes, all checked: nothing may be changed before the last of them was read.
 Result<mtClassChange_t> changesIn(const Asked &asked)
 {
     mtClassChange_t change;
@@ -100,7 +100,7 @@ Result<void> list(ClientSession &client, const Command &command, const Asked &, 
     return {};
 }
 
-/// Of a call that names a class.
+/// Translates the code of a call that names a class.
 Result<void> answeredFor(const Asked &asked, int rc)
 {
     if (rc == HOX_RC_MC_UNKNOWN)
@@ -109,7 +109,7 @@ Result<void> answeredFor(const Asked &asked, int rc)
     return answered(rc);
 }
 
-/// The class as it is after `rc`, or why it is not.
+/// Shows the class after a change that returned `rc`; fails when `rc` is a failure.
 Result<void> conclude(ClientSession &client, const Command &command, const Asked &asked, int rc,
                       const char *done, Json &result)
 {
@@ -147,9 +147,9 @@ Result<void> retire(ClientSession &client, const Command &command, const Asked &
                     "deleted now", result);
 }
 
-/// What was bound, or would be: those that were not bound to it before.
+/// The pieces that were bound, or would be: those that were not bound to the class before.
 struct Bound {
-    std::uint64_t gone = 0; // not there any more when their turn came
+    std::uint64_t gone = 0; // planned, but gone or bound by another when their turn came
     mtObjectIds_t ids;
     int damage = HOX_RC_OK; // pieces that cannot be read were passed over
 };
@@ -159,7 +159,8 @@ std::string pieces(std::uint64_t number)
     return fmt::format("{} {}", number, number == 1 ? "piece" : "pieces");
 }
 
-/// `planned`: null for a dry run; else what that found, and nothing but that is bound.
+/// Binds the pieces that match. `planned` is null for a dry run; else it holds the pieces that the
+/// dry run found, and no other is bound.
 int bindMatching(const mtSession &finding, const mtSession &changing, const Asked &asked,
                  mtFilter_t filter, const mtObjectIds_t *planned, Bound &bound)
 {
@@ -182,7 +183,7 @@ int bindMatching(const mtSession &finding, const mtSession &changing, const Aske
     return damaged ? HOX_RC_OK : rc;
 }
 
-/// Whether anything is meant at all, bound or not.
+/// Returns true when any piece matches, bound to the class or not.
 Result<bool> matchesAny(ClientSession &client, const mtFilter_t &filter)
 {
     bool any = false;

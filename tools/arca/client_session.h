@@ -1,5 +1,5 @@
-// A verb's sessions through the storage client, for what the maintenance utilities do: as any
-// application sees the node's objects.
+// A verb's sessions through the storage client, for the maintenance utilities: they see the node's
+// objects as any application does. One thread.
 #ifndef KEEL_TOOLS_ARCA_CLIENT_SESSION_H
 #define KEEL_TOOLS_ARCA_CLIENT_SESSION_H
 
@@ -11,13 +11,14 @@
 namespace arca::tool
 {
 
-/// The failure that a code of the storage client stands for. Asked for at once after the call that
-/// answered it.
+/// Returns the failure that a code of the storage client stands for, with the client's text. Call
+/// it right after the call that returned the code: the text is that of the last failure.
 Error failureOf(int rc);
-/// Success for 0.
+/// Returns success for 0, else failureOf(rc).
 Result<void> answered(int rc);
 
-/// The node of the option file, logged on. Its sessions end with it. One at a time in a process.
+/// The node of the option file, logged on. The destructor ends its sessions, cleans the client up
+/// and wipes the password. One at a time in a process.
 class ClientSession
 {
 public:
@@ -26,7 +27,8 @@ public:
     ClientSession &operator=(const ClientSession &) = delete;
 
     mtSession &session() { return session_; }
-    /// One more of the same node, for changes while the other answers a query.
+    /// Returns another session of the same node, for changes while the first answers a query. It is
+    /// started once, and ends with this object. Errors: those of logging on.
     Result<mtSession *> second();
 
 private:
@@ -38,8 +40,10 @@ private:
     mtSession second_;
 };
 
-/// With the password that the client keeps, or one that is asked for on the terminal or read from
-/// standard input. Tells repository and node in `result`.
+/// Logs the node of the option file on, with the password that the client keeps or, with
+/// PASSWORDACCESS prompt, one that is asked for on the terminal or read from standard input. Puts
+/// "repository" and "node" (with ASNODE the other node) into `result`, also when the log-on fails.
+/// Errors: badOption, badArgument (no password was typed), and those of logging on.
 Result<std::unique_ptr<ClientSession>> logOnClient(const Command &command,
                                                    bool passwordFromStandardInput, Json &result);
 

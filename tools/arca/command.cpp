@@ -63,7 +63,7 @@ std::string optionFileOf(const Command &command)
 Result<config::Options> optionsOf(const Command &command)
 {
     const std::string chosen = optionFileOf(command);
-    // Kept passwords lie beside the option file and are told by their full path.
+    // Kept passwords lie beside the option file, and messages show them with their full path.
     std::error_code error;
     const auto full = std::filesystem::absolute(chosen, error);
     auto read = config::readOptionFile(error ? chosen : full.lexically_normal().string());

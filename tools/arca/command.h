@@ -1,5 +1,6 @@
-// What the verbs have in common. A verb lives in a file of its own, adds itself to the program, and
-// fails by returning the Error of what it called.
+// What the verbs have in common. A verb has a file of its own, adds itself to the program, and
+// fails by returning the Error of what it called. main() prints that, sets the exit status and
+// prints the object of --json.
 #ifndef KEEL_TOOLS_ARCA_COMMAND_H
 #define KEEL_TOOLS_ARCA_COMMAND_H
 
@@ -21,7 +22,7 @@ using Json = nlohmann::ordered_json;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
-/// The program was used wrongly, as only the work could tell: exit status 2.
+/// The program was used wrongly, as only the work could find out: exit status 2.
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -31,12 +32,12 @@ struct Command {
     std::string givenOptionFile; ///< by --optfile; empty: none was given
     bool json = false;
     bool ownJson = false; // the verb printed its object itself, and perform() prints none
-    std::string logFile;  ///< a line about the outcome goes there; empty: nowhere
-    bool timing = false;  ///< the end shows where the time went
+    std::string logFile;  ///< gets a line about the outcome; empty: no file does
+    bool timing = false;  ///< show at the end where the time went
     std::string verb;
 
     /// Does the work. Fills the object that --json prints, and prints for people when there is no
-    /// --json.
+    /// --json. May throw UsageError.
     std::function<Result<void>(Json &)> run;
 };
 
@@ -60,21 +61,23 @@ void addUndelete(tools::Verb app, Command &command);
 void addUnlock(tools::Verb app, Command &command);
 void addVerify(tools::Verb app, Command &command);
 
-/// The options that every verb takes.
+/// Adds the options that every verb takes.
 void addCommonOptions(tools::Verb verb, Command &command);
 
-/// --yes, of the verbs that destroy.
+/// Adds --yes, for the verbs that destroy.
 void addYesOption(tools::Verb verb, bool &yes);
-/// Goes on when `yes`, or when a person answers so to the question, which says what will be done.
-/// Throws UsageError when nobody is there to be asked.
+/// Succeeds when `yes` is set, or a person answers yes on the terminal to the question, which says
+/// what will be done. Errors: badArgument ("nothing was changed") for any other answer. Throws
+/// UsageError when standard input is no terminal, or there is none to ask on.
 Result<void> confirm(const std::string &question, bool yes);
 
-/// The option file in force: that of --optfile, else that of ARCA_OPTFILE, else the installed one.
-/// The environment is read here and never by the command-line library, which lets it replace what
-/// was given to a verb with what it reads for the others.
+/// Returns the option file in force: that of --optfile, else that of ARCA_OPTFILE, else the
+/// installed one. The environment is read here and never by the command-line library, which would
+/// let it override the command line.
 std::string optionFileOf(const Command &command);
 
-/// The options in force; `badOption` also when they name no repository.
+/// Returns the options in force; `file` is the option file's full path. Errors: badOption, also
+/// when they name no repository.
 Result<config::Options> optionsOf(const Command &command);
 
 } // namespace arca::tool

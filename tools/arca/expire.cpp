@@ -1,4 +1,4 @@
-// arca expire: deletes the inactive versions that their management classes let go.
+// arca expire: removes the inactive versions that their management classes no longer keep.
 #include "agents/common/maint/mtexpire.h"
 #include "agents/common/maint/mtlog.h"
 #include "client/base/text.h"
@@ -55,7 +55,8 @@ Result<Expired> expire(ClientSession &client, const mtExpiry_t &expiry,
     return totals;
 }
 
-/// Names what would go, unless `named` is false, and adds its identifiers to `going`, ascending.
+/// Finds the versions that would be removed and adds their identifiers to `going`, ascending;
+/// prints them when `named`.
 Result<Expired> rehearse(ClientSession &client, mtExpiry_t expiry, bool named, mtObjectIds_t &going)
 {
     expiry.dryRun = true;
@@ -74,7 +75,7 @@ Result<Expired> rehearse(ClientSession &client, mtExpiry_t expiry, bool named, m
 Result<Expired> carryOut(ClientSession &client, mtExpiry_t expiry, std::uint64_t planned)
 {
     constexpr const char *kLabel = "Expiring";
-    // Where nobody counted before what goes, the versions that were looked at tell how far it is.
+    // Without a count from rehearse() the progress is that of the versions looked at.
     expiry.names.progress = shownQuery(planned == 0 ? kLabel : "");
     tools::Progress progress(kLabel, std::nullopt, planned == 0);
     std::uint64_t done = 0;

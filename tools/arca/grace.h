@@ -10,10 +10,12 @@
 namespace arca::tool
 {
 
-/// Returns seconds from "0", "90m", "12h", "7d" or "8w". Errors: badArgument, which names `option`.
+/// Returns seconds from "0", "40s", "90m", "12h", "7d" or "8w", at most 100 years. Errors:
+/// badArgument, whose text names `option`.
 Result<std::int64_t> graceFrom(const std::string &text, const std::string &option);
 
-/// "7 days", "90 minutes", "none": in the largest unit that needs no fraction.
+/// Returns "7 days", "90 minutes": the largest unit up to days that needs no fraction. For 0 a
+/// clause that says what no time means.
 std::string graceText(std::int64_t seconds);
 
 } // namespace arca::tool

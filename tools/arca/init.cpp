@@ -1,6 +1,5 @@
-// arca init: makes the repository that an option file names, and registers the node. Whatever is
-// there already stays as it is, so that running it again does no harm; an interrupted run is
-// finished by the next.
+// arca init: makes the repository that an option file names, and registers the node. What is there
+// already is left as it is, so that running it again does no harm and finishes an interrupted run.
 #include "client/base/hash.h"
 #include "client/base/password.h"
 #include "client/base/text.h"
@@ -42,8 +41,9 @@ Result<Opened> openOrMake(const std::string &location)
     return Opened{std::move(made), true};
 }
 
-/// Shown before the repository gets it, so that it never has one that nobody saw. A run that stops
-/// in between is finished by the next, which makes and shows another.
+/// Shows the recovery key before the repository gets its public half, so that no key is in force
+/// that was never shown. After a run that stopped in between the next one makes and shows another
+/// key.
 Result<void> makeRecoveryKey(store::Repository &repository, const Command &command, Json &result)
 {
     ARCA_TRY(const auto present, store::recoveryHalf(repository.blobs()));

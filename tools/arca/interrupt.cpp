@@ -57,7 +57,7 @@ std::function<bool(std::uint64_t done, std::uint64_t planned)> shownQuery(const 
             updated = true;
             update->clear();
         } else {
-            update->show(done, planned - 1, 0); // the last one is for having all
+            update->show(done, planned - 1, 0); // done == planned means that the update is over
         }
         return !interrupted();
     };

@@ -1,5 +1,6 @@
-// Ctrl-C and the like. Long work looks between its steps whether it should stop, so that it can say
-// how far it came; a second Ctrl-C ends the program at once, which leaves nothing half-done either.
+// Ctrl-C and the like. Long work checks between its steps whether it should stop, so that it can
+// say how far it came; a second Ctrl-C ends the program at once, which leaves nothing half-done
+// either.
 #ifndef KEEL_TOOLS_ARCA_INTERRUPT_H
 #define KEEL_TOOLS_ARCA_INTERRUPT_H
 
@@ -11,20 +12,23 @@
 namespace arca::tool
 {
 
-/// From now on a signal is noted; a question to a person ends with it all the same. Signals that
-/// were ignored when the program started stay so.
+/// From now on the first SIGINT, SIGTERM or SIGHUP is only noted; a question to a person ends with
+/// it all the same. Signals that were ignored when the program started stay ignored.
 void catchInterrupts();
 
+/// Returns true once a signal was noted. Any thread.
 bool interrupted();
-/// Before anything is changed.
+/// Fails with interruption("nothing was changed") once interrupted(). For use before any change.
 Result<void> expectUninterrupted();
-/// For work that tells how far it is: shows that on a terminal, and stops it once interrupted().
+/// Returns a function for work that reports its progress: it shows that on a terminal, and returns
+/// false, which stops the work, once interrupted(). Copies share one line; one thread calls it.
 std::function<bool(std::uint64_t done, std::uint64_t planned)>
 shownProgress(const std::string &label);
-/// The same for a query of objects: how far the catalogue's update is, and then, unless the label
-/// is empty, how far the query.
+/// Returns the same for a query of objects: it shows the update of the catalogue and then, unless
+/// the label is empty, the query.
 std::function<bool(std::uint64_t done, std::uint64_t planned)> shownQuery(const std::string &label);
-/// What a verb ends with then. `done` says what was done so far.
+/// Returns the failure that a verb ends with after a signal. `done` is a clause that says what was
+/// done so far.
 Error interruption(const std::string &done);
 
 } // namespace arca::tool

@@ -1,4 +1,4 @@
-// arca key: looks after keys; arca key check tells whether a recovery key is the right one.
+// arca key: looks after keys; arca key check says whether a recovery key is the right one.
 #include "client/store/recovery_key.h"
 #include "client/store/repository.h"
 #include "tools/arca/key_verbs.h"

@@ -43,7 +43,8 @@ Result<std::string> readInput(const std::string &name)
     return text;
 }
 
-/// It must be of this repository, and hold there, or it would replace one that does.
+/// Keeps the imported password, after checking that it is of this repository and holds there: a
+/// wrong one would replace a kept password that holds.
 Result<void> keep(const config::Options &options, store::Repository &repository,
                   const store::ExportedKey &key)
 {

@@ -58,8 +58,8 @@ Result<mtLogFilter_t> filterFrom(const Asked &asked)
     return filter;
 }
 
-/// Without its empty fields: an event of an application has a name and a message, one of a session
-/// perhaps neither.
+/// Prints an event without its empty fields: an event of a session may have neither application nor
+/// message.
 void print(const mtLogEvent_t &event)
 {
     std::string line =
@@ -108,7 +108,7 @@ Result<void> showLog(ClientSession &client, const Command &command, const Asked 
     return {};
 }
 
-/// The log is of all nodes, so that it tells who pruned it.
+/// Prunes the log. It is the log of all nodes, so an event in it says which node pruned it.
 Result<void> prune(ClientSession &client, const Command &command, const Asked &asked, Json &result)
 {
     constexpr std::int64_t kDay = 86400;

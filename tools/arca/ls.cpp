@@ -1,5 +1,5 @@
-// arca ls: shows pieces. They are shown as they are found, however many there are; only what has to
-// be sorted is held.
+// arca ls: shows pieces, each as soon as it is found, so that any number takes bounded memory; only
+// a list that has to be sorted is held whole.
 #include "client/base/text.h"
 #include "tools/arca/client_session.h"
 #include "tools/arca/moment.h"
@@ -35,7 +35,7 @@ struct Asked {
     bool longForm = false, tree = false, removed = false, fromStandardInput = false;
 };
 
-/// A line of the list, short enough to hold many.
+/// A line of the list, small, because a sorted list holds all of them.
 struct Row {
     std::string filespace, piece, className;
     std::uint64_t id = 0, size = 0, storedSize = 0;
@@ -113,7 +113,8 @@ void sortRows(std::vector<Row> &rows, const Asked &asked)
         std::ranges::stable_sort(rows, std::greater<>(), &Row::size);
 }
 
-/// One JSON object in all, with a line for each piece, so that neither side has to hold them.
+/// Prints one JSON object with a line for each piece, so that neither writer nor reader has to hold
+/// them all.
 class JsonStream
 {
 public:

@@ -24,7 +24,8 @@ void complain(const Command &command, const std::string &text)
     tools::complain(fmt::format("arca {}: {}\n", command.verb, printable(text, 4000)));
 }
 
-/// That it cannot be written is told, and changes nothing: what the verb did is done.
+/// Appends the outcome to the log. A failure is reported and does not change the exit status: the
+/// verb's work is done.
 void logOutcome(const Command &command, const std::string &outcome)
 {
     if (command.logFile.empty())

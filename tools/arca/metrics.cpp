@@ -1,5 +1,5 @@
-// arca metrics: what monitoring wants to know, in the text form that a node exporter collects from
-// a directory.
+// arca metrics: statistics of the node's pieces in the Prometheus text format, as a collector reads
+// it from files of a directory.
 #include "agents/common/maint/mttiming.h"
 #include "client/store/statistics.h"
 #include "client/store/verify_state.h"
@@ -23,7 +23,7 @@ struct Asked {
     bool fromStandardInput = false;
 };
 
-/// A label's value: a backslash, a quotation mark and a line feed must not end it.
+/// Returns a label's value with backslash, quotation mark and line feed escaped.
 std::string labelText(const std::string &value)
 {
     std::string text;
@@ -124,7 +124,7 @@ Result<void> tell(const Command &command, const Asked &asked, Json &result)
                     session.space->domain().nodeKey());
     addSpace(out, session.repository->shownName());
     if (asked.output != "-") {
-        // The collector reads at any moment, as another user, whatever our mask.
+        // 0644 whatever our mask: the collector reads as another user.
         tools::FileRules rules;
         rules.mode = 0644;
         tools::writeWhole(asked.output, out.text(), rules);

@@ -28,7 +28,7 @@ std::optional<std::int64_t> timeAgo(const std::string &text)
     if (unit == units.end() || digits.empty() || digits.size() > 6 ||
         digits.find_first_not_of("0123456789") != std::string::npos)
         return std::nullopt;
-    // "0d" would select all that is older than now, and a time before 1970 all that is newer.
+    // "0d" would select everything older than now, and a time before 1970 everything newer.
     const std::int64_t ago = std::stol(digits) * unit->second;
     const std::int64_t moment = std::time(nullptr) - ago;
     return ago > 0 && moment > 0 ? std::optional(moment) : std::nullopt;

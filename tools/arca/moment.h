@@ -10,16 +10,17 @@
 namespace arca::tool
 {
 
-/// A time ago ("90m", "12h", "7d", "8w") or a UTC time ("2026-11-21", "2026-11-21T08:31",
-/// "2026-11-21T08:31:00Z") as seconds since 1970, more than 0: a query takes 0 for no limit.
-/// `badArgument`, which names `option`, when it is neither, or a day that no calendar has.
+/// Returns a time ago ("40s", "90m", "12h", "7d", "8w") or a UTC time ("2026-11-21",
+/// "2026-11-21T08:31", "2026-11-21T08:31:00Z") as seconds since 1970, more than 0: a query takes 0
+/// for no limit. Errors: badArgument, whose text names `option`, when the text is neither, or a day
+/// that no calendar has.
 Result<std::int64_t> momentFrom(const std::string &text, const std::string &option);
 
-/// "4096", "500k", "10M", "1.5G", "2T": bytes, in powers of 1,024; more than 0, as above.
-/// `badArgument`.
+/// Returns bytes from "4096", "500k", "10M", "1.5G", "2T", in powers of 1,024, rounded down; more
+/// than 0, as above. Errors: badArgument, whose text names `option`.
 Result<std::uint64_t> sizeFrom(const std::string &text, const std::string &option);
 
-/// "40 s", "5 min", "7 h", "12 d".
+/// Returns "40 s", "5 min", "7 h", "12 d", rounded down; less than 0 as 0.
 std::string ageText(std::int64_t seconds);
 
 } // namespace arca::tool

@@ -1,4 +1,4 @@
-// arca node add: registers a node that another host will be.
+// arca node add: registers a node for another host.
 #include "client/config/node_keys.h"
 #include "tools/arca/node_verbs.h"
 #include "tools/arca/registration.h"

@@ -1,4 +1,4 @@
-// arca node list: who keeps pieces in the repository.
+// arca node list: the nodes of the repository and what they keep.
 #include "client/store/node_list.h"
 #include "client/store/repository.h"
 #include "tools/arca/node_verbs.h"

@@ -21,8 +21,9 @@ struct Asked {
     bool fromStandardInput = false;
 };
 
-/// A kept password is durable before the repository knows it: a run that stops in between has lost
-/// nothing that was not lost before, and is finished by the next.
+/// Returns the new password. With PASSWORDACCESS generate it replaces the kept one, durably, before
+/// the repository knows it: after a run that stops in between the node cannot log on until the verb
+/// is run again.
 Result<std::string> freshPassword(const Asked &asked, const config::Options &options,
                                   const std::string &uuid)
 {
@@ -41,8 +42,8 @@ Result<void> recover(const Command &command, const Asked &asked, Json &result)
     ARCA_TRY(const config::Options options, optionsOf(command));
     ARCA_TRY(const auto repository, store::Repository::open(options.repository));
     ARCA_TRY(const SecretKey key, recoveryKey(asked.fromStandardInput));
-    // Before anything is asked for or replaced: a key that opens nothing must not cost the password
-    // that is kept now.
+    // Proved before anything is asked for or replaced: a wrong recovery key must not cost the
+    // password that is kept now.
     ARCA_CHECK(repository->nodes().recover(asked.node, key));
     ARCA_TRY(std::string password, freshPassword(asked, options, repository->uuid()));
     auto done = repository->nodes().recover(asked.node, key, password);

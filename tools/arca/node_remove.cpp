@@ -1,4 +1,4 @@
-// arca node remove: takes a node and all it keeps out of the repository.
+// arca node remove: removes a node and everything that it keeps from the repository, for good.
 #include "client/base/text.h"
 #include "client/config/cache_place.h"
 #include "client/config/node_keys.h"
@@ -35,7 +35,7 @@ std::string question(const store::NodeSummary &node)
         printable(fmt::format("{}", fmt::join(node.filespaces, ", "))));
 }
 
-/// What this host remembers of the node. Left behind, it does no harm.
+/// Removes this host's caches of the node. What cannot be removed is harmless.
 void removeCache(const std::string &directory, const std::string &key)
 {
     std::error_code error;

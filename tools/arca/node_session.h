@@ -1,4 +1,4 @@
-// A verb's log-on as the node of the option file, for what needs its keys.
+// A verb's log-on as the node of the option file, for work that needs its keys. One thread.
 #ifndef KEEL_TOOLS_ARCA_NODE_SESSION_H
 #define KEEL_TOOLS_ARCA_NODE_SESSION_H
 
@@ -10,16 +10,19 @@
 namespace arca::tool
 {
 
+/// `space` refers to `repository` and is destroyed first.
 struct NodeSession {
     std::unique_ptr<store::Repository> repository;
     std::unique_ptr<store::NodeSpace> space;
 };
 
-/// With the password that the client keeps, or one that is asked for on the terminal or read from
-/// standard input. Tells repository and node in `result`.
+/// Logs the node of the option file on, with the password that the client keeps or, with
+/// PASSWORDACCESS prompt, one that is asked for on the terminal or read from standard input. Puts
+/// "repository" and "node" into `result`, also when the password is wrong. Errors: badOption,
+/// noRepository, authentication, noPassword, badArgument (no password was typed).
 Result<NodeSession> logOn(const Command &command, bool passwordFromStandardInput, Json &result);
 
-/// The option of the verbs that log on.
+/// Adds --stdin, for the verbs that log on.
 void addPasswordOption(tools::Verb verb, bool &fromStandardInput);
 
 } // namespace arca::tool

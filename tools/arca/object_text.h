@@ -1,4 +1,4 @@
-// An object as people and programs are told of it.
+// An object as it is shown to people and to programs.
 #ifndef KEEL_TOOLS_ARCA_OBJECT_TEXT_H
 #define KEEL_TOOLS_ARCA_OBJECT_TEXT_H
 
@@ -8,15 +8,16 @@
 namespace arca::tool
 {
 
-/// Everything that an answer tells, in place of what `row` told of another one: for many, one row
-/// costs a third of a fresh one each.
+/// Fills `row` with everything that an answer says of an object, replacing the fields of the object
+/// before: for many objects, filling one row again costs a third of making a new one for each.
 void describe(Json &row, const dhoxBackupObject_t &object);
 
-/// 16 hexadecimal digits.
+/// Returns 16 hexadecimal digits.
 std::string idText(std::uint64_t id);
-/// `badArgument` when it is none.
+/// Returns the identifier from 1 to 16 hexadecimal digits in any case. Errors: badArgument.
 Result<std::uint64_t> idFrom(const std::string &text);
 
+/// Returns "1.25 GiB", "812 bytes".
 std::string sizeText(std::uint64_t bytes);
 
 } // namespace arca::tool

@@ -15,12 +15,15 @@ namespace arca::tool
 /// Where the agent stores when its option file names no VELO_FS.
 constexpr const char *kAgentFilespace = "/lumoorc";
 
-/// `badArgument` when a part is longer than a name may be.
+/// Returns the name of the object. A filespace without a slash at its beginning gets one. Errors:
+/// badArgument when a part is longer than a name may be, or has a NUL.
 Result<hoxObjName> objectName(std::string_view filespace, std::string_view piece);
 
-/// "df_12_1" of "/lumoorc", "/", "/df_12_1"; with its high-level name when that is another one.
+/// Returns "df_12_1" of "/lumoorc", "/", "/df_12_1"; when the high-level name is not "/", that and
+/// the low-level name.
 std::string pieceOf(const hoxObjName &name);
-/// All three parts, as the messages of the client have them: "/lumoorc//df_12_1".
+/// Returns all three parts, as the client's messages have them: "/lumoorc//df_12_1". Neither is
+/// made printable.
 std::string pieceText(const hoxObjName &name);
 
 } // namespace arca::tool

@@ -1,4 +1,4 @@
-// arca reclaim: gives back the space of what no piece needs any more.
+// arca reclaim: frees the space of what no piece needs any more.
 #include "client/store/reclaim.h"
 #include "agents/common/maint/mttiming.h"
 
@@ -134,7 +134,7 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     };
     if (!asked.dryRun) {
         catchInterrupts();
-        (void)session.space->tidyOutcomes(); // what cannot be removed now harms nothing
+        (void)session.space->tidyOutcomes(); // what cannot be removed now is harmless
     }
     auto done = asked.dryRun ? reclaim.plan() : reclaim.run(step);
     progress.clear();

@@ -16,7 +16,7 @@ namespace
 {
 
 /// The kept password is durable before the node is registered: a run that stops in between leaves a
-/// password that the next run uses, never a node whose password nobody knows.
+/// password that the next run uses, and never a registered node whose password is lost.
 Result<bool> registerGenerated(store::Repository &repository, const config::Options &options,
                                const std::string &node)
 {

@@ -1,4 +1,5 @@
-// Registering a node in a repository, with a password that is made and kept here, or asked for.
+// Registering a node in a repository, with a password that is generated and kept here, or asked
+// for.
 #ifndef KEEL_TOOLS_ARCA_REGISTRATION_H
 #define KEEL_TOOLS_ARCA_REGISTRATION_H
 
@@ -10,12 +11,15 @@
 namespace arca::tool
 {
 
-/// False when the node is registered already, and with PASSWORDACCESS generate its password is kept
-/// here. An interrupted run is finished by the next.
+/// Registers the node, durably. Returns false when it is registered already, and with
+/// PASSWORDACCESS generate its password is kept here. The next run finishes an interrupted one.
+/// Errors: badArgument (the name, or what was typed), noPassword (registered, and its password is
+/// not kept here), exists (another host registered it meanwhile), and those of writing.
 Result<bool> registerNode(store::Repository &repository, const config::Options &options,
                           const std::string &node, bool fromStandardInput);
 
-/// The lines that tell a person of it.
+/// Prints the lines that report the registration to a person; `now` is what registerNode()
+/// returned.
 void showRegistration(const config::Options &options, const std::string &node, bool now);
 
 } // namespace arca::tool

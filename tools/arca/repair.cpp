@@ -52,7 +52,7 @@ void print(const store::RepairOutcome &outcome, bool dryRun)
         fmt::print("Later       {}\n", counted(outcome.waitingPacks, "pack"));
 }
 
-/// What stays to be done is a failure.
+/// Returns a failure when anything is left to do, the gravest first.
 Result<void> verdict(const store::RepairOutcome &outcome)
 {
     if (outcome.lostPieces != 0)

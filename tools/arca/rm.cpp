@@ -31,13 +31,14 @@ struct Asked {
 
 struct Totals {
     std::uint64_t objects = 0, size = 0, missing = 0, damaged = 0;
-    mtObjectIds_t ids;      // ascending, of what was looked at before anything was asked
-    int damage = HOX_RC_OK; // what the look ended with, if it met pieces that cannot be read
+    mtObjectIds_t ids;      // of the objects that look() found, ascending
+    int damage = HOX_RC_OK; // the code that look() ended with when it passed over damaged pieces
 
     std::uint64_t seen() const { return objects + missing + damaged; }
 };
 
-/// A name to the letter, and nothing that a damaged manifest cannot be asked for.
+/// Returns true for one literal name without filters: only that can be matched with a damaged
+/// manifest.
 bool namesOnePiece(const Asked &asked)
 {
     Selection others = asked.selection;
@@ -52,7 +53,8 @@ std::string amountText(const Totals &totals)
                        totals.size == 0 ? "" : ", " + sizeText(totals.size));
 }
 
-/// Counts what is meant before anything is asked or done, and remembers it. A dry run names it.
+/// Finds and counts the pieces that are meant, before anything is asked or changed; prints them
+/// when `named`.
 Result<Totals> look(ClientSession &client, mtFilter_t filter, bool named)
 {
     filter.progress = shownQuery(named ? "" : "Looking through the pieces");
@@ -68,7 +70,7 @@ Result<Totals> look(ClientSession &client, mtFilter_t filter, bool named)
                                       return true;
                                   });
     ARCA_CHECK(expectUninterrupted());
-    // What is damaged is passed over, and told in the end.
+    // Damaged pieces are passed over; conclude() reports them.
     if (rc == HOX_RC_REPOSITORY_DAMAGED)
         totals.damage = rc;
     else
@@ -89,7 +91,7 @@ std::string question(const Asked &asked, const Totals &totals)
                : fmt::format("{} {} removed. Go on?", amountText(totals), one ? "is" : "are");
 }
 
-/// Counts what becomes of each, and shows how far it is.
+/// Counts the outcome of each piece, and shows the progress.
 class Watcher
 {
 public:
@@ -163,7 +165,7 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
         ARCA_CHECK(expectUninterrupted());
     if (rc == HOX_RC_ABORTED && interrupted())
         return interruption(told + ", the rest is as it was");
-    // Before what went wrong with the rest.
+    // What was done is printed before the failure of the rest.
     if (!command.json && (rc == HOX_RC_OK || done.objects != 0))
         fmt::print("{}{}\n", asked.dryRun ? "Would be: " : "", told);
     ARCA_CHECK(answered(rc));
@@ -172,7 +174,8 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
     return {};
 }
 
-/// Works on what was counted, and on nothing that came since; what went since is told.
+/// Removes the pieces that were counted and shown, and none that was stored since; those that are
+/// gone by now are reported.
 Result<void> carryOut(ClientSession &client, const Command &command, const Asked &asked,
                       const mtFilter_t &filter, const Totals &counted, Json &result)
 {
@@ -225,7 +228,7 @@ Result<void> removeMatching(const Command &command, const Asked &asked, const mt
     return carryOut(*client, command, asked, filter, counted, result);
 }
 
-/// Without a search, so that it works where none does.
+/// Removes by identifier alone: it works where a search fails.
 Result<void> removeByIds(const Command &command, const Asked &asked, const mtObjectIds_t &ids,
                          Json &result)
 {

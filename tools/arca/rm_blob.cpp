@@ -21,7 +21,8 @@ std::string fateText(store::BlobFate fate)
                : "is deleted for good";
 }
 
-/// The same name may be in use in several filespaces.
+/// Returns the one damaged piece that the filter names: its name may be in use in several
+/// filespaces.
 Result<store::ObjectName> damagedPiece(store::NodeSpace &space, const mtFilter_t &filter)
 {
     ARCA_TRY(const auto names,

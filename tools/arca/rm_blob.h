@@ -16,13 +16,16 @@ struct BlobRequest {
     bool dryRun = false, yes = false, fromStandardInput = false;
 };
 
-/// Checks every name before it asks, and then removes one after the other. Errors: badArgument for
-/// a blob that is not damaged, and then nothing is removed.
+/// Logs on, checks every name before it asks, and then removes one after the other; the first
+/// failure ends that, and what was removed before stays removed. Errors: badArgument for a blob
+/// that is not damaged, and when the answer is no; then nothing is removed.
 Result<void> removeBlobs(const Command &command, const BlobRequest &request, Json &result);
 
-/// Sets the damaged manifest of a piece aside, so that its name is free. The piece is the one that
-/// the selection's pattern, without a wildcard, names in whatever filespace of the selection it is
-/// damaged in. Errors: notFound, and badArgument when it is damaged in several.
+/// Logs on and, after asking, sets the damaged manifest of a piece aside, so that its name is free.
+/// The selection's pattern, which has no wildcard, names the piece; it may be in any filespace of
+/// the selection. Errors: notFound when no such piece is damaged; badArgument when pieces of that
+/// name are damaged in several filespaces, and when the answer is no; damaged when only --filespace
+/// can tell where the piece is.
 Result<void> removeDamagedPiece(const Command &command, const Selection &selection,
                                 const BlobRequest &request, Json &result);
 

@@ -16,8 +16,8 @@ constexpr std::size_t kMaxPassword = 64;
 constexpr std::size_t kLongestLine = 250;
 constexpr std::size_t kLeastPassphrase = 10;
 
-/// A line of at most `limit` characters. what: for people, "the password of node n"; kind: what a
-/// line of it is called.
+/// Returns a line of at most `limit` characters. Messages call the secret `what` ("the password of
+/// node n") and one such line `kind` ("password").
 Result<std::string> ask(const std::string &question, const std::string &what, const char *kind,
                         std::size_t limit, bool fromStandardInput)
 {
@@ -28,7 +28,7 @@ Result<std::string> ask(const std::string &question, const std::string &what, co
     asked.from = fromStandardInput ? mtAskFrom::standardInput : mtAskFrom::terminal;
     const mtAsk_t code = mtAsk(asked, typed, limit + 1);
     std::string line;
-    line.reserve(kLongestLine); // on the heap, however short: a move leaves no copy on the stack
+    line.reserve(kLongestLine); // on the heap even when short: a move leaves no copy on the stack
     line = typed;
     wipe(std::as_writable_bytes(std::span(typed)));
     if (code == MT_ASK_NO_TERMINAL)
@@ -51,7 +51,7 @@ Result<std::string> askPassword(const std::string &question, const std::string &
                fromStandardInput);
 }
 
-/// What was typed first, once more. A line of standard input cannot be mistyped unseen.
+/// Returns `first` when the same is typed again. A line of standard input is not asked for twice.
 Result<std::string> confirmed(Result<std::string> first, const char *kind, std::size_t limit,
                               bool fromStandardInput)
 {

@@ -1,4 +1,6 @@
 // Secrets from a person: typed without echo on the terminal, or the next line of standard input.
+// All fail with badArgument when there is no terminal to ask on, no line, or one that is empty or
+// too long; the text never holds what was typed. One thread.
 #ifndef KEEL_TOOLS_ARCA_SECRETS_H
 #define KEEL_TOOLS_ARCA_SECRETS_H
 
@@ -9,20 +11,20 @@
 namespace arca::tool
 {
 
-/// Asked for twice on a terminal. 1 to 64 characters; `badArgument` when it is not, or when the two
-/// do not agree, or when there is no terminal to ask on. The caller wipes it.
+/// Returns a new password of 1 to 64 characters, which the caller wipes. On a terminal it is asked
+/// for twice. Errors: badArgument, also when the two differ.
 Result<std::string> newPassword(const std::string &node, bool fromStandardInput);
 
-/// The one that the node has. The caller wipes it.
+/// Returns the node's present password as typed, which the caller wipes and proves.
 Result<std::string> password(const std::string &node, bool fromStandardInput);
 
-/// For what is sealed under it: at least 10 characters, as whoever has the sealed text may try. The
-/// caller wipes it.
+/// Returns a passphrase to seal a text under, of 10 to 250 characters: anybody who has the sealed
+/// text can try to guess it. On a terminal it is asked for twice. The caller wipes it.
 Result<std::string> newPassphrase(bool fromStandardInput);
-/// The one that was chosen then. The caller wipes it.
+/// Returns the passphrase of a sealed text as typed, which the caller wipes.
 Result<std::string> passphrase(bool fromStandardInput);
 
-/// `badArgument` when what was typed is no recovery key, or when there is no terminal.
+/// Returns the recovery key that was typed. Errors: badArgument, also when it is no recovery key.
 Result<SecretKey> recoveryKey(bool fromStandardInput);
 
 } // namespace arca::tool

@@ -45,7 +45,7 @@ Result<mtFilter_t> filterFrom(const Selection &selection)
 {
     mtFilter_t filter;
     filter.progress = shownQuery("");
-    // A full name, as messages and arca show have it, has its parts apart at "//".
+    // In a full name, as messages and arca show have it, "//" stands between filespace and piece.
     const auto apart = selection.pattern.find("//");
     if (apart == 0)
         return Error{ErrorKind::badArgument,

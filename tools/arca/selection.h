@@ -1,4 +1,4 @@
-// Which pieces a verb means: a pattern and filters, the same for all verbs.
+// The pieces that a verb means: a pattern and filters, the same for all verbs.
 #ifndef KEEL_TOOLS_ARCA_SELECTION_H
 #define KEEL_TOOLS_ARCA_SELECTION_H
 
@@ -10,25 +10,28 @@
 namespace arca::tool
 {
 
+/// As given on the command line; an empty text is a filter that was not given.
 struct Selection {
-    std::string pattern; // of piece names; empty: every one
+    std::string pattern; // of piece names; empty: every piece
     std::string filespace;
     std::string className, owner;
     std::string older, newer, larger, smaller;
-    bool inactive = false; // in place of the active ones
-    bool all = false;      // active and inactive
+    bool inactive = false; // inactive pieces only; neither flag: active pieces only
+    bool all = false;      // active and inactive pieces
 };
 
-/// The options; the operand PATTERN is the verb's own matter.
+/// Adds the options of the filters; the verb itself adds the operand PATTERN.
 void addSelectionOptions(tools::Verb verb, Selection &selection);
 
-/// Returns true when anything but the pattern narrows the selection.
+/// Returns true when any option but the pattern is given.
 bool hasFilters(const Selection &selection);
 
-/// `badArgument` when a time or a size is none.
+/// Returns the filter of a query, with its progress shown. A pattern with "//" names a filespace
+/// and a piece. Errors: badArgument when a time or a size is malformed, or the pattern and
+/// --filespace both name a filespace.
 Result<mtFilter_t> filterFrom(const Selection &selection);
 
-/// "no piece matches df_*", for what comes to nothing.
+/// Returns the failure "no piece matches df_*".
 Error noMatch(const Selection &selection);
 
 } // namespace arca::tool

@@ -26,10 +26,10 @@ struct Asked {
     bool fromStandardInput = false;
 };
 
-/// A version, and what is known of it elsewhere.
+/// A version, its group and its readers.
 struct Version {
     dhoxBackupObject_t object;
-    std::vector<std::string> group;   // what it leads
+    std::vector<std::string> group;   // the members of the group that it leads
     std::vector<std::string> readers; // nodes that may read it
 };
 
@@ -42,7 +42,8 @@ bool covers(const qryRespAccessData &rule, const hoxObjName &name)
            matches(rule.objName.hlName, name.hlName) && matches(rule.objName.llName, name.llName);
 }
 
-/// In a session for another node's pieces nobody is told who else may read them.
+/// Returns the access rules; none in a session for another node's pieces, whose rules are not this
+/// node's to see.
 Result<std::vector<qryRespAccessData>> rulesOf(ClientSession &client)
 {
     std::vector<qryRespAccessData> rules;
@@ -57,7 +58,7 @@ Result<std::vector<Version>> versionsOf(ClientSession &client, const Asked &aske
     ARCA_TRY(mtFilter_t filter, filterFrom(asked.selection));
     filter.objState = HOX_STATE_ANY;
     std::vector<Version> versions;
-    // A name is meant, but it may hold what a pattern takes for more.
+    // A literal name is meant, but the filter takes * and ? in it for wildcards.
     const auto exact = [&](const hoxObjName &name) {
         return pieceOf(name) == asked.selection.pattern ||
                pieceText(name) == asked.selection.pattern;

@@ -22,7 +22,7 @@ namespace
 constexpr std::int64_t kDay = 86400;
 constexpr std::size_t kPlotDays = 14;
 
-/// What compressing spared, less what sealing added.
+/// Returns the bytes that compressing saved, less those that sealing added.
 std::uint64_t compressionBytes(const store::PieceSums &sums)
 {
     return sums.newBytes - std::min(sums.newBytes, sums.storedBytes);
@@ -60,7 +60,7 @@ void fill(const store::Statistics &statistics, Json &result)
     }
 }
 
-/// The last days on which something was stored, each with a bar of what it added.
+/// Plots the last days on which something was stored, each with a bar of the bytes that it added.
 void plot(const std::map<std::int64_t, store::PieceSums> &days)
 {
     std::vector<tools::PlotLine> lines;

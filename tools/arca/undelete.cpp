@@ -17,7 +17,7 @@ struct Asked {
     bool fromStandardInput = false;
 };
 
-/// Of several that had the name the one that was removed last.
+/// Returns the removed piece of that name; of several, the one that was removed last.
 Result<store::PieceId> lastRemoved(store::NodeSpace &space, const std::string &name)
 {
     std::optional<store::RemovedPiece> last;

@@ -1,6 +1,5 @@
-// arca unlock: shows who holds what in the repository, and clears up behind processes that died. A
-// lock goes with its process, so there is nothing to break open: what is held is held by somebody
-// who lives.
+// arca unlock: shows locks and claims, and removes what dead processes left. A lock ends with its
+// process, so no lock has to be broken: the holder of one is alive.
 #include "client/blob/file_layer.h"
 #include "client/blob/location.h"
 #include "client/store/node_list.h"
@@ -52,7 +51,7 @@ std::uint64_t sizeOf(const fs::path &file)
     return error ? 0 : size;
 }
 
-/// "4711 (rman)"; empty when there is no such process here.
+/// Returns "4711 (rman)"; empty when this host has no such process.
 std::string processText(const std::string &number)
 {
     std::ifstream file("/proc/" + number + "/comm");
@@ -62,8 +61,8 @@ std::string processText(const std::string &number)
     return number + " (" + name + ")";
 }
 
-/// Who holds a lock on the file, as far as this system tells: "/proc/locks" has a line for each,
-/// with the process and the file as "major:minor:inode".
+/// Returns the process that holds a lock on the file, as far as /proc/locks shows it: it has a line
+/// for each lock, with the process and the file as "major:minor:inode".
 std::string holderOf(std::uint64_t inode)
 {
     std::ifstream locks("/proc/locks");
@@ -107,7 +106,7 @@ Result<std::vector<std::string>> namesIn(const std::string &directory)
     return names;
 }
 
-/// Those that somebody holds now.
+/// Returns the locks that a process holds now.
 Result<std::vector<Held>> locksIn(const std::string &root, const Nodes &nodes)
 {
     std::vector<Held> held;
@@ -119,14 +118,14 @@ Result<std::vector<Held>> locksIn(const std::string &root, const Nodes &nodes)
             continue;
         ARCA_TRY(const bool ours, (*file)->lock());
         if (ours)
-            continue; // and given back at once
+            continue; // free; `file` releases it at once
         ARCA_TRY(const blob::FileIdentity identity, (*file)->identity());
         held.push_back({purposeOf(name, nodes), holderOf(identity.inode), ageOf(path), 0, true});
     }
     return held;
 }
 
-/// What backups and restores that run, or died, have in tmp.
+/// Returns the claims of backups and restores that are running, and what dead ones left in tmp.
 Result<std::vector<Held>> claimsIn(const std::string &root, blob::BlobStore &blobs)
 {
     ARCA_TRY(const auto living, blobs.livingWriters());

@@ -1,4 +1,4 @@
-// arca verify: proves that what the node keeps is all there and all right.
+// arca verify: proves that everything the node keeps is there and undamaged.
 #include "client/store/verify.h"
 #include "agents/common/maint/mttiming.h"
 #include "client/base/text.h"
@@ -22,7 +22,7 @@ struct Asked {
     bool fromStandardInput = false;
 };
 
-/// "90s", "10m", "2h".
+/// Returns the duration from "90s", "10m", "2h"; more than 0. Errors: badArgument.
 Result<std::chrono::seconds> durationFrom(const std::string &text)
 {
     const std::map<char, int> units = {{'s', 1}, {'m', 60}, {'h', 3600}};
