@@ -40,6 +40,8 @@ enum class Unsure {
 /// that it is given, as some come from a command line.
 Result<void> expectBlobName(const std::string &name);
 
+class BlobReader;
+
 class BlobWriter
 {
 public:
@@ -48,6 +50,10 @@ public:
 
     /// Nothing is promised of the bytes before commit(). After an error: drop the writer.
     virtual Result<void> append(ByteView bytes) = 0;
+    /// Reads what was appended, before any name leads to it: what is proven wrong then never gets a
+    /// name. Append nothing after it. The reader looks into the writer, which must outlive it, and
+    /// is not for link() or remove(). After an error: drop the writer.
+    virtual Result<std::unique_ptr<BlobReader>> readBack() = 0;
     /// Ends the writer, whatever comes back.
     virtual Result<void> commit(const std::string &name, Unsure unsure = Unsure::leave) = 0;
 };

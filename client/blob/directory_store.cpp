@@ -121,6 +121,27 @@ private:
     std::uint64_t size_;
 };
 
+/// What a writer has written, through the writer's own file.
+class WrittenReader final : public BlobReader
+{
+public:
+    WrittenReader(File &file, std::uint64_t size) : file_(file), size_(size) {}
+
+    std::uint64_t size() const override { return size_; }
+    Result<std::size_t> read(std::uint64_t offset, std::span<std::byte> into) override
+    {
+        return file_.readAt(offset, into);
+    }
+    void readAhead(std::uint64_t offset, std::uint64_t length) override
+    {
+        file_.readAhead(offset, length);
+    }
+
+private:
+    File &file_;
+    const std::uint64_t size_;
+};
+
 constexpr std::size_t kMostNote = 512;
 
 /// Who takes a lock now, for those who wait for it.
@@ -227,6 +248,13 @@ public:
         return {};
     }
 
+    Result<std::unique_ptr<BlobReader>> readBack() override
+    {
+        ARCA_CHECK(writeRest());
+        ARCA_TRY(const std::uint64_t size, file_->size());
+        return std::unique_ptr<BlobReader>(std::make_unique<WrittenReader>(*file_, size));
+    }
+
     Result<void> commit(const std::string &name, Unsure unsure) override
     {
         ARCA_CHECK(writeRest());
@@ -244,7 +272,10 @@ private:
         const ByteView units = rest.first(rest.size() - rest.size() % kTransferUnit);
         if (!units.empty())
             ARCA_CHECK(file_->write(units));
-        return file_->write(rest.subspan(units.size()));
+        if (units.size() != rest.size())
+            ARCA_CHECK(file_->write(rest.subspan(units.size())));
+        gathered_.clear();
+        return {};
     }
 
     DirectoryStore &store_;

@@ -30,6 +30,14 @@ Result<void> compareBlocks(const BlockHasher &identify, const PackIndex &index, 
     return compared;
 }
 
+PackFindings wholeDamaged(const PackName &pack, const Error &why)
+{
+    PackFindings findings;
+    findings.damaged.push_back({pack.id, pack.revision, DamageKind::whole, 0});
+    findings.reason = why.text;
+    return findings;
+}
+
 } // namespace
 
 bool fitsIdentity(const BlockHasher &identify, const BlockEntry &block, ByteView content)
@@ -52,30 +60,34 @@ Result<void> openFrame(const OpenPack &pack, FrameCoder &coder, std::uint32_t nu
 Result<PackFindings> checkPack(Domain &domain, const PackName &pack, CheckDepth depth,
                                const std::function<void(std::size_t)> &progress)
 {
-    PackFindings findings;
-    const auto note = [&](DamageKind kind, std::uint32_t frame, const std::string &reason) {
-        if (findings.damaged.empty())
-            findings.reason = reason;
-        findings.damaged.push_back({pack.id, pack.revision, kind, frame});
-    };
-    auto opened = domain.packs().open(pack);
-    auto index = opened ? (*opened)->readIndex() : Result<PackIndex>(opened.error());
-    if (!index && index.error().kind == ErrorKind::damaged) {
-        note(DamageKind::whole, 0, index.error().text);
-        return findings;
-    }
+    const auto opened = domain.packs().open(pack);
+    if (opened)
+        return checkPack(domain, **opened, depth, progress);
+    if (opened.error().kind == ErrorKind::damaged)
+        return wholeDamaged(pack, opened.error());
+    return opened.error();
+}
+
+Result<PackFindings> checkPack(Domain &domain, const OpenPack &pack, CheckDepth depth,
+                               const std::function<void(std::size_t)> &progress)
+{
+    const PackName &which = pack.which();
+    const auto index = pack.readIndex();
+    if (!index && index.error().kind == ErrorKind::damaged)
+        return wholeDamaged(which, index.error());
     if (!index)
         return index.error();
+    PackFindings findings;
     if (depth == CheckDepth::structure)
         return findings;
 
-    (*opened)->readAhead();
+    pack.readAhead();
     FrameCoder coder;
     Bytes sealed, raw;
     std::uint32_t first = 0;
     for (std::uint32_t number = 0; number < index->frames.size(); ++number) {
         const FrameEntry &frame = index->frames[number];
-        auto good = openFrame(**opened, coder, number, frame, sealed, raw);
+        auto good = openFrame(pack, coder, number, frame, sealed, raw);
         if (good)
             good =
                 compareBlocks(domain.identify(), *index, first, frame, raw, findings.wrongBlocks);
@@ -84,8 +96,10 @@ Result<PackFindings> checkPack(Domain &domain, const PackName &pack, CheckDepth 
             return std::move(good).error();
         if (!good && good.error().kind == ErrorKind::io)
             findings.unreadable.insert(number);
+        if (!good && findings.damaged.empty())
+            findings.reason = good.error().text;
         if (!good)
-            note(DamageKind::frame, number, good.error().text);
+            findings.damaged.push_back({which.id, which.revision, DamageKind::frame, number});
         if (progress)
             progress(sealed.size());
     }

@@ -34,6 +34,10 @@ struct PackFindings {
 Result<PackFindings> checkPack(Domain &domain, const PackName &pack, CheckDepth depth,
                                const std::function<void(std::size_t bytes)> &progress);
 
+/// The same of a pack that is open, for example one that has no name yet.
+Result<PackFindings> checkPack(Domain &domain, const OpenPack &pack, CheckDepth depth,
+                               const std::function<void(std::size_t bytes)> &progress);
+
 /// Returns true when `content` is the block that the index names.
 bool fitsIdentity(const BlockHasher &identify, const BlockEntry &block, ByteView content);
 

@@ -1,8 +1,6 @@
 // Mending a pack: see the header.
 #include "client/engine/pack_mender.h"
 
-#include "client/engine/revision_writer.h"
-
 #include <algorithm>
 
 namespace arca::engine
@@ -81,13 +79,13 @@ private:
 /// Reads the new revision: every frame of it opens, and it has each block that the one before has
 /// or that a copy was found of.
 Result<MendedPack> proveRevision(Domain &domain, const BrokenPack &before, const MendPlan &plan,
-                                 const PackName &which)
+                                 RevisionWriter &writer)
 {
-    ARCA_TRY(PackFindings found, checkPack(domain, which, CheckDepth::data, {}));
+    ARCA_TRY(const auto pack, writer.readBack());
+    ARCA_TRY(PackFindings found, checkPack(domain, *pack, CheckDepth::data, {}));
     if (found.isWhole())
         return Error{ErrorKind::damaged, found.reason};
-    ARCA_TRY(const auto pack, domain.packs().open(which));
-    MendedPack mended{which, {}, std::move(found.damaged)};
+    MendedPack mended{writer.which(), {}, std::move(found.damaged)};
     ARCA_TRY(mended.index, pack->readIndex());
     const PackIndex &old = before.index, &now = mended.index;
     bool whole = old.blocks.size() == now.blocks.size() && found.unreadable.empty();
@@ -141,17 +139,15 @@ MendPlan planMending(const BrokenPack &pack, BlockSearch &search,
     return plan;
 }
 
-Result<MendedPack> mendPack(Domain &domain, const BrokenPack &broken, const MendPlan &plan,
-                            BlockSearch &search)
+Result<MendedPack> mendPack(Domain &domain, const BrokenPack &broken, const NextRevision &next,
+                            const MendPlan &plan, BlockSearch &search)
 {
     ARCA_TRY(const auto pack, domain.packs().open(broken.which));
-    ARCA_TRY(const auto writer, RevisionWriter::begin(domain.packs(), *pack));
+    ARCA_TRY(const auto writer, RevisionWriter::begin(domain.packs(), *pack, next));
     ARCA_CHECK(Mending(domain, broken, *pack, search, *writer).run());
+    ARCA_TRY(MendedPack mended, proveRevision(domain, broken, plan, *writer));
     ARCA_CHECK(writer->commit());
-    auto proven = proveRevision(domain, broken, plan, writer->which());
-    if (!proven)
-        removeRevision(domain.packs(), writer->which());
-    return proven;
+    return mended;
 }
 
 } // namespace arca::engine

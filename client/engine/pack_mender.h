@@ -5,6 +5,7 @@
 
 #include "client/engine/block_search.h"
 #include "client/engine/pack_check.h"
+#include "client/engine/revision_writer.h"
 
 #include <functional>
 
@@ -61,13 +62,14 @@ struct MendedPack {
     std::vector<DamagedPart> damaged;
 };
 
-/// Writes the next revision with all blocks that can be read, and proves it by reading it again:
-/// what `plan` does not call lost is in it, as its identity says. Lost blocks are dropped, or kept
-/// as they were sealed; their identities stay. Durable when it returns; the old revision is still
-/// there. Errors: damaged when the new revision is not what it should be, and then it was taken
-/// away again; exists; full.
-Result<MendedPack> mendPack(Domain &domain, const BrokenPack &pack, const MendPlan &plan,
-                            BlockSearch &search);
+/// Writes the next revision with all blocks that can be read, and proves it by reading it again
+/// before it gets its name: what `plan` does not call lost is in it, as its identity says. Lost
+/// blocks are dropped, or kept as they were sealed; their identities stay. Durable when it returns;
+/// the old revision is still there. Errors: damaged when what was written is not what it should be;
+/// exists when another process wrote that revision; full; those of `next.stillMarked`. After these
+/// no name leads to what was written; after another error one may, and what it leads to is proven.
+Result<MendedPack> mendPack(Domain &domain, const BrokenPack &pack, const NextRevision &next,
+                            const MendPlan &plan, BlockSearch &search);
 
 } // namespace arca::engine
 

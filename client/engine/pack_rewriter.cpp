@@ -2,7 +2,6 @@
 #include "client/engine/pack_rewriter.h"
 
 #include "client/engine/pack_check.h"
-#include "client/engine/revision_writer.h"
 
 #include <algorithm>
 
@@ -84,12 +83,12 @@ private:
 /// The new revision opens, each of its blocks is the one that its identity says, and none is
 /// missing.
 Result<void> prove(Domain &domain, const PackIndex &old, const IsNeeded &isNeeded,
-                   const PackName &which)
+                   RevisionWriter &writer)
 {
-    ARCA_TRY(const PackFindings found, checkPack(domain, which, CheckDepth::data, {}));
+    ARCA_TRY(const auto pack, writer.readBack());
+    ARCA_TRY(const PackFindings found, checkPack(domain, *pack, CheckDepth::data, {}));
     if (!found.isSound())
         return Error{ErrorKind::damaged, found.reason};
-    ARCA_TRY(const auto pack, domain.packs().open(which));
     ARCA_TRY(const PackIndex now, pack->readIndex());
     bool whole = old.blocks.size() == now.blocks.size();
     for (std::uint32_t block = 0; whole && block < old.blocks.size(); ++block) {
@@ -103,18 +102,16 @@ Result<void> prove(Domain &domain, const PackIndex &old, const IsNeeded &isNeede
 
 } // namespace
 
-Result<RewrittenPack> rewritePack(Domain &domain, OpenPack &pack, const IsNeeded &isNeeded,
-                                  std::vector<DamagedPart> &found)
+Result<RewrittenPack> rewritePack(Domain &domain, OpenPack &pack, const NextRevision &next,
+                                  const IsNeeded &isNeeded, std::vector<DamagedPart> &found)
 {
     ARCA_TRY(const PackIndex index, pack.readIndex());
-    ARCA_TRY(const auto writer, RevisionWriter::begin(domain.packs(), pack));
+    ARCA_TRY(const auto writer, RevisionWriter::begin(domain.packs(), pack, next));
     if (auto copied = Rewriting(domain, pack, index, isNeeded, *writer).run(found); !copied)
         return inContext(std::move(copied).error(), "the pack " + pack.blobName());
-    ARCA_CHECK(writer->commit());
-    if (auto proven = prove(domain, index, isNeeded, writer->which()); !proven) {
-        removeRevision(domain.packs(), writer->which());
+    if (auto proven = prove(domain, index, isNeeded, *writer); !proven)
         return inContext(std::move(proven).error(), "rewriting the pack " + pack.blobName());
-    }
+    ARCA_CHECK(writer->commit());
     RewrittenPack rewritten{writer->which(), writer->storedBytes()};
     for (std::uint32_t block = 0; block < index.blocks.size(); ++block)
         rewritten.gaps = rewritten.gaps || (index.blocks[block].dropped && isNeeded(block));

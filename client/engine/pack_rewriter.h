@@ -4,6 +4,7 @@
 
 #include "client/engine/damage.h"
 #include "client/engine/domain.h"
+#include "client/engine/revision_writer.h"
 
 #include <functional>
 #include <vector>
@@ -18,11 +19,13 @@ struct RewrittenPack {
 };
 
 /// `isNeeded` is asked for numbers of blocks; at least one must be. Every needed block is compared
-/// with its identity, and the new revision is proven by reading it again. Durable when it returns;
-/// the old revision is still there. Errors: damaged when frames with needed blocks are not what was
-/// written, then `found` has them; damaged without any when the new revision was not right. After
-/// any error there is no new revision.
-Result<RewrittenPack> rewritePack(Domain &domain, OpenPack &pack,
+/// with its identity, and the new revision is proven by reading it again before it gets its name.
+/// Durable when it returns; the old revision is still there. Errors: damaged when frames with
+/// needed blocks are not what was written, then `found` has them; damaged without any when what was
+/// written is not right; exists when another process wrote that revision; those of
+/// `next.stillMarked`. After these no name leads to what was written; after another error one may,
+/// and what it leads to is proven.
+Result<RewrittenPack> rewritePack(Domain &domain, OpenPack &pack, const NextRevision &next,
                                   const std::function<bool(std::uint32_t block)> &isNeeded,
                                   std::vector<DamagedPart> &found);
 

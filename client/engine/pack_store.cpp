@@ -78,8 +78,10 @@ Result<void> PackWriter::append(const SealedFrame &frame, std::span<const BlockE
     return put(frame.bytes);
 }
 
-Result<void> PackWriter::commit()
+Result<void> PackWriter::seal()
 {
+    if (sealed_)
+        return {};
     const Bytes plain = encodePackIndex(index_);
     PackTrailer trailer;
     trailer.indexOffset = offset_;
@@ -92,6 +94,13 @@ Result<void> PackWriter::commit()
                             plain, sealed));
     ARCA_CHECK(put(sealed));
     ARCA_CHECK(put(trailerBytes));
+    sealed_ = true;
+    return {};
+}
+
+Result<void> PackWriter::commit()
+{
+    ARCA_CHECK(seal());
     return blob_->commit(name_);
 }
 
@@ -124,8 +133,22 @@ Result<std::unique_ptr<PackWriter>> PackStore::begin(const PackName &which,
 
 Result<std::unique_ptr<OpenPack>> PackStore::open(const PackName &which) const
 {
+    ARCA_TRY(auto blob, blobs_.open(blobNameOf(which)));
+    return openBlob(std::move(blob), which);
+}
+
+Result<std::unique_ptr<OpenPack>> PackStore::readBack(PackWriter &writer,
+                                                      const PackName &which) const
+{
+    ARCA_CHECK(writer.seal());
+    ARCA_TRY(auto blob, writer.blob_->readBack());
+    return openBlob(std::move(blob), which);
+}
+
+Result<std::unique_ptr<OpenPack>> PackStore::openBlob(std::unique_ptr<blob::BlobReader> blob,
+                                                      const PackName &which) const
+{
     const std::string name = blobNameOf(which);
-    ARCA_TRY(auto blob, blobs_.open(name));
     const std::uint64_t size = blob->size();
     const auto inPack = [&](Error failure) {
         return inContext(std::move(failure), "the pack " + name);

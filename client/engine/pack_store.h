@@ -81,6 +81,7 @@ private:
     PackWriter(std::unique_ptr<blob::BlobWriter> blob, std::string name, PackHeader header,
                const Aead &cipher);
     Result<void> put(ByteView bytes);
+    Result<void> seal();
 
     std::unique_ptr<blob::BlobWriter> blob_;
     std::string name_;
@@ -88,6 +89,7 @@ private:
     Aead cipher_;
     PackIndex index_;
     std::uint64_t offset_ = 0;
+    bool sealed_ = false; // index and trailer are written
 };
 
 /// Any thread may use it.
@@ -106,6 +108,9 @@ public:
     /// The salt is the caller's so that frames can be sealed before the pack is begun.
     Result<std::unique_ptr<PackWriter>> begin(const PackName &which,
                                               const PackHeader &header) const;
+    /// Ends the pack that `writer` writes and opens it before it has a name. Commit it, or drop it,
+    /// when that is gone; append nothing more.
+    Result<std::unique_ptr<OpenPack>> readBack(PackWriter &writer, const PackName &which) const;
     /// A header with a new salt.
     static Result<PackHeader> newHeader(const PackId &id, Cipher cipher);
 
@@ -126,6 +131,9 @@ public:
     std::optional<PackName> nameFrom(std::string_view blobName) const;
 
 private:
+    Result<std::unique_ptr<OpenPack>> openBlob(std::unique_ptr<blob::BlobReader> blob,
+                                               const PackName &which) const;
+
     blob::BlobStore &blobs_;
     std::string prefix_;
     ByteView packKey_;

@@ -6,16 +6,17 @@
 namespace arca::engine
 {
 
-Result<std::unique_ptr<RevisionWriter>> RevisionWriter::begin(const PackStore &packs,
-                                                              const OpenPack &pack)
+Result<std::unique_ptr<RevisionWriter>>
+RevisionWriter::begin(const PackStore &packs, const OpenPack &pack, const NextRevision &next)
 {
-    ARCA_TRY(const auto revisions, packs.revisionsOf(pack.which().id));
-    const std::uint32_t newest = revisions.empty() ? 0 : *revisions.rbegin();
-    const PackName next{pack.which().id, std::max(newest, pack.which().revision) + 1};
-    ARCA_TRY(const PackHeader header, PackStore::newHeader(next.id, pack.cipher().cipher()));
+    const PackName which{pack.which().id, next.number};
+    ARCA_TRY(const PackHeader header, PackStore::newHeader(which.id, pack.cipher().cipher()));
     ARCA_TRY(const Aead cipher, packCipher(packs.packKey(), header));
-    ARCA_TRY(auto writer, packs.begin(next, header));
-    return std::unique_ptr<RevisionWriter>(new RevisionWriter(next, std::move(writer), cipher));
+    ARCA_TRY(auto writer, packs.begin(which, header));
+    if (next.stillMarked)
+        ARCA_CHECK(next.stillMarked());
+    return std::unique_ptr<RevisionWriter>(
+        new RevisionWriter(packs, which, std::move(writer), cipher));
 }
 
 /// A frame is closed only when a block that is kept does not fit, so that dropped blocks behind the
@@ -38,6 +39,8 @@ void RevisionWriter::drop(BlockEntry entry)
 
 Result<void> RevisionWriter::flush()
 {
+    if (blocks_.empty())
+        return {};
     ARCA_CHECK(coder_.seal(settings_, cipher_, which_.id, number_++, raw_, sealed_));
     ARCA_CHECK(writer_->append(sealed_, blocks_));
     raw_.clear();
@@ -45,17 +48,16 @@ Result<void> RevisionWriter::flush()
     return {};
 }
 
+Result<std::unique_ptr<OpenPack>> RevisionWriter::readBack()
+{
+    ARCA_CHECK(flush());
+    return packs_.readBack(*writer_, which_);
+}
+
 Result<void> RevisionWriter::commit()
 {
     ARCA_CHECK(flush());
     return writer_->commit();
-}
-
-void removeRevision(const PackStore &packs, const PackName &which)
-{
-    const std::string name = packs.blobNameOf(which);
-    if (const auto opened = packs.blobs().open(name))
-        (void)packs.blobs().remove(name, **opened);
 }
 
 } // namespace arca::engine

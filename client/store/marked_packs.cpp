@@ -18,11 +18,31 @@ constexpr std::uint32_t kInPlaceOfDamaged = 2;
 
 } // namespace
 
+std::set<engine::PackId> Mark::packIds() const
+{
+    std::set<engine::PackId> ids;
+    for (const auto &[pack, revision] : packs)
+        ids.insert(ids.end(), pack);
+    return ids;
+}
+
+void Mark::add(const engine::PackId &pack, std::uint32_t revision)
+{
+    std::uint32_t &newest = packs.try_emplace(pack, revision).first->second;
+    newest = std::max(newest, revision);
+}
+
+bool Mark::lacksRevisions() const
+{
+    return std::ranges::any_of(packs,
+                               [](const auto &pack) { return pack.second == kUnknownRevision; });
+}
+
 Bytes encodeMark(const Mark &mark)
 {
     ByteWriter payload;
     payload.u32(static_cast<std::uint32_t>(mark.packs.size()));
-    for (const engine::PackId &pack : mark.packs)
+    for (const auto &[pack, revision] : mark.packs)
         payload.raw(pack);
     const bool known = mark.claims && mark.claims->size() <= kMaxMarkedClaims;
     payload.u32((known ? kClaimsKnown : 0) | (mark.inPlaceOfDamaged ? kInPlaceOfDamaged : 0));
@@ -30,6 +50,8 @@ Bytes encodeMark(const Mark &mark)
     if (known)
         for (const std::string &claim : *mark.claims)
             payload.text(claim);
+    for (const auto &[pack, revision] : mark.packs)
+        payload.u32(revision);
     return frameRecord(kKind, kVersion, payload.view());
 }
 
@@ -37,23 +59,46 @@ Result<Mark> parseMark(ByteView bytes)
 {
     ARCA_TRY(const ByteView payload, unframeRecord(bytes, kKind, kVersion));
     ByteReader reader(payload);
-    Mark mark;
+    std::vector<engine::PackId> packs;
     for (std::uint32_t left = reader.u32(); left != 0 && reader.ok(); --left) {
         const ByteView id = reader.raw(sizeof(engine::PackId));
         engine::PackId pack{};
         std::copy(id.begin(), id.end(), pack.begin());
-        mark.packs.insert(pack);
+        packs.push_back(pack);
     }
+    Mark mark;
     const std::uint32_t flags = reader.u32();
     mark.inPlaceOfDamaged = (flags & kInPlaceOfDamaged) != 0;
     std::set<std::string> claims;
     for (std::uint32_t left = reader.u32(); left != 0 && reader.ok(); --left)
         claims.insert(reader.text());
+    const bool hasRevisions = reader.remaining() != 0; // of version 2
+    for (std::size_t i = 0; i < packs.size() && reader.ok(); ++i)
+        mark.add(packs[i], hasRevisions ? reader.u32() : kUnknownRevision);
     if (!reader.ok() || reader.remaining() != 0)
         return Error{ErrorKind::damaged, "the list of marked packs is damaged"};
     if ((flags & kClaimsKnown) != 0)
         mark.claims = std::move(claims);
     return mark;
+}
+
+Result<void> limitToPresent(Mark &mark, const engine::PackStore &packs)
+{
+    if (!mark.lacksRevisions())
+        return {};
+    Mark present;
+    ARCA_CHECK(packs.list([&](const engine::PackName &pack) {
+        present.add(pack.id, pack.revision);
+        return true;
+    }));
+    for (auto pack = mark.packs.begin(); pack != mark.packs.end();) {
+        const auto there = present.packs.find(pack->first);
+        const bool lacks = pack->second == kUnknownRevision;
+        if (lacks && there != present.packs.end())
+            pack->second = there->second;
+        pack = lacks && there == present.packs.end() ? mark.packs.erase(pack) : std::next(pack);
+    }
+    return {};
 }
 
 NumberedRecord markRecord(const engine::Domain &domain)
@@ -82,7 +127,7 @@ Result<CurrentMark> currentMark(const engine::Domain &domain)
     current.damaged = read.error().kind == ErrorKind::damaged;
     current.mark.inPlaceOfDamaged = true;
     ARCA_CHECK(domain.packs().list([&](const engine::PackName &pack) {
-        current.mark.packs.insert(pack.id);
+        current.mark.add(pack.id, pack.revision);
         return true;
     }));
     return current;

@@ -21,8 +21,8 @@ Result<std::unique_ptr<PieceWriter>> PieceWriter::begin(engine::Domain &domain,
     ARCA_TRY(writer->manifest_, ManifestWriter::begin(domain.blobs(), domain.manifestKey(),
                                                       settings.cipher, id, description));
     engine::AvoidedPacks avoided;
-    ARCA_TRY(CurrentMark current, currentMark(domain));
-    avoided.marked = std::move(current.mark.packs);
+    ARCA_TRY(const CurrentMark current, currentMark(domain));
+    avoided.marked = current.mark.packIds();
     ARCA_TRY(avoided.damaged, DamageRecords(domain).all());
     ARCA_TRY(writer->stream_,
              engine::StreamWriter::begin(domain, std::move(avoided), settings, *writer->manifest_));

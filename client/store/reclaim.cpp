@@ -103,7 +103,7 @@ Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &i
     totals.packBytes += pack->size();
     if (isHeld)
         return std::optional<Candidate>();
-    Candidate candidate{id, pack->size(), pack->size(), 0, used == 0};
+    Candidate candidate{id, pack->size(), pack->size(), 0, used == 0, 0};
     const auto explain = [&](const engine::PackIndex *index) {
         std::size_t unused = 0;
         const std::size_t unexplained =
@@ -145,7 +145,7 @@ Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &i
 /// The revisions that a run or a repair which was killed left beside the one that is read.
 Result<std::optional<Reclaim::Candidate>> Reclaim::judgeRevisions(const engine::OpenPack &read)
 {
-    Candidate candidate{read.which().id, read.size(), 0, 0, false};
+    Candidate candidate{read.which().id, read.size(), 0, 0, false, 0};
     for (const engine::PackName &revision : listing_.revisionsOf(candidate.id))
         if (revision.revision != read.which().revision)
             if (const auto blob = domain_.blobs().open(domain_.packs().blobNameOf(revision)))
@@ -182,7 +182,7 @@ Reclaim::judgeDamaged(const engine::PackId &id, bool dead, bool explained, Recla
     totals.packBytes += bytes;
     if (!dead)
         return std::optional<Candidate>();
-    return std::optional(Candidate{id, bytes, bytes, explained ? 0 : bytes, true});
+    return std::optional(Candidate{id, bytes, bytes, explained ? 0 : bytes, true, 0});
 }
 
 Result<std::vector<Reclaim::Candidate>> Reclaim::look(ReclaimTotals &totals)
@@ -217,9 +217,14 @@ Result<void> Reclaim::judgeOne(const engine::PackId &id, const ShareUse &use, Re
         const auto known = some.find(id);
         return known == some.end() ? kNone : known->second;
     };
-    ARCA_TRY(const auto candidate, judge(id, in(use.needed), in(use.leaving), totals));
-    if (candidate)
-        found.push_back(*candidate);
+    ARCA_TRY(auto candidate, judge(id, in(use.needed), in(use.leaving), totals));
+    if (!candidate)
+        return {};
+    // Of several revisions the newest stays when the pack is needed.
+    const auto revisions = listing_.revisionsOf(id);
+    const bool staysNewest = !candidate->dead && revisions.size() > 1;
+    candidate->newest = revisions[revisions.size() - (staysNewest ? 2 : 1)].revision;
+    found.push_back(*candidate);
     return {};
 }
 
@@ -264,46 +269,6 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
     return {};
 }
 
-Result<Mark> Reclaim::readMark(ReclaimTotals &totals)
-{
-    ARCA_TRY(CurrentMark current, markToChange(domain_));
-    markNumber_ = current.number;
-    totals.damagedMark = current.unreadable;
-    return std::move(current.mark);
-}
-
-/// The state after the one that was read or written last. A run that lost its lock to another one
-/// meets that one's state here, and ends.
-Result<void> Reclaim::writeMark(const Mark &mark)
-{
-    NumberedRecord record = markRecord(domain_);
-    ARCA_CHECK(blob::withReserve(domain_.blobs(),
-                                 [&] { return record.write(markNumber_, encodeMark(mark)); }));
-    ++markNumber_;
-    return {};
-}
-
-Result<std::set<std::string>> Reclaim::stillLiving(const Mark &mark)
-{
-    ARCA_TRY(const std::set<std::string> now, domain_.blobs().livingWriters());
-    if (!mark.claims)
-        return now;
-    std::set<std::string> left;
-    std::set_intersection(mark.claims->begin(), mark.claims->end(), now.begin(), now.end(),
-                          std::inserter(left, left.end()));
-    return left;
-}
-
-void Reclaim::wait(const Mark &mark, std::set<std::string> living, ReclaimTotals &totals)
-{
-    totals.waitingFor.assign(living.begin(), living.end());
-    for (const engine::PackId &id : mark.packs) {
-        ++totals.waitingPacks;
-        if (const auto pack = domain_.packs().open(id))
-            totals.waitingBytes += (*pack)->size();
-    }
-}
-
 Result<ReclaimTotals> Reclaim::plan()
 {
     ReclaimTotals totals;
@@ -340,8 +305,9 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
     ARCA_CHECK(compareStock(request_.acceptMissing, totals));
     ARCA_TRY(Mark mark, readMark(totals));
     bool goOn = true;
-    if (!totals.damagedMark.empty()) {
-        // What the damaged one said may be about to happen still, by a process that sleeps.
+    if (!totals.damagedMark.empty() || mark.lacksRevisions()) {
+        // What the one before said may be about to happen still, by a process that sleeps.
+        ARCA_CHECK(limitToPresent(mark, domain_.packs()));
         ARCA_TRY(mark, markPacks(std::move(mark)));
     }
     if (!mark.packs.empty()) {
@@ -361,7 +327,7 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
             for (const Candidate &one :
                  std::span(found).first(std::min(found.size(), kMaxMarkedPacks)))
                 if (mark.packs.size() < kMaxMarkedPacks)
-                    mark.packs.insert(one.id);
+                    mark.add(one.id, one.newest);
             ARCA_TRY(mark, markPacks(std::move(mark)));
         }
         ARCA_CHECK(purge(totals));
@@ -375,42 +341,6 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
     domain_.blobs().keepReserve();
     totals.damagedManifests = damaged_.blobNames;
     return totals;
-}
-
-Result<Mark> Reclaim::markPacks(Mark mark)
-{
-    mark.claims.reset();
-    ARCA_CHECK(writeMark(mark));
-    // Only now: whoever begins after this sees the mark.
-    ARCA_TRY(mark.claims, domain_.blobs().livingWriters());
-    if (!mark.claims->empty())
-        ARCA_CHECK(writeMark(mark));
-    return mark;
-}
-
-/// Sweeps, and unmarks what was deleted or rewritten, if nobody from before the mark lives; false
-/// when there is nothing more to do for now.
-Result<bool> Reclaim::settle(Mark &mark, const Step &step, ReclaimTotals &totals)
-{
-    // A lock may be lost while its holder sleeps. Without its name in tmp/ a claim can never become
-    // a piece, however late its writer wakes.
-    ARCA_CHECK(domain_.blobs().removeLeftovers());
-    ARCA_TRY(auto living, stillLiving(mark));
-    if (!living.empty()) {
-        wait(mark, std::move(living), totals);
-        return false;
-    }
-    const std::size_t marked = mark.packs.size();
-    auto goOn = sweep(mark, step, totals);
-    if (goOn && *goOn && std::exchange(mark.inPlaceOfDamaged, false))
-        mark.packs.clear();
-    if (mark.packs.size() == marked)
-        return goOn;
-    // Also when it failed for some: what was rewritten would stay marked for no reason.
-    auto written = writeMark(mark);
-    if (goOn)
-        ARCA_CHECK(std::move(written));
-    return goOn;
 }
 
 } // namespace arca::store

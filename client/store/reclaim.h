@@ -10,7 +10,7 @@
 //              stopped holds its claim, a dead one does not; whoever comes back later goes on here
 //   6. look again at the marked packs, as a stream from before the mark may count on them by now
 //   7. sweep   delete what is all dead; then write the live blocks of the others into a next
-//              revision, and delete the one before
+//              revision, prove it before it gets its name, and delete the one before
 //   8. unmark what was deleted or rewritten; the rest stays marked (see marked_packs.h)
 //
 // Why no block that a piece needs is taken away, whatever others do meanwhile:
@@ -44,6 +44,7 @@
 #ifndef KEEL_CLIENT_STORE_RECLAIM_H
 #define KEEL_CLIENT_STORE_RECLAIM_H
 
+#include "client/engine/revision_writer.h"
 #include "client/store/grace.h"
 #include "client/store/inventory.h"
 #include "client/store/marked_packs.h"
@@ -99,15 +100,19 @@ private:
         std::uint64_t freed = 0;       // about
         std::uint64_t unexplained = 0; // of it: no piece that is purged needed it
         bool dead = false;
+        std::uint32_t newest = 0; // revision to be marked
     };
     Result<void> compareStock(bool accept, ReclaimTotals &totals);
     struct Sweep {
         const Step &step;
         ReclaimTotals &totals;
+        const Mark &mark;                   // as the sweep began
         std::set<engine::PackId> spaceless; // no room to rewrite them
-        std::set<engine::PackId> settled;   // gone, or their newest revision is of this run
+        std::set<engine::PackId> settled;   // none of their marked revisions is left
         Result<void> noRoom, failure;       // the first of each kind that did not end it
         bool goOn = true;
+
+        std::uint32_t marked(const engine::PackId &id) const { return mark.packs.at(id); }
     };
     Result<std::vector<Candidate>> look(ReclaimTotals &totals);
     Result<std::optional<Candidate>> judge(const engine::PackId &id, const BlockUse &use,
@@ -125,16 +130,21 @@ private:
     Result<void> purge(ReclaimTotals &totals);
     Result<std::set<std::string>> stillLiving(const Mark &mark);
     Result<Mark> markPacks(Mark mark);
+    Result<void> stillMarked();
+    engine::NextRevision nextOf(const engine::PackId &id, const Sweep &sweep);
     Result<bool> settle(Mark &mark, const Step &step, ReclaimTotals &totals);
     Result<bool> sweep(Mark &mark, const Step &step, ReclaimTotals &totals);
     Result<void> sweepSome(const std::set<engine::PackId> &packs, Sweep &sweep);
     Result<void> sweepShare(std::span<const engine::PackId> packs, PackUse &use, Sweep &sweep);
     Result<void> passOver(const engine::PackId &id, Error failure, Sweep &sweep);
     Result<void> shrink(const engine::PackId &id, const BlockUse &use, Sweep &sweep);
-    Result<void> keepNewest(const engine::PackId &id, const BlockUse &use, ReclaimTotals &totals);
+    Result<void> keepNewest(const engine::PackId &id, const BlockUse &use, Sweep &sweep);
+    Result<void> renameNeeded(Sweep &sweep);
+    Result<void> giveNextName(const engine::PackName &pack, Sweep &sweep);
     Result<void> noteGaps(const engine::PackName &pack);
     Result<void> forgetDamage(const engine::PackName &pack);
-    Result<void> deletePack(const engine::PackId &id, std::uint32_t beforeRevision);
+    Result<std::uint64_t> deleteRevisions(const engine::PackId &id, std::uint32_t newest);
+    bool hasMarked(const engine::PackId &id, std::uint32_t marked) const;
     Result<bool> needsDamaged(const engine::OpenPack &pack, const BlockUse &use);
     Result<void> rewrite(const engine::PackId &id, const BlockUse &use, Sweep &sweep);
     Result<void> writeMark(const Mark &mark);

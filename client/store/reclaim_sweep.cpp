@@ -1,31 +1,32 @@
-// The sweep of a run of reclaiming: what of the marked packs goes, once nobody from before the mark
-// lives.
+// The sweep of a run of reclaiming: what is done with the marked packs once no claim from before
+// the mark is left.
 #include "client/engine/pack_check.h"
 #include "client/engine/pack_rewriter.h"
 #include "client/store/damage.h"
 #include "client/store/reclaim.h"
 
 #include <algorithm>
-#include <limits>
 
 namespace arca::store
 {
 
-/// The marked packs, judged again. Leaves those in `mark` that must stay marked. Answers false when
+/// Judges the marked packs again. Leaves those in `mark` that must stay marked. Returns false when
 /// it was told to stop.
 Result<bool> Reclaim::sweep(Mark &mark, const Step &step, ReclaimTotals &totals)
 {
     ARCA_TRY(listing_, PackListing::of(domain_.packs()));
     ARCA_TRY(known_, DamageRecords(domain_).all());
-    Sweep sweep{step, totals, {}, {}, {}, {}};
-    ARCA_CHECK(sweepSome(mark.packs, sweep));
+    Sweep sweep{step, totals, mark, {}, {}, {}, {}};
+    ARCA_CHECK(sweepSome(mark.packIds(), sweep));
     // The dead packs of later shares made room.
     if (sweep.goOn && !sweep.spaceless.empty()) {
         sweep.noRoom = {};
         ARCA_CHECK(sweepSome(std::exchange(sweep.spaceless, {}), sweep));
     }
-    std::erase_if(mark.packs, [&](const engine::PackId &id) {
-        return sweep.settled.contains(id) || listing_.revisionsOf(id).empty();
+    if (mark.inPlaceOfDamaged)
+        ARCA_CHECK(renameNeeded(sweep));
+    std::erase_if(mark.packs, [&](const auto &pack) {
+        return sweep.settled.contains(pack.first) || !hasMarked(pack.first, pack.second);
     });
     if (sweep.goOn) {
         ARCA_CHECK(std::move(sweep.failure));
@@ -56,6 +57,8 @@ Result<void> Reclaim::sweepShare(std::span<const engine::PackId> packs, PackUse 
     for (const engine::PackId &id : packs) {
         if (!sweep.goOn)
             return {};
+        if (!hasMarked(id, sweep.marked(id)))
+            continue;
         ReclaimTotals ignored;
         ARCA_TRY(const auto candidate, judge(id, use[id], {}, ignored));
         if (!candidate)
@@ -64,11 +67,14 @@ Result<void> Reclaim::sweepShare(std::span<const engine::PackId> packs, PackUse 
             others.push_back(id);
             continue;
         }
-        ARCA_CHECK(deletePack(id, std::numeric_limits<std::uint32_t>::max()));
-        domain_.hints().forget(id);
+        ARCA_TRY(const std::uint64_t freed, deleteRevisions(id, sweep.marked(id)));
         sweep.settled.insert(id);
-        ++sweep.totals.deadPacks;
-        sweep.totals.freedBytes += candidate->bytes;
+        sweep.totals.freedBytes += freed;
+        // Else a later revision is there, for the next look.
+        if (listing_.revisionsOf(id).back().revision <= sweep.marked(id)) {
+            domain_.hints().forget(id);
+            ++sweep.totals.deadPacks;
+        }
         sweep.goOn = !sweep.step || sweep.step(sweep.totals);
     }
     for (const engine::PackId &id : others) {
@@ -91,6 +97,9 @@ Result<void> Reclaim::passOver(const engine::PackId &id, Error failure, Sweep &s
             domain_.packs().blobNameOf({id, domain_.packs().revisionToRead(id).value_or(1)}));
         return {};
     }
+    // Another run that acts by the same mark has written the next revision.
+    if (failure.kind == ErrorKind::exists)
+        return {};
     if (failure.kind != ErrorKind::full && failure.kind != ErrorKind::io)
         return failure;
     if (failure.kind == ErrorKind::full)
@@ -104,14 +113,13 @@ Result<void> Reclaim::passOver(const engine::PackId &id, Error failure, Sweep &s
 /// Of a pack that is needed.
 Result<void> Reclaim::shrink(const engine::PackId &id, const BlockUse &use, Sweep &sweep)
 {
-    return listing_.revisionsOf(id).size() > 1 ? keepNewest(id, use, sweep.totals)
+    return listing_.revisionsOf(id).size() > 1 ? keepNewest(id, use, sweep)
                                                : rewrite(id, use, sweep);
 }
 
-/// A run, or a repair, that was killed left revisions before the newest. They go only when that one
-/// has every needed block that any of them has, each as its identity says.
-Result<void> Reclaim::keepNewest(const engine::PackId &id, const BlockUse &use,
-                                 ReclaimTotals &totals)
+/// A run, or a repair, that was killed left revisions before the newest. They are deleted only when
+/// the newest has every needed block that any of them has, each as its identity says.
+Result<void> Reclaim::keepNewest(const engine::PackId &id, const BlockUse &use, Sweep &sweep)
 {
     const auto revisions = listing_.revisionsOf(id);
     const engine::PackName newest = revisions.back();
@@ -123,11 +131,9 @@ Result<void> Reclaim::keepNewest(const engine::PackId &id, const BlockUse &use,
     bool gaps = false;
     for (std::uint32_t block = 0; block < now.blocks.size(); ++block)
         gaps = gaps || (now.blocks[block].dropped && block < use.size() && use[block]);
-    std::uint64_t freed = 0;
     for (const engine::PackName &revision : revisions.first(revisions.size() - 1)) {
         const auto old = domain_.packs().open(revision);
         const auto index = old ? (*old)->readIndex() : Result<engine::PackIndex>(old.error());
-        freed += old ? (*old)->size() : 0;
         for (std::uint32_t block = 0; gaps && index && block < now.blocks.size(); ++block)
             if (now.blocks[block].dropped && block < use.size() && use[block] &&
                 !index->blocks.at(block).dropped)
@@ -135,8 +141,11 @@ Result<void> Reclaim::keepNewest(const engine::PackId &id, const BlockUse &use,
     }
     if (gaps)
         ARCA_CHECK(noteGaps(newest));
-    ARCA_CHECK(deletePack(id, newest.revision));
-    totals.freedBytes += freed;
+    const std::uint32_t marked = sweep.marked(id);
+    ARCA_TRY(const std::uint64_t freed, deleteRevisions(id, std::min(marked, newest.revision - 1)));
+    sweep.totals.freedBytes += freed;
+    if (newest.revision > marked)
+        sweep.settled.insert(id);
     return {};
 }
 
@@ -152,6 +161,8 @@ Result<void> Reclaim::rewrite(const engine::PackId &id, const BlockUse &use, Swe
 {
     ReclaimTotals &totals = sweep.totals;
     ARCA_TRY(const auto pack, openPack(id));
+    if (pack->which().revision > sweep.marked(id))
+        return {}; // another run has rewritten it since the listing
     const auto isNeeded = [&](std::uint32_t block) { return block < use.size() && use[block]; };
     DamageRecords records(domain_);
     ARCA_TRY(const bool known, needsDamaged(*pack, use));
@@ -160,17 +171,17 @@ Result<void> Reclaim::rewrite(const engine::PackId &id, const BlockUse &use, Swe
         return {};
     }
     std::vector<engine::DamagedPart> found;
-    const auto rewritten = engine::rewritePack(domain_, *pack, isNeeded, found);
+    const auto rewritten = engine::rewritePack(domain_, *pack, nextOf(id, sweep), isNeeded, found);
     for (const engine::DamagedPart &part : found)
         ARCA_CHECK(records.note(part, "reclaiming: " + rewritten.error().text));
     ARCA_CHECK(rewritten);
     // Before the revision goes whose gaps are recorded.
     if (rewritten->gaps)
         ARCA_CHECK(noteGaps(rewritten->which));
-    ARCA_CHECK(deletePack(id, rewritten->which.revision));
+    ARCA_TRY(const std::uint64_t freed, deleteRevisions(id, sweep.marked(id)));
     sweep.settled.insert(id);
     ++totals.rewrittenPacks;
-    totals.freedBytes += pack->size() - std::min(pack->size(), rewritten->storedBytes);
+    totals.freedBytes += freed - std::min(freed, rewritten->storedBytes);
     return {};
 }
 
@@ -200,12 +211,19 @@ Result<void> Reclaim::forgetDamage(const engine::PackName &pack)
     return {};
 }
 
-/// Every revision before that one.
-Result<void> Reclaim::deletePack(const engine::PackId &id, std::uint32_t beforeRevision)
+bool Reclaim::hasMarked(const engine::PackId &id, std::uint32_t marked) const
 {
+    const auto revisions = listing_.revisionsOf(id);
+    return !revisions.empty() && revisions.front().revision <= marked;
+}
+
+/// Deletes the revisions up to `newest`, the oldest first, and returns the bytes that were freed.
+Result<std::uint64_t> Reclaim::deleteRevisions(const engine::PackId &id, std::uint32_t newest)
+{
+    std::uint64_t freed = 0;
     for (const engine::PackName &revision : listing_.revisionsOf(id)) {
-        if (revision.revision >= beforeRevision)
-            continue;
+        if (revision.revision > newest)
+            break;
         const std::string name = domain_.packs().blobNameOf(revision);
         auto blob = domain_.blobs().open(name);
         if (!blob && blob.error().kind == ErrorKind::notFound)
@@ -213,10 +231,11 @@ Result<void> Reclaim::deletePack(const engine::PackId &id, std::uint32_t beforeR
         ARCA_TRY(const auto opened, std::move(blob));
         auto removed = domain_.blobs().remove(name, *opened);
         if (!removed && removed.error().kind != ErrorKind::notFound)
-            return removed;
+            return std::move(removed).error();
+        freed += removed ? opened->size() : 0;
         ARCA_CHECK(forgetDamage(revision));
     }
-    return {};
+    return freed;
 }
 
 } // namespace arca::store

@@ -36,7 +36,7 @@ constexpr RecordForm outcome{"outcomes/", "", "ARCAOUTC", 1, 1};
 constexpr RecordForm heldPacks{"quarantine/", ".packs", "ARCAHELD", 1, 1};
 constexpr RecordForm note{"inventory/", "", "ARCAINVT", 1, 1};
 constexpr RecordForm graceTime{"options/grace/", "", "ARCAGRAC", 1, 1};
-constexpr RecordForm mark{"reclaim/", "", "ARCACOND", 1, 1};
+constexpr RecordForm mark{"reclaim/", "", "ARCACOND", 1, 2};
 
 } // namespace form
 

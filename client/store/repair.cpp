@@ -42,6 +42,8 @@ private:
     Result<void> mendAll();
     Result<void> mendSome(std::vector<BrokenPack> some);
     Result<bool> isFree(const std::vector<const BrokenPack *> &some);
+    Result<Mark> markThese(CurrentMark current, const std::vector<const BrokenPack *> &some);
+    Result<void> stillMarked();
     /// A new revision that is written and proven.
     struct Mended {
         PackName fresh;
@@ -73,6 +75,8 @@ private:
     std::vector<PackName> broken_;                 // whose index can be read
     std::optional<PackUse> use_;                   // nothing: a damaged manifest may need anything
     LostBlocks lost_;
+    Mark mark_; // by which packs are mended now
+    std::uint32_t markNumber_ = 0;
 };
 
 Result<RepairOutcome> Repair::run()
@@ -106,7 +110,9 @@ void Repair::tell(const PackName &pack, const std::string &what)
 /// It stays as it is, and holds up no other pack.
 Result<void> Repair::passOver(const PackName &pack, const Error &failure)
 {
-    if (!isUnreadable(failure) && failure.kind != ErrorKind::full)
+    // `exists`: another process that acts by the same mark has written the next revision.
+    if (!isUnreadable(failure) && failure.kind != ErrorKind::full &&
+        failure.kind != ErrorKind::exists)
         return failure;
     ++outcome_.stuckPacks;
     tell(pack, "stays as it is, as something failed: " + failure.text);
@@ -311,34 +317,54 @@ Result<void> Repair::mendSome(std::vector<BrokenPack> some)
     return unmark(mended);
 }
 
+/// Marks the packs as they are now, with all their revisions.
+Result<Mark> Repair::markThese(CurrentMark current, const std::vector<const BrokenPack *> &some)
+{
+    Mark mark = std::move(current.mark);
+    ARCA_CHECK(limitToPresent(mark, packs_));
+    for (const BrokenPack *pack : some) {
+        ARCA_TRY(const auto revisions, packs_.revisionsOf(pack->which.id));
+        for (const std::uint32_t revision : revisions)
+            mark.add(pack->which.id, revision);
+    }
+    if (mark.packs.size() > kMaxMarkedPacks)
+        return Error{ErrorKind::conflict,
+                     "too many packs are marked already; run arca reclaim first"};
+    NumberedRecord record = markRecord(domain_);
+    mark.claims.reset();
+    ARCA_CHECK(record.write(current.number, encodeMark(mark)));
+    markNumber_ = current.number + 1;
+    // Only now: whatever begins after this sees the mark.
+    ARCA_TRY(mark.claims, blobs_.livingWriters());
+    if (mark.claims->empty())
+        return mark;
+    ARCA_CHECK(record.write(markNumber_, encodeMark(mark)));
+    ++markNumber_;
+    return mark;
+}
+
 /// Marks the packs, unless they are marked already. Returns true when no stream from before the
 /// mark lives any more.
 Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
 {
-    NumberedRecord record = markRecord(domain_);
     ARCA_TRY(CurrentMark current, markToChange(domain_));
-    Mark &mark = current.mark;
-    const bool marked = mark.claims && std::ranges::all_of(some, [&](const BrokenPack *pack) {
-                            return mark.packs.contains(pack->which.id);
-                        });
-    std::set<std::string> before;
-    if (marked)
-        before = *mark.claims;
-    if (!marked) {
-        for (const BrokenPack *pack : some)
-            if (mark.packs.size() < kMaxMarkedPacks)
-                mark.packs.insert(pack->which.id);
-        mark.claims.reset();
-        ARCA_CHECK(record.write(current.number, encodeMark(mark)));
-        // Only now: whatever begins after this sees the mark.
-        ARCA_TRY(mark.claims, blobs_.livingWriters());
-        before = *mark.claims;
-        if (!before.empty())
-            ARCA_CHECK(record.write(current.number + 1, encodeMark(mark)));
+    const Mark &before = current.mark;
+    bool marked = before.claims && !before.lacksRevisions();
+    for (const BrokenPack *pack : some) {
+        const auto known = before.packs.find(pack->which.id);
+        ARCA_TRY(const auto revisions, packs_.revisionsOf(pack->which.id));
+        marked = marked && known != before.packs.end() && !revisions.empty() &&
+                 *revisions.rbegin() <= known->second;
+    }
+    markNumber_ = current.number;
+    if (marked) {
+        mark_ = std::move(current.mark);
+    } else {
+        ARCA_TRY(mark_, markThese(std::move(current), some));
     }
     ARCA_TRY(const std::set<std::string> now, blobs_.livingWriters());
     std::vector<std::string> left;
-    std::ranges::set_intersection(before, now, std::back_inserter(left));
+    std::ranges::set_intersection(*mark_.claims, now, std::back_inserter(left));
     if (left.empty())
         return true;
     outcome_.waitingPacks += some.size();
@@ -346,12 +372,23 @@ Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
     return false;
 }
 
-/// Of the others the marked revision is still the newest, so they stay marked (marked_packs.h).
+Result<void> Repair::stillMarked()
+{
+    ARCA_TRY(const std::uint32_t newest, markRecord(domain_).newestNumber());
+    if (newest == markNumber_)
+        return {};
+    return Error{ErrorKind::conflict,
+                 "another process has repaired or reclaimed packs of this node meanwhile"};
+}
+
+/// Of the others a marked revision is still there, so they stay marked (marked_packs.h).
 Result<void> Repair::unmark(const std::vector<Mended> &mended)
 {
     ARCA_TRY(CurrentMark current, markToChange(domain_));
     for (const Mended &pack : mended)
-        current.mark.packs.erase(pack.fresh.id);
+        if (const auto marked = current.mark.packs.find(pack.fresh.id);
+            marked != current.mark.packs.end() && marked->second < pack.fresh.revision)
+            current.mark.packs.erase(marked);
     return markRecord(domain_).write(current.number, encodeMark(current.mark));
 }
 
@@ -360,7 +397,11 @@ Result<void> Repair::unmark(const std::vector<Mended> &mended)
 Result<Repair::Mended> Repair::mend(const BrokenPack &pack, const engine::MendPlan &plan,
                                     engine::BlockSearch &search)
 {
-    ARCA_TRY(engine::MendedPack fresh, engine::mendPack(domain_, pack, plan, search));
+    const auto marked = mark_.packs.find(pack.which.id);
+    if (marked == mark_.packs.end())
+        return Error{ErrorKind::damaged, "it was deleted meanwhile"};
+    const engine::NextRevision next{marked->second + 1, [this] { return stillMarked(); }};
+    ARCA_TRY(engine::MendedPack fresh, engine::mendPack(domain_, pack, next, plan, search));
     bool gaps = false;
     for (std::uint32_t block = 0; block < fresh.index.blocks.size(); ++block)
         gaps = gaps || (fresh.index.blocks[block].dropped && isNeeded(pack.which.id, block));

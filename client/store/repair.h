@@ -9,7 +9,8 @@
 //              copies
 //   3. mark    the packs that gain something, and wait for the claims from before, as reclaiming
 //              does (reclaim.h); what is still claimed is left for the next run
-//   4. mend    write the next revision with all that can be read, and prove it
+//   4. mend    write the next revision with all that can be read, and prove it before it gets its
+//              name
 //   5. remove  the revisions before, and their records
 //   6. unmark, and name the pieces that need what nobody has
 //

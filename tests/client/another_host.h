@@ -24,6 +24,7 @@ public:
     }
     /// Asked before the names of a directory are synced.
     std::function<Result<void>(const std::string &)> beforeSync;
+    bool links = true; // else a file cannot have two names
     bool hasStopped() const { return left_ <= 0; }
     /// Everything fails from the decision of a change on; `decided`: from just after it.
     void dieDeciding(bool decided)
@@ -64,7 +65,7 @@ public:
     Result<bool> link(const std::string &from, const std::string &to) override
     {
         step();
-        return files_.link(from, to);
+        return links ? files_.link(from, to) : Result<bool>(false);
     }
     Result<void> unlink(const std::string &path) override { return files_.unlink(path); }
     Result<void> makeDirectory(const std::string &path) override

@@ -62,7 +62,8 @@ protected:
         engine::Domain &domain = space_->domain();
         const auto pack = domain.packs().open(*domain.packs().nameFrom(path));
         const auto index = (*pack)->readIndex();
-        const auto writer = engine::RevisionWriter::begin(domain.packs(), **pack);
+        const auto writer = engine::RevisionWriter::begin(domain.packs(), **pack,
+                                                          {(*pack)->which().revision + 1, {}});
         const std::size_t wrong = which == Wrong::first ? 0 : index->blocks.size() - 1;
         engine::FrameCoder coder;
         Bytes sealed, raw;

@@ -5,6 +5,8 @@
 #include "client/blob/directory_store.h"
 #include "client/store/node_space.h"
 #include "client/store/reclaim.h"
+#include "client/store/record.h"
+#include "tests/client/another_host.h"
 #include "tests/client/memory_files.h"
 
 #include <gtest/gtest.h>
@@ -59,6 +61,51 @@ protected:
         auto opened = store::NodeSpace::open(*store_, "node", std::move(key).value(),
                                              engine::RecordForm::keyed);
         space_ = std::move(opened).value();
+    }
+
+    void startAgain()
+    {
+        space_.reset();
+        files_.putBack(start_);
+        open();
+    }
+    /// The node as another host sees it.
+    struct OtherHost {
+        explicit OtherHost(ReclaimTest &test)
+            : files(test.files_), blobs("/r", files),
+              space(store::NodeSpace::open(blobs, "node", SecretKey::from(test.key_).value(),
+                                           engine::RecordForm::keyed)
+                        .value())
+        {
+        }
+        AnotherHost files;
+        blob::DirectoryStore blobs;
+        std::unique_ptr<store::NodeSpace> space;
+    };
+
+    /// Writes the first state of the node's marks.
+    void mark(ByteView record)
+    {
+        EXPECT_TRUE(store::markRecord(space_->domain()).write(0, record));
+    }
+    void putDamagedMark()
+    {
+        const std::string name = store::markRecord(space_->domain()).nameOf(1);
+        EXPECT_TRUE(blob::putWhole(*store_, name, viewOf("damaged")));
+    }
+    /// All packs, as a release wrote it whose marks name no revisions.
+    Bytes markOfVersion1()
+    {
+        std::set<engine::PackId> ids;
+        EXPECT_TRUE(space_->domain().packs().list(
+            [&](const engine::PackName &pack) { return ids.insert(pack.id).second; }));
+        ByteWriter payload;
+        payload.u32(static_cast<std::uint32_t>(ids.size()));
+        for (const engine::PackId &id : ids)
+            payload.raw(id);
+        payload.u32(1); // no claims at that time
+        payload.u32(0);
+        return store::frameRecord("ARCACOND", 1, payload.view());
     }
 
     std::unique_ptr<store::PieceWriter> begin(const std::string &piece, const std::string &stream)

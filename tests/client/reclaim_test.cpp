@@ -179,6 +179,97 @@ TEST_F(ReclaimTest, WhatMovesBetweenTwoOfItsStepsIsNotLost)
     }
 }
 
+/// A run on another host sleeps before any of its steps. Runs here do all their work meanwhile, and
+/// a stream counts on what they left.
+TEST_F(ReclaimTest, ARunThatWakesLateDeletesNothingThatCameSince)
+{
+    const struct {
+        const char *found;
+        std::function<void()> begin;
+    } marks[] = {
+        {"no mark", [] {}},
+        {"a damaged mark", [&] { putDamagedMark(); }},
+        {"a mark of version 1", [&] { mark(markOfVersion1()); }},
+    };
+    for (const auto &[found, begins] : marks) {
+        int counting = 0;
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE(std::string(found) + ", step " + std::to_string(n));
+            startAgain();
+            begins();
+            OtherHost other(*this);
+            std::unique_ptr<store::PieceWriter> slow;
+            other.files.stopBefore(n, [&] {
+                reclaim();
+                slow = begin("slow", few_);
+                counting += slow->finish()->newBytes == 0 ? 1 : 0;
+                remove("few");
+                reclaim();
+            });
+            (void)store::Reclaim(*other.space, kAtOnce).run();
+            if (!slow || HasFailure())
+                break;
+            EXPECT_TRUE(space_->commit(*slow, 1));
+            for (int more = 0; more < 2; ++more) {
+                expectPiece("slow", few_);
+                reclaim();
+            }
+        }
+        EXPECT_GT(counting, 5) << found;
+    }
+}
+
+/// A damaged mark stands for every pack. What is needed gets its next revision, with a blob's
+/// second name or without, and is counted on again.
+TEST_F(ReclaimTest, ADamagedMarkKeepsNoPackMarkedForGood)
+{
+    const std::string whole = blocks(7, 20);
+    for (const bool links : {true, false}) {
+        startAgain();
+        backUp("whole", whole);
+        putDamagedMark();
+        EXPECT_EQ(backUp("meanwhile", whole), 20 * kBlock);
+        OtherHost other(*this);
+        other.files.links = links;
+        const auto done = store::Reclaim(*other.space, kAtOnce).run();
+        ASSERT_TRUE(done) << done.error().text;
+        EXPECT_FALSE(done->damagedMark.empty());
+        EXPECT_EQ(packs(), 3U);
+        EXPECT_EQ(backUp("again", whole + few_), 0U);
+        for (const char *piece : {"whole", "meanwhile"})
+            expectPiece(piece, whole);
+        expectPiece("again", whole + few_);
+        EXPECT_EQ(reclaim().freedBytes, 0U);
+    }
+}
+
+/// Its name once given, a revision may be all that is left: a run here deletes the one before.
+TEST_F(ReclaimTest, ARevisionIsProvenBeforeAnybodyFindsIt)
+{
+    for (int n = 1, came = true; came && !HasFailure(); ++n) {
+        SCOPED_TRACE(n);
+        startAgain();
+        OtherHost other(*this);
+        bool named = false;
+        other.files.beforeSync = [&](const std::string &) -> Result<void> {
+            const auto paths = files_.paths();
+            const auto isNew = [](const auto &p) {
+                return p.starts_with("/r/packs/") && p.ends_with(".2");
+            };
+            if (std::ranges::none_of(paths, isNew) || std::exchange(named, true))
+                return {};
+            reclaim();
+            files_.failAt(n, ErrorKind::io);
+            return {};
+        };
+        (void)store::Reclaim(*other.space, kAtOnce).run();
+        came = files_.hasFailed();
+        files_.failAt(0, ErrorKind::io);
+        EXPECT_TRUE(named);
+        expectPiece("few", few_);
+    }
+}
+
 TEST_F(ReclaimTest, APieceThatCannotBeReadKeepsEveryPackThatItMayNeed)
 {
     for (const std::string &path : files_.paths())

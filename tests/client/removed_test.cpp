@@ -142,7 +142,7 @@ TEST_F(RemovedTest, WhatComesBackWhileItsPacksAreMarkedIsStoredAnew)
     const PieceId big = space_->removedOf(nameOf("big")).value().at(0).info.id;
     store::Mark mark;
     ASSERT_TRUE(space_->domain().packs().list([&](const engine::PackName &pack) {
-        mark.packs.insert(pack.id);
+        mark.add(pack.id, pack.revision);
         return true;
     }));
     auto marks = store::markRecord(space_->domain());
