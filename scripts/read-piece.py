@@ -265,9 +265,10 @@ class Node:
         return struct.unpack("<I", states[-1].read_bytes()[8:12])[0] >= KEYED
 
     def data_key(self, passwords):
-        node = self.newest("nodes/" + self.key, b"ARCANODE", 2)
-        demand(node is not None, f"the node {self.name.decode()} is not registered")
-        demand(node.number(2) == 1, "the node's record is of an unknown scheme")
+        node = self.newest("nodes/" + self.key, b"ARCANODE", 3)
+        scheme = node.number(2) if node is not None else 0  # 0: it was removed
+        demand(scheme != 0, f"the node {self.name.decode()} is not registered")
+        demand(scheme == 1, "the node's record is of an unknown scheme")
         n, r, p = node.number(8), node.number(4), node.number(4)
         salt, verifier, _, sealed = node.raw(16), node.raw(32), node.raw(32), node.raw(60)
         context = text(b"ARCANODE") + text(b"data key") + text(self.name)

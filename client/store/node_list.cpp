@@ -83,8 +83,9 @@ Result<NodeSummary> summarise(blob::BlobStore &store, const std::string &key)
     ARCA_CHECK(addFilespaces(store, node));
     const std::uint64_t damaged = node.damagedRecords;
     ARCA_TRY(const auto record, readCounting(store, "nodes/" + key, decodeNodeRecord, node));
-    node.registered = record || node.damagedRecords != damaged;
-    if (record)
+    const bool removed = record && record->removed;
+    node.registered = (record && !removed) || node.damagedRecords != damaged;
+    if (node.registered && record)
         node.name = record->node;
     ARCA_TRY(node.pieces, countUnder(store, "pieces/" + key + "/"));
     ARCA_TRY(node.inactive, countUnder(store, "inactive/" + key + "/"));
@@ -119,7 +120,8 @@ Result<std::map<std::string, std::string>> nodesByKey(blob::BlobStore &store)
         if (!state)
             continue;
         ARCA_TRY(const NodeRecord record, decodeNodeRecord(state->bytes));
-        names[key] = record.node;
+        if (!record.removed)
+            names[key] = record.node;
     }
     return names;
 }

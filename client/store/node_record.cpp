@@ -15,7 +15,9 @@ namespace
 {
 
 constexpr std::string_view kKind = form::node.kind;
-constexpr std::uint32_t kVersion = form::node.newest;
+constexpr std::uint32_t kVersion = 2;
+constexpr std::uint32_t kVersionRemoved = form::node.newest;
+constexpr std::uint16_t kRemoved = 0;
 constexpr std::uint16_t kScheme = 1;
 constexpr std::string_view kData = "data key";
 constexpr std::string_view kIdentity = "identity";
@@ -104,6 +106,11 @@ Result<NodeKeys> recoverNodeRecord(const NodeRecord &record, const std::string &
 Bytes encodeNodeRecord(const NodeRecord &record)
 {
     ByteWriter payload;
+    if (record.removed) {
+        payload.u16(kRemoved);
+        payload.text(record.node);
+        return frameRecord(kKind, kVersionRemoved, payload.view());
+    }
     payload.u16(kScheme);
     payload.u64(record.cost.n);
     payload.u32(record.cost.r);
@@ -121,10 +128,17 @@ Bytes encodeNodeRecord(const NodeRecord &record)
 
 Result<NodeRecord> decodeNodeRecord(ByteView bytes)
 {
-    ARCA_TRY(const ByteView payload, unframeRecord(bytes, kKind, kVersion));
+    ARCA_TRY(const ByteView payload, unframeRecord(bytes, kKind, kVersionRemoved));
     ByteReader reader(payload);
     NodeRecord record;
     const std::uint16_t scheme = reader.u16();
+    record.removed = scheme == kRemoved;
+    if (record.removed) {
+        record.node = reader.text();
+        if (!reader.ok() || reader.remaining() != 0)
+            return Error{ErrorKind::damaged, "the record of a removed node is damaged"};
+        return record;
+    }
     record.cost.n = reader.u64();
     record.cost.r = reader.u32();
     record.cost.p = reader.u32();

@@ -17,6 +17,10 @@
 //      310    92  the identity's private half, as well
 //      402     -  name of the node: 16-bit length and as many bytes
 //
+// A node that was removed has a last record (version 3): 0 in the place of the first field, then
+// the name. It stays, and a node that gets the name later continues the numbers of the states after
+// it: a change of the removed node's password finds its number taken, however late it comes.
+//
 // The context of each sealed key is "ARCANODE", what it is ("data key", "identity") and the name of
 // the node, each as a 16-bit length and as many bytes. (Sealed keys: client/store/key_box.h.)
 #ifndef KEEL_CLIENT_STORE_NODE_RECORD_H
@@ -48,6 +52,7 @@ struct NodeRecord {
     SealedToPublic recoverableData{};
     SealedToPublic recoverableIdentity{};
     std::string node;
+    bool removed = false; // then only the name is set
 
     /// Seals the keys under a new password.
     Result<void> wrap(std::string_view password, const NodeKeys &keys);

@@ -59,30 +59,35 @@ Error unregistered(const std::string &node)
 
 } // namespace
 
-Result<NumberedRecord> NodeRegistry::recordOf(const std::string &node)
+Result<NodeRegistry::Found> NodeRegistry::look(const std::string &node)
 {
     ARCA_TRY(const std::string key, nodeKey(node));
-    return NumberedRecord(store_, "nodes/" + key);
+    Found found{NumberedRecord(store_, "nodes/" + key), 0, {}};
+    ARCA_TRY(const auto state, found.place.latest());
+    if (!state)
+        return found;
+    found.number = state->number;
+    ARCA_TRY(NodeRecord record, decodeNodeRecord(state->bytes));
+    if (!record.removed)
+        found.record = std::move(record);
+    return found;
 }
 
 Result<bool> NodeRegistry::isRegistered(const std::string &node)
 {
-    ARCA_TRY(NumberedRecord record, recordOf(node));
-    ARCA_TRY(const auto state, record.latest());
-    return state.has_value();
+    ARCA_TRY(const Found found, look(node));
+    return found.record.has_value();
 }
 
 Result<std::optional<PublicKey>> NodeRegistry::identityOf(const std::string &node)
 {
-    ARCA_TRY(NumberedRecord place, recordOf(node));
-    ARCA_TRY(const auto state, place.latest());
-    if (!state)
+    ARCA_TRY(const Found found, look(node));
+    if (!found.record)
         return std::optional<PublicKey>();
-    ARCA_TRY(const NodeRecord record, decodeNodeRecord(state->bytes));
-    if (record.node != node)
+    if (found.record->node != node)
         return Error{ErrorKind::damaged, "the record of node " + printable(node) +
                                              " is another one than its place says"};
-    return std::optional<PublicKey>(record.identity);
+    return std::optional<PublicKey>(found.record->identity);
 }
 
 Result<void> NodeRegistry::expectName(const std::string &node)
@@ -100,14 +105,16 @@ Result<void> NodeRegistry::expectName(const std::string &node)
 Result<void> NodeRegistry::registerNode(const std::string &node, std::string_view password)
 {
     ARCA_CHECK(expectName(node));
-    ARCA_TRY(NumberedRecord record, recordOf(node));
     ARCA_TRY(const auto recovery, recoveryHalf(store_));
     if (!recovery)
         return Error{ErrorKind::notFound, "the repository has no recovery key yet; run arca init"};
     ARCA_TRY(const std::string key, nodeKey(node));
-    ARCA_TRY(const auto state, record.latest());
+    const Error taken{ErrorKind::exists, "the node " + printable(node) + " is registered already"};
+    ARCA_TRY(Found found, look(node));
+    if (found.record)
+        return taken;
     ARCA_TRY(const bool left, isHalfRemoved(store_, key));
-    if (!state && left)
+    if (left)
         return Error{ErrorKind::exists,
                      "the node " + printable(node) +
                          " was removed, and not all of it is gone; finish that with: arca node "
@@ -115,50 +122,48 @@ Result<void> NodeRegistry::registerNode(const std::string &node, std::string_vie
                          printable(node)};
     ARCA_TRY(const NodeKeys keys, newNodeKeys());
     ARCA_TRY(const NodeRecord made, makeNodeRecord(node, password, keys, *recovery));
-    auto written = record.write(0, encodeNodeRecord(made));
+    auto written = found.place.write(found.number, encodeNodeRecord(made));
     if (!written && written.error().kind == ErrorKind::conflict)
-        return Error{ErrorKind::exists, "the node " + printable(node) + " is registered already"};
+        return taken;
     return written;
 }
 
 Result<NodeRegistry::Found> NodeRegistry::find(const std::string &node)
 {
-    ARCA_TRY(NumberedRecord place, recordOf(node));
-    ARCA_TRY(const auto state, place.latest());
-    if (!state)
+    ARCA_TRY(Found found, look(node));
+    if (!found.record)
         return unregistered(node);
-    ARCA_TRY(NodeRecord record, decodeNodeRecord(state->bytes));
-    return Found{std::move(place), state->number, std::move(record)};
+    return found;
 }
 
 Result<NodeKeys> NodeRegistry::authenticate(const std::string &node, std::string_view password)
 {
     ARCA_TRY(const Found found, find(node));
-    return openInTurn(store_, found.record, node, password);
+    return openInTurn(store_, *found.record, node, password);
 }
 
 Result<void> NodeRegistry::changePassword(const std::string &node, std::string_view oldPassword,
                                           std::string_view newPassword)
 {
     ARCA_TRY(Found found, find(node));
-    ARCA_TRY(const NodeKeys keys, openInTurn(store_, found.record, node, oldPassword));
-    ARCA_CHECK(found.record.wrap(newPassword, keys));
-    return found.place.write(found.number, encodeNodeRecord(found.record));
+    ARCA_TRY(const NodeKeys keys, openInTurn(store_, *found.record, node, oldPassword));
+    ARCA_CHECK(found.record->wrap(newPassword, keys));
+    return found.place.write(found.number, encodeNodeRecord(*found.record));
 }
 
 Result<NodeKeys> NodeRegistry::recover(const std::string &node, const SecretKey &recoveryKey)
 {
     ARCA_TRY(const Found found, find(node));
-    return recoverNodeRecord(found.record, node, recoveryKey);
+    return recoverNodeRecord(*found.record, node, recoveryKey);
 }
 
 Result<void> NodeRegistry::recover(const std::string &node, const SecretKey &recoveryKey,
                                    std::string_view newPassword)
 {
     ARCA_TRY(Found found, find(node));
-    ARCA_TRY(const NodeKeys keys, recoverNodeRecord(found.record, node, recoveryKey));
-    ARCA_CHECK(found.record.wrap(newPassword, keys));
-    return found.place.write(found.number, encodeNodeRecord(found.record));
+    ARCA_TRY(const NodeKeys keys, recoverNodeRecord(*found.record, node, recoveryKey));
+    ARCA_CHECK(found.record->wrap(newPassword, keys));
+    return found.place.write(found.number, encodeNodeRecord(*found.record));
 }
 
 } // namespace arca::store

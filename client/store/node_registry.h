@@ -43,12 +43,12 @@ public:
 private:
     struct Found {
         NumberedRecord place;
-        std::uint32_t number;
-        NodeRecord record;
+        std::uint32_t number = 0;         // of the newest state, also when the node was removed
+        std::optional<NodeRecord> record; // nothing when the node is not registered
     };
-    Result<NumberedRecord> recordOf(const std::string &node);
+    Result<Found> look(const std::string &node);
     /// `authentication` when it is not registered.
-    Result<Found> find(const std::string &node);
+    Result<Found> find(const std::string &node); // with a record
 
     blob::BlobStore &store_;
 };

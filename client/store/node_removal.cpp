@@ -5,6 +5,8 @@
 #include "client/store/filespace.h"
 #include "client/store/grant.h"
 #include "client/store/node_list.h"
+#include "client/store/node_record.h"
+#include "client/store/node_space.h"
 
 #include <set>
 
@@ -23,6 +25,23 @@ constexpr std::string_view kRooms[] = {"access/",    "grants/",     "coming/",  
 std::string prefixOf(std::string_view room, const std::string &key)
 {
     return std::string(room) + key + "/";
+}
+
+/// The last state says that the node was removed, and stays. `number`: of the newest state when the
+/// removal began, as another node may have the name by now.
+Result<void> endRecord(blob::BlobStore &store, NumberedRecord &record, std::uint32_t number,
+                       const std::string &node)
+{
+    NodeRecord last;
+    last.node = node;
+    last.removed = true;
+    auto ended =
+        blob::withReserve(store, [&] { return record.end(number, encodeNodeRecord(last)); });
+    if (!ended && ended.error().kind == ErrorKind::conflict)
+        return Error{ErrorKind::conflict,
+                     "the record of node " + printable(node) +
+                         " was changed meanwhile, so nothing was removed; see arca node list"};
+    return ended;
 }
 
 Result<void> deleteFilespace(blob::BlobStore &store, const std::string &prefix)
@@ -85,13 +104,17 @@ private:
 
 Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const RemovalStep &step)
 {
+    ARCA_TRY(const std::string key, nodeKey(node));
+    NumberedRecord record(store, "nodes/" + key);
+    ARCA_TRY(const std::uint32_t number, record.newestNumber());
     ARCA_TRY(const NodeSummary known, summaryOf(store, node));
     ARCA_TRY(const auto reclaiming, store.tryLock("reclaim-" + known.key, "removing the node"));
     if (!reclaiming)
         return Error{ErrorKind::conflict,
                      "packs of node " + printable(node) + " are being reclaimed; try again later"};
     ARCA_TRY(const auto turn, store.lock("change-" + known.key, "removing the node"));
-    ARCA_CHECK(NumberedRecord(store, "nodes/" + known.key).remove());
+    if (known.registered)
+        ARCA_CHECK(endRecord(store, record, number, node));
     ARCA_CHECK(deleteFilespaces(store, known.key));
     Sweep sweep(store, step);
     for (const std::string_view room : kRooms) {

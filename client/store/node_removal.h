@@ -1,7 +1,8 @@
 // Removing a node with all it keeps, for good.
 //
-// Whatever dies when, what is left is consistent: before the node's record has gone, nothing is
-// changed; afterwards nobody can log on as the node, and what it kept shows to nobody. Its
+// Whatever dies when, what is left is consistent: before the node's last record says that it was
+// removed (node_record.h), nothing is changed; afterwards no session can log on as the node, and
+// what it kept does not show. That record stays. Its
 // filespaces are deleted next, so that a channel that is still open cannot commit any more; then
 // rules and grants, pieces before packs, and the records of the filespaces last, by which an
 // unfinished removal is found and finished. The name cannot be registered anew before that. A pack

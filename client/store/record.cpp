@@ -107,12 +107,20 @@ Result<void> NumberedRecord::write(std::uint32_t number, ByteView bytes)
     return {};
 }
 
-Result<void> NumberedRecord::remove()
+Result<void> NumberedRecord::end(std::uint32_t number, ByteView bytes)
+{
+    ARCA_CHECK(write(number, bytes));
+    return removeUpTo(number);
+}
+
+Result<void> NumberedRecord::removeUpTo(std::uint32_t number)
 {
     ARCA_TRY(const auto found, numbers());
-    for (const std::uint32_t number : found) {
-        auto reader = store_.open(nameOf(number));
-        auto removed = reader ? store_.remove(nameOf(number), **reader)
+    for (const std::uint32_t state : found) {
+        if (state > number)
+            break;
+        auto reader = store_.open(nameOf(state));
+        auto removed = reader ? store_.remove(nameOf(state), **reader)
                               : Result<void>(std::move(reader).error());
         if (!removed && removed.error().kind != ErrorKind::notFound)
             return removed;

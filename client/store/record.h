@@ -16,6 +16,7 @@
 #include "client/store/record_seal.h"
 
 #include <functional>
+#include <limits>
 #include <optional>
 
 namespace arca::store
@@ -63,12 +64,17 @@ public:
     /// also one whose state was superseded and removed since, so that its number was free again.
     Result<void> write(std::uint32_t number, ByteView bytes);
 
-    /// Takes the record away, the newest state last. Nobody may write it meanwhile, or ever again
-    /// under a number that was used. Fine when there is none.
-    Result<void> remove();
+    /// As write(), and deletes all states before. The last state stays for good, so that no number
+    /// is ever given again: a change that was begun before meets it, however late.
+    Result<void> end(std::uint32_t number, ByteView bytes);
+
+    /// Takes the record away, the newest state last: for a record that is never written again, as
+    /// its name has an identifier in it that is given once. Fine when there is none.
+    Result<void> remove() { return removeUpTo(std::numeric_limits<std::uint32_t>::max()); }
 
 private:
     Result<std::vector<std::uint32_t>> numbers();
+    Result<void> removeUpTo(std::uint32_t number);
     void removeBefore(std::uint32_t newest, const std::vector<std::uint32_t> &numbers);
 
     blob::BlobStore &store_;

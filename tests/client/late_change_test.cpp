@@ -1,6 +1,7 @@
 // A process that makes a change sleeps at any step of it, while others see a plan that was left and
 // settle it; then it wakes. Locks keep nobody away here, as on a file system whose locks other
 // hosts do not see. What holds is one decision, the same for everybody.
+#include "client/store/node_removal.h"
 #include "client/store/record.h"
 #include "tests/client/another_host.h"
 #include "tests/client/store_faults_fixture.h"
@@ -197,6 +198,29 @@ TEST_F(LateChange, ARecordsNumberIsGivenOnce)
     const auto latest = record.latest();
     ASSERT_TRUE(latest && *latest);
     EXPECT_EQ(textOf((*latest)->bytes), "4");
+}
+
+/// The number of the state that a change of the password is about to write is not given again to
+/// the next node of the name.
+TEST_F(LateChange, OfARemovedNodesPasswordLeavesALaterNodeAlone)
+{
+    const std::string later(64, 'b'), late(64, 'c');
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        moveToOtherHost();
+        host_->stopBefore(n, [&] {
+            const auto here = store::Repository::open(blobs(), "test").value();
+            EXPECT_TRUE(store::removeNode(here->blobs(), "node", [](auto) { return true; }));
+            EXPECT_FALSE(here->nodes().isRegistered("node").value());
+            EXPECT_TRUE(here->nodes().registerNode("node", later));
+        });
+        (void)repository_->nodes().changePassword("node", test::kPassword, late);
+        if (!host_->hasStopped())
+            break;
+        EXPECT_TRUE(repository_->logOn("node", later));
+        EXPECT_FALSE(repository_->logOn("node", late));
+        restoreStart();
+    }
 }
 
 /// One process replaces "kept", and another one stores a piece of that name. The first stops before
