@@ -14,6 +14,7 @@
 #include "client/store/stored_manifests.h"
 
 #include <algorithm>
+#include <set>
 
 namespace arca::store
 {
@@ -24,6 +25,26 @@ namespace
 Error notRemoved(PieceId id)
 {
     return {ErrorKind::notFound, "no removed object has the identifier " + toHex(id)};
+}
+
+/// The names that removed manifests of these pieces have now, by one listing of each directory.
+Result<std::vector<RemovedName>> removedNamesOf(blob::BlobStore &store, const std::string &key,
+                                                const std::set<PieceId> &ids)
+{
+    std::set<std::string> directories;
+    for (const PieceId id : ids) {
+        const std::string prefix = removedPrefixOf(key, id);
+        directories.insert(prefix.substr(0, prefix.rfind('/') + 1));
+    }
+    std::vector<RemovedName> found;
+    for (const std::string &directory : directories)
+        ARCA_CHECK(store.list(directory, [&](const std::string &blobName) {
+            const auto name = parseRemovedName(key, blobName);
+            if (name && ids.contains(name->id))
+                found.push_back(*name);
+            return true;
+        }));
+    return found;
 }
 
 } // namespace
@@ -265,22 +286,20 @@ Result<std::vector<PieceId>> NodeSpace::goneWith(std::span<const RemovedName> na
         going.emplace(name.id, name.at);
         ids.insert(name.id);
     }
-    std::vector<PieceId> gone;
-    for (const PieceId id : ids) {
-        ARCA_TRY(const auto removed, removedNames(id));
-        const bool stays = std::ranges::any_of(removed, [&](const RemovedName &name) {
-            return !going.contains({name.id, name.at});
-        });
-        // What cannot be read elsewhere is named as damaged, and is not missed when it goes.
-        if (!stays && !locate(id) && !locateInactive(id))
-            gone.push_back(id);
-    }
-    return gone;
+    // What cannot be read elsewhere is named as damaged, and is not missed when it goes. A piece
+    // that is removed meanwhile has its name in removed/ before it loses the other one.
+    std::erase_if(ids, [&](PieceId id) { return locate(id) || locateInactive(id); });
+    ARCA_TRY(const auto removed, removedNamesOf(store_, key_, ids));
+    for (const RemovedName &name : removed)
+        if (!going.contains({name.id, name.at}))
+            ids.erase(name.id);
+    return std::vector<PieceId>(ids.begin(), ids.end());
 }
 
 Result<void> NodeSpace::purge(std::span<const RemovedName> names)
 {
     ARCA_TRY(const auto turn, lockChanges());
+    std::set<PieceId> left;
     for (const RemovedName &name : names) {
         const std::string blobName = removedNameOf(key_, name);
         if (const auto blob = store_.open(blobName)) {
@@ -291,10 +310,14 @@ Result<void> NodeSpace::purge(std::span<const RemovedName> names)
             return blob.error();
         }
         ARCA_TRY(const bool stored, isStored(name.id));
-        ARCA_TRY(const auto others, removedNames(name.id));
-        if (!stored && others.empty())
-            forgetPurged(name.id);
+        if (!stored)
+            left.insert(name.id);
     }
+    ARCA_TRY(const auto others, removedNamesOf(store_, key_, left));
+    for (const RemovedName &name : others)
+        left.erase(name.id);
+    for (const PieceId id : left)
+        forgetPurged(id);
     return {};
 }
 
