@@ -3,8 +3,7 @@
 //
 // While a question is open:
 // 1. SIGINT, SIGTERM, SIGHUP and SIGQUIT first restore the terminal and the former handlers, and
-// are
-//    then raised again. When the process survives that, the call returns MT_ASK_SIGNAL.
+//    are then raised again. When the process survives that, the call returns MT_ASK_SIGNAL.
 // 2. SIGTSTP stops the process with the terminal restored; the question is asked again when the
 //    process continues.
 // 3. Signals that were ignored stay ignored.

@@ -32,7 +32,7 @@ logType_t destinationOf(const logMsgInfo_t &message)
     return message.hoxHandle != 0 ? message.logType : HOX_LOG_LOCAL;
 }
 
-// The texts that the destination needs, and no others.
+// Formats the texts that the destination needs.
 void formatOrcTexts(logMsgInfo_t &message, logType_t destination, int msgNum, va_list arguments)
 {
     if (destination != HOX_LOG_SERVER) {
@@ -104,7 +104,7 @@ std::int16_t CEventLog::sendLine(const logMsgInfo_t &message, logType_t type, co
     return hoxApi().dhoxLogEventEx(HoxApiStatusObjP, message.hoxHandle, &event, &answer);
 }
 
-// The result of the last send.
+// Returns the code of the last send.
 std::int16_t CEventLog::send(const logMsgInfo_t &message, logType_t destination, Arrow arrow)
 {
     std::int16_t rc = HOX_RC_OK;

@@ -1,5 +1,5 @@
-// The context table. Memory for one entry is asked for at first and for two when it grows, never
-// more: the table is built for at most two live entries a process.
+// The context table. It is allocated with one entry and grows to two, never more: a process has at
+// most two live entries.
 #include "agents/oracle/common/orcblock.h"
 
 #include <cstring>

@@ -3,8 +3,7 @@
 // What must stay true:
 // 1. The child reads nothing, writes to our pipe only, and inherits no other descriptor of ours.
 // 2. The child has a limited time, whatever it does. When that was not enough, no piece waits for
-// it
-//    again before the next sbtinit.
+//    it again before the next sbtinit.
 // 3. Its exit status is not used: the host may have waited for the child already.
 #include <algorithm>
 #include <atomic>
@@ -173,12 +172,12 @@ private:
     int out_ = -1;
 };
 
-// Takes lines out of what arrives, cut at kLineSize - 1 characters, and keeps the last of the first
+// Splits the output into lines, cut at kLineSize - 1 characters, and keeps the last of the first
 // four.
 class LastOfFourLines
 {
 public:
-    /// False when no more is wanted.
+    /// Returns false when the four lines are complete.
     bool take(const char *data, std::size_t size)
     {
         for (std::size_t i = 0; i < size && lines_ < kValueLine; ++i) {
@@ -212,7 +211,7 @@ private:
     int lines_ = 0;
 };
 
-// False when the time was over before the output was.
+// Reads the output of the child. False when its time was over before its output ended.
 bool readOutput(int fd, LastOfFourLines &lines)
 {
     long limit = kLimitMilliseconds;

@@ -1,6 +1,6 @@
-// What belongs to the library although none of the exported calls reaches it: the maintenance
-// utilities, and the routines that other parts of the product and its tools expect beside them. The
-// linker drops code that nothing refers to; this table refers to it.
+// Keeps in the library what none of the exported calls reaches: the maintenance utilities, and the
+// routines that other parts of the product and its tools expect beside them. The linker drops code
+// that nothing refers to; this table refers to it.
 #include "agents/common/dhoxapi.h"
 #include "agents/common/maint/mtaccess.h"
 #include "agents/common/maint/mtexpire.h"

@@ -1,5 +1,5 @@
-// The database trace: headers that wait in slots for their bodies, and one open, append and close a
-// line.
+// The database trace: headers are kept in slots until their bodies come; every line is one open,
+// append and close.
 #include "agents/oracle/common/rmantrace.h"
 
 #include <cstdarg>
@@ -179,8 +179,8 @@ bool RMANTrace::addSlots(int count)
     return true;
 }
 
-// The first free slot after the last one that this thread still holds: a header that was prepared
-// and never taken up is not overwritten.
+// Returns the first free slot behind the last one that this thread still holds, or null without
+// memory. So a header that was prepared and never used is not overwritten. Under hdrMutex.
 RMANTrace::Slot *RMANTrace::chooseSlot(std::uint32_t threadId)
 {
     Slot *candidate = nullptr;
@@ -327,7 +327,7 @@ void RMANTrace::trPrintBdy(const char *format, ...)
 namespace
 {
 
-// A bounded text that dumps are built in: what does not fit is left out.
+// A bounded buffer for a dump; characters that do not fit are dropped.
 class DumpText
 {
 public:

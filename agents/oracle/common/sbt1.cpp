@@ -108,7 +108,8 @@ void Sbt1Call::cleanUp()
 void Sbt1Call::exportNode() const
 {
     psMutexGuard lock(orcMutex);
-    // A copy: nothing of ours may dangle in the host's environment after we are unloaded.
+    // setenv copies: no pointer into this library may stay in the host's environment after it is
+    // unloaded.
     setenv("HOXO_NODE", pOrcBlock[index_].fileName, 1);
 }
 

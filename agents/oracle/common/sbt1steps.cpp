@@ -16,7 +16,7 @@
 namespace
 {
 
-/// Returns rc; a failure is what the routine's exit line says.
+/// Returns rc, and makes a failure the exit text of the routine.
 std::uint16_t exitWith(TraceScope &scope, hoxHandle_t handle, std::uint16_t rc)
 {
     if (rc != ORC_RC_OK) {
@@ -48,7 +48,7 @@ std::uint16_t ohoxSess(Sbt1Call &call)
 {
     TraceScope scope("ohoxSess()");
     orcObj_t *ctx = call.ctx();
-    veloEndSession(ctx); // that of a file written before
+    veloEndSession(ctx); // the session of an earlier file
     SessionPassword password;
     if (const std::uint16_t rc = veloSessionSecrets(ctx, password, scope); rc != ORC_RC_OK) {
         return rc;
@@ -87,13 +87,13 @@ std::uint16_t queryObj(Sbt1Call &call, const char *fileName, dhoxBackupObject_t 
         query.end();
     }
     *found = query.answer();
-    ctx->objId = {}; // nothing that an earlier query found may be taken for the answer to this one
+    ctx->objId = {}; // the answer of an earlier query must not be taken for that of this one
     if (query.answered() && (rc == HOX_RC_FINISHED || rc == HOX_RC_OK)) {
         ctx->objId = {cuHigh32(found->objId), cuLow32(found->objId)};
         return ORC_RC_OK;
     }
-    // A damaged description does not hold up writing: the storage client sets it aside, or
-    // refuses that.
+    // A damaged description does not prevent writing: the storage client sets the piece aside when
+    // the new one begins, or refuses to.
     const bool setAside = rc == HOX_RC_REPOSITORY_DAMAGED && call.state() == ORC_STATE_BACKUP;
     if (rc == HOX_RC_NO_MATCH || rc == HOX_RC_FS_UNKNOWN || setAside) {
         SCOPE_EXIT_FLOW(scope, " %s: Exit - File Not Found (OK). hoxHandle = %d, rc = %d\n\n",
@@ -140,7 +140,8 @@ void fillObjAttr(const orcObj_t *ctx, const char *mcName, ObjAttr *attributes)
     veloFillObjAttr(ctx, mcName, scope.name(), attributes);
 }
 
-// Transaction, class, object. The session is the caller's to end.
+// Begins the transaction, binds the class and begins the object. On failure the transaction is
+// ended; the caller ends the session.
 std::uint16_t beginSend(orcObj_t *ctx, TraceScope &scope)
 {
     const auto fail = [&](std::int16_t rc, const char *what) {
@@ -184,7 +185,7 @@ std::uint16_t prepareSend(Sbt1Call &call, const char *fileName)
     stCopy(ctx->objInfo, "stStream");
     dhoxBackupObject_t existing{};
     std::uint16_t rc = queryObj(call, fileName, &existing);
-    if (rc == ORC_RC_OK || rc == HOX_RC_FINISHED) { // it would be one without a description
+    if (rc == ORC_RC_OK || rc == HOX_RC_FINISHED) { // 121: a query that ended without an object
         const hoxObjName &name = ctx->hoxName;
         veloReportMessage(ctx, OrcMessage(2503, name.fsName, name.hlName, name.llName));
         SCOPE_EXIT(scope, " %s: Exit - Object '%s' Exists\n\n", scope.name(), fileName);

@@ -26,7 +26,8 @@ struct BackupRequest {
     unsigned long mediaPool;
 };
 
-// What must hold before anything of the running piece may change.
+// True when the call may begin a piece. Until then nothing of an open piece may change. A refusal
+// is reported.
 bool acceptable(orcObj_t *ctx, const BackupRequest &request, EntryScope &scope)
 {
     if (ctx->state != ORC_STATE_INITIALISED && ctx->state != ORC_STATE_IDLE) {
@@ -54,7 +55,7 @@ bool acceptable(orcObj_t *ctx, const BackupRequest &request, EntryScope &scope)
 void traceObjectItem(const char *name, int index, const sbtPair &item)
 {
     if (!trTest(TR_ORCLEVEL2)) {
-        return; // only the trace reads the values, and some databases pass no pointer
+        return; // read the value for the trace only: some databases pass no valid pointer
     }
     switch (item.code) {
     case SBTOBJECT_DBNAME:

@@ -8,7 +8,7 @@ namespace
 constexpr unsigned long kFirstFlag = 1;
 constexpr unsigned long kLastFlag = 2;
 
-// The filespace is updated whatever became of the file; the file's own code decides the close.
+// The filespace is updated also when the file failed; the file's code is the result.
 std::uint16_t closeWritten(Sbt1Call &call, unsigned th)
 {
     const std::uint16_t rc = closeSend(th);

@@ -20,8 +20,8 @@ void freeTransferBuffer(orcObj_t *ctx)
     ctx->veloBuffFill = 0;
 }
 
-// False when the blocks it held could not be sent: their writes were acknowledged, so the close
-// must fail.
+// Sends what the transfer buffer holds and frees it. False when that failed: the writes of those
+// blocks were acknowledged, so the close must fail.
 bool flushTransferBuffer(orcObj_t *ctx, const TraceScope &scope)
 {
     int rc = 0;
@@ -48,7 +48,7 @@ std::uint16_t abortSend(orcObj_t *ctx, TraceScope &scope)
     return ORC_RC_OK;
 }
 
-// Ends the object and commits. Both calls are made, the first failure is the one that counts.
+// Ends the object and commits. Both calls are made; the first failure is the result.
 std::uint16_t commitSend(orcObj_t *ctx, TraceScope &scope)
 {
     hoxEndSendObjExIn_t input{HOX_ENDSENDEX_VERSION};
@@ -140,7 +140,7 @@ int sbtclose2(void *context, unsigned long flags)
         veloReportWrongState(ctx, scope.name());
         ORC_TRACE_BOTH(0, RMANTR_ERROR, " %s: Exit - Wrong state, hoxHandle = %d, State = %d\n\n",
                        scope.name(), static_cast<int>(ctx->hoxHandle), ctx->state);
-        break; // recorded, but no failure of the close
+        break; // reported, but the close returns 0
     }
 
     veloCloseTestData(ctx);

@@ -5,7 +5,7 @@
 int sbterror(void *context, unsigned long /*flags*/, unsigned long *error, void **nativeMsg,
              void **utf8Msg)
 {
-    // The blank before the line end is in the database trace only, and people match it.
+    // The blank before the line end is in the database trace only; scripts match it.
     EntryScope scope("sbterror()", "Enter \n");
     auto *ctx = static_cast<orcObj_t *>(context);
     if (ctx == nullptr) {

@@ -1,4 +1,4 @@
-// sbtinfo: what is known of one stored file.
+// sbtinfo: describes one stored file.
 #include <cstdio>
 
 #include "agents/oracle/common/errorlog.h"

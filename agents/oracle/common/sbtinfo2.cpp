@@ -1,4 +1,4 @@
-// sbtinfo2: what is known of the pieces of a list.
+// sbtinfo2: describes the pieces of a list.
 #include "agents/oracle/common/sbtinfo2.h"
 
 #include <cstdio>
@@ -29,7 +29,8 @@ std::size_t pairCount(std::int32_t names)
     return static_cast<std::size_t>(names) * kPairsPerName + 1;
 }
 
-// Fills the array front to back. A value that gets no memory stops everything that follows.
+// Fills the array front to back. The add calls return false, and add nothing, when there is no
+// memory for a value; the caller stops then.
 class InfoWriter
 {
 public:
@@ -88,8 +89,8 @@ bool describe(InfoWriter &info, const dhoxBackupObject_t &object, int handle, co
     return whole;
 }
 
-// One name's pairs. ORC_RC_OK, ORC_RC_NO_MEMORY, or the storage client's code of a query that
-// failed.
+// Adds the pairs of one name. Returns ORC_RC_OK, ORC_RC_NO_MEMORY, or the storage client's code of
+// a query that failed.
 std::uint16_t answerOne(orcObj_t *ctx, const char *pieceName, InfoWriter &info, EntryScope &scope)
 {
     const char *name = scope.name();

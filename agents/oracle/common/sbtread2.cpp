@@ -85,7 +85,7 @@ int sbtread2(void *context, unsigned long /*flags*/, void *buffer)
                    scope.name(), handle, rc);
         return -1;
     }
-    // The copy takes the full block even of a short last one, so that its blocks line up.
+    // The copy gets a full block even for a short last one, so that its blocks stay aligned.
     veloWriteTestData(ctx, data, ctx->blockSize);
     countBlock(ctx, block, scope.name());
     dump(ctx, data, block);

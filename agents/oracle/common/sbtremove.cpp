@@ -6,8 +6,8 @@
 namespace
 {
 
-// One transaction for the one object; its own code counts, or that of the deletion if that failed
-// first.
+// Deletes the object in one transaction. Returns the code of the deletion when that failed, else
+// that of the transaction. A failure is reported.
 std::uint16_t deleteFound(Sbt1Call &call, const char *fileName)
 {
     orcObj_t *ctx = call.ctx();

@@ -21,7 +21,7 @@ namespace
 struct objFileInfo_t {
     hoxObjName name;
     std::uint32_t copyGroup;
-    hox64_t objId; // 0: what describes the object is damaged, and only its name leads to it
+    hox64_t objId; // 0: the object's description is damaged; it is deleted by its name
 };
 
 // The names are counted up to here; a longer list must lack its null pointer.
@@ -82,7 +82,7 @@ std::uint16_t veloDelBackObj(orcObj_t *ctx, const objFileInfo_t &object)
         ORC_TRACE(2, " %s: Calling HOXENDTXN(), hoxHandle = %d\n", scope.name(), handle);
     }
 
-    // The transaction is ended in either case, and its code is the one that counts.
+    // The transaction is ended in either case, and its code is the result.
     std::uint16_t reason = 0;
     rc = veloEndTxn(ctx, HOX_VOTE_COMMIT, &reason);
     const bool ended = rc == HOX_RC_OK && reason == 0;
@@ -135,7 +135,7 @@ void keepFound(Removal &removal, const dhoxBackupObject_t &object, const hoxObjN
               static_cast<int>(removal.foundCount));
 }
 
-// A look-up that could not begin leaves the session open; the next call opens one of its own.
+// A look-up that could not begin leaves the session open; the next call opens another one.
 int failBegin(Removal &removal, const hoxObjName &name, std::int16_t rc)
 {
     orcObj_t *ctx = removal.ctx;
@@ -198,7 +198,8 @@ int lookUp(Removal &removal, const char *pieceName)
     } else if (rc == HOX_RC_REPOSITORY_DAMAGED) {
         keepFound(removal, dhoxBackupObject_t{}, name);
     } else if (rc == HOX_RC_NO_MATCH || finished) {
-        // An end without an answer: a record without identifier would be removed by its name.
+        // Also an end without an answer: a record without an identifier would be deleted by its
+        // name.
         reportMissing(removal, name);
     } else {
         return failFetch(removal, query, name, rc);
@@ -275,7 +276,7 @@ int sbtremove2(void *context, unsigned long /*flags*/, char **pieceNames)
     if (pieceNames == nullptr) {
         ctx->sbtErrCode = SBT_FAILED;
         veloReportMessage(ctx, OrcMessage(2501, scope.name()));
-        // The two traces word this differently.
+        // The texts of the two traces differ.
         RMAN_TRACE(RMANTR_ERROR, " %s: Exit File Name is NULL, hoxHandle = %d\n", scope.name(),
                    handle);
         SCOPE_EXIT_AGENT(scope, " %s: Exit - NULL filename, hoxHandle = %d\n", scope.name(),

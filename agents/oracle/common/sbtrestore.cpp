@@ -14,7 +14,8 @@
 namespace
 {
 
-// What must hold before anything of the running piece may change.
+// True when the call may begin to read. Until then nothing of an open piece may change. A refusal
+// is reported.
 bool acceptable(orcObj_t *ctx, const char *pieceName, unsigned long blockSize, EntryScope &scope)
 {
     if (ctx->state != ORC_STATE_INITIALISED && ctx->state != ORC_STATE_IDLE) {

@@ -35,7 +35,8 @@ int sbtwrite(bserc *error, unsigned th, char *buffer)
                    call.name(), handle, rc);
         return call.failApi(SBT1_WRITE_FAILED, static_cast<std::uint16_t>(rc), rc);
     }
-    // The count that is reported for the filespace has always been that of the text in the block.
+    // The count for the filespace has always been that of the bytes before the first NUL of the
+    // block.
     call.countBytes(stLength(buffer, blockSize));
     return 0;
 }

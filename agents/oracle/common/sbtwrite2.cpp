@@ -15,7 +15,7 @@ namespace
 bool gather(orcObj_t *ctx, const void *buffer, const char *name)
 {
     if (ctx->veloBuffFill < ctx->veloBuffSize && ctx->veloBuffFlush == 1) {
-        return true; // the close sends what is held
+        return true; // called by the close, to send what the buffer holds
     }
     std::memcpy(ctx->veloBuffP + ctx->veloBuffFill, buffer, ctx->blockSize);
     ctx->veloBuffEmpty = 0;
@@ -39,7 +39,7 @@ void failPiece(orcObj_t *ctx, std::int16_t rc, const char *name)
         veloEndTxn(ctx, HOX_VOTE_ABORT, &reason);
         return;
     }
-    // The server will abort whatever we vote; a commit makes it say why.
+    // The server will abort whatever the vote; a vote to commit makes it return the reason.
     hoxApi().dhoxEndSendObj(HoxApiStatusObjP, ctx->hoxHandle);
     ORC_TRACE(2, " %s: hoxHandle = %d Calling HOXENDTXN() with vote = HOX_VOTE_COMMIT\n", name,
               handle);

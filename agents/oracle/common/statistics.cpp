@@ -28,8 +28,8 @@ struct Elapsed {
     }
 };
 
-/// What a report is made of in one of its two forms: the server's log wants English words and the
-/// C locale's decimals, whatever the host speaks; the trace is for the people of the host.
+/// The words and numbers of a report in one of its two forms: English words and the C locale's
+/// decimals for the server's log, whatever the host's locale; the host's language for the trace.
 class Wording
 {
 public:
@@ -44,7 +44,7 @@ public:
         return text == nullptr ? "" : text;
     }
 
-    /// A number with two decimals and what follows it.
+    /// A number with two decimals and its unit.
     struct Decimal {
         char text[64];
     };

@@ -1,4 +1,4 @@
-// What the test flags add to the data path: a copy of the data, and a pause.
+// The additions of test flags to the data path: a copy of the data, and a pause.
 #include <algorithm>
 #include <cstring>
 
@@ -18,7 +18,7 @@ void veloOpenTestData(orcObj_t *ctx, const char *pieceName, const char *suffix)
     if (!trTestFlag("TEST_ORACLEDATA", nullptr)) {
         return;
     }
-    // The copy lies in the log directory: a piece whose name leads out of it gets none.
+    // The copy is made in the log directory: a piece with a "/" in its name gets none.
     char path[ORC_PATH_SIZE];
     const bool fits = std::strchr(pieceName, '/') == nullptr &&
                       stCopy(path, ctx->options[OPT_HOXI_LOG]) && stAppend(path, "/") &&
@@ -29,8 +29,8 @@ void veloOpenTestData(orcObj_t *ctx, const char *pieceName, const char *suffix)
         ctx->testDataFile = psFileOpen(path, "w", &encoding, &flags);
     }
     if (ctx->testDataFile != nullptr) {
-        // Nothing may wait in memory: a forked child of the host that ends this context would write
-        // it a second time.
+        // Unbuffered: a forked child of the host that ends this context would write buffered data a
+        // second time.
         std::setvbuf(ctx->testDataFile, nullptr, _IONBF, 0);
     }
 }

@@ -1,4 +1,5 @@
-// The steps that a channel's beginning and end are made of.
+// The beginning and the end of a channel, step by step. Every helper runs with initMutex held,
+// except forgetParent, which runs before any other call of a forked child.
 #include "agents/oracle/common/veloinit.h"
 
 #include <cstdio>
@@ -76,7 +77,7 @@ std::uint16_t failTable(const TraceScope &scope, std::uint16_t rc)
     return rc;
 }
 
-// What only the first channel of a process makes, before the options are known.
+// Makes what only the first channel of a process makes, before the options are known.
 std::uint16_t makeProcessObjects(const TraceScope &scope)
 {
     if (pOrcBlock != nullptr) {
@@ -225,7 +226,9 @@ std::uint16_t initialise(orcObj_t *ctx, TraceScope &scope)
     return ORC_RC_OK;
 }
 
-// The last channel has ended.
+// Releases everything process-wide: the last channel has ended and no call is inside. The context
+// table is freed after the client is closed, and the traces last, so that each step can still
+// trace.
 void releaseProcessObjects()
 {
     // Not bHoxSetUp: a second sbtinit has reset it over a client that is still set up, and a set-up
@@ -251,7 +254,7 @@ void releaseProcessObjects()
     deleteTraces();
 }
 
-// The calls that were inside when the last channel ended have left.
+// Runs in the thread of the last call that was inside when the last channel ended.
 void releaseAfterLastCall()
 {
     psMutexGuard lock(initMutex);
@@ -260,7 +263,7 @@ void releaseAfterLastCall()
     }
 }
 
-// In a forked child: what the parent made is left where it is, and nothing of it is touched again.
+// In a forked child: forgets what the parent made, without freeing or touching any of it.
 void forgetParent()
 {
     oracleThrdCtr = 0;

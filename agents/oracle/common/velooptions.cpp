@@ -27,10 +27,10 @@ namespace
 
 constexpr long kLineSize = 513;
 
-// How many OptionFileSilence objects this thread has.
+// The number of OptionFileSilence objects of this thread.
 thread_local int silenced = 0;
 
-// This early, messages go where no option is needed.
+// Reports to the early error log, which needs no option.
 void reportEarly(const OrcMessage &message)
 {
     if (!message.empty() && silenced == 0) {
@@ -43,7 +43,8 @@ bool isSeparator(char c)
     return c == ' ' || c == ',' || c == '\n' || c == '\t';
 }
 
-// VELO_OPTFILE without one pair of quotes around it; false when it is not set, empty or over-long.
+// Copies VELO_OPTFILE without one pair of quotes around it; false when it is not set, empty or
+// over-long.
 bool pathFromEnvironment(char *path)
 {
     const char *value = std::getenv("VELO_OPTFILE");
@@ -87,7 +88,8 @@ bool storeLine(orcObj_t *ctx, char *line, const char *path)
         reportEarly(OrcMessage(2616, keyword, path));
         return false;
     }
-    stCopy(ctx->options[number], value); // a line is no longer than a slot
+    stCopy(ctx->options[number],
+           value); // never cut: a line without its keyword is shorter than a slot
     return true;
 }
 

@@ -24,7 +24,7 @@ struct Sending {
     orcObj_t *ctx;
     TraceScope &scope;
     CEventLog events;
-    CLinkedList<objMCInfo_t> classes; // released on every way out
+    CLinkedList<objMCInfo_t> classes; // released on every path
     char mcName[ORC_OPTION_SIZE] = "";
 
     Sending(orcObj_t *context, TraceScope &traceScope)
@@ -33,7 +33,7 @@ struct Sending {
         events.initNodeName(context->nodeName);
     }
     [[nodiscard]] int handle() const { return static_cast<int>(ctx->hoxHandle); }
-    // Error text, error log and both event logs.
+    // Reports in the error text, the error log and both event logs.
     void report(std::int16_t rc)
     {
         veloReportApiFailure(ctx, rc);
@@ -59,7 +59,7 @@ std::uint16_t bindClass(Sending &sending)
     return ORC_RC_OK;
 }
 
-// The storage pool of the class, for the trace; and the proof that the class exists.
+// Looks up the class: its storage pool for the trace, and the proof that it exists.
 std::uint16_t queryClass(Sending &sending)
 {
     const char *name = sending.scope.name();
@@ -74,7 +74,7 @@ std::uint16_t queryClass(Sending &sending)
     return static_cast<std::uint16_t>(rc);
 }
 
-// Copies 2 to 4 have a class of their own, which the option file names.
+// Copies 2 to 4 each have a separate class, which the option file names.
 std::uint16_t chooseClass(Sending &sending)
 {
     orcObj_t *ctx = sending.ctx;

@@ -88,7 +88,7 @@ std::uint16_t veloQueryObj(orcObj_t *ctx)
 
     std::int16_t rc = query.begin();
     if (rc == HOX_RC_FS_UNKNOWN) {
-        // The first piece of a filespace finds it unknown, which is nothing to report.
+        // For the first piece of a filespace it is always unknown, which is no failure.
         if (ctx->state != ORC_STATE_BACKUP) {
             veloReportApiFailure(ctx, rc);
         }
@@ -135,8 +135,8 @@ std::uint16_t veloQueryObj(orcObj_t *ctx)
         return ORC_RC_NOT_FOUND;
     }
     if (rc == HOX_RC_REPOSITORY_DAMAGED && ctx->state == ORC_STATE_BACKUP) {
-        // What is stored under the name cannot be read. The storage client sets it aside when the
-        // piece begins, or refuses that.
+        // The piece of that name cannot be read. The storage client sets it aside when the new
+        // piece begins, or refuses to.
         ORC_TRACE(1, " %s: what is stored as '%s%s%s' is damaged, hoxHandle = %d\n", scope.name(),
                   name.fsName, name.hlName, name.llName, handle);
         return ORC_RC_NOT_FOUND;

@@ -16,7 +16,7 @@
 namespace
 {
 
-// Error text, error log, and the text in the trace.
+// Reports a failure in the error text and the error log, and traces the text.
 void reportWithText(orcObj_t *ctx, std::int16_t rc, const TraceScope &scope)
 {
     veloReportApiFailure(ctx, rc);
@@ -36,7 +36,7 @@ void readSessionOptions(orcObj_t *ctx, const TraceScope &scope)
         ORC_TRACE(2, " %s: HOXQUERYSESSOPTIONS() failed. hoxHandle = %d, rc = %d\n", scope.name(),
                   handle, rc);
     }
-    // The heading names the call that follows; people look for it there.
+    // The heading names the call that follows, as it always has; traces are searched for it.
     ORC_TRACE(2,
               " %s: Calling HOXQUERYSESSINFO().\n hoxHandle      = %d\n HOXI_CONFIG    = %s\n"
               " Server Name    = %s\n Server Address = %s\n Node Name      = %s\n"
@@ -63,7 +63,7 @@ void traceSessionInfo(const orcObj_t *ctx, const ApiSessInfo &info, const TraceS
 std::uint16_t veloSessionSecrets(orcObj_t *ctx, SessionPassword &password, TraceScope &scope)
 {
     if (ctx->bUsePwGenerate != 0) {
-        // The option string handed over in this mode always holds a blank.
+        // In this mode the option string that the client is given always holds a blank.
         if (std::strchr(ctx->sessionOptions, ' ') == nullptr) {
             stAppend(ctx->sessionOptions, " ");
         }

@@ -19,7 +19,7 @@ std::uint16_t veloCheck_API_Level()
     hoxApiVersionEx found{};
     found.stVersion = HOX_API_VERSION_EX_VERSION;
     hoxApi().dhoxQueryApiVersionEx(HoxApiStatusObjP, &found);
-    // The release weighs 1,000, not 100; what passes and what fails rests on it.
+    // The release weighs 1,000, not 100: the check has always compared with these weights.
     const std::uint32_t level =
         found.version * 10000U + found.release * 1000U + found.level * 100U + found.subLevel;
     if (level >= required) {
@@ -36,7 +36,7 @@ std::uint16_t veloCheck_API_Level()
 namespace
 {
 
-// The file that stands as the program's name in the client's argument vector.
+// The temporary file whose path is the program's name in the client's argument vector.
 class ProgramFile
 {
 public:
@@ -73,7 +73,7 @@ void fillEnvironment(const orcObj_t *ctx, char **argv, envSetUp &env)
     env.inclExclCaseSensitive = 0;
 }
 
-// One set-up call with its dump and its report.
+// Makes one set-up call, with its trace and its report.
 std::int16_t setUpClient(orcObj_t *ctx, const envSetUp &env, TraceScope &scope)
 {
     ORC_TRACE(2,
@@ -83,7 +83,7 @@ std::int16_t setUpClient(orcObj_t *ctx, const envSetUp &env, TraceScope &scope)
               scope.name(), env.stVersion, env.hoxiDir, env.hoxiConfig, env.hoxiLog, env.logName);
     const std::int16_t rc = hoxApi().dhoxSetUp(HoxApiStatusObjP, 1, &env);
     if (rc != HOX_RC_OK) {
-        // The text for a server's log serves when there is none in the host's language.
+        // Without a text in the host's language the English one serves.
         char aside[ORC_ERRTEXT_SIZE];
         veloGetApiMsg(0, 1, rc, aside);
         if (!veloGetLocalMsg(0, rc, ctx->errText)) {
@@ -97,8 +97,8 @@ std::int16_t setUpClient(orcObj_t *ctx, const envSetUp &env, TraceScope &scope)
     return rc;
 }
 
-// The client keeps the password itself: what the option file says of node, owner and password is
-// not used.
+// The client keeps the password itself: clears node, owner and password path of the option file,
+// which are not used then, and reports that.
 void warnOfUnusedOptions(orcObj_t *ctx, const TraceScope &scope)
 {
     auto &options = ctx->options;
@@ -138,7 +138,7 @@ std::uint16_t psDoHoxSetUp(orcObj_t *ctx)
     envSetUp env;
     fillEnvironment(ctx, argv, env);
     if (const std::int16_t rc = setUpClient(ctx, env, scope); rc != HOX_RC_OK) {
-        // The file stays: it is evidence of what the client was given.
+        // The file stays, as evidence of what the client was given.
         return static_cast<std::uint16_t>(rc);
     }
     program.remove();

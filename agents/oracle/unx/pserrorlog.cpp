@@ -64,7 +64,7 @@ void psNonNlsErrorMsg(const char *text)
     char head[32];
     std::snprintf(head, sizeof head, " TID<%d>  ==>  ", static_cast<int>(getpid()));
     try {
-        // Both texts are their own formats, and there are no arguments.
+        // Both texts are formats without arguments.
         appendOnce(path, utFormatNoArgs(when) + head + stLogLine(utFormatNoArgs(text)));
     } catch (const std::exception &) {
         // No memory for the line: it is lost, like one whose file does not open.

@@ -1,5 +1,5 @@
-// How a piece is named in the repository: filespace, high-level name "/", low-level name "/" and
-// the piece.
+// The name of a piece in the repository: filespace, high-level name "/", low-level name "/" +
+// piece.
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/unx/psvelo.h"
 #include "common/string/ststring.h"

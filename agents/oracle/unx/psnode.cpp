@@ -19,7 +19,7 @@ constexpr std::size_t kNameSize = HOX_MAX_NODE_NAME + 1;
 
 int psveloGetNodeName(char *buffer)
 {
-    // A name that fills the buffer may come without a terminator.
+    // gethostname() need not terminate a name that fills the buffer.
     std::array<char, kNameSize + 1> name{};
     if (gethostname(name.data(), kNameSize) != 0) {
         name[0] = '\0';

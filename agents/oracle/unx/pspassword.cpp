@@ -7,11 +7,9 @@
 //
 // What must stay true:
 // 1. The file is readable by all; only the key protects the password. The storage client derives
-// the
-//    key, and this unit keeps it no longer than one call.
+//    the key, and this unit keeps it no longer than one call.
 // 2. A new file is written beside the old one and renamed over it only after it was read back with
-// a
-//    key that was derived again: whatever fails, the node keeps the password that it can log on
+//    a key that was derived again: whatever fails, the node keeps the password that it can log on
 //    with.
 // 3. This unit wipes its copies of the clear password and of the key on every path.
 #include <algorithm>
@@ -49,7 +47,7 @@ constexpr std::size_t kRecord = 1 + kBlock;
 // More than any password needs. Without a bound a sparse file would be read for days.
 constexpr std::size_t kMostRecords = 36;
 
-// The beginning of the file, as far as it can matter.
+// The beginning of the file, as far as it is read.
 struct FileText {
     unsigned char bytes[kHeader.size() + kMostRecords * kRecord];
     std::size_t size = 0;
@@ -68,7 +66,7 @@ struct FileText {
         }
         return true;
     }
-    // The header is read as a line: it may be a shorter one.
+    // The header ends at a line end within its 39 bytes, or after them.
     [[nodiscard]] std::size_t headerSize() const
     {
         const std::size_t most = std::min(size, kHeader.size());
@@ -77,8 +75,8 @@ struct FileText {
     }
 };
 
-// The records, clamped to what one block and the whole password may hold; a short record ends the
-// reading.
+// Deciphers the records into password. A count is clamped to the size of a block, the whole to the
+// longest password; a short record ends the reading.
 void readRecords(const FileText &text, char *password, const std::uint32_t *key)
 {
     std::size_t used = 0;
@@ -100,7 +98,8 @@ void readRecords(const FileText &text, char *password, const std::uint32_t *key)
     password[used] = '\0';
 }
 
-// 0, or why the directory cannot take the file.
+// Makes the directory when it is missing. Returns 0, or the code that says why it cannot take the
+// file.
 std::uint16_t prepareDirectory(const char *directory)
 {
     char trimmed[ORC_OPTION_PATH_SIZE];
@@ -166,7 +165,7 @@ public:
         target_ = path;
         bool exists = lstat(path, &old) == 0;
         if (exists && isTrustedLink(old)) {
-            // A file behind a link stays behind it.
+            // The file that the link names is replaced, not the link.
             const std::unique_ptr<char, void (*)(void *)> behind(realpath(path, nullptr),
                                                                  std::free);
             target_ = behind == nullptr ? "" : behind.get();
@@ -181,7 +180,7 @@ public:
             return false;
         }
         temporary_ = name;
-        // What root writes stays the file of its user.
+        // The new file keeps the owner of the old one when root writes it.
         return (!exists || geteuid() != 0 || fchown(fd_, old.st_uid, old.st_gid) == 0) &&
                fchmod(fd_, kFileMode) == 0;
     }

@@ -11,7 +11,7 @@ namespace
 
 struct ProxySymbol {
     const char *name;
-    const char *traced; // as sites know it from their traces
+    const char *traced; // the name in traces, kept as it always was
 };
 
 constexpr ProxySymbol kProxySymbols[] = {
