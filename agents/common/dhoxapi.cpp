@@ -92,7 +92,7 @@ std::int16_t DHoxApi::dhoxGetNextQObj(DBaseApiStatus *status, hoxHandle_t handle
     return CopyApiQryRespBackupData(answer, *own) ? rc : kConversionFailed;
 }
 
-// ---- the query answer in our own form
+// ---- the conversion of a query answer
 
 namespace
 {

@@ -1,5 +1,4 @@
-// The client's environment for programs that use the binding without a channel: set up once,
-// cleaned up once.
+// The client's environment for programs that use the binding without a channel.
 #include <cstdio>
 
 #include "agents/common/dhoxapi.h"

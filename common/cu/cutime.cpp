@@ -51,7 +51,7 @@ std::size_t formatTm(char *out, std::size_t size, const struct tm &when, const c
 #pragma GCC diagnostic pop
 #endif
 
-// Digits from the right: a separator after three, and then after every three or every two.
+// Writes the digits from the right, a separator after three and then after every three or two.
 std::size_t group(char *out, std::size_t size, std::uint64_t magnitude, bool negative,
                   const char *separator, unsigned laterGroup)
 {

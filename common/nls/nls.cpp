@@ -25,7 +25,7 @@ constexpr std::size_t spareBytes = 10;    // behind every text handed out
 constexpr cliType_t firstAgentType = 9;
 constexpr cliType_t lastAgentType = 11;
 
-// Static, so that a message can be asked for before the object exists and after it is gone.
+// Static, so that a message can be asked for before the object exists and after it was destroyed.
 constinit psMutex_t reposLock;
 constinit nlsObject_t *globalObject = nullptr; // guarded by reposLock
 
@@ -174,7 +174,7 @@ int nlinit(const char *reposName, int cacheLimit, const char *catalogDir, cliTyp
         return NLS_RC_ARGUMENT;
     cuSetFormats(dateFormat, timeFormat, numberFormat);
     if (globalObject == nullptr)
-        return NLS_RC_NO_MEMORY; // there is an object unless memory for it was short
+        return NLS_RC_NO_MEMORY; // no object: there was no memory for it, or none was made
     globalObject->clientType = clientType;
     const int rc =
         globalObject->isStarted() ? 0 : NlinitSetup(reposName, cacheLimit, catalogDir, catalogName);

@@ -8,7 +8,7 @@
 //       the texts, each ended by a NUL; offsets count from the first
 //
 // A lookup divides by P, walks D planes and adds the offset to the start of the texts without
-// asking whether any of them lies inside the file.
+// checking that any of them lies inside the file.
 #include "common/nls/nlscatalogue.h"
 
 #include "common/unx/psfile.h"

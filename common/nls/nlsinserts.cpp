@@ -5,9 +5,9 @@
 //   text  0x11 '0'+argument  text ...  NUL  '0'+count
 //   and count times:  '0'+argument  kind  printf-style format  NUL
 //
-// The file is on the host's disk and may say anything. The argument list is therefore read before
-// the file is looked at, by the types compiled in; the file only chooses how an argument that is
-// already there is shown.
+// The file is on the host's disk and may hold anything. The argument list is therefore read by the
+// types compiled in, before the stored form is used; the stored form only chooses how an argument
+// that was read is shown.
 #include "common/nls/nlsinserts.h"
 
 #include "common/cu/cutime.h"
@@ -28,7 +28,7 @@ constexpr int maxField = 999;
 
 struct Argument {
     nlsConversion type;
-    int width; // what the asterisks took
+    int width; // of the asterisks; -1 without
     int precision;
     union {
         long long number;
@@ -76,7 +76,7 @@ bool takeOne(std::string_view &text, char c) noexcept
     return there;
 }
 
-// A number, an asterisk or nothing; false when the number is too large.
+// Takes a number, an asterisk or nothing off text; false when the number is too large.
 bool takeField(std::string_view &text, int &number, bool &star) noexcept
 {
     star = takeOne(text, '*');
@@ -172,7 +172,7 @@ void printArgument(Output &out, const Argument &argument, const nlsConversion &a
     }
     default: {
         long long number = argument.value.number;
-        // An int that the message shows as unsigned must not grow to 64 bits on the way.
+        // A negative int that the message shows as unsigned must keep its 32 bits.
         if (as.letter != 'd' && as.letter != 'i' && as.longs == 0)
             number = static_cast<long long>(static_cast<unsigned>(number));
         if (as.grouped) {

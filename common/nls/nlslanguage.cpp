@@ -101,6 +101,7 @@ std::size_t nlsConverter_t::convert(char *out, std::size_t size, std::string_vie
             --inLeft;
         } while (inLeft > 0 && (static_cast<unsigned char>(*in) & 0xC0U) == 0x80);
     }
-    iconv(handle, nullptr, nullptr, &at, &left); // a code set with states ends in its first one
+    iconv(handle, nullptr, nullptr, &at,
+          &left); // a code set with shift states must end in the initial one
     return static_cast<std::size_t>(at - out);
 }

@@ -127,7 +127,7 @@ nlsMsgResult nlsMakeMsg(std::uint16_t number, std::string_view stored, nlsConver
         return nlsMsgResult::corrupted;
     if (!nlsKeepsIdentifier(static_cast<std::uint8_t>(severity))) {
         message.remove_prefix(std::min(letter + 2, length));
-    } else if (letter > identifierLength) { // three letters and four digits are what people expect
+    } else if (letter > identifierLength) { // shown with four digits: the first of five is dropped
         std::memmove(buffer.data() + 1, buffer.data(), prefixLength);
         message.remove_prefix(1);
     }

@@ -172,7 +172,7 @@ nlsMsg *nlsObject_t::ReadMsg(std::uint16_t number, bool fromEnglish, bool quietl
             nlsMakeMsg(number, stored, !fromEnglish && converting ? &converter : nullptr, &message);
     if (result == nlsMsgResult::made)
         return message;
-    if (quietly) // the English text will do, and says so itself when it is missing as well
+    if (quietly) // the English text serves; when that is missing too, its own lookup reports it
         KEEL_TRACE(TR_NLS, "Message %d is not in the local repository\n", number);
     else if (result == nlsMsgResult::noMemory)
         report("RBS0109E Insufficient memory for allocation of message structure.\n");

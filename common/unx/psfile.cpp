@@ -282,7 +282,7 @@ void psAppendLocked(const char *path, const char *line, std::size_t length) noex
             psAppendWhole(descriptor, line, length);
         else if (rc == EAGAIN)
             appendUnlocked(descriptor, line, length);
-        close(descriptor); // and with it the lock
+        close(descriptor); // which releases the lock
     }
     errno = reason;
 }

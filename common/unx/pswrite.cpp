@@ -12,7 +12,7 @@ namespace
 {
 constexpr int writeSignals[] = {SIGPIPE, SIGXFSZ};
 
-/// write or pwrite until all is written. `once` writes a part and returns its length.
+/// Calls `once`, which writes a part and returns its length, until all is written or it fails.
 template <class Once> bool writeOn(const void *data, std::size_t length, Once once) noexcept
 {
     const psWriteGuard guard;

@@ -9,7 +9,7 @@
 //           line ends
 //
 // The data start behind the first empty line. Lines go up to the maximum and then from the data
-// start again; "END OF DATA" follows the newest line, and the oldest one that is left comes after.
+// start again; "END OF DATA" follows the newest line, and the oldest remaining line follows that.
 //
 // What must stay true:
 // 1. A file that is not empty and does not begin with the tag is none of ours and is never changed.
@@ -51,7 +51,7 @@ constexpr std::string_view continuedInSegment = "\nContinued at beginning of seg
 constexpr std::size_t longestContinued = continuedInSegment.size() + 12;
 static_assert(longestContinued > traceEndLength, "it must cover the marker it replaces");
 
-// A number left-aligned in a field of blanks; false for anything else.
+// Parses a number left-aligned in a field of blanks; false for anything else.
 bool parseField(std::string_view field, std::uint64_t &number) noexcept
 {
     const std::size_t digits = std::min(field.find(' '), field.size());
@@ -98,8 +98,9 @@ bool isTrace(int descriptor) noexcept
            tagText.starts_with(std::string_view(bytes, static_cast<std::size_t>(length)));
 }
 
-// False with EAGAIN while another process keeps the file for long. Where the file system has no
-// locks, lines of several processes may cover each other; that is better than no trace.
+// False with EAGAIN when another process keeps the lock for long. Any other failure counts as
+// success: on a file system without locks, lines that overwrite each other are better than no
+// trace.
 bool lockFile(int descriptor) noexcept
 {
     const int rc = psFileLock(descriptor);

@@ -3,7 +3,7 @@
 
 namespace
 {
-// The part of a conversion that stands between the percent sign and its letter.
+// The characters that may stand between the percent sign and the letter of a conversion.
 constexpr std::string_view conversionParts = "-+ #0'I123456789.*$hlLqjzt";
 constexpr std::string_view conversionLetters = "diouxXeEfFgGaAcCsSpnm%";
 

@@ -3,7 +3,7 @@
 
 int mtAccessRules(const mtSession &session, std::vector<qryRespAccessData> &rules)
 {
-    // There may be more by the time there is room for those that were counted.
+    // Other sessions may add rules between the count and the read, so it is repeated until all fit.
     std::uint16_t count = 0;
     for (;;) {
         rules.resize(count);

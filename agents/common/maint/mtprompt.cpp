@@ -1,5 +1,5 @@
 // Questions to a person: see the header. Characters are read one by one, so that no buffer but the
-// caller's ever holds a secret and nothing behind the line is lost to the next reader.
+// caller's ever holds a secret and nothing behind the line is taken from the next reader.
 #include "agents/common/maint/mtprompt.h"
 
 #include "agents/common/maint/mttiming.h"
@@ -91,7 +91,8 @@ public:
 
     [[nodiscard]] bool watching() const { return watching_; }
 
-    /// MT_ASK_OK when there is something to read, or the end of it.
+    /// Waits without limit. Returns MT_ASK_OK when there is something to read or the input has
+    /// ended, MT_ASK_SIGNAL, or MT_ASK_ERROR.
     [[nodiscard]] static mtAsk_t wait(int descriptor)
     {
         for (;;) {

@@ -23,7 +23,7 @@ namespace
 /// file gives up the process's lock on it.
 psMutex_t logMutex;
 
-constexpr int kOnceMore = -1; // no errno is
+constexpr int kOnceMore = -1; // no errno value is negative
 
 class Descriptor
 {

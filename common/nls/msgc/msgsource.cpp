@@ -8,7 +8,7 @@
 
 namespace
 {
-constexpr unsigned maxNumber = 32767; // the host's catalogues promise no more
+constexpr unsigned maxNumber = 32767; // the portable limit of message catalogues
 constexpr unsigned maxArgument = 32;
 constexpr std::size_t maxTextLength = 3500; // in UTF-8; the reader takes 4,096 with the inserts
 constexpr char insertMarker = 0x11;
@@ -39,7 +39,7 @@ unsigned takeNumber(std::string_view &text)
     return number;
 }
 
-// Takes "ARGUMENT$CONVERSION" off text, the percent sign being gone already.
+// Takes "ARGUMENT$CONVERSION" off text; the percent sign was taken before.
 void takeInsert(std::string_view &text, MessageText &message)
 {
     const unsigned argument = takeNumber(text);
@@ -83,7 +83,7 @@ void addText(std::string_view text, MessageText &message)
     }
 }
 
-// A line "2503E text"; returns the message it begins.
+// Reads a line "2503E text" and returns the message that it begins.
 MessageText &beginMessage(std::string_view line, unsigned lineNumber, MessageSource &source)
 {
     const unsigned number = takeNumber(line);
