@@ -1,4 +1,4 @@
-// Deleting objects, making them inactive, and deleting what the activity log was told long ago.
+// Deleting objects, making them inactive, and deleting old events of the activity log.
 #include "client/api/client.h"
 #include "client/api/filespace_check.h"
 #include "client/api/guest.h"

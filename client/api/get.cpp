@@ -12,8 +12,9 @@ namespace
 
 constexpr std::uint32_t kMaxObjects = 4096;
 
-/// Returns the name of the object. HOX_RC_OBJECT_UNKNOWN, too, for one that is there but not
-/// granted, and for a damaged one of another node, as nothing tells what it is: all look the same.
+/// Returns the name of the object. Errors: HOX_RC_OBJECT_UNKNOWN, also for an object that is there
+/// but not granted, and for a damaged one of another node, of which nothing shows whether it was
+/// granted: a reader cannot tell them apart.
 Answer<store::ObjectName> expectReadable(Session &session, store::PieceId id, bool mustBeActive)
 {
     auto found = session.space->find(id);

@@ -23,7 +23,7 @@ public:
 
     SecretKey() = default;
 
-    /// From the system's generator. Errors: io.
+    /// Returns a key from the system's generator. Errors: io.
     static Result<SecretKey> random();
     /// Returns a key that `fill` fills: it gets kBytes zero bytes and returns whether it succeeded.
     /// Errors: internal when it did not.

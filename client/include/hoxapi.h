@@ -557,7 +557,7 @@ typedef struct qryBackupData {
     uint16_t stVersion;
     const hoxObjName *objName; /* matched literally: "*" and "?" are text */
     const char *owner;         /* null or empty: any owner */
-    uint8_t objState;          /* the active one comes first, then the newest inactive one */
+    uint8_t objState;          /* order: the active one, then inactive ones, newest first */
 } qryBackupData;
 
 /* By the time of insertion, then by the identifier; or name by name, in an order of the client's
@@ -813,9 +813,9 @@ typedef union hoxDelInfo {
 /*
  * Deletes an object, or makes it inactive: inside a transaction, done when it commits. No operation
  * finds or reads a deleted object; the administrator can bring it back until the grace time of the
- * repository has passed. An object whose description is damaged is deleted by its name only, and at
- * once, not at the commit: it no longer shows, its name is free, and what is left of it is kept
- * aside in the repository, as the local log says. HOX_RC_OBJECT_UNKNOWN, for
+ * repository, where it has one, has passed. An object whose description is damaged is deleted by
+ * its name only, and at once, not at the commit: it no longer shows, its name is free, and what is
+ * left of it is kept aside in the repository, as the local log says. HOX_RC_OBJECT_UNKNOWN, for
  * HOX_DEACTIVATE_BACKUP_ID also when the object is inactive already. After any error but
  * HOX_RC_BAD_CALL_SEQUENCE the transaction publishes nothing.
  *
@@ -879,7 +879,7 @@ typedef struct mcDefinition {
  * HOX_UPDOBJ_ONLY_ID, beside others, means that name must still lead to the object objId: when the
  * name leads to another one by now, nothing changes and the call returns HOX_RC_OBJECT_UNKNOWN.
  * HOX_RC_OBJECT_UNKNOWN, HOX_RC_FS_UNKNOWN, HOX_RC_MC_UNKNOWN; HOX_RC_BAD_ARGUMENT when mask is 0
- * or names what is not known.
+ * or has unknown bits.
  *
  * With sendType HOX_UPDATE_CLASS it defines, changes or deletes a management class, of the whole
  * repository: mcNameP is its name (1 to 30 letters, digits, "_", "-" and ".", in any case), objInfo
@@ -922,8 +922,8 @@ typedef struct hoxGroupOut_t {
  * Groups of objects: a leader and up to 4,096 members, all stored before. A group ties objects
  * together for a query of type HOX_QUERY_GROUP and for nothing else: each is queried, read and
  * deleted by itself as if it were in none. A member that is deleted drops out, one that is renamed
- * stays; with its leader a group goes, without its members. An object leads at most one group, and
- * may be a member of many.
+ * stays; when its leader is deleted the group is, too, but not its members. An object leads at most
+ * one group, and may be a member of many.
  *
  * Every action but HOX_GROUP_OPEN names the group by leaderObjId and its members by memberObjId and
  * memberCount. A session has at most one group open; until HOX_GROUP_CLOSE returns 0 no query finds
@@ -1015,7 +1015,7 @@ int16_t hoxRCMsgEx(hoxHandle_t handle, const hoxRCMsgExIn_t *input, hoxRCMsgExOu
 
 #define HOX_EVENT_MESSAGE 0 /* kind: a message */
 #define HOX_EVENT_SESSION 4 /* kind: an application begins its work in a session; message empty */
-#define HOX_EVENT_SESSION_RESUMED 5 /* kind: it goes on with work begun in an earlier session */
+#define HOX_EVENT_SESSION_RESUMED 5 /* kind: it continues work begun in an earlier session */
 
 #define HOX_LOGEVENTEX_VERSION 2
 typedef struct hoxLogEventExIn_t {

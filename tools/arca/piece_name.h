@@ -12,7 +12,7 @@
 namespace arca::tool
 {
 
-/// Where the agent stores when its option file names no VELO_FS.
+/// The filespace that the agent uses when its option file names no VELO_FS.
 constexpr const char *kAgentFilespace = "/lumoorc";
 
 /// Returns the name of the object. A filespace without a slash at its beginning gets one. Errors:

@@ -16,9 +16,10 @@ struct BlobRequest {
     bool dryRun = false, yes = false, fromStandardInput = false;
 };
 
-/// Logs on, checks every name before it asks, and then removes one after the other; the first
-/// failure ends that, and what was removed before stays removed. Errors: badArgument for a blob
-/// that is not damaged, and when the answer is no; then nothing is removed.
+/// With dryRun both only print what would be done. Logs on, checks every name before it asks, and
+/// then removes one after the other; the first failure ends that, and what was removed before stays
+/// removed. Errors: badArgument for a blob that is not damaged, and when the answer is no; then
+/// nothing is removed.
 Result<void> removeBlobs(const Command &command, const BlobRequest &request, Json &result);
 
 /// Logs on and, after asking, sets the damaged manifest of a piece aside, so that its name is free.

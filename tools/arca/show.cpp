@@ -1,4 +1,4 @@
-// arca show: everything that is known of a piece.
+// arca show: shows one piece with its attributes, its group and its readers.
 #include "agents/common/maint/mtaccess.h"
 #include "agents/common/maint/mtpolicy.h"
 #include "client/base/text.h"

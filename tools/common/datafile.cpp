@@ -179,7 +179,7 @@ u64 folded(const u8 *block)
     return sum ^ sum >> 16;
 }
 
-/// Header, tail and checksum.
+/// Writes header, tail and checksum, after the rest of the block.
 void seal(u8 *block, u8 type, u32 address, u64 changeNumber, u8 sequence)
 {
     block[0] = type;
@@ -211,7 +211,7 @@ void fillOpaque(u8 *block, Random &random)
     }
 }
 
-/// Ascending keys with row identifiers.
+/// Fills the block with ascending keys and row identifiers.
 void fillIndex(u8 *block, Random &random, u64 id, u32 address, Rows &rows)
 {
     auto key = static_cast<u32>(id * 300);
@@ -251,7 +251,7 @@ void fillRows(u8 *block, Random &random, u64 id, Rows &rows)
     std::memset(block + 276, 0, at > 276 ? at - 276 : 0);
 }
 
-/// Transaction slots, and the directory of what fills the block.
+/// Writes the transaction slots and the content of the kind, and returns the rows that can change.
 Rows fill(u8 *block, Kind kind, u64 id, u32 address, u64 changeNumber, Random &random)
 {
     Rows rows;

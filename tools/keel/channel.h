@@ -64,8 +64,8 @@ public:
     /// how much of the last block it filled.
     virtual bool readBlock(std::span<std::byte> block) = 0;
 
-    /// Ends the piece. A backup is durable and visible when this returns; when it throws, nothing
-    /// of the piece is visible.
+    /// Ends the piece. A backup is durable and visible when this returns; after a failure do not
+    /// rely on the piece.
     virtual void closePiece() = 0;
 
     /// Returns an entry for each name, in their order; `found` is false for a piece that is not

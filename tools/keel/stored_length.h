@@ -17,7 +17,7 @@ void addStoredLengths(ChannelOptions options, std::vector<PieceInfo> &pieces);
 /// Returns the size of the blocks to restore a piece in: `asked`, or when that is 0 the default, or
 /// the largest power of two that the stored length is a multiple of. Throws Failure when the length
 /// is no multiple of `asked`: the piece was stored in other blocks. Which these were, the length
-/// does not tell.
+/// does not show.
 [[nodiscard]] std::size_t restoreBlockSize(std::size_t asked,
                                            std::optional<std::uint64_t> storedLength);
 

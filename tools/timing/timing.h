@@ -18,7 +18,8 @@ void addTimingOption(tools::Verb verb, bool &asked);
 /// Returns what was measured so far, for --json: calls and seconds of each category.
 nlohmann::ordered_json timesJson();
 /// Returns the same for people: a table with a line for each category, and its share of
-/// `jobSeconds`. Categories overlap between threads, so shares may add up to more than 100 %.
+/// `jobSeconds`. No moment of a thread is counted twice; with several threads the shares may add up
+/// to more than 100 %.
 std::string timesText(double jobSeconds);
 
 } // namespace tools
