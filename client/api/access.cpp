@@ -27,8 +27,8 @@ Answer<store::AccessRule> ruleFrom(Session &session, const hoxObjName *name, con
     return rule;
 }
 
-/// The rules of the session's node; HOX_RC_ACCESS_DENIED when the session is for another one's
-/// objects.
+/// Returns the rules of the session's node. Errors: HOX_RC_ACCESS_DENIED in a session for another
+/// node's objects.
 Answer<store::AccessRules> ownRules(Session &session)
 {
     ARCA_CHECK(expectOwnObjects(session));

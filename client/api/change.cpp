@@ -14,7 +14,7 @@ using namespace arca::api;
 namespace
 {
 
-/// The name of an object that may be changed now.
+/// Returns the name of an object that the session may change now.
 Answer<store::ObjectName> changeable(Session &session, std::uint8_t sendType,
                                      const hoxObjName *name)
 {

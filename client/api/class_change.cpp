@@ -14,7 +14,7 @@ constexpr std::uint32_t kActions = HOX_UPDCLASS_DEFINE | HOX_UPDCLASS_CHANGE | H
 constexpr std::uint32_t kFields =
     HOX_UPDCLASS_DESCRIPTION | HOX_UPDCLASS_POOL | HOX_UPDCLASS_VERSIONS | HOX_UPDCLASS_DAYS;
 
-/// One action, and fields where there are fields to choose.
+/// Returns true for one action, with the fields that it needs and no others.
 bool isMask(std::uint32_t mask)
 {
     const std::uint32_t action = mask & kActions, fields = mask & kFields;

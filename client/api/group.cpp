@@ -84,7 +84,7 @@ Answer<void> close(Session &session)
     return {};
 }
 
-/// The group that the session has open, when it is the one of that leader.
+/// Adds to or closes the group that the session has open; refused when its leader is another one.
 Answer<void> changeOpen(Session &session, const hoxGroupIn_t &input)
 {
     ARCA_TRY(const store::PieceId leader, firstIdOf(session, input.leaderObjId));

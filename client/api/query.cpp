@@ -252,7 +252,7 @@ void fillAnswer(qryRespMCData &record, const store::ManagementClass &known, bool
     record.isDeleted = known.retired ? 1 : 0;
 }
 
-/// The caller's answer record, if the block holds one.
+/// Returns the caller's buffer when it holds a record of the right size and version.
 template <class Record> Answer<std::span<std::byte>> recordIn(DataBlk *block, std::uint16_t version)
 {
     ARCA_TRY(const auto room, roomIn(block));
@@ -368,7 +368,7 @@ Code deliverNext(Session &session, Query &query, DataBlk *data)
         return query.atEnd;
     const auto &next = query.answers.front();
     if (const auto *piece = std::get_if<store::PieceInfo>(&next)) {
-        // All are of the name that was asked for.
+        // All answers have the name that was asked for: if one may not be read, none may.
         ARCA_TRY(const bool readable, mayRead(session, piece->description.name));
         if (!readable) {
             query.answers.clear();

@@ -11,7 +11,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-// The header-only form does not compile without these two warnings.
+// Included with two warnings off: the header-only form has places that raise them.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wconversion"
 #pragma GCC diagnostic ignored "-Wshadow"

@@ -30,7 +30,7 @@ Error refused(const std::string &path, int number)
     return refused(path, std::generic_category().message(number));
 }
 
-/// With the directories above it.
+/// Makes the directory and those above it; returns true when it is there, else false with errno.
 bool makeDirectories(const std::string &path)
 {
     if (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST)

@@ -38,7 +38,7 @@ template <class Visit> void eachLine(std::string_view text, Visit visit)
     }
 }
 
-/// The password of a line that belongs to the node; empty when the line is another's.
+/// Returns the password of a line that belongs to the node; empty for any other line.
 std::string_view passwordIn(std::string_view line, const std::string &uuid, const std::string &node)
 {
     line = trimmed(line);

@@ -1036,8 +1036,9 @@ typedef struct hoxLogEventExOut_t {
 
 /*
  * Writes an event. Allowed in any state of a session; with handle 0 it goes to the local log,
- * whatever logType says. output may be null. A message is cut to HOX_MAX_LOG_TEXT bytes; its
- * control characters are escaped in the local log ("\n") and become '?' in the activity log. In the
+ * whatever logType says. HOX_LOG_BOTH writes the local log first and, only when that succeeded, the
+ * activity log. output may be null. A message is cut to HOX_MAX_LOG_TEXT bytes; its control
+ * characters are escaped in the local log ("\n") and become '?' in the activity log. In the
  * activity log an event of HOX_SEVERITY_ERROR or worse is durable on return, another one at the
  * latest when the session ends. HOX_RC_LOG_UNAVAILABLE when the log cannot be written now: an event
  * for the activity log is kept (up to 256 KiB) and published with the next; HOX_RC_NOT_SET_UP when

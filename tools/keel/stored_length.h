@@ -10,8 +10,8 @@ namespace keel
 
 /// Fills in the size of every piece that was found. The size of a piece that the agent does not
 /// describe stays empty: the call that needs the piece reports why. No channel may be open; each
-/// piece takes a session of its own. Nothing is written to the database trace. Throws only what
-/// loading the agent cannot turn into an empty size: UsageError and std::bad_alloc.
+/// piece takes a session of its own. Nothing is written to the database trace. Throws only
+/// std::bad_alloc.
 void addStoredLengths(ChannelOptions options, std::vector<PieceInfo> &pieces);
 
 /// Returns the size of the blocks to restore a piece in: `asked`, or when that is 0 the default, or
