@@ -36,7 +36,8 @@ int psFileOpenDirectory(const char *path) noexcept;
 int psFileAboveStandard(int descriptor) noexcept;
 
 /// Creates a new file with mode 0600 from a template that ends in XXXXXX, and writes its name over
-/// the template. Returns -1 with errno set on failure.
+/// the template. Returns -1 with errno set on failure; an empty file of that name may be left when
+/// no descriptor above 2 was free.
 int psFileTemporary(char *path) noexcept;
 
 /// Makes a pipe; ends[0] is to be read from. Returns false with errno set, and nothing is open.

@@ -75,34 +75,38 @@ constexpr std::size_t ORC_MAX_PIECE_NAME = HOX_MAX_LL_NAME - 1; // "/" is put in
 constexpr std::size_t ORC_CTX_SIZE = 1048576;
 
 struct orcObj_t {
-    std::uint32_t hoxHandle; // 0: no session
-    std::uint32_t copyNumber;
-    std::uint32_t mediaPool;
+    std::uint32_t hoxHandle;   // 0: no session
+    std::uint32_t copyNumber;  // 2 to 4 select a management class of the option file
+    std::uint32_t mediaPool;   // traced only
     std::uint32_t buffersSent; // or received
     std::int32_t infoCount;    // names that bkupInfoTypeP has room for
-    std::int16_t state;
+    std::int16_t state;        // ORC_STATE_
     std::int16_t resumedPiece; // positive: the piece continues work of an earlier session
     std::uint32_t prevError;   // 1: a transfer of this piece failed, nothing more may be sent
-    std::uint32_t blockSize;
-    std::int64_t maxSize;
-    std::int32_t cliType;
+    std::uint32_t blockSize;   // bytes, of the open piece
+    std::int64_t maxSize;      // as sbtbackup was given it; 0: not announced
+    std::int32_t cliType;      // as nlinit takes it
     char nodeName[HOX_MAX_NODE_NAME + 1];
     std::uint64_t bytesTransferred;
     hoxObjName hoxName;
     char objInfo[HOX_MAX_OBJ_INFO];
-    std::time_t startTime;
+    std::time_t startTime;   // of the piece
     char objName[1026];      // the database names, in double quotes
     sbtPair *bkupInfoTypeP;  // owned, with the values of its pairs
     std::FILE *testDataFile; // owned
     std::uint64_t dbSize;    // bytes
+    // The transfer buffer of a test flag, null without it: bytes in all, bytes held, 1 while the
+    // close sends the rest, 1 while it holds nothing unsent.
     std::uint32_t veloBuffSize;
     std::uint32_t veloBuffFill;
     std::uint32_t veloBuffFlush;
     std::uint32_t veloBuffEmpty;
     char *veloBuffP; // owned
+    // Code and text of the last failure, for sbterror. No success clears the code; sbtwrite2,
+    // sbtrestore and the end of a file clear the text.
     std::uint64_t sbtErrCode;
     char errText[ORC_ERRTEXT_SIZE];
-    std::int32_t bUsePwGenerate;
+    std::int32_t bUsePwGenerate; // 1: the storage client keeps the node's password
 
     char options[OPT_COUNT][ORC_OPTION_SIZE];
     char sessionOptions[ORC_SESSION_OPTIONS_SIZE];
@@ -119,12 +123,12 @@ constexpr std::size_t ORC_SCRATCH_SIZE = 63;
 struct orcBlock_t {
     std::uint32_t orcHandle; // version-1 interface
     std::uint16_t orcState;  // version-1 interface
-    std::uint64_t blockSize;
-    std::uint32_t ctxState;
-    std::uint32_t BlockID; // process identifier; 0: the entry is free
-    std::uint64_t bytesDone;
-    char *strP; // ORC_SCRATCH_SIZE bytes, owned, kept when the entry is freed
-    std::uint64_t cleared;
+    std::uint64_t blockSize; // version-1 interface, bytes
+    std::uint32_t ctxState;  // ORC_STATE_ of the version-1 interface
+    std::uint32_t BlockID;   // process identifier; 0: the entry is free
+    std::uint64_t bytesDone; // version-1 interface, for the filespace's occupancy
+    char *strP;              // ORC_SCRATCH_SIZE bytes, owned, kept when the entry is freed
+    std::uint64_t cleared;   // always 0; keeps the layout
     char fileName[96]; // the entry's name area: the node, or the file of the version-1 interface
     orcObj_t *orcCtxP; // owned
 };

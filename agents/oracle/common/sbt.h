@@ -98,8 +98,9 @@ SBT_EXPORT int sbtremove2(void *ctx, unsigned long flags, char **pieceNames);
 /// Appends a text (at most 512 characters, the rest is dropped silently) to the options of all
 /// later sessions of the channel. Its content is not checked.
 SBT_EXPORT int sbtcommand(void *ctx, unsigned long flags, void *command);
-/// Returns the code and the text of the last failure; a success does not clear them. Any of the
-/// places may be null. *nativeMsg points into the context; *utf8Msg is always null.
+/// Returns the code and the text of the last failure. No success clears the code; sbtwrite2,
+/// sbtrestore and the end of a file clear the text. Any of the places may be null. *nativeMsg
+/// points into the context; *utf8Msg is always null.
 SBT_EXPORT int sbterror(void *ctx, unsigned long flags, unsigned long *error, void **nativeMsg,
                         void **utf8Msg);
 

@@ -1,4 +1,4 @@
-// sbterror: the code and the text of the last failure. They are not cleared by a success.
+// sbterror: the code and the text of the last failure.
 #include "agents/oracle/common/callscope.h"
 #include "agents/oracle/common/errorlog.h"
 

@@ -25,9 +25,11 @@ std::uint16_t veloCheck_API_Level();
 /// file /tmp/VELO.* stays.
 std::uint16_t psDoHoxSetUp(orcObj_t *ctx);
 
-/// Opens a session and stores its handle in the context. Returns 0, the storage client's code, or
-/// that of the password reader; a failure is reported. When the client refuses the session, the
-/// context's state becomes 1 (initialised); when its facts cannot be read, the session stays open.
+/// Opens a session for a context that has none and stores its handle there. Options of the session
+/// that cannot be read are reported, and the session is good all the same. Returns 0, the storage
+/// client's code, or that of the password reader; a failure is reported. When the client refuses
+/// the session, the context's state becomes 1 (initialised); when its facts cannot be read, the
+/// session stays open.
 std::int16_t veloSession(orcObj_t *ctx);
 
 /// Prepares what a session start needs: when the client keeps the password, the context's option
