@@ -46,14 +46,14 @@
  *
  * OWNERSHIP
  *   The caller owns every buffer and record. The library keeps no pointer that it was given beyond
- *   the call (hoxSetUp and hoxInitEx copy what they need), but for the progress function of a query,
- *   which is called until hoxEndQuery; it hands out no memory of its own.
+ *   the call (hoxSetUp and hoxInitEx copy what they need), but for the progress function of a
+ *   query and its context, used until hoxEndQuery. It hands out no memory of its own.
  *
  * RECORDS
  *   Each record begins with stVersion, filled in by the caller with the version named beside the
  *   record; a version that the library does not know is HOX_RC_BAD_VERSION. Fields that the caller
  *   does not use are 0. Texts are NUL-terminated. A 64-bit quantity is two 32-bit halves (hox64_t),
- *   high half first. Times are local time.
+ *   high half first. A hoxDate is local time; seconds count from 1970, UTC.
  */
 /* clang-format on */
 #ifndef HOXAPI_H
