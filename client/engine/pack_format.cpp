@@ -84,8 +84,6 @@ Result<PackHeader> parsePackHeader(ByteView bytes)
     const ByteView salt = reader.raw(kPackSaltBytes);
     if (!reader.ok() || reader.remaining() != 0 || !ours)
         return damaged("it does not begin as a pack does");
-    if (version > kVersion)
-        return Error{ErrorKind::newerFormat, "it was written by a newer release"};
     if (version != kVersion || cipher > static_cast<std::uint32_t>(Cipher::aes256))
         return damaged("its header makes no sense");
     PackHeader header;

@@ -3,7 +3,7 @@
 //
 //   header    offset  size
 //                  0     8  "ARCAPACK"
-//                  8     4  version, 1
+//                  8     4  version, 1; any other is damage, as repository.cpp explains
 //                 12     4  cipher: 0 none (authenticated only), 1 AES-128-GCM, 2 AES-256-GCM
 //                 16    16  identifier of the pack: 12 random bytes of the stream that wrote it,
 //                           then the number of the pack in that stream (from 0)
@@ -95,7 +95,7 @@ struct PackTrailer {
 PackId successorOf(const PackId &id);
 
 Bytes encodePackHeader(const PackHeader &header);
-/// From exactly kPackHeaderBytes. `damaged`, `newerFormat`.
+/// From exactly kPackHeaderBytes. Errors: damaged.
 Result<PackHeader> parsePackHeader(ByteView bytes);
 
 /// With its checksum, which covers `header`, too.

@@ -122,8 +122,6 @@ Result<ManifestHeader> parseManifestHeader(ByteView bytes)
     const std::uint32_t padding = reader.u32();
     if (!reader.ok() || reader.remaining() != 0 || !ours)
         return damaged("it does not begin as a piece does");
-    if (version > kVersion)
-        return Error{ErrorKind::newerFormat, "it was written by a newer release"};
     if (version != kVersion || cipher > static_cast<std::uint32_t>(Cipher::aes256) ||
         header.id == 0 || padding != 0 || header.descriptionBytes < kTagBytes ||
         header.descriptionBytes > kMaxDescriptionBytes)

@@ -3,7 +3,7 @@
 //
 //   header    offset  size
 //                  0     8  "ARCAMANI"
-//                  8     4  version, 1
+//                  8     4  version, 1; any other is damage, as repository.cpp explains
 //                 12     4  cipher: 0 none (authenticated only), 1 AES-128-GCM, 2 AES-256-GCM
 //                 16     8  identifier of the piece
 //                 24    32  salt, random
@@ -84,7 +84,7 @@ struct ManifestEnd {
 };
 
 Bytes encodeManifestHeader(const ManifestHeader &header);
-/// From exactly kManifestHeaderBytes, whatever they are. `damaged`, `newerFormat`.
+/// From exactly kManifestHeaderBytes, whatever they are. Errors: damaged.
 Result<ManifestHeader> parseManifestHeader(ByteView bytes);
 Bytes encodeManifestTail(ByteView headerBytes, const ManifestHeader &header,
                          const ManifestTail &tail);

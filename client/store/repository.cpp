@@ -9,6 +9,12 @@
 // Version 1 kept nothing under keys, and is not read any more. Version 2 had no inactive pieces,
 // and gets none. Up to version 3 records carry no proof of who wrote them (record_seal.h).
 //
+// The versions of manifests and packs are bound to it. Nothing proves their headers where they are
+// read first, so an unknown version there is damage like any other flipped bit: taken for a newer
+// release's, one bit would stop the node. A release that writes another version must do so only in
+// repositories whose marker has a later version, and must not change the marker of one that a
+// session may have open: an older release would set the new manifests aside.
+//
 // No key is shared by all nodes, so the records of the repository, its management classes, are
 // bound to their place and to this repository only: the key of their digest is SHA-256 of
 // "records of the repository" and its identifier, which who can read the marker can make, too.

@@ -25,9 +25,7 @@ TEST_F(StoreDamage, EveryFlippedByteAndEveryCutOfAPieceIsFound)
             files_.contentOf(path) = bad;
             const auto stream = restore("small");
             ASSERT_FALSE(stream) << path << ": " << what << " passed unnoticed";
-            EXPECT_TRUE(stream.error().kind == ErrorKind::damaged ||
-                        stream.error().kind == ErrorKind::newerFormat)
-                << stream.error().text;
+            EXPECT_EQ(stream.error().kind, ErrorKind::damaged) << what << stream.error().text;
         };
         for (std::size_t i = 0; i < good.size(); ++i) {
             std::string bad = good;
@@ -195,7 +193,14 @@ TEST_F(StoreDamage, ARecordInThePlaceOfAnotherKindIsFound)
 
 /// One manifest that cannot be read holds up nothing else: its name is stored again, what is dead
 /// goes, and only the packs that it may need are kept, until somebody gives it up.
-TEST_F(StoreDamage, ADamagedManifestHoldsUpNothingElse)
+class DamagedManifest : public test::StoreFaults, public testing::WithParamInterface<std::size_t>
+{
+};
+INSTANTIATE_TEST_SUITE_P(Bytes, DamagedManifest,
+                         testing::Values(8,    // of its version
+                                         70)); // of its description
+
+TEST_P(DamagedManifest, HoldsUpNothingElse)
 {
     const auto before = files_.paths();
     ASSERT_TRUE(backUp("bad", 'b', 3000));
@@ -203,7 +208,7 @@ TEST_F(StoreDamage, ADamagedManifestHoldsUpNothingElse)
     ASSERT_EQ(blobs.size(), 2U);
     ASSERT_TRUE(backUp("older", 'o', 3000) && remove("older"));
     std::string &bad = files_.contentOf(blobs[1]);
-    bad[70] = static_cast<char>(bad[70] ^ 1); // of its description
+    bad[GetParam()] ^= 0x10;
     ASSERT_FALSE(restore("bad"));
 
     auto totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
@@ -253,7 +258,8 @@ TEST_F(StoreDamage, ADamagedPackHoldsUpNothingElse)
     const auto before = files_.paths();
     ASSERT_TRUE(backUp("bad", 'b', 3000));
     const std::string pack = added(before).front();
-    files_.contentOf(pack)[30] = 'x';
+    files_.contentOf(pack)[8] ^= 0x10; // of its version
+    EXPECT_NE(store::verify(*space_, {}, {})->recorded, 0U);
     auto totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->deadPacks, 1U) << "that of a piece that is gone";
