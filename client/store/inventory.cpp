@@ -10,6 +10,7 @@
 #include "client/store/stored_manifests.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
 
 namespace arca::store
@@ -57,16 +58,38 @@ PieceId leadingDigits(std::string_view blobName, std::size_t digits)
     return value;
 }
 
+std::uint32_t upperHalf(PieceId id)
+{
+    return static_cast<std::uint32_t>(id >> 32);
+}
+
 struct Found {
     std::uint64_t manifests = 0;
     Ids ids;
-    std::vector<std::uint32_t> damaged; // upper halves of what may be in damaged manifests
+    /// Of each damaged manifest the identifier that its header claims, or, when that cannot be, the
+    /// upper half that its name gives and 0.
+    Ids damaged;
 
-    bool mayHold(PieceId id) const
-    {
-        return std::ranges::binary_search(damaged, static_cast<std::uint32_t>(id >> 32));
-    }
+    Ids missingOf(const Ids &stock) const;
 };
+
+/// Returns what of the stock is in no manifest. A damaged one stands for one piece at most: the one
+/// that it claims to be; else for some other one of its name.
+Ids Found::missingOf(const Ids &stock) const
+{
+    Ids missing = without(stock, ids);
+    std::map<std::uint32_t, std::size_t> unclear;
+    for (const PieceId id : damaged) {
+        const bool inStock = std::ranges::binary_search(stock, id);
+        std::erase(missing, id);
+        unclear[upperHalf(id)] += inStock ? 0 : 1;
+    }
+    std::erase_if(missing, [&](PieceId id) {
+        const auto left = unclear.find(upperHalf(id));
+        return left != unclear.end() && left->second != 0 && left->second-- != 0;
+    });
+    return missing;
+}
 
 /// The upper half of the identifier that a set-aside manifest had: the digits of its former name
 /// follow its place.
@@ -77,6 +100,13 @@ std::optional<std::uint32_t> formerHalf(std::string_view blobName)
         return std::nullopt;
     const std::string had = "/" + std::string(blobName.substr(dash + 1));
     return static_cast<std::uint32_t>(leadingDigits(had, 8));
+}
+
+/// What a damaged manifest stands for: see Found::damaged.
+PieceId claimedBy(blob::BlobReader &blob, std::uint32_t half)
+{
+    const auto claimed = peekIdentifier(blob);
+    return claimed && upperHalf(*claimed) == half ? *claimed : PieceId{half} << 32;
 }
 
 /// `but` is left out; empty: none is.
@@ -90,7 +120,7 @@ Result<Found> findManifests(engine::Domain &domain, const std::string &but = {})
             ++found.manifests;
             if (stored.place == ManifestPlace::quarantined) {
                 if (const auto half = formerHalf(stored.blobName))
-                    found.damaged.push_back(*half);
+                    found.damaged.push_back(claimedBy(stored.blob, *half));
                 return {};
             }
             if (stored.place != ManifestPlace::active && stored.place != ManifestPlace::coming) {
@@ -100,14 +130,13 @@ Result<Found> findManifests(engine::Domain &domain, const std::string &but = {})
             const auto high = static_cast<std::uint32_t>(leadingDigits(stored.blobName, 8));
             // Proven, as a header that was altered could stand for another piece of that name.
             const auto manifest = readManifest(stored.blob, domain.manifestKey());
-            if (manifest && manifest->info.id >> 32 == high)
+            if (manifest && upperHalf(manifest->info.id) == high)
                 found.ids.push_back(manifest->info.id);
             else
-                found.damaged.push_back(high);
+                found.damaged.push_back(claimedBy(stored.blob, high));
             return {};
         }));
     sortOut(found.ids);
-    std::sort(found.damaged.begin(), found.damaged.end());
     return found;
 }
 
@@ -153,8 +182,7 @@ Result<std::vector<Inventory::Read>> Inventory::readAll(std::vector<std::string>
         }();
         if (note)
             notes.push_back({name, *note});
-        else if (note.error().kind == ErrorKind::damaged ||
-                 note.error().kind == ErrorKind::newerFormat)
+        else if (isUnreadable(note.error()) || note.error().kind == ErrorKind::newerFormat)
             damaged.push_back(name);
         else if (note.error().kind != ErrorKind::notFound) // else a compaction removed it
             return note.error();
@@ -187,8 +215,7 @@ Result<Stock> Inventory::check()
     stock.damaged = std::move(noted.damaged);
     ARCA_TRY(const Found found, findManifests(domain_));
     stock.found = found.manifests;
-    stock.missing = without(noted.stock, found.ids);
-    std::erase_if(stock.missing, [&](PieceId id) { return found.mayHold(id); });
+    stock.missing = found.missingOf(noted.stock);
     if (stock.missing.empty())
         return stock;
     // What was purged since the notes were read was noted as gone before.
@@ -205,16 +232,14 @@ Result<void> Inventory::noteGivenUp(const std::string &blobName)
         return {};
     ARCA_TRY(const Noted noted, readStock());
     ARCA_TRY(const Found others, findManifests(domain_, blobName));
-    Ids its = without(noted.stock, others.ids);
-    std::erase_if(its, [&](PieceId id) {
-        return static_cast<std::uint32_t>(id >> 32) != *half || others.mayHold(id);
-    });
-    // Of several pieces of that name, those that its header does not claim stay missing.
+    Ids its = others.missingOf(noted.stock);
+    std::erase_if(its, [&](PieceId id) { return upperHalf(id) != *half; });
+    if (its.empty())
+        return {};
+    // It was one piece: of several that are missing of that name, the others stay missing.
     const auto blob = domain_.blobs().open(blobName);
-    const auto claimed = blob ? peekIdentifier(**blob) : Result<PieceId>(blob.error());
-    if (claimed && std::ranges::binary_search(its, *claimed))
-        its = {*claimed};
-    return its.empty() ? Result<void>() : noteWent(std::move(its));
+    const PieceId claimed = blob ? claimedBy(**blob, *half) : 0;
+    return noteWent({std::ranges::binary_search(its, claimed) ? claimed : its.front()});
 }
 
 Result<void> Inventory::put(const Note &note)
@@ -286,7 +311,7 @@ CommitNote::CommitNote(engine::Domain &domain) : domain_(domain)
 {
     if (!Inventory(domain).isKept())
         return;
-    if (auto begun = domain.blobs().begin())
+    if (auto begun = blob::withReserve(domain.blobs(), [&] { return domain.blobs().begin(); }))
         blob_ = std::move(begun).value();
 }
 
@@ -300,8 +325,12 @@ void CommitNote::write(std::vector<PieceId> came)
     if (!name)
         return;
     const auto sealed = RecordSeal(domain_).seal(*name, encodeNote({std::move(came), {}}));
-    if (sealed && blob_->append(*sealed))
-        (void)blob_->commit(*name);
+    // The piece took the last space, perhaps. Until the note has its name, the blob that was begun
+    // goes on to be a claim.
+    const bool written = sealed && blob_->append(*sealed) && blob_->commit(*name);
+    if (sealed && !written)
+        (void)blob::withReserve(domain_.blobs(),
+                                [&] { return blob::putWhole(domain_.blobs(), *name, *sealed); });
     blob_.reset();
 }
 

@@ -55,8 +55,8 @@ public:
     explicit Inventory(engine::Domain &domain) : domain_(domain) {}
 
     bool isKept() const { return domain_.recordForm() == engine::RecordForm::keyed; }
-    /// Compares the notes with the manifests that are there. A damaged manifest counts as the piece
-    /// that its place is for.
+    /// Compares the notes with the manifests that are there. A damaged manifest counts as one piece
+    /// of the name that its place is for. Notes that cannot be read are passed over.
     Result<Stock> check();
     /// Notes durably that these went. Only who holds the node's lock of reclaiming may call it.
     Result<void> noteWent(std::vector<PieceId> went);
@@ -86,7 +86,8 @@ private:
 class CommitNote
 {
 public:
-    /// Never fails: where nothing can be written, nothing will be noted.
+    /// Never fails: where nothing can be written, nothing will be noted. On a full disk the space
+    /// that the store keeps back is used.
     explicit CommitNote(engine::Domain &domain);
     ~CommitNote();
     /// After the pieces became visible.

@@ -15,11 +15,14 @@ namespace arca::store
 namespace
 {
 
-/// The last part of the blob's name, without the change that an inactive one came with.
+/// The last part of the blob's name, without the change that an inactive one came with or the time
+/// of a removal; of one in the quarantine that of its name before.
 Bytes digitsIn(const std::string &blobName)
 {
-    const auto last = std::string_view(blobName).substr(blobName.rfind('/') + 1);
-    const auto digits = fromHex(last.substr(0, last.find('.')));
+    auto last = std::string_view(blobName).substr(blobName.rfind('/') + 1);
+    if (blobName.starts_with("quarantine/"))
+        last = last.substr(last.find('-') + 1);
+    const auto digits = fromHex(last.substr(0, last.find_first_of(".-")));
     return digits ? *digits : Bytes();
 }
 

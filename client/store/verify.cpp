@@ -8,6 +8,7 @@
 #include "client/store/inventory.h"
 #include "client/store/manifest_writer.h"
 #include "client/store/object_record.h"
+#include "client/store/quarantine.h"
 #include "client/store/record_kinds.h"
 #include "client/store/remembered_name.h"
 
@@ -62,6 +63,7 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
         {"pieces/" + nodeKey + "/", Checked::piece, true},
         {"inactive/" + nodeKey + "/", Checked::piece, true},
         {"removed/" + nodeKey + "/", Checked::piece, true},
+        {"quarantine/" + nodeKey + "/", Checked::piece, false},
     };
 }
 
@@ -70,8 +72,8 @@ class Verification
 public:
     Verification(NodeSpace &space, const VerifyRequest &request, const VerifyWatcher &watcher)
         : space_(space), blobs_(space.domain().blobs()), packs_(space.domain().packs()),
-          damage_(space.domain()), request_(request), watcher_(watcher),
-          sections_(sectionsOf(space.domain().nodeKey()))
+          damage_(space.domain()), quarantine_(space.domain()), request_(request),
+          watcher_(watcher), sections_(sectionsOf(space.domain().nodeKey()))
     {
     }
 
@@ -86,6 +88,7 @@ private:
     Result<Went> checkSections();
     Result<Went> checkUnder(const Section &section, const std::string &directory);
     Result<Went> checkOne(const std::string &blobName, Checked what);
+    Went tellQuarantined(const std::string &blobName);
     Result<void> checkRecord(const std::string &blobName);
     Result<void> checkDamage(const std::string &blobName, ByteView bytes);
     Result<void> checkPack(const std::string &blobName);
@@ -107,6 +110,7 @@ private:
     blob::BlobStore &blobs_;
     const engine::PackStore &packs_;
     DamageRecords damage_;
+    const Quarantine quarantine_;
     const VerifyRequest request_;
     const VerifyWatcher &watcher_;
     const std::vector<Section> sections_;
@@ -198,6 +202,8 @@ Result<Verification::Went> Verification::checkUnder(const Section &section,
 {
     std::vector<std::string> names;
     ARCA_CHECK(blobs_.list(section.prefix + directory, [&](const std::string &name) {
+        if (name.starts_with(quarantine_.prefix()) && !quarantine_.isManifest(name))
+            return true; // what a manifest there may need
         // Names of sections that come later are not compared.
         if (!round().last.starts_with(section.prefix) || name > round().last)
             names.push_back(name);
@@ -218,6 +224,8 @@ Result<Verification::Went> Verification::checkOne(const std::string &blobName, C
     const bool first = progress_.done == 0;
     if (!first && (isOut() || (request_.percent < 100 && progress_.done >= progress_.planned)))
         return Went::out;
+    if (quarantine_.isManifest(blobName))
+        return tellQuarantined(blobName);
     const auto check = what == Checked::record ? &Verification::checkRecord
                        : what == Checked::pack ? &Verification::checkPack
                                                : &Verification::checkPiece;
@@ -234,6 +242,22 @@ Result<Verification::Went> Verification::checkOne(const std::string &blobName, C
     tellProgress();
     if (Clock::now() - saved_ >= kSaveEvery)
         save();
+    return Went::on;
+}
+
+/// A piece that was acknowledged, and is not there for a restore.
+Verification::Went Verification::tellQuarantined(const std::string &blobName)
+{
+    if (isGone(blobName))
+        return Went::on;
+    ++outcome_.quarantined;
+    ++round().hurt;
+    if (watcher_.hurt)
+        watcher_.hurt({Checked::piece, nameOf(blobName, Checked::piece),
+                       "it is damaged and was set aside; arca repair brings it back when it can be "
+                       "read after all, arca rm --blob gives it up"});
+    ++progress_.done;
+    round().last = blobName;
     return Went::on;
 }
 

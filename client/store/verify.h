@@ -4,12 +4,12 @@
 //
 // Checked are, one blob after the other: the small records of the node and of the repository; the
 // packs (each opens, and its index agrees with the rest of it); the pieces (each opens, and every
-// run of it leads to blocks that are there). A frame that was found damaged counts as damaged until
-// a run with readData reads it and finds it right. With readData every frame of every pack is
-// opened and its blocks are compared with their identities, whether a piece uses them or not, and
-// every piece is read to its end and compared with its length and digest. Names are the only thing
-// kept in memory that grows: those of the 256th part of the packs or pieces at a time, and of the
-// records.
+// run of it leads to blocks that are there). What lies in the quarantine is named. A frame that was
+// found damaged counts as damaged until a run with readData reads it and finds it right. With
+// readData every frame of every pack is opened and its blocks are compared with their identities,
+// whether a piece uses them or not, and every piece is read to its end and compared with its length
+// and digest. Names are the only thing kept in memory that grows: those of the 256th part of the
+// packs or pieces at a time, and of the records.
 #ifndef KEEL_CLIENT_STORE_VERIFY_H
 #define KEEL_CLIENT_STORE_VERIFY_H
 
@@ -48,9 +48,10 @@ struct VerifyProgress {
 struct VerifyOutcome {
     std::uint64_t records = 0, packs = 0, pieces = 0;
     std::uint64_t hurtRecords = 0, hurtPacks = 0, hurtPieces = 0;
-    std::uint64_t recorded = 0; // damaged parts of packs that have a record now
-    std::uint64_t healed = 0;   // records that went, as their parts are right again or gone
-    std::uint64_t missing = 0;  // pieces that were stored, never removed, and are not there
+    std::uint64_t recorded = 0;    // damaged parts of packs that have a record now
+    std::uint64_t healed = 0;      // records that went, as their parts are right again or gone
+    std::uint64_t quarantined = 0; // damaged manifests that were set aside, and lie there
+    std::uint64_t missing = 0;     // pieces that were stored, never removed, and are not there
     bool onlyPacks = false; // there are packs, no piece at all, and no stream that is being stored
     std::uint64_t bytesRead = 0;
     bool roundEnded = false;
@@ -58,7 +59,7 @@ struct VerifyOutcome {
 
     std::uint64_t hurt() const
     {
-        return hurtRecords + hurtPacks + hurtPieces + missing + (onlyPacks ? 1 : 0);
+        return hurtRecords + hurtPacks + hurtPieces + quarantined + missing + (onlyPacks ? 1 : 0);
     }
 };
 

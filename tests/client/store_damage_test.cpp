@@ -229,6 +229,7 @@ TEST_P(DamagedManifest, HoldsUpNothingElse)
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->deadPacks, 1U) << "the pack that came later";
     EXPECT_EQ(totals->damagedManifests.size(), 1U) << "it is in the quarantine";
+    EXPECT_EQ(store::verify(*space_, {}, {})->hurt(), 1U) << "and cannot be restored";
 
     // A name is taken to the letter: whatever leads elsewhere, or somewhere in another way, is
     // none.
@@ -247,6 +248,7 @@ TEST_P(DamagedManifest, HoldsUpNothingElse)
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->damagedManifests.size(), 0U);
     EXPECT_EQ(totals->deadPacks, 3U) << "those of bad, older and gone";
+    EXPECT_TRUE(isSound());
     expectPiece("bad", 'n', 2000);
     expectPiece("kept", 'k', 5000);
     for (const std::string &path : files_.paths())

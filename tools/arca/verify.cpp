@@ -56,6 +56,7 @@ void fill(const store::VerifyOutcome &outcome, Json &result)
     result["bytesRead"] = outcome.bytesRead;
     result["recorded"] = outcome.recorded;
     result["healed"] = outcome.healed;
+    result["quarantined"] = outcome.quarantined;
     result["missing"] = outcome.missing;
     result["onlyPacks"] = outcome.onlyPacks;
     result["roundEnded"] = outcome.roundEnded;
@@ -84,6 +85,15 @@ void print(const store::VerifyRequest &request, const store::VerifyOutcome &outc
                    outcome.recorded);
     if (outcome.round.proven != 0)
         fmt::print("Proven      everything, since {}\n", tools::utcTimeText(outcome.round.proven));
+}
+
+std::string quarantineText(const store::VerifyOutcome &outcome)
+{
+    if (outcome.quarantined == 0)
+        return {};
+    return fmt::format("; {} in the quarantine: arca repair brings back what can be read, arca rm "
+                       "--blob gives up the rest",
+                       outcome.quarantined);
 }
 
 Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
@@ -116,21 +126,20 @@ Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
         print(request, outcome);
     if (outcome.hurt() == 0)
         return {};
+    const std::string hurtText =
+        fmt::format("hurt: {} pieces, {} packs, {} records{}", outcome.hurtPieces,
+                    outcome.hurtPacks, outcome.hurtRecords, quarantineText(outcome));
     if (outcome.missing != 0)
-        return Error{
-            ErrorKind::damaged,
-            fmt::format("{} {} stored and never removed, and {} not there; hurt: {} pieces, "
-                        "{} packs, {} records",
-                        outcome.missing, outcome.missing == 1 ? "piece was" : "pieces were",
-                        outcome.missing == 1 ? "is" : "are", outcome.hurtPieces, outcome.hurtPacks,
-                        outcome.hurtRecords)};
+        return Error{ErrorKind::damaged,
+                     fmt::format("{} {} stored and never removed, and {} not there; {}",
+                                 outcome.missing,
+                                 outcome.missing == 1 ? "piece was" : "pieces were",
+                                 outcome.missing == 1 ? "is" : "are", hurtText)};
     if (outcome.onlyPacks)
         return Error{ErrorKind::damaged,
                      "there are packs and no piece at all: if none should be there, arca reclaim "
                      "--max-freed 100 frees them, else bring the missing files back"};
-    return Error{ErrorKind::damaged,
-                 fmt::format("hurt: {} pieces, {} packs, {} records", outcome.hurtPieces,
-                             outcome.hurtPacks, outcome.hurtRecords)};
+    return Error{ErrorKind::damaged, hurtText};
 }
 
 } // namespace
@@ -155,7 +164,7 @@ void addVerify(tools::Verb app, Command &command)
         "Example: arca verify --read-data --max-duration 2h\n"
         "It writes nothing but records of damaged packs, which backups then do not count on, and "
         "may run beside backups and restores. Exit status 1, and a line for each, when "
-        "something is hurt.\n"
+        "something is hurt or lies in the quarantine.\n"
         "It is about what NODENAME keeps itself; ASNODE changes nothing.");
     verb.onChosen([&command, asked] {
         command.verb = "verify";
