@@ -5,6 +5,7 @@
 #include "client/api/guest.h"
 #include "client/api/records.h"
 #include "client/base/text.h"
+#include "client/store/stored_manifests.h"
 
 #include <limits>
 
@@ -35,7 +36,7 @@ Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
     };
     if (asked->objState != HOX_STATE_INACTIVE) {
         auto found = session.space->find(name);
-        if (!found && found.error().kind == ErrorKind::damaged)
+        if (!found && store::isUnreadable(found.error()))
             query.damage = Refusal(std::move(found).error()); // returned by hoxGetNextQObj
         else if (!found)
             return Refusal(std::move(found).error());
@@ -43,7 +44,10 @@ Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
             answer(std::move(**found));
     }
     if (asked->objState == HOX_STATE_INACTIVE || asked->objState == HOX_STATE_ANY) {
-        ARCA_TRY(auto found, session.space->inactiveOf(name));
+        std::optional<Error> passedOver;
+        ARCA_TRY(auto found, session.space->inactiveOf(name, &passedOver));
+        if (passedOver && !query.damage)
+            query.damage = Refusal(std::move(*passedOver));
         for (store::PieceInfo &piece : found)
             answer(std::move(piece));
     }
@@ -57,7 +61,7 @@ Answer<Query> queryGroup(Session &session, const qryGroupData *asked)
     Query query;
     if (session.isGuest())
         return query; // rules name objects, not groups
-    const auto leader = session.space->firstId(joined(asked->leaderObjId));
+    const auto leader = session.space->firstId(joined(asked->leaderObjId), true);
     if (!leader && leader.error().kind == ErrorKind::notFound)
         return query;
     ARCA_CHECK(leader);
@@ -71,6 +75,10 @@ Answer<Query> queryGroup(Session &session, const qryGroupData *asked)
         auto found = session.space->find(id);
         if (!found && found.error().kind == ErrorKind::notFound)
             continue; // deleted
+        if (!found && store::isUnreadable(found.error())) {
+            query.damage = Refusal(std::move(found).error()); // told when the others are fetched
+            continue;
+        }
         ARCA_CHECK(found);
         query.answers.emplace_back(std::move(*found));
     }

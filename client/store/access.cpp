@@ -6,6 +6,7 @@
 #include "client/store/node_registry.h"
 #include "client/store/node_space.h"
 #include "client/store/record_forms.h"
+#include "client/store/stored_manifests.h"
 
 #include <algorithm>
 
@@ -120,7 +121,7 @@ Result<std::vector<AccessRule>> AccessRules::readAll(std::vector<std::string> &d
         auto rule = read(name);
         if (!rule && rule.error().kind == ErrorKind::notFound)
             continue; // taken back since the listing
-        if (!rule && rule.error().kind == ErrorKind::damaged) {
+        if (!rule && isUnreadable(rule.error())) {
             damaged.push_back(name);
             continue; // it opens nothing, and is in the way of no other one
         }
@@ -294,7 +295,7 @@ Result<SecretKey> AccessRules::keyFor(const std::string &reader, const std::stri
         const auto proven = !key   ? Result<void>(key.error())
                             : *key ? verify(rule, **key)
                                    : Result<void>();
-        if (!proven && proven.error().kind != ErrorKind::damaged)
+        if (!proven && !isUnreadable(proven.error()))
             return proven.error();
         if (proven && *key)
             return std::move(**key);

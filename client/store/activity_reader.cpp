@@ -1,6 +1,8 @@
 // Reading the activity log: see the header.
 #include "client/store/activity_reader.h"
 
+#include "client/store/stored_manifests.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <ctime>
@@ -148,8 +150,12 @@ Result<void> ActivityReader::readDay(const std::string &day)
         const auto bytes = blob::readWhole(*store_, name, kMaxBlobBytes);
         if (!bytes && bytes.error().kind == ErrorKind::notFound)
             continue; // pruned since the listing
-        ARCA_CHECK(bytes);
-        addLines(textOf(*bytes));
+        if (bytes)
+            addLines(textOf(*bytes));
+        else if (isUnreadable(bytes.error()))
+            ++unreadable_;
+        else
+            return bytes.error();
     }
     std::stable_sort(events_.begin(), events_.end(),
                      [](const LoggedEvent &a, const LoggedEvent &b) { return a.time < b.time; });

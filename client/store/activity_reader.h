@@ -44,7 +44,8 @@ public:
 
     /// Nothing after the last one.
     Result<std::optional<LoggedEvent>> next();
-    /// Returns how many lines of the days that were begun are none of the log's, or were changed.
+    /// Returns how many lines of the days that were begun are none of the log's or were changed. A
+    /// blob that cannot be read counts as one.
     std::size_t unreadable() const { return unreadable_; }
 
 private:

@@ -3,6 +3,7 @@
 
 #include "client/base/text.h"
 #include "client/store/record_forms.h"
+#include "client/store/stored_manifests.h"
 
 namespace arca::store
 {
@@ -86,7 +87,7 @@ Result<std::vector<ChangeOutcome>> Outcomes::list()
     std::vector<ChangeOutcome> outcomes;
     for (const ChangeId change : changes) {
         auto found = find(change);
-        if (!found && found.error().kind != ErrorKind::damaged)
+        if (!found && !isUnreadable(found.error()))
             return std::move(found).error();
         if (found && *found)
             outcomes.push_back(std::move(**found));

@@ -2,6 +2,7 @@
 #include "client/store/named_pieces.h"
 
 #include "client/base/text.h"
+#include "client/store/stored_manifests.h"
 
 #include <algorithm>
 #include <tuple>
@@ -67,7 +68,7 @@ Result<std::optional<std::vector<ObjectName>>> literalNames(NodeSpace &space,
     const auto known =
         filespacesOf(space.domain().blobs(), space.domain().nodeKey(), RecordSeal(space.domain()));
     // A record that is hurt is in the way of those only who ask for what is in its filespace.
-    if (!known && known.error().kind == ErrorKind::damaged)
+    if (!known && isUnreadable(known.error()))
         return Names();
     ARCA_CHECK(known);
     Names names(std::in_place);

@@ -150,8 +150,8 @@ Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
         return {};
     }
     // It was acknowledged to no one, so it is not kept either.
-    for (const auto look : {&NodeSpace::locate, &NodeSpace::locateInactive})
-        if (auto located = (this->*look)(piece.id()); located) {
+    for (int place = 0; place < 3; ++place) // coming/, pieces/, inactive/
+        if (const auto located = locateAnywhere(piece.id())) {
             (void)store_.remove(located->blobName, *located->blob);
             forget(piece.id());
         }

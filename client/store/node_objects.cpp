@@ -4,6 +4,7 @@
 #include "client/store/coming_piece.h"
 #include "client/store/node_space.h"
 #include "client/store/quarantine.h"
+#include "client/store/stored_manifests.h"
 
 #include <algorithm>
 #include <ctime>
@@ -79,12 +80,13 @@ Result<void> NodeSpace::expectSame(PieceId asked, PieceId found, const ObjectRec
 Result<NodeSpace::Located> NodeSpace::locateShown(PieceId asked)
 {
     PieceId id = asked;
+    Error failure = unknownId(asked);
     for (int names = 0; names < kMaxNames && id != 0; ++names) {
-        // In this order: a piece is in its inactive place before it leaves the other one.
-        auto located = locate(id);
-        if (!located && located.error().kind == ErrorKind::notFound)
-            located = locateInactive(id);
-        if (!located && located.error().kind != ErrorKind::notFound)
+        auto located = locateAnywhere(id);
+        // What cannot be read may be another piece, and the one asked for may have another name.
+        if (!located && isUnreadable(located.error()))
+            failure = located.error();
+        else if (!located && located.error().kind != ErrorKind::notFound)
             return located;
         if (located) {
             ARCA_TRY(auto record, recordIfShown(located->info, located->blobName));
@@ -110,7 +112,7 @@ Result<NodeSpace::Located> NodeSpace::locateShown(PieceId asked)
                 break;
         }
     }
-    return unknownId(asked);
+    return failure;
 }
 
 /// Whether the name of a blob is in use, by another piece than those that are replaced. What the
@@ -174,16 +176,30 @@ Result<bool> NodeSpace::removeIfUndone(const std::string &blobName)
     return true;
 }
 
+/// Errors: exists when it is not damaged.
+Result<std::unique_ptr<blob::BlobReader>> NodeSpace::openDamaged(const std::string &blobName)
+{
+    ARCA_TRY(auto blob, store_.open(blobName));
+    const auto manifest = readOwn(*blob, blobName);
+    if (manifest)
+        return Error{ErrorKind::exists, "the stored piece in " + blobName + " can be read"};
+    if (manifest.error().kind != ErrorKind::damaged)
+        return manifest.error();
+    return blob;
+}
+
+Result<void> NodeSpace::expectDamaged(const ObjectName &name)
+{
+    ARCA_TRY(const Sha256 hash, hashOf(name));
+    ARCA_CHECK(openDamaged(blobNameOf(hash)));
+    return {};
+}
+
 Result<std::string> NodeSpace::setAside(const ObjectName &name)
 {
     ARCA_TRY(const Sha256 hash, hashOf(name));
     const std::string blobName = blobNameOf(hash);
-    ARCA_TRY(const auto blob, store_.open(blobName));
-    const auto manifest = readOwn(*blob, blobName);
-    if (manifest)
-        return Error{ErrorKind::exists, "the object " + printable(name.joined()) + " can be read"};
-    if (manifest.error().kind != ErrorKind::damaged)
-        return manifest.error();
+    ARCA_TRY(const auto blob, openDamaged(blobName));
     return blob::withReserve(store_,
                              [&] { return Quarantine(*domain_).setAside(blobName, *blob); });
 }
@@ -211,8 +227,8 @@ Result<void> NodeSpace::removeEverywhere(PieceId id, std::int64_t at)
     };
     // The active places first: what is left of an inactive piece must not come to be active. There
     // are two after a death between the last steps of a change.
-    auto active = locate(id);
-    for (; active; active = locate(id))
+    auto active = locate(id, Unclear::another);
+    for (; active; active = locate(id, Unclear::another))
         ARCA_CHECK(aside(active->blobName, std::move(active->blob)));
     if (active.error().kind != ErrorKind::notFound)
         return std::move(active).error();
@@ -257,10 +273,12 @@ void NodeSpace::forget(PieceId id)
     groups().forget(last ? last->record.first() : id);
 }
 
-Result<PieceId> NodeSpace::firstId(PieceId id)
+Result<PieceId> NodeSpace::firstId(PieceId id, bool unreadable)
 {
-    ARCA_TRY(const Located located, locateShown(id));
-    ARCA_TRY(const auto state, ObjectRecords(*domain_).read(located.info.id));
+    const auto located = locateShown(id);
+    if (!located && !(unreadable && isUnreadable(located.error())))
+        return located.error();
+    ARCA_TRY(const auto state, ObjectRecords(*domain_).read(located ? located->info.id : id));
     return state.record.first();
 }
 

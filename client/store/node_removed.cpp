@@ -81,15 +81,12 @@ Result<std::vector<RemovedName>> NodeSpace::removedNames(PieceId id)
     return found;
 }
 
-Result<bool> NodeSpace::isStored(PieceId id)
+Result<bool> NodeSpace::isStored(PieceId id, bool unclear)
 {
-    for (const auto look : {&NodeSpace::locate, &NodeSpace::locateInactive}) {
-        const auto located = (this->*look)(id);
-        // What cannot be read may be the piece.
-        if (located || located.error().kind != ErrorKind::notFound)
-            return true;
-    }
-    return false;
+    const auto located = locateAnywhere(id);
+    if (located || located.error().kind == ErrorKind::notFound)
+        return static_cast<bool>(located);
+    return isUnreadable(located.error()) ? Result<bool>(unclear) : located.error();
 }
 
 Result<std::optional<RemovedPiece>> NodeSpace::readRemoved(const RemovedName &name)
@@ -100,8 +97,9 @@ Result<std::optional<RemovedPiece>> NodeSpace::readRemoved(const RemovedName &na
         return std::optional<RemovedPiece>();
     ARCA_TRY(auto opened, std::move(blob));
     ARCA_TRY(Manifest manifest, readOwn(*opened, blobName));
-    // A leftover of a removal that was killed, or of a piece that was renamed or brought back.
-    ARCA_TRY(const bool stored, isStored(name.id));
+    // A leftover of a removal that was killed, or of a piece that was renamed or brought back. One
+    // beside a damaged manifest of its name may be all that is left of the piece, so it is shown.
+    ARCA_TRY(const bool stored, isStored(name.id, false));
     ARCA_TRY(const auto state, ObjectRecords(*domain_).read(name.id));
     if (name.at == 0 || stored || state.record.renamedTo != 0)
         return std::optional<RemovedPiece>();
@@ -134,7 +132,7 @@ Result<void> NodeSpace::visitRemovedUnder(const std::string &prefix,
         if (shown == name.id)
             continue;
         const auto piece = readRemoved(name);
-        if (!piece && piece.error().kind != ErrorKind::damaged)
+        if (!piece && !isUnreadable(piece.error()))
             return piece.error();
         if (!piece || !*piece)
             continue;
@@ -167,7 +165,7 @@ Result<NodeSpace::Located> NodeSpace::locateRemoved(PieceId id)
     std::optional<Error> failure;
     for (const RemovedName &name : names) {
         const auto piece = readRemoved(name);
-        if (!piece && piece.error().kind == ErrorKind::damaged)
+        if (!piece && isUnreadable(piece.error()))
             failure = piece.error();
         else if (!piece)
             return piece.error();
@@ -252,9 +250,11 @@ Result<PieceId> NodeSpace::broughtBack(const Located &removed)
     };
     std::vector<PieceInfo> candidates;
     if (removed.info.isActive()) {
-        ARCA_TRY(auto found, find(removed.info.description.name));
-        if (found)
-            candidates.push_back(std::move(*found));
+        auto found = find(removed.info.description.name);
+        if (!found && !isUnreadable(found.error()))
+            return std::move(found).error();
+        if (found && *found)
+            candidates.push_back(std::move(**found));
     } else {
         ARCA_TRY(candidates, inactiveOf(removed.info.description.name));
     }
@@ -288,7 +288,7 @@ Result<std::vector<PieceId>> NodeSpace::goneWith(std::span<const RemovedName> na
     }
     // What cannot be read elsewhere is named as damaged, and is not missed when it goes. A piece
     // that is removed meanwhile has its name in removed/ before it loses the other one.
-    std::erase_if(ids, [&](PieceId id) { return locate(id) || locateInactive(id); });
+    std::erase_if(ids, [&](PieceId id) { return static_cast<bool>(locateAnywhere(id)); });
     ARCA_TRY(const auto removed, removedNamesOf(store_, key_, ids));
     for (const RemovedName &name : removed)
         if (!going.contains({name.id, name.at}))
@@ -309,7 +309,7 @@ Result<void> NodeSpace::purge(std::span<const RemovedName> names)
         } else if (blob.error().kind != ErrorKind::notFound) {
             return blob.error();
         }
-        ARCA_TRY(const bool stored, isStored(name.id));
+        ARCA_TRY(const bool stored, isStored(name.id, true));
         if (!stored)
             left.insert(name.id);
     }

@@ -3,6 +3,7 @@
 #include "client/base/text.h"
 #include "client/store/node_space.h"
 #include "client/store/record_forms.h"
+#include "client/store/stored_manifests.h"
 
 #include <algorithm>
 #include <ctime>
@@ -123,21 +124,21 @@ Result<ChangePlan> NodeSpace::readPlan(const std::string &name) const
 namespace
 {
 
-/// A plan that is gone was settled since the listing, and what is stored says all. One that is
-/// damaged and was not decided hides nothing: what comes with it is judged by its own record.
+/// A plan that is gone was settled since the listing, and what is stored says all. One that cannot
+/// be read and was not decided hides nothing: what comes with it is judged by its own record.
 bool isPassedOver(const Error &error)
 {
-    return error.kind == ErrorKind::notFound || error.kind == ErrorKind::damaged;
+    return error.kind == ErrorKind::notFound || isUnreadable(error);
 }
 
 } // namespace
 
-/// A damaged plan must not hold up every piece of the node. Once the change is decided, its outcome
-/// says the same.
+/// A plan that cannot be read must not hold up every piece of the node. Once the change is decided,
+/// its outcome says the same.
 Result<ChangePlan> NodeSpace::planOf(const std::string &name) const
 {
     auto plan = readPlan(name);
-    if (plan || plan.error().kind != ErrorKind::damaged)
+    if (plan || !isUnreadable(plan.error()))
         return plan;
     const std::size_t from = name.rfind('/') + 1;
     const auto digits = fromHex(std::string_view(name).substr(from, name.rfind('.') - from));
@@ -293,7 +294,7 @@ Result<void> NodeSpace::finishChange(const ChangePlan &plan)
 /// The last step of making a piece inactive: only with its copy proven.
 Result<void> NodeSpace::leaveActivePlace(PieceId id, const std::string &copyName)
 {
-    const auto active = locate(id);
+    const auto active = locate(id, Unclear::another);
     if (!active && active.error().kind == ErrorKind::notFound)
         return {};
     if (!active)
@@ -340,7 +341,7 @@ Result<void> NodeSpace::takeBack(PieceId id, ChangeId change)
     ARCA_TRY(const auto state, ObjectRecords(*domain_).read(id));
     if (state.record.shownBy != change)
         return {};
-    auto located = locate(id);
+    auto located = locate(id, Unclear::another);
     if (!located && located.error().kind == ErrorKind::notFound)
         return {};
     if (!located)
@@ -355,7 +356,7 @@ Result<void> NodeSpace::takeBack(PieceId id, ChangeId change)
 Result<void> NodeSpace::dropCopy(PieceId id, ChangeId change)
 {
     // Whatever became of the outcome since: the only copy is never taken away.
-    const auto active = locate(id);
+    const auto active = locate(id, Unclear::another);
     if (!active && active.error().kind == ErrorKind::notFound)
         return {};
     if (!active)

@@ -20,6 +20,7 @@
 
 #include "client/base/text.h"
 #include "client/store/coming_piece.h"
+#include "client/store/stored_manifests.h"
 
 #include <algorithm>
 #include <tuple>
@@ -207,19 +208,21 @@ Result<std::vector<std::string>> NodeSpace::inactiveBlobsOf(const ObjectName &na
     return blobNames;
 }
 
-Result<std::vector<PieceInfo>> NodeSpace::inactiveOf(const ObjectName &name)
+Result<std::vector<PieceInfo>> NodeSpace::inactiveOf(const ObjectName &name,
+                                                     std::optional<Error> *passedOver)
 {
     ARCA_TRY(const auto candidates, inactiveBlobsOf(name));
     std::vector<PieceInfo> found;
     for (const std::string &blobName : candidates) {
-        const auto blob = store_.open(blobName);
-        if (!blob && blob.error().kind == ErrorKind::notFound)
-            continue; // removed since the listing
-        if (!blob)
-            return blob.error();
-        ARCA_TRY(auto shown, readShown(**blob, blobName));
-        if (shown && shown->description.name == name)
-            found.push_back(std::move(*shown));
+        auto shown = findAt(blobName);
+        if (!shown && isUnreadable(shown.error())) {
+            if (passedOver != nullptr && !*passedOver)
+                *passedOver = std::move(shown).error();
+            continue;
+        }
+        ARCA_CHECK(shown);
+        if (*shown && (*shown)->description.name == name)
+            found.push_back(std::move(**shown));
     }
     std::sort(found.begin(), found.end(), [](const PieceInfo &a, const PieceInfo &b) {
         return std::tie(a.inactiveAt, a.insertedAt, a.id) >
@@ -228,23 +231,26 @@ Result<std::vector<PieceInfo>> NodeSpace::inactiveOf(const ObjectName &name)
     return found;
 }
 
-Result<NodeSpace::Located> NodeSpace::locate(PieceId id)
+Result<NodeSpace::Located> NodeSpace::locate(PieceId id, Unclear unclear)
 {
     // In this order: a piece is in its place before it leaves coming/.
     ARCA_TRY(const auto coming, comingUnder(prefixOf(id)));
     std::optional<Error> failure;
     for (const std::string &name : coming) {
-        auto located = locateUnder(name, id);
+        auto located = locateUnder(name, id, unclear);
         if (located)
             return located;
         if (located.error().kind != ErrorKind::notFound)
             failure = std::move(located).error();
     }
-    auto located = locateUnder(prefixOf(id), id);
+    auto located = locateUnder(prefixOf(id), id, unclear);
     return !located && failure ? std::move(*failure) : std::move(located);
 }
 
-Result<NodeSpace::Located> NodeSpace::locateUnder(const std::string &prefix, PieceId id)
+/// Under a prefix lie other pieces, too: a later one of the same name, or one whose name hash
+/// begins alike. Damage of theirs is no damage of the piece.
+Result<NodeSpace::Located> NodeSpace::locateUnder(const std::string &prefix, PieceId id,
+                                                  Unclear unclear)
 {
     std::vector<std::string> candidates;
     ARCA_CHECK(store_.list(prefix, [&](const std::string &name) {
@@ -259,8 +265,12 @@ Result<NodeSpace::Located> NodeSpace::locateUnder(const std::string &prefix, Pie
                 failure = std::move(blob).error();
             continue; // removed since the listing
         }
-        const auto claimed = peekIdentifier(**blob);
-        if (claimed && *claimed != id)
+        auto claimed = peekIdentifier(**blob);
+        if (!claimed) // a read that failed in passing makes no header damaged
+            claimed = peekIdentifier(**blob);
+        const bool passedOver =
+            unclear == Unclear::another && !claimed && claimed.error().kind == ErrorKind::damaged;
+        if (passedOver || (claimed && *claimed != id))
             continue;
         auto manifest = readOwn(**blob, name);
         if (!manifest)
@@ -287,14 +297,15 @@ Result<NodeSpace::Located> NodeSpace::locateInactive(PieceId id)
     std::optional<Error> failure;
     for (const std::string &name : copies) {
         const ChangeId change = changeIn(name);
-        ARCA_TRY(const bool holds, change == 0 ? Result<bool>(true) : holdsCopy(change));
-        if (!holds)
+        auto holds = change == 0 ? Result<bool>(true) : holdsCopy(change);
+        if (holds && !*holds)
             continue;
-        auto blob = store_.open(name);
-        if (!blob && blob.error().kind == ErrorKind::notFound)
-            continue; // removed since the listing
-        if (!blob)
-            return blob.error();
+        auto blob = holds ? store_.open(name) : std::move(holds).error();
+        if (!blob) {
+            if (blob.error().kind != ErrorKind::notFound) // else removed since the listing
+                failure = std::move(blob).error();
+            continue;
+        }
         auto manifest = readOwn(**blob, name);
         if (!manifest)
             failure = std::move(manifest).error();
@@ -302,6 +313,18 @@ Result<NodeSpace::Located> NodeSpace::locateInactive(PieceId id)
             return Located{name, std::move(blob).value(), std::move(manifest->info)};
     }
     return failure ? *failure : unknownId(id);
+}
+
+Result<NodeSpace::Located> NodeSpace::locateAnywhere(PieceId id)
+{
+    // In this order: a piece is in its inactive place before it leaves the other one.
+    auto located = locate(id);
+    if (located || (located.error().kind != ErrorKind::notFound && !isUnreadable(located.error())))
+        return located;
+    auto inactive = locateInactive(id);
+    if (inactive || inactive.error().kind != ErrorKind::notFound)
+        return inactive;
+    return located;
 }
 
 Result<PieceInfo> NodeSpace::find(PieceId id)

@@ -50,8 +50,10 @@ public:
 
     /// The active piece of exactly that name; nothing when there is none.
     Result<std::optional<PieceInfo>> find(const ObjectName &name);
-    /// The inactive ones that had that name, the last to become so first.
-    Result<std::vector<PieceInfo>> inactiveOf(const ObjectName &name);
+    /// Returns the inactive ones that had that name, the last to become so first. One that cannot
+    /// be read is passed over; with `passedOver` the first reason is put there.
+    Result<std::vector<PieceInfo>> inactiveOf(const ObjectName &name,
+                                              std::optional<Error> *passedOver = nullptr);
     /// The blobs that these are in, among others.
     Result<std::vector<std::string>> inactiveBlobsOf(const ObjectName &name);
 
@@ -77,6 +79,8 @@ public:
     /// (quarantine.h), and the name is free. Returns where it is now. Errors: notFound when nothing
     /// is stored there, exists when what is there can be read.
     Result<std::string> setAside(const ObjectName &name);
+    /// Returns success when setAside() would move what is stored under a name. Errors: as there.
+    Result<void> expectDamaged(const ObjectName &name);
 
     /// Removes the piece, durably: it shows no more, and can be brought back until it is purged
     /// (removed_piece.h). `notFound` also when it was removed, or replaced, meanwhile.
@@ -107,8 +111,9 @@ public:
     Result<void> update(const ObjectName &name, std::optional<PieceId> only,
                         const std::function<void(PieceDescription &)> &change);
 
-    /// The identifier that a piece was stored under before it was ever renamed. `notFound`.
-    Result<PieceId> firstId(PieceId id);
+    /// The identifier that a piece was stored under before it was ever renamed; `unreadable`: also
+    /// of a piece that cannot be read. Errors: notFound.
+    Result<PieceId> firstId(PieceId id, bool unreadable = false);
     Groups groups() { return Groups(*domain_); }
 
     /// Commits a finished piece, if its filespace is still the one that was registered under that
@@ -169,11 +174,17 @@ private:
     bool namesCarryChanges() const { return domain_->recordForm() == engine::RecordForm::keyed; }
     /// Every blob in the inactive place of a piece, whether it shows or not.
     Result<std::vector<std::string>> copiesOf(PieceId id);
+    /// What a manifest is whose header is damaged: perhaps the piece, or surely another one.
+    enum class Unclear { perhapsIt, another };
     /// Finds a stored piece: locate() under coming/ and pieces/, visible or not; locateInactive()
-    /// under inactive/, where copies of changes that are not done are none. Errors: notFound.
-    Result<Located> locate(PieceId id);
-    Result<Located> locateUnder(const std::string &prefix, PieceId id);
+    /// under inactive/, where copies of changes that are not done are none. Errors: notFound, and
+    /// those of reading what may be the piece.
+    Result<Located> locate(PieceId id, Unclear unclear = Unclear::perhapsIt);
+    Result<Located> locateUnder(const std::string &prefix, PieceId id, Unclear unclear);
     Result<Located> locateInactive(PieceId id);
+    /// The one of both places that can be read. Errors: as locate().
+    Result<Located> locateAnywhere(PieceId id);
+    Result<std::unique_ptr<blob::BlobReader>> openDamaged(const std::string &blobName);
     /// Of those that show; its attributes as they are now.
     Result<Located> locateShown(PieceId id);
     Result<void> expectSame(PieceId asked, PieceId found, const ObjectRecord &record);
@@ -256,8 +267,9 @@ private:
     Result<PieceInfo> leadTo(PieceId former, PieceId id);
     Result<Located> locateRemoved(PieceId id);
     Result<std::unique_ptr<PieceWriter>> copyRemoved(const Located &removed);
-    /// Whether it lies under pieces/ or inactive/, shown or not.
-    Result<bool> isStored(PieceId id);
+    /// Whether it lies under pieces/ or inactive/, shown or not; `unclear`: the answer when what
+    /// may be the piece cannot be read.
+    Result<bool> isStored(PieceId id, bool unclear);
     void forgetPurged(PieceId id);
     static Result<PieceId> newId(const Sha256 &nameHash);
     static Result<void> copyStream(PieceReader &from, PieceWriter &to);

@@ -97,6 +97,18 @@ protected:
         return names;
     }
 
+    /// What `work` answers while a byte of that file is another one.
+    template <class Work> auto whileDamaged(const std::filesystem::path &path, const Work &work)
+    {
+        const std::string good = readFile(path);
+        std::string bad = good;
+        bad.at(70) ^= 1;
+        writeFile(path, bad);
+        auto answer = work();
+        writeFile(path, good);
+        return answer;
+    }
+
     int rename(const std::string &from, const char *high, const std::string &low)
     {
         const hoxObjName name = nameOf(from);
@@ -287,7 +299,12 @@ TEST_F(ChangeTest, ARenamedObjectIsTheSameUnderAnotherName)
     EXPECT_EQ(described(handle_, "a") + described(handle_, "y"), "");
     query(handle_, "z", &after);
     EXPECT_EQ(std::memcmp(&after.insDate, &before.insDate, sizeof before.insDate), 0);
-    EXPECT_EQ(members(idOf("b")), "/b/z");
+    const hox64_t b = idOf("b");
+    EXPECT_EQ(members(b), "/b/z");
+    std::multiset<std::string> left;
+    for (const auto &path : stored("pieces"))
+        left.insert(whileDamaged(path, [&] { return members(b); }));
+    EXPECT_EQ(left, (std::multiset<std::string>{"/b", "/b/z", "/z"})) << "a damaged one of b, c, z";
     const hoxGetList list{HOX_GETLIST_VERSION, 1, &before.objId};
     EXPECT_EQ(api_.hoxBeginGetData(handle_, 1, HOX_GET_BACKUP, &list), HOX_RC_OK);
     EXPECT_EQ(api_.hoxEndGetData(handle_), HOX_RC_OK) << "the old identifier leads to it";
@@ -357,6 +374,12 @@ TEST_F(ChangeTest, AnInactiveObjectIsKeptWithoutItsName)
         EXPECT_EQ(run({arcaProgram(), verb, "--optfile", installation_.clientOptions()}).status, 0);
     EXPECT_EQ(read(first) + read(second), "content of asecond") << "nothing reclaims their blocks";
     EXPECT_EQ(restore(handle_, "a"), "third");
+    const auto codes = whileDamaged(stored("inactive").front(), [&] {
+        return query(other, "a", nullptr, nullptr, HOX_STATE_ANY);
+    });
+    EXPECT_EQ(codes, (std::vector<int>{HOX_RC_OK, HOX_RC_MORE_DATA, HOX_RC_MORE_DATA,
+                                       HOX_RC_REPOSITORY_DAMAGED}))
+        << "the damaged one is told of behind the others";
     EXPECT_EQ(step(HOX_DELETE_BACKUP_ID, first), HOX_RC_OK);
     EXPECT_EQ(read(first), "");
     EXPECT_EQ(count(HOX_STATE_ANY), 2U);

@@ -1,6 +1,7 @@
 // What cannot be read is passed over: it neither hides nor excuses another piece, and holds up
 // nothing else.
 #include "client/base/text.h"
+#include "client/store/activity_reader.h"
 #include "client/store/blob_removal.h"
 #include "client/store/inventory.h"
 #include "client/store/quarantine.h"
@@ -11,6 +12,7 @@ namespace
 
 using namespace arca;
 using test::streamOf;
+using Names = std::vector<std::string>;
 
 class PassedOver : public test::StoreFaults
 {
@@ -46,7 +48,98 @@ protected:
         return fileUnder("pieces", digits(id).substr(0, 8));
     }
     store::Stock stock() { return *store::Inventory(space_->domain()).check(); }
+    Names removed()
+    {
+        Names names;
+        EXPECT_TRUE(space_->visitRemoved([&](const store::RemovedPiece &piece) {
+            names.push_back(piece.info.description.name.lowLevel.substr(1));
+            return true;
+        }));
+        std::ranges::sort(names);
+        return names;
+    }
 };
+
+TEST_F(PassedOver, ADamagedActivePieceHidesNoOtherOneOfItsName)
+{
+    const store::PieceId inactive = putInactive("x", 'i');
+    const store::PieceId gone = put("x", 'g');
+    ASSERT_TRUE(space_->remove(gone));
+    files_.contentOf(activeFile(put("x", 'a'))).clear();
+    ASSERT_FALSE(restore("x"));
+
+    EXPECT_EQ(*restore(inactive), streamOf('i', 3000));
+    EXPECT_EQ(removed(), (Names{"gone", "x"}));
+    EXPECT_EQ(space_->removedOf(nameOf("x"))->size(), 1U);
+    EXPECT_TRUE(space_->remove(inactive));
+    EXPECT_EQ(removed(), (Names{"gone", "x", "x"}));
+    const auto back = space_->undelete(gone);
+    ASSERT_TRUE(back) << back.error().text;
+    expectPiece("x", 'g', 3000);
+    EXPECT_EQ(*restore(space_->undelete(inactive)->id), streamOf('i', 3000));
+}
+
+TEST_F(PassedOver, ADamagedInactivePieceHidesNoOtherOneOfItsName)
+{
+    const store::PieceId bad = putInactive("x", 'b'), good = putInactive("x", 'g');
+    const store::PieceId gone = putInactive("x", 'r');
+    ASSERT_TRUE(space_->remove(gone));
+    ASSERT_TRUE(put("x", 'a'));
+    files_.contentOf(fileUnder("inactive", digits(bad)))[70] ^= 1;
+    std::optional<Error> passedOver;
+    const auto found = space_->inactiveOf(nameOf("x"), &passedOver);
+    ASSERT_TRUE(found) << found.error().text;
+    ASSERT_EQ(found->size(), 1U);
+    EXPECT_EQ(found->front().id, good);
+    EXPECT_TRUE(passedOver && passedOver->kind == ErrorKind::damaged);
+    EXPECT_TRUE(space_->undelete(gone));
+    EXPECT_EQ(space_->firstId(bad).error().kind, ErrorKind::damaged);
+    EXPECT_EQ(*space_->firstId(bad, true), bad) << "what it leads shows all the same";
+}
+
+TEST_F(PassedOver, ABlobThatTheDiskFailsToReadHoldsUpNothingElse)
+{
+    const std::string key = space_->domain().nodeKey();
+    put("x", 'x');
+    ASSERT_TRUE(backUp("aside", 'y', 10) && remove("aside"));
+    const auto seal = store::LogSeal::of(space_->dataKey());
+    store::ActivityLog log(repository_->blobs(), *seal);
+    for (const char *text : {"one", "two"})
+        ASSERT_TRUE(log.append({store::Severity::error, "node", {}, {}, text}));
+    const std::string plan = "changes/" + key + "/00000000000000aa.plan";
+    ASSERT_TRUE(blob::putWhole(repository_->blobs(), plan, Bytes(100)));
+    const auto logged = [&] {
+        auto reader = store::ActivityReader::open(repository_->blobs(), {}, "node", *seal);
+        std::size_t lines = 0;
+        for (auto event = reader->next(); event && *event; event = reader->next())
+            ++lines;
+        EXPECT_EQ(reader->unreadable(), 1U);
+        return lines == 1;
+    };
+    const std::pair<std::string, std::function<bool()>> cases[] = {
+        {"/r/" + plan, [&] { return backUp("z", 'z', 100) && restore("z") && remove("z"); }},
+        {fileUnder("inventory", key),
+         [&] {
+             const auto freed = store::Reclaim(*space_, {.grace = 0}).run();
+             const auto verified = store::verify(*space_, {}, {});
+             EXPECT_TRUE(freed) << freed.error().text;
+             return freed && verified->hurtRecords == 2;
+         }},
+        {fileUnder("removed", key), [&] { return removed().size() == 1; }},
+        {fileUnder("log", "/"), logged},
+    };
+    for (const auto &[path, work] : cases) {
+        SCOPED_TRACE(path);
+        for (const auto how :
+             {test::MemoryFiles::Broken::reading, test::MemoryFiles::Broken::opening}) {
+            const auto before = files_.snapshot();
+            files_.breakFile(path, how);
+            EXPECT_TRUE(work());
+            files_.putBack(before);
+            ASSERT_TRUE(open());
+        }
+    }
+}
 
 TEST_F(PassedOver, AQuarantinedManifestExcusesOneMissingPiece)
 {

@@ -103,8 +103,9 @@ Result<void> showLog(ClientSession &client, const Command &command, const Asked 
     ARCA_CHECK(answered(rc));
     result["unreadable"] = unreadable;
     if (unreadable != 0 && !command.json)
-        tools::complain(
-            fmt::format("arca log: {} lines of the activity log cannot be read\n", unreadable));
+        tools::complain(fmt::format(
+            "arca log: {} of the activity log cannot be read\n",
+            unreadable == 1 ? "1 line or file" : std::to_string(unreadable) + " lines or files"));
     return {};
 }
 
