@@ -3,6 +3,9 @@
 
 #include "client/api/records.h"
 #include "client/base/text.h"
+#include "client/store/stored_manifests.h"
+
+#include <algorithm>
 
 namespace arca::api
 {
@@ -23,11 +26,19 @@ Answer<std::string> classFor(Session &session, const char *name)
              pointerText(name, HOX_MAX_MC_NAME, "the management class", HOX_RC_MC_UNKNOWN));
     if (wanted.empty())
         return std::string(store::kDefaultClass);
-    ARCA_TRY(const auto found, session.repository->policy().find(wanted));
-    if (!found)
+    const auto found = session.repository->policy().find(wanted);
+    // A record that cannot be read is one of a class that was defined. What is bound to it stays
+    // until the class can be read again.
+    if (!found && store::isUnreadable(found.error())) {
+        std::string known = wanted;
+        std::transform(known.begin(), known.end(), known.begin(), upperAscii);
+        return known;
+    }
+    ARCA_CHECK(found);
+    if (!*found)
         return refused(HOX_RC_MC_UNKNOWN,
                        "the management class " + printable(wanted) + " is not defined");
-    return found->name;
+    return (*found)->name;
 }
 
 Answer<std::string> infoOf(const ObjAttr &attributes)

@@ -85,6 +85,18 @@ Answer<Query> queryGroup(Session &session, const qryGroupData *asked)
     return query;
 }
 
+/// What is said of classes whose records cannot be read when all others were fetched.
+Refusal refusedFor(const std::vector<std::string> &records)
+{
+    std::string text;
+    for (const std::string &name : records)
+        text += (text.empty() ? "" : ", ") + name;
+    return refused(HOX_RC_REPOSITORY_DAMAGED,
+                   "management classes cannot be read: the " +
+                       std::string(records.size() == 1 ? "record is " : "records are ") +
+                       printable(text, 400));
+}
+
 Answer<Query> queryClasses(Session &session, const qryMCData *asked)
 {
     ARCA_CHECK(expectVersion(asked, asked == nullptr ? std::uint16_t{0} : asked->stVersion,
@@ -95,9 +107,12 @@ Answer<Query> queryClasses(Session &session, const qryMCData *asked)
         asked->detail == 2 ? store::Policy::Retired::included : store::Policy::Retired::left;
     store::Policy policy = session.repository->policy();
     if (asked->mcName == nullptr || *asked->mcName == '\0') {
-        ARCA_TRY(auto classes, policy.list(retired));
+        std::vector<std::string> damaged;
+        ARCA_TRY(auto classes, policy.list(retired, &damaged));
         for (store::ManagementClass &known : classes)
             query.answers.emplace_back(std::move(known));
+        if (!damaged.empty())
+            query.damage = refusedFor(damaged);
         return query;
     }
     // A name too long to be any class matches none.
@@ -189,9 +204,12 @@ Answer<std::int64_t> expiryOf(Session &session, Query &query, const store::Piece
     const std::string &name = piece.description.managementClass;
     auto known = query.daysKept.find(name);
     if (known == query.daysKept.end()) {
-        ARCA_TRY(const auto found,
-                 session.repository->policy().find(name, store::Policy::Retired::included));
-        const std::uint16_t days = found ? found->daysKept : store::kNoLimit;
+        const auto found =
+            session.repository->policy().find(name, store::Policy::Retired::included);
+        // As long as the class cannot be read, nothing expires by it.
+        if (!found && !store::isUnreadable(found.error()))
+            return Refusal(found.error());
+        const std::uint16_t days = found && *found ? (*found)->daysKept : store::kNoLimit;
         known = query.daysKept.emplace(name, days).first;
     }
     return known->second == store::kNoLimit ? 0 : piece.inactiveAt + known->second * kDay;

@@ -4,6 +4,7 @@
 #include "client/base/hash.h"
 #include "client/base/text.h"
 #include "client/store/record_forms.h"
+#include "client/store/stored_manifests.h"
 
 #include <algorithm>
 #include <set>
@@ -55,6 +56,16 @@ Result<void> check(const ManagementClass &known)
     if (known.description.size() > kMaxDescription)
         return Error{ErrorKind::badArgument, "a description has at most 255 characters"};
     return {};
+}
+
+/// What the newest state of a class says; nothing when there is none.
+Result<std::optional<ManagementClass>> readState(NumberedRecord &record)
+{
+    ARCA_TRY(const auto state, record.latest());
+    if (!state)
+        return std::optional<ManagementClass>();
+    ARCA_TRY(ManagementClass known, decodeManagementClass(state->bytes));
+    return std::optional(std::move(known));
 }
 
 Error undefined(std::string_view name)
@@ -117,7 +128,8 @@ Result<std::optional<ManagementClass>> Policy::find(std::string_view name, Retir
     return known.state;
 }
 
-Result<std::vector<ManagementClass>> Policy::list(Retired retired)
+Result<std::vector<ManagementClass>> Policy::list(Retired retired,
+                                                  std::vector<std::string> *damaged)
 {
     std::set<std::string> prefixes;
     ARCA_CHECK(store_.list(std::string(kPrefix), [&](const std::string &name) {
@@ -125,18 +137,25 @@ Result<std::vector<ManagementClass>> Policy::list(Retired retired)
         return true;
     }));
     std::vector<ManagementClass> classes;
-    ARCA_TRY(const auto standard, find(kDefaultClass));
-    classes.push_back(*standard);
+    ARCA_TRY(const std::string standard, blobPrefixOf(std::string(kDefaultClass)));
+    if (!prefixes.contains(standard))
+        classes.push_back(kStandard);
     for (const std::string &prefix : prefixes) {
-        ARCA_TRY(const auto state, NumberedRecord(store_, prefix, seal_).latest());
-        if (!state)
+        NumberedRecord record(store_, prefix, seal_);
+        const auto known = readState(record);
+        if (!known && damaged != nullptr && isUnreadable(known.error())) {
+            ARCA_TRY(const std::uint32_t newest, record.newestNumber());
+            damaged->push_back(record.nameOf(newest));
             continue;
-        ARCA_TRY(ManagementClass known, decodeManagementClass(state->bytes));
-        if ((!known.retired || retired == Retired::included) && !known.isDefault())
-            classes.push_back(std::move(known));
+        }
+        ARCA_CHECK(known);
+        if (*known && (!(*known)->retired || retired == Retired::included) &&
+            (*known)->isDefault() == (prefix == standard))
+            classes.push_back(**known);
     }
-    std::sort(classes.begin() + 1, classes.end(),
-              [](const auto &a, const auto &b) { return a.name < b.name; });
+    std::sort(classes.begin(), classes.end(), [](const auto &a, const auto &b) {
+        return std::pair(!a.isDefault(), a.name) < std::pair(!b.isDefault(), b.name);
+    });
     return classes;
 }
 

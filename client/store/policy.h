@@ -46,8 +46,11 @@ public:
     Policy(blob::BlobStore &store, RecordSeal seal) : store_(store), seal_(seal) {}
 
     enum class Retired { left, included };
-    /// The default one first, the others by name.
-    Result<std::vector<ManagementClass>> list(Retired retired = Retired::left);
+    /// Returns the default one first, the others by name. With `damaged` those that cannot be read
+    /// are left out, and the names of their newest blobs are added there; without, the first ends
+    /// it.
+    Result<std::vector<ManagementClass>> list(Retired retired = Retired::left,
+                                              std::vector<std::string> *damaged = nullptr);
     /// Nothing when there is none, or only a retired one that is left out.
     Result<std::optional<ManagementClass>> find(std::string_view name,
                                                 Retired retired = Retired::left);

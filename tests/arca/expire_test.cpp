@@ -128,6 +128,34 @@ TEST_F(ExpireTest, WhatTheClassLetsGoGoes)
     mtCleanUp();
 }
 
+TEST_F(ExpireTest, WhatIsBoundToADamagedClassStaysAndNothingElseDoes)
+{
+    const hoxHandle_t handle = logOn();
+    ASSERT_EQ(arca({"class", "define", "BAD", "--days", "0"}).status, 0);
+    const auto record = stored("classes").front();
+    ASSERT_EQ(arca({"class", "change", "STANDARD", "--days", "0"}).status, 0);
+    history(handle, "bad", 1, true, "BAD");
+    history(handle, "plain", 1, true, nullptr);
+    std::string bytes = readFile(record);
+    bytes.at(20) ^= 1;
+    writeFile(record, bytes);
+
+    const std::string blob = record.lexically_relative(installation_.repository());
+    const ProgramResult expired = arca({"expire", "--yes"});
+    EXPECT_EQ(expired.status, 1);
+    EXPECT_NE(expired.err.find(blob), std::string::npos) << expired.err;
+    store(handle, "late", "stream", "bad");
+    EXPECT_EQ(listed({"--all"}), "bad bad late plain");
+    const ProgramResult classes = arca({"class", "list"});
+    EXPECT_EQ(classes.status, 1);
+    EXPECT_NE(classes.out.find("STANDARD"), std::string::npos) << classes.out;
+    EXPECT_NE(classes.err.find(blob), std::string::npos) << classes.err;
+    EXPECT_EQ(arca({"class", "define", "NEW"}).status, 0);
+    EXPECT_EQ(arca({"show", "bad"}).status, 0);
+    EXPECT_EQ(arca({"rm", "--blob", blob, "--yes"}).status, 0);
+    EXPECT_EQ(arca({"class", "list"}).status, 0);
+}
+
 TEST_F(ExpireTest, WhoeverStopsTheQueryLosesNothing)
 {
     constexpr int kNames = 30;

@@ -74,10 +74,17 @@ Json jsonOf(const mtClass_t &known)
             {"description", known.description}};
 }
 
-Result<std::vector<mtClass_t>> classesOf(ClientSession &client)
+struct Classes {
+    std::vector<mtClass_t> known;
+    int damage = HOX_RC_OK; // classes that cannot be read were passed over
+};
+
+Result<Classes> classesOf(ClientSession &client)
 {
-    std::vector<mtClass_t> classes;
-    ARCA_CHECK(answered(mtClasses(client.session(), false, classes)));
+    Classes classes;
+    classes.damage = mtClasses(client.session(), false, classes.known);
+    if (classes.damage != HOX_RC_REPOSITORY_DAMAGED)
+        ARCA_CHECK(answered(classes.damage));
     return classes;
 }
 
@@ -90,14 +97,14 @@ Result<void> list(ClientSession &client, const Command &command, const Asked &, 
     if (!command.json)
         fmt::print("{:<30}  {:<30}  {:>8}  {:>7}  {}\n", "Class", "Storage pool", "Versions",
                    "Days", "Description");
-    for (const mtClass_t &known : classes) {
+    for (const mtClass_t &known : classes.known) {
         shown.push_back(jsonOf(known));
         if (!command.json)
             fmt::print("{:<30}  {:<30}  {:>8}  {:>7}  {}\n", known.name, printable(known.stgPool),
                        limitText(known.versionsKept, "nolimit"),
                        limitText(known.daysKept, "forever"), printable(known.description));
     }
-    return {};
+    return answered(classes.damage);
 }
 
 /// Translates the code of a call that names a class.
@@ -116,7 +123,7 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
     ARCA_CHECK(answeredFor(asked, rc));
     ARCA_TRY(const auto classes, classesOf(client));
     std::string name = asked.name;
-    for (const mtClass_t &known : classes) {
+    for (const mtClass_t &known : classes.known) {
         if (!equalIgnoringCase(known.name, asked.name))
             continue;
         result["class"] = jsonOf(known);

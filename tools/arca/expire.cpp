@@ -110,12 +110,24 @@ Result<Expired> perform(ClientSession &client, const Command &command, const Ask
     return done;
 }
 
+/// What is wrong with the classes: nothing expires by one that cannot be read.
+Result<std::string> damageOfClasses(ClientSession &client)
+{
+    std::vector<mtClass_t> classes;
+    const int rc = mtClasses(client.session(), true, classes);
+    if (rc == HOX_RC_REPOSITORY_DAMAGED)
+        return failureOf(rc).text;
+    ARCA_CHECK(answered(rc));
+    return std::string();
+}
+
 Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
 {
     ARCA_TRY(const mtFilter_t names, filterFrom(asked.selection));
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     const mtExpiry_t expiry{names, std::time(nullptr), false, nullptr};
+    ARCA_TRY(const std::string damage, damageOfClasses(*client));
     ARCA_TRY(const Expired totals, perform(*client, command, asked, expiry));
     if (totals.looked == 0 && totals.damage == HOX_RC_OK && !asked.selection.pattern.empty())
         return noMatch(asked.selection);
@@ -127,6 +139,9 @@ Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
     result["storedSize"] = totals.storedSize;
     if (!command.json)
         fmt::print("{}  {}\n", asked.dryRun ? "Would expire" : "Expired", amountText(totals));
+    if (!damage.empty())
+        return Error{ErrorKind::damaged,
+                     damage + "; what is bound to such a class stays (arca verify)"};
     return answered(totals.damage);
 }
 

@@ -97,7 +97,7 @@ std::string classText(const std::string &name, const std::vector<mtClass_t> &cla
                                limitText(known.versionsKept, "any number", "versions"),
                                limitText(known.daysKept, "for ever", "days"),
                                known.isDeleted ? "; the class is deleted" : "");
-    return name + " (nobody knows that class)";
+    return name + " (not defined, or its record cannot be read)";
 }
 
 std::string savingsText(const dhoxBackupObject_t &object)
@@ -165,7 +165,9 @@ Result<void> show(const Command &command, const Asked &asked, Json &result)
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     ARCA_TRY(const auto versions, versionsOf(*client, asked));
     std::vector<mtClass_t> classes;
-    ARCA_CHECK(answered(mtClasses(client->session(), true, classes)));
+    // The piece is shown all the same; that of its class is left out when it cannot be read.
+    if (const int rc = mtClasses(client->session(), true, classes); rc != HOX_RC_REPOSITORY_DAMAGED)
+        ARCA_CHECK(answered(rc));
     Json &shown = result["versions"] = Json::array();
     for (const Version &version : versions) {
         shown.push_back(jsonOfVersion(version));

@@ -112,8 +112,10 @@ int mtExpire(const mtSession &finding, const mtSession &changing, const mtExpiry
 {
     totals = mtExpired_t{};
     Rules rules;
-    if (const int rc = readRules(changing, rules); rc != HOX_RC_OK) {
-        return rc;
+    // What is bound to a class that cannot be read stays.
+    const int damage = readRules(changing, rules);
+    if (damage != HOX_RC_OK && damage != HOX_RC_REPOSITORY_DAMAGED) {
+        return damage;
     }
     mtRemoval removal(changing, expiry.dryRun ? mtAction_t::nothing : mtAction_t::remove,
                       [&](const mtObject_t &object, int rc) {
@@ -156,5 +158,6 @@ int mtExpire(const mtSession &finding, const mtSession &changing, const mtExpiry
     if (rc == HOX_RC_OK && asked != HOX_RC_ABORTED && settle()) {
         rc = removal.finish();
     }
-    return rc != HOX_RC_OK ? rc : asked;
+    rc = rc != HOX_RC_OK ? rc : asked;
+    return rc != HOX_RC_OK ? rc : damage;
 }

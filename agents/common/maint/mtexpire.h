@@ -38,7 +38,7 @@ struct mtExpired_t {
 /// counted along the way and is right also when expiry ends early; what it counts as deleted is
 /// durable. Returns 0, the client's code, HOX_RC_ABORTED when the report or the progress said stop,
 /// or HOX_RC_REPOSITORY_DAMAGED when an object cannot be read: then all others were treated, as if
-/// that one did not exist.
+/// that one did not exist. The same code when a class cannot be read: what is bound to it stays.
 int mtExpire(const mtSession &finding, const mtSession &changing, const mtExpiry_t &expiry,
              const mtRemovalReport_t &report, mtExpired_t &totals);
 

@@ -91,13 +91,16 @@ int mtClasses(const mtSession &session, bool alsoDeleted, std::vector<mtClass_t>
 int mtClassDefine(const mtSession &session, const std::string &name, const mtClassChange_t &change)
 {
     std::vector<mtClass_t> classes;
-    if (const int rc = mtClasses(session, false, classes); rc != HOX_RC_OK) {
-        return rc;
+    const int listed = mtClasses(session, false, classes);
+    const bool poolKnown = change.stgPool || (!classes.empty() && classes.front().isDefault);
+    // A damaged record is in the way only when it may be the one of the default class.
+    if (listed != HOX_RC_OK && !(listed == HOX_RC_REPOSITORY_DAMAGED && poolKnown)) {
+        return listed;
     }
     mcDefinition definition{};
     definition.versionsKept = 1;
     definition.daysKept = mtNoLimit;
-    if (!classes.empty()) {
+    if (!classes.empty() && classes.front().isDefault) {
         stCopy(definition.stgPool, classes.front().stgPool);
     }
     std::uint32_t fields = 0;

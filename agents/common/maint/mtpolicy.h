@@ -22,7 +22,8 @@ struct mtClass_t {
 };
 
 /// Reads the classes, the default one first; deleted ones only with alsoDeleted. After anything but
-/// 0 `classes` may hold some of them.
+/// 0 `classes` may hold some of them. HOX_RC_REPOSITORY_DAMAGED when classes cannot be read: then
+/// it holds all others.
 int mtClasses(const mtSession &session, bool alsoDeleted, std::vector<mtClass_t> &classes);
 
 /// The fields to set; one without a value is left as it is.
