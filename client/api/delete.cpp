@@ -5,6 +5,8 @@
 #include "client/api/records.h"
 #include "client/base/text.h"
 
+#include <optional>
+
 using namespace arca;
 using namespace arca::api;
 
@@ -30,20 +32,17 @@ Answer<store::PieceId> idToDelete(Session &session, std::uint8_t delType, const 
     return found->id;
 }
 
-/// Sets an object whose description is damaged aside, at once: without an identifier the commit
-/// could not name it. Returns false when the object is not damaged.
-Answer<bool> setAsideIfDamaged(Session &session, std::uint8_t delType, const hoxDelInfo *info)
+/// Returns the name of an object whose description is damaged: it has no identifier that the commit
+/// could name it by. Nothing when that is not the case.
+std::optional<store::ObjectName> damagedName(Session &session, std::uint8_t delType,
+                                             const hoxDelInfo *info)
 {
     if (delType != HOX_DELETE_BACKUP_NAME || info == nullptr || session.isGuest())
-        return false;
-    ARCA_TRY(const store::ObjectName name, objectNameOf(info->backName.objName));
-    const auto moved = session.space->setAside(name);
-    if (!moved)
-        return false;
-    (void)Client::instance().logLocally("the damaged object " + printable(name.joined()) +
-                                        " was deleted; what is left of it is kept as " + *moved +
-                                        " until arca rm --blob removes it");
-    return true;
+        return std::nullopt;
+    const auto name = objectNameOf(info->backName.objName);
+    if (!name || !session.space->expectDamaged(*name))
+        return std::nullopt;
+    return *name;
 }
 
 Answer<void> deleteObject(Session &session, std::uint8_t delType, const hoxDelInfo *info)
@@ -51,11 +50,9 @@ Answer<void> deleteObject(Session &session, std::uint8_t delType, const hoxDelIn
     if (!session.transaction || session.transaction->isSending())
         return refused(HOX_RC_BAD_CALL_SEQUENCE);
     auto id = idToDelete(session, delType, info);
-    if (!id) {
-        ARCA_TRY(const bool moved, setAsideIfDamaged(session, delType, info));
-        if (moved)
-            return {};
-    }
+    if (!id)
+        if (const auto name = damagedName(session, delType, info))
+            return session.transaction->deleteDamaged(*name);
     if (id && delType == HOX_DEACTIVATE_BACKUP_ID && !session.repository->takesInactive())
         id = refused(HOX_RC_NOT_SUPPORTED, "the repository has the layout of an older release, "
                                            "which knew no inactive objects");

@@ -1,6 +1,9 @@
 // Transactions: see the header.
 #include "client/api/transaction.h"
 
+#include "client/api/client.h"
+#include "client/base/text.h"
+
 namespace arca::api
 {
 
@@ -49,7 +52,8 @@ Answer<void> Transaction::mayGoOn(bool sending) const
 Answer<void> Transaction::roomForOne()
 {
     ARCA_CHECK(mayGoOn(false));
-    if (finished_.size() + deletions_.size() + deactivations_.size() >= kMaxObjects)
+    if (finished_.size() + deletions_.size() + deactivations_.size() + damaged_.size() >=
+        kMaxObjects)
         return step<void>(refused(HOX_RC_BAD_ARGUMENT, "a transaction takes 4,096 objects"));
     return {};
 }
@@ -112,6 +116,27 @@ Answer<void> Transaction::deactivateObject(store::PieceId id)
     return {};
 }
 
+Answer<void> Transaction::deleteDamaged(const store::ObjectName &name)
+{
+    ARCA_CHECK(roomForOne());
+    ARCA_CHECK(step(answered(space_.expectDamaged(name))));
+    damaged_.push_back(name);
+    return {};
+}
+
+/// What is set aside is kept, so when a later step fails nothing is lost; the other way round, a
+/// commit whose pieces show would have to be called failed.
+Answer<void> Transaction::setDamagedAside()
+{
+    for (const store::ObjectName &name : damaged_) {
+        ARCA_TRY(const std::string now, answered(space_.setAside(name)));
+        (void)Client::instance().logLocally("the damaged object " + printable(name.joined()) +
+                                            " was deleted; what is left of it is kept as " + now +
+                                            " until arca rm --blob removes it");
+    }
+    return {};
+}
+
 Answer<void> Transaction::commit()
 {
     if (sending_)
@@ -123,6 +148,7 @@ Answer<void> Transaction::commit()
 
 Answer<void> Transaction::publish()
 {
+    ARCA_CHECK(setDamagedAside());
     const std::size_t steps = finished_.size() + deletions_.size() + deactivations_.size();
     if (steps == 0)
         return {};

@@ -40,6 +40,9 @@ public:
     /// Notes that an object is to become inactive. Errors: the same; HOX_RC_OBJECT_UNKNOWN also
     /// when it is inactive.
     Answer<void> deactivateObject(store::PieceId id);
+    /// Notes the deletion, by its name, of an object whose manifest is damaged: the commit sets the
+    /// manifest aside. Errors: HOX_RC_OBJECT_EXISTS when it can be read, and as deleteObject().
+    Answer<void> deleteDamaged(const store::ObjectName &name);
     /// For a step that failed before it came to one of the above. Keeps the first cause.
     void poison(const Refusal &cause);
 
@@ -53,6 +56,7 @@ private:
     Answer<void> mayGoOn(bool sending) const;
     Answer<void> roomForOne();
     Answer<void> publish();
+    Answer<void> setDamagedAside();
 
     store::NodeSpace &space_;
     bool sending_ = false;
@@ -64,6 +68,7 @@ private:
     std::vector<Object> finished_;
     std::vector<store::PieceId> deletions_;
     std::vector<store::PieceId> deactivations_;
+    std::vector<store::ObjectName> damaged_;
     std::int16_t failure_ = HOX_RC_OK;
 };
 

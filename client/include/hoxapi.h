@@ -677,7 +677,7 @@ typedef struct qryRespLogData {
     uint32_t severity;   /* HOX_SEVERITY_ */
     hox64_t time;        /* seconds since 1970, UTC */
     hoxDate date;        /* the same, local time */
-    uint32_t unreadable; /* lines passed over so far because they are no events */
+    uint32_t unreadable; /* lines that are no events, and files that cannot be read, so far */
     char nodeName[HOX_MAX_NODE_NAME + 1];
     char application[HOX_MAX_DESCRIPTION + 1]; /* name, platform and version */
     char messageId[HOX_MAX_NODE_NAME + 1];
@@ -814,8 +814,8 @@ typedef union hoxDelInfo {
  * Deletes an object, or makes it inactive: inside a transaction, done when it commits. No operation
  * finds or reads a deleted object; the administrator can bring it back until the grace time of the
  * repository, where it has one, has passed. An object whose description is damaged is deleted by
- * its name only, and at once, not at the commit: it no longer shows, its name is free, and what is
- * left of it is kept aside in the repository, as the local log says. HOX_RC_OBJECT_UNKNOWN, for
+ * its name only: from the commit on it no longer shows, its name is free, and what is left of it is
+ * kept aside in the repository, as the local log says. HOX_RC_OBJECT_UNKNOWN, for
  * HOX_DEACTIVATE_BACKUP_ID also when the object is inactive already. After any error but
  * HOX_RC_BAD_CALL_SEQUENCE the transaction publishes nothing.
  *
