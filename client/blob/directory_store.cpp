@@ -519,21 +519,25 @@ Result<std::unique_ptr<BlobLock>> DirectoryStore::lock(const std::string &name,
             return mine;
         const bool ended = endIsWanted();
         if (ended || Clock::now() >= deadline) {
-            ARCA_TRY(const auto file, openLock(name));
-            Error held = heldBy(name, *file);
+            Error held = heldBy(name);
             return ended ? Error{ErrorKind::stopped, "ended by a signal; " + held.text} : held;
         }
         std::this_thread::sleep_for(pause);
     }
 }
 
-Error DirectoryStore::heldBy(const std::string &name, File &file) const
+std::string DirectoryStore::holderOf(const std::string &lock)
 {
     Bytes note(kMostNote);
-    const auto got = file.readAt(0, note);
-    const std::string said(textOf(ByteView(note).first(got ? *got : 0)));
+    const auto file = openLock(lock);
+    const auto got = file ? (*file)->readAt(0, note) : Result<std::size_t>(file.error());
+    return holderIn(std::string(textOf(ByteView(note).first(got ? *got : 0))));
+}
+
+Error DirectoryStore::heldBy(const std::string &name)
+{
     return {ErrorKind::conflict,
-            "the lock " + pathOf("locks/" + name) + " is held by " + holderIn(said) +
+            "the lock " + pathOf("locks/" + name) + " is held by " + holderOf(name) +
                 " and did not come free; try again later, or end that process"};
 }
 

@@ -15,6 +15,7 @@
 #include "client/blob/blob_store.h"
 #include "client/blob/file_layer.h"
 #include "client/blob/linking_store.h"
+#include "client/blob/lock_holder.h"
 
 #include <chrono>
 #include <mutex>
@@ -25,7 +26,7 @@ namespace arca::blob
 
 class DirectoryWriter;
 
-class DirectoryStore final : public BlobStore, public LinkingStore
+class DirectoryStore final : public BlobStore, public LinkingStore, public NamesHolders
 {
 public:
     /// `root` is an absolute path of an existing directory. `files` must outlive the store.
@@ -50,6 +51,7 @@ public:
                                               const std::string &doing) override;
     Result<std::unique_ptr<BlobLock>> lock(const std::string &name,
                                            const std::string &doing) override;
+    std::string holderOf(const std::string &lock) override;
     Result<std::set<std::string>> livingWriters() override;
     /// Of the files in reserve/, those that are missing are made.
     void keepReserve() override;
@@ -64,7 +66,7 @@ private:
 
     Result<std::vector<std::string>> namesIn(const char *directory);
     Result<std::unique_ptr<File>> openLock(const std::string &name);
-    Error heldBy(const std::string &name, File &file) const;
+    Error heldBy(const std::string &name);
     Result<std::vector<std::unique_ptr<BlobLock>>> lockRemoval(const std::string &name);
     Result<std::unique_ptr<DirectoryWriter>> beginWriter();
     Result<void> publish(const std::string &temporary, const std::string &name, File &written,

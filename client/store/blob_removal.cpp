@@ -2,6 +2,7 @@
 #include "client/store/blob_removal.h"
 
 #include "client/base/text.h"
+#include "client/blob/lock_holder.h"
 #include "client/store/inventory.h"
 #include "client/store/quarantine.h"
 #include "client/store/record_forms.h"
@@ -121,11 +122,12 @@ Result<BlobRemoval> removeBlob(NodeSpace &space, const std::string &blobName)
         return removal;
     }
     if (quarantine.isManifest(blobName)) {
-        ARCA_TRY(const auto turn,
-                 blobs.tryLock("reclaim-" + space.domain().nodeKey(), "giving up a damaged piece"));
+        const std::string lock = "reclaim-" + space.domain().nodeKey();
+        ARCA_TRY(const auto turn, blobs.tryLock(lock, "giving up a damaged piece"));
         if (!turn)
-            return Error{ErrorKind::conflict, "this node is being repaired, or its space "
-                                              "reclaimed, just now; try again when that is over"};
+            return Error{ErrorKind::conflict, "packs of this node are held by " +
+                                                  blob::holderOf(blobs, lock) +
+                                                  "; try again when that is over"};
         ARCA_CHECK(blob::withReserve(
             blobs, [&] { return Inventory(space.domain()).noteGivenUp(blobName); }));
         ARCA_CHECK(quarantine.giveUp(blobName));

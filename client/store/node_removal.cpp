@@ -2,6 +2,7 @@
 #include "client/store/node_removal.h"
 
 #include "client/base/text.h"
+#include "client/blob/lock_holder.h"
 #include "client/store/filespace.h"
 #include "client/store/grant.h"
 #include "client/store/node_list.h"
@@ -110,8 +111,9 @@ Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const R
     ARCA_TRY(const NodeSummary known, summaryOf(store, node));
     ARCA_TRY(const auto reclaiming, store.tryLock("reclaim-" + known.key, "removing the node"));
     if (!reclaiming)
-        return Error{ErrorKind::conflict,
-                     "packs of node " + printable(node) + " are being reclaimed; try again later"};
+        return Error{ErrorKind::conflict, "packs of node " + printable(node) + " are held by " +
+                                              blob::holderOf(store, "reclaim-" + known.key) +
+                                              "; try again when that is over"};
     ARCA_TRY(const auto turn, store.lock("change-" + known.key, "removing the node"));
     if (known.registered)
         ARCA_CHECK(endRecord(store, record, number, node));

@@ -2,6 +2,7 @@
 #include "client/store/reclaim.h"
 
 #include "client/base/text.h"
+#include "client/blob/lock_holder.h"
 
 #include <algorithm>
 #include <ctime>
@@ -298,7 +299,10 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
     ARCA_TRY(const auto turn,
              domain_.blobs().tryLock("reclaim-" + domain_.nodeKey(), "reclaiming"));
     if (!turn)
-        return Error{ErrorKind::conflict, "space of this node is being reclaimed already"};
+        return Error{ErrorKind::conflict,
+                     "packs of this node are held by " +
+                         blob::holderOf(domain_.blobs(), "reclaim-" + domain_.nodeKey()) +
+                         "; try again when that is over"};
     ARCA_CHECK(domain_.blobs().removeLeftovers());
     space_.settleChanges();
     ReclaimTotals totals;

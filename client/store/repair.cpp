@@ -1,6 +1,7 @@
 // The steps of a repair, as the header numbers them.
 #include "client/store/repair.h"
 
+#include "client/blob/lock_holder.h"
 #include "client/engine/pack_mender.h"
 #include "client/store/damage.h"
 #include "client/store/marked_packs.h"
@@ -468,7 +469,9 @@ Result<RepairOutcome> repair(NodeSpace &space, bool dryRun, const RepairWatcher 
         ARCA_TRY(turn, space.domain().blobs().tryLock("reclaim-" + key, "repairing"));
         if (!turn)
             return Error{ErrorKind::conflict,
-                         "this node is being repaired, or its space reclaimed, already"};
+                         "packs of this node are held by " +
+                             blob::holderOf(space.domain().blobs(), "reclaim-" + key) +
+                             "; try again when that is over"};
         ARCA_CHECK(space.domain().blobs().removeLeftovers());
     }
     return Repair(space, dryRun, watcher).run();

@@ -3,6 +3,12 @@
 #include "client/base/descriptor.h"
 #include "client/blob/directory_store.h"
 #include "client/config/node_keys.h"
+#include "client/store/blob_removal.h"
+#include "client/store/node_removal.h"
+#include "client/store/reclaim.h"
+#include "client/store/recovery_key.h"
+#include "client/store/repair.h"
+#include "client/store/repository.h"
 #include "tests/support/files.h"
 
 #include <gtest/gtest.h>
@@ -123,6 +129,31 @@ TEST_F(LockTest, EveryWaitEndsAndNamesTheHolderUntilThatIsGone)
     holder.end(SIGKILL);
     EXPECT_TRUE(here->lock("change-aa", "storing"));
     EXPECT_TRUE(remove("pieces/aa/1"));
+}
+
+TEST_F(LockTest, WhatNeedsThePacksOfANodeNamesWhatHoldsThem)
+{
+    auto repository = store::Repository::create(store(), "test");
+    ASSERT_TRUE(repository);
+    const auto recovery = store::publicHalfOf(*SecretKey::random());
+    ASSERT_TRUE(store::publishRecoveryHalf((*repository)->blobs(), *recovery));
+    ASSERT_TRUE((*repository)->nodes().registerNode("node", std::string(64, 'a')));
+    const auto space = (*repository)->logOn("node", std::string(64, 'a'));
+    ASSERT_TRUE(space) << space.error().text;
+    const std::string key = (*space)->domain().nodeKey();
+    const std::string aside = "quarantine/" + key + "/" + std::string(32, '0') + ".pieces-01234567";
+    blob::BlobStore &blobs = (*repository)->blobs();
+    ASSERT_TRUE(blob::putWhole(blobs, aside, viewOf("damaged")));
+    const auto held = blobs.tryLock("reclaim-" + key, "looking at packs");
+    ASSERT_TRUE(held && *held);
+    const auto errorOf = [](const auto &done) { return done ? std::string() : done.error().text; };
+    for (const std::string &text :
+         {errorOf(store::Reclaim(**space, {}).run()), errorOf(store::repair(**space, false, {})),
+          errorOf(store::removeBlob(**space, aside)),
+          errorOf(store::removeNode(blobs, "node", {}))}) {
+        EXPECT_NE(text.find("process " + std::to_string(getpid())), std::string::npos) << text;
+        EXPECT_NE(text.find("(looking at packs)"), std::string::npos) << text;
+    }
 }
 
 TEST_F(LockTest, AForkedChildKeepsNeitherLocksNorClaimsOfItsDeadParent)
