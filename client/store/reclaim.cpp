@@ -294,6 +294,27 @@ Result<ReclaimTotals> Reclaim::plan()
     return totals;
 }
 
+/// Settles the mark that was found. Before anything is freed by it the same is asked as of what
+/// this run marks.
+Result<bool> Reclaim::settleFound(Mark &mark, const Step &step, ReclaimTotals &totals)
+{
+    if (!mark.packs.empty()) {
+        ReclaimTotals seen;
+        ARCA_TRY(auto found, look(seen));
+        // The run that marked these packs asked about them, and may have purged what explains them
+        // since. About those that stand for a damaged mark nothing was asked.
+        if (!mark.inPlaceOfDamaged)
+            std::erase_if(found, [&](const Candidate &one) { return mark.packs.contains(one.id); });
+        ARCA_CHECK(expectExplained(found, seen));
+    }
+    if (!totals.damagedMark.empty() || mark.lacksRevisions()) {
+        // What the one before said may be about to happen still, by a process that sleeps.
+        ARCA_CHECK(limitToPresent(mark, domain_.packs()));
+        ARCA_TRY(mark, markPacks(std::move(mark)));
+    }
+    return mark.packs.empty() ? Result<bool>(true) : settle(mark, step, totals);
+}
+
 Result<ReclaimTotals> Reclaim::run(const Step &step)
 {
     ARCA_TRY(const auto turn,
@@ -308,15 +329,7 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
     ReclaimTotals totals;
     ARCA_CHECK(compareStock(request_.acceptMissing, totals));
     ARCA_TRY(Mark mark, readMark(totals));
-    bool goOn = true;
-    if (!totals.damagedMark.empty() || mark.lacksRevisions()) {
-        // What the one before said may be about to happen still, by a process that sleeps.
-        ARCA_CHECK(limitToPresent(mark, domain_.packs()));
-        ARCA_TRY(mark, markPacks(std::move(mark)));
-    }
-    if (!mark.packs.empty()) {
-        ARCA_TRY(goOn, settle(mark, step, totals));
-    }
+    ARCA_TRY(bool goOn, settleFound(mark, step, totals));
     for (bool first = true; goOn; first = false) {
         ReclaimTotals seen;
         ARCA_TRY(const auto found, look(seen));

@@ -127,6 +127,7 @@ private:
     bool leaves(const StoredManifest &stored, ReclaimTotals &totals);
     Result<void> expectExplained(std::span<const Candidate> found,
                                  const ReclaimTotals &totals) const;
+    Result<bool> settleFound(Mark &mark, const Step &step, ReclaimTotals &totals);
     Result<void> purge(ReclaimTotals &totals);
     Result<std::set<std::string>> stillLiving(const Mark &mark);
     Result<Mark> markPacks(Mark mark);

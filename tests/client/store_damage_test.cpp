@@ -309,6 +309,36 @@ TEST_F(StoreDamage, ADamagedMarkStopsNoBackup)
     EXPECT_TRUE(isSound());
 }
 
+/// The share that may be freed unexplained holds for what a mark that is found would free, too.
+TEST_F(StoreDamage, AFoundMarkFreesNoPackOfALostManifest)
+{
+    ASSERT_TRUE(reclaim());
+    store::PieceDescription description;
+    description.name = nameOf("slow");
+    auto slow = space_->beginPiece(description);
+    ASSERT_TRUE(backUp("old", 'o', 300) && remove("old"));
+    ASSERT_EQ(store::Reclaim(*space_, {.grace = 0}).run()->waitingPacks, 1U);
+    (void)slow->reset();
+    const auto waiting = files_.snapshot();
+    for (const bool damaged : {false, true}) {
+        SCOPED_TRACE(damaged);
+        files_.putBack(waiting);
+        ASSERT_TRUE(open());
+        for (const std::string &path : files_.paths()) {
+            if (path.starts_with("/r/pieces/")) {
+                ASSERT_TRUE(files_.unlink(path));
+            }
+            if (damaged && path.starts_with("/r/reclaim/"))
+                files_.contentOf(path)[20] ^= 1;
+        }
+        const auto before = files_.paths();
+        const auto done = store::Reclaim(*space_, {.grace = 0}).run();
+        EXPECT_TRUE(!done && done.error().kind == ErrorKind::damaged);
+        EXPECT_EQ(files_.paths(), before) << "nothing was freed";
+        ASSERT_TRUE(store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run());
+    }
+}
+
 TEST_F(StoreDamage, AManifestThatTheDiskFailsToReadHoldsUpNothingElse)
 {
     using Broken = test::MemoryFiles::Broken;
