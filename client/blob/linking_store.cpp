@@ -27,15 +27,16 @@ Result<void> copy(BlobStore &store, BlobReader &from, const std::string &to)
 
 } // namespace
 
-Result<void> linkOrCopy(BlobStore &store, const std::string &from, BlobReader &opened,
-                        const std::string &to)
+Result<SecondName> linkOrCopy(BlobStore &store, const std::string &from, BlobReader &opened,
+                              const std::string &to)
 {
     if (auto *const linking = dynamic_cast<LinkingStore *>(&store)) {
         ARCA_TRY(const bool linked, linking->link(from, opened, to));
         if (linked)
-            return {};
+            return SecondName::linked;
     }
-    return copy(store, opened, to);
+    ARCA_CHECK(copy(store, opened, to));
+    return SecondName::copied;
 }
 
 } // namespace arca::blob

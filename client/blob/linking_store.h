@@ -20,10 +20,13 @@ public:
                               const std::string &to) = 0;
 };
 
-/// Links the blob, or copies it where it cannot be linked. Errors: as link(). Whether a copy is
-/// what was read is for the caller to prove.
-Result<void> linkOrCopy(BlobStore &store, const std::string &from, BlobReader &opened,
-                        const std::string &to);
+enum class SecondName { linked, copied };
+
+/// Links the blob, or copies it where it cannot be linked, and returns which. Errors: as link().
+/// Whether a copy is what was read is for the caller to prove, and a copy is made also when `from`
+/// has gone meanwhile.
+Result<SecondName> linkOrCopy(BlobStore &store, const std::string &from, BlobReader &opened,
+                              const std::string &to);
 
 } // namespace arca::blob
 

@@ -117,8 +117,7 @@ Result<BlobRemoval> removeBlob(NodeSpace &space, const std::string &blobName)
     Quarantine quarantine(space.domain());
     BlobRemoval removal{fate, {}};
     if (fate == BlobFate::setAside) {
-        ARCA_TRY(removal.now,
-                 blob::withReserve(blobs, [&] { return quarantine.setAside(blobName, *blob); }));
+        ARCA_TRY(removal.now, space.setAside(blobName, *blob));
         return removal;
     }
     if (quarantine.isManifest(blobName)) {

@@ -18,6 +18,8 @@
 //   7. link B to H, if H is absent; when it is not,   A C that has lost is taken back, and its
 //      take away what is there; look again            process reports that the name is taken. C
 //   8. take B away from coming/; remove the plan      is acknowledged after 3 only.
+//                                                     A piece that a repair brings back from the
+//                                                     quarantine is such a C, too.
 //
 // What holds, whichever of these steps anybody stops before, dies before, or does late:
 //
@@ -34,7 +36,11 @@
 //      may be taken away (step 7). It is judged before B is looked for once more: B in coming/
 //      after the judgement says that it was there at the time of it.
 //   5. Step 7 links the very blob in coming/, which fails once that is gone. So a process that
-//      does it late brings back no B that was removed meanwhile.
+//      does it late brings back no B that was removed meanwhile. Where blobs cannot have two names
+//      it puts a copy, and looks into coming/ again. When B is gone there, B was at H before the
+//      copy, or the copy was taken for B: who removes B, or makes it inactive, does step 7 and 8
+//      first, then puts B into its next place, then takes it away from H. So if B lies in a later
+//      place by now, or has been purged, the copy is taken back, else it stays.
 //
 // Repositories before layout 4 have no such place, as releases of that time would free the blocks
 // that only a piece there needs: there the name must be free when the piece is begun.

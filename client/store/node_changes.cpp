@@ -32,6 +32,11 @@ bool names(const std::vector<PieceId> &ids, PieceId id)
     return std::find(ids.begin(), ids.end(), id) != ids.end();
 }
 
+NodeSpace::PutPiece putAs(const PieceWriter &piece)
+{
+    return {piece.name(), piece.blobName(), piece.id()};
+}
+
 } // namespace
 
 Result<void> NodeSpace::copyStream(PieceReader &from, PieceWriter &to)
@@ -87,7 +92,7 @@ Result<void> NodeSpace::prepareChange(const ChangePlan &plan, std::span<const Se
     }
     for (const Sent &sent : pieces)
         ARCA_CHECK(replacesOne(plan, sent.piece->id()) ? claimNameOfOld(*sent.piece, plan)
-                                                       : claimName(*sent.piece, plan.id));
+                                                       : claimName(putAs(*sent.piece), plan.id));
     return {};
 }
 

@@ -22,6 +22,16 @@ Result<void> fineIfGone(Result<void> done)
     return !done && done.error().kind == ErrorKind::notFound ? Result<void>() : done;
 }
 
+/// Removes the blob that lies at a name, if it is that piece.
+Result<void> removeIfItIs(blob::BlobStore &store, const std::string &name, PieceId id)
+{
+    const auto blob = store.open(name);
+    if (!blob)
+        return fineIfGone(blob.error());
+    ARCA_TRY(const PieceId there, peekIdentifier(**blob));
+    return there == id ? fineIfGone(store.remove(name, **blob)) : Result<void>();
+}
+
 Error nameTaken(const ObjectName &name)
 {
     return {ErrorKind::exists, "the object " + printable(name.joined()) + " exists already"};
@@ -158,23 +168,20 @@ Result<void> NodeSpace::undoOthers(const ObjectName &name, const std::string &ac
     return {};
 }
 
-/// After a piece was put at its place in pieces/: whether it may have its name. Errors: exists or
-/// conflict when it has lost it; the caller takes it back.
-Result<void> NodeSpace::claimName(const PieceWriter &piece, ChangeId own)
+Result<void> NodeSpace::claimName(const PutPiece &piece, ChangeId own)
 {
-    const std::string &activeName = piece.blobName();
-    if (!activeName.starts_with(kActive) || !namesCarryChanges())
+    if (!piece.activeName.starts_with(kActive) || !namesCarryChanges())
         return {};
-    ARCA_CHECK(undoOthers(piece.name(), activeName, own));
-    const auto blob = store_.open(activeName);
+    ARCA_CHECK(undoOthers(piece.name, piece.activeName, own));
+    const auto blob = store_.open(piece.activeName);
     if (!blob && blob.error().kind == ErrorKind::notFound)
         return Error{ErrorKind::conflict, "another process took the object " +
-                                              printable(piece.name().joined()) +
+                                              printable(piece.name.joined()) +
                                               " away while it was committed; make it again"};
     if (!blob)
         return blob.error();
     ARCA_TRY(const PieceId there, peekIdentifier(**blob));
-    return there == piece.id() ? Result<void>() : nameTaken(piece.name());
+    return there == piece.id ? Result<void>() : nameTaken(piece.name);
 }
 
 /// After a piece was put in coming/: whether what has its name now gives way to it.
@@ -198,13 +205,9 @@ Result<void> NodeSpace::claimNameOfOld(const PieceWriter &piece, const ChangePla
     return nameTaken(piece.name());
 }
 
-/// Takes back what claimName() refused.
-void NodeSpace::giveNameBack(const PieceWriter &piece)
+void NodeSpace::giveNameBack(const PutPiece &piece)
 {
-    const auto blob = store_.open(piece.blobName());
-    const auto there = blob ? peekIdentifier(**blob) : Result<PieceId>(blob.error());
-    if (there && *there == piece.id())
-        (void)store_.remove(piece.blobName(), **blob);
+    (void)removeIfItIs(store_, piece.activeName, piece.id);
 }
 
 /// Moves a damaged piece out of coming/, where its name would lead to it for ever.
@@ -255,8 +258,10 @@ Result<void> NodeSpace::bringIn(const std::string &comingName)
         if (!linked && linked.error().kind == ErrorKind::notFound)
             continue;
         if (!linked && linked.error().kind != ErrorKind::exists)
-            return linked;
+            return std::move(linked).error();
         ARCA_TRY(const PieceId id, peekIdentifier(**waiting));
+        if (linked && *linked == blob::SecondName::copied)
+            ARCA_CHECK(takeBackIfLate(id, comingName));
         const auto there = store_.open(activeName);
         const auto found = there ? peekIdentifier(**there) : Result<PieceId>(there.error());
         if (!found || *found != id) {
@@ -270,6 +275,41 @@ Result<void> NodeSpace::bringIn(const std::string &comingName)
         return fineIfGone(store_.remove(comingName, **waiting));
     }
     return Error{ErrorKind::conflict, "the place of the blob " + comingName + " is never free"};
+}
+
+/// Returns true when a piece that was brought in has been removed, made inactive or purged since.
+Result<bool> NodeSpace::hasLeftItsName(PieceId id)
+{
+    ARCA_TRY(const auto removed, removedNames(id));
+    if (!removed.empty())
+        return true;
+    const auto inactive = locateInactive(id);
+    if (!inactive && inactive.error().kind != ErrorKind::notFound)
+        return inactive.error();
+    ARCA_TRY(const auto state, ObjectRecords(*domain_).read(id));
+    return inactive || state.number == 0; // a piece that came with a change has a record
+}
+
+/// A copy that was put at H after its piece had left coming/ was put too late, if the piece has
+/// left H, too. Else another process found the copy and took it for the piece.
+Result<void> NodeSpace::takeBackIfLate(PieceId id, const std::string &comingName)
+{
+    if (const auto waits = store_.open(comingName);
+        waits || waits.error().kind != ErrorKind::notFound)
+        return waits ? Result<void>() : waits.error();
+    ARCA_TRY(const bool left, hasLeftItsName(id));
+    return left ? removeIfItIs(store_, activeNameOf(comingName), id) : Result<void>();
+}
+
+/// Before a piece in coming/ is taken from its active places: see coming_piece.h.
+Result<bool> NodeSpace::bringInIfDone(const std::string &blobName)
+{
+    if (!isComingName(blobName))
+        return false;
+    ARCA_TRY(const bool done, isDone(changeIn(blobName)));
+    if (done)
+        ARCA_CHECK(bringIn(blobName));
+    return done;
 }
 
 Result<void> NodeSpace::bringIn(PieceId id, ChangeId change)

@@ -139,9 +139,10 @@ Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
     const std::string name = piece.name().filespace;
     CommitNote note(*domain_);
     ARCA_CHECK(piece.commit());
-    const auto claimed = claimName(piece, 0);
+    const PutPiece put{piece.name(), piece.blobName(), piece.id()};
+    const auto claimed = claimName(put, 0);
     if (!claimed) {
-        giveNameBack(piece);
+        giveNameBack(put);
         return claimed;
     }
     auto now = filespace(name);

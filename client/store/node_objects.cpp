@@ -136,7 +136,7 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName, std::span<const Pie
         manifest = readOwn(**blob, blobName);
     if (!manifest && manifest.error().kind == ErrorKind::damaged) {
         // It cannot be restored, and its name must not be lost with it.
-        const auto aside = Quarantine(*domain_).setAside(blobName, **blob);
+        const auto aside = setAside(blobName, **blob);
         if (!aside && aside.error().kind == ErrorKind::notFound)
             return isTaken(blobName, replaced); // it went, or another one came into its place
         ARCA_CHECK(aside);
@@ -200,8 +200,14 @@ Result<std::string> NodeSpace::setAside(const ObjectName &name)
     ARCA_TRY(const Sha256 hash, hashOf(name));
     const std::string blobName = blobNameOf(hash);
     ARCA_TRY(const auto blob, openDamaged(blobName));
+    return setAside(blobName, *blob);
+}
+
+Result<std::string> NodeSpace::setAside(const std::string &blobName, blob::BlobReader &judged)
+{
+    ARCA_TRY(const auto turn, lockChanges());
     return blob::withReserve(store_,
-                             [&] { return Quarantine(*domain_).setAside(blobName, *blob); });
+                             [&] { return Quarantine(*domain_).setAside(blobName, judged); });
 }
 
 Result<void> NodeSpace::remove(PieceId id)
@@ -228,8 +234,11 @@ Result<void> NodeSpace::removeEverywhere(PieceId id, std::int64_t at)
     // The active places first: what is left of an inactive piece must not come to be active. There
     // are two after a death between the last steps of a change.
     auto active = locate(id, Unclear::another);
-    for (; active; active = locate(id, Unclear::another))
-        ARCA_CHECK(aside(active->blobName, std::move(active->blob)));
+    for (; active; active = locate(id, Unclear::another)) {
+        ARCA_TRY(const bool brought, bringInIfDone(active->blobName));
+        if (!brought)
+            ARCA_CHECK(aside(active->blobName, std::move(active->blob)));
+    }
     if (active.error().kind != ErrorKind::notFound)
         return std::move(active).error();
     ARCA_TRY(const auto copies, copiesOf(id));

@@ -55,7 +55,7 @@ Result<void> NodeSpace::putAside(Located &located, std::int64_t at)
         const std::string aside = removedNameOf(key_, {located.info.id, at});
         auto linked = blob::linkOrCopy(store_, located.blobName, *located.blob, aside);
         if (!linked && linked.error().kind != ErrorKind::exists)
-            return linked;
+            return std::move(linked).error();
         // The try that made the name may have failed before it was durable.
         auto proven = linked ? Result<void>() : store_.sync(aside);
         // Soon the only one, and perhaps left by another process: it must be the piece.

@@ -83,6 +83,15 @@ Result<bool> NodeSpace::isDone(ChangeId change)
     return outcome ? Result<bool>(outcome->decision == Decision::done) : hasMark(change);
 }
 
+Result<bool> NodeSpace::wasStored(PieceId id, bool waited)
+{
+    ARCA_TRY(const auto state, ObjectRecords(*domain_).read(id));
+    if (state.record.shownBy != 0)
+        return isDone(state.record.shownBy);
+    // The record of a change that was given up goes, that of one that is done stays.
+    return !waited || state.number != 0;
+}
+
 /// Whether the copy that a change made of a piece is the piece now. When neither plan nor outcome
 /// is there, the change is settled.
 Result<bool> NodeSpace::holdsCopy(ChangeId change)
@@ -294,16 +303,17 @@ Result<void> NodeSpace::finishChange(const ChangePlan &plan)
 /// The last step of making a piece inactive: only with its copy proven.
 Result<void> NodeSpace::leaveActivePlace(PieceId id, const std::string &copyName)
 {
-    const auto active = locate(id, Unclear::another);
-    if (!active && active.error().kind == ErrorKind::notFound)
-        return {};
-    if (!active)
-        return active.error();
-    ARCA_CHECK(proveCopy(copyName));
-    auto removed = store_.remove(active->blobName, *active->blob);
-    if (!removed && removed.error().kind == ErrorKind::notFound)
-        return {};
-    return removed;
+    auto active = locate(id, Unclear::another);
+    if (active)
+        ARCA_CHECK(proveCopy(copyName));
+    // There are two active places after a death between the last steps of an earlier change.
+    for (; active; active = locate(id, Unclear::another)) {
+        ARCA_TRY(const bool brought, bringInIfDone(active->blobName));
+        auto removed = brought ? Result<void>() : store_.remove(active->blobName, *active->blob);
+        if (!removed && removed.error().kind != ErrorKind::notFound)
+            return removed;
+    }
+    return active.error().kind == ErrorKind::notFound ? Result<void>() : active.error();
 }
 
 /// `maker`: who undoes. The maker itself will publish nothing more, so that its records may go.

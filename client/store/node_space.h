@@ -81,6 +81,29 @@ public:
     Result<std::string> setAside(const ObjectName &name);
     /// Returns success when setAside() would move what is stored under a name. Errors: as there.
     Result<void> expectDamaged(const ObjectName &name);
+    /// The same for any manifest of the node that `judged` found damaged; quarantine.h says what
+    /// holds. Takes the lock of changes itself.
+    Result<std::string> setAside(const std::string &blobName, blob::BlobReader &judged);
+
+    /// Held by each process that removes pieces, changes their records, or moves manifests to the
+    /// quarantine or back. It only saves work. Settles first what was left half-changed: what is
+    /// found so under it was left by the dead.
+    Result<std::unique_ptr<blob::BlobLock>> lockChanges();
+    /// A piece that was put at its place in pieces/, and is acknowledged to no one yet.
+    struct PutPiece {
+        ObjectName name;
+        std::string activeName;
+        PieceId id = 0;
+    };
+    /// Decides whether a piece that was put has its name (coming_piece.h). `own`: the change that
+    /// it came with, or 0. Errors: exists or conflict when the name is lost, to another piece or by
+    /// a removal; the caller takes the piece back.
+    Result<void> claimName(const PutPiece &piece, ChangeId own);
+    /// Takes back what claimName() refused, as well as that can be done.
+    void giveNameBack(const PutPiece &piece);
+    /// Returns true when a piece was ever stored: it came with no change, or its change is done.
+    /// `waited`: its manifest lay in coming/.
+    Result<bool> wasStored(PieceId id, bool waited);
 
     /// Removes the piece, durably: it shows no more, and can be brought back until it is purged
     /// (removed_piece.h). `notFound` also when it was removed, or replaced, meanwhile.
@@ -206,9 +229,6 @@ private:
     /// Removes a piece that came with a change that is undone; false when it is none.
     Result<bool> removeIfUndone(const std::string &blobName);
 
-    /// Held by whoever removes pieces or changes their records. What is found half-changed under it
-    /// was left by the dead.
-    Result<std::unique_ptr<blob::BlobLock>> lockChanges();
     Result<void> settleUnderLock();
     Result<void> settle(const std::string &planName);
     Result<void> putPlan(const ChangePlan &plan);
@@ -242,11 +262,12 @@ private:
     Result<void> putComing(const ChangePlan &plan, PieceWriter &piece);
     Result<bool> yieldsTo(const std::string &comingName);
     Result<void> undoOthers(const ObjectName &name, const std::string &activeName, ChangeId own);
-    Result<void> claimName(const PieceWriter &piece, ChangeId own);
     Result<void> claimNameOfOld(const PieceWriter &piece, const ChangePlan &plan);
-    void giveNameBack(const PieceWriter &piece);
     Result<bool> setAsideIfDamaged(blob::BlobReader &blob, const std::string &blobName);
     Result<void> clearPlaceOf(PieceId id, const std::string &comingName);
+    Result<bool> bringInIfDone(const std::string &blobName);
+    Result<bool> hasLeftItsName(PieceId id);
+    Result<void> takeBackIfLate(PieceId id, const std::string &comingName);
     Result<void> bringIn(const std::string &comingName);
     Result<void> bringIn(PieceId id, ChangeId change);
 

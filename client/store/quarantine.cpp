@@ -112,22 +112,43 @@ Result<std::set<PackId>> Quarantine::packsHeldFor(blob::BlobReader &manifest, bo
     return held ? held : packsNow();
 }
 
-Result<std::string> Quarantine::setAside(const std::string &blobName, blob::BlobReader &judged)
+Result<bool> Quarantine::has(const std::string &name) const
 {
-    ARCA_CHECK(packsHeldFor(judged, true));
-    ARCA_TRY(const std::string digest, digestOf(judged));
-    const std::string name = prefix_ + digest + "." + shortNameOf(blobName);
+    const auto there = blobs_.open(name);
+    if (!there && there.error().kind != ErrorKind::notFound)
+        return there.error();
+    return static_cast<bool>(there);
+}
+
+Result<void> Quarantine::keep(const std::string &name, blob::BlobReader &manifest)
+{
+    ARCA_CHECK(packsHeldFor(manifest, true));
+    ARCA_TRY(const std::string digest, digestOf(manifest));
     ARCA_TRY(const auto copy, blobs_.begin());
-    ARCA_CHECK(readAll(judged, [&](ByteView bytes) { return copy->append(bytes); }));
+    ARCA_CHECK(readAll(manifest, [&](ByteView bytes) { return copy->append(bytes); }));
     auto committed = copy->commit(name);
     if (!committed && committed.error().kind != ErrorKind::exists)
-        return std::move(committed).error();
+        return committed;
     // What was copied must be what was there, or the list of its packs is another's.
     ARCA_TRY(const auto there, blobs_.open(name));
     ARCA_TRY(const std::string copied, digestOf(*there));
     if (copied != digest)
-        return Error{ErrorKind::io, "the blob " + blobName + " reads differently each time"};
+        return Error{ErrorKind::io, "a blob reads differently each time, so " + name +
+                                        " may not be what was set aside"};
+    return blobs_.sync(name);
+}
+
+Result<std::string> Quarantine::setAside(const std::string &blobName, blob::BlobReader &judged)
+{
+    // While the manifest changes its place, no run of reclaiming may miss it in both.
+    ARCA_TRY(const auto claim, blobs_.begin());
+    ARCA_TRY(const std::string digest, digestOf(judged));
+    const std::string name = prefix_ + digest + "." + shortNameOf(blobName);
+    ARCA_CHECK(keep(name, judged));
     ARCA_CHECK(blobs_.remove(blobName, judged));
+    ARCA_TRY(const bool kept, has(name));
+    if (!kept)
+        ARCA_CHECK(keep(name, judged));
     return name;
 }
 

@@ -14,6 +14,11 @@
 //   3. A manifest is copied here, with its list, before it leaves its place.
 //   4. Nothing leaves the quarantine by itself: repairing brings back what can be read after all,
 //      and a person gives up the rest by name.
+//   5. Setting aside and bringing back may be at one manifest at once. Each sees to it that the
+//      other place has it, removes it from the first, and then looks at the other place again: when
+//      it is gone there, it is put there once more, from what is still open. So the process that
+//      removes last leaves it in one place, in whatever order they come. They exclude each other by
+//      the lock of changes, so that one that dies within has harmed nothing.
 //
 // The list of packs: the envelope of a record (record.h), but as long as it must be; kind
 // "ARCAHELD", version 1: identifiers of packs, 16 bytes each.
@@ -49,8 +54,9 @@ public:
 
     /// Moves a damaged manifest here, durably, and returns its new name. `judged` is the reader in
     /// which the caller found it damaged: only that very blob is moved, never a sound one that came
-    /// under its name meanwhile. Errors: notFound when it is gone or another blob has its name by
-    /// now; after any error what is in its place is still there.
+    /// under its name meanwhile. The caller holds the lock of changes. Errors: notFound when it is
+    /// gone or another blob has its name by now; after any error the manifest is in its place, or
+    /// here.
     Result<std::string> setAside(const std::string &blobName, blob::BlobReader &judged);
 
     /// The packs that a damaged manifest may need. With `write` the list is kept; without, and when
@@ -60,11 +66,16 @@ public:
     /// Every pack that is there.
     Result<std::set<engine::PackId>> packsNow() const;
 
+    /// Puts a manifest here under `name`, with its list, unless it is here. Errors: io when it
+    /// reads differently each time.
+    Result<void> keep(const std::string &name, blob::BlobReader &manifest);
+
     /// Deletes a manifest that was set aside, and its list, for good. Errors: notFound.
     Result<void> giveUp(const std::string &blobName);
 
 private:
     Result<std::string> digestOf(blob::BlobReader &blob) const;
+    Result<bool> has(const std::string &name) const;
     Result<void> remove(const std::string &blobName);
 
     blob::BlobStore &blobs_;

@@ -22,9 +22,10 @@ public:
         left_ = n;
         then_ = std::move(then);
     }
+    /// Where it is false no file can have two names.
+    bool links = true;
     /// Asked before the names of a directory are synced.
     std::function<Result<void>(const std::string &)> beforeSync;
-    bool links = true; // else a file cannot have two names
     bool hasStopped() const { return left_ <= 0; }
     /// Everything fails from the decision of a change on; `decided`: from just after it.
     void dieDeciding(bool decided)

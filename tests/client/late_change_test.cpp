@@ -1,14 +1,10 @@
 // A process that makes a change sleeps at any step of it, while others see a plan that was left and
-// settle it; then it wakes. Locks keep nobody away here, as on a file system whose locks other
-// hosts do not see. What holds is one decision, the same for everybody.
+// settle it; then it wakes. What holds is one decision, the same for everybody.
 #include "client/store/node_removal.h"
 #include "client/store/record.h"
-#include "tests/client/another_host.h"
-#include "tests/client/store_faults_fixture.h"
+#include "tests/client/late_fixture.h"
 
-#include <future>
 #include <map>
-#include <thread>
 
 namespace
 {
@@ -16,7 +12,7 @@ namespace
 using namespace arca;
 using test::AnotherHost;
 
-class LateChange : public test::StoreFaults
+class LateChange : public test::LateFixture
 {
 protected:
     /// What the fixture works with becomes the other host's.
@@ -32,25 +28,11 @@ protected:
         space_->use({.threads = 1});
     }
 
-    /// A session of this host settles what it finds.
-    void settleHere()
-    {
-        auto here = store::Repository::open(blobs(), "test").value();
-        here->logOn("node", test::kPassword).value()->settleChanges();
-    }
-
-    std::vector<std::string> manifests()
-    {
-        std::vector<std::string> found;
-        for (const std::string &path : files_.paths())
-            if (path.starts_with("/r/pieces/") || path.starts_with("/r/inactive/") ||
-                path.starts_with("/r/coming/"))
-                found.push_back(path);
-        return found;
-    }
+    std::vector<std::string> manifests() { return pathsUnder({"pieces", "inactive", "coming"}); }
 
     void neverEnds(const Work &work);
-    void expectOneWinner(int n, int m, bool removed, bool &stopped, bool &paused);
+    Met expectOneWinner(int n, int m, bool removed);
+    void removeActive(store::PieceId id);
 
     std::unique_ptr<AnotherHost> host_;
 };
@@ -223,63 +205,43 @@ TEST_F(LateChange, OfARemovedNodesPasswordLeavesALaterNodeAlone)
     }
 }
 
-/// One process replaces "kept", and another one stores a piece of that name. The first stops before
-/// any step; then the second one runs up to any of its steps, where the first one goes on to its
-/// end. `removed`: somebody takes the old piece away while the first one sleeps.
-void LateChange::expectOneWinner(int n, int m, bool removed, bool &stopped, bool &paused)
+/// The manifest alone, as a process does that has come to that step of a removal.
+void LateChange::removeActive(store::PieceId id)
 {
-    AnotherHost other(files_);
-    auto elsewhere =
-        store::Repository::open(std::make_unique<blob::DirectoryStore>("/r", other), "test")
-            .value();
-    auto space = elsewhere->logOn("node", test::kPassword).value();
-    std::swap(space, space_);
+    blob::DirectoryStore here("/r", files_);
+    for (const std::string &path : pathsUnder({"pieces"})) {
+        const auto opened = here.open(path.substr(3)).value();
+        if (store::peekIdentifier(*opened).value() == id) {
+            EXPECT_TRUE(here.remove(path.substr(3), *opened));
+        }
+    }
+}
+
+/// One process replaces "kept", and another one stores a piece of that name. `removed`: a third one
+/// takes the old piece away while the first one sleeps.
+LateChange::Met LateChange::expectOneWinner(int n, int m, bool removed)
+{
+    Elsewhere other(files_);
+    std::swap(other.space, space_);
     const auto successor = this->successor('c', "3").value();
     const auto old = space_->find(nameOf("kept")).value();
-    std::swap(space, space_);
+    std::swap(other.space, space_);
 
     moveToOtherHost();
     const auto replacing = this->successor('r', "2").value();
-    std::promise<void> arrived, released;
-    host_->stopBefore(n, [&] {
-        arrived.set_value();
-        released.get_future().wait();
-    });
-    Result<void> first;
-    std::thread maker([&] {
-        const store::NodeSpace::Sent sent{replacing.get(), registration_};
-        first = space_->commitTogether({std::span(&sent, 1), std::span(&old->id, 1), {}});
-        if (!host_->hasStopped())
-            arrived.set_value();
-    });
-    arrived.get_future().wait();
-    stopped = host_->hasStopped();
-    bool ended = false;
-    const auto goOn = [&] {
-        if (!ended && stopped)
-            released.set_value();
-        ended = true;
-    };
-    if (removed && stopped) {
-        blob::DirectoryStore here("/r", files_);
-        for (const std::string &path : manifests())
-            if (path.starts_with("/r/pieces/")) {
-                const auto opened = here.open(path.substr(3)).value();
-                if (store::peekIdentifier(*opened).value() == old->id) {
-                    EXPECT_TRUE(here.remove(path.substr(3), *opened));
-                }
-            }
-    }
-    other.stopBefore(m, [&] {
-        goOn();
-        maker.join();
-    });
-    const auto second = space->commit(*successor, registration_);
-    paused = other.hasStopped();
-    goOn();
-    if (maker.joinable())
-        maker.join();
-    host_->stopBefore(0, {});
+    Result<void> first, second;
+    const Met met = meet(
+        *host_, n,
+        [&] {
+            const store::NodeSpace::Sent sent{replacing.get(), registration_};
+            first = space_->commitTogether({std::span(&sent, 1), std::span(&old->id, 1), {}});
+        },
+        other.host, m,
+        [&] {
+            if (removed && host_->hasStopped())
+                removeActive(old->id);
+            second = other.space->commit(*successor, registration_);
+        });
 
     EXPECT_FALSE(first && second) << "both were told that they have the name";
     settleHere();
@@ -291,24 +253,17 @@ void LateChange::expectOneWinner(int n, int m, bool removed, bool &stopped, bool
         store::Reclaim(*space_, {.grace = 0, .maxFreed = 100, .acceptMissing = true}).run());
     EXPECT_EQ(state(), shown);
     EXPECT_EQ(manifests().size(), shown.empty() ? 0U : 1U);
+    return met;
 }
 
 TEST_F(LateChange, ThatReplacesAPieceAndAnotherPieceOfItsNameAreNotBothStored)
 {
-    for (const bool removed : {false, true}) {
-        bool stopped = true;
-        for (int n = 1; stopped; ++n) {
-            bool paused = true;
-            for (int m = 1; paused && !HasFailure(); ++m) {
-                SCOPED_TRACE("stopped at step " + std::to_string(n) + ", the other one at " +
-                             std::to_string(m) + (removed ? ", removed" : ""));
-                expectOneWinner(n, m, removed, stopped, paused);
-                restoreStart();
-            }
-            if (HasFailure())
-                return;
-        }
-    }
+    for (const bool removed : {false, true})
+        meetEverywhere([&](int n, int m) {
+            const Met met = expectOneWinner(n, m, removed);
+            restoreStart();
+            return met;
+        });
 }
 
 TEST_F(LateChange, ANameThatOthersMayCountOnStaysWhenItsSyncFails)

@@ -107,6 +107,34 @@ TEST_F(ReadPieceTest, ShowsWhatTheClientShows)
               "inactive");
 }
 
+TEST_F(ReadPieceTest, FindsAPieceThatWaitsForItsPlace)
+{
+    const hoxHandle_t handle = logOn();
+    ASSERT_EQ(backUp(handle, "piece", "old"), HOX_RC_OK);
+    const hoxObjName name = nameOf("piece");
+    const ObjAttr attr = attributes();
+    hoxDelInfo info{};
+    info.backName = {HOX_DELBACK_VERSION, &name};
+    std::string bytes = "new";
+    DataBlk data{HOX_DATABLK_VERSION, 3, 0, bytes.data()};
+    ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxDeleteObj(handle, HOX_DELETE_BACKUP_NAME, &info), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, &data), HOX_RC_OK);
+    // The old one cannot leave its place, and the change is done all the same.
+    const auto inTheWay = installation_.repository() / "removed";
+    std::filesystem::create_symlink(inTheWay, inTheWay);
+    ASSERT_EQ(commit(handle), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
+    for (const bool waits : {true, false}) {
+        const hoxHandle_t next = logOn();
+        EXPECT_EQ(stored("coming").size(), waits ? 1U : 0U);
+        EXPECT_EQ(restore(next, "piece"), "new");
+        EXPECT_EQ(read("piece").out, "new");
+        ASSERT_EQ(api_.hoxTerminate(next), HOX_RC_OK);
+        std::filesystem::remove(inTheWay);
+    }
+}
+
 TEST_F(ReadPieceTest, FindsBlocksInPacksThatWereWrittenAnew)
 {
     const hoxHandle_t handle = logOn();
