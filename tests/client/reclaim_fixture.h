@@ -108,6 +108,26 @@ protected:
         return store::frameRecord("ARCACOND", 1, payload.view());
     }
 
+    /// Before each step of `ours`, in one round after the other, another process does all of
+    /// `theirs`. `after`: what is looked at when both are over.
+    template <class Theirs, class Ours, class After>
+    void beforeEachStep(Theirs theirs, Ours ours, After after, int stride = 1)
+    {
+        bool came = true;
+        for (int n = 1; came && !HasFailure(); n += stride) {
+            SCOPED_TRACE(n);
+            startAgain();
+            blob::DirectoryStore elsewhere("/r", files_);
+            auto key = SecretKey::from(key_);
+            const auto other = store::NodeSpace::open(elsewhere, "node", std::move(key).value(),
+                                                      engine::RecordForm::keyed);
+            const auto done = ours([&] { files_.runBefore(n, [&] { theirs(**other); }); });
+            came = files_.hasRun();
+            files_.runBefore(0, nullptr);
+            after(done);
+        }
+    }
+
     std::unique_ptr<store::PieceWriter> begin(const std::string &piece, const std::string &stream)
     {
         store::PieceDescription description;

@@ -263,35 +263,29 @@ TEST_F(RemovedTest, MoreThanAStatedShareIsFreedOnlyWithARemovalThatExplainsIt)
 /// A note that comes late finds its piece removed and purged: that is no piece that was lost.
 TEST_F(RemovedTest, APieceThatIsPurgedBeforeItIsNotedIsNotMissing)
 {
-    for (int n = 1; !HasFailure(); ++n) {
-        SCOPED_TRACE(n);
-        space_.reset();
-        files_.putBack(start_);
-        open();
-        blob::DirectoryStore elsewhere("/r", files_);
-        const auto other = store::NodeSpace::open(elsewhere, "node", SecretKey::from(key_).value(),
-                                                  engine::RecordForm::keyed);
-        auto writer = begin("late", "x");
-        ASSERT_TRUE(writer->finish());
-        bool purged = false;
-        files_.runBefore(n, [&] {
-            const auto found = (*other)->find(nameOf("late"));
-            if (found && *found && (*other)->remove((*found)->id))
-                purged = store::Reclaim(**other, kAtOnce).run()->purgedPieces == 3;
+    bool purged = false;
+    beforeEachStep(
+        [&](store::NodeSpace &other) {
+            const auto found = other.find(nameOf("late"));
+            if (found && *found && other.remove((*found)->id))
+                purged = store::Reclaim(other, kAtOnce).run()->purgedPieces == 3;
+        },
+        [&](const auto &arm) {
+            purged = false;
+            const auto writer = begin("late", "x");
+            EXPECT_TRUE(writer->finish());
+            arm();
+            (void)space_->commit(*writer, 1);
+            return true;
+        },
+        [&](bool) {
+            for (int more = 0; more < 3; ++more) {
+                const auto stock = store::Inventory(space_->domain()).check();
+                ASSERT_TRUE(stock);
+                EXPECT_EQ(stock->missing.size(), 0U) << purged;
+                reclaim();
+            }
         });
-        (void)space_->commit(*writer, 1);
-        const bool came = files_.hasRun();
-        files_.runBefore(0, nullptr);
-        writer.reset();
-        for (int more = 0; more < 3; ++more) {
-            const auto stock = store::Inventory(space_->domain()).check();
-            ASSERT_TRUE(stock);
-            EXPECT_EQ(stock->missing.size(), 0U) << purged;
-            reclaim();
-        }
-        if (!came)
-            break;
-    }
 }
 
 /// A removal that was killed leaves a second manifest, and one that was damaged since a third.
@@ -342,21 +336,12 @@ TEST_F(RemovedTest, APieceWhoseRenamingWasUndoneIsKeptWhenItIsRemoved)
 
 TEST_F(RemovedTest, WhatIsPurgedWhileVerifyingLooksIsNotMissing)
 {
-    for (int n = 1; !HasFailure(); ++n) {
-        SCOPED_TRACE(n);
-        space_.reset();
-        files_.putBack(start_);
-        open();
-        blob::DirectoryStore elsewhere("/r", files_);
-        const auto other = store::NodeSpace::open(elsewhere, "node", SecretKey::from(key_).value(),
-                                                  engine::RecordForm::keyed);
-        files_.runBefore(n, [&] { (void)store::Reclaim(**other, kAtOnce).run(); });
-        EXPECT_EQ(store::Inventory(space_->domain()).check()->missing.size(), 0U);
-        const bool came = files_.hasRun();
-        files_.runBefore(0, nullptr);
-        if (!came)
-            break;
-    }
+    beforeEachStep([](store::NodeSpace &other) { (void)store::Reclaim(other, kAtOnce).run(); },
+                   [&](const auto &arm) {
+                       arm();
+                       return store::Inventory(space_->domain()).check();
+                   },
+                   [](const auto &stock) { EXPECT_EQ(stock->missing.size(), 0U); });
 }
 
 /// Set aside because it could not be read, and readable again: it comes back, or is given up.
