@@ -42,7 +42,11 @@ bool Stretch::holds(const FrameEntry &frame) const
 Result<void> Stretch::read(IoBuffers &buffers)
 {
     memory_ = buffers.take(bytes());
-    ARCA_TRY(got_, pack_->pack->read(begin_, {memory_.get(), bytes()}));
+    const auto got = pack_->pack->read(begin_, {memory_.get(), bytes()});
+    gone_ = !got && got.error().kind == ErrorKind::notFound;
+    if (gone_)
+        return {};
+    ARCA_TRY(got_, got);
     return {};
 }
 

@@ -25,6 +25,8 @@ public:
     std::size_t bytes() const { return static_cast<std::size_t>(end_ - begin_); }
 
     Result<void> read(IoBuffers &buffers);
+    /// Returns true when read() found the revision of the pack gone: later_revision.h.
+    bool isGone() const { return gone_; }
     /// `damaged` when the pack ends before it.
     Result<ByteView> sealed(const FrameEntry &frame) const;
 
@@ -34,6 +36,7 @@ private:
     const std::uint64_t end_;
     std::shared_ptr<std::byte> memory_;
     std::size_t got_ = 0; // less than all where the pack ends
+    bool gone_ = false;
 };
 
 /// A frame that is asked for, and what it is read with.

@@ -34,6 +34,10 @@ std::shared_ptr<PackLayout> layOut(std::unique_ptr<OpenPack> pack, PackIndex ind
     layout->pack = std::move(pack);
     layout->frames = std::move(index.frames);
     layout->blockOffset.reserve(index.blocks.size());
+    StreamDigest identities;
+    for (const BlockEntry &entry : index.blocks)
+        identities.update(entry.id);
+    layout->identities = identities.value();
     std::uint32_t block = 0;
     for (const FrameEntry &frame : layout->frames) {
         layout->firstBlock.push_back(block);
@@ -61,6 +65,21 @@ std::uint32_t PackLayout::lengthOf(std::uint32_t block, std::uint32_t frame) con
     return (isLast ? frames[frame].rawBytes : blockOffset[block + 1]) - blockOffset[block];
 }
 
+Result<std::shared_ptr<PackLayout>> openLayout(const PackStore &packs, const PackId &id,
+                                               std::optional<DamagedPart> *part)
+{
+    auto opened = packs.open(id);
+    if (!opened && opened.error().kind == ErrorKind::notFound)
+        return damaged("the pack " + packs.blobNameOf({id, 1}) + " is missing");
+    auto index = opened ? (*opened)->readIndex() : Result<PackIndex>(opened.error());
+    if (!index && index.error().kind == ErrorKind::damaged && part != nullptr)
+        *part = DamagedPart{
+            id, opened ? (*opened)->which().revision : packs.revisionToRead(id).value_or(1),
+            DamageKind::whole, 0};
+    ARCA_TRY(PackIndex known, std::move(index));
+    return layOut(std::move(opened).value(), std::move(known));
+}
+
 RestorePlan::RestorePlan(const PackStore &packs, RunSource &runs)
     : packs_(packs), runs_(runs), maxLayouts_(maxLayouts())
 {
@@ -84,16 +103,7 @@ Result<std::shared_ptr<PackLayout>> RestorePlan::open(const PackId &id)
     if (const auto other = others_.extract(id); !other.empty())
         if (auto layout = other.mapped().lock())
             return layout;
-    auto opened = packs_.open(id);
-    if (!opened && opened.error().kind == ErrorKind::notFound)
-        return damaged("the pack " + packs_.blobNameOf({id, 1}) + " is missing");
-    auto index = opened ? (*opened)->readIndex() : Result<PackIndex>(opened.error());
-    if (!index && index.error().kind == ErrorKind::damaged)
-        damage_ = DamagedPart{
-            id, opened ? (*opened)->which().revision : packs_.revisionToRead(id).value_or(1),
-            DamageKind::whole, 0};
-    ARCA_TRY(PackIndex known, std::move(index));
-    return layOut(std::move(opened).value(), std::move(known));
+    return openLayout(packs_, id, &damage_);
 }
 
 void RestorePlan::makeRoom()

@@ -3,6 +3,7 @@
 #ifndef KEEL_CLIENT_ENGINE_RESTORE_PLAN_H
 #define KEEL_CLIENT_ENGINE_RESTORE_PLAN_H
 
+#include "client/base/hash.h"
 #include "client/engine/damage.h"
 #include "client/engine/run.h"
 
@@ -19,6 +20,7 @@ struct PackLayout {
     std::vector<FrameEntry> frames;
     std::vector<std::uint32_t> firstBlock;  // of each frame
     std::vector<std::uint32_t> blockOffset; // of each block, in its frame
+    Digest128 identities{};                 // of all blocks, the same in every revision
     std::uint64_t used = 0;
 
     const PackId &id() const { return pack->which().id; }
@@ -31,6 +33,11 @@ struct PackLayout {
     /// Of a block of that frame; 0: it was dropped.
     std::uint32_t lengthOf(std::uint32_t block, std::uint32_t frame) const;
 };
+
+/// Opens the newest revision of a pack. Errors: damaged, also when there is none. When it cannot be
+/// opened because it is damaged, `part`, unless null, receives which part.
+Result<std::shared_ptr<PackLayout>> openLayout(const PackStore &packs, const PackId &id,
+                                               std::optional<DamagedPart> *part = nullptr);
 
 /// Some bytes of the stream: of one frame, or zeros.
 struct Extent {

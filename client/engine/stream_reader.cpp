@@ -11,6 +11,7 @@
 
 #include "client/base/thread.h"
 #include "client/engine/frame_fetcher.h"
+#include "client/engine/later_revision.h"
 #include "client/engine/outcome.h"
 #include "client/engine/restore_queue.h"
 #include "client/engine/restore_tasks.h"
@@ -35,7 +36,7 @@ class ReadAhead final : public StreamReader
 public:
     ReadAhead(const PackStore &packs, const Settings &settings, RunSource &runs)
         : tasks_(packs, runs, settings.memory / 16 * 5), fetcher_(settings.memory / 4),
-          workers_(workersFor(settings)), portion_(settings.memory / 16),
+          later_(packs), workers_(workersFor(settings)), portion_(settings.memory / 16),
           window_(settings.memory / 2), queue_(settings.memory / 4)
     {
     }
@@ -55,8 +56,9 @@ private:
     void wakeWorkers(std::size_t tasks);
     void expand();
     Result<void> fill(RestoreTask &task, FrameCoder &coder, Bytes &scratch);
+    Result<void> fillFromLater(const RestoreTask &task, FrameCoder &coder);
     void put(const Part &part, ByteView bytes);
-    void failFrame(const RestoreTask &task, Error failure);
+    void failFrame(const RestoreTask &task, const Stretch *stretch, Error failure);
     void failForMemory();
     void wakeAll();
     bool isOver() const { return stopping_ || outcome_.failed(); }
@@ -73,6 +75,7 @@ private:
     RestoreTasks tasks_;
     FrameFetcher fetcher_;
 
+    LaterRevisions later_;
     const unsigned workers_;
     const std::size_t portion_; // so much is planned at a time
     const std::shared_ptr<IoBuffers> buffers_ = std::make_shared<IoBuffers>();
@@ -234,7 +237,7 @@ void ReadAhead::expand()
             reads_.notify_one();
         const bool wasWorthIt = isWorthWaking();
         if (!done)
-            failFrame(*task, std::move(done).error());
+            failFrame(*task, stretch.get(), std::move(done).error());
         else
             for (const Part &part : task->parts)
                 window_.filled(part.position, part.length);
@@ -243,10 +246,10 @@ void ReadAhead::expand()
     }
 }
 
-/// The mutex is held.
-void ReadAhead::failFrame(const RestoreTask &task, Error failure)
+/// The mutex is held. A revision that is gone has no damage.
+void ReadAhead::failFrame(const RestoreTask &task, const Stretch *stretch, Error failure)
 {
-    if (failure.kind == ErrorKind::damaged && task.frame.pack) {
+    if (failure.kind == ErrorKind::damaged && stretch != nullptr && !stretch->isGone()) {
         const PackName &pack = task.frame.pack->pack->which();
         damage_.insert({pack.id, pack.revision, DamageKind::frame, task.frame.number});
     }
@@ -267,6 +270,8 @@ Result<void> ReadAhead::fill(RestoreTask &task, FrameCoder &coder, Bytes &scratc
             put(part, {});
         return {};
     }
+    if (task.frame.stretch->isGone())
+        return fillFromLater(task, coder);
     const OpenPack &pack = *task.frame.pack->pack;
     const FrameEntry &entry = task.frame.entry();
     const Part &first = task.parts.front();
@@ -283,6 +288,17 @@ Result<void> ReadAhead::fill(RestoreTask &task, FrameCoder &coder, Bytes &scratc
     if (!whole)
         for (const Part &part : task.parts)
             put(part, raw.subspan(part.offset, part.length));
+    return {};
+}
+
+Result<void> ReadAhead::fillFromLater(const RestoreTask &task, FrameCoder &coder)
+{
+    for (const Part &part : task.parts)
+        ARCA_CHECK(
+            later_.read(*task.frame.pack, task.frame.number, part.offset, part.length, coder,
+                        [&](std::uint32_t at, ByteView bytes) {
+                            put({at, bytes.size(), part.position + (at - part.offset)}, bytes);
+                        }));
     return {};
 }
 

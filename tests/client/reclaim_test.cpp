@@ -2,6 +2,8 @@
 // piece needs is never taken, and what nobody needs goes in the end.
 #include "tests/client/reclaim_fixture.h"
 
+#include <sys/resource.h>
+
 namespace
 {
 
@@ -268,6 +270,43 @@ TEST_F(ReclaimTest, ARevisionIsProvenBeforeAnybodyFindsIt)
         EXPECT_TRUE(named);
         expectPiece("few", few_);
     }
+}
+
+/// With few files open a restore closes packs that it goes on to read. Between two of its steps a
+/// run whose mark is from before the restore puts the next revision of one.
+TEST_F(ReclaimTest, ARestoreGoesOnInTheNextRevisionOfAPackThatItHadClosed)
+{
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit few{64, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &few), 0);
+    std::string mosaic = few_;
+    for (unsigned i = 0; i < 17; ++i) {
+        const std::string stream = blocks(100 + i, 70);
+        backUp("p" + std::to_string(i), stream);
+        mosaic += stream.substr(0, 20 * kBlock);
+    }
+    mosaic += few_.substr(0, 5 * kBlock);
+    EXPECT_EQ(backUp("mosaic", mosaic), 0U) << "it needs 18 packs";
+    auto slow = begin("slow", "x");
+    EXPECT_EQ(reclaim().waitingPacks, 2U);
+    slow.reset();
+    start_ = files_.snapshot();
+    int rewritten = 0;
+    beforeEachStep(
+        [&](store::NodeSpace &other) {
+            const auto done = store::Reclaim(other, kAtOnce).run();
+            rewritten += done && done->rewrittenPacks == 1 ? 1 : 0;
+        },
+        [&](const auto &arm) {
+            space_->use({.threads = 1});
+            arm();
+            expectPiece("mosaic", mosaic);
+            return true;
+        },
+        [](bool) {}, 3);
+    EXPECT_GT(rewritten, 10);
+    (void)setrlimit(RLIMIT_NOFILE, &before);
 }
 
 TEST_F(ReclaimTest, APieceThatCannotBeReadKeepsEveryPackThatItMayNeed)
