@@ -15,6 +15,7 @@ namespace arca::store
 namespace
 {
 
+constexpr int kMaxAttempts = 100; // more than the places that a piece is in at once
 constexpr int kMaxNames = 1000; // that a piece had one after the other, far more than anybody gives
 
 Error unknownId(PieceId id)
@@ -234,7 +235,9 @@ Result<void> NodeSpace::removeEverywhere(PieceId id, std::int64_t at)
     // The active places first: what is left of an inactive piece must not come to be active. There
     // are two after a death between the last steps of a change.
     auto active = locate(id, Unclear::another);
-    for (; active; active = locate(id, Unclear::another)) {
+    for (int attempt = 0; active; active = locate(id, Unclear::another)) {
+        if (++attempt > kMaxAttempts)
+            return Error{ErrorKind::io, "the blob " + active->blobName + " cannot be removed"};
         ARCA_TRY(const bool brought, bringInIfDone(active->blobName));
         if (!brought)
             ARCA_CHECK(aside(active->blobName, std::move(active->blob)));
