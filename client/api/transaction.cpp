@@ -31,6 +31,7 @@ void Transaction::poison(const Refusal &cause)
     // What was sent is dropped at once: the failure may be a lack of the space that it takes.
     open_ = {};
     finished_.clear();
+    claim_.reset();
 }
 
 template <class T> Answer<T> Transaction::step(Answer<T> answer)
@@ -61,6 +62,12 @@ Answer<void> Transaction::roomForOne()
 Answer<void> Transaction::beginObject(store::PieceDescription description)
 {
     ARCA_CHECK(roomForOne());
+    if (!finished_.empty() && !claim_) {
+        auto claim = step(answered(space_.beginClaim()));
+        if (!claim)
+            return std::move(claim).error();
+        claim_ = std::move(claim).value();
+    }
     auto filespace = step(answered(space_.filespace(description.name.filespace)));
     if (!filespace)
         return std::move(filespace).error();
@@ -89,8 +96,13 @@ Answer<store::PieceTotals> Transaction::endObject()
     if (!allowed)
         return allowed.error();
     auto totals = step(answered(open_.piece->finish()));
-    if (totals)
-        finished_.push_back(std::move(open_));
+    if (!totals)
+        return totals;
+    // A transaction may have more objects than the host has descriptors.
+    if (claim_)
+        if (auto parked = step(answered(open_.piece->park(*claim_))); !parked)
+            return std::move(parked).error();
+    finished_.push_back(std::move(open_));
     return totals;
 }
 

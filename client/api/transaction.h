@@ -65,6 +65,8 @@ private:
         std::uint32_t registration = 0;            // of its filespace
     };
     Object open_;
+    /// From the second object on: what all but the first are parked under. Goes after them.
+    std::unique_ptr<blob::BlobWriter> claim_;
     std::vector<Object> finished_;
     std::vector<store::PieceId> deletions_;
     std::vector<store::PieceId> deactivations_;

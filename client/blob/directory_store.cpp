@@ -7,6 +7,7 @@
 
 #include "client/base/hash.h"
 #include "client/base/text.h"
+#include "client/blob/parking.h"
 
 #include <algorithm>
 #include <atomic>
@@ -91,6 +92,12 @@ public:
     bool isFull() const { return used_ == kPortion; }
     ByteView content() const { return {bytes_.get(), used_}; }
     void clear() { used_ = 0; }
+    /// Gives the memory back; nothing can be taken any more.
+    void release()
+    {
+        bytes_.reset();
+        used_ = 0;
+    }
 
 private:
     Portion bytes_ = allocatePortion();
@@ -192,6 +199,15 @@ Result<std::string> temporaryName()
     return "tmp/" + std::to_string(getpid()) + "-" + toHex(random);
 }
 
+/// Between the name of a claim and the rest of the name of what is parked under it.
+constexpr char kParked = '.';
+
+/// The file in tmp whose lock says that the writer of this one lives.
+std::string lockedFor(const std::string &fileName)
+{
+    return fileName.substr(0, fileName.find(kParked));
+}
+
 /// Where locks do not exclude two descriptors of one process, a process must not take its own
 /// writers for dead ones; its own dead ones wait for another process.
 bool ownedByThisProcess([[maybe_unused]] const std::string &fileName)
@@ -205,7 +221,7 @@ bool ownedByThisProcess([[maybe_unused]] const std::string &fileName)
 
 } // namespace
 
-class DirectoryWriter final : public BlobWriter
+class DirectoryWriter final : public BlobWriter, public ParkingWriter
 {
 public:
     DirectoryWriter(DirectoryStore &store, std::string temporary)
@@ -215,7 +231,7 @@ public:
 
     ~DirectoryWriter() override
     {
-        if (file_)
+        if (file_ || parked_)
             (void)store_.files_.unlink(store_.pathOf(temporary_));
     }
 
@@ -255,10 +271,31 @@ public:
         return std::unique_ptr<BlobReader>(std::make_unique<WrittenReader>(*file_, size));
     }
 
-    Result<void> commit(const std::string &name, Unsure unsure) override
+    /// The name goes on with that of the claim, which tells others whose lock to look for.
+    Result<void> park(const BlobWriter &claim) override
     {
         ARCA_CHECK(writeRest());
+        // Now: a file that is opened again may not be told what went wrong before.
         ARCA_CHECK(file_->sync());
+        gathered_.release();
+        const std::string &owner = static_cast<const DirectoryWriter &>(claim).temporary_;
+        std::string parked = owner + kParked + temporary_.substr(temporary_.rfind('-') + 1);
+        ARCA_CHECK(store_.files_.moveNew(store_.pathOf(temporary_), store_.pathOf(parked)));
+        temporary_ = std::move(parked);
+        parked_ = true;
+        file_.reset();
+        return {};
+    }
+
+    Result<void> commit(const std::string &name, Unsure unsure) override
+    {
+        if (parked_) {
+            ARCA_TRY(file_, store_.files_.openForLocking(store_.pathOf(temporary_), false));
+            parked_ = false;
+        } else {
+            ARCA_CHECK(writeRest());
+            ARCA_CHECK(file_->sync());
+        }
         ARCA_CHECK(store_.publish(temporary_, name, *file_, unsure));
         file_.reset();
         return {};
@@ -279,7 +316,8 @@ private:
     }
 
     DirectoryStore &store_;
-    std::unique_ptr<File> file_; // null before claim(), and once the name belongs to the blob
+    std::unique_ptr<File> file_; // null before claim(), parked, and once the name is the blob's
+    bool parked_ = false;
     std::string temporary_;
     GatherBuffer gathered_;
 };
@@ -426,13 +464,14 @@ Result<void> DirectoryStore::removeLeftovers()
         if (ownedByThisProcess(entry))
             continue;
         // Its writer may end, or another cleaner come first, at any moment: neither is a failure.
-        const std::string name = "tmp/" + entry;
-        auto file = files_.openForLocking(pathOf(name), false);
-        if (!file)
+        const std::string owner = lockedFor(entry);
+        auto file = files_.openForLocking(pathOf("tmp/" + owner), false);
+        const bool isOrphan = !file && file.error().kind == ErrorKind::notFound && owner != entry;
+        if (!file && !isOrphan)
             continue;
-        const auto locked = (*file)->lock();
+        const auto locked = file ? (*file)->lock() : Result<bool>(true);
         if (locked && *locked)
-            (void)files_.unlink(pathOf(name));
+            (void)files_.unlink(pathOf("tmp/" + entry));
     }
     return {};
 }
@@ -442,6 +481,8 @@ Result<std::set<std::string>> DirectoryStore::livingWriters()
     ARCA_TRY(const auto found, namesIn("tmp"));
     std::set<std::string> living;
     for (const std::string &entry : found) {
+        if (lockedFor(entry) != entry)
+            continue; // the claim stands for it
         auto file = files_.openForLocking(pathOf("tmp/" + entry), false);
         if (!file && file.error().kind == ErrorKind::notFound)
             continue;

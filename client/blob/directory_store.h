@@ -2,12 +2,16 @@
 //
 //   ROOT/<name>              a blob: complete, synced, never changed
 //   ROOT/tmp/<pid>-<random>  a blob being written; its writer holds a lock on it while it lives
+//   ROOT/tmp/<pid>-<random>.<random>
+//                            a finished blob that is parked: who holds the lock on the file of the
+//                            name before the dot commits it, or gives it up
 //   ROOT/locks/<name>        a lock, and who holds it: "<process> <since> <host> <doing>"
 //   ROOT/locks/remove-<...>  held while a blob is removed, by the second component of its name
 //   ROOT/reserve/<n>         space kept back, which work that frees space gives up on a full disk
 //   ROOT/cache/              of an earlier release: what a host could make again; left alone
 //
-// A file in tmp that can be locked has no writer any more and is removed. Directories appear as
+// A file in tmp that can be locked has no writer any more and is removed, and so is what is parked
+// under such a file, or under none. Directories appear as
 // they are needed and are never removed.
 #ifndef KEEL_CLIENT_BLOB_DIRECTORY_STORE_H
 #define KEEL_CLIENT_BLOB_DIRECTORY_STORE_H

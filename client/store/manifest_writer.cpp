@@ -1,6 +1,8 @@
 // Chunks of runs, out and in.
 #include "client/store/manifest_writer.h"
 
+#include "client/blob/parking.h"
+
 namespace arca::store
 {
 
@@ -66,6 +68,12 @@ Result<void> ManifestWriter::endChunk()
     length.u32(static_cast<std::uint32_t>(plain.size() + kTagBytes));
     ARCA_CHECK(put(length.view()));
     return putSealed(chunkNonce(chunks_++), {}, plain);
+}
+
+Result<void> ManifestWriter::park(const blob::BlobWriter &claim)
+{
+    runs_ = {};
+    return blob::parkIfPossible(*blob_, claim);
 }
 
 Result<void> ManifestWriter::addInactiveNote(const SecretKey &manifestKey, std::int64_t at)

@@ -21,6 +21,8 @@ public:
 
     /// After the last run. Tells how long the manifest is.
     Result<std::uint64_t> finish(const ManifestEnd &end);
+    /// After finish(): keeps no descriptor and no buffer until commit(); see ParkingWriter::park().
+    Result<void> park(const blob::BlobWriter &claim);
     /// After finish(): what makes the piece an inactive one.
     Result<void> addInactiveNote(const SecretKey &manifestKey, std::int64_t at);
     /// Durable and visible under that name; `exists` when it is taken. After another failure the

@@ -47,6 +47,8 @@ public:
     /// free then is decided there. description.node is filled in. Errors: exists.
     Result<std::unique_ptr<PieceWriter>> beginPiece(PieceDescription description,
                                                     std::span<const PieceId> replaced = {});
+    /// Begins what a transaction of several pieces parks them under; see ParkingWriter::park().
+    Result<std::unique_ptr<blob::BlobWriter>> beginClaim() { return store_.begin(); }
 
     /// The active piece of exactly that name; nothing when there is none.
     Result<std::optional<PieceInfo>> find(const ObjectName &name);

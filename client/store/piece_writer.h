@@ -41,6 +41,11 @@ public:
         return manifest_->addInactiveNote(manifestKey, at);
     }
 
+    /// After finish(), with only commit() to come: keeps no descriptor and no buffer until then.
+    /// `claim` was begun before the piece and outlives it; see ParkingWriter::park(). After an
+    /// error the piece is lost: drop the writer.
+    Result<void> park(const blob::BlobWriter &claim) { return manifest_->park(claim); }
+
     /// Makes the finished piece durable and visible. `exists` when another piece has the name by
     /// now.
     Result<void> commit() { return manifest_->commit(blobName_); }

@@ -156,6 +156,44 @@ TEST_F(OddHostTest, LimitsOfTheProcessEndInAnAnswer)
     EXPECT_EQ(list(logOn()), HOX_RC_FINISHED) << "whatever they left";
 }
 
+TEST_F(OddHostTest, ATransactionOfManyObjectsNeedsFewDescriptors)
+{
+    const auto nameOfObject = [](int i) { return "many" + std::to_string(i); };
+    const auto host = [&](int objects, bool commits) {
+        const rlimit limit{256, 256};
+        hoxHandle_t handle = 0, other = 0;
+        if (setUp(installation_.clientOptions()) != HOX_RC_OK ||
+            setrlimit(RLIMIT_NOFILE, &limit) != 0 || logOnQuietly(handle) != HOX_RC_OK ||
+            api_.hoxBeginTxn(handle) != HOX_RC_OK)
+            return 1;
+        const ObjAttr attr = attributes();
+        for (int i = 0; i < objects; ++i) {
+            const hoxObjName name = nameOf(nameOfObject(i));
+            std::string bytes = nameOfObject(i);
+            const auto length = static_cast<std::uint32_t>(i % 1000 == 1 ? bytes.size() : 0);
+            DataBlk data{HOX_DATABLK_VERSION, length, 0, bytes.data()};
+            if (api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, &data) != 0 ||
+                api_.hoxEndSendObj(handle) != HOX_RC_OK)
+                return 2;
+        }
+        if (!commits)
+            return 0; // it dies
+        // Which cleans up behind the dead.
+        if (logOnQuietly(other) != HOX_RC_OK || endTransaction(handle, HOX_VOTE_COMMIT) != 0)
+            return 3;
+        return api_.hoxCleanUp(1) == HOX_RC_OK ? 0 : 4;
+    };
+    EXPECT_EQ(inHost([&] { return host(5, false); }), 0);
+    EXPECT_EQ(stored("tmp").size(), 6U) << "and a claim";
+    EXPECT_EQ(inHost([&] { return host(4096, true); }), 0);
+    ASSERT_EQ(setUp(installation_.clientOptions()), HOX_RC_OK);
+    const hoxHandle_t handle = logOn();
+    EXPECT_EQ(stored("tmp").size(), 0U);
+    EXPECT_EQ(stored("pieces").size(), 4096U);
+    for (const int i : {1, 2001, 4001, 4095})
+        EXPECT_EQ(restore(handle, nameOfObject(i)), i % 1000 == 1 ? nameOfObject(i) : "");
+}
+
 // The cancellation is there before each operation; it takes effect after the last one.
 TEST_F(OddHostTest, AThreadThatIsCancelledEndsAfterItsOperations)
 {
