@@ -53,13 +53,37 @@ std::optional<Bytes> fromHex(std::string_view digits)
     return bytes;
 }
 
+/// Bytes of the character of UTF-8 that the text begins with; 0: no character does.
+static std::size_t characterBytes(std::string_view text)
+{
+    const auto lead = static_cast<unsigned char>(text.front());
+    const std::size_t bytes = lead < 0x80                   ? 1
+                              : lead >= 0xc2 && lead < 0xe0 ? 2
+                              : (lead & 0xf0U) == 0xe0      ? 3
+                              : lead >= 0xf0 && lead < 0xf5 ? 4
+                                                            : 0;
+    const std::string_view rest = text.substr(std::min(text.size(), std::size_t{1}), bytes - 1);
+    const bool whole = bytes != 0 && text.size() >= bytes &&
+                       std::ranges::all_of(rest, [](char c) { return (c & 0xc0) == 0x80; });
+    return whole ? bytes : 0;
+}
+
 std::string printable(std::string_view text, std::size_t limit)
 {
     const bool cut = text.size() > limit;
-    std::string clean(text.substr(0, limit));
-    for (char &c : clean)
-        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7f)
-            c = '?';
+    std::string_view left = text.substr(0, limit);
+    std::string clean;
+    while (!left.empty()) {
+        const std::size_t bytes = characterBytes(left);
+        const std::string_view character = left.substr(0, std::max(bytes, std::size_t{1}));
+        // A terminal obeys U+0080 to U+009F as well, and as single bytes, too.
+        const auto byte = static_cast<unsigned char>(character[0]);
+        const bool control = (bytes == 0 && byte < 0xa0) ||
+                             (bytes == 1 && (byte < 0x20 || byte == 0x7f)) ||
+                             (bytes == 2 && character < "\xc2\xa0");
+        clean += control ? std::string_view("?") : character;
+        left.remove_prefix(character.size());
+    }
     return cut ? clean + "..." : clean;
 }
 

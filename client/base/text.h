@@ -18,7 +18,7 @@ std::string toHex(std::uint64_t value);
 /// Digits in any case. Nothing when one is no digit, or their number is odd.
 std::optional<Bytes> fromHex(std::string_view digits);
 
-/// Returns a text from outside in a form that fits one line of a message: ASCII control characters
+/// Returns a text from outside in a form that fits one line of a message: control characters
 /// become '?'; more than `limit` bytes are cut, perhaps within a character, and marked "...".
 std::string printable(std::string_view text, std::size_t limit = 256);
 

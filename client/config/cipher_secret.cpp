@@ -4,6 +4,7 @@
 #include "client/base/hash.h"
 #include "client/base/text.h"
 #include "client/blob/file_layer.h"
+#include "client/config/root_file.h"
 
 namespace arca::config
 {
@@ -27,7 +28,7 @@ Result<Bytes> readSecret(const std::string &path)
 
 /// Writes the secret beside its place and names it in one step, so that no reader finds half of it,
 /// and two makers end up with one secret.
-Result<void> makeSecret(const std::string &path)
+Result<void> makeSecret(const std::string &optionFile, const std::string &path)
 {
     blob::FileLayer &files = blob::systemFiles();
     Bytes secret(kSecretBytes);
@@ -40,6 +41,7 @@ Result<void> makeSecret(const std::string &path)
     wipe(secret);
     if (written)
         written = file->sync();
+    giveToOwnerOf({optionFile}, fresh);
     if (written)
         written = files.moveNew(fresh, path);
     if (!written) {
@@ -59,7 +61,7 @@ Result<Bytes> cipherSecret(const std::string &optionFile)
     auto secret = readSecret(path);
     if (secret || secret.error().kind != ErrorKind::notFound)
         return secret;
-    ARCA_CHECK(makeSecret(path));
+    ARCA_CHECK(makeSecret(optionFile, path));
     return readSecret(path);
 }
 

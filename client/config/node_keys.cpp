@@ -1,19 +1,15 @@
 // The file of kept node passwords: see the header, which numbers what must stay true.
 #include "client/config/node_keys.h"
 
-#include "client/base/descriptor.h"
 #include "client/base/hash.h"
 #include "client/base/text.h"
 #include "client/blob/file_layer.h"
+#include "client/config/root_file.h"
 
 #include <chrono>
 #include <cstdio>
-#include <fcntl.h>
 #include <filesystem>
-#include <initializer_list>
-#include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
 
 namespace arca::config
 {
@@ -48,25 +44,6 @@ std::string_view passwordIn(std::string_view line, const std::string &uuid, cons
         line.substr(second + 1) != node)
         return {};
     return line.substr(first + 1, second - first - 1);
-}
-
-/// Gives what root made to the owner of the first of `models` that is there, because that user's
-/// programs log on with it.
-void giveToOwnerOf(std::initializer_list<std::string> models, const std::string &file)
-{
-    if (::geteuid() != 0)
-        return;
-    struct stat model = {}, made = {};
-    bool known = false;
-    for (const std::string &path : models)
-        known = known || ::stat(path.c_str(), &model) == 0;
-    const int descriptor = openAbove(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
-    // With a second name it may be a file of another user, linked here in place of ours.
-    if (known && descriptor >= 0 && ::fstat(descriptor, &made) == 0 && S_ISREG(made.st_mode) &&
-        made.st_uid == 0 && made.st_nlink == 1)
-        (void)(::fchown(descriptor, model.st_uid, model.st_gid) == 0);
-    if (descriptor >= 0)
-        ::close(descriptor);
 }
 
 } // namespace

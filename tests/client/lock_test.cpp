@@ -2,6 +2,7 @@
 // outlives the process that has it, whatever that forked.
 #include "client/base/descriptor.h"
 #include "client/blob/directory_store.h"
+#include "client/config/cipher_secret.h"
 #include "client/config/node_keys.h"
 #include "client/store/blob_removal.h"
 #include "client/store/node_removal.h"
@@ -302,6 +303,10 @@ TEST_F(LockTest, PasswordsThatRootKeepsBelongToWhoseProgramsUseThem)
     std::filesystem::remove(kept + ".lock");
     ASSERT_EQ(chown(options.c_str(), 12345, 12345), 0);
     EXPECT_EQ(ownerAfterKeeping(), 12345U) << "as the options";
+    struct stat secret = {};
+    EXPECT_TRUE(config::cipherSecret(options));
+    EXPECT_EQ(stat((options + ".secret").c_str(), &secret), 0);
+    EXPECT_EQ(secret.st_uid, 12345U);
 }
 
 } // namespace

@@ -144,6 +144,15 @@ TEST_F(KeelTest, FilesGetTheirContentBackAndAreNotReplacedUnasked)
     EXPECT_EQ(listing(directory), (std::vector<std::string>{"input", "new", "taken"}));
 }
 
+TEST_F(KeelTest, InputThatIsClosedIsNotAnEmptyOne)
+{
+    const ProgramResult result =
+        run({"sh", "-c", keelProgram().string() + " backup p --input - <&-"});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find("cannot read"), std::string::npos) << result.err;
+    EXPECT_FALSE(isStored("p"));
+}
+
 TEST_F(KeelTest, AFileThatIsCutWhileItIsReadIsNotStored)
 {
     const std::string input = installation_.directory() / "input";

@@ -228,6 +228,7 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
             return interruption(pieces(bound.ids.size()) + " bound; run it again for the rest");
         ARCA_CHECK(answered(rc));
     }
+    result["dryRun"] = asked.dryRun;
     result["bound"] = bound.ids.size();
     result["missing"] = bound.gone;
     if (!command.json && bound.gone != 0)

@@ -119,7 +119,7 @@ Result<void> prune(ClientSession &client, const Command &command, const Asked &a
     ARCA_CHECK(confirm("The " + told + " go for good. Delete them?", asked.yes));
     ARCA_CHECK(answered(mtLogPrune(client.session(), before)));
     (void)mtLogAppend(client.session(), HOX_SEVERITY_INFO, "ARCA012", "arca log: pruned " + told);
-    result["prunedBefore"] = tools::utcTimeText(before);
+    result["prunedBefore"] = tools::utcTimeText(before).substr(0, 10) + "T00:00:00Z";
     if (!command.json)
         fmt::print("Deleted the {}\n", told);
     return {};

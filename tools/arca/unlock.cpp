@@ -179,6 +179,7 @@ Result<void> unlock(const Command &command, bool dryRun, Json &result)
         bytes += held.living ? 0 : held.bytes;
         shown.push_back(jsonOf(held));
     }
+    result["dryRun"] = dryRun;
     result["leftovers"] = dead;
     result["leftoverBytes"] = bytes;
     if (!dryRun)
@@ -187,8 +188,11 @@ Result<void> unlock(const Command &command, bool dryRun, Json &result)
         return {};
     print(all);
     if (dead != 0)
-        fmt::print("{} {} of processes that died, {}\n", dryRun ? "There are" : "Removed", dead,
-                   sizeText(bytes));
+        fmt::print("{} {} of processes that died, {}\n",
+                   !dryRun     ? "Removed"
+                   : dead == 1 ? "There is"
+                               : "There are",
+                   dead, sizeText(bytes));
     if (dead < all.size())
         fmt::print("What is held is held by processes that live, and goes with them: wait for "
                    "them, or end them\n");

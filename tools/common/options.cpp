@@ -1,6 +1,8 @@
 // See options.h.
 #include "tools/common/options.h"
 
+#include "tools/common/text.h"
+
 #include <map>
 
 #include <CLI/CLI.hpp>
@@ -56,6 +58,21 @@ Option Option::oneOf(std::vector<std::string> words) const
 {
     option_->check(CLI::IsMember(std::move(words)).description(""));
     return *this;
+}
+
+/// Puts the number in the place of the word, in whatever case that is; or says what is wrong.
+static std::string takeNumberOf(const std::map<std::string, std::int64_t> &numbers,
+                                std::string &value)
+{
+    std::string known;
+    for (const auto &[word, number] : numbers) {
+        if (lowered(value) == lowered(word)) {
+            value = std::to_string(number);
+            return {};
+        }
+        known += (known.empty() ? "" : ", ") + word;
+    }
+    return "'" + printable(value) + "' is none of: " + known;
 }
 
 Option Option::inBytes() const
@@ -149,7 +166,8 @@ Option Verb::addChoice(const std::string &names, std::function<void(std::int64_t
     const std::map<std::string, std::int64_t> numbers(words.begin(), words.end());
     CLI::Option *option = app_->add_option_function<std::int64_t>(
         names, [chosen = std::move(chosen)](const std::int64_t &number) { chosen(number); }, help);
-    option->transform(CLI::CheckedTransformer(numbers, CLI::ignore_case).description(""));
+    option->transform(
+        CLI::Validator([numbers](std::string &value) { return takeNumberOf(numbers, value); }, ""));
     return Option(option);
 }
 

@@ -1,6 +1,8 @@
 // See text.h.
 #include "tools/common/text.h"
 
+#include "common/string/stwide.h"
+
 #include <array>
 #include <cmath>
 #include <ctime>
@@ -34,16 +36,23 @@ std::string durationText(double seconds)
 std::string printable(std::string_view text)
 {
     std::string result;
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
+    while (!text.empty()) {
+        const std::string_view before = text;
+        const char32_t character = stNextUtf8(text);
+        const std::string_view bytes = before.substr(0, before.size() - text.size());
+        // A terminal obeys U+0080 to U+009F as well, and as single bytes, too.
+        const bool isByte = character == 0xfffd && bytes.size() == 1;
+        const char32_t code = isByte ? static_cast<unsigned char>(bytes.front()) : character;
+        const bool isShown = code >= 0x20 && (code < 0x7f || code > 0x9f);
         if (character == '\n')
             result += "\\n";
         else if (character == '\t')
             result += "\\t";
-        else if (byte < 0x20 || byte == 0x7f)
-            result += fmt::format("\\x{:02x}", byte);
+        else if (isShown)
+            result += bytes;
         else
-            result += character;
+            for (const char byte : bytes)
+                result += fmt::format("\\x{:02x}", static_cast<unsigned char>(byte));
     }
     return result;
 }

@@ -202,7 +202,7 @@ void Checkup::lookAtSpace(const std::string &check, const std::string &directory
     const std::string text =
         fmt::format("{} free in {}", tools::byteText(static_cast<double>(free)), shown(directory));
     if (free < kTooLittle || (space.f_files != 0 && space.f_favail < 16))
-        bad(check, text, "Free space there: keel remove, arca expire and arca reclaim help.");
+        bad(check, text, "Free space there: arca rm or expire, then arca reclaim --grace 0.");
     else if (free < all / 20)
         warn(check, text, "It is less than a twentieth: make room before the next backup.");
     else
