@@ -27,11 +27,11 @@ TEST(Shown, ColumnsStandUnderEachOtherWhateverTheNamesAreMadeOf)
     table.add({"\u5099\u4efd", "100000"}); // two columns each
     table.add({"a\nb\xff", "2"});
     table.add({"\x9b\xc2\x9b", "3"}); // which terminals obey
-    EXPECT_EQ(table.text(), "NAME     SIZE  CLASS\n"
-                            "\u00e9t\u00e9         1  GOLD\n"
-                            "\u5099\u4efd   100000\n"
-                            "a\\nb\xff       2\n"
-                            "\\x9b\\xc2\\x9b     3\n");
+    EXPECT_EQ(table.text(), "NAME            SIZE  CLASS\n"
+                            "\u00e9t\u00e9                1  GOLD\n"
+                            "\u5099\u4efd          100000\n"
+                            "a\\nb\xff              2\n"
+                            "\\x9b\\xc2\\x9b       3\n");
 }
 
 TEST(Shown, PlotsFitShowWhatIsThereAndNothingElse)

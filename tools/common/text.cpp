@@ -1,8 +1,6 @@
 // See text.h.
 #include "tools/common/text.h"
 
-#include "common/string/stwide.h"
-
 #include <array>
 #include <cmath>
 #include <ctime>
@@ -36,23 +34,27 @@ std::string durationText(double seconds)
 std::string printable(std::string_view text)
 {
     std::string result;
-    while (!text.empty()) {
-        const std::string_view before = text;
-        const char32_t character = stNextUtf8(text);
-        const std::string_view bytes = before.substr(0, before.size() - text.size());
+    int following = 0; // bytes of the character that began
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (following > 0 && (byte & 0xc0U) == 0x80) {
+            --following;
+            result += text[i];
+            continue;
+        }
         // A terminal obeys U+0080 to U+009F as well, and as single bytes, too.
-        const bool isByte = character == 0xfffd && bytes.size() == 1;
-        const char32_t code = isByte ? static_cast<unsigned char>(bytes.front()) : character;
-        const bool isShown = code >= 0x20 && (code < 0x7f || code > 0x9f);
-        if (character == '\n')
+        const unsigned next = i + 1 < text.size() ? static_cast<unsigned char>(text[i + 1]) : 0;
+        const bool control = byte < 0x20 || (byte >= 0x7f && byte < 0xa0) ||
+                             (byte == 0xc2 && next >= 0x80 && next < 0xa0);
+        following = control || byte < 0xc2 ? 0 : byte < 0xe0 ? 1 : byte < 0xf0 ? 2 : 3;
+        if (byte == '\n')
             result += "\\n";
-        else if (character == '\t')
+        else if (byte == '\t')
             result += "\\t";
-        else if (isShown)
-            result += bytes;
+        else if (control)
+            result += fmt::format("\\x{:02x}", byte);
         else
-            for (const char byte : bytes)
-                result += fmt::format("\\x{:02x}", static_cast<unsigned char>(byte));
+            result += text[i];
     }
     return result;
 }
