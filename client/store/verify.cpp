@@ -136,6 +136,8 @@ Result<VerifyOutcome> Verification::run()
     ARCA_TRY(const Went went, checkSections());
     if (went == Went::on)
         endRound();
+    if (outcome_.hurt() != 0)
+        state_.structure.proven = state_.data.proven = 0;
     save();
     outcome_.roundEnded = went == Went::on;
     outcome_.bytesRead = progress_.bytes;
@@ -452,7 +454,7 @@ void Verification::tellProgress()
 void Verification::endRound()
 {
     VerifyRound &ended = round();
-    if (ended.hurt == 0)
+    if (ended.hurt == 0 && outcome_.hurt() == 0)
         ended.proven = ended.began;
     // Whoever reads everything has seen the structure, too.
     if (request_.readData)

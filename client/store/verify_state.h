@@ -6,7 +6,8 @@
 //   data      <began> <proven> <hurt> <last name that was checked, or ->
 //
 // began: when the round that is under way began; proven: when the last round that found nothing
-// hurt began; both in seconds since 1970, UTC, 0 when there is none.
+// hurt began; both in seconds since 1970, UTC, 0 when there is none. Whatever a run finds ends what
+// is proven, at both depths, until a whole round finds nothing again.
 #ifndef KEEL_CLIENT_STORE_VERIFY_STATE_H
 #define KEEL_CLIENT_STORE_VERIFY_STATE_H
 

@@ -240,6 +240,12 @@ TEST_F(VerifyTest, GoesOnWhereItStoppedAndRemembersWhatIsProven)
     const auto clean = round(quarter);
     EXPECT_GT(clean.first, 2U);
     EXPECT_TRUE(clean.second.is_string()) << "what was proven is remembered";
+    flip(pack_["few"], 5000);
+    EXPECT_TRUE(arca({"verify", "--read-data"}).at("provenSince").is_null());
+    flip(pack_["few"], 5000);
+    for (const Names &part : {Names{"verify", "--percent", "1"}, quarter})
+        EXPECT_TRUE(arca(part).at("provenSince").is_null()) << "until a whole round finds nothing";
+    EXPECT_TRUE(round({"verify", "--read-data"}).second.is_string());
     EXPECT_EQ(round({"verify", "--max-duration", "2h"}).first, 1U);
 
     // What is kept between runs may be lost or be anything.

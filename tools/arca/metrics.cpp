@@ -92,8 +92,9 @@ void addPieces(Exposition &out, const store::Statistics &statistics)
 void addVerification(Exposition &out, const std::string &cache, const std::string &key)
 {
     const store::VerifyState state = store::loadVerifyState(cache, key);
-    out.family("arca_verify_proven_timestamp_seconds",
-               "Since when everything is proven to be all right; 0: never on this host.");
+    out.family(
+        "arca_verify_proven_timestamp_seconds",
+        "When the last round that found nothing began; 0: none here, or damage was found since.");
     out.value(static_cast<std::uint64_t>(state.structure.proven), ",depth=\"structure\"");
     out.value(static_cast<std::uint64_t>(state.data.proven), ",depth=\"data\"");
     out.family("arca_verify_hurt", "Found hurt in the round of verifying that is under way.");
