@@ -12,7 +12,7 @@ namespace arca::engine
 namespace
 {
 
-/// A use is written down again only when so many packs came since: most look-ups write nothing.
+/// A use is written down again only when this many packs came since: most look-ups write nothing.
 constexpr std::int64_t kStale = 16;
 /// Packs that lose their hints for one that comes. More than come in at once, so the bound holds.
 constexpr int kDroppedAtOnce = 8;

@@ -34,7 +34,7 @@ public:
     bool write();
     /// Returns true when write() has something to write.
     bool hasFound() const { return !found_.empty(); }
-    /// In a transaction: `pack` has so many hints now. Takes those of others away as far as the
+    /// In a transaction: `pack` has `hints` hints now. Takes those of others away as far as the
     /// bound asks for it, and sweeps a part of the file.
     bool added(std::int64_t pack, std::int64_t hints);
     /// In a transaction: the pack is about to be forgotten.

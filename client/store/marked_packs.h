@@ -85,7 +85,7 @@ struct CurrentMark {
     /// Whether it is damaged, and not just out of reach now. Only then may another one replace it.
     bool damaged = false;
 };
-/// The same for whoever marks and unmarks: `io` when the mark is out of reach now.
+/// The same for a run that marks or unmarks: `io` when the mark is out of reach now.
 Result<CurrentMark> markToChange(const engine::Domain &domain);
 Result<CurrentMark> currentMark(const engine::Domain &domain);
 

@@ -56,7 +56,7 @@ Result<Mark> Reclaim::markPacks(Mark mark)
 {
     mark.claims.reset();
     ARCA_CHECK(writeMark(mark));
-    // Only now: whoever begins after this sees the mark.
+    // Only now: a stream that begins after this sees the mark.
     ARCA_TRY(mark.claims, domain_.blobs().livingWriters());
     if (!mark.claims->empty())
         ARCA_CHECK(writeMark(mark));
