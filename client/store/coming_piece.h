@@ -54,6 +54,10 @@
 namespace arca::store
 {
 
+/// Far more than the places that a piece is in at once. A place that a removal calls gone, and a
+/// look finds again, must not hold the host up for ever.
+constexpr int kMaxPlaces = 100;
+
 /// Returns true for a name in coming/.
 bool isComingName(const std::string &blobName);
 /// Returns where the piece waits that a change brings to pieces/.../<name hash>.

@@ -15,7 +15,6 @@ namespace arca::store
 namespace
 {
 
-constexpr int kMaxAttempts = 100; // more than the places that a piece is in at once
 constexpr int kMaxNames = 1000; // that a piece had one after the other, far more than anybody gives
 
 Error unknownId(PieceId id)
@@ -236,7 +235,7 @@ Result<void> NodeSpace::removeEverywhere(PieceId id, std::int64_t at)
     // are two after a death between the last steps of a change.
     auto active = locate(id, Unclear::another);
     for (int attempt = 0; active; active = locate(id, Unclear::another)) {
-        if (++attempt > kMaxAttempts)
+        if (++attempt > kMaxPlaces)
             return Error{ErrorKind::io, "the blob " + active->blobName + " cannot be removed"};
         ARCA_TRY(const bool brought, bringInIfDone(active->blobName));
         if (!brought)

@@ -1,6 +1,7 @@
 // Settling changes: what was decided of them, and finishing or undoing what a process left. Why
 // each step is safe, however late it comes, is told in change_plan.h.
 #include "client/base/text.h"
+#include "client/store/coming_piece.h"
 #include "client/store/node_space.h"
 #include "client/store/record_forms.h"
 #include "client/store/stored_manifests.h"
@@ -307,7 +308,9 @@ Result<void> NodeSpace::leaveActivePlace(PieceId id, const std::string &copyName
     if (active)
         ARCA_CHECK(proveCopy(copyName));
     // There are two active places after a death between the last steps of an earlier change.
-    for (; active; active = locate(id, Unclear::another)) {
+    for (int attempt = 0; active; active = locate(id, Unclear::another)) {
+        if (++attempt > kMaxPlaces)
+            return Error{ErrorKind::io, "the blob " + active->blobName + " cannot be removed"};
         ARCA_TRY(const bool brought, bringInIfDone(active->blobName));
         auto removed = brought ? Result<void>() : store_.remove(active->blobName, *active->blob);
         if (!removed && removed.error().kind != ErrorKind::notFound)
