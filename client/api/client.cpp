@@ -69,7 +69,14 @@ Answer<SetUp> Client::currentSetUp()
     return *setUp_;
 }
 
-hoxHandle_t Client::add(std::shared_ptr<Session> session)
+Client::Place Client::placeFor(std::shared_ptr<Session> session)
+{
+    std::map<hoxHandle_t, std::shared_ptr<Session>> one;
+    one.emplace(0, std::move(session));
+    return one.extract(one.begin());
+}
+
+hoxHandle_t Client::add(Place place) noexcept
 {
     constexpr hoxHandle_t kHighest = 0x7fffffff;
     const std::lock_guard hold(mutex_);
@@ -78,7 +85,8 @@ hoxHandle_t Client::add(std::shared_ptr<Session> session)
     do
         handle = handle == kHighest ? 1 : handle + 1;
     while (sessions_.contains(handle));
-    sessions_.emplace(handle, std::move(session));
+    place.key() = handle;
+    sessions_.insert(std::move(place));
     lastHandle_ = handle;
     return handle;
 }
@@ -131,7 +139,7 @@ void poisonOpenTransaction(Session &session, std::int16_t code) noexcept
         session.transaction->poison(refused(code));
 }
 
-void endSession(Session &session)
+void endSession(Session &session) noexcept
 {
     const std::lock_guard hold(session.mutex);
     session.ended = true;
@@ -139,9 +147,13 @@ void endSession(Session &session)
     session.query.reset();
     session.retrieval.reset();
     // Not a failure of the session: the application's work is done, and it cannot mend the log.
-    if (const auto published = session.log.publish(); !published)
-        (void)Client::instance().logLocally("The activity log of the repository lost events: " +
-                                            published.error().text);
+    try {
+        if (const auto published = session.log.publish(); !published)
+            (void)Client::instance().logLocally("The activity log of the repository lost events: " +
+                                                published.error().text);
+    } catch (const std::exception &) {
+        // No memory for the events; a line that says so needs some, too.
+    }
 }
 
 } // namespace arca::api

@@ -38,8 +38,12 @@ public:
     /// Returns a copy. Errors: HOX_RC_NOT_SET_UP.
     Answer<SetUp> currentSetUp();
 
-    /// Makes the session known and returns its handle, which no session had lately.
-    hoxHandle_t add(std::shared_ptr<Session> session);
+    /// A row of the table of sessions that is not in it yet.
+    using Place = std::map<hoxHandle_t, std::shared_ptr<Session>>::node_type;
+    static Place placeFor(std::shared_ptr<Session> session);
+    /// Makes the session known and returns its handle, which no session had lately. Allocates
+    /// nothing.
+    hoxHandle_t add(Place place) noexcept;
     /// Returns the session, which stays in the table. Errors: HOX_RC_BAD_HANDLE.
     Answer<std::shared_ptr<Session>> find(hoxHandle_t handle);
     /// Returns the session and takes it out of the table; endSession() is left to the caller.
@@ -70,7 +74,7 @@ private:
 /// Takes the session's mutex, aborts what is open and publishes the events of the session; events
 /// that cannot be published are lost, which the local log says. A call that was waiting for the
 /// mutex finds the session ended and returns HOX_RC_BAD_HANDLE.
-void endSession(Session &session);
+void endSession(Session &session) noexcept;
 
 /// Makes the open transaction, if any, fail with `code`. The caller holds the session's mutex.
 void poisonOpenTransaction(Session &session, std::int16_t code) noexcept;

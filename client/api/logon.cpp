@@ -121,7 +121,22 @@ Result<void> completeGrants(store::Repository &repository, const std::string &no
     return rules.complete(dataKey);
 }
 
-Answer<hoxHandle_t> startSession(const Request &request)
+hoxInitExOut_t answerFor(const Session &session)
+{
+    hoxInitExOut_t answer{};
+    answer.stVersion = HOX_INITEX_OUT_VERSION;
+    fill(answer.serverName, repositoryName(session.options));
+    answer.serverVersion = HOX_API_VERSION;
+    answer.serverRelease = HOX_API_RELEASE;
+    answer.serverModification = HOX_API_LEVEL;
+    answer.serverLevel = HOX_API_SUBLEVEL;
+    return answer;
+}
+
+/// Starts the session, fills in `output`, which may be null, and returns the handle. Whatever may
+/// fail comes before the session is added to the table, so that a failure leaves no session behind
+/// that the caller has no handle of.
+Answer<hoxHandle_t> startSession(const Request &request, hoxInitExOut_t *output)
 {
     ARCA_TRY(const SetUp setUp, Client::instance().currentSetUp());
     ARCA_TRY(const config::Options options, optionsFor(request, setUp));
@@ -163,13 +178,17 @@ Answer<hoxHandle_t> startSession(const Request &request)
                                              std::move(seal));
     session->node = node;
     session->owner = request.owner;
+    Client::Place place = Client::placeFor(session);
+    const hoxInitExOut_t answer = answerFor(*session);
     if (request.newPassword != nullptr && *request.newPassword != '\0')
         ARCA_CHECK(changePassword(*session, password.c_str(), request.newPassword));
     // Rules that cannot be completed now (a full or read-only repository) are completed by a later
     // session. A rule that the node never made is damage, which the activity log reports.
     if (!completed && completed.error().kind == ErrorKind::damaged)
         (void)session->log.append({store::Severity::warning, node, {}, {}, completed.error().text});
-    return Client::instance().add(std::move(session));
+    if (output != nullptr)
+        *output = answer;
+    return Client::instance().add(std::move(place));
 }
 
 Answer<Request> requestFrom(const hoxInitExIn_t &input)
@@ -193,18 +212,7 @@ Answer<Request> requestFrom(const hoxInitExIn_t &input)
 Code initEx(hoxHandle_t *handle, const hoxInitExIn_t &input, hoxInitExOut_t *output)
 {
     ARCA_TRY(const Request request, requestFrom(input));
-    ARCA_TRY(const hoxHandle_t started, startSession(request));
-    *handle = started;
-    if (output != nullptr) {
-        *output = hoxInitExOut_t{};
-        output->stVersion = HOX_INITEX_OUT_VERSION;
-        ARCA_TRY(const auto session, Client::instance().find(started));
-        fill(output->serverName, repositoryName(session->options));
-        output->serverVersion = HOX_API_VERSION;
-        output->serverRelease = HOX_API_RELEASE;
-        output->serverModification = HOX_API_LEVEL;
-        output->serverLevel = HOX_API_SUBLEVEL;
-    }
+    ARCA_TRY(*handle, startSession(request, output));
     return success();
 }
 
@@ -217,6 +225,7 @@ std::int16_t hoxInitEx(hoxHandle_t *handle, const hoxInitExIn_t *input, hoxInitE
             return refused(HOX_RC_NULL_ARGUMENT, "the handle is null");
         ARCA_CHECK(expectVersion(input, input == nullptr ? std::uint16_t{0} : input->stVersion,
                                  HOX_INITEX_IN_VERSION, "the session request"));
+        ARCA_CHECK(expectFillable(output, HOX_INITEX_OUT_VERSION, "the record of the server"));
         return initEx(handle, *input, output);
     });
 }

@@ -74,6 +74,23 @@ void fill(hoxObjName &record, const store::ObjectName &name);
 Answer<void> expectVersion(const void *record, std::uint16_t version, std::uint16_t known,
                            const char *what);
 
+/// Returns true when a record of the caller's may be filled in as version `known`: its stVersion
+/// says so, or is 0, as callers clear their records. Of another version neither the layout nor the
+/// size is known, so not one byte of the record may be written.
+template <class Record> bool mayFill(const Record &record, std::uint16_t known)
+{
+    return record.stVersion == 0 || record.stVersion == known;
+}
+
+/// Fails with HOX_RC_BAD_VERSION, naming `what`, when mayFill() says no. A null record passes.
+template <class Record>
+Answer<void> expectFillable(const Record *record, std::uint16_t known, const char *what)
+{
+    return record == nullptr || mayFill(*record, known)
+               ? Answer<void>()
+               : expectVersion(record, record->stVersion, known, what);
+}
+
 /// Returns the caller's buffer in place: the bytes that it brings, or the room that it offers, all
 /// of bufferLen. numBytes is left alone. Errors: HOX_RC_NULL_ARGUMENT, HOX_RC_BAD_VERSION.
 Answer<ByteView> bytesIn(const DataBlk *block);
