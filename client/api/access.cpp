@@ -76,7 +76,10 @@ std::int16_t hoxQueryAccess(hoxHandle_t handle, qryRespAccessData *rules, std::u
             return refused(HOX_RC_NULL_ARGUMENT, "there is no place for the rules");
         ARCA_TRY(const auto found, known.list(session.space->dataKey()));
         const std::size_t room = *count;
-        for (std::size_t i = 0; i < std::min(room, found.size()); ++i)
+        const std::size_t filled = std::min(room, found.size());
+        for (std::size_t i = 0; i < filled; ++i)
+            ARCA_CHECK(expectFillable(&rules[i], HOX_QRY_RESP_ACCESS_VERSION, "a rule's record"));
+        for (std::size_t i = 0; i < filled; ++i)
             fillRule(rules[i], found[i]);
         // AccessRules::add() refuses more rules than *count can hold.
         *count = static_cast<std::uint16_t>(found.size());

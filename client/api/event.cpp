@@ -1,4 +1,5 @@
-// Events: to the activity log of the repository, to the local log, or to both, the local one first.
+// Events: to the activity log of the repository, to the local log, or to both, the local one first;
+// what one log refuses the other one still takes.
 #include "client/api/client.h"
 #include "client/api/records.h"
 
@@ -62,11 +63,16 @@ Answer<void> logInRepository(Session &session, store::Event event)
     return {};
 }
 
-Answer<Reported> checkedEvent(const hoxLogEventExIn_t *input)
+/// Returns the event that `input` describes, and fills in `output`, which may be null.
+Answer<Reported> checkedEvent(const hoxLogEventExIn_t *input, hoxLogEventExOut_t *output)
 {
     ARCA_CHECK(expectVersion(input, input == nullptr ? std::uint16_t{0} : input->stVersion,
                              HOX_LOGEVENTEX_VERSION, "the event record"));
-    return eventFrom(*input);
+    ARCA_CHECK(expectFillable(output, HOX_LOGEVENTEX_VERSION, "the record of the answer"));
+    ARCA_TRY(auto reported, eventFrom(*input));
+    if (output != nullptr)
+        output->stVersion = HOX_LOGEVENTEX_VERSION;
+    return reported;
 }
 
 } // namespace
@@ -74,20 +80,21 @@ Answer<Reported> checkedEvent(const hoxLogEventExIn_t *input)
 std::int16_t hoxLogEventEx(hoxHandle_t handle, const hoxLogEventExIn_t *input,
                            hoxLogEventExOut_t *output)
 {
-    if (output != nullptr)
-        output->stVersion = HOX_LOGEVENTEX_VERSION;
     if (handle == 0)
         return atBoundary([&]() -> Code {
-            ARCA_TRY(const Reported reported, checkedEvent(input));
+            ARCA_TRY(const Reported reported, checkedEvent(input, output));
             ARCA_CHECK(logLocally(reported.event));
             return success();
         });
     return inSession(handle, [&](Session &session) -> Code {
-        ARCA_TRY(const Reported reported, checkedEvent(input));
+        ARCA_TRY(const Reported reported, checkedEvent(input, output));
+        Answer<void> done;
         if (reported.logType != HOX_LOG_SERVER)
-            ARCA_CHECK(logLocally(reported.event));
+            done = logLocally(reported.event);
         if (reported.logType != HOX_LOG_LOCAL)
-            ARCA_CHECK(logInRepository(session, reported.event));
+            if (auto stored = logInRepository(session, reported.event); done)
+                done = std::move(stored);
+        ARCA_CHECK(done);
         return success();
     });
 }

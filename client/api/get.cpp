@@ -118,8 +118,8 @@ std::int16_t hoxGetData(hoxHandle_t handle, DataBlk *data)
     return inSession(handle, [&](Session &session) -> Code {
         if (!session.retrieval || !session.retrieval->object)
             return refused(HOX_RC_BAD_CALL_SEQUENCE);
-        if (data != nullptr)
-            data->numBytes = 0;
+        ARCA_CHECK(roomIn(data));
+        data->numBytes = 0;
         ARCA_CHECK(expectStillGranted(session));
         return readBlock(*session.retrieval, data);
     });
@@ -148,6 +148,7 @@ std::int16_t hoxEndGetDataEx(hoxHandle_t handle, const hoxEndGetDataExIn_t *inpu
                                  HOX_ENDGETEX_VERSION, "the record of the end"));
         if (output == nullptr)
             return refused(HOX_RC_NULL_ARGUMENT, "there is no place for the totals");
+        ARCA_CHECK(expectFillable(output, HOX_ENDGETEX_VERSION, "the record of the totals"));
         const std::uint64_t bytes = session.retrieval ? session.retrieval->bytes : 0;
         ARCA_TRY(const std::int16_t code, endRetrieval(session));
         *output = hoxEndGetDataExOut_t{};

@@ -129,6 +129,7 @@ std::int16_t hoxGroupHandler(hoxHandle_t handle, const hoxGroupIn_t *input, hoxG
         ARCA_CHECK(expectOwnObjects(session));
         ARCA_CHECK(expectVersion(input, input == nullptr ? std::uint16_t{0} : input->stVersion,
                                  HOX_GROUP_VERSION, "the group record"));
+        ARCA_CHECK(expectFillable(output, HOX_GROUP_VERSION, "the record of the leader"));
         if (output != nullptr)
             *output = hoxGroupOut_t{HOX_GROUP_VERSION, input->leaderObjId};
         switch (input->action) {

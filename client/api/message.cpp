@@ -49,7 +49,7 @@ std::int16_t hoxRCMsgEx(hoxHandle_t, const hoxRCMsgExIn_t *input, hoxRCMsgExOut_
 {
     if (input == nullptr || output == nullptr)
         return HOX_RC_NULL_ARGUMENT;
-    if (input->stVersion != HOX_RCMSGEX_VERSION)
+    if (input->stVersion != HOX_RCMSGEX_VERSION || !mayFill(*output, HOX_RCMSGEX_VERSION))
         return HOX_RC_BAD_VERSION;
     return atBoundary([&]() -> Code {
         const std::string identifier = messageIdentifier(input->rc);

@@ -284,10 +284,11 @@ template <class Record> Answer<std::span<std::byte>> recordIn(DataBlk *block, st
     ARCA_TRY(const auto room, roomIn(block));
     if (room.size() < sizeof(Record))
         return refused(HOX_RC_BAD_ARGUMENT, "the answer record is too small");
-    std::uint16_t asked = 0;
+    struct {
+        std::uint16_t stVersion;
+    } asked;
     std::memcpy(&asked, room.data(), sizeof asked);
-    if (asked != 0)
-        ARCA_CHECK(expectVersion(block, asked, version, "the answer record"));
+    ARCA_CHECK(expectFillable(&asked, version, "the answer record"));
     return room;
 }
 

@@ -82,10 +82,7 @@ std::int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, std::uint8_t 
     return inSession(handle, [&](Session &session) -> Code {
         if (binding == nullptr)
             return refused(HOX_RC_NULL_ARGUMENT, "the binding record is null");
-        ARCA_CHECK(expectVersion(binding,
-                                 binding->stVersion == 0 ? std::uint16_t{HOX_MCBIND_VERSION}
-                                                         : binding->stVersion,
-                                 HOX_MCBIND_VERSION, "the binding record"));
+        ARCA_CHECK(expectFillable(binding, HOX_MCBIND_VERSION, "the binding record"));
         ARCA_CHECK(expectBackup(sendType));
         ARCA_CHECK(objectNameOf(name));
         ARCA_TRY(const auto bound, session.repository->policy().find(store::kDefaultClass));
@@ -144,6 +141,7 @@ std::int16_t hoxEndSendObjEx(hoxHandle_t handle, const hoxEndSendObjExIn_t *inpu
                                  HOX_ENDSENDEX_VERSION, "the record of the end"));
         if (output == nullptr)
             return refused(HOX_RC_NULL_ARGUMENT, "there is no place for the totals");
+        ARCA_CHECK(expectFillable(output, HOX_ENDSENDEX_VERSION, "the record of the totals"));
         ARCA_TRY(const store::PieceTotals totals, endObject(session));
         *output = hoxEndSendObjExOut_t{};
         output->stVersion = HOX_ENDSENDEX_VERSION;

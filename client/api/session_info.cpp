@@ -46,10 +46,9 @@ void fillInfo(ApiSessInfo &info, const Session &session)
 std::int16_t hoxQuerySessInfo(hoxHandle_t handle, ApiSessInfo *info)
 {
     return inSession(handle, [&](Session &session) -> Code {
-        // Applications clear the record before they ask, so no version counts as the current one.
-        const std::uint16_t version =
-            info == nullptr || info->stVersion == 0 ? HOX_SESSINFO_VERSION : info->stVersion;
-        ARCA_CHECK(expectVersion(info, version, HOX_SESSINFO_VERSION, "the session record"));
+        if (info == nullptr)
+            return refused(HOX_RC_NULL_ARGUMENT, "the session record is null");
+        ARCA_CHECK(expectFillable(info, HOX_SESSINFO_VERSION, "the session record"));
         fillInfo(*info, session);
         return success();
     });

@@ -59,7 +59,7 @@ void hoxQueryApiVersion(hoxApiVersion *version)
 
 void hoxQueryApiVersionEx(hoxApiVersionEx *version)
 {
-    if (version != nullptr)
+    if (version != nullptr && mayFill(*version, HOX_API_VERSION_EX_VERSION))
         *version = {HOX_API_VERSION_EX_VERSION, HOX_API_VERSION, HOX_API_RELEASE, HOX_API_LEVEL,
                     HOX_API_SUBLEVEL};
 }

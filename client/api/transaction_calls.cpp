@@ -55,13 +55,14 @@ std::int16_t hoxEndTxn(hoxHandle_t handle, std::uint8_t vote, std::uint16_t *rea
 
 std::int16_t hoxEndTxnEx(hoxHandle_t handle, const hoxEndTxnExIn_t *input, hoxEndTxnExOut_t *output)
 {
-    if (output != nullptr)
+    if (output != nullptr && mayFill(*output, HOX_ENDTXNEX_VERSION))
         output->reason = 0;
     return inSession(handle, [&](Session &session) -> Code {
         ARCA_CHECK(expectVersion(input, input == nullptr ? std::uint16_t{0} : input->stVersion,
                                  HOX_ENDTXNEX_VERSION, "the record of the end"));
         if (output == nullptr)
             return refused(HOX_RC_NULL_ARGUMENT, "there is no place for the reason");
+        ARCA_CHECK(expectFillable(output, HOX_ENDTXNEX_VERSION, "the record of the reason"));
         *output = hoxEndTxnExOut_t{};
         output->stVersion = HOX_ENDTXNEX_VERSION;
         return endTransaction(session, input->vote, &output->reason);

@@ -51,9 +51,11 @@
  *
  * RECORDS
  *   Each record begins with stVersion, filled in by the caller with the version named beside the
- *   record; a version that the library does not know is HOX_RC_BAD_VERSION. Fields that the caller
- *   does not use are 0. Texts are NUL-terminated. A 64-bit quantity is two 32-bit halves (hox64_t),
- *   high half first. A hoxDate is local time; seconds count from 1970, UTC.
+ *   record; a version that the library does not know is HOX_RC_BAD_VERSION, and nothing is written
+ *   to the record. In a record that the library fills in, 0 means the version named beside the
+ *   record, which the library then sets. Fields that the caller does not use are 0. Texts are
+ *   NUL-terminated. A 64-bit quantity is two 32-bit halves (hox64_t), high half first. A hoxDate is
+ *   local time; seconds count from 1970, UTC.
  */
 /* clang-format on */
 #ifndef HOXAPI_H
@@ -184,7 +186,7 @@ typedef struct hoxApiVersion {
 
 #define HOX_API_VERSION_EX_VERSION 2
 typedef struct hoxApiVersionEx {
-    uint16_t stVersion; /* 2; the query operation sets it itself */
+    uint16_t stVersion; /* 2 */
     uint16_t version;
     uint16_t release;
     uint16_t level;
@@ -241,8 +243,8 @@ int16_t hoxCleanUp(int multithread);
  * ignored. */
 void hoxQueryApiVersion(hoxApiVersion *version);
 
-/* The level of the client, whole; stVersion is filled in, too. No handle, no return code; a null
- * record is ignored. */
+/* The level of the client, whole. No handle, no return code; a null record is ignored, and a record
+ * of another version is left as it is. */
 void hoxQueryApiVersionEx(hoxApiVersionEx *version);
 
 /* Fills in the options of the option file. On failure the record is unchanged. HOX_RC_NOT_SET_UP
@@ -286,7 +288,7 @@ typedef struct hoxInitExOut_t {
 
 /*
  * Opens a session for a node with the repository. *handle receives it; on failure no session is
- * open and *handle is unchanged. output may be null; its stVersion is filled in, not read.
+ * open, and *handle and output are unchanged. output may be null.
  *
  * passwordCallback runs on the caller's thread, before this returns: it writes a NUL-terminated
  * password into the `size` bytes at `password` and returns 0; anything else is
@@ -333,8 +335,8 @@ typedef struct ApiSessInfo {
 } ApiSessInfo;
 
 /* Describes the session: the server it was opened with, the node whose objects are meant, and what
- * the session may do. The caller sets stVersion, where 0 means the current one; on failure the
- * record is unchanged. HOX_RC_BAD_VERSION, HOX_RC_NULL_ARGUMENT. */
+ * the session may do. On failure the record is unchanged. HOX_RC_BAD_VERSION,
+ * HOX_RC_NULL_ARGUMENT. */
 int16_t hoxQuerySessInfo(hoxHandle_t handle, ApiSessInfo *info);
 
 /* Fills in the options in force for the session: those of the option file, as the option string of
@@ -504,8 +506,8 @@ typedef struct hoxEndSendObjExOut_t {
 
 /*
  * Fills in which management class an object of that name gets when it names none: the default one.
- * Changes nothing, and is allowed inside and outside a transaction. stVersion of the binding may be
- * 0; on failure the record is unchanged.
+ * Changes nothing, and is allowed inside and outside a transaction. On failure the record is
+ * unchanged.
  */
 int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, uint8_t sendType, mcBindKey *binding);
 
@@ -714,7 +716,7 @@ int16_t hoxBeginQuery(hoxHandle_t handle, uint8_t queryType, const void *queryDa
  * object, the last too; then HOX_RC_FINISHED with none; HOX_RC_NO_MATCH at once when nothing
  * matches; never 0. A query of objects or of the log reads on while it answers, and may fail then:
  * HOX_RC_REPOSITORY_IO, HOX_RC_REPOSITORY_DAMAGED. The query stays open until hoxEndQuery, whatever
- * is returned. The caller sets stVersion of the answer record (0 is taken as the current version).
+ * is returned. stVersion of the answer record in the buffer is read as in any record.
  * HOX_RC_BAD_ARGUMENT (the buffer is smaller than the record) and HOX_RC_BAD_VERSION lose no
  * answer; after another error answers may be missing.
  */
@@ -931,7 +933,8 @@ typedef struct hoxGroupOut_t {
  * _REMOVE and _DELETE are durable on return, each in one step: all members are taken or none. A
  * member that is there already is not added twice. After any other failure the group is unchanged.
  *
- * output may be null but for HOX_GROUP_OPEN. Not in a transaction, a query or a read.
+ * output may be null but for HOX_GROUP_OPEN; after a failure do not rely on it. Not in a
+ * transaction, a query or a read.
  * HOX_RC_OBJECT_UNKNOWN when an object or the group is not there, or what is to be taken out is no
  * member; HOX_RC_OBJECT_EXISTS when the leader leads a group already.
  */
@@ -1036,13 +1039,13 @@ typedef struct hoxLogEventExOut_t {
 
 /*
  * Writes an event. Allowed in any state of a session; with handle 0 it goes to the local log,
- * whatever logType says. HOX_LOG_BOTH writes the local log first and, only when that succeeded, the
- * activity log. output may be null. A message is cut to HOX_MAX_LOG_TEXT bytes; its control
- * characters are escaped in the local log ("\n") and become '?' in the activity log. In the
- * activity log an event of HOX_SEVERITY_ERROR or worse is durable on return, another one at the
- * latest when the session ends. HOX_RC_LOG_UNAVAILABLE when the log cannot be written now: an event
- * for the activity log is kept (up to 256 KiB) and published with the next; HOX_RC_NOT_SET_UP when
- * no local log is known yet.
+ * whatever logType says. HOX_LOG_BOTH writes the local log and then the activity log, each of them
+ * also when the other cannot be written, and returns the first failure. output may be null. A
+ * message is cut to HOX_MAX_LOG_TEXT bytes; its control characters are escaped in the local log
+ * ("\n") and become '?' in the activity log. In the activity log an event of HOX_SEVERITY_ERROR or
+ * worse is durable on return, another one at the latest when the session ends.
+ * HOX_RC_LOG_UNAVAILABLE when the log cannot be written now: an event for the activity log is kept
+ * (up to 256 KiB) and published with the next; HOX_RC_NOT_SET_UP when no local log is known yet.
  */
 int16_t hoxLogEventEx(hoxHandle_t handle, const hoxLogEventExIn_t *input,
                       hoxLogEventExOut_t *output);

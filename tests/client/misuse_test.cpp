@@ -3,6 +3,8 @@
 #include "tests/client/client_fixture.h"
 
 #include <cstring>
+#include <dlfcn.h>
+#include <sys/mman.h>
 
 namespace keel::test
 {
@@ -154,6 +156,128 @@ TEST_F(ClientTest, NullAndMalformedArgumentsGetACode)
                   HOX_RC_BAD_ARGUMENT);
         EXPECT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_BAD_ARGUMENT);
     }
+}
+
+/// The beginning of a record of the caller's, the last in its page: whatever is written beyond it
+/// meets no memory.
+class RecordAtTheEnd
+{
+public:
+    template <class Record> Record *begin(std::uint16_t version)
+    {
+        std::memset(at_, '#', kBytes);
+        std::memcpy(at_, &version, sizeof version);
+        before_.assign(at_, kBytes);
+        return reinterpret_cast<Record *>(at_);
+    }
+    bool isUnchanged() const { return before_ == std::string_view(at_, kBytes); }
+
+private:
+    static constexpr std::size_t kBytes = 8, kPage = 4096;
+    char *const at_ = [] {
+        void *const pages =
+            mmap(nullptr, 2 * kPage, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        char *const second = static_cast<char *>(pages) + kPage;
+        EXPECT_EQ(mprotect(second, kPage, PROT_NONE), 0);
+        return second - kBytes;
+    }();
+    std::string before_;
+};
+
+TEST_F(ClientTest, ARecordOfAnUnknownVersionIsNotWritten)
+{
+    const auto setAccess =
+        reinterpret_cast<decltype(&::hoxSetAccess)>(dlsym(api_.handle, "hoxSetAccess"));
+    const auto queryAccess =
+        reinterpret_cast<decltype(&::hoxQueryAccess)>(dlsym(api_.handle, "hoxQueryAccess"));
+    const hoxHandle_t idle = logOn(), querying = logOn(), reading = logOn(), sending = logOn();
+    ASSERT_EQ(backUp(idle, "p", "content"), HOX_RC_OK);
+    qryRespBackupData found{};
+    query(idle, "p", &found);
+    const hoxObjName name = nameOf("p");
+    ASSERT_EQ(setAccess(idle, HOX_ACCESS_READ, &name, "guest", nullptr), HOX_RC_OK);
+    const qryBackupData asked{HOX_QRY_BACKUP_VERSION, &name, nullptr, HOX_STATE_ACTIVE};
+    ASSERT_EQ(api_.hoxBeginQuery(querying, HOX_QUERY_BACKUP, &asked), HOX_RC_OK);
+    const hoxGetList list{HOX_GETLIST_VERSION, 1, &found.objId};
+    ASSERT_EQ(api_.hoxBeginGetData(reading, 1, HOX_GET_BACKUP, &list), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxGetObj(reading, &found.objId, nullptr), HOX_RC_MORE_DATA);
+    ASSERT_EQ(send(sending, "q", "more"), HOX_RC_OK);
+
+    hoxInitExIn_t start{};
+    start.stVersion = HOX_INITEX_IN_VERSION;
+    hoxHandle_t started = 77;
+    const hoxEndTxnExIn_t vote{HOX_ENDTXNEX_VERSION, HOX_VOTE_COMMIT};
+    const hoxEndSendObjExIn_t endOfObject{HOX_ENDSENDEX_VERSION};
+    const hoxEndGetDataExIn_t endOfRead{HOX_ENDGETEX_VERSION};
+    hoxGroupIn_t group{};
+    group.stVersion = HOX_GROUP_VERSION;
+    group.action = HOX_GROUP_OPEN;
+    group.isLeader = 1;
+    group.tag = "tag";
+    group.objName = &name;
+    const hoxRCMsgExIn_t code{HOX_RCMSGEX_VERSION, 0, 2, 1};
+    hoxLogEventExIn_t event{};
+    event.stVersion = HOX_LOGEVENTEX_VERSION;
+    event.message = "an event";
+    std::uint16_t rules = 1;
+
+    constexpr std::uint16_t kUnknown = 99;
+    RecordAtTheEnd record;
+    const struct {
+        const char *operation;
+        std::function<int()> call;
+    } table[] = {
+        {"QueryApiVersionEx",
+         [&] {
+             api_.hoxQueryApiVersionEx(record.begin<hoxApiVersionEx>(kUnknown));
+             return HOX_RC_BAD_VERSION; // which it cannot return
+         }},
+        {"InitEx",
+         [&] { return api_.hoxInitEx(&started, &start, record.begin<hoxInitExOut_t>(kUnknown)); }},
+        {"QuerySessInfo",
+         [&] { return api_.hoxQuerySessInfo(idle, record.begin<ApiSessInfo>(kUnknown)); }},
+        {"BindMC",
+         [&] { return api_.hoxBindMC(idle, &name, 0, record.begin<mcBindKey>(kUnknown)); }},
+        {"EndTxnEx",
+         [&] {
+             return api_.hoxEndTxnEx(sending, &vote, record.begin<hoxEndTxnExOut_t>(kUnknown));
+         }},
+        {"EndSendObjEx",
+         [&] {
+             return api_.hoxEndSendObjEx(sending, &endOfObject,
+                                         record.begin<hoxEndSendObjExOut_t>(kUnknown));
+         }},
+        {"GetNextQObj, of the block",
+         [&] { return api_.hoxGetNextQObj(querying, record.begin<DataBlk>(kUnknown)); }},
+        {"GetNextQObj, of the answer",
+         [&] {
+             DataBlk block{HOX_DATABLK_VERSION, sizeof(qryRespBackupData), 0,
+                           record.begin<char>(kUnknown)};
+             return api_.hoxGetNextQObj(querying, &block);
+         }},
+        {"GetData", [&] { return api_.hoxGetData(reading, record.begin<DataBlk>(kUnknown)); }},
+        {"EndGetDataEx",
+         [&] {
+             return api_.hoxEndGetDataEx(reading, &endOfRead,
+                                         record.begin<hoxEndGetDataExOut_t>(kUnknown));
+         }},
+        {"GroupHandler",
+         [&] { return api_.hoxGroupHandler(idle, &group, record.begin<hoxGroupOut_t>(kUnknown)); }},
+        {"QueryAccess",
+         [&] { return queryAccess(idle, record.begin<qryRespAccessData>(kUnknown), &rules); }},
+        {"RCMsgEx",
+         [&] { return api_.hoxRCMsgEx(0, &code, record.begin<hoxRCMsgExOut_t>(kUnknown)); }},
+        {"LogEventEx",
+         [&] { return api_.hoxLogEventEx(0, &event, record.begin<hoxLogEventExOut_t>(kUnknown)); }},
+    };
+    for (const auto &row : table) {
+        EXPECT_EQ(row.call(), HOX_RC_BAD_VERSION) << row.operation;
+        EXPECT_TRUE(record.isUnchanged()) << row.operation;
+    }
+    EXPECT_EQ(started, 77U);
+    EXPECT_EQ(readFile(installation_.errorLog()).find("an event"), std::string::npos);
+    EXPECT_EQ(commit(sending), HOX_RC_OK) << "nothing was ended, and no step was missing";
+    EXPECT_EQ(restore(idle, "q"), "more");
 }
 
 } // namespace

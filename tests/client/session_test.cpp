@@ -295,6 +295,15 @@ TEST_F(ClientTest, EventsReachTheLogsTheyAreMeantFor)
     EXPECT_EQ(log(handle, HOX_LOG_LOCAL, HOX_SEVERITY_ERROR, "here only"), HOX_RC_OK);
     EXPECT_EQ(log(0, HOX_LOG_SERVER, HOX_SEVERITY_ERROR, "no session"), HOX_RC_OK);
     EXPECT_EQ(log(handle, HOX_LOG_SERVER, HOX_SEVERITY_INFO, ""), HOX_RC_OK);
+    // What one log cannot take, the other one does.
+    const auto aside = installation_.directory() / "aside";
+    std::filesystem::rename(installation_.errorLog(), aside);
+    std::filesystem::create_directory(installation_.errorLog());
+    EXPECT_EQ(log(handle, HOX_LOG_BOTH, HOX_SEVERITY_ERROR, "there at least"),
+              HOX_RC_LOG_UNAVAILABLE);
+    EXPECT_NE(serverLog().find("there at least"), std::string::npos);
+    std::filesystem::remove(installation_.errorLog());
+    std::filesystem::rename(aside, installation_.errorLog());
     EXPECT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
 
     EXPECT_NE(serverLog().find("both?lines"), std::string::npos);
