@@ -1,0 +1,101 @@
+// What lies in tmp/ and reserve/: the files of living writers and of dead ones, and the space kept back.
+#include "client/blob/directory_writer.h"
+#include "client/blob/temporary_name.h"
+
+#include <algorithm>
+
+namespace arca::blob
+{
+
+namespace
+{
+
+/// Together as much as rewriting half a pack takes, and then some for records. In several files, as
+/// whoever is writing at that moment may take what was given up.
+constexpr int kReserveFiles = 6;
+constexpr std::uint64_t kReserveFileBytes = std::uint64_t{4} << 20;
+
+} // namespace
+
+Result<std::vector<std::string>> DirectoryStore::namesIn(const char *directory)
+{
+    std::vector<std::string> found;
+    auto listed = files_.list(pathOf(directory), [&](const std::string &entry) {
+        found.push_back(entry);
+        return true;
+    });
+    if (!listed && listed.error().kind != ErrorKind::notFound)
+        return std::move(listed).error();
+    return found;
+}
+
+Result<void> DirectoryStore::removeLeftovers()
+{
+    ARCA_TRY(const auto found, namesIn("tmp"));
+    for (const std::string &entry : found) {
+        if (ownedByThisProcess(entry))
+            continue;
+        // Its writer may end, or another cleaner come first, at any moment: neither is a failure.
+        const std::string owner = lockedFor(entry);
+        auto file = files_.openForLocking(pathOf("tmp/" + owner), false);
+        const bool isOrphan = !file && file.error().kind == ErrorKind::notFound && owner != entry;
+        if (!file && !isOrphan)
+            continue;
+        const auto locked = file ? (*file)->lock() : Result<bool>(true);
+        if (locked && *locked)
+            (void)files_.unlink(pathOf("tmp/" + entry));
+    }
+    return {};
+}
+
+Result<std::set<std::string>> DirectoryStore::livingWriters()
+{
+    ARCA_TRY(const auto found, namesIn("tmp"));
+    std::set<std::string> living;
+    for (const std::string &entry : found) {
+        if (lockedFor(entry) != entry)
+            continue; // the claim stands for it
+        auto file = files_.openForLocking(pathOf("tmp/" + entry), false);
+        if (!file && file.error().kind == ErrorKind::notFound)
+            continue;
+        ARCA_TRY(const auto opened, std::move(file));
+        // A writer that is only about to lock its new file finds it locked, and takes another one:
+        // it began after us.
+        ARCA_TRY(const bool dead, opened->lock());
+        if (!dead || ownedByThisProcess(entry))
+            living.insert(entry);
+    }
+    return living;
+}
+
+void DirectoryStore::keepReserve()
+{
+    const auto found = namesIn("reserve");
+    for (int n = 1; found && n <= kReserveFiles; ++n) {
+        const std::string name = std::to_string(n);
+        if (std::find(found->begin(), found->end(), name) != found->end())
+            continue;
+        const auto writer = beginWriter();
+        if (!writer || !(*writer)->allocate(kReserveFileBytes) ||
+            !(*writer)->commit("reserve/" + name, Unsure::leave))
+            return;
+    }
+}
+
+bool DirectoryStore::giveUpReserve()
+{
+    const auto found = namesIn("reserve");
+    if (!found)
+        return false;
+    for (const std::string &entry : *found) {
+        // Another one may have been quicker.
+        if (!files_.unlink(pathOf("reserve/" + entry)))
+            continue;
+        // Some file systems free what was removed only with that.
+        (void)files_.syncDirectory(pathOf("reserve"));
+        return true;
+    }
+    return false;
+}
+
+} // namespace arca::blob
