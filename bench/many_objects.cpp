@@ -77,6 +77,7 @@ private:
 class UnsyncedFiles final : public blob::FileLayer
 {
 public:
+    explicit UnsyncedFiles(const std::string &root) : below_(blob::filesBelow(root)) {}
     Result<std::unique_ptr<blob::File>> create(const std::string &path) override
     {
         ARCA_TRY(auto file, files_.create(path));
@@ -113,7 +114,8 @@ public:
     Result<bool> isDirectory(const std::string &path) override { return files_.isDirectory(path); }
 
 private:
-    blob::FileLayer &files_ = blob::systemFiles();
+    const std::unique_ptr<blob::FileLayer> below_;
+    blob::FileLayer &files_ = *below_;
 };
 
 double secondsSince(std::chrono::steady_clock::time_point start)
@@ -173,7 +175,7 @@ void make(const std::string &directory, std::uint32_t objects, bool packs)
             return;
         giveUp("cannot make " + directory);
     }
-    UnsyncedFiles files;
+    UnsyncedFiles files(directory);
     const auto repository = need(store::Repository::create(
         std::make_unique<blob::DirectoryStore>(directory, files), directory));
     const SecretKey recovery = need(SecretKey::random());

@@ -14,11 +14,11 @@ namespace
 
 constexpr int kStandard = 3; // descriptors: 0, 1 and 2
 
-int openRetrying(const char *path, int flags, mode_t mode)
+int openRetrying(int directory, const char *path, int flags, mode_t mode)
 {
     int descriptor;
     do
-        descriptor = ::open(path, flags, mode);
+        descriptor = ::openat(directory, path, flags, mode);
     while (descriptor < 0 && errno == EINTR);
     return descriptor;
 }
@@ -47,6 +47,9 @@ class HeldStandard
 public:
     HeldStandard()
     {
+        // As a rule there is nothing to hold.
+        if (!isFree(0) && !isFree(1) && !isFree(2))
+            return;
         // Asked by name and beforehand: a number just taken may be the host's a moment later.
         if (stat("/", &place_) != 0)
             return;
@@ -58,7 +61,7 @@ public:
         for (int number = 0; number < kStandard; ++number) {
             if (!isFree(number))
                 continue;
-            const int held = openRetrying("/", kNeither | O_DIRECTORY | O_CLOEXEC, 0);
+            const int held = openRetrying(AT_FDCWD, "/", kNeither | O_DIRECTORY | O_CLOEXEC, 0);
             if (held >= kStandard)
                 (void)close(held); // another thread came first
             else if (held >= 0)
@@ -100,9 +103,14 @@ int moveAbove(int descriptor)
 
 int openAbove(const char *path, int flags, mode_t mode)
 {
+    return openAboveAt(AT_FDCWD, path, flags, mode);
+}
+
+int openAboveAt(int directory, const char *path, int flags, mode_t mode)
+{
     const HeldStandard held;
     // Another thread of ours may have released a number that it held, so this open may get it.
-    return moveAbove(openRetrying(path, flags | O_CLOEXEC | O_NOCTTY, mode));
+    return moveAbove(openRetrying(directory, path, flags | O_CLOEXEC | O_NOCTTY, mode));
 }
 
 } // namespace arca

@@ -15,6 +15,8 @@ namespace arca
 /// meanwhile reaches the file; afterwards the number is free again. What the host itself puts there
 /// meanwhile, a new standard output for example, stays.
 int openAbove(const char *path, int flags, mode_t mode = 0600);
+/// The same, where a relative path begins at `directory`, as with openat(2).
+int openAboveAt(int directory, const char *path, int flags, mode_t mode = 0600);
 
 /// Returns a descriptor above 2 for the same open file, which the caller closes. One that is above
 /// 2 already is returned as it is; from a lower one it makes a close-on-exec copy and closes

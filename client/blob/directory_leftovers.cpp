@@ -1,4 +1,5 @@
-// What lies in tmp/ and reserve/: the files of living writers and of dead ones, and the space kept back.
+// What lies in tmp/ and reserve/: the files of living writers and of dead ones, and the space kept
+// back.
 #include "client/blob/directory_writer.h"
 #include "client/blob/temporary_name.h"
 
@@ -33,7 +34,7 @@ Result<void> DirectoryStore::removeLeftovers()
 {
     ARCA_TRY(const auto found, namesIn("tmp"));
     for (const std::string &entry : found) {
-        if (ownedByThisProcess(entry))
+        if (!isTemporaryName(entry) || ownedByThisProcess(entry))
             continue;
         // Its writer may end, or another cleaner come first, at any moment: neither is a failure.
         const std::string owner = lockedFor(entry);
@@ -42,7 +43,8 @@ Result<void> DirectoryStore::removeLeftovers()
         if (!file && !isOrphan)
             continue;
         const auto locked = file ? (*file)->lock() : Result<bool>(true);
-        if (locked && *locked)
+        // Of what is parked, only the claim was seen to be a regular file.
+        if (locked && *locked && (owner == entry || files_.open(pathOf("tmp/" + entry))))
             (void)files_.unlink(pathOf("tmp/" + entry));
     }
     return {};
@@ -53,8 +55,8 @@ Result<std::set<std::string>> DirectoryStore::livingWriters()
     ARCA_TRY(const auto found, namesIn("tmp"));
     std::set<std::string> living;
     for (const std::string &entry : found) {
-        if (lockedFor(entry) != entry)
-            continue; // the claim stands for it
+        if (!isTemporaryName(entry) || lockedFor(entry) != entry)
+            continue; // the claim stands for what is parked
         auto file = files_.openForLocking(pathOf("tmp/" + entry), false);
         if (!file && file.error().kind == ErrorKind::notFound)
             continue;

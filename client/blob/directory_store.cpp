@@ -13,6 +13,12 @@
 namespace arca::blob
 {
 
+DirectoryStore::DirectoryStore(std::string root, std::chrono::milliseconds patience)
+    : root_(std::move(root)), own_(filesBelow(root_)), files_(*own_), patience_(patience)
+{
+    noteHandledSignals();
+}
+
 DirectoryStore::DirectoryStore(std::string root, FileLayer &files,
                                std::chrono::milliseconds patience)
     : root_(std::move(root)), files_(files), patience_(patience)

@@ -11,8 +11,9 @@
 //   ROOT/cache/              of an earlier release: what a host could make again; left alone
 //
 // A file in tmp that can be locked has no writer any more and is removed, and so is what is parked
-// under such a file, or under none. Directories appear as
-// they are needed and are never removed.
+// under such a file, or under none. Directories appear as they are needed and are never removed. No
+// symbolic link below ROOT is followed: a listing names it as if it were a blob, open() answers
+// `damaged`, and all else `io`.
 #ifndef KEEL_CLIENT_BLOB_DIRECTORY_STORE_H
 #define KEEL_CLIENT_BLOB_DIRECTORY_STORE_H
 
@@ -33,10 +34,12 @@ class DirectoryWriter;
 class DirectoryStore final : public BlobStore, public LinkingStore, public NamesHolders
 {
 public:
-    /// `root` is an absolute path of an existing directory. `files` must outlive the store.
-    /// `patience`: how long a lock is waited for.
-    explicit DirectoryStore(std::string root, FileLayer &files = systemFiles(),
-                            std::chrono::milliseconds patience = kPatience);
+    /// `root` is an absolute path of an existing directory, and may lead through symbolic links;
+    /// below it none is followed. `patience`: how long a lock is waited for.
+    explicit DirectoryStore(std::string root, std::chrono::milliseconds patience = kPatience);
+    /// The same over a layer that leads to `root`, and must outlive the store.
+    DirectoryStore(std::string root, FileLayer &files,
+                   std::chrono::milliseconds patience = kPatience);
     ~DirectoryStore() override;
 
     Result<std::unique_ptr<BlobWriter>> begin() override;
@@ -78,12 +81,12 @@ private:
     void takeBack(const std::string &name, File &written);
     bool leadsTo(const std::string &name, File &file);
     Result<void> ensureDirectory(const std::string &relative);
-    Result<void> walk(const std::string &directory, const std::string &prefix,
-                      const std::function<bool(const std::string &, std::uint64_t)> &visit,
-                      bool &goOn);
+    Result<void> walk(const std::string &prefix, bool stamped,
+                      const std::function<bool(const std::string &, std::uint64_t)> &visit);
     std::string pathOf(const std::string &name) const { return root_ + "/" + name; }
 
     const std::string root_;
+    const std::unique_ptr<FileLayer> own_; // null: the layer is the caller's
     FileLayer &files_;
     const std::chrono::milliseconds patience_;
 

@@ -1,4 +1,5 @@
-// A blob that is being written into a directory store: a file in tmp, locked while its writer lives.
+// A blob that is being written into a directory store: a file in tmp, locked while its writer
+// lives.
 #ifndef KEEL_CLIENT_BLOB_DIRECTORY_WRITER_H
 #define KEEL_CLIENT_BLOB_DIRECTORY_WRITER_H
 

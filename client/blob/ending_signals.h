@@ -3,7 +3,6 @@
 #ifndef KEEL_CLIENT_BLOB_ENDING_SIGNALS_H
 #define KEEL_CLIENT_BLOB_ENDING_SIGNALS_H
 
-
 namespace arca::blob
 {
 

@@ -1,7 +1,7 @@
 // The operating system's files as the directory store sees them: one seam through which every
 // system call goes, so that a test can make the n-th one fail or lose what was not synced.
-// systemFiles() is the real one. Any thread may use a layer; a File belongs to one thread,
-// but that any number of them may be in readAt() at once.
+// systemFiles() and filesBelow() are the real ones. Any thread may use a layer; a File belongs to
+// one thread, but that any number of them may be in readAt() at once.
 #ifndef KEEL_CLIENT_BLOB_FILE_LAYER_H
 #define KEEL_CLIENT_BLOB_FILE_LAYER_H
 
@@ -12,6 +12,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace arca::blob
 {
@@ -92,10 +93,26 @@ public:
         ARCA_TRY(const bool directory, isDirectory(path));
         return State{directory, 0};
     }
+
+    struct Entry {
+        std::string name;
+        State state; // without a stamp when none was asked for, or when it has just gone
+    };
+    /// Returns the entries of a directory whose names begin with `begin`, at once: it is cheaper
+    /// than list() and state() of each.
+    virtual Result<std::vector<Entry>> entries(const std::string &path, std::string_view begin,
+                                               bool stamped);
 };
 
-/// The operating system's own. Lives as long as the process.
+/// The operating system's own, which follows symbolic links. Lives as long as the process.
 FileLayer &systemFiles();
+
+/// Returns the files below `root`, the absolute path of a directory, which may lead through
+/// symbolic links. Every path must be the root or lie below it, and there no link is ever followed:
+/// one on the way, or in a file's or a directory's place, is an error that names it (`damaged` from
+/// open(), else `io`); to entries() and state() it is no directory, and unlink() removes the link
+/// itself.
+std::unique_ptr<FileLayer> filesBelow(std::string root);
 
 /// What an errno means to us, with a sentence that names the action and the path.
 Error fromErrno(int number, const std::string &action, const std::string &path);

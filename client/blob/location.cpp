@@ -4,6 +4,8 @@
 #include "client/base/descriptor.h"
 #include "client/base/text.h"
 #include "client/blob/directory_store.h"
+#include "client/blob/place.h"
+#include "client/blob/temporary_name.h"
 
 #include <cstdlib>
 #include <ctime>
@@ -52,17 +54,22 @@ Result<Location> Location::parse(std::string_view text)
 /// map every user to one. Of the file nothing stays.
 static bool givesFilesTo(uid_t owner, const std::string &directory)
 {
-    std::string name = directory + "/tmp";
+    const auto name = newTemporaryName();
+    if (!name)
+        return false;
+    const auto place = Place::find(directory, directory + "/" + *name, "creating");
+    if (!place)
+        return false;
     int file = -1;
 #ifdef O_TMPFILE
-    file = openAbove(name.c_str(), O_TMPFILE | O_WRONLY);
+    file = openAboveAt(place->directory(), ".", O_TMPFILE | O_WRONLY);
 #endif
     if (file < 0) { // a file system that knows no files without a name
-        name += "/owner-" + std::to_string(::getpid()) + "-" + std::to_string(::time(nullptr));
-        file = openAbove(name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW);
+        file = openAboveAt(place->directory(), place->name(),
+                           O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW);
         if (file < 0)
             return false;
-        (void)::unlink(name.c_str());
+        (void)::unlinkat(place->directory(), place->name(), 0);
     }
     struct stat made = {};
     const bool given = ::fstat(file, &made) == 0 && made.st_uid == owner;
@@ -78,7 +85,7 @@ static Result<void> expectOwner(const std::string &directory)
     struct stat marker = {};
     struct statvfs system = {};
     const uid_t own = ::geteuid();
-    if (::stat((directory + "/format").c_str(), &marker) != 0 || marker.st_uid == own)
+    if (::lstat((directory + "/format").c_str(), &marker) != 0 || marker.st_uid == own)
         return {};
     const bool readOnly =
         ::statvfs(directory.c_str(), &system) == 0 && (system.f_flag & ST_RDONLY) != 0;

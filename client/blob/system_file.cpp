@@ -180,7 +180,10 @@ public:
 
     void setNote(std::string_view note) override
     {
-        if (note.size() > limit_ || ftruncate(descriptor_, 0) != 0)
+        // With a second name it may be something else as well, that is not to be cut.
+        const auto state = status();
+        if (!state || state->st_nlink != 1 || note.size() > limit_ ||
+            ftruncate(descriptor_, 0) != 0)
             return;
         (void)retried([&] { return pwrite(descriptor_, note.data(), note.size(), 0); });
     }

@@ -10,7 +10,8 @@ namespace arca::blob
 
 /// Returns the file of a descriptor, which it closes. `path` is for errors.
 std::unique_ptr<File> systemFile(int descriptor, std::string path);
-/// The same of a descriptor that a forked child must not keep: it would keep a lock of its parent's.
+/// The same of a descriptor that a forked child must not keep: it would keep a lock of its
+/// parent's.
 std::unique_ptr<File> systemFile(std::unique_ptr<OwnDescriptor> own, std::string path);
 
 } // namespace arca::blob

@@ -1,6 +1,7 @@
 // The real file layer: POSIX calls, with what Linux offers beyond them behind feature checks. No
 // call leaves a descriptor that a program started by the host would inherit.
 #include "client/base/descriptor.h"
+#include "client/blob/place.h"
 #include "client/blob/retried.h"
 #include "client/blob/system_file.h"
 
@@ -32,9 +33,31 @@ std::uint64_t stampOf(const struct stat &state)
     return std::max<std::uint64_t>(stamp, 1);
 }
 
+/// Of a file system that says with each name what it leads to, that costs nothing.
+bool tellsKind([[maybe_unused]] const dirent &entry)
+{
+#ifdef DT_UNKNOWN
+    return entry.d_type != DT_UNKNOWN;
+#else
+    return false;
+#endif
+}
+
+bool isDirectoryEntry([[maybe_unused]] const dirent &entry)
+{
+#ifdef DT_DIR
+    return entry.d_type == DT_DIR;
+#else
+    return false;
+#endif
+}
+
 class SystemFiles final : public FileLayer
 {
 public:
+    /// `root`: below it no symbolic link is followed; empty: links are followed everywhere.
+    explicit SystemFiles(std::string root) : root_(std::move(root)) {}
+
     Result<std::unique_ptr<File>> create(const std::string &path) override
     {
         return openedToLock(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW, "creating");
@@ -42,7 +65,16 @@ public:
 
     Result<std::unique_ptr<File>> open(const std::string &path) override
     {
-        return opened(path, O_RDONLY | O_NONBLOCK, "opening");
+        constexpr const char *kAction = "opening";
+        ARCA_TRY(const Place place, find(path, kAction));
+        const int descriptor =
+            openAboveAt(place.directory(), place.name(), O_RDONLY | O_NONBLOCK | place.noFollow());
+        // In a blob's place it is a damaged blob: that holds up what needs it, and nothing else.
+        if (descriptor < 0)
+            return place.failure(errno, kAction, path, ErrorKind::damaged);
+        auto file = systemFile(descriptor, path);
+        ARCA_CHECK(expectRegular(descriptor, path, kAction, ErrorKind::damaged));
+        return file;
     }
 
     Result<std::unique_ptr<File>> openForLocking(const std::string &path, bool create) override
@@ -53,48 +85,53 @@ public:
 
     Result<void> moveNew(const std::string &from, const std::string &to) override
     {
+        ARCA_TRY(const Place old, find(from, kNaming));
+        ARCA_TRY(const Place fresh, find(to, kNaming));
         // A hard link never replaces what is there. Some file systems have none.
-        if (::link(from.c_str(), to.c_str()) == 0) {
+        if (linked(old, fresh)) {
             // The name counts, not the leftover: a later clean-up takes it away if this fails.
-            (void)::unlink(from.c_str());
+            (void)::unlinkat(old.directory(), old.name(), 0);
             return {};
         }
 #ifdef RENAME_NOREPLACE
-        if (hasNoLinks(errno) &&
-            renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        if (hasNoLinks(errno) && renameat2(old.directory(), old.name(), fresh.directory(),
+                                           fresh.name(), RENAME_NOREPLACE) == 0)
             return {};
 #endif
-        return fromErrno(errno, "naming", to);
+        return fromErrno(errno, kNaming, to);
     }
 
     Result<bool> link(const std::string &from, const std::string &to) override
     {
-        if (::link(from.c_str(), to.c_str()) == 0)
+        ARCA_TRY(const Place old, find(from, kNaming));
+        ARCA_TRY(const Place fresh, find(to, kNaming));
+        if (linked(old, fresh))
             return true;
         if (hasNoLinks(errno))
             return false;
-        return fromErrno(errno, "naming", to);
+        return fromErrno(errno, kNaming, to);
     }
 
     Result<void> unlink(const std::string &path) override
     {
-        if (::unlink(path.c_str()) != 0)
+        ARCA_TRY(const Place place, find(path, "removing"));
+        if (::unlinkat(place.directory(), place.name(), 0) != 0)
             return fromErrno(errno, "removing", path);
         return {};
     }
 
     Result<void> makeDirectory(const std::string &path) override
     {
-        if (mkdir(path.c_str(), 0700) != 0)
-            return fromErrno(errno, "creating the directory", path);
+        constexpr const char *kAction = "creating the directory";
+        ARCA_TRY(const Place place, find(path, kAction));
+        if (mkdirat(place.directory(), place.name(), 0700) != 0)
+            return fromErrno(errno, kAction, path);
         return {};
     }
 
     Result<void> syncDirectory(const std::string &path) override
     {
-        const int descriptor = openAbove(path.c_str(), O_RDONLY | O_DIRECTORY);
-        if (descriptor < 0)
-            return fromErrno(errno, "opening the directory", path);
+        ARCA_TRY(const int descriptor, openedDirectory(path));
         const int result = retried([&] { return fsync(descriptor); });
         const int number = errno;
         close(descriptor);
@@ -107,9 +144,93 @@ public:
     Result<void> list(const std::string &path,
                       const std::function<bool(const std::string &)> &visit) override
     {
-        const int descriptor = openAbove(path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK);
+        return visitNames(path, [&](const dirent &entry, int) { return visit(entry.d_name); });
+    }
+
+    Result<std::vector<Entry>> entries(const std::string &path, std::string_view begin,
+                                       bool stamped) override
+    {
+        std::vector<Entry> found;
+        int number = 0;
+        ARCA_CHECK(visitNames(path, [&](const dirent &entry, int directory) {
+            if (!std::string_view(entry.d_name).starts_with(begin))
+                return true;
+            Entry known{entry.d_name, {isDirectoryEntry(entry), 0}};
+            if (stamped || !tellsKind(entry)) {
+                struct stat state;
+                if (fstatat(directory, entry.d_name, &state, noFollowAt()) == 0)
+                    known.state = {S_ISDIR(state.st_mode) != 0, stampOf(state)};
+                else if (errno != ENOENT)
+                    number = errno;
+            }
+            found.push_back(std::move(known));
+            return number == 0;
+        }));
+        if (number != 0)
+            return fromErrno(number, "inspecting", path + "/" + found.back().name);
+        return found;
+    }
+
+    Result<bool> isDirectory(const std::string &path) override
+    {
+        ARCA_TRY(const State found, state(path));
+        return found.directory;
+    }
+
+    Result<State> state(const std::string &path) override
+    {
+        const auto place = find(path, "inspecting");
+        if (!place && place.error().kind == ErrorKind::notFound)
+            return State{};
+        if (!place)
+            return place.error();
+        struct stat found;
+        if (fstatat(place->directory(), place->name(), &found, place->noFollowAt()) == 0)
+            return State{S_ISDIR(found.st_mode) != 0, stampOf(found)};
+        if (errno == ENOENT || errno == ENOTDIR)
+            return State{};
+        return fromErrno(errno, "inspecting", path);
+    }
+
+private:
+    static constexpr const char *kNaming = "naming";
+
+    static bool hasNoLinks(int number)
+    {
+        return number == EPERM || number == EOPNOTSUPP || number == ENOSYS || number == EMLINK;
+    }
+
+    static bool linked(const Place &from, const Place &to)
+    {
+        return ::linkat(from.directory(), from.name(), to.directory(), to.name(), 0) == 0;
+    }
+
+    Result<Place> find(const std::string &path, const char *action) const
+    {
+        return Place::find(root_, path, action);
+    }
+
+    int noFollowAt() const
+    {
+        return root_.empty() ? 0 : AT_SYMLINK_NOFOLLOW;
+    }
+
+    Result<int> openedDirectory(const std::string &path) const
+    {
+        constexpr const char *kAction = "opening the directory";
+        ARCA_TRY(const Place place, find(path, kAction));
+        const int descriptor = openAboveAt(place.directory(), place.name(),
+                                           O_RDONLY | O_DIRECTORY | O_NONBLOCK | place.noFollow());
         if (descriptor < 0)
-            return fromErrno(errno, "opening the directory", path);
+            return place.failure(errno, kAction, path, ErrorKind::io);
+        return descriptor;
+    }
+
+    /// Visits with the descriptor of the directory, until `visit` returns false.
+    Result<void> visitNames(const std::string &path,
+                            const std::function<bool(const dirent &, int)> &visit) const
+    {
+        ARCA_TRY(const int descriptor, openedDirectory(path));
         const std::unique_ptr<DIR, int (*)(DIR *)> directory(fdopendir(descriptor), &closedir);
         if (!directory) {
             const int number = errno;
@@ -121,8 +242,8 @@ public:
             const dirent *entry = readdir(directory.get());
             if (entry == nullptr)
                 break;
-            const std::string name = entry->d_name;
-            if (name != "." && name != ".." && !visit(name))
+            const std::string_view name = entry->d_name;
+            if (name != "." && name != ".." && !visit(*entry, descriptor))
                 return {};
         }
         if (errno != 0)
@@ -130,53 +251,20 @@ public:
         return {};
     }
 
-    Result<bool> isDirectory(const std::string &path) override
+    Result<std::unique_ptr<File>> openedToLock(const std::string &path, int flags,
+                                               const char *action) const
     {
-        ARCA_TRY(const State found, state(path));
-        return found.directory;
-    }
-
-    Result<State> state(const std::string &path) override
-    {
-        struct stat found;
-        if (stat(path.c_str(), &found) == 0)
-            return State{S_ISDIR(found.st_mode) != 0, stampOf(found)};
-        if (errno == ENOENT || errno == ENOTDIR)
-            return State{};
-        return fromErrno(errno, "inspecting", path);
-    }
-
-private:
-    static bool hasNoLinks(int number)
-    {
-        return number == EPERM || number == EOPNOTSUPP || number == ENOSYS || number == EMLINK;
-    }
-
-    static Result<std::unique_ptr<File>> opened(const std::string &path, int flags,
-                                                const char *action)
-    {
-        const int descriptor = openAbove(path.c_str(), flags);
-        if (descriptor < 0)
-            return fromErrno(errno, action, path);
-        auto file = systemFile(descriptor, path);
-        // In a blob's place it is a damaged blob: that holds up what needs it, and nothing else.
-        ARCA_CHECK(expectRegular(descriptor, path, action, ErrorKind::damaged));
-        return file;
-    }
-
-    static Result<std::unique_ptr<File>> openedToLock(const std::string &path, int flags,
-                                                      const char *action)
-    {
+        ARCA_TRY(const Place place, find(path, action));
         int number = 0;
         auto own = OwnDescriptor::open(
             [&](bool again) {
                 // It is there by then, and still nobody else's.
                 const int now = again ? flags & ~(O_CREAT | O_EXCL) : flags;
-                return openAbove(path.c_str(), now);
+                return openAboveAt(place.directory(), place.name(), now);
             },
             number);
         if (!own)
-            return fromErrno(number, action, path);
+            return place.failure(number, action, path, ErrorKind::io);
         const int descriptor = own->number();
         auto file = systemFile(std::move(own), path);
         ARCA_CHECK(expectRegular(descriptor, path, action, ErrorKind::io));
@@ -193,6 +281,8 @@ private:
             return Error{otherwise, action + (" " + path) + ": not a regular file"};
         return {};
     }
+
+    const std::string root_;
 };
 
 } // namespace
@@ -204,9 +294,14 @@ FileLayer &systemFiles()
     static std::atomic<SystemFiles *> known = nullptr;
     if (SystemFiles *const files = known.load())
         return *files;
-    auto fresh = std::make_unique<SystemFiles>();
+    auto fresh = std::make_unique<SystemFiles>(std::string());
     SystemFiles *files = nullptr;
     return known.compare_exchange_strong(files, fresh.get()) ? *fresh.release() : *files;
+}
+
+std::unique_ptr<FileLayer> filesBelow(std::string root)
+{
+    return std::make_unique<SystemFiles>(std::move(root));
 }
 
 } // namespace arca::blob

@@ -12,10 +12,11 @@ namespace arca::blob
 
 /// Between the name of a claim and the rest of the name of what is parked under it.
 static constexpr char kParked = '.';
+static constexpr std::size_t kRandomBytes = 8;
 
 Result<std::string> newTemporaryName()
 {
-    Bytes random(8);
+    Bytes random(kRandomBytes);
     ARCA_CHECK(fillRandom(random));
     return "tmp/" + std::to_string(getpid()) + "-" + toHex(random);
 }
@@ -23,6 +24,22 @@ Result<std::string> newTemporaryName()
 std::string parkedName(const std::string &claim, const std::string &temporary)
 {
     return claim + kParked + temporary.substr(temporary.rfind('-') + 1);
+}
+
+bool isTemporaryName(std::string_view fileName)
+{
+    const auto isRandom = [](std::string_view text) {
+        return text.size() == 2 * kRandomBytes &&
+               text.find_first_not_of("0123456789abcdef") == text.npos;
+    };
+    const auto dash = fileName.find('-');
+    if (dash == 0 || dash == fileName.npos ||
+        fileName.substr(0, dash).find_first_not_of("0123456789") != fileName.npos)
+        return false;
+    const std::string_view random = fileName.substr(dash + 1);
+    const auto dot = random.find(kParked);
+    return isRandom(random.substr(0, dot)) &&
+           (dot == random.npos || isRandom(random.substr(dot + 1)));
 }
 
 std::string lockedFor(const std::string &fileName)

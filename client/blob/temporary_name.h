@@ -7,6 +7,7 @@
 #include "client/base/result.h"
 
 #include <string>
+#include <string_view>
 
 namespace arca::blob
 {
@@ -16,6 +17,10 @@ Result<std::string> newTemporaryName();
 
 /// Returns the name of what `temporary` wrote when it is parked under `claim`.
 std::string parkedName(const std::string &claim, const std::string &temporary);
+
+/// Returns true for a name as these two give them, without "tmp/". What is called otherwise was not
+/// put there by a store, and is never removed.
+bool isTemporaryName(std::string_view fileName);
 
 /// Returns the file in tmp whose lock says that the writer of this one lives.
 std::string lockedFor(const std::string &fileName);

@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <map>
 
 namespace arca::store
 {
@@ -67,6 +68,13 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
     };
 }
 
+/// Whether a name begins with one of the directories of a divided section.
+bool liesInPart(std::string_view rest)
+{
+    return rest.size() > 3 && rest[2] == '/' &&
+           rest.substr(0, 2).find_first_not_of("0123456789abcdef") == rest.npos;
+}
+
 class Verification
 {
 public:
@@ -85,6 +93,7 @@ private:
     VerifyRound &round() { return request_.readData ? state_.data : state_.structure; }
     Result<void> compareStock();
     Result<std::uint64_t> count();
+    void tellStrays();
     Result<Went> checkSections();
     Result<Went> checkUnder(const Section &section, const std::string &directory);
     Result<Went> checkOne(const std::string &blobName, Checked what);
@@ -114,6 +123,7 @@ private:
     const VerifyRequest request_;
     const VerifyWatcher &watcher_;
     const std::vector<Section> sections_;
+    std::map<std::string, Checked> strays_;
     VerifyState state_;
     VerifyOutcome outcome_;
     VerifyProgress progress_;
@@ -133,6 +143,8 @@ Result<VerifyOutcome> Verification::run()
     ARCA_CHECK(compareStock());
     ARCA_TRY(const std::uint64_t blobs, count());
     progress_.planned = (blobs * request_.percent + 99) / 100;
+    if (round().last.empty())
+        tellStrays();
     ARCA_TRY(const Went went, checkSections());
     if (went == Went::on)
         endRound();
@@ -169,11 +181,31 @@ Result<std::uint64_t> Verification::count()
 {
     std::uint64_t blobs = 0;
     for (const Section &section : sections_)
-        ARCA_CHECK(blobs_.list(section.prefix, [&](const std::string &) {
+        ARCA_CHECK(blobs_.list(section.prefix, [&](const std::string &name) {
             ++blobs;
+            if (section.divided &&
+                !liesInPart(std::string_view(name).substr(section.prefix.size())))
+                strays_.emplace(name, section.what);
             return true;
         }));
+    ARCA_CHECK(blobs_.list("log/", [&](const std::string &name) {
+        if (name.find('/', 4) == name.npos)
+            strays_.emplace(name, Checked::record); // in a day's place
+        return true;
+    }));
     return blobs;
+}
+
+/// What lies where no pack and no manifest can, above all a symbolic link in a directory's place:
+/// what was behind it cannot be read.
+void Verification::tellStrays()
+{
+    for (const auto &[name, what] : strays_) {
+        const auto opened = blobs_.open(name);
+        if (opened || opened.error().kind != ErrorKind::notFound)
+            note(name, what,
+                 opened ? "nothing of the repository has such a name" : opened.error().text);
+    }
 }
 
 Result<Verification::Went> Verification::checkSections()
@@ -191,6 +223,8 @@ Result<Verification::Went> Verification::checkSections()
             const auto digits = static_cast<std::byte>(part);
             const std::string directory =
                 section.divided ? toHex(ByteView(&digits, 1)) + "/" : std::string();
+            if (strays_.contains(section.prefix + directory.substr(0, 2)))
+                continue; // no directory
             ARCA_TRY(const Went went, checkUnder(section, directory));
             if (went == Went::out)
                 return went;

@@ -191,7 +191,7 @@ TEST_F(NodeTest, UnlockClearsUpBehindTheDeadOnly)
     const hoxHandle_t handle = logOn();
     ASSERT_EQ(send(handle, "open", "under way"), HOX_RC_OK);
     const auto living = stored("tmp").size();
-    writeFile(installation_.repository() / "tmp" / "1-00", "left behind");
+    writeFile(installation_.repository() / "tmp" / "1-0123456789abcdef", "left behind");
     EXPECT_EQ(arcaJson({"unlock", "--dry-run"})["leftovers"], 1);
     EXPECT_EQ(stored("tmp").size(), living + 1);
     const auto told = arcaJson({"unlock"});

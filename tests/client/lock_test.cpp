@@ -90,7 +90,7 @@ class LockTest : public testing::Test
 protected:
     std::unique_ptr<DirectoryStore> store()
     {
-        return std::make_unique<DirectoryStore>(directory_.path().string(), blob::systemFiles(),
+        return std::make_unique<DirectoryStore>(directory_.path().string(),
                                                 std::chrono::milliseconds(0));
     }
     keel::test::TempDir directory_;

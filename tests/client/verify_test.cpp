@@ -109,6 +109,11 @@ TEST_F(VerifyTest, FindsWhatIsHurtAndNamesIt)
          kStructure,
          {"few"},
          {blobName(few)}},
+        {"a link where a directory of packs could be",
+         [&] { fs::create_directory_symlink("..", noise.parent_path().parent_path() / "zz"); },
+         kStructure,
+         {},
+         {blobName(noise.parent_path().parent_path() / "zz")}},
         {"a pack is gone", [&] { fs::remove(noise); }, kStructure, {"noise", "twin"}, {}},
         {"two packs changed places",
          [&] {
