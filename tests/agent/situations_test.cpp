@@ -214,6 +214,10 @@ TEST_F(SituationTest, APieceIsRead)
         {"GetNextQObj:1=2", "sbtrestore 7502", "3+", "RBS0002E Server",
          "veloQueryObj(): Exit - file doesn't exist. hoxHandle = 1, rc = 2",
          SESSION "K4 BeginQuery GetNextQObj EndQuery"},
+        // An end without an object leaves nothing to read by.
+        {"GetNextQObj:1=121", "sbtrestore 7502", "3+", "RBS0002E Server",
+         "veloQueryObj(): Exit - file doesn't exist. hoxHandle = 1, rc = 2",
+         SESSION "K4 BeginQuery GetNextQObj EndQuery"},
         {"GetNextQObj:2=2102", "sbtrestore 7502", "3+", "RBS2102E Server",
          "veloQueryObj(): Exit - HOXGETNEXTQOBJ() failed. hoxHandle = 1, rc = 2102",
          SESSION "K4 BeginQuery GetNextQObj GetNextQObj EndQuery"},

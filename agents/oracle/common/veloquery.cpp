@@ -114,6 +114,11 @@ std::uint16_t veloQueryObj(orcObj_t *ctx)
         ORC_TRACE(2, " %s: HOXGETNEXTQOBJ() more data, hoxHandle = %d, rc = %d\n", scope.name(),
                   handle, rc);
     }
+    if (rc == HOX_RC_FINISHED && !query.answered() && ctx->state != ORC_STATE_BACKUP) {
+        // There is no identifier to read by. A backup still takes the end for "found", as it must
+        // not begin where something may be stored.
+        rc = HOX_RC_NO_MATCH;
+    }
     if (rc == HOX_RC_FINISHED) {
         ORC_TRACE(2, " %s: calling HOXENDQUERY(), hoxHandle = %d\n", scope.name(), handle);
         query.end();

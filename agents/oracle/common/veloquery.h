@@ -12,8 +12,9 @@
 /// Looks for the context's object among the active ones. Returns 8 with its identifier in the
 /// context (message 2503 is reported when a backup asks); 7 when it does not exist or its filespace
 /// is unknown (reported when a restore asks), and when a backup asks and the description is
-/// damaged; 2539 for a null ctx (logged); 65535 when the query does not begin, or the storage
-/// client's code when it fails later, both reported.
+/// damaged. A query that ends as finished without having answered an object is 7 to a restore and
+/// 8, without an identifier, to a backup; 2539 for a null ctx (logged); 65535 when the query does
+/// not begin, or the storage client's code when it fails later, both reported.
 std::uint16_t veloQueryObj(orcObj_t *ctx);
 
 /// Asks for a management class; the storage pool of every answer is traced under caller's name, and
