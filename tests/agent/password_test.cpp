@@ -105,6 +105,10 @@ TEST_F(PasswordFileTest, TakesOfADamagedFileWhatThereIs)
     EXPECT_EQ("8letters", loggedOnWith());
     EXPECT_EQ(fs::perms(0600), fs::status("elsewhere").permissions()) << "of another's file";
     fs::remove(file);
+    fs::create_symlink("/proc/self/mem", file); // every read of its beginning is EIO
+    EXPECT_EQ("sbtremove2 7501 RBQ2519E", loggedOnWith())
+        << "an unreadable password is no empty one";
+    fs::remove(file);
     fs::create_directory(file);
     EXPECT_EQ("sbtremove2 7501 RBQ2519E", loggedOnWith());
     EXPECT_EQ(65535, update("new")) << "the file cannot be made";

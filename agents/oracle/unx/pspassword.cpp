@@ -248,17 +248,16 @@ std::uint16_t psveloReadPswdFromFile(const char *path, char *password, std::uint
     FileText text;
     const int fd = psFileOpenDescriptor(path, O_RDONLY);
     const bool regular = fd >= 0 && fstat(fd, &status) == 0 && S_ISREG(status.st_mode);
-    if (regular && text.read(fd)) {
-        readRecords(text, password, key);
-    }
+    const bool read = regular && text.read(fd);
     if (fd >= 0) {
         close(fd);
     }
-    if (!regular) {
+    if (!read) { // a part of the password, or none, would only be refused as a wrong one
         SCOPE_EXIT(scope, " %s: Exit - HOX_RC_NO_PASS_FILE\n rc: %d\n\n", scope.name(),
                    ORC_RC_NO_PASS_FILE);
         return ORC_RC_NO_PASS_FILE;
     }
+    readRecords(text, password, key);
     return ORC_RC_OK;
 }
 
