@@ -277,10 +277,9 @@ void psAppendLocked(const char *path, const char *line, std::size_t length) noex
     psMutexGuard guard(appendMutex);
     const int descriptor = psFileOpenDescriptor(path, O_RDWR | O_CREAT | O_APPEND);
     if (descriptor >= 0) {
-        const int rc = psFileLock(descriptor);
-        if (rc == 0)
+        if (psFileLock(descriptor) == 0)
             psAppendWhole(descriptor, line, length);
-        else if (rc == EAGAIN)
+        else // held by another process for too long, or on a file system that has no locks
             appendUnlocked(descriptor, line, length);
         close(descriptor); // which releases the lock
     }

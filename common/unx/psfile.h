@@ -61,10 +61,11 @@ void psFileUnlock(int descriptor) noexcept;
 
 /// Appends length bytes, a whole line with its newline, under psFileLock (which other processes
 /// that append take as well) and a mutex of its own. When another process keeps the lock for longer
-/// than psFileLock tries, the line is appended without it. A new file gets mode 0600. A line that
-/// the disk or the file size limit cuts is taken back, unless the lock was missing: then a part may
-/// stay. The line is lost silently when the file does not open or cannot be locked at all, because
-/// errors are themselves reported through this call. Keeps errno. An empty path does nothing.
+/// than psFileLock tries, or the file system has no locks, the line is appended without it. A new
+/// file gets mode 0600. A line that the disk or the file size limit cuts is taken back, unless the
+/// lock was missing: then a part may stay. The line is lost silently when the file does not open,
+/// because errors are themselves reported through this call. Keeps errno. An empty path does
+/// nothing.
 void psAppendLocked(const char *path, const char *line, std::size_t length) noexcept;
 
 #endif

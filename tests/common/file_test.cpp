@@ -9,14 +9,31 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdarg>
 #include <fcntl.h>
 #include <memory>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
+
+static bool withoutLocks = false; // as on a file system that has none
+
+extern "C" int fcntl(int descriptor, int command, ...)
+{
+    va_list rest;
+    va_start(rest, command);
+    void *const argument = va_arg(rest, void *);
+    va_end(rest);
+    if (withoutLocks && command == F_SETLK) {
+        errno = ENOLCK;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_fcntl, descriptor, command, argument));
+}
 
 namespace
 {
@@ -297,6 +314,17 @@ TEST(LockedAppend, DoesNotWaitForAHolderThatNeverLetsGo)
     int status = -1;
     waitpid(holder, &status, 0);
     EXPECT_EQ(status, 0);
+}
+
+TEST(LockedAppend, DoesWithoutLocksWhereThereAreNone)
+{
+    TempDir directory;
+    const std::string path = (directory / "log").string();
+    withoutLocks = true;
+    psAppendLocked(path.c_str(), "first\n", 6);
+    psAppendLocked(path.c_str(), "second\n", 7);
+    withoutLocks = false;
+    EXPECT_EQ(readFile(path), "first\nsecond\n");
 }
 
 TEST(LockedAppend, StopsAtTheLimitOfTheProcessInsteadOfEndingIt)
