@@ -4,6 +4,7 @@
 #include "tests/agent/agent_fixture.h"
 
 #include <dlfcn.h>
+#include <malloc.h>
 #include <set>
 #include <sstream>
 #include <sys/wait.h>
@@ -69,6 +70,22 @@ TEST(LibraryTest, NeedsOnlyTheSystem)
         EXPECT_TRUE(library == "[libc.so.6]" || library == "[libm.so.6]" ||
                     library == "[libgcc_s.so.1]" || library == "[ld-linux-x86-64.so.2]")
             << library;
+}
+
+TEST(LibraryTest, LeavesNoMemoryBehindWhenItIsClosed)
+{
+    if (kSanitized)
+        GTEST_SKIP() << "the runtime of a sanitizer is the host's, and stays";
+    constexpr std::size_t kRounds = 20;
+    std::size_t before = 0; // what the system itself keeps for libraries is there by then
+    for (std::size_t round = 0; round < 2 * kRounds; ++round) {
+        void *const library = dlopen(keel::test::agentLibrary().c_str(), RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(nullptr, library) << dlerror();
+        dlclose(library);
+        if (round == kRounds)
+            before = mallinfo2().uordblks;
+    }
+    EXPECT_LT(mallinfo2().uordblks, before + kRounds * 1024);
 }
 
 /// The outcome of sbtinit in a process of its own, so that no library opened there stays here.
