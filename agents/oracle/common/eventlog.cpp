@@ -71,11 +71,13 @@ hoxLogEventExIn_t eventRecord(const char *application, const char *platform)
 
 CEventLog::CEventLog(const char *name) : funcName{}, nodeName{}
 {
+    const TraceScope scope("CEventLog::CEventLog()");
     stCopy(funcName, name);
 }
 
 CEventLog::~CEventLog()
 {
+    const TraceScope scope("CEventLog::~CEventLog()");
     if (!refused) {
         logQueuedMsgs();
     }

@@ -2,6 +2,7 @@
 #include "agents/common/unx/sun/dhoxapidl.h"
 
 #include <array>
+#include <cassert>
 #include <cerrno>
 #include <dlfcn.h>
 
@@ -92,11 +93,13 @@ int DHoxApiDL::Cleanup()
 std::int16_t FunctionNotLoaded()
 {
     KEEL_TRACE(TR_API, "Function not loaded\n");
+    assert(!"an operation that is not loaded was called");
     return 419;
 }
 
 std::int16_t LumoFunctionNotLoaded()
 {
     KEEL_TRACE(TR_API, "Lumo function not loaded\n");
+    assert(!"an operation that is not loaded was called");
     return 1;
 }

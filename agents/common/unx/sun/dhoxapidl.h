@@ -30,8 +30,9 @@ private:
     static void *m_hLumoDll;
 };
 
-/// Stand-ins for an operation that is not loaded; they return 419 and 1. The table is never filled
-/// with them: other parts of the product link to them.
+/// Stand-ins for an operation that is not loaded; they return 419 and 1, and in a debug build they
+/// fail an assertion first, which ends the process. The table is never filled with them: other
+/// parts of the product link to them.
 std::int16_t FunctionNotLoaded();
 std::int16_t LumoFunctionNotLoaded();
 
