@@ -5,6 +5,7 @@
 #define KEEL_CLIENT_API_ANSWER_H
 
 #include "client/base/result.h"
+#include "client/base/thread_storage.h"
 #include "client/include/hoxapi.h"
 #include "common/thrd/pscancel.h"
 
@@ -55,6 +56,8 @@ const char *lastDetail(std::int16_t code) noexcept;
 template <class Body> std::int16_t atBoundary(Body body) noexcept
 {
     const psNoCancel noCancel;
+    if (!prepareThreadStorage())
+        return HOX_RC_NO_MEMORY;
     try {
         Code answer = body();
         return answer ? *answer : remembered(answer.error());

@@ -1,10 +1,13 @@
 // A new thread has the mask of the one that makes it, so everything is blocked around the making.
 #include "client/base/thread.h"
 
+#include "client/base/thread_storage.h"
+
 #include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <pthread.h>
 #include <system_error>
 #include <utility>
 
@@ -31,29 +34,31 @@ private:
     sigset_t before_;
 };
 
-/// The thread-local storage of a library that was opened at run time is allocated when a thread
-/// first touches it, and the C library ends the process when that fails. So it is touched here,
-/// while memory is known to be there, and not when the first exception of the thread is thrown for
-/// want of it.
-bool prepareStorage()
+} // namespace
+
+bool prepareThreadStorage() noexcept
 {
+    static pthread_key_t made; // set where the storage is; looking at it allocates nothing
+    static const bool hasKey = pthread_key_create(&made, nullptr) == 0;
+    if (hasKey && pthread_getspecific(made) != nullptr)
+        return true;
     constexpr std::size_t kEnough = std::size_t{64} << 10;
     void *const probe = std::malloc(kEnough);
     if (probe == nullptr)
         return false;
     *static_cast<volatile char *>(probe) = 0;
     std::free(probe);
-    return std::uncaught_exceptions() == 0;
+    if (std::uncaught_exceptions() >= 0 && hasKey) // which touches it
+        (void)pthread_setspecific(made, &made);
+    return true;
 }
-
-} // namespace
 
 Thread::Thread(std::function<void()> body, std::function<void()> noMemory)
 {
     const AllSignalsBlocked blocked;
     try {
         thread_ = std::thread([body = std::move(body), noMemory = std::move(noMemory)] {
-            if (prepareStorage())
+            if (prepareThreadStorage())
                 body();
             else
                 noMemory();

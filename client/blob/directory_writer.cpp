@@ -4,6 +4,8 @@
 #include "client/blob/directory_reader.h"
 #include "client/blob/temporary_name.h"
 
+#include <new>
+
 namespace arca::blob
 {
 
@@ -14,8 +16,13 @@ DirectoryWriter::DirectoryWriter(DirectoryStore &store, std::string temporary)
 
 DirectoryWriter::~DirectoryWriter()
 {
-    if (file_ || parked_)
+    if (!file_ && !parked_)
+        return;
+    try {
         (void)store_.files_.unlink(store_.pathOf(temporary_));
+    } catch (const std::bad_alloc &) {
+        // A later session removes it: nobody holds its lock then.
+    }
 }
 
 Result<bool> DirectoryWriter::claim()

@@ -15,6 +15,7 @@
 #include "client/base/sqlite_host.h"
 
 #include <cstring>
+#include <new>
 
 namespace arca::engine
 {
@@ -79,8 +80,12 @@ HintCatalogue::HintCatalogue(const std::string &directory, const std::string &do
 
 HintCatalogue::~HintCatalogue()
 {
-    if (database_.isOpen() && bound_.hasFound())
-        change([&] { return bound_.write(); });
+    try {
+        if (database_.isOpen() && bound_.hasFound())
+            change([&] { return bound_.write(); });
+    } catch (const std::bad_alloc &) {
+        // What the hints were worth is not known next time; nothing else is lost.
+    }
 }
 
 void HintCatalogue::letGo()
