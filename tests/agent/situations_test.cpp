@@ -236,6 +236,9 @@ TEST_F(SituationTest, APieceIsRead)
          "sbtread2(): Exit HOXGETDATA() failed. hoxHandle = 1, rc = 2105", RESTORING "GetData"},
         {"GetData:2=2105", "sbtread2 7501", "3+", "RBS2105E Server", "sbtread2(): Exit HOXGETDATA",
          RESTORING "GetData GetData"},
+        // Bytes that did not come are no data.
+        {"GetData:1=2200", "sbtread2 7501", "3+", "RBS2008E Server",
+         "sbtread2(): Exit HOXGETDATA() failed. hoxHandle = 1, rc = 2008", RESTORING "GetData"},
         // The end without data is told at once, and by the code alone.
         {"GetData:2=121", "", "6", "", "|sbtread2(): Exit - EOF, hoxHandle = 1",
          RESTORING "GetData GetData " RESTORED},

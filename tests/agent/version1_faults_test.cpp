@@ -75,6 +75,7 @@ TEST_F(Version1FaultTest, TellsTheStorageCodeOfEveryFailure)
          "prepareGet(): Exit - hoxHandle"},
         {OpenToRead, "GetObj:1=2105", "7011/2105", SESSION FOUND "BeginGetData GetObj " RELEASED},
         {Read, "GetData:1=2105", "7064/2105", "GetData"},
+        {Read, "GetData:1=2200", "7064/2008", "GetData"},
         {Read, "GetData:1=121", "7061/2505", "GetData"},
         {CloseRead, "EndGetObj:1=2105", "7023/2105", "EndGetObj EndGetData " RELEASED},
         {CloseRead, "EndGetData:1=2106", "7023/2106", "EndGetObj EndGetData " RELEASED,

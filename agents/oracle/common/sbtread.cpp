@@ -39,7 +39,10 @@ int sbtread(bserc *error, unsigned th, char *buffer)
     block.stVersion = HOX_DATABLK_VERSION;
     block.bufferLen = call.blockSize();
     block.bufferPtr = buffer;
-    const std::int16_t rc = hoxApi().dhoxGetData(HoxApiStatusObjP, th, &block);
+    std::int16_t rc = hoxApi().dhoxGetData(HoxApiStatusObjP, th, &block);
+    if (rc == HOX_RC_MORE_DATA && block.numBytes != block.bufferLen) {
+        rc = HOX_RC_INTERNAL; // only the last block may be short: the rest of this one is no data
+    }
     if (rc == HOX_RC_FINISHED) {
         call.setState(ORC_STATE_RESTORE_END);
         if (block.numBytes == 0) {

@@ -66,7 +66,10 @@ int sbtread2(void *context, unsigned long /*flags*/, void *buffer)
     block.stVersion = HOX_DATABLK_VERSION;
     block.bufferLen = ctx->blockSize;
     block.bufferPtr = data;
-    const std::int16_t rc = hoxApi().dhoxGetData(HoxApiStatusObjP, ctx->hoxHandle, &block);
+    std::int16_t rc = hoxApi().dhoxGetData(HoxApiStatusObjP, ctx->hoxHandle, &block);
+    if (rc == HOX_RC_MORE_DATA && block.numBytes != ctx->blockSize) {
+        rc = HOX_RC_INTERNAL; // only the last block may be short: the rest of this one is no data
+    }
     if (rc == HOX_RC_FINISHED) {
         ctx->state = ORC_STATE_RESTORE_END;
         ORC_TRACE_BOTH(2, RMANTR_DETAIL, " %s: End of File, hoxHandle = %d, rc = %d\n",
