@@ -26,12 +26,15 @@ template <class T> Answer<T> answered(Result<T> result)
 
 void Transaction::poison(const Refusal &cause)
 {
-    if (failure_ == HOX_RC_OK)
-        failure_ = cause.code;
+    const bool first = failure_.code == HOX_RC_OK;
+    if (first)
+        failure_.code = cause.code;
     // What was sent is dropped at once: the failure may be a lack of the space that it takes.
     open_ = {};
     finished_.clear();
     claim_.reset();
+    if (first) // last, as there may be no memory for it
+        failure_.detail = cause.detail;
 }
 
 template <class T> Answer<T> Transaction::step(Answer<T> answer)
@@ -45,7 +48,7 @@ Answer<void> Transaction::mayGoOn(bool sending) const
 {
     if (sending != sending_)
         return refused(HOX_RC_BAD_CALL_SEQUENCE);
-    if (failure_ != HOX_RC_OK)
+    if (failure_.code != HOX_RC_OK)
         return refused(HOX_RC_WILL_ABORT);
     return {};
 }
@@ -153,8 +156,8 @@ Answer<void> Transaction::commit()
 {
     if (sending_)
         poison(refused(HOX_RC_STEP_FAILED));
-    if (failure_ != HOX_RC_OK)
-        return refused(failure_);
+    if (failure_.code != HOX_RC_OK)
+        return failure_;
     return publish();
 }
 

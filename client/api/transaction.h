@@ -71,7 +71,7 @@ private:
     std::vector<store::PieceId> deletions_;
     std::vector<store::PieceId> deactivations_;
     std::vector<store::ObjectName> damaged_;
-    std::int16_t failure_ = HOX_RC_OK;
+    Refusal failure_{HOX_RC_OK}; // the first one
 };
 
 } // namespace arca::api

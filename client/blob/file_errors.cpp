@@ -21,7 +21,6 @@ Error fromErrno(int number, const std::string &action, const std::string &path)
         break;
     case ENOSPC:
     case EDQUOT:
-    case EFBIG:
         kind = ErrorKind::full;
         break;
     case EROFS:
@@ -31,6 +30,11 @@ Error fromErrno(int number, const std::string &action, const std::string &path)
     case EPERM:
         kind = ErrorKind::denied;
         break;
+    case EFBIG: // no space would help
+        return {ErrorKind::io, action + " " + path +
+                                   ": the file would be larger than its file system, or a limit of "
+                                   "this process (ulimit -f), allows; raise the limit, or put the "
+                                   "file on a file system that takes larger ones"};
     default:
         break;
     }

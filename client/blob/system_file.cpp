@@ -46,7 +46,7 @@ public:
         // Beyond the limit of the process the system would not only fail the call but send a signal
         // that ends the host.
         if (bytes.size() > limit_ - std::min(written_, limit_))
-            return fromErrno(EFBIG, "writing", path_);
+            return beyondLimit("writing");
         preferDirect(bytes, written_);
         written_ += bytes.size();
         while (!bytes.empty()) {
@@ -67,7 +67,7 @@ public:
     Result<void> allocate(std::uint64_t bytes) override
     {
         if (bytes > limit_)
-            return fromErrno(EFBIG, "allocating", path_);
+            return beyondLimit("allocating");
 #if defined(_POSIX_ADVISORY_INFO) && _POSIX_ADVISORY_INFO > 0
         int number = EINTR;
         while (number == EINTR)
@@ -252,6 +252,14 @@ private:
             return;
         handedOver_ = written_;
 #endif
+    }
+
+    Error beyondLimit(const char *action) const
+    {
+        return {ErrorKind::io, action + (" " + path_) + ": the file would be larger than the " +
+                                   std::to_string(limit_) +
+                                   " bytes to which the size of files is limited for this process; "
+                                   "raise that limit (ulimit -f, LimitFSIZE of a service)"};
     }
 
     Error failure(const char *action) const

@@ -227,7 +227,7 @@ TEST_F(KilledTest, OfProcessesThatRenameAndDeleteOneObjectEachIsToldWhatCameOfIt
     }
 }
 
-TEST_F(KilledTest, ALimitOnFileSizesIsAFullRepositoryAndNoSignal)
+TEST_F(KilledTest, ALimitOnFileSizesIsNamedAndNoSignal)
 {
     const Child child([&](int tell) {
         const hoxHandle_t handle = logOn();
@@ -241,8 +241,9 @@ TEST_F(KilledTest, ALimitOnFileSizesIsAFullRepositoryAndNoSignal)
         const int sent = send(handle, "big", big);
         const int ended = commit(handle);
         const bool gone = stored("tmp").empty();
-        const bool good = (sent == HOX_RC_OK || sent == HOX_RC_REPOSITORY_FULL) &&
-                          ended == HOX_RC_REPOSITORY_FULL && gone &&
+        const bool good = (sent == HOX_RC_OK || sent == HOX_RC_REPOSITORY_IO) &&
+                          ended == HOX_RC_REPOSITORY_IO && gone &&
+                          text(ended).find("limit") != std::string::npos &&
                           backUp(handle, "small", "small") == HOX_RC_OK;
         (void)!write(tell, good ? "y" : "n", 1);
     });
