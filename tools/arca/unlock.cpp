@@ -1,7 +1,9 @@
 // arca unlock: shows locks and claims, and removes what dead processes left. A lock ends with its
 // process, so no lock has to be broken: the holder of one is alive.
+#include "client/base/descriptor.h"
 #include "client/blob/file_layer.h"
 #include "client/blob/location.h"
+#include "client/blob/temporary_name.h"
 #include "client/store/node_list.h"
 #include "client/store/repository.h"
 #include "tools/arca/command.h"
@@ -10,9 +12,11 @@
 #include "tools/common/table.h"
 
 #include <ctime>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -61,16 +65,50 @@ std::string processText(const std::string &number)
     return number + " (" + name + ")";
 }
 
+/// Returns the number behind `key` in the first line of a file that begins with it; empty without
+/// one.
+std::string fieldOf(const std::string &file, const std::string &key)
+{
+    std::ifstream lines(file);
+    for (std::string first, second; lines >> first;) {
+        if (first == key && lines >> second)
+            return second;
+        std::getline(lines, second);
+    }
+    return {};
+}
+
+/// Returns the device of a directory as /proc/locks writes it, "fd:01:". It is that of the mount,
+/// as the files of some file systems say that they have another one. Empty where that is not told.
+std::string deviceOf(const std::string &directory)
+{
+    const int descriptor = openAbove(directory.c_str(), O_RDONLY | O_DIRECTORY);
+    const std::string mount = fieldOf("/proc/self/fdinfo/" + std::to_string(descriptor), "mnt_id:");
+    if (descriptor >= 0)
+        ::close(descriptor);
+    std::ifstream mounts("/proc/self/mountinfo");
+    for (std::string line; !mount.empty() && std::getline(mounts, line);) {
+        std::istringstream fields(line);
+        std::string number, parent;
+        unsigned major = 0, minor = 0;
+        char colon = 0;
+        if (fields >> number >> parent >> major >> colon >> minor && number == mount)
+            return fmt::format("{:02x}:{:02x}:", major, minor);
+    }
+    return {};
+}
+
 /// Returns the process that holds a lock on the file, as far as /proc/locks shows it: it has a line
-/// for each lock, with the process and the file as "major:minor:inode".
-std::string holderOf(std::uint64_t inode)
+/// for each lock, with the process and the file as "major:minor:inode". `device` is from
+/// deviceOf(): files of different file systems may have the same inode.
+std::string holderOf(const std::string &device, std::uint64_t inode)
 {
     std::ifstream locks("/proc/locks");
     for (std::string line; std::getline(locks, line);) {
         std::istringstream fields(line);
         std::string number, kind, mode, access, process, file;
         fields >> number >> kind >> mode >> access >> process >> file;
-        if (mode != "->" && file.substr(file.rfind(':') + 1) == std::to_string(inode))
+        if (mode != "->" && !device.empty() && file == device + std::to_string(inode))
             return processText(process);
     }
     return {};
@@ -94,10 +132,11 @@ std::string purposeOf(const std::string &lock, const Nodes &nodes)
     return lock == "remove" ? "a blob is being removed" : lock;
 }
 
-Result<std::vector<std::string>> namesIn(const std::string &directory)
+Result<std::vector<std::string>> namesIn(const std::string &root, const char *directory)
 {
     std::vector<std::string> names;
-    auto listed = blob::systemFiles().list(directory, [&](const std::string &name) {
+    const auto files = blob::filesBelow(root);
+    auto listed = files->list(root + "/" + directory, [&](const std::string &name) {
         names.push_back(name);
         return true;
     });
@@ -110,17 +149,20 @@ Result<std::vector<std::string>> namesIn(const std::string &directory)
 Result<std::vector<Held>> locksIn(const std::string &root, const Nodes &nodes)
 {
     std::vector<Held> held;
-    ARCA_TRY(const auto names, namesIn(root + "/locks"));
+    ARCA_TRY(const auto names, namesIn(root, "locks"));
+    const auto files = blob::filesBelow(root);
+    const std::string device = deviceOf(root + "/locks");
     for (const std::string &name : names) {
         const std::string path = root + "/locks/" + name;
-        auto file = blob::systemFiles().openForLocking(path, false);
+        auto file = files->openForLocking(path, false);
         if (!file)
             continue;
         ARCA_TRY(const bool ours, (*file)->lock());
         if (ours)
             continue; // free; `file` releases it at once
         ARCA_TRY(const blob::FileIdentity identity, (*file)->identity());
-        held.push_back({purposeOf(name, nodes), holderOf(identity.inode), ageOf(path), 0, true});
+        held.push_back(
+            {purposeOf(name, nodes), holderOf(device, identity.inode), ageOf(path), 0, true});
     }
     return held;
 }
@@ -129,11 +171,13 @@ Result<std::vector<Held>> locksIn(const std::string &root, const Nodes &nodes)
 Result<std::vector<Held>> claimsIn(const std::string &root, blob::BlobStore &blobs)
 {
     ARCA_TRY(const auto living, blobs.livingWriters());
-    ARCA_TRY(const auto names, namesIn(root + "/tmp"));
+    ARCA_TRY(const auto names, namesIn(root, "tmp"));
     std::vector<Held> held;
     for (const std::string &name : names) {
+        if (!blob::isTemporaryName(name))
+            continue; // not of the store, and not removed
         const fs::path path = root + "/tmp/" + name;
-        const bool lives = living.contains(name);
+        const bool lives = living.contains(blob::lockedFor(name));
         const std::string number = name.substr(0, name.find('-'));
         const std::string process = lives ? processText(number) : number;
         held.push_back({lives ? "a backup or restore is under way" : "left by a process that died",
