@@ -1,22 +1,9 @@
-// What lies in tmp/ and reserve/: the files of living writers and of dead ones, and the space kept
-// back.
-#include "client/blob/directory_writer.h"
+// What lies in tmp/: the files of living writers, and those of dead ones.
+#include "client/blob/directory_store.h"
 #include "client/blob/temporary_name.h"
-
-#include <algorithm>
 
 namespace arca::blob
 {
-
-namespace
-{
-
-/// Together as much as rewriting half a pack takes, and then some for records. In several files, as
-/// whoever is writing at that moment may take what was given up.
-constexpr int kReserveFiles = 6;
-constexpr std::uint64_t kReserveFileBytes = std::uint64_t{4} << 20;
-
-} // namespace
 
 Result<std::vector<std::string>> DirectoryStore::namesIn(const char *directory)
 {
@@ -68,36 +55,6 @@ Result<std::set<std::string>> DirectoryStore::livingWriters()
             living.insert(entry);
     }
     return living;
-}
-
-void DirectoryStore::keepReserve()
-{
-    const auto found = namesIn("reserve");
-    for (int n = 1; found && n <= kReserveFiles; ++n) {
-        const std::string name = std::to_string(n);
-        if (std::find(found->begin(), found->end(), name) != found->end())
-            continue;
-        const auto writer = beginWriter();
-        if (!writer || !(*writer)->allocate(kReserveFileBytes) ||
-            !(*writer)->commit("reserve/" + name, Unsure::leave))
-            return;
-    }
-}
-
-bool DirectoryStore::giveUpReserve()
-{
-    const auto found = namesIn("reserve");
-    if (!found)
-        return false;
-    for (const std::string &entry : *found) {
-        // Another one may have been quicker.
-        if (!files_.unlink(pathOf("reserve/" + entry)))
-            continue;
-        // Some file systems free what was removed only with that.
-        (void)files_.syncDirectory(pathOf("reserve"));
-        return true;
-    }
-    return false;
 }
 
 } // namespace arca::blob

@@ -7,7 +7,9 @@
 //                            name before the dot commits it, or gives it up
 //   ROOT/locks/<name>        a lock, and who holds it: "<process> <since> <host> <doing>"
 //   ROOT/locks/remove-<...>  held while a blob is removed, by the second component of its name
-//   ROOT/reserve/<n>         space kept back, which work that frees space gives up on a full disk
+//   ROOT/reserve/<n>         space, and inodes, kept back, which work that frees space gives up on
+//   a
+//                            full disk
 //   ROOT/cache/              of an earlier release: what a host could make again; left alone
 //
 // A file in tmp that can be locked has no writer any more and is removed, and so is what is parked

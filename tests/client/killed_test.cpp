@@ -7,6 +7,7 @@
 #include <random>
 #include <sched.h>
 #include <sys/resource.h>
+#include <sys/statvfs.h>
 #ifdef __linux__
 #include <sys/mount.h>
 #endif
@@ -299,23 +300,37 @@ protected:
         ASSERT_EQ(std::filesystem::space(disk_).available, 0U);
     }
 
+    /// From now on no file more can be made, or `more`.
+    void limitFiles([[maybe_unused]] unsigned more) const
+    {
+#ifdef __linux__
+        struct statvfs now = {};
+        ASSERT_EQ(statvfs(disk_.c_str(), &now), 0);
+        const std::string options =
+            "size=96m,nr_inodes=" + std::to_string(now.f_files - now.f_ffree + more);
+        ASSERT_EQ(mount(nullptr, disk_.c_str(), nullptr, MS_REMOUNT, options.c_str()), 0);
+#endif
+    }
+
     std::string disk_;
     bool mounted_ = false;
 };
 
 class FullDiskTest : public SmallDisk, public KilledTest
 {
+protected:
+    ProgramResult arca(std::vector<std::string> words) const
+    {
+        words.insert(words.begin(), arcaProgram());
+        words.insert(words.end(), {"--json", "--optfile", installation_.clientOptions()});
+        return run(words);
+    }
 };
 
 TEST_F(FullDiskTest, RefusesBackupsWithOneErrorAndStillRestoresRemovesAndReclaims)
 {
     if (!mounted_)
         GTEST_SKIP() << "needs the right to mount";
-    const auto arca = [&](std::vector<std::string> words) {
-        words.insert(words.begin(), arcaProgram());
-        words.insert(words.end(), {"--json", "--optfile", installation_.clientOptions()});
-        return run(words);
-    };
     const auto piece = [](std::uint64_t n) { return randomBytes(std::size_t{10} << 20, n); };
     hoxHandle_t handle = logOn();
     int stored = 0, code = HOX_RC_OK;
@@ -343,9 +358,31 @@ TEST_F(FullDiskTest, RefusesBackupsWithOneErrorAndStillRestoresRemovesAndReclaim
     const ProgramResult reclaimed = arca({"reclaim", "--grace", "0"});
     EXPECT_EQ(reclaimed.status, 0) << reclaimed.err;
     EXPECT_GT(std::filesystem::space(disk_).available, std::size_t{20} << 20);
-    EXPECT_EQ(KilledTest::stored("reserve").size(), 6U) << "it is there for the next time";
+    EXPECT_EQ(KilledTest::stored("reserve").size(), 54U) << "it is there for the next time";
     EXPECT_EQ(backUp(handle, "more", piece(99)), HOX_RC_OK);
     EXPECT_EQ(restore(handle, "part1", 65536), piece(1).substr(0, std::size_t{3} << 20));
+    const ProgramResult verified = arca({"verify", "--read-data"});
+    EXPECT_EQ(verified.status, 0) << verified.out << verified.err;
+}
+
+TEST_F(FullDiskTest, WhereNoFileCanBeMadeItRestoresRemovesAndReclaimsAllTheSame)
+{
+    if (!mounted_)
+        GTEST_SKIP() << "needs the right to mount";
+    const hoxHandle_t handle = logOn();
+    for (const std::uint64_t n : {0, 1, 2})
+        ASSERT_EQ(backUp(handle, std::to_string(n), randomBytes(1000, n)), HOX_RC_OK);
+    for (const char *gone : {"0", "1"}) {
+        limitFiles(0);
+        EXPECT_EQ(backUp(handle, "more", "more"), HOX_RC_REPOSITORY_FULL);
+        EXPECT_EQ(remove(handle, gone), HOX_RC_OK) << gone;
+    }
+    limitFiles(0);
+    EXPECT_EQ(restore(handle, "2"), randomBytes(1000, 2));
+    const ProgramResult reclaimed = arca({"reclaim", "--grace", "0"});
+    EXPECT_EQ(reclaimed.status, 0) << reclaimed.err;
+    limitFiles(1000);
+    EXPECT_EQ(backUp(handle, "more", "more"), HOX_RC_OK);
     const ProgramResult verified = arca({"verify", "--read-data"});
     EXPECT_EQ(verified.status, 0) << verified.out << verified.err;
 }
