@@ -265,17 +265,28 @@ class Node:
         return struct.unpack("<I", states[-1].read_bytes()[8:12])[0] >= KEYED
 
     def data_key(self, passwords):
-        node = self.newest("nodes/" + self.key, b"ARCANODE", 3)
+        node = self.newest("nodes/" + self.key, b"ARCANODE", 4)
         scheme = node.number(2) if node is not None else 0  # 0: it was removed
         demand(scheme != 0, f"the node {self.name.decode()} is not registered")
         demand(scheme == 1, "the node's record is of an unknown scheme")
         n, r, p = node.number(8), node.number(4), node.number(4)
         salt, verifier, _, sealed = node.raw(16), node.raw(32), node.raw(32), node.raw(60)
+        node.raw(60 + 92 + 92)
+        demand(node.text() == self.name, "the node's record is another one")
         context = text(b"ARCANODE") + text(b"data key") + text(self.name)
+        proven = node.left() == 40
+        if proven:
+            place = node.raw(8)
+            layout, incarnation = struct.unpack("<II", place)
+            context += place
         for password in passwords:
             made = hashlib.scrypt(password, salt=salt, n=n, r=r, p=p, maxmem=128 << 20, dklen=64)
             if hmac.compare_digest(made[:32], verifier):
-                return AESGCM(made[32:]).decrypt(sealed[:12], sealed[12:], context)
+                key = AESGCM(made[32:]).decrypt(sealed[:12], sealed[12:], context)
+                demand(not proven or layout <= self.layout, "the marker says an earlier layout than the node knows")
+                if proven and incarnation != 0:
+                    self.key = sha(b"node", self.name, struct.pack("<I", incarnation))[:16].hex()
+                return key
         raise Wrong("the password is wrong")
 
     def name_hash(self, names):

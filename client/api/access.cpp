@@ -32,7 +32,8 @@ Answer<store::AccessRule> ruleFrom(Session &session, const hoxObjName *name, con
 Answer<store::AccessRules> ownRules(Session &session)
 {
     ARCA_CHECK(expectOwnObjects(session));
-    ARCA_TRY(auto rules, store::AccessRules::of(session.repository->blobs(), session.node));
+    ARCA_TRY(auto rules, store::AccessRules::of(session.repository->blobs(), session.node,
+                                                session.space->incarnation()));
     return rules;
 }
 

@@ -96,7 +96,8 @@ std::int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, std::uint8_t re
         // meanwhile. hoxSetAccess looks at the filespace after it made a rule, so a later rule is
         // taken back there.
         ARCA_TRY(auto rules,
-                 store::AccessRules::of(session.repository->blobs(), session.space->node()));
+                 store::AccessRules::of(session.repository->blobs(), session.space->node(),
+                                        session.space->incarnation()));
         ARCA_CHECK(rules.removeOf(name));
         auto deleted = session.space->deleteFilespace(name);
         if (!deleted && deleted.error().kind == ErrorKind::notFound)

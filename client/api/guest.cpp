@@ -26,8 +26,8 @@ Answer<void> refreshGranted(Session &session)
 {
     if (!session.isGuest())
         return {};
-    ARCA_TRY(auto known,
-             store::AccessRules::of(session.repository->blobs(), session.space->node()));
+    ARCA_TRY(auto known, store::AccessRules::of(session.repository->blobs(), session.space->node(),
+                                                session.space->incarnation()));
     // The state is taken before the rules are read: what changes in between differs from it, and is
     // read the next time.
     auto now = known.state();
@@ -45,13 +45,13 @@ Answer<void> refreshGranted(Session &session)
     return {};
 }
 
-Answer<SecretKey> admittedKey(store::Repository &repository, const std::string &grantor,
-                              const std::string &node, const std::string &owner,
-                              const SecretKey &identity)
+Answer<Admitted> admittedKey(store::Repository &repository, const std::string &grantor,
+                             const std::string &node, const std::string &owner,
+                             const SecretKey &identity)
 {
     ARCA_TRY(auto known, store::AccessRules::of(repository.blobs(), grantor));
     ARCA_TRY(SecretKey key, known.keyFor(node, owner, identity));
-    return key;
+    return Admitted{std::move(key), known.incarnation()};
 }
 
 } // namespace arca::api

@@ -19,13 +19,19 @@ Answer<void> refreshGranted(Session &session);
 /// Returns true when the session may find and read the object of that name, after refreshGranted().
 Answer<bool> mayRead(Session &session, const store::ObjectName &name);
 
+/// What a rule gives: the data key of the node that grants, and which node of its name that is.
+struct Admitted {
+    SecretKey key;
+    std::uint32_t incarnation;
+};
+
 /// Returns the data key of `grantor`, as a rule that admits `node` with `owner` gives it;
 /// `identity` is the key of `node` that opens it. Errors: HOX_RC_ACCESS_DENIED when no rule does,
 /// also when there is no such grantor; the text says when a rule admits the node but has no key
 /// yet.
-Answer<SecretKey> admittedKey(store::Repository &repository, const std::string &grantor,
-                              const std::string &node, const std::string &owner,
-                              const SecretKey &identity);
+Answer<Admitted> admittedKey(store::Repository &repository, const std::string &grantor,
+                             const std::string &node, const std::string &owner,
+                             const SecretKey &identity);
 
 } // namespace arca::api
 

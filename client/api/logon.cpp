@@ -115,10 +115,10 @@ Answer<store::NodeKeys> prove(const Request &request, const config::Options &opt
 
 /// Gives effect to rules that the node made before their reader was registered.
 Result<void> completeGrants(store::Repository &repository, const std::string &node,
-                            const SecretKey &dataKey)
+                            const store::NodeKeys &keys)
 {
-    ARCA_TRY(auto rules, store::AccessRules::of(repository.blobs(), node));
-    return rules.complete(dataKey);
+    ARCA_TRY(auto rules, store::AccessRules::of(repository.blobs(), node, keys.incarnation));
+    return rules.complete(keys.data);
 }
 
 hoxInitExOut_t answerFor(const Session &session)
@@ -157,13 +157,15 @@ Answer<hoxHandle_t> startSession(const Request &request, hoxInitExOut_t *output)
     std::string password;
     const WipedAtEnd wiping(password);
     ARCA_TRY(store::NodeKeys keys, prove(request, options, *repository, node, password));
-    const auto completed = completeGrants(*repository, node, keys.data);
+    const auto completed = completeGrants(*repository, node, keys);
     ARCA_TRY(store::LogSeal seal, store::LogSeal::of(keys.data));
     if (objectsOf != node) {
-        ARCA_TRY(keys.data,
+        ARCA_TRY(Admitted admitted,
                  admittedKey(*repository, objectsOf, node, request.owner, keys.identity));
+        keys.data = std::move(admitted.key);
+        keys.incarnation = admitted.incarnation;
     }
-    ARCA_TRY(auto space, repository->spaceOf(objectsOf, std::move(keys.data)));
+    ARCA_TRY(auto space, repository->spaceOf(objectsOf, std::move(keys.data), keys.incarnation));
     space->use(options.engine);
     // What dead sessions left. What cannot be removed now is harmless, and removed by a later
     // session.
@@ -186,6 +188,9 @@ Answer<hoxHandle_t> startSession(const Request &request, hoxInitExOut_t *output)
     // session. A rule that the node never made is damage, which the activity log reports.
     if (!completed && completed.error().kind == ErrorKind::damaged)
         (void)session->log.append({store::Severity::warning, node, {}, {}, completed.error().text});
+    if (!keys.proven)
+        (void)session->log.append(
+            {store::Severity::warning, node, {}, {}, store::unprovenText(node)});
     if (output != nullptr)
         *output = answer;
     return Client::instance().add(std::move(place));

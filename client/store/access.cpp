@@ -87,9 +87,19 @@ Result<AccessRule> decodeAccessRule(ByteView record)
 
 Result<AccessRules> AccessRules::of(blob::BlobStore &store, std::string grantor)
 {
-    ARCA_TRY(const std::string key, nodeKey(grantor));
+    const auto incarnation = NodeRegistry(store).incarnationOf(grantor);
+    if (!incarnation && !isUnreadable(incarnation.error()))
+        return incarnation.error();
+    return of(store, std::move(grantor), incarnation ? *incarnation : 0);
+}
+
+Result<AccessRules> AccessRules::of(blob::BlobStore &store, std::string grantor,
+                                    std::uint32_t incarnation)
+{
+    ARCA_TRY(const std::string key, spaceKeyOf(grantor, incarnation));
     Grants grants(store, grantor, "grants/" + key + "/");
-    return AccessRules(store, std::move(grantor), "access/" + key + "/", std::move(grants));
+    return AccessRules(store, std::move(grantor), "access/" + key + "/", std::move(grants),
+                       incarnation);
 }
 
 std::string AccessRules::blobNameOf(std::uint32_t number) const

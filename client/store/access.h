@@ -51,7 +51,12 @@ Result<AccessRule> decodeAccessRule(ByteView record);
 class AccessRules
 {
 public:
+    /// Of the node that has the name now.
     static Result<AccessRules> of(blob::BlobStore &store, std::string grantor);
+    static Result<AccessRules> of(blob::BlobStore &store, std::string grantor,
+                                  std::uint32_t incarnation);
+
+    std::uint32_t incarnation() const { return incarnation_; }
 
     /// In the order of their numbers. One that is damaged, or was not made with the grantor's data
     /// key, opens nothing and is left out; its blob is added to `damaged`.
@@ -82,9 +87,10 @@ public:
                              const SecretKey &identity);
 
 private:
-    AccessRules(blob::BlobStore &store, std::string grantor, std::string prefix, Grants grants)
+    AccessRules(blob::BlobStore &store, std::string grantor, std::string prefix, Grants grants,
+                std::uint32_t incarnation)
         : store_(store), grantor_(std::move(grantor)), prefix_(std::move(prefix)),
-          grants_(std::move(grants))
+          grants_(std::move(grants)), incarnation_(incarnation)
     {
     }
     std::string blobNameOf(std::uint32_t number) const;
@@ -99,6 +105,7 @@ private:
     std::string grantor_;
     std::string prefix_;
     Grants grants_;
+    std::uint32_t incarnation_;
 };
 
 } // namespace arca::store

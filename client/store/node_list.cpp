@@ -76,20 +76,43 @@ Result<void> addFilespaces(blob::BlobStore &store, NodeSummary &node)
     return {};
 }
 
-Result<NodeSummary> summarise(blob::BlobStore &store, const std::string &key)
+/// Where a node keeps what it stores whose record does not tell.
+Result<void> findSpace(blob::BlobStore &store, NodeSummary &node)
+{
+    for (std::uint32_t incarnation = kLastSearched; incarnation != 0; --incarnation) {
+        ARCA_TRY(const std::string key, spaceKeyOf(node.name, incarnation));
+        ARCA_TRY(const std::uint64_t filespaces, countUnder(store, "filespaces/" + key + "/"));
+        if (filespaces == 0)
+            continue;
+        node.key = key;
+        node.incarnation = incarnation;
+        break;
+    }
+    return {};
+}
+
+/// `name`: empty when it is not known. `key`: of the name, or of what is left without a record.
+Result<NodeSummary> summarise(blob::BlobStore &store, const std::string &key,
+                              const std::string &name)
 {
     NodeSummary node;
+    node.name = name;
     node.key = key;
-    ARCA_CHECK(addFilespaces(store, node));
-    const std::uint64_t damaged = node.damagedRecords;
     ARCA_TRY(const auto record, readCounting(store, "nodes/" + key, decodeNodeRecord, node));
-    const bool removed = record && record->removed;
-    node.registered = (record && !removed) || node.damagedRecords != damaged;
+    node.registered = (record && !record->removed) || node.damagedRecords != 0;
+    if (record) {
+        node.incarnation = record->incarnation;
+        ARCA_TRY(node.key, spaceKeyOf(record->node, record->incarnation));
+    } else if (!name.empty()) {
+        ARCA_CHECK(findSpace(store, node));
+    }
+    node.name.clear();
+    ARCA_CHECK(addFilespaces(store, node));
     if (node.registered && record)
         node.name = record->node;
-    ARCA_TRY(node.pieces, countUnder(store, "pieces/" + key + "/"));
-    ARCA_TRY(node.inactive, countUnder(store, "inactive/" + key + "/"));
-    ARCA_TRY(node.packs, countUnder(store, "packs/" + key + "/"));
+    ARCA_TRY(node.pieces, countUnder(store, "pieces/" + node.key + "/"));
+    ARCA_TRY(node.inactive, countUnder(store, "inactive/" + node.key + "/"));
+    ARCA_TRY(node.packs, countUnder(store, "packs/" + node.key + "/"));
     return node;
 }
 
@@ -97,15 +120,20 @@ Result<NodeSummary> summarise(blob::BlobStore &store, const std::string &key)
 
 Result<std::vector<NodeSummary>> listNodes(blob::BlobStore &store)
 {
-    ARCA_TRY(std::set<std::string> keys, keysUnder(store, "nodes/"));
-    ARCA_TRY(const auto left, keysUnder(store, "filespaces/"));
-    keys.insert(left.begin(), left.end());
+    ARCA_TRY(const auto keys, keysUnder(store, "nodes/"));
+    ARCA_TRY(auto left, keysUnder(store, "filespaces/"));
     std::vector<NodeSummary> nodes;
-    for (const std::string &key : keys) {
-        ARCA_TRY(NodeSummary node, summarise(store, key));
+    const auto add = [&](const std::string &key) -> Result<void> {
+        ARCA_TRY(NodeSummary node, summarise(store, key, {}));
+        left.erase(node.key);
         if (!node.name.empty() || node.damagedRecords != 0) // else it went meanwhile
             nodes.push_back(std::move(node));
-    }
+        return {};
+    };
+    for (const std::string &key : keys)
+        ARCA_CHECK(add(key));
+    for (const std::string &key : std::set<std::string>(left))
+        ARCA_CHECK(add(key));
     std::sort(nodes.begin(), nodes.end(),
               [](const auto &a, const auto &b) { return a.name < b.name; });
     return nodes;
@@ -120,8 +148,10 @@ Result<std::map<std::string, std::string>> nodesByKey(blob::BlobStore &store)
         if (!state)
             continue;
         ARCA_TRY(const NodeRecord record, decodeNodeRecord(state->bytes));
-        if (!record.removed)
-            names[key] = record.node;
+        if (record.removed)
+            continue;
+        ARCA_TRY(const std::string space, spaceKeyOf(record.node, record.incarnation));
+        names[key] = names[space] = record.node;
     }
     return names;
 }
@@ -129,7 +159,7 @@ Result<std::map<std::string, std::string>> nodesByKey(blob::BlobStore &store)
 Result<NodeSummary> summaryOf(blob::BlobStore &store, const std::string &node)
 {
     ARCA_TRY(const std::string key, nodeKey(node));
-    ARCA_TRY(NodeSummary summary, summarise(store, key));
+    ARCA_TRY(NodeSummary summary, summarise(store, key, node));
     // What a channel that outlived the removal left behind tells no name, nor do damaged records.
     if (summary.name.empty() &&
         summary.pieces + summary.inactive + summary.packs + summary.damagedRecords != 0)

@@ -12,8 +12,9 @@ namespace arca::store
 {
 
 struct NodeSummary {
-    std::string name;       // empty: every record that tells it is damaged
-    std::string key;        // in blob names
+    std::string name; // empty: every record that tells it is damaged
+    std::string key;  // of what it keeps, in blob names
+    std::uint32_t incarnation = 0;
     bool registered = true; // false: its removal was begun and not finished
     std::vector<std::string> filespaces;
     std::uint64_t pieces = 0;
@@ -27,7 +28,8 @@ Result<std::vector<NodeSummary>> listNodes(blob::BlobStore &store);
 /// One of them, whose records may be damaged, all of them. Errors: notFound.
 Result<NodeSummary> summaryOf(blob::BlobStore &store, const std::string &node);
 
-/// The registered nodes by what stands for them in the names of blobs and locks.
+/// The registered nodes by what stands for them, or for what they keep, in the names of blobs and
+/// locks.
 Result<std::map<std::string, std::string>> nodesByKey(blob::BlobStore &store);
 
 } // namespace arca::store

@@ -5,9 +5,11 @@
 // ever, or whoever guesses without end would lock the owner out.
 #include "client/store/node_registry.h"
 
+#include "client/base/hash.h"
 #include "client/base/text.h"
 #include "client/store/node_removal.h"
 #include "client/store/node_space.h"
+#include "client/store/recovery_check.h"
 #include "client/store/recovery_key.h"
 
 #include <algorithm>
@@ -20,6 +22,7 @@ namespace arca::store
 namespace
 {
 
+constexpr std::uint32_t kFirstLayoutWithProofs = 4;
 constexpr std::chrono::milliseconds kPauseAfterWrong(500);
 constexpr std::chrono::milliseconds kLongestWait(2000);
 constexpr std::chrono::milliseconds kBetweenLooks(20);
@@ -52,6 +55,22 @@ Result<NodeKeys> openInTurn(blob::BlobStore &store, const NodeRecord &record,
     return opened;
 }
 
+/// Pieces of a node that is not registered. `removed`: its last record says that it was removed.
+Error leftOver(const std::string &node, bool removed)
+{
+    const std::string name = printable(node);
+    if (removed)
+        return {ErrorKind::exists, "the node " + name +
+                                       " was removed, and not all of it is gone; finish that with: "
+                                       "arca node remove " +
+                                       name};
+    return {ErrorKind::exists, "pieces of the node " + name +
+                                   " are there, and its record in nodes/ is not; bring the missing "
+                                   "files of the repository back, or give up all that the node has "
+                                   "stored with: arca node remove " +
+                                   name};
+}
+
 Error unregistered(const std::string &node)
 {
     return {ErrorKind::authentication, "the node " + printable(node) + " is not registered"};
@@ -62,12 +81,17 @@ Error unregistered(const std::string &node)
 Result<NodeRegistry::Found> NodeRegistry::look(const std::string &node)
 {
     ARCA_TRY(const std::string key, nodeKey(node));
-    Found found{NumberedRecord(store_, "nodes/" + key), 0, {}};
-    ARCA_TRY(const auto state, found.place.latest());
+    Found found{NumberedRecord(store_, "nodes/" + key), 0, 0, {}};
+    ARCA_TRY(auto state, found.place.latest());
+    if (!state) {
+        // The listing met a change that had removed the states before: the next one does not.
+        ARCA_TRY(state, found.place.latest());
+    }
     if (!state)
         return found;
     found.number = state->number;
     ARCA_TRY(NodeRecord record, decodeNodeRecord(state->bytes));
+    found.incarnation = record.incarnation;
     if (!record.removed)
         found.record = std::move(record);
     return found;
@@ -77,6 +101,12 @@ Result<bool> NodeRegistry::isRegistered(const std::string &node)
 {
     ARCA_TRY(const Found found, look(node));
     return found.record.has_value();
+}
+
+Result<std::uint32_t> NodeRegistry::incarnationOf(const std::string &node)
+{
+    ARCA_TRY(const Found found, look(node));
+    return found.incarnation;
 }
 
 Result<std::optional<PublicKey>> NodeRegistry::identityOf(const std::string &node)
@@ -108,20 +138,23 @@ Result<void> NodeRegistry::registerNode(const std::string &node, std::string_vie
     ARCA_TRY(const auto recovery, recoveryHalf(store_));
     if (!recovery)
         return Error{ErrorKind::notFound, "the repository has no recovery key yet; run arca init"};
-    ARCA_TRY(const std::string key, nodeKey(node));
     const Error taken{ErrorKind::exists, "the node " + printable(node) + " is registered already"};
     ARCA_TRY(Found found, look(node));
     if (found.record)
         return taken;
-    ARCA_TRY(const bool left, isHalfRemoved(store_, key));
-    if (left)
-        return Error{ErrorKind::exists,
-                     "the node " + printable(node) +
-                         " was removed, and not all of it is gone; finish that with: arca node "
-                         "remove " +
-                         printable(node)};
+    // Without a record nothing says which incarnation was the last one.
+    const std::uint32_t last = found.number == 0 ? kLastSearched : found.incarnation;
+    for (std::uint32_t one = found.incarnation; one <= last; ++one) {
+        ARCA_TRY(const std::string key, spaceKeyOf(node, one));
+        ARCA_TRY(const bool left, isHalfRemoved(store_, key));
+        if (left)
+            return leftOver(node, found.number != 0);
+    }
+    NodePlace place{node};
+    if (layout_ >= kFirstLayoutWithProofs)
+        place = {node, layout_, found.number};
     ARCA_TRY(const NodeKeys keys, newNodeKeys());
-    ARCA_TRY(const NodeRecord made, makeNodeRecord(node, password, keys, *recovery));
+    ARCA_TRY(const NodeRecord made, makeNodeRecord(place, password, keys, *recovery));
     auto written = found.place.write(found.number, encodeNodeRecord(made));
     if (!written && written.error().kind == ErrorKind::conflict)
         return taken;
@@ -136,10 +169,45 @@ Result<NodeRegistry::Found> NodeRegistry::find(const std::string &node)
     return found;
 }
 
+/// Nobody without the password can change what the record says of the layout, and the marker of the
+/// repository has a checksum only.
+Result<void> NodeRegistry::expectLayout(const NodeRecord &record) const
+{
+    if (record.layout <= layout_)
+        return {};
+    return Error{ErrorKind::damaged,
+                 "the file format says that the repository has layout " + std::to_string(layout_) +
+                     ", but the node " + printable(record.node) + " knows that it has layout " +
+                     std::to_string(record.layout) +
+                     "; bring the file format back from a copy of the repository"};
+}
+
+/// The state before would let the password before log on, should the newest one get lost.
+Result<void> NodeRegistry::replace(Found &found)
+{
+    ARCA_CHECK(found.place.write(found.number, encodeNodeRecord(*found.record)));
+    (void)found.place.removeUpTo(found.number);
+    return {};
+}
+
+/// Gives a record of before its proof. Where nothing can be written it stays as it is, and another
+/// process may be faster.
+void NodeRegistry::renew(Found &found, std::string_view password, const NodeKeys &keys)
+{
+    if (layout_ < kFirstLayoutWithProofs || found.record->layout != 0)
+        return;
+    found.record->layout = layout_;
+    if (found.record->wrap(password, keys))
+        (void)replace(found);
+}
+
 Result<NodeKeys> NodeRegistry::authenticate(const std::string &node, std::string_view password)
 {
-    ARCA_TRY(const Found found, find(node));
-    return openInTurn(store_, *found.record, node, password);
+    ARCA_TRY(Found found, find(node));
+    ARCA_TRY(NodeKeys keys, openInTurn(store_, *found.record, node, password));
+    ARCA_CHECK(expectLayout(*found.record));
+    renew(found, password, keys);
+    return keys;
 }
 
 Result<void> NodeRegistry::changePassword(const std::string &node, std::string_view oldPassword,
@@ -147,23 +215,47 @@ Result<void> NodeRegistry::changePassword(const std::string &node, std::string_v
 {
     ARCA_TRY(Found found, find(node));
     ARCA_TRY(const NodeKeys keys, openInTurn(store_, *found.record, node, oldPassword));
+    ARCA_CHECK(expectLayout(*found.record));
     ARCA_CHECK(found.record->wrap(newPassword, keys));
-    return found.place.write(found.number, encodeNodeRecord(*found.record));
+    return replace(found);
+}
+
+/// Everybody can seal keys of his own to the recovery key, and make a record that fits them. What
+/// the node stored does not fit them.
+Result<NodeKeys> NodeRegistry::recovered(const Found &found, const SecretKey &recoveryKey)
+{
+    const std::string &node = found.record->node;
+    ARCA_TRY(NodeKeys keys, recoverNodeRecord(*found.record, node, recoveryKey));
+    ARCA_CHECK(expectLayout(*found.record));
+    ARCA_TRY(const bool fits, opensWhatIsStored(store_, node, keys));
+    if (!fits)
+        return Error{ErrorKind::damaged,
+                     "what the record of node " + printable(node) +
+                         " holds for the recovery key does not open what the node has stored, so "
+                         "it is not used; bring the record back from a copy of the repository"};
+    return keys;
 }
 
 Result<NodeKeys> NodeRegistry::recover(const std::string &node, const SecretKey &recoveryKey)
 {
     ARCA_TRY(const Found found, find(node));
-    return recoverNodeRecord(*found.record, node, recoveryKey);
+    if (found.record->node != node)
+        return Error{ErrorKind::authentication,
+                     "the recovery key does not open the keys of node " + printable(node)};
+    return recovered(found, recoveryKey);
 }
 
 Result<void> NodeRegistry::recover(const std::string &node, const SecretKey &recoveryKey,
                                    std::string_view newPassword)
 {
+    ARCA_TRY(const NodeKeys keys, recover(node, recoveryKey));
     ARCA_TRY(Found found, find(node));
-    ARCA_TRY(const NodeKeys keys, recoverNodeRecord(*found.record, node, recoveryKey));
+    ARCA_TRY(const NodeKeys same, recoverNodeRecord(*found.record, node, recoveryKey));
+    if (!equalSecrets(same.data.view(), keys.data.view()))
+        return Error{ErrorKind::conflict,
+                     "the record of node " + printable(node) + " was changed meanwhile"};
     ARCA_CHECK(found.record->wrap(newPassword, keys));
-    return found.place.write(found.number, encodeNodeRecord(*found.record));
+    return replace(found);
 }
 
 } // namespace arca::store

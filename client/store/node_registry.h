@@ -15,7 +15,11 @@ namespace arca::store
 class NodeRegistry
 {
 public:
-    explicit NodeRegistry(blob::BlobStore &store) : store_(store) {}
+    /// `layout`: of the repository; 0: nothing is written, and nobody proves himself.
+    explicit NodeRegistry(blob::BlobStore &store, std::uint32_t layout = 0)
+        : store_(store), layout_(layout)
+    {
+    }
 
     /// `badArgument` for a name that no session could be started with: empty, with control
     /// characters, or with blanks at its ends.
@@ -26,8 +30,11 @@ public:
     /// Makes its keys. `exists` when it is registered already, `notFound` when the repository has
     /// no recovery key yet, `badArgument` as expectName().
     Result<void> registerNode(const std::string &node, std::string_view password);
+    /// The incarnation of the node that has the name now, or had it last.
+    Result<std::uint32_t> incarnationOf(const std::string &node);
     /// The keys of the node; `authentication` when it is not registered or the password is not its
-    /// own.
+    /// own, `damaged` when the node was registered in a repository of a later layout than this one
+    /// says it has. Gives a record of before the form of today, as well as that can be done.
     Result<NodeKeys> authenticate(const std::string &node, std::string_view password);
     /// Replaces the password and leaves the keys as they are; `authentication` when `oldPassword`
     /// is wrong.
@@ -36,7 +43,8 @@ public:
 
     /// The keys of a node by the repository's recovery key; `authentication`.
     Result<NodeKeys> recover(const std::string &node, const SecretKey &recoveryKey);
-    /// A new password for a node that lost its own.
+    /// A new password for a node that lost its own. Both refuse keys that do not open what the node
+    /// has stored, `damaged`.
     Result<void> recover(const std::string &node, const SecretKey &recoveryKey,
                          std::string_view newPassword);
 
@@ -44,13 +52,19 @@ private:
     struct Found {
         NumberedRecord place;
         std::uint32_t number = 0;         // of the newest state, also when the node was removed
+        std::uint32_t incarnation = 0;    // as well
         std::optional<NodeRecord> record; // nothing when the node is not registered
     };
     Result<Found> look(const std::string &node);
     /// `authentication` when it is not registered.
     Result<Found> find(const std::string &node); // with a record
+    Result<void> expectLayout(const NodeRecord &record) const;
+    Result<void> replace(Found &found);
+    void renew(Found &found, std::string_view password, const NodeKeys &keys);
+    Result<NodeKeys> recovered(const Found &found, const SecretKey &recoveryKey);
 
     blob::BlobStore &store_;
+    std::uint32_t layout_;
 };
 
 } // namespace arca::store

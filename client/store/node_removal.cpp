@@ -31,10 +31,11 @@ std::string prefixOf(std::string_view room, const std::string &key)
 /// The last state says that the node was removed, and stays. `number`: of the newest state when the
 /// removal began, as another node may have the name by now.
 Result<void> endRecord(blob::BlobStore &store, NumberedRecord &record, std::uint32_t number,
-                       const std::string &node)
+                       const NodeSummary &known)
 {
     NodeRecord last;
-    last.node = node;
+    const std::string &node = last.node = known.name;
+    last.incarnation = known.incarnation;
     last.removed = true;
     auto ended =
         blob::withReserve(store, [&] { return record.end(number, encodeNodeRecord(last)); });
@@ -115,8 +116,9 @@ Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const R
                                               blob::holderOf(store, "reclaim-" + known.key) +
                                               "; try again when that is over"};
     ARCA_TRY(const auto turn, store.lock("change-" + known.key, "removing the node"));
-    if (known.registered)
-        ARCA_CHECK(endRecord(store, record, number, node));
+    // Also of a node whose record got lost.
+    if (known.registered || number == 0)
+        ARCA_CHECK(endRecord(store, record, number, known));
     ARCA_CHECK(deleteFilespaces(store, known.key));
     Sweep sweep(store, step);
     for (const std::string_view room : kRooms) {

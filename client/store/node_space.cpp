@@ -20,6 +20,7 @@
 
 #include "client/base/text.h"
 #include "client/store/coming_piece.h"
+#include "client/store/node_record.h"
 #include "client/store/stored_manifests.h"
 
 #include <algorithm>
@@ -73,25 +74,25 @@ Result<PieceId> NodeSpace::newId(const Sha256 &nameHash)
 
 Result<std::string> nodeKey(const std::string &node)
 {
-    ARCA_TRY(const Sha256 hash, sha256({viewOf("node"), viewOf(node)}));
-    return digitsOf(hash);
+    return spaceKeyOf(node, 0);
 }
 
-NodeSpace::NodeSpace(blob::BlobStore &store, std::string node, std::string key, SecretKey dataKey,
-                     std::unique_ptr<engine::Domain> domain)
-    : store_(store), node_(std::move(node)), key_(std::move(key)), dataKey_(std::move(dataKey)),
-      domain_(std::move(domain))
+NodeSpace::NodeSpace(blob::BlobStore &store, std::string node, std::uint32_t incarnation,
+                     std::string key, SecretKey dataKey, std::unique_ptr<engine::Domain> domain)
+    : store_(store), node_(std::move(node)), incarnation_(incarnation), key_(std::move(key)),
+      dataKey_(std::move(dataKey)), domain_(std::move(domain))
 {
 }
 
 Result<std::unique_ptr<NodeSpace>> NodeSpace::open(blob::BlobStore &store, std::string node,
                                                    SecretKey dataKey, engine::RecordForm records,
-                                                   HostCache cache)
+                                                   HostCache cache, std::uint32_t incarnation)
 {
-    ARCA_TRY(std::string key, nodeKey(node));
+    ARCA_TRY(std::string key, spaceKeyOf(node, incarnation));
     ARCA_TRY(auto domain, engine::Domain::open(store, key, dataKey, records, std::move(cache)));
-    return std::unique_ptr<NodeSpace>(new NodeSpace(store, std::move(node), std::move(key),
-                                                    std::move(dataKey), std::move(domain)));
+    return std::unique_ptr<NodeSpace>(new NodeSpace(store, std::move(node), incarnation,
+                                                    std::move(key), std::move(dataKey),
+                                                    std::move(domain)));
 }
 
 Result<Sha256> NodeSpace::hashOf(const ObjectName &name) const

@@ -25,12 +25,14 @@ class NodeSpace
 {
 public:
     /// `dataKey` is the key of that node, under which all it keeps is sealed; `records`: how its
-    /// repository keeps records.
+    /// repository keeps records; `incarnation`: node_record.h.
     static Result<std::unique_ptr<NodeSpace>> open(blob::BlobStore &store, std::string node,
                                                    SecretKey dataKey, engine::RecordForm records,
-                                                   HostCache cache = {});
+                                                   HostCache cache = {},
+                                                   std::uint32_t incarnation = 0);
 
     const std::string &node() const { return node_; }
+    std::uint32_t incarnation() const { return incarnation_; }
     const SecretKey &dataKey() const { return dataKey_; }
     engine::Domain &domain() { return *domain_; }
 
@@ -188,8 +190,8 @@ private:
         PieceInfo info;
     };
 
-    NodeSpace(blob::BlobStore &store, std::string node, std::string key, SecretKey dataKey,
-              std::unique_ptr<engine::Domain> domain);
+    NodeSpace(blob::BlobStore &store, std::string node, std::uint32_t incarnation, std::string key,
+              SecretKey dataKey, std::unique_ptr<engine::Domain> domain);
     std::string blobNameOf(const Sha256 &nameHash) const;
     std::string prefixOf(PieceId id) const;
     std::string inactiveNameOf(PieceId id) const;
@@ -310,6 +312,7 @@ private:
 
     blob::BlobStore &store_;
     std::string node_;
+    std::uint32_t incarnation_;
     std::string key_; // of the node, in blob names
     SecretKey dataKey_;
     std::unique_ptr<engine::Domain> domain_;
@@ -317,7 +320,8 @@ private:
     bool isOwn_ = true;
 };
 
-/// The component of blob names that stands for a node.
+/// The component of blob names that stands for the name of a node; what the node keeps is under
+/// spaceKeyOf().
 Result<std::string> nodeKey(const std::string &node);
 
 } // namespace arca::store

@@ -68,13 +68,16 @@ public:
     /// is ever given again: a change that was begun before meets it, however late.
     Result<void> end(std::uint32_t number, ByteView bytes);
 
+    /// Deletes the states up to `number`. A reader that was listing them meanwhile may find none,
+    /// and has to look once more.
+    Result<void> removeUpTo(std::uint32_t number);
+
     /// Takes the record away, the newest state last: for a record that is never written again, as
     /// its name has an identifier in it that is given once. Fine when there is none.
     Result<void> remove() { return removeUpTo(std::numeric_limits<std::uint32_t>::max()); }
 
 private:
     Result<std::vector<std::uint32_t>> numbers();
-    Result<void> removeUpTo(std::uint32_t number);
     void removeBefore(std::uint32_t newest, const std::vector<std::uint32_t> &numbers);
 
     blob::BlobStore &store_;

@@ -30,7 +30,7 @@ constexpr RecordForm filespace{"filespaces/", "", "ARCAFSPC", 1, 2};
 constexpr RecordForm grant{"grants/", "", "ARCAGRNT", 1, 1};
 constexpr RecordForm group{"groups/", "", "ARCAGRUP", 1, 1};
 constexpr RecordForm recoveryHalf{"keys/recovery/", "", "ARCARCVR", 1, 1};
-constexpr RecordForm node{"nodes/", "", "ARCANODE", 1, 3};
+constexpr RecordForm node{"nodes/", "", "ARCANODE", 1, 4};
 constexpr RecordForm object{"objects/", "", "ARCAOBJE", 1, 1};
 constexpr RecordForm outcome{"outcomes/", "", "ARCAOUTC", 1, 1};
 constexpr RecordForm heldPacks{"quarantine/", ".packs", "ARCAHELD", 1, 1};

@@ -112,12 +112,13 @@ Result<std::unique_ptr<NodeSpace>> Repository::logOn(const std::string &node,
                                                      std::string_view password)
 {
     ARCA_TRY(NodeKeys keys, authenticate(node, password));
-    return spaceOf(node, std::move(keys.data));
+    return spaceOf(node, std::move(keys.data), keys.incarnation);
 }
 
-Result<std::unique_ptr<NodeSpace>> Repository::spaceOf(const std::string &node, SecretKey dataKey)
+Result<std::unique_ptr<NodeSpace>> Repository::spaceOf(const std::string &node, SecretKey dataKey,
+                                                       std::uint32_t incarnation)
 {
-    return NodeSpace::open(*store_, node, std::move(dataKey), recordForm(), cache_);
+    return NodeSpace::open(*store_, node, std::move(dataKey), recordForm(), cache_, incarnation);
 }
 
 } // namespace arca::store

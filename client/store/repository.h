@@ -43,7 +43,7 @@ public:
     /// Neither must outlive the repository.
     GraceTime grace() { return {*store_, RecordSeal(classKey_, recordForm())}; }
     Policy policy() { return {*store_, RecordSeal(classKey_, recordForm())}; }
-    NodeRegistry nodes() { return NodeRegistry(*store_); }
+    NodeRegistry nodes() { return NodeRegistry(*store_, layout_); }
     /// The keys of a node that proves who it is; `authentication`.
     Result<NodeKeys> authenticate(const std::string &node, std::string_view password);
     /// The part of a node that proves who it is; `authentication`.
@@ -56,7 +56,8 @@ public:
 
     /// The part of a node whose data key is known. When another node logged on for it, the caller
     /// lets through what is granted.
-    Result<std::unique_ptr<NodeSpace>> spaceOf(const std::string &node, SecretKey dataKey);
+    Result<std::unique_ptr<NodeSpace>> spaceOf(const std::string &node, SecretKey dataKey,
+                                               std::uint32_t incarnation);
 
     blob::BlobStore &blobs() { return *store_; }
 

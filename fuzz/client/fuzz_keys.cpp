@@ -57,7 +57,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     tryRecord(bytes);
     // Framed, or the fuzzer would never find a checksum that fits.
     constexpr std::pair<std::string_view, std::uint32_t> kKinds[] = {
-        {"ARCANODE", 2}, {"ARCAGRNT", 1}, {"ARCAACCS", 2}, {"ARCARCVR", 1}, {"ARCAKEYX", 1}};
+        {"ARCANODE", 2}, {"ARCANODE", 3}, {"ARCANODE", 4}, {"ARCAGRNT", 1},
+        {"ARCAACCS", 2}, {"ARCARCVR", 1}, {"ARCAKEYX", 1}};
     const auto &[kind, version] = kKinds[data[0] % std::size(kKinds)];
     const Bytes framed = store::frameRecord(kind, version, bytes);
     tryRecord(framed);

@@ -4,6 +4,7 @@
 #include "client/store/access.h"
 #include "client/store/recovery_key.h"
 #include "client/store/repository.h"
+#include "client/store/verify.h"
 #include "tests/client/memory_files.h"
 
 #include <gtest/gtest.h>
@@ -143,6 +144,69 @@ TEST_F(KeyFaults, WhoeverCanWriteFilesIsGivenNoKey)
     files_.contentOf(fileIn(placeOf("maker"))) = files_.contentOf(fileIn(placeOf("thief")));
     EXPECT_FALSE(repository_->authenticate("maker", kPassword));
     EXPECT_FALSE(repository_->nodes().recover("maker", recovery_));
+}
+
+/// Everybody can seal something to the recovery key.
+TEST_F(KeyFaults, WhatIsPutInTheRecoveryBoxesTakesNoNodeOver)
+{
+    const auto half = *store::publicHalfOf(recovery_);
+    const auto thiefs = repository_->authenticate("thief", kPassword).value();
+    ASSERT_TRUE(repository_->logOn("maker", kPassword)
+                    .value()
+                    ->registerFilespace({"", "/fs", "", "", 0, 0, 0}));
+    const auto start = files_.snapshot();
+    const auto own =
+        store::decodeNodeRecord(viewOf(files_.contentOf(fileIn(placeOf("maker"))))).value();
+    const auto forged = store::makeNodeRecord({"maker", 4, 0}, "his", thiefs, half).value();
+    const auto change = [&](const auto &how) {
+        store::NodeRecord record = own;
+        how(record);
+        files_.putBack(start);
+        files_.contentOf(fileIn(placeOf("maker"))) = textOf(store::encodeNodeRecord(record));
+    };
+    const struct {
+        const char *what;
+        std::function<void(store::NodeRecord &)> how;
+        bool logsOn;
+    } cases[] = {
+        {"a spoilt box", [](auto &r) { r.recoverableIdentity[50] ^= std::byte{1}; }, true},
+        {"his boxes",
+         [&](auto &r) {
+             r.recoverableData = forged.recoverableData;
+             r.recoverableIdentity = forged.recoverableIdentity;
+         },
+         true},
+        {"his boxes and identity",
+         [&](auto &r) {
+             const auto kept = r;
+             r = forged;
+             r.sealedData = kept.sealedData;
+         },
+         false},
+        {"a record of his own", [&](auto &r) { r = forged; }, false},
+        {"one of his own of before",
+         [&](auto &r) { r = store::makeNodeRecord({"maker"}, "his", thiefs, half).value(); },
+         false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        change(c.how);
+        EXPECT_FALSE(repository_->nodes().recover("maker", recovery_));
+        EXPECT_FALSE(repository_->nodes().recover("maker", recovery_, kPassword));
+        const auto keys = repository_->authenticate("maker", kPassword);
+        EXPECT_EQ(static_cast<bool>(keys), c.logsOn) << "a node must not be stopped by it";
+        if (!keys)
+            continue;
+        EXPECT_FALSE(keys->proven);
+        const auto space = repository_->logOn("maker", kPassword).value();
+        EXPECT_EQ(store::verify(*space, {}, {})->hurtRecords, 1U);
+        // Nor does a new password make it look right.
+        EXPECT_TRUE(repository_->nodes().changePassword("maker", kPassword, kPassword));
+        EXPECT_FALSE(repository_->authenticate("maker", kPassword)->proven);
+    }
+    change([](auto &) {});
+    EXPECT_TRUE(repository_->authenticate("maker", kPassword)->proven);
+    EXPECT_TRUE(repository_->nodes().recover("maker", recovery_));
 }
 
 } // namespace

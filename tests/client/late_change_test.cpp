@@ -205,6 +205,39 @@ TEST_F(LateChange, OfARemovedNodesPasswordLeavesALaterNodeAlone)
     }
 }
 
+/// A removal sleeps at any step; another one finishes it, and a node of that name is registered.
+TEST_F(LateChange, ARemovalOfANodeLeavesALaterNodeAlone)
+{
+    const std::string later(64, 'b');
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        moveToOtherHost();
+        bool removed = false;
+        host_->stopBefore(n, [&] {
+            const auto here = store::Repository::open(blobs(), "test").value();
+            (void)store::removeNode(here->blobs(), "node", [](auto) { return true; });
+            removed = !here->nodes().isRegistered("node").value() &&
+                      here->nodes().registerNode("node", later);
+            auto space = here->logOn("node", later).value();
+            EXPECT_TRUE(space->registerFilespace({"", "/fs", "ORACLE", "", 0, 0, 0}));
+            std::swap(space_, space);
+            EXPECT_TRUE(backUp("kept", 'n', 3000));
+            std::swap(space_, space);
+        });
+        (void)store::removeNode(repository_->blobs(), "node", [](auto) { return true; });
+        if (!host_->hasStopped())
+            break;
+        const auto again = store::Repository::open(blobs(), "test").value();
+        ASSERT_TRUE(removed);
+        space_ = again->logOn("node", later).value();
+        expectPiece("kept", 'n', 3000);
+        EXPECT_TRUE(isSound());
+        space_.reset();
+        files_.putBack(start_);
+        ASSERT_TRUE(open());
+    }
+}
+
 /// The manifest alone, as a process does that has come to that step of a removal.
 void LateChange::removeActive(store::PieceId id)
 {

@@ -11,7 +11,27 @@ namespace
 {
 
 using namespace arca;
-using StoreDamage = test::StoreFaults;
+
+class StoreDamage : public test::StoreFaults
+{
+protected:
+    void sayLayout3()
+    {
+        std::string &marker = files_.contentOf("/r/format");
+        marker[8] = '\3';
+        const std::uint64_t checksum = checksum64(viewOf(marker).first(marker.size() - 8));
+        std::memcpy(marker.data() + marker.size() - 8, &checksum, 8);
+    }
+    /// The record of a node as releases before its proof wrote it.
+    void writeAsBefore(const std::string &node)
+    {
+        const auto keys = repository_->authenticate(node, test::kPassword).value();
+        const auto half = store::recoveryHalf(repository_->blobs()).value();
+        const auto record = store::makeNodeRecord({node}, test::kPassword, keys, *half).value();
+        files_.contentOf("/r/nodes/" + *store::nodeKey(node) + "/00000001") =
+            textOf(store::encodeNodeRecord(record));
+    }
+};
 
 TEST_F(StoreDamage, EveryFlippedByteAndEveryCutOfAPieceIsFound)
 {
@@ -129,10 +149,10 @@ TEST_F(StoreDamage, ARecordWithoutProofOrFromAnotherPlaceIsRefused)
 /// A release that knows no proofs may be at work in a repository of its layout.
 TEST_F(StoreDamage, InARepositoryOfThePresentLayoutRecordsStayAsOlderReleasesReadThem)
 {
-    files_.contentOf("/r/format").replace(8, 1, 1, '\3');
-    std::string &marker = files_.contentOf("/r/format");
-    const std::uint64_t checksum = checksum64(viewOf(marker).first(marker.size() - 8));
-    std::memcpy(marker.data() + marker.size() - 8, &checksum, 8);
+    for (const char *node : {"node", "reader"})
+        writeAsBefore(node);
+    sayLayout3();
+    start_ = files_.snapshot();
     for (const Work &work : works()) {
         SCOPED_TRACE(work.name);
         ASSERT_TRUE(open());
@@ -151,9 +171,32 @@ TEST_F(StoreDamage, InARepositoryOfThePresentLayoutRecordsStayAsOlderReleasesRea
             }
         (void)space_.reset();
         repository_.reset();
-        const std::string layout = files_.contentOf("/r/format");
         files_.putBack(start_);
-        files_.contentOf("/r/format") = layout;
+    }
+}
+
+/// Its marker has a checksum only. What nobody can change without the password says the same.
+TEST_F(StoreDamage, AMarkerThatSaysAnEarlierLayoutIsRefusedByEachNode)
+{
+    for (const bool before : {false, true}) {
+        SCOPED_TRACE(before);
+        if (before) {
+            writeAsBefore("node");
+            ASSERT_TRUE(open()) << "which gives the record its proof";
+            EXPECT_EQ(std::ranges::count(files_.paths(),
+                                         "/r/nodes/" + space_->domain().nodeKey() + "/00000001"),
+                      0)
+                << "the one before would say nothing of the layout";
+        }
+        const std::string marker = files_.contentOf("/r/format");
+        sayLayout3();
+        const auto opened = open();
+        ASSERT_FALSE(opened);
+        EXPECT_EQ(opened.error().kind, ErrorKind::damaged);
+        EXPECT_NE(opened.error().text.find("the file format"), std::string::npos);
+        files_.contentOf("/r/format") = marker;
+        ASSERT_TRUE(open());
+        EXPECT_EQ(state(), " kept");
     }
 }
 

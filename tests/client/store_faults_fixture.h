@@ -122,7 +122,7 @@ protected:
         EXPECT_TRUE(**stream == streamOf(seed, length)) << piece << " is not what was stored";
     }
 
-    store::AccessRules rules() { return *store::AccessRules::of(repository_->blobs(), "node"); }
+    store::AccessRules rules() { return *store::AccessRules::of(repository_->blobs(), "node", 0); }
     Result<SecretKey> readersKey()
     {
         ARCA_TRY(const auto keys, repository_->authenticate("reader", kPassword));

@@ -7,6 +7,7 @@
 #include "client/config/cache_place.h"
 #include "client/config/node_keys.h"
 #include "tools/arca/secrets.h"
+#include "tools/common/streams.h"
 
 #include <optional>
 
@@ -51,7 +52,10 @@ Result<NodeSession> logOn(const Command &command, bool passwordFromStandardInput
     result["node"] = node;
     ARCA_TRY(store::NodeKeys keys,
              prove(options, *session.repository, node, passwordFromStandardInput));
-    ARCA_TRY(session.space, session.repository->spaceOf(node, std::move(keys.data)));
+    if (!keys.proven)
+        tools::complain("arca: " + store::unprovenText(node) + "\n");
+    ARCA_TRY(session.space,
+             session.repository->spaceOf(node, std::move(keys.data), keys.incarnation));
     session.space->use(options.engine);
     return session;
 }
