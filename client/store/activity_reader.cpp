@@ -1,6 +1,7 @@
 // Reading the activity log: see the header.
 #include "client/store/activity_reader.h"
 
+#include "client/base/hash.h"
 #include "client/store/stored_manifests.h"
 
 #include <algorithm>
@@ -92,6 +93,22 @@ std::optional<LoggedEvent> parseLogLine(std::string_view line, const std::string
 namespace
 {
 
+template <class Visit> void eachLine(std::string_view text, Visit visit)
+{
+    while (!text.empty()) {
+        const auto end = text.find('\n');
+        visit(text.substr(0, end));
+        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
+    }
+}
+
+/// Earlier releases wrote texts in clear, and the same one again when the same thing happened.
+bool isFirst(std::string_view line, std::unordered_set<std::uint64_t> &seen)
+{
+    return !LogSeal::isSealed(line.substr(line.rfind('\t') + 1)) ||
+           seen.insert(checksum64(viewOf(line))).second;
+}
+
 /// The days that have blobs, as log/<day>/.
 Result<std::set<std::string>> daysOf(blob::BlobStore &store)
 {
@@ -123,17 +140,25 @@ Result<ActivityReader> ActivityReader::open(blob::BlobStore &store, LogSelection
     return reader;
 }
 
+Result<std::size_t> unreadableLines(blob::BlobStore &store, const std::string &blobName,
+                                    const std::string &node, const LogSeal &seal)
+{
+    ARCA_TRY(const Bytes bytes, blob::readWhole(store, blobName, kMaxBlobBytes));
+    std::size_t unreadable = 0;
+    eachLine(textOf(bytes),
+             [&](std::string_view line) { unreadable += parseLogLine(line, node, seal) ? 0 : 1; });
+    return unreadable;
+}
+
 void ActivityReader::addLines(std::string_view text)
 {
-    while (!text.empty()) {
-        const auto end = text.find('\n');
-        auto logged = parseLogLine(text.substr(0, end), node_, seal_);
+    eachLine(text, [&](std::string_view line) {
+        auto logged = parseLogLine(line, node_, seal_);
         if (!logged)
             ++unreadable_;
-        else if (isWanted(*logged, selection_))
+        else if (isWanted(*logged, selection_) && isFirst(line, seen_))
             events_.push_back(std::move(*logged));
-        text = end == std::string_view::npos ? std::string_view() : text.substr(end + 1);
-    }
+    });
 }
 
 Result<void> ActivityReader::readDay(const std::string &day)

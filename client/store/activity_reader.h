@@ -8,6 +8,7 @@
 #include <deque>
 #include <optional>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace arca::store
@@ -32,9 +33,15 @@ struct LogSelection {
 std::optional<LoggedEvent> parseLogLine(std::string_view line, const std::string &node,
                                         const LogSeal &seal);
 
-/// The same a day at a time, so that the memory is that of a day: the days on which events were
-/// published, and those of a day in the order of time. Belongs to one thread; must not outlive the
-/// store.
+/// Returns how many lines of a blob are none of the log's, or were changed. Errors: what opening
+/// and reading say.
+Result<std::size_t> unreadableLines(blob::BlobStore &store, const std::string &blobName,
+                                    const std::string &node, const LogSeal &seal);
+
+/// The same a day at a time, so that the memory is that of a day, and a few bytes for each sealed
+/// line: the days on which events were published, and those of a day in the order of time. A sealed
+/// line is taken once, as no two are alike: what else has it is a copy. Belongs to one thread; must
+/// not outlive the store.
 class ActivityReader
 {
 public:
@@ -63,6 +70,7 @@ private:
     LogSeal seal_;
     std::deque<std::string> days_; // that are left
     std::deque<LoggedEvent> events_;
+    std::unordered_set<std::uint64_t> seen_; // checksums of sealed lines
     std::size_t unreadable_ = 0;
 };
 

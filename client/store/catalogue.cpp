@@ -245,7 +245,8 @@ void Listing::addStored(const std::string &blobName, std::uint64_t stamp, Stored
     // The name of one that comes, and of an inactive one, goes on with its change.
     const Bytes digits = digitsIn(blobName.substr(0, blobName.find('.')));
     NameHash hash{};
-    if (digits.size() != (active ? hash.size() : sizeof(PieceId)))
+    if (digits.size() != (active ? hash.size() : sizeof(PieceId)) ||
+        (comes && !waitsForChange(blobName)))
         return noteHurt("no piece has a name as the blob " + blobName);
     if (active) {
         std::copy(digits.begin(), digits.end(), hash.begin());

@@ -60,6 +60,9 @@ constexpr int kMaxPlaces = 100;
 
 /// Returns true for a name in coming/.
 bool isComingName(const std::string &blobName);
+/// Returns true for a name in coming/ that carries a change. A manifest under any other name there
+/// was moved by hand: no change brings it in, and none may take it away.
+bool waitsForChange(const std::string &blobName);
 /// Returns where the piece waits that a change brings to pieces/.../<name hash>.
 std::string comingNameOf(const std::string &activeName, ChangeId change);
 /// Returns where a piece in coming/ is brought to.

@@ -1,6 +1,7 @@
 // The stored form of a filespace: see the header.
 #include "client/store/filespace.h"
 
+#include "client/base/text.h"
 #include "client/store/record_forms.h"
 
 #include <set>
@@ -74,6 +75,13 @@ Result<std::vector<Filespace>> filespacesOf(blob::BlobStore &store, const std::s
         filespaces.push_back(std::move(filespace));
     }
     return filespaces;
+}
+
+std::string lostFilespaceText(const std::string &name)
+{
+    return "the record of the filespace " + printable(name) +
+           " is not there, so none of the pieces in it can be reached; bring the missing files of "
+           "the repository back (a backup into the filespace registers it again)";
 }
 
 } // namespace arca::store

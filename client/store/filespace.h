@@ -37,6 +37,9 @@ Result<Filespace> decodeFilespaceState(const NumberedRecord::State &state, Recor
 Result<std::vector<Filespace>> filespacesOf(blob::BlobStore &store, const std::string &nodeKey,
                                             RecordSeal seal);
 
+/// Returns what to say of a filespace that pieces name and that has no record.
+std::string lostFilespaceText(const std::string &name);
+
 } // namespace arca::store
 
 #endif

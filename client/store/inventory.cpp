@@ -69,6 +69,7 @@ struct Found {
     /// Of each damaged manifest the identifier that its header claims, or, when that cannot be, the
     /// upper half that its name gives and 0.
     Ids damaged;
+    std::set<std::string> filespaces; // of the active ones
 
     Ids missingOf(const Ids &stock) const;
 };
@@ -115,7 +116,8 @@ Result<Found> findManifests(engine::Domain &domain, const std::string &but = {})
     Found found;
     ARCA_CHECK(visitManifests(
         domain.blobs(), domain.nodeKey(), [&](const StoredManifest &stored) -> Result<void> {
-            if (stored.blobName == but)
+            if (stored.blobName == but ||
+                !isNamedFor(stored.place, domain.nodeKey(), stored.blobName))
                 return {};
             ++found.manifests;
             if (stored.place == ManifestPlace::quarantined) {
@@ -130,10 +132,12 @@ Result<Found> findManifests(engine::Domain &domain, const std::string &but = {})
             const auto high = static_cast<std::uint32_t>(leadingDigits(stored.blobName, 8));
             // Proven, as a header that was altered could stand for another piece of that name.
             const auto manifest = readManifest(stored.blob, domain.manifestKey());
-            if (manifest && upperHalf(manifest->info.id) == high)
+            if (manifest && upperHalf(manifest->info.id) == high) {
                 found.ids.push_back(manifest->info.id);
-            else
+                found.filespaces.insert(manifest->info.description.name.filespace);
+            } else {
                 found.damaged.push_back(claimedBy(stored.blob, high));
+            }
             return {};
         }));
     sortOut(found.ids);
@@ -195,6 +199,7 @@ Result<Inventory::Noted> Inventory::readStock()
 {
     Noted noted;
     ARCA_TRY(const auto notes, readAll(noted.damaged));
+    noted.notes = notes.size() + noted.damaged.size();
     Ids came, went;
     for (const Read &read : notes) {
         came.insert(came.end(), read.note.came.begin(), read.note.came.end());
@@ -213,9 +218,11 @@ Result<Stock> Inventory::check()
     ARCA_TRY(Noted noted, readStock());
     stock.noted = noted.stock.size();
     stock.damaged = std::move(noted.damaged);
-    ARCA_TRY(const Found found, findManifests(domain_));
+    ARCA_TRY(Found found, findManifests(domain_));
     stock.found = found.manifests;
     stock.missing = found.missingOf(noted.stock);
+    stock.filespaces = std::move(found.filespaces);
+    ARCA_TRY(stock.uncounted, isUncounted(noted, found.manifests));
     if (stock.missing.empty())
         return stock;
     // What was purged since the notes were read was noted as gone before.
@@ -223,6 +230,34 @@ Result<Stock> Inventory::check()
     std::erase_if(stock.missing,
                   [&](PieceId id) { return !std::ranges::binary_search(now.stock, id); });
     return stock;
+}
+
+Result<bool> Inventory::isUncounted(const Noted &before, std::uint64_t found)
+{
+    if (!isKept() || found == 0 || before.notes != 0)
+        return false;
+    // A piece is visible before its note is; until that is there its commit has a claim. So when
+    // none is left, every note is there that the manifests which were found will ever have.
+    ARCA_TRY(const auto claims, domain_.blobs().livingWriters());
+    if (!claims.empty())
+        return false;
+    ARCA_TRY(const Noted now, readStock());
+    return now.notes == 0;
+}
+
+Result<void> Inventory::noteFound()
+{
+    ARCA_TRY(const Stock stock, check());
+    if (!stock.uncounted)
+        return {};
+    ARCA_TRY(const Found found, findManifests(domain_));
+    for (std::size_t at = 0; at < found.ids.size(); at += kMostInNote) {
+        const auto some = std::span(found.ids).subspan(at);
+        const auto part = some.first(std::min(some.size(), kMostInNote));
+        const Note note{{part.begin(), part.end()}, {}};
+        ARCA_CHECK(blob::withReserve(domain_.blobs(), [&] { return put(note); }));
+    }
+    return {};
 }
 
 Result<void> Inventory::noteGivenUp(const std::string &blobName)

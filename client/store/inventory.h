@@ -23,6 +23,7 @@
 #include "client/store/piece.h"
 
 #include <memory>
+#include <set>
 #include <span>
 #include <string>
 #include <vector>
@@ -47,6 +48,10 @@ struct Stock {
     std::uint64_t found = 0;          // manifests, noted or not
     std::vector<PieceId> missing;     // in stock, and no manifest of them is anywhere; sorted
     std::vector<std::string> damaged; // notes that cannot be read: what they say is not known
+    std::set<std::string> filespaces; // of the active pieces
+    /// There are manifests and no note at all: nothing says how many there should be. Never true
+    /// while a commit that notes its piece may be under way.
+    bool uncounted = false;
 };
 
 class Inventory
@@ -55,9 +60,13 @@ public:
     explicit Inventory(engine::Domain &domain) : domain_(domain) {}
 
     bool isKept() const { return domain_.recordForm() == engine::RecordForm::keyed; }
-    /// Compares the notes with the manifests that are there. A damaged manifest counts as one piece
+    /// Compares the notes with the manifests that are there. One whose name is of no form that its
+    /// place gives was moved by hand, and is not there. A damaged manifest counts as one piece
     /// of the name that its place is for. Notes that cannot be read are passed over.
     Result<Stock> check();
+    /// Begins to count in a node that has no notes: notes durably what is there, under the lock of
+    /// reclaiming. Does nothing unless Stock::uncounted holds.
+    Result<void> noteFound();
     /// Notes durably that these went. Only who holds the node's lock of reclaiming may call it.
     Result<void> noteWent(std::vector<PieceId> went);
     /// Notes durably that what a manifest in the quarantine may have been is given up, under the
@@ -72,12 +81,14 @@ private:
         Note note;
     };
     struct Noted {
+        std::size_t notes = 0; // read or not
         std::vector<PieceId> stock;
         std::vector<std::string> damaged;
     };
     Result<Noted> readStock();
     Result<std::vector<Read>> readAll(std::vector<std::string> &damaged);
     Result<void> put(const Note &note);
+    Result<bool> isUncounted(const Noted &before, std::uint64_t found);
 
     engine::Domain &domain_;
 };

@@ -44,6 +44,11 @@ bool isComingName(const std::string &blobName)
     return blobName.starts_with(kComing);
 }
 
+bool waitsForChange(const std::string &blobName)
+{
+    return isComingName(blobName) && changeIn(blobName) != 0;
+}
+
 std::string comingNameOf(const std::string &activeName, ChangeId change)
 {
     return std::string(kComing) + activeName.substr(kActive.size()) + "." + toHex(change);
@@ -61,7 +66,8 @@ Result<std::vector<std::string>> NodeSpace::comingUnder(const std::string &activ
     std::vector<std::string> found;
     ARCA_CHECK(store_.list(std::string(kComing) + activeName.substr(kActive.size()),
                            [&](const std::string &name) {
-                               found.push_back(name);
+                               if (waitsForChange(name))
+                                   found.push_back(name);
                                return true;
                            }));
     return found;

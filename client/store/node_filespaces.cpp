@@ -56,6 +56,12 @@ Result<std::optional<Filespace>> NodeSpace::filespace(const std::string &name)
     return std::move(state.filespace);
 }
 
+Result<bool> NodeSpace::everHadFilespace(const std::string &name)
+{
+    ARCA_TRY(const FilespaceState state, readFilespace(name));
+    return state.filespace.has_value();
+}
+
 Result<void> NodeSpace::registerFilespace(const Filespace &filespace)
 {
     const Error known{ErrorKind::exists,

@@ -141,7 +141,7 @@ Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &b
     const bool inPlace =
         removed ? removed->id == id && isIdUnder(hash, id)
         : manifest->info.isActive()
-            ? (isComingName(blobName) ? activeNameOf(blobName) : blobName) == blobNameOf(hash)
+            ? (waitsForChange(blobName) ? activeNameOf(blobName) : blobName) == blobNameOf(hash)
             : blobName.substr(0, blobName.find('.')) == inactiveNameOf(id) && isIdUnder(hash, id);
     if (piece.node != node_ || !inPlace)
         return Error{ErrorKind::damaged,

@@ -172,6 +172,9 @@ public:
 
     /// Nothing when it was never registered, or deleted.
     Result<std::optional<Filespace>> filespace(const std::string &name);
+    /// Returns false when not even a record says that it was deleted: every filespace that a piece
+    /// was ever stored in keeps one.
+    Result<bool> everHadFilespace(const std::string &name);
     /// `exists` when it is registered already.
     Result<void> registerFilespace(const Filespace &filespace);
     /// Applies `change` to what is registered, also when others change it at the same time.

@@ -48,6 +48,10 @@ Result<void> Reclaim::compareStock(bool accept, ReclaimTotals &totals)
         return {};
     ARCA_TRY(const Stock stock, inventory_.check());
     totals.damagedNotes = stock.damaged.size();
+    totals.uncounted = stock.uncounted;
+    ARCA_CHECK(expectFilespaces(stock));
+    if (accept && stock.uncounted)
+        ARCA_CHECK(inventory_.noteFound());
     if (stock.missing.empty())
         return {};
     totals.missingPieces = stock.missing.size();
@@ -64,6 +68,20 @@ Result<void> Reclaim::compareStock(bool accept, ReclaimTotals &totals)
                      "), so nothing was freed; bring the missing files of the repository back, or "
                      "run arca reclaim --accept-missing " +
                      printable(space_.node()) + " if the pieces are lost for good"};
+}
+
+/// Pieces of a filespace whose record is gone show nowhere, although their manifests are there.
+Result<void> Reclaim::expectFilespaces(const Stock &stock)
+{
+    for (const std::string &name : stock.filespaces) {
+        const auto known = space_.everHadFilespace(name);
+        if (!known && isUnreadable(known.error()))
+            continue; // what is damaged holds up nothing else
+        ARCA_CHECK(known);
+        if (!*known)
+            return Error{ErrorKind::damaged, "nothing was freed: " + lostFilespaceText(name)};
+    }
+    return {};
 }
 
 bool Reclaim::isOver(const RemovedName &name) const

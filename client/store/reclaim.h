@@ -66,6 +66,7 @@ struct ReclaimTotals {
     std::uint64_t keptPieces = 0;    // removed ones whose grace time is not over
     std::uint64_t missingPieces = 0; // that were accepted as lost
     std::uint64_t damagedNotes = 0;  // of what was stored: what they say is not known
+    bool uncounted = false;          // there are pieces, and no note of what was stored
     std::uint64_t packs = 0;         // looked at
     std::uint64_t packBytes = 0;
     std::uint64_t deadPacks = 0; // deleted, or to be
@@ -103,6 +104,7 @@ private:
         std::uint32_t newest = 0; // revision to be marked
     };
     Result<void> compareStock(bool accept, ReclaimTotals &totals);
+    Result<void> expectFilespaces(const Stock &stock);
     struct Sweep {
         const Step &step;
         ReclaimTotals &totals;

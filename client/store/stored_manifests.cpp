@@ -1,7 +1,10 @@
 // The order of the visit: see the header.
 #include "client/store/stored_manifests.h"
 
+#include "client/base/text.h"
+#include "client/store/change_plan.h"
 #include "client/store/record_forms.h"
+#include "client/store/removed_piece.h"
 
 namespace arca::store
 {
@@ -34,6 +37,29 @@ std::string placePrefix(ManifestPlace place, const std::string &nodeKey)
                              : place == ManifestPlace::removed  ? "removed/"
                                                                 : "quarantine/";
     return room + nodeKey + "/";
+}
+
+bool isNamedFor(ManifestPlace place, const std::string &nodeKey, const std::string &blobName)
+{
+    const std::string last = blobName.substr(blobName.rfind('/') + 1);
+    const std::string stem = last.substr(0, last.find_first_of(".-"));
+    const bool divided =
+        blobName == placePrefix(place, nodeKey) + last.substr(0, 2) + "/" + last && fromHex(stem);
+    constexpr std::size_t kHash = 32, kIdentifier = 16, kNumber = 1 + 16; // with what parts it
+    switch (place) {
+    case ManifestPlace::coming:
+        return divided && stem.size() == kHash && changeIn(last) != 0;
+    case ManifestPlace::active:
+        return divided && last == stem && stem.size() == kHash;
+    case ManifestPlace::inactive:
+        return divided && stem.size() == kIdentifier &&
+               (last == stem || (last.size() == kIdentifier + kNumber && changeIn(last) != 0));
+    case ManifestPlace::removed:
+        return parseRemovedName(nodeKey, blobName).has_value();
+    case ManifestPlace::quarantined:
+        break;
+    }
+    return true;
 }
 
 Result<void> visitManifests(blob::BlobStore &blobs, const std::string &nodeKey,

@@ -39,6 +39,10 @@ inline bool isUnreadable(const Error &error)
 /// The prefix of the blob names of a place, with a slash at its end.
 std::string placePrefix(ManifestPlace place, const std::string &nodeKey);
 
+/// Returns true when a blob of that place has a name of the form that the place gives. What was
+/// moved between places by hand has another one, and is found under no name of a piece.
+bool isNamedFor(ManifestPlace place, const std::string &nodeKey, const std::string &blobName);
+
 /// Visits each stored manifest. Of one that exists and cannot be opened every read fails with the
 /// reason. One that moves forward meanwhile may be visited in both places. The
 /// first failure of `visit` ends it and is returned.

@@ -4,17 +4,21 @@
 #include "client/base/text.h"
 #include "client/engine/pack_check.h"
 #include "client/engine/restore_plan.h"
+#include "client/store/activity_reader.h"
 #include "client/store/damage.h"
 #include "client/store/inventory.h"
 #include "client/store/manifest_writer.h"
+#include "client/store/node_record.h"
 #include "client/store/object_record.h"
 #include "client/store/quarantine.h"
 #include "client/store/record_kinds.h"
+#include "client/store/recovery_key.h"
 #include "client/store/remembered_name.h"
 
 #include <algorithm>
 #include <ctime>
 #include <map>
+#include <set>
 
 namespace arca::store
 {
@@ -42,7 +46,7 @@ struct Section {
 
 /// In the order of checking, so that the last name that was checked says how far a round is.
 /// Manifests come in the order in which they move (stored_manifests.h), so that a round meets each.
-std::vector<Section> sectionsOf(const std::string &nodeKey)
+std::vector<Section> sectionsOf(const std::string &nodeKey, const std::string &nameKey)
 {
     return {
         {"access/" + nodeKey + "/", Checked::record, false},
@@ -54,7 +58,8 @@ std::vector<Section> sectionsOf(const std::string &nodeKey)
         {"groups/" + nodeKey + "/", Checked::record, false},
         {"inventory/" + nodeKey + "/", Checked::record, false},
         {"keys/", Checked::record, false},
-        {"nodes/" + nodeKey + "/", Checked::record, false},
+        {"log/", Checked::record, false},
+        {"nodes/" + nameKey + "/", Checked::record, false},
         {"objects/" + nodeKey + "/", Checked::record, false},
         {"options/", Checked::record, false},
         {"outcomes/" + nodeKey + "/", Checked::record, false},
@@ -80,8 +85,7 @@ class Verification
 public:
     Verification(NodeSpace &space, const VerifyRequest &request, const VerifyWatcher &watcher)
         : space_(space), blobs_(space.domain().blobs()), packs_(space.domain().packs()),
-          damage_(space.domain()), quarantine_(space.domain()), request_(request),
-          watcher_(watcher), sections_(sectionsOf(space.domain().nodeKey()))
+          damage_(space.domain()), quarantine_(space.domain()), request_(request), watcher_(watcher)
     {
     }
 
@@ -99,11 +103,14 @@ private:
     Result<Went> checkOne(const std::string &blobName, Checked what);
     Went tellQuarantined(const std::string &blobName);
     Result<void> checkRecord(const std::string &blobName);
+    Result<void> checkLog(const std::string &blobName);
+    Result<void> checkNode(ByteView bytes);
     Result<void> checkDamage(const std::string &blobName, ByteView bytes);
     Result<void> checkPack(const std::string &blobName);
     void record(const engine::DamagedPart &part, const std::string &reason);
     static std::string reasonOf(const engine::PackFindings &found);
     Result<void> checkPiece(const std::string &blobName);
+    Result<void> checkFilespaceOf(const Manifest &manifest);
     Result<void> checkRuns(blob::BlobReader &blob, const Manifest &manifest);
     Result<void> readStream(blob::BlobReader &blob, const Manifest &manifest);
 
@@ -122,12 +129,13 @@ private:
     const Quarantine quarantine_;
     const VerifyRequest request_;
     const VerifyWatcher &watcher_;
-    const std::vector<Section> sections_;
+    std::vector<Section> sections_;
     std::map<std::string, Checked> strays_;
     VerifyState state_;
     VerifyOutcome outcome_;
     VerifyProgress progress_;
-    bool cutShort_ = false; // the time ran out within a piece
+    std::set<std::string> lostFilespaces_; // that were told
+    bool cutShort_ = false;                // the time ran out within a piece
     Clock::time_point end_;
     Clock::time_point saved_ = Clock::now();
 };
@@ -135,6 +143,8 @@ private:
 Result<VerifyOutcome> Verification::run()
 {
     end_ = Clock::now() + request_.maxDuration;
+    ARCA_TRY(const std::string nameKey, nodeKey(space_.node()));
+    sections_ = sectionsOf(space_.domain().nodeKey(), nameKey);
     state_ = loadVerifyState(space_.domain().cache().directory(), space_.domain().nodeKey());
     if (!request_.isPartial() || round().began == 0) {
         const std::int64_t proven = round().proven;
@@ -148,7 +158,7 @@ Result<VerifyOutcome> Verification::run()
     ARCA_TRY(const Went went, checkSections());
     if (went == Went::on)
         endRound();
-    if (outcome_.hurt() != 0)
+    if (outcome_.hurt() != 0 || outcome_.uncounted)
         state_.structure.proven = state_.data.proven = 0;
     save();
     outcome_.roundEnded = went == Went::on;
@@ -166,7 +176,8 @@ Result<void> Verification::compareStock()
     outcome_.missing = stock.missing.size();
     for (std::size_t i = 0; i < std::min(stock.missing.size(), kMissingNamed) && watcher_.hurt; ++i)
         watcher_.hurt({Checked::piece, toHex(stock.missing[i]),
-                       "it was stored and never removed, and is not there any more"});
+                       "it was stored and never purged, and is not there any more"});
+    outcome_.uncounted = stock.uncounted;
     bool packs = false;
     if (stock.found == 0 && claims.empty())
         ARCA_CHECK(packs_.list([&](const engine::PackName &) { return !(packs = true); }));
@@ -297,14 +308,46 @@ Verification::Went Verification::tellQuarantined(const std::string &blobName)
     return Went::on;
 }
 
+/// Lines of other nodes, and of one that had the name before, are sealed for them: of these only
+/// the form can be checked.
+Result<void> Verification::checkLog(const std::string &blobName)
+{
+    ARCA_TRY(const LogSeal seal, LogSeal::of(space_.dataKey()));
+    ARCA_TRY(const std::size_t unreadable, unreadableLines(blobs_, blobName, space_.node(), seal));
+    if (unreadable == 0)
+        return {};
+    return damaged(std::to_string(unreadable) + (unreadable == 1 ? " line" : " lines") +
+                   " of the activity log in it cannot be read; arca log --prune deletes old ones");
+}
+
+/// What only the node itself can tell of its record, and what every node needs to be recovered.
+Result<void> Verification::checkNode(ByteView bytes)
+{
+    ARCA_TRY(const NodeRecord record, decodeNodeRecord(bytes));
+    if (record.removed)
+        return {};
+    ARCA_TRY(const bool proven, isProven(record, space_.dataKey()));
+    if (!proven)
+        return damaged(unprovenText(space_.node()));
+    const auto recovery = recoveryHalf(blobs_); // damage of it is named by its own blob
+    if (recovery && !*recovery)
+        return damaged("the public half of the recovery key is not there (keys/recovery), so no "
+                       "node can be registered; bring it back from a copy of the repository");
+    return {};
+}
+
 Result<void> Verification::checkRecord(const std::string &blobName)
 {
+    if (blobName.starts_with("log/"))
+        return checkLog(blobName);
     ARCA_TRY(Bytes stored, blob::readWhole(blobs_, blobName, maxRecordBytesAt(blobName)));
     ARCA_TRY(const Bytes bytes, recordAt(space_.domain(), blobName, std::move(stored)));
     const RecordKind *const kind = recordKindAt(blobName);
     if (kind == nullptr)
         return damaged("no record has such a name");
     ARCA_CHECK(kind->check(bytes));
+    if (kind->form.place == form::node.place)
+        return checkNode(bytes);
     return kind->form.place == form::damage.place ? checkDamage(blobName, bytes) : Result<void>();
 }
 
@@ -389,8 +432,22 @@ Result<void> Verification::checkPiece(const std::string &blobName)
         ARCA_CHECK(ObjectRecords(space_.domain()).read(manifest.info.id));
     else
         ARCA_CHECK(space_.readShown(*blob, blobName));
-    ARCA_CHECK(space_.filespace(manifest.info.description.name.filespace));
+    ARCA_CHECK(checkFilespaceOf(manifest));
     return request_.readData ? readStream(*blob, manifest) : checkRuns(*blob, manifest);
+}
+
+/// Without the record the piece shows nowhere. Told once: it may be the same for a million pieces.
+Result<void> Verification::checkFilespaceOf(const Manifest &manifest)
+{
+    const std::string &name = manifest.info.description.name.filespace;
+    ARCA_TRY(const bool known, space_.everHadFilespace(name));
+    if (!known && lostFilespaces_.insert(name).second) {
+        ++outcome_.hurtRecords;
+        ++round().hurt;
+        if (watcher_.hurt)
+            watcher_.hurt({Checked::record, name, lostFilespaceText(name)});
+    }
+    return {};
 }
 
 Result<void> Verification::checkRuns(blob::BlobReader &blob, const Manifest &manifest)
@@ -488,7 +545,7 @@ void Verification::tellProgress()
 void Verification::endRound()
 {
     VerifyRound &ended = round();
-    if (ended.hurt == 0 && outcome_.hurt() == 0)
+    if (ended.hurt == 0 && outcome_.hurt() == 0 && !outcome_.uncounted)
         ended.proven = ended.began;
     // Whoever reads everything has seen the structure, too.
     if (request_.readData)

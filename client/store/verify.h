@@ -51,8 +51,9 @@ struct VerifyOutcome {
     std::uint64_t recorded = 0;    // damaged parts of packs that have a record now
     std::uint64_t healed = 0;      // records that went, as their parts are right again or gone
     std::uint64_t quarantined = 0; // damaged manifests that were set aside, and lie there
-    std::uint64_t missing = 0;     // pieces that were stored, never removed, and are not there
+    std::uint64_t missing = 0;     // pieces that were stored, never purged, and are not there
     bool onlyPacks = false; // there are packs, no piece at all, and no stream that is being stored
+    bool uncounted = false; // nothing says how many pieces there should be (inventory.h)
     std::uint64_t bytesRead = 0;
     bool roundEnded = false;
     VerifyRound round; // as it stands after this run

@@ -2,6 +2,8 @@
 // was removed.
 #include "tests/arca/arca_fixture.h"
 
+#include <set>
+
 namespace keel::test
 {
 
@@ -83,6 +85,84 @@ TEST_F(ArcaTest, LostManifestsStopReclaimingAndFailVerifying)
     EXPECT_EQ(arcaJson({"reclaim", "--accept-missing", "testnode"})["missingPieces"], 2);
     EXPECT_TRUE(stored("packs").empty());
     EXPECT_EQ(arca({"verify"}).status, 0);
+}
+
+/// A copy of a repository that was restored in part, or that was tidied by hand.
+TEST_F(ArcaTest, WhateverDirectoryIsGoneNothingIsCalledProvenOrDeletedThatShouldNotBe)
+{
+    const hoxHandle_t handle = logOn();
+    ASSERT_EQ(arca({"class", "define", "GOLD", "--versions", "9"}).status, 0);
+    for (const char *piece : {"a", "b", "inactive", "removed"})
+        store(handle, piece, std::string(50000, *piece) + piece, "GOLD");
+    qryRespBackupData found{};
+    (void)query(handle, "inactive", &found);
+    hoxDelInfo info{};
+    info.backID = {HOX_DELBACK_VERSION, found.objId};
+    ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxDeleteObj(handle, HOX_DEACTIVATE_BACKUP_ID, &info), HOX_RC_OK);
+    ASSERT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_OK);
+    ASSERT_EQ(remove(handle, "removed"), HOX_RC_OK);
+    ASSERT_EQ(arca({"access", "grant", "other", "--filespace", "/fs"}).status, 0);
+    ASSERT_EQ(arca({"grace", "20d"}).status, 0);
+    ASSERT_EQ(arca({"verify"}).status, 0);
+
+    const fs::path root = installation_.repository(), kept = root.string() + "-kept";
+    fs::rename(root, kept);
+    const struct {
+        const char *room, *to; ///< to: nowhere, or another room
+        int verify, reclaim;
+        const char *said; ///< by verify
+    } cases[] = {
+        {"access", "", 0, 0, "Proven"},
+        {"classes", "", 0, 0, "Proven"},
+        {"filespaces", "", 1, 1, "the record of the filespace /fs is not there"},
+        {"format", "", 1, 1, "there is no repository"},
+        {"inactive", "", 1, 1, "1 piece was stored and never purged"},
+        {"inventory", "", 1, 0, "nothing says how many pieces there should be"},
+        {"keys", "", 1, 0, "keys/recovery"},
+        {"nodes", "", 1, 1, "the node testnode is not registered"},
+        {"options", "", 0, 0, "Proven"},
+        {"packs", "", 1, 0, "hurt: 4 pieces"},
+        {"pieces", "", 1, 1, "2 pieces were stored and never purged"},
+        {"removed", "", 1, 1, "1 piece was stored and never purged"},
+        {"pieces", "coming", 1, 1, "2 pieces were stored and never purged"},
+        {"pieces", "inactive", 1, 1, "2 pieces were stored and never purged"},
+        {"pieces", "removed", 1, 1, "2 pieces were stored and never purged"},
+        {"pieces", "quarantine", 1, 1, "2 pieces were stored and never purged"},
+        {"inactive", "pieces", 1, 1, "1 piece was stored and never purged"},
+        {"inactive", "coming", 1, 1, "1 piece was stored and never purged"},
+        {"removed", "pieces", 1, 1, "1 piece was stored and never purged"},
+        {"removed", "inactive", 1, 1, "1 piece was stored and never purged"},
+    };
+    const auto contents = [&] {
+        std::multiset<std::string> held;
+        for (const char *room : {"coming", "inactive", "packs", "pieces", "quarantine", "removed"})
+            for (const fs::path &file : stored(room))
+                held.insert(readFile(file));
+        return held;
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(c.room) + " to " + c.to);
+        fs::remove_all(root);
+        fs::copy(kept, root, fs::copy_options::recursive);
+        const fs::path away = root.string() + "-away";
+        fs::remove_all(away);
+        fs::rename(root / c.room, away);
+        if (*c.to != '\0')
+            fs::copy(away, root / c.to, fs::copy_options::recursive);
+        const auto before = contents();
+        const ProgramResult verified = arca({"verify"});
+        EXPECT_EQ(verified.status, c.verify) << verified.out << verified.err;
+        EXPECT_NE((verified.out + verified.err).find(c.said), std::string::npos)
+            << verified.out << verified.err;
+        EXPECT_EQ(verified.out.find("Proven") == std::string::npos, c.verify != 0);
+        const ProgramResult reclaimed = arca({"reclaim"});
+        EXPECT_EQ(reclaimed.status, c.reclaim) << reclaimed.out << reclaimed.err;
+        (void)backUp(handle, "a", "another one of its name");
+        (void)arca({"reclaim"});
+        const auto after = contents();
+        EXPECT_TRUE(std::ranges::includes(after, before)) << "something was deleted";
+    }
 }
 
 } // namespace

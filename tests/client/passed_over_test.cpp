@@ -141,6 +141,26 @@ TEST_F(PassedOver, ABlobThatTheDiskFailsToReadHoldsUpNothingElse)
     }
 }
 
+TEST_F(PassedOver, ADamagedLogIsNamedAndACopyOfItCountsOnce)
+{
+    const auto seal = store::LogSeal::of(space_->dataKey());
+    store::ActivityLog log(repository_->blobs(), *seal);
+    for (const char *text : {"same", "same"})
+        ASSERT_TRUE(log.append({store::Severity::info, "node", {}, {}, text}));
+    ASSERT_TRUE(log.publish());
+    std::string &content = files_.contentOf(fileUnder("log", "/"));
+    for (const char *name : {"log/20261121/083100-0000000000000001", "log/29991231/000000-00"})
+        ASSERT_TRUE(blob::putWhole(repository_->blobs(), name, viewOf(content)));
+    auto reader = store::ActivityReader::open(repository_->blobs(), {}, "node", *seal);
+    std::size_t events = 0;
+    for (auto event = reader->next(); event && *event; event = reader->next())
+        ++events;
+    EXPECT_EQ(events, 2U);
+    EXPECT_TRUE(isSound());
+    content[content.size() - 5] = content[content.size() - 5] == '0' ? '1' : '0';
+    EXPECT_EQ(store::verify(*space_, {}, {})->hurtRecords, 1U);
+}
+
 TEST_F(PassedOver, AQuarantinedManifestExcusesOneMissingPiece)
 {
     const store::PieceId first = putInactive("x", 'i'), second = putInactive("x", 'j');

@@ -25,21 +25,15 @@ std::string sizeText(std::uint64_t bytes)
 
 Json jsonOf(const store::ReclaimTotals &totals)
 {
-    return {{"purgedPieces", totals.purgedPieces},
-            {"keptPieces", totals.keptPieces},
-            {"missingPieces", totals.missingPieces},
-            {"damagedNotes", totals.damagedNotes},
-            {"packs", totals.packs},
-            {"packBytes", totals.packBytes},
-            {"deadPacks", totals.deadPacks},
-            {"rewrittenPacks", totals.rewrittenPacks},
-            {"freedBytes", totals.freedBytes},
-            {"waitingPacks", totals.waitingPacks},
-            {"waitingBytes", totals.waitingBytes},
-            {"waitingFor", totals.waitingFor},
-            {"damagedManifests", totals.damagedManifests},
-            {"damagedPacks", totals.damagedPacks},
-            {"damagedMark", totals.damagedMark}};
+    return {
+        {"purgedPieces", totals.purgedPieces},     {"keptPieces", totals.keptPieces},
+        {"missingPieces", totals.missingPieces},   {"damagedNotes", totals.damagedNotes},
+        {"uncounted", totals.uncounted},           {"packs", totals.packs},
+        {"packBytes", totals.packBytes},           {"deadPacks", totals.deadPacks},
+        {"rewrittenPacks", totals.rewrittenPacks}, {"freedBytes", totals.freedBytes},
+        {"waitingPacks", totals.waitingPacks},     {"waitingBytes", totals.waitingBytes},
+        {"waitingFor", totals.waitingFor},         {"damagedManifests", totals.damagedManifests},
+        {"damagedPacks", totals.damagedPacks},     {"damagedMark", totals.damagedMark}};
 }
 
 std::string piecesText(std::uint64_t count)

@@ -59,6 +59,7 @@ void fill(const store::VerifyOutcome &outcome, Json &result)
     result["quarantined"] = outcome.quarantined;
     result["missing"] = outcome.missing;
     result["onlyPacks"] = outcome.onlyPacks;
+    result["uncounted"] = outcome.uncounted;
     result["roundEnded"] = outcome.roundEnded;
     result["roundBegan"] = timeOrNull(outcome.round.began);
     result["hurtInRound"] = outcome.round.hurt;
@@ -96,6 +97,15 @@ std::string quarantineText(const store::VerifyOutcome &outcome)
                        outcome.quarantined);
 }
 
+Error uncountedError(const std::string &node)
+{
+    return {ErrorKind::damaged,
+            "what is there is right, but nothing says how many pieces there should be: no note of "
+            "what was stored is in inventory/; bring the missing files back, or run arca reclaim "
+            "--accept-missing " +
+                printable(node) + " to note those that are there"};
+}
+
 Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
 {
     store::VerifyRequest request = asked.request;
@@ -125,13 +135,14 @@ Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
     if (!command.json)
         print(request, outcome);
     if (outcome.hurt() == 0)
-        return {};
+        return outcome.uncounted ? Result<void>(uncountedError(session.space->node()))
+                                 : Result<void>();
     const std::string hurtText =
         fmt::format("hurt: {} pieces, {} packs, {} records{}", outcome.hurtPieces,
                     outcome.hurtPacks, outcome.hurtRecords, quarantineText(outcome));
     if (outcome.missing != 0)
         return Error{ErrorKind::damaged,
-                     fmt::format("{} {} stored and never removed, and {} not there; {}",
+                     fmt::format("{} {} stored and never purged, and {} not there; {}",
                                  outcome.missing,
                                  outcome.missing == 1 ? "piece was" : "pieces were",
                                  outcome.missing == 1 ? "is" : "are", hurtText)};
