@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <map>
+#include <new>
 #include <optional>
 
 namespace arca::store
@@ -356,16 +357,20 @@ void CommitNote::write(std::vector<PieceId> came)
 {
     if (!blob_ || came.empty())
         return;
-    const auto name = newNoteName(domain_);
-    if (!name)
-        return;
-    const auto sealed = RecordSeal(domain_).seal(*name, encodeNote({std::move(came), {}}));
-    // The piece took the last space, perhaps. Until the note has its name, the blob that was begun
-    // goes on to be a claim.
-    const bool written = sealed && blob_->append(*sealed) && blob_->commit(*name);
-    if (sealed && !written)
-        (void)blob::withReserve(domain_.blobs(),
-                                [&] { return blob::putWhole(domain_.blobs(), *name, *sealed); });
+    try {
+        const auto name = newNoteName(domain_);
+        if (!name)
+            return;
+        const auto sealed = RecordSeal(domain_).seal(*name, encodeNote({std::move(came), {}}));
+        // The piece took the last space, perhaps. Until the note has its name, the blob that was
+        // begun goes on to be a claim.
+        const bool written = sealed && blob_->append(*sealed) && blob_->commit(*name);
+        if (sealed && !written)
+            (void)blob::withReserve(
+                domain_.blobs(), [&] { return blob::putWhole(domain_.blobs(), *name, *sealed); });
+    } catch (const std::bad_alloc &) {
+        // The pieces show already, so for want of memory nothing is noted either.
+    }
     blob_.reset();
 }
 

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <new>
 
 namespace arca::store
 {
@@ -186,8 +187,12 @@ Result<void> NodeSpace::decideDone(const ChangePlan &plan, CommitNote &note)
         return Error{ErrorKind::conflict, "another process undid the change, as this one seemed "
                                           "to be dead; make it again"};
     }
-    // On a full disk, too: what goes is put aside before its old name is free.
-    (void)blob::withReserve(store_, [&] { return finishChange(plan); });
+    try {
+        // On a full disk, too: what goes is put aside before its old name is free.
+        (void)blob::withReserve(store_, [&] { return finishChange(plan); });
+    } catch (const std::bad_alloc &) {
+        // The change is made. The next one to hold the lock of changes finishes it.
+    }
     note.write(plan.coming);
     return {};
 }

@@ -9,6 +9,9 @@
 #include "client/store/node_space.h"
 #include "client/store/stored_manifests.h"
 
+#include <array>
+#include <new>
+
 namespace arca::store
 {
 
@@ -17,6 +20,7 @@ namespace
 
 constexpr int kMaxAttempts = 1000;
 constexpr std::size_t kHashBytesInNames = 16;
+constexpr std::size_t kKeptBytes = std::size_t{256} << 10;
 
 Error unregistered(const std::string &name, ErrorKind kind)
 {
@@ -142,29 +146,41 @@ Result<void> NodeSpace::emptyFilespace(const std::string &name)
 
 Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
 {
-    const std::string name = piece.name().filespace;
     CommitNote note(*domain_);
-    ARCA_CHECK(piece.commit());
+    std::vector<PieceId> came{piece.id()};
     const PutPiece put{piece.name(), piece.blobName(), piece.id()};
-    const auto claimed = claimName(put, 0);
-    if (!claimed) {
-        giveNameBack(put);
-        return claimed;
-    }
-    auto now = filespace(name);
-    if (now && *now && (*now)->registration == registration) {
-        note.write({piece.id()});
-        return {};
-    }
-    // It was acknowledged to no one, so it is not kept either.
-    for (int place = 0; place < 3; ++place) // coming/, pieces/, inactive/
-        if (const auto located = locateAnywhere(piece.id())) {
-            (void)store_.remove(located->blobName, *located->blob);
-            forget(piece.id());
+    // Once the piece shows, what follows may find no memory. The piece is taken back then, and some
+    // memory is kept for that.
+    auto kept = std::make_unique<std::array<std::byte, kKeptBytes>>();
+    const auto look = [&]() -> Result<void> {
+        const auto claimed = claimName(put, 0);
+        if (!claimed) {
+            giveNameBack(put);
+            return claimed;
         }
-    if (!now)
-        return std::move(now).error();
-    return unregistered(name, ErrorKind::noFilespace);
+        auto now = filespace(put.name.filespace);
+        if (now && *now && (*now)->registration == registration)
+            return {};
+        // It was acknowledged to no one, so it is not kept either.
+        for (int place = 0; place < 3; ++place) // coming/, pieces/, inactive/
+            if (const auto located = locateAnywhere(put.id)) {
+                (void)store_.remove(located->blobName, *located->blob);
+                forget(put.id);
+            }
+        if (!now)
+            return std::move(now).error();
+        return unregistered(put.name.filespace, ErrorKind::noFilespace);
+    };
+    try {
+        ARCA_CHECK(piece.commit());
+        ARCA_CHECK(look());
+    } catch (const std::bad_alloc &) {
+        kept.reset();
+        giveNameBack(put);
+        throw;
+    }
+    note.write(std::move(came));
+    return {};
 }
 
 } // namespace arca::store

@@ -15,12 +15,16 @@ extern "C" void *__libc_realloc(void *block, std::size_t size);
 
 static const char *library = nullptr, *libraryEnd = nullptr; // where it lies in memory
 static std::atomic<bool> scarce = false;
-static std::atomic<long> left = 0; // allocations that succeed while memory is scarce
+static std::atomic<long> left = 0;     // allocations that succeed while memory is scarce
+static std::atomic<bool> once = false; // and all others behind the first that fails
 
 static bool isGranted(const void *caller)
 {
     const bool ours = library <= caller && caller < libraryEnd;
-    return !ours || !scarce || left.fetch_sub(1) > 0;
+    if (!ours || !scarce)
+        return true;
+    const long before = left.fetch_sub(1);
+    return before > 0 || (once && before < 0);
 }
 
 extern "C" void *malloc(std::size_t size)
@@ -202,6 +206,27 @@ TEST_F(MemoryTest, WhicheverAllocationFailsTheHostLivesAndNothingAcknowledgedIsL
         EXPECT_EQ(api_.hoxTerminate(again), HOX_RC_OK);
         ASSERT_FALSE(HasFailure());
     }
+}
+
+TEST_F(MemoryTest, ACommitThatFailsForWantOfMemoryPublishesNothing)
+{
+    const hoxHandle_t handle = logOn();
+    once = true;
+    left = 0;
+    for (long granted = 1; left <= 0; ++granted) {
+        const std::string piece = "p" + std::to_string(granted);
+        ASSERT_EQ(send(handle, piece, "content"), HOX_RC_OK);
+        ASSERT_EQ(api_.hoxEndSendObj(handle), HOX_RC_OK);
+        left = granted;
+        std::uint16_t reason = 0;
+        const int code =
+            whileScarce([&] { return api_.hoxEndTxn(handle, HOX_VOTE_COMMIT, &reason); });
+        if (code == HOX_RC_NO_MEMORY) {
+            EXPECT_EQ(api_.hoxEndTxn(handle, HOX_VOTE_ABORT, &reason), HOX_RC_CHECK_REASON);
+        }
+        EXPECT_EQ(restore(handle, piece).has_value(), code == HOX_RC_OK) << granted;
+    }
+    (void)logOn(); // removes the files that could not be for want of memory
 }
 
 } // namespace
