@@ -72,6 +72,23 @@ TEST_F(KeelTest, WrongUseIsStatus2AndHelpIs0)
     };
     for (const auto &arguments : wrong)
         expectRefusal(arguments, 2);
+    // The agent would silently take the installed option file, and another repository, instead.
+    backUp("kept", "content");
+    const auto file = installation_.directory() / "velo.opt";
+    std::string longName = file.parent_path().string();
+    while (longName.size() <= 1024)
+        longName += "/.";
+    longName += "/velo.opt";
+    for (const Words &verb : {Words{"remove", "kept", "--yes"}, {"info", "kept"}, {"doctor"}}) {
+        ProgramOptions options;
+        options.environment["VELO_OPTFILE"] = longName;
+        Words words = verb;
+        words.insert(words.begin(), keelProgram());
+        const ProgramResult result = run(words, options);
+        EXPECT_EQ(result.status, 2) << verb[0] << result.out;
+        EXPECT_NE(result.err.find("VELO_OPTFILE"), std::string::npos) << result.err;
+    }
+    EXPECT_TRUE(isStored("kept"));
     for (const char *verb : {"backup", "restore", "info", "remove", "passwd", "trace"}) {
         const ProgramResult help = keel({verb, "--help"});
         EXPECT_EQ(help.status, 0);

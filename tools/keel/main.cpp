@@ -42,10 +42,15 @@ std::string defaultLibrary(const char *program)
 
 void chooseOptionFile(const std::string &file)
 {
-    // Refused here, because the agent would silently ignore it.
+    // Refused here, because the agent would silently ignore it and take the installed file, which
+    // may lead to another repository.
     constexpr std::size_t kLongest = 1024;
+    const char *inherited = std::getenv("VELO_OPTFILE");
     if (file.size() > kLongest)
         throw UsageError("the name of the option file is longer than 1024 characters");
+    if (file.empty() && inherited && std::strlen(inherited) > kLongest)
+        throw UsageError("the name of the option file in VELO_OPTFILE is longer than 1024 "
+                         "characters; unset it or give --optfile");
     if (!file.empty() && ::setenv("VELO_OPTFILE", file.c_str(), 1) != 0)
         throw Failure("not enough memory");
 }
