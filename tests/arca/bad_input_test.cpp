@@ -104,6 +104,44 @@ TEST_F(ArcaTest, WhatIsWrongIsSaidInOneLine)
     EXPECT_TRUE(readFile("jobs.log").ends_with("Z arca stats: done\n"));
 }
 
+/// What is wrong by itself is status 2 whatever the repository holds: there is none here.
+TEST_F(ArcaTest, AWrongCommandLineIsStatus2)
+{
+    fs::rename(installation_.repository(), "elsewhere");
+    const Words wrong[] = {{"ls", "--older", "yesterday"},
+                           {"ls", "//p"},
+                           {"ls", "/fs//p", "--filespace", "/fs"},
+                           {"rm"},
+                           {"rm", "--id", "x", "--yes"},
+                           {"rm", "--blob", "b", "--deactivate"},
+                           {"expire", "//p", "--yes"},
+                           {"undelete", "--id", "x"},
+                           {"grace", "soon"},
+                           {"verify", "--max-duration", "soon"},
+                           {"verify", "--percent", "0"},
+                           {"reclaim", "--max-freed", "101"},
+                           {"node", "add", std::string(65, 'n')},
+                           {"log", "--severity", "bad"},
+                           {"nonsense"},
+                           {"ls", "--nonsense"}};
+    for (const Words &words : wrong) {
+        const ProgramResult result = arca(words);
+        EXPECT_EQ(result.status, 2) << testing::PrintToString(words);
+        EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
+    }
+    EXPECT_FALSE(arcaJson({"grace", "soon"}, 2)["ok"]);
+    // These ask the storage client first.
+    fs::rename("elsewhere", installation_.repository());
+    const Words later[] = {{"log", "--since", "yesterday"},
+                           {"show", "//p"},
+                           {"reclaim", "--grace", "soon"},
+                           {"class", "define", "x", "--days", "-1"},
+                           {"access", "grant", "other", "df_*"},
+                           {"access", "grant", "other", "--filespace", std::string(1100, 'f')}};
+    for (const Words &words : later)
+        EXPECT_EQ(arca(words).status, 2) << testing::PrintToString(words);
+}
+
 TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)
 {
     const hoxHandle_t handle = logOn();
@@ -120,8 +158,18 @@ TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)
     const std::string show = arcaProgram().string() + " show piece_1 --log jobs.log --optfile " +
                              installation_.clientOptions().string();
     EXPECT_EQ(run({"sh", "-c", show + " >/dev/full"}).status, 1);
-    EXPECT_TRUE(readFile("jobs.log").ends_with("Z arca show: cannot write standard output\n"))
+    EXPECT_TRUE(
+        readFile("jobs.log")
+            .ends_with(
+                "Z arca show: everything else is done, but standard output could not be written\n"))
         << readFile("jobs.log");
+    for (const auto &program : {arcaProgram(), keelProgram()})
+        for (const char *asked : {" --help", " --version", " --generate share"}) {
+            const std::string words = program.string() + asked;
+            const bool prints = asked != std::string_view(" --generate share");
+            EXPECT_EQ(run({"sh", "-c", words + " >/dev/full"}).status, prints ? 1 : 0) << words;
+            EXPECT_EQ(run({"sh", "-c", words + " >/dev/null"}).status, 0) << words;
+        }
     // A terminal that goes away while it is asked, also under nohup.
     for (const std::string words : {"rm piece_1", "log --prune 1", "node remove testnode"}) {
         const std::string asks = " " + arcaProgram().string() + " " + words +

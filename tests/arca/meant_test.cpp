@@ -138,25 +138,12 @@ TEST_F(MeantTest, WhatSelectsNothingOrIsImpossibleNeverMeansEverything)
     ASSERT_EQ(arca({"class", "define", "gold"}).status, 0);
     const std::string id = arcaJson({"show", "p"})["versions"][0]["id"];
     const Words rm = {"rm", "*", "--yes"}, byId = {"rm", "--id", id, "--yes"};
-    const struct {
-        Words words;
-        int status;
-    } cases[] = {
-        {{"--older", "1970-01-01"}, 1},
-        {{"--older", "1969-12-31"}, 1},
-        {{"--older", "0d"}, 1},
-        {{"--newer", "999999w"}, 1},
-        {{"--older", ""}, 2},
-        {{"--newer", "2026-02-31"}, 1},
-        {{"--newer", ""}, 2},
-        {{"--smaller", "0"}, 1},
-        {{"--larger", "0"}, 1},
-        {{"--larger", "0.1"}, 1},
-        {{"--smaller", ""}, 2},
-        {{"--owner", ""}, 2},
-        {{"--class", ""}, 2},
-        {{"--filespace", ""}, 2},
-        {{"--newer", "2026-01-01T00:00:60Z"}, 1},
+    const Words cases[] = {
+        {"--older", "1970-01-01"}, {"--older", "1969-12-31"}, {"--older", "0d"},
+        {"--newer", "999999w"},    {"--older", ""},           {"--newer", "2026-02-31"},
+        {"--newer", ""},           {"--smaller", "0"},        {"--larger", "0"},
+        {"--larger", "0.1"},       {"--smaller", ""},         {"--owner", ""},
+        {"--class", ""},           {"--filespace", ""},       {"--newer", "2026-01-01T00:00:60Z"},
     };
     const auto refused = [&](Words words, const Words &more, int status) {
         words.insert(words.end(), more.begin(), more.end());
@@ -165,36 +152,33 @@ TEST_F(MeantTest, WhatSelectsNothingOrIsImpossibleNeverMeansEverything)
         EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
         EXPECT_EQ(listed({}), "p q") << testing::PrintToString(words);
     };
-    for (const auto &c : cases) {
-        refused(rm, c.words, c.status);
-        refused(byId, c.words, c.status);
+    for (const Words &wrong : cases) {
+        refused(rm, wrong, 2);
+        refused(byId, wrong, 2);
     }
     for (const Words &filter :
          {Words{"--older", "1h"}, {"--larger", "1M"}, {"--inactive"}, {"--owner", "nobody"}})
         refused(byId, filter, 1); // filters narrow what identifiers name
-    refused({"rm", "/fs//p", "--yes"}, {"--filespace", "/other"}, 1);
-    const struct {
-        Words words;
-        int status;
-    } others[] = {
-        {{"rm", "", "--yes"}, 2},
-        {{"rm", "//p", "--yes"}, 1},
-        {{"rm", "--id", "", "--yes"}, 2},
-        {{"expire", "", "--yes"}, 2},
-        {{"class", "bind", "gold", "", "--yes"}, 2},
-        {{"class", "bind", "", "*", "--yes"}, 2},
-        {{"class", "change", "gold", "--days", ""}, 2},
-        {{"access", "grant", "other", ""}, 2},
-        {{"access", "grant", "", "p"}, 2},
-        {{"access", "grant", "other", "p*", "--filespace", "/fs"}, 1},
-        {{"access", "grant", "other", "p", "--filespace", "/f?"}, 1},
-        {{"log", "--prune", "0", "--yes"}, 2},
-        {{"log", "--prune", "30", "--yes", "--node", "other"}, 2},
-        {{"log", "--prune", "30", "--yes", "--before", "90d"}, 2},
-        {{"log", "--since", "1970-01-01"}, 1},
+    refused({"rm", "/fs//p", "--yes"}, {"--filespace", "/other"}, 2);
+    const Words others[] = {
+        {"rm", "", "--yes"},
+        {"rm", "//p", "--yes"},
+        {"rm", "--id", "", "--yes"},
+        {"expire", "", "--yes"},
+        {"class", "bind", "gold", "", "--yes"},
+        {"class", "bind", "", "*", "--yes"},
+        {"class", "change", "gold", "--days", ""},
+        {"access", "grant", "other", ""},
+        {"access", "grant", "", "p"},
+        {"access", "grant", "other", "p*", "--filespace", "/fs"},
+        {"access", "grant", "other", "p", "--filespace", "/f?"},
+        {"log", "--prune", "0", "--yes"},
+        {"log", "--prune", "30", "--yes", "--node", "other"},
+        {"log", "--prune", "30", "--yes", "--before", "90d"},
+        {"log", "--since", "1970-01-01"},
     };
-    for (const auto &c : others)
-        refused(c.words, {}, c.status);
+    for (const Words &wrong : others)
+        refused(wrong, {}, 2);
     EXPECT_EQ(arcaJson({"access", "list"})["rules"].size(), 0U);
     EXPECT_EQ(listed({"--class", "gold"}), "");
 

@@ -254,6 +254,7 @@ TEST_F(KeelTest, JsonTellsWhatHappened)
 
     const ProgramResult info = keel({"info", "a \"name\"", "nobody", "--json"});
     EXPECT_EQ(info.status, 1) << "one of them is missing";
+    EXPECT_EQ(json::parse(info.out)["ok"], false);
     const json pieces = json::parse(info.out)["pieces"];
     ASSERT_EQ(pieces.size(), 2U);
     EXPECT_EQ(pieces[0]["found"], true);

@@ -108,6 +108,14 @@ TEST_F(KeelTest, DoctorNamesWhatIsBrokenWithItsCure)
         ASSERT_FALSE(check.is_null()) << result.out;
         EXPECT_EQ(check["status"], "failed") << result.out;
         EXPECT_NE(check["cure"].get<std::string>().find(broken.cure), std::string::npos) << check;
+        // A log that is named is there.
+        for (const Json &found : Json::parse(result.out)["checks"]) {
+            const std::string cure = found.value("cure", "");
+            const std::size_t end = cure.find(" tells more");
+            const std::size_t begin = cure.rfind(' ', end - 1) + 1;
+            if (end != std::string::npos)
+                EXPECT_TRUE(std::filesystem::exists(cure.substr(begin, end - begin))) << cure;
+        }
     }
 }
 
@@ -169,8 +177,8 @@ TEST_F(KeelTest, RmanCommandsNameThisInstallation)
         for (const char *line : row.lines)
             EXPECT_NE(result.out.find(line), std::string::npos) << result.out;
     }
-    EXPECT_EQ(keel({"rman", "--format", "it's"}).status, 1);
-    EXPECT_EQ(keel({"rman", "--optfile", "a)b"}).status, 1);
+    EXPECT_EQ(keel({"rman", "--format", "it's"}).status, 2);
+    EXPECT_EQ(keel({"rman", "--optfile", "a)b"}).status, 2);
 }
 
 TEST_F(KeelTest, RemoveAsksAndLogsAndTimesWhenAsked)

@@ -25,7 +25,9 @@ using Work = Result<void> (*)(ClientSession &, const Command &, const Asked &, J
 std::string shownName(const hoxObjName &name)
 {
     const bool all = name.llName == std::string_view("/*");
-    return all ? std::string(name.fsName) + ": every piece" : pieceText(name);
+    return all ? "every piece of filespace " + std::string(name.fsName) +
+                     ", stored already or from now on"
+               : pieceText(name);
 }
 
 Json jsonOf(const qryRespAccessData &rule)
@@ -56,23 +58,21 @@ Result<void> list(ClientSession &client, const Command &command, const Asked &, 
 
 /// A rule names one piece or all pieces. Any other pattern would be kept literally, and grant
 /// nothing.
-Result<void> expectNoPattern(const std::string &text, const char *what)
+void expectNoPattern(const std::string &text, const char *what)
 {
-    if (text.find_first_of("*?") == std::string::npos)
-        return {};
-    return Error{ErrorKind::badArgument,
-                 fmt::format("'{}' is a pattern, and a rule names one {}; leave PIECE out to grant "
-                             "every piece of a filespace",
-                             printable(text, 40), what)};
+    if (text.find_first_of("*?") != std::string::npos)
+        throw UsageError(fmt::format("'{}' is a pattern, and a rule names one {}; leave PIECE out "
+                                     "to grant every piece of a filespace",
+                                     printable(text, 40), what));
 }
 
 Result<void> grant(ClientSession &client, const Command &command, const Asked &asked, Json &result)
 {
     const bool every = asked.piece.empty() || asked.piece == "*";
     if (!every)
-        ARCA_CHECK(expectNoPattern(asked.piece, "piece"));
-    ARCA_CHECK(expectNoPattern(asked.filespace, "filespace"));
-    ARCA_TRY(const hoxObjName name, objectName(asked.filespace, every ? "*" : asked.piece));
+        expectNoPattern(asked.piece, "piece");
+    expectNoPattern(asked.filespace, "filespace");
+    const hoxObjName name = objectName(asked.filespace, every ? "*" : asked.piece);
     ARCA_CHECK(answered(mtAccessGrant(client.session(), name, asked.reader, asked.owner)));
     result["granted"] = asked.reader;
     if (!command.json)
@@ -106,7 +106,9 @@ void addOperands(tools::Verb verb, Work work, Asked &asked)
 {
     if (work == grant) {
         verb.addOption("NODE", asked.reader, "Node that may read").required();
-        verb.addOption("PIECE", asked.piece, "Piece that it may read; left out: every one");
+        verb.addOption("PIECE", asked.piece,
+                       "Piece that it may read; left out or '*': every one of the filespace, those "
+                       "of the future too");
         verb.addOption("--filespace", asked.filespace, "Filespace of the pieces")
             .valueName("NAME")
             .showDefault();

@@ -7,6 +7,7 @@
 #include "tools/arca/node_session.h"
 #include "tools/arca/selection.h"
 #include "tools/common/progress.h"
+#include "tools/common/text.h"
 
 #include <algorithm>
 #include <optional>
@@ -28,21 +29,20 @@ struct Asked {
     bool dryRun = false, yes = false, fromStandardInput = false;
 };
 
-Result<std::optional<std::uint16_t>> limitFrom(const std::optional<std::string> &text,
-                                               std::string_view unlimited, int least)
+std::optional<std::uint16_t> limitFrom(const std::optional<std::string> &text,
+                                       std::string_view unlimited, int least)
 {
     if (!text)
-        return std::optional<std::uint16_t>();
+        return std::nullopt;
     if (equalIgnoringCase(*text, unlimited))
-        return std::optional(mtNoLimit);
+        return mtNoLimit;
     const bool digits = !text->empty() && text->size() <= 5 &&
                         text->find_first_not_of("0123456789") == std::string::npos;
     const int value = digits ? std::stoi(*text) : -1;
     if (value < least || value >= mtNoLimit)
-        return Error{ErrorKind::badArgument,
-                     fmt::format("'{}' is neither a number from {} to 65534 nor {}",
-                                 printable(*text, 40), least, unlimited)};
-    return std::optional(static_cast<std::uint16_t>(value));
+        throw UsageError(fmt::format("'{}' is neither a number from {} to 65534 nor {}",
+                                     printable(*text, 40), least, unlimited));
+    return static_cast<std::uint16_t>(value);
 }
 
 std::string limitText(std::uint16_t value, std::string_view unlimited)
@@ -51,11 +51,11 @@ std::string limitText(std::uint16_t value, std::string_view unlimited)
 }
 
 /// Returns the changes, all checked: nothing may be changed before the last of them was read.
-Result<mtClassChange_t> changesIn(const Asked &asked)
+mtClassChange_t changesIn(const Asked &asked)
 {
     mtClassChange_t change;
-    ARCA_TRY(change.versionsKept, limitFrom(asked.versions, "nolimit", 1));
-    ARCA_TRY(change.daysKept, limitFrom(asked.days, "forever", 0));
+    change.versionsKept = limitFrom(asked.versions, "nolimit", 1);
+    change.daysKept = limitFrom(asked.days, "forever", 0);
     change.stgPool = asked.pool;
     change.description = asked.description;
     return change;
@@ -136,14 +136,14 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
 
 Result<void> define(ClientSession &client, const Command &command, const Asked &asked, Json &result)
 {
-    ARCA_TRY(const mtClassChange_t change, changesIn(asked));
+    const mtClassChange_t change = changesIn(asked);
     return conclude(client, command, asked, mtClassDefine(client.session(), asked.name, change),
                     "defined now", result);
 }
 
 Result<void> change(ClientSession &client, const Command &command, const Asked &asked, Json &result)
 {
-    ARCA_TRY(const mtClassChange_t changes, changesIn(asked));
+    const mtClassChange_t changes = changesIn(asked);
     return conclude(client, command, asked, mtClassChange(client.session(), asked.name, changes),
                     "changed now", result);
 }
@@ -163,7 +163,7 @@ struct Bound {
 
 std::string pieces(std::uint64_t number)
 {
-    return fmt::format("{} {}", number, number == 1 ? "piece" : "pieces");
+    return tools::counted(number, "piece");
 }
 
 /// Binds the pieces that match. `planned` is null for a dry run; else it holds the pieces that the
@@ -203,7 +203,8 @@ Result<bool> matchesAny(ClientSession &client, const mtFilter_t &filter)
 
 Result<void> bind(ClientSession &client, const Command &command, const Asked &asked, Json &result)
 {
-    ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
+    const mtFilter_t filter = filterFrom(asked.selection);
+    ARCA_CHECK(client.expectOwnPieces());
     ARCA_TRY(mtSession *const changing, client.second());
     Bound bound;
     const int found = bindMatching(client.session(), *changing, asked, filter, nullptr, bound);

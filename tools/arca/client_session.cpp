@@ -2,6 +2,7 @@
 #include "tools/arca/client_session.h"
 
 #include "client/base/hash.h"
+#include "client/base/text.h"
 #include "client/blob/location.h"
 #include "tools/arca/secrets.h"
 
@@ -68,6 +69,16 @@ Result<mtSession *> ClientSession::second()
     return &second_;
 }
 
+Result<void> ClientSession::expectOwnPieces() const
+{
+    if (session_.info().backupDelete != 0)
+        return {};
+    return Error{ErrorKind::denied, "node " + printable(node_) +
+                                        " may only find and read what node " +
+                                        printable(session_.info().nodeName) +
+                                        " granted it, and change nothing (ASNODE)"};
+}
+
 Result<std::unique_ptr<ClientSession>> logOnClient(const Command &command,
                                                    bool passwordFromStandardInput, Json &result)
 {
@@ -77,6 +88,7 @@ Result<std::unique_ptr<ClientSession>> logOnClient(const Command &command,
     result["repository"] = place.directory;
     result["node"] = options.asNodeName.empty() ? node : options.asNodeName;
     std::unique_ptr<ClientSession> client(new ClientSession);
+    client->node_ = node;
     ARCA_CHECK(answered(mtSetUp(options.file)));
     if (options.passwordAccess == config::PasswordAccess::prompt) {
         ARCA_TRY(client->logon_.password, password(node, passwordFromStandardInput));

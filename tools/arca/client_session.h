@@ -30,11 +30,16 @@ public:
     /// Returns another session of the same node, for changes while the first answers a query. It is
     /// started once, and ends with this object. Errors: those of logging on.
     Result<mtSession *> second();
+    /// Fails when the session is for another node's pieces, which it may only find and read: for
+    /// verbs that change pieces, before they look or ask, so that a dry run refuses what the real
+    /// run would. Errors: denied.
+    Result<void> expectOwnPieces() const;
 
 private:
     friend Result<std::unique_ptr<ClientSession>> logOnClient(const Command &, bool, Json &);
     ClientSession() = default;
 
+    std::string node_; // of the option file
     mtLogon_t logon_;
     mtSession session_;
     mtSession second_;

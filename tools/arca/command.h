@@ -22,7 +22,9 @@ using Json = nlohmann::ordered_json;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 
-/// The program was used wrongly, as only the work could find out: exit status 2.
+/// The command line is wrong by itself, whatever the repository holds, or a question has nobody to
+/// answer it; nothing was changed: exit status 2. What depends on the repository, the option file
+/// or an answer is an Error: exit status 1.
 struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

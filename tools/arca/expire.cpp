@@ -8,6 +8,7 @@
 #include "tools/arca/object_text.h"
 #include "tools/arca/selection.h"
 #include "tools/common/progress.h"
+#include "tools/common/text.h"
 
 #include <algorithm>
 #include <ctime>
@@ -31,8 +32,9 @@ struct Expired : mtExpired_t {
 
 std::string amountText(const mtExpired_t &totals)
 {
-    return fmt::format("{} of {} inactive versions, {}, {} stored", totals.deleted, totals.inactive,
-                       sizeText(totals.size), sizeText(totals.storedSize));
+    return fmt::format("{} of {}, {}, {} stored", totals.deleted,
+                       tools::counted(totals.inactive, "inactive version"), sizeText(totals.size),
+                       sizeText(totals.storedSize));
 }
 
 Result<Expired> expire(ClientSession &client, const mtExpiry_t &expiry,
@@ -123,9 +125,10 @@ Result<std::string> damageOfClasses(ClientSession &client)
 
 Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
 {
-    ARCA_TRY(const mtFilter_t names, filterFrom(asked.selection));
+    const mtFilter_t names = filterFrom(asked.selection);
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
+    ARCA_CHECK(client->expectOwnPieces());
     const mtExpiry_t expiry{names, std::time(nullptr), false, nullptr};
     ARCA_TRY(const std::string damage, damageOfClasses(*client));
     ARCA_TRY(const Expired totals, perform(*client, command, asked, expiry));

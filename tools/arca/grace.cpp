@@ -4,6 +4,7 @@
 #include "client/base/text.h"
 #include "client/store/grace.h"
 #include "tools/arca/node_session.h"
+#include "tools/common/text.h"
 
 #include <fmt/format.h>
 
@@ -32,9 +33,8 @@ struct Asked {
 Result<void> perform(const Command &command, const Asked &asked, Json &result)
 {
     std::int64_t wanted = 0;
-    if (!asked.time.empty()) {
-        ARCA_TRY(wanted, graceFrom(asked.time, "the grace time"));
-    }
+    if (!asked.time.empty())
+        wanted = graceFrom(asked.time, "the grace time");
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
     if (!session.space->keepsRemoved())
         return Error{ErrorKind::olderFormat,
@@ -46,41 +46,41 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     ARCA_TRY(const std::int64_t seconds, grace.read());
     result["graceSeconds"] = seconds;
     if (!command.json)
-        fmt::print("Removed pieces are kept for {}\n", graceText(seconds));
+        fmt::print("Removed pieces of every node are kept for {}\n", graceText(seconds));
     return {};
 }
 
 } // namespace
 
-Result<std::int64_t> graceFrom(const std::string &text, const std::string &option)
+std::int64_t graceFrom(const std::string &text, const std::string &option)
 {
-    const Error wrong{ErrorKind::badArgument,
-                      option +
-                          " is a time such as 12h, 7d or 4w, or 0 for none, "
-                          "at most 100 years, not '" +
-                          printable(text, 40) + "'"};
+    const UsageError wrong(option +
+                           " is a time such as 12h, 7d or 4w, or 0 for none, at most 100 "
+                           "years, not '" +
+                           printable(text, 40) + "'");
     if (text == "0")
         return 0;
     const std::string digits = text.substr(0, text.empty() ? 0 : text.size() - 1);
     if (digits.empty() || digits.size() > 10 ||
         digits.find_first_not_of("0123456789") != std::string::npos)
-        return wrong;
+        throw wrong;
     for (const Unit &unit : kUnits)
         if (unit.letter == text.back()) {
             const std::int64_t seconds = std::stoll(digits) * unit.seconds;
-            return seconds <= store::kMaxGrace ? Result<std::int64_t>(seconds) : wrong;
+            if (seconds > store::kMaxGrace)
+                throw wrong;
+            return seconds;
         }
-    return wrong;
+    throw wrong;
 }
 
 std::string graceText(std::int64_t seconds)
 {
     for (const Unit &unit : kUnits)
         if (seconds != 0 && seconds % unit.seconds == 0 && unit.letter != 'w') {
-            const std::int64_t count = seconds / unit.seconds;
-            return fmt::format("{} {}{}", count, unit.name, count == 1 ? "" : "s");
+            return tools::counted(static_cast<std::uint64_t>(seconds / unit.seconds), unit.name);
         }
-    return "no time: the next arca reclaim frees their space";
+    return "no time: the next arca reclaim of a node frees their space";
 }
 
 void addGrace(tools::Verb app, Command &command)
@@ -90,9 +90,11 @@ void addGrace(tools::Verb app, Command &command)
     verb.addOption("TIME", asked->time, "The new time, for all nodes: 12h, 7d, 4w; 0: none");
     addCommonOptions(verb, command);
     addPasswordOption(verb, asked->fromStandardInput);
-    verb.footer("Example: arca grace 14d --optfile /etc/arca/main.opt\n"
-                "Until the time is over arca undelete brings a removed piece back. A repository "
-                "begins with 7 days.");
+    verb.footer(
+        "Example: arca grace 14d --optfile /etc/arca/main.opt\n"
+        "Until the time is over arca undelete brings a removed piece back. A repository "
+        "begins with 7 days. It is about the whole repository: every node has the same time, "
+        "each may set it, and ASNODE changes nothing.");
     verb.onChosen([&command, asked] {
         command.verb = "grace";
         command.run = [&command, asked](Json &result) { return perform(command, *asked, result); };

@@ -10,9 +10,9 @@
 namespace arca::tool
 {
 
-/// Returns seconds from "0", "40s", "90m", "12h", "7d" or "8w", at most 100 years. Errors:
-/// badArgument, whose text names `option`.
-Result<std::int64_t> graceFrom(const std::string &text, const std::string &option);
+/// Returns seconds from "0", "40s", "90m", "12h", "7d" or "8w", at most 100 years. Throws
+/// UsageError, whose text names `option`.
+std::int64_t graceFrom(const std::string &text, const std::string &option);
 
 /// Returns "7 days", "90 minutes": the largest unit up to days that needs no fraction. For 0 a
 /// clause that says what no time means.

@@ -43,18 +43,16 @@ const char *nameOf(std::uint32_t severity)
     return "error";
 }
 
-Result<mtLogFilter_t> filterFrom(const Asked &asked)
+mtLogFilter_t filterFrom(const Asked &asked)
 {
     mtLogFilter_t filter;
     filter.severity = asked.severity;
     filter.node = asked.node;
     filter.allNodes = asked.allNodes;
-    if (!asked.since.empty()) {
-        ARCA_TRY(filter.since, momentFrom(asked.since, "--since"));
-    }
-    if (!asked.before.empty()) {
-        ARCA_TRY(filter.before, momentFrom(asked.before, "--before"));
-    }
+    if (!asked.since.empty())
+        filter.since = momentFrom(asked.since, "--since");
+    if (!asked.before.empty())
+        filter.before = momentFrom(asked.before, "--before");
     return filter;
 }
 
@@ -87,7 +85,7 @@ Json jsonOf(const mtLogEvent_t &event)
 Result<void> showLog(ClientSession &client, const Command &command, const Asked &asked,
                      Json &result)
 {
-    ARCA_TRY(const mtLogFilter_t filter, filterFrom(asked));
+    const mtLogFilter_t filter = filterFrom(asked);
     Json &events = result["events"] = Json::array();
     std::uint32_t unreadable = 0;
     const int rc = mtLogQuery(
@@ -103,9 +101,8 @@ Result<void> showLog(ClientSession &client, const Command &command, const Asked 
     ARCA_CHECK(answered(rc));
     result["unreadable"] = unreadable;
     if (unreadable != 0 && !command.json)
-        tools::complain(fmt::format(
-            "arca log: {} of the activity log cannot be read\n",
-            unreadable == 1 ? "1 line or file" : std::to_string(unreadable) + " lines or files"));
+        tools::complain(fmt::format("arca log: {} of the activity log cannot be read\n",
+                                    tools::counted(unreadable, "line or file", "lines or files")));
     return {};
 }
 

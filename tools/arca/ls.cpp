@@ -197,7 +197,7 @@ Result<void> listText(ClientSession &client, const mtFilter_t &filter, const Ask
     ARCA_CHECK(done);
     if (totals.objects == 0 && !asked.selection.pattern.empty())
         return noMatch(asked.selection);
-    fmt::print("{} {}, {}, {} stored\n", totals.objects, totals.objects == 1 ? "piece" : "pieces",
+    fmt::print("{}, {}, {} stored\n", tools::counted(totals.objects, "piece"),
                sizeText(totals.size), sizeText(totals.storedSize));
     return {};
 }
@@ -206,7 +206,7 @@ Result<void> list(Command &command, const Asked &asked, Json &result)
 {
     if (asked.removed)
         return listRemoved(command, asked.selection.pattern, asked.fromStandardInput, result);
-    ARCA_TRY(const mtFilter_t filter, filterFrom(asked.selection));
+    const mtFilter_t filter = filterFrom(asked.selection);
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     if (!command.json)
         return listText(*client, filter, asked);

@@ -73,11 +73,10 @@ int perform(const Command &command)
     written = std::fflush(stdout) == 0 && written;
     if (status != 0)
         return status;
-    constexpr const char *kUnwritten = "cannot write standard output";
-    logOutcome(command, written ? "done" : kUnwritten);
+    logOutcome(command, written ? "done" : tools::kReportUnwritten);
     if (written)
         return 0;
-    complain(command, kUnwritten);
+    complain(command, tools::kReportUnwritten);
     return kExitFailed;
 }
 
@@ -91,9 +90,12 @@ int main(int argc, char **argv)
     tools::Program app(
         "arca", "Looks after the repository in which the storage client keeps backup pieces.");
     app.requireVerb();
-    app.footer("Example: arca init --optfile /etc/arca/main.opt\n"
-               "Exit status: 0 done, 1 failed (the reason in one line), 2 wrong use.\n"
-               "arca VERB --help tells more of a verb.");
+    app.footer(
+        "Example: arca init --optfile /etc/arca/main.opt\n"
+        "Exit status: 0 done; 1 failed, or refused by what is there, the reason in one line; 2 the "
+        "command line is wrong by itself, or a question has nobody to answer it, and nothing was "
+        "begun.\n"
+        "arca VERB --help tells more of a verb.");
     arca::tool::Command command;
     arca::tool::addAccess(app, command);
     arca::tool::addClass(app, command);

@@ -2,6 +2,7 @@
 #include "tools/arca/moment.h"
 
 #include "client/base/text.h"
+#include "tools/arca/command.h"
 
 #include <algorithm>
 #include <cmath>
@@ -51,42 +52,41 @@ std::optional<std::int64_t> timeGiven(const std::string &text)
 
 } // namespace
 
-Result<std::int64_t> momentFrom(const std::string &text, const std::string &option)
+std::int64_t momentFrom(const std::string &text, const std::string &option)
 {
     auto moment = timeAgo(text);
     if (!moment)
         moment = timeGiven(text);
     if (!moment)
-        return Error{ErrorKind::badArgument,
-                     option +
+        throw UsageError(option +
                          " takes a time ago (90m, 12h, 7d) or a UTC time after 1970-01-01 such as "
                          "2026-11-21 or 2026-11-21T08:31, not '" +
-                         printable(text, 40) + "'"};
+                         printable(text, 40) + "'");
     return *moment;
 }
 
-Result<std::uint64_t> sizeFrom(const std::string &text, const std::string &option)
+std::uint64_t sizeFrom(const std::string &text, const std::string &option)
 {
     constexpr std::string_view kUnits = "KMGT";
-    const Error wrong{ErrorKind::badArgument, option +
-                                                  " takes a size of 1 byte or more, such as "
-                                                  "4096, 500k, 10M or 1.5G, not '" +
-                                                  printable(text, 40) + "'"};
+    const UsageError wrong(option +
+                           " takes a size of 1 byte or more, such as 4096, 500k, 10M or "
+                           "1.5G, not '" +
+                           printable(text, 40) + "'");
     std::size_t end = text.find_first_not_of("0123456789.");
     end = std::min(end, text.size());
     const std::string digits = text.substr(0, end);
     if (digits.empty() || digits.size() > 15 || digits.front() == '.' ||
         std::ranges::count(digits, '.') > 1 || text.size() - end > 1)
-        return wrong;
+        throw wrong;
     double bytes = std::stod(digits);
     if (end < text.size()) {
         const auto unit = kUnits.find(upperAscii(text[end]));
         if (unit == std::string_view::npos)
-            return wrong;
+            throw wrong;
         bytes *= std::pow(1024.0, static_cast<double>(unit + 1));
     }
     if (bytes < 1 || bytes >= 9e18)
-        return wrong;
+        throw wrong;
     return static_cast<std::uint64_t>(bytes);
 }
 

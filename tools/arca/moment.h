@@ -2,8 +2,6 @@
 #ifndef KEEL_TOOLS_ARCA_MOMENT_H
 #define KEEL_TOOLS_ARCA_MOMENT_H
 
-#include "client/base/result.h"
-
 #include <cstdint>
 #include <string>
 
@@ -12,13 +10,13 @@ namespace arca::tool
 
 /// Returns a time ago ("40s", "90m", "12h", "7d", "8w") or a UTC time ("2026-11-21",
 /// "2026-11-21T08:31", "2026-11-21T08:31:00Z") as seconds since 1970, more than 0: a query takes 0
-/// for no limit. Errors: badArgument, whose text names `option`, when the text is neither, or a day
+/// for no limit. Throws UsageError, whose text names `option`, when the text is neither, or a day
 /// that no calendar has.
-Result<std::int64_t> momentFrom(const std::string &text, const std::string &option);
+std::int64_t momentFrom(const std::string &text, const std::string &option);
 
 /// Returns bytes from "4096", "500k", "10M", "1.5G", "2T", in powers of 1,024, rounded down; more
-/// than 0, as above. Errors: badArgument, whose text names `option`.
-Result<std::uint64_t> sizeFrom(const std::string &text, const std::string &option);
+/// than 0, as above. Throws UsageError, whose text names `option`.
+std::uint64_t sizeFrom(const std::string &text, const std::string &option);
 
 /// Returns "40 s", "5 min", "7 h", "12 d", rounded down; less than 0 as 0.
 std::string ageText(std::int64_t seconds);

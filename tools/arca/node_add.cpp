@@ -19,8 +19,7 @@ struct Asked {
 Result<void> add(const Command &command, const Asked &asked, Json &result)
 {
     if (asked.node.empty() || asked.node.size() > config::kMaxNodeName)
-        return Error{ErrorKind::badArgument,
-                     fmt::format("a node name has 1 to {} characters", config::kMaxNodeName)};
+        throw UsageError(fmt::format("a node name has 1 to {} characters", config::kMaxNodeName));
     ARCA_TRY(const config::Options options, optionsOf(command));
     ARCA_TRY(const auto repository, store::Repository::open(options.repository));
     ARCA_TRY(const bool now,

@@ -43,8 +43,10 @@ Result<void> list(const Command &command, Json &result)
                                ? fmt::format("{}", fmt::join(node.filespaces, " "))
                                : "its removal is not finished: arca node remove " + node.name;
         if (node.damagedRecords != 0)
-            told += fmt::format("{}({} of its records {} damaged)", told.empty() ? "" : " ",
-                                node.damagedRecords, node.damagedRecords == 1 ? "is" : "are");
+            told +=
+                fmt::format("{}({} of its records {} damaged: that node's arca verify tells more)",
+                            told.empty() ? "" : " ", node.damagedRecords,
+                            node.damagedRecords == 1 ? "is" : "are");
         table.add({node.name.empty() ? "(unknown)" : node.name, std::to_string(node.pieces),
                    std::to_string(node.inactive), std::to_string(node.packs), told});
     }

@@ -8,6 +8,7 @@
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_verbs.h"
 #include "tools/common/progress.h"
+#include "tools/common/text.h"
 
 #include <filesystem>
 
@@ -25,13 +26,18 @@ struct Asked {
     bool yes = false;
 };
 
+std::string contentText(const store::NodeSummary &node)
+{
+    return fmt::format("{}, {} and {}", tools::counted(node.pieces, "piece"),
+                       tools::counted(node.inactive, "inactive version"),
+                       tools::counted(node.packs, "pack"));
+}
+
 std::string question(const store::NodeSummary &node)
 {
     return fmt::format(
-        "Node {} goes for good with its keys, {} pieces, {} inactive versions and {} "
-        "packs{}{}.\nNobody can bring that back. Remove it?",
-        printable(node.name), node.pieces, node.inactive, node.packs,
-        node.filespaces.empty() ? "" : " of ",
+        "Node {} goes for good with its keys, {}{}{}.\nNobody can bring that back. Remove it?",
+        printable(node.name), contentText(node), node.filespaces.empty() ? "" : " of ",
         printable(fmt::format("{}", fmt::join(node.filespaces, ", "))));
 }
 
@@ -79,8 +85,7 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
     result["inactive"] = node.inactive;
     result["packs"] = node.packs;
     if (!command.json)
-        fmt::print("Node {} removed, with {} pieces, {} inactive versions and {} packs\n",
-                   printable(asked.node), node.pieces, node.inactive, node.packs);
+        fmt::print("Node {} removed, with {}\n", printable(asked.node), contentText(node));
     return {};
 }
 

@@ -52,14 +52,13 @@ std::string idText(std::uint64_t id)
     return toHex(id);
 }
 
-Result<std::uint64_t> idFrom(const std::string &text)
+std::uint64_t idFrom(const std::string &text)
 {
     if (text.empty() || text.size() > 16 ||
         text.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
-        return Error{ErrorKind::badArgument,
-                     "an identifier has up to 16 hexadecimal digits, as arca ls --long shows it, "
-                     "not '" +
-                         printable(text, 40) + "'"};
+        throw UsageError("an identifier has up to 16 hexadecimal digits, as arca ls --long shows "
+                         "it, not '" +
+                         printable(text, 40) + "'");
     return std::stoull(text, nullptr, 16);
 }
 

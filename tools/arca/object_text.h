@@ -14,8 +14,8 @@ void describe(Json &row, const dhoxBackupObject_t &object);
 
 /// Returns 16 hexadecimal digits.
 std::string idText(std::uint64_t id);
-/// Returns the identifier from 1 to 16 hexadecimal digits in any case. Errors: badArgument.
-Result<std::uint64_t> idFrom(const std::string &text);
+/// Returns the identifier from 1 to 16 hexadecimal digits in any case. Throws UsageError.
+std::uint64_t idFrom(const std::string &text);
 
 /// Returns "1.25 GiB", "812 bytes".
 std::string sizeText(std::uint64_t bytes);

@@ -1,6 +1,8 @@
 // Names of pieces: see the header.
 #include "tools/arca/piece_name.h"
 
+#include "tools/arca/command.h"
+
 #include <cstring>
 
 namespace arca::tool
@@ -9,24 +11,23 @@ namespace arca::tool
 namespace
 {
 
-template <std::size_t N> Result<void> fill(char (&field)[N], const std::string &text)
+template <std::size_t N> void fill(char (&field)[N], const std::string &text)
 {
     if (text.size() >= N || text.find('\0') != std::string::npos)
-        return Error{ErrorKind::badArgument, "a name is longer than an object's may be"};
+        throw UsageError("a name is longer than an object's may be");
     std::memcpy(field, text.c_str(), text.size() + 1);
-    return {};
 }
 
 } // namespace
 
-Result<hoxObjName> objectName(std::string_view filespace, std::string_view piece)
+hoxObjName objectName(std::string_view filespace, std::string_view piece)
 {
     hoxObjName name{};
     name.objType = HOX_OBJ_FILE;
     const bool slash = filespace.starts_with('/');
-    ARCA_CHECK(fill(name.fsName, (slash ? "" : "/") + std::string(filespace)));
-    ARCA_CHECK(fill(name.hlName, "/"));
-    ARCA_CHECK(fill(name.llName, "/" + std::string(piece)));
+    fill(name.fsName, (slash ? "" : "/") + std::string(filespace));
+    fill(name.hlName, "/");
+    fill(name.llName, "/" + std::string(piece));
     return name;
 }
 

@@ -15,9 +15,9 @@ namespace arca::tool
 /// The filespace that the agent uses when its option file names no VELO_FS.
 constexpr const char *kAgentFilespace = "/lumoorc";
 
-/// Returns the name of the object. A filespace without a slash at its beginning gets one. Errors:
-/// badArgument when a part is longer than a name may be, or has a NUL.
-Result<hoxObjName> objectName(std::string_view filespace, std::string_view piece);
+/// Returns the name of the object. A filespace without a slash at its beginning gets one. Throws
+/// UsageError when a part is longer than a name may be, or has a NUL.
+hoxObjName objectName(std::string_view filespace, std::string_view piece);
 
 /// Returns "df_12_1" of "/lumoorc", "/", "/df_12_1"; when the high-level name is not "/", that and
 /// the low-level name.

@@ -7,6 +7,7 @@
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 #include "tools/common/progress.h"
+#include "tools/common/text.h"
 
 #include <fmt/format.h>
 
@@ -19,7 +20,7 @@ namespace
 std::string sizeText(std::uint64_t bytes)
 {
     if (bytes < (std::uint64_t{1} << 20))
-        return fmt::format("{} bytes", bytes);
+        return tools::counted(bytes, "byte");
     return fmt::format("{:.1f} MiB", static_cast<double>(bytes) / (1 << 20));
 }
 
@@ -34,11 +35,6 @@ Json jsonOf(const store::ReclaimTotals &totals)
         {"waitingPacks", totals.waitingPacks},     {"waitingBytes", totals.waitingBytes},
         {"waitingFor", totals.waitingFor},         {"damagedManifests", totals.damagedManifests},
         {"damagedPacks", totals.damagedPacks},     {"damagedMark", totals.damagedMark}};
-}
-
-std::string piecesText(std::uint64_t count)
-{
-    return fmt::format("{} {}", count, count == 1 ? "removed piece" : "removed pieces");
 }
 
 /// A claim's name begins with the number of its process.
@@ -57,25 +53,25 @@ void show(const store::ReclaimTotals &totals, bool dryRun)
 {
     if (totals.purgedPieces != 0)
         fmt::print("{}  {} whose grace time is over\n", dryRun ? "Would purge" : "Purged    ",
-                   piecesText(totals.purgedPieces));
+                   tools::counted(totals.purgedPieces, "removed piece"));
     if (totals.keptPieces != 0)
         fmt::print("Kept        {} whose grace time is not over (arca ls --removed)\n",
-                   piecesText(totals.keptPieces));
+                   tools::counted(totals.keptPieces, "removed piece"));
     if (totals.missingPieces != 0)
-        fmt::print("Missing     {} {}, taken as lost for good\n", totals.missingPieces,
-                   totals.missingPieces == 1 ? "piece" : "pieces");
+        fmt::print("Missing     {}, taken as lost for good\n",
+                   tools::counted(totals.missingPieces, "piece"));
     if (totals.damagedNotes != 0)
-        fmt::print("Damaged     {} of the notes of what was stored (arca verify names them): "
-                   "pieces that only they name were not looked for\n",
-                   totals.damagedNotes);
+        fmt::print("Damaged     {} of what was stored (arca verify names what is damaged): pieces "
+                   "that only such a note names were not looked for\n",
+                   tools::counted(totals.damagedNotes, "note"));
     fmt::print("Packs       {}, {}\n", totals.packs, sizeText(totals.packBytes));
-    fmt::print("{}  {} in {} dead packs and {} that are mostly dead\n",
-               dryRun ? "Would free" : "Freed     ", sizeText(totals.freedBytes), totals.deadPacks,
-               totals.rewrittenPacks);
+    fmt::print("{}  {} in {} and {}\n", dryRun ? "Would free" : "Freed     ",
+               sizeText(totals.freedBytes), tools::counted(totals.deadPacks, "dead pack"),
+               tools::counted(totals.rewrittenPacks, "mostly dead one"));
     if (totals.waitingPacks != 0)
-        fmt::print("Later       {} in {} packs: streams that may count on them are still open in "
+        fmt::print("Later       {} in {}: streams that may count on that are still open in "
                    "process {}\n",
-                   sizeText(totals.waitingBytes), totals.waitingPacks,
+                   sizeText(totals.waitingBytes), tools::counted(totals.waitingPacks, "pack"),
                    processesOf(totals.waitingFor));
 }
 
@@ -105,7 +101,7 @@ Result<store::ReclaimRequest> requestFrom(const Asked &asked, const NodeSession 
     if (asked.grace.empty()) {
         ARCA_TRY(request.grace, session.repository->grace().read());
     } else {
-        ARCA_TRY(request.grace, graceFrom(asked.grace, "--grace"));
+        request.grace = graceFrom(asked.grace, "--grace");
     }
     request.acceptMissing = !asked.acceptMissing.empty();
     if (request.acceptMissing && asked.acceptMissing != session.space->node())
@@ -146,9 +142,7 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     return Error{ErrorKind::damaged,
                  fmt::format("{} that pieces need cannot be read, and {} left as {}; run arca "
                              "repair",
-                             totals.damagedPacks.size() == 1
-                                 ? std::string("1 pack")
-                                 : fmt::format("{} packs", totals.damagedPacks.size()),
+                             tools::counted(totals.damagedPacks.size(), "pack"),
                              totals.damagedPacks.size() == 1 ? "was" : "were",
                              totals.damagedPacks.size() == 1 ? "it is" : "they are")};
 }

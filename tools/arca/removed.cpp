@@ -89,7 +89,7 @@ Result<void> listRemoved(const Command &command, const std::string &pattern, boo
     if (count == 0 && !pattern.empty())
         return Error{ErrorKind::notFound, "no removed piece matches " + printable(pattern, 1300)};
     if (!command.json)
-        fmt::print("{} removed {}, {}\n", count, count == 1 ? "piece" : "pieces", sizeText(size));
+        fmt::print("{}, {}\n", tools::counted(count, "removed piece"), sizeText(size));
     return {};
 }
 

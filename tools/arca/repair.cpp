@@ -19,10 +19,7 @@ struct Asked {
     bool fromStandardInput = false;
 };
 
-std::string counted(std::uint64_t number, const char *one)
-{
-    return fmt::format("{} {}{}", number, one, number == 1 ? "" : "s");
-}
+using tools::counted;
 
 void fill(const store::RepairOutcome &outcome, Json &result)
 {

@@ -10,6 +10,7 @@
 #include "tools/arca/rm_blob.h"
 #include "tools/arca/selection.h"
 #include "tools/common/progress.h"
+#include "tools/common/text.h"
 
 #include <algorithm>
 
@@ -49,7 +50,7 @@ bool namesOnePiece(const Asked &asked)
 
 std::string amountText(const Totals &totals)
 {
-    return fmt::format("{} {}{}", totals.objects, totals.objects == 1 ? "piece" : "pieces",
+    return fmt::format("{}{}", tools::counted(totals.objects, "piece"),
                        totals.size == 0 ? "" : ", " + sizeText(totals.size));
 }
 
@@ -192,15 +193,15 @@ Result<void> carryOut(ClientSession &client, const Command &command, const Asked
         all && done.seen() < counted.objects ? counted.objects - done.seen() : 0;
     done.missing += gone;
     if (gone != 0 && !command.json)
-        fmt::print("{} of the {} pieces {} not there any more, or not as asked for\n", gone,
-                   counted.objects, gone == 1 ? "is" : "are");
+        fmt::print("{} of the {} {} not there any more, or not as asked for\n", gone,
+                   tools::counted(counted.objects, "piece"), gone == 1 ? "is" : "are");
     return conclude(client, command, asked, done, rc, result);
 }
 
 Result<void> removeMatching(const Command &command, const Asked &asked, const mtObjectIds_t &ids,
                             Json &result)
 {
-    ARCA_TRY(mtFilter_t filter, filterFrom(asked.selection));
+    mtFilter_t filter = filterFrom(asked.selection);
     if (!ids.empty()) {
         filter.among = &ids;
         if (!asked.selection.inactive)
@@ -208,6 +209,7 @@ Result<void> removeMatching(const Command &command, const Asked &asked, const mt
     }
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
+    ARCA_CHECK(client->expectOwnPieces());
     ARCA_TRY(Totals counted, look(*client, filter, asked.dryRun && !command.json));
     if (counted.objects == 0 && counted.damage != HOX_RC_OK && namesOnePiece(asked))
         return removeDamagedPiece(command, asked.selection,
@@ -219,8 +221,8 @@ Result<void> removeMatching(const Command &command, const Asked &asked, const mt
                            : Error{ErrorKind::notFound,
                                    "no identifier that was given is of a piece that fits"};
     if (counted.objects < ids.size() && !command.json)
-        fmt::print("{} of the {} identifiers {} of no piece that fits\n",
-                   ids.size() - counted.objects, ids.size(),
+        fmt::print("{} of the {} {} of no piece that fits\n", ids.size() - counted.objects,
+                   tools::counted(ids.size(), "identifier"),
                    ids.size() - counted.objects == 1 ? "is" : "are");
     if (asked.dryRun)
         return conclude(*client, command, asked, counted, counted.damage, result);
@@ -234,6 +236,7 @@ Result<void> removeByIds(const Command &command, const Asked &asked, const mtObj
 {
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
+    ARCA_CHECK(client->expectOwnPieces());
     Totals meant;
     meant.objects = ids.size();
     ARCA_CHECK(confirm(question(asked, meant), asked.yes));
@@ -257,8 +260,7 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
         throw UsageError("it takes a PATTERN or --id, one of the two ('*' means every piece)");
     mtObjectIds_t ids;
     for (const std::string &text : asked.ids) {
-        ARCA_TRY(const std::uint64_t id, idFrom(text));
-        ids.push_back(id);
+        ids.push_back(idFrom(text));
     }
     std::ranges::sort(ids);
     ids.erase(std::unique(ids.begin(), ids.end()), ids.end());

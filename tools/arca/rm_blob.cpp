@@ -80,7 +80,7 @@ Result<void> removeBlobs(const Command &command, const BlobRequest &request, Jso
 Result<void> removeDamagedPiece(const Command &command, const Selection &selection,
                                 const BlobRequest &request, Json &result)
 {
-    ARCA_TRY(const mtFilter_t filter, filterFrom(selection));
+    const mtFilter_t filter = filterFrom(selection);
     ARCA_TRY(const NodeSession session, logOn(command, request.fromStandardInput, result));
     ARCA_TRY(const store::ObjectName name, damagedPiece(*session.space, filter));
     const std::string shown = printable(name.joined(), 400);

@@ -5,6 +5,7 @@
 #include "client/base/hash.h"
 #include "client/base/text.h"
 #include "client/store/recovery_key.h"
+#include "tools/arca/command.h"
 
 namespace arca::tool
 {
@@ -32,8 +33,7 @@ Result<std::string> ask(const std::string &question, const std::string &what, co
     line = typed;
     wipe(std::as_writable_bytes(std::span(typed)));
     if (code == MT_ASK_NO_TERMINAL)
-        return Error{ErrorKind::badArgument,
-                     "there is no terminal to ask for " + what + " on; give it with --stdin"};
+        throw UsageError("there is no terminal to ask for " + what + " on; give it with --stdin");
     if (code == MT_ASK_LONG || (code == MT_ASK_OK && line.empty()))
         return Error{ErrorKind::badArgument, std::string("a ") + kind + " has 1 to " +
                                                  std::to_string(limit) + " characters"};

@@ -41,15 +41,14 @@ bool hasFilters(const Selection &selection)
     return selection.inactive || selection.all;
 }
 
-Result<mtFilter_t> filterFrom(const Selection &selection)
+mtFilter_t filterFrom(const Selection &selection)
 {
     mtFilter_t filter;
     filter.progress = shownQuery("");
     // In a full name, as messages and arca show have it, "//" stands between filespace and piece.
     const auto apart = selection.pattern.find("//");
     if (apart == 0)
-        return Error{ErrorKind::badArgument,
-                     printable(selection.pattern) + " names no filespace before its //"};
+        throw UsageError(printable(selection.pattern) + " names no filespace before its //");
     if (selection.pattern.starts_with('/') && apart != std::string::npos) {
         filter.fsName = selection.pattern.substr(0, apart);
         filter.hlName = "/";
@@ -61,27 +60,22 @@ Result<mtFilter_t> filterFrom(const Selection &selection)
             filter.hlName = "/";
     }
     if (!selection.filespace.empty() && !filter.fsName.empty())
-        return Error{ErrorKind::badArgument,
-                     printable(selection.pattern) +
-                         " names a filespace itself; leave --filespace out"};
+        throw UsageError(printable(selection.pattern) +
+                         " names a filespace itself; leave --filespace out");
     if (!selection.filespace.empty())
         filter.fsName = (selection.filespace.starts_with('/') ? "" : "/") + selection.filespace;
     filter.mcName = selection.className;
     filter.owner = selection.owner;
     if (selection.all || selection.inactive)
         filter.objState = selection.all ? HOX_STATE_ANY : HOX_STATE_INACTIVE;
-    if (!selection.older.empty()) {
-        ARCA_TRY(filter.insertedBefore, momentFrom(selection.older, "--older"));
-    }
-    if (!selection.newer.empty()) {
-        ARCA_TRY(filter.insertedFrom, momentFrom(selection.newer, "--newer"));
-    }
-    if (!selection.larger.empty()) {
-        ARCA_TRY(filter.minSize, sizeFrom(selection.larger, "--larger"));
-    }
-    if (!selection.smaller.empty()) {
-        ARCA_TRY(filter.maxSize, sizeFrom(selection.smaller, "--smaller"));
-    }
+    if (!selection.older.empty())
+        filter.insertedBefore = momentFrom(selection.older, "--older");
+    if (!selection.newer.empty())
+        filter.insertedFrom = momentFrom(selection.newer, "--newer");
+    if (!selection.larger.empty())
+        filter.minSize = sizeFrom(selection.larger, "--larger");
+    if (!selection.smaller.empty())
+        filter.maxSize = sizeFrom(selection.smaller, "--smaller");
     return filter;
 }
 

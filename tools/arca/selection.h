@@ -27,9 +27,9 @@ void addSelectionOptions(tools::Verb verb, Selection &selection);
 bool hasFilters(const Selection &selection);
 
 /// Returns the filter of a query, with its progress shown. A pattern with "//" names a filespace
-/// and a piece. Errors: badArgument when a time or a size is malformed, the pattern and --filespace
+/// and a piece. Throws UsageError when a time or a size is malformed, the pattern and --filespace
 /// both name a filespace, or the pattern begins with "//".
-Result<mtFilter_t> filterFrom(const Selection &selection);
+mtFilter_t filterFrom(const Selection &selection);
 
 /// Returns the failure "no piece matches df_*".
 Error noMatch(const Selection &selection);

@@ -11,6 +11,7 @@
 #include "tools/common/text.h"
 
 #include <ctime>
+#include <optional>
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
@@ -29,8 +30,9 @@ struct Asked {
 /// A version, its group and its readers.
 struct Version {
     dhoxBackupObject_t object;
-    std::vector<std::string> group;   // the members of the group that it leads
-    std::vector<std::string> readers; // nodes that may read it
+    std::vector<std::string> group; // the members of the group that it leads
+    // Nodes that may read it; nothing when that is not this node's to know.
+    std::optional<std::vector<std::string>> readers;
 };
 
 bool covers(const qryRespAccessData &rule, const hoxObjName &name)
@@ -42,20 +44,29 @@ bool covers(const qryRespAccessData &rule, const hoxObjName &name)
            matches(rule.objName.hlName, name.hlName) && matches(rule.objName.llName, name.llName);
 }
 
-/// Returns the access rules; none in a session for another node's pieces, whose rules are not this
-/// node's to see.
-Result<std::vector<qryRespAccessData>> rulesOf(ClientSession &client)
+/// Returns the access rules; nothing in a session for another node's pieces, whose rules are not
+/// this node's to see.
+Result<std::optional<std::vector<qryRespAccessData>>> rulesOf(ClientSession &client)
 {
     std::vector<qryRespAccessData> rules;
     const int rc = mtAccessRules(client.session(), rules);
-    if (rc != HOX_RC_ACCESS_DENIED)
-        ARCA_CHECK(answered(rc));
-    return rules;
+    if (rc == HOX_RC_ACCESS_DENIED)
+        return std::optional<std::vector<qryRespAccessData>>();
+    ARCA_CHECK(answered(rc));
+    return std::optional(std::move(rules));
+}
+
+std::string readersText(const Version &version)
+{
+    if (!version.readers)
+        return "known to the node that stored it";
+    return version.readers->empty() ? "this node only"
+                                    : fmt::format("{}", fmt::join(*version.readers, ", "));
 }
 
 Result<std::vector<Version>> versionsOf(ClientSession &client, const Asked &asked)
 {
-    ARCA_TRY(mtFilter_t filter, filterFrom(asked.selection));
+    mtFilter_t filter = filterFrom(asked.selection);
     filter.objState = HOX_STATE_ANY;
     std::vector<Version> versions;
     // A literal name is meant, but the filter takes * and ? in it for wildcards.
@@ -66,7 +77,7 @@ Result<std::vector<Version>> versionsOf(ClientSession &client, const Asked &aske
     ARCA_CHECK(answered(mtQueryObjects(client.session(), filter, mtOrder_t::inserted,
                                        [&](const dhoxBackupObject_t &object) {
                                            if (exact(object.objName))
-                                               versions.push_back({object, {}, {}});
+                                               versions.push_back({object, {}, std::nullopt});
                                            return true;
                                        })));
     ARCA_TRY(const auto rules, rulesOf(client));
@@ -77,9 +88,11 @@ Result<std::vector<Version>> versionsOf(ClientSession &client, const Asked &aske
                                                  version.group.push_back(pieceOf(member.objName));
                                              return true;
                                          })));
-        for (const qryRespAccessData &rule : rules)
+        if (rules)
+            version.readers.emplace();
+        for (const qryRespAccessData &rule : rules.value_or(std::vector<qryRespAccessData>()))
             if (covers(rule, version.object.objName))
-                version.readers.emplace_back(rule.nodeName);
+                version.readers->emplace_back(rule.nodeName);
     }
     return versions;
 }
@@ -145,8 +158,7 @@ void print(const Version &version, const std::vector<mtClass_t> &classes)
     line("Information", object.objInfo);
     if (!version.group.empty())
         line("Leads", fmt::format("{}", fmt::join(version.group, ", ")));
-    line("Readers", version.readers.empty() ? "this node only"
-                                            : fmt::format("{}", fmt::join(version.readers, ", ")));
+    line("Readers", readersText(version));
 }
 
 Json jsonOfVersion(const Version &version)
@@ -156,7 +168,7 @@ Json jsonOfVersion(const Version &version)
     told["expires"] =
         version.object.expDate.year == 0 ? Json(nullptr) : Json(expiryText(version.object.expDate));
     told["leads"] = version.group;
-    told["readers"] = version.readers;
+    told["readers"] = version.readers ? Json(*version.readers) : Json(nullptr);
     return told;
 }
 

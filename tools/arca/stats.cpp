@@ -70,7 +70,8 @@ void plot(const std::map<std::int64_t, store::PieceSums> &days)
     for (; from != days.end(); ++from) {
         const store::PieceSums &sums = from->second;
         lines.push_back({dayText(from->first), static_cast<double>(sums.storedBytes),
-                         fmt::format("{:>7} pieces  {:>10} logical  {:>10} stored", sums.pieces,
+                         fmt::format("{:>14}  {:>10} logical  {:>10} stored",
+                                     tools::counted(sums.pieces, "piece"),
                                      sizeText(sums.streamBytes), sizeText(sums.storedBytes))});
     }
     if (!lines.empty())
@@ -94,20 +95,19 @@ void print(const store::Statistics &statistics)
     row("Stored", all.storedBytes, "for these pieces");
     row("Manifests", statistics.manifestBytes, "of these pieces");
     row("Packs", statistics.packBytes,
-        fmt::format("in {} packs, with what no piece needs any more", statistics.packs).c_str());
+        fmt::format("in {}, with what no piece needs any more",
+                    tools::counted(statistics.packs, "pack"))
+            .c_str());
     if (statistics.unreadable != 0)
-        fmt::print("{} pieces or packs cannot be read: arca verify names them\n",
-                   statistics.unreadable);
+        fmt::print("{} cannot be read: arca verify names what is damaged\n",
+                   tools::counted(statistics.unreadable, "piece or pack", "pieces or packs"));
     if (statistics.damagedParts != 0)
         fmt::print("{} of packs {} damaged: arca repair mends what has copies\n",
-                   statistics.damagedParts == 1 ? "1 part"
-                                                : fmt::format("{} parts", statistics.damagedParts),
+                   tools::counted(statistics.damagedParts, "part"),
                    statistics.damagedParts == 1 ? "is" : "are");
     if (statistics.quarantined != 0)
         fmt::print("{} set aside, damaged: arca reclaim names what it keeps for that\n",
-                   statistics.quarantined == 1
-                       ? "1 manifest is"
-                       : fmt::format("{} manifests are", statistics.quarantined));
+                   tools::counted(statistics.quarantined, "manifest is", "manifests are"));
     plot(statistics.days);
 }
 

@@ -40,9 +40,8 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     if (asked.id.empty() == asked.name.empty())
         throw UsageError("it takes a NAME or --id, one of the two");
     store::PieceId id = 0;
-    if (!asked.id.empty()) {
-        ARCA_TRY(id, idFrom(asked.id));
-    }
+    if (!asked.id.empty())
+        id = idFrom(asked.id);
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
     if (asked.id.empty()) {
         ARCA_TRY(id, lastRemoved(*session.space, asked.name));

@@ -22,17 +22,16 @@ struct Asked {
     bool fromStandardInput = false;
 };
 
-/// Returns the duration from "90s", "10m", "2h"; more than 0. Errors: badArgument.
-Result<std::chrono::seconds> durationFrom(const std::string &text)
+/// Returns the duration from "90s", "10m", "2h"; more than 0. Throws UsageError.
+std::chrono::seconds durationFrom(const std::string &text)
 {
     const std::map<char, int> units = {{'s', 1}, {'m', 60}, {'h', 3600}};
     const auto unit = text.empty() ? units.end() : units.find(text.back());
     const std::string digits = text.substr(0, text.empty() ? 0 : text.size() - 1);
     if (unit == units.end() || digits.empty() || digits.size() > 6 ||
         digits.find_first_not_of("0123456789") != std::string::npos || std::stoi(digits) == 0)
-        return Error{ErrorKind::badArgument, "--max-duration takes a time such as 90s, 10m or 2h, "
-                                             "not '" +
-                                                 printable(text, 40) + "'"};
+        throw UsageError("--max-duration takes a time such as 90s, 10m or 2h, not '" +
+                         printable(text, 40) + "'");
     return std::chrono::seconds(std::stol(digits) * unit->second);
 }
 
@@ -68,8 +67,8 @@ void fill(const store::VerifyOutcome &outcome, Json &result)
 
 void print(const store::VerifyRequest &request, const store::VerifyOutcome &outcome)
 {
-    fmt::print("Checked     {} pieces, {} packs, {} records{}\n", outcome.pieces, outcome.packs,
-               outcome.records,
+    fmt::print("Checked     {}, {}, {}{}\n", tools::counted(outcome.pieces, "piece"),
+               tools::counted(outcome.packs, "pack"), tools::counted(outcome.records, "record"),
                request.readData
                    ? ", " + tools::byteText(static_cast<double>(outcome.bytesRead)) + " read"
                    : "; contents not read (--read-data)");
@@ -81,9 +80,9 @@ void print(const store::VerifyRequest &request, const store::VerifyOutcome &outc
         fmt::print("Round       ended; {} found hurt in it, most in runs before\n",
                    outcome.round.hurt);
     if (outcome.recorded != 0)
-        fmt::print("Recorded    {} damaged parts of packs: backups store their blocks again, and "
-                   "arca repair makes pieces whole from such copies\n",
-                   outcome.recorded);
+        fmt::print("Recorded    {} of packs: backups store the blocks again, and arca repair makes "
+                   "pieces whole from such copies\n",
+                   tools::counted(outcome.recorded, "damaged part"));
     if (outcome.round.proven != 0)
         fmt::print("Proven      everything, since {}\n", tools::utcTimeText(outcome.round.proven));
 }
@@ -109,9 +108,8 @@ Error uncountedError(const std::string &node)
 Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
 {
     store::VerifyRequest request = asked.request;
-    if (!asked.maxDuration.empty()) {
-        ARCA_TRY(request.maxDuration, durationFrom(asked.maxDuration));
-    }
+    if (!asked.maxDuration.empty())
+        request.maxDuration = durationFrom(asked.maxDuration);
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
     const mtTimed timed(request.readData ? MT_TIME_TRANSFER : MT_TIME_CLIENT);
     Json &hurt = result["hurt"] = Json::array();
@@ -138,13 +136,13 @@ Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
         return outcome.uncounted ? Result<void>(uncountedError(session.space->node()))
                                  : Result<void>();
     const std::string hurtText =
-        fmt::format("hurt: {} pieces, {} packs, {} records{}", outcome.hurtPieces,
-                    outcome.hurtPacks, outcome.hurtRecords, quarantineText(outcome));
+        fmt::format("hurt: {}, {}, {}{}", tools::counted(outcome.hurtPieces, "piece"),
+                    tools::counted(outcome.hurtPacks, "pack"),
+                    tools::counted(outcome.hurtRecords, "record"), quarantineText(outcome));
     if (outcome.missing != 0)
         return Error{ErrorKind::damaged,
-                     fmt::format("{} {} stored and never purged, and {} not there; {}",
-                                 outcome.missing,
-                                 outcome.missing == 1 ? "piece was" : "pieces were",
+                     fmt::format("{} stored and never purged, and {} not there; {}",
+                                 tools::counted(outcome.missing, "piece was", "pieces were"),
                                  outcome.missing == 1 ? "is" : "are", hurtText)};
     if (outcome.onlyPacks)
         return Error{ErrorKind::damaged,

@@ -4,6 +4,8 @@
 #include "tools/common/outline.h"
 #include "tools/common/streams.h"
 
+#include <cstdio>
+#include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -100,6 +102,11 @@ bool Program::read(const std::string &version, int argc, char **argv, int &statu
     } catch (const CLI::ParseError &error) {
         const bool asked = error.get_exit_code() == 0; // --help, --version
         status = asked ? owned_->exit(error) : kExitUsage;
+        std::cout.flush();
+        if (asked && (!std::cout || std::fflush(stdout) != 0 || std::ferror(stdout) != 0)) {
+            status = kExitFailed;
+            complain(fmt::format("{}: cannot write standard output\n", owned_->get_name()));
+        }
         if (!asked)
             complain(fmt::format("{0}: {1} ({0} --help tells more)\n", owned_->get_name(),
                                  error.what()));

@@ -11,7 +11,7 @@
 namespace tools
 {
 
-constexpr int kExitUsage = 2;
+constexpr int kExitFailed = 1, kExitUsage = 2;
 
 /// The program, to which the verbs are added; it owns them and their options. --help folds long
 /// texts and shows an option's default in its text.
@@ -24,8 +24,8 @@ public:
     /// Reads the command line into the variables of the options and calls what onChosen() set for
     /// the chosen verb. An empty value of an option or an operand is wrong use, except for
     /// --description. Returns false when the program is to end with `status`: after --help,
-    /// --version or --generate (outline.h), and after wrong use, which was reported on standard
-    /// error. Call it once.
+    /// --version or --generate (outline.h), which fail with 1 when their text cannot be written,
+    /// and after wrong use, which was reported on standard error. Call it once.
     bool read(const std::string &version, int argc, char **argv, int &status);
 
 private:

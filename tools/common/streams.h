@@ -17,6 +17,10 @@ void secureStandardStreams();
 /// must not end it when its terminal is closed.
 void complain(const std::string &text);
 
+/// What both programs say when nothing failed but writing to standard output.
+constexpr const char *kReportUnwritten =
+    "everything else is done, but standard output could not be written";
+
 } // namespace tools
 
 #endif

@@ -19,8 +19,16 @@ std::string byteText(double bytes)
         ++unit;
     }
     if (unit == 0)
-        return fmt::format("{:.0f} bytes", bytes);
+        return counted(static_cast<std::uint64_t>(bytes + 0.5), "byte");
     return fmt::format("{:.{}f} {}", bytes, bytes < 10 ? 2 : bytes < 100 ? 1 : 0, units[unit]);
+}
+
+std::string counted(std::uint64_t number, std::string_view one, std::string_view several)
+{
+    if (number == 1)
+        return fmt::format("1 {}", one);
+    return several.empty() ? fmt::format("{} {}s", number, one)
+                           : fmt::format("{} {}", number, several);
 }
 
 std::string durationText(double seconds)

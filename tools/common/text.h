@@ -12,6 +12,10 @@ namespace tools
 /// Returns "1.25 GiB", "812 bytes": three digits, in powers of 1,024.
 [[nodiscard]] std::string byteText(double bytes);
 
+/// Returns "1 piece", "2 pieces"; `several` is for nouns that do not just take an s.
+[[nodiscard]] std::string counted(std::uint64_t number, std::string_view one,
+                                  std::string_view several = {});
+
 /// Returns "0:07", "1:02:33": minutes and hours, rounded to seconds; less than 0 as 0.
 [[nodiscard]] std::string durationText(double seconds);
 

@@ -74,7 +74,8 @@ void logOutcome(const Command &command, const std::string &outcome)
                                     tools::printable(command.logFile), std::strerror(error)));
 }
 
-int report(const Command &command, Json &result, const std::string &text, std::uint32_t sbtCode)
+int report(const Command &command, Json &result, const std::string &text, std::uint32_t sbtCode,
+           int status = kExitFailed)
 {
     logOutcome(command, text);
     if (command.json) {
@@ -88,7 +89,23 @@ int report(const Command &command, Json &result, const std::string &text, std::u
                                 command.subject.empty() ? "" : " ",
                                 tools::printable(command.subject),
                                 sbtCode != 0 ? fmt::format("SBT {}: ", sbtCode) : "", text));
-    return kExitFailed;
+    return status;
+}
+
+/// Prints and logs how the verb ended, and returns the exit status: that of the verb, or a failure
+/// when its report cannot be written. What the verb did is done all the same, and the line says so.
+int conclude(const Command &command, Json &result, int status)
+{
+    result["ok"] = status == kExitDone;
+    if (command.json)
+        printJson(result);
+    const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    if (!written)
+        tools::complain(fmt::format("keel {}: {}\n", command.verb, tools::kReportUnwritten));
+    logOutcome(command, !written              ? tools::kReportUnwritten
+                        : status == kExitDone ? "done"
+                                              : "not all of it was found");
+    return written ? status : kExitFailed;
 }
 
 int perform(Command &command, const char *program)
@@ -99,16 +116,9 @@ int perform(Command &command, const char *program)
         if (command.channel.library.empty())
             command.channel.library = defaultLibrary(program);
         catchInterrupts();
-        const int status = command.run(result);
-        if (command.json)
-            printJson(result);
-        if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
-            throw Failure("cannot write standard output");
-        logOutcome(command, status == kExitDone ? "done" : "not all of it was found");
-        return status;
+        return conclude(command, result, command.run(result));
     } catch (const UsageError &error) {
-        tools::complain(fmt::format("keel {}: {}\n", command.verb, error.what()));
-        return kExitUsage;
+        return report(command, result, error.what(), 0, kExitUsage);
     } catch (const Failure &error) {
         return report(command, result, error.what(), error.sbtCode());
     } catch (const std::exception &error) {
@@ -127,9 +137,12 @@ int main(int argc, char **argv)
         "keel", "Drives the KEEL for Oracle agent, libobk.so, as the database's backup tool does:\n"
                 "stores, restores, describes and removes backup pieces.");
     app.requireVerb();
-    app.footer("Example: keel backup data-monday --input data.dbf\n"
-               "Exit status: 0 done, 1 failed (the reason in one line), 2 wrong use.\n"
-               "keel VERB --help tells more of a verb.");
+    app.footer(
+        "Example: keel backup data-monday --input data.dbf\n"
+        "Exit status: 0 done; 1 failed, or refused by what is there, the reason in one line; 2 the "
+        "command line is wrong by itself, or a question has nobody to answer it, and nothing was "
+        "begun.\n"
+        "keel VERB --help tells more of a verb.");
     keel::Command command;
     app.addFlag("--sbt1", command.channel.firstVersion,
                 "Use the interface of older databases, its first version: keel --sbt1 VERB ...");

@@ -35,7 +35,7 @@ void Password::take(const char *question, bool fromTerminal)
     if (code == MT_ASK_SIGNAL)
         checkInterrupted();
     if (code == MT_ASK_NO_TERMINAL)
-        throw Failure("there is no terminal to ask on; --stdin reads the password instead");
+        throw UsageError("there is no terminal to ask on; --stdin reads the password instead");
     if (code == MT_ASK_LONG)
         throw Failure(fmt::format("a password has at most {} characters", kLongest));
     if (code == MT_ASK_ERROR)

@@ -23,8 +23,8 @@ public:
     void read();
 
     /// Asks for it twice, without echo, on the controlling terminal, whatever standard input is.
-    /// Throws Failure as read() does, and when there is no terminal or the two differ; do not use
-    /// the password then.
+    /// Throws Failure as read() does and when the two differ, UsageError when there is no terminal;
+    /// do not use the password then.
     void ask(const std::string &question);
 
     /// Returns the text, NUL-terminated, for calls that may write to it; valid as long as the

@@ -20,15 +20,15 @@ struct Asked {
     bool runBlock = false;
 };
 
-/// Throws Failure unless the text may be put in single quotes for the backup tool. `forbidden` are
-/// further characters: within the parentheses of ENV commas and parentheses.
+/// Throws UsageError unless the text may be put in single quotes for the backup tool. `forbidden`
+/// are further characters: within the parentheses of ENV commas and parentheses.
 void checkQuotable(const std::string &what, const std::string &text, const char *forbidden)
 {
     if (text.empty() || text.find_first_of(forbidden) != std::string::npos ||
         text.find_first_of("'\"\n\r\t") != std::string::npos)
-        throw Failure(fmt::format("{} '{}' cannot be written into a channel's parameters; choose "
-                                  "one without quotes, commas and parentheses",
-                                  what, text));
+        throw UsageError(fmt::format("{} '{}' cannot be written into a channel's parameters; "
+                                     "choose one without quotes, commas and parentheses",
+                                     what, text));
 }
 
 std::string absolute(const std::string &file)
