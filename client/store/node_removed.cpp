@@ -296,38 +296,66 @@ Result<std::vector<PieceId>> NodeSpace::goneWith(std::span<const RemovedName> na
     return std::vector<PieceId>(ids.begin(), ids.end());
 }
 
-Result<void> NodeSpace::purge(std::span<const RemovedName> names)
+Result<std::uint64_t> NodeSpace::countRemoved(std::span<const RemovedName> names)
+{
+    std::set<PieceId> ids;
+    for (const RemovedName &name : names)
+        if (name.at != 0)
+            ids.insert(name.id);
+    std::uint64_t pieces = 0;
+    for (const PieceId id : ids) {
+        ARCA_TRY(const bool stored, isStored(id, true));
+        if (!stored && !leadsElsewhere(id))
+            ++pieces;
+    }
+    return pieces;
+}
+
+Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names)
 {
     ARCA_TRY(const auto turn, lockChanges());
-    std::set<PieceId> left;
+    std::set<PieceId> left, wereRemoved;
     for (const RemovedName &name : names) {
         const std::string blobName = removedNameOf(key_, name);
         if (const auto blob = store_.open(blobName)) {
             auto removed = store_.remove(blobName, **blob);
             if (!removed && removed.error().kind != ErrorKind::notFound)
-                return removed;
+                return std::move(removed).error();
         } else if (blob.error().kind != ErrorKind::notFound) {
             return blob.error();
         }
         ARCA_TRY(const bool stored, isStored(name.id, true));
         if (!stored)
             left.insert(name.id);
+        if (!stored && name.at != 0)
+            wereRemoved.insert(name.id);
     }
     ARCA_TRY(const auto others, removedNamesOf(store_, key_, left));
     for (const RemovedName &name : others)
         left.erase(name.id);
+    // Counted before any record goes: that of a piece takes along those that lead to it.
+    std::erase_if(wereRemoved,
+                  [&](PieceId id) { return !left.contains(id) || leadsElsewhere(id); });
     for (const PieceId id : left)
         forgetPurged(id);
-    return {};
+    return wereRemoved.size();
 }
 
-/// A piece that was renamed or brought back has its records under its new identifier, and the old
-/// one goes on to lead there.
-void NodeSpace::forgetPurged(PieceId id)
+/// Returns true when the piece was renamed or brought back: it has another identifier now.
+bool NodeSpace::leadsElsewhere(PieceId id)
+{
+    const auto state = ObjectRecords(*domain_).read(id);
+    return state && state->record.renamedTo != 0;
+}
+
+/// Drops the records of a piece of which nothing is left; returns false for one that was renamed or
+/// brought back: its records are under its new identifier, and the old one goes on to lead there.
+bool NodeSpace::forgetPurged(PieceId id)
 {
     const auto state = ObjectRecords(*domain_).read(id);
     if (state && state->record.renamedTo == 0)
         forget(id);
+    return !state || state->record.renamedTo == 0;
 }
 
 } // namespace arca::store

@@ -128,10 +128,14 @@ public:
     Result<PieceInfo> undelete(PieceId id);
     /// Returns the pieces of which nothing is left once these removed manifests are purged.
     Result<std::vector<PieceId>> goneWith(std::span<const RemovedName> names);
-    /// Takes removed manifests away for good, with their records, and locks changes itself. Only
-    /// reclaiming calls it, after it noted that they go (inventory.h). After an error some may be
-    /// gone; it may be called again.
-    Result<void> purge(std::span<const RemovedName> names);
+    /// Returns how many removed pieces have these names. What a killed removal, a rename or an
+    /// undelete left under removed/ is no removed piece, and is not counted.
+    Result<std::uint64_t> countRemoved(std::span<const RemovedName> names);
+    /// Takes removed manifests away for good, with their records, and locks changes itself. Returns
+    /// how many removed pieces went for good, counted as countRemoved() counts. Only reclaiming
+    /// calls it, after it noted that they go (inventory.h). After an error some may be gone; it may
+    /// be called again.
+    Result<std::uint64_t> purge(std::span<const RemovedName> names);
 
     /// Changes owner, management class and information of a piece, durably. `notFound`, also when
     /// `only` has a value and the name leads to a piece of another identifier.
@@ -298,7 +302,8 @@ private:
     /// Whether it lies under pieces/ or inactive/, shown or not; `unclear`: the answer when what
     /// may be the piece cannot be read.
     Result<bool> isStored(PieceId id, bool unclear);
-    void forgetPurged(PieceId id);
+    bool leadsElsewhere(PieceId id);
+    bool forgetPurged(PieceId id);
     static Result<PieceId> newId(const Sha256 &nameHash);
     static Result<void> copyStream(PieceReader &from, PieceWriter &to);
     /// From both places, as removed at `at`; fine when it is in none.

@@ -89,7 +89,7 @@ bool Reclaim::isOver(const RemovedName &name) const
     return name.at == 0 || (name.at <= now_ && now_ - name.at >= request_.grace);
 }
 
-bool Reclaim::leaves(const StoredManifest &stored, ReclaimTotals &totals)
+bool Reclaim::leaves(const StoredManifest &stored)
 {
     if (stored.place != ManifestPlace::removed)
         return false;
@@ -97,7 +97,7 @@ bool Reclaim::leaves(const StoredManifest &stored, ReclaimTotals &totals)
     if (!name)
         return false;
     if (!isOver(*name)) {
-        ++totals.keptPieces;
+        kept_.push_back(*name);
         return false;
     }
     over_.push_back(*name);
@@ -211,10 +211,10 @@ Result<std::vector<Reclaim::Candidate>> Reclaim::look(ReclaimTotals &totals)
     UseQuestion question;
     question.packs = listing_.size();
     question.damaged = &damaged_;
-    question.leaves = [&](const StoredManifest &stored) { return leaves(stored, totals); };
+    question.leaves = [&](const StoredManifest &stored) { return leaves(stored); };
     question.beginPass = [&] {
         over_.clear();
-        totals.keptPieces = 0;
+        kept_.clear();
     };
     ARCA_CHECK(visitUse(domain_, question, [&](const ShareUse &use) {
         Result<void> judged;
@@ -224,7 +224,6 @@ Result<std::vector<Reclaim::Candidate>> Reclaim::look(ReclaimTotals &totals)
         });
         return judged;
     }));
-    totals.purgedPieces = over_.size();
     return found;
 }
 
@@ -270,6 +269,18 @@ Result<void> Reclaim::expectExplained(std::span<const Candidate> found,
                      std::to_string(percent)};
 }
 
+/// Returns how many removed pieces purge() would take away. One with a name whose time is not over
+/// stays with that.
+Result<std::uint64_t> Reclaim::countPurged()
+{
+    ARCA_TRY(const std::vector<PieceId> going, space_.goneWith(over_));
+    std::vector<RemovedName> names;
+    for (const RemovedName &name : over_)
+        if (std::ranges::binary_search(going, name.id))
+            names.push_back(name);
+    return space_.countRemoved(names);
+}
+
 Result<void> Reclaim::purge(ReclaimTotals &totals)
 {
     if (over_.empty())
@@ -277,11 +288,18 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
     // A piece whose removal was killed in between still shows, and is not noted as gone.
     ARCA_TRY(std::vector<PieceId> went, space_.goneWith(over_));
     ARCA_CHECK(inventory_.noteWent(std::move(went)));
+    // What is no removed piece goes first: the record that says so goes with the piece it leads to,
+    // and without it the manifest would count as one.
+    std::ranges::stable_partition(over_, [&](const RemovedName &name) {
+        const auto pieces = space_.countRemoved({&name, 1});
+        return pieces && *pieces == 0;
+    });
     constexpr std::size_t kAtOnce = 64;
     for (std::span<const RemovedName> left = over_; !left.empty();) {
         const auto some = left.first(std::min(left.size(), kAtOnce));
-        ARCA_CHECK(blob::withReserve(domain_.blobs(), [&] { return space_.purge(some); }));
-        totals.purgedPieces += some.size();
+        ARCA_TRY(const std::uint64_t pieces,
+                 blob::withReserve(domain_.blobs(), [&] { return space_.purge(some); }));
+        totals.purgedPieces += pieces;
         left = left.subspan(some.size());
     }
     over_.clear();
@@ -297,6 +315,8 @@ Result<ReclaimTotals> Reclaim::plan()
     ARCA_TRY(const auto living, stillLiving(mark));
     ARCA_TRY(const auto found, look(totals));
     ARCA_CHECK(expectExplained(found, totals));
+    ARCA_TRY(totals.purgedPieces, countPurged());
+    ARCA_TRY(totals.keptPieces, space_.countRemoved(kept_));
     for (const Candidate &candidate : found) {
         if (!living.empty()) {
             ++totals.waitingPacks;
@@ -354,7 +374,6 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
         totals.packs = seen.packs;
         totals.packBytes = seen.packBytes;
         totals.damagedPacks.merge(seen.damagedPacks);
-        totals.keptPieces = seen.keptPieces;
         // Once it has begun to free, nothing that is found can be a set of manifests that got lost.
         if (first)
             ARCA_CHECK(expectExplained(found, seen));
@@ -374,6 +393,7 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
     // Many notes do no harm, and the next run tries again.
     (void)inventory_.compact();
     domain_.blobs().keepReserve();
+    ARCA_TRY(totals.keptPieces, space_.countRemoved(kept_));
     totals.damagedManifests = damaged_.blobNames;
     return totals;
 }

@@ -62,7 +62,7 @@ struct ReclaimRequest {
 };
 
 struct ReclaimTotals {
-    std::uint64_t purgedPieces = 0;  // removed ones, or to be purged
+    std::uint64_t purgedPieces = 0;  // removed ones, or to be purged; leftovers are not counted
     std::uint64_t keptPieces = 0;    // removed ones whose grace time is not over
     std::uint64_t missingPieces = 0; // that were accepted as lost
     std::uint64_t damagedNotes = 0;  // of what was stored: what they say is not known
@@ -126,10 +126,11 @@ private:
                           std::vector<Candidate> &found);
     Result<std::unique_ptr<engine::OpenPack>> openPack(const engine::PackId &id);
     bool isOver(const RemovedName &name) const;
-    bool leaves(const StoredManifest &stored, ReclaimTotals &totals);
+    bool leaves(const StoredManifest &stored);
     Result<void> expectExplained(std::span<const Candidate> found,
                                  const ReclaimTotals &totals) const;
     Result<bool> settleFound(Mark &mark, const Step &step, ReclaimTotals &totals);
+    Result<std::uint64_t> countPurged();
     Result<void> purge(ReclaimTotals &totals);
     Result<std::set<std::string>> stillLiving(const Mark &mark);
     Result<Mark> markPacks(Mark mark);
@@ -159,7 +160,8 @@ private:
     Inventory inventory_;
     const ReclaimRequest request_;
     const std::int64_t now_;        // as the run began
-    std::vector<RemovedName> over_; // removed, and their time is over
+    std::vector<RemovedName> over_; // under removed/, and their time is over
+    std::vector<RemovedName> kept_; // under removed/, and it is not
     PackListing listing_;           // of the look, or of the sweep
     engine::DamagedParts known_;    // as the sweep began
     DamagedManifests damaged_;
