@@ -402,9 +402,13 @@ Result<void> Verification::checkPack(const std::string &blobName)
     return {};
 }
 
-/// As well as it can be done: where nothing can be written, what is damaged is only named.
+/// As well as it can be done: where nothing can be written, what is damaged is only named. Counts
+/// what had no record: a part that an earlier run recorded, or this one when it read the pack, is
+/// met again here.
 void Verification::record(const engine::DamagedPart &part, const std::string &reason)
 {
+    if (blobs_.open(damage_.nameOf(part)))
+        return;
     if (damage_.note(part, "verifying: " + reason))
         ++outcome_.recorded;
 }

@@ -48,7 +48,7 @@ struct VerifyProgress {
 struct VerifyOutcome {
     std::uint64_t records = 0, packs = 0, pieces = 0;
     std::uint64_t hurtRecords = 0, hurtPacks = 0, hurtPieces = 0;
-    std::uint64_t recorded = 0;    // damaged parts of packs that have a record now
+    std::uint64_t recorded = 0;    // damaged parts of packs that had no record before
     std::uint64_t healed = 0;      // records that went, as their parts are right again or gone
     std::uint64_t quarantined = 0; // damaged manifests that were set aside, and lie there
     std::uint64_t missing = 0;     // pieces that were stored, never purged, and are not there

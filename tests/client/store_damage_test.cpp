@@ -305,6 +305,7 @@ TEST_F(StoreDamage, ADamagedPackHoldsUpNothingElse)
     const std::string pack = added(before).front();
     files_.contentOf(pack)[8] ^= 0x10; // of its version
     EXPECT_NE(store::verify(*space_, {}, {})->recorded, 0U);
+    EXPECT_EQ(store::verify(*space_, {.readData = true}, {})->recorded, 0U) << "it was before";
     auto totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
     ASSERT_TRUE(totals) << totals.error().text;
     EXPECT_EQ(totals->deadPacks, 1U) << "that of a piece that is gone";
