@@ -380,7 +380,7 @@ Result<Manifest> readManifest(blob::BlobReader &blob, const SecretKey &manifestK
     ARCA_CHECK(cipher.open(endNonce(), endAssociated(headerBytes, tailBytes), sealedEnd, plain));
     ARCA_TRY(ManifestEnd end, parseEnd(plain));
     end.totals.cipher = header.cipher;
-    end.totals.manifestBytes = size;
+    end.totals.manifestBytes = blob.size();
     return Manifest{{header.id, std::move(description), end.totals, end.insertedAt, inactiveAt},
                     tail,
                     chunksOffset,

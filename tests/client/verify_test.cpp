@@ -284,6 +284,15 @@ TEST_F(VerifyTest, StatsTellWhatIsStoredAndWhatWasSaved)
     EXPECT_EQ(answer.at("storedBytes"), packBytes) << "nothing was removed yet";
     EXPECT_GE(answer.at("savedByDuplicates"), streams_["twin"].size() * 9 / 10);
     EXPECT_EQ(answer.at("days").size(), 1U);
+    // Of inactive versions, too, whose manifests say when they became that.
+    int status = 0;
+    (void)arca({"rm", "zeros", "--deactivate", "--yes"}, &status);
+    ASSERT_EQ(status, 0);
+    std::uintmax_t manifestBytes = 0;
+    for (const char *place : {"pieces", "inactive"})
+        for (const fs::path &manifest : stored(place))
+            manifestBytes += fs::file_size(manifest);
+    EXPECT_EQ(arca({"stats"}).at("manifestBytes"), manifestBytes);
 }
 
 } // namespace
