@@ -110,7 +110,7 @@ std::string AccessRules::blobNameOf(std::uint32_t number) const
 Result<AccessRule> AccessRules::read(const std::string &name)
 {
     ARCA_TRY(const Bytes record, blob::readWhole(store_, name, kMaxRecordBytes));
-    ARCA_TRY(AccessRule rule, decodeAccessRule(record));
+    ARCA_TRY(AccessRule rule, inRecord(name, decodeAccessRule(record)));
     // A rule of another node, put here by whatever mishap, must not open anything.
     if (rule.grantor != grantor_ || blobNameOf(rule.number) != name)
         return Error{ErrorKind::damaged,

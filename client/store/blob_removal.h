@@ -14,13 +14,15 @@ enum class BlobFate {
 
 struct BlobRemoval {
     BlobFate fate = BlobFate::deleted;
-    std::string now; // the name of what was set aside
+    std::string now;          // the name of what was set aside
+    std::string goesWith;     // what a record takes along: a clause, empty when that is nothing
+    std::uint64_t pieces = 0; // of this node that it concerns
 };
 
-/// Says what removeBlob() would do and why that is right; changes nothing. Errors: badArgument when
-/// the blob is not damaged, or is none of this node's, or is a pack (repairing and reclaiming
-/// decide about packs); notFound.
-Result<BlobFate> fateOfBlob(NodeSpace &space, const std::string &blobName);
+/// Says what removeBlob() would do, all but `now`; changes nothing. Of a record it looks through
+/// the node's pieces. Errors: badArgument when the blob is not damaged, or is none of this node's,
+/// or is a pack (repairing and reclaiming decide about packs); notFound.
+Result<BlobRemoval> fateOfBlob(NodeSpace &space, const std::string &blobName);
 
 /// Durable when it returns. Errors: as fateOfBlob(), conflict while the node is being repaired or
 /// its space reclaimed, and what the store says; then the blob is still there.

@@ -67,7 +67,7 @@ Result<std::optional<ChangeOutcome>> Outcomes::find(ChangeId change)
         return std::optional<ChangeOutcome>();
     ARCA_CHECK(stored);
     ARCA_TRY(const auto opened, seal_.open(name, std::move(stored).value()));
-    ARCA_TRY(ChangeOutcome outcome, decodeChangeOutcome(opened.record));
+    ARCA_TRY(ChangeOutcome outcome, inRecord(name, decodeChangeOutcome(opened.record)));
     if (outcome.plan.id != change)
         return Error{ErrorKind::damaged, "the outcome in " + name + " is another change's"};
     return std::optional(std::move(outcome));

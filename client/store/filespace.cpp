@@ -68,10 +68,12 @@ Result<std::vector<Filespace>> filespacesOf(blob::BlobStore &store, const std::s
     }));
     std::vector<Filespace> filespaces;
     for (const std::string &hash : hashes) {
-        ARCA_TRY(const auto state, NumberedRecord(store, hash, seal.lenient()).latest());
+        NumberedRecord record(store, hash, seal.lenient());
+        ARCA_TRY(const auto state, record.latest());
         if (!state)
             continue;
-        ARCA_TRY(Filespace filespace, decodeFilespaceState(*state, seal));
+        ARCA_TRY(Filespace filespace,
+                 inRecord(record.nameOf(state->number), decodeFilespaceState(*state, seal)));
         filespaces.push_back(std::move(filespace));
     }
     return filespaces;

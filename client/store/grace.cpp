@@ -20,7 +20,9 @@ Result<std::int64_t> decodeGrace(ByteView record)
 Result<std::int64_t> GraceTime::read()
 {
     ARCA_TRY(const auto state, record_.latest());
-    return state ? decodeGrace(state->bytes) : kDefaultGrace;
+    if (!state)
+        return kDefaultGrace;
+    return inRecord(record_.nameOf(state->number), decodeGrace(state->bytes));
 }
 
 Result<void> GraceTime::write(std::int64_t seconds)

@@ -119,7 +119,7 @@ Result<std::optional<SecretKey>> Grants::find(std::uint32_t rule, const std::str
     if (!bytes && bytes.error().kind == ErrorKind::notFound)
         return std::optional<SecretKey>();
     ARCA_TRY(const Bytes record, std::move(bytes));
-    ARCA_TRY(const Grant grant, decodeGrant(record));
+    ARCA_TRY(const Grant grant, inRecord(name, decodeGrant(record)));
     if (grant.rule != rule || grant.readerKey != half || grant.grantor != grantor_ ||
         grant.reader != reader)
         return Error{ErrorKind::damaged,

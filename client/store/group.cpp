@@ -54,11 +54,12 @@ Result<Groups::State> Groups::read(PieceId leader)
 {
     State state;
     state.group.deleted = true;
-    ARCA_TRY(const auto latest, recordOf(leader).latest());
+    NumberedRecord record = recordOf(leader);
+    ARCA_TRY(const auto latest, record.latest());
     if (!latest)
         return state;
     state.number = latest->number;
-    ARCA_TRY(state.group, decodeGroup(latest->bytes));
+    ARCA_TRY(state.group, inRecord(record.nameOf(latest->number), decodeGroup(latest->bytes)));
     if (state.group.leader != leader)
         return Error{ErrorKind::damaged, "the record of the group of " + toHex(leader) +
                                              " is another one than its place says"};

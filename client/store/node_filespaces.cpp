@@ -29,12 +29,16 @@ Error unregistered(const std::string &name, ErrorKind kind)
 
 } // namespace
 
-Result<NumberedRecord> NodeSpace::filespaceRecord(const std::string &name)
+Result<std::string> NodeSpace::filespacePlace(const std::string &name) const
 {
     ARCA_TRY(const Sha256 hash, sha256({viewOf("filespace"), viewOf(node_), viewOf(name)}));
-    return NumberedRecord(
-        store_, "filespaces/" + key_ + "/" + toHex(ByteView(hash).first(kHashBytesInNames)),
-        RecordSeal(*domain_).lenient());
+    return "filespaces/" + key_ + "/" + toHex(ByteView(hash).first(kHashBytesInNames));
+}
+
+Result<NumberedRecord> NodeSpace::filespaceRecord(const std::string &name)
+{
+    ARCA_TRY(const std::string place, filespacePlace(name));
+    return NumberedRecord(store_, place, RecordSeal(*domain_).lenient());
 }
 
 Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &name)
@@ -44,7 +48,8 @@ Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &na
     ARCA_TRY(const auto latest, state.record.latest());
     if (!latest)
         return state;
-    ARCA_TRY(state.filespace, decodeFilespaceState(*latest, RecordSeal(*domain_)));
+    ARCA_TRY(state.filespace, inRecord(state.record.nameOf(latest->number),
+                                       decodeFilespaceState(*latest, RecordSeal(*domain_))));
     if (state.filespace->node != node_ || state.filespace->name != name)
         return Error{ErrorKind::damaged, "the record of filespace " + printable(name) +
                                              " is another one than its place says"};

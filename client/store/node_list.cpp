@@ -144,10 +144,12 @@ Result<std::map<std::string, std::string>> nodesByKey(blob::BlobStore &store)
     std::map<std::string, std::string> names;
     ARCA_TRY(const auto keys, keysUnder(store, "nodes/"));
     for (const std::string &key : keys) {
-        ARCA_TRY(const auto state, NumberedRecord(store, "nodes/" + key).latest());
+        NumberedRecord place(store, "nodes/" + key);
+        ARCA_TRY(const auto state, place.latest());
         if (!state)
             continue;
-        ARCA_TRY(const NodeRecord record, decodeNodeRecord(state->bytes));
+        ARCA_TRY(const NodeRecord record,
+                 inRecord(place.nameOf(state->number), decodeNodeRecord(state->bytes)));
         if (record.removed)
             continue;
         ARCA_TRY(const std::string space, spaceKeyOf(record.node, record.incarnation));

@@ -90,7 +90,8 @@ Result<NodeRegistry::Found> NodeRegistry::look(const std::string &node)
     if (!state)
         return found;
     found.number = state->number;
-    ARCA_TRY(NodeRecord record, decodeNodeRecord(state->bytes));
+    ARCA_TRY(NodeRecord record,
+             inRecord(found.place.nameOf(state->number), decodeNodeRecord(state->bytes)));
     found.incarnation = record.incarnation;
     if (!record.removed)
         found.record = std::move(record);

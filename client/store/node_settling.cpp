@@ -124,8 +124,8 @@ Result<std::vector<std::string>> NodeSpace::changeNames(std::string_view suffix)
 Result<ChangePlan> NodeSpace::readPlan(const std::string &name) const
 {
     ARCA_TRY(Bytes stored, blob::readWhole(store_, name, kMaxRecordBytes));
-    ARCA_TRY(const auto opened, RecordSeal(*domain_).open(name, std::move(stored)));
-    ARCA_TRY(ChangePlan plan, decodeChangePlan(opened.record));
+    ARCA_TRY(const auto opened, inRecord(name, RecordSeal(*domain_).open(name, std::move(stored))));
+    ARCA_TRY(ChangePlan plan, inRecord(name, decodeChangePlan(opened.record)));
     if (name != changeName(plan.id, kPlan))
         return Error{ErrorKind::damaged, "the plan in " + name + " is another one"};
     return plan;

@@ -179,6 +179,8 @@ public:
     /// Returns false when not even a record says that it was deleted: every filespace that a piece
     /// was ever stored in keeps one.
     Result<bool> everHadFilespace(const std::string &name);
+    /// What the names of the blobs of a filespace's record begin with, registered or not.
+    Result<std::string> filespacePlace(const std::string &name) const;
     /// `exists` when it is registered already.
     Result<void> registerFilespace(const Filespace &filespace);
     /// Applies `change` to what is registered, also when others change it at the same time.

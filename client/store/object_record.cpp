@@ -70,13 +70,15 @@ NumberedRecord ObjectRecords::recordOf(PieceId id)
 
 Result<ObjectRecords::State> ObjectRecords::read(PieceId id)
 {
-    ARCA_TRY(const auto latest, recordOf(id).latest());
+    NumberedRecord record = recordOf(id);
+    ARCA_TRY(const auto latest, record.latest());
     State state;
     state.record.id = id;
     if (!latest)
         return state;
     state.number = latest->number;
-    ARCA_TRY(state.record, decodeObjectRecord(latest->bytes));
+    ARCA_TRY(state.record,
+             inRecord(record.nameOf(latest->number), decodeObjectRecord(latest->bytes)));
     if (state.record.id != id)
         return Error{ErrorKind::damaged, "the record of the object " + toHex(id) +
                                              " is another one than its place says"};

@@ -64,7 +64,8 @@ Result<std::optional<ManagementClass>> readState(NumberedRecord &record)
     ARCA_TRY(const auto state, record.latest());
     if (!state)
         return std::optional<ManagementClass>();
-    ARCA_TRY(ManagementClass known, decodeManagementClass(state->bytes));
+    ARCA_TRY(ManagementClass known,
+             inRecord(record.nameOf(state->number), decodeManagementClass(state->bytes)));
     return std::optional(std::move(known));
 }
 
@@ -102,6 +103,11 @@ Result<ManagementClass> decodeManagementClass(ByteView record)
     return known;
 }
 
+Result<std::string> Policy::placeOf(std::string_view name)
+{
+    return blobPrefixOf(canonical(name));
+}
+
 Result<Policy::Known> Policy::read(const std::string &name)
 {
     ARCA_TRY(const std::string prefix, blobPrefixOf(name));
@@ -109,7 +115,8 @@ Result<Policy::Known> Policy::read(const std::string &name)
     ARCA_TRY(const auto state, known.record.latest());
     if (!state)
         return known;
-    ARCA_TRY(known.state, decodeManagementClass(state->bytes));
+    ARCA_TRY(known.state,
+             inRecord(known.record.nameOf(state->number), decodeManagementClass(state->bytes)));
     if (known.state->name != name)
         return Error{ErrorKind::damaged, "the record of management class " + printable(name) +
                                              " is another one than its place says"};

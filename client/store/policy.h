@@ -45,6 +45,9 @@ public:
     /// `seal`: of the repository's records, bound to its identifier.
     Policy(blob::BlobStore &store, RecordSeal seal) : store_(store), seal_(seal) {}
 
+    /// What the names of the blobs of a class's record begin with, in whatever case the name is.
+    static Result<std::string> placeOf(std::string_view name);
+
     enum class Retired { left, included };
     /// Returns the default one first, the others by name. With `damaged` those that cannot be read
     /// are left out, and the names of their newest blobs are added there; without, the first ends

@@ -2,6 +2,8 @@
 #include "client/store/record.h"
 
 #include "client/base/hash.h"
+#include "client/base/text.h"
+#include "client/store/record_forms.h"
 
 #include <algorithm>
 #include <charconv>
@@ -42,6 +44,26 @@ Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint3
     return payload;
 }
 
+std::string cureForRecord(std::string_view blobName)
+{
+    // The keys of a node, and of the repository, can be made again by nothing.
+    if (blobName.starts_with(form::node.place) || blobName.starts_with(form::recoveryHalf.place))
+        return "put a sound copy of that file back";
+    if (blobName.starts_with(form::mark.place))
+        return "arca reclaim replaces it";
+    return "arca rm --blob " + printable(blobName, 400) + " gives it up";
+}
+
+Error aboutRecord(Error failure, const std::string &blobName)
+{
+    if (failure.text.find(blobName) == std::string::npos)
+        failure.text = blobName + ": " + failure.text;
+    const std::string cure = cureForRecord(blobName);
+    if (failure.kind == ErrorKind::damaged && failure.text.find(cure) == std::string::npos)
+        failure.text += "; " + cure;
+    return failure;
+}
+
 std::string NumberedRecord::nameOf(std::uint32_t number) const
 {
     char digits[16];
@@ -80,7 +102,8 @@ Result<std::optional<NumberedRecord::State>> NumberedRecord::latest()
             return std::optional<State>();
         auto bytes = blob::readWhole(store_, nameOf(found.back()), maxBytes_);
         if (bytes) {
-            ARCA_TRY(auto opened, seal_.open(nameOf(found.back()), std::move(bytes).value()));
+            const std::string name = nameOf(found.back());
+            ARCA_TRY(auto opened, inRecord(name, seal_.open(name, std::move(bytes).value())));
             return std::optional(State{found.back(), std::move(opened.record), opened.proven});
         }
         if (bytes.error().kind != ErrorKind::notFound || attempt == 100)

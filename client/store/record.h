@@ -33,6 +33,18 @@ Bytes frameRecord(std::string_view kind, std::uint32_t version, ByteView payload
 Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint32_t newestVersion,
                                std::uint32_t oldestVersion = 1);
 
+/// Returns what can be done about a damaged record in a blob of that name: half a sentence.
+std::string cureForRecord(std::string_view blobName);
+/// Returns a failure to read the record in `blobName` with the name and, when the record is
+/// damaged, the cure; each unless the text has it already.
+Error aboutRecord(Error failure, const std::string &blobName);
+/// Returns what was decoded of the record in `blobName`; a failure is aboutRecord().
+template <class T> Result<T> inRecord(const std::string &blobName, Result<T> decoded)
+{
+    return decoded ? std::move(decoded)
+                   : Result<T>(aboutRecord(std::move(decoded).error(), blobName));
+}
+
 /// A record with successive states at PREFIX/00000001, PREFIX/00000002 ... Any number of processes
 /// may change it; none can undo another's change unseen.
 class NumberedRecord

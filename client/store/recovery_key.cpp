@@ -48,10 +48,12 @@ Result<Bytes> bytesOf(std::string &digits)
 
 Result<std::optional<PublicKey>> recoveryHalf(blob::BlobStore &store)
 {
-    ARCA_TRY(const auto state, NumberedRecord(store, std::string(kPlace)).latest());
+    NumberedRecord place(store, std::string(kPlace));
+    ARCA_TRY(const auto state, place.latest());
     if (!state)
         return std::optional<PublicKey>();
-    ARCA_TRY(const PublicKey half, decodeRecoveryHalf(state->bytes));
+    ARCA_TRY(const PublicKey half,
+             inRecord(place.nameOf(state->number), decodeRecoveryHalf(state->bytes)));
     return std::optional<PublicKey>(half);
 }
 

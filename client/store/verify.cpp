@@ -280,7 +280,10 @@ Result<Verification::Went> Verification::checkOne(const std::string &blobName, C
     if (cutShort_)
         return Went::out;
     if (!checked && !isGone(blobName))
-        note(blobName, what, checked.error().text);
+        note(blobName, what,
+             what == Checked::record && recordKindAt(blobName) != nullptr
+                 ? aboutRecord(checked.error(), blobName).text
+                 : checked.error().text);
     ++(what == Checked::record ? outcome_.records
        : what == Checked::pack ? outcome_.packs
                                : outcome_.pieces);

@@ -152,8 +152,32 @@ TEST_F(ExpireTest, WhatIsBoundToADamagedClassStaysAndNothingElseDoes)
     EXPECT_NE(classes.err.find(blob), std::string::npos) << classes.err;
     EXPECT_EQ(arca({"class", "define", "NEW"}).status, 0);
     EXPECT_EQ(arca({"show", "bad"}).status, 0);
+    EXPECT_EQ(arcaJson({"rm", "--blob", blob, "--dry-run"})["blobs"][0]["pieces"], 3);
     EXPECT_EQ(arca({"rm", "--blob", blob, "--yes"}).status, 0);
     EXPECT_EQ(arca({"class", "list"}).status, 0);
+
+    // The record of a filespace takes all that lies in it along, and says so.
+    const auto space = stored("filespaces").back();
+    bytes = readFile(space);
+    bytes.at(20) ^= 1;
+    writeFile(space, bytes);
+    const std::string named = space.lexically_relative(installation_.repository());
+    for (const Words &verb : {Words{"ls"}, Words{"verify"}}) {
+        const ProgramResult refused = arca(verb);
+        EXPECT_EQ(refused.status, 1);
+        EXPECT_NE((refused.out + refused.err).find("arca rm --blob " + named), std::string::npos)
+            << refused.out << refused.err;
+    }
+    std::filesystem::permissions(space.parent_path(), std::filesystem::perms::owner_all);
+    for (const auto &state : stored("filespaces"))
+        if (state != space)
+            std::filesystem::remove(state);
+    const ProgramResult dry = arca({"rm", "--blob", named, "--dry-run"});
+    EXPECT_NE(dry.out.find("/fs is not registered any more, and 4 pieces in it are"),
+              std::string::npos)
+        << dry.out << dry.err;
+    EXPECT_EQ(arca({"rm", "--blob", named, "--yes"}).status, 0);
+    EXPECT_EQ(listed({"--all"}), "");
 }
 
 TEST_F(ExpireTest, WhoeverStopsTheQueryLosesNothing)

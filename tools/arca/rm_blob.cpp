@@ -14,11 +14,19 @@ namespace arca::tool
 namespace
 {
 
-std::string fateText(store::BlobFate fate)
+std::string fateText(const store::BlobRemoval &removal)
 {
-    return fate == store::BlobFate::setAside
-               ? "is set aside: its name is free, and it is kept in the quarantine"
-               : "is deleted for good";
+    if (removal.fate == store::BlobFate::setAside)
+        return "is set aside: its name is free, and it is kept in the quarantine";
+    return "is deleted for good" + (removal.goesWith.empty() ? "" : "; " + removal.goesWith);
+}
+
+Json jsonOf(const std::string &name, const store::BlobRemoval &removal)
+{
+    return {{"name", name},
+            {"keptAs", removal.now.empty() ? Json(nullptr) : Json(removal.now)},
+            {"goesWith", removal.goesWith},
+            {"pieces", removal.pieces}};
 }
 
 /// Returns the one damaged piece that the filter names: its name may be in use in several
@@ -54,9 +62,13 @@ Result<void> removeBlobs(const Command &command, const BlobRequest &request, Jso
 {
     ARCA_TRY(const NodeSession session, logOn(command, request.fromStandardInput, result));
     std::string question;
+    std::vector<store::BlobRemoval> fates;
+    Json &blobs = result["blobs"] = Json::array();
     for (const std::string &name : request.names) {
-        ARCA_TRY(const store::BlobFate fate, store::fateOfBlob(*session.space, name));
-        question += fmt::format("{} {}.\n", printable(name, 400), fateText(fate));
+        ARCA_TRY(fates.emplace_back(), store::fateOfBlob(*session.space, name));
+        question += fmt::format("{} {}.\n", printable(name, 400), fateText(fates.back()));
+        if (request.dryRun)
+            blobs.push_back(jsonOf(name, fates.back()));
     }
     result["dryRun"] = request.dryRun;
     if (request.dryRun) {
@@ -65,14 +77,17 @@ Result<void> removeBlobs(const Command &command, const BlobRequest &request, Jso
         return {};
     }
     ARCA_CHECK(confirm(question + "Go on?", request.yes));
-    Json &blobs = result["blobs"] = Json::array();
-    for (const std::string &name : request.names) {
-        ARCA_TRY(const store::BlobRemoval removal, store::removeBlob(*session.space, name));
-        const bool kept = removal.fate == store::BlobFate::setAside;
-        blobs.push_back({{"name", name}, {"keptAs", kept ? Json(removal.now) : Json(nullptr)}});
+    for (std::size_t i = 0; i < request.names.size(); ++i) {
+        const std::string &name = request.names[i];
+        ARCA_TRY(const store::BlobRemoval done, store::removeBlob(*session.space, name));
+        store::BlobRemoval &removal = fates[i];
+        removal.fate = done.fate;
+        removal.now = done.now;
+        blobs.push_back(jsonOf(name, removal));
         if (!command.json)
             fmt::print("{} {}\n", printable(name, 400),
-                       kept ? "is kept as " + removal.now : "is deleted");
+                       done.fate == store::BlobFate::setAside ? "is kept as " + done.now
+                                                              : fateText(removal));
     }
     return {};
 }
