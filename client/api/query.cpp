@@ -160,9 +160,9 @@ Answer<Query> listObjects(Session &session, const qryObjectsData *asked)
     ARCA_TRY(auto selection, selectionOf(*asked));
     store::Progress progress;
     if (!first && asked->progress != nullptr)
-        progress = [tell = asked->progress,
-                    context = asked->progressContext](std::uint64_t done, std::uint64_t planned) {
-            return tell(context, done, planned) == 0;
+        progress = [tell = asked->progress, context = asked->progressContext,
+                    guest = session.isGuest()](std::uint64_t done, std::uint64_t planned) {
+            return tell(context, guest ? 0 : done, guest ? 0 : planned) == 0;
         };
     Query query;
     ARCA_TRY(query.objects,
@@ -215,6 +215,12 @@ Answer<std::int64_t> expiryOf(Session &session, Query &query, const store::Piece
     return known->second == store::kNoLimit ? 0 : piece.inactiveAt + known->second * kDay;
 }
 
+std::uint32_t clamped(std::size_t number)
+{
+    return static_cast<std::uint32_t>(
+        std::min<std::size_t>(number, std::numeric_limits<std::uint32_t>::max()));
+}
+
 void fillAnswer(qryRespLogData &record, const store::LoggedEvent &logged, std::size_t unreadable)
 {
     record = qryRespLogData{};
@@ -224,8 +230,7 @@ void fillAnswer(qryRespLogData &record, const store::LoggedEvent &logged, std::s
     const std::int64_t seconds = store::secondsOf(logged.time);
     record.time = split(static_cast<std::uint64_t>(seconds));
     record.date = dateOf(seconds);
-    record.unreadable = static_cast<std::uint32_t>(
-        std::min<std::size_t>(unreadable, std::numeric_limits<std::uint32_t>::max()));
+    record.unreadable = clamped(unreadable);
     fill(record.nodeName, logged.event.node);
     fill(record.application, logged.event.application);
     fill(record.messageId, logged.event.messageId);
@@ -374,8 +379,15 @@ Code deliverEvent(Query &query, DataBlk *data)
 {
     ARCA_CHECK(recordIn<qryRespLogData>(data, HOX_QRY_RESP_LOG_VERSION));
     ARCA_TRY(const auto event, query.log->next());
-    if (!event)
+    if (!event) {
+        ARCA_CHECK(deliver<qryRespLogData>(data, HOX_QRY_RESP_LOG_VERSION, [&](auto &record) {
+            record = qryRespLogData{};
+            record.stVersion = HOX_QRY_RESP_LOG_VERSION;
+            record.unreadable = clamped(query.log->unreadable());
+        }));
+        data->numBytes = 0;
         return query.atEnd;
+    }
     ARCA_CHECK(deliver<qryRespLogData>(data, HOX_QRY_RESP_LOG_VERSION, [&](auto &record) {
         fillAnswer(record, *event, query.log->unreadable());
     }));

@@ -295,6 +295,36 @@ TEST_F(AccessTest, ASessionForAnotherNodeNeedsARuleThatAdmitsIt)
             {nullptr, "-asnode=testnode", "anna", HOX_RC_OK}});
 }
 
+TEST_F(AccessTest, AGuestIsNotToldHowManyObjectsThereAre)
+{
+    for (int i = 0; i < 5; ++i)
+        ASSERT_EQ(backUp(mine_, "own" + std::to_string(i), "x"), HOX_RC_OK);
+    ASSERT_EQ(grant("p"), HOX_RC_OK);
+    hoxHandle_t guest = 0;
+    ASSERT_EQ(logOnAsGuest(guest, "testnode"), HOX_RC_OK);
+    for (const auto &[session, mayKnow] : {std::pair{mine_, true}, std::pair{guest, false}}) {
+        std::uint64_t most = 0;
+        qryObjectsData asked{};
+        asked.stVersion = HOX_QRY_OBJECTS_VERSION;
+        asked.progressContext = &most;
+        asked.progress = [](void *context, std::uint64_t done,
+                            std::uint64_t planned) -> std::int16_t {
+            std::uint64_t &known = *static_cast<std::uint64_t *>(context);
+            known = std::max({known, done, planned});
+            return 0;
+        };
+        ASSERT_EQ(api_.hoxBeginQuery(session, HOX_QUERY_OBJECTS, &asked), HOX_RC_OK);
+        qryRespBackupData answer{};
+        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
+        std::size_t objects = 0;
+        for (; api_.hoxGetNextQObj(session, &data) == HOX_RC_MORE_DATA; answer = {})
+            ++objects;
+        EXPECT_EQ(api_.hoxEndQuery(session), HOX_RC_OK);
+        EXPECT_EQ(most != 0, mayKnow);
+        EXPECT_EQ(objects == 1, !mayKnow);
+    }
+}
+
 TEST_F(AccessTest, RulesAreShownAndTakenBackOneByOne)
 {
     EXPECT_TRUE(rules().empty());

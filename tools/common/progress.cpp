@@ -69,6 +69,10 @@ void Progress::show(std::uint64_t done, std::uint64_t planned, std::uint64_t byt
     bytes_ = bytes;
     if (!due())
         return;
+    if (done == 0 && planned == 0) { // how much there is is not told
+        write(fmt::format("{}  {}", label_, durationText(seconds())));
+        return;
+    }
     const double share =
         planned == 0 ? 0.0
                      : std::min(1.0, static_cast<double>(done) / static_cast<double>(planned));

@@ -36,7 +36,6 @@ int mtLogQuery(const mtSession &session, const mtLogFilter_t &filter,
     DataBlk block{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
     while ((rc = mtApi()->dhoxGetNextQObj(mtStatus(), session.handle(), &block, nullptr)) ==
            HOX_RC_MORE_DATA) {
-        unreadable = answer.unreadable;
         const auto time = static_cast<std::int64_t>(cuMake64(answer.time.hi, answer.time.lo));
         if (!visit({time, answer.severity, answer.nodeName, answer.application, answer.messageId,
                     answer.message, answer.sealed != 0})) {
@@ -44,6 +43,8 @@ int mtLogQuery(const mtSession &session, const mtLogFilter_t &filter,
             break;
         }
     }
+    // Those met before the last event, or, at the end, all of them.
+    unreadable = answer.unreadable;
     const int ended = mtApi()->dhoxEndQuery(mtStatus(), session.handle());
     return rc == HOX_RC_FINISHED || rc == HOX_RC_NO_MATCH ? ended : rc;
 }

@@ -30,8 +30,8 @@ int mtLogAppend(const mtSession &session, std::uint32_t severity, const std::str
 
 /// Calls `visit` with each event, day by day in the order of time; false ends the query, which then
 /// returns 0. Returns 0 also when there is no event. `unreadable` is the number of lines that are
-/// no events of the log, and of its files that cannot be read, as far as they were met before the
-/// last event that was handed over.
+/// no events of the log, and of its files that cannot be read: all that were met, also when there
+/// is no event.
 int mtLogQuery(const mtSession &session, const mtLogFilter_t &filter,
                const std::function<bool(const mtLogEvent_t &event)> &visit,
                std::uint32_t &unreadable);
