@@ -204,6 +204,27 @@ Result<void> NodeKeys::replace(const std::string &uuid, const std::string &node,
     return {};
 }
 
+Result<void> NodeKeys::recover(const std::string &uuid, const std::string &node,
+                               const std::string &fresh,
+                               const std::function<Result<void>(const std::string &)> &prove,
+                               const std::function<Result<void>()> &change) const
+{
+    ARCA_TRY(const auto turn, lock());
+    auto holding = find(uuid, node, prove);
+    if (!holding && holding.error().kind != ErrorKind::noPassword &&
+        holding.error().kind != ErrorKind::authentication)
+        return std::move(holding).error();
+    auto done = holding ? write(uuid, node, {*holding, fresh}) : write(uuid, node, {fresh});
+    if (holding)
+        wipe(*holding);
+    if (done)
+        done = change();
+    ARCA_CHECK(std::move(done));
+    // As in replace().
+    (void)write(uuid, node, {fresh});
+    return {};
+}
+
 /// Replaces the passwords of the node in the file with these. The caller holds the lock.
 Result<void> NodeKeys::write(const std::string &uuid, const std::string &node,
                              std::initializer_list<std::string_view> passwords) const

@@ -7,7 +7,8 @@
 // What must stay true:
 //
 //   1. A node has two lines while its password is being changed, or when that was interrupted: one
-//      of them is right. introduce() and replace() keep a password durably before it holds.
+//      of them is right. introduce(), replace() and recover() keep a password durably before it
+//      holds, and the one that held until after that.
 //   2. Each change writes a new file beside the old one, syncs it and renames it: a reader, and a
 //      loss of power, find the old file or the new one.
 //   3. Changes exclude each other, between processes and threads, by a lock on <file>.lock. Every
@@ -83,6 +84,16 @@ public:
                          const std::string &fresh,
                          const std::function<Result<void>(const std::string &)> &prove,
                          const std::function<Result<void>(const std::string &)> &change) const;
+
+    /// Makes `fresh` the password of a node whose kept one may be lost: `change` makes it hold.
+    /// Before it is called `fresh` is kept, durably, beside the one that `prove` accepts, if any;
+    /// that one is dropped only after `change` succeeded. So an interruption, or a failure, leaves
+    /// a password that find() proves, if one did before. Errors: those of `change`, and of `prove`
+    /// but for noPassword and authentication.
+    Result<void> recover(const std::string &repositoryUuid, const std::string &node,
+                         const std::string &fresh,
+                         const std::function<Result<void>(const std::string &)> &prove,
+                         const std::function<Result<void>()> &change) const;
 
 private:
     Result<std::string> read() const;

@@ -280,6 +280,35 @@ TEST_F(LockTest, OfTwoRegistrationsAtOnceTheLoserKeepsNoPasswordOfItsOwn)
     EXPECT_EQ(*here.find(uuid, "node", any), mine);
 }
 
+TEST_F(LockTest, APasswordIsKeptUntilTheOneThatReplacesItHolds)
+{
+    const std::string uuid(32, 'u'), old(64, 'o'), fresh(64, 'f');
+    const config::NodeKeys keys((directory_ / "here.opt").string());
+    std::string holds = old;
+    const auto prove = [&](const std::string &kept) -> Result<void> {
+        return kept == holds ? Result<void>() : Error{ErrorKind::authentication, "another one"};
+    };
+    const auto recover = [&](bool reaches, bool reports) {
+        return keys.recover(uuid, "node", fresh, prove, [&]() -> Result<void> {
+            EXPECT_TRUE(holds != old || *keys.find(uuid, "node", prove) == old);
+            holds = reaches ? fresh : holds;
+            EXPECT_TRUE(!reaches || *keys.find(uuid, "node", prove) == fresh);
+            return reports ? Result<void>() : Error{ErrorKind::io, "stopped here"};
+        });
+    };
+    ASSERT_TRUE(keys.keep(uuid, "node", old));
+    for (const bool reaches : {false, true}) {
+        EXPECT_FALSE(recover(reaches, false));
+        EXPECT_EQ(*keys.find(uuid, "node", prove), holds);
+    }
+    EXPECT_TRUE(recover(true, true));
+    holds = "lost";
+    EXPECT_FALSE(keys.find(uuid, "node", prove));
+    EXPECT_TRUE(recover(true, true)) << "none that is kept holds any more";
+    EXPECT_EQ(*keys.find(uuid, "node", prove), fresh);
+    EXPECT_EQ(keel::test::readFile(keys.path()).find(old), std::string::npos);
+}
+
 TEST_F(LockTest, PasswordsThatRootKeepsBelongToWhoseProgramsUseThem)
 {
     if (geteuid() != 0)

@@ -21,20 +21,24 @@ struct Asked {
     bool fromStandardInput = false;
 };
 
-/// Returns the new password. With PASSWORDACCESS generate it replaces the kept one, durably, before
-/// the repository knows it: after a run that stops in between the node cannot log on until the verb
-/// is run again.
-Result<std::string> freshPassword(const Asked &asked, const config::Options &options,
-                                  const std::string &uuid)
+/// Gives the node a new password. With PASSWORDACCESS generate it is kept, durably, before the
+/// repository knows it, beside the one that holds until then.
+Result<void> changePassword(const Asked &asked, const config::Options &options,
+                            store::Repository &repository, const SecretKey &key)
 {
-    if (options.passwordAccess == config::PasswordAccess::prompt)
-        return newPassword(asked.node, asked.fromStandardInput);
-    ARCA_TRY(std::string password, generatePassword());
-    auto kept = config::NodeKeys(options.file).keep(uuid, asked.node, password);
-    if (kept)
-        return password;
+    const bool prompt = options.passwordAccess == config::PasswordAccess::prompt;
+    ARCA_TRY(std::string password,
+             prompt ? newPassword(asked.node, asked.fromStandardInput) : generatePassword());
+    const auto change = [&] { return repository.nodes().recover(asked.node, key, password); };
+    const auto prove = [&](const std::string &kept) -> Result<void> {
+        ARCA_CHECK(repository.authenticate(asked.node, kept));
+        return {};
+    };
+    auto done = prompt ? change()
+                       : config::NodeKeys(options.file)
+                             .recover(repository.uuid(), asked.node, password, prove, change);
     wipe(password);
-    return std::move(kept).error();
+    return done;
 }
 
 Result<void> recover(const Command &command, const Asked &asked, Json &result)
@@ -45,10 +49,7 @@ Result<void> recover(const Command &command, const Asked &asked, Json &result)
     // Proved before anything is asked for or replaced: a wrong recovery key must not cost the
     // password that is kept now.
     ARCA_CHECK(repository->nodes().recover(asked.node, key));
-    ARCA_TRY(std::string password, freshPassword(asked, options, repository->uuid()));
-    auto done = repository->nodes().recover(asked.node, key, password);
-    wipe(password);
-    ARCA_CHECK(std::move(done));
+    ARCA_CHECK(changePassword(asked, options, *repository, key));
 
     const bool generate = options.passwordAccess == config::PasswordAccess::generate;
     const std::string kept = config::NodeKeys(options.file).path();
