@@ -64,6 +64,11 @@ std::string AgentOptions::value(const std::string &keyword) const
     return found == values_.end() ? "" : found->second;
 }
 
+std::string AgentOptions::installedDirectory()
+{
+    return kAgentDirectory;
+}
+
 std::string AgentOptions::agentDirectory() const
 {
     return orElse(value("HOXI_ORC_DIR"), kAgentDirectory);

@@ -37,6 +37,9 @@ public:
     /// The option file of the storage client.
     [[nodiscard]] std::string clientFile() const;
 
+    /// Where the agent is installed, whatever the option file names.
+    [[nodiscard]] static std::string installedDirectory();
+
 private:
     std::string file_;
     bool named_ = false;

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <dlfcn.h>
+#include <filesystem>
 #include <nl_types.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -21,6 +22,8 @@
 
 namespace keel
 {
+
+namespace fs = std::filesystem;
 
 namespace
 {
@@ -194,11 +197,30 @@ void Checkup::lookAtDirectories()
         good("directory", fmt::format("logs go to {}", shown(options_.logDirectory())));
 }
 
+std::map<std::string, std::uint64_t> Checkup::errorLogs() const
+{
+    std::map<std::string, std::uint64_t> sizes;
+    std::error_code error;
+    const fs::path here = fs::current_path(error);
+    for (const fs::path &directory :
+         {fs::path(options_.logDirectory()), here, fs::path(AgentOptions::installedDirectory())}) {
+        const fs::path log = (directory / "veloerror.log").lexically_normal();
+        const std::uintmax_t size = fs::file_size(log, error);
+        if (!error)
+            sizes[log.string()] = size;
+    }
+    return sizes;
+}
+
 void Checkup::lookAtErrorLog()
 {
     const std::string log = options_.logDirectory() + "/veloerror.log";
     if (::access(log.c_str(), F_OK) != 0)
-        good("errorlog", "nothing has gone wrong yet");
+        good("errorlog", optionFileIsGood_
+                             ? "nothing has gone wrong yet"
+                             : fmt::format("{} is not there; as long as the option file is wrong, "
+                                           "lines may go elsewhere",
+                                           shown(log)));
     else if (::access(log.c_str(), W_OK) != 0)
         bad("errorlog", fmt::format("{}: {}", shown(log), std::strerror(errno)),
             "Give the file to the user that the database runs as.");

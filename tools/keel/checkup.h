@@ -7,7 +7,9 @@
 #include "tools/keel/channel.h"
 #include "tools/keel/option_lines.h"
 
+#include <cstdint>
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -33,8 +35,9 @@ public:
     }
 
     /// Makes every check, in the order in which a channel would meet the things. At last it stores,
-    /// reads and removes a small piece, which stays when it cannot be read back. A fault is a
-    /// finding and no exception. Throws UsageError as openChannel() does.
+    /// reads and removes a small piece. A fault is a finding and no exception; the piece is removed
+    /// after one, too, or the finding says that it is still there. Throws UsageError as
+    /// openChannel() does.
     void run();
 
 private:
@@ -53,6 +56,11 @@ private:
     void lookAtDamage(const std::string &repository);
     void lookAtSpace(const std::string &check, const std::string &directory);
     void tryPiece();
+    [[nodiscard]] std::string dropSample(const std::string &name) const;
+
+    /// The places where the agent may write its error log, with the sizes that they have now: which
+    /// of them it takes depends on what is wrong.
+    [[nodiscard]] std::map<std::string, std::uint64_t> errorLogs() const;
 
     void good(const std::string &check, const std::string &text);
     void warn(const std::string &check, const std::string &text, const std::string &cure);

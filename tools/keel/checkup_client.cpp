@@ -70,6 +70,20 @@ std::string sampleStream()
     return stream;
 }
 
+using LogSizes = std::map<std::string, std::uint64_t>;
+
+/// Returns the clause "; if nothing did, FILE tells more" for the error log that has grown; empty
+/// when none has.
+std::string grownLog(const LogSizes &before, const LogSizes &now)
+{
+    for (const auto &[log, size] : now) {
+        const auto known = before.find(log);
+        if (size > (known == before.end() ? 0 : known->second))
+            return fmt::format("; if nothing did, {} tells more", shown(log));
+    }
+    return "";
+}
+
 constexpr std::size_t kBlock = std::size_t{64} << 10;
 
 void sendAll(Channel &channel, const std::string &stream)
@@ -125,7 +139,7 @@ void Checkup::lookAtClientLibrary()
         if (!::dlsym(library, operations[i]))
             return bad("client", fmt::format("{} has no {}", shown(file), operations[i]), cure);
     }
-    good("client", fmt::format("{}, {} operations", shown(file), count));
+    good("client", fmt::format("{}, {}", shown(file), tools::counted(count, "operation")));
 }
 
 void Checkup::lookAtClientOptions()
@@ -209,8 +223,25 @@ void Checkup::lookAtSpace(const std::string &check, const std::string &directory
         good(check, text);
 }
 
+/// Removes the piece that could not be read back, on a channel of its own: the other one may be of
+/// no use any more. Returns a clause when the piece is still there, else nothing.
+std::string Checkup::dropSample(const std::string &name) const
+{
+    try {
+        const auto channel = openChannel(channel_);
+        channel->remove({name});
+        if (!channel->info({name}).front().found)
+            return "";
+    } catch (const Failure &) {
+        // As below: it is still there.
+    }
+    return fmt::format("; the piece {} is still there (keel remove {} --yes)", name, name);
+}
+
 void Checkup::tryPiece()
 {
+    const auto logs = errorLogs();
+    bool stored = false;
     const std::string name = fmt::format("keel-doctor-{}-{}", ::getpid(), std::time(nullptr));
     const std::string stream = sampleStream();
     const char *step = "session";
@@ -219,6 +250,7 @@ void Checkup::tryPiece()
         channel->beginBackup(name, {}, kBlock);
         good("session", "the agent logs on and may store");
         step = "piece";
+        stored = true; // perhaps, from here on
         sendAll(*channel, stream);
         const bool same = fetch(*channel, name) == stream;
         channel->remove({name});
@@ -227,14 +259,18 @@ void Checkup::tryPiece()
                        "Run arca verify --read-data, and have the memory and the disks examined.");
         if (channel->info({name}).front().found)
             return bad(step, fmt::format("{} was removed, and is still there", name),
-                       "veloerror.log tells why.");
+                       fmt::format("Mend what failed above{}.", grownLog(logs, errorLogs())));
         good(step, "stored, read back, compared, removed");
     } catch (const Failure &failure) {
-        bad(step,
-            failure.sbtCode() == 0 ? failure.what()
-                                   : fmt::format("SBT {}: {}", failure.sbtCode(), failure.what()),
-            fmt::format("Mend what failed above; if nothing did, {}/veloerror.log tells more.",
-                        shown(options_.logDirectory())));
+        const std::string more = grownLog(logs, errorLogs());
+        const std::string code =
+            failure.sbtCode() == 0 ? "" : fmt::format("SBT {}: ", failure.sbtCode());
+        bad(step, code + failure.what() + (stored ? dropSample(name) : ""),
+            fmt::format("Mend what failed above{}.", more));
+    } catch (...) { // no memory, say
+        if (stored)
+            (void)dropSample(name);
+        throw;
     }
 }
 

@@ -42,11 +42,6 @@ Found countIn(const fs::path &repository, const char *room)
     return found;
 }
 
-std::string counted(std::size_t number, const char *one)
-{
-    return fmt::format("{} {}{}", number, one, number == 1 ? "" : "s");
-}
-
 } // namespace
 
 void Checkup::lookAtDamage(const std::string &repository)
@@ -68,8 +63,8 @@ void Checkup::lookAtDamage(const std::string &repository)
                         tools::printable(manifests.first), options);
     warn("damage",
          fmt::format("of all nodes: {} of packs, {} set aside",
-                     counted(parts.count, "damaged part"),
-                     counted(manifests.count, "damaged manifest")),
+                     tools::counted(parts.count, "damaged part"),
+                     tools::counted(manifests.count, "damaged manifest")),
          cure);
 }
 
