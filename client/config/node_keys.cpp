@@ -3,13 +3,11 @@
 
 #include "client/base/hash.h"
 #include "client/base/text.h"
-#include "client/blob/file_layer.h"
+#include "client/blob/lock_wait.h"
 #include "client/config/root_file.h"
 
-#include <chrono>
 #include <cstdio>
 #include <filesystem>
-#include <thread>
 
 namespace arca::config
 {
@@ -18,7 +16,6 @@ namespace
 {
 
 constexpr std::uint64_t kMaxFileBytes = std::uint64_t{1} << 20;
-constexpr std::chrono::milliseconds kBetweenLooks(20), kLongestWait(60'000);
 constexpr std::string_view kPreamble =
     "# Node passwords kept by the storage client. Whoever can read this file can act as these\n"
     "# nodes: keep its mode 0600, and keep a copy of it in a safe place.\n";
@@ -122,20 +119,38 @@ Result<std::string> NodeKeys::place() const
     return place.string();
 }
 
-Result<std::unique_ptr<blob::File>> NodeKeys::lock() const
+class NodeKeys::Turn
+{
+public:
+    explicit Turn(std::unique_ptr<blob::File> locked) : file_(std::move(locked))
+    {
+        file_->setNote(blob::lockNote("changing kept passwords"));
+    }
+    /// What it said of its holder would be wrong from now on.
+    ~Turn() { file_->setNote({}); }
+    Turn(const Turn &) = delete;
+    Turn &operator=(const Turn &) = delete;
+
+private:
+    std::unique_ptr<blob::File> file_;
+};
+
+Result<std::unique_ptr<NodeKeys::Turn>> NodeKeys::lock() const
 {
     ARCA_TRY(const std::string kept, place());
-    ARCA_TRY(auto file, blob::systemFiles().openForLocking(kept + ".lock", true));
-    giveToOwnerOf({kept, optionFile_}, kept + ".lock");
-    for (auto waited = kBetweenLooks;; waited += kBetweenLooks) {
+    const std::string path = kept + ".lock";
+    ARCA_TRY(auto file, blob::systemFiles().openForLocking(path, true));
+    giveToOwnerOf({kept, optionFile_}, path);
+    const auto attempt = [&]() -> Result<std::unique_ptr<Turn>> {
         ARCA_TRY(const bool mine, file->lock());
-        if (mine)
-            return file;
-        if (waited > kLongestWait)
-            return Error{ErrorKind::conflict, "another process is changing " + kept +
-                                                  " and holds " + kept + ".lock; try again later"};
-        std::this_thread::sleep_for(kBetweenLooks);
-    }
+        return mine ? std::make_unique<Turn>(std::move(file)) : nullptr;
+    };
+    const auto held = [&] {
+        return Error{ErrorKind::conflict, "the passwords in " + kept + " are being changed by " +
+                                              blob::holderOfLock(*file) + ", which holds " + path +
+                                              "; try again later, or end that process"};
+    };
+    return blob::waitForLock<Turn>(attempt, held, patience_);
 }
 
 Result<bool> NodeKeys::introduce(const std::string &uuid, const std::string &node,

@@ -11,8 +11,9 @@
 //      holds, and the one that held until after that.
 //   2. Each change writes a new file beside the old one, syncs it and renames it: a reader, and a
 //      loss of power, find the old file or the new one.
-//   3. Changes exclude each other, between processes and threads, by a lock on <file>.lock. Every
-//      call but find() takes it itself, waits for it at most a minute (conflict), and calls the
+//   3. Changes exclude each other, between processes and threads, by a lock on <file>.lock, which
+//      says who holds it. Every call but find() takes it itself, waits for it as for a lock of the
+//      repository (client/blob/lock_wait.h; conflict, or stopped by a signal), and calls the
 //      functions that it was given under it.
 //   4. When the file is a symbolic link, the file that it leads to is replaced and locked; the link
 //      stays.
@@ -23,8 +24,9 @@
 #define KEEL_CLIENT_CONFIG_NODE_KEYS_H
 
 #include "client/base/result.h"
-#include "client/blob/file_layer.h"
+#include "client/blob/directory_store.h"
 
+#include <chrono>
 #include <functional>
 #include <initializer_list>
 #include <memory>
@@ -37,8 +39,10 @@ namespace arca::config
 class NodeKeys
 {
 public:
-    explicit NodeKeys(const std::string &optionFile)
-        : optionFile_(optionFile), path_(optionFile + ".keys")
+    /// `patience`: how long the lock is waited for.
+    explicit NodeKeys(const std::string &optionFile,
+                      std::chrono::milliseconds patience = blob::DirectoryStore::kPatience)
+        : optionFile_(optionFile), path_(optionFile + ".keys"), patience_(patience)
     {
     }
 
@@ -100,7 +104,8 @@ private:
     Result<std::string> findIn(std::string_view text, const std::string &repositoryUuid,
                                const std::string &node,
                                const std::function<Result<void>(const std::string &)> &prove) const;
-    Result<std::unique_ptr<blob::File>> lock() const;
+    class Turn; // the lock, held
+    Result<std::unique_ptr<Turn>> lock() const;
     Result<std::string> place() const;
     Result<void> write(const std::string &repositoryUuid, const std::string &node,
                        std::initializer_list<std::string_view> passwords) const;
@@ -108,6 +113,7 @@ private:
 
     std::string optionFile_;
     std::string path_;
+    std::chrono::milliseconds patience_;
 };
 
 } // namespace arca::config

@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <fcntl.h>
@@ -183,12 +184,12 @@ TEST_F(LockTest, AForkedChildKeepsNeitherLocksNorClaimsOfItsDeadParent)
     kill(std::stoi(child), SIGKILL);
 }
 
-/// Whether that thread waits for somebody to read from the pipe.
-bool sleepsInOpening(pid_t thread)
+/// Whether that thread is in one of these system calls.
+bool isIn(pid_t thread, std::initializer_list<long> calls)
 {
     std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/syscall");
     long number = -1;
-    return file >> number && (number == SYS_openat || number == SYS_open);
+    return file >> number && std::ranges::count(calls, number) != 0;
 }
 
 /// A host that has closed its output and gives itself another one, while we hold that number.
@@ -205,7 +206,7 @@ TEST_F(LockTest, WhatTheHostPutsInPlaceOfAStandardDescriptorMeanwhileStays)
                 opener = gettid();
                 opened = openAbove(pipe.c_str(), O_WRONLY);
             });
-            while (fcntl(1, F_GETFD) < 0 || !sleepsInOpening(opener))
+            while (fcntl(1, F_GETFD) < 0 || !isIn(opener, {SYS_openat, SYS_open}))
                 std::this_thread::yield();
             const int file = duplicates ? open(log.c_str(), O_WRONLY | O_CREAT, 0600) : -1;
             if (duplicates)
@@ -278,6 +279,46 @@ TEST_F(LockTest, OfTwoRegistrationsAtOnceTheLoserKeepsNoPasswordOfItsOwn)
     EXPECT_TRUE(first && *first);
     EXPECT_TRUE(second && !*second);
     EXPECT_EQ(*here.find(uuid, "node", any), mine);
+}
+
+TEST_F(LockTest, TheKeptPasswordsNameTheProcessThatChangesThem)
+{
+    const std::string options = directory_ / "here.opt", uuid(32, 'u'), password(64, 'p');
+    Child holder([&](int told) {
+        std::string registered;
+        (void)config::NodeKeys(options).introduce(uuid, "node",
+                                                  stepsOver(registered, password.c_str(), [&] {
+                                                      tell(told, "1");
+                                                      for (;;)
+                                                          pause();
+                                                  }));
+    });
+    ASSERT_EQ(holder.hear(), "1");
+    const config::NodeKeys keys(options, std::chrono::milliseconds(0));
+    const auto kept = keys.keep(uuid, "other", password);
+    ASSERT_FALSE(kept);
+    EXPECT_EQ(kept.error().kind, ErrorKind::conflict);
+    for (const std::string &part : {"process " + std::to_string(holder.pid) + " on ",
+                                    std::string("(changing kept passwords)")})
+        EXPECT_NE(kept.error().text.find(part), std::string::npos) << kept.error().text;
+    // A program that notes a signal, as ours do, ends although it waits.
+    const Child waiter([&](int told) {
+        struct sigaction noted = {};
+        noted.sa_handler = [](int) {};
+        noted.sa_flags = static_cast<int>(SA_RESETHAND);
+        sigaction(SIGTERM, &noted, nullptr);
+        std::thread signals([waits = gettid()] {
+            while (!isIn(waits, {SYS_clock_nanosleep}))
+                std::this_thread::yield();
+            kill(getpid(), SIGTERM);
+        });
+        const auto ended = config::NodeKeys(options).keep(uuid, "other", password);
+        signals.join();
+        tell(told, !ended && ended.error().kind == ErrorKind::stopped ? "stopped" : "went on");
+    });
+    EXPECT_EQ(waiter.hear(), "stopped");
+    holder.end(SIGKILL);
+    EXPECT_TRUE(keys.keep(uuid, "other", password));
 }
 
 TEST_F(LockTest, APasswordIsKeptUntilTheOneThatReplacesItHolds)
