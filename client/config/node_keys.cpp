@@ -158,39 +158,39 @@ Result<bool> NodeKeys::introduce(const std::string &uuid, const std::string &nod
 {
     ARCA_TRY(const auto turn, lock());
     ARCA_TRY(const bool registered, steps.isRegistered());
-    auto kept = find(uuid, node, [&](const std::string &password) {
-        return registered ? steps.prove(password) : Result<void>();
-    });
     if (registered) {
-        ARCA_TRY(std::string password, std::move(kept));
+        ARCA_TRY(std::string password, find(uuid, node, steps.prove));
         wipe(password);
         return false;
     }
-    const bool fresh = !kept;
-    if (fresh) {
-        ARCA_TRY(kept, steps.make());
-        if (auto written = write(uuid, node, {*kept}); !written) {
-            wipe(*kept);
-            return std::move(written).error();
-        }
+    ARCA_TRY(std::string password, steps.make());
+    const auto isIt = [&](std::string_view kept) { return kept == password; };
+    // What is kept already may be about to hold, by a process that the lock does not show.
+    auto done = write(uuid, node, [](std::string_view) { return true; }, {password});
+    if (done) {
+        done = steps.enrol(password);
+        // An old line that cannot be dropped now is dropped by the next change.
+        if (done)
+            (void)write(uuid, node, isIt, {});
+        else if (done.error().kind == ErrorKind::exists)
+            (void)write(uuid, node, std::not_fn(isIt), {}); // somebody else registered the node
     }
-    auto done = steps.enrol(*kept);
-    wipe(*kept);
-    // Another host registered the node: what was made here is no node's password.
-    if (!done && done.error().kind == ErrorKind::exists && fresh)
-        (void)write(uuid, node, {});
+    wipe(password);
     ARCA_CHECK(std::move(done));
     return true;
 }
 
 Result<void> NodeKeys::keep(const std::string &uuid, const std::string &node,
-                            const std::string &password) const
+                            const std::string &password,
+                            const std::function<Result<void>(const std::string &)> &prove) const
 {
     ARCA_TRY(const auto turn, lock());
+    ARCA_CHECK(prove(password));
     return write(uuid, node, {password});
 }
 
-Result<void> NodeKeys::forget(const std::string &uuid, const std::string &node) const
+Result<void> NodeKeys::forget(const std::string &uuid, const std::string &node,
+                              const std::function<Result<void>(const std::string &)> &prove) const
 {
     auto text = read();
     if (!text && text.error().kind == ErrorKind::notFound)
@@ -198,7 +198,15 @@ Result<void> NodeKeys::forget(const std::string &uuid, const std::string &node) 
     ARCA_TRY(std::string kept, std::move(text));
     wipe(kept);
     ARCA_TRY(const auto turn, lock());
-    return write(uuid, node, {});
+    // The name may have been given to a new node since: its password stays, and one of which
+    // nobody can tell.
+    const auto mayHold = [&](std::string_view line) {
+        std::string password(line);
+        const auto proved = prove(password);
+        wipe(password);
+        return proved || proved.error().kind != ErrorKind::authentication;
+    };
+    return write(uuid, node, mayHold, {});
 }
 
 Result<void> NodeKeys::replace(const std::string &uuid, const std::string &node,
@@ -244,6 +252,16 @@ Result<void> NodeKeys::recover(const std::string &uuid, const std::string &node,
 Result<void> NodeKeys::write(const std::string &uuid, const std::string &node,
                              std::initializer_list<std::string_view> passwords) const
 {
+    return write(
+        uuid, node, [](std::string_view) { return false; }, passwords);
+}
+
+/// Leaves of the node's passwords in the file those for which `stays` says so, and adds these. The
+/// caller holds the lock.
+Result<void> NodeKeys::write(const std::string &uuid, const std::string &node,
+                             const std::function<bool(std::string_view)> &stays,
+                             std::initializer_list<std::string_view> passwords) const
+{
     ARCA_TRY(const std::string file, place());
     auto old = read();
     if (!old && old.error().kind != ErrorKind::notFound)
@@ -253,7 +271,8 @@ Result<void> NodeKeys::write(const std::string &uuid, const std::string &node,
     text = kPreamble;
     if (old) {
         eachLine(*old, [&](std::string_view line) {
-            if (!line.starts_with('#') && passwordIn(line, uuid, node).empty())
+            const std::string_view password = passwordIn(line, uuid, node);
+            if (!line.starts_with('#') && (password.empty() || stays(password)))
                 text += line;
         });
         wipe(*old);

@@ -55,10 +55,12 @@ public:
     Result<std::string> find(const std::string &repositoryUuid, const std::string &node,
                              const std::function<Result<void>(const std::string &)> &prove) const;
 
-    /// Keeps `password` as the only one of the node, durably. After a failure what was kept is
-    /// kept, unless only the last sync failed: then either may hold.
+    /// Keeps `password` as the only one of the node, durably, when `prove` accepts it; else returns
+    /// its error. After a failure what was kept is kept, unless only the last sync failed: then
+    /// either may hold.
     Result<void> keep(const std::string &repositoryUuid, const std::string &node,
-                      const std::string &password) const;
+                      const std::string &password,
+                      const std::function<Result<void>(const std::string &)> &prove) const;
 
     /// The steps of introduce(), in their order.
     struct Introduction {
@@ -68,17 +70,19 @@ public:
         std::function<Result<void>(const std::string &)> enrol; // registers; errors: exists
     };
     /// Registers a node with a kept password, under one lock from the first look to the end: of
-    /// several processes that register a node at once one does, and the others find its password. A
-    /// password kept by an interrupted run is used; else `make` makes one, which is durable here
-    /// before `enrol` gets it. Returns false when the node was registered before. Errors:
-    /// noPassword when it was and no password of it is kept here, or what `prove` failed with;
-    /// exists when another host was faster, and then nothing new is kept. After another failure of
-    /// `enrol` the password stays for the next run.
+    /// several processes that register a node at once one does, and the others find its password.
+    /// `make` makes it; it is durable here, beside what is kept of the name already, before `enrol`
+    /// gets it, and the only one when that succeeded. Returns false when the node was registered
+    /// before. Errors: noPassword when it was and no password of it is kept here, or what `prove`
+    /// failed with; exists when another host was faster, and then nothing new is kept. After
+    /// another failure of `enrol` the password stays: it may hold.
     Result<bool> introduce(const std::string &repositoryUuid, const std::string &node,
                            const Introduction &steps) const;
 
-    /// Drops what is kept of a node, durably; succeeds when nothing is.
-    Result<void> forget(const std::string &repositoryUuid, const std::string &node) const;
+    /// Drops, durably, the passwords of a node that `prove` refuses with `authentication`: all of
+    /// them, unless the name was given to a new node since. Succeeds when nothing is kept.
+    Result<void> forget(const std::string &repositoryUuid, const std::string &node,
+                        const std::function<Result<void>(const std::string &)> &prove) const;
 
     /// Changes the password that find() returns to `fresh`. `change` gets the password that holds
     /// and makes `fresh` hold instead. Before it is called both are kept, durably; the old one is
@@ -108,6 +112,9 @@ private:
     Result<std::unique_ptr<Turn>> lock() const;
     Result<std::string> place() const;
     Result<void> write(const std::string &repositoryUuid, const std::string &node,
+                       std::initializer_list<std::string_view> passwords) const;
+    Result<void> write(const std::string &repositoryUuid, const std::string &node,
+                       const std::function<bool(std::string_view)> &stays,
                        std::initializer_list<std::string_view> passwords) const;
     Result<void> put(const std::string &file, const std::string &text) const;
 

@@ -224,6 +224,11 @@ TEST_F(LockTest, WhatTheHostPutsInPlaceOfAStandardDescriptorMeanwhileStays)
     }
 }
 
+Result<void> any(const std::string &)
+{
+    return {};
+}
+
 /// Steps of a registration over a register that is a variable.
 config::NodeKeys::Introduction stepsOver(std::string &registered, const char *password,
                                          const std::function<void()> &whileMaking)
@@ -248,7 +253,6 @@ config::NodeKeys::Introduction stepsOver(std::string &registered, const char *pa
 TEST_F(LockTest, OfTwoRegistrationsAtOnceTheLoserKeepsNoPasswordOfItsOwn)
 {
     const std::string uuid(32, 'u'), mine(64, 'm'), theirs(64, 't');
-    const auto any = [](const std::string &) { return Result<void>(); };
     const config::NodeKeys here((directory_ / "here.opt").string());
     {
         SCOPED_TRACE("on two hosts");
@@ -281,6 +285,25 @@ TEST_F(LockTest, OfTwoRegistrationsAtOnceTheLoserKeepsNoPasswordOfItsOwn)
     EXPECT_EQ(*here.find(uuid, "node", any), mine);
 }
 
+TEST_F(LockTest, ANewNodeOfARemovedOnesNameHasAPasswordOfItsOwnAndKeepsIt)
+{
+    const std::string uuid(32, 'u'), old(64, 'o'), fresh(64, 'f');
+    const config::NodeKeys keys((directory_ / "here.opt").string());
+    ASSERT_TRUE(keys.keep(uuid, "node", old, any)); // the node was removed from another host
+    std::string registered;
+    const auto steps = stepsOver(registered, fresh.c_str(), [] {});
+    EXPECT_TRUE(*keys.introduce(uuid, "node", steps));
+    EXPECT_EQ(registered, fresh);
+    EXPECT_EQ(keel::test::readFile(keys.path()).find(old), std::string::npos);
+    // A removal on this host ends, and an exported key of the old node comes, only now.
+    EXPECT_TRUE(keys.forget(uuid, "node", steps.prove));
+    EXPECT_FALSE(keys.keep(uuid, "node", old, steps.prove));
+    EXPECT_EQ(*keys.find(uuid, "node", any), fresh);
+    registered.clear();
+    EXPECT_TRUE(keys.forget(uuid, "node", steps.prove));
+    EXPECT_FALSE(keys.find(uuid, "node", any));
+}
+
 TEST_F(LockTest, TheKeptPasswordsNameTheProcessThatChangesThem)
 {
     const std::string options = directory_ / "here.opt", uuid(32, 'u'), password(64, 'p');
@@ -295,7 +318,7 @@ TEST_F(LockTest, TheKeptPasswordsNameTheProcessThatChangesThem)
     });
     ASSERT_EQ(holder.hear(), "1");
     const config::NodeKeys keys(options, std::chrono::milliseconds(0));
-    const auto kept = keys.keep(uuid, "other", password);
+    const auto kept = keys.keep(uuid, "other", password, any);
     ASSERT_FALSE(kept);
     EXPECT_EQ(kept.error().kind, ErrorKind::conflict);
     for (const std::string &part : {"process " + std::to_string(holder.pid) + " on ",
@@ -312,13 +335,13 @@ TEST_F(LockTest, TheKeptPasswordsNameTheProcessThatChangesThem)
                 std::this_thread::yield();
             kill(getpid(), SIGTERM);
         });
-        const auto ended = config::NodeKeys(options).keep(uuid, "other", password);
+        const auto ended = config::NodeKeys(options).keep(uuid, "other", password, any);
         signals.join();
         tell(told, !ended && ended.error().kind == ErrorKind::stopped ? "stopped" : "went on");
     });
     EXPECT_EQ(waiter.hear(), "stopped");
     holder.end(SIGKILL);
-    EXPECT_TRUE(keys.keep(uuid, "other", password));
+    EXPECT_TRUE(keys.keep(uuid, "other", password, any));
 }
 
 TEST_F(LockTest, APasswordIsKeptUntilTheOneThatReplacesItHolds)
@@ -337,7 +360,7 @@ TEST_F(LockTest, APasswordIsKeptUntilTheOneThatReplacesItHolds)
             return reports ? Result<void>() : Error{ErrorKind::io, "stopped here"};
         });
     };
-    ASSERT_TRUE(keys.keep(uuid, "node", old));
+    ASSERT_TRUE(keys.keep(uuid, "node", old, any));
     for (const bool reaches : {false, true}) {
         EXPECT_FALSE(recover(reaches, false));
         EXPECT_EQ(*keys.find(uuid, "node", prove), holds);
@@ -357,7 +380,7 @@ TEST_F(LockTest, PasswordsThatRootKeepsBelongToWhoseProgramsUseThem)
     const std::string options = directory_ / "arca.opt", kept = options + ".keys";
     const config::NodeKeys keys(options);
     const auto ownerAfterKeeping = [&] {
-        EXPECT_TRUE(keys.keep("uuid", "node", "password"));
+        EXPECT_TRUE(keys.keep("uuid", "node", "password", any));
         struct stat file = {}, lock = {};
         EXPECT_EQ(stat(kept.c_str(), &file) + stat((kept + ".lock").c_str(), &lock), 0);
         EXPECT_EQ(file.st_uid, lock.st_uid);

@@ -51,8 +51,12 @@ Result<void> keep(const config::Options &options, store::Repository &repository,
     if (key.repository != repository.uuid())
         return Error{ErrorKind::badArgument,
                      "the exported key is of another repository than " + repository.shownName()};
-    ARCA_CHECK(repository.authenticate(key.node, key.password));
-    return config::NodeKeys(options.file).keep(repository.uuid(), key.node, key.password);
+    return config::NodeKeys(options.file)
+        .keep(repository.uuid(), key.node, key.password,
+              [&](const std::string &password) -> Result<void> {
+                  ARCA_CHECK(repository.authenticate(key.node, password));
+                  return {};
+              });
 }
 
 Result<void> importKey(const Command &command, const Asked &asked, Json &result)

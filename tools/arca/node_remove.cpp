@@ -80,7 +80,12 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
         return interruption("the node is gone, the rest of what it kept goes when you run this "
                             "again");
     removeCache(cache.directory(), node.key);
-    ARCA_CHECK(config::NodeKeys(options.file).forget(repository->uuid(), asked.node));
+    auto nodes = repository->nodes();
+    const auto holds = [&](const std::string &password) -> Result<void> {
+        ARCA_CHECK(nodes.authenticate(asked.node, password));
+        return {};
+    };
+    ARCA_CHECK(config::NodeKeys(options.file).forget(repository->uuid(), asked.node, holds));
     result["pieces"] = node.pieces;
     result["inactive"] = node.inactive;
     result["packs"] = node.packs;
