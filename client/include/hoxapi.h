@@ -575,9 +575,10 @@ typedef struct qryBackupData {
  * A client may have to look at every object of the node before the first answer. hoxBeginQuery then
  * calls `progress` now and then with the number of objects looked at (`done`) and about the number
  * to look at (`planned`), at last with both the same; hoxGetNextQObj, which may have to pass over
- * many, counts again from 0. When `progress` returns anything but 0, that call ends with
- * HOX_RC_ABORTED. It is called until hoxEndQuery, perhaps on a thread of the client while the
- * caller's thread waits; it must call no operation and throw nothing.
+ * many, counts again from 0. In a session for another node's objects both are always 0: how many
+ * that node has is not the session's to know. When `progress` returns anything but 0, that call
+ * ends with HOX_RC_ABORTED. It is called until hoxEndQuery, perhaps on a thread of the client while
+ * the caller's thread waits; it must call no operation and throw nothing.
  */
 #define HOX_QRY_OBJECTS_VERSION 2 /* version 1 ends at maxSize */
 typedef struct qryObjectsData {
@@ -718,7 +719,9 @@ int16_t hoxBeginQuery(hoxHandle_t handle, uint8_t queryType, const void *queryDa
  * HOX_RC_REPOSITORY_IO, HOX_RC_REPOSITORY_DAMAGED. The query stays open until hoxEndQuery, whatever
  * is returned. stVersion of the answer record in the buffer is read as in any record.
  * HOX_RC_BAD_ARGUMENT (the buffer is smaller than the record) and HOX_RC_BAD_VERSION lose no
- * answer; after another error answers may be missing.
+ * answer; after another error answers may be missing. At the end of a query of the log the record
+ * is filled with nothing but stVersion and `unreadable`, so that they are told without an event,
+ * too; data->numBytes is 0 then.
  */
 int16_t hoxGetNextQObj(hoxHandle_t handle, DataBlk *data);
 
