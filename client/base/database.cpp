@@ -184,10 +184,10 @@ bool Database::takeLock()
     if (!isFile())
         return true;
     int number = 0;
+    const std::string path = path_ + "-lock";
     lock_ = OwnDescriptor::open(
-        [&](bool) {
-            return openAbove((path_ + "-lock").c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK);
-        },
+        {AT_FDCWD, path.c_str()},
+        [&] { return openAbove(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK); },
         number);
     if (!lock_ || !tryLock(lock_->number(), false))
         return false;

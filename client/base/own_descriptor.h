@@ -11,7 +11,6 @@
 #ifndef KEEL_CLIENT_BASE_OWN_DESCRIPTOR_H
 #define KEEL_CLIENT_BASE_OWN_DESCRIPTOR_H
 
-#include <atomic>
 #include <functional>
 #include <memory>
 
@@ -21,11 +20,17 @@ namespace arca
 class OwnDescriptor
 {
 public:
-    /// Calls `open`, which opens the file and returns a descriptor above 2, or -1 with errno set.
-    /// The returned object owns that descriptor. When a fork came in between, a child may share the
-    /// descriptor: it is closed, and `open` is called once more, with `again` true. Returns null on
-    /// failure, with the errno in `number`. Throws std::bad_alloc.
-    static std::unique_ptr<OwnDescriptor> open(const std::function<int(bool again)> &open,
+    /// Where a file is: its name below an open directory, or AT_FDCWD and its path. No link.
+    struct Where {
+        int directory;
+        const char *name;
+    };
+
+    /// Calls `open`, which opens the regular file there for reading and writing, close-on-exec, and
+    /// returns a descriptor above 2, or -1 with errno set. The returned object owns that
+    /// descriptor. `open` throws nothing. Never waits for a fork, as the host's may wait for the
+    /// caller. Returns null on failure, with the errno in `number`. Throws std::bad_alloc.
+    static std::unique_ptr<OwnDescriptor> open(const Where &where, const std::function<int()> &open,
                                                int &number);
     OwnDescriptor(const OwnDescriptor &) = delete;
     OwnDescriptor &operator=(const OwnDescriptor &) = delete;
@@ -36,11 +41,13 @@ public:
     /// In a forked child the number is not this file's any more: do not use it there.
     int number() const { return number_; }
 
-private:
-    OwnDescriptor(std::atomic<int> &slot, int number) : slot_(slot), number_(number) {}
+    struct Slot;
 
-    std::atomic<int> &slot_; // what the child looks at
-    const int number_;
+private:
+    explicit OwnDescriptor(Slot &slot) : slot_(slot) {}
+
+    Slot &slot_; // what the child looks at
+    int number_ = -1;
 };
 
 } // namespace arca

@@ -257,12 +257,8 @@ private:
         ARCA_TRY(const Place place, find(path, action));
         int number = 0;
         auto own = OwnDescriptor::open(
-            [&](bool again) {
-                // It is there by then, and still nobody else's.
-                const int now = again ? flags & ~(O_CREAT | O_EXCL) : flags;
-                return openAboveAt(place.directory(), place.name(), now);
-            },
-            number);
+            {place.directory(), place.name()},
+            [&] { return openAboveAt(place.directory(), place.name(), flags); }, number);
         if (!own)
             return place.failure(number, action, path, ErrorKind::io);
         const int descriptor = own->number();

@@ -1,6 +1,7 @@
 // Locks and claims between real processes: each wait ends and names the holder, and neither
 // outlives the process that has it, whatever that forked.
 #include "client/base/descriptor.h"
+#include "client/base/own_descriptor.h"
 #include "client/blob/directory_store.h"
 #include "client/config/cipher_secret.h"
 #include "client/config/node_keys.h"
@@ -20,6 +21,7 @@
 #include <fcntl.h>
 #include <fstream>
 #include <functional>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -182,6 +184,64 @@ TEST_F(LockTest, AForkedChildKeepsNeitherLocksNorClaimsOfItsDeadParent)
     EXPECT_TRUE(here->removeLeftovers());
     EXPECT_TRUE(std::filesystem::is_empty(directory_ / "tmp"));
     kill(std::stoi(child), SIGKILL);
+}
+
+/// What the host does when it forks, before anything of ours that was registered later.
+std::function<void()> whileForking;
+const int watchesForks = pthread_atfork(
+    [] {
+        if (whileForking)
+            whileForking();
+    },
+    nullptr, nullptr);
+
+TEST_F(LockTest, WhatIsOpenedWhileTheHostForksIsWaitedForByNobodyAndKeptByNoChild)
+{
+    ASSERT_EQ(watchesForks, 0);
+    const std::string path = directory_ / "file";
+    Child parent([&](int told) {
+        alarm(60); // or a wait for the fork would last for ever
+        const auto own = store();
+        std::unique_ptr<blob::BlobWriter> claim;
+        std::unique_ptr<OwnDescriptor> opened;
+        std::atomic<int> number = -1;
+        std::atomic<bool> forked = false;
+        std::thread opening;
+        whileForking = [&] {
+            // As a host does that waits in its handler for a thread that is calling.
+            std::thread([&] { claim = std::move(own->begin()).value(); }).join();
+            opening = std::thread([&] {
+                int error = 0;
+                opened = OwnDescriptor::open(
+                    {AT_FDCWD, path.c_str()},
+                    [&] {
+                        number = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+                        while (!forked)
+                            std::this_thread::yield();
+                        return number.load();
+                    },
+                    error);
+            });
+            while (number < 0)
+                std::this_thread::yield();
+        };
+        if (const pid_t child = fork(); child == 0) {
+            alarm(60);
+            tell(told, fcntl(number, F_GETFD) < 0 ? std::to_string(getpid()) : "kept");
+        } else {
+            forked = true;
+            opening.join();
+        }
+        for (;;)
+            pause();
+    });
+    const std::string child = parent.hear();
+    ASSERT_GT(std::atoi(child.c_str()), 0) << child;
+    const auto here = store();
+    EXPECT_EQ(here->livingWriters()->size(), 1U);
+    parent.end(SIGKILL);
+    EXPECT_TRUE(here->livingWriters()->empty());
+    kill(std::atoi(child.c_str()), SIGKILL);
 }
 
 /// Whether that thread is in one of these system calls.
