@@ -7,7 +7,6 @@
 
 #include "client/blob/directory_reader.h"
 #include "client/blob/directory_writer.h"
-#include "client/blob/ending_signals.h"
 #include "client/blob/temporary_name.h"
 
 namespace arca::blob
@@ -16,14 +15,12 @@ namespace arca::blob
 DirectoryStore::DirectoryStore(std::string root, std::chrono::milliseconds patience)
     : root_(std::move(root)), own_(filesBelow(root_)), files_(*own_), patience_(patience)
 {
-    noteHandledSignals();
 }
 
 DirectoryStore::DirectoryStore(std::string root, FileLayer &files,
                                std::chrono::milliseconds patience)
     : root_(std::move(root)), files_(files), patience_(patience)
 {
-    noteHandledSignals();
 }
 
 DirectoryStore::~DirectoryStore() = default;

@@ -1,9 +1,8 @@
 // Asking for the handlers of a process: see the header.
 #include "client/blob/ending_signals.h"
 
-#include <atomic>
+#include <algorithm>
 #include <csignal>
-#include <iterator>
 
 namespace arca::blob
 {
@@ -13,31 +12,20 @@ namespace
 
 constexpr int kEndingSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
-/// Of each, whether the process had a handler when a store was opened or a lock waited for.
-std::atomic<bool> wasHandled[std::size(kEndingSignals)];
-
-bool isHandled(int number)
+bool hasCome(int number)
 {
     struct sigaction now = {};
-    return ::sigaction(number, nullptr, &now) == 0 && now.sa_handler != SIG_DFL &&
-           now.sa_handler != SIG_IGN;
+    return ::sigaction(number, nullptr, &now) == 0 && now.sa_handler == SIG_DFL &&
+           (static_cast<unsigned>(now.sa_flags) & SA_RESETHAND) != 0 &&
+           std::ranges::all_of(kEndingSignals,
+                               [&](int other) { return ::sigismember(&now.sa_mask, other) == 1; });
 }
 
 } // namespace
 
-void noteHandledSignals()
-{
-    for (std::size_t i = 0; i < std::size(kEndingSignals); ++i)
-        if (isHandled(kEndingSignals[i]))
-            wasHandled[i] = true;
-}
-
 bool endIsWanted()
 {
-    for (std::size_t i = 0; i < std::size(kEndingSignals); ++i)
-        if (wasHandled[i] && !isHandled(kEndingSignals[i]))
-            return true;
-    return false;
+    return std::ranges::any_of(kEndingSignals, hasCome);
 }
 
 } // namespace arca::blob

@@ -1,17 +1,16 @@
 // Whether a signal has asked the process to end in order, without a handler of our own: the process
-// may be a host's. Any thread may call these.
+// may be a host's, whose handlers mean nothing to us. A program that wants its waits to end says so
+// by the way it installs its handlers. Any thread may call this.
 #ifndef KEEL_CLIENT_BLOB_ENDING_SIGNALS_H
 #define KEEL_CLIENT_BLOB_ENDING_SIGNALS_H
 
 namespace arca::blob
 {
 
-/// Remembers which of SIGINT, SIGTERM and SIGHUP the process handles now. Call it before waiting.
-void noteHandledSignals();
-
-/// Returns true when a handler that noteHandledSignals() saw is gone: a program that ends in order
-/// handles the first signal only, its handler goes as it is called (SA_RESETHAND), and a second
-/// signal ends the program.
+/// Returns true when the program handles the first of SIGINT, SIGTERM and SIGHUP only
+/// (SA_RESETHAND) with all three in the handler's mask, and one of them has come. The system then
+/// puts the default in the handler's place and leaves flags and mask, so nothing has to be
+/// remembered.
 bool endIsWanted();
 
 } // namespace arca::blob

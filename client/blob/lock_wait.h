@@ -35,7 +35,6 @@ Result<std::unique_ptr<Lock>> waitForLock(const Attempt &attempt, const Held &he
     using Clock = std::chrono::steady_clock;
     constexpr std::chrono::milliseconds kLongestPause{50};
     const auto deadline = Clock::now() + patience;
-    noteHandledSignals();
     // Asked for again and again, as a wait of the system's would not end by itself.
     for (std::chrono::milliseconds pause{1};; pause = std::min(pause * 2, kLongestPause)) {
         ARCA_TRY(std::unique_ptr<Lock> mine, attempt());

@@ -12,6 +12,7 @@
 #include "client/store/repair.h"
 #include "client/store/repository.h"
 #include "tests/support/files.h"
+#include "tools/common/signals.h"
 
 #include <gtest/gtest.h>
 
@@ -133,6 +134,31 @@ TEST_F(LockTest, EveryWaitEndsAndNamesTheHolderUntilThatIsGone)
     holder.end(SIGKILL);
     EXPECT_TRUE(here->lock("change-aa", "storing"));
     EXPECT_TRUE(remove("pieces/aa/1"));
+}
+
+TEST_F(LockTest, OnlyASignalThatAProgramEndsByEndsAWait)
+{
+    const auto held = store()->lock("change-aa", "removing pieces");
+    ASSERT_TRUE(held);
+    const auto waitAfter = [&](const std::function<void()> &host) {
+        const Child child([&](int told) {
+            (void)std::signal(SIGINT, [](int) {});
+            const auto own = store();
+            host();
+            tell(told, own->lock("change-aa", "storing").error().kind == ErrorKind::stopped
+                           ? "stopped"
+                           : "waited");
+        });
+        return child.hear();
+    };
+    EXPECT_EQ(waitAfter([] { (void)std::signal(SIGINT, SIG_IGN); }), "waited");
+    EXPECT_EQ(waitAfter([] { (void)std::signal(SIGINT, SIG_DFL); }), "waited");
+    EXPECT_EQ(waitAfter([] { tools::noteSignals([](int) {}); }), "waited");
+    EXPECT_EQ(waitAfter([] {
+                  tools::noteSignals([](int) {});
+                  (void)raise(SIGHUP);
+              }),
+              "stopped");
 }
 
 TEST_F(LockTest, WhatNeedsThePacksOfANodeNamesWhatHoldsThem)

@@ -2,7 +2,6 @@
 #include "tools/common/signals.h"
 
 #include <csignal>
-#include <initializer_list>
 
 namespace tools
 {
@@ -12,8 +11,11 @@ void noteSignals(void (*handler)(int))
     struct sigaction action = {};
     action.sa_handler = handler;
     action.sa_flags = static_cast<int>(SA_RESTART | SA_RESETHAND);
+    constexpr int kEnding[] = {SIGINT, SIGTERM, SIGHUP};
     ::sigemptyset(&action.sa_mask);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : kEnding)
+        ::sigaddset(&action.sa_mask, number);
+    for (const int number : kEnding) {
         struct sigaction inherited = {};
         ::sigaction(number, nullptr, &inherited);
         if (inherited.sa_handler != SIG_IGN)
