@@ -13,10 +13,15 @@ namespace arca
 /// above 2, which the caller closes, or -1 with errno. As long as the call lasts, a descriptor that
 /// can neither be read nor written holds each free number up to 2, so that nothing the host prints
 /// meanwhile reaches the file; afterwards the number is free again. What the host itself puts there
-/// meanwhile, a new standard output for example, stays.
+/// meanwhile, a new standard output for example, stays. A file that it makes can be read and
+/// written by its owner whatever the host's umask says.
 int openAbove(const char *path, int flags, mode_t mode = 0600);
 /// The same, where a relative path begins at `directory`, as with openat(2).
 int openAboveAt(int directory, const char *path, int flags, mode_t mode = 0600);
+
+/// Like mkdirat(2); the directory gets the mode 0700 whatever the host's umask says. When that
+/// fails, no directory is left.
+int makeDirectoryAt(int directory, const char *path);
 
 /// Returns a descriptor above 2 for the same open file, which the caller closes. One that is above
 /// 2 already is returned as it is; from a lower one it makes a close-on-exec copy and closes

@@ -33,12 +33,12 @@ Error refused(const std::string &path, int number)
 /// Makes the directory and those above it; returns true when it is there, else false with errno.
 bool makeDirectories(const std::string &path)
 {
-    if (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST)
+    if (makeDirectoryAt(AT_FDCWD, path.c_str()) == 0 || errno == EEXIST)
         return true;
     const auto slash = path.rfind('/');
     return errno == ENOENT && slash != std::string::npos && slash != 0 &&
            makeDirectories(path.substr(0, slash)) &&
-           (mkdir(path.c_str(), 0700) == 0 || errno == EEXIST);
+           (makeDirectoryAt(AT_FDCWD, path.c_str()) == 0 || errno == EEXIST);
 }
 
 /// The path without links.
@@ -69,7 +69,7 @@ Result<void> checkPlace(const std::string &path)
 /// directory, so a name that is replaced meanwhile misleads neither.
 Result<void> claim(const std::string &path)
 {
-    if (mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+    if (makeDirectoryAt(AT_FDCWD, path.c_str()) != 0 && errno != EEXIST)
         return refused(path, errno);
     const int descriptor = openAbove(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
     if (descriptor < 0)

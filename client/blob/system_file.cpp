@@ -44,8 +44,9 @@ public:
     Result<void> write(ByteView bytes) override
     {
         // Beyond the limit of the process the system would not only fail the call but send a signal
-        // that ends the host.
-        if (bytes.size() > limit_ - std::min(written_, limit_))
+        // that ends the host. The host may change the limit at any time.
+        const std::uint64_t limit = fileSizeLimit();
+        if (bytes.size() > limit - std::min(written_, limit))
             return beyondLimit("writing");
         preferDirect(bytes, written_);
         written_ += bytes.size();
@@ -66,7 +67,7 @@ public:
 
     Result<void> allocate(std::uint64_t bytes) override
     {
-        if (bytes > limit_)
+        if (bytes > fileSizeLimit())
             return beyondLimit("allocating");
 #if defined(_POSIX_ADVISORY_INFO) && _POSIX_ADVISORY_INFO > 0
         int number = EINTR;
@@ -182,7 +183,7 @@ public:
     {
         // With a second name it may be something else as well, that is not to be cut.
         const auto state = status();
-        if (!state || state->st_nlink != 1 || note.size() > limit_ ||
+        if (!state || state->st_nlink != 1 || note.size() > fileSizeLimit() ||
             ftruncate(descriptor_, 0) != 0)
             return;
         (void)retried([&] { return pwrite(descriptor_, note.data(), note.size(), 0); });
@@ -257,7 +258,7 @@ private:
     Error beyondLimit(const char *action) const
     {
         return {ErrorKind::io, action + (" " + path_) + ": the file would be larger than the " +
-                                   std::to_string(limit_) +
+                                   std::to_string(fileSizeLimit()) +
                                    " bytes to which the size of files is limited for this process; "
                                    "raise that limit (ulimit -f, LimitFSIZE of a service)"};
     }
@@ -291,7 +292,6 @@ private:
     std::shared_mutex mode_; // held shared while reading, guards these two then
     bool mayBeDirect_ = true;
     bool direct_ = false;
-    const std::uint64_t limit_ = fileSizeLimit();
 };
 
 } // namespace

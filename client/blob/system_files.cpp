@@ -124,7 +124,7 @@ public:
     {
         constexpr const char *kAction = "creating the directory";
         ARCA_TRY(const Place place, find(path, kAction));
-        if (mkdirat(place.directory(), place.name(), 0700) != 0)
+        if (makeDirectoryAt(place.directory(), place.name()) != 0)
             return fromErrno(errno, kAction, path);
         return {};
     }

@@ -1,7 +1,10 @@
 // The file of verifying: see the header.
 #include "client/store/verify_state.h"
 
+#include "client/base/descriptor.h"
+
 #include <cstdio>
+#include <fcntl.h>
 #include <fstream>
 #include <sstream>
 #include <sys/stat.h>
@@ -81,8 +84,8 @@ void saveVerifyState(const std::string &directory, const std::string &nodeKey,
 {
     if (directory.empty())
         return;
-    (void)mkdir(directory.substr(0, directory.rfind('/')).c_str(), 0700);
-    (void)mkdir(directory.c_str(), 0700);
+    (void)makeDirectoryAt(AT_FDCWD, directory.substr(0, directory.rfind('/')).c_str());
+    (void)makeDirectoryAt(AT_FDCWD, directory.c_str());
     const std::string path = pathIn(directory, nodeKey);
     const std::string fresh = path + "." + std::to_string(getpid());
     std::ofstream file(fresh, std::ios::binary | std::ios::trunc);

@@ -1,6 +1,7 @@
 // Locks and claims between real processes: each wait ends and names the holder, and neither
 // outlives the process that has it, whatever that forked.
 #include "client/base/descriptor.h"
+#include "client/base/host_cache.h"
 #include "client/base/own_descriptor.h"
 #include "client/blob/directory_store.h"
 #include "client/config/cipher_secret.h"
@@ -23,6 +24,7 @@
 #include <fstream>
 #include <functional>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -308,6 +310,42 @@ TEST_F(LockTest, WhatTheHostPutsInPlaceOfAStandardDescriptorMeanwhileStays)
         });
         EXPECT_EQ(host.hear(), "kept") << duplicates;
     }
+}
+
+TEST_F(LockTest, WhateverTheUmaskOfTheHostItsFilesCanBeUsed)
+{
+    for (const mode_t mask : {0777U, 0277U, 0177U}) {
+        const std::string part = std::to_string(mask);
+        const Child host([&](int told) {
+            umask(mask);
+            const auto own = store();
+            const auto cache = HostCache::in({directory_ / part / "cache"}, "part");
+            const bool done =
+                blob::putWhole(*own, "pieces/" + part + "/1", viewOf("x")) &&
+                own->lock("change-" + part, "storing") && cache.directory() != "" &&
+                config::NodeKeys((directory_ / part / "arca.opt").string())
+                    .keep("u", "n", "p", [](const std::string &) { return Result<void>(); });
+            tell(told, done ? "done" : "failed");
+        });
+        EXPECT_EQ(host.hear(), "done") << std::oct << mask;
+    }
+    for (const auto &entry : std::filesystem::recursive_directory_iterator(directory_.path()))
+        EXPECT_EQ(static_cast<unsigned>(entry.status().permissions()),
+                  entry.is_directory() ? 0700U : 0600U)
+            << entry.path();
+}
+
+TEST_F(LockTest, ALimitOfFilesThatIsLoweredMeanwhileEndsNoHost)
+{
+    const Child host([&](int told) {
+        (void)std::signal(SIGXFSZ, SIG_DFL);
+        const auto own = store();
+        const auto piece = std::move(own->begin()).value();
+        const rlimit none{0, 0};
+        const bool begun = piece->append(viewOf("x")) && setrlimit(RLIMIT_FSIZE, &none) == 0;
+        tell(told, begun && !piece->commit("pieces/aa/1", blob::Unsure::takeBack) ? "failed" : "-");
+    });
+    EXPECT_EQ(host.hear(), "failed");
 }
 
 Result<void> any(const std::string &)
