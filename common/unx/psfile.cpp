@@ -125,6 +125,16 @@ int openAsRoot(const char *path, int openFlags, mode_t mode) noexcept
                : openFollowing(path, openFlags, mode);
 }
 
+// The umask of the host may have taken from a new file what its owner needs.
+void giveToOwner(int descriptor) noexcept
+{
+    struct stat file {
+    };
+    if (fstat(descriptor, &file) == 0 && S_ISREG(file.st_mode) && file.st_size == 0 &&
+        (file.st_mode & 0600) != 0600)
+        (void)fchmod(descriptor, (file.st_mode & 07777) | 0600);
+}
+
 bool setWholeLock(int descriptor, short type) noexcept
 {
     struct flock whole {
@@ -168,6 +178,8 @@ int psFileOpenDescriptor(const char *path, int openFlags, mode_t mode) noexcept
         closeKeepingReason(descriptor);
         return -1;
     }
+    if ((openFlags & O_CREAT) != 0)
+        giveToOwner(descriptor);
     const int status = fcntl(descriptor, F_GETFL);
     if (status != -1)
         fcntl(descriptor, F_SETFL, status & ~O_NONBLOCK);
@@ -190,7 +202,10 @@ int psFileOpenDirectory(const char *path) noexcept
 
 int psFileTemporary(char *path) noexcept
 {
-    return psFileAboveStandard(mkostemp(path, O_CLOEXEC));
+    const int descriptor = psFileAboveStandard(mkostemp(path, O_CLOEXEC));
+    if (descriptor >= 0)
+        giveToOwner(descriptor);
+    return descriptor;
 }
 
 bool psPipe(int ends[2]) noexcept

@@ -18,7 +18,8 @@
 /// followed only when it belongs to root or to the effective user, so that no other user can
 /// prepare one that leads to a file of the host; for reading, any link is followed. A file is
 /// emptied only after these checks. What root creates in another user's directory is given to that
-/// user, whose programs write there too. encoding and flags, which may be null, receive what the
+/// user, whose programs write there too. A new file can be read and written by its owner, whatever
+/// the host's umask says. encoding and flags, which may be null, receive what the
 /// line reader asks for: 0 and 0, the bytes as they are.
 FILE *psFileOpen(const char *path, const char *mode, int *encoding, int *flags) noexcept;
 

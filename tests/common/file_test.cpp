@@ -161,6 +161,23 @@ TEST(FileOpen, TakesNoneOfTheNumbersOfTheStandardStreams)
               }));
 }
 
+TEST(FileOpen, LeavesToTheOwnerWhatTheUmaskTakes)
+{
+    TempDir directory;
+    EXPECT_EQ(0, statusOf([&] {
+                  umask(0777);
+                  std::string unnamed = (directory / "XXXXXX").string();
+                  for (const int made :
+                       {psFileOpenDescriptor((directory / "a").c_str(), O_WRONLY | O_CREAT, 0666),
+                        psFileTemporary(unnamed.data())}) {
+                      struct stat file {
+                      };
+                      if (fstat(made, &file) != 0 || (file.st_mode & 0777) != 0600)
+                          _exit(1);
+                  }
+              }));
+}
+
 TEST(Write, FailsWithACodeWhereTheSystemWouldEndTheHost)
 {
     TempDir directory;

@@ -114,7 +114,11 @@ std::uint16_t prepareDirectory(const char *directory)
     if (errno != ENOENT) {
         return ORC_RC_PSWD_DIRECTORY;
     }
-    return mkdir(trimmed, S_IRWXU) == 0 ? ORC_RC_OK : ORC_RC_NO_DIRECTORY;
+    // The host's umask may have taken away what its owner needs.
+    return mkdir(trimmed, S_IRWXU) == 0 &&
+                   fchmodat(AT_FDCWD, trimmed, S_IRWXU, AT_SYMLINK_NOFOLLOW) == 0
+               ? ORC_RC_OK
+               : ORC_RC_NO_DIRECTORY;
 }
 
 bool writeRecords(int fd, const char *password, const std::uint32_t *key)
