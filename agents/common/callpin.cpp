@@ -8,10 +8,11 @@
 // 3. The gate opens again only after the objects were made, under the same initMutex.
 #include "agents/common/callpin.h"
 
+#include "common/thrd/psprocess.h"
+
 #include <atomic>
 #include <cstdint>
 #include <sched.h>
-#include <unistd.h>
 
 namespace
 {
@@ -52,7 +53,7 @@ bool leave()
 
 void callPinCheckProcess() noexcept
 {
-    const int self = static_cast<int>(getpid());
+    const int self = psProcessSelf();
     int seen = maker.load(std::memory_order_acquire);
     while (seen != self) {
         if (seen == -self) {

@@ -2,12 +2,12 @@
 #include "agents/common/dhoxapi.h"
 
 #include <cstring>
-#include <unistd.h>
 
 #include "agents/common/callpin.h"
 #include "agents/common/unx/sun/dhoxapidl.h"
 #include "common/cu/cu64.h"
 #include "common/string/ststring.h"
+#include "common/thrd/psprocess.h"
 
 DHoxApi *gHoxApiObjP = nullptr;
 std::atomic<DHoxApiStatus *> HoxApiStatusObjP{nullptr};
@@ -56,14 +56,14 @@ bool DHoxApi::IsLoaded()
 
 bool DHoxApi::IsSetUp()
 {
-    return setUpProcess_ != 0 && setUpProcess_ == static_cast<int>(getpid());
+    return setUpProcess_ != 0 && setUpProcess_ == psProcessSelf();
 }
 
 std::int16_t DHoxApi::dhoxSetUp(DBaseApiStatus *status, int multithread, const envSetUp *env)
 {
     const std::int16_t rc = DHoxCalls::dhoxSetUp(status, multithread, env);
     if (rc == HOX_RC_OK) {
-        setUpProcess_ = static_cast<int>(getpid());
+        setUpProcess_ = psProcessSelf();
     } else if (rc != HOX_RC_NULL_ARGUMENT && rc != HOX_RC_BAD_VERSION) {
         setUpProcess_ = 0; // a failed set-up has ended the earlier one
     }

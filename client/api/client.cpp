@@ -2,9 +2,8 @@
 #include "client/api/client.h"
 
 #include "client/api/local_log.h"
+#include "common/thrd/psprocess.h"
 #include "keel_paths.h"
-
-#include <unistd.h>
 
 namespace arca::api
 {
@@ -20,7 +19,7 @@ Client &Client::instance()
     // wanted in it.
     static std::atomic<Client *> client = nullptr;
     Client *known = client.load();
-    while (known == nullptr || known->process_ != getpid()) {
+    while (known == nullptr || known->process_ != psProcessSelf()) {
         // A forked child lacks the threads of its parent's sessions, and the sessions' mutexes are
         // as they were at the fork. It touches none of them, and knows no session.
         auto *const fresh = new Client(known);
@@ -32,7 +31,7 @@ Client &Client::instance()
 }
 
 Client::Client(Client *parents)
-    : process_(getpid()), lastHandle_(parents == nullptr ? 0 : parents->lastHandle_.load())
+    : process_(psProcessSelf()), lastHandle_(parents == nullptr ? 0 : parents->lastHandle_.load())
 {
     // A mutex that is held was held by a thread of the parent, which may have been changing this.
     if (parents != nullptr)

@@ -62,7 +62,7 @@ private:
     /// from the parent's, so that those stay dead in the child.
     explicit Client(Client *parents);
 
-    const pid_t process_;
+    const int process_;
 
     std::mutex mutex_; // guards all below; never held while a session's mutex is waited for
     std::optional<SetUp> setUp_;

@@ -1,6 +1,8 @@
 // Recursive mutexes, condition variables and thread identity.
 #include "common/thrd/psmutex.h"
 
+#include "common/thrd/psprocess.h"
+
 #include <cerrno>
 #include <ctime>
 #include <new>
@@ -29,7 +31,7 @@ std::uint64_t ownTag() noexcept
 
 int psProcessMark::own() noexcept
 {
-    return static_cast<int>(getpid());
+    return psProcessSelf();
 }
 
 // True when the caller must renew. False when nothing has to be renewed, or another thread has done

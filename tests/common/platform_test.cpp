@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+#include <sched.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -68,6 +69,42 @@ TEST(Mutex, IsFreeInAForkedChildThatLacksItsHolder)
     waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
 }
+
+#ifdef CLONE_NEWPID
+TEST(Mutex, IsFreeInAChildThatHasTheNumberOfItsParent)
+{
+    const auto statusOf = [](const auto &work) {
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(work());
+        int status = -1;
+        waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
+    };
+    constexpr int kNoNamespace = 77;
+    const auto first = [&] {
+        psMutex_t theirs;
+        std::atomic<bool> held = false;
+        std::thread([&] {
+            theirs.lock();
+            held = true;
+            pause();
+        }).detach();
+        while (!held)
+            std::this_thread::yield();
+        const pid_t number = getpid();
+        return unshare(CLONE_NEWPID) != 0
+                   ? kNoNamespace
+                   : statusOf([&] { return number == getpid() && theirs.lock(0) == 0 ? 0 : 1; });
+    };
+    // Whoever has made a namespace cannot make threads any more.
+    const int status =
+        statusOf([&] { return unshare(CLONE_NEWPID) != 0 ? kNoNamespace : statusOf(first); });
+    if (status == kNoNamespace)
+        GTEST_SKIP() << "no namespace can be made";
+    EXPECT_EQ(status, 0);
+}
+#endif
 
 TEST(Condition, GivesUpARecursivelyHeldMutexAndTakesItBack)
 {
