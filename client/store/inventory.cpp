@@ -302,8 +302,6 @@ Result<void> Inventory::compact()
 {
     if (!isKept())
         return {};
-    // Before the notes are listed: whoever could still bring an old note would be among them.
-    ARCA_TRY(const auto claims, domain_.blobs().livingWriters());
     std::vector<std::string> damaged;
     ARCA_TRY(auto notes, readAll(damaged));
     Note all;
@@ -313,11 +311,7 @@ Result<void> Inventory::compact()
     }
     sortOut(all.came);
     sortOut(all.went);
-    const Ids left = without(all.came, all.went);
-    // What went and is in no note as having come, nor can be any more.
-    if (claims.empty() && damaged.empty())
-        all.went = without(all.went, without(all.went, all.came));
-    all.came = left;
+    all.came = without(all.came, all.went);
     const bool asTheyAre =
         notes.size() <= 1 &&
         (notes.empty() || (notes[0].note.went == all.went && notes[0].note.came == all.came));

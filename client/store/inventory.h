@@ -11,9 +11,10 @@
 //   1. A piece is noted after it became visible, so a process that dies leaves a piece without a
 //      note, never a note without a piece. A note that cannot be written fails no commit.
 //   2. Only reclaiming takes a manifest away for good. It notes what goes first; then it purges.
-//   3. The blob of a note is begun before its piece becomes visible. So a note that comes after its
-//      piece was purged had its claim at the purge, and that it went is forgotten only when there
-//      was no claim, and no note, of it any more.
+//   3. That a piece went is never forgotten (8 bytes each): a note that it came may be put later,
+//   by
+//      a commit or a compaction that slept, and nothing tells how long. Another host may take the
+//      claim of such a process for that of a dead one.
 //   4. A compaction writes one note for many, and removes the many: those in which nothing went
 //      first. Killed anywhere, the notes that are there say the same.
 #ifndef KEEL_CLIENT_STORE_INVENTORY_H

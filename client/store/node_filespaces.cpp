@@ -157,28 +157,31 @@ Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
     // Once the piece shows, what follows may find no memory. The piece is taken back then, and some
     // memory is kept for that.
     auto kept = std::make_unique<std::array<std::byte, kKeptBytes>>();
-    const auto look = [&]() -> Result<void> {
-        const auto claimed = claimName(put, 0);
-        if (!claimed) {
-            giveNameBack(put);
-            return claimed;
-        }
-        auto now = filespace(put.name.filespace);
-        if (now && *now && (*now)->registration == registration)
-            return {};
-        // It was acknowledged to no one, so it is not kept either.
-        for (int place = 0; place < 3; ++place) // coming/, pieces/, inactive/
-            if (const auto located = locateAnywhere(put.id)) {
-                (void)store_.remove(located->blobName, *located->blob);
-                forget(put.id);
-            }
-        if (!now)
-            return std::move(now).error();
-        return unregistered(put.name.filespace, ErrorKind::noFilespace);
+    // Of a piece that is acknowledged to no one. `places`: where it may be. Its record, if it has
+    // one, is the caller's: it may lead to those of a removed piece.
+    const auto takeBack = [&](const Error &failure, int places) {
+        auto located = locateAnywhere(put.id);
+        for (; located && places > 0; located = locateAnywhere(put.id), --places)
+            (void)store_.remove(located->blobName, *located->blob);
+        if (!located && located.error().kind == ErrorKind::notFound)
+            return failure;
+        return inContext(failure, "whether the object " + printable(put.name.joined()) +
+                                      " was stored is not known, as it could not be taken back; "
+                                      "look whether it is there before it is stored again");
     };
     try {
-        ARCA_CHECK(piece.commit());
-        ARCA_CHECK(look());
+        if (const auto made = piece.commit(); !made)
+            return made.error().kind == ErrorKind::exists ? made.error()
+                                                          : takeBack(made.error(), 1);
+        if (const auto claimed = claimName(put, 0); !claimed) {
+            giveNameBack(put);
+            return takeBack(claimed.error(), 0);
+        }
+        const auto now = filespace(put.name.filespace);
+        if (!now || !*now || (*now)->registration != registration)
+            return takeBack(now ? unregistered(put.name.filespace, ErrorKind::noFilespace)
+                                : now.error(),
+                            3); // coming/, pieces/, inactive/
     } catch (const std::bad_alloc &) {
         kept.reset();
         giveNameBack(put);

@@ -223,6 +223,10 @@ Result<PieceInfo> NodeSpace::undelete(PieceId id)
     ARCA_TRY(const auto turn, lockChanges());
     // After the claim of the new piece: from here on nothing takes its blocks away.
     ARCA_TRY(const Located still, locateRemoved(id));
+    // Another one may have come this far while this one waited, and been killed.
+    ARCA_TRY(const PieceId meanwhile, broughtBack(still));
+    if (meanwhile != 0)
+        return leadTo(id, meanwhile);
     ObjectRecords records(*domain_);
     ARCA_TRY(const auto old, records.read(id));
     ObjectRecord fresh;
@@ -233,10 +237,15 @@ Result<PieceInfo> NodeSpace::undelete(PieceId id)
     ARCA_CHECK(records.write({0, fresh}));
     auto committed = commit(*piece, known->registration);
     if (!committed) {
-        (void)records.remove(fresh.id);
+        // One that could not be taken back is finished by the next undelete, by its record.
+        const auto there = locateAnywhere(fresh.id);
+        if (!there && there.error().kind == ErrorKind::notFound)
+            (void)records.remove(fresh.id);
         return std::move(committed).error();
     }
-    return leadTo(id, fresh.id);
+    auto back = leadTo(id, fresh.id);
+    return back ? std::move(back)
+                : inContext(back.error(), "the object is back, but the last step of that failed");
 }
 
 /// The piece that an undelete stored of it before it was killed; 0 when there is none.
@@ -278,17 +287,30 @@ Result<PieceInfo> NodeSpace::leadTo(PieceId former, PieceId id)
     return find(id);
 }
 
-Result<std::vector<PieceId>> NodeSpace::goneWith(std::span<const RemovedName> names)
+Result<std::vector<PieceId>> NodeSpace::goneWith(std::vector<RemovedName> &names,
+                                                 Result<void> &unclear)
 {
-    std::set<std::pair<PieceId, std::int64_t>> going;
-    std::set<PieceId> ids;
-    for (const RemovedName &name : names) {
-        going.emplace(name.id, name.at);
+    std::set<PieceId> ids, left;
+    for (const RemovedName &name : names)
         ids.insert(name.id);
+    // One that cannot be read elsewhere now may be that very piece, and must not be noted as gone.
+    // A piece that is removed meanwhile has its name in removed/ before it loses the other one.
+    for (const PieceId id : std::set<PieceId>(ids)) {
+        const auto located = locateAnywhere(id);
+        if (!located && located.error().kind == ErrorKind::notFound)
+            continue;
+        ids.erase(id);
+        if (located)
+            continue;
+        if (!isUnreadable(located.error()))
+            return located.error();
+        unclear = located.error();
+        left.insert(id);
     }
-    // What cannot be read elsewhere is named as damaged, and is not missed when it goes. A piece
-    // that is removed meanwhile has its name in removed/ before it loses the other one.
-    std::erase_if(ids, [&](PieceId id) { return static_cast<bool>(locateAnywhere(id)); });
+    std::erase_if(names, [&](const RemovedName &name) { return left.contains(name.id); });
+    std::set<std::pair<PieceId, std::int64_t>> going;
+    for (const RemovedName &name : names)
+        going.emplace(name.id, name.at);
     ARCA_TRY(const auto removed, removedNamesOf(store_, key_, ids));
     for (const RemovedName &name : removed)
         if (!going.contains({name.id, name.at}))
@@ -316,6 +338,19 @@ Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names)
     ARCA_TRY(const auto turn, lockChanges());
     std::set<PieceId> left, wereRemoved;
     for (const RemovedName &name : names) {
+        // An undelete that was killed before its last step left both, and the records that go with
+        // a removed piece are those of the new one, too.
+        const auto finished = [&]() -> Result<void> {
+            const auto piece = readRemoved(name);
+            if (!piece || !*piece)
+                return piece ? Result<void>() : piece.error();
+            ARCA_TRY(const PieceId back, broughtBack({{}, nullptr, (*piece)->info}));
+            if (back != 0)
+                ARCA_CHECK(leadTo(name.id, back));
+            return {};
+        }();
+        if (!finished && !isUnreadable(finished.error()))
+            return finished.error();
         const std::string blobName = removedNameOf(key_, name);
         if (const auto blob = store_.open(blobName)) {
             auto removed = store_.remove(blobName, **blob);
@@ -325,7 +360,7 @@ Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names)
             return blob.error();
         }
         ARCA_TRY(const bool stored, isStored(name.id, true));
-        if (!stored)
+        if (!stored && finished) // else the records may still lead to it
             left.insert(name.id);
         if (!stored && name.at != 0)
             wereRemoved.insert(name.id);

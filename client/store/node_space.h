@@ -123,11 +123,12 @@ public:
     Result<std::vector<RemovedPiece>> removedOf(const ObjectName &name);
     /// Brings a removed piece back under its name, durably: active when it was active, else
     /// inactive. It has another identifier then, which is returned with the rest, and the old one
-    /// leads to it. After an error it is removed as before. Takes the lock of changes itself.
+    /// leads to it. After an error call it again: it may be back. Takes the lock of changes itself.
     /// Errors: notFound, exists when its name is in use, noFilespace.
     Result<PieceInfo> undelete(PieceId id);
     /// Returns the pieces of which nothing is left once these removed manifests are purged.
-    Result<std::vector<PieceId>> goneWith(std::span<const RemovedName> names);
+    /// Where that cannot be told now, the names are dropped, and `unclear` says why.
+    Result<std::vector<PieceId>> goneWith(std::vector<RemovedName> &names, Result<void> &unclear);
     /// Returns how many removed pieces have these names. What a killed removal, a rename or an
     /// undelete left under removed/ is no removed piece, and is not counted.
     Result<std::uint64_t> countRemoved(std::span<const RemovedName> names);

@@ -84,9 +84,11 @@ Result<void> Reclaim::expectFilespaces(const Stock &stock)
     return {};
 }
 
+/// Without a grace time no clock is asked: that of who removed the piece may have been ahead.
 bool Reclaim::isOver(const RemovedName &name) const
 {
-    return name.at == 0 || (name.at <= now_ && now_ - name.at >= request_.grace);
+    return request_.grace == 0 || name.at == 0 ||
+           (name.at <= now_ && now_ - name.at >= request_.grace);
 }
 
 bool Reclaim::leaves(const StoredManifest &stored)
@@ -273,7 +275,8 @@ Result<void> Reclaim::expectExplained(std::span<const Candidate> found,
 /// stays with that.
 Result<std::uint64_t> Reclaim::countPurged()
 {
-    ARCA_TRY(const std::vector<PieceId> going, space_.goneWith(over_));
+    Result<void> unclear;
+    ARCA_TRY(const std::vector<PieceId> going, space_.goneWith(over_, unclear));
     std::vector<RemovedName> names;
     for (const RemovedName &name : over_)
         if (std::ranges::binary_search(going, name.id))
@@ -286,7 +289,8 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
     if (over_.empty())
         return {};
     // A piece whose removal was killed in between still shows, and is not noted as gone.
-    ARCA_TRY(std::vector<PieceId> went, space_.goneWith(over_));
+    Result<void> unclear;
+    ARCA_TRY(std::vector<PieceId> went, space_.goneWith(over_, unclear));
     ARCA_CHECK(inventory_.noteWent(std::move(went)));
     // What is no removed piece goes first: the record that says so goes with the piece it leads to,
     // and without it the manifest would count as one.
@@ -303,7 +307,8 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
         left = left.subspan(some.size());
     }
     over_.clear();
-    return {};
+    // What is damaged is named already, and holds up nothing else.
+    return damaged_.blobNames.empty() ? unclear : Result<void>();
 }
 
 Result<ReclaimTotals> Reclaim::plan()

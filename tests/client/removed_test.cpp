@@ -267,28 +267,114 @@ TEST_F(RemovedTest, MoreThanAStatedShareIsFreedOnlyWithARemovalThatExplainsIt)
 TEST_F(RemovedTest, APieceThatIsPurgedBeforeItIsNotedIsNotMissing)
 {
     bool purged = false;
+    for (const bool seesLocks : {true, false})
+        beforeEachStep(
+            [&](store::NodeSpace &other) {
+                const auto found = other.find(nameOf("late"));
+                if (!seesLocks)
+                    removeFiles("/r/tmp/"); // of a process that it takes for dead
+                if (found && *found && other.remove((*found)->id))
+                    purged = store::Reclaim(other, kAtOnce).run()->purgedPieces == 3;
+            },
+            [&](const auto &arm) {
+                purged = false;
+                const auto writer = begin("late", "x");
+                EXPECT_TRUE(writer->finish());
+                arm();
+                (void)space_->commit(*writer, 1);
+                return true;
+            },
+            [&](bool) {
+                for (int more = 0; more < 3; ++more) {
+                    const auto stock = store::Inventory(space_->domain()).check();
+                    ASSERT_TRUE(stock);
+                    EXPECT_EQ(stock->missing.size(), 0U) << purged << seesLocks;
+                    reclaim();
+                }
+            });
+}
+
+TEST_F(RemovedTest, WithoutAGraceTimeNoClockIsAsked)
+{
+    for (const std::string &path : files_.paths())
+        if (path.starts_with("/r/removed/")) { // long from now
+            ASSERT_TRUE(
+                files_.moveNew(path, path.substr(0, path.size() - 16) + "0000010000000000"));
+        }
+    EXPECT_EQ(reclaim({}).keptPieces, 2U);
+    EXPECT_EQ(reclaim().purgedPieces, 2U);
+}
+
+/// An undelete is killed before its last step: the next one, or the purge, finishes it.
+TEST_F(RemovedTest, WhatAKilledUndeleteStoredIsFoundAgain)
+{
+    const PieceId few = idOf("few");
+    const auto kill = [&](store::NodeSpace &space) {
+        store::ObjectRecords records(space.domain());
+        const bool back = static_cast<bool>(space.undelete(few));
+        auto state = records.read(few);
+        state->record.renamedTo = 0;
+        EXPECT_TRUE(!back || records.write(*state));
+    };
     beforeEachStep(
-        [&](store::NodeSpace &other) {
-            const auto found = other.find(nameOf("late"));
-            if (found && *found && other.remove((*found)->id))
-                purged = store::Reclaim(other, kAtOnce).run()->purgedPieces == 3;
-        },
+        kill,
         [&](const auto &arm) {
-            purged = false;
-            const auto writer = begin("late", "x");
-            EXPECT_TRUE(writer->finish());
+            EXPECT_TRUE(space_->commitTogether({{}, {}, std::span(&few, 1)}));
+            EXPECT_TRUE(space_->remove(few));
             arm();
-            (void)space_->commit(*writer, 1);
-            return true;
+            return static_cast<bool>(space_->undelete(few));
         },
-        [&](bool) {
-            for (int more = 0; more < 3; ++more) {
-                const auto stock = store::Inventory(space_->domain()).check();
-                ASSERT_TRUE(stock);
-                EXPECT_EQ(stock->missing.size(), 0U) << purged;
-                reclaim();
+        [&](bool) { EXPECT_EQ(space_->inactiveOf(nameOf("few"))->size(), 1U); });
+    startAgain();
+    ASSERT_TRUE(remove("few"));
+    kill(*space_);
+    reclaim();
+    expectPiece(few, few_);
+}
+
+TEST_F(RemovedTest, ACommitThatFailsSaysWhenItCouldNotBeTakenBack)
+{
+    const PieceId other = space_->removedOf(nameOf("other"))->at(0).info.id;
+    const struct {
+        const char *what;
+        std::function<Result<void>(const std::function<void()> &)> work;
+    } works[] = {
+        {"late",
+         [&](const auto &arm) {
+             const auto writer = begin("late", "x");
+             EXPECT_TRUE(writer->finish());
+             arm();
+             return space_->commit(*writer, 1);
+         }},
+        {"other",
+         [&](const auto &arm) -> Result<void> {
+             arm();
+             ARCA_CHECK(space_->undelete(other));
+             return {};
+         }},
+    };
+    const std::string kept = "other";
+    for (const auto &[what, work] : works) {
+        bool came = true;
+        for (int n = 1; came && !HasFailure(); ++n) {
+            SCOPED_TRACE(what + std::to_string(n));
+            startAgain();
+            const auto done = work([&] { files_.stopAt(n); });
+            came = files_.hasFailed();
+            files_.stopAt(0);
+            const auto found = space_->find(nameOf(what));
+            ASSERT_TRUE(found);
+            if (!done && *found && what == kept) {
+                const auto again = work([] {});
+                EXPECT_TRUE(again || again.error().kind == ErrorKind::notFound);
+                EXPECT_TRUE(*space_->find(nameOf(what)));
+            } else {
+                EXPECT_TRUE(done || !*found ||
+                            done.error().text.find("not known") != std::string::npos)
+                    << "whether it is there is not known, and it says: " << done.error().text;
             }
-        });
+        }
+    }
 }
 
 /// A removal that was killed leaves a second manifest, and one that was damaged since a third.
@@ -304,9 +390,14 @@ TEST_F(RemovedTest, LeftoversOfARemovalNeitherHideThePieceNorCountAsIt)
         ASSERT_TRUE(blob::putWhole(*store_, store::removedNameOf(key, {few, at}), bytes));
     };
     leave(1, false);
-    reclaim({}); // which purges it
-    EXPECT_EQ(verified().hurt(), 0U);
     const std::string path = "/r/" + manifestOf(few);
+    using Broken = test::MemoryFiles::Broken;
+    for (const Broken now : {Broken::opening, Broken::reading, Broken::no}) {
+        files_.breakFile(path, now);
+        reclaim({}); // which purges it as soon as it can tell that the piece is not it
+    }
+    EXPECT_EQ(verified().hurt(), 0U);
+    EXPECT_EQ(space_->removedOf(nameOf("few"))->size(), 0U);
     const auto whole = files_.snapshot();
     ASSERT_TRUE(files_.unlink(path));
     EXPECT_EQ(verified().missing, 1U) << "it was never noted as gone";
