@@ -2,6 +2,7 @@
 #include "client/store/verify_state.h"
 
 #include "client/base/descriptor.h"
+#include "client/blob/file_layer.h"
 
 #include <cstdio>
 #include <fcntl.h>
@@ -70,11 +71,15 @@ std::string encodeVerifyState(const VerifyState &state)
 
 VerifyState loadVerifyState(const std::string &directory, const std::string &nodeKey)
 {
-    std::ifstream file(pathIn(directory, nodeKey), std::ios::binary);
-    std::string text(kMaxStateBytes, '\0');
-    file.read(text.data(), static_cast<std::streamsize>(text.size()));
-    text.resize(static_cast<std::size_t>(file.gcount()));
-    return parseVerifyState(text);
+    // The file layer opens regular files only and waits for none.
+    const auto file = blob::systemFiles().open(pathIn(directory, nodeKey));
+    if (!file)
+        return {};
+    Bytes content(kMaxStateBytes);
+    const auto count = (*file)->readAt(0, content);
+    if (!count)
+        return {};
+    return parseVerifyState(textOf(ByteView(content).first(*count)));
 }
 
 /// Written beside it and renamed, so that whoever is killed leaves the one before. Without a sync:

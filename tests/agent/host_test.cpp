@@ -211,7 +211,7 @@ TEST_F(HostTest, IsNotHeldUpByPipesInThePlaceOfFiles)
     }
     keel::test::writeFile("endless.opt", "");
     fs::resize_file("endless.opt", std::uintmax_t{1} << 40);
-    for (const char *options : {"fifo.opt", "endless.opt"})
+    for (const char *options : {"fifo.opt", "endless.opt", "/proc/self/pagemap"})
         EXPECT_EQ("0", apart([&] {
                       setenv("VELO_OPTFILE", options, 1);
                       EXPECT_EQ("7011 2534", initialise());

@@ -51,6 +51,19 @@ protected:
 TEST_F(KeysTest, TheRecoveryKeyIsShownOnceAndATypoInItIsFound)
 {
     EXPECT_EQ(arca({"init"}).out.find("Recovery"), std::string::npos) << "shown a second time";
+    // One that could not be shown is not in force: the next run makes and shows another.
+    for (const std::string format : {"", " --json"}) {
+        const std::string place = "unseen" + format;
+        writeFile(file_, "REPOSITORY file://" + (installation_.directory() / place).string() +
+                             "\nNODENAME testnode\n");
+        const ProgramResult unseen = run({"sh", "-c",
+                                          arcaProgram().string() + " init" + format +
+                                              " --optfile " + file_.string() + " >/dev/full"});
+        EXPECT_EQ(unseen.status, 1) << unseen.err;
+        EXPECT_EQ(keyOfNew(place).size(), key_.size());
+    }
+    writeFile(file_, "REPOSITORY file://" + (installation_.directory() / "sealed").string() +
+                         "\nNODENAME testnode\n");
     std::string shouted, joined, swapped = key_, changed = key_;
     for (const char c : key_) {
         shouted += static_cast<char>(std::toupper(c));

@@ -4,6 +4,7 @@
 #include "tests/support/files.h"
 #include "tools/common/plot.h"
 #include "tools/common/table.h"
+#include "tools/common/text.h"
 
 #include <gtest/gtest.h>
 
@@ -137,6 +138,24 @@ TEST(ProgramLog, KeepsAsManyFilesAsItShallAndRefusesTheErrorLog)
     std::filesystem::remove(path + ".1");
     EXPECT_EQ(mtWrapAppend(path.c_str(), limits, "next"), 0);
     EXPECT_EQ(content(".1") + content(".2"), "longer than all\n5\n6\n7\n8\n");
+
+    // With a way to tell, nothing is renamed, overwritten or appended to that is no such log.
+    mtWrapLimits_t ours = limits;
+    ours.isLog = tools::isOutcomeLine;
+    const std::string line = tools::outcomeLine("keel", "info p", "done");
+    const auto append = [&] { return mtWrapAppend(path.c_str(), ours, line); };
+    EXPECT_EQ(append(), EEXIST) << "the file itself";
+    writeFile(path, line + "\n");
+    for (const char *foreign : {".1", ".2"}) {
+        writeFile(path + ".1", line + "\n");
+        writeFile(path + ".2", line + "\n");
+        writeFile(path + foreign, "data");
+        EXPECT_EQ(append(), EEXIST) << foreign;
+        EXPECT_EQ(content(foreign), "data");
+        EXPECT_EQ(content(""), line + "\n");
+    }
+    writeFile(path + ".2", line + "\n");
+    EXPECT_EQ(append(), 0);
 
     const std::string errorLog = directory / "veloerror.log";
     EXPECT_EQ(mtWrapAppend(errorLog.c_str(), limits, "line"), EINVAL);

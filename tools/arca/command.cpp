@@ -5,6 +5,7 @@
 #include "keel_paths.h"
 #include "tools/timing/timing.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <unistd.h>
@@ -27,6 +28,12 @@ void addCommonOptions(tools::Verb verb, Command &command)
         .valueName("FILE");
     verb.addFlag("--json", command.json, "Print one JSON object instead of text");
     tools::addTimingOption(verb, command.timing);
+}
+
+void beginJson(Command &command, const char *name, const Json &value)
+{
+    command.jsonBegun = true;
+    std::printf("{\n  %s: %s,\n", Json(name).dump().c_str(), value.dump().c_str());
 }
 
 void addYesOption(tools::Verb verb, bool &yes)

@@ -33,9 +33,10 @@ struct UsageError : std::runtime_error {
 struct Command {
     std::string givenOptionFile; ///< by --optfile; empty: none was given
     bool json = false;
-    bool ownJson = false; // the verb printed its object itself, and perform() prints none
-    std::string logFile;  ///< gets a line about the outcome; empty: no file does
-    bool timing = false;  ///< show at the end where the time went
+    bool ownJson = false;   // the verb printed its object itself, and perform() prints none
+    bool jsonBegun = false; // beginJson() printed its first member, and perform() prints the rest
+    std::string logFile;    ///< gets a line about the outcome; empty: no file does
+    bool timing = false;    ///< show at the end where the time went
     std::string verb;
 
     /// Does the work. Fills the object that --json prints, and prints for people when there is no
@@ -62,6 +63,10 @@ void addStats(tools::Verb app, Command &command);
 void addUndelete(tools::Verb app, Command &command);
 void addUnlock(tools::Verb app, Command &command);
 void addVerify(tools::Verb app, Command &command);
+
+/// Begins the object of --json with a member that must be shown before the work goes on; the object
+/// that the verb fills does without it. The caller flushes standard output.
+void beginJson(Command &command, const char *name, const Json &value);
 
 /// Adds the options that every verb takes.
 void addCommonOptions(tools::Verb verb, Command &command);

@@ -44,7 +44,7 @@ Result<Opened> openOrMake(const std::string &location)
 /// Shows the recovery key before the repository gets its public half, so that no key is in force
 /// that was never shown. After a run that stopped in between the next one makes and shows another
 /// key.
-Result<void> makeRecoveryKey(store::Repository &repository, const Command &command, Json &result)
+Result<void> makeRecoveryKey(store::Repository &repository, Command &command)
 {
     ARCA_TRY(const auto present, store::recoveryHalf(repository.blobs()));
     if (present)
@@ -53,23 +53,21 @@ Result<void> makeRecoveryKey(store::Repository &repository, const Command &comma
     ARCA_TRY(const store::PublicKey half, store::publicHalfOf(key));
     ARCA_TRY(std::string written, store::writtenRecoveryKey(key));
     if (command.json)
-        result["recoveryKey"] = written;
+        beginJson(command, "recoveryKey", written);
     else
         fmt::print(kRecoveryText, written);
     wipe(written);
-    if (std::fflush(stdout) != 0)
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
         return Error{ErrorKind::io, "the recovery key cannot be shown on standard output"};
     auto published = store::publishRecoveryHalf(repository.blobs(), half);
-    if (!published && published.error().kind == ErrorKind::exists) {
-        result.erase("recoveryKey");
+    if (!published && published.error().kind == ErrorKind::exists)
         return Error{ErrorKind::conflict,
                      "another arca init made the recovery key at the same time: the one that was "
                      "shown here is worth nothing; run it again"};
-    }
     return published;
 }
 
-Result<void> init(const Command &command, bool fromStandardInput, Json &result)
+Result<void> init(Command &command, bool fromStandardInput, Json &result)
 {
     ARCA_TRY(const config::Options options, optionsOf(command));
     ARCA_TRY(const std::string node, config::nodeNameFor(options));
@@ -81,7 +79,7 @@ Result<void> init(const Command &command, bool fromStandardInput, Json &result)
     if (!command.json)
         fmt::print("Repository  {} ({})\n", repository.shownName(),
                    opened.made ? "made now" : "was there, left as it is");
-    ARCA_CHECK(makeRecoveryKey(repository, command, result));
+    ARCA_CHECK(makeRecoveryKey(repository, command));
     ARCA_TRY(const bool registered, registerNode(repository, options, node, fromStandardInput));
     repository.blobs().keepReserve();
 

@@ -9,7 +9,6 @@
 
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 
 #include <fmt/format.h>
 
@@ -31,9 +30,11 @@ void logOutcome(const Command &command, const std::string &outcome)
     if (command.logFile.empty())
         return;
     const std::string line = tools::outcomeLine("arca", command.verb, outcome);
-    if (const int error = mtWrapAppend(command.logFile.c_str(), {}, line); error != 0)
+    mtWrapLimits_t limits;
+    limits.isLog = tools::isOutcomeLine;
+    if (const int error = mtWrapAppend(command.logFile.c_str(), limits, line); error != 0)
         complain(command,
-                 fmt::format("cannot write {}: {}", command.logFile, std::strerror(error)));
+                 fmt::format("cannot write {}: {}", command.logFile, tools::logFailureText(error)));
 }
 
 int runVerb(const Command &command, Json &result)
@@ -67,8 +68,10 @@ int perform(const Command &command)
         result["timing"] = tools::timesJson();
     else if (command.timing)
         tools::complain(tools::timesText(passed.count()));
-    if (command.json && !command.ownJson)
-        std::puts(result.dump(2, ' ', false, Json::error_handler_t::replace).c_str());
+    if (command.json && !command.ownJson) {
+        const std::string object = result.dump(2, ' ', false, Json::error_handler_t::replace);
+        std::puts(object.c_str() + (command.jsonBegun ? object.find('\n') + 1 : 0));
+    }
     bool written = std::ferror(stdout) == 0;
     written = std::fflush(stdout) == 0 && written;
     if (status != 0)

@@ -2,7 +2,9 @@
 #include "tools/common/text.h"
 
 #include <array>
+#include <cerrno>
 #include <cmath>
+#include <cstring>
 #include <ctime>
 
 #include <fmt/format.h>
@@ -104,6 +106,28 @@ std::string outcomeLine(std::string_view program, std::string_view work, std::st
 {
     return fmt::format("{} {} {}: {}", utcTimeText(std::time(nullptr)), program, printable(work),
                        printable(outcome));
+}
+
+std::string logFailureText(int error)
+{
+    if (error != EEXIST)
+        return std::strerror(error);
+    return "it, or a file beside it that would be an older part of it, is no log of keel or arca; "
+           "name another file";
+}
+
+bool isOutcomeLine(std::string_view beginning)
+{
+    constexpr std::string_view kTime = "0000-00-00T00:00:00Z ";
+    if (beginning.size() < kTime.size())
+        return false;
+    for (std::size_t i = 0; i < kTime.size(); ++i) {
+        const bool digit = beginning[i] >= '0' && beginning[i] <= '9';
+        if (kTime[i] == '0' ? !digit : beginning[i] != kTime[i])
+            return false;
+    }
+    const std::string_view work = beginning.substr(kTime.size());
+    return work.starts_with("keel ") || work.starts_with("arca ");
 }
 
 } // namespace tools

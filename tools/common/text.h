@@ -36,6 +36,10 @@ namespace tools
 /// keel backup p: done". `work` and `outcome` are made printable().
 [[nodiscard]] std::string outcomeLine(std::string_view program, std::string_view work,
                                       std::string_view outcome);
+/// Returns why the log could not be written, for a code of mtWrapAppend().
+[[nodiscard]] std::string logFailureText(int error);
+/// Returns true for text that begins as such a line of either program does.
+[[nodiscard]] bool isOutcomeLine(std::string_view beginning);
 
 } // namespace tools
 

@@ -69,9 +69,12 @@ void logOutcome(const Command &command, const std::string &outcome)
         return;
     const std::string work = command.verb + (command.subject.empty() ? "" : " " + command.subject);
     const std::string line = tools::outcomeLine("keel", work, outcome);
-    if (const int error = mtWrapAppend(command.logFile.c_str(), {}, line); error != 0)
+    mtWrapLimits_t limits;
+    limits.isLog = tools::isOutcomeLine;
+    if (const int error = mtWrapAppend(command.logFile.c_str(), limits, line); error != 0)
         tools::complain(fmt::format("keel {}: cannot write {}: {}\n", command.verb,
-                                    tools::printable(command.logFile), std::strerror(error)));
+                                    tools::printable(command.logFile),
+                                    tools::logFailureText(error)));
 }
 
 int report(const Command &command, Json &result, const std::string &text, std::uint32_t sbtCode,

@@ -3,8 +3,12 @@
 
 #include <algorithm>
 #include <cctype>
-#include <fstream>
+#include <cerrno>
+#include <fcntl.h>
+#include <sstream>
 #include <string_view>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace keel
 {
@@ -44,7 +48,26 @@ OptionLines optionLinesIn(std::istream &input)
 
 OptionLines readOptionLines(const std::string &file)
 {
-    std::ifstream input(file);
+    // As the agent does it: a FIFO or device in the place of the file is not waited for, and
+    // neither is the end of a file that has none.
+    constexpr std::size_t kMostBytes = std::size_t{16} << 20;
+    const int descriptor = ::open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0)
+        return {};
+    struct stat status = {};
+    ssize_t count = ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) ? 1 : -1;
+    std::string text, part(4096, '\0');
+    while (count > 0 && text.size() <= kMostBytes) {
+        count = ::read(descriptor, part.data(), part.size());
+        if (count < 0 && errno == EINTR)
+            count = 1;
+        else if (count > 0)
+            text.append(part, 0, static_cast<std::size_t>(count));
+    }
+    (void)::close(descriptor);
+    if (count < 0 || text.size() > kMostBytes)
+        return {};
+    std::istringstream input(text);
     return optionLinesIn(input);
 }
 

@@ -15,7 +15,8 @@ namespace keel
 /// their ends. A keyword may come several times, and its last line counts; a value may be empty.
 using OptionLines = std::vector<std::pair<std::string, std::string>>;
 [[nodiscard]] OptionLines optionLinesIn(std::istream &input);
-/// Returns no lines for a file that cannot be read.
+/// Returns no lines for a file that cannot be read or is larger than the agent reads, 16 MiB, and
+/// for what is no file. It never waits.
 [[nodiscard]] OptionLines readOptionLines(const std::string &file);
 
 } // namespace keel

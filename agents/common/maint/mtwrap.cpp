@@ -61,15 +61,38 @@ std::string aside(const std::string &path, unsigned number)
     return path + "." + std::to_string(number);
 }
 
+bool isLog(int descriptor, const mtWrapLimits_t &limits)
+{
+    char beginning[64];
+    const ssize_t length = ::pread(descriptor, beginning, sizeof beginning, 0);
+    return length == 0 ||
+           (length > 0 &&
+            (limits.isLog == nullptr ||
+             limits.isLog(std::string_view(beginning, static_cast<std::size_t>(length)))));
+}
+
+/// Returns 0 when the name may be renamed or overwritten, which no name that leads to nothing or to
+/// anything else than a file may.
+int expectLog(const std::string &name, const mtWrapLimits_t &limits)
+{
+    const Descriptor file(psFileOpenDescriptor(name.c_str(), O_RDONLY));
+    return file.number() >= 0 && isLog(file.number(), limits) ? 0 : EEXIST;
+}
+
 /// Renames up to the first gap only: where a dead process left a rename undone, its gap is filled
-/// and no file is given up.
+/// and no file is given up. All of them are looked at before the first is renamed.
 int putAside(const std::string &path, const mtWrapLimits_t &limits)
 {
     unsigned free = 1;
     struct stat there {
     };
-    while (free < limits.kept && ::stat(aside(path, free).c_str(), &there) == 0) {
-        ++free;
+    for (; ::lstat(aside(path, free).c_str(), &there) == 0; ++free) {
+        if (const int rc = expectLog(aside(path, free), limits); rc != 0) {
+            return rc;
+        }
+        if (free == limits.kept) {
+            break;
+        }
     }
     for (; free > 1; --free) {
         if (::rename(aside(path, free - 1).c_str(), aside(path, free).c_str()) != 0) {
@@ -99,13 +122,17 @@ int appendToPresent(const std::string &path, const mtWrapLimits_t &limits, const
     if (file.number() < 0) {
         return errno;
     }
-    if (const int rc = psFileLock(file.number()); rc != 0) {
-        return rc == EAGAIN ? writeUnlocked(file.number(), line) : rc;
-    }
+    const int locked = psFileLock(file.number());
     struct stat status {
     };
     if (::fstat(file.number(), &status) != 0) {
         return errno;
+    }
+    if (S_ISREG(status.st_mode) && !isLog(file.number(), limits)) {
+        return EEXIST;
+    }
+    if (locked != 0) {
+        return locked == EAGAIN ? writeUnlocked(file.number(), line) : locked;
     }
     if (!isStill(path, status)) {
         return kOnceMore;

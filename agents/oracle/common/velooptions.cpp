@@ -143,14 +143,24 @@ char *veloCleanOptionValue(char *value)
     return value;
 }
 
-/// A bound on the file, because a huge sparse one would hold the host for ever; reading 1 GiB takes
-/// about a second.
+/// A bound on the file, because a huge sparse one would hold the host for long, and one of /proc,
+/// which calls itself empty, for ever: so what can be read counts, and not the size alone.
 static bool isOfOptionSize(std::FILE *stream)
 {
-    constexpr off_t mostBytes = 1 << 30;
+    constexpr std::size_t mostBytes = std::size_t{16} << 20;
     struct stat status {
     };
-    return fstat(fileno(stream), &status) == 0 && status.st_size <= mostBytes;
+    if (fstat(fileno(stream), &status) != 0 || status.st_size > static_cast<off_t>(mostBytes)) {
+        return false;
+    }
+    char part[4096];
+    std::size_t total = 0;
+    for (std::size_t count = 0;
+         total <= mostBytes && (count = std::fread(part, 1, sizeof part, stream)) != 0;) {
+        total += count;
+    }
+    std::rewind(stream);
+    return total <= mostBytes;
 }
 
 std::uint16_t veloOpenOptionFile(OptionFile &file)

@@ -59,7 +59,7 @@ public:
 std::uint16_t veloSetOptions(orcObj_t *ctx);
 
 /// Opens the file that VELO_OPTFILE names, else the default one; file.path is set in either case.
-/// Returns 0, or 2534 (reported) when it cannot be opened or is larger than 1 GiB.
+/// Returns 0, or 2534 (reported) when it cannot be opened or holds more than 16 MiB.
 std::uint16_t veloOpenOptionFile(OptionFile &file);
 
 /// Reads every line into the option block. Returns 0, or 2534 (reported) at the first line with an
