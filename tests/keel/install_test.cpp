@@ -113,8 +113,9 @@ TEST_F(KeelTest, DoctorNamesWhatIsBrokenWithItsCure)
             const std::string cure = found.value("cure", "");
             const std::size_t end = cure.find(" tells more");
             const std::size_t begin = cure.rfind(' ', end - 1) + 1;
-            if (end != std::string::npos)
+            if (end != std::string::npos) {
                 EXPECT_TRUE(std::filesystem::exists(cure.substr(begin, end - begin))) << cure;
+            }
         }
     }
 }
