@@ -108,6 +108,10 @@ void watchForks()
     (void)pthread_once(&once, [] { (void)pthread_atfork(nullptr, nullptr, afterForkInChild); });
 }
 
+// As the library is loaded: a handler that is registered while a fork is under way is not called in
+// its child.
+[[maybe_unused]] const bool watched = (watchForks(), true);
+
 Slot &takeSlot()
 {
     watchForks();

@@ -210,7 +210,7 @@ TEST_F(CatalogueTest, TellsHowFarItIsAndStopsWhenAsked)
         EXPECT_LE(told.done, done);
         EXPECT_LE(done, planned);
         told = {told.stopAt, done, planned};
-        return done == told.stopAt ? 1 : 0;
+        return done >= told.stopAt ? 1 : 0;
     };
     // Before anything is in the catalogue, and when all of it is.
     for (const std::uint64_t stopAt : {0, 3, 5, 99, 0, 5, 99}) {
@@ -218,7 +218,8 @@ TEST_F(CatalogueTest, TellsHowFarItIsAndStopsWhenAsked)
         asked.progressContext = &told;
         const Listed listed = listSorted(handle_, asked);
         EXPECT_EQ(listed, stopAt == 99 ? all_ : (Listed{{}, HOX_RC_ABORTED})) << stopAt;
-        EXPECT_EQ(told.done, stopAt == 99 ? 5 : stopAt);
+        // It may be told in larger steps than one, as objects happen to lie together.
+        EXPECT_GE(told.done, stopAt == 99 ? 5 : stopAt);
         EXPECT_TRUE(stopAt != 99 || told.planned == 5) << told.planned;
     }
 }

@@ -67,8 +67,8 @@ TEST_F(ClassTest, WhatIsDefinedIsWhatSessionsSeeAndObjectsCarry)
          HOX_RC_OK},
         {{"delete", "a.long-term_1"}, 0, {standard, "GOLD FAST 3 365"}, HOX_RC_OK},
         {{"change", "gold", "--versions", "nolimit"}, 0, {standard, "GOLD FAST 65535 365"}, 0},
-        {{"change", "gold", "--days", "-1"}, 1, {standard, "GOLD FAST 65535 365"}, HOX_RC_OK},
-        {{"change", "gold", "--versions", "0"}, 1, {standard, "GOLD FAST 65535 365"}, HOX_RC_OK},
+        {{"change", "gold", "--days", "-1"}, 2, {standard, "GOLD FAST 65535 365"}, HOX_RC_OK},
+        {{"change", "gold", "--versions", "0"}, 2, {standard, "GOLD FAST 65535 365"}, HOX_RC_OK},
         {{"delete", "gold"}, 0, {standard}, HOX_RC_MC_UNKNOWN},
         {{"delete", "gold"}, 1, {standard}, HOX_RC_MC_UNKNOWN},
         {{"change", "gold", "--days", "1"}, 1, {standard}, HOX_RC_MC_UNKNOWN},
@@ -90,7 +90,7 @@ TEST_F(ClassTest, WhatIsDefinedIsWhatSessionsSeeAndObjectsCarry)
         line.insert(line.end(), {"--optfile", installation_.clientOptions()});
         const ProgramResult result = run(line);
         EXPECT_EQ(result.status, step.status) << result.err;
-        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), step.status);
+        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), step.status == 0 ? 0 : 1);
         EXPECT_EQ(classes(handle, nullptr), step.all);
         EXPECT_EQ(classes(handle, "gOlD").size(), step.bound == HOX_RC_OK ? 1U : 0U);
         const std::string piece = "p" + std::to_string(objects++);

@@ -453,6 +453,8 @@ TEST_F(LockTest, TheKeptPasswordsNameTheProcessThatChangesThem)
         struct sigaction noted = {};
         noted.sa_handler = [](int) {};
         noted.sa_flags = static_cast<int>(SA_RESETHAND);
+        for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+            sigaddset(&noted.sa_mask, signal);
         sigaction(SIGTERM, &noted, nullptr);
         std::thread signals([waits = gettid()] {
             while (!isIn(waits, {SYS_clock_nanosleep}))

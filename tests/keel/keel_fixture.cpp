@@ -21,7 +21,9 @@ void KeelTest::expectRefusal(const Words &arguments, int status, const std::stri
     const ProgramResult result = keel(arguments, input);
     SCOPED_TRACE(result.err);
     EXPECT_EQ(result.status, status);
-    EXPECT_EQ(result.out, "");
+    const bool json = std::ranges::find(arguments, "--json") != arguments.end();
+    EXPECT_EQ(json, result.out.find("\"ok\": false") != std::string::npos) << result.out;
+    EXPECT_TRUE(json || result.out.empty()) << result.out;
     EXPECT_NE(result.err.find(said), std::string::npos) << said;
     EXPECT_EQ(std::ranges::count(result.err, '\n'), 1);
 }
