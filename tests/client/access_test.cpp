@@ -306,6 +306,7 @@ TEST_F(AccessTest, AGuestIsNotToldHowManyObjectsThereAre)
         std::uint64_t most = 0;
         qryObjectsData asked{};
         asked.stVersion = HOX_QRY_OBJECTS_VERSION;
+        asked.objState = HOX_STATE_ANY;
         asked.progressContext = &most;
         asked.progress = [](void *context, std::uint64_t done,
                             std::uint64_t planned) -> std::int16_t {
