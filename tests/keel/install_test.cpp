@@ -109,7 +109,8 @@ TEST_F(KeelTest, DoctorNamesWhatIsBrokenWithItsCure)
         EXPECT_EQ(check["status"], "failed") << result.out;
         EXPECT_NE(check["cure"].get<std::string>().find(broken.cure), std::string::npos) << check;
         // A log that is named is there.
-        for (const Json &found : Json::parse(result.out)["checks"]) {
+        const Json told = Json::parse(result.out);
+        for (const Json &found : told["checks"]) {
             const std::string cure = found.value("cure", "");
             const std::size_t end = cure.find(" tells more");
             const std::size_t begin = cure.rfind(' ', end - 1) + 1;
