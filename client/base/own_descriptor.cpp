@@ -66,7 +66,7 @@ bool leadsTo(int descriptor, dev_t device, ino_t inode)
 }
 
 /// Closes what another thread was opening at the fork. A file that has no name any more needs no
-/// closing: nobody asks for its lock.
+/// closing: no process can ask for its lock.
 void closeOpened(const OwnDescriptor::Where &where)
 {
     constexpr rlim_t kMost = rlim_t{1} << 20;

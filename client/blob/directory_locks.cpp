@@ -22,7 +22,7 @@ private:
 
 } // namespace
 
-/// Whoever frees space takes locks, so a full disk must not keep them away.
+/// Work that frees space takes locks, so a full disk must not keep them away.
 Result<std::unique_ptr<File>> DirectoryStore::openLock(const std::string &name)
 {
     return withReserve(*this, [&]() -> Result<std::unique_ptr<File>> {

@@ -15,7 +15,7 @@ namespace
 {
 
 /// Together as much as rewriting half a pack takes, and then some for records. In several files, as
-/// whoever is writing at that moment may take what was given up.
+/// a writer of that moment may take what was given up.
 constexpr int kLargeFiles = 6;
 constexpr std::uint64_t kLargeBytes = std::uint64_t{4} << 20;
 /// A removal makes half a dozen files and directories, and a reclaiming a dozen.

@@ -21,7 +21,7 @@ DirectoryWriter::~DirectoryWriter()
     try {
         (void)store_.files_.unlink(store_.pathOf(temporary_));
     } catch (const std::bad_alloc &) {
-        // A later session removes it: nobody holds its lock then.
+        // A later session removes it: no process holds its lock then.
     }
 }
 

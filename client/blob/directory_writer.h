@@ -21,7 +21,7 @@ public:
     /// was taken, or when a cleaner came between the two and took the file for a dead writer's.
     Result<bool> claim();
 
-    /// Instead of append(): space that nobody else gets, whatever is in it.
+    /// Instead of append(): space that no other file gets, whatever is in it.
     Result<void> allocate(std::uint64_t bytes) { return file_->allocate(bytes); }
 
     Result<void> append(ByteView bytes) override;

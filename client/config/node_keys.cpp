@@ -173,7 +173,7 @@ Result<bool> NodeKeys::introduce(const std::string &uuid, const std::string &nod
         if (done)
             (void)write(uuid, node, isIt, {});
         else if (done.error().kind == ErrorKind::exists)
-            (void)write(uuid, node, std::not_fn(isIt), {}); // somebody else registered the node
+            (void)write(uuid, node, std::not_fn(isIt), {}); // another process registered it
     }
     wipe(password);
     ARCA_CHECK(std::move(done));
@@ -198,8 +198,8 @@ Result<void> NodeKeys::forget(const std::string &uuid, const std::string &node,
     ARCA_TRY(std::string kept, std::move(text));
     wipe(kept);
     ARCA_TRY(const auto turn, lock());
-    // The name may have been given to a new node since: its password stays, and one of which
-    // nobody can tell.
+    // The name may have been given to a new node since: its password stays, and one that could not
+    // be tried.
     const auto mayHold = [&](std::string_view line) {
         std::string password(line);
         const auto proved = prove(password);
