@@ -172,6 +172,9 @@ TEST_F(MeantTest, WhatSelectsNothingOrIsImpossibleNeverMeansEverything)
         {"access", "grant", "", "p"},
         {"access", "grant", "other", "p*", "--filespace", "/fs"},
         {"access", "grant", "other", "p", "--filespace", "/f?"},
+        {"access", "grant", "other", "/fs//p", "--filespace", "/fs"},
+        {"access", "grant", "other", "/fs//p*"},
+        {"access", "grant", "other", "/fs//"},
         {"log", "--prune", "0", "--yes"},
         {"log", "--prune", "30", "--yes", "--node", "other"},
         {"log", "--prune", "30", "--yes", "--before", "90d"},
@@ -180,6 +183,10 @@ TEST_F(MeantTest, WhatSelectsNothingOrIsImpossibleNeverMeansEverything)
     for (const Words &wrong : others)
         refused(wrong, {}, 2);
     EXPECT_EQ(arcaJson({"access", "list"})["rules"].size(), 0U);
+    ASSERT_EQ(arca({"access", "grant", "other", "/fs//p"}).status, 0);
+    const auto rule = arcaJson({"access", "list"})["rules"][0];
+    EXPECT_EQ(rule["filespace"], "/fs");
+    EXPECT_EQ(rule["piece"], "p");
     EXPECT_EQ(listed({"--class", "gold"}), "");
 
     EXPECT_EQ(arcaJson({"rm", "--id", id, "--newer", "1h", "--yes"})["deleted"], 1);
@@ -232,6 +239,38 @@ TEST_F(MeantTest, WhatIsDoneIsWhatWasShown)
     EXPECT_EQ(listed({"--inactive"}), "c");
     EXPECT_EQ(listed({}), "a b c");
     EXPECT_NE(said.find("1 of those is not there any more"), std::string::npos) << said;
+}
+
+TEST_F(MeantTest, ADryRunByIdentifierIsWhatTheRunDoes)
+{
+    const hoxHandle_t handle = logOn();
+    const auto idOf = [&](const char *piece) -> std::string {
+        return arcaJson({"show", piece})["versions"][0]["id"];
+    };
+    store(handle, "old", "goes");
+    store(handle, "p", "brought back");
+    ASSERT_EQ(arca({"rm", "old", "--deactivate", "--yes"}).status, 0);
+    const std::string old = idOf("old"), former = idOf("p");
+    ASSERT_EQ(arca({"rm", "p", "--yes"}).status, 0);
+    ASSERT_EQ(arca({"undelete", "p"}).status, 0);
+    const struct {
+        Words words;
+        const char *field;
+        int count, status;
+    } cases[] = {
+        {{"--id", old, "--deactivate"}, "deactivated", 0, 1},
+        {{"--id", former, "--deactivate"}, "deactivated", 1, 0},
+        {{"--id", former, "--id", old}, "deleted", 2, 0},
+        {{"--id", former}, "deleted", 0, 1},
+    };
+    for (const auto &c : cases)
+        for (const char *way : {"--dry-run", "--yes"}) {
+            Words words = c.words;
+            words.insert(words.begin(), "rm");
+            words.emplace_back(way);
+            EXPECT_EQ(arcaJson(words, c.status)[c.field], c.count) << testing::PrintToString(words);
+        }
+    EXPECT_EQ(arca({"rm", "p", "--inactive", "--deactivate", "--dry-run"}).status, 2);
 }
 
 TEST_F(MeantTest, ABindingHoldsForOneIdentifier)

@@ -190,6 +190,11 @@ TEST_F(NodeTest, UnlockClearsUpBehindTheDeadOnly)
 {
     const hoxHandle_t handle = logOn();
     ASSERT_EQ(send(handle, "open", "under way"), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxEndSendObj(handle), HOX_RC_OK); // parked under the claim of the transaction
+    const hoxObjName second = nameOf("second");
+    const ObjAttr attr = attributes();
+    ASSERT_EQ(api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &second, &attr, nullptr),
+              HOX_RC_OK);
     const auto living = stored("tmp").size();
     writeFile(installation_.repository() / "tmp" / "1-0123456789abcdef", "left behind");
     EXPECT_EQ(arcaJson({"unlock", "--dry-run"})["leftovers"], 1);
@@ -197,6 +202,7 @@ TEST_F(NodeTest, UnlockClearsUpBehindTheDeadOnly)
     const auto told = arcaJson({"unlock"});
     EXPECT_EQ(told["leftoverBytes"], 11);
     EXPECT_EQ(told["held"].size(), living + 1);
+    EXPECT_EQ(told["removed"], 1);
     EXPECT_EQ(stored("tmp").size(), living);
     EXPECT_EQ(commit(handle), HOX_RC_OK) << "the living one was left alone";
     EXPECT_EQ(arcaJson({"unlock"})["held"].size(), 0U);

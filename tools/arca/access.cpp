@@ -15,7 +15,7 @@ namespace
 {
 
 struct Asked {
-    std::string reader, owner, piece, filespace = kAgentFilespace;
+    std::string reader, owner, piece, filespace;
     std::vector<std::uint32_t> rules;
     bool fromStandardInput = false;
 };
@@ -68,11 +68,18 @@ void expectNoPattern(const std::string &text, const char *what)
 
 Result<void> grant(ClientSession &client, const Command &command, const Asked &asked, Json &result)
 {
-    const bool every = asked.piece.empty() || asked.piece == "*";
+    const TypedName typed = typedName(asked.piece);
+    if (!typed.filespace.empty() && !asked.filespace.empty())
+        throw UsageError(printable(asked.piece) +
+                         " names a filespace itself; leave --filespace out");
+    const std::string filespace = !typed.filespace.empty()  ? typed.filespace
+                                  : asked.filespace.empty() ? kAgentFilespace
+                                                            : asked.filespace;
+    const bool every = typed.piece.empty() || typed.piece == "*";
     if (!every)
-        expectNoPattern(asked.piece, "piece");
-    expectNoPattern(asked.filespace, "filespace");
-    const hoxObjName name = objectName(asked.filespace, every ? "*" : asked.piece);
+        expectNoPattern(typed.piece, "piece");
+    expectNoPattern(filespace, "filespace");
+    const hoxObjName name = objectName(filespace, every ? "*" : typed.piece);
     ARCA_CHECK(answered(mtAccessGrant(client.session(), name, asked.reader, asked.owner)));
     result["granted"] = asked.reader;
     if (!command.json)
@@ -109,9 +116,9 @@ void addOperands(tools::Verb verb, Work work, Asked &asked)
         verb.addOption("PIECE", asked.piece,
                        "Piece that it may read; left out or '*': every one of the filespace, those "
                        "of the future too");
-        verb.addOption("--filespace", asked.filespace, "Filespace of the pieces")
-            .valueName("NAME")
-            .showDefault();
+        verb.addOption("--filespace", asked.filespace,
+                       std::string("Filespace of the pieces (default: ") + kAgentFilespace + ")")
+            .valueName("NAME");
         verb.addOption("--owner", asked.owner, "Only that owner there").valueName("NAME");
     } else if (work == revoke) {
         verb.addOption("RULE", asked.rules, "Numbers of rules, as arca access list shows them")

@@ -1,6 +1,7 @@
 // Names of pieces: see the header.
 #include "tools/arca/piece_name.h"
 
+#include "client/base/text.h"
 #include "tools/arca/command.h"
 
 #include <cstring>
@@ -19,6 +20,18 @@ template <std::size_t N> void fill(char (&field)[N], const std::string &text)
 }
 
 } // namespace
+
+TypedName typedName(const std::string &text)
+{
+    const auto apart = text.find("//");
+    if (apart == 0)
+        throw UsageError(printable(text) + " names no filespace before its //");
+    if (!text.starts_with('/') || apart == text.npos)
+        return TypedName{{}, text};
+    if (apart + 2 == text.size())
+        throw UsageError(printable(text) + " names no piece after its //");
+    return TypedName{text.substr(0, apart), text.substr(apart + 2)};
+}
 
 hoxObjName objectName(std::string_view filespace, std::string_view piece)
 {

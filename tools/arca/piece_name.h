@@ -15,6 +15,15 @@ namespace arca::tool
 /// The filespace that the agent uses when its option file names no VELO_FS.
 constexpr const char *kAgentFilespace = "/lumoorc";
 
+/// A name or pattern as people type it.
+struct TypedName {
+    std::string filespace; ///< empty: only the piece was named
+    std::string piece;
+};
+/// Takes a full name, "/lumoorc//df_12_1" as messages and arca show have it, or the name of a piece
+/// apart. Throws UsageError when the full name has no filespace, or no piece.
+TypedName typedName(const std::string &text);
+
 /// Returns the name of the object. A filespace without a slash at its beginning gets one. Throws
 /// UsageError when a part is longer than a name may be, or has a NUL.
 hoxObjName objectName(std::string_view filespace, std::string_view piece);

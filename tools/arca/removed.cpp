@@ -6,6 +6,7 @@
 #include "tools/arca/moment.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
+#include "tools/arca/piece_name.h"
 #include "tools/common/text.h"
 
 #include <ctime>
@@ -58,8 +59,8 @@ bool isMeant(const store::ObjectName &name, const std::string &pattern)
 {
     if (pattern.empty())
         return true;
-    return matchesPattern(pattern.find("//") == std::string::npos ? pieceOf(name) : name.joined(),
-                          pattern);
+    const bool whole = !typedName(pattern).filespace.empty();
+    return matchesPattern(whole ? name.joined() : pieceOf(name), pattern);
 }
 
 Result<void> listRemoved(const Command &command, const std::string &pattern, bool fromStandardInput,

@@ -13,6 +13,7 @@
 #include "tools/common/text.h"
 
 #include <algorithm>
+#include <optional>
 
 #include <fmt/format.h>
 
@@ -92,6 +93,12 @@ std::string question(const Asked &asked, const Totals &totals)
                : fmt::format("{} {} removed. Go on?", amountText(totals), one ? "is" : "are");
 }
 
+std::string goneText(std::uint64_t id, const Asked &asked)
+{
+    return fmt::format("{} is not there any more{}\n", idText(id),
+                       asked.deactivate ? ", or not active" : "");
+}
+
 /// Counts the outcome of each piece, and shows the progress.
 class Watcher
 {
@@ -112,8 +119,7 @@ public:
                 fmt::print("{} {} is damaged\n", idText(object.objId),
                            printable(object.fsName + object.hlName + object.llName, 2400));
             else if (rc != HOX_RC_OK && !command_.json)
-                fmt::print("{} is not there any more{}\n", idText(object.objId),
-                           asked_.deactivate ? ", or not active" : "");
+                fmt::print("{}", goneText(object.objId, asked_));
             progress_.show(done_.seen(), planned_, 0);
             return !interrupted();
         };
@@ -151,7 +157,8 @@ const char *verbText(const Asked &asked)
     return asked.deactivate ? "made inactive" : "deleted";
 }
 
-Result<void> conclude(ClientSession &client, const Command &command, const Asked &asked,
+/// `client` may be null for a dry run.
+Result<void> conclude(ClientSession *client, const Command &command, const Asked &asked,
                       const Totals &done, int rc, Json &result)
 {
     result["dryRun"] = asked.dryRun;
@@ -161,7 +168,7 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
     result["size"] = done.size;
     const std::string told = amountText(done) + " " + verbText(asked);
     if (!asked.dryRun && done.objects != 0)
-        (void)mtLogAppend(client.session(), HOX_SEVERITY_INFO, "ARCA010", "arca rm: " + told);
+        (void)mtLogAppend(client->session(), HOX_SEVERITY_INFO, "ARCA010", "arca rm: " + told);
     if (rc == HOX_RC_ABORTED && done.objects == 0)
         ARCA_CHECK(expectUninterrupted());
     if (rc == HOX_RC_ABORTED && interrupted())
@@ -195,7 +202,7 @@ Result<void> carryOut(ClientSession &client, const Command &command, const Asked
     if (gone != 0 && !command.json)
         fmt::print("{} of the {} {} not there any more, or not as asked for\n", gone,
                    tools::counted(counted.objects, "piece"), gone == 1 ? "is" : "are");
-    return conclude(client, command, asked, done, rc, result);
+    return conclude(&client, command, asked, done, rc, result);
 }
 
 Result<void> removeMatching(const Command &command, const Asked &asked, const mtObjectIds_t &ids,
@@ -207,6 +214,8 @@ Result<void> removeMatching(const Command &command, const Asked &asked, const mt
         if (!asked.selection.inactive)
             filter.objState = HOX_STATE_ANY;
     }
+    if (asked.deactivate)
+        filter.objState = HOX_STATE_ACTIVE;
     catchInterrupts();
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     ARCA_CHECK(client->expectOwnPieces());
@@ -225,7 +234,7 @@ Result<void> removeMatching(const Command &command, const Asked &asked, const mt
                    tools::counted(ids.size(), "identifier"),
                    ids.size() - counted.objects == 1 ? "is" : "are");
     if (asked.dryRun)
-        return conclude(*client, command, asked, counted, counted.damage, result);
+        return conclude(client.get(), command, asked, counted, counted.damage, result);
     ARCA_CHECK(confirm(question(asked, counted), asked.yes));
     return carryOut(*client, command, asked, filter, counted, result);
 }
@@ -243,7 +252,40 @@ Result<void> removeByIds(const Command &command, const Asked &asked, const mtObj
     Watcher watcher(command, asked, ids.size());
     ARCA_CHECK(expectUninterrupted());
     const int rc = removeIds(client->session(), ids, asked.action(), watcher.report());
-    return conclude(*client, command, asked, watcher.done(), rc, result);
+    return conclude(client.get(), command, asked, watcher.done(), rc, result);
+}
+
+/// The dry run of removeByIds(): it looks as the deletion does, so that a piece is found by the
+/// identifiers that it had before it was renamed or brought back, too.
+Result<void> showByIds(const Command &command, const Asked &asked, const mtObjectIds_t &ids,
+                       Json &result)
+{
+    ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
+    Totals found;
+    std::optional<Error> damage;
+    for (const std::uint64_t id : ids) {
+        const auto piece = session.space->find(id);
+        if (!piece && piece.error().kind == ErrorKind::damaged) {
+            ++found.damaged;
+            damage = piece.error();
+        } else if (!piece && piece.error().kind != ErrorKind::notFound) {
+            return piece.error();
+        } else if (!piece || (asked.deactivate && !piece->isActive())) {
+            ++found.missing;
+            if (!command.json)
+                fmt::print("{}", goneText(id, asked));
+        } else {
+            ++found.objects;
+            found.size += piece->totals.streamBytes;
+            if (!command.json)
+                fmt::print("{}  {}\n", idText(piece->id),
+                           printable(piece->description.name.joined(), 2400));
+        }
+    }
+    auto done = conclude(nullptr, command, asked, found, HOX_RC_OK, result);
+    if (damage)
+        return *damage;
+    return done;
 }
 
 Result<void> remove(const Command &command, const Asked &asked, Json &result)
@@ -258,15 +300,18 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
     }
     if (asked.ids.empty() == asked.selection.pattern.empty())
         throw UsageError("it takes a PATTERN or --id, one of the two ('*' means every piece)");
+    if (asked.deactivate && asked.selection.inactive)
+        throw UsageError("--deactivate is for active pieces, and --inactive names the others");
     mtObjectIds_t ids;
     for (const std::string &text : asked.ids) {
         ids.push_back(idFrom(text));
     }
     std::ranges::sort(ids);
     ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
-    return ids.empty() || asked.dryRun || hasFilters(asked.selection)
-               ? removeMatching(command, asked, ids, result)
-               : removeByIds(command, asked, ids, result);
+    if (ids.empty() || hasFilters(asked.selection))
+        return removeMatching(command, asked, ids, result);
+    return asked.dryRun ? showByIds(command, asked, ids, result)
+                        : removeByIds(command, asked, ids, result);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 #include "client/base/text.h"
 #include "tools/arca/interrupt.h"
 #include "tools/arca/moment.h"
+#include "tools/arca/piece_name.h"
 
 namespace arca::tool
 {
@@ -45,20 +46,14 @@ mtFilter_t filterFrom(const Selection &selection)
 {
     mtFilter_t filter;
     filter.progress = shownQuery("");
-    // In a full name, as messages and arca show have it, "//" stands between filespace and piece.
-    const auto apart = selection.pattern.find("//");
-    if (apart == 0)
-        throw UsageError(printable(selection.pattern) + " names no filespace before its //");
-    if (selection.pattern.starts_with('/') && apart != std::string::npos) {
-        filter.fsName = selection.pattern.substr(0, apart);
+    const TypedName typed = typedName(selection.pattern);
+    filter.fsName = typed.filespace;
+    if (!typed.piece.empty())
+        filter.llName = "/" + typed.piece;
+    // The name of one piece, as the agent stores it: then it is found without a search.
+    if (!typed.filespace.empty() ||
+        (!typed.piece.empty() && typed.piece.find_first_of("*?") == std::string::npos))
         filter.hlName = "/";
-        filter.llName = selection.pattern.substr(apart + 1);
-    } else if (!selection.pattern.empty()) {
-        filter.llName = "/" + selection.pattern;
-        // The name of one piece, as the agent stores it: then it is found without a search.
-        if (selection.pattern.find_first_of("*?") == std::string::npos)
-            filter.hlName = "/";
-    }
     if (!selection.filespace.empty() && !filter.fsName.empty())
         throw UsageError(printable(selection.pattern) +
                          " names a filespace itself; leave --filespace out");

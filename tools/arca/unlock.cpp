@@ -11,6 +11,7 @@
 #include "tools/arca/object_text.h"
 #include "tools/common/table.h"
 
+#include <algorithm>
 #include <ctime>
 #include <fcntl.h>
 #include <filesystem>
@@ -34,6 +35,11 @@ struct Held {
     std::int64_t age = 0;
     std::uint64_t bytes = 0;
     bool living = true;
+    std::string file; // its name in tmp; a lock has none there
+};
+
+struct Leftovers {
+    std::uint64_t count = 0, bytes = 0;
 };
 
 using Nodes = std::map<std::string, std::string>;
@@ -162,7 +168,7 @@ Result<std::vector<Held>> locksIn(const std::string &root, const Nodes &nodes)
             continue; // free; `file` releases it at once
         ARCA_TRY(const blob::FileIdentity identity, (*file)->identity());
         held.push_back(
-            {purposeOf(name, nodes), holderOf(device, identity.inode), ageOf(path), 0, true});
+            {purposeOf(name, nodes), holderOf(device, identity.inode), ageOf(path), 0, true, {}});
     }
     return held;
 }
@@ -170,18 +176,23 @@ Result<std::vector<Held>> locksIn(const std::string &root, const Nodes &nodes)
 /// Returns the claims of backups and restores that are running, and what dead ones left in tmp.
 Result<std::vector<Held>> claimsIn(const std::string &root, blob::BlobStore &blobs)
 {
-    ARCA_TRY(const auto living, blobs.livingWriters());
+    // In this order: a name that was there before, and is there afterwards without being among the
+    // living, is of a dead one, and not of one that began or ended meanwhile.
     ARCA_TRY(const auto names, namesIn(root, "tmp"));
+    ARCA_TRY(const auto living, blobs.livingWriters());
     std::vector<Held> held;
     for (const std::string &name : names) {
         if (!blob::isTemporaryName(name))
             continue; // not of the store, and not removed
         const fs::path path = root + "/tmp/" + name;
         const bool lives = living.contains(blob::lockedFor(name));
+        std::error_code error;
+        if (!lives && !fs::exists(fs::symlink_status(path, error)))
+            continue;
         const std::string number = name.substr(0, name.find('-'));
         const std::string process = lives ? processText(number) : number;
         held.push_back({lives ? "a backup or restore is under way" : "left by a process that died",
-                        process, ageOf(path), sizeOf(path), lives});
+                        process, ageOf(path), sizeOf(path), lives, name});
     }
     return held;
 }
@@ -206,6 +217,33 @@ void print(const std::vector<Held> &all)
         fmt::print("{}", table.text());
 }
 
+/// Counts what dead processes left. Of a file that is there `again`, nothing counts.
+Leftovers leftoversAmong(const std::vector<Held> &all, const std::vector<std::string> &again = {})
+{
+    Leftovers sum;
+    for (const Held &held : all) {
+        if (held.living || std::ranges::find(again, held.file) != again.end())
+            continue;
+        ++sum.count;
+        sum.bytes += held.bytes;
+    }
+    return sum;
+}
+
+void tell(const Leftovers &found, const Leftovers &removed, bool dryRun)
+{
+    const auto amount = [](const Leftovers &some) {
+        return fmt::format("{} of processes that died, {}", some.count, sizeText(some.bytes));
+    };
+    const std::uint64_t left = found.count - removed.count;
+    if (removed.count != 0)
+        fmt::print("Removed {}\n", amount(removed));
+    if (left != 0 && dryRun)
+        fmt::print("{} {}\n", left == 1 ? "There is" : "There are", amount(found));
+    else if (left != 0)
+        fmt::print("{} of processes that died could not be removed\n", left);
+}
+
 Result<void> unlock(const Command &command, bool dryRun, Json &result)
 {
     ARCA_TRY(const config::Options options, optionsOf(command));
@@ -216,28 +254,25 @@ Result<void> unlock(const Command &command, bool dryRun, Json &result)
     ARCA_TRY(std::vector<Held> all, locksIn(root, nodes));
     ARCA_TRY(const auto claims, claimsIn(root, repository->blobs()));
     all.insert(all.end(), claims.begin(), claims.end());
-    std::uint64_t dead = 0, bytes = 0;
     Json &shown = result["held"] = Json::array();
-    for (const Held &held : all) {
-        dead += held.living ? 0 : 1;
-        bytes += held.living ? 0 : held.bytes;
+    for (const Held &held : all)
         shown.push_back(jsonOf(held));
+    const Leftovers found = leftoversAmong(all);
+    Leftovers removed;
+    if (!dryRun) {
+        ARCA_CHECK(repository->blobs().removeLeftovers());
+        ARCA_TRY(const auto left, namesIn(root, "tmp"));
+        removed = leftoversAmong(all, left);
     }
     result["dryRun"] = dryRun;
-    result["leftovers"] = dead;
-    result["leftoverBytes"] = bytes;
-    if (!dryRun)
-        ARCA_CHECK(repository->blobs().removeLeftovers());
+    result["leftovers"] = found.count;
+    result["leftoverBytes"] = found.bytes;
+    result["removed"] = removed.count;
     if (command.json)
         return {};
     print(all);
-    if (dead != 0)
-        fmt::print("{} {} of processes that died, {}\n",
-                   !dryRun     ? "Removed"
-                   : dead == 1 ? "There is"
-                               : "There are",
-                   dead, sizeText(bytes));
-    if (dead < all.size())
+    tell(found, removed, dryRun);
+    if (found.count < all.size())
         fmt::print("What is held is held by processes that live, and goes with them: wait for "
                    "them, or end them\n");
     if (all.empty())
