@@ -7,15 +7,15 @@
 // a piece that was not named as hurt does not restore byte for byte, when one restores as something
 // else, or when a flip in a blob that verifying covers is not found.
 #include "client/base/text.h"
-#include "client/blob/directory_store.h"
-#include "client/store/access.h"
-#include "client/store/activity_log.h"
-#include "client/store/policy.h"
-#include "client/store/reclaim.h"
-#include "client/store/recovery_key.h"
-#include "client/store/repository.h"
-#include "client/store/verify.h"
-#include "tests/client/memory_files.h"
+#include "client/blob/directory/directory_store.h"
+#include "client/store/nodes/access.h"
+#include "client/store/log/activity_log.h"
+#include "client/store/nodes/policy.h"
+#include "client/store/upkeep/reclaim.h"
+#include "client/store/keys/recovery_key.h"
+#include "client/store/nodes/repository.h"
+#include "client/store/upkeep/verify.h"
+#include "tests/client/store/memory_files.h"
 
 #include <chrono>
 #include <cstdio>

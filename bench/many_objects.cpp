@@ -9,11 +9,11 @@
 // through LIBRARY (libApiHX64.so), each time in a process of its own: with no catalogue, with one
 // that is filled, name by name, and with a pattern.
 #include "client/base/text.h"
-#include "client/blob/directory_store.h"
+#include "client/blob/directory/directory_store.h"
 #include "client/include/hoxapi.h"
-#include "client/store/manifest_writer.h"
-#include "client/store/recovery_key.h"
-#include "client/store/repository.h"
+#include "client/store/pieces/manifest_writer.h"
+#include "client/store/keys/recovery_key.h"
+#include "client/store/nodes/repository.h"
 
 #include <cerrno>
 #include <chrono>

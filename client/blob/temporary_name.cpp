@@ -2,7 +2,7 @@
 #include "client/blob/temporary_name.h"
 
 #include "client/base/bytes.h"
-#include "client/base/hash.h"
+#include "client/base/crypto/hash.h"
 #include "client/base/text.h"
 
 #include <unistd.h>

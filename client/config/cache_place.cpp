@@ -1,7 +1,7 @@
 // The places of caches: see the header.
 #include "client/config/cache_place.h"
 
-#include "client/base/hash.h"
+#include "client/base/crypto/hash.h"
 #include "client/base/text.h"
 
 #include <climits>

@@ -2,7 +2,7 @@
 #ifndef KEEL_CLIENT_CONFIG_CACHE_PLACE_H
 #define KEEL_CLIENT_CONFIG_CACHE_PLACE_H
 
-#include "client/base/host_cache.h"
+#include "client/base/local/host_cache.h"
 #include "client/config/options.h"
 
 #include <string>

@@ -1,9 +1,9 @@
 // The secret of password files: see the header.
 #include "client/config/cipher_secret.h"
 
-#include "client/base/hash.h"
+#include "client/base/crypto/hash.h"
 #include "client/base/text.h"
-#include "client/blob/file_layer.h"
+#include "client/blob/files/file_layer.h"
 #include "client/config/root_file.h"
 
 namespace arca::config

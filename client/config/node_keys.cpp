@@ -1,9 +1,9 @@
 // The file of kept node passwords: see the header, which numbers what must stay true.
 #include "client/config/node_keys.h"
 
-#include "client/base/hash.h"
+#include "client/base/crypto/hash.h"
 #include "client/base/text.h"
-#include "client/blob/lock_wait.h"
+#include "client/blob/directory/lock_wait.h"
 #include "client/config/root_file.h"
 
 #include <cstdio>

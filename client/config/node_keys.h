@@ -13,7 +13,7 @@
 //      loss of power, find the old file or the new one.
 //   3. Changes exclude each other, between processes and threads, by a lock on <file>.lock, which
 //      says who holds it. Every call but find() takes it itself, waits for it as for a lock of the
-//      repository (client/blob/lock_wait.h; conflict, or stopped by a signal), and calls the
+//      repository (client/blob/directory/lock_wait.h; conflict, or stopped by a signal), and calls the
 //      functions that it was given under it.
 //   4. When the file is a symbolic link, the file that it leads to is replaced and locked; the link
 //      stays.
@@ -24,7 +24,7 @@
 #define KEEL_CLIENT_CONFIG_NODE_KEYS_H
 
 #include "client/base/result.h"
-#include "client/blob/directory_store.h"
+#include "client/blob/directory/directory_store.h"
 
 #include <chrono>
 #include <functional>

@@ -3,7 +3,7 @@
 
 #include "client/base/text.h"
 
-#include "client/blob/file_layer.h"
+#include "client/blob/files/file_layer.h"
 
 namespace arca::config
 {

@@ -2,7 +2,7 @@
 #include "client/config/options.h"
 
 #include "client/base/text.h"
-#include "client/blob/location.h"
+#include "client/blob/directory/location.h"
 
 #include <bit>
 #include <charconv>

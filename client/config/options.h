@@ -5,7 +5,7 @@
 #define KEEL_CLIENT_CONFIG_OPTIONS_H
 
 #include "client/base/result.h"
-#include "client/engine/settings.h"
+#include "client/engine/packs/settings.h"
 
 #include <string>
 #include <string_view>

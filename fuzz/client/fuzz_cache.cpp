@@ -1,7 +1,7 @@
 // Any bytes as the files of a host's cache: both are opened, asked and written to, and either
 // answer or are thrown away.
-#include "client/engine/hint_catalogue.h"
-#include "client/store/catalogue_file.h"
+#include "client/engine/duplicates/hint_catalogue.h"
+#include "client/store/listing/catalogue_file.h"
 #include "fuzz/scratch.h"
 
 #include <fstream>

@@ -1,7 +1,7 @@
 // Any bytes as the parts of a manifest: header, tail, and what its sealed parts hold. The runs that
 // are taken must survive being written again.
-#include "client/base/hash.h"
-#include "client/store/manifest_format.h"
+#include "client/base/crypto/hash.h"
+#include "client/store/pieces/manifest_format.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // Any bytes as the parts of a pack: header, trailer and what its sealed index holds. What is taken
 // must be made again of what was understood.
-#include "client/base/hash.h"
-#include "client/engine/pack_format.h"
+#include "client/base/crypto/hash.h"
+#include "client/engine/packs/pack_format.h"
 
 #include <cstdlib>
 

@@ -1,7 +1,7 @@
 // Any bytes as a trace of the agent: they are refused, or every line that is to be printed lies in
 // the file, none is printed twice, and segments are each printed once.
 #include "tools/keel/agenttrace.h"
-#include "tools/keel/failure.h"
+#include "tools/keel/channel/failure.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,9 +1,9 @@
 // What goes in comes back: a stream of the fuzzer's making is stored in blocks of one size and
 // restored in blocks of another, and a piece of arbitrary bytes, as somebody else may have written
 // it, is restored too.
-#include "tools/keel/blocks.h"
-#include "tools/keel/failure.h"
-#include "tools/keel/trailer.h"
+#include "tools/keel/channel/blocks.h"
+#include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/trailer.h"
 
 #include <algorithm>
 #include <cstdlib>

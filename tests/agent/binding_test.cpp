@@ -5,8 +5,8 @@
 #include "agents/common/maint/mtgroup.h"
 #include "agents/common/maint/mtremove.h"
 #include "agents/common/unx/sun/dhoxapidl.h"
-#include "agents/oracle/common/errorlog.h"
-#include "agents/oracle/unx/psvelo.h"
+#include "agents/oracle/common/diagnostics/errorlog.h"
+#include "agents/oracle/unx/early/psvelo.h"
 #include "common/ut/trace.h"
 
 #include "tests/agent/agent_fixture.h"

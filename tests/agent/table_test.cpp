@@ -1,6 +1,6 @@
 // The table of contexts, which the exported calls never bring beyond one entry.
 
-#include "agents/oracle/common/orcblock.h"
+#include "agents/oracle/common/context/orcblock.h"
 #include "common/ut/utmem.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 // The database trace: the file that the database names, through the exported calls and, where only
 // the class itself can be asked, through RMANTrace.
 
-#include "agents/oracle/common/rmantrace.h"
+#include "agents/oracle/common/diagnostics/rmantrace.h"
 #include "tests/agent/agent_fixture.h"
 
 #include <regex>

@@ -2,7 +2,7 @@
 #ifndef KEEL_TESTS_ARCA_ARCA_FIXTURE_H
 #define KEEL_TESTS_ARCA_ARCA_FIXTURE_H
 
-#include "tests/client/client_fixture.h"
+#include "tests/client/api/client_fixture.h"
 
 #include <nlohmann/json.hpp>
 

@@ -1,6 +1,6 @@
 // Streams go in and come back, and what is said about them is true.
 #include "tests/keel/keel_fixture.h"
-#include "tools/keel/trailer.h"
+#include "tools/keel/channel/trailer.h"
 
 #include <nlohmann/json.hpp>
 

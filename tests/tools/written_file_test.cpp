@@ -1,7 +1,7 @@
 // What the programs write under names that they are given: whole or not at all, under the right
 // permissions, and never what a link or a name prepared by somebody else leads to.
 #include "tests/support/files.h"
-#include "tools/common/written_file.h"
+#include "tools/common/command/written_file.h"
 
 #include <gtest/gtest.h>
 

@@ -6,7 +6,7 @@
 
 #include "client/base/result.h"
 #include "client/config/options.h"
-#include "tools/common/options.h"
+#include "tools/common/command/options.h"
 
 #include <nlohmann/json.hpp>
 

@@ -2,8 +2,8 @@
 #include "agents/common/maint/mtwrap.h"
 #include "client/base/text.h"
 #include "tools/arca/command.h"
-#include "tools/common/command_line.h"
-#include "tools/common/streams.h"
+#include "tools/common/command/command_line.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/text.h"
 #include "tools/timing/timing.h"
 

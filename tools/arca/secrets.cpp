@@ -2,9 +2,9 @@
 #include "tools/arca/secrets.h"
 
 #include "agents/common/maint/mtprompt.h"
-#include "client/base/hash.h"
+#include "client/base/crypto/hash.h"
 #include "client/base/text.h"
-#include "client/store/recovery_key.h"
+#include "client/store/keys/recovery_key.h"
 #include "tools/arca/command.h"
 
 namespace arca::tool

@@ -4,7 +4,7 @@
 #ifndef KEEL_TOOLS_ARCA_SECRETS_H
 #define KEEL_TOOLS_ARCA_SECRETS_H
 
-#include "client/base/secret_key.h"
+#include "client/base/crypto/secret_key.h"
 
 #include <string>
 

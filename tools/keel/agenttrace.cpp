@@ -1,7 +1,7 @@
 // See agenttrace.h.
 #include "tools/keel/agenttrace.h"
 
-#include "tools/keel/failure.h"
+#include "tools/keel/channel/failure.h"
 
 #include <algorithm>
 #include <charconv>

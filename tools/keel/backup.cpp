@@ -2,10 +2,10 @@
 #include "agents/common/maint/mttiming.h"
 #include "agents/oracle/common/sbt.h"
 #include "tools/common/progress.h"
-#include "tools/keel/blocks.h"
+#include "tools/keel/channel/blocks.h"
 #include "tools/keel/command.h"
-#include "tools/keel/failure.h"
-#include "tools/keel/files.h"
+#include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/files.h"
 #include "tools/timing/timing.h"
 
 #include <memory>

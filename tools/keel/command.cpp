@@ -1,9 +1,9 @@
 // See command.h.
 #include "tools/keel/command.h"
-#include "tools/common/streams.h"
+#include "tools/common/command/streams.h"
 
-#include "tools/keel/failure.h"
-#include "tools/keel/trailer.h"
+#include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/trailer.h"
 #include "tools/timing/timing.h"
 
 #include <algorithm>

@@ -3,8 +3,8 @@
 #ifndef KEEL_TOOLS_KEEL_COMMAND_H
 #define KEEL_TOOLS_KEEL_COMMAND_H
 
-#include "tools/common/options.h"
-#include "tools/keel/channel.h"
+#include "tools/common/command/options.h"
+#include "tools/keel/channel/channel.h"
 
 #include <nlohmann/json.hpp>
 

@@ -2,7 +2,7 @@
 #include "tools/common/table.h"
 #include "tools/common/text.h"
 #include "tools/keel/command.h"
-#include "tools/keel/failure.h"
+#include "tools/keel/channel/failure.h"
 #include "tools/keel/stored_length.h"
 
 #include <algorithm>

@@ -1,12 +1,12 @@
 // keel: drives the agent as the database's backup tool does.
 #include "agents/common/maint/mtwrap.h"
 #include "keel_paths.h"
-#include "tools/common/command_line.h"
-#include "tools/common/streams.h"
+#include "tools/common/command/command_line.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/text.h"
 #include "tools/keel/command.h"
-#include "tools/keel/failure.h"
-#include "tools/keel/interrupt.h"
+#include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/interrupt.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -2,8 +2,8 @@
 #include "tools/common/text.h"
 #include "tools/keel/agent_options.h"
 #include "tools/keel/command.h"
-#include "tools/keel/context_channel.h"
-#include "tools/keel/failure.h"
+#include "tools/keel/channel/context_channel.h"
+#include "tools/keel/channel/failure.h"
 #include "tools/keel/password.h"
 
 #include <filesystem>

@@ -2,8 +2,8 @@
 #include "tools/keel/password.h"
 
 #include "agents/common/maint/mtprompt.h"
-#include "tools/keel/failure.h"
-#include "tools/keel/interrupt.h"
+#include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/interrupt.h"
 
 #include <cstring>
 

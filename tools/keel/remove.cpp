@@ -3,7 +3,7 @@
 #include "agents/oracle/common/sbt.h"
 #include "tools/common/text.h"
 #include "tools/keel/command.h"
-#include "tools/keel/failure.h"
+#include "tools/keel/channel/failure.h"
 
 #include <algorithm>
 #include <iterator>

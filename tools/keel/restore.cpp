@@ -1,10 +1,10 @@
 // keel restore: gives the stream of a piece back.
 #include "agents/common/maint/mttiming.h"
 #include "tools/common/progress.h"
-#include "tools/keel/blocks.h"
+#include "tools/keel/channel/blocks.h"
 #include "tools/keel/command.h"
-#include "tools/keel/failure.h"
-#include "tools/keel/files.h"
+#include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/files.h"
 #include "tools/keel/stored_length.h"
 #include "tools/timing/timing.h"
 

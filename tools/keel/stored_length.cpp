@@ -2,8 +2,8 @@
 #include "tools/keel/stored_length.h"
 
 #include "tools/keel/command.h"
-#include "tools/keel/failure.h"
-#include "tools/keel/trailer.h"
+#include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/trailer.h"
 
 #include <algorithm>
 

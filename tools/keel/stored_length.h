@@ -3,7 +3,7 @@
 #ifndef KEEL_TOOLS_KEEL_STORED_LENGTH_H
 #define KEEL_TOOLS_KEEL_STORED_LENGTH_H
 
-#include "tools/keel/channel.h"
+#include "tools/keel/channel/channel.h"
 
 namespace keel
 {

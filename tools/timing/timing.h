@@ -3,7 +3,7 @@
 #ifndef KEEL_TOOLS_TIMING_TIMING_H
 #define KEEL_TOOLS_TIMING_TIMING_H
 
-#include "tools/common/options.h"
+#include "tools/common/command/options.h"
 
 #include <nlohmann/json.hpp>
 

@@ -4,10 +4,10 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include "agents/oracle/common/callscope.h"
-#include "agents/oracle/common/errorlog.h"
-#include "agents/oracle/common/orcblock.h"
-#include "agents/oracle/unx/psvelo.h"
+#include "agents/oracle/common/diagnostics/callscope.h"
+#include "agents/oracle/common/diagnostics/errorlog.h"
+#include "agents/oracle/common/context/orcblock.h"
+#include "agents/oracle/unx/early/psvelo.h"
 #include "common/string/ststring.h"
 
 namespace

@@ -1,8 +1,8 @@
 // The optional proxy-copy library, at a fixed place.
 #include <dlfcn.h>
 
-#include "agents/oracle/common/callscope.h"
-#include "agents/oracle/unx/psvelo.h"
+#include "agents/oracle/common/diagnostics/callscope.h"
+#include "agents/oracle/unx/early/psvelo.h"
 #include "common/string/ststring.h"
 #include "keel_paths.h"
 

@@ -1,0 +1,61 @@
+// The backup path beneath sbtbackup, sbtwrite2 and sbtclose2. One piece is one object, sent inside
+// one transaction over a session that sbtbackup opens and sbtclose2 ends.
+//
+// A context is used by one thread at a time, the caller's; these calls take no lock for it.
+// "Reported" means: in the context's error text and in the error log. Codes are the storage
+// client's or those of orcobj.h.
+#ifndef KEEL_AGENTS_ORACLE_COMMON_SESSION_BACKUP_H
+#define KEEL_AGENTS_ORACLE_COMMON_SESSION_BACKUP_H
+
+#include <cstdint>
+
+#include "agents/oracle/common/diagnostics/eventlog.h"
+#include "agents/oracle/common/orcobj.h"
+
+/// Registers the filespace, chooses the management class, begins the transaction and the object.
+/// Returns 0, 11 for a copy number above 4, or the storage client's code. A failure is reported,
+/// and, except that of the filespace, in both event logs; no transaction is open then, and the
+/// session stays open.
+std::uint16_t veloPrepSend(orcObj_t *ctx);
+
+/// Ends the piece and frees the transfer buffer. Without flags: sends what the buffer holds, ends
+/// the object and commits; 0 means that the piece is stored and durable, unless ctx->prevError is
+/// set: then a transfer failed before, the transaction is over, nothing is stored, and 0 is
+/// returned. With SBT_CLOSE_ABORT: aborts and returns 0. Else the storage client's code, or 65535
+/// when the buffer could not be sent; nothing is stored then, and the failure is reported, that of
+/// the commit in both event logs as well.
+std::uint16_t closeSend(orcObj_t *ctx, unsigned long flags);
+
+/// Fills *attributes for the start of the context's object: owner, size estimate (traced under
+/// caller's name), information, class. The attributes point into ctx and at mcName.
+void veloFillObjAttr(const orcObj_t *ctx, const char *mcName, const char *caller,
+                     ObjAttr *attributes);
+
+/// Ends the transaction. Returns the storage client's code, where HOX_RC_CHECK_REASON is replaced
+/// by the reason, and sets *reason, 0 for none. Not reported.
+std::int16_t veloEndTxn(orcObj_t *ctx, std::uint8_t vote, std::uint16_t *reason);
+
+/// Returns the size of the database in bytes, read from the output of sqlplus, or 0 when that
+/// cannot be had. Writes the script ".sql" into the working directory and waits up to a minute.
+/// When sqlplus does not end in that time, no call starts it again until protectSizeReset. Any
+/// thread.
+std::uint64_t protectSize();
+void protectSizeReset();
+
+/// Report a piece that was written (state 2) or read (states 3 and 4) to the server's event log, in
+/// English, and to the database trace, in the host's language. A failure is ignored.
+void veloBackupStatistics(orcObj_t *ctx, CEventLog &events);
+void veloRestoreStatistics(orcObj_t *ctx, CEventLog &events);
+
+/// The copy of a piece's data that the test flag TEST_ORACLEDATA asks for, in the log directory:
+/// suffix is ".SEND" or ".GET". Opening closes an earlier copy and empties a file of that name. A
+/// copy that cannot be opened or written is skipped silently; without an open copy the others do
+/// nothing.
+void veloOpenTestData(orcObj_t *ctx, const char *pieceName, const char *suffix);
+void veloWriteTestData(orcObj_t *ctx, const void *data, std::size_t size);
+void veloCloseTestData(orcObj_t *ctx);
+
+/// Pauses for the milliseconds of the test flag TEST_ORACLEDELAY, an hour at most.
+void veloTestDelay();
+
+#endif

@@ -1,0 +1,73 @@
+// What an operation returns: a return code, which is no failure when it says "more data" or
+// "finished", or a Refusal: the failing code with a sentence that says more than the general text
+// of the code. Values belong to one thread; each thread has a last failure of its own.
+#ifndef KEEL_CLIENT_API_SESSION_ANSWER_H
+#define KEEL_CLIENT_API_SESSION_ANSWER_H
+
+#include "client/base/result.h"
+#include "client/base/thread_storage.h"
+#include "client/include/hoxapi.h"
+#include "common/thrd/pscancel.h"
+
+#include <new>
+#include <string>
+
+namespace arca::api
+{
+
+struct Refusal {
+    std::int16_t code;
+    std::string detail; // empty: there is nothing to add to the general text of the code
+
+    // Explicit, or a number that is an answer would pass for a failure.
+    explicit Refusal(std::int16_t rc, std::string text = {}) : code(rc), detail(std::move(text)) {}
+    Refusal(Error error); // the kind becomes a code, the text the detail
+};
+
+template <class T> using Answer = Expected<T, Refusal>;
+using Code = Answer<std::int16_t>;
+
+inline Code success()
+{
+    return Code(static_cast<std::int16_t>(HOX_RC_OK));
+}
+
+inline Code outcome(int code)
+{
+    return Code(static_cast<std::int16_t>(code));
+}
+
+inline Refusal refused(int code, std::string detail = {})
+{
+    return Refusal(static_cast<std::int16_t>(code), std::move(detail));
+}
+
+/// Keeps a refusal as this thread's last failure, its detail cut to HOX_MAX_RC_MESSAGE bytes, and
+/// returns its code. Allocates nothing.
+std::int16_t remembered(const Refusal &refusal) noexcept;
+
+/// Returns the detail of this thread's last failure if that was `code` and had one; else null. The
+/// text is the library's, valid until the next failure on this thread.
+const char *lastDetail(std::int16_t code) noexcept;
+
+/// The border to the host: runs the body of an operation and returns its code. A failure is
+/// remembered(); an exception becomes HOX_RC_NO_MEMORY or HOX_RC_INTERNAL, without a detail. A
+/// cancellation of the thread waits until the operation is over.
+template <class Body> std::int16_t atBoundary(Body body) noexcept
+{
+    const psNoCancel noCancel;
+    if (!prepareThreadStorage())
+        return HOX_RC_NO_MEMORY;
+    try {
+        Code answer = body();
+        return answer ? *answer : remembered(answer.error());
+    } catch (const std::bad_alloc &) {
+        return HOX_RC_NO_MEMORY;
+    } catch (...) {
+        return HOX_RC_INTERNAL;
+    }
+}
+
+} // namespace arca::api
+
+#endif

@@ -1,0 +1,51 @@
+// How work on several threads ends: the first failure of any of them, kept for the caller's thread.
+// Guarded by the mutex of whoever has it.
+#ifndef KEEL_CLIENT_ENGINE_PACKS_OUTCOME_H
+#define KEEL_CLIENT_ENGINE_PACKS_OUTCOME_H
+
+#include "client/base/result.h"
+
+#include <exception>
+#include <new>
+#include <optional>
+
+namespace arca::engine
+{
+
+class Outcome
+{
+public:
+    bool failed() const { return failure_ || thrown_ || noMemory_; }
+    void fail(Error failure)
+    {
+        if (!failed())
+            failure_ = std::move(failure);
+    }
+    void failByException()
+    {
+        if (!failed())
+            thrown_ = std::current_exception();
+    }
+    /// Without allocating anything.
+    void failForMemory() { noMemory_ = true; }
+    /// What was thrown is thrown again.
+    Result<void> now() const
+    {
+        if (thrown_)
+            std::rethrow_exception(thrown_);
+        if (failure_)
+            return *failure_;
+        if (noMemory_)
+            throw std::bad_alloc();
+        return {};
+    }
+
+private:
+    std::optional<Error> failure_;
+    std::exception_ptr thrown_;
+    bool noMemory_ = false;
+};
+
+} // namespace arca::engine
+
+#endif

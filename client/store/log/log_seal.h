@@ -1,0 +1,42 @@
+// What keeps the texts of a node's events from the other nodes of a repository: they name pieces,
+// and every node can read the files of the log.
+//
+// In a line of the log (activity_log.h) the text is "sealed:" and hexadecimal digits: 12 bytes of
+// nonce, random, and the text encrypted by AES-256-GCM under the key "activity log" of the node's
+// data key, bound to the fields before it. So a line cannot be given another time, severity or
+// node. Earlier releases wrote texts in clear; those are still read.
+#ifndef KEEL_CLIENT_STORE_LOG_LOG_SEAL_H
+#define KEEL_CLIENT_STORE_LOG_LOG_SEAL_H
+
+#include "client/base/crypto/secret_key.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace arca::store
+{
+
+/// The seal of one node. Any thread may use it, and copies of it.
+class LogSeal
+{
+public:
+    static Result<LogSeal> of(const SecretKey &dataKey);
+
+    /// `head`: the fields before the text, with the tabs between them.
+    Result<std::string> seal(std::string_view head, std::string_view text) const;
+    /// Returns the text; nothing when the field was not sealed by this node with this head.
+    std::optional<std::string> open(std::string_view head, std::string_view field) const;
+
+    static bool isSealed(std::string_view field);
+
+private:
+    explicit LogSeal(SecretKey key) : key_(std::make_shared<const SecretKey>(std::move(key))) {}
+
+    std::shared_ptr<const SecretKey> key_;
+};
+
+} // namespace arca::store
+
+#endif

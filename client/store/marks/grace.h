@@ -1,0 +1,37 @@
+// How long removed pieces of a repository are kept before reclaiming purges them: its grace time,
+// the same for all nodes. A numbered record, options/grace/<number>; without one the default holds.
+//
+// Payload (kind "ARCAGRAC", version 1): the time in seconds (8 bytes).
+#ifndef KEEL_CLIENT_STORE_MARKS_GRACE_H
+#define KEEL_CLIENT_STORE_MARKS_GRACE_H
+
+#include "client/store/records/record.h"
+
+namespace arca::store
+{
+
+constexpr std::int64_t kDefaultGrace = 7 * 86400;
+constexpr std::int64_t kMaxGrace = std::int64_t{100} * 365 * 86400;
+
+class GraceTime
+{
+public:
+    /// `seal`: of the repository's records.
+    GraceTime(blob::BlobStore &blobs, RecordSeal seal) : record_(blobs, "options/grace", seal) {}
+
+    /// Returns seconds. Errors: damaged.
+    Result<std::int64_t> read();
+    /// Durable on return. Errors: conflict, badArgument when `seconds` is negative or beyond
+    /// kMaxGrace.
+    Result<void> write(std::int64_t seconds);
+
+private:
+    NumberedRecord record_;
+};
+
+/// Errors: damaged, newerFormat, whatever the bytes are.
+Result<std::int64_t> decodeGrace(ByteView record);
+
+} // namespace arca::store
+
+#endif

@@ -1,0 +1,34 @@
+// Removing a node with all it keeps, for good.
+//
+// Whatever dies when, what is left is consistent: before the node's last record says that it was
+// removed (node_record.h), nothing is changed; afterwards no session can log on as the node, and
+// what it kept does not show. That record stays. Its
+// filespaces are deleted next, so that a channel that is still open cannot commit any more; then
+// rules and grants, pieces before packs, and the records of the filespaces last, by which an
+// unfinished removal is found and finished. The name cannot be registered anew before that. A pack
+// that such a channel still publishes keeps the name from being registered, too, and goes with one
+// more removal.
+#ifndef KEEL_CLIENT_STORE_NODES_NODE_REMOVAL_H
+#define KEEL_CLIENT_STORE_NODES_NODE_REMOVAL_H
+
+#include "client/blob/blob_store.h"
+
+#include <functional>
+#include <string>
+
+namespace arca::store
+{
+
+/// Told how many blobs were removed so far; false stops, and leaves the rest to another removal.
+using RemovalStep = std::function<bool(std::uint64_t removed)>;
+
+/// Whether all is gone. `notFound` when there is nothing of such a node, `conflict` while its packs
+/// are being reclaimed.
+Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const RemovalStep &step);
+
+/// Whether something is left of a node that was removed.
+Result<bool> isHalfRemoved(blob::BlobStore &store, const std::string &key);
+
+} // namespace arca::store
+
+#endif

@@ -1,0 +1,85 @@
+// Management classes: what becomes of the pieces that are bound to them. They are the repository's,
+// the same for every node.
+//
+//   classes/<name hash: 32 digits>/<number>   the numbered record of a class
+//
+// STANDARD, the default, is there without a record until somebody changes it, and is never deleted.
+// Deleting another class retires it: nothing new is bound to it and no list shows it, but its
+// record stays, so that the pieces that were bound to it keep what it says of them.
+#ifndef KEEL_CLIENT_STORE_NODES_POLICY_H
+#define KEEL_CLIENT_STORE_NODES_POLICY_H
+
+#include "client/store/records/record.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace arca::store
+{
+
+constexpr std::string_view kDefaultClass = "STANDARD";
+constexpr std::uint16_t kNoLimit = 65535; // of versions, of days
+
+struct ManagementClass {
+    std::string name; // upper case
+    std::string description;
+    std::string storagePool;
+    std::uint16_t versionsKept = 1;
+    std::uint16_t daysKept = kNoLimit;
+    bool retired = false;
+
+    bool isDefault() const { return name == kDefaultClass; }
+};
+
+/// The payload of a record of kind "ARCACLAS": 1 when retired, versions kept, days kept (2 bytes
+/// each), then name, description and storage pool, each a 16-bit length and as many bytes.
+Bytes encodeManagementClass(const ManagementClass &managementClass);
+Result<ManagementClass> decodeManagementClass(ByteView record);
+
+/// Names match in any case. Everything is durable on return; several processes may change classes
+/// at once.
+class Policy
+{
+public:
+    /// `seal`: of the repository's records, bound to its identifier.
+    Policy(blob::BlobStore &store, RecordSeal seal) : store_(store), seal_(seal) {}
+
+    /// What the names of the blobs of a class's record begin with, in whatever case the name is.
+    static Result<std::string> placeOf(std::string_view name);
+
+    enum class Retired { left, included };
+    /// Returns the default one first, the others by name. With `damaged` those that cannot be read
+    /// are left out, and the names of their newest blobs are added there; without, the first ends
+    /// it.
+    Result<std::vector<ManagementClass>> list(Retired retired = Retired::left,
+                                              std::vector<std::string> *damaged = nullptr);
+    /// Nothing when there is none, or only a retired one that is left out.
+    Result<std::optional<ManagementClass>> find(std::string_view name,
+                                                Retired retired = Retired::left);
+
+    /// `exists`; `badArgument` when a text is too long or the name is none: 1 to 30 letters,
+    /// digits,
+    /// '_', '-' and '.'. A class that was retired may be defined anew.
+    Result<void> define(ManagementClass fresh);
+    /// `notFound`, `badArgument`. `change` leaves the name as it is.
+    Result<void> change(std::string_view name,
+                        const std::function<void(ManagementClass &)> &change);
+    /// `notFound`; `badArgument` for the default one.
+    Result<void> retire(std::string_view name);
+
+private:
+    struct Known {
+        NumberedRecord record;
+        std::uint32_t number = 0; // of the state that was read
+        std::optional<ManagementClass> state;
+    };
+    Result<Known> read(const std::string &name);
+
+    blob::BlobStore &store_;
+    RecordSeal seal_;
+};
+
+} // namespace arca::store
+
+#endif

@@ -1,0 +1,78 @@
+// A repository: a blob store with a format marker, the nodes it knows, and what they keep. Any
+// number of processes may have it open.
+#ifndef KEEL_CLIENT_STORE_NODES_REPOSITORY_H
+#define KEEL_CLIENT_STORE_NODES_REPOSITORY_H
+
+#include "client/store/marks/grace.h"
+#include "client/store/nodes/node_registry.h"
+#include "client/store/space/node_space.h"
+#include "client/store/nodes/policy.h"
+
+#include <memory>
+#include <string>
+
+namespace arca::store
+{
+
+class Repository
+{
+public:
+    /// `location` as the option REPOSITORY has it. `noRepository`, `newerFormat`; it is never made.
+    static Result<std::unique_ptr<Repository>> open(const std::string &location);
+    static Result<std::unique_ptr<Repository>> open(std::unique_ptr<blob::BlobStore> store,
+                                                    const std::string &shownName);
+
+    /// Makes a repository in a new or empty directory. `exists` when there is something already.
+    static Result<std::unique_ptr<Repository>> create(const std::string &location);
+    static Result<std::unique_ptr<Repository>> create(std::unique_ptr<blob::BlobStore> store,
+                                                      const std::string &shownName);
+
+    /// 32 hexadecimal digits that no other repository has.
+    const std::string &uuid() const { return uuid_; }
+    /// Whether pieces may be made inactive. In a repository of the layout before this one they may
+    /// not: a release that knows no inactive pieces could be reclaiming space there.
+    bool takesInactive() const { return layout_ >= 3; }
+    /// How records are written here. Releases that know no digests refuse a repository with them.
+    engine::RecordForm recordForm() const
+    {
+        return layout_ >= 4 ? engine::RecordForm::keyed : engine::RecordForm::plain;
+    }
+    /// What to call it in a message.
+    const std::string &shownName() const { return shownName_; }
+
+    /// Neither must outlive the repository.
+    GraceTime grace() { return {*store_, RecordSeal(classKey_, recordForm())}; }
+    Policy policy() { return {*store_, RecordSeal(classKey_, recordForm())}; }
+    NodeRegistry nodes() { return NodeRegistry(*store_, layout_); }
+    /// The keys of a node that proves who it is; `authentication`.
+    Result<NodeKeys> authenticate(const std::string &node, std::string_view password);
+    /// The part of a node that proves who it is; `authentication`.
+    Result<std::unique_ptr<NodeSpace>> logOn(const std::string &node, std::string_view password);
+
+    /// Where this host keeps what can be made again from the repository, for the node spaces that
+    /// are opened from then on. Without it they use temporary files and memory.
+    void use(HostCache cache) { cache_ = std::move(cache); }
+    const HostCache &cache() const { return cache_; }
+
+    /// The part of a node whose data key is known. When another node logged on for it, the caller
+    /// lets through what is granted.
+    Result<std::unique_ptr<NodeSpace>> spaceOf(const std::string &node, SecretKey dataKey,
+                                               std::uint32_t incarnation);
+
+    blob::BlobStore &blobs() { return *store_; }
+
+private:
+    Repository(std::unique_ptr<blob::BlobStore> store, std::string shownName, std::string uuid,
+               std::uint32_t layout, SecretKey classKey);
+
+    std::unique_ptr<blob::BlobStore> store_;
+    std::string shownName_;
+    std::string uuid_;
+    std::uint32_t layout_;
+    SecretKey classKey_; // no secret: of the identifier
+    HostCache cache_;
+};
+
+} // namespace arca::store
+
+#endif

@@ -1,0 +1,194 @@
+// A node's filespaces: registering, describing, deleting.
+//
+// A filespace is deleted by one new state of its record, and from then on nothing in it shows. Its
+// pieces are removed afterwards, at the latest before it is registered anew. Whoever sends a piece
+// looks again after the commit: a registration that is not the one he began under takes the piece
+// back, so that no deletion takes a piece that was acknowledged after it.
+#include "client/base/text.h"
+#include "client/store/pieces/inventory.h"
+#include "client/store/space/node_space.h"
+#include "client/store/pieces/stored_manifests.h"
+
+#include <array>
+#include <new>
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr int kMaxAttempts = 1000;
+constexpr std::size_t kHashBytesInNames = 16;
+constexpr std::size_t kKeptBytes = std::size_t{256} << 10;
+
+Error unregistered(const std::string &name, ErrorKind kind)
+{
+    return {kind, "the filespace " + printable(name) + " is not registered"};
+}
+
+} // namespace
+
+Result<std::string> NodeSpace::filespacePlace(const std::string &name) const
+{
+    ARCA_TRY(const Sha256 hash, sha256({viewOf("filespace"), viewOf(node_), viewOf(name)}));
+    return "filespaces/" + key_ + "/" + toHex(ByteView(hash).first(kHashBytesInNames));
+}
+
+Result<NumberedRecord> NodeSpace::filespaceRecord(const std::string &name)
+{
+    ARCA_TRY(const std::string place, filespacePlace(name));
+    return NumberedRecord(store_, place, RecordSeal(*domain_).lenient());
+}
+
+Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &name)
+{
+    ARCA_TRY(NumberedRecord record, filespaceRecord(name));
+    FilespaceState state{std::move(record), 0, std::nullopt};
+    ARCA_TRY(const auto latest, state.record.latest());
+    if (!latest)
+        return state;
+    ARCA_TRY(state.filespace, inRecord(state.record.nameOf(latest->number),
+                                       decodeFilespaceState(*latest, RecordSeal(*domain_))));
+    if (state.filespace->node != node_ || state.filespace->name != name)
+        return Error{ErrorKind::damaged, "the record of filespace " + printable(name) +
+                                             " is another one than its place says"};
+    state.number = latest->number;
+    return state;
+}
+
+Result<std::optional<Filespace>> NodeSpace::filespace(const std::string &name)
+{
+    ARCA_TRY(FilespaceState state, readFilespace(name));
+    if (state.filespace && state.filespace->deleted)
+        return std::optional<Filespace>();
+    return std::move(state.filespace);
+}
+
+Result<bool> NodeSpace::everHadFilespace(const std::string &name)
+{
+    ARCA_TRY(const FilespaceState state, readFilespace(name));
+    return state.filespace.has_value();
+}
+
+Result<void> NodeSpace::registerFilespace(const Filespace &filespace)
+{
+    const Error known{ErrorKind::exists,
+                      "the filespace " + printable(filespace.name) + " is registered already"};
+    ARCA_TRY(FilespaceState before, readFilespace(filespace.name));
+    if (before.filespace && !before.filespace->deleted)
+        return known;
+    Filespace own = filespace;
+    own.node = node_;
+    std::unique_ptr<blob::BlobLock> turn;
+    if (before.filespace) {
+        // Held until it is registered, or what others store in it could be taken for leftovers.
+        ARCA_TRY(turn, lockChanges());
+        ARCA_CHECK(emptyFilespace(own.name));
+        own.registration = before.filespace->registration + 1;
+    }
+    auto written = before.record.write(before.number, encodeFilespace(own));
+    if (!written && written.error().kind == ErrorKind::conflict)
+        return known;
+    return written;
+}
+
+Result<void> NodeSpace::updateFilespace(const std::string &name,
+                                        const std::function<void(Filespace &)> &change)
+{
+    for (int attempt = 0;; ++attempt) {
+        ARCA_TRY(FilespaceState state, readFilespace(name));
+        if (!state.filespace || state.filespace->deleted)
+            return unregistered(name, ErrorKind::notFound);
+        change(*state.filespace);
+        auto written = state.record.write(state.number, encodeFilespace(*state.filespace));
+        // Many channels may finish at the same moment; each conflict means that another one got on.
+        if (written || written.error().kind != ErrorKind::conflict || attempt == kMaxAttempts)
+            return written;
+    }
+}
+
+Result<void> NodeSpace::deleteFilespace(const std::string &name)
+{
+    ARCA_TRY(const auto turn, lockChanges());
+    const auto deleted = blob::withReserve(store_, [&] {
+        return updateFilespace(name, [](Filespace &known) { known.deleted = true; });
+    });
+    if (!deleted && deleted.error().kind != ErrorKind::notFound)
+        return deleted;
+    // Deleted already, or just now. What cannot be freed now is found again, and shows nowhere.
+    (void)emptyFilespace(name);
+    return deleted;
+}
+
+/// Under the lock of changes, of a filespace that is deleted.
+Result<void> NodeSpace::emptyFilespace(const std::string &name)
+{
+    ARCA_TRY(const FilespaceState state, readFilespace(name));
+    if (!state.filespace || !state.filespace->deleted)
+        return {};
+    // Removed pieces of it stay where they are.
+    return visitManifests(store_, key_, [&](const StoredManifest &stored) -> Result<void> {
+        if (stored.place == ManifestPlace::removed)
+            return {};
+        auto manifest = readOwn(stored.blob, stored.blobName);
+        // One that cannot be read may be another filespace's: it is left to be looked into.
+        if (!manifest && isUnreadable(manifest.error()))
+            return {};
+        ARCA_CHECK(manifest);
+        if (manifest->info.description.name.filespace != name)
+            return {};
+        auto blob = store_.open(stored.blobName);
+        if (!blob)
+            return blob.error().kind == ErrorKind::notFound ? Result<void>() : blob.error();
+        Located located{stored.blobName, std::move(blob).value(), manifest->info};
+        auto removed = removeStored(located);
+        if (!removed && removed.error().kind != ErrorKind::notFound)
+            return removed;
+        return {};
+    });
+}
+
+Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
+{
+    CommitNote note(*domain_);
+    std::vector<PieceId> came{piece.id()};
+    const PutPiece put{piece.name(), piece.blobName(), piece.id()};
+    // Once the piece shows, what follows may find no memory. The piece is taken back then, and some
+    // memory is kept for that.
+    auto kept = std::make_unique<std::array<std::byte, kKeptBytes>>();
+    // Of a piece that is acknowledged to no one. `places`: where it may be. Its record, if it has
+    // one, is the caller's: it may lead to those of a removed piece.
+    const auto takeBack = [&](const Error &failure, int places) {
+        auto located = locateAnywhere(put.id);
+        for (; located && places > 0; located = locateAnywhere(put.id), --places)
+            (void)store_.remove(located->blobName, *located->blob);
+        if (!located && located.error().kind == ErrorKind::notFound)
+            return failure;
+        return inContext(failure, "whether the object " + printable(put.name.joined()) +
+                                      " was stored is not known, as it could not be taken back; "
+                                      "look whether it is there before it is stored again");
+    };
+    try {
+        if (const auto made = piece.commit(); !made)
+            return made.error().kind == ErrorKind::exists ? made.error()
+                                                          : takeBack(made.error(), 1);
+        if (const auto claimed = claimName(put, 0); !claimed) {
+            giveNameBack(put);
+            return takeBack(claimed.error(), 0);
+        }
+        const auto now = filespace(put.name.filespace);
+        if (!now || !*now || (*now)->registration != registration)
+            return takeBack(now ? unregistered(put.name.filespace, ErrorKind::noFilespace)
+                                : now.error(),
+                            3); // coming/, pieces/, inactive/
+    } catch (const std::bad_alloc &) {
+        kept.reset();
+        giveNameBack(put);
+        throw;
+    }
+    note.write(std::move(came));
+    return {};
+}
+
+} // namespace arca::store

@@ -1,0 +1,237 @@
+// From the quarantine to the plain name: see the header.
+#include "client/store/upkeep/quarantine_return.h"
+
+#include "client/base/text.h"
+#include "client/store/changes/coming_piece.h"
+#include "client/store/marks/marked_packs.h"
+#include "client/store/marks/quarantine.h"
+#include "client/store/pieces/stored_manifests.h"
+
+#include <algorithm>
+#include <ctime>
+#include <optional>
+
+namespace arca::store
+{
+
+namespace
+{
+
+constexpr std::size_t kCopyBytes = std::size_t{1} << 20;
+
+class Return
+{
+public:
+    Return(NodeSpace &space, bool dryRun)
+        : space_(space), domain_(space.domain()), blobs_(domain_.blobs()), quarantine_(domain_),
+          dryRun_(dryRun)
+    {
+    }
+
+    /// Returns nothing when it cannot be read, or is none that was set aside by its place.
+    Result<std::optional<SetAside>> bringBack(const std::string &blobName);
+
+private:
+    std::string plainNameOf(const std::string &blobName) const;
+    Result<Manifest> readAll(blob::BlobReader &blob, const std::string &plain,
+                             std::set<engine::PackId> &packs) const;
+    Result<std::string> whyItStays(const Manifest &manifest, const std::set<engine::PackId> &packs,
+                                   const Mark &mark, const std::string &blobName) const;
+    Result<void> write(blob::BlobReader &blob, const Manifest &manifest, SetAside &aside);
+    Result<void> writeActive(blob::BlobReader &blob, const Manifest &manifest, SetAside &aside);
+    enum class Written { now, before };
+    Result<Written> writeAs(blob::BlobReader &blob, const Manifest &manifest, bool inactive,
+                            const std::string &name);
+    Result<bool> isThere(const std::string &name, PieceId id) const;
+
+    NodeSpace &space_;
+    engine::Domain &domain_;
+    blob::BlobStore &blobs_;
+    Quarantine quarantine_;
+    const bool dryRun_;
+};
+
+/// The digest is followed by a dot, the place, a dash and the last part of the name that it had.
+/// What waited in coming/ would be found there by no change any more.
+std::string Return::plainNameOf(const std::string &blobName) const
+{
+    const auto dot = blobName.find('.', quarantine_.prefix().size());
+    const auto dash = blobName.find('-', dot == std::string::npos ? 0 : dot);
+    if (dot == std::string::npos || dash == std::string::npos)
+        return {};
+    const std::string last = blobName.substr(dash + 1);
+    const std::string name = blobName.substr(dot + 1, dash - dot - 1) + "/" + domain_.nodeKey() +
+                             "/" + last.substr(0, 2) + "/" + last;
+    return isComingName(name) ? activeNameOf(name) : name;
+}
+
+/// Every run of it, too; `packs` receives what it needs.
+Result<Manifest> Return::readAll(blob::BlobReader &blob, const std::string &plain,
+                                 std::set<engine::PackId> &packs) const
+{
+    ARCA_TRY(Manifest manifest, space_.readOwn(blob, plain));
+    ManifestRuns runs(blob, manifest);
+    for (;;) {
+        ARCA_TRY(const auto run, runs.next());
+        if (!run)
+            return manifest;
+        if (run->blocks != 0)
+            packs.insert(run->pack);
+    }
+}
+
+Result<std::optional<SetAside>> Return::bringBack(const std::string &blobName)
+{
+    const std::string plain = plainNameOf(blobName);
+    // The claim comes first, then the marks.
+    std::unique_ptr<blob::BlobWriter> claim;
+    if (!dryRun_) {
+        ARCA_TRY(claim, blobs_.begin());
+    }
+    ARCA_TRY(const CurrentMark current, currentMark(domain_));
+    const auto blob = blobs_.open(blobName);
+    std::set<engine::PackId> packs;
+    const auto manifest = blob ? readAll(**blob, plain, packs) : Result<Manifest>(blob.error());
+    if (!manifest &&
+        (isUnreadable(manifest.error()) || manifest.error().kind == ErrorKind::notFound))
+        return std::optional<SetAside>();
+    ARCA_CHECK(manifest);
+    SetAside aside{blobName, manifest->info.description.name.joined(), plain, {}};
+    std::unique_ptr<blob::BlobLock> turn;
+    if (!dryRun_) {
+        ARCA_TRY(turn, space_.lockChanges());
+    }
+    ARCA_TRY(aside.reason, whyItStays(*manifest, packs, current.mark, blobName));
+    if (aside.reason.empty() && !dryRun_)
+        ARCA_CHECK(write(**blob, *manifest, aside));
+    if (!aside.reason.empty())
+        aside.now.clear();
+    return std::optional(std::move(aside));
+}
+
+/// Empty when nothing keeps it.
+Result<std::string> Return::whyItStays(const Manifest &manifest,
+                                       const std::set<engine::PackId> &packs, const Mark &mark,
+                                       const std::string &blobName) const
+{
+    const std::string &filespace = manifest.info.description.name.filespace;
+    ARCA_TRY(const auto known, space_.filespace(filespace));
+    if (!known)
+        return "its filespace " + printable(filespace) + " is not registered any more";
+    const bool waited = blobName.find(".coming-") != std::string::npos;
+    ARCA_TRY(const bool stored, space_.wasStored(manifest.info.id, waited));
+    if (!stored)
+        return std::string("the transaction that it came with was not committed");
+    if (std::ranges::any_of(packs, [&](const auto &pack) { return mark.packs.contains(pack); }))
+        return std::string("packs that it needs are being reclaimed; run it again after arca "
+                           "reclaim");
+    return std::string();
+}
+
+Result<void> Return::write(blob::BlobReader &blob, const Manifest &manifest, SetAside &aside)
+{
+    if (aside.now.starts_with("pieces/")) {
+        ARCA_CHECK(writeActive(blob, manifest, aside));
+    } else if (const auto written = writeAs(blob, manifest, false, aside.now); !written) {
+        if (written.error().kind != ErrorKind::exists)
+            return written.error();
+        aside.reason = "another blob has its name by now, " + aside.now;
+    }
+    if (!aside.reason.empty())
+        return {};
+    auto left = quarantine_.giveUp(aside.blobName);
+    if (!left && left.error().kind != ErrorKind::notFound)
+        return left;
+    // A process that found it damaged may have counted on what left the quarantine just now.
+    ARCA_TRY(const bool there, isThere(aside.now, manifest.info.id));
+    return there ? Result<void>() : quarantine_.keep(aside.blobName, blob);
+}
+
+Result<void> Return::writeActive(blob::BlobReader &blob, const Manifest &manifest, SetAside &aside)
+{
+    const PieceInfo &info = manifest.info;
+    const NodeSpace::PutPiece piece{info.description.name, aside.now, info.id};
+    const auto written = writeAs(blob, manifest, false, aside.now);
+    auto claimed = written ? space_.claimName(piece, 0) : written.error();
+    if (claimed)
+        return {};
+    const ErrorKind lost = claimed.error().kind;
+    if (lost != ErrorKind::exists && lost != ErrorKind::conflict)
+        return claimed;
+    aside.reason = "another blob has its name by now, " + aside.now;
+    if (lost == ErrorKind::conflict || !space_.keepsRemoved())
+        return {};
+    const std::string digits = toHex(info.id);
+    const std::string inactive =
+        "inactive/" + domain_.nodeKey() + "/" + digits.substr(0, 2) + "/" + digits;
+    const auto kept = writeAs(blob, manifest, true, inactive);
+    if (!kept && kept.error().kind == ErrorKind::exists)
+        return {};
+    ARCA_CHECK(kept);
+    if (written && *written == Written::now)
+        space_.giveNameBack(piece);
+    aside.now = inactive;
+    aside.reason.clear();
+    return {};
+}
+
+/// Fine when the piece is there already. Errors: exists when another one is.
+Result<Return::Written> Return::writeAs(blob::BlobReader &blob, const Manifest &manifest,
+                                        bool inactive, const std::string &name)
+{
+    ARCA_TRY(const auto copy, blobs_.begin());
+    Bytes buffer(kCopyBytes);
+    for (std::uint64_t offset = 0; offset < blob.size();) {
+        ARCA_TRY(const std::size_t got, blob.read(offset, buffer));
+        if (got == 0)
+            return Error{ErrorKind::io, "a blob of the quarantine was cut while it was read"};
+        ARCA_CHECK(copy->append(ByteView(buffer).first(got)));
+        offset += got;
+    }
+    if (inactive) {
+        ARCA_TRY(const Bytes note,
+                 encodeInactiveNote(domain_.manifestKey(), manifest.info.id, std::time(nullptr)));
+        ARCA_CHECK(copy->append(note));
+    }
+    const auto committed = copy->commit(name);
+    if (!committed && committed.error().kind != ErrorKind::exists)
+        return committed.error();
+    ARCA_TRY(const bool there, isThere(name, manifest.info.id));
+    if (!there)
+        return Error{ErrorKind::exists, "the name " + name + " is in use"};
+    ARCA_CHECK(blobs_.sync(name));
+    return committed ? Written::now : Written::before;
+}
+
+/// As what was written is soon the only one, it is read whole.
+Result<bool> Return::isThere(const std::string &name, PieceId id) const
+{
+    const auto blob = blobs_.open(name);
+    if (!blob && blob.error().kind != ErrorKind::notFound)
+        return blob.error();
+    std::set<engine::PackId> packs;
+    const auto manifest = blob ? readAll(**blob, name, packs) : Result<Manifest>(blob.error());
+    return manifest && manifest->info.id == id;
+}
+
+} // namespace
+
+Result<void> bringBackReadable(NodeSpace &space, bool dryRun,
+                               const std::function<void(const SetAside &)> &visit)
+{
+    const Quarantine quarantine(space.domain());
+    std::vector<std::string> names;
+    ARCA_CHECK(space.domain().blobs().list(quarantine.prefix(), [&](const std::string &name) {
+        if (quarantine.isManifest(name))
+            names.push_back(name);
+        return true;
+    }));
+    for (const std::string &name : names) {
+        ARCA_TRY(const auto aside, Return(space, dryRun).bringBack(name));
+        if (aside)
+            visit(*aside);
+    }
+    return {};
+}
+
+} // namespace arca::store

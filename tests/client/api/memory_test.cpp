@@ -1,0 +1,234 @@
+// A host that runs out of memory in the middle of an operation: whichever allocation fails, the
+// operation says so or goes on without, the process lives, and what was acknowledged is stored.
+#include "tests/client/api/client_fixture.h"
+
+#include <algorithm>
+#include <atomic>
+#include <functional>
+#include <link.h>
+
+// The library takes its memory from the host, and the functions of this host can run out of it, for
+// the library alone.
+extern "C" void *__libc_malloc(std::size_t size);
+extern "C" void *__libc_calloc(std::size_t count, std::size_t size);
+extern "C" void *__libc_realloc(void *block, std::size_t size);
+
+static const char *library = nullptr, *libraryEnd = nullptr; // where it lies in memory
+static std::atomic<bool> scarce = false;
+static std::atomic<long> left = 0;     // allocations that succeed while memory is scarce
+static std::atomic<bool> once = false; // and all others behind the first that fails
+
+static bool isGranted(const void *caller)
+{
+    const bool ours = library <= caller && caller < libraryEnd;
+    if (!ours || !scarce)
+        return true;
+    const long before = left.fetch_sub(1);
+    return before > 0 || (once && before < 0);
+}
+
+extern "C" void *malloc(std::size_t size)
+{
+    return isGranted(__builtin_return_address(0)) ? __libc_malloc(size) : nullptr;
+}
+
+extern "C" void *calloc(std::size_t count, std::size_t size)
+{
+    return isGranted(__builtin_return_address(0)) ? __libc_calloc(count, size) : nullptr;
+}
+
+extern "C" void *realloc(void *block, std::size_t size)
+{
+    return isGranted(__builtin_return_address(0)) ? __libc_realloc(block, size) : nullptr;
+}
+
+namespace keel::test
+{
+
+namespace
+{
+
+class MemoryTest : public ClientTest
+{
+protected:
+    void SetUp() override
+    {
+        ClientTest::SetUp();
+        dl_iterate_phdr(
+            [](dl_phdr_info *object, std::size_t, void *) {
+                if (std::string(object->dlpi_name) != clientLibrary())
+                    return 0;
+                library = reinterpret_cast<const char *>(object->dlpi_addr);
+                for (int i = 0; i < object->dlpi_phnum; ++i)
+                    libraryEnd = std::max(libraryEnd, library + object->dlpi_phdr[i].p_vaddr +
+                                                          object->dlpi_phdr[i].p_memsz);
+                return 1;
+            },
+            nullptr);
+        ASSERT_NE(library, libraryEnd);
+    }
+
+    struct Step {
+        const char *name;
+        std::function<int()> call;
+    };
+
+    /// The operations of a session's life on `piece`, in order.
+    std::vector<Step> lifeOn(const std::string &piece)
+    {
+        name_ = nameOf(piece);
+        attributes_ = attributes();
+        stream_ = randomBytes(300'000, 1);
+        event_.stVersion = HOX_LOGEVENTEX_VERSION;
+        event_.logType = HOX_LOG_BOTH;
+        event_.severity = HOX_SEVERITY_ERROR;
+        event_.message = "an event";
+        start_.stVersion = HOX_INITEX_IN_VERSION;
+        all_.stVersion = HOX_QRY_OBJECTS_VERSION;
+        all_.objState = HOX_STATE_ANY;
+        handle_ = 0;
+        isCommitted_ = false;
+        const auto committed = [this](bool now) {
+            std::uint16_t reason = 0;
+            const int code = api_.hoxEndTxn(handle_, HOX_VOTE_COMMIT, &reason);
+            isCommitted_ = code == HOX_RC_OK ? now : isCommitted_;
+            return code;
+        };
+        return {
+            {"InitEx", [this] { return api_.hoxInitEx(&handle_, &start_, &started_); }},
+            {"LogEventEx", [this] { return api_.hoxLogEventEx(handle_, &event_, nullptr); }},
+            {"BeginTxn", [this] { return api_.hoxBeginTxn(handle_); }},
+            {"SendObj",
+             [this] {
+                 return api_.hoxSendObj(handle_, HOX_SEND_BACKUP, nullptr, &name_, &attributes_,
+                                        nullptr);
+             }},
+            {"SendData",
+             [this] {
+                 block_ = {HOX_DATABLK_VERSION, static_cast<std::uint32_t>(stream_.size()), 0,
+                           stream_.data()};
+                 return api_.hoxSendData(handle_, &block_);
+             }},
+            {"EndSendObj", [this] { return api_.hoxEndSendObj(handle_); }},
+            {"EndTxn", [=] { return committed(true); }},
+            {"BeginQuery",
+             [this] {
+                 asked_ = {HOX_QRY_BACKUP_VERSION, &name_, nullptr, HOX_STATE_ACTIVE};
+                 return api_.hoxBeginQuery(handle_, HOX_QUERY_BACKUP, &asked_);
+             }},
+            {"GetNextQObj", [this] { return next(); }},
+            {"EndQuery", [this] { return api_.hoxEndQuery(handle_); }},
+            {"BeginGetData",
+             [this] {
+                 list_ = {HOX_GETLIST_VERSION, 1, &found_.objId};
+                 return api_.hoxBeginGetData(handle_, 1, HOX_GET_BACKUP, &list_);
+             }},
+            {"GetObj", [this] { return api_.hoxGetObj(handle_, &found_.objId, nullptr); }},
+            {"GetData", [this] { return api_.hoxGetData(handle_, &block_); }},
+            {"EndGetObj", [this] { return api_.hoxEndGetObj(handle_); }},
+            {"EndGetData", [this] { return api_.hoxEndGetData(handle_); }},
+            {"BeginQuery, objects",
+             [this] { return api_.hoxBeginQuery(handle_, HOX_QUERY_OBJECTS, &all_); }},
+            {"GetNextQObj, objects", [this] { return next(); }},
+            {"EndQuery, objects", [this] { return api_.hoxEndQuery(handle_); }},
+            {"UpdateObj",
+             [this] {
+                 return api_.hoxUpdateObj(handle_, HOX_SEND_BACKUP, &name_, &attributes_,
+                                          HOX_UPDOBJ_OWNER);
+             }},
+            {"BeginTxn, deleting", [this] { return api_.hoxBeginTxn(handle_); }},
+            {"DeleteObj",
+             [this] {
+                 hoxDelInfo info{};
+                 info.backName = {HOX_DELBACK_VERSION, &name_};
+                 return api_.hoxDeleteObj(handle_, HOX_DELETE_BACKUP_NAME, &info);
+             }},
+            {"EndTxn, deleting", [=] { return committed(false); }},
+        };
+    }
+
+    int next()
+    {
+        block_ = {HOX_DATABLK_VERSION, sizeof found_, 0, reinterpret_cast<char *>(&found_)};
+        const int code = api_.hoxGetNextQObj(handle_, &block_);
+        block_ = {HOX_DATABLK_VERSION, static_cast<std::uint32_t>(stream_.size()), 0,
+                  stream_.data()};
+        return code;
+    }
+
+    static int whileScarce(const std::function<int()> &call)
+    {
+        scarce = true;
+        const int code = call();
+        scarce = false;
+        return code;
+    }
+
+    hoxObjName name_{};
+    ObjAttr attributes_{};
+    std::string stream_;
+    hoxLogEventExIn_t event_{};
+    hoxInitExIn_t start_{};
+    hoxInitExOut_t started_{};
+    qryObjectsData all_{};
+    qryBackupData asked_{};
+    qryRespBackupData found_{};
+    hoxGetList list_{};
+    DataBlk block_{};
+    hoxHandle_t handle_ = 0;
+    bool isCommitted_ = false; // the piece is stored, as the operations said
+};
+
+TEST_F(MemoryTest, WhicheverAllocationFailsTheHostLivesAndNothingAcknowledgedIsLost)
+{
+    (void)logOn(); // registers the filespace, and makes what the process makes once
+    left = 0;
+    for (long granted = 1; left <= 0; granted += 1 + granted / 16) { // until none failed
+        const std::string piece = "p" + std::to_string(granted);
+        std::string failed;
+        left = granted;
+        for (const Step &step : lifeOn(piece)) {
+            const int code = whileScarce(step.call);
+            if (code != HOX_RC_OK && code != HOX_RC_MORE_DATA && code != HOX_RC_FINISHED) {
+                failed = step.name;
+                break;
+            }
+        }
+        SCOPED_TRACE(failed + ", " + std::to_string(granted));
+        EXPECT_EQ(handle_ == 0, failed == "InitEx");
+        if (handle_ != 0) {
+            EXPECT_EQ(whileScarce([&] { return api_.hoxTerminate(handle_); }), HOX_RC_OK);
+        }
+        const hoxHandle_t again = logOn();
+        if (isCommitted_) {
+            EXPECT_EQ(restore(again, piece, 65536), stream_);
+        }
+        EXPECT_EQ(api_.hoxTerminate(again), HOX_RC_OK);
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+TEST_F(MemoryTest, ACommitThatFailsForWantOfMemoryPublishesNothing)
+{
+    const hoxHandle_t handle = logOn();
+    once = true;
+    left = 0;
+    for (long granted = 1; left <= 0; ++granted) {
+        const std::string piece = "p" + std::to_string(granted);
+        ASSERT_EQ(send(handle, piece, "content"), HOX_RC_OK);
+        ASSERT_EQ(api_.hoxEndSendObj(handle), HOX_RC_OK);
+        left = granted;
+        std::uint16_t reason = 0;
+        const int code =
+            whileScarce([&] { return api_.hoxEndTxn(handle, HOX_VOTE_COMMIT, &reason); });
+        if (code == HOX_RC_NO_MEMORY) {
+            EXPECT_EQ(api_.hoxEndTxn(handle, HOX_VOTE_ABORT, &reason), HOX_RC_CHECK_REASON);
+        }
+        EXPECT_EQ(restore(handle, piece).has_value(), code == HOX_RC_OK) << granted;
+    }
+    (void)logOn(); // removes the files that could not be for want of memory
+}
+
+} // namespace
+
+} // namespace keel::test

@@ -1,0 +1,340 @@
+// A process that makes a change sleeps at any step of it, while others see a plan that was left and
+// settle it; then it wakes. What holds is one decision, the same for everybody.
+#include "client/store/nodes/node_removal.h"
+#include "client/store/records/record.h"
+#include "tests/client/store/late_fixture.h"
+
+#include <map>
+
+namespace
+{
+
+using namespace arca;
+using test::AnotherHost;
+
+class LateChange : public test::LateFixture
+{
+protected:
+    /// What the fixture works with becomes the other host's.
+    void moveToOtherHost()
+    {
+        host_ = std::make_unique<AnotherHost>(files_);
+        space_.reset();
+        auto opened =
+            store::Repository::open(std::make_unique<blob::DirectoryStore>("/r", *host_), "test");
+        ASSERT_TRUE(opened);
+        repository_ = std::move(*opened);
+        space_ = repository_->logOn("node", test::kPassword).value();
+        space_->use({.threads = 1});
+    }
+
+    std::vector<std::string> manifests() { return pathsUnder({"pieces", "inactive", "coming"}); }
+
+    void neverEnds(const Work &work);
+    Met expectOneWinner(int n, int m, bool removed);
+    void removeActive(store::PieceId id);
+
+    std::unique_ptr<AnotherHost> host_;
+};
+
+TEST_F(LateChange, MeetsWhatWasDecidedWhileItSlept)
+{
+    for (const Work &work : works()) {
+        const std::map<std::string, std::size_t> left = {{"rename", 1},
+                                                         {"together", 2},
+                                                         {"superseding", 3},
+                                                         {"replacing", 1},
+                                                         {"replacing and keeping", 2}};
+        if (!left.contains(work.name))
+            continue;
+        int settledBefore = 0, settledAfter = 0;
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE(std::string(work.name) + ", step " + std::to_string(n));
+            moveToOtherHost();
+            host_->stopBefore(n, [&] { settleHere(); });
+            const auto done = work.run(*this);
+            if (!host_->hasStopped())
+                break;
+            EXPECT_EQ(state(), done ? work.after : work.before);
+            ++(done ? settledAfter : settledBefore);
+            ASSERT_TRUE(open());
+            EXPECT_EQ(state(), done ? work.after : work.before);
+            EXPECT_TRUE(isSound());
+            EXPECT_TRUE(space_->tidyOutcomes());
+            EXPECT_EQ(manifests().size(), done ? left.at(work.name) : 1U);
+            // It can be made again, under the same names.
+            if (!done) {
+                EXPECT_TRUE(work.run(*this));
+            }
+            EXPECT_EQ(state(), work.after);
+            EXPECT_TRUE(store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run());
+            EXPECT_EQ(state(), work.after);
+            restoreStart();
+        }
+        EXPECT_GT(settledBefore, 3) << work.name;
+        EXPECT_GT(settledAfter, 1) << work.name;
+        restoreStart();
+    }
+}
+
+/// The maker dies when it wakes, at any later step; what it published late never shows.
+TEST_F(LateChange, ThatNeverEndsHidesNothingAndHoldsNoName)
+{
+    for (const Work &work : works())
+        if (std::set<std::string>{"superseding", "replacing"}.contains(work.name))
+            neverEnds(work);
+}
+
+void LateChange::neverEnds(const Work &work)
+{
+    for (int n = 1;; ++n) {
+        bool stopped = false;
+        for (int more = 1; more < 40; ++more) {
+            SCOPED_TRACE(work.name + (", stopped at step " + std::to_string(n)) + ", dead after " +
+                         std::to_string(more));
+            moveToOtherHost();
+            bool died = false;
+            host_->stopBefore(n, [&] {
+                settleHere();
+                host_->stopBefore(more, [&] {
+                    died = true;
+                    files_.stopAt(1);
+                });
+            });
+            const auto done = work.run(*this);
+            files_.stopAt(0);
+            stopped = died || host_->hasStopped();
+            ASSERT_TRUE(open());
+            const std::string shown = state();
+            EXPECT_TRUE(shown == work.before || shown == work.after) << shown;
+            EXPECT_TRUE(!done || shown == work.after);
+            settleHere();
+            EXPECT_EQ(state(), shown);
+            if (shown == work.before) {
+                EXPECT_TRUE(work.run(*this)) << "a name is held by what nobody sees";
+            }
+            EXPECT_EQ(state(), work.after);
+            EXPECT_TRUE(isSound());
+            restoreStart();
+            if (!died)
+                break;
+        }
+        if (!stopped || HasFailure())
+            break;
+    }
+}
+
+/// The one that settles sleeps, another one settles the rest, and new pieces take the names.
+TEST_F(LateChange, IsSettledByALateProcessThatTakesNothingOfWhatCameSince)
+{
+    for (const bool decided : {false, true}) {
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE((decided ? "done, step " : "undecided, step ") + std::to_string(n));
+            moveToOtherHost();
+            host_->dieDeciding(decided);
+            ASSERT_FALSE(works()[6].run(*this));
+            files_.stopAt(0);
+
+            moveToOtherHost();
+            host_->stopBefore(n, [&] {
+                auto here = store::Repository::open(blobs(), "test").value();
+                auto space = here->logOn("node", test::kPassword).value();
+                space->settleChanges();
+                std::swap(space, space_);
+                EXPECT_EQ(state(), decided ? " new newer (kept)" : " kept");
+                EXPECT_EQ(static_cast<bool>(works()[6].run(*this)), !decided);
+                if (decided) {
+                    EXPECT_TRUE(remove("new") && backUp("new", 'n', 3000) &&
+                                backUp("kept", 'k', 5000));
+                }
+                std::swap(space, space_);
+            });
+            space_->settleChanges();
+            const bool stopped = host_->hasStopped();
+            ASSERT_TRUE(open());
+            if (stopped) {
+                EXPECT_EQ(state(), decided ? " kept new newer (kept)" : " new newer (kept)");
+                EXPECT_TRUE(isSound());
+            }
+            restoreStart();
+            if (!stopped || HasFailure())
+                break;
+        }
+    }
+}
+
+// What is superseded goes, and its number is free again; a writer that slept must not take it for
+// the next one.
+TEST_F(LateChange, ARecordsNumberIsGivenOnce)
+{
+    blob::DirectoryStore here("/r", files_);
+    store::NumberedRecord record(here, "records/one");
+    const auto write = [&](std::uint32_t after, const std::string &text) {
+        return record.write(after, viewOf(text)) ? "" : "conflict";
+    };
+    for (std::uint32_t after = 0; after < 5; ++after) {
+        for (std::uint32_t late = 0; late < after; ++late)
+            EXPECT_STREQ(write(late, "late"), "conflict") << late << " of " << after;
+        EXPECT_STREQ(write(after, std::to_string(after)), "");
+    }
+    const auto latest = record.latest();
+    ASSERT_TRUE(latest && *latest);
+    EXPECT_EQ(textOf((*latest)->bytes), "4");
+}
+
+/// The number of the state that a change of the password is about to write is not given again to
+/// the next node of the name.
+TEST_F(LateChange, OfARemovedNodesPasswordLeavesALaterNodeAlone)
+{
+    const std::string later(64, 'b'), late(64, 'c');
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        moveToOtherHost();
+        host_->stopBefore(n, [&] {
+            const auto here = store::Repository::open(blobs(), "test").value();
+            EXPECT_TRUE(store::removeNode(here->blobs(), "node", [](auto) { return true; }));
+            EXPECT_FALSE(here->nodes().isRegistered("node").value());
+            EXPECT_TRUE(here->nodes().registerNode("node", later));
+        });
+        (void)repository_->nodes().changePassword("node", test::kPassword, late);
+        if (!host_->hasStopped())
+            break;
+        EXPECT_TRUE(repository_->logOn("node", later));
+        EXPECT_FALSE(repository_->logOn("node", late));
+        restoreStart();
+    }
+}
+
+/// A removal sleeps at any step; another one finishes it, and a node of that name is registered.
+TEST_F(LateChange, ARemovalOfANodeLeavesALaterNodeAlone)
+{
+    const std::string later(64, 'b');
+    for (int n = 1;; ++n) {
+        SCOPED_TRACE(n);
+        moveToOtherHost();
+        bool removed = false;
+        host_->stopBefore(n, [&] {
+            const auto here = store::Repository::open(blobs(), "test").value();
+            (void)store::removeNode(here->blobs(), "node", [](auto) { return true; });
+            removed = !here->nodes().isRegistered("node").value() &&
+                      here->nodes().registerNode("node", later);
+            auto space = here->logOn("node", later).value();
+            EXPECT_TRUE(space->registerFilespace({"", "/fs", "ORACLE", "", 0, 0, 0}));
+            std::swap(space_, space);
+            EXPECT_TRUE(backUp("kept", 'n', 3000));
+            std::swap(space_, space);
+        });
+        (void)store::removeNode(repository_->blobs(), "node", [](auto) { return true; });
+        if (!host_->hasStopped())
+            break;
+        const auto again = store::Repository::open(blobs(), "test").value();
+        ASSERT_TRUE(removed);
+        space_ = again->logOn("node", later).value();
+        expectPiece("kept", 'n', 3000);
+        EXPECT_TRUE(isSound());
+        space_.reset();
+        files_.putBack(start_);
+        ASSERT_TRUE(open());
+    }
+}
+
+/// The manifest alone, as a process does that has come to that step of a removal.
+void LateChange::removeActive(store::PieceId id)
+{
+    blob::DirectoryStore here("/r", files_);
+    for (const std::string &path : pathsUnder({"pieces"})) {
+        const auto opened = here.open(path.substr(3)).value();
+        if (store::peekIdentifier(*opened).value() == id) {
+            EXPECT_TRUE(here.remove(path.substr(3), *opened));
+        }
+    }
+}
+
+/// One process replaces "kept", and another one stores a piece of that name. `removed`: a third one
+/// takes the old piece away while the first one sleeps.
+LateChange::Met LateChange::expectOneWinner(int n, int m, bool removed)
+{
+    Elsewhere other(files_);
+    std::swap(other.space, space_);
+    const auto successor = this->successor('c', "3").value();
+    const auto old = space_->find(nameOf("kept")).value();
+    std::swap(other.space, space_);
+
+    moveToOtherHost();
+    const auto replacing = this->successor('r', "2").value();
+    Result<void> first, second;
+    const Met met = meet(
+        *host_, n,
+        [&] {
+            const store::NodeSpace::Sent sent{replacing.get(), registration_};
+            first = space_->commitTogether({std::span(&sent, 1), std::span(&old->id, 1), {}});
+        },
+        other.host, m,
+        [&] {
+            if (removed && host_->hasStopped())
+                removeActive(old->id);
+            second = other.space->commit(*successor, registration_);
+        });
+
+    EXPECT_FALSE(first && second) << "both were told that they have the name";
+    settleHere();
+    const std::string shown = state();
+    EXPECT_TRUE(shown == (first ? " kept2" : second ? " kept3" : shown)) << shown;
+    EXPECT_TRUE(isSound());
+    EXPECT_TRUE(space_->tidyOutcomes());
+    EXPECT_TRUE(
+        store::Reclaim(*space_, {.grace = 0, .maxFreed = 100, .acceptMissing = true}).run());
+    EXPECT_EQ(state(), shown);
+    EXPECT_EQ(manifests().size(), shown.empty() ? 0U : 1U);
+    return met;
+}
+
+TEST_F(LateChange, ThatReplacesAPieceAndAnotherPieceOfItsNameAreNotBothStored)
+{
+    for (const bool removed : {false, true})
+        meetEverywhere([&](int n, int m) {
+            const Met met = expectOneWinner(n, m, removed);
+            restoreStart();
+            return met;
+        });
+}
+
+TEST_F(LateChange, ANameThatOthersMayCountOnStaysWhenItsSyncFails)
+{
+    blob::DirectoryStore here("/r", files_);
+    AnotherHost files(files_);
+    blob::DirectoryStore there("/r", files);
+    const auto content = [&](const std::string &name) {
+        const auto found = blob::readWhole(here, name, 100);
+        return found ? std::string(textOf(*found)) : "";
+    };
+    const struct {
+        blob::Unsure unsure;
+        bool replaced; // meanwhile, by another one of that name
+        const char *left;
+    } cases[] = {{blob::Unsure::leave, false, "mine"},
+                 {blob::Unsure::takeBack, false, ""},
+                 {blob::Unsure::takeBack, true, "theirs"}};
+    for (const auto &one : cases) {
+        const std::string name = "packs/aa/" + std::to_string(&one - cases);
+        bool seen = false;
+        files.beforeSync = [&](const std::string &path) -> Result<void> {
+            if (path != "/r/packs/aa/")
+                return {};
+            if (!seen && one.replaced) {
+                EXPECT_TRUE(here.remove(name, **here.open(name)));
+                EXPECT_TRUE(blob::putWhole(here, name, viewOf("theirs")));
+            }
+            EXPECT_TRUE(seen || one.replaced || content(name) == "mine") << "others find it";
+            seen = true;
+            return Error{ErrorKind::io, "the disk said no"};
+        };
+        const auto writer = there.begin().value();
+        EXPECT_TRUE(writer->append(viewOf("mine")));
+        EXPECT_FALSE(writer->commit(name, one.unsure)) << "it may not survive";
+        EXPECT_TRUE(seen);
+        EXPECT_EQ(content(name), one.left);
+    }
+}
+
+} // namespace

@@ -1,0 +1,183 @@
+// A piece that is moved by one process while another one changes, removes, sets aside or brings
+// back what has its name: wherever either of them stops, the piece is in one of its places.
+#include "client/store/upkeep/blob_removal.h"
+#include "client/store/marks/quarantine.h"
+#include "client/store/upkeep/repair.h"
+#include "tests/client/store/late_fixture.h"
+
+namespace
+{
+
+using namespace arca;
+
+class LatePiece : public test::LateFixture
+{
+protected:
+    std::string pathUnder(const std::string &room)
+    {
+        auto paths = pathsUnder({room});
+        std::erase_if(paths, [](const std::string &path) { return path.ends_with(".packs"); });
+        EXPECT_EQ(paths.size(), 1U) << room;
+        return paths.empty() ? std::string() : paths.front();
+    }
+    /// Makes the manifest unreadable, or readable again.
+    void flip(const std::string &path) { files_.contentOf(path)[70] ^= 1; }
+    void repair(store::NodeSpace &space) { EXPECT_TRUE(store::repair(space, false, {})); }
+    store::NodeSpace::Sent sent(const std::unique_ptr<store::PieceWriter> &writer) const
+    {
+        return {writer.get(), registration_};
+    }
+    /// A process replaces "kept" and dies with the decision; `decided`: just after it.
+    void dieReplacing(bool decided)
+    {
+        Elsewhere dying(files_);
+        std::swap(dying.space, space_);
+        dying.host.dieDeciding(decided);
+        EXPECT_FALSE(replace(Old::removed));
+        files_.stopAt(0);
+        std::swap(dying.space, space_);
+    }
+};
+
+// The name is free for a moment while a piece comes in the place of another one: just then a repair
+// puts the piece of the quarantine there.
+TEST_F(LatePiece, BroughtBackWhileAnotherOneComesUnderItsNameBecomesInactive)
+{
+    const std::string path = pathUnder("pieces");
+    const auto next = successor('c', "3").value();
+    flip(path);
+    ASSERT_TRUE(space_->setAside(nameOf("kept")));
+    ASSERT_TRUE(space_->commit(*next, registration_));
+    flip(pathUnder("quarantine"));
+    const auto begun = files_.snapshot();
+    for (const bool repairFirst : {false, true})
+        meetEverywhere([&](int n, int m) {
+            Elsewhere one(files_), other(files_);
+            auto &maker = repairFirst ? other : one;
+            std::swap(maker.space, space_);
+            const auto fresh = successor('r', "2").value();
+            const auto old = space_->find(nameOf("kept")).value();
+            std::swap(maker.space, space_);
+            const store::NodeSpace::Sent all[] = {sent(fresh)};
+            Result<void> replaced;
+            const auto replaceIt = [&] {
+                replaced = maker.space->commitTogether({all, std::span(&old->id, 1), {}});
+            };
+            const auto met =
+                repairFirst
+                    ? meet(
+                          one.host, n, [&] { repair(*one.space); }, other.host, m, replaceIt)
+                    : meet(one.host, n, replaceIt, other.host, m, [&] { repair(*other.space); });
+            settleHere();
+            EXPECT_TRUE(open());
+            repair(*space_);
+            EXPECT_EQ(state(), replaced ? " kept2 (kept)" : " kept3 (kept)");
+            EXPECT_TRUE(isSound());
+            space_.reset();
+            repository_.reset();
+            files_.putBack(begun);
+            EXPECT_TRUE(open());
+            return met;
+        });
+}
+
+// A read that failed in passing: one process sets the piece aside, a second one finds it readable
+// in the quarantine.
+TEST_F(LatePiece, SetAsideAndBroughtBackAtOnceIsLostByNeither)
+{
+    const std::string path = pathUnder("pieces");
+    for (const bool repairFirst : {false, true})
+        meetEverywhere([&](int n, int m) {
+            // As one that was killed within leaves it.
+            const std::string bytes = files_.contentOf(path);
+            flip(path);
+            const auto aside = space_->setAside(nameOf("kept"));
+            EXPECT_TRUE(aside);
+            flip("/r/" + *aside);
+            EXPECT_TRUE(blob::putWhole(repository_->blobs(), path.substr(3), viewOf(bytes)));
+            Elsewhere one(files_), other(files_);
+            auto &setter = repairFirst ? other : one;
+            const auto judged = setter.repository->blobs().open(path.substr(3)).value();
+            const auto setAside = [&] { (void)setter.space->setAside(path.substr(3), *judged); };
+            const auto met =
+                repairFirst
+                    ? meet(
+                          one.host, n, [&] { repair(*one.space); }, other.host, m, setAside)
+                    : meet(one.host, n, setAside, other.host, m, [&] { repair(*other.space); });
+            EXPECT_TRUE(open());
+            repair(*space_);
+            EXPECT_EQ(state(), " kept");
+            EXPECT_TRUE(isSound());
+            restoreStart();
+            return met;
+        });
+}
+
+TEST_F(LatePiece, SetAsideWhileItWaitedIsBroughtBackToItsNameIfItsChangeIsDone)
+{
+    for (const bool decided : {false, true}) {
+        SCOPED_TRACE(decided);
+        dieReplacing(decided);
+        const std::string path = pathUnder("coming"), whole = files_.contentOf(path);
+        flip(path);
+        if (decided) {
+            settleHere();
+        } else {
+            // It is damaged, and goes with its change at the same moment.
+            (void)store::removeBlob(*space_, path.substr(3));
+        }
+        EXPECT_EQ(pathsUnder({"coming"}).size(), 0U);
+        flip(pathUnder("quarantine"));
+        ASSERT_TRUE(open());
+        EXPECT_EQ(store::repair(*space_, true, {})->broughtBack, decided ? 1U : 0U);
+        EXPECT_EQ(store::repair(*space_, false, {})->broughtBack, decided ? 1U : 0U);
+        EXPECT_EQ(state(), decided ? " kept2" : " kept");
+        EXPECT_EQ(isSound(), decided) << "verifying names what stays in the quarantine";
+        restoreStart();
+    }
+}
+
+// Where blobs cannot have two names a settling process puts a copy, late as it may be.
+TEST_F(LatePiece, RemovedOrInactiveStaysSoWhenItIsCopiedToItsNameLate)
+{
+    for (const bool removes : {false, true}) {
+        bool stopped = true;
+        for (int n = 1; stopped && !HasFailure(); ++n) {
+            SCOPED_TRACE((removes ? "removed, step " : "inactive, step ") + std::to_string(n));
+            dieReplacing(true);
+            Elsewhere late(files_);
+            late.host.links = false;
+            late.host.stopBefore(n, [&] {
+                const auto found = space_->find(nameOf("kept"));
+                ASSERT_TRUE(found && *found);
+                const std::span<const store::PieceId> id(&(*found)->id, 1);
+                EXPECT_TRUE(removes ? space_->remove(id[0]) : space_->commitTogether({{}, {}, id}));
+            });
+            late.space->settleChanges();
+            stopped = late.host.hasStopped();
+            ASSERT_TRUE(open());
+            const auto shown = space_->find(nameOf("kept"));
+            EXPECT_TRUE(shown && static_cast<bool>(*shown) == !stopped);
+            EXPECT_EQ(space_->inactiveOf(nameOf("kept"))->size(), stopped && !removes ? 1U : 0U);
+            EXPECT_EQ(pathsUnder({"coming", "pieces"}).size(), stopped ? 0U : 1U);
+            EXPECT_TRUE(isSound());
+            restoreStart();
+        }
+    }
+}
+
+// Killed between the last two steps of a change, a piece is in two places.
+TEST_F(LatePiece, ThatIsInTwoPlacesLeavesBothWhenItBecomesInactive)
+{
+    dieReplacing(true);
+    const std::string coming = pathUnder("coming"), bytes = files_.contentOf(coming);
+    settleHere();
+    ASSERT_TRUE(blob::putWhole(repository_->blobs(), coming.substr(3), viewOf(bytes)));
+    const auto found = space_->find(nameOf("kept"));
+    ASSERT_TRUE(found && *found);
+    ASSERT_TRUE(space_->commitTogether({{}, {}, std::span(&(*found)->id, 1)}));
+    EXPECT_EQ(pathsUnder({"coming", "pieces"}).size(), 0U);
+    EXPECT_FALSE(*space_->find(nameOf("kept")));
+}
+
+} // namespace

@@ -1,0 +1,481 @@
+// Removed pieces: kept for the grace time, brought back whole, purged in the end; and what was
+// stored is told from what was lost.
+#include "tests/client/store/reclaim_fixture.h"
+
+#include "client/store/upkeep/blob_removal.h"
+#include "client/store/pieces/inventory.h"
+#include "client/store/changes/object_record.h"
+#include "client/store/upkeep/repair.h"
+#include "client/store/upkeep/verify.h"
+
+namespace
+{
+
+using namespace arca;
+using store::PieceId;
+using store::ReclaimTotals;
+using test::blocks;
+using test::kAtOnce;
+using test::kBlock;
+using test::ReclaimTest;
+
+class RemovedTest : public ReclaimTest
+{
+protected:
+    static store::ObjectName nameOf(const std::string &piece)
+    {
+        return {"/fs", "/", "/" + piece, 1};
+    }
+    PieceId idOf(const std::string &piece)
+    {
+        const auto found = space_->find(nameOf(piece));
+        EXPECT_TRUE(found && *found) << piece;
+        return found && *found ? (*found)->id : 0;
+    }
+    /// The blob of an active piece.
+    std::string manifestOf(PieceId id)
+    {
+        std::string name;
+        EXPECT_TRUE(store_->list("pieces/", [&](const std::string &blobName) {
+            const auto blob = store_->open(blobName);
+            if (blob && *store::peekIdentifier(**blob) == id)
+                name = blobName;
+            return true;
+        }));
+        return name;
+    }
+    std::vector<std::string> removed(store::NodeSpace &space)
+    {
+        std::vector<std::string> names;
+        EXPECT_TRUE(space.visitRemoved([&](const store::RemovedPiece &piece) {
+            names.push_back(piece.info.description.name.lowLevel.substr(1));
+            return true;
+        }));
+        std::ranges::sort(names);
+        return names;
+    }
+    void removeFiles(const std::string &beginning)
+    {
+        for (const std::string &path : files_.paths())
+            if (path.starts_with(beginning)) {
+                ASSERT_TRUE(files_.unlink(path));
+            }
+    }
+    ErrorKind refusal(const store::ReclaimRequest &request)
+    {
+        const std::size_t before = packs();
+        const auto done = store::Reclaim(*space_, request).run();
+        EXPECT_FALSE(done);
+        EXPECT_EQ(packs(), before);
+        return done ? ErrorKind::internal : done.error().kind;
+    }
+    store::VerifyOutcome verified()
+    {
+        const auto outcome = store::verify(*space_, {}, {});
+        EXPECT_TRUE(outcome);
+        return outcome ? *outcome : store::VerifyOutcome{};
+    }
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(RemovedTest, APieceComesBackAsItWasUntilItsGraceTimeIsOver)
+{
+    const auto describe = [](store::PieceDescription &piece) { piece.info = "noted"; };
+    ASSERT_TRUE(space_->update(nameOf("few"), {}, describe));
+    const PieceId few = idOf("few");
+    ASSERT_TRUE(remove("few"));
+    EXPECT_FALSE(space_->find(few));
+    EXPECT_EQ(removed(*space_), (Names{"big", "few", "other"}));
+    const ReclaimTotals kept = reclaim({});
+    EXPECT_EQ(kept.keptPieces, 3U);
+    EXPECT_EQ(kept.freedBytes, 0U);
+
+    const auto back = space_->undelete(few);
+    ASSERT_TRUE(back) << back.error().text;
+    EXPECT_EQ(back->description.info, "noted");
+    EXPECT_TRUE(back->isActive());
+    expectPiece("few", few_);
+    expectPiece(few, few_); // the former identifier leads to it
+    EXPECT_EQ(removed(*space_), (Names{"big", "other"}));
+    EXPECT_EQ(space_->undelete(few).error().kind, ErrorKind::notFound);
+    // The former manifest of few is no removed piece, though it waits with them.
+    EXPECT_EQ(reclaim({}).keptPieces, 2U);
+    EXPECT_EQ(store::Reclaim(*space_, {.grace = 0}).plan()->purgedPieces, 2U);
+
+    // A name that is in use is nobody's to take.
+    const PieceId big = space_->removedOf(nameOf("big")).value().at(0).info.id;
+    backUp("big", few_);
+    EXPECT_EQ(space_->undelete(big).error().kind, ErrorKind::exists);
+    EXPECT_EQ(removed(*space_), (Names{"big", "other"}));
+
+    EXPECT_EQ(reclaim().purgedPieces, 2U); // big and other
+    EXPECT_EQ(removed(*space_), Names{});
+    expectPiece(few, few_);
+    expectPiece("big", few_);
+    for (const char *piece : {"few", "big"})
+        ASSERT_TRUE(remove(piece));
+    reclaim();
+    EXPECT_EQ(packs(), 0U);
+    for (const std::string &path : files_.paths())
+        EXPECT_FALSE(path.starts_with("/r/objects/") || path.starts_with("/r/removed/")) << path;
+    EXPECT_EQ(verified().hurt(), 0U);
+}
+
+TEST_F(RemovedTest, AnInactivePieceComesBackInactive)
+{
+    const PieceId few = idOf("few");
+    ASSERT_TRUE(space_->commitTogether({{}, {}, std::span(&few, 1)}));
+    const std::int64_t since = space_->find(few)->inactiveAt;
+    backUp("few", few_);
+    ASSERT_TRUE(space_->remove(few));
+    const auto back = space_->undelete(few);
+    ASSERT_TRUE(back) << back.error().text;
+    EXPECT_EQ(back->inactiveAt, since);
+    expectPiece(back->id, few_);
+    EXPECT_NE(idOf("few"), back->id);
+    EXPECT_EQ(space_->inactiveOf(nameOf("few")).value().size(), 1U);
+    reclaim();
+    expectPiece(back->id, few_);
+    EXPECT_EQ(verified().hurt(), 0U);
+}
+
+TEST_F(RemovedTest, WhatComesBackWhileItsPacksAreMarkedIsStoredAnew)
+{
+    const PieceId big = space_->removedOf(nameOf("big")).value().at(0).info.id;
+    store::Mark mark;
+    ASSERT_TRUE(space_->domain().packs().list([&](const engine::PackName &pack) {
+        mark.add(pack.id, pack.revision);
+        return true;
+    }));
+    auto marks = store::markRecord(space_->domain());
+    const auto last = marks.latest();
+    ASSERT_TRUE(last && marks.write(*last ? (*last)->number : 0, store::encodeMark(mark)));
+    const std::size_t before = packs();
+    ASSERT_TRUE(space_->undelete(big));
+    EXPECT_EQ(packs(), before + 1);
+    expectPiece("big", blocks(1, 90));
+    reclaim();
+    expectPiece("big", blocks(1, 90));
+}
+
+/// A removal, an undelete and a purge stop at every step; what was acknowledged holds, and what was
+/// not is whole or as before.
+TEST_F(RemovedTest, WhereverItStopsNothingIsLost)
+{
+    using Act = std::function<bool(store::NodeSpace &)>;
+    const PieceId few = idOf("few");
+    const PieceId big = space_->removedOf(nameOf("big")).value().at(0).info.id;
+    const struct {
+        const char *what;
+        PieceId id;
+        std::string stream;
+        Act act;
+    } acts[] = {
+        {"removal", few, few_, [&](auto &space) { return bool(space.remove(few)); }},
+        {"undelete", big, blocks(1, 90), [&](auto &space) { return bool(space.undelete(big)); }},
+    };
+    for (const auto &[what, id, stream, act] : acts) {
+        for (int n = 1; !HasFailure(); ++n) {
+            SCOPED_TRACE(std::string(what) + " stops at " + std::to_string(n));
+            space_.reset();
+            files_.putBack(start_);
+            open();
+            files_.stopAt(n);
+            const bool done = act(*space_);
+            const bool came = files_.hasFailed();
+            space_.reset();
+            files_.losePower(test::MemoryFiles::Loss::everythingUnsynced);
+            open();
+            reclaim({}); // within the grace time nothing goes
+            if (!space_->find(id)) {
+                EXPECT_TRUE(id == few || !done);
+                const auto back = space_->undelete(id);
+                EXPECT_TRUE(back) << back.error().text;
+            } else {
+                EXPECT_TRUE(id == big || !done);
+            }
+            expectPiece(id, stream);
+            reclaim();
+            expectPiece(id, stream);
+            EXPECT_EQ(verified().hurt(), 0U);
+            if (!came)
+                break;
+        }
+    }
+}
+
+TEST_F(RemovedTest, AtZeroBytesFreeARemovalAndReclaimingWithoutGraceMakeRoom)
+{
+    store_->keepReserve();
+    files_.limitSpace(0);
+    ASSERT_TRUE(remove("few"));
+    EXPECT_EQ(reclaim({}).freedBytes, 0U);
+    EXPECT_GT(reclaim().freedBytes, 0U);
+    EXPECT_EQ(packs(), 0U);
+    files_.liftLimit();
+    backUp("few", few_);
+    expectPiece("few", few_);
+}
+
+TEST_F(RemovedTest, PiecesThatAreMissingStopReclaimingUntilTheyAreTakenAsLost)
+{
+    backUp("more", blocks(4, 90));
+    EXPECT_EQ(verified().missing, 0U);
+    for (const bool compacted : {false, true}) {
+        SCOPED_TRACE(compacted);
+        if (compacted)
+            reclaim({});
+        const auto whole = files_.snapshot();
+        removeFiles("/r/pieces/");
+        EXPECT_EQ(refusal(kAtOnce), ErrorKind::damaged);
+        EXPECT_EQ(verified().missing, 2U);
+        EXPECT_FALSE(store::Reclaim(*space_, kAtOnce).plan());
+        space_.reset();
+        files_.putBack(whole);
+        open();
+    }
+    EXPECT_EQ(verified().missing, 0U);
+    expectPiece("more", blocks(4, 90));
+    removeFiles("/r/pieces/");
+    EXPECT_EQ(reclaim({.grace = 0, .acceptMissing = true}).missingPieces, 2U);
+    EXPECT_EQ(packs(), 0U);
+    EXPECT_EQ(verified().hurt(), 0U);
+    EXPECT_EQ(reclaim({}).missingPieces, 0U);
+}
+
+TEST_F(RemovedTest, MoreThanAStatedShareIsFreedOnlyWithARemovalThatExplainsIt)
+{
+    backUp("more", blocks(4, 200));
+    removeFiles("/r/pieces/");
+    removeFiles("/r/inventory/");
+    EXPECT_EQ(refusal({.grace = 0}), ErrorKind::damaged);
+    removeFiles("/r/removed/");
+    EXPECT_TRUE(verified().onlyPacks);
+    EXPECT_EQ(refusal({}), ErrorKind::damaged);
+    EXPECT_GT(reclaim({.maxFreed = 100}).freedBytes, 0U);
+    EXPECT_EQ(packs(), 0U);
+
+    space_.reset();
+    files_.putBack(start_);
+    open();
+    ASSERT_TRUE(remove("few"));
+    EXPECT_GT(reclaim({.grace = 0, .maxFreed = 0}).freedBytes, 0U) << "explained by removals";
+}
+
+/// A note that comes late finds its piece removed and purged: that is no piece that was lost.
+TEST_F(RemovedTest, APieceThatIsPurgedBeforeItIsNotedIsNotMissing)
+{
+    bool purged = false;
+    for (const bool seesLocks : {true, false})
+        beforeEachStep(
+            [&](store::NodeSpace &other) {
+                const auto found = other.find(nameOf("late"));
+                if (!seesLocks)
+                    removeFiles("/r/tmp/"); // of a process that it takes for dead
+                if (found && *found && other.remove((*found)->id))
+                    purged = store::Reclaim(other, kAtOnce).run()->purgedPieces == 3;
+            },
+            [&](const auto &arm) {
+                purged = false;
+                const auto writer = begin("late", "x");
+                EXPECT_TRUE(writer->finish());
+                arm();
+                (void)space_->commit(*writer, 1);
+                return true;
+            },
+            [&](bool) {
+                for (int more = 0; more < 3; ++more) {
+                    const auto stock = store::Inventory(space_->domain()).check();
+                    ASSERT_TRUE(stock);
+                    EXPECT_EQ(stock->missing.size(), 0U) << purged << seesLocks;
+                    reclaim();
+                }
+            });
+}
+
+TEST_F(RemovedTest, WithoutAGraceTimeNoClockIsAsked)
+{
+    for (const std::string &path : files_.paths())
+        if (path.starts_with("/r/removed/")) { // long from now
+            ASSERT_TRUE(
+                files_.moveNew(path, path.substr(0, path.size() - 16) + "0000010000000000"));
+        }
+    EXPECT_EQ(reclaim({}).keptPieces, 2U);
+    EXPECT_EQ(reclaim().purgedPieces, 2U);
+}
+
+/// An undelete is killed before its last step: the next one, or the purge, finishes it.
+TEST_F(RemovedTest, WhatAKilledUndeleteStoredIsFoundAgain)
+{
+    const PieceId few = idOf("few");
+    const auto kill = [&](store::NodeSpace &space) {
+        store::ObjectRecords records(space.domain());
+        const bool back = static_cast<bool>(space.undelete(few));
+        auto state = records.read(few);
+        state->record.renamedTo = 0;
+        EXPECT_TRUE(!back || records.write(*state));
+    };
+    beforeEachStep(
+        kill,
+        [&](const auto &arm) {
+            EXPECT_TRUE(space_->commitTogether({{}, {}, std::span(&few, 1)}));
+            EXPECT_TRUE(space_->remove(few));
+            arm();
+            return static_cast<bool>(space_->undelete(few));
+        },
+        [&](bool) { EXPECT_EQ(space_->inactiveOf(nameOf("few"))->size(), 1U); });
+    startAgain();
+    ASSERT_TRUE(remove("few"));
+    kill(*space_);
+    reclaim();
+    expectPiece(few, few_);
+}
+
+TEST_F(RemovedTest, ACommitThatFailsSaysWhenItCouldNotBeTakenBack)
+{
+    const PieceId other = space_->removedOf(nameOf("other"))->at(0).info.id;
+    const struct {
+        const char *what;
+        std::function<Result<void>(const std::function<void()> &)> work;
+    } works[] = {
+        {"late",
+         [&](const auto &arm) {
+             const auto writer = begin("late", "x");
+             EXPECT_TRUE(writer->finish());
+             arm();
+             return space_->commit(*writer, 1);
+         }},
+        {"other",
+         [&](const auto &arm) -> Result<void> {
+             arm();
+             ARCA_CHECK(space_->undelete(other));
+             return {};
+         }},
+    };
+    const std::string kept = "other";
+    for (const auto &[what, work] : works) {
+        bool came = true;
+        for (int n = 1; came && !HasFailure(); ++n) {
+            SCOPED_TRACE(what + std::to_string(n));
+            startAgain();
+            const auto done = work([&] { files_.stopAt(n); });
+            came = files_.hasFailed();
+            files_.stopAt(0);
+            const auto found = space_->find(nameOf(what));
+            ASSERT_TRUE(found);
+            if (!done && *found && what == kept) {
+                const auto again = work([] {});
+                EXPECT_TRUE(again || again.error().kind == ErrorKind::notFound);
+                EXPECT_TRUE(*space_->find(nameOf(what)));
+            } else {
+                EXPECT_TRUE(done || !*found ||
+                            done.error().text.find("not known") != std::string::npos)
+                    << "whether it is there is not known, and it says: " << done.error().text;
+            }
+        }
+    }
+}
+
+/// A removal that was killed leaves a second manifest, and one that was damaged since a third.
+TEST_F(RemovedTest, LeftoversOfARemovalNeitherHideThePieceNorCountAsIt)
+{
+    const PieceId few = idOf("few");
+    const std::string key = space_->domain().nodeKey();
+    const auto leave = [&](std::int64_t at, bool damaged) {
+        const auto from = store_->open(manifestOf(few)).value();
+        Bytes bytes(from->size());
+        ASSERT_TRUE(from->read(0, bytes));
+        bytes[70] ^= std::byte{static_cast<unsigned char>(damaged ? 1 : 0)};
+        ASSERT_TRUE(blob::putWhole(*store_, store::removedNameOf(key, {few, at}), bytes));
+    };
+    leave(1, false);
+    const std::string path = "/r/" + manifestOf(few);
+    using Broken = test::MemoryFiles::Broken;
+    for (const Broken now : {Broken::opening, Broken::reading, Broken::no}) {
+        files_.breakFile(path, now);
+        reclaim({}); // which purges it as soon as it can tell that the piece is not it
+    }
+    EXPECT_EQ(verified().hurt(), 0U);
+    EXPECT_EQ(space_->removedOf(nameOf("few"))->size(), 0U);
+    const auto whole = files_.snapshot();
+    ASSERT_TRUE(files_.unlink(path));
+    EXPECT_EQ(verified().missing, 1U) << "it was never noted as gone";
+    space_.reset();
+    files_.putBack(whole);
+    open();
+    leave(std::int64_t{1} << 40, true);
+    ASSERT_TRUE(remove("few"));
+    EXPECT_EQ(removed(*space_), (Names{"big", "few", "other"}));
+    ASSERT_TRUE(space_->undelete(few));
+    expectPiece("few", few_);
+}
+
+/// What an undone renaming left in its record must not make a removal final.
+TEST_F(RemovedTest, APieceWhoseRenamingWasUndoneIsKeptWhenItIsRemoved)
+{
+    const PieceId few = idOf("few");
+    store::ObjectRecords records(space_->domain());
+    auto state = records.read(few);
+    ASSERT_TRUE(state);
+    state->record.renamedTo = few + 1;
+    state->record.goneBy = 77;
+    ASSERT_TRUE(records.write(*state));
+    ASSERT_TRUE(space_->commitTogether({{}, std::span(&few, 1), {}}));
+    reclaim({});
+    EXPECT_EQ(removed(*space_), (Names{"big", "few", "other"}));
+    ASSERT_TRUE(space_->undelete(few));
+    expectPiece("few", few_);
+}
+
+TEST_F(RemovedTest, WhatIsPurgedWhileVerifyingLooksIsNotMissing)
+{
+    beforeEachStep([](store::NodeSpace &other) { (void)store::Reclaim(other, kAtOnce).run(); },
+                   [&](const auto &arm) {
+                       arm();
+                       return store::Inventory(space_->domain()).check();
+                   },
+                   [](const auto &stock) { EXPECT_EQ(stock->missing.size(), 0U); });
+}
+
+/// Set aside because it could not be read, and readable again: it comes back, or is given up.
+TEST_F(RemovedTest, APieceOfTheQuarantineComesBackOrIsGivenUp)
+{
+    const PieceId few = idOf("few");
+    const auto setAside = [&] {
+        const std::string path = "/r/" + manifestOf(few);
+        files_.contentOf(path)[70] ^= 1;
+        const auto aside = space_->setAside(nameOf("few"));
+        EXPECT_TRUE(aside) << aside.error().text;
+        return *aside;
+    };
+    const auto readAgain = [&](const std::string &aside) {
+        files_.contentOf("/r/" + aside)[70] ^= 1;
+    };
+    const auto whole = files_.snapshot();
+    for (const bool taken : {false, true}) {
+        SCOPED_TRACE(taken);
+        const std::string aside = setAside();
+        EXPECT_EQ(store::repair(*space_, false, {})->broughtBack, 0U);
+        if (taken)
+            backUp("few", "another");
+        readAgain(aside);
+        EXPECT_EQ(store::repair(*space_, false, {})->broughtBack, 1U);
+        expectPiece(few, few_);
+        expectPiece("few", taken ? "another" : few_);
+        reclaim();
+        expectPiece(few, few_);
+        EXPECT_EQ(verified().hurt(), 0U);
+        space_.reset();
+        files_.putBack(whole);
+        open();
+    }
+    const std::string aside = setAside();
+    reclaim();
+    ASSERT_TRUE(store::removeBlob(*space_, aside));
+    EXPECT_EQ(verified().missing, 0U);
+    reclaim();
+    EXPECT_EQ(packs(), 0U);
+}
+
+} // namespace

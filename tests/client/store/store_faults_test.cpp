@@ -1,0 +1,165 @@
+// The repository over files that fail, and over a machine that stops: for every file operation of a
+// small piece of work in turn. Whatever happens, what was acknowledged is there, what was not is
+// there whole or not at all, and the work can be done again.
+#include "tests/client/store/store_faults_fixture.h"
+
+namespace
+{
+
+using namespace arca;
+using test::MemoryFiles;
+using test::StoreFaults;
+using test::streamOf;
+
+// Under a sanitizer only some of the operations, others for each way to fail: it takes ten times as
+// long.
+#ifdef KEEL_TEST_SANITIZED
+constexpr int kStride = 4;
+#else
+constexpr int kStride = 1;
+#endif
+
+class AnyOperation : public StoreFaults, public testing::WithParamInterface<MemoryFiles::Fault>
+{
+};
+
+TEST_P(AnyOperation, ThatGoesWrongIsOneClearErrorOrNoneAndHurtsNothing)
+{
+    for (const Work &work : works()) {
+        for (int n = 1 + static_cast<int>(GetParam()) % kStride;; n += kStride) {
+            SCOPED_TRACE(std::string(work.name) + ", operation " + std::to_string(n));
+            files_.failAt(n, n / kStride % 2 == 0 ? ErrorKind::full : ErrorKind::io, GetParam());
+            const auto done = work.run(*this);
+            const bool came = files_.hasFailed();
+            files_.failAt(0, ErrorKind::io);
+            if (!done) {
+                EXPECT_TRUE(came) << done.error().text;
+                EXPECT_NE(done.error().text, "");
+            }
+            ASSERT_TRUE(open());
+            const std::string shown = expectWhole(work, static_cast<bool>(done));
+            if (!done && std::string(work.name) != "removal") {
+                ASSERT_EQ(shown, work.before) << "what was refused shows";
+            }
+            restoreStart();
+            if (!came || HasFailure())
+                break;
+        }
+    }
+}
+
+std::string nameOfFault(const testing::TestParamInfo<MemoryFiles::Fault> &tested)
+{
+    constexpr const char *kNames[] = {"Fails", "Tears", "IsLost", "IsDelayed"};
+    return kNames[static_cast<int>(tested.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(OfEveryWork, AnyOperation,
+                         testing::Values(MemoryFiles::Fault::fails, MemoryFiles::Fault::tears,
+                                         MemoryFiles::Fault::isLost, MemoryFiles::Fault::delays),
+                         nameOfFault);
+
+TEST_F(StoreFaults, AtNoBytesFreeWhatFreesSpaceGoesOnAndTheRestIsRefusedWhole)
+{
+    const std::set<std::string> free = {"removal", "emptying", "session", "restore", "reclaim"};
+    const std::string kinds[] = {"as it was", "without a reserve", "with one again"};
+    for (const std::string &kind : kinds) {
+        for (const Work &work : works()) {
+            SCOPED_TRACE(work.name + (", " + kind));
+            const bool reserve = kind != kinds[1];
+            if (reserve)
+                repository_->blobs().keepReserve();
+            files_.limitSpace(0);
+            const auto done = work.run(*this);
+            if (!free.contains(work.name)) {
+                EXPECT_TRUE(!done && done.error().kind == ErrorKind::full);
+            } else if (reserve) {
+                EXPECT_TRUE(done) << done.error().text;
+            }
+            ASSERT_TRUE(open());
+            EXPECT_EQ(state(), done ? work.after : work.before);
+            files_.liftLimit();
+            expectWhole(work, static_cast<bool>(done));
+            restoreStart();
+        }
+    }
+}
+
+class PowerLoss : public StoreFaults, public testing::WithParamInterface<MemoryFiles::Loss>
+{
+};
+
+TEST_P(PowerLoss, WhateverMomentItComesNothingAcknowledgedIsLost)
+{
+    for (const Work &work : works()) {
+        for (int n = 1 + static_cast<int>(GetParam()) % kStride;; n += kStride) {
+            SCOPED_TRACE(std::string(work.name) + ", operation " + std::to_string(n));
+            files_.stopAt(n);
+            const auto done = work.run(*this);
+            const bool came = files_.hasFailed();
+            space_.reset();
+            repository_.reset();
+            files_.losePower(GetParam());
+            const auto opened = open();
+            ASSERT_TRUE(opened) << opened.error().text;
+            expectWhole(work, static_cast<bool>(done));
+            restoreStart();
+            if (!came)
+                break;
+        }
+    }
+}
+
+std::string nameOfLoss(const testing::TestParamInfo<MemoryFiles::Loss> &tested)
+{
+    constexpr const char *kNames[] = {"NamesAndContent", "Content", "Names"};
+    return kNames[static_cast<int>(tested.param)];
+}
+
+INSTANTIATE_TEST_SUITE_P(OfWhatIsNotSynced, PowerLoss,
+                         testing::Values(MemoryFiles::Loss::everythingUnsynced,
+                                         MemoryFiles::Loss::contentUnsynced,
+                                         MemoryFiles::Loss::namesUnsynced),
+                         nameOfLoss);
+
+TEST_F(StoreFaults, LeftoversOfTheDeadGoAndThoseOfTheLivingStay)
+{
+    store::PieceDescription description;
+    description.name = nameOf("slow");
+    auto living = space_->beginPiece(description);
+    ASSERT_TRUE(living);
+    ASSERT_TRUE((*living)->append(viewOf(streamOf('s', 100))));
+    ASSERT_TRUE(files_.create("/r/tmp/1-0123456789abcdef")); // nobody holds its lock
+
+    auto other = store::Repository::open(blobs(), "test");
+    ASSERT_TRUE(other && (*other)->blobs().removeLeftovers());
+    EXPECT_FALSE(files_.open("/r/tmp/1-0123456789abcdef"));
+    ASSERT_TRUE((*living)->finish());
+    ASSERT_TRUE((*living)->commit());
+    expectPiece("slow", 's', 100);
+}
+
+TEST_F(StoreFaults, ARemovalNeverTakesThePieceThatReplacedTheOneMeant)
+{
+    const std::string prefix = "/r/";
+    std::string blobName;
+    for (const std::string &path : files_.paths())
+        if (path.starts_with(prefix + "pieces/"))
+            blobName = path.substr(prefix.size());
+    const auto old = space_->find(nameOf("kept"));
+    auto meant = repository_->blobs().open(blobName);
+    ASSERT_TRUE(old && *old && meant);
+    ASSERT_TRUE(remove("kept"));
+    ASSERT_TRUE(backUp("kept", 'x', 10));
+
+    const auto byIdentifier = space_->remove((*old)->id);
+    ASSERT_FALSE(byIdentifier);
+    EXPECT_EQ(byIdentifier.error().kind, ErrorKind::notFound);
+    // The same when the replacement comes after the look-up.
+    const auto lookedUpBefore = repository_->blobs().remove(blobName, **meant);
+    ASSERT_FALSE(lookedUpBefore);
+    EXPECT_EQ(lookedUpBefore.error().kind, ErrorKind::notFound);
+    expectPiece("kept", 'x', 10);
+}
+
+} // namespace
