@@ -8,12 +8,12 @@
 // else, or when a flip in a blob that verifying covers is not found.
 #include "client/base/text.h"
 #include "client/blob/directory/directory_store.h"
-#include "client/store/nodes/access.h"
-#include "client/store/log/activity_log.h"
-#include "client/store/nodes/policy.h"
-#include "client/store/upkeep/reclaim.h"
 #include "client/store/keys/recovery_key.h"
+#include "client/store/log/activity_log.h"
+#include "client/store/nodes/access.h"
+#include "client/store/nodes/policy.h"
 #include "client/store/nodes/repository.h"
+#include "client/store/upkeep/reclaim.h"
 #include "client/store/upkeep/verify.h"
 #include "tests/client/store/memory_files.h"
 

@@ -11,9 +11,9 @@
 #include "client/base/text.h"
 #include "client/blob/directory/directory_store.h"
 #include "client/include/hoxapi.h"
-#include "client/store/pieces/manifest_writer.h"
 #include "client/store/keys/recovery_key.h"
 #include "client/store/nodes/repository.h"
+#include "client/store/pieces/manifest_writer.h"
 
 #include <cerrno>
 #include <chrono>

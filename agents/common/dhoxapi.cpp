@@ -4,7 +4,6 @@
 #include <cstring>
 
 #include "agents/common/callpin.h"
-#include "agents/common/unx/sun/dhoxapidl.h"
 #include "common/cu/cu64.h"
 #include "common/string/ststring.h"
 #include "common/thrd/psprocess.h"
@@ -16,10 +15,12 @@ namespace
 {
 
 // The table of operations is class-wide, so this binding must not look at it.
-class NothingLoaded : public DHoxApiDL
+class NothingLoaded : public DHoxApi
 {
 public:
     NothingLoaded() { usable_ = false; }
+    int Setup() override { return DHOX_NOT_LOADED; }
+    int Cleanup() override { return 0; }
 };
 
 } // namespace

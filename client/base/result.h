@@ -38,6 +38,13 @@ struct Error {
     std::string text;
 };
 
+/// Returns true when that is all that can be said: damaged, or the system does not let it be read.
+inline bool isUnreadable(const Error &error)
+{
+    return error.kind == ErrorKind::damaged || error.kind == ErrorKind::io ||
+           error.kind == ErrorKind::denied;
+}
+
 /// A value or a failure, which it owns. Test it before value() or error(): the wrong one throws
 /// std::bad_variant_access. Moving a value out leaves the Expected holding what a move left.
 template <class T, class E> class [[nodiscard]] Expected

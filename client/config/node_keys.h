@@ -13,8 +13,8 @@
 //      loss of power, find the old file or the new one.
 //   3. Changes exclude each other, between processes and threads, by a lock on <file>.lock, which
 //      says who holds it. Every call but find() takes it itself, waits for it as for a lock of the
-//      repository (client/blob/directory/lock_wait.h; conflict, or stopped by a signal), and calls the
-//      functions that it was given under it.
+//      repository (client/blob/directory/lock_wait.h; conflict, or stopped by a signal), and calls
+//      the functions that it was given under it.
 //   4. When the file is a symbolic link, the file that it leads to is replaced and locked; the link
 //      stays.
 //   5. What root makes is given to the owner of the file that it replaces, or of the option file.

@@ -10,7 +10,6 @@
 #include <cstring>
 #include <ctime>
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -163,7 +162,7 @@ void appendUnlocked(int descriptor, const char *line, std::size_t length) noexce
 {
     struct stat before {
     };
-    if (fstat(descriptor, &before) == 0 && psFileWithinLimit(before.st_size, length) != 0)
+    if (fstat(descriptor, &before) == 0 && psWithinFileLimit(before.st_size, length) != 0)
         psWriteAll(descriptor, line, length);
 }
 } // namespace
@@ -253,16 +252,6 @@ int psFileWritableDir(const char *path) noexcept
                    faccessat(AT_FDCWD, path, W_OK | X_OK, AT_EACCESS) == 0
                ? 1
                : 0;
-}
-
-int psFileWithinLimit(off_t position, std::size_t length) noexcept
-{
-    struct rlimit limit {
-    };
-    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
-        return 1;
-    const auto used = static_cast<rlim_t>(position);
-    return used <= limit.rlim_cur && length <= limit.rlim_cur - used ? 1 : 0;
 }
 
 int psFileLock(int descriptor) noexcept

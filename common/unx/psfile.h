@@ -49,9 +49,6 @@ bool psPipe(int ends[2]) noexcept;
 /// set-user-ID.
 int psFileWritableDir(const char *path) noexcept;
 
-/// Returns 1 when length more bytes at position stay within the process's file size limit, else 0.
-int psFileWithinLimit(off_t position, std::size_t length) noexcept;
-
 /// Locks the whole file against other processes (fcntl, F_WRLCK), trying for about a second: a
 /// holder that is stopped or hangs must not hold up the host. Returns 0 or an errno value; EAGAIN
 /// when another process held the lock all that time. The lock does not hold against threads of this

@@ -1,10 +1,9 @@
 // Writes that fail with a code where the system would raise a signal.
 #include "common/unx/pswrite.h"
 
-#include "common/unx/psfile.h"
-
 #include <cerrno>
 #include <ctime>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -64,6 +63,16 @@ psWriteGuard::~psWriteGuard()
     errno = reason;
 }
 
+int psWithinFileLimit(off_t position, std::size_t length) noexcept
+{
+    struct rlimit limit {
+    };
+    if (getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY)
+        return 1;
+    const auto used = static_cast<rlim_t>(position);
+    return used <= limit.rlim_cur && length <= limit.rlim_cur - used ? 1 : 0;
+}
+
 bool psWriteAll(int descriptor, const void *data, std::size_t length) noexcept
 {
     return writeOn(data, length, [descriptor](const char *part, std::size_t size, std::size_t) {
@@ -84,7 +93,7 @@ bool psAppendWhole(int descriptor, const void *data, std::size_t length) noexcep
     };
     if (fstat(descriptor, &before) != 0)
         return false;
-    if (S_ISREG(before.st_mode) && psFileWithinLimit(before.st_size, length) == 0) {
+    if (S_ISREG(before.st_mode) && psWithinFileLimit(before.st_size, length) == 0) {
         errno = EFBIG;
         return false;
     }

@@ -26,6 +26,9 @@ private:
     bool held;
 };
 
+/// Returns 1 when length more bytes at position stay within the process's file size limit, else 0.
+int psWithinFileLimit(off_t position, std::size_t length) noexcept;
+
 /// Both write all length bytes, at the descriptor's position or at position `at` of the file, and
 /// return true; a short write is continued. They return false with errno set on failure; a part of
 /// the bytes may be written then. Each blocks the two signals itself; nothing is synced.

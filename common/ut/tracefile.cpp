@@ -71,7 +71,7 @@ bool traceFile_t::write(char *line, std::size_t length) noexcept
     case Kind::plain: {
         struct stat file {
         };
-        return fstat(descriptor, &file) == 0 && psFileWithinLimit(file.st_size, length) != 0 &&
+        return fstat(descriptor, &file) == 0 && psWithinFileLimit(file.st_size, length) != 0 &&
                psWriteAll(descriptor, line, length);
     }
     case Kind::stream:

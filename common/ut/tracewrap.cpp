@@ -205,7 +205,7 @@ bool traceWrap_t::raiseTo(unsigned maximum) noexcept
 
 bool traceWrap_t::put(const char *text, std::size_t length, off_t at) noexcept
 {
-    if (psFileWithinLimit(at, length) == 0) {
+    if (psWithinFileLimit(at, length) == 0) {
         errno = EFBIG;
         return false;
     }

@@ -1,6 +1,7 @@
 // Any bytes as an option file: both readers end, stay within their slots, and agree on what a value
 // is. No message catalogue is open here, so that nothing is reported.
 
+#include "agents/oracle/common/diagnostics/optionfile.h"
 #include "agents/oracle/common/session/velooptions.h"
 
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // Any bytes as a password file: what is read from it fits the buffer of a password. No storage
 // client is loaded, so the blocks are not deciphered, only cut.
 
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/pspassword.h"
 #include "fuzz/scratch.h"
 
 #include <cstdio>

@@ -2,11 +2,11 @@
 // recovery key that somebody typed or a key that was exported. What is taken is written back as it
 // was, and no key that nobody shares opens anything.
 #include "client/base/text.h"
-#include "client/store/nodes/access.h"
 #include "client/store/keys/exported_key.h"
 #include "client/store/keys/node_record.h"
-#include "client/store/records/record.h"
 #include "client/store/keys/recovery_key.h"
+#include "client/store/nodes/access.h"
+#include "client/store/records/record.h"
 
 #include <cstdlib>
 #include <string>

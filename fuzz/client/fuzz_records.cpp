@@ -1,10 +1,10 @@
 // Any bytes as a small stored record, as the payload of one, as a line of the activity log, and as
 // the file of verifying.
 #include "client/store/log/activity_reader.h"
-#include "client/store/records/record.h"
-#include "client/store/upkeep/record_kinds.h"
-#include "client/store/records/record_seal.h"
 #include "client/store/pieces/removed_piece.h"
+#include "client/store/records/record.h"
+#include "client/store/records/record_seal.h"
+#include "client/store/upkeep/record_kinds.h"
 #include "client/store/upkeep/verify_state.h"
 
 #include <span>

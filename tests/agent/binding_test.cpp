@@ -6,7 +6,7 @@
 #include "agents/common/maint/mtremove.h"
 #include "agents/common/unx/sun/dhoxapidl.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psnode.h"
 #include "common/ut/trace.h"
 
 #include "tests/agent/agent_fixture.h"

@@ -3,9 +3,10 @@
 #include "agents/oracle/common/sbt.h"
 #include "tools/common/progress.h"
 #include "tools/keel/channel/blocks.h"
-#include "tools/keel/command.h"
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/channel/files.h"
+#include "tools/keel/channel/open_channel.h"
+#include "tools/keel/command.h"
 #include "tools/timing/timing.h"
 
 #include <memory>

@@ -1,8 +1,9 @@
 // keel info: shows what the agent knows of pieces.
 #include "tools/common/table.h"
 #include "tools/common/text.h"
-#include "tools/keel/command.h"
 #include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/open_channel.h"
+#include "tools/keel/command.h"
 #include "tools/keel/stored_length.h"
 
 #include <algorithm>

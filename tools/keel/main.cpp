@@ -4,9 +4,9 @@
 #include "tools/common/command/command_line.h"
 #include "tools/common/command/streams.h"
 #include "tools/common/text.h"
-#include "tools/keel/command.h"
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/channel/interrupt.h"
+#include "tools/keel/command.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,9 +1,9 @@
 // keel passwd: writes the password file that the agent logs on with.
 #include "tools/common/text.h"
 #include "tools/keel/agent_options.h"
-#include "tools/keel/command.h"
 #include "tools/keel/channel/context_channel.h"
 #include "tools/keel/channel/failure.h"
+#include "tools/keel/command.h"
 #include "tools/keel/password.h"
 
 #include <filesystem>

@@ -2,8 +2,9 @@
 #include "agents/common/maint/mtprompt.h"
 #include "agents/oracle/common/sbt.h"
 #include "tools/common/text.h"
-#include "tools/keel/command.h"
 #include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/open_channel.h"
+#include "tools/keel/command.h"
 
 #include <algorithm>
 #include <iterator>

@@ -2,9 +2,10 @@
 #include "agents/common/maint/mttiming.h"
 #include "tools/common/progress.h"
 #include "tools/keel/channel/blocks.h"
-#include "tools/keel/command.h"
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/channel/files.h"
+#include "tools/keel/channel/open_channel.h"
+#include "tools/keel/command.h"
 #include "tools/keel/stored_length.h"
 #include "tools/timing/timing.h"
 

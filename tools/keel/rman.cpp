@@ -1,7 +1,7 @@
 // keel rman: prints the commands that make the database's backup tool use this installation.
 #include "tools/keel/agent_options.h"
-#include "tools/keel/command.h"
 #include "tools/keel/channel/failure.h"
+#include "tools/keel/command.h"
 
 #include <filesystem>
 

@@ -1,9 +1,10 @@
 // See stored_length.h.
 #include "tools/keel/stored_length.h"
 
-#include "tools/keel/command.h"
 #include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/open_channel.h"
 #include "tools/keel/channel/trailer.h"
+#include "tools/keel/command.h"
 
 #include <algorithm>
 

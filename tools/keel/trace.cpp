@@ -1,9 +1,9 @@
 // keel trace: prints a trace of the agent in the order of time.
 #include "tools/keel/agenttrace.h"
 #include "tools/keel/channel/blocks.h"
-#include "tools/keel/command.h"
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/channel/files.h"
+#include "tools/keel/command.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -68,6 +68,7 @@ enum orcOption {
     OPT_COUNT
 };
 constexpr std::size_t ORC_OPTION_SIZE = 512;
+constexpr std::size_t ORC_OPTION_PATH_SIZE = 1025;
 
 constexpr std::size_t ORC_ERRTEXT_SIZE = 1025;
 constexpr std::size_t ORC_SESSION_OPTIONS_SIZE = 514;

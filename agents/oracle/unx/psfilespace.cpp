@@ -1,10 +1,10 @@
 // The filespace that holds the pieces: its attributes, and its update after a backup.
+#include "agents/oracle/unx/psfilespace.h"
 #include "agents/common/dhoxapi.h"
+#include "agents/oracle/common/context/orcblock.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
 #include "agents/oracle/common/diagnostics/eventlog.h"
-#include "agents/oracle/common/context/orcblock.h"
-#include "agents/oracle/unx/early/psvelo.h"
 #include "common/cu/cu64.h"
 #include "common/string/ststring.h"
 

@@ -1,7 +1,7 @@
 // The name of a piece in the repository: filespace, high-level name "/", low-level name "/" +
 // piece.
+#include "agents/oracle/unx/psnaming.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
-#include "agents/oracle/unx/early/psvelo.h"
 #include "common/string/ststring.h"
 
 namespace

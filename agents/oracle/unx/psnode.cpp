@@ -4,10 +4,11 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include "agents/oracle/common/context/orcblock.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
-#include "agents/oracle/common/context/orcblock.h"
 #include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psnode.h"
 #include "common/string/ststring.h"
 
 namespace

@@ -25,11 +25,11 @@
 
 #include "agents/common/callpin.h"
 #include "agents/common/dhoxapi.h"
+#include "agents/oracle/common/context/secret.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
-#include "agents/oracle/common/context/secret.h"
-#include "agents/oracle/common/session/velooptions.h"
 #include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/pspassword.h"
 #include "common/string/ststring.h"
 #include "common/unx/psfile.h"
 #include "common/unx/pswrite.h"

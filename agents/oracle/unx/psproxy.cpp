@@ -2,7 +2,7 @@
 #include <dlfcn.h>
 
 #include "agents/oracle/common/diagnostics/callscope.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psproxy.h"
 #include "common/string/ststring.h"
 #include "keel_paths.h"
 

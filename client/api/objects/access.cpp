@@ -1,7 +1,7 @@
 // Access for other nodes: granting it, showing what was granted, taking it back.
 #include "client/store/nodes/access.h"
-#include "client/api/session/client.h"
 #include "client/api/objects/filespace_check.h"
+#include "client/api/session/client.h"
 #include "client/api/session/guest.h"
 #include "client/api/session/records.h"
 

@@ -3,7 +3,6 @@
 
 #include "client/api/session/records.h"
 #include "client/base/text.h"
-#include "client/store/pieces/stored_manifests.h"
 
 #include <algorithm>
 
@@ -29,7 +28,7 @@ Answer<std::string> classFor(Session &session, const char *name)
     const auto found = session.repository->policy().find(wanted);
     // A record that cannot be read is one of a class that was defined. What is bound to it stays
     // until the class can be read again.
-    if (!found && store::isUnreadable(found.error())) {
+    if (!found && isUnreadable(found.error())) {
         std::string known = wanted;
         std::transform(known.begin(), known.end(), known.begin(), upperAscii);
         return known;

@@ -1,8 +1,8 @@
 // Changing objects that are stored: their attributes, their names; and management classes.
 #include "client/api/objects/attributes.h"
 #include "client/api/objects/class_change.h"
-#include "client/api/session/client.h"
 #include "client/api/objects/filespace_check.h"
+#include "client/api/session/client.h"
 #include "client/api/session/guest.h"
 #include "client/api/session/records.h"
 

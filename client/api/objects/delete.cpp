@@ -1,6 +1,6 @@
 // Deleting objects, making them inactive, and deleting old events of the activity log.
-#include "client/api/session/client.h"
 #include "client/api/objects/filespace_check.h"
+#include "client/api/session/client.h"
 #include "client/api/session/guest.h"
 #include "client/api/session/records.h"
 #include "client/base/text.h"

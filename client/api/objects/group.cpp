@@ -1,7 +1,7 @@
 // Object groups. A group that is open exists in its session alone; closing it stores it in one
 // step.
-#include "client/api/session/client.h"
 #include "client/api/objects/filespace_check.h"
+#include "client/api/session/client.h"
 #include "client/api/session/guest.h"
 #include "client/api/session/records.h"
 #include "client/base/text.h"

@@ -1,11 +1,10 @@
 // Queries: backup objects by their exact name or by patterns, groups of them, management classes,
 // and the activity log.
-#include "client/api/session/client.h"
 #include "client/api/objects/filespace_check.h"
+#include "client/api/session/client.h"
 #include "client/api/session/guest.h"
 #include "client/api/session/records.h"
 #include "client/base/text.h"
-#include "client/store/pieces/stored_manifests.h"
 
 #include <limits>
 
@@ -36,7 +35,7 @@ Answer<Query> queryObjects(Session &session, const qryBackupData *asked)
     };
     if (asked->objState != HOX_STATE_INACTIVE) {
         auto found = session.space->find(name);
-        if (!found && store::isUnreadable(found.error()))
+        if (!found && isUnreadable(found.error()))
             query.damage = Refusal(std::move(found).error()); // returned by hoxGetNextQObj
         else if (!found)
             return Refusal(std::move(found).error());
@@ -75,7 +74,7 @@ Answer<Query> queryGroup(Session &session, const qryGroupData *asked)
         auto found = session.space->find(id);
         if (!found && found.error().kind == ErrorKind::notFound)
             continue; // deleted
-        if (!found && store::isUnreadable(found.error())) {
+        if (!found && isUnreadable(found.error())) {
             query.damage = Refusal(std::move(found).error()); // told when the others are fetched
             continue;
         }
@@ -207,7 +206,7 @@ Answer<std::int64_t> expiryOf(Session &session, Query &query, const store::Piece
         const auto found =
             session.repository->policy().find(name, store::Policy::Retired::included);
         // As long as the class cannot be read, nothing expires by it.
-        if (!found && !store::isUnreadable(found.error()))
+        if (!found && !isUnreadable(found.error()))
             return Refusal(found.error());
         const std::uint16_t days = found && *found ? (*found)->daysKept : store::kNoLimit;
         known = query.daysKept.emplace(name, days).first;

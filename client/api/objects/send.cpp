@@ -1,7 +1,7 @@
 // Sending objects.
 #include "client/api/objects/attributes.h"
-#include "client/api/session/client.h"
 #include "client/api/objects/filespace_check.h"
+#include "client/api/session/client.h"
 #include "client/api/session/records.h"
 
 using namespace arca;

@@ -37,7 +37,9 @@ std::int16_t hoxBeginTxn(hoxHandle_t handle)
         if (!session.isIdle())
             return refused(HOX_RC_BAD_CALL_SEQUENCE);
         ARCA_CHECK(expectOwnObjects(session));
-        session.transaction.emplace(*session.space);
+        session.transaction.emplace(*session.space, [](const std::string &text) {
+            (void)Client::instance().logLocally(text);
+        });
         return success();
     });
 }

@@ -6,9 +6,9 @@
 #include "client/api/session/granted.h"
 #include "client/api/session/transaction.h"
 #include "client/config/options.h"
+#include "client/store/listing/catalogue.h"
 #include "client/store/log/activity_log.h"
 #include "client/store/log/activity_reader.h"
-#include "client/store/listing/catalogue.h"
 #include "client/store/nodes/policy.h"
 #include "client/store/nodes/repository.h"
 

@@ -1,7 +1,6 @@
 // Transactions: see the header.
 #include "client/api/session/transaction.h"
 
-#include "client/api/session/client.h"
 #include "client/base/text.h"
 
 namespace arca::api
@@ -145,9 +144,9 @@ Answer<void> Transaction::setDamagedAside()
 {
     for (const store::ObjectName &name : damaged_) {
         ARCA_TRY(const std::string now, answered(space_.setAside(name)));
-        (void)Client::instance().logLocally("the damaged object " + printable(name.joined()) +
-                                            " was deleted; what is left of it is kept as " + now +
-                                            " until arca rm --blob removes it");
+        say_("the damaged object " + printable(name.joined()) +
+             " was deleted; what is left of it is kept as " + now +
+             " until arca rm --blob removes it");
     }
     return {};
 }

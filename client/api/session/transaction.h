@@ -9,7 +9,9 @@
 #include "client/api/session/answer.h"
 #include "client/store/space/node_space.h"
 
+#include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
 namespace arca::api
@@ -18,8 +20,11 @@ namespace arca::api
 class Transaction
 {
 public:
+    /// Takes a line for the local log.
+    using Say = std::function<void(const std::string &)>;
+
     /// `space` must outlive the transaction.
-    explicit Transaction(store::NodeSpace &space) : space_(space) {}
+    Transaction(store::NodeSpace &space, Say say) : space_(space), say_(std::move(say)) {}
 
     /// Returns true from beginObject() to endObject(), also when the object failed in between.
     bool isSending() const { return sending_; }
@@ -59,6 +64,7 @@ private:
     Answer<void> setDamagedAside();
 
     store::NodeSpace &space_;
+    const Say say_;
     bool sending_ = false;
     struct Object {
         std::unique_ptr<store::PieceWriter> piece; // null when none, or when it failed

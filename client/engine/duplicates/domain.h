@@ -4,8 +4,8 @@
 #ifndef KEEL_CLIENT_ENGINE_DUPLICATES_DOMAIN_H
 #define KEEL_CLIENT_ENGINE_DUPLICATES_DOMAIN_H
 
-#include "client/base/local/host_cache.h"
 #include "client/base/crypto/secret_key.h"
+#include "client/base/local/host_cache.h"
 #include "client/base/thread.h"
 #include "client/engine/duplicates/hint_catalogue.h"
 #include "client/engine/packs/pack_store.h"
@@ -16,8 +16,8 @@
 namespace arca::engine
 {
 
-/// How the small records of a repository are written: client/store/records/record_seal.h. The engine reads
-/// none; it only keeps the key that proves them.
+/// How the small records of a repository are written: client/store/records/record_seal.h. The
+/// engine reads none; it only keeps the key that proves them.
 enum class RecordForm {
     plain, // without a digest; both forms are read
     keyed, // with a digest; a record without one is `damaged`

@@ -6,8 +6,8 @@
 #define KEEL_CLIENT_ENGINE_DUPLICATES_DUPLICATE_INDEX_H
 
 #include "client/engine/duplicates/block_table.h"
-#include "client/engine/packs/damage.h"
 #include "client/engine/duplicates/domain.h"
+#include "client/engine/packs/damage.h"
 
 #include <set>
 

@@ -3,8 +3,8 @@
 #ifndef KEEL_CLIENT_ENGINE_MENDING_BLOCK_SEARCH_H
 #define KEEL_CLIENT_ENGINE_MENDING_BLOCK_SEARCH_H
 
-#include "client/engine/packs/damage.h"
 #include "client/engine/duplicates/domain.h"
+#include "client/engine/packs/damage.h"
 
 #include <map>
 

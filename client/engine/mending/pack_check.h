@@ -2,8 +2,8 @@
 #ifndef KEEL_CLIENT_ENGINE_MENDING_PACK_CHECK_H
 #define KEEL_CLIENT_ENGINE_MENDING_PACK_CHECK_H
 
-#include "client/engine/packs/damage.h"
 #include "client/engine/duplicates/domain.h"
+#include "client/engine/packs/damage.h"
 
 #include <functional>
 

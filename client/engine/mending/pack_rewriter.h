@@ -2,8 +2,8 @@
 #ifndef KEEL_CLIENT_ENGINE_MENDING_PACK_REWRITER_H
 #define KEEL_CLIENT_ENGINE_MENDING_PACK_REWRITER_H
 
-#include "client/engine/packs/damage.h"
 #include "client/engine/duplicates/domain.h"
+#include "client/engine/packs/damage.h"
 #include "client/engine/packs/revision_writer.h"
 
 #include <functional>

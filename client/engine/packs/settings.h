@@ -26,6 +26,9 @@ constexpr std::size_t kMaxMemory = std::size_t{1024} << 20;
 constexpr unsigned kMaxThreads = 16;
 constexpr int kMaxCompressionLevel = 19;
 
+/// How many threads the settings ask for on this host.
+unsigned workersFor(const Settings &settings);
+
 } // namespace arca::engine
 
 #endif

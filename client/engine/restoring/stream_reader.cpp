@@ -10,13 +10,12 @@
 #include "client/engine/restoring/stream_reader.h"
 
 #include "client/base/thread.h"
+#include "client/engine/packs/outcome.h"
 #include "client/engine/restoring/frame_fetcher.h"
 #include "client/engine/restoring/later_revision.h"
-#include "client/engine/packs/outcome.h"
 #include "client/engine/restoring/restore_queue.h"
 #include "client/engine/restoring/restore_tasks.h"
 #include "client/engine/restoring/restore_window.h"
-#include "client/engine/writing/stream_writer.h"
 
 #include <algorithm>
 #include <condition_variable>

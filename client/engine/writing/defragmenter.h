@@ -17,8 +17,8 @@
 #ifndef KEEL_CLIENT_ENGINE_WRITING_DEFRAGMENTER_H
 #define KEEL_CLIENT_ENGINE_WRITING_DEFRAGMENTER_H
 
-#include "client/engine/writing/cutter.h"
 #include "client/engine/duplicates/duplicate_index.h"
+#include "client/engine/writing/cutter.h"
 
 #include <array>
 #include <deque>

@@ -2,9 +2,9 @@
 #include "client/engine/writing/stream_writer.h"
 
 #include "client/base/thread.h"
+#include "client/engine/packs/outcome.h"
 #include "client/engine/writing/cutter.h"
 #include "client/engine/writing/defragmenter.h"
-#include "client/engine/packs/outcome.h"
 #include "client/engine/writing/pack_gatherer.h"
 
 #include <algorithm>
@@ -479,13 +479,6 @@ Result<void> Pipeline::writeFrame(const Frame &frame)
 }
 
 } // namespace
-
-unsigned workersFor(const Settings &settings)
-{
-    if (settings.threads != 0)
-        return std::min(settings.threads, kMaxThreads);
-    return std::clamp(std::thread::hardware_concurrency(), 1U, 4U);
-}
 
 Result<std::unique_ptr<StreamWriter>> StreamWriter::begin(Domain &domain, AvoidedPacks avoided,
                                                           const Settings &settings, RunSink &runs)

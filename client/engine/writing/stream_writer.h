@@ -46,9 +46,6 @@ public:
     virtual Result<StreamTotals> finish() = 0;
 };
 
-/// How many threads the settings ask for on this host.
-unsigned workersFor(const Settings &settings);
-
 } // namespace arca::engine
 
 #endif

@@ -3,7 +3,6 @@
 
 #include "client/base/text.h"
 #include "client/store/records/record_forms.h"
-#include "client/store/pieces/stored_manifests.h"
 
 namespace arca::store
 {

@@ -15,18 +15,6 @@ constexpr std::uint32_t kVersion = form::changePlan.newest;
 
 } // namespace
 
-ChangeId changeIn(std::string_view copyName)
-{
-    const auto dot = copyName.rfind('.');
-    const auto digits =
-        fromHex(dot == std::string_view::npos ? std::string_view() : copyName.substr(dot + 1));
-    ChangeId change = 0;
-    if (digits && digits->size() == sizeof(ChangeId))
-        for (const std::byte digit : *digits)
-            change = change << 8 | std::to_integer<ChangeId>(digit);
-    return change;
-}
-
 void appendPlan(ByteWriter &payload, const ChangePlan &plan)
 {
     payload.u64(plan.id);

@@ -47,9 +47,6 @@ struct ChangePlan {
     std::vector<PieceId> coming, going, leaving; // leaving: the active ones
 };
 
-/// The change in the name of an inactive copy; 0 when it carries none.
-ChangeId changeIn(std::string_view copyName);
-
 constexpr std::size_t kMaxPlanned = 4096; // of all together
 
 /// The payload, for the records that hold a plan. takePlan() leaves it to its caller to see whether

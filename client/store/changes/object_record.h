@@ -8,16 +8,15 @@
 #ifndef KEEL_CLIENT_STORE_CHANGES_OBJECT_RECORD_H
 #define KEEL_CLIENT_STORE_CHANGES_OBJECT_RECORD_H
 
+#include "client/store/pieces/manifest_place.h"
 #include "client/store/pieces/piece.h"
-#include "client/store/records/record.h"
+#include "client/store/records/numbered_record.h"
 
 #include <optional>
 #include <string>
 
 namespace arca::store
 {
-
-using ChangeId = std::uint64_t; // of a change of several names in one step; 0: none
 
 struct ObjectRecord {
     PieceId id = 0;

@@ -3,6 +3,7 @@
 
 #include "client/base/crypto/hash.h"
 #include "client/base/text.h"
+#include "client/blob/blob_store.h"
 #include "client/store/records/record.h"
 #include "client/store/records/record_forms.h"
 

@@ -3,7 +3,7 @@
 
 #include "client/base/crypto/hash.h"
 #include "client/base/text.h"
-#include "client/store/records/record.h"
+#include "client/store/records/numbered_record.h"
 #include "client/store/records/record_forms.h"
 
 #include <algorithm>

@@ -12,8 +12,8 @@
 #define KEEL_CLIENT_STORE_LISTING_CATALOGUE_H
 
 #include "client/store/listing/catalogue_file.h"
-#include "client/store/space/node_space.h"
 #include "client/store/listing/progress.h"
+#include "client/store/space/node_space.h"
 
 #include <deque>
 #include <map>

@@ -18,8 +18,8 @@
 #define KEEL_CLIENT_STORE_LISTING_CATALOGUE_FILE_H
 
 #include "client/base/crypto/aead.h"
-#include "client/base/local/database.h"
 #include "client/base/crypto/secret_key.h"
+#include "client/base/local/database.h"
 #include "client/store/pieces/piece.h"
 
 #include <functional>

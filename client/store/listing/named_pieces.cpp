@@ -2,7 +2,6 @@
 #include "client/store/listing/named_pieces.h"
 
 #include "client/base/text.h"
-#include "client/store/pieces/stored_manifests.h"
 
 #include <algorithm>
 #include <tuple>

@@ -2,7 +2,6 @@
 #include "client/store/log/activity_reader.h"
 
 #include "client/base/crypto/hash.h"
-#include "client/store/pieces/stored_manifests.h"
 
 #include <algorithm>
 #include <cstdlib>

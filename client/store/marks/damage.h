@@ -19,8 +19,9 @@
 #ifndef KEEL_CLIENT_STORE_MARKS_DAMAGE_H
 #define KEEL_CLIENT_STORE_MARKS_DAMAGE_H
 
-#include "client/engine/packs/damage.h"
+#include "client/blob/blob_store.h"
 #include "client/engine/duplicates/domain.h"
+#include "client/engine/packs/damage.h"
 #include "client/store/records/record.h"
 
 #include <string_view>

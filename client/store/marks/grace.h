@@ -5,7 +5,7 @@
 #ifndef KEEL_CLIENT_STORE_MARKS_GRACE_H
 #define KEEL_CLIENT_STORE_MARKS_GRACE_H
 
-#include "client/store/records/record.h"
+#include "client/store/records/numbered_record.h"
 
 namespace arca::store
 {

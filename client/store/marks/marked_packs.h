@@ -31,7 +31,7 @@
 #define KEEL_CLIENT_STORE_MARKS_MARKED_PACKS_H
 
 #include "client/engine/packs/pack_format.h"
-#include "client/store/records/record.h"
+#include "client/store/records/numbered_record.h"
 
 #include <limits>
 #include <map>

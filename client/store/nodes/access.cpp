@@ -4,9 +4,8 @@
 #include "client/base/crypto/hash.h"
 #include "client/base/text.h"
 #include "client/store/nodes/node_registry.h"
-#include "client/store/space/node_space.h"
 #include "client/store/records/record_forms.h"
-#include "client/store/pieces/stored_manifests.h"
+#include "client/store/space/node_space.h"
 
 #include <algorithm>
 

@@ -6,13 +6,14 @@
 // Numbers are random, so that whoever takes back a rule that is gone already cannot hit a new one.
 //
 // What a rule names is kept by the client; the bytes open with the data key of the node that made
-// the rule, and this the reader gets by a grant beside the rule (client/store/keys/grant.h). A rule for
-// a node that is registered names its key, and gives the data key to no other. A rule for a node
-// that is not has no grant until its maker logs on and finds the node registered.
+// the rule, and this the reader gets by a grant beside the rule (client/store/keys/grant.h). A rule
+// for a node that is registered names its key, and gives the data key to no other. A rule for a
+// node that is not has no grant until its maker logs on and finds the node registered.
 #ifndef KEEL_CLIENT_STORE_NODES_ACCESS_H
 #define KEEL_CLIENT_STORE_NODES_ACCESS_H
 
 #include "client/base/crypto/hash.h"
+#include "client/blob/blob_store.h"
 #include "client/store/keys/grant.h"
 #include "client/store/pieces/piece.h"
 #include "client/store/records/record.h"

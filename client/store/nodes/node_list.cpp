@@ -3,8 +3,8 @@
 #include "client/store/nodes/node_list.h"
 
 #include "client/base/text.h"
-#include "client/store/space/filespace.h"
 #include "client/store/keys/node_record.h"
+#include "client/store/space/filespace.h"
 #include "client/store/space/node_space.h"
 
 #include <algorithm>

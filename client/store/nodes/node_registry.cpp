@@ -7,10 +7,10 @@
 
 #include "client/base/crypto/hash.h"
 #include "client/base/text.h"
-#include "client/store/nodes/node_removal.h"
-#include "client/store/space/node_space.h"
-#include "client/store/nodes/recovery_check.h"
 #include "client/store/keys/recovery_key.h"
+#include "client/store/nodes/node_removal.h"
+#include "client/store/nodes/recovery_check.h"
+#include "client/store/space/node_space.h"
 
 #include <algorithm>
 #include <chrono>

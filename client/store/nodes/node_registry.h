@@ -5,7 +5,7 @@
 #define KEEL_CLIENT_STORE_NODES_NODE_REGISTRY_H
 
 #include "client/store/keys/node_record.h"
-#include "client/store/records/record.h"
+#include "client/store/records/numbered_record.h"
 
 #include <string>
 

@@ -3,10 +3,10 @@
 
 #include "client/base/text.h"
 #include "client/blob/lock_holder.h"
-#include "client/store/space/filespace.h"
 #include "client/store/keys/grant.h"
-#include "client/store/nodes/node_list.h"
 #include "client/store/keys/node_record.h"
+#include "client/store/nodes/node_list.h"
+#include "client/store/space/filespace.h"
 #include "client/store/space/node_space.h"
 
 #include <set>

@@ -4,7 +4,6 @@
 #include "client/base/crypto/hash.h"
 #include "client/base/text.h"
 #include "client/store/records/record_forms.h"
-#include "client/store/pieces/stored_manifests.h"
 
 #include <algorithm>
 #include <set>

@@ -9,7 +9,7 @@
 #ifndef KEEL_CLIENT_STORE_NODES_POLICY_H
 #define KEEL_CLIENT_STORE_NODES_POLICY_H
 
-#include "client/store/records/record.h"
+#include "client/store/records/numbered_record.h"
 
 #include <optional>
 #include <string>

@@ -1,9 +1,11 @@
 // Trying keys on filespaces and manifests: see the header.
 #include "client/store/nodes/recovery_check.h"
 
+#include "client/blob/blob_store.h"
 #include "client/store/pieces/manifest_format.h"
 #include "client/store/records/record.h"
 #include "client/store/records/record_forms.h"
+#include "client/store/records/record_seal.h"
 
 #include <optional>
 #include <vector>

@@ -5,8 +5,8 @@
 
 #include "client/store/marks/grace.h"
 #include "client/store/nodes/node_registry.h"
-#include "client/store/space/node_space.h"
 #include "client/store/nodes/policy.h"
+#include "client/store/space/node_space.h"
 
 #include <memory>
 #include <string>

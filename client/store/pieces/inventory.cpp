@@ -2,12 +2,13 @@
 #include "client/store/pieces/inventory.h"
 
 #include "client/base/text.h"
+#include "client/blob/blob_store.h"
 #include "client/store/pieces/manifest_format.h"
+#include "client/store/pieces/removed_piece.h"
+#include "client/store/pieces/stored_manifests.h"
 #include "client/store/records/record.h"
 #include "client/store/records/record_forms.h"
 #include "client/store/records/record_seal.h"
-#include "client/store/pieces/removed_piece.h"
-#include "client/store/pieces/stored_manifests.h"
 
 #include <algorithm>
 #include <map>

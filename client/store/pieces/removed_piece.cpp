@@ -2,7 +2,7 @@
 #include "client/store/pieces/removed_piece.h"
 
 #include "client/base/text.h"
-#include "client/store/pieces/stored_manifests.h"
+#include "client/store/pieces/manifest_place.h"
 
 namespace arca::store
 {

@@ -2,9 +2,8 @@
 #include "client/store/pieces/stored_manifests.h"
 
 #include "client/base/text.h"
-#include "client/store/changes/change_plan.h"
-#include "client/store/records/record_forms.h"
 #include "client/store/pieces/removed_piece.h"
+#include "client/store/records/record_forms.h"
 
 namespace arca::store
 {
@@ -28,16 +27,6 @@ private:
 };
 
 } // namespace
-
-std::string placePrefix(ManifestPlace place, const std::string &nodeKey)
-{
-    const char *const room = place == ManifestPlace::coming     ? "coming/"
-                             : place == ManifestPlace::active   ? "pieces/"
-                             : place == ManifestPlace::inactive ? "inactive/"
-                             : place == ManifestPlace::removed  ? "removed/"
-                                                                : "quarantine/";
-    return room + nodeKey + "/";
-}
 
 bool isNamedFor(ManifestPlace place, const std::string &nodeKey, const std::string &blobName)
 {

@@ -14,6 +14,7 @@
 #define KEEL_CLIENT_STORE_PIECES_STORED_MANIFESTS_H
 
 #include "client/blob/blob_store.h"
+#include "client/store/pieces/manifest_place.h"
 
 #include <functional>
 #include <string>
@@ -21,23 +22,11 @@
 namespace arca::store
 {
 
-enum class ManifestPlace { coming, active, inactive, removed, quarantined };
-
 struct StoredManifest {
     ManifestPlace place;
     const std::string &blobName;
     blob::BlobReader &blob;
 };
-
-/// Returns true when that is all that can be said: damaged, or the system does not let it be read.
-inline bool isUnreadable(const Error &error)
-{
-    return error.kind == ErrorKind::damaged || error.kind == ErrorKind::io ||
-           error.kind == ErrorKind::denied;
-}
-
-/// The prefix of the blob names of a place, with a slash at its end.
-std::string placePrefix(ManifestPlace place, const std::string &nodeKey);
 
 /// Returns true when a blob of that place has a name of the form that the place gives. What was
 /// moved between places by hand has another one, and is found under no name of a piece.

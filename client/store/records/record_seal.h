@@ -5,8 +5,8 @@
 // place (the whole name of the blob), the kind, the version and the payload. An earlier state of
 // the same place that is put back while the later ones are removed is not noticed.
 //
-// A keyed record is an envelope (client/store/records/record.h) like any other; bit 31 of its version is
-// set, and its payload ends with the digest, which its length includes:
+// A keyed record is an envelope (client/store/records/record.h) like any other; bit 31 of its
+// version is set, and its payload ends with the digest, which its length includes:
 //
 //   HMAC-SHA-256(record key, place | kind | version without bit 31 | payload without the digest)
 //

@@ -2,7 +2,7 @@
 #ifndef KEEL_CLIENT_STORE_SPACE_FILESPACE_H
 #define KEEL_CLIENT_STORE_SPACE_FILESPACE_H
 
-#include "client/store/records/record.h"
+#include "client/store/records/numbered_record.h"
 
 #include <string>
 #include <vector>

@@ -10,7 +10,7 @@
 #define KEEL_CLIENT_STORE_SPACE_GROUP_H
 
 #include "client/store/pieces/piece.h"
-#include "client/store/records/record.h"
+#include "client/store/records/numbered_record.h"
 
 #include <string>
 #include <vector>

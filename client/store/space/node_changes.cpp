@@ -2,8 +2,8 @@
 // renaming. How they are kept whole is told in change_plan.h.
 #include "client/base/text.h"
 #include "client/store/pieces/inventory.h"
-#include "client/store/space/node_space.h"
 #include "client/store/records/record_forms.h"
+#include "client/store/space/node_space.h"
 
 #include <algorithm>
 #include <ctime>

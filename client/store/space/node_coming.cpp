@@ -2,8 +2,8 @@
 #include "client/base/text.h"
 #include "client/blob/linking_store.h"
 #include "client/store/changes/coming_piece.h"
-#include "client/store/space/node_space.h"
 #include "client/store/marks/quarantine.h"
+#include "client/store/space/node_space.h"
 
 #include <algorithm>
 

@@ -6,8 +6,8 @@
 // back, so that no deletion takes a piece that was acknowledged after it.
 #include "client/base/text.h"
 #include "client/store/pieces/inventory.h"
-#include "client/store/space/node_space.h"
 #include "client/store/pieces/stored_manifests.h"
+#include "client/store/space/node_space.h"
 
 #include <array>
 #include <new>

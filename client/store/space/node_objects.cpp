@@ -2,9 +2,9 @@
 // removal.
 #include "client/base/text.h"
 #include "client/store/changes/coming_piece.h"
-#include "client/store/space/node_space.h"
 #include "client/store/marks/quarantine.h"
-#include "client/store/pieces/stored_manifests.h"
+#include "client/store/pieces/manifest_place.h"
+#include "client/store/space/node_space.h"
 
 #include <algorithm>
 #include <ctime>

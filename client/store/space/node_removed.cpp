@@ -9,9 +9,9 @@
 // late with removing the old one can only ever meet the old one.
 #include "client/base/text.h"
 #include "client/blob/linking_store.h"
-#include "client/store/space/node_space.h"
+#include "client/store/pieces/manifest_place.h"
 #include "client/store/pieces/removed_piece.h"
-#include "client/store/pieces/stored_manifests.h"
+#include "client/store/space/node_space.h"
 
 #include <algorithm>
 #include <set>

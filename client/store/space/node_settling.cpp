@@ -2,9 +2,9 @@
 // each step is safe, however late it comes, is told in change_plan.h.
 #include "client/base/text.h"
 #include "client/store/changes/coming_piece.h"
-#include "client/store/space/node_space.h"
+#include "client/store/pieces/manifest_place.h"
 #include "client/store/records/record_forms.h"
-#include "client/store/pieces/stored_manifests.h"
+#include "client/store/space/node_space.h"
 
 #include <algorithm>
 #include <ctime>

@@ -21,7 +21,7 @@
 #include "client/base/text.h"
 #include "client/store/changes/coming_piece.h"
 #include "client/store/keys/node_record.h"
-#include "client/store/pieces/stored_manifests.h"
+#include "client/store/pieces/manifest_place.h"
 
 #include <algorithm>
 #include <tuple>

@@ -5,11 +5,11 @@
 
 #include "client/base/crypto/secret_key.h"
 #include "client/store/changes/change_outcome.h"
-#include "client/store/space/filespace.h"
-#include "client/store/space/group.h"
 #include "client/store/pieces/piece_reader.h"
 #include "client/store/pieces/piece_writer.h"
 #include "client/store/pieces/removed_piece.h"
+#include "client/store/space/filespace.h"
+#include "client/store/space/group.h"
 
 #include <functional>
 #include <optional>

@@ -3,12 +3,12 @@
 
 #include "client/base/text.h"
 #include "client/blob/lock_holder.h"
-#include "client/store/pieces/inventory.h"
-#include "client/store/nodes/policy.h"
 #include "client/store/marks/quarantine.h"
+#include "client/store/nodes/policy.h"
+#include "client/store/pieces/inventory.h"
+#include "client/store/pieces/stored_manifests.h"
 #include "client/store/records/record_forms.h"
 #include "client/store/upkeep/record_kinds.h"
-#include "client/store/pieces/stored_manifests.h"
 
 namespace arca::store
 {

@@ -5,7 +5,6 @@
 #include "client/store/changes/coming_piece.h"
 #include "client/store/marks/marked_packs.h"
 #include "client/store/marks/quarantine.h"
-#include "client/store/pieces/stored_manifests.h"
 
 #include <algorithm>
 #include <ctime>

@@ -46,8 +46,8 @@
 
 #include "client/engine/packs/revision_writer.h"
 #include "client/store/marks/grace.h"
-#include "client/store/pieces/inventory.h"
 #include "client/store/marks/marked_packs.h"
+#include "client/store/pieces/inventory.h"
 #include "client/store/space/node_space.h"
 #include "client/store/usage/pack_listing.h"
 #include "client/store/usage/pack_usage.h"

@@ -1,19 +1,19 @@
 // The table of record kinds: see the header.
 #include "client/store/upkeep/record_kinds.h"
 
-#include "client/store/nodes/access.h"
 #include "client/store/changes/change_outcome.h"
-#include "client/store/marks/damage.h"
-#include "client/store/space/filespace.h"
-#include "client/store/marks/grace.h"
 #include "client/store/keys/grant.h"
-#include "client/store/space/group.h"
-#include "client/store/pieces/inventory.h"
-#include "client/store/marks/marked_packs.h"
 #include "client/store/keys/node_record.h"
-#include "client/store/nodes/policy.h"
-#include "client/store/marks/quarantine.h"
 #include "client/store/keys/recovery_key.h"
+#include "client/store/marks/damage.h"
+#include "client/store/marks/grace.h"
+#include "client/store/marks/marked_packs.h"
+#include "client/store/marks/quarantine.h"
+#include "client/store/nodes/access.h"
+#include "client/store/nodes/policy.h"
+#include "client/store/pieces/inventory.h"
+#include "client/store/space/filespace.h"
+#include "client/store/space/group.h"
 
 #include <algorithm>
 

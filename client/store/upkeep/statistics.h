@@ -3,8 +3,8 @@
 #ifndef KEEL_CLIENT_STORE_UPKEEP_STATISTICS_H
 #define KEEL_CLIENT_STORE_UPKEEP_STATISTICS_H
 
-#include "client/store/space/node_space.h"
 #include "client/store/listing/progress.h"
+#include "client/store/space/node_space.h"
 
 #include <map>
 

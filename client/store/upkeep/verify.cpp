@@ -4,16 +4,16 @@
 #include "client/base/text.h"
 #include "client/engine/mending/pack_check.h"
 #include "client/engine/restoring/restore_plan.h"
-#include "client/store/log/activity_reader.h"
-#include "client/store/marks/damage.h"
-#include "client/store/pieces/inventory.h"
-#include "client/store/pieces/manifest_writer.h"
-#include "client/store/keys/node_record.h"
 #include "client/store/changes/object_record.h"
-#include "client/store/marks/quarantine.h"
-#include "client/store/upkeep/record_kinds.h"
+#include "client/store/keys/node_record.h"
 #include "client/store/keys/recovery_key.h"
 #include "client/store/listing/remembered_name.h"
+#include "client/store/log/activity_reader.h"
+#include "client/store/marks/damage.h"
+#include "client/store/marks/quarantine.h"
+#include "client/store/pieces/inventory.h"
+#include "client/store/pieces/manifest_writer.h"
+#include "client/store/upkeep/record_kinds.h"
 
 #include <algorithm>
 #include <ctime>

@@ -1,10 +1,10 @@
 // Going through the manifests of a node.
 #include "client/store/usage/pack_usage.h"
 
-#include "client/store/pieces/manifest_writer.h"
 #include "client/store/marks/quarantine.h"
-#include "client/store/usage/run_spill.h"
+#include "client/store/pieces/manifest_writer.h"
 #include "client/store/pieces/stored_manifests.h"
+#include "client/store/usage/run_spill.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // Records of keys as somebody who can write files would leave them: changed and made to look whole,
 // taken from elsewhere, or invented. None gives out a key, and none passes for the real one.
 #include "client/blob/directory/directory_store.h"
-#include "client/store/nodes/access.h"
 #include "client/store/keys/recovery_key.h"
+#include "client/store/nodes/access.h"
 #include "client/store/nodes/repository.h"
 #include "client/store/upkeep/verify.h"
 #include "tests/client/store/memory_files.h"

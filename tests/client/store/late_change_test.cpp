@@ -1,7 +1,7 @@
 // A process that makes a change sleeps at any step of it, while others see a plan that was left and
 // settle it; then it wakes. What holds is one decision, the same for everybody.
 #include "client/store/nodes/node_removal.h"
-#include "client/store/records/record.h"
+#include "client/store/records/numbered_record.h"
 #include "tests/client/store/late_fixture.h"
 
 #include <map>

@@ -1,7 +1,7 @@
 // A piece that is moved by one process while another one changes, removes, sets aside or brings
 // back what has its name: wherever either of them stops, the piece is in one of its places.
-#include "client/store/upkeep/blob_removal.h"
 #include "client/store/marks/quarantine.h"
+#include "client/store/upkeep/blob_removal.h"
 #include "client/store/upkeep/repair.h"
 #include "tests/client/store/late_fixture.h"
 

@@ -2,9 +2,9 @@
 // nothing else.
 #include "client/base/text.h"
 #include "client/store/log/activity_reader.h"
-#include "client/store/upkeep/blob_removal.h"
-#include "client/store/pieces/inventory.h"
 #include "client/store/marks/quarantine.h"
+#include "client/store/pieces/inventory.h"
+#include "client/store/upkeep/blob_removal.h"
 #include "tests/client/store/store_faults_fixture.h"
 
 namespace

@@ -2,10 +2,11 @@
 #ifndef KEEL_TESTS_CLIENT_STORE_RECLAIM_FIXTURE_H
 #define KEEL_TESTS_CLIENT_STORE_RECLAIM_FIXTURE_H
 
+#include "client/blob/blob_store.h"
 #include "client/blob/directory/directory_store.h"
+#include "client/store/records/record.h"
 #include "client/store/space/node_space.h"
 #include "client/store/upkeep/reclaim.h"
-#include "client/store/records/record.h"
 #include "tests/client/store/another_host.h"
 #include "tests/client/store/memory_files.h"
 

@@ -2,9 +2,9 @@
 // stored is told from what was lost.
 #include "tests/client/store/reclaim_fixture.h"
 
-#include "client/store/upkeep/blob_removal.h"
-#include "client/store/pieces/inventory.h"
 #include "client/store/changes/object_record.h"
+#include "client/store/pieces/inventory.h"
+#include "client/store/upkeep/blob_removal.h"
 #include "client/store/upkeep/repair.h"
 #include "client/store/upkeep/verify.h"
 

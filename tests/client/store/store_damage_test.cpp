@@ -1,6 +1,6 @@
 // Blobs that are not what was stored: flipped, cut, exchanged, or of another release.
-#include "client/store/upkeep/blob_removal.h"
 #include "client/store/marks/quarantine.h"
+#include "client/store/upkeep/blob_removal.h"
 #include "client/store/upkeep/repair.h"
 #include "tests/client/store/store_faults_fixture.h"
 

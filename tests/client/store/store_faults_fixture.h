@@ -4,10 +4,10 @@
 #define KEEL_TESTS_CLIENT_STORE_STORE_FAULTS_FIXTURE_H
 
 #include "client/blob/directory/directory_store.h"
-#include "client/store/nodes/access.h"
-#include "client/store/upkeep/reclaim.h"
 #include "client/store/keys/recovery_key.h"
+#include "client/store/nodes/access.h"
 #include "client/store/nodes/repository.h"
+#include "client/store/upkeep/reclaim.h"
 #include "client/store/upkeep/verify.h"
 #include "tests/client/store/memory_files.h"
 

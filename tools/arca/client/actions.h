@@ -3,7 +3,7 @@
 #ifndef KEEL_TOOLS_ARCA_CLIENT_ACTIONS_H
 #define KEEL_TOOLS_ARCA_CLIENT_ACTIONS_H
 
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 
 #include <initializer_list>
 #include <memory>

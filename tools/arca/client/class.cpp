@@ -4,7 +4,7 @@
 #include "tools/arca/client/actions.h"
 #include "tools/arca/client/client_session.h"
 #include "tools/arca/interrupt.h"
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 #include "tools/arca/selection.h"
 #include "tools/common/progress.h"
 #include "tools/common/text.h"

@@ -3,7 +3,7 @@
 #include "client/base/text.h"
 #include "tools/arca/client/client_session.h"
 #include "tools/arca/moment.h"
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
 #include "tools/arca/piece_name.h"
 #include "tools/arca/repository/removed.h"

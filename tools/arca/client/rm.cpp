@@ -4,7 +4,7 @@
 #include "client/base/text.h"
 #include "tools/arca/client/client_session.h"
 #include "tools/arca/interrupt.h"
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
 #include "tools/arca/piece_name.h"
 #include "tools/arca/repository/rm_blob.h"

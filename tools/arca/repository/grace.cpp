@@ -3,7 +3,7 @@
 
 #include "client/base/text.h"
 #include "client/store/marks/grace.h"
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 #include "tools/common/text.h"
 
 #include <fmt/format.h>

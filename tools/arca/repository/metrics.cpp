@@ -4,7 +4,7 @@
 #include "client/store/upkeep/statistics.h"
 #include "client/store/upkeep/verify_state.h"
 #include "tools/arca/interrupt.h"
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 #include "tools/common/command/written_file.h"
 
 #include <algorithm>

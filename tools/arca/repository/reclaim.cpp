@@ -3,9 +3,9 @@
 #include "agents/common/maint/mttiming.h"
 
 #include "client/base/text.h"
-#include "tools/arca/repository/grace.h"
 #include "tools/arca/interrupt.h"
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
+#include "tools/arca/repository/grace.h"
 #include "tools/common/progress.h"
 #include "tools/common/text.h"
 

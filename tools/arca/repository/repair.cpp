@@ -3,7 +3,7 @@
 #include "agents/common/maint/mttiming.h"
 #include "client/base/text.h"
 #include "tools/arca/interrupt.h"
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 #include "tools/common/text.h"
 
 #include <fmt/format.h>

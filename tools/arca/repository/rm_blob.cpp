@@ -2,9 +2,9 @@
 #include "tools/arca/repository/rm_blob.h"
 
 #include "client/base/text.h"
-#include "client/store/upkeep/blob_removal.h"
 #include "client/store/listing/named_pieces.h"
-#include "tools/arca/repository/node_session.h"
+#include "client/store/upkeep/blob_removal.h"
+#include "tools/arca/node_session.h"
 
 #include <fmt/format.h>
 

@@ -2,7 +2,7 @@
 #include "agents/common/maint/mttiming.h"
 #include "client/store/upkeep/statistics.h"
 #include "tools/arca/interrupt.h"
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
 #include "tools/common/plot.h"
 #include "tools/common/terminal.h"

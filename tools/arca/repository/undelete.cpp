@@ -1,6 +1,6 @@
 // arca undelete: brings a removed piece back before its grace time is over.
 #include "client/base/text.h"
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
 #include "tools/arca/repository/removed.h"
 

@@ -1,8 +1,8 @@
 // arca unlock: shows locks and claims, and removes what dead processes left. A lock ends with its
 // process, so no lock has to be broken: the holder of one is alive.
 #include "client/base/descriptor.h"
-#include "client/blob/files/file_layer.h"
 #include "client/blob/directory/location.h"
+#include "client/blob/files/file_layer.h"
 #include "client/blob/temporary_name.h"
 #include "client/store/nodes/node_list.h"
 #include "client/store/nodes/repository.h"

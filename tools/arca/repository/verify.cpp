@@ -2,7 +2,7 @@
 #include "client/store/upkeep/verify.h"
 #include "agents/common/maint/mttiming.h"
 #include "client/base/text.h"
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 #include "tools/common/progress.h"
 #include "tools/common/text.h"
 

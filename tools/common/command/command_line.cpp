@@ -1,6 +1,7 @@
 // See command_line.h.
 #include "tools/common/command/command_line.h"
 
+#include "tools/common/command/generate.h"
 #include "tools/common/command/outline.h"
 #include "tools/common/command/streams.h"
 

@@ -1,13 +1,14 @@
 // keel bench: how fast this installation stores, and how much of it.
-#include "tools/common/plot.h"
 #include "tools/common/command/streams.h"
+#include "tools/common/plot.h"
 #include "tools/common/table.h"
 #include "tools/common/terminal.h"
 #include "tools/common/text.h"
 #include "tools/keel/agent_options.h"
 #include "tools/keel/bench/bench_processes.h"
-#include "tools/keel/command.h"
 #include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/open_channel.h"
+#include "tools/keel/command.h"
 #include "tools/keel/option_lines.h"
 
 #include <ctime>

@@ -4,6 +4,7 @@
 #include "tools/common/datafile.h"
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/channel/interrupt.h"
+#include "tools/keel/channel/open_channel.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,5 +1,5 @@
-// A channel of the agent, as the verbs use it. openChannel decides once which of the agent's two
-// interfaces is driven. One thread.
+// A channel of the agent, as the verbs use it, whichever of the agent's two interfaces is driven
+// (open_channel.h). One thread.
 #ifndef KEEL_TOOLS_KEEL_CHANNEL_CHANNEL_H
 #define KEEL_TOOLS_KEEL_CHANNEL_CHANNEL_H
 
@@ -76,10 +76,6 @@ public:
     /// that it cannot delete; ask info() what became of them.
     virtual void remove(std::vector<std::string> names) = 0;
 };
-
-/// Returns a channel, with the agent loaded and initialised. Throws Failure when that is refused,
-/// and UsageError for options that the first interface cannot carry.
-[[nodiscard]] std::unique_ptr<Channel> openChannel(const ChannelOptions &options);
 
 } // namespace keel
 

@@ -43,10 +43,10 @@ private:
     std::uint64_t taken_ = 0;
 };
 
-/// The place that a stream is written to, by the rules of tools/common/command/written_file.h, or standard
-/// output ("-"). A regular file gets its name only in finish(), when all of it is on disk; without
-/// finish() nothing of it stays. Every call throws Failure or tools::FileFailure with the name and
-/// the reason.
+/// The place that a stream is written to, by the rules of tools/common/command/written_file.h, or
+/// standard output ("-"). A regular file gets its name only in finish(), when all of it is on disk;
+/// without finish() nothing of it stays. Every call throws Failure or tools::FileFailure with the
+/// name and the reason.
 class OutputFile
 {
 public:

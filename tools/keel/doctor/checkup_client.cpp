@@ -2,8 +2,9 @@
 #include "agents/common/maint/mtoperations.h"
 #include "tools/common/text.h"
 #include "tools/keel/channel/blocks.h"
-#include "tools/keel/doctor/checkup.h"
 #include "tools/keel/channel/failure.h"
+#include "tools/keel/channel/open_channel.h"
+#include "tools/keel/doctor/checkup.h"
 #include "tools/keel/option_lines.h"
 
 #include <cerrno>

@@ -1,7 +1,7 @@
 // keel doctor: looks the installation over.
-#include "tools/keel/doctor/checkup.h"
-#include "tools/keel/command.h"
 #include "tools/keel/channel/failure.h"
+#include "tools/keel/command.h"
+#include "tools/keel/doctor/checkup.h"
 
 #include <cstdio>
 

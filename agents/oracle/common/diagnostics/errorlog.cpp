@@ -8,8 +8,9 @@
 
 #include "agents/common/dhoxapi.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
-#include "agents/oracle/common/session/velooptions.h"
-#include "agents/oracle/common/session/velosession.h"
+#include "agents/oracle/common/diagnostics/optionfile.h"
+#include "agents/oracle/common/veloclock.h"
+#include "agents/oracle/unx/early/pserrorlog.h"
 #include "agents/oracle/unx/early/psvelo.h"
 #include "common/nls/nls.h"
 #include "common/string/ststring.h"
@@ -20,11 +21,9 @@ namespace
 
 constexpr const char *kLogName = "veloerror.log";
 
-// Looks HOXI_LOG up in the option file. Called for every line, from any thread and at any time, so
-// it must not report an option file that does not open: that report would recurse into this call.
+// Looks HOXI_LOG up in the option file. Called for every line, from any thread and at any time.
 bool logDirectoryFromOptions(char *path)
 {
-    const OptionFileSilence silence;
     OptionFile file;
     if (veloOpenOptionFile(file) != ORC_RC_OK) {
         return false;

@@ -37,10 +37,9 @@ std::int16_t veloEndTxn(orcObj_t *ctx, std::uint8_t vote, std::uint16_t *reason)
 
 /// Returns the size of the database in bytes, read from the output of sqlplus, or 0 when that
 /// cannot be had. Writes the script ".sql" into the working directory and waits up to a minute.
-/// When sqlplus does not end in that time, no call starts it again until protectSizeReset. Any
+/// When sqlplus does not end in that time, no call starts it again before the next sbtinit. Any
 /// thread.
 std::uint64_t protectSize();
-void protectSizeReset();
 
 /// Report a piece that was written (state 2) or read (states 3 and 4) to the server's event log, in
 /// English, and to the database trace, in the host's language. A failure is ignored.

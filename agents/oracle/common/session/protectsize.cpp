@@ -6,7 +6,6 @@
 //    it again before the next sbtinit.
 // 3. Its exit status is not used: the host may have waited for the child already.
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -21,9 +20,10 @@
 #include <unistd.h>
 
 #include "agents/common/dbaseapi.h"
-#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/velotrace.h"
+#include "agents/oracle/common/session/backup.h"
+#include "agents/oracle/common/veloprocess.h"
 #include "common/unx/psfile.h"
 #include "common/unx/pswrite.h"
 
@@ -41,9 +41,6 @@ constexpr const char *kCommand = "\"$ORACLE_HOME\"/bin/sqlplus -S @.sql 2>&1";
 constexpr long kLimitMilliseconds = 60000; // or what the test flag TEST_ORCPROTECTLIMIT says
 constexpr std::size_t kLineSize = 513;
 constexpr int kValueLine = 4;
-
-// Set once a run was out of time, cleared by sbtinit.
-std::atomic<bool> hangs{false};
 
 long long nowMilliseconds()
 {
@@ -242,15 +239,10 @@ bool readOutput(int fd, LastOfFourLines &lines)
 
 } // namespace
 
-void protectSizeReset()
-{
-    hangs = false;
-}
-
 std::uint64_t protectSize()
 {
     TraceScope scope("protectSize()");
-    if (hangs) {
+    if (sqlplusHangs) {
         ORC_TRACE(2, " %s: SQLPLUS did not end in time before and is not called again\n",
                   scope.name());
         return 0;
@@ -266,7 +258,7 @@ std::uint64_t protectSize()
         if (!child.start(kCommand)) {
             return 0;
         }
-        hangs = !readOutput(child.out(), lines);
+        sqlplusHangs = !readOutput(child.out(), lines);
     }
     const char *text = lines.last();
     ORC_TRACE(2, " %s: SQLPLUS output text, protectSizeBuffer is: %s\n", scope.name(), text);

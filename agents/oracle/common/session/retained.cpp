@@ -11,7 +11,7 @@
 #include "agents/common/maint/mtprompt.h"
 #include "agents/common/maint/mtwrap.h"
 #include "agents/common/unx/sun/dhoxapidl.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psnode.h"
 #include "common/nls/nls.h"
 
 namespace

@@ -4,9 +4,9 @@
 #include <cstdio>
 #include <ctime>
 
-#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/orcmessage.h"
+#include "agents/oracle/common/session/backup.h"
 #include "common/nls/nls.h"
 #include "common/string/ststring.h"
 #include "common/ut/utmem.h"

@@ -4,10 +4,10 @@
 
 #include "agents/common/callpin.h"
 #include "agents/common/dbaseapi.h"
-#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
 #include "agents/oracle/common/diagnostics/velotrace.h"
+#include "agents/oracle/common/session/backup.h"
 #include "common/string/ststring.h"
 #include "common/unx/psfile.h"
 #include "common/unx/pswrite.h"

@@ -8,20 +8,18 @@
 
 #include "agents/common/callpin.h"
 #include "agents/common/unx/sun/dhoxapidl.h"
+#include "agents/oracle/common/context/orcblock.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
-#include "agents/oracle/common/context/orcblock.h"
+#include "agents/oracle/common/diagnostics/velotrace.h"
 #include "agents/oracle/common/session/velooptions.h"
 #include "agents/oracle/common/session/velosession.h"
-#include "agents/oracle/common/diagnostics/velotrace.h"
+#include "agents/oracle/common/veloprocess.h"
+#include "agents/oracle/unx/early/pserrorlog.h"
 #include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psnode.h"
 #include "common/nls/nls.h"
 #include "common/string/ststring.h"
-
-psMutex_t initMutex;
-std::int16_t oracleThrdCtr = 0;
-bool bNlsSetUp = false;
-bool bHoxSetUp = false;
 
 namespace
 {

@@ -14,15 +14,6 @@
 #define KEEL_AGENTS_ORACLE_COMMON_SESSION_VELOINIT_H
 
 #include "agents/oracle/common/orcobj.h"
-#include "common/thrd/psmutex.h"
-
-/// Serialises initialisation, the hand-over of a context, and termination. Taken before orcMutex.
-extern psMutex_t initMutex;
-
-// Guarded by initMutex.
-extern std::int16_t oracleThrdCtr; // channels initialised and not yet ended
-extern bool bNlsSetUp;             // the message catalogue is open
-extern bool bHoxSetUp;             // the storage client is set up
 
 /// Makes what the process lacks, builds a context and registers it in the table. Returns 0, or the
 /// code of the step that failed; then everything process-wide is released, also what an earlier

@@ -1,16 +1,14 @@
-// Reading the option file.
+// Applying the option file.
 #include "agents/oracle/common/session/velooptions.h"
 
-#include <cstdlib>
 #include <cstring>
-#include <sys/stat.h>
 
 #include "agents/oracle/common/diagnostics/callscope.h"
+#include "agents/oracle/common/diagnostics/optionfile.h"
 #include "agents/oracle/common/diagnostics/orcmessage.h"
-#include "agents/oracle/common/session/velosession.h"
+#include "agents/oracle/unx/early/pserrorlog.h"
 #include "agents/oracle/unx/early/psvelo.h"
 #include "common/string/ststring.h"
-#include "common/unx/psfile.h"
 #include "common/ut/utline.h"
 
 const char *const optLookup[OPT_COUNT] = {
@@ -25,39 +23,12 @@ const char *const optLookup[OPT_COUNT] = {
 namespace
 {
 
-constexpr long kLineSize = 513;
-
-// The number of OptionFileSilence objects of this thread.
-thread_local int silenced = 0;
-
 // Reports to the early error log, which needs no option.
 void reportEarly(const OrcMessage &message)
 {
-    if (!message.empty() && silenced == 0) {
+    if (!message.empty()) {
         psNonNlsErrorMsg(message.text());
     }
-}
-
-bool isSeparator(char c)
-{
-    return c == ' ' || c == ',' || c == '\n' || c == '\t';
-}
-
-// Copies VELO_OPTFILE without one pair of quotes around it; false when it is not set, empty or
-// over-long.
-bool pathFromEnvironment(char *path)
-{
-    const char *value = std::getenv("VELO_OPTFILE");
-    if (value == nullptr || value[0] == '\0' || !stCopy(path, ORC_OPTION_PATH_SIZE, value)) {
-        return false;
-    }
-    const std::size_t length = std::strlen(path);
-    const char quote = path[0];
-    if (length > 1 && (quote == '"' || quote == '\'') && path[length - 1] == quote) {
-        std::memmove(path, path + 1, length - 2);
-        path[length - 2] = '\0';
-    }
-    return true;
 }
 
 int optionNumber(const char *keyword)
@@ -95,99 +66,14 @@ bool storeLine(orcObj_t *ctx, char *line, const char *path)
 
 } // namespace
 
-OptionFileSilence::OptionFileSilence()
-{
-    ++silenced;
-}
-
-OptionFileSilence::~OptionFileSilence()
-{
-    --silenced;
-}
-
-OptionLine veloSplitOptionLine(char *line)
-{
-    OptionLine parts;
-    while (*line != '\0' && isSeparator(*line)) {
-        ++line;
-    }
-    if (*line == '\0') {
-        return parts;
-    }
-    parts.keyword = line;
-    while (*line != '\0' && !isSeparator(*line)) {
-        ++line;
-    }
-    if (*line != '\0') {
-        *line++ = '\0';
-        // The rest is one token up to the newline, separators included: an empty one is none.
-        parts.rest = *line == '\0' ? nullptr : line;
-    }
-    stUpperAscii(parts.keyword);
-    return parts;
-}
-
-char *veloCleanOptionValue(char *value)
-{
-    while (stIsSpaceAscii(*value)) {
-        ++value;
-    }
-    char *to = value;
-    for (const char *from = value; *from != '\0'; ++from) {
-        if (*from != '"') {
-            *to++ = *from;
-        }
-    }
-    *to = '\0';
-    stTrimRight(value);
-    return value;
-}
-
-/// A bound on the file, because a huge sparse one would hold the host for long, and one of /proc,
-/// which calls itself empty, for ever: so what can be read counts, and not the size alone.
-static bool isOfOptionSize(std::FILE *stream)
-{
-    constexpr std::size_t mostBytes = std::size_t{16} << 20;
-    struct stat status {
-    };
-    if (fstat(fileno(stream), &status) != 0 || status.st_size > static_cast<off_t>(mostBytes)) {
-        return false;
-    }
-    char part[4096];
-    std::size_t total = 0;
-    for (std::size_t count = 0;
-         total <= mostBytes && (count = std::fread(part, 1, sizeof part, stream)) != 0;) {
-        total += count;
-    }
-    std::rewind(stream);
-    return total <= mostBytes;
-}
-
-std::uint16_t veloOpenOptionFile(OptionFile &file)
-{
-    if (!pathFromEnvironment(file.path)) {
-        psveloGetDefaultOptfile(file.path);
-    }
-    std::FILE *stream = psFileOpen(file.path, "r", &file.encoding, &file.flags);
-    if (stream == nullptr) {
-        reportEarly(OrcMessage(2615, file.path));
-        return ORC_RC_OPTION_FILE;
-    }
-    file.adopt(stream);
-    if (!isOfOptionSize(stream)) {
-        reportEarly(OrcMessage(2615, file.path));
-        return ORC_RC_OPTION_FILE;
-    }
-    return ORC_RC_OK;
-}
-
 std::uint16_t veloParseOptionFile(orcObj_t *ctx, std::FILE *stream, const char *path, int encoding,
                                   int flags)
 {
     TraceScope scope("veloParseOptionFile()");
-    char line[kLineSize];
+    char line[ORC_OPTION_LINE_SIZE];
     int lineCount = 0;
-    while (utGetNextLine(line, kLineSize, stream, &lineCount, encoding, flags) != nullptr) {
+    while (utGetNextLine(line, ORC_OPTION_LINE_SIZE, stream, &lineCount, encoding, flags) !=
+           nullptr) {
         if (!storeLine(ctx, line, path)) {
             SCOPE_EXIT(scope, " %s: Exit - bad line %d in '%s'\n\n", scope.name(), lineCount, path);
             return ORC_RC_OPTION_FILE;
@@ -196,25 +82,20 @@ std::uint16_t veloParseOptionFile(orcObj_t *ctx, std::FILE *stream, const char *
     return ORC_RC_OK;
 }
 
-std::uint16_t veloGetOption(std::FILE *stream, const char *keyword, char *value, int encoding,
-                            int flags)
+void veloCheckFS(orcObj_t *ctx)
 {
-    constexpr std::uint16_t notFound = 0xFFFF;
-    std::rewind(stream);
-    char line[kLineSize];
-    int lineCount = 0;
-    while (utGetNextLine(line, kLineSize, stream, &lineCount, encoding, flags) != nullptr) {
-        const OptionLine parts = veloSplitOptionLine(line);
-        if (parts.keyword == nullptr || std::strcmp(parts.keyword, keyword) != 0) {
-            continue;
-        }
-        if (parts.rest == nullptr) {
-            return notFound;
-        }
-        stCopy(value, ORC_OPTION_SIZE, veloCleanOptionValue(parts.rest));
-        return ORC_RC_OK;
+    TraceScope scope("veloCheckFS()");
+    auto &name = ctx->options[OPT_VELO_FS];
+    if (name[0] == '/') {
+        return;
     }
-    return notFound;
+    if (name[0] == '\\') {
+        name[0] = '/';
+        return;
+    }
+    char canonical[ORC_OPTION_SIZE] = "/";
+    stAppend(canonical, name);
+    stCopy(name, canonical);
 }
 
 std::uint16_t veloSetOptions(orcObj_t *ctx)
@@ -236,7 +117,9 @@ std::uint16_t veloSetOptions(orcObj_t *ctx)
 
     OptionFile file;
     std::uint16_t rc = veloOpenOptionFile(file);
-    if (rc == ORC_RC_OK) {
+    if (rc != ORC_RC_OK) {
+        reportEarly(OrcMessage(2615, file.path));
+    } else {
         rc = veloParseOptionFile(ctx, file.stream(), file.path, file.encoding, file.flags);
         file.close();
     }

@@ -4,9 +4,9 @@
 
 #include "agents/common/clinkedlist.h"
 #include "agents/common/dhoxapi.h"
-#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
+#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/session/veloquery.h"
 #include "agents/oracle/common/session/velosession.h"
 #include "common/cu/cu64.h"

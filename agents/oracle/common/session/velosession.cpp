@@ -3,14 +3,13 @@
 
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 
 #include "agents/common/dhoxapi.h"
+#include "agents/oracle/common/context/secret.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
-#include "agents/oracle/common/context/secret.h"
-#include "agents/oracle/unx/early/psvelo.h"
-#include "common/cu/cutime.h"
+#include "agents/oracle/unx/psfilespace.h"
+#include "agents/oracle/unx/pspassword.h"
 #include "common/string/ststring.h"
 
 namespace
@@ -140,22 +139,6 @@ void veloEndSession(orcObj_t *ctx)
     }
 }
 
-void veloCheckFS(orcObj_t *ctx)
-{
-    TraceScope scope("veloCheckFS()");
-    auto &name = ctx->options[OPT_VELO_FS];
-    if (name[0] == '/') {
-        return;
-    }
-    if (name[0] == '\\') {
-        name[0] = '/';
-        return;
-    }
-    char canonical[ORC_OPTION_SIZE] = "/";
-    stAppend(canonical, name);
-    stCopy(name, canonical);
-}
-
 std::uint16_t veloRegFS(orcObj_t *ctx)
 {
     TraceScope scope("veloRegFS()");
@@ -173,15 +156,4 @@ std::uint16_t veloRegFS(orcObj_t *ctx)
                    scope.name(), handle, rc);
     }
     return static_cast<std::uint16_t>(rc);
-}
-
-void veloGetCurTime(char *text, std::size_t size)
-{
-    tm now{};
-    cuLocalTime(std::time(nullptr), &now);
-    char date[32];
-    char clock[32];
-    cuFormatDate(date, sizeof date, now);
-    cuFormatTime(clock, sizeof clock, now);
-    std::snprintf(text, size, "%s %s", date, clock);
 }

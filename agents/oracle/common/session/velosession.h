@@ -6,12 +6,11 @@
 #ifndef KEEL_AGENTS_ORACLE_COMMON_SESSION_VELOSESSION_H
 #define KEEL_AGENTS_ORACLE_COMMON_SESSION_VELOSESSION_H
 
-#include <cstddef>
 #include <cstdint>
 
+#include "agents/oracle/common/context/secret.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/orcobj.h"
-#include "agents/oracle/common/context/secret.h"
 
 /// Returns 0, or 2507 with messages 2572 and 2573 in the error log when the client is older than
 /// 7.1.3 or not loaded.
@@ -40,16 +39,8 @@ std::uint16_t veloSessionSecrets(orcObj_t *ctx, SessionPassword &password, Trace
 /// Ends the context's session, if there is one, and zeroes its handle; a failure is ignored.
 void veloEndSession(orcObj_t *ctx);
 
-/// Puts the context's filespace name into its canonical form: with a leading slash, which replaces
-/// a backslash. A name that becomes too long is cut.
-void veloCheckFS(orcObj_t *ctx);
-
 /// Registers the context's filespace. Returns the storage client's code: 0 and 2062 (it is
 /// registered already) mean that it is usable, any other is reported.
 std::uint16_t veloRegFS(orcObj_t *ctx);
-
-/// Writes "DATE TIME" of now, local time, in the message system's formats, cut to size - 1
-/// characters and terminated.
-void veloGetCurTime(char *text, std::size_t size);
 
 #endif

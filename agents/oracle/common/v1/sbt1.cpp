@@ -5,7 +5,7 @@
 
 #include "agents/oracle/common/diagnostics/errorlog.h"
 #include "agents/oracle/common/session/veloinit.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psnaming.h"
 
 Sbt1Call::Sbt1Call(const char *name, bserc *error, const char *file, unsigned line)
     : scope_(name, "Enter\n", file, line), error_(error)

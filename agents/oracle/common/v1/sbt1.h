@@ -7,8 +7,8 @@
 #include <cstdint>
 
 #include "agents/common/dhoxapi.h"
-#include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/context/orcblock.h"
+#include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/orcmessage.h"
 
 // SBT error codes of the version-1 calls.

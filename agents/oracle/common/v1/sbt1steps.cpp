@@ -2,14 +2,14 @@
 #include <cstring>
 
 #include "agents/common/cfirstfailurerc.h"
-#include "agents/oracle/common/session/backup.h"
-#include "agents/oracle/common/diagnostics/errorlog.h"
-#include "agents/oracle/common/session/restore.h"
-#include "agents/oracle/common/v1/sbt1.h"
 #include "agents/oracle/common/context/secret.h"
+#include "agents/oracle/common/diagnostics/errorlog.h"
+#include "agents/oracle/common/session/backup.h"
+#include "agents/oracle/common/session/restore.h"
 #include "agents/oracle/common/session/veloquery.h"
 #include "agents/oracle/common/session/velosession.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/common/v1/sbt1.h"
+#include "agents/oracle/unx/psnaming.h"
 #include "common/cu/cu64.h"
 #include "common/string/ststring.h"
 

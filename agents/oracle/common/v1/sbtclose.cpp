@@ -1,6 +1,6 @@
 // sbtclose: ends the file that sbtopen opened, and commits what was written to it.
 #include "agents/oracle/common/v1/sbt1.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psfilespace.h"
 
 namespace
 {

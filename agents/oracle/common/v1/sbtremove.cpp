@@ -1,6 +1,6 @@
 // sbtremove: deletes one stored file.
-#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
+#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/v1/sbt1.h"
 
 namespace

@@ -1,12 +1,12 @@
 // sbtclose2: ends the piece that is being written or read, and the session with it.
 #include "agents/common/cfirstfailurerc.h"
 #include "agents/common/dhoxapi.h"
-#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
+#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/session/restore.h"
 #include "agents/oracle/common/session/velosession.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psfilespace.h"
 #include "common/ut/utmem.h"
 
 namespace

@@ -1,11 +1,11 @@
 // sbtend: the last call of a channel; and the version of the library.
 #include <string_view>
 
-#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
-#include "agents/oracle/common/v2/sbtinfo2.h"
+#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/session/veloinit.h"
 #include "agents/oracle/common/session/velosession.h"
+#include "agents/oracle/common/v2/sbtinfo2.h"
 #include "common/string/ststring.h"
 #include "common/ut/utmem.h"
 

@@ -10,7 +10,7 @@
 #include "agents/oracle/common/diagnostics/errorlog.h"
 #include "agents/oracle/common/session/veloquery.h"
 #include "agents/oracle/common/session/velosession.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psnaming.h"
 #include "common/string/ststring.h"
 #include "common/ut/utmem.h"
 

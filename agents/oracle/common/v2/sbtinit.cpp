@@ -9,6 +9,8 @@
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/orcobj.h"
 #include "agents/oracle/common/session/veloinit.h"
+#include "agents/oracle/unx/early/pserrorlog.h"
+#include "agents/oracle/unx/early/psvelo.h"
 #include "common/string/ststring.h"
 
 char traceFile[ORC_TRACEFILE_SIZE];

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "agents/oracle/common/sbt.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psproxy.h"
 
 constexpr std::size_t ORC_TRACEFILE_SIZE = 1025;
 constexpr std::size_t ORC_DESCRIPTION_SIZE = 513;

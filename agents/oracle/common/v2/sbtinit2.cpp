@@ -2,11 +2,12 @@
 #include <cstring>
 
 #include "agents/common/callpin.h"
+#include "agents/oracle/common/context/orcblock.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
-#include "agents/oracle/common/context/orcblock.h"
-#include "agents/oracle/common/v2/sbtinit.h"
 #include "agents/oracle/common/session/veloinit.h"
+#include "agents/oracle/common/v2/sbtinit.h"
+#include "agents/oracle/common/veloprocess.h"
 
 namespace
 {

@@ -1,9 +1,9 @@
 // sbtread2: one block of the piece that is being read.
 #include "agents/common/dhoxapi.h"
-#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
 #include "agents/oracle/common/diagnostics/velotrace.h"
+#include "agents/oracle/common/session/backup.h"
 #include "common/cu/cu64.h"
 
 namespace

@@ -2,14 +2,14 @@
 #include <ctime>
 
 #include "agents/common/dhoxapi.h"
-#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
 #include "agents/oracle/common/diagnostics/eventlog.h"
+#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/session/restore.h"
 #include "agents/oracle/common/session/veloquery.h"
 #include "agents/oracle/common/session/velosession.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/unx/psnaming.h"
 
 namespace
 {

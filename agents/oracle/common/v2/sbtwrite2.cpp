@@ -2,10 +2,10 @@
 #include <cstring>
 
 #include "agents/common/dhoxapi.h"
-#include "agents/oracle/common/session/backup.h"
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/errorlog.h"
 #include "agents/oracle/common/diagnostics/velotrace.h"
+#include "agents/oracle/common/session/backup.h"
 #include "common/cu/cu64.h"
 
 namespace

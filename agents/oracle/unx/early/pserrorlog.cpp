@@ -6,8 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "agents/oracle/common/session/velosession.h"
-#include "agents/oracle/unx/early/psvelo.h"
+#include "agents/oracle/common/veloclock.h"
+#include "agents/oracle/unx/early/pserrorlog.h"
 #include "common/string/ststring.h"
 #include "common/unx/psfile.h"
 #include "common/unx/pswrite.h"

@@ -4,9 +4,7 @@
 #include <unistd.h>
 
 #include "agents/common/callpin.h"
-#include "agents/oracle/common/session/backup.h"
-#include "agents/oracle/common/session/veloinit.h"
-#include "agents/oracle/common/session/velooptions.h"
+#include "agents/oracle/common/veloprocess.h"
 #include "common/string/ststring.h"
 #include "keel_paths.h"
 
@@ -24,7 +22,7 @@ int psveloInit()
     oracleThrdCtr = 0;
     bHoxSetUp = false;
     bNlsSetUp = false;
-    protectSizeReset();
+    sqlplusHangs = false;
     return 0;
 }
 

@@ -1,6 +1,6 @@
 // A verb's log-on as the node of the option file, for work that needs its keys. One thread.
-#ifndef KEEL_TOOLS_ARCA_REPOSITORY_NODE_SESSION_H
-#define KEEL_TOOLS_ARCA_REPOSITORY_NODE_SESSION_H
+#ifndef KEEL_TOOLS_ARCA_NODE_SESSION_H
+#define KEEL_TOOLS_ARCA_NODE_SESSION_H
 
 #include "client/store/nodes/repository.h"
 #include "tools/arca/command.h"

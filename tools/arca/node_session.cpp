@@ -1,5 +1,5 @@
 // Logging on: see the header.
-#include "tools/arca/repository/node_session.h"
+#include "tools/arca/node_session.h"
 
 #include "agents/common/maint/mttiming.h"
 #include "client/base/crypto/hash.h"

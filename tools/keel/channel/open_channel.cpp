@@ -1,5 +1,5 @@
-// See channel.h.
-#include "tools/keel/channel/channel.h"
+// See open_channel.h.
+#include "tools/keel/channel/open_channel.h"
 
 #include "tools/keel/channel/context_channel.h"
 #include "tools/keel/channel/first_channel.h"
