@@ -68,6 +68,7 @@ TEST_F(KeelTest, WrongUseIsStatus2AndHelpIs0)
         {"backup", "p", "-i", "-", "--type", "tablespace"},
         {"backup", "p", "-i", "-", "--trace-level", "2"},
         {"restore", "p", "-o", "-", "--json"},
+        {"restore", "p", "-o", "/dev/stdout", "--json"},
         {"info", "p", "--optfile", std::string(1025, 'x')},
     };
     for (const auto &arguments : wrong)

@@ -1,6 +1,7 @@
 // keel restore: gives the stream of a piece back.
 #include "agents/common/maint/mttiming.h"
 #include "tools/common/progress.h"
+#include "tools/common/text.h"
 #include "tools/keel/channel/blocks.h"
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/channel/files.h"
@@ -10,6 +11,7 @@
 #include "tools/timing/timing.h"
 
 #include <memory>
+#include <unistd.h>
 
 namespace keel
 {
@@ -38,12 +40,15 @@ std::size_t fittingBlockSize(const Restore &restore, const Command &command)
 
 int run(const Restore &restore, const Command &command, Json &result)
 {
-    if (command.json && restore.output == "-")
-        throw UsageError("--json prints to standard output and needs --output FILE");
     checkBlockSize(command, restore.blockSize);
     result["name"] = restore.name;
     OutputFile output(restore.output,
                       restore.force ? tools::Existing::replace : tools::Existing::keep);
+    // By any name: -, /dev/stdout, the terminal.
+    if (command.json && output.isMixedWith(STDOUT_FILENO))
+        throw UsageError("--json prints to standard output, which " +
+                         tools::printable(restore.output) +
+                         " leads to, too; it needs an --output FILE of its own");
     const std::size_t blockSize = fittingBlockSize(restore, command);
     result["blockSize"] = blockSize;
     tools::Progress progress(restore.name, std::nullopt, command.quiet);

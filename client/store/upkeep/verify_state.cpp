@@ -6,7 +6,6 @@
 
 #include <cstdio>
 #include <fcntl.h>
-#include <fstream>
 #include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -93,11 +92,14 @@ void saveVerifyState(const std::string &directory, const std::string &nodeKey,
     (void)makeDirectoryAt(AT_FDCWD, directory.c_str());
     const std::string path = pathIn(directory, nodeKey);
     const std::string fresh = path + "." + std::to_string(getpid());
-    std::ofstream file(fresh, std::ios::binary | std::ios::trunc);
-    file << encodeVerifyState(state);
-    file.close();
-    if (!file || std::rename(fresh.c_str(), path.c_str()) != 0)
-        (void)std::remove(fresh.c_str());
+    blob::FileLayer &files = blob::systemFiles();
+    (void)files.unlink(fresh); // of a process that had the number before and was killed
+    auto file = files.create(fresh);
+    if (!file)
+        return;
+    if (!(*file)->write(viewOf(encodeVerifyState(state))) ||
+        std::rename(fresh.c_str(), path.c_str()) != 0)
+        (void)files.unlink(fresh);
 }
 
 } // namespace arca::store

@@ -108,6 +108,13 @@ OutputFile::OutputFile(const std::string &name, tools::Existing existing)
     setDirect(true);
 }
 
+bool OutputFile::isMixedWith(int descriptor) const
+{
+    struct stat own = {}, other = {};
+    return ::fstat(descriptor_, &own) == 0 && ::fstat(descriptor, &other) == 0 &&
+           own.st_dev == other.st_dev && own.st_ino == other.st_ino;
+}
+
 void OutputFile::fail(const char *what) const
 {
     failOn(name_, what, errno);
