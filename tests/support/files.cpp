@@ -58,16 +58,20 @@ void writeFile(const fs::path &path, std::string_view content)
         throw std::runtime_error("cannot write " + path.string());
 }
 
-void damageFiles(const std::filesystem::path &directory, std::size_t offset)
+void flipByte(const fs::path &path, std::ptrdiff_t offset, int bits)
 {
-    for (const auto &entry : std::filesystem::recursive_directory_iterator(directory)) {
-        if (!entry.is_regular_file())
-            continue;
-        std::string content = readFile(entry.path());
-        content.at(offset) = static_cast<char>(content.at(offset) ^ 1);
-        std::filesystem::permissions(entry.path(), std::filesystem::perms::owner_all);
-        writeFile(entry.path(), content);
-    }
+    std::string content = readFile(path);
+    char &byte = content.at(static_cast<std::size_t>(offset) + (offset < 0 ? content.size() : 0));
+    byte = static_cast<char>(byte ^ bits);
+    fs::permissions(path, fs::perms::owner_all);
+    writeFile(path, content);
+}
+
+void damageFiles(const fs::path &directory, std::size_t offset)
+{
+    for (const auto &entry : fs::recursive_directory_iterator(directory))
+        if (entry.is_regular_file())
+            flipByte(entry.path(), static_cast<std::ptrdiff_t>(offset));
 }
 
 std::string randomBytes(std::size_t count, std::uint64_t seed)

@@ -32,6 +32,9 @@ private:
 /// Throws std::runtime_error when the file cannot be written whole.
 void writeFile(const std::filesystem::path &path, std::string_view content);
 
+/// Changes these bits of a byte of the file; a negative offset counts from the end.
+void flipByte(const std::filesystem::path &path, std::ptrdiff_t offset, int bits = 1);
+
 /// Flips a bit of every file below the directory, at this offset.
 void damageFiles(const std::filesystem::path &directory, std::size_t offset = 70);
 

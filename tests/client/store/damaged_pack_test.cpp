@@ -28,21 +28,11 @@ protected:
         return stream;
     }
 
-    Result<void> store(const std::string &piece, const std::string &stream)
-    {
-        store::PieceDescription description;
-        description.name = nameOf(piece);
-        ARCA_TRY(const auto writer, space_->beginPiece(description));
-        ARCA_CHECK(writer->append(viewOf(stream)));
-        ARCA_CHECK(writer->finish());
-        return writer->commit();
-    }
-
     /// Returns the path of the pack that it was stored in.
     std::string storeInOwnPack(const std::string &piece, const std::string &stream)
     {
         const auto before = files_.paths();
-        EXPECT_TRUE(store(piece, stream));
+        EXPECT_TRUE(backUp(piece, stream));
         const auto blobs = added(before);
         EXPECT_EQ(blobs.size(), 2U) << "a pack and a manifest";
         return blobs.empty() ? std::string() : blobs.front();
@@ -81,11 +71,6 @@ protected:
         }
         EXPECT_TRUE((*writer)->commit() && files_.unlink(path));
         return "/r/" + domain.packs().blobNameOf((*writer)->which());
-    }
-
-    Result<store::ReclaimTotals> reclaimAll()
-    {
-        return store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
     }
 
     bool restores(const std::string &piece, const std::string &stream)
@@ -144,7 +129,7 @@ TEST_F(DamagedPack, IsNotCountedOnOnceItWasFound)
         EXPECT_EQ(records(), 1U);
         ASSERT_TRUE(open()) << "another process";
         const auto before = files_.paths();
-        ASSERT_TRUE(store("new", stream));
+        ASSERT_TRUE(backUp("new", stream));
         EXPECT_EQ(added(before).size(), 2U) << "its blocks are stored again";
         EXPECT_TRUE(restores("new", stream));
         EXPECT_FALSE(restores("old", stream));
@@ -171,7 +156,7 @@ TEST_F(DamagedPack, IsMendedFromWhatALaterBackupStored)
     EXPECT_EQ(lost, std::vector<std::string>{"/fs//old"});
     EXPECT_EQ(records(), 2U);
 
-    ASSERT_TRUE(store("half", stream));
+    ASSERT_TRUE(backUp("half", stream));
     lost.clear();
     const store::RepairOutcome partly = mend(&lost);
     EXPECT_EQ(partly.mendedPacks, 1U);
@@ -181,7 +166,7 @@ TEST_F(DamagedPack, IsMendedFromWhatALaterBackupStored)
     EXPECT_EQ(records(), 1U) << "of the blocks that are missing";
 
     ASSERT_TRUE(open()) << "another process";
-    ASSERT_TRUE(store("rest", other));
+    ASSERT_TRUE(backUp("rest", other));
     lost.clear();
     EXPECT_EQ(mend(&lost).lostBlocks, 0U);
     EXPECT_TRUE(lost.empty());
@@ -198,7 +183,7 @@ TEST_F(DamagedPack, IsMendedOnlyWhenNobodyFromBeforeReadsIt)
     flip(storeInOwnPack("old", stream), 300'000);
     EXPECT_EQ(packsFoundDamaged(), 1U);
     ASSERT_TRUE(open());
-    ASSERT_TRUE(store("new", stream));
+    ASSERT_TRUE(backUp("new", stream));
     const auto info = space_->find(nameOf("new"));
     auto reader = space_->openPiece((*info)->id);
     ASSERT_TRUE(reader);
@@ -221,7 +206,7 @@ TEST_F(DamagedPack, SurvivesARepairThatStopsAnywhere)
     flip(storeInOwnPack("old", stream), 300'000);
     EXPECT_EQ(packsFoundDamaged(), 1U);
     ASSERT_TRUE(open());
-    ASSERT_TRUE(store("new", stream));
+    ASSERT_TRUE(backUp("new", stream));
     const auto start = files_.snapshot();
     for (int failing = 1, done = false; !done; failing += 3) {
         ASSERT_LT(failing, 2000);
@@ -241,10 +226,7 @@ TEST_F(DamagedPack, SurvivesARepairThatStopsAnywhere)
         EXPECT_EQ(again.lostBlocks, 0U);
         EXPECT_TRUE(restores("old", stream));
         EXPECT_EQ(records(), 0U);
-        space_.reset();
-        repository_.reset();
-        files_.putBack(start);
-        ASSERT_TRUE(open());
+        putBack(start);
     }
 }
 
@@ -256,13 +238,13 @@ TEST_F(DamagedPack, ThatContradictsAnIdentityStaysNotedWhateverWritesItAgain)
     const std::string pack = forge(storeInOwnPack("old", stream + other), Wrong::last);
     flip(pack, 300'000);
     EXPECT_EQ(packsFoundDamaged(), 1U);
-    ASSERT_TRUE(store("half", stream));
+    ASSERT_TRUE(backUp("half", stream));
     std::vector<std::string> lost;
     EXPECT_EQ(mend(&lost).mendedPacks, 1U) << "the frame that was flipped";
     EXPECT_EQ(lost, std::vector<std::string>{"/fs//old"});
     EXPECT_EQ(records(), 1U) << "of the block that is wrong still";
     EXPECT_EQ(mend().mendedPacks, 0U) << "nothing can be gained";
-    ASSERT_TRUE(store("rest", other));
+    ASSERT_TRUE(backUp("rest", other));
     EXPECT_TRUE(restores("rest", other)) << "it counts on the wrong block";
     EXPECT_EQ(mend().lostBlocks, 0U);
     EXPECT_TRUE(restores("old", stream + other));
@@ -271,14 +253,13 @@ TEST_F(DamagedPack, ThatContradictsAnIdentityStaysNotedWhateverWritesItAgain)
 
     const std::string few = stream.substr(0, 300'000);
     const std::string mostlyDead = storeInOwnPack("old", stream + other);
-    ASSERT_TRUE(store("few", few) && remove("old"));
+    ASSERT_TRUE(backUp("few", few) && remove("old"));
     forge(mostlyDead, Wrong::first);
-    const auto totals = reclaimAll();
-    ASSERT_TRUE(totals) << totals.error().text;
-    EXPECT_EQ(totals->rewrittenPacks, 0U);
-    EXPECT_EQ(totals->damagedPacks.size(), 1U);
+    const auto totals = reclaimed();
+    EXPECT_EQ(totals.rewrittenPacks, 0U);
+    EXPECT_EQ(totals.damagedPacks.size(), 1U);
     EXPECT_EQ(records(), 1U) << "reclaiming found it";
-    ASSERT_TRUE(store("again", few));
+    ASSERT_TRUE(backUp("again", few));
     EXPECT_TRUE(restores("again", few));
 }
 
@@ -288,15 +269,14 @@ TEST_F(DamagedPack, ThatLacksBlocksStaysNoted)
     const std::string stream = noise('n') + noise('o');
     const std::string start = stream.substr(0, 500'000);
     flip(storeInOwnPack("old", stream), 300'000);
-    ASSERT_TRUE(store("start", start));
+    ASSERT_TRUE(backUp("start", start));
     EXPECT_EQ(packsFoundDamaged(), 1U);
-    ASSERT_TRUE(store("part", stream.substr(0, 350'000)));
+    ASSERT_TRUE(backUp("part", stream.substr(0, 350'000)));
     EXPECT_EQ(mend().mendedPacks, 1U);
     EXPECT_EQ(records(), 1U);
     ASSERT_TRUE(remove("old") && remove("part"));
-    const auto totals = reclaimAll();
-    ASSERT_TRUE(totals) << totals.error().text;
-    EXPECT_EQ(totals->rewrittenPacks, 1U);
+    const auto totals = reclaimed();
+    EXPECT_EQ(totals.rewrittenPacks, 1U);
     const std::function<void()> finders[] = {
         [] {},                                           // reclaiming itself
         [&] { EXPECT_FALSE(restores("start", start)); }, // a restore
@@ -311,7 +291,7 @@ TEST_F(DamagedPack, ThatLacksBlocksStaysNoted)
             }
     }
     (void)store::verify(*space_, {}, {});
-    ASSERT_TRUE(store("again", start));
+    ASSERT_TRUE(backUp("again", start));
     EXPECT_EQ(mend().lostBlocks, 0U);
     EXPECT_TRUE(restores("start", start));
 }
@@ -324,15 +304,14 @@ TEST_F(DamagedPack, ThatTheDiskFailsToReadHoldsUpNothingElse)
     flip(storeInOwnPack("old", stream), 300'000);
     flip(bad, 300'000);
     EXPECT_EQ(packsFoundDamaged(), 2U);
-    ASSERT_TRUE(store("new", stream));
+    ASSERT_TRUE(backUp("new", stream));
     for (const Broken how : {Broken::reading, Broken::opening}) {
         files_.breakFile(bad, how);
         const store::RepairOutcome outcome = mend();
         EXPECT_EQ(outcome.stuckPacks, 1U);
         EXPECT_TRUE(restores("old", stream));
-        const auto totals = reclaimAll();
-        ASSERT_TRUE(totals) << totals.error().text;
-        EXPECT_EQ(totals->damagedPacks.size(), 1U);
+        const auto totals = reclaimed();
+        EXPECT_EQ(totals.damagedPacks.size(), 1U);
         for (const std::string &path : files_.paths())
             EXPECT_FALSE(path.starts_with("/r/removed/")) << "it frees what is dead";
     }

@@ -67,7 +67,7 @@ TEST_F(LateChange, MeetsWhatWasDecidedWhileItSlept)
                 EXPECT_TRUE(work.run(*this));
             }
             EXPECT_EQ(state(), work.after);
-            EXPECT_TRUE(store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run());
+            EXPECT_TRUE(reclaimAll());
             EXPECT_EQ(state(), work.after);
             restoreStart();
         }

@@ -73,10 +73,7 @@ TEST_F(LatePiece, BroughtBackWhileAnotherOneComesUnderItsNameBecomesInactive)
             repair(*space_);
             EXPECT_EQ(state(), replaced ? " kept2 (kept)" : " kept3 (kept)");
             EXPECT_TRUE(isSound());
-            space_.reset();
-            repository_.reset();
-            files_.putBack(begun);
-            EXPECT_TRUE(open());
+            putBack(begun);
             return met;
         });
 }

@@ -12,6 +12,7 @@
 #include "client/store/upkeep/blob_removal.h"
 #include "client/store/upkeep/reclaim.h"
 #include "client/store/upkeep/repair.h"
+#include "tests/support/child.h"
 #include "tests/support/files.h"
 #include "tools/common/signals.h"
 
@@ -27,7 +28,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -36,60 +36,8 @@ namespace
 
 using namespace arca;
 using blob::DirectoryStore;
-
-/// A forked process; `work` writes a byte when it is where the test wants it.
-class Child
-{
-public:
-    explicit Child(const std::function<void(int told)> &work)
-    {
-        int ends[2] = {-1, -1};
-        if (pipe(ends) != 0)
-            throw std::runtime_error("pipe");
-        pid = fork();
-        if (pid == 0) {
-            close(ends[0]);
-            work(ends[1]);
-            _exit(0);
-        }
-        close(ends[1]);
-        told = ends[0];
-    }
-    Child(const Child &) = delete;
-    Child &operator=(const Child &) = delete;
-    ~Child()
-    {
-        close(told);
-        end(SIGKILL);
-    }
-    /// What the child told; empty when it ended first.
-    std::string hear() const
-    {
-        char said[32] = "";
-        const ssize_t got = read(told, said, sizeof said);
-        return {said, got > 0 ? static_cast<std::size_t>(got) : 0};
-    }
-    void end(int signal)
-    {
-        if (!ended_) {
-            kill(pid, signal);
-            waitpid(pid, nullptr, 0);
-        }
-        ended_ = true;
-    }
-
-    pid_t pid = -1;
-    int told = -1;
-
-private:
-    bool ended_ = false;
-};
-
-void tell(int told, const std::string &what)
-{
-    if (write(told, what.data(), what.size()) < 0)
-        _exit(1);
-}
+using keel::test::Child;
+using keel::test::tell;
 
 class LockTest : public testing::Test
 {

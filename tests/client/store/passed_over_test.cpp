@@ -20,12 +20,8 @@ protected:
     /// Stores a piece as a session does it, with a note. Returns its identifier, 0 after a failure.
     store::PieceId put(const std::string &piece, char seed)
     {
-        store::PieceDescription description;
-        description.name = nameOf(piece);
-        const auto writer = space_->beginPiece(description);
-        const bool stored = writer && (*writer)->append(viewOf(streamOf(seed, 3000))) &&
-                            (*writer)->finish() && space_->commit(**writer, registration_);
-        return stored ? (*writer)->id() : 0;
+        const auto writer = finished(piece, streamOf(seed, 3000));
+        return writer && space_->commit(**writer, registration_) ? (*writer)->id() : 0;
     }
     store::PieceId putInactive(const std::string &piece, char seed)
     {
@@ -46,6 +42,16 @@ protected:
     std::string activeFile(store::PieceId id)
     {
         return fileUnder("pieces", digits(id).substr(0, 8));
+    }
+    /// How many events the log shows, and how much of it cannot be read.
+    std::pair<std::size_t, std::size_t> events()
+    {
+        const auto seal = store::LogSeal::of(space_->dataKey());
+        auto reader = store::ActivityReader::open(repository_->blobs(), {}, "node", *seal);
+        std::size_t shown = 0;
+        for (auto event = reader->next(); event && *event; event = reader->next())
+            ++shown;
+        return {shown, reader->unreadable()};
     }
     store::Stock stock() { return *store::Inventory(space_->domain()).check(); }
     Names removed()
@@ -108,14 +114,7 @@ TEST_F(PassedOver, ABlobThatTheDiskFailsToReadHoldsUpNothingElse)
         ASSERT_TRUE(log.append({store::Severity::error, "node", {}, {}, text}));
     const std::string plan = "changes/" + key + "/00000000000000aa.plan";
     ASSERT_TRUE(blob::putWhole(repository_->blobs(), plan, Bytes(100)));
-    const auto logged = [&] {
-        auto reader = store::ActivityReader::open(repository_->blobs(), {}, "node", *seal);
-        std::size_t lines = 0;
-        for (auto event = reader->next(); event && *event; event = reader->next())
-            ++lines;
-        EXPECT_EQ(reader->unreadable(), 1U);
-        return lines == 1;
-    };
+    const auto logged = [&] { return events() == std::pair<std::size_t, std::size_t>(1, 1); };
     const std::pair<std::string, std::function<bool()>> cases[] = {
         {"/r/" + plan, [&] { return backUp("z", 'z', 100) && restore("z") && remove("z"); }},
         {fileUnder("inventory", key),
@@ -151,11 +150,7 @@ TEST_F(PassedOver, ADamagedLogIsNamedAndACopyOfItCountsOnce)
     std::string &content = files_.contentOf(fileUnder("log", "/"));
     for (const char *name : {"log/20261121/083100-0000000000000001", "log/29991231/000000-00"})
         ASSERT_TRUE(blob::putWhole(repository_->blobs(), name, viewOf(content)));
-    auto reader = store::ActivityReader::open(repository_->blobs(), {}, "node", *seal);
-    std::size_t events = 0;
-    for (auto event = reader->next(); event && *event; event = reader->next())
-        ++events;
-    EXPECT_EQ(events, 2U);
+    EXPECT_EQ(events().first, 2U);
     EXPECT_TRUE(isSound());
     content[content.size() - 5] = content[content.size() - 5] == '0' ? '1' : '0';
     EXPECT_EQ(store::verify(*space_, {}, {})->hurtRecords, 1U);

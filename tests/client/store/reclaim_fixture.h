@@ -58,25 +58,26 @@ protected:
     {
         space_.reset();
         store_ = std::make_unique<blob::DirectoryStore>("/r", files_);
-        auto key = SecretKey::from(key_);
-        auto opened = store::NodeSpace::open(*store_, "node", std::move(key).value(),
-                                             engine::RecordForm::keyed);
-        space_ = std::move(opened).value();
+        space_ = spaceOver(*store_);
+    }
+    std::unique_ptr<store::NodeSpace> spaceOver(blob::BlobStore &blobs) const
+    {
+        return store::NodeSpace::open(blobs, "node", SecretKey::from(key_).value(),
+                                      engine::RecordForm::keyed)
+            .value();
     }
 
-    void startAgain()
+    void startAgain() { putBack(start_); }
+    void putBack(const std::shared_ptr<MemoryFiles::Node> &snapshot)
     {
         space_.reset();
-        files_.putBack(start_);
+        files_.putBack(snapshot);
         open();
     }
     /// The node as another host sees it.
     struct OtherHost {
         explicit OtherHost(ReclaimTest &test)
-            : files(test.files_), blobs("/r", files),
-              space(store::NodeSpace::open(blobs, "node", SecretKey::from(test.key_).value(),
-                                           engine::RecordForm::keyed)
-                        .value())
+            : files(test.files_), blobs("/r", files), space(test.spaceOver(blobs))
         {
         }
         AnotherHost files;
@@ -119,20 +120,22 @@ protected:
             SCOPED_TRACE(n);
             startAgain();
             blob::DirectoryStore elsewhere("/r", files_);
-            auto key = SecretKey::from(key_);
-            const auto other = store::NodeSpace::open(elsewhere, "node", std::move(key).value(),
-                                                      engine::RecordForm::keyed);
-            const auto done = ours([&] { files_.runBefore(n, [&] { theirs(**other); }); });
+            const auto other = spaceOver(elsewhere);
+            const auto done = ours([&] { files_.runBefore(n, [&] { theirs(*other); }); });
             came = files_.hasRun();
             files_.runBefore(0, nullptr);
             after(done);
         }
     }
 
+    static store::ObjectName nameOf(const std::string &piece)
+    {
+        return {"/fs", "/", "/" + piece, 1};
+    }
     std::unique_ptr<store::PieceWriter> begin(const std::string &piece, const std::string &stream)
     {
         store::PieceDescription description;
-        description.name = {"/fs", "/", "/" + piece, 1};
+        description.name = nameOf(piece);
         auto writer = space_->beginPiece(description);
         EXPECT_TRUE(writer && (*writer)->append(viewOf(stream)));
         return std::move(writer).value();
@@ -149,7 +152,7 @@ protected:
     }
     bool remove(const std::string &piece)
     {
-        const auto found = space_->find(store::ObjectName{"/fs", "/", "/" + piece, 1});
+        const auto found = space_->find(nameOf(piece));
         const auto removed = found && *found
                                  ? space_->remove((*found)->id)
                                  : Result<void>(Error{ErrorKind::notFound, "no " + piece});
@@ -158,7 +161,7 @@ protected:
     }
     void expectPiece(const std::string &piece, const std::string &stream)
     {
-        const auto found = space_->find(store::ObjectName{"/fs", "/", "/" + piece, 1});
+        const auto found = space_->find(nameOf(piece));
         SCOPED_TRACE(piece);
         ASSERT_TRUE(found && *found);
         expectPiece((*found)->id, stream);

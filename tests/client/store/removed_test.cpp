@@ -22,10 +22,6 @@ using test::ReclaimTest;
 class RemovedTest : public ReclaimTest
 {
 protected:
-    static store::ObjectName nameOf(const std::string &piece)
-    {
-        return {"/fs", "/", "/" + piece, 1};
-    }
     PieceId idOf(const std::string &piece)
     {
         const auto found = space_->find(nameOf(piece));
@@ -178,9 +174,7 @@ TEST_F(RemovedTest, WhereverItStopsNothingIsLost)
     for (const auto &[what, id, stream, act] : acts) {
         for (int n = 1; !HasFailure(); ++n) {
             SCOPED_TRACE(std::string(what) + " stops at " + std::to_string(n));
-            space_.reset();
-            files_.putBack(start_);
-            open();
+            startAgain();
             files_.stopAt(n);
             const bool done = act(*space_);
             const bool came = files_.hasFailed();
@@ -231,9 +225,7 @@ TEST_F(RemovedTest, PiecesThatAreMissingStopReclaimingUntilTheyAreTakenAsLost)
         EXPECT_EQ(refusal(kAtOnce), ErrorKind::damaged);
         EXPECT_EQ(verified().missing, 2U);
         EXPECT_FALSE(store::Reclaim(*space_, kAtOnce).plan());
-        space_.reset();
-        files_.putBack(whole);
-        open();
+        putBack(whole);
     }
     EXPECT_EQ(verified().missing, 0U);
     expectPiece("more", blocks(4, 90));
@@ -256,9 +248,7 @@ TEST_F(RemovedTest, MoreThanAStatedShareIsFreedOnlyWithARemovalThatExplainsIt)
     EXPECT_GT(reclaim({.maxFreed = 100}).freedBytes, 0U);
     EXPECT_EQ(packs(), 0U);
 
-    space_.reset();
-    files_.putBack(start_);
-    open();
+    startAgain();
     ASSERT_TRUE(remove("few"));
     EXPECT_GT(reclaim({.grace = 0, .maxFreed = 0}).freedBytes, 0U) << "explained by removals";
 }
@@ -401,9 +391,7 @@ TEST_F(RemovedTest, LeftoversOfARemovalNeitherHideThePieceNorCountAsIt)
     const auto whole = files_.snapshot();
     ASSERT_TRUE(files_.unlink(path));
     EXPECT_EQ(verified().missing, 1U) << "it was never noted as gone";
-    space_.reset();
-    files_.putBack(whole);
-    open();
+    putBack(whole);
     leave(std::int64_t{1} << 40, true);
     ASSERT_TRUE(remove("few"));
     EXPECT_EQ(removed(*space_), (Names{"big", "few", "other"}));
@@ -466,9 +454,7 @@ TEST_F(RemovedTest, APieceOfTheQuarantineComesBackOrIsGivenUp)
         reclaim();
         expectPiece(few, few_);
         EXPECT_EQ(verified().hurt(), 0U);
-        space_.reset();
-        files_.putBack(whole);
-        open();
+        putBack(whole);
     }
     const std::string aside = setAside();
     reclaim();

@@ -254,10 +254,9 @@ TEST_P(DamagedManifest, HoldsUpNothingElse)
     bad[GetParam()] ^= 0x10;
     ASSERT_FALSE(restore("bad"));
 
-    auto totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
-    ASSERT_TRUE(totals) << totals.error().text;
-    EXPECT_EQ(totals->deadPacks, 0U) << "it may need any of them";
-    EXPECT_EQ(totals->damagedManifests.size(), 1U);
+    auto totals = reclaimed();
+    EXPECT_EQ(totals.deadPacks, 0U) << "it may need any of them";
+    EXPECT_EQ(totals.damagedManifests.size(), 1U);
 
     const auto judged = space_->domain().blobs().open(blobs[1].substr(3));
     ASSERT_TRUE(judged);
@@ -268,10 +267,9 @@ TEST_P(DamagedManifest, HoldsUpNothingElse)
     expectPiece("bad", 'n', 2000);
     ASSERT_TRUE(backUp("later", 'l', 3000));
     ASSERT_TRUE(remove("later"));
-    totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
-    ASSERT_TRUE(totals) << totals.error().text;
-    EXPECT_EQ(totals->deadPacks, 1U) << "the pack that came later";
-    EXPECT_EQ(totals->damagedManifests.size(), 1U) << "it is in the quarantine";
+    totals = reclaimed();
+    EXPECT_EQ(totals.deadPacks, 1U) << "the pack that came later";
+    EXPECT_EQ(totals.damagedManifests.size(), 1U) << "it is in the quarantine";
     EXPECT_EQ(store::verify(*space_, {}, {})->hurt(), 1U) << "and cannot be restored";
 
     // A name is taken to the letter: whatever leads elsewhere, or somewhere in another way, is
@@ -284,13 +282,12 @@ TEST_P(DamagedManifest, HoldsUpNothingElse)
         EXPECT_TRUE(!removed && removed.error().kind == ErrorKind::badArgument) << name;
     }
 
-    const std::string aside = totals->damagedManifests.begin()->c_str();
+    const std::string aside = totals.damagedManifests.begin()->c_str();
     EXPECT_FALSE(store::removeBlob(*space_, blobs[1].substr(3))) << "is sound by now";
     ASSERT_TRUE(store::removeBlob(*space_, aside));
-    totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
-    ASSERT_TRUE(totals) << totals.error().text;
-    EXPECT_EQ(totals->damagedManifests.size(), 0U);
-    EXPECT_EQ(totals->deadPacks, 3U) << "those of bad, older and gone";
+    totals = reclaimed();
+    EXPECT_EQ(totals.damagedManifests.size(), 0U);
+    EXPECT_EQ(totals.deadPacks, 3U) << "those of bad, older and gone";
     EXPECT_TRUE(isSound());
     expectPiece("bad", 'n', 2000);
     expectPiece("kept", 'k', 5000);
@@ -306,14 +303,12 @@ TEST_F(StoreDamage, ADamagedPackHoldsUpNothingElse)
     files_.contentOf(pack)[8] ^= 0x10; // of its version
     EXPECT_NE(store::verify(*space_, {}, {})->recorded, 0U);
     EXPECT_EQ(store::verify(*space_, {.readData = true}, {})->recorded, 0U) << "it was before";
-    auto totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
-    ASSERT_TRUE(totals) << totals.error().text;
-    EXPECT_EQ(totals->deadPacks, 1U) << "that of a piece that is gone";
-    EXPECT_EQ(totals->damagedPacks.size(), 1U);
+    auto totals = reclaimed();
+    EXPECT_EQ(totals.deadPacks, 1U) << "that of a piece that is gone";
+    EXPECT_EQ(totals.damagedPacks.size(), 1U);
     ASSERT_TRUE(remove("bad"));
-    totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
-    ASSERT_TRUE(totals) << totals.error().text;
-    EXPECT_EQ(totals->deadPacks, 1U) << "the damaged one, which nothing needs";
+    totals = reclaimed();
+    EXPECT_EQ(totals.deadPacks, 1U) << "the damaged one, which nothing needs";
     expectPiece("kept", 'k', 5000);
 }
 
@@ -336,15 +331,12 @@ TEST_F(StoreDamage, ADamagedMarkStopsNoBackup)
     ASSERT_TRUE(space_->rename(nameOf("kept"), nameOf("moved")));
     expectPiece("moved", 'k', 5000);
     const std::string bad = mark();
-    store::PieceDescription description;
-    description.name = nameOf("slow");
-    auto slow = space_->beginPiece(description);
-    const auto run = [&] { return *store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run(); };
-    auto totals = run();
+    auto slow = begin("slow");
+    auto totals = reclaimed();
     EXPECT_EQ("/r/" + totals.damagedMark, bad);
     EXPECT_EQ(totals.deadPacks, 0U) << "a stream from before lives";
     (void)slow->reset();
-    totals = run();
+    totals = reclaimed();
     EXPECT_EQ(totals.damagedMark, "");
     EXPECT_GT(totals.deadPacks, 0U);
     const auto after = files_.paths();
@@ -357,9 +349,7 @@ TEST_F(StoreDamage, ADamagedMarkStopsNoBackup)
 TEST_F(StoreDamage, AFoundMarkFreesNoPackOfALostManifest)
 {
     ASSERT_TRUE(reclaim());
-    store::PieceDescription description;
-    description.name = nameOf("slow");
-    auto slow = space_->beginPiece(description);
+    auto slow = begin("slow");
     ASSERT_TRUE(backUp("old", 'o', 300) && remove("old"));
     ASSERT_EQ(store::Reclaim(*space_, {.grace = 0}).run()->waitingPacks, 1U);
     (void)slow->reset();
@@ -379,7 +369,7 @@ TEST_F(StoreDamage, AFoundMarkFreesNoPackOfALostManifest)
         const auto done = store::Reclaim(*space_, {.grace = 0}).run();
         EXPECT_TRUE(!done && done.error().kind == ErrorKind::damaged);
         EXPECT_EQ(files_.paths(), before) << "nothing was freed";
-        ASSERT_TRUE(store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run());
+        ASSERT_TRUE(reclaimAll());
     }
 }
 
@@ -391,10 +381,9 @@ TEST_F(StoreDamage, AManifestThatTheDiskFailsToReadHoldsUpNothingElse)
     const std::string bad = added(before).back();
     for (const Broken how : {Broken::opening, Broken::reading}) {
         files_.breakFile(bad, how);
-        const auto totals = store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
-        ASSERT_TRUE(totals) << totals.error().text;
-        EXPECT_EQ(totals->damagedManifests.size(), 1U);
-        EXPECT_EQ(totals->deadPacks, 0U) << "it may need any of them";
+        const auto totals = reclaimed();
+        EXPECT_EQ(totals.damagedManifests.size(), 1U);
+        EXPECT_EQ(totals.deadPacks, 0U) << "it may need any of them";
         std::vector<std::string> lost;
         store::RepairWatcher watcher;
         watcher.lostPiece = [&](const store::LostPiece &piece) { lost.push_back(piece.name); };

@@ -72,14 +72,34 @@ protected:
         return {"/fs", "/", "/" + piece, 1};
     }
 
-    Result<void> backUp(const std::string &piece, char seed, std::size_t length)
+    /// A stream that is open.
+    Result<std::unique_ptr<store::PieceWriter>> begin(const std::string &piece,
+                                                      const char *info = "",
+                                                      std::span<const store::PieceId> replaced = {})
     {
         store::PieceDescription description;
         description.name = nameOf(piece);
-        ARCA_TRY(const auto writer, space_->beginPiece(description));
-        ARCA_CHECK(writer->append(viewOf(streamOf(seed, length))));
+        description.info = info;
+        return space_->beginPiece(description, replaced);
+    }
+    /// One that is sent, and not committed yet.
+    Result<std::unique_ptr<store::PieceWriter>>
+    finished(const std::string &piece, const std::string &stream, const char *info = "",
+             std::span<const store::PieceId> replaced = {})
+    {
+        ARCA_TRY(auto writer, begin(piece, info, replaced));
+        ARCA_CHECK(writer->append(viewOf(stream)));
         ARCA_CHECK(writer->finish());
+        return writer;
+    }
+    Result<void> backUp(const std::string &piece, const std::string &stream)
+    {
+        ARCA_TRY(const auto writer, finished(piece, stream));
         return writer->commit();
+    }
+    Result<void> backUp(const std::string &piece, char seed, std::size_t length)
+    {
+        return backUp(piece, streamOf(seed, length));
     }
 
     Result<void> remove(const std::string &piece)
@@ -182,9 +202,20 @@ protected:
         return {};
     }
 
+    Result<store::ReclaimTotals> reclaimAll()
+    {
+        return store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run();
+    }
+    /// The same; the test fails when it does.
+    store::ReclaimTotals reclaimed()
+    {
+        const auto totals = reclaimAll();
+        EXPECT_TRUE(totals) << totals.error().text;
+        return totals ? *totals : store::ReclaimTotals();
+    }
     Result<void> reclaim()
     {
-        ARCA_TRY(const auto totals, store::Reclaim(*space_, {.grace = 0, .maxFreed = 100}).run());
+        ARCA_TRY(const auto totals, reclaimAll());
         // What cannot be read is named, and may need the pack.
         EXPECT_TRUE(totals.deadPacks + totals.waitingPacks == 1 || !totals.damagedPacks.empty() ||
                     !totals.damagedManifests.empty());
@@ -205,11 +236,7 @@ protected:
         std::vector<std::unique_ptr<store::PieceWriter>> writers;
         std::vector<store::NodeSpace::Sent> sent;
         for (const Known &piece : {kKnown[1], kKnown[2]}) {
-            store::PieceDescription description;
-            description.name = nameOf(piece.name);
-            ARCA_TRY(auto writer, space_->beginPiece(description));
-            ARCA_CHECK(writer->append(viewOf(streamOf(piece.seed, piece.length))));
-            ARCA_CHECK(writer->finish());
+            ARCA_TRY(auto writer, finished(piece.name, streamOf(piece.seed, piece.length)));
             sent.push_back({writer.get(), registration_});
             writers.push_back(std::move(writer));
         }
@@ -227,13 +254,7 @@ protected:
     Result<std::unique_ptr<store::PieceWriter>> successor(char seed, const char *info)
     {
         ARCA_TRY(const auto kept, space_->find(nameOf("kept")));
-        store::PieceDescription description;
-        description.name = nameOf("kept");
-        description.info = info;
-        ARCA_TRY(auto writer, space_->beginPiece(description, std::span(&kept->id, 1)));
-        ARCA_CHECK(writer->append(viewOf(streamOf(seed, 4100))));
-        ARCA_CHECK(writer->finish());
-        return writer;
+        return finished("kept", streamOf(seed, 4100), info, std::span(&kept->id, 1));
     }
     /// Another piece of the name comes and the old one goes, or becomes inactive, in one step.
     Result<void> replace(Old becomes)
@@ -317,9 +338,13 @@ protected:
             EXPECT_FALSE(path.starts_with("/r/tmp/") || path.starts_with("/r/changes/") ||
                          path.starts_with("/r/grants/"))
                 << path << " was left behind";
+        putBack(start_);
+    }
+    void putBack(const std::shared_ptr<MemoryFiles::Node> &snapshot)
+    {
         space_.reset();
         repository_.reset();
-        files_.putBack(start_);
+        files_.putBack(snapshot);
         ASSERT_TRUE(open());
     }
 

@@ -122,23 +122,6 @@ INSTANTIATE_TEST_SUITE_P(OfWhatIsNotSynced, PowerLoss,
                                          MemoryFiles::Loss::namesUnsynced),
                          nameOfLoss);
 
-TEST_F(StoreFaults, LeftoversOfTheDeadGoAndThoseOfTheLivingStay)
-{
-    store::PieceDescription description;
-    description.name = nameOf("slow");
-    auto living = space_->beginPiece(description);
-    ASSERT_TRUE(living);
-    ASSERT_TRUE((*living)->append(viewOf(streamOf('s', 100))));
-    ASSERT_TRUE(files_.create("/r/tmp/1-0123456789abcdef")); // nobody holds its lock
-
-    auto other = store::Repository::open(blobs(), "test");
-    ASSERT_TRUE(other && (*other)->blobs().removeLeftovers());
-    EXPECT_FALSE(files_.open("/r/tmp/1-0123456789abcdef"));
-    ASSERT_TRUE((*living)->finish());
-    ASSERT_TRUE((*living)->commit());
-    expectPiece("slow", 's', 100);
-}
-
 TEST_F(StoreFaults, ARemovalNeverTakesThePieceThatReplacedTheOneMeant)
 {
     const std::string prefix = "/r/";
