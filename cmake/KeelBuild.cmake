@@ -48,6 +48,28 @@ if(KEEL_COVERAGE)
   add_link_options(--coverage)
 endif()
 
+# The C library that the products are linked against: scripts/install-sysroot. What a sanitizer watches has to be the
+# machine's own.
+set(KEEL_SYSROOT "${CMAKE_SOURCE_DIR}/build/sysroot")
+if(KEEL_SANITIZE OR KEEL_COVERAGE OR NOT EXISTS "${KEEL_SYSROOT}/complete")
+  set(KEEL_SYSROOT "")
+endif()
+
+# keel_old_libc(TARGET [MATH]): lets a product load where the C library is old. MATH: it uses exp, log or pow.
+function(keel_old_libc target)
+  if(NOT KEEL_SYSROOT)
+    return()
+  endif()
+  target_sources(${target} PRIVATE $<TARGET_OBJECTS:keel_libc>)
+  if(ARGN STREQUAL "MATH")
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:keel_libc_math>)
+  endif()
+  set(libraries "${KEEL_SYSROOT}/usr/lib/x86_64-linux-gnu")
+  # The names of functions that moved into the C library since then are in these three.
+  target_link_options(${target} PRIVATE "LINKER:--sysroot=${KEEL_SYSROOT}" "-B${libraries}/" "-L${libraries}")
+  target_link_libraries(${target} PRIVATE -Wl,--as-needed -lpthread -ldl -lm)
+endfunction()
+
 # keel_component(VARIABLE DIRECTORY): the package that a directory of the installation belongs to.
 function(keel_component variable directory)
   if(directory MATCHES "^oracle/")
@@ -57,7 +79,7 @@ function(keel_component variable directory)
   endif()
 endfunction()
 
-# keel_foreign_library(TARGET OUTPUT_NAME DIRECTORY EXPORTS)
+# keel_foreign_library(TARGET OUTPUT_NAME DIRECTORY EXPORTS [MATH])
 # Makes a shared library fit to be loaded by a database: it exports what the file EXPORTS lists and nothing
 # else, and brings its own C++ runtime, hidden, so that an older one in the host does no harm. A sanitizer
 # needs the shared runtime to see its own interceptors.
@@ -74,13 +96,21 @@ function(keel_foreign_library target output directory exports)
   if(NOT KEEL_SANITIZE)
     target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc "LINKER:-z,defs")
   endif()
+  keel_old_libc(${target} ${ARGN})
   keel_component(component "${directory}")
   install(TARGETS ${target} LIBRARY DESTINATION "${KEEL_CLIENT_ROOT}/${directory}" COMPONENT ${component})
 endfunction()
 
-# keel_program(TARGET COMPONENT): a program people run, laid out beside the libraries. It writes its pages of the
+# keel_program(TARGET COMPONENT [MATH]): a program people run, laid out beside the libraries. It writes its pages of the
 # manual and its completions for shells itself.
 function(keel_program target component)
+  if(NOT KEEL_SANITIZE)
+    target_link_options(${target} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
+  keel_old_libc(${target} ${ARGN})
+  if(KEEL_SYSROOT)
+    target_sources(${target} PRIVATE $<TARGET_OBJECTS:keel_libc_random>)
+  endif()
   set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${KEEL_STAGE}/bin")
   set(share "${CMAKE_BINARY_DIR}/share/${target}")
   add_custom_command(TARGET ${target} POST_BUILD
