@@ -156,18 +156,18 @@ TEST_F(ExpireTest, WhatIsBoundToADamagedClassStaysAndNothingElseDoes)
     EXPECT_EQ(arca({"rm", "--blob", blob, "--yes"}).status, 0);
     EXPECT_EQ(arca({"class", "list"}).status, 0);
 
-    // The record of a filespace takes all that lies in it along, and says so.
+    // A damaged record of a filespace keeps nothing of it out of reach; rm --blob takes along all
+    // that lies in it, and says so.
     const auto space = stored("filespaces").back();
     bytes = readFile(space);
     bytes.at(20) ^= 1;
     writeFile(space, bytes);
     const std::string named = space.lexically_relative(installation_.repository());
-    for (const Words &verb : {Words{"ls"}, Words{"verify"}}) {
-        const ProgramResult refused = arca(verb);
-        EXPECT_EQ(refused.status, 1);
-        EXPECT_NE((refused.out + refused.err).find("arca rm --blob " + named), std::string::npos)
-            << refused.out << refused.err;
-    }
+    EXPECT_EQ(arca({"ls"}).status, 0);
+    const ProgramResult verified = arca({"verify"});
+    EXPECT_EQ(verified.status, 1);
+    EXPECT_NE((verified.out + verified.err).find("arca rm --blob " + named), std::string::npos)
+        << verified.out << verified.err;
     std::filesystem::permissions(space.parent_path(), std::filesystem::perms::owner_all);
     for (const auto &state : stored("filespaces"))
         if (state != space)

@@ -40,9 +40,10 @@ public:
     /// What to call it in a message.
     const std::string &shownName() const { return shownName_; }
 
-    /// Neither must outlive the repository.
-    GraceTime grace() { return {*store_, RecordSeal(classKey_, recordForm())}; }
-    Policy policy() { return {*store_, RecordSeal(classKey_, recordForm())}; }
+    /// Proves the records that all nodes share. None of the three must outlive the repository.
+    RecordSeal sharedSeal() const { return RecordSeal(classKey_, recordForm()); }
+    GraceTime grace() { return {*store_, sharedSeal()}; }
+    Policy policy() { return {*store_, sharedSeal()}; }
     NodeRegistry nodes() { return NodeRegistry(*store_, layout_); }
     /// The keys of a node that proves who it is; `authentication`.
     Result<NodeKeys> authenticate(const std::string &node, std::string_view password);

@@ -227,6 +227,12 @@ Result<Stock> Inventory::check()
     ARCA_TRY(stock.uncounted, isUncounted(noted, found.manifests));
     if (stock.missing.empty())
         return stock;
+    // What a repair brings back from the quarantine meanwhile goes from the last place to one that
+    // was visited before.
+    ARCA_TRY(const Found again, findManifests(domain_));
+    const Ids missedAgain = again.missingOf(noted.stock);
+    std::erase_if(stock.missing,
+                  [&](PieceId id) { return !std::ranges::binary_search(missedAgain, id); });
     // What was purged since the notes were read was noted as gone before.
     ARCA_TRY(const Noted now, readStock());
     std::erase_if(stock.missing,

@@ -82,19 +82,16 @@ Result<void> NodeSpace::prepareChange(const ChangePlan &plan, std::span<const Se
         fresh.id = id;
         ARCA_CHECK(records.write({0, fresh}));
     }
-    for (const Sent &sent : pieces) {
-        ARCA_TRY(const auto known, filespace(sent.piece->name().filespace));
-        if (!known || known->registration != sent.registration)
-            return Error{ErrorKind::noFilespace, "the filespace " +
-                                                     printable(sent.piece->name().filespace) +
-                                                     " was deleted meanwhile"};
+    for (const Sent &sent : pieces)
         ARCA_CHECK(replacesOne(plan, sent.piece->id()) ? putComing(plan, *sent.piece)
                                                        : sent.piece->commit());
-    }
     for (const Sent &sent : pieces)
         ARCA_CHECK(replacesOne(plan, sent.piece->id()) ? claimNameOfOld(*sent.piece, plan)
                                                        : claimName(putAs(*sent.piece), plan.id));
-    return {};
+    // With everything published: who deletes the filespace from now on meets all of it, and the
+    // decision; before that it is seen here.
+    ARCA_CHECK(expectFilespaces(pieces));
+    return expectNode();
 }
 
 Result<void> NodeSpace::copyToInactive(PieceId id, const std::string &copyName)
@@ -187,6 +184,9 @@ Result<void> NodeSpace::decideDone(const ChangePlan &plan, CommitNote &note)
         return Error{ErrorKind::conflict, "another process undid the change, as this one seemed "
                                           "to be dead; make it again"};
     }
+    // The sweep of a removal may have missed the change, and taken what it is about.
+    if (const auto still = expectNode(); !still && still.error().kind == ErrorKind::noFilespace)
+        return still;
     try {
         // On a full disk, too: what goes is put aside before its old name is free.
         (void)blob::withReserve(store_, [&] { return finishChange(plan); });

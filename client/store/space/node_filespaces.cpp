@@ -2,9 +2,11 @@
 //
 // A filespace is deleted by one new state of its record, and from then on nothing in it shows. Its
 // pieces are removed afterwards, at the latest before it is registered anew. Whoever sends a piece
-// looks again after the commit: a registration that is not the one he began under takes the piece
-// back, so that no deletion takes a piece that was acknowledged after it.
+// looks again after the commit, at the node too: a registration that is not the one he began under
+// takes the piece back, so that no deletion takes a piece that was acknowledged after it.
 #include "client/base/text.h"
+#include "client/store/changes/coming_piece.h"
+#include "client/store/keys/node_record.h"
 #include "client/store/pieces/inventory.h"
 #include "client/store/pieces/stored_manifests.h"
 #include "client/store/space/node_space.h"
@@ -45,16 +47,33 @@ Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &na
 {
     ARCA_TRY(NumberedRecord record, filespaceRecord(name));
     FilespaceState state{std::move(record), 0, std::nullopt};
-    ARCA_TRY(const auto latest, state.record.latest());
-    if (!latest)
-        return state;
-    ARCA_TRY(state.filespace, inRecord(state.record.nameOf(latest->number),
-                                       decodeFilespaceState(*latest, RecordSeal(*domain_))));
-    if (state.filespace->node != node_ || state.filespace->name != name)
-        return Error{ErrorKind::damaged, "the record of filespace " + printable(name) +
-                                             " is another one than its place says"};
-    state.number = latest->number;
+    const auto known = [&]() -> Result<std::optional<Filespace>> {
+        ARCA_TRY(const auto latest, state.record.latest());
+        if (!latest)
+            return std::optional<Filespace>();
+        ARCA_TRY(Filespace found, decodeFilespaceState(*latest, RecordSeal(*domain_)));
+        if (found.node != node_ || found.name != name)
+            return Error{ErrorKind::damaged, "it is another one than its place says"};
+        return std::optional(std::move(found));
+    }();
+    if (!known && known.error().kind != ErrorKind::damaged)
+        return known.error();
+    ARCA_TRY(state.number, state.record.newestNumber());
+    state.filespace = known ? *known : standIn(name, state.number);
     return state;
+}
+
+/// In the place of a record that is damaged, which says no more than that there was one: every
+/// piece of the filespace would be out of reach with it. The next change writes it anew. Verifying
+/// names the damaged state.
+Filespace NodeSpace::standIn(const std::string &name, std::uint32_t number) const
+{
+    constexpr std::uint32_t kNeverCountedTo = 0x8000'0000;
+    Filespace filespace;
+    filespace.node = node_;
+    filespace.name = name;
+    filespace.registration = kNeverCountedTo + number;
+    return filespace;
 }
 
 Result<std::optional<Filespace>> NodeSpace::filespace(const std::string &name)
@@ -78,6 +97,7 @@ Result<void> NodeSpace::registerFilespace(const Filespace &filespace)
     ARCA_TRY(FilespaceState before, readFilespace(filespace.name));
     if (before.filespace && !before.filespace->deleted)
         return known;
+    ARCA_CHECK(expectNode());
     Filespace own = filespace;
     own.node = node_;
     std::unique_ptr<blob::BlobLock> turn;
@@ -117,7 +137,7 @@ Result<void> NodeSpace::deleteFilespace(const std::string &name)
     if (!deleted && deleted.error().kind != ErrorKind::notFound)
         return deleted;
     // Deleted already, or just now. What cannot be freed now is found again, and shows nowhere.
-    (void)emptyFilespace(name);
+    (void)blob::withReserve(store_, [&] { return emptyFilespace(name); });
     return deleted;
 }
 
@@ -136,17 +156,78 @@ Result<void> NodeSpace::emptyFilespace(const std::string &name)
         if (!manifest && isUnreadable(manifest.error()))
             return {};
         ARCA_CHECK(manifest);
-        if (manifest->info.description.name.filespace != name)
-            return {};
-        auto blob = store_.open(stored.blobName);
-        if (!blob)
-            return blob.error().kind == ErrorKind::notFound ? Result<void>() : blob.error();
-        Located located{stored.blobName, std::move(blob).value(), manifest->info};
-        auto removed = removeStored(located);
-        if (!removed && removed.error().kind != ErrorKind::notFound)
-            return removed;
-        return {};
+        return manifest->info.description.name.filespace == name
+                   ? takeFromFilespace(stored, manifest->info)
+                   : Result<void>();
     });
+}
+
+/// What came with a change that is not made is no removed piece. The change is undone first, so
+/// that its maker, wherever it is by now, does not acknowledge what goes here: it looks at the
+/// filespace after everything is published, and so does this.
+Result<void> NodeSpace::takeFromFilespace(const StoredManifest &stored, const PieceInfo &info)
+{
+    auto blob = store_.open(stored.blobName);
+    if (!blob)
+        return blob.error().kind == ErrorKind::notFound ? Result<void>() : blob.error();
+    const auto came = decideComing(info.id, stored.blobName);
+    if (!came) // it shows nowhere, and is left until it can be decided
+        return isUnreadable(came.error()) ? Result<void>() : came.error();
+    Located located{stored.blobName, std::move(blob).value(), info};
+    auto removed = *came ? removeStored(located) : store_.remove(located.blobName, *located.blob);
+    if (!removed && removed.error().kind != ErrorKind::notFound)
+        return removed;
+    return {};
+}
+
+Result<bool> NodeSpace::decideComing(PieceId id, const std::string &blobName)
+{
+    ARCA_TRY(const auto state, ObjectRecords(*domain_).read(id));
+    const ChangeId change = state.record.shownBy != 0 ? state.record.shownBy
+                            : isComingName(blobName)  ? changeIn(blobName)
+                                                      : 0;
+    if (change == 0)
+        return true;
+    ARCA_TRY(const bool done, isDone(change));
+    if (done)
+        return true;
+    auto plan = planOfChange(change);
+    if (!plan && plan.error().kind == ErrorKind::notFound) {
+        // Settled meanwhile: done, then the outcome or the record says so, or undone.
+        ARCA_TRY(const auto now, ObjectRecords(*domain_).read(id));
+        return now.record.shownBy != change ? Result<bool>(now.number != 0) : isDone(change);
+    }
+    ARCA_CHECK(plan);
+    ARCA_TRY(const Decision decided, decide(*plan, Decision::undone));
+    return decided == Decision::done;
+}
+
+Result<void> NodeSpace::expectFilespaces(std::span<const Sent> pieces)
+{
+    for (const Sent &sent : pieces) {
+        ARCA_TRY(const auto known, filespace(sent.piece->name().filespace));
+        if (!known || known->registration != sent.registration)
+            return Error{ErrorKind::noFilespace, "the filespace " +
+                                                     printable(sent.piece->name().filespace) +
+                                                     " was deleted meanwhile"};
+    }
+    return {};
+}
+
+Result<void> NodeSpace::expectNode()
+{
+    ARCA_TRY(const std::string key, nodeKey(node_));
+    NumberedRecord record(store_, "nodes/" + key);
+    const auto latest = record.latest();
+    if (!latest && latest.error().kind != ErrorKind::damaged)
+        return latest.error();
+    if (!latest || !*latest)
+        return {}; // a removal leaves a record that can be read
+    const auto now = decodeNodeRecord((*latest)->bytes);
+    if (now && (now->removed || now->incarnation != incarnation_))
+        return Error{ErrorKind::noFilespace, "the node " + printable(node_) +
+                                                 " was removed meanwhile, and keeps nothing more"};
+    return {};
 }
 
 Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
@@ -182,6 +263,8 @@ Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
             return takeBack(now ? unregistered(put.name.filespace, ErrorKind::noFilespace)
                                 : now.error(),
                             3); // coming/, pieces/, inactive/
+        if (const auto still = expectNode(); !still)
+            return takeBack(still.error(), 3);
     } catch (const std::bad_alloc &) {
         kept.reset();
         giveNameBack(put);

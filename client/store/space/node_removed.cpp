@@ -101,7 +101,9 @@ Result<std::optional<RemovedPiece>> NodeSpace::readRemoved(const RemovedName &na
     // beside a damaged manifest of its name may be all that is left of the piece, so it is shown.
     ARCA_TRY(const bool stored, isStored(name.id, false));
     ARCA_TRY(const auto state, ObjectRecords(*domain_).read(name.id));
-    if (name.at == 0 || stored || state.record.renamedTo != 0)
+    ARCA_TRY(const bool moved, hasMoved(state.record));
+    ARCA_TRY(const bool came, hasCome(state.record));
+    if (name.at == 0 || stored || moved || !came)
         return std::optional<RemovedPiece>();
     state.record.applyTo(manifest.info);
     return std::optional(RemovedPiece{std::move(manifest.info), name.at});
@@ -155,7 +157,10 @@ Result<std::vector<RemovedPiece>> NodeSpace::removedOf(const ObjectName &name)
                                          found.push_back(piece);
                                      return true;
                                  }));
-    std::ranges::stable_sort(found, std::greater<>(), &RemovedPiece::removedAt);
+    std::ranges::stable_sort(found, [](const RemovedPiece &one, const RemovedPiece &other) {
+        return std::pair(one.removedAt, one.info.insertedAt) >
+               std::pair(other.removedAt, other.info.insertedAt);
+    });
     return found;
 }
 
@@ -376,11 +381,28 @@ Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names)
     return wereRemoved.size();
 }
 
-/// Returns true when the piece was renamed or brought back: it has another identifier now.
+/// A renaming that was not made leaves its marks in the record until they are cleared.
+Result<bool> NodeSpace::hasMoved(const ObjectRecord &record)
+{
+    if (record.renamedTo == 0 || record.goneBy == 0)
+        return record.renamedTo != 0;
+    return isDone(record.goneBy);
+}
+
+Result<bool> NodeSpace::hasCome(const ObjectRecord &record)
+{
+    return record.shownBy == 0 ? Result<bool>(true) : isDone(record.shownBy);
+}
+
+/// Returns true when no removed piece has that identifier: it has another one now, or was never
+/// stored.
 bool NodeSpace::leadsElsewhere(PieceId id)
 {
     const auto state = ObjectRecords(*domain_).read(id);
-    return state && state->record.renamedTo != 0;
+    if (!state)
+        return false;
+    const auto moved = hasMoved(state->record), came = hasCome(state->record);
+    return (moved && *moved) || (came && !*came);
 }
 
 /// Drops the records of a piece of which nothing is left; returns false for one that was renamed or
@@ -388,9 +410,10 @@ bool NodeSpace::leadsElsewhere(PieceId id)
 bool NodeSpace::forgetPurged(PieceId id)
 {
     const auto state = ObjectRecords(*domain_).read(id);
-    if (state && state->record.renamedTo == 0)
+    const auto moved = state ? hasMoved(state->record) : Result<bool>(false);
+    if (state && moved && !*moved)
         forget(id);
-    return !state || state->record.renamedTo == 0;
+    return !state || (moved && !*moved);
 }
 
 } // namespace arca::store

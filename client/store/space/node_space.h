@@ -20,6 +20,7 @@ namespace arca::store
 {
 
 class CommitNote;
+struct StoredManifest;
 
 class NodeSpace
 {
@@ -305,6 +306,10 @@ private:
     /// Whether it lies under pieces/ or inactive/, shown or not; `unclear`: the answer when what
     /// may be the piece cannot be read.
     Result<bool> isStored(PieceId id, bool unclear);
+    /// Whether the piece has another identifier now: it was renamed or brought back.
+    Result<bool> hasMoved(const ObjectRecord &record);
+    /// Whether the piece was ever stored: it came with no change, or with one that was made.
+    Result<bool> hasCome(const ObjectRecord &record);
     bool leadsElsewhere(PieceId id);
     bool forgetPurged(PieceId id);
     static Result<PieceId> newId(const Sha256 &nameHash);
@@ -313,6 +318,14 @@ private:
     Result<void> removeEverywhere(PieceId id, std::int64_t at);
     void forget(PieceId id);
     Result<void> emptyFilespace(const std::string &name);
+    Result<void> takeFromFilespace(const StoredManifest &stored, const PieceInfo &info);
+    /// Decides that the change which a manifest came with is undone, unless it is done. Returns
+    /// true when the piece was stored; `damaged` when nothing can be decided.
+    Result<bool> decideComing(PieceId id, const std::string &blobName);
+    /// Errors: noFilespace when the node was removed since the session began. What is published
+    /// before this is called is swept by a removal that it does not see.
+    Result<void> expectNode();
+    Result<void> expectFilespaces(std::span<const Sent> pieces);
     Result<NumberedRecord> filespaceRecord(const std::string &name);
     struct FilespaceState {
         NumberedRecord record;
@@ -320,6 +333,7 @@ private:
         std::optional<Filespace> filespace; // a deleted one, too
     };
     Result<FilespaceState> readFilespace(const std::string &name);
+    Filespace standIn(const std::string &name, std::uint32_t number) const;
 
     blob::BlobStore &store_;
     std::string node_;

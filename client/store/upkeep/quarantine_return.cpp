@@ -41,6 +41,10 @@ private:
     enum class Written { now, before };
     Result<Written> writeAs(blob::BlobReader &blob, const Manifest &manifest, bool inactive,
                             const std::string &name);
+    std::unique_ptr<blob::BlobWriter> &copyFor(bool inactive)
+    {
+        return inactive ? inactiveCopy_ : copy_;
+    }
     Result<bool> isThere(const std::string &name, PieceId id) const;
 
     NodeSpace &space_;
@@ -48,6 +52,9 @@ private:
     blob::BlobStore &blobs_;
     Quarantine quarantine_;
     const bool dryRun_;
+    // What is published was the claim before the marks were read. Were it another file, the run
+    // that takes the claim for dead would not keep this from being published.
+    std::unique_ptr<blob::BlobWriter> copy_, inactiveCopy_;
 };
 
 /// The digest is followed by a dot, the place, a dash and the last part of the name that it had.
@@ -82,10 +89,10 @@ Result<Manifest> Return::readAll(blob::BlobReader &blob, const std::string &plai
 Result<std::optional<SetAside>> Return::bringBack(const std::string &blobName)
 {
     const std::string plain = plainNameOf(blobName);
-    // The claim comes first, then the marks.
-    std::unique_ptr<blob::BlobWriter> claim;
+    // The claims come first, then the marks.
     if (!dryRun_) {
-        ARCA_TRY(claim, blobs_.begin());
+        ARCA_TRY(copy_, blobs_.begin());
+        ARCA_TRY(inactiveCopy_, blobs_.begin());
     }
     ARCA_TRY(const CurrentMark current, currentMark(domain_));
     const auto blob = blobs_.open(blobName);
@@ -178,7 +185,7 @@ Result<void> Return::writeActive(blob::BlobReader &blob, const Manifest &manifes
 Result<Return::Written> Return::writeAs(blob::BlobReader &blob, const Manifest &manifest,
                                         bool inactive, const std::string &name)
 {
-    ARCA_TRY(const auto copy, blobs_.begin());
+    blob::BlobWriter *const copy = copyFor(inactive).get();
     Bytes buffer(kCopyBytes);
     for (std::uint64_t offset = 0; offset < blob.size();) {
         ARCA_TRY(const std::size_t got, blob.read(offset, buffer));

@@ -49,6 +49,8 @@ Result<void> Reclaim::compareStock(bool accept, ReclaimTotals &totals)
     ARCA_TRY(const Stock stock, inventory_.check());
     totals.damagedNotes = stock.damaged.size();
     totals.uncounted = stock.uncounted;
+    notesAreWhole_ = stock.damaged.empty() && !stock.uncounted;
+    missingAreAccepted_ = request_.acceptMissing && !stock.missing.empty();
     ARCA_CHECK(expectFilespaces(stock));
     if (accept && stock.uncounted)
         ARCA_CHECK(inventory_.noteFound());
@@ -248,6 +250,17 @@ Result<void> Reclaim::judgeOne(const engine::PackId &id, const ShareUse &use, Re
     return {};
 }
 
+/// Where it is not known what there should be, every manifest may be one of those that got lost.
+unsigned Reclaim::mostUnexplained() const
+{
+    constexpr unsigned kAnything = 100;
+    if (request_.maxFreed)
+        return *request_.maxFreed;
+    if (!notesAreWhole_)
+        return 0;
+    return missingAreAccepted_ ? kAnything : kMaxUnexplained;
+}
+
 /// Streams that were never finished leave packs that no removal explains, and so does a set of
 /// manifests that got lost together with its notes.
 Result<void> Reclaim::expectExplained(std::span<const Candidate> found,
@@ -256,8 +269,9 @@ Result<void> Reclaim::expectExplained(std::span<const Candidate> found,
     std::uint64_t unexplained = 0;
     for (const Candidate &candidate : found)
         unexplained += candidate.unexplained;
-    if (!inventory_.isKept() || request_.acceptMissing || totals.packBytes == 0 ||
-        unexplained * 100 <= totals.packBytes * request_.maxFreed)
+    const unsigned most = mostUnexplained();
+    if (!inventory_.isKept() || totals.packBytes == 0 ||
+        unexplained * 100 <= totals.packBytes * most)
         return {};
     const std::uint64_t percent =
         std::min<std::uint64_t>(unexplained * 100 / totals.packBytes + 1, 100);
@@ -265,8 +279,11 @@ Result<void> Reclaim::expectExplained(std::span<const Candidate> found,
                  "this would free " + std::to_string(percent) + " percent of what the node " +
                      printable(space_.node()) +
                      " has stored without a removal that explains it, more than the " +
-                     std::to_string(request_.maxFreed) +
-                     " that are allowed, so nothing was freed; see whether pieces are missing "
+                     std::to_string(most) + " that are allowed" +
+                     (notesAreWhole_ ? ""
+                                     : " while the notes of what was stored are damaged or not "
+                                       "there") +
+                     ", so nothing was freed; see whether pieces are missing "
                      "(arca ls), and allow it with --max-freed " +
                      std::to_string(percent)};
 }

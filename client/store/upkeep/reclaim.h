@@ -57,9 +57,13 @@ namespace arca::store
 
 struct ReclaimRequest {
     std::int64_t grace = kDefaultGrace; // seconds that removed pieces are kept
-    unsigned maxFreed = 50;             // percent of the stored bytes; more needs to be explained
-    bool acceptMissing = false;         // the missing pieces are lost for good, and noted so
+    /// Percent of the stored bytes that may go although no removal explains it. When it is not
+    /// said: kMaxUnexplained; nothing while the notes of what was stored are damaged or not there;
+    /// anything when pieces that are known to be missing are accepted as lost.
+    std::optional<unsigned> maxFreed{};
+    bool acceptMissing = false; // the missing pieces are lost for good, and noted so
 };
+constexpr unsigned kMaxUnexplained = 50;
 
 struct ReclaimTotals {
     std::uint64_t purgedPieces = 0;  // removed ones, or to be purged; leftovers are not counted
@@ -127,6 +131,7 @@ private:
     Result<std::unique_ptr<engine::OpenPack>> openPack(const engine::PackId &id);
     bool isOver(const RemovedName &name) const;
     bool leaves(const StoredManifest &stored);
+    unsigned mostUnexplained() const;
     Result<void> expectExplained(std::span<const Candidate> found,
                                  const ReclaimTotals &totals) const;
     Result<bool> settleFound(Mark &mark, const Step &step, ReclaimTotals &totals);
@@ -158,6 +163,7 @@ private:
     NodeSpace &space_;
     engine::Domain &domain_;
     Inventory inventory_;
+    bool notesAreWhole_ = true, missingAreAccepted_ = false; // by the last compareStock()
     const ReclaimRequest request_;
     const std::int64_t now_;        // as the run began
     std::vector<RemovedName> over_; // under removed/, and their time is over

@@ -59,15 +59,21 @@ constexpr RecordKind kKinds[] = {
 
 } // namespace
 
-Result<Bytes> recordAt(const engine::Domain &domain, std::string_view blobName, Bytes stored)
+Result<Bytes> recordAt(const engine::Domain &domain, std::string_view blobName, Bytes stored,
+                       const RecordSeal &shared)
 {
     // Filespaces may be deleted without the key, by whoever removes the node.
     constexpr const RecordForm *kProven[] = {&form::changePlan, &form::group, &form::object,
                                              &form::outcome,    &form::note,  &form::mark};
-    const bool proven = std::ranges::any_of(kProven, [&](const RecordForm *form) {
-        return blobName.starts_with(form->place) && blobName.ends_with(form->suffix);
-    });
-    const RecordSeal seal = proven ? RecordSeal(domain) : RecordSeal();
+    constexpr const RecordForm *kShared[] = {&form::managementClass, &form::graceTime};
+    const auto isOneOf = [&](std::span<const RecordForm *const> forms) {
+        return std::ranges::any_of(forms, [&](const RecordForm *form) {
+            return blobName.starts_with(form->place) && blobName.ends_with(form->suffix);
+        });
+    };
+    const RecordSeal seal = isOneOf(kProven)   ? RecordSeal(domain)
+                            : isOneOf(kShared) ? shared
+                                               : RecordSeal();
     ARCA_TRY(auto opened, seal.open(blobName, std::move(stored)));
     return std::move(opened.record);
 }

@@ -7,6 +7,7 @@
 #include "client/base/result.h"
 #include "client/engine/duplicates/domain.h"
 #include "client/store/records/record_forms.h"
+#include "client/store/records/record_seal.h"
 
 #include <span>
 
@@ -25,8 +26,10 @@ const RecordKind *recordKindAt(std::string_view blobName);
 /// How long a record of that name may be.
 std::size_t maxRecordBytesAt(std::string_view blobName);
 /// The envelope of a record as RecordKind::check() takes it, from what is stored in its place. Its
-/// digest is compared where only the node's key makes one; else it is left out. Errors: damaged.
-Result<Bytes> recordAt(const engine::Domain &domain, std::string_view blobName, Bytes stored);
+/// digest is compared where only the node's key makes one, and, with `shared`, the seal of the
+/// records that all nodes share, where only that does; else it is left out. Errors: damaged.
+Result<Bytes> recordAt(const engine::Domain &domain, std::string_view blobName, Bytes stored,
+                       const RecordSeal &shared = {});
 
 } // namespace arca::store
 

@@ -11,6 +11,7 @@
 #include "client/store/log/activity_reader.h"
 #include "client/store/marks/damage.h"
 #include "client/store/marks/quarantine.h"
+#include "client/store/nodes/access.h"
 #include "client/store/pieces/inventory.h"
 #include "client/store/pieces/manifest_writer.h"
 #include "client/store/upkeep/record_kinds.h"
@@ -105,6 +106,9 @@ private:
     Result<void> checkRecord(const std::string &blobName);
     Result<void> checkLog(const std::string &blobName);
     Result<void> checkNode(ByteView bytes);
+    bool isOwn(const RecordForm &form, const std::string &blobName) const;
+    Result<void> checkFilespace(const std::string &blobName, Bytes stored);
+    Result<void> checkRule(const std::string &blobName);
     Result<void> checkDamage(const std::string &blobName, ByteView bytes);
     Result<void> checkPack(const std::string &blobName);
     void record(const engine::DamagedPart &part, const std::string &reason);
@@ -344,14 +348,48 @@ Result<void> Verification::checkRecord(const std::string &blobName)
     if (blobName.starts_with("log/"))
         return checkLog(blobName);
     ARCA_TRY(Bytes stored, blob::readWhole(blobs_, blobName, maxRecordBytesAt(blobName)));
-    ARCA_TRY(const Bytes bytes, recordAt(space_.domain(), blobName, std::move(stored)));
+    if (isOwn(form::filespace, blobName))
+        ARCA_CHECK(checkFilespace(blobName, stored));
+    ARCA_TRY(const Bytes bytes,
+             recordAt(space_.domain(), blobName, std::move(stored), request_.shared));
     const RecordKind *const kind = recordKindAt(blobName);
     if (kind == nullptr)
         return damaged("no record has such a name");
     ARCA_CHECK(kind->check(bytes));
     if (kind->form.place == form::node.place)
         return checkNode(bytes);
+    if (kind->form.place == form::access.place)
+        return checkRule(blobName);
     return kind->form.place == form::damage.place ? checkDamage(blobName, bytes) : Result<void>();
+}
+
+bool Verification::isOwn(const RecordForm &form, const std::string &blobName) const
+{
+    return blobName.starts_with(std::string(form.place) + space_.domain().nodeKey() + "/");
+}
+
+/// Nobody without the key may say anything of a filespace but that it is deleted.
+Result<void> Verification::checkFilespace(const std::string &blobName, Bytes stored)
+{
+    const RecordSeal seal(space_.domain());
+    ARCA_TRY(auto opened, seal.lenient().open(blobName, std::move(stored)));
+    return decodeFilespaceState({0, std::move(opened.record), opened.proven}, seal)
+               ? Result<void>()
+               : damaged("this node did not write it, or its bytes are not what was written");
+}
+
+/// The mark of a rule is the node's, which nobody else can look at.
+Result<void> Verification::checkRule(const std::string &blobName)
+{
+    if (!isOwn(form::access, blobName))
+        return {};
+    ARCA_TRY(AccessRules rules, AccessRules::of(blobs_, space_.node(), space_.incarnation()));
+    std::vector<std::string> damagedRules;
+    ARCA_CHECK(rules.list(space_.dataKey(), &damagedRules));
+    return std::ranges::count(damagedRules, blobName) == 0
+               ? Result<void>()
+               : damaged("this node did not make it, and it grants nothing; arca rm --blob removes "
+                         "it");
 }
 
 /// A record of damage goes when what it is about is gone. Gaps pass on to the next revision, which

@@ -82,7 +82,8 @@ public:
     Result<void> list(const std::string &path,
                       const std::function<bool(const std::string &)> &visit) override
     {
-        if (path.find("/coming/") != std::string::npos)
+        if (path.find("/coming/") != std::string::npos ||
+            path.find("/quarantine/") != std::string::npos) // the first and the last of a visit
             step();
         return files_.list(path, visit);
     }

@@ -205,6 +205,78 @@ TEST_F(LateChange, OfARemovedNodesPasswordLeavesALaterNodeAlone)
     }
 }
 
+/// A session that logged on before the node was removed stores nothing in what is left of it.
+TEST_F(LateChange, IntoANodeThatIsRemovedMeanwhileIsRefused)
+{
+    const auto storeOne = [&]() -> Result<void> {
+        ARCA_CHECK(space_->registerFilespace({"", "/late", "ORACLE", "", 0, 0, 0}));
+        store::PieceDescription description;
+        description.name = {"/late", "/", "/new", 1};
+        ARCA_TRY(const auto writer, space_->beginPiece(description));
+        ARCA_CHECK(writer->append(viewOf(test::streamOf('n', 3000))));
+        ARCA_CHECK(writer->finish());
+        return space_->commit(*writer, 1);
+    };
+    for (const bool several : {false, true})
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE(n);
+            moveToOtherHost();
+            bool shown = false;
+            host_->stopBefore(n, [&] {
+                const auto here = store::Repository::open(blobs(), "test").value();
+                auto space = here->logOn("node", test::kPassword).value();
+                const auto one = space->find({several ? "/fs" : "/late", "/", "/new", 1});
+                shown = one && *one;
+                space.reset();
+                (void)store::removeNode(here->blobs(), "node", [](auto) { return true; });
+            });
+            const auto done = several ? exchange(Old::removed) : storeOne();
+            if (!host_->hasStopped())
+                break;
+            EXPECT_TRUE(!done || shown) << "acknowledged in a node that was removed before";
+            space_.reset();
+            files_.putBack(start_);
+            ASSERT_TRUE(open());
+        }
+}
+
+/// What came with a change that is not made is neither stored, nor removed, when its filespace
+/// goes.
+TEST_F(LateChange, IntoAFilespaceThatIsDeletedMeanwhileShowsBeforeOrNever)
+{
+    const auto shows = [&](store::NodeSpace &space) {
+        const auto found = space.find(nameOf("new"));
+        return found && *found;
+    };
+    meetEverywhere([&](int n, int m) {
+        Elsewhere maker(files_), other(files_);
+        Result<void> done;
+        bool before = false, atEnd = false;
+        std::swap(maker.space, space_);
+        const auto met = meet(
+            maker.host, n,
+            [&] {
+                done = exchange(Old::removed);
+                atEnd = shows(*space_);
+            },
+            other.host, m,
+            [&] {
+                before = shows(*other.space);
+                (void)other.space->deleteFilespace("/fs");
+            });
+        EXPECT_TRUE(!done || before || atEnd) << "acknowledged in a filespace that was deleted";
+        EXPECT_TRUE(open());
+        EXPECT_TRUE(space_->visitRemoved([&](const store::RemovedPiece &piece) {
+            const std::string &name = piece.info.description.name.lowLevel;
+            EXPECT_TRUE(!name.starts_with("/new") || done || before || atEnd)
+                << name << " was never stored";
+            return true;
+        }));
+        restoreStart();
+        return met;
+    });
+}
+
 /// A removal sleeps at any step; another one finishes it, and a node of that name is registered.
 TEST_F(LateChange, ARemovalOfANodeLeavesALaterNodeAlone)
 {

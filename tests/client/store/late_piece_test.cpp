@@ -110,6 +110,32 @@ TEST_F(LatePiece, SetAsideAndBroughtBackAtOnceIsLostByNeither)
         });
 }
 
+// What takes the claim of a repair for dead has not counted what that publishes afterwards.
+TEST_F(LatePiece, BroughtBackBesideAReclaimingThatCallsItsClaimDeadIsNotLost)
+{
+    const std::string path = pathUnder("pieces");
+    meetEverywhere([&](int n, int m) {
+        flip(path);
+        const auto aside = space_->setAside(nameOf("kept"));
+        EXPECT_TRUE(aside);
+        flip("/r/" + *aside);
+        Elsewhere one(files_), other(files_);
+        const auto met = meet(
+            one.host, n, [&] { (void)store::repair(*one.space, false, {}); }, other.host, m,
+            [&] {
+                for (const std::string &claim : pathsUnder({"tmp"}))
+                    EXPECT_TRUE(files_.unlink(claim));
+                (void)store::Reclaim(*other.space, {.grace = 0, .maxFreed = 100}).run();
+            });
+        EXPECT_TRUE(open());
+        repair(*space_);
+        EXPECT_EQ(state(), " kept");
+        EXPECT_TRUE(isSound());
+        restoreStart();
+        return met;
+    });
+}
+
 TEST_F(LatePiece, SetAsideWhileItWaitedIsBroughtBackToItsNameIfItsChangeIsDone)
 {
     for (const bool decided : {false, true}) {

@@ -106,8 +106,11 @@ TEST_F(StoreDamage, ARecordWithoutProofOrFromAnotherPlaceIsRefused)
         {"/r/objects/", [&] { return all(space_->find(ids[0]), space_->find(ids[1])); }},
         {"/r/groups/",
          [&] { return all(space_->groups().find(ids[0]), space_->groups().find(ids[1])); }},
-        {"/r/filespaces/",
-         [&] { return all(space_->filespace("/fs"), space_->filespace("/fs2")); }},
+        {"/r/filespaces/", // one that is damaged keeps no piece out of reach
+         [&]() -> Result<void> {
+             EXPECT_TRUE(all(space_->find(ids[0]), space_->find(ids[1])));
+             return isSound() ? Result<void>() : Error{ErrorKind::damaged, "named"};
+         }},
         {"/r/reclaim/", [&] { return all(store::markRecord(space_->domain()).latest()); }},
         {"/r/classes/",
          [&] {
@@ -128,6 +131,8 @@ TEST_F(StoreDamage, ARecordWithoutProofOrFromAnotherPlaceIsRefused)
             files_.contentOf(path) = forged;
             const auto used = use();
             EXPECT_TRUE(!used && used.error().kind == ErrorKind::damaged) << what;
+            const auto verified = store::verify(*space_, {.shared = repository_->sharedSeal()}, {});
+            EXPECT_GE(verified->hurtRecords, 1U) << what;
             files_.contentOf(path) = good;
         };
         const ByteView bytes = viewOf(good);

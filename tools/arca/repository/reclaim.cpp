@@ -9,6 +9,9 @@
 #include "tools/common/progress.h"
 #include "tools/common/text.h"
 
+#include <limits>
+#include <optional>
+
 #include <fmt/format.h>
 
 namespace arca::tool
@@ -88,21 +91,29 @@ void showDamage(const store::ReclaimTotals &totals, bool dryRun)
                    manifest);
 }
 
+/// While the record of the grace time is damaged, removed pieces stay, and nothing else waits.
+constexpr std::int64_t kUnknownGrace = std::numeric_limits<std::int64_t>::max();
+
 struct Asked {
     std::string grace, acceptMissing;
-    unsigned maxFreed = 50;
+    std::optional<std::uint64_t> maxFreed;
     bool dryRun = false;
     bool passwordFromStandardInput = false;
 };
 
 Result<store::ReclaimRequest> requestFrom(const Asked &asked, const NodeSession &session)
 {
-    store::ReclaimRequest request{.maxFreed = asked.maxFreed};
-    if (asked.grace.empty()) {
-        ARCA_TRY(request.grace, session.repository->grace().read());
-    } else {
+    store::ReclaimRequest request;
+    if (asked.maxFreed)
+        request.maxFreed = static_cast<unsigned>(*asked.maxFreed);
+    if (!asked.grace.empty())
         request.grace = graceFrom(asked.grace, "--grace");
-    }
+    else if (const auto kept = session.repository->grace().read(); kept)
+        request.grace = *kept;
+    else if (kept.error().kind == ErrorKind::damaged)
+        request.grace = kUnknownGrace;
+    else
+        return kept.error();
     request.acceptMissing = !asked.acceptMissing.empty();
     if (request.acceptMissing && asked.acceptMissing != session.space->node())
         return Error{ErrorKind::badArgument,
@@ -133,8 +144,13 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
         return interruption(sizeText(totals.freedBytes) + " freed; the next run goes on");
     result["dryRun"] = asked.dryRun;
     result.update(jsonOf(totals));
+    const bool unknownGrace = request.grace == kUnknownGrace;
+    result["graceDamaged"] = unknownGrace;
     if (!command.json)
         show(totals, asked.dryRun);
+    if (unknownGrace && !command.json)
+        fmt::print("Damaged     the record of the grace time (arca verify names it): no removed "
+                   "piece was purged; arca grace sets it anew, --grace says it for one run\n");
     if (!command.json)
         showDamage(totals, asked.dryRun);
     if (totals.damagedPacks.empty())
@@ -163,8 +179,8 @@ void addReclaim(tools::Verb app, Command &command)
                    "Go on although pieces of that node are missing: they are lost for good")
         .valueName("NODE");
     verb.addOption("--max-freed", asked->maxFreed,
-                   "Free up to that part of what is stored that no removal explains, 50 if "
-                   "nothing is said")
+                   "Free up to that part of what is stored that no removal explains. If nothing "
+                   "is said: 50; 0 while notes of what was stored are damaged or not there")
         .valueName("PERCENT")
         .between(0, 100);
     addPasswordOption(verb, asked->passwordFromStandardInput);

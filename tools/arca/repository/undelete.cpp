@@ -17,14 +17,22 @@ struct Asked {
     bool fromStandardInput = false;
 };
 
-/// Returns the removed piece of that name; of several, the one that was removed last.
+/// Returns the removed piece of that name; of several, the one that was removed last, and of those
+/// removed in the same second the one that was stored last.
 Result<store::PieceId> lastRemoved(store::NodeSpace &space, const std::string &name)
 {
+    const auto when = [](const store::RemovedPiece &piece) {
+        return std::pair(piece.removedAt, piece.info.insertedAt);
+    };
     std::optional<store::RemovedPiece> last;
+    bool equal = false; // another one has the same moments
     ARCA_CHECK(space.visitRemoved([&](const store::RemovedPiece &piece) {
         const store::ObjectName &its = piece.info.description.name;
-        if ((pieceOf(its) == name || its.joined() == name) &&
-            (!last || last->removedAt < piece.removedAt))
+        if (pieceOf(its) != name && its.joined() != name)
+            return true;
+        const bool later = !last || when(*last) < when(piece);
+        equal = !later && (equal || when(*last) == when(piece));
+        if (later)
             last = piece;
         return true;
     }));
@@ -32,6 +40,11 @@ Result<store::PieceId> lastRemoved(store::NodeSpace &space, const std::string &n
         return Error{ErrorKind::notFound,
                      "no removed piece is called " + printable(name, 1300) +
                          " (arca ls --removed shows those that can be brought back)"};
+    if (equal)
+        return Error{ErrorKind::badArgument,
+                     "several pieces called " + printable(name, 1300) +
+                         " were stored in one second and removed in one, and the last is not known "
+                         "apart; take one by --id (arca ls --removed)"};
     return last->info.id;
 }
 

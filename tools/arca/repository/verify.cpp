@@ -111,6 +111,7 @@ Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
     if (!asked.maxDuration.empty())
         request.maxDuration = durationFrom(asked.maxDuration);
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
+    request.shared = session.repository->sharedSeal();
     const mtTimed timed(request.readData ? MT_TIME_TRANSFER : MT_TIME_CLIENT);
     Json &hurt = result["hurt"] = Json::array();
     tools::Progress progress("Verifying");
