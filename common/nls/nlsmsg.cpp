@@ -8,8 +8,8 @@
 // which a C string cannot hold; it ends the text and the parts of the insert table.
 #include "common/nls/nlsmsg.h"
 
-#include "common/nls/nls.h"
 #include "common/nls/nlslanguage.h"
+#include "common/nls/nlswords.h"
 #include "common/ut/utmem.h"
 
 #include <algorithm>

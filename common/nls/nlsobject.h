@@ -5,10 +5,10 @@
 #ifndef KEEL_COMMON_NLS_NLSOBJECT_H
 #define KEEL_COMMON_NLS_NLSOBJECT_H
 
-#include "common/nls/nls.h"
 #include "common/nls/nlscatalogue.h"
 #include "common/nls/nlslanguage.h"
 #include "common/nls/nlsmsg.h"
+#include "common/nls/nlswords.h"
 
 /// The checked arguments of nlinit. The texts need to live during initMsgSys only.
 struct nlsSetup {

@@ -9,28 +9,10 @@
 #ifndef KEEL_COMMON_UT_TRACE_H
 #define KEEL_COMMON_UT_TRACE_H
 
+#include "common/ut/tracewords.h"
+
 #include <atomic>
 #include <cstdint>
-
-enum trClass : unsigned {
-    TR_ORCLEVEL0, // failures
-    TR_ORCLEVEL1, // the flow of calls: Enter, Exit - OK
-    TR_ORCLEVEL2, // details
-    TR_ORCBUFF,   // buffers, byte by byte
-    TR_GENERAL,
-    TR_LINKEDLIST,
-    TR_NLS, // message repository
-    TR_EXTRC_DETAIL,
-    TR_API,       // calls of the storage client
-    TR_PERFORM,   // the time that those calls took
-    TR_MEMORY,    // memory taken and released
-    TR_TIMESTAMP, // from here on: what decorates each line
-    TR_PID,
-    TR_TID,
-    TR_PREFIX,
-    TR_CLIENTTYPE,
-    TR_CLASSES
-};
 
 /// One bit for each class that is on, 1 << class. Changed by the calls below only.
 extern std::atomic<std::uint64_t> trMask;
@@ -40,10 +22,6 @@ inline bool trTest(trClass which) noexcept
 {
     return (trMask.load(std::memory_order_relaxed) >> which & 1U) != 0;
 }
-
-constexpr unsigned TR_RC_NAME = 406; // no file name, or longer than 260 characters
-constexpr unsigned TR_RC_FLAG = 419; // an unknown trace flag
-constexpr unsigned TR_RC_OPEN = 426; // the trace file cannot be opened or written
 
 /// Closes an earlier trace file and starts the trace to a file, or to STDOUT, STDERR or CONSOLE (in
 /// any case); writes the "Trace begun" lines when writeBegun is not 0 and no earlier call since
@@ -79,7 +57,6 @@ void trSetClientType(int clientType) noexcept;
 /// notice that a trace could not be opened or written. It is called with the trace's lock held, in
 /// the thread that writes. Without one (null) a trace to CONSOLE goes to standard error, and no
 /// notice is given.
-using trConsoleFn = void (*)(const char *text);
 void trSetConsole(trConsoleFn console) noexcept;
 
 /// Replaces the test flags: NAME or NAME=VALUE, separated by white space, names in any case. They

@@ -2,7 +2,7 @@
 #include "common/ut/traceclasses.h"
 
 #include "common/string/ststring.h"
-#include "common/ut/trace.h"
+#include "common/ut/tracewords.h"
 
 namespace
 {

@@ -4,7 +4,7 @@
 #ifndef KEEL_COMMON_UT_TRACEFILE_H
 #define KEEL_COMMON_UT_TRACEFILE_H
 
-#include "common/ut/trace.h"
+#include "common/ut/tracewords.h"
 #include "common/ut/tracewrap.h"
 
 constexpr std::size_t traceMaxName = 260;

@@ -3,7 +3,7 @@
 //
 //   reserve/1 .. 6    4 MiB each
 //   reserve/7 .. 54   empty: each keeps an inode
-#include "client/blob/directory/directory_writer.h"
+#include "client/blob/directory/directory_store.h"
 
 #include <algorithm>
 #include <sys/statvfs.h>

@@ -6,7 +6,6 @@
 #include "client/blob/directory/directory_store.h"
 
 #include "client/blob/directory/directory_reader.h"
-#include "client/blob/directory/directory_writer.h"
 #include "client/blob/temporary_name.h"
 
 namespace arca::blob
@@ -36,7 +35,8 @@ Result<std::unique_ptr<DirectoryWriter>> DirectoryStore::beginWriter()
     ARCA_CHECK(ensureDirectory("tmp"));
     for (int attempt = 0; attempt < 100; ++attempt) {
         ARCA_TRY(std::string temporary, newTemporaryName());
-        auto writer = std::make_unique<DirectoryWriter>(*this, std::move(temporary));
+        WritersStore &self = *this; // a base that nobody else sees
+        auto writer = std::make_unique<DirectoryWriter>(self, std::move(temporary));
         ARCA_TRY(const bool mine, writer->claim());
         if (mine)
             return writer;

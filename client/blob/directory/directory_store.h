@@ -20,6 +20,7 @@
 #define KEEL_CLIENT_BLOB_DIRECTORY_DIRECTORY_STORE_H
 
 #include "client/blob/blob_store.h"
+#include "client/blob/directory/directory_writer.h"
 #include "client/blob/files/file_layer.h"
 #include "client/blob/linking_store.h"
 #include "client/blob/lock_holder.h"
@@ -31,9 +32,10 @@
 namespace arca::blob
 {
 
-class DirectoryWriter;
-
-class DirectoryStore final : public BlobStore, public LinkingStore, public NamesHolders
+class DirectoryStore final : public BlobStore,
+                             public LinkingStore,
+                             public NamesHolders,
+                             private WritersStore
 {
 public:
     /// `root` is an absolute path of an existing directory, and may lead through symbolic links;
@@ -71,21 +73,20 @@ public:
     static constexpr std::chrono::milliseconds kPatience = std::chrono::minutes(3);
 
 private:
-    friend class DirectoryWriter;
-
     Result<std::vector<std::string>> namesIn(const char *directory);
     Result<std::unique_ptr<File>> openLock(const std::string &name);
     Error heldBy(const std::string &name);
     Result<std::vector<std::unique_ptr<BlobLock>>> lockRemoval(const std::string &name);
     Result<std::unique_ptr<DirectoryWriter>> beginWriter();
     Result<void> publish(const std::string &temporary, const std::string &name, File &written,
-                         Unsure unsure);
+                         Unsure unsure) override;
     void takeBack(const std::string &name, File &written);
     bool leadsTo(const std::string &name, File &file);
     Result<void> ensureDirectory(const std::string &relative);
     Result<void> walk(const std::string &prefix, bool stamped,
                       const std::function<bool(const std::string &, std::uint64_t)> &visit);
-    std::string pathOf(const std::string &name) const { return root_ + "/" + name; }
+    FileLayer &files() override { return files_; }
+    std::string pathOf(const std::string &name) const override { return root_ + "/" + name; }
 
     const std::string root_;
     const std::unique_ptr<FileLayer> own_; // null: the layer is the caller's

@@ -9,7 +9,7 @@
 namespace arca::blob
 {
 
-DirectoryWriter::DirectoryWriter(DirectoryStore &store, std::string temporary)
+DirectoryWriter::DirectoryWriter(WritersStore &store, std::string temporary)
     : store_(store), temporary_(std::move(temporary))
 {
 }
@@ -19,7 +19,7 @@ DirectoryWriter::~DirectoryWriter()
     if (!file_ && !parked_)
         return;
     try {
-        (void)store_.files_.unlink(store_.pathOf(temporary_));
+        (void)store_.files().unlink(store_.pathOf(temporary_));
     } catch (const std::bad_alloc &) {
         // A later session removes it: no process holds its lock then.
     }
@@ -27,7 +27,7 @@ DirectoryWriter::~DirectoryWriter()
 
 Result<bool> DirectoryWriter::claim()
 {
-    auto created = store_.files_.create(store_.pathOf(temporary_));
+    auto created = store_.files().create(store_.pathOf(temporary_));
     if (!created && created.error().kind == ErrorKind::exists)
         return false;
     ARCA_TRY(file_, std::move(created));
@@ -65,7 +65,7 @@ Result<void> DirectoryWriter::park(const BlobWriter &claim)
     gathered_.release();
     const std::string &owner = static_cast<const DirectoryWriter &>(claim).temporary_;
     std::string parked = parkedName(owner, temporary_);
-    ARCA_CHECK(store_.files_.moveNew(store_.pathOf(temporary_), store_.pathOf(parked)));
+    ARCA_CHECK(store_.files().moveNew(store_.pathOf(temporary_), store_.pathOf(parked)));
     temporary_ = std::move(parked);
     parked_ = true;
     file_.reset();
@@ -75,7 +75,7 @@ Result<void> DirectoryWriter::park(const BlobWriter &claim)
 Result<void> DirectoryWriter::commit(const std::string &name, Unsure unsure)
 {
     if (parked_) {
-        ARCA_TRY(file_, store_.files_.openForLocking(store_.pathOf(temporary_), false));
+        ARCA_TRY(file_, store_.files().openForLocking(store_.pathOf(temporary_), false));
         parked_ = false;
     } else {
         ARCA_CHECK(writeRest());
