@@ -4,6 +4,7 @@
 #include "client/api/session/guest.h"
 #include "client/api/session/records.h"
 #include "client/base/text.h"
+#include "client/store/log/activity_reader.h"
 
 #include <optional>
 

@@ -4,35 +4,20 @@
 #define KEEL_CLIENT_API_SESSION_SESSION_H
 
 #include "client/api/session/granted.h"
+#include "client/api/session/query.h"
 #include "client/api/session/transaction.h"
 #include "client/config/options.h"
-#include "client/store/listing/catalogue.h"
 #include "client/store/log/activity_log.h"
-#include "client/store/log/activity_reader.h"
 #include "client/store/nodes/policy.h"
 #include "client/store/nodes/repository.h"
 
-#include <deque>
-#include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
-#include <variant>
 #include <vector>
 
 namespace arca::api
 {
-
-/// An open query: the answers that are left in `answers`, or what reads them, `objects` or `log`.
-struct Query {
-    std::deque<std::variant<store::PieceInfo, store::ManagementClass>> answers;
-    std::unique_ptr<store::Listing> objects;
-    std::optional<store::ActivityReader> log;
-    std::optional<Refusal> damage; // of the object that was asked for by name
-    std::size_t seen = 0;          // objects that `objects` returned so far
-    bool classDetail = false;
-    std::map<std::string, std::uint16_t> daysKept; // of classes that were looked up
-    std::int16_t atEnd = HOX_RC_NO_MATCH;          // once an answer was given: HOX_RC_FINISHED
-};
 
 /// An open read: the objects of its list, and the one that is begun.
 struct Retrieval {
@@ -66,7 +51,7 @@ struct Session {
     std::unique_ptr<store::NodeSpace> space;
     store::ActivityLog log;
     std::optional<Transaction> transaction;
-    std::optional<Query> query;
+    std::unique_ptr<Query> query;
     std::optional<Retrieval> retrieval;
     std::optional<store::Group> openGroup; // not stored yet
     Granted granted;                       // as of `rulesSeen`; see guest.h
