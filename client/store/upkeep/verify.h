@@ -14,10 +14,9 @@
 #define KEEL_CLIENT_STORE_UPKEEP_VERIFY_H
 
 #include "client/store/space/node_space.h"
-#include "client/store/upkeep/verify_state.h"
+#include "client/store/upkeep/verify_report.h"
 
 #include <chrono>
-#include <functional>
 
 namespace arca::store
 {
@@ -30,45 +29,6 @@ struct VerifyRequest {
 
     /// Such a run goes on where the one before stopped, and ends with the round at the latest.
     bool isPartial() const { return percent < 100 || maxDuration.count() != 0; }
-};
-
-enum class Checked { record, pack, piece };
-
-struct Hurt {
-    Checked what;
-    std::string name; // of a piece its own, else, or when that cannot be read, that of the blob
-    std::string reason;
-};
-
-struct VerifyProgress {
-    std::uint64_t done = 0;    // blobs
-    std::uint64_t planned = 0; // of this run; others may come and go meanwhile
-    std::uint64_t bytes = 0;   // of packs and streams that were read
-};
-
-struct VerifyOutcome {
-    std::uint64_t records = 0, packs = 0, pieces = 0;
-    std::uint64_t hurtRecords = 0, hurtPacks = 0, hurtPieces = 0;
-    std::uint64_t recorded = 0;    // damaged parts of packs that had no record before
-    std::uint64_t healed = 0;      // records that went, as their parts are right again or gone
-    std::uint64_t quarantined = 0; // damaged manifests that were set aside, and lie there
-    std::uint64_t missing = 0;     // pieces that were stored, never purged, and are not there
-    bool onlyPacks = false; // there are packs, no piece at all, and no stream that is being stored
-    bool uncounted = false; // nothing says how many pieces there should be (inventory.h)
-    std::uint64_t bytesRead = 0;
-    bool roundEnded = false;
-    VerifyRound round; // as it stands after this run
-
-    std::uint64_t hurt() const
-    {
-        return hurtRecords + hurtPacks + hurtPieces + quarantined + missing + (onlyPacks ? 1 : 0);
-    }
-};
-
-/// Either may be empty.
-struct VerifyWatcher {
-    std::function<void(const Hurt &)> hurt;
-    std::function<void(const VerifyProgress &)> progress; // often
 };
 
 /// Fails only when it cannot go on: whatever is wrong with one blob is told to the watcher.
