@@ -186,6 +186,17 @@ TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)
     }
     EXPECT_EQ(run({"sh", "-c", ls + " 2>&- | head -n 1 >/dev/null"}).status, 0);
     EXPECT_EQ(arcaJson({"ls"})["count"], 200);
+    // More words than fit into a buffer, before the work is done.
+    std::string rm = arcaProgram().string() + " rm --yes --optfile " +
+                     installation_.clientOptions().string() + " --id " +
+                     arcaJson({"show", "piece_9"})["versions"][0]["id"].get<std::string>();
+    for (int i = 100; i < 400; ++i)
+        rm += " --id " + std::to_string(i);
+    const ProgramResult unsaid = run({"sh", "-c", rm + " >/dev/full"});
+    EXPECT_EQ(unsaid.status, 1);
+    EXPECT_EQ(unsaid.err, "arca rm: everything else is done, but standard output could not be "
+                          "written\n");
+    EXPECT_EQ(arcaJson({"ls"})["count"], 199);
 }
 
 TEST_F(ArcaTest, AFullDiskIsSaidAndSpaceCanBeFreedOnIt)

@@ -72,8 +72,7 @@ int perform(const Command &command)
         const std::string object = result.dump(2, ' ', false, Json::error_handler_t::replace);
         std::puts(object.c_str() + (command.jsonBegun ? object.find('\n') + 1 : 0));
     }
-    bool written = std::ferror(stdout) == 0;
-    written = std::fflush(stdout) == 0 && written;
+    const bool written = tools::isPrinted();
     if (status != 0)
         return status;
     logOutcome(command, written ? "done" : tools::kReportUnwritten);

@@ -1,4 +1,5 @@
 // keel info: shows what the agent knows of pieces.
+#include "tools/common/command/streams.h"
 #include "tools/common/table.h"
 #include "tools/common/text.h"
 #include "tools/keel/channel/failure.h"
@@ -65,7 +66,7 @@ void printTable(const std::vector<PieceInfo> &pieces, bool firstVersion)
                                             : tools::localTimeText(piece.expires),
                        piece.label, sharing(piece), piece.managementClass});
     }
-    fmt::print("{}", table.text());
+    tools::print("{}", table.text());
 }
 
 int run(const std::vector<std::string> &names, const Command &command, Json &result)

@@ -102,7 +102,7 @@ int conclude(const Command &command, Json &result, int status)
     result["ok"] = status == kExitDone;
     if (command.json)
         printJson(result);
-    const bool written = std::fflush(stdout) == 0 && std::ferror(stdout) == 0;
+    const bool written = tools::isPrinted();
     if (!written)
         tools::complain(fmt::format("keel {}: {}\n", command.verb, tools::kReportUnwritten));
     logOutcome(command, !written              ? tools::kReportUnwritten

@@ -1,4 +1,5 @@
 // keel passwd: writes the password file that the agent logs on with.
+#include "tools/common/command/streams.h"
 #include "tools/common/text.h"
 #include "tools/keel/agent_options.h"
 #include "tools/keel/channel/context_channel.h"
@@ -85,17 +86,17 @@ int run(bool fromStandardInput, const Command &command, Json &result)
     result["node"] = place.node;
     result["file"] = place.file().string();
     if (!command.json && !command.quiet) {
-        fmt::print("The password of node {} is in {}.\n"
-                   "The agent logs on with it when these are set:\n"
-                   "    in {}:\n"
-                   "        VELO_NODE       {}\n"
-                   "        VELO_PSWDPATH   {}\n"
-                   "    in {}:\n"
-                   "        PASSWORDACCESS  prompt\n",
-                   tools::printable(place.node), tools::printable(place.file().string()),
-                   tools::printable(place.optionFile), tools::printable(place.node),
-                   tools::printable(place.directory.string()),
-                   tools::printable(place.clientOptions));
+        tools::print("The password of node {} is in {}.\n"
+                     "The agent logs on with it when these are set:\n"
+                     "    in {}:\n"
+                     "        VELO_NODE       {}\n"
+                     "        VELO_PSWDPATH   {}\n"
+                     "    in {}:\n"
+                     "        PASSWORDACCESS  prompt\n",
+                     tools::printable(place.node), tools::printable(place.file().string()),
+                     tools::printable(place.optionFile), tools::printable(place.node),
+                     tools::printable(place.directory.string()),
+                     tools::printable(place.clientOptions));
     }
     return kExitDone;
 }

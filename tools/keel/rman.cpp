@@ -1,4 +1,5 @@
 // keel rman: prints the commands that make the database's backup tool use this installation.
+#include "tools/common/command/streams.h"
 #include "tools/keel/agent_options.h"
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/command.h"
@@ -87,16 +88,17 @@ int run(const Asked &asked, const Command &command, Json &result)
         checkQuotable("the node", asked.duplicateFrom, ",() ");
         result["duplicate"] = duplicateBlock(asked, parms);
         if (!command.json)
-            fmt::print("# On {}, once, so that this node may read its pieces:\n"
-                       "#     arca access grant THIS-NODE\n"
-                       "# Here, connected to the auxiliary database (copy: its name):\n\n{}",
-                       asked.duplicateFrom, duplicateBlock(asked, parms));
+            tools::print("# On {}, once, so that this node may read its pieces:\n"
+                         "#     arca access grant THIS-NODE\n"
+                         "# Here, connected to the auxiliary database (copy: its name):\n\n{}",
+                         asked.duplicateFrom, duplicateBlock(asked, parms));
         return kExitDone;
     }
     result["configure"] = configureCommands(asked, parms);
     result["run"] = runBlock(asked, parms);
     if (!command.json)
-        fmt::print("{}", asked.runBlock ? runBlock(asked, parms) : configureCommands(asked, parms));
+        tools::print("{}",
+                     asked.runBlock ? runBlock(asked, parms) : configureCommands(asked, parms));
     return kExitDone;
 }
 

@@ -5,6 +5,7 @@
 #include "tools/arca/client/client_session.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/piece_name.h"
+#include "tools/common/command/streams.h"
 
 #include <fmt/format.h>
 
@@ -45,13 +46,13 @@ Result<void> list(ClientSession &client, const Command &command, const Asked &, 
     ARCA_CHECK(answered(mtAccessRules(client.session(), rules)));
     Json &shown = result["rules"] = Json::array();
     if (!command.json && !rules.empty())
-        fmt::print("{:>10}  {:<20}  {:<12}  {}\n", "Rule", "Node", "Owner", "May read");
+        tools::print("{:>10}  {:<20}  {:<12}  {}\n", "Rule", "Node", "Owner", "May read");
     for (const qryRespAccessData &rule : rules) {
         shown.push_back(jsonOf(rule));
         if (!command.json)
-            fmt::print("{:>10}  {:<20}  {:<12}  {}\n", rule.ruleNumber, printable(rule.nodeName),
-                       rule.ownerName[0] == '\0' ? "any" : printable(rule.ownerName),
-                       printable(shownName(rule.objName)));
+            tools::print("{:>10}  {:<20}  {:<12}  {}\n", rule.ruleNumber, printable(rule.nodeName),
+                         rule.ownerName[0] == '\0' ? "any" : printable(rule.ownerName),
+                         printable(shownName(rule.objName)));
     }
     return {};
 }
@@ -83,7 +84,7 @@ Result<void> grant(ClientSession &client, const Command &command, const Asked &a
     ARCA_CHECK(answered(mtAccessGrant(client.session(), name, asked.reader, asked.owner)));
     result["granted"] = asked.reader;
     if (!command.json)
-        fmt::print("Node {} may read {}\n", printable(asked.reader), printable(shownName(name)));
+        tools::print("Node {} may read {}\n", printable(asked.reader), printable(shownName(name)));
     return {};
 }
 
@@ -98,7 +99,7 @@ Result<void> revoke(ClientSession &client, const Command &command, const Asked &
         ARCA_CHECK(answered(rc));
         revoked.push_back(rule);
         if (!command.json)
-            fmt::print("Rule {} taken back\n", rule);
+            tools::print("Rule {} taken back\n", rule);
     }
     return {};
 }

@@ -6,6 +6,7 @@
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/selection.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/progress.h"
 #include "tools/common/text.h"
 
@@ -95,14 +96,14 @@ Result<void> list(ClientSession &client, const Command &command, const Asked &, 
     ARCA_TRY(const auto classes, classesOf(client));
     Json &shown = result["classes"] = Json::array();
     if (!command.json)
-        fmt::print("{:<30}  {:<30}  {:>8}  {:>7}  {}\n", "Class", "Storage pool", "Versions",
-                   "Days", "Description");
+        tools::print("{:<30}  {:<30}  {:>8}  {:>7}  {}\n", "Class", "Storage pool", "Versions",
+                     "Days", "Description");
     for (const mtClass_t &known : classes.known) {
         shown.push_back(jsonOf(known));
         if (!command.json)
-            fmt::print("{:<30}  {:<30}  {:>8}  {:>7}  {}\n", known.name, printable(known.stgPool),
-                       limitText(known.versionsKept, "nolimit"),
-                       limitText(known.daysKept, "forever"), printable(known.description));
+            tools::print("{:<30}  {:<30}  {:>8}  {:>7}  {}\n", known.name, printable(known.stgPool),
+                         limitText(known.versionsKept, "nolimit"),
+                         limitText(known.daysKept, "forever"), printable(known.description));
     }
     return answered(classes.damage);
 }
@@ -130,7 +131,7 @@ Result<void> conclude(ClientSession &client, const Command &command, const Asked
         name = known.name;
     }
     if (!command.json)
-        fmt::print("Class       {} ({})\n", printable(name), done);
+        tools::print("Class       {} ({})\n", printable(name), done);
     return {};
 }
 
@@ -233,13 +234,13 @@ Result<void> bind(ClientSession &client, const Command &command, const Asked &as
     result["bound"] = bound.ids.size();
     result["missing"] = bound.gone;
     if (!command.json && bound.gone != 0)
-        fmt::print("{} {} not there any more, {}\n", pieces(bound.gone),
-                   bound.gone == 1 ? "is" : "are",
-                   bound.damage == HOX_RC_OK ? "or bound by now" : "bound by now, or damaged");
+        tools::print("{} {} not there any more, {}\n", pieces(bound.gone),
+                     bound.gone == 1 ? "is" : "are",
+                     bound.damage == HOX_RC_OK ? "or bound by now" : "bound by now, or damaged");
     if (!command.json)
-        fmt::print("{} {} to {}; what was bound to it stays so\n",
-                   asked.dryRun ? "Would bind" : "Bound", pieces(bound.ids.size()),
-                   printable(asked.name));
+        tools::print("{} {} to {}; what was bound to it stays so\n",
+                     asked.dryRun ? "Would bind" : "Bound", pieces(bound.ids.size()),
+                     printable(asked.name));
     return answered(bound.damage);
 }
 

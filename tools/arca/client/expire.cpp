@@ -7,6 +7,7 @@
 #include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
 #include "tools/arca/selection.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/progress.h"
 #include "tools/common/text.h"
 
@@ -66,8 +67,8 @@ Result<Expired> rehearse(ClientSession &client, mtExpiry_t expiry, bool named, m
     auto done = expire(client, expiry, [&](const mtObject_t &object, int) {
         going.push_back(object.objId);
         if (named)
-            fmt::print("{}  {:>10}  {}\n", idText(object.objId), sizeText(object.size),
-                       printable(object.fsName + object.hlName + object.llName, 2400));
+            tools::print("{}  {:>10}  {}\n", idText(object.objId), sizeText(object.size),
+                         printable(object.fsName + object.hlName + object.llName, 2400));
         return !interrupted();
     });
     std::ranges::sort(going);
@@ -106,9 +107,9 @@ Result<Expired> perform(ClientSession &client, const Command &command, const Ask
     shown.among = &going;
     ARCA_TRY(const Expired done, carryOut(client, shown, planned.deleted));
     if (done.deleted < planned.deleted && !command.json)
-        fmt::print("{} of those {} not there any more, or kept by now\n",
-                   planned.deleted - done.deleted,
-                   planned.deleted - done.deleted == 1 ? "is" : "are");
+        tools::print("{} of those {} not there any more, or kept by now\n",
+                     planned.deleted - done.deleted,
+                     planned.deleted - done.deleted == 1 ? "is" : "are");
     return done;
 }
 
@@ -141,7 +142,7 @@ Result<void> expireAll(const Command &command, const Asked &asked, Json &result)
     result["size"] = totals.size;
     result["storedSize"] = totals.storedSize;
     if (!command.json)
-        fmt::print("{}  {}\n", asked.dryRun ? "Would expire" : "Expired", amountText(totals));
+        tools::print("{}  {}\n", asked.dryRun ? "Would expire" : "Expired", amountText(totals));
     if (!damage.empty())
         return Error{ErrorKind::damaged,
                      damage + "; what is bound to such a class stays (arca verify)"};

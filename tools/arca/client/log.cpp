@@ -68,7 +68,7 @@ void print(const mtLogEvent_t &event)
             line += "  " + printable(*field, 4000);
     if (event.sealed)
         line += "  (sealed for its node)";
-    fmt::print("{}\n", line);
+    tools::print("{}\n", line);
 }
 
 Json jsonOf(const mtLogEvent_t &event)
@@ -118,7 +118,7 @@ Result<void> prune(ClientSession &client, const Command &command, const Asked &a
     (void)mtLogAppend(client.session(), HOX_SEVERITY_INFO, "ARCA012", "arca log: pruned " + told);
     result["prunedBefore"] = tools::utcTimeText(before).substr(0, 10) + "T00:00:00Z";
     if (!command.json)
-        fmt::print("Deleted the {}\n", told);
+        tools::print("Deleted the {}\n", told);
     return {};
 }
 

@@ -8,6 +8,7 @@
 #include "tools/arca/piece_name.h"
 #include "tools/arca/repository/removed.h"
 #include "tools/arca/selection.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/text.h"
 #include "tools/timing/timing.h"
 
@@ -63,10 +64,10 @@ public:
         if (asked_.tree)
             return;
         if (asked_.longForm)
-            fmt::print("{:<16}  {:>10}  {:>10}  {:<19}  {:<8}  {:<12}  {}\n", "Identifier", "Size",
-                       "Stored", "Since", "State", "Class", "Piece");
+            tools::print("{:<16}  {:>10}  {:>10}  {:<19}  {:<8}  {:<12}  {}\n", "Identifier",
+                         "Size", "Stored", "Since", "State", "Class", "Piece");
         else
-            fmt::print("{:>10}  {:>8}  {}\n", "Size", "Age", "Piece");
+            tools::print("{:>10}  {:>8}  {}\n", "Size", "Age", "Piece");
     }
 
     void print(const Row &row)
@@ -74,27 +75,29 @@ public:
         if (asked_.tree)
             printBranch(row);
         else if (asked_.longForm)
-            fmt::print("{}  {:>10}  {:>10}  {:<19}  {:<8}  {:<12}  {}\n", idText(row.id),
-                       sizeText(row.size), sizeText(row.storedSize),
-                       tools::localTimeText(row.stored), row.inactive == 0 ? "active" : "inactive",
-                       printable(row.className), printable(row.filespace + "//" + row.piece, 2400));
+            tools::print("{}  {:>10}  {:>10}  {:<19}  {:<8}  {:<12}  {}\n", idText(row.id),
+                         sizeText(row.size), sizeText(row.storedSize),
+                         tools::localTimeText(row.stored),
+                         row.inactive == 0 ? "active" : "inactive", printable(row.className),
+                         printable(row.filespace + "//" + row.piece, 2400));
         else
-            fmt::print("{:>10}  {:>8}  {}{}\n", sizeText(row.size), ageText(now_ - row.stored),
-                       printable(row.piece, 1300), row.inactive == 0 ? "" : "  (inactive)");
+            tools::print("{:>10}  {:>8}  {}{}\n", sizeText(row.size), ageText(now_ - row.stored),
+                         printable(row.piece, 1300), row.inactive == 0 ? "" : "  (inactive)");
     }
 
 private:
     void printBranch(const Row &row)
     {
         if (row.filespace != filespace_)
-            fmt::print("{}\n", printable(row.filespace, 1100));
+            tools::print("{}\n", printable(row.filespace, 1100));
         if (row.filespace != filespace_ || row.piece != piece_)
-            fmt::print("    {}\n", printable(row.piece, 1300));
+            tools::print("    {}\n", printable(row.piece, 1300));
         filespace_ = row.filespace;
         piece_ = row.piece;
-        fmt::print("        {:>10}  {:>8}  {}{}\n", sizeText(row.size), ageText(now_ - row.stored),
-                   row.inactive == 0 ? "active" : "inactive for " + ageText(now_ - row.inactive),
-                   asked_.longForm ? "  " + idText(row.id) + "  " + printable(row.className) : "");
+        tools::print(
+            "        {:>10}  {:>8}  {}{}\n", sizeText(row.size), ageText(now_ - row.stored),
+            row.inactive == 0 ? "active" : "inactive for " + ageText(now_ - row.inactive),
+            asked_.longForm ? "  " + idText(row.id) + "  " + printable(row.className) : "");
     }
 
     const Asked &asked_;
@@ -122,13 +125,13 @@ public:
     {
         std::string text = head.dump(-1, ' ', false, Json::error_handler_t::replace);
         text.pop_back();
-        fmt::print("{},\"objects\":[", text);
+        tools::print("{},\"objects\":[", text);
     }
     void add(const dhoxBackupObject_t &object)
     {
         describe(row_, object);
-        fmt::print("{}\n{}", first_ ? "" : ",",
-                   row_.dump(-1, ' ', false, Json::error_handler_t::replace));
+        tools::print("{}\n{}", first_ ? "" : ",",
+                     row_.dump(-1, ' ', false, Json::error_handler_t::replace));
         first_ = false;
     }
     void end(const Result<void> &done, const Totals &totals, const Command &command)
@@ -141,7 +144,8 @@ public:
             tail["error"] = done.error().text;
         if (command.timing)
             tail["timing"] = tools::timesJson();
-        fmt::print("\n],{}\n", tail.dump(-1, ' ', false, Json::error_handler_t::replace).substr(1));
+        tools::print("\n],{}\n",
+                     tail.dump(-1, ' ', false, Json::error_handler_t::replace).substr(1));
     }
 
 private:
@@ -197,8 +201,8 @@ Result<void> listText(ClientSession &client, const mtFilter_t &filter, const Ask
     ARCA_CHECK(done);
     if (totals.objects == 0 && !asked.selection.pattern.empty())
         return noMatch(asked.selection);
-    fmt::print("{}, {}, {} stored\n", tools::counted(totals.objects, "piece"),
-               sizeText(totals.size), sizeText(totals.storedSize));
+    tools::print("{}, {}, {} stored\n", tools::counted(totals.objects, "piece"),
+                 sizeText(totals.size), sizeText(totals.storedSize));
     return {};
 }
 

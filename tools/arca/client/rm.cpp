@@ -9,6 +9,7 @@
 #include "tools/arca/piece_name.h"
 #include "tools/arca/repository/rm_blob.h"
 #include "tools/arca/selection.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/progress.h"
 #include "tools/common/text.h"
 
@@ -67,8 +68,8 @@ Result<Totals> look(ClientSession &client, mtFilter_t filter, bool named)
                                       totals.size += object.size;
                                       totals.ids.push_back(object.objId);
                                       if (named)
-                                          fmt::print("{}  {}\n", idText(object.objId),
-                                                     printable(pieceText(object.objName), 2400));
+                                          tools::print("{}  {}\n", idText(object.objId),
+                                                       printable(pieceText(object.objName), 2400));
                                       return true;
                                   });
     ARCA_CHECK(expectUninterrupted());
@@ -116,10 +117,10 @@ public:
             ++(rc == HOX_RC_OK ? done_.objects : damaged ? done_.damaged : done_.missing);
             done_.size += rc == HOX_RC_OK ? object.size : 0;
             if (damaged && !command_.json)
-                fmt::print("{} {} is damaged\n", idText(object.objId),
-                           printable(object.fsName + object.hlName + object.llName, 2400));
+                tools::print("{} {} is damaged\n", idText(object.objId),
+                             printable(object.fsName + object.hlName + object.llName, 2400));
             else if (rc != HOX_RC_OK && !command_.json)
-                fmt::print("{}", goneText(object.objId, asked_));
+                tools::print("{}", goneText(object.objId, asked_));
             progress_.show(done_.seen(), planned_, 0);
             return !interrupted();
         };
@@ -175,7 +176,7 @@ Result<void> conclude(ClientSession *client, const Command &command, const Asked
         return interruption(told + ", the rest is as it was");
     // What was done is printed before the failure of the rest.
     if (!command.json && (rc == HOX_RC_OK || done.objects != 0))
-        fmt::print("{}{}\n", asked.dryRun ? "Would be: " : "", told);
+        tools::print("{}{}\n", asked.dryRun ? "Would be: " : "", told);
     ARCA_CHECK(answered(rc));
     if (done.objects == 0 && done.missing != 0)
         return Error{ErrorKind::notFound, "nothing of it is there any more"};
@@ -200,8 +201,8 @@ Result<void> carryOut(ClientSession &client, const Command &command, const Asked
         all && done.seen() < counted.objects ? counted.objects - done.seen() : 0;
     done.missing += gone;
     if (gone != 0 && !command.json)
-        fmt::print("{} of the {} {} not there any more, or not as asked for\n", gone,
-                   tools::counted(counted.objects, "piece"), gone == 1 ? "is" : "are");
+        tools::print("{} of the {} {} not there any more, or not as asked for\n", gone,
+                     tools::counted(counted.objects, "piece"), gone == 1 ? "is" : "are");
     return conclude(&client, command, asked, done, rc, result);
 }
 
@@ -230,9 +231,9 @@ Result<void> removeMatching(const Command &command, const Asked &asked, const mt
                            : Error{ErrorKind::notFound,
                                    "no identifier that was given is of a piece that fits"};
     if (counted.objects < ids.size() && !command.json)
-        fmt::print("{} of the {} {} of no piece that fits\n", ids.size() - counted.objects,
-                   tools::counted(ids.size(), "identifier"),
-                   ids.size() - counted.objects == 1 ? "is" : "are");
+        tools::print("{} of the {} {} of no piece that fits\n", ids.size() - counted.objects,
+                     tools::counted(ids.size(), "identifier"),
+                     ids.size() - counted.objects == 1 ? "is" : "are");
     if (asked.dryRun)
         return conclude(client.get(), command, asked, counted, counted.damage, result);
     ARCA_CHECK(confirm(question(asked, counted), asked.yes));
@@ -273,13 +274,13 @@ Result<void> showByIds(const Command &command, const Asked &asked, const mtObjec
         } else if (!piece || (asked.deactivate && !piece->isActive())) {
             ++found.missing;
             if (!command.json)
-                fmt::print("{}", goneText(id, asked));
+                tools::print("{}", goneText(id, asked));
         } else {
             ++found.objects;
             found.size += piece->totals.streamBytes;
             if (!command.json)
-                fmt::print("{}  {}\n", idText(piece->id),
-                           printable(piece->description.name.joined(), 2400));
+                tools::print("{}  {}\n", idText(piece->id),
+                             printable(piece->description.name.joined(), 2400));
         }
     }
     auto done = conclude(nullptr, command, asked, found, HOX_RC_OK, result);

@@ -8,6 +8,7 @@
 #include "tools/arca/object_text.h"
 #include "tools/arca/piece_name.h"
 #include "tools/arca/selection.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/text.h"
 
 #include <ctime>
@@ -130,7 +131,7 @@ std::string expiryText(const hoxDate &date)
 
 void line(const char *label, const std::string &text)
 {
-    fmt::print("{:<12}{}\n", label, printable(text, 4000));
+    tools::print("{:<12}{}\n", label, printable(text, 4000));
 }
 
 void print(const Version &version, const std::vector<mtClass_t> &classes)
@@ -184,7 +185,7 @@ Result<void> show(const Command &command, const Asked &asked, Json &result)
     for (const Version &version : versions) {
         shown.push_back(jsonOfVersion(version));
         if (!command.json) {
-            fmt::print("{}", &version == versions.data() ? "" : "\n");
+            tools::print("{}", &version == versions.data() ? "" : "\n");
             print(version, classes);
         }
     }

@@ -8,6 +8,7 @@
 #include "client/store/nodes/repository.h"
 #include "tools/arca/command.h"
 #include "tools/arca/nodes/registration.h"
+#include "tools/common/command/streams.h"
 
 #include <fmt/format.h>
 
@@ -55,9 +56,9 @@ Result<void> makeRecoveryKey(store::Repository &repository, Command &command)
     if (command.json)
         beginJson(command, "recoveryKey", written);
     else
-        fmt::print(kRecoveryText, written);
+        tools::print(kRecoveryText, written);
     wipe(written);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+    if (!tools::isPrinted())
         return Error{ErrorKind::io, "the recovery key cannot be shown on standard output"};
     auto published = store::publishRecoveryHalf(repository.blobs(), half);
     if (!published && published.error().kind == ErrorKind::exists)
@@ -77,8 +78,8 @@ Result<void> init(Command &command, bool fromStandardInput, Json &result)
     result["uuid"] = repository.uuid();
     result["made"] = opened.made;
     if (!command.json)
-        fmt::print("Repository  {} ({})\n", repository.shownName(),
-                   opened.made ? "made now" : "was there, left as it is");
+        tools::print("Repository  {} ({})\n", repository.shownName(),
+                     opened.made ? "made now" : "was there, left as it is");
     ARCA_CHECK(makeRecoveryKey(repository, command));
     ARCA_TRY(const bool registered, registerNode(repository, options, node, fromStandardInput));
     repository.blobs().keepReserve();

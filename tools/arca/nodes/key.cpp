@@ -3,6 +3,7 @@
 #include "client/store/nodes/repository.h"
 #include "tools/arca/nodes/key_verbs.h"
 #include "tools/arca/secrets.h"
+#include "tools/common/command/streams.h"
 
 #include <fmt/format.h>
 
@@ -24,7 +25,7 @@ Result<void> check(const Command &command, bool fromStandardInput, Json &result)
         return Error{ErrorKind::authentication,
                      "this is not the recovery key of the repository " + repository->shownName()};
     if (!command.json)
-        fmt::print("This is the recovery key of the repository {}\n", repository->shownName());
+        tools::print("This is the recovery key of the repository {}\n", repository->shownName());
     return {};
 }
 

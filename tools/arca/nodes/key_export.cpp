@@ -6,6 +6,7 @@
 #include "client/store/nodes/repository.h"
 #include "tools/arca/nodes/key_verbs.h"
 #include "tools/arca/secrets.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/command/written_file.h"
 
 #include <fmt/format.h>
@@ -56,10 +57,10 @@ Result<void> exportKey(const Command &command, const Asked &asked, Json &result)
         result["key"] = text;
     }
     if (!command.json && asked.output == "-")
-        fmt::print("{}", text);
+        tools::print("{}", text);
     else if (!command.json)
-        fmt::print("The key of node {} is in {}; on the other host: arca key import {}\n",
-                   printable(node), printable(asked.output), printable(asked.output));
+        tools::print("The key of node {} is in {}; on the other host: arca key import {}\n",
+                     printable(node), printable(asked.output), printable(asked.output));
     return {};
 }
 

@@ -7,6 +7,7 @@
 #include "client/store/nodes/repository.h"
 #include "tools/arca/nodes/key_verbs.h"
 #include "tools/arca/secrets.h"
+#include "tools/common/command/streams.h"
 
 #include <filesystem>
 #include <iostream>
@@ -81,8 +82,8 @@ Result<void> importKey(const Command &command, const Asked &asked, Json &result)
     result["node"] = key.node;
     result["passwordFile"] = kept;
     if (!command.json)
-        fmt::print("Node {} can log on from here; its password is kept in {}\n",
-                   printable(key.node), kept);
+        tools::print("Node {} can log on from here; its password is kept in {}\n",
+                     printable(key.node), kept);
     return {};
 }
 

@@ -2,6 +2,7 @@
 #include "client/store/nodes/node_list.h"
 #include "client/store/nodes/repository.h"
 #include "tools/arca/nodes/node_verbs.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/table.h"
 
 #include <fmt/format.h>
@@ -51,7 +52,7 @@ Result<void> list(const Command &command, Json &result)
                    std::to_string(node.inactive), std::to_string(node.packs), told});
     }
     if (!command.json)
-        fmt::print("{}", table.text());
+        tools::print("{}", table.text());
     return {};
 }
 

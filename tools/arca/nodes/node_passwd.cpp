@@ -6,6 +6,7 @@
 #include "client/store/nodes/repository.h"
 #include "tools/arca/nodes/node_verbs.h"
 #include "tools/arca/secrets.h"
+#include "tools/common/command/streams.h"
 
 #include <fmt/format.h>
 
@@ -58,9 +59,9 @@ Result<void> recover(const Command &command, const Asked &asked, Json &result)
     if (generate)
         result["passwordFile"] = kept;
     if (!command.json)
-        fmt::print("Node {} has a new password, {}\n", printable(asked.node),
-                   generate ? "kept in " + kept + "; keep a copy in a safe place"
-                            : "supplied by the application (PASSWORDACCESS prompt)");
+        tools::print("Node {} has a new password, {}\n", printable(asked.node),
+                     generate ? "kept in " + kept + "; keep a copy in a safe place"
+                              : "supplied by the application (PASSWORDACCESS prompt)");
     return {};
 }
 

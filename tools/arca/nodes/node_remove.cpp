@@ -7,6 +7,7 @@
 #include "client/store/nodes/repository.h"
 #include "tools/arca/interrupt.h"
 #include "tools/arca/nodes/node_verbs.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/progress.h"
 #include "tools/common/text.h"
 
@@ -90,7 +91,7 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
     result["inactive"] = node.inactive;
     result["packs"] = node.packs;
     if (!command.json)
-        fmt::print("Node {} removed, with {}\n", printable(asked.node), contentText(node));
+        tools::print("Node {} removed, with {}\n", printable(asked.node), contentText(node));
     return {};
 }
 

@@ -6,6 +6,7 @@
 #include "client/base/text.h"
 #include "client/config/node_keys.h"
 #include "tools/arca/secrets.h"
+#include "tools/common/command/streams.h"
 
 #include <fmt/format.h>
 
@@ -67,12 +68,13 @@ Result<bool> registerNode(store::Repository &repository, const config::Options &
 
 void showRegistration(const config::Options &options, const std::string &node, bool now)
 {
-    fmt::print("Node        {} ({})\n", printable(node), now ? "registered now" : "was registered");
+    tools::print("Node        {} ({})\n", printable(node),
+                 now ? "registered now" : "was registered");
     if (options.passwordAccess == config::PasswordAccess::generate)
-        fmt::print("Password    kept in {}; keep a copy in a safe place\n",
-                   config::NodeKeys(options.file).path());
+        tools::print("Password    kept in {}; keep a copy in a safe place\n",
+                     config::NodeKeys(options.file).path());
     else
-        fmt::print("Password    supplied by the application (PASSWORDACCESS prompt)\n");
+        tools::print("Password    supplied by the application (PASSWORDACCESS prompt)\n");
 }
 
 } // namespace arca::tool

@@ -4,6 +4,7 @@
 #include "client/base/text.h"
 #include "client/store/marks/grace.h"
 #include "tools/arca/node_session.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/text.h"
 
 #include <fmt/format.h>
@@ -46,7 +47,7 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     ARCA_TRY(const std::int64_t seconds, grace.read());
     result["graceSeconds"] = seconds;
     if (!command.json)
-        fmt::print("Removed pieces of every node are kept for {}\n", graceText(seconds));
+        tools::print("Removed pieces of every node are kept for {}\n", graceText(seconds));
     return {};
 }
 

@@ -5,6 +5,7 @@
 #include "client/store/upkeep/verify_state.h"
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/command/written_file.h"
 
 #include <algorithm>
@@ -133,7 +134,7 @@ Result<void> tell(const Command &command, const Asked &asked, Json &result)
     if (command.json)
         result["metrics"] = out.text();
     else if (asked.output == "-")
-        fmt::print("{}", out.text());
+        tools::print("{}", out.text());
     return {};
 }
 

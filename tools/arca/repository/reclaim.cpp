@@ -6,6 +6,7 @@
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/repository/grace.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/progress.h"
 #include "tools/common/text.h"
 
@@ -55,40 +56,42 @@ std::string processesOf(const std::vector<std::string> &claims)
 void show(const store::ReclaimTotals &totals, bool dryRun)
 {
     if (totals.purgedPieces != 0)
-        fmt::print("{}  {} whose grace time is over\n", dryRun ? "Would purge" : "Purged    ",
-                   tools::counted(totals.purgedPieces, "removed piece"));
+        tools::print("{}  {} whose grace time is over\n", dryRun ? "Would purge" : "Purged    ",
+                     tools::counted(totals.purgedPieces, "removed piece"));
     if (totals.keptPieces != 0)
-        fmt::print("Kept        {} whose grace time is not over (arca ls --removed)\n",
-                   tools::counted(totals.keptPieces, "removed piece"));
+        tools::print("Kept        {} whose grace time is not over (arca ls --removed)\n",
+                     tools::counted(totals.keptPieces, "removed piece"));
     if (totals.missingPieces != 0)
-        fmt::print("Missing     {}, taken as lost for good\n",
-                   tools::counted(totals.missingPieces, "piece"));
+        tools::print("Missing     {}, taken as lost for good\n",
+                     tools::counted(totals.missingPieces, "piece"));
     if (totals.damagedNotes != 0)
-        fmt::print("Damaged     {} of what was stored (arca verify names what is damaged): pieces "
-                   "that only such a note names were not looked for\n",
-                   tools::counted(totals.damagedNotes, "note"));
-    fmt::print("Packs       {}, {}\n", totals.packs, sizeText(totals.packBytes));
-    fmt::print("{}  {} in {} and {}\n", dryRun ? "Would free" : "Freed     ",
-               sizeText(totals.freedBytes), tools::counted(totals.deadPacks, "dead pack"),
-               tools::counted(totals.rewrittenPacks, "mostly dead one"));
+        tools::print(
+            "Damaged     {} of what was stored (arca verify names what is damaged): pieces "
+            "that only such a note names were not looked for\n",
+            tools::counted(totals.damagedNotes, "note"));
+    tools::print("Packs       {}, {}\n", totals.packs, sizeText(totals.packBytes));
+    tools::print("{}  {} in {} and {}\n", dryRun ? "Would free" : "Freed     ",
+                 sizeText(totals.freedBytes), tools::counted(totals.deadPacks, "dead pack"),
+                 tools::counted(totals.rewrittenPacks, "mostly dead one"));
     if (totals.waitingPacks != 0)
-        fmt::print("Later       {} in {}: streams that may count on that are still open in "
-                   "process {}\n",
-                   sizeText(totals.waitingBytes), tools::counted(totals.waitingPacks, "pack"),
-                   processesOf(totals.waitingFor));
+        tools::print("Later       {} in {}: streams that may count on that are still open in "
+                     "process {}\n",
+                     sizeText(totals.waitingBytes), tools::counted(totals.waitingPacks, "pack"),
+                     processesOf(totals.waitingFor));
 }
 
 void showDamage(const store::ReclaimTotals &totals, bool dryRun)
 {
     for (const std::string &pack : totals.damagedPacks)
-        fmt::print("Kept        {}: it cannot be read, and pieces need it (arca repair)\n", pack);
+        tools::print("Kept        {}: it cannot be read, and pieces need it (arca repair)\n", pack);
     if (!totals.damagedMark.empty())
-        fmt::print("Damaged     {}, which said what packs were being reclaimed: {}\n",
-                   totals.damagedMark, dryRun ? "the next run replaces it" : "it was replaced");
+        tools::print("Damaged     {}, which said what packs were being reclaimed: {}\n",
+                     totals.damagedMark, dryRun ? "the next run replaces it" : "it was replaced");
     for (const std::string &manifest : totals.damagedManifests)
-        fmt::print("Kept        all packs that were there when {} was found damaged, as nobody can "
-                   "tell which of them it needs; arca rm --blob gives it up\n",
-                   manifest);
+        tools::print(
+            "Kept        all packs that were there when {} was found damaged, as nobody can "
+            "tell which of them it needs; arca rm --blob gives it up\n",
+            manifest);
 }
 
 /// While the record of the grace time is damaged, removed pieces stay, and nothing else waits.

@@ -7,6 +7,7 @@
 #include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
 #include "tools/arca/piece_name.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/text.h"
 
 #include <ctime>
@@ -41,7 +42,7 @@ void print(const store::RemovedPiece &piece, std::int64_t grace)
 {
     const store::PieceInfo &info = piece.info;
     const std::int64_t now = std::time(nullptr);
-    fmt::print(
+    tools::print(
         "{}  {:>10}  {:>8}  {:>8}  {}{}\n", idText(info.id), sizeText(info.totals.streamBytes),
         ageText(now - piece.removedAt), leftText(piece.removedAt + grace - now),
         printable(pieceOf(info.description.name), 1300), info.isActive() ? "" : "  (inactive)");
@@ -76,8 +77,8 @@ Result<void> listRemoved(const Command &command, const std::string &pattern, boo
         if (command.json)
             objects.push_back(jsonOf(piece, grace));
         else if (count == 0)
-            fmt::print("{:<16}  {:>10}  {:>8}  {:>8}  {}\n", "Identifier", "Size", "Removed",
-                       "Kept for", "Piece");
+            tools::print("{:<16}  {:>10}  {:>8}  {:>8}  {}\n", "Identifier", "Size", "Removed",
+                         "Kept for", "Piece");
         if (!command.json)
             print(piece, grace);
         ++count;
@@ -90,7 +91,7 @@ Result<void> listRemoved(const Command &command, const std::string &pattern, boo
     if (count == 0 && !pattern.empty())
         return Error{ErrorKind::notFound, "no removed piece matches " + printable(pattern, 1300)};
     if (!command.json)
-        fmt::print("{}, {}\n", tools::counted(count, "removed piece"), sizeText(size));
+        tools::print("{}, {}\n", tools::counted(count, "removed piece"), sizeText(size));
     return {};
 }
 

@@ -4,6 +4,7 @@
 #include "client/base/text.h"
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/text.h"
 
 #include <fmt/format.h>
@@ -39,14 +40,14 @@ void fill(const store::RepairOutcome &outcome, Json &result)
 
 void print(const store::RepairOutcome &outcome, bool dryRun)
 {
-    fmt::print("Looked at   {}\n", counted(outcome.damagedPacks, "damaged pack"));
-    fmt::print("{}  {}, with copies of {} ({})\n", dryRun ? "Would mend" : "Mended    ",
-               counted(outcome.mendedPacks, "pack"), counted(outcome.foundBlocks, "block"),
-               tools::byteText(static_cast<double>(outcome.foundBytes)));
+    tools::print("Looked at   {}\n", counted(outcome.damagedPacks, "damaged pack"));
+    tools::print("{}  {}, with copies of {} ({})\n", dryRun ? "Would mend" : "Mended    ",
+                 counted(outcome.mendedPacks, "pack"), counted(outcome.foundBlocks, "block"),
+                 tools::byteText(static_cast<double>(outcome.foundBytes)));
     if (outcome.healed != 0)
-        fmt::print("Right again {}\n", counted(outcome.healed, "part"));
+        tools::print("Right again {}\n", counted(outcome.healed, "part"));
     if (outcome.waitingPacks != 0)
-        fmt::print("Later       {}\n", counted(outcome.waitingPacks, "pack"));
+        tools::print("Later       {}\n", counted(outcome.waitingPacks, "pack"));
 }
 
 /// Returns a failure when anything is left to do, the gravest first.
@@ -81,14 +82,14 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
         if (command.json)
             packs.push_back({{"name", name}, {"what", what}});
         else
-            fmt::print("Pack {}: {}\n", printable(name, 4000), printable(what, 4000));
+            tools::print("Pack {}: {}\n", printable(name, 4000), printable(what, 4000));
     };
     watcher.lostPiece = [&](const store::LostPiece &piece) {
         if (command.json)
             pieces.push_back({{"name", piece.name}, {"reason", piece.reason}});
         else
-            fmt::print("Lost piece  {}: {}\n", printable(piece.name, 4000),
-                       printable(piece.reason, 4000));
+            tools::print("Lost piece  {}: {}\n", printable(piece.name, 4000),
+                         printable(piece.reason, 4000));
     };
     watcher.setAside = [&](const store::SetAside &aside) {
         const bool stays = aside.now.empty();
@@ -97,12 +98,12 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
                                 {"blob", stays ? aside.blobName : aside.now},
                                 {"reason", aside.reason}});
         else if (stays)
-            fmt::print("Kept aside  {}, which can be read again: {}\n",
-                       printable(aside.piece, 4000), printable(aside.reason, 4000));
+            tools::print("Kept aside  {}, which can be read again: {}\n",
+                         printable(aside.piece, 4000), printable(aside.reason, 4000));
         else
-            fmt::print("{}  {}, which can be read again, as {}\n",
-                       asked.dryRun ? "Would return" : "Brought back", printable(aside.piece, 4000),
-                       aside.now);
+            tools::print("{}  {}, which can be read again, as {}\n",
+                         asked.dryRun ? "Would return" : "Brought back",
+                         printable(aside.piece, 4000), aside.now);
     };
     watcher.goOn = [] { return !interrupted(); };
     if (!asked.dryRun)

@@ -5,6 +5,7 @@
 #include "client/store/listing/named_pieces.h"
 #include "client/store/upkeep/blob_removal.h"
 #include "tools/arca/node_session.h"
+#include "tools/common/command/streams.h"
 
 #include <fmt/format.h>
 
@@ -73,7 +74,7 @@ Result<void> removeBlobs(const Command &command, const BlobRequest &request, Jso
     result["dryRun"] = request.dryRun;
     if (request.dryRun) {
         if (!command.json)
-            fmt::print("Would be:\n{}", question);
+            tools::print("Would be:\n{}", question);
         return {};
     }
     ARCA_CHECK(confirm(question + "Go on?", request.yes));
@@ -85,9 +86,9 @@ Result<void> removeBlobs(const Command &command, const BlobRequest &request, Jso
         removal.now = done.now;
         blobs.push_back(jsonOf(name, removal));
         if (!command.json)
-            fmt::print("{} {}\n", printable(name, 400),
-                       done.fate == store::BlobFate::setAside ? "is kept as " + done.now
-                                                              : fateText(removal));
+            tools::print("{} {}\n", printable(name, 400),
+                         done.fate == store::BlobFate::setAside ? "is kept as " + done.now
+                                                                : fateText(removal));
     }
     return {};
 }
@@ -106,13 +107,13 @@ Result<void> removeDamagedPiece(const Command &command, const Selection &selecti
     result["dryRun"] = request.dryRun;
     if (request.dryRun) {
         if (!command.json)
-            fmt::print("Would be: {} is set aside\n", shown);
+            tools::print("Would be: {} is set aside\n", shown);
         return {};
     }
     ARCA_TRY(const std::string now, session.space->setAside(name));
     result["keptAs"] = now;
     if (!command.json)
-        fmt::print("{} is set aside as {}\n", shown, now);
+        tools::print("{} is set aside as {}\n", shown, now);
     return {};
 }
 

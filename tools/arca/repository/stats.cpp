@@ -4,6 +4,7 @@
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/plot.h"
 #include "tools/common/terminal.h"
 #include "tools/common/text.h"
@@ -75,7 +76,7 @@ void plot(const std::map<std::int64_t, store::PieceSums> &days)
                                      sizeText(sums.streamBytes), sizeText(sums.storedBytes))});
     }
     if (!lines.empty())
-        fmt::print("\n{}", tools::barPlot(lines, tools::terminalWidth(STDOUT_FILENO)));
+        tools::print("\n{}", tools::barPlot(lines, tools::terminalWidth(STDOUT_FILENO)));
 }
 
 void print(const store::Statistics &statistics)
@@ -85,9 +86,9 @@ void print(const store::Statistics &statistics)
         const double share = all.streamBytes == 0 ? 0.0
                                                   : 100.0 * static_cast<double>(bytes) /
                                                         static_cast<double>(all.streamBytes);
-        fmt::print("{:<12}{:>10}  {:5.1f} %  {}\n", label, sizeText(bytes), share, what);
+        tools::print("{:<12}{:>10}  {:5.1f} %  {}\n", label, sizeText(bytes), share, what);
     };
-    fmt::print("{:<12}{:>10}\n", "Pieces", all.pieces);
+    tools::print("{:<12}{:>10}\n", "Pieces", all.pieces);
     row("Logical", all.streamBytes, "as the application sent them");
     row("Zeros", all.zeroBytes, "not stored");
     row("Duplicates", all.duplicateBytes, "not stored, they were there already");
@@ -99,15 +100,15 @@ void print(const store::Statistics &statistics)
                     tools::counted(statistics.packs, "pack"))
             .c_str());
     if (statistics.unreadable != 0)
-        fmt::print("{} cannot be read: arca verify names what is damaged\n",
-                   tools::counted(statistics.unreadable, "piece or pack", "pieces or packs"));
+        tools::print("{} cannot be read: arca verify names what is damaged\n",
+                     tools::counted(statistics.unreadable, "piece or pack", "pieces or packs"));
     if (statistics.damagedParts != 0)
-        fmt::print("{} of packs {} damaged: arca repair mends what has copies\n",
-                   tools::counted(statistics.damagedParts, "part"),
-                   statistics.damagedParts == 1 ? "is" : "are");
+        tools::print("{} of packs {} damaged: arca repair mends what has copies\n",
+                     tools::counted(statistics.damagedParts, "part"),
+                     statistics.damagedParts == 1 ? "is" : "are");
     if (statistics.quarantined != 0)
-        fmt::print("{} set aside, damaged: arca reclaim names what it keeps for that\n",
-                   tools::counted(statistics.quarantined, "manifest is", "manifests are"));
+        tools::print("{} set aside, damaged: arca reclaim names what it keeps for that\n",
+                     tools::counted(statistics.quarantined, "manifest is", "manifests are"));
     plot(statistics.days);
 }
 

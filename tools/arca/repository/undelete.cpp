@@ -3,6 +3,7 @@
 #include "tools/arca/node_session.h"
 #include "tools/arca/object_text.h"
 #include "tools/arca/repository/removed.h"
+#include "tools/common/command/streams.h"
 
 #include <fmt/format.h>
 
@@ -66,9 +67,9 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     result["formerId"] = idText(id);
     result["active"] = back.isActive();
     if (!command.json)
-        fmt::print("{} is back{}, {}\n", printable(pieceOf(back.description.name), 1300),
-                   back.isActive() ? "" : " as the inactive version " + idText(back.id),
-                   sizeText(back.totals.streamBytes));
+        tools::print("{} is back{}, {}\n", printable(pieceOf(back.description.name), 1300),
+                     back.isActive() ? "" : " as the inactive version " + idText(back.id),
+                     sizeText(back.totals.streamBytes));
     return {};
 }
 

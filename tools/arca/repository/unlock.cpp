@@ -9,6 +9,7 @@
 #include "tools/arca/command.h"
 #include "tools/arca/moment.h"
 #include "tools/arca/object_text.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/table.h"
 
 #include <algorithm>
@@ -214,7 +215,7 @@ void print(const std::vector<Held> &all)
         table.add({ageText(held.age), held.process.empty() ? "on another host" : held.process,
                    held.bytes == 0 ? "" : sizeText(held.bytes), held.what});
     if (!table.empty())
-        fmt::print("{}", table.text());
+        tools::print("{}", table.text());
 }
 
 /// Counts what dead processes left. Of a file that is there `again`, nothing counts.
@@ -237,11 +238,11 @@ void tell(const Leftovers &found, const Leftovers &removed, bool dryRun)
     };
     const std::uint64_t left = found.count - removed.count;
     if (removed.count != 0)
-        fmt::print("Removed {}\n", amount(removed));
+        tools::print("Removed {}\n", amount(removed));
     if (left != 0 && dryRun)
-        fmt::print("{} {}\n", left == 1 ? "There is" : "There are", amount(found));
+        tools::print("{} {}\n", left == 1 ? "There is" : "There are", amount(found));
     else if (left != 0)
-        fmt::print("{} of processes that died could not be removed\n", left);
+        tools::print("{} of processes that died could not be removed\n", left);
 }
 
 Result<void> unlock(const Command &command, bool dryRun, Json &result)
@@ -273,10 +274,10 @@ Result<void> unlock(const Command &command, bool dryRun, Json &result)
     print(all);
     tell(found, removed, dryRun);
     if (found.count < all.size())
-        fmt::print("What is held is held by processes that live, and goes with them: wait for "
-                   "them, or end them\n");
+        tools::print("What is held is held by processes that live, and goes with them: wait for "
+                     "them, or end them\n");
     if (all.empty())
-        fmt::print("Nothing is held, and nothing was left behind\n");
+        tools::print("Nothing is held, and nothing was left behind\n");
     return {};
 }
 

@@ -3,6 +3,7 @@
 #include "agents/common/maint/mttiming.h"
 #include "client/base/text.h"
 #include "tools/arca/node_session.h"
+#include "tools/common/command/streams.h"
 #include "tools/common/progress.h"
 #include "tools/common/text.h"
 
@@ -67,24 +68,27 @@ void fill(const store::VerifyOutcome &outcome, Json &result)
 
 void print(const store::VerifyRequest &request, const store::VerifyOutcome &outcome)
 {
-    fmt::print("Checked     {}, {}, {}{}\n", tools::counted(outcome.pieces, "piece"),
-               tools::counted(outcome.packs, "pack"), tools::counted(outcome.records, "record"),
-               request.readData
-                   ? ", " + tools::byteText(static_cast<double>(outcome.bytesRead)) + " read"
-                   : "; contents not read (--read-data)");
+    tools::print("Checked     {}, {}, {}{}\n", tools::counted(outcome.pieces, "piece"),
+                 tools::counted(outcome.packs, "pack"), tools::counted(outcome.records, "record"),
+                 request.readData
+                     ? ", " + tools::byteText(static_cast<double>(outcome.bytesRead)) + " read"
+                     : "; contents not read (--read-data)");
     if (!outcome.roundEnded)
-        fmt::print("Stopped     the next run with --percent or --max-duration goes on; this round "
-                   "began {}, {} found hurt in it so far\n",
-                   tools::utcTimeText(outcome.round.began), outcome.round.hurt);
+        tools::print(
+            "Stopped     the next run with --percent or --max-duration goes on; this round "
+            "began {}, {} found hurt in it so far\n",
+            tools::utcTimeText(outcome.round.began), outcome.round.hurt);
     else if (outcome.round.hurt > outcome.hurt())
-        fmt::print("Round       ended; {} found hurt in it, most in runs before\n",
-                   outcome.round.hurt);
+        tools::print("Round       ended; {} found hurt in it, most in runs before\n",
+                     outcome.round.hurt);
     if (outcome.recorded != 0)
-        fmt::print("Recorded    {} of packs: backups store the blocks again, and arca repair makes "
-                   "pieces whole from such copies\n",
-                   tools::counted(outcome.recorded, "damaged part"));
+        tools::print(
+            "Recorded    {} of packs: backups store the blocks again, and arca repair makes "
+            "pieces whole from such copies\n",
+            tools::counted(outcome.recorded, "damaged part"));
     if (outcome.round.proven != 0)
-        fmt::print("Proven      everything, since {}\n", tools::utcTimeText(outcome.round.proven));
+        tools::print("Proven      everything, since {}\n",
+                     tools::utcTimeText(outcome.round.proven));
 }
 
 std::string quarantineText(const store::VerifyOutcome &outcome)
@@ -122,8 +126,8 @@ Result<void> verifyAll(const Command &command, const Asked &asked, Json &result)
             hurt.push_back(
                 {{"what", nameOf(found.what)}, {"name", found.name}, {"reason", found.reason}});
         else
-            fmt::print("Hurt {:<7}{}: {}\n", nameOf(found.what), printable(found.name, 4000),
-                       printable(found.reason, 4000));
+            tools::print("Hurt {:<7}{}: {}\n", nameOf(found.what), printable(found.name, 4000),
+                         printable(found.reason, 4000));
     };
     watcher.progress = [&](const store::VerifyProgress &now) {
         progress.show(now.done, now.planned, now.bytes);

@@ -20,6 +20,17 @@ void secureStandardStreams()
     ::signal(SIGXFSZ, SIG_IGN);
 }
 
+void say(const std::string &text)
+{
+    (void)std::fwrite(text.data(), 1, text.size(), stdout); // ferror() keeps the failure
+}
+
+bool isPrinted()
+{
+    const bool flushed = std::fflush(stdout) == 0;
+    return flushed && std::ferror(stdout) == 0;
+}
+
 void complain(const std::string &text)
 {
     std::fputs(text.c_str(), stderr);

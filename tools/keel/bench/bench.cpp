@@ -133,9 +133,9 @@ void print(const std::string &title, const BenchRound &round,
            const std::optional<std::uint64_t> &stored)
 {
     const bool terminal = tools::isTerminal(STDOUT_FILENO);
-    fmt::print("{}{}\n", title,
-               stored ? fmt::format(": stored {}", tools::byteText(static_cast<double>(*stored)))
-                      : "");
+    tools::print("{}{}\n", title,
+                 stored ? fmt::format(": stored {}", tools::byteText(static_cast<double>(*stored)))
+                        : "");
     tools::Table table({{"CHANNEL"},
                         {"SIZE", tools::Align::kRight},
                         {"SECONDS", tools::Align::kRight},
@@ -155,7 +155,7 @@ void print(const std::string &title, const BenchRound &round,
             terminal ? tools::sparkline(channel.rates, 32) : std::string());
     }
     add("all", round.bytes(), round.seconds, round.processorSeconds(), "");
-    fmt::print("{}\n", table.text());
+    tools::print("{}\n", table.text());
 }
 
 void printDays(const Json &days)
@@ -169,7 +169,7 @@ void printDays(const Json &days)
             {fmt::format("Stored on day {}", lines.size()), stored, tools::byteText(stored)});
     }
     if (lines.size() > 1 && tools::isTerminal(STDOUT_FILENO))
-        fmt::print("{}", tools::barPlot(lines, tools::terminalWidth(STDOUT_FILENO)));
+        tools::print("{}", tools::barPlot(lines, tools::terminalWidth(STDOUT_FILENO)));
 }
 
 BenchPlan checkedPlan(const Asked &asked, const Command &command)

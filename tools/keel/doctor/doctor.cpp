@@ -1,4 +1,5 @@
 // keel doctor: looks the installation over.
+#include "tools/common/command/streams.h"
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/command.h"
 #include "tools/keel/doctor/checkup.h"
@@ -31,9 +32,9 @@ int run(const Command &command, Json &result)
         checks.push_back(std::move(line));
         if (command.json)
             return;
-        fmt::print("{:<8} {:<11} {}\n", nameOf(finding.health), finding.check, finding.text);
+        tools::print("{:<8} {:<11} {}\n", nameOf(finding.health), finding.check, finding.text);
         if (!finding.cure.empty())
-            fmt::print("{:<20} {}\n", "", finding.cure);
+            tools::print("{:<20} {}\n", "", finding.cure);
         std::fflush(stdout);
     };
     Checkup(command.channel, tell).run();
