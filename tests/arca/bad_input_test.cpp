@@ -109,6 +109,8 @@ TEST_F(ArcaTest, AWrongCommandLineIsStatus2)
 {
     fs::rename(installation_.repository(), "elsewhere");
     const Words wrong[] = {{"ls", "--older", "yesterday"},
+                           {"ls", "--larger", "0x10"},
+                           {"log", "--prune", "0x10", "--yes"},
                            {"ls", "//p"},
                            {"ls", "/fs//p", "--filespace", "/fs"},
                            {"rm"},

@@ -33,6 +33,7 @@ TEST_F(ArcaTest, LsFindsWhatItIsAskedFor)
         {{"--class", "Gold"}, "df_2"},
         {{"--larger", "1k"}, "df_2"},
         {{"--smaller", "4"}, "l?g*"},
+        {{"--larger", "05001"}, ""}, // decimal
         {{"--older", "1h"}, ""},
         {{"--newer", "1h"}, "df_1 df_2 l?g* old"},
         {{"--newer", "2999-01-01"}, ""},

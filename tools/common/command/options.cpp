@@ -3,7 +3,12 @@
 
 #include "tools/common/text.h"
 
+#include <charconv>
+#include <cmath>
+#include <limits>
 #include <map>
+#include <string_view>
+#include <type_traits>
 
 #include <CLI/CLI.hpp>
 
@@ -75,9 +80,67 @@ static std::string takeNumberOf(const std::map<std::string, std::int64_t> &numbe
     return "'" + printable(value) + "' is none of: " + known;
 }
 
+/// Returns the number at the beginning of a text, and puts what follows it into `rest`. Nothing
+/// when no number begins there, or it is too large. Decimal always: the library below would take
+/// 010 for 8 and 0x10 for 16.
+template <class Number>
+static std::optional<Number> decimalIn(std::string_view text, std::string_view &rest)
+{
+    Number number{};
+    const char *const end = text.data() + text.size();
+    std::from_chars_result read{};
+    if constexpr (std::is_floating_point_v<Number>)
+        read = std::from_chars(text.data(), end, number, std::chars_format::fixed);
+    else
+        read = std::from_chars(text.data(), end, number);
+    rest = std::string_view(read.ptr, static_cast<std::size_t>(end - read.ptr));
+    if constexpr (std::is_floating_point_v<Number>)
+        if (!std::isfinite(number))
+            return std::nullopt;
+    return read.ec == std::errc() ? std::optional(number) : std::nullopt;
+}
+
+/// Makes the option one that takes decimal numbers and nothing else.
+template <class Number> static Option decimal(CLI::Option *option)
+{
+    option->transform(CLI::Validator(
+        [](std::string &value) -> std::string {
+            std::string_view rest;
+            const auto number = decimalIn<Number>(value, rest);
+            if (!number || !rest.empty())
+                return "'" + printable(value) + "' is no " +
+                       (std::is_floating_point_v<Number> ? "decimal number"
+                                                         : "whole decimal number, or too large");
+            if constexpr (!std::is_floating_point_v<Number>)
+                value = std::to_string(*number); // without zeros in front
+            return {};
+        },
+        ""));
+    return Option(option);
+}
+
+/// Puts the bytes in the place of a size, or says what is wrong.
+static std::string takeBytes(std::string &value)
+{
+    constexpr std::string_view kUnits = "bkmgtpe"; // each 1,024 times the one before
+    std::string_view rest;
+    const auto number = decimalIn<std::uint64_t>(value, rest);
+    const std::string unit = lowered(std::string(rest));
+    const std::size_t power = unit.empty() ? 0 : kUnits.find(unit.front());
+    const bool known =
+        power != std::string_view::npos &&
+        (unit.size() <= 1 || (power != 0 && (unit.substr(1) == "b" || unit.substr(1) == "ib")));
+    if (!number || !known)
+        return "'" + printable(value) + "' is no size as 8192, 64K or 2G";
+    if (*number > (std::numeric_limits<std::uint64_t>::max() >> (10 * power)))
+        return "'" + printable(value) + "' is too large";
+    value = std::to_string(*number << (10 * power));
+    return {};
+}
+
 Option Option::inBytes() const
 {
-    option_->transform(CLI::AsSizeValue(false).description(""));
+    option_->transform(CLI::Validator(takeBytes, ""));
     return *this;
 }
 
@@ -112,7 +175,7 @@ Option Verb::addOption(const std::string &names, std::vector<std::string> &value
 Option Verb::addOption(const std::string &names, std::vector<std::uint32_t> &values,
                        const std::string &help) const
 {
-    return Option(app_->add_option(names, values, help));
+    return decimal<std::uint32_t>(app_->add_option(names, values, help));
 }
 
 Option Verb::addOption(const std::string &names, std::optional<std::string> &value,
@@ -124,28 +187,28 @@ Option Verb::addOption(const std::string &names, std::optional<std::string> &val
 Option Verb::addOption(const std::string &names, std::optional<std::uint64_t> &value,
                        const std::string &help) const
 {
-    return Option(app_->add_option(names, value, help));
+    return decimal<std::uint64_t>(app_->add_option(names, value, help));
 }
 
 Option Verb::addOption(const std::string &names, int &value, const std::string &help) const
 {
-    return Option(app_->add_option(names, value, help));
+    return decimal<int>(app_->add_option(names, value, help));
 }
 
 Option Verb::addOption(const std::string &names, unsigned &value, const std::string &help) const
 {
-    return Option(app_->add_option(names, value, help));
+    return decimal<unsigned>(app_->add_option(names, value, help));
 }
 
 Option Verb::addOption(const std::string &names, std::uint64_t &value,
                        const std::string &help) const
 {
-    return Option(app_->add_option(names, value, help));
+    return decimal<std::uint64_t>(app_->add_option(names, value, help));
 }
 
 Option Verb::addOption(const std::string &names, double &value, const std::string &help) const
 {
-    return Option(app_->add_option(names, value, help));
+    return decimal<double>(app_->add_option(names, value, help));
 }
 
 Option Verb::addFlag(const std::string &names, bool &given, const std::string &help) const

@@ -41,7 +41,7 @@ public:
     Option between(int least, int most) const;
     Option between(double least, double most) const;
     Option oneOf(std::vector<std::string> words) const;
-    /// Takes 64K and the like, in powers of 1,024; the variable gets bytes.
+    /// Takes 64K, 64kB, 64KiB and the like, in powers of 1,024; the variable gets bytes.
     Option inBytes() const;
     /// `valid` returns why it refuses the value, as a clause, or an empty text.
     Option check(std::function<std::string(const std::string &)> valid) const;
@@ -53,7 +53,8 @@ private:
 
 /// A verb, or the program itself: a handle as Option is. Names are as "--input,-i", or as "NAME"
 /// for an operand. A variable is filled in when the command line is read, and left as it is when
-/// the option is not given; it must live until then.
+/// the option is not given; it must live until then. Numbers are decimal, whatever zeros they begin
+/// with, and all of the value.
 class Verb
 {
 public:
