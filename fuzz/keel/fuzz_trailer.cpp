@@ -45,7 +45,7 @@ Bytes restore(const Bytes &piece, std::size_t blockSize)
     const auto write = [&](std::span<const std::byte> bytes) {
         stream.insert(stream.end(), bytes.begin(), bytes.end());
     };
-    keel::restoreStream(read, write, blockSize);
+    keel::restoreStream(read, write, blockSize, piece.size());
     return stream;
 }
 

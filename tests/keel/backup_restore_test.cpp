@@ -88,17 +88,16 @@ TEST_F(KeelTest, StreamThatEndsInATrailerOfItsOwnComesBackWhole)
     }
 }
 
-TEST_F(KeelTest, BlocksTooSmallToKnowTheLengthInTimeAreRefusedWithTheRightSize)
+TEST_F(KeelTest, APieceOfLargeBlocksComesBackWholeOrNotAtAll)
 {
     const std::string stream = randomBytes((std::size_t{5} << 20) + 1, 1);
-    backUp("large-blocks", stream, "4M");
-    const auto output = installation_.directory() / "output";
-    const ProgramResult result =
-        keel({"restore", "large-blocks", "--output", output, "--block-size", "8K"});
-    EXPECT_EQ(result.status, 1);
-    EXPECT_NE(result.err.find("--block-size 4194304"), std::string::npos) << result.err;
-    EXPECT_FALSE(std::filesystem::exists(output));
-    EXPECT_TRUE(same(restored("large-blocks", "4M"), stream));
+    for (const std::string size : {"4M", "64M"}) { // with the most padding that there can be
+        backUp(size, stream, size);
+        for (const std::string blockSize : {"", "8K", "2M", "4M"})
+            EXPECT_TRUE(same(restored(size, blockSize), stream)) << size << " in " << blockSize;
+        EXPECT_TRUE(same(keel({"--sbt1", "restore", size, "-o", "-"}).out, stream)) << size;
+        expectRefusal({"restore", size, "-o", "-", "--block-size", "5M"}, 1, "no multiple of");
+    }
 }
 
 TEST_F(KeelTest, StreamGoesFromPipeToPipe)
@@ -290,6 +289,28 @@ TEST_F(KeelTest, RemovedPieceIsGoneAndTheOthersStay)
     EXPECT_EQ(keel({"remove", "three", "--yes"}).status, 0);
     backUp("one", "a new one");
     EXPECT_EQ(restored("one"), "a new one");
+}
+
+TEST_F(KeelTest, ADamagedPieceIsSetAsideAndHoldsUpNoOther)
+{
+    namespace fs = std::filesystem;
+    backUp("bad", "bad");
+    for (const auto &file : fs::recursive_directory_iterator(installation_.repository() / "pieces"))
+        if (file.is_regular_file())
+            writeFile(file, "damaged");
+    backUp("one", "one");
+    backUp("two", "two");
+    const ProgramResult refused = keel({"--sbt1", "remove", "bad", "one", "--yes", "--json"});
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_NE(refused.err.find("SBT 7011: "), std::string::npos) << refused.err;
+    const auto told = nlohmann::json::parse(refused.out);
+    EXPECT_EQ(told["removed"], Words{"one"}) << told;
+    EXPECT_EQ(told["remaining"], Words{"bad"});
+    const ProgramResult both = keel({"remove", "bad", "two", "--yes"});
+    EXPECT_EQ(both.status, 0) << both.err;
+    EXPECT_FALSE(isStored("two"));
+    EXPECT_FALSE(fs::is_empty(installation_.repository() / "quarantine"));
+    backUp("bad", "its name is free");
 }
 
 TEST_F(KeelTest, CreationTimeIsRightInAnyZoneAndSeason)

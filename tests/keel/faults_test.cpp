@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <csignal>
 #include <fstream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace keel::test
@@ -94,6 +95,30 @@ TEST_F(KeelTest, WrongUseIsStatus2AndHelpIs0)
         const ProgramResult help = keel({verb, "--help"});
         EXPECT_EQ(help.status, 0);
         EXPECT_NE(help.out.find("Example: "), std::string::npos) << verb;
+    }
+}
+
+TEST_F(KeelTest, RestoreThatWaitsForAReaderEndsWithTheFirstSignal)
+{
+    backUp("p", "content");
+    ASSERT_EQ(::mkfifo("fifo", 0600), 0);
+    for (const bool reads : {false, true}) {
+        Program waits({keelProgram(), "restore", "p", "-o", "fifo"});
+        const std::string status = "/proc/" + std::to_string(waits.pid()) + "/status";
+        // Until it notes signals: before that, this one ends it as any program.
+        const auto notes = [&] {
+            const std::string told = readFile(status);
+            const auto at = told.find("SigCgt:");
+            return at != std::string::npos &&
+                   (std::stoull(told.substr(at + 7), nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
+        };
+        while (!notes())
+            ASSERT_NE(readFile(status), "");
+        if (reads)
+            EXPECT_EQ(readFile("fifo"), "content");
+        else
+            waits.signal(SIGTERM);
+        EXPECT_EQ(waits.wait().status, reads ? 0 : 1);
     }
 }
 

@@ -39,11 +39,10 @@ void addCommonOptions(tools::Verb verb, Command &command)
 void addBlockSize(tools::Verb verb, std::size_t &blockSize)
 {
     const auto valid = [](const std::string &bytes) -> std::string {
-        constexpr std::size_t kMost = std::size_t{64} << 20;
         std::size_t size = 0;
         const char *const end = bytes.data() + bytes.size();
         const auto read = std::from_chars(bytes.data(), end, size);
-        if (read.ec != std::errc() || read.ptr != end || size == 0 || size > kMost)
+        if (read.ec != std::errc() || read.ptr != end || size == 0 || size > kMostBlockSize)
             return "must be at least 1 and at most 64M";
         return {};
     };

@@ -93,7 +93,8 @@ void addInfo(tools::Verb app, Command &command)
     addCommonOptions(verb, command);
     verb.footer("Example: keel info data-monday data-tuesday\n"
                 "The size is what is stored: blocks, with what keel added to fill them. A restore "
-                "takes blocks that it is a multiple of.\n"
+                "takes blocks that it is a multiple of, and needs no --block-size: which one the "
+                "piece was stored with only its end tells, which no question reads.\n"
                 "Status 0: all of them are there; 1: one is missing, or the question failed.");
     verb.onChosen([names, &command] {
         command.verb = "info";

@@ -7,8 +7,8 @@
 #include "tools/keel/command.h"
 
 #include <algorithm>
-#include <iterator>
 #include <memory>
+#include <optional>
 #include <unistd.h>
 
 #include <fmt/format.h>
@@ -44,15 +44,18 @@ bool confirmed(const Remove &remove)
     return yes;
 }
 
-/// Returns the names whose piece is, or is not, there.
-std::vector<std::string> namesWhere(const std::vector<PieceInfo> &pieces, bool found)
+/// Asks for one piece: a damaged one would end the question for all. Such a piece is there, and
+/// removing it sets it aside.
+bool isThere(Channel &channel, const std::string &name)
 {
-    std::vector<std::string> names;
-    for (const PieceInfo &piece : pieces) {
-        if (piece.found == found)
-            names.push_back(piece.name);
+    constexpr std::uint32_t kDamaged = 2105;
+    try {
+        return channel.info({name}).front().found;
+    } catch (const Failure &failure) {
+        if (failure.reason() != kDamaged)
+            throw;
+        return true;
     }
-    return names;
 }
 
 /// The agent passes over pieces that it cannot find or delete and returns success, so each is asked
@@ -64,21 +67,23 @@ int run(Remove &remove, const Command &command, Json &result)
     std::ranges::sort(remove.names); // to drop names that were given twice
     remove.names.erase(std::unique(remove.names.begin(), remove.names.end()), remove.names.end());
     const auto channel = openChannel(command.channel);
-    const auto before = channel->info(remove.names);
-    const auto present = namesWhere(before, true);
-    const auto missing = namesWhere(before, false);
-    std::vector<std::string> remaining;
-    if (!present.empty()) {
-        channel->remove(present);
-        remaining = namesWhere(channel->info(present), true);
+    std::vector<std::string> present, missing, removed, remaining;
+    for (const std::string &name : remove.names)
+        (isThere(*channel, name) ? present : missing).push_back(name);
+    std::optional<Failure> refused;
+    try {
+        if (!present.empty())
+            channel->remove(present);
+    } catch (const Failure &failure) {
+        refused = failure; // what was removed all the same is told
     }
-    std::vector<std::string> removed;
-    std::ranges::copy_if(present, std::back_inserter(removed), [&](const std::string &name) {
-        return std::ranges::find(remaining, name) == remaining.end();
-    });
+    for (const std::string &name : present)
+        (isThere(*channel, name) ? remaining : removed).push_back(name);
     result["removed"] = removed;
     result["missing"] = missing;
     result["remaining"] = remaining;
+    if (refused)
+        throw Failure(*refused);
     if (!remaining.empty())
         throw Failure(fmt::format("{} is still there; veloerror.log tells more",
                                   tools::printable(remaining.front())),
@@ -100,7 +105,9 @@ void addRemove(tools::Verb app, Command &command)
     addCommonOptions(verb, command);
     verb.footer(
         "Example: keel remove data-monday --yes\n"
-        "Pieces that are there are removed even when others are missing; then the status is 1.");
+        "Pieces that are there are removed even when others are missing; then the status is 1. A "
+        "damaged piece is set aside: its name is free, and what is left of it is kept in the "
+        "repository's quarantine. The calls of --sbt1 refuse such a piece.");
     verb.onChosen([remove, &command] {
         command.verb = "remove";
         command.subject = subjectOf(remove->names);

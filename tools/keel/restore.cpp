@@ -11,6 +11,7 @@
 #include "tools/timing/timing.h"
 
 #include <memory>
+#include <optional>
 #include <unistd.h>
 
 namespace keel
@@ -26,30 +27,30 @@ struct Restore {
     bool force = false;
 };
 
-/// Checks the block size before anything is read: later, bytes that are not the stream's may have
-/// been written out.
-std::size_t fittingBlockSize(const Restore &restore, const Command &command)
+/// Nothing when the agent does not tell it.
+std::optional<std::uint64_t> storedLength(const Restore &restore, const Command &command)
 {
     const mtTimed timed(MT_TIME_CLIENT);
     std::vector<PieceInfo> pieces(1);
     pieces.front().name = restore.name;
     pieces.front().found = true; // when it is not there, the restore reports it
     addStoredLengths(command.channel, pieces);
-    return restoreBlockSize(restore.blockSize, pieces.front().size);
+    return pieces.front().size;
 }
 
 int run(const Restore &restore, const Command &command, Json &result)
 {
     checkBlockSize(command, restore.blockSize);
     result["name"] = restore.name;
-    OutputFile output(restore.output,
-                      restore.force ? tools::Existing::replace : tools::Existing::keep);
-    // By any name: -, /dev/stdout, the terminal.
-    if (command.json && output.isMixedWith(STDOUT_FILENO))
+    if (command.json && tools::isMixed(restore.output, STDOUT_FILENO))
         throw UsageError("--json prints to standard output, which " +
                          tools::printable(restore.output) +
                          " leads to, too; it needs an --output FILE of its own");
-    const std::size_t blockSize = fittingBlockSize(restore, command);
+    OutputFile output(restore.output,
+                      restore.force ? tools::Existing::replace : tools::Existing::keep);
+    const auto stored = storedLength(restore, command);
+    // Checked before anything is read: later, bytes would have gone out already.
+    const std::size_t blockSize = restoreBlockSize(restore.blockSize, stored);
     result["blockSize"] = blockSize;
     tools::Progress progress(restore.name, std::nullopt, command.quiet);
     std::unique_ptr<Channel> channel;
@@ -67,7 +68,7 @@ int run(const Restore &restore, const Command &command, Json &result)
         output.write(bytes);
         progress.add(bytes.size());
     };
-    const std::uint64_t length = restoreStream(read, write, blockSize);
+    const std::uint64_t length = restoreStream(read, write, blockSize, stored);
     {
         const mtTimed timed(MT_TIME_CLIENT);
         channel->closePiece();
@@ -99,8 +100,9 @@ void addRestore(tools::Verb app, Command &command)
     verb.footer(
         "Example: keel restore data-monday --output - | tar -t\n"
         "The file appears under its name when all of it is on disk, and not before.\n"
-        "Without --block-size it is 256K, or less when the piece is no multiple of that; one "
-        "that the piece is no multiple of is refused.");
+        "Without --block-size it is 256K, or less when the piece is no multiple of that; it need "
+        "not be that of the backup, but one that the piece is no multiple of is refused. The last "
+        "128 MiB are held back until the end of the piece tells how long the stream is.");
     verb.onChosen([restore, &command] {
         command.verb = "restore";
         command.subject = restore->name;

@@ -77,7 +77,7 @@ WrittenFile::WrittenFile(const std::string &name, const FileRules &rules)
     if (leads && S_ISDIR(behind.st_mode))
         fail("cannot write", EISDIR);
     if (leads && !S_ISREG(behind.st_mode)) {
-        openAsItIs();
+        openAsItIs(S_ISFIFO(behind.st_mode));
         return;
     }
     if (S_ISLNK(entry.st_mode))
@@ -97,9 +97,12 @@ WrittenFile::~WrittenFile()
         ::unlink(temporary_.c_str());
 }
 
-void WrittenFile::openAsItIs()
+void WrittenFile::openAsItIs(bool isFifo)
 {
-    descriptor_ = ::open(name_.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC);
+    const bool asks = isFifo && rules_.whileNobodyReads;
+    const int flags = O_WRONLY | O_NOCTTY | O_CLOEXEC | (asks ? O_NONBLOCK : 0);
+    while ((descriptor_ = ::open(name_.c_str(), flags)) < 0 && errno == ENXIO && asks)
+        rules_.whileNobodyReads();
     struct stat opened = {};
     if (descriptor_ < 0 || ::fstat(descriptor_, &opened) != 0)
         fail("cannot open", errno);
@@ -206,6 +209,17 @@ void WrittenFile::syncDirectory() const
     ::close(descriptor);
     if (failed)
         fail("cannot write", EIO);
+}
+
+bool isMixed(const std::string &name, int descriptor)
+{
+    const auto number = name == "-" ? std::optional(STDOUT_FILENO) : descriptorNamed(name);
+    struct stat written = {}, other = {};
+    const int found = number ? ::fstat(*number, &written) : ::stat(name.c_str(), &written);
+    // A file that has the name is not written to: another one takes its place.
+    return found == 0 && (number || !S_ISREG(written.st_mode)) &&
+           ::fstat(descriptor, &other) == 0 && written.st_dev == other.st_dev &&
+           written.st_ino == other.st_ino;
 }
 
 void writeWhole(const std::string &name, std::string_view text, const FileRules &rules)

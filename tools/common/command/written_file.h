@@ -12,6 +12,7 @@
 #ifndef KEEL_TOOLS_COMMON_COMMAND_WRITTEN_FILE_H
 #define KEEL_TOOLS_COMMON_COMMAND_WRITTEN_FILE_H
 
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -40,6 +41,9 @@ struct FileRules {
     /// process's mask.
     std::optional<mode_t> mode;
     bool durable = true; ///< what publish() published survives the loss of power
+    /// Called again and again while a FIFO has no reader; may throw. Without it the system waits,
+    /// and no signal that is only noted ends that.
+    std::function<void()> whileNobodyReads = {};
 };
 
 class WrittenFile
@@ -67,7 +71,7 @@ public:
     void publish();
 
 private:
-    void openAsItIs();
+    void openAsItIs(bool isFifo);
     void createAside();
     void takeAttributes() const;
     void takeName();
@@ -81,6 +85,10 @@ private:
     std::optional<struct stat> before_; ///< of the file that is replaced
     int descriptor_ = -1;
 };
+
+/// Returns true when what is written to `name` gets mixed with what goes to that descriptor: both
+/// lead to one file, pipe or terminal, by whatever name. "-" is standard output.
+[[nodiscard]] bool isMixed(const std::string &name, int descriptor);
 
 /// Writes the whole text to `name` and publishes it, by the same rules. Throws FileFailure as
 /// publish() does.

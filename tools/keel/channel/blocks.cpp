@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <random>
 #include <vector>
 
@@ -74,14 +75,18 @@ private:
     std::random_device::result_type mark_[4];
 };
 
+/// Trailer and padding are less than two blocks of the backup, whose size nothing tells before the
+/// trailer does.
+constexpr std::uint64_t kHeldBytes = 2 * kMostBlockSize;
+
 /// The last blocks that were read, in a ring: a trailer and the padding before it are recognised
 /// only when the piece ends, so that much must not have been written out by then.
 class HeldBlocks
 {
 public:
-    explicit HeldBlocks(std::size_t blockSize)
-        : blockSize_(blockSize), slots_(std::max(kSlotsAtLeast, kHeldBytes / blockSize + 2)),
-          buffer_(blockSize * slots_)
+    HeldBlocks(std::size_t blockSize, std::uint64_t pieceLength)
+        : blockSize_(blockSize), slots_(slotsFor(blockSize, std::min(kHeldBytes, pieceLength))),
+          buffer_(std::make_unique_for_overwrite<std::byte[]>(blockSize * slots_))
     {
     }
 
@@ -98,20 +103,20 @@ public:
     }
 
 private:
-    // Trailer and padding are less than two blocks of the backup. 2 MiB are enough for a piece that
-    // was stored in blocks of up to 1 MiB, whatever the size of the blocks that it is read in;
-    // three slots, one of them free for the next block, for a piece that is read as it was written.
-    static constexpr std::size_t kHeldBytes = std::size_t{2} << 20;
-    static constexpr std::size_t kSlotsAtLeast = 3;
+    /// One slot for a block that `bytes` end in, and one that is free for the next.
+    static std::size_t slotsFor(std::size_t blockSize, std::uint64_t bytes)
+    {
+        return static_cast<std::size_t>(bytes / blockSize) + 2;
+    }
 
     std::span<std::byte> slot(std::size_t index)
     {
-        return std::span(buffer_).subspan((first_ + index) % slots_ * blockSize_, blockSize_);
+        return {&buffer_[(first_ + index) % slots_ * blockSize_], blockSize_};
     }
 
     const std::size_t blockSize_;
     const std::size_t slots_;
-    std::vector<std::byte> buffer_;
+    const std::unique_ptr<std::byte[]> buffer_; // costs memory only as far as it is filled
     std::size_t first_ = 0;
     std::size_t held_ = 0;
 };
@@ -136,13 +141,15 @@ std::uint64_t streamLength(std::span<const std::byte> newest, std::uint64_t piec
 
 } // namespace
 
-std::uint64_t restoreStream(const ReadBlock &read, const WriteBytes &write, std::size_t blockSize)
+std::uint64_t restoreStream(const ReadBlock &read, const WriteBytes &write, std::size_t blockSize,
+                            std::optional<std::uint64_t> storedLength)
 {
     const SectorMarks marks;
-    HeldBlocks blocks(blockSize);
+    HeldBlocks blocks(blockSize, storedLength.value_or(kHeldBytes));
+    const std::uint64_t sure = std::max(storedLength.value_or(0), kHeldBytes) - kHeldBytes;
     std::uint64_t written = 0;
     for (;;) {
-        if (blocks.full()) {
+        if (blocks.full() || (blocks.held() > 1 && written + blockSize <= sure)) {
             write(blocks.oldest());
             written += blockSize;
             blocks.dropOldest();

@@ -1,14 +1,16 @@
 // A stream of bytes as the blocks of a piece, and back.
 //
-// Both directions read the data once, forwards, in constant memory (some blocks, at least 2 MiB in
-// restoreStream), and call the functions that they are given for all input and output. What those
-// throw passes through; what was written by then stays written.
+// Both directions read the data once, forwards, in bounded memory (one block; in restoreStream as
+// much of the stream's end as padding and trailer can take, up to 128 MiB, and two blocks), and
+// call the functions that they are given for all input and output. What those throw passes through;
+// what was written by then stays written.
 #ifndef KEEL_TOOLS_KEEL_CHANNEL_BLOCKS_H
 #define KEEL_TOOLS_KEEL_CHANNEL_BLOCKS_H
 
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <span>
 
 namespace keel
@@ -30,10 +32,11 @@ using WriteBlock = std::function<void(std::span<std::byte>)>;
 std::uint64_t storeStream(const ReadBytes &read, const WriteBlock &write, std::size_t blockSize);
 
 /// Writes the stream of a piece, without padding and trailer, and returns its length in bytes.
-/// blockSize need not be that of the backup. Throws Failure, whose text names the right size, when
-/// it is so much smaller that bytes of the padding were written already; and when a newer keel
-/// stored the piece.
-std::uint64_t restoreStream(const ReadBlock &read, const WriteBytes &write, std::size_t blockSize);
+/// blockSize need not be that of the backup, but the piece must be a whole number of such blocks.
+/// With its length as it is stored, nothing is held back before the end is near. Throws Failure
+/// when a newer keel stored the piece.
+std::uint64_t restoreStream(const ReadBlock &read, const WriteBytes &write, std::size_t blockSize,
+                            std::optional<std::uint64_t> storedLength = std::nullopt);
 
 } // namespace keel
 

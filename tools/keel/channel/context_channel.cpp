@@ -4,6 +4,8 @@
 #include "tools/common/text.h"
 #include "tools/keel/channel/failure.h"
 
+#include <charconv>
+#include <string_view>
 #include <type_traits>
 
 #include <fmt/format.h>
@@ -37,6 +39,17 @@ std::vector<char *> nameList(std::vector<std::string> &names)
         list.push_back(name.data());
     list.push_back(nullptr);
     return list;
+}
+
+/// Returns 2105 for a text that begins with RBS2105S: only the text carries the storage client's
+/// code.
+std::uint32_t reasonIn(const std::string &text)
+{
+    constexpr std::string_view kPrefix = "RBS";
+    std::uint32_t reason = 0;
+    if (text.starts_with(kPrefix))
+        std::from_chars(text.data() + kPrefix.size(), text.data() + text.size(), reason);
+    return reason;
 }
 
 std::uint64_t numberAt(const void *value)
@@ -119,7 +132,7 @@ void ContextChannel::fail()
     // The first call after the failure: closing the piece would replace the reason.
     const LastError error = lastError();
     throw Failure(error.text.empty() ? meaning(error.code) : tools::printable(error.text),
-                  error.code);
+                  error.code, reasonIn(error.text));
 }
 
 void ContextChannel::beginBackup(const std::string &name, const PieceAttributes &attributes,

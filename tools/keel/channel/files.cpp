@@ -100,19 +100,13 @@ OutputFile::OutputFile(const std::string &name, tools::Existing existing)
         descriptor_ = STDOUT_FILENO;
         return;
     }
-    file_.emplace(name, tools::FileRules{existing, "; --force replaces it", std::nullopt, true});
+    file_.emplace(name, tools::FileRules{existing, "; --force replaces it", std::nullopt, true,
+                                         waitForSignal});
     descriptor_ = file_->descriptor();
     if (!file_->isAside())
         return;
     gathered_.emplace();
     setDirect(true);
-}
-
-bool OutputFile::isMixedWith(int descriptor) const
-{
-    struct stat own = {}, other = {};
-    return ::fstat(descriptor_, &own) == 0 && ::fstat(descriptor, &other) == 0 &&
-           own.st_dev == other.st_dev && own.st_ino == other.st_ino;
 }
 
 void OutputFile::fail(const char *what) const

@@ -56,9 +56,6 @@ public:
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
 
-    /// Returns true when what is written here and what goes to that descriptor get mixed: both
-    /// lead to one file, pipe or terminal.
-    bool isMixedWith(int descriptor) const;
     /// Takes all of it. A regular file gets it in portions of 4 MiB.
     void write(std::span<const std::byte> bytes);
     /// Call it once, at the end. A regular file is durable under its name when this returns; does

@@ -4,6 +4,7 @@
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/channel/trailer.h"
 
+#include <optional>
 #include <utility>
 
 #include <fmt/format.h>
@@ -78,7 +79,7 @@ void FirstChannel::fail() const
     throw Failure(error_.errnum == 0 ? meaning(error_)
                                      : fmt::format("{} (code {}); veloerror.log tells more",
                                                    meaning(error_), error_.errnum),
-                  error_.oer);
+                  error_.oer, error_.errnum);
 }
 
 void FirstChannel::open(std::string name, unsigned long mode, std::size_t blockSize)
@@ -160,11 +161,16 @@ std::vector<PieceInfo> FirstChannel::info(std::vector<std::string> names)
 
 void FirstChannel::remove(std::vector<std::string> names)
 {
+    std::optional<bserc> refused;
     for (std::string &name : names) {
         ready();
         if (remove_(&error_, name.data()) != 0 &&
-            (error_.oer != SBT_INIT_FAILED || error_.errnum != kNotFound))
-            fail();
+            (error_.oer != SBT_INIT_FAILED || error_.errnum != kNotFound) && !refused)
+            refused = error_;
+    }
+    if (refused) {
+        error_ = *refused;
+        fail();
     }
 }
 

@@ -50,6 +50,15 @@ void checkInterrupted()
         throw Failure(caughtSignal == SIGINT ? "interrupted" : "terminated by a signal");
 }
 
+void waitForSignal()
+{
+    constexpr int kMoment = 50; // ms
+    const mtTimed timed(MT_TIME_WAITING);
+    struct pollfd waits = {wakeUp[0], POLLIN, 0};
+    (void)::poll(&waits, 1, kMoment);
+    checkInterrupted();
+}
+
 void waitUntilReady(int descriptor, Direction direction)
 {
     const mtTimed timed(MT_TIME_WAITING);

@@ -16,6 +16,9 @@ void catchInterrupts();
 /// Throws Failure when a signal has come.
 void checkInterrupted();
 
+/// Waits a moment. Throws Failure when a signal comes, or has come. Counts as waiting for --timing.
+void waitForSignal();
+
 enum class Direction { kRead, kWrite };
 
 /// Returns when the descriptor can be read or written, or has an error, which the read or write

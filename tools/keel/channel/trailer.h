@@ -38,6 +38,9 @@ constexpr std::size_t kTrailerRecordSize = 64;
 /// Every block size is a multiple of this, and at least one.
 constexpr std::size_t kSectorSize = 512;
 
+/// No piece is stored in larger blocks.
+constexpr std::size_t kMostBlockSize = std::size_t{64} << 20;
+
 struct Trailer {
     std::uint32_t blockSize = 0;
     std::uint64_t streamLength = 0;
