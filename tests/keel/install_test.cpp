@@ -38,6 +38,12 @@ TEST_F(KeelTest, DoctorFindsNothingWrongAndLeavesNothing)
     EXPECT_NE(checkOf(result, "client")["text"].get<std::string>().find("44 operations"),
               std::string::npos);
     EXPECT_EQ(checkOf(result, "piece")["text"], "stored, read back, compared, removed");
+    // The place is a text in which %20 stands for a blank.
+    std::string options = readFile(installation_.clientOptions());
+    options.replace(options.find("/repository"), 11, "/a%20repository");
+    writeFile(installation_.clientOptions(), options);
+    std::filesystem::rename(installation_.repository(), "a repository");
+    EXPECT_EQ(keel({"doctor"}).status, 0);
 }
 
 TEST_F(KeelTest, DoctorCountsWhatIsDamagedAndItsCureWorks)
@@ -48,20 +54,29 @@ TEST_F(KeelTest, DoctorCountsWhatIsDamagedAndItsCureWorks)
          std::filesystem::recursive_directory_iterator(installation_.repository() / "pieces"))
         if (file.is_regular_file())
             writeFile(file.path(), "damaged");
-    EXPECT_EQ(checkOf(keel({"doctor", "--json"}), "damage")["text"], "none is recorded");
+    const std::string nothing = "no damaged part of a pack is recorded, and no manifest is set "
+                                "aside; arca verify looks for more";
+    EXPECT_EQ(checkOf(keel({"doctor", "--json"}), "damage")["text"], nothing);
     const std::string options = installation_.clientOptions();
     const auto arca = [&](const std::string &words) {
         return run({"sh", "-c", arcaProgram().string() + words + " --yes"});
     };
     ASSERT_EQ(arca(" rm p --filespace '*' --optfile " + options).status, 0);
     const Json check = checkOf(keel({"doctor", "--json"}), "damage");
-    EXPECT_EQ(check["text"],
-              "of all nodes: 0 damaged parts of packs, 1 damaged manifest set aside");
+    EXPECT_EQ(check["text"], "0 damaged parts of packs, 1 damaged manifest set aside");
     const std::string cure = check["cure"];
     const std::size_t command = cure.find(" rm --blob");
     ASSERT_NE(command, std::string::npos) << cure;
     EXPECT_EQ(arca(cure.substr(command)).status, 0);
-    EXPECT_EQ(checkOf(keel({"doctor", "--json"}), "damage")["text"], "none is recorded");
+    EXPECT_EQ(checkOf(keel({"doctor", "--json"}), "damage")["text"], nothing);
+    // Another node's is none that this option file may give up.
+    ASSERT_EQ(run({arcaProgram(), "node", "add", "other", "--optfile", options}).status, 0);
+    std::filesystem::create_directories(installation_.repository() / "quarantine/00ff");
+    writeFile(installation_.repository() / "quarantine/00ff/m", "damaged");
+    const Json others = checkOf(keel({"doctor", "--json"}), "damage");
+    EXPECT_NE(others["text"].get<std::string>().find("of the node with the key 00ff"),
+              std::string::npos);
+    EXPECT_EQ(others["cure"].get<std::string>().find(options), std::string::npos) << others;
 }
 
 TEST_F(KeelTest, DoctorNamesWhatIsBrokenWithItsCure)

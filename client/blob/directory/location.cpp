@@ -4,6 +4,7 @@
 #include "client/base/descriptor.h"
 #include "client/base/text.h"
 #include "client/blob/directory/directory_store.h"
+#include "client/blob/directory/location_text.h"
 #include "client/blob/files/place.h"
 #include "client/blob/temporary_name.h"
 
@@ -17,37 +18,20 @@
 namespace arca::blob
 {
 
-static Result<std::string> percentDecoded(std::string_view text)
-{
-    std::string plain;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '%') {
-            plain += text[i];
-            continue;
-        }
-        const auto octet = fromHex(text.substr(i + 1, 2));
-        if (!octet || octet->size() != 1 || octet->front() == std::byte{0})
-            return Error{ErrorKind::badOption, "'" + printable(text) +
-                                                   "' has a '%' that no two hexadecimal digits "
-                                                   "follow; write %25 for the character itself"};
-        plain += static_cast<char>(octet->front());
-        i += 2;
-    }
-    return plain;
-}
-
 Result<Location> Location::parse(std::string_view text)
 {
-    constexpr std::string_view kScheme = "file://";
-    if (!text.starts_with(kScheme) || !text.substr(kScheme.size()).starts_with('/'))
+    if (!text.starts_with(kDirectoryScheme) ||
+        !text.substr(kDirectoryScheme.size()).starts_with('/'))
         return Error{ErrorKind::badOption, "'" + printable(text) +
                                                "' does not name a repository; write "
                                                "file:// and an absolute path, as in "
                                                "file:///srv/arca/repository"};
-    ARCA_TRY(std::string path, percentDecoded(text.substr(kScheme.size())));
-    while (path.size() > 1 && path.ends_with('/'))
-        path.pop_back();
-    return Location{path};
+    auto path = directoryNamed(text);
+    if (!path)
+        return Error{ErrorKind::badOption, "'" + printable(text.substr(kDirectoryScheme.size())) +
+                                               "' has a '%' that no two hexadecimal digits "
+                                               "follow; write %25 for the character itself"};
+    return Location{std::move(*path)};
 }
 
 /// Whether a file that this process makes there belongs to `owner` all the same: a file server may

@@ -1,4 +1,5 @@
 // keel bench: how fast this installation stores, and how much of it.
+#include "client/blob/directory/location_text.h"
 #include "tools/common/command/streams.h"
 #include "tools/common/plot.h"
 #include "tools/common/table.h"
@@ -83,18 +84,18 @@ private:
 /// Returns the bytes in the repository, when it is a directory of this host.
 std::optional<std::uint64_t> repositoryBytes()
 {
-    constexpr std::string_view kDirectory = "file://";
     std::string repository;
     for (const auto &[keyword, value] : readOptionLines(AgentOptions().clientFile())) {
         if (keyword == "REPOSITORY")
             repository = value;
     }
-    if (!repository.starts_with(kDirectory))
+    const auto directory = arca::blob::directoryNamed(repository);
+    if (!directory)
         return std::nullopt;
     std::uint64_t bytes = 0;
     std::error_code error;
-    fs::recursive_directory_iterator walk(repository.substr(kDirectory.size()),
-                                          fs::directory_options::skip_permission_denied, error);
+    fs::recursive_directory_iterator walk(*directory, fs::directory_options::skip_permission_denied,
+                                          error);
     for (; !error && walk != fs::recursive_directory_iterator(); walk.increment(error)) {
         std::error_code gone; // another session may remove its temporary file meanwhile
         const std::uint64_t size = walk->is_regular_file(gone) ? walk->file_size(gone) : 0;

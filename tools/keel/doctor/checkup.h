@@ -54,7 +54,8 @@ private:
     void lookAtPassword();
     void lookAtRepository();
     void lookAtDamage(const std::string &repository);
-    void lookAtSpace(const std::string &check, const std::string &directory);
+    void lookAtSpace(const std::string &check, const std::string &directory,
+                     const std::string &cure);
     void tryPiece();
     [[nodiscard]] std::string dropSample(const std::string &name) const;
 

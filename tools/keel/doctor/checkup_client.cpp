@@ -1,5 +1,6 @@
 // The storage client's side of the check-up, and the piece that is stored and read: see checkup.h.
 #include "agents/common/maint/mtoperations.h"
+#include "client/blob/directory/location_text.h"
 #include "tools/common/text.h"
 #include "tools/keel/channel/blocks.h"
 #include "tools/keel/channel/failure.h"
@@ -186,11 +187,10 @@ void Checkup::lookAtPassword()
 
 void Checkup::lookAtRepository()
 {
-    constexpr std::string_view kDirectory = "file://";
-    const std::string repository = clientOption("REPOSITORY");
-    if (!repository.starts_with(kDirectory))
+    const auto named = arca::blob::directoryNamed(clientOption("REPOSITORY"));
+    if (!named)
         return; // tryPiece() reports it
-    const std::string directory = repository.substr(kDirectory.size());
+    const std::string &directory = *named;
     struct stat status = {};
     if (::stat(directory.c_str(), &status) != 0)
         return bad("repository", fmt::format("{}: {}", shown(directory), std::strerror(errno)),
@@ -202,11 +202,15 @@ void Checkup::lookAtRepository()
                    "Give the directory, with all in it, to the user that the database runs as.");
     good("repository", shown(directory));
     lookAtDamage(directory);
-    lookAtSpace("space", directory);
-    lookAtSpace("logspace", options_.logDirectory());
+    lookAtSpace("space", directory,
+                "Free space there: arca rm or expire, then arca reclaim --grace 0.");
+    lookAtSpace("logspace", options_.logDirectory(),
+                "Free space there: put away logs and traces that nobody needs any more, or set "
+                "HOXI_LOG to another directory.");
 }
 
-void Checkup::lookAtSpace(const std::string &check, const std::string &directory)
+void Checkup::lookAtSpace(const std::string &check, const std::string &directory,
+                          const std::string &cure)
 {
     constexpr std::uint64_t kTooLittle = std::uint64_t{64} << 20;
     struct statvfs space = {};
@@ -217,7 +221,7 @@ void Checkup::lookAtSpace(const std::string &check, const std::string &directory
     const std::string text =
         fmt::format("{} free in {}", tools::byteText(static_cast<double>(free)), shown(directory));
     if (free < kTooLittle || (space.f_files != 0 && space.f_favail < 16))
-        bad(check, text, "Free space there: arca rm or expire, then arca reclaim --grace 0.");
+        bad(check, text, cure);
     else if (free < all / 20)
         warn(check, text, "It is less than a twentieth: make room before the next backup.");
     else

@@ -1,10 +1,14 @@
 // The damage that the repository has a record of: see checkup.h. The names of blobs show it
-// (docs/repository.md), so no key is needed; which node a blob belongs to they do not show.
+// (docs/repository.md), so no key is needed; of the node that a blob belongs to they show what
+// stands for it, not its name, so with several nodes the cures name no option file.
 #include "tools/common/text.h"
 #include "tools/keel/doctor/checkup.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
+#include <iterator>
+#include <map>
 
 #include <fmt/format.h>
 
@@ -17,55 +21,74 @@ namespace
 namespace fs = std::filesystem;
 
 struct Found {
-    std::size_t count = 0;
-    std::string first; ///< its name in the repository
-    std::string problem;
+    std::size_t parts = 0, manifests = 0;
+    std::string first; ///< of these manifests: its name in the repository
 };
 
-/// Counts the blobs in one directory of each node, except the lists of packs beside them.
-Found countIn(const fs::path &repository, const char *room)
+/// Calls `see` with the node's key and the name of every blob in one room, except the lists of
+/// packs beside them. Returns why the room cannot be read, or nothing.
+std::string visit(const fs::path &repository, const char *room,
+                  const std::function<void(const std::string &key, const std::string &name)> &see)
 {
-    Found found;
     std::error_code error;
     const fs::path root = repository / room;
     if (!fs::exists(root, error))
-        return found;
+        return "";
     for (fs::recursive_directory_iterator at(root, error), end; !error && at != end;
          at.increment(error)) {
         std::error_code unknown;
         if (at->path().extension() == ".packs" || at->is_directory(unknown))
             continue;
-        const std::string name = at->path().lexically_relative(repository).string();
-        found.first = found.count++ == 0 ? name : std::min(found.first, name);
+        const fs::path name = at->path().lexically_relative(repository);
+        see(std::next(name.begin())->string(), name.string());
     }
-    found.problem = error ? root.string() + ": " + error.message() : "";
-    return found;
+    return error ? root.string() + ": " + error.message() : "";
+}
+
+/// Returns true when all that the repository keeps is of one node.
+bool hasOneNode(const fs::path &repository)
+{
+    std::error_code error;
+    const fs::directory_iterator nodes(repository / "nodes", error);
+    return !error && std::distance(begin(nodes), end(nodes)) <= 1;
 }
 
 } // namespace
 
 void Checkup::lookAtDamage(const std::string &repository)
 {
-    const Found parts = countIn(repository, "damage");
-    const Found manifests = countIn(repository, "quarantine");
-    for (const Found *found : {&parts, &manifests})
-        if (!found->problem.empty())
-            return bad(
-                "damage", tools::printable(found->problem),
-                "Give the directory, with all in it, to the user that the database runs as.");
-    if (parts.count + manifests.count == 0)
-        return good("damage", "none is recorded");
-    const std::string options = tools::printable(options_.clientFile());
-    std::string cure = fmt::format("Run: arca repair --optfile {}", options);
-    if (manifests.count != 0)
-        cure +=
-            fmt::format("; what stays set aside is given up with: arca rm --blob {} --optfile {}",
-                        tools::printable(manifests.first), options);
-    warn("damage",
-         fmt::format("of all nodes: {} of packs, {} set aside",
-                     tools::counted(parts.count, "damaged part"),
-                     tools::counted(manifests.count, "damaged manifest")),
-         cure);
+    std::map<std::string, Found> nodes;
+    std::string problem =
+        visit(repository, "damage",
+              [&](const std::string &key, const std::string &) { ++nodes[key].parts; });
+    if (problem.empty())
+        problem =
+            visit(repository, "quarantine", [&](const std::string &key, const std::string &name) {
+                Found &found = nodes[key];
+                found.first = found.manifests++ == 0 ? name : std::min(found.first, name);
+            });
+    if (!problem.empty())
+        return bad("damage", tools::printable(problem),
+                   "Give the directory, with all in it, to the user that the database runs as.");
+    if (nodes.empty())
+        return good("damage", "no damaged part of a pack is recorded, and no manifest is set "
+                              "aside; arca verify looks for more");
+    const bool own = hasOneNode(repository);
+    const std::string options = own ? tools::printable(options_.clientFile()) : "FILE";
+    for (const auto &[key, found] : nodes) {
+        std::string cure = fmt::format(
+            "Run{}: arca repair --optfile {}",
+            own ? "" : " with the option file of the node that arca stats counts it of", options);
+        if (found.manifests != 0)
+            cure += fmt::format(
+                "; what stays set aside is given up with: arca rm --blob {} --optfile {}",
+                tools::printable(found.first), options);
+        warn("damage",
+             fmt::format("{} of packs, {} set aside{}", tools::counted(found.parts, "damaged part"),
+                         tools::counted(found.manifests, "damaged manifest"),
+                         own ? "" : ", of the node with the key " + tools::printable(key)),
+             cure);
+    }
 }
 
 } // namespace keel
