@@ -138,6 +138,7 @@ TEST_F(ArcaTest, AWrongCommandLineIsStatus2)
                            {"show", "//p"},
                            {"reclaim", "--grace", "soon"},
                            {"class", "define", "x", "--days", "-1"},
+                           {"class", "change", "STANDARD"},
                            {"access", "grant", "other", "df_*"},
                            {"access", "grant", "other", "--filespace", std::string(1100, 'f')}};
     for (const Words &words : later)

@@ -156,6 +156,22 @@ TEST_F(ExpireTest, WhatIsBoundToADamagedClassStaysAndNothingElseDoes)
     EXPECT_EQ(arca({"rm", "--blob", blob, "--yes"}).status, 0);
     EXPECT_EQ(arca({"class", "list"}).status, 0);
 
+    // What a later state has replaced takes nothing along.
+    const auto states = stored("classes");
+    ASSERT_EQ(arca({"class", "change", "STANDARD", "--days", "1"}).status, 0);
+    int superseded = 0;
+    for (const auto &now : stored("classes"))
+        for (const auto &old : states)
+            if (now.parent_path() == old.parent_path() && std::ranges::count(states, now) == 0) {
+                writeFile(old, "damaged");
+                const std::string name = old.lexically_relative(installation_.repository());
+                const ProgramResult told = arca({"rm", "--blob", name, "--dry-run"});
+                EXPECT_NE(told.out.find("nothing else changes, as classes/"), std::string::npos)
+                    << told.out << told.err;
+                ++superseded;
+            }
+    EXPECT_EQ(superseded, 1);
+
     // A damaged record of a filespace keeps nothing of it out of reach; rm --blob takes along all
     // that lies in it, and says so.
     const auto space = stored("filespaces").back();

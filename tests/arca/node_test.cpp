@@ -1,6 +1,7 @@
 // Nodes, their keys and their locks as an administrator looks after them, and what monitoring is
 // told.
 #include "tests/arca/arca_fixture.h"
+#include "tests/support/terminal.h"
 
 #include <filesystem>
 #include <regex>
@@ -59,10 +60,17 @@ TEST_F(NodeTest, RemovedNodeTakesAllItKeepsAndNothingElse)
 
     EXPECT_EQ(arca({"node", "remove", "other"}).status, 2) << "nobody is asked";
     EXPECT_EQ(arca({"node", "remove", "none", "--yes"}).status, 1);
+    // What came while a person was asked is not removed unseen.
+    Terminal asks(commandLine({"node", "remove", "other"}));
+    asks.answer("[y/N] ", "");
+    store(other, "unseen", "stays until it was shown");
+    asks.answer("", "y\n");
+    EXPECT_EQ(asks.finish(), 1) << asks.shown;
     EXPECT_EQ(nodes(), (Words{"other", "testnode"}));
+    EXPECT_EQ(stored("pieces").size(), 3U);
     // A channel that is still open: what it commits afterwards must not be left behind.
     ASSERT_EQ(send(other, "late", "in vain"), HOX_RC_OK);
-    ASSERT_EQ(arca({"node", "remove", "other", "--yes"}).status, 0);
+    EXPECT_EQ(arcaJson({"node", "remove", "other", "--yes"})["pieces"], 2);
     EXPECT_EQ(commit(other), HOX_RC_FS_UNKNOWN);
     EXPECT_EQ(nodes(), Words{"testnode"});
     EXPECT_EQ(arcaAs(others, {"ls"}).status, 1);
@@ -240,6 +248,32 @@ TEST_F(NodeTest, MetricsAreWhatACollectorReads)
     EXPECT_NE(text.find("arca_logical_bytes{node=\"testnode\"} 200000\n"), std::string::npos);
     const ProgramResult nowhere = arca({"metrics", "--output", "/nonexistent/arca.prom"});
     EXPECT_EQ(nowhere.status, 1);
+    for (const Words &mixed : {Words{"metrics"}, {"key", "export", "--stdin"}})
+        for (const char *json : {"--json", ""}) {
+            Words words = mixed;
+            words.insert(words.end(), {"--output", "/dev/stdout"});
+            if (*json)
+                words.emplace_back(json);
+            const ProgramResult result = arca(words, "correct horse battery\n");
+            EXPECT_EQ(result.status, *json ? 2 : 0) << result.err;
+            EXPECT_EQ(result.out.find("The key of"), std::string::npos) << result.out;
+        }
+
+    // What a restore finds damaged, and what is set aside, is told, and nothing is proven any more.
+    const std::string proven = "arca_verify_proven_timestamp_seconds{node=\"testnode\",depth=\"";
+    EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);
+    EXPECT_EQ(arca({"metrics"}).out.find(proven + "data\"} 0\n"), std::string::npos);
+    const auto manifests = stored("pieces");
+    damageFiles(installation_.repository() / "packs");
+    EXPECT_NE(restore(logOn(), "a"), std::string(100000, 'a'));
+    writeFile(manifests.front(), "damaged");
+    (void)arca({"rm", "a", "--yes"});
+    (void)arca({"rm", "b", "--yes"});
+    const std::string hurt = arca({"metrics"}).out;
+    for (const char *depth : {"structure", "data"})
+        EXPECT_NE(hurt.find(proven + depth + "\"} 0\n"), std::string::npos) << hurt;
+    EXPECT_NE(hurt.find("arca_quarantined{node=\"testnode\"} 1\n"), std::string::npos) << hurt;
+    EXPECT_NE(hurt.find("arca_damaged_parts{node=\"testnode\"} 1\n"), std::string::npos) << hurt;
 }
 
 } // namespace

@@ -160,6 +160,7 @@ TEST_F(ArcaTest, ADamagedPieceHoldsUpNoOther)
         {{"verify"}, "Hurt piece  /fs//df_2 (pieces/", 1, true},
         {{"rm", "--id", first, "--id", second}, "1 piece deleted"},
         {{"rm", "df_*"}, "1 piece, 4 bytes deleted"},
+        {{"rm", "df_2", "--deactivate"}, "df_2 is damaged, and a damaged piece cannot"},
         {{"rm", "df_2"}, "/fs//df_2 is set aside as quarantine/", 0},
     };
     for (const auto &step : steps) {

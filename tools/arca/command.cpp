@@ -2,6 +2,7 @@
 #include "tools/arca/command.h"
 
 #include "agents/common/maint/mtprompt.h"
+#include "client/base/text.h"
 #include "keel_paths.h"
 #include "tools/timing/timing.h"
 
@@ -28,6 +29,12 @@ void addCommonOptions(tools::Verb verb, Command &command)
         .valueName("FILE");
     verb.addFlag("--json", command.json, "Print one JSON object instead of text");
     tools::addTimingOption(verb, command.timing);
+}
+
+UsageError mixedOutput(const std::string &file)
+{
+    return UsageError("--json prints to standard output, which " + printable(file) +
+                      " leads to, too; it needs an --output FILE of its own");
 }
 
 void beginJson(Command &command, const char *name, const Json &value)

@@ -29,6 +29,9 @@ struct UsageError : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+/// For --json with a file that leads to standard output, too.
+[[nodiscard]] UsageError mixedOutput(const std::string &file);
+
 /// The command line, read: options that every verb takes, and the verb that was chosen.
 struct Command {
     std::string givenOptionFile; ///< by --optfile; empty: none was given

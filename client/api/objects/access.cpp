@@ -21,8 +21,11 @@ Answer<store::AccessRule> ruleFrom(Session &session, const hoxObjName *name, con
     ARCA_TRY(rule.node,
              pointerText(nodeName, HOX_MAX_NODE_NAME, "the node name", HOX_RC_NODE_NAME_TOO_LONG));
     ARCA_TRY(rule.owner, pointerText(ownerName, HOX_MAX_OWNER_NAME, "the owner name"));
-    if (rule.node.empty() || rule.node == session.node)
-        return refused(HOX_RC_BAD_ARGUMENT, "access is granted to another node");
+    if (rule.node.empty())
+        return refused(HOX_RC_BAD_ARGUMENT, "the node name is empty");
+    if (rule.node == session.node)
+        return refused(HOX_RC_BAD_ARGUMENT,
+                       "a node may read its own pieces anyway; access is for another one");
     ARCA_CHECK(expectFilespace(session, rule.name.filespace));
     return rule;
 }

@@ -46,6 +46,17 @@ Result<void> endRecord(blob::BlobStore &store, NumberedRecord &record, std::uint
     return ended;
 }
 
+/// What is stored after this count, and before the record ends, is taken back by who stores it.
+Result<void> expectNoMore(blob::BlobStore &store, const NodeSummary &shown)
+{
+    ARCA_TRY(const NodeSummary now, summaryOf(store, shown.name));
+    if (now.pieces <= shown.pieces && now.inactive <= shown.inactive && now.packs <= shown.packs)
+        return {};
+    return Error{ErrorKind::conflict, "node " + printable(shown.name) +
+                                          " has stored more since you were asked, so nothing was "
+                                          "removed; run it again"};
+}
+
 Result<void> deleteFilespace(blob::BlobStore &store, const std::string &prefix)
 {
     NumberedRecord record(store, prefix);
@@ -86,15 +97,19 @@ public:
         bool goOn = true;
         auto listed = store_.list(prefix, [&](const std::string &name) {
             done = removeBlob(store_, name);
-            if (!done && done.error().kind == ErrorKind::notFound)
+            const bool isGone = !done && done.error().kind == ErrorKind::notFound;
+            if (isGone)
                 done = {};
-            goOn = step_(++removed_);
+            removed_ += done && !isGone ? 1 : 0;
+            goOn = step_(removed_);
             return done && goOn;
         });
         ARCA_CHECK(std::move(done));
         ARCA_CHECK(std::move(listed));
         return goOn;
     }
+
+    std::uint64_t removed() const { return removed_; }
 
 private:
     blob::BlobStore &store_;
@@ -104,7 +119,8 @@ private:
 
 } // namespace
 
-Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const RemovalStep &step)
+Result<NodeRemoval> removeNode(blob::BlobStore &store, const std::string &node,
+                               const RemovalStep &step, const NodeSummary *shown)
 {
     ARCA_TRY(const std::string key, nodeKey(node));
     NumberedRecord record(store, "nodes/" + key);
@@ -116,17 +132,26 @@ Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const R
                                               blob::holderOf(store, "reclaim-" + known.key) +
                                               "; try again when that is over"};
     ARCA_TRY(const auto turn, store.lock("change-" + known.key, "removing the node"));
+    if (shown != nullptr)
+        ARCA_CHECK(expectNoMore(store, *shown));
     // Also of a node whose record got lost.
     if (known.registered || number == 0)
         ARCA_CHECK(endRecord(store, record, number, known));
     ARCA_CHECK(deleteFilespaces(store, known.key));
     Sweep sweep(store, step);
+    NodeRemoval removal;
     for (const std::string_view room : kRooms) {
+        const std::uint64_t before = sweep.removed();
         ARCA_TRY(const bool cleared, sweep.clear(prefixOf(room, known.key)));
         if (!cleared)
-            return false;
+            return removal;
+        const std::uint64_t removed = sweep.removed() - before;
+        removal.pieces += room == "pieces/" ? removed : 0;
+        removal.inactive += room == "inactive/" ? removed : 0;
+        removal.packs += room == "packs/" ? removed : 0;
     }
-    return sweep.clear(prefixOf(kFilespaces, known.key));
+    ARCA_TRY(removal.all, sweep.clear(prefixOf(kFilespaces, known.key)));
+    return removal;
 }
 
 Result<bool> isHalfRemoved(blob::BlobStore &store, const std::string &key)

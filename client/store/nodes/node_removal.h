@@ -11,7 +11,7 @@
 #ifndef KEEL_CLIENT_STORE_NODES_NODE_REMOVAL_H
 #define KEEL_CLIENT_STORE_NODES_NODE_REMOVAL_H
 
-#include "client/blob/blob_store.h"
+#include "client/store/nodes/node_list.h"
 
 #include <functional>
 #include <string>
@@ -22,9 +22,17 @@ namespace arca::store
 /// Told how many blobs were removed so far; false stops, and leaves the rest to another removal.
 using RemovalStep = std::function<bool(std::uint64_t removed)>;
 
-/// Whether all is gone. `notFound` when there is nothing of such a node, `conflict` while its packs
-/// are being reclaimed.
-Result<bool> removeNode(blob::BlobStore &store, const std::string &node, const RemovalStep &step);
+/// What one removal took away.
+struct NodeRemoval {
+    bool all = false; // nothing is left
+    std::uint64_t pieces = 0, inactive = 0, packs = 0;
+};
+
+/// `shown`: what a person has agreed to lose; null: nobody was asked. `notFound` when there is
+/// nothing of such a node; `conflict` while its packs are being reclaimed, and when the node keeps
+/// more by now than was shown: then nothing was removed.
+Result<NodeRemoval> removeNode(blob::BlobStore &store, const std::string &node,
+                               const RemovalStep &step, const NodeSummary *shown = nullptr);
 
 /// Whether something is left of a node that was removed.
 Result<bool> isHalfRemoved(blob::BlobStore &store, const std::string &key);

@@ -107,9 +107,8 @@ Result<void> BlobProof::proveFilespace(const std::string &blobName, Bytes stored
 {
     const RecordSeal seal(space_.domain());
     ARCA_TRY(auto opened, seal.lenient().open(blobName, std::move(stored)));
-    return decodeFilespaceState({0, std::move(opened.record), opened.proven}, seal)
-               ? Result<void>()
-               : damaged("this node did not write it, or its bytes are not what was written");
+    const auto state = decodeFilespaceState({0, std::move(opened.record), opened.proven}, seal);
+    return state ? Result<void>() : state.error();
 }
 
 /// The mark of a rule is the node's, which nobody else can look at.

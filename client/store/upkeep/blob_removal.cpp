@@ -88,17 +88,24 @@ Result<void> checkBlob(NodeSpace &space, const std::string &blobName, blob::Blob
     return kind->check(bytes);
 }
 
-/// The blob of the state before this one of a numbered record; empty when there is none.
-std::string stateBefore(NodeSpace &space, const std::string &blobName)
+/// The blobs of the states before this one of a numbered record, and of the last after it; empty
+/// where there is none.
+struct OtherStates {
+    std::string before, last;
+};
+
+Result<OtherStates> otherStates(NodeSpace &space, const std::string &blobName)
 {
-    std::string before;
+    OtherStates others;
     const std::string place = blobName.substr(0, blobName.rfind('/') + 1);
-    (void)space.domain().blobs().list(place, [&](const std::string &name) {
-        if (name < blobName && name > before)
-            before = name;
+    ARCA_CHECK(space.domain().blobs().list(place, [&](const std::string &name) {
+        if (name < blobName && name > others.before)
+            others.before = name;
+        if (name > blobName && name > others.last)
+            others.last = name;
         return true;
-    });
-    return before;
+    }));
+    return others;
 }
 
 bool isNumbered(const RecordForm &kind)
@@ -190,9 +197,16 @@ Result<void> fillGoesWith(NodeSpace &space, const RecordForm &kind, const std::s
         {form::note.place, "pieces that it alone names are not missed when they get lost"},
         {form::graceTime.place, "removed pieces are kept for the 7 days of a new repository"},
     };
-    const std::string before = isNumbered(kind) ? stateBefore(space, blobName) : std::string();
-    if (!before.empty()) {
-        removal.goesWith = "what " + before + " says holds again";
+    OtherStates others;
+    if (isNumbered(kind)) {
+        ARCA_TRY(others, otherStates(space, blobName));
+    }
+    if (!others.last.empty()) {
+        removal.goesWith = "nothing else changes, as " + others.last + " has taken its place";
+        return {};
+    }
+    if (!others.before.empty()) {
+        removal.goesWith = "what " + others.before + " says holds again";
         return {};
     }
     const std::string place = blobName.substr(0, blobName.rfind('/'));

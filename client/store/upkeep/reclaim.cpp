@@ -61,15 +61,14 @@ Result<void> Reclaim::compareStock(bool accept, ReclaimTotals &totals)
         return inventory_.noteWent(stock.missing);
     if (request_.acceptMissing)
         return {};
-    return Error{ErrorKind::damaged,
-                 countText(stock.missing.size(), "piece") + " of the node " +
-                     printable(space_.node()) + " that " +
-                     (stock.missing.size() == 1 ? "was" : "were") +
-                     " stored and never removed cannot be found (the first: " +
-                     toHex(stock.missing.front()) +
-                     "), so nothing was freed; bring the missing files of the repository back, or "
-                     "run arca reclaim --accept-missing " +
-                     printable(space_.node()) + " if the pieces are lost for good"};
+    return Error{
+        ErrorKind::damaged,
+        countText(stock.missing.size(), "piece") + " of the node " + printable(space_.node()) +
+            " that " + (stock.missing.size() == 1 ? "was" : "were") +
+            " stored and never purged cannot be found (the first: " + toHex(stock.missing.front()) +
+            "), so nothing was freed; bring the missing files of the repository back, or "
+            "run arca reclaim --accept-missing " +
+            printable(space_.node()) + " if the pieces are lost for good"};
 }
 
 /// Pieces of a filespace whose record is gone show nowhere, although their manifests are there.

@@ -54,8 +54,16 @@ void addPack(NodeSpace &space, const engine::PackName &which, Statistics &sums)
 
 Result<void> countDamage(const engine::Domain &domain, Statistics &sums)
 {
-    ARCA_TRY(const engine::DamagedParts parts, DamageRecords(domain).all());
+    const DamageRecords records(domain);
+    ARCA_TRY(const engine::DamagedParts parts, records.all());
     sums.damagedParts = parts.all().size();
+    for (const engine::DamagedPart &part : parts.all()) {
+        const auto bytes =
+            blob::readWhole(domain.blobs(), records.nameOf(part), kMaxRecordBytes);
+        const auto record = bytes ? decodeDamage(*bytes) : Result<DamageRecord>(bytes.error());
+        if (record)
+            sums.lastDamage = std::max(sums.lastDamage, record->foundAt);
+    }
     const Quarantine quarantine(domain);
     return domain.blobs().list(quarantine.prefix(), [&](const std::string &name) {
         sums.quarantined += quarantine.isManifest(name) ? 1 : 0;

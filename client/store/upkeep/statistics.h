@@ -31,6 +31,7 @@ struct Statistics {
     std::uint64_t manifestBytes = 0;
     std::uint64_t unreadable = 0;   // pieces and packs that cannot be opened; they are in no sum
     std::uint64_t damagedParts = 0; // of packs, that have a record
+    std::int64_t lastDamage = 0;    // when the newest of these was found, as far as they tell
     std::uint64_t quarantined = 0;  // manifests that were set aside
     std::uint64_t packs = 0;
     std::uint64_t packBytes = 0; // also of blocks that no piece needs any more

@@ -144,6 +144,8 @@ Result<void> define(ClientSession &client, const Command &command, const Asked &
 
 Result<void> change(ClientSession &client, const Command &command, const Asked &asked, Json &result)
 {
+    if (!asked.pool && !asked.versions && !asked.days && !asked.description)
+        throw UsageError("it takes at least one of --pool, --versions, --days and --description");
     const mtClassChange_t changes = changesIn(asked);
     return conclude(client, command, asked, mtClassChange(client.session(), asked.name, changes),
                     "changed now", result);

@@ -96,8 +96,8 @@ std::string question(const Asked &asked, const Totals &totals)
 
 std::string goneText(std::uint64_t id, const Asked &asked)
 {
-    return fmt::format("{} is not there any more{}\n", idText(id),
-                       asked.deactivate ? ", or not active" : "");
+    return fmt::format("{} is of no piece that is there{}\n", idText(id),
+                       asked.deactivate ? ", or of one that is not active" : "");
 }
 
 /// Counts the outcome of each piece, and shows the progress.
@@ -179,7 +179,7 @@ Result<void> conclude(ClientSession *client, const Command &command, const Asked
         tools::print("{}{}\n", asked.dryRun ? "Would be: " : "", told);
     ARCA_CHECK(answered(rc));
     if (done.objects == 0 && done.missing != 0)
-        return Error{ErrorKind::notFound, "nothing of it is there any more"};
+        return Error{ErrorKind::notFound, "nothing of it is there"};
     return {};
 }
 
@@ -221,7 +221,13 @@ Result<void> removeMatching(const Command &command, const Asked &asked, const mt
     ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
     ARCA_CHECK(client->expectOwnPieces());
     ARCA_TRY(Totals counted, look(*client, filter, asked.dryRun && !command.json));
-    if (counted.objects == 0 && counted.damage != HOX_RC_OK && namesOnePiece(asked))
+    const bool oneDamaged = counted.objects == 0 && counted.damage != HOX_RC_OK;
+    if (oneDamaged && namesOnePiece(asked) && asked.deactivate)
+        return Error{ErrorKind::damaged,
+                     printable(asked.selection.pattern, 1300) +
+                         " is damaged, and a damaged piece cannot be made inactive; arca rm "
+                         "without --deactivate sets it aside, which frees its name"};
+    if (oneDamaged && namesOnePiece(asked))
         return removeDamagedPiece(command, asked.selection,
                                   {{}, asked.dryRun, asked.yes, asked.fromStandardInput}, result);
     if (counted.objects == 0)

@@ -9,6 +9,8 @@
 #include "tools/common/command/streams.h"
 #include "tools/common/command/written_file.h"
 
+#include <unistd.h>
+
 #include <fmt/format.h>
 
 namespace arca::tool
@@ -37,6 +39,9 @@ Result<std::string> keptPassword(const config::Options &options, store::Reposito
 
 Result<void> exportKey(const Command &command, const Asked &asked, Json &result)
 {
+    const bool isMixed = asked.output != "-" && tools::isMixed(asked.output, STDOUT_FILENO);
+    if (isMixed && command.json)
+        throw mixedOutput(asked.output);
     ARCA_TRY(const config::Options options, optionsOf(command));
     ARCA_TRY(const std::string own, config::nodeNameFor(options));
     const std::string node = asked.node.empty() ? own : asked.node;
@@ -58,7 +63,7 @@ Result<void> exportKey(const Command &command, const Asked &asked, Json &result)
     }
     if (!command.json && asked.output == "-")
         tools::print("{}", text);
-    else if (!command.json)
+    else if (!command.json && !isMixed)
         tools::print("The key of node {} is in {}; on the other host: arca key import {}\n",
                      printable(node), printable(asked.output), printable(asked.output));
     return {};

@@ -27,7 +27,8 @@ struct Asked {
     bool yes = false;
 };
 
-std::string contentText(const store::NodeSummary &node)
+/// Of a NodeSummary, or of a NodeRemoval.
+template <class Content> std::string contentText(const Content &node)
 {
     return fmt::format("{}, {} and {}", tools::counted(node.pieces, "piece"),
                        tools::counted(node.inactive, "inactive version"),
@@ -56,15 +57,17 @@ void removeCache(const std::string &directory, const std::string &key)
     }
 }
 
-Result<bool> sweep(blob::BlobStore &blobs, const store::NodeSummary &node)
+Result<store::NodeRemoval> sweep(blob::BlobStore &blobs, const store::NodeSummary &node,
+                                 const store::NodeSummary *shown)
 {
     tools::Progress progress("Removing " + node.name);
     const std::uint64_t planned = node.pieces + node.inactive + node.packs;
     catchInterrupts();
-    return store::removeNode(blobs, node.name, [&](std::uint64_t removed) {
+    const auto step = [&](std::uint64_t removed) {
         progress.show(removed, planned, 0);
         return !interrupted();
-    });
+    };
+    return store::removeNode(blobs, node.name, step, shown);
 }
 
 Result<void> remove(const Command &command, const Asked &asked, Json &result)
@@ -76,8 +79,9 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
     result["node"] = asked.node;
     ARCA_TRY(const auto node, store::summaryOf(repository->blobs(), asked.node));
     ARCA_CHECK(confirm(question(node), asked.yes));
-    ARCA_TRY(const bool all, sweep(repository->blobs(), node));
-    if (!all)
+    ARCA_TRY(const store::NodeRemoval removal,
+             sweep(repository->blobs(), node, asked.yes ? nullptr : &node));
+    if (!removal.all)
         return interruption("the node is gone, the rest of what it kept goes when you run this "
                             "again");
     removeCache(cache.directory(), node.key);
@@ -87,11 +91,11 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
         return {};
     };
     ARCA_CHECK(config::NodeKeys(options.file).forget(repository->uuid(), asked.node, holds));
-    result["pieces"] = node.pieces;
-    result["inactive"] = node.inactive;
-    result["packs"] = node.packs;
+    result["pieces"] = removal.pieces;
+    result["inactive"] = removal.inactive;
+    result["packs"] = removal.packs;
     if (!command.json)
-        tools::print("Node {} removed, with {}\n", printable(asked.node), contentText(node));
+        tools::print("Node {} removed, with {}\n", printable(asked.node), contentText(removal));
     return {};
 }
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <fmt/format.h>
 
@@ -90,9 +91,14 @@ void addPieces(Exposition &out, const store::Statistics &statistics)
                   static_cast<std::uint64_t>(statistics.newest));
 }
 
-void addVerification(Exposition &out, const std::string &cache, const std::string &key)
+void addVerification(Exposition &out, const store::Statistics &statistics, const std::string &cache,
+                     const std::string &key)
 {
-    const store::VerifyState state = store::loadVerifyState(cache, key);
+    store::VerifyState state = store::loadVerifyState(cache, key);
+    // Restores find and record damage, too, and so does the counting above.
+    for (store::VerifyRound *round : {&state.structure, &state.data})
+        if (statistics.unreadable != 0 || statistics.lastDamage >= round->proven)
+            round->proven = 0;
     out.family(
         "arca_verify_proven_timestamp_seconds",
         "When the last round that found nothing began; 0: none here, or damage was found since.");
@@ -116,13 +122,15 @@ void addSpace(Exposition &out, const std::string &directory)
 
 Result<void> tell(const Command &command, const Asked &asked, Json &result)
 {
+    if (command.json && asked.output != "-" && tools::isMixed(asked.output, STDOUT_FILENO))
+        throw mixedOutput(asked.output);
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
     const mtTimed timed(MT_TIME_CLIENT);
     ARCA_TRY(const store::Statistics statistics,
              store::gatherStatistics(*session.space, shownProgress("Counting")));
     Exposition out(session.space->node());
     addPieces(out, statistics);
-    addVerification(out, session.repository->cache().directory(),
+    addVerification(out, statistics, session.repository->cache().directory(),
                     session.space->domain().nodeKey());
     addSpace(out, session.repository->shownName());
     if (asked.output != "-") {
