@@ -1,6 +1,7 @@
 // AES-GCM by libcrypto. Nonce on the wire of GCM (12 bytes): kind, then number, little-endian.
 #include "client/base/crypto/aead.h"
 
+#include "client/base/crypto/crypto_start.h"
 #include "client/base/crypto/hash.h"
 
 #include <openssl/evp.h>
@@ -31,7 +32,7 @@ unsigned char *octets(std::span<std::byte> bytes)
 
 Error failure()
 {
-    return {ErrorKind::internal, "the cipher library failed"};
+    return cryptoFailure("the cipher library failed");
 }
 
 /// Null when the library fails.
@@ -40,7 +41,7 @@ Context prepare(Cipher cipher, ByteView key, Nonce nonce, ByteView associated, b
     ByteWriter iv;
     iv.u32(nonce.kind);
     iv.u64(nonce.number);
-    Context context(EVP_CIPHER_CTX_new(), &EVP_CIPHER_CTX_free);
+    Context context(cryptoReady() ? EVP_CIPHER_CTX_new() : nullptr, &EVP_CIPHER_CTX_free);
     const EVP_CIPHER *const kind = cipher == Cipher::aes128 ? EVP_aes_128_gcm() : EVP_aes_256_gcm();
     int done = 0;
     if (!context ||

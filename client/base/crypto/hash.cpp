@@ -1,6 +1,7 @@
 // Digests by libcrypto and xxHash, both linked in and hidden; randomness by the kernel.
 #include "client/base/crypto/hash.h"
 
+#include "client/base/crypto/crypto_start.h"
 #include "client/base/descriptor.h"
 
 #include <openssl/crypto.h>
@@ -25,22 +26,14 @@ namespace arca
 namespace
 {
 
-/// libcrypto must neither read the host's configuration file nor leave an exit handler behind: this
-/// process is not ours. Called each time, which costs little: a static of ours whose initialisation
-/// a fork interrupts would hang the child.
-bool cryptoReady()
-{
-    return OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr) == 1;
-}
-
 const unsigned char *octets(ByteView bytes)
 {
     return reinterpret_cast<const unsigned char *>(bytes.data());
 }
 
-Error cryptoFailure()
+Error failure()
 {
-    return {ErrorKind::internal, "the digest library failed"};
+    return cryptoFailure("the digest library failed");
 }
 
 } // namespace
@@ -48,7 +41,7 @@ Error cryptoFailure()
 Result<Sha256> sha256(std::initializer_list<ByteView> parts)
 {
     if (!cryptoReady())
-        return cryptoFailure();
+        return failure();
     const std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context(EVP_MD_CTX_new(),
                                                                           &EVP_MD_CTX_free);
     Sha256 digest;
@@ -63,7 +56,7 @@ Result<Sha256> sha256(std::initializer_list<ByteView> parts)
         good && EVP_DigestFinal_ex(context.get(), reinterpret_cast<unsigned char *>(digest.data()),
                                    nullptr) == 1;
     if (!good)
-        return cryptoFailure();
+        return failure();
     return digest;
 }
 
@@ -73,7 +66,7 @@ Result<Sha256> hmacSha256(ByteView key, ByteView message)
     if (!cryptoReady() ||
         HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()), octets(message),
              message.size(), reinterpret_cast<unsigned char *>(digest.data()), nullptr) == nullptr)
-        return cryptoFailure();
+        return failure();
     return digest;
 }
 

@@ -1,9 +1,9 @@
 // Passwords: see the header.
 #include "client/base/crypto/password.h"
 
+#include "client/base/crypto/crypto_start.h"
 #include "client/base/text.h"
 
-#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
@@ -39,13 +39,13 @@ Result<PasswordKeys> derivePasswordKeys(std::string_view password, ByteView salt
                           cost.n <= kMaxMemory / (128 * cost.r);
     if (!sensible)
         return Error{ErrorKind::damaged, "the cost of a password check is out of bounds"};
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr);
     std::array<std::byte, sizeof(Sha256) + SecretKey::kBytes> derived;
-    if (EVP_PBE_scrypt(password.data(), password.size(),
+    if (!cryptoReady() ||
+        EVP_PBE_scrypt(password.data(), password.size(),
                        reinterpret_cast<const unsigned char *>(salt.data()), salt.size(), cost.n,
                        cost.r, cost.p, kMaxMemory * 2,
                        reinterpret_cast<unsigned char *>(derived.data()), derived.size()) != 1)
-        return Error{ErrorKind::internal, "the password check failed"};
+        return cryptoFailure("the password check failed");
     PasswordKeys keys;
     std::copy_n(derived.begin(), keys.verifier.size(), keys.verifier.begin());
     auto wrapping = SecretKey::from(ByteView(derived).last(SecretKey::kBytes));

@@ -1,9 +1,9 @@
 // Sealed keys by libcrypto: see the header.
 #include "client/store/keys/key_box.h"
 
+#include "client/base/crypto/crypto_start.h"
 #include "client/base/crypto/hash.h"
 
-#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/kdf.h>
 
@@ -38,11 +38,12 @@ unsigned char *room(std::span<std::byte> bytes)
 
 Error failed()
 {
-    return {ErrorKind::internal, "the cipher library failed"};
+    return cryptoFailure("the cipher library failed");
 }
 
 Error doesNotOpen()
 {
+    (void)failed(); // which throws when it was for want of memory
     return {ErrorKind::damaged, "a sealed key is damaged"};
 }
 
@@ -50,9 +51,7 @@ Error doesNotOpen()
 /// fails.
 Cipher cipherFor(const SecretKey &key, ByteView nonce, ByteView context, bool sealing)
 {
-    // Neither the host's configuration file nor an exit handler is any of our business.
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr);
-    Cipher cipher(EVP_CIPHER_CTX_new());
+    Cipher cipher(cryptoReady() ? EVP_CIPHER_CTX_new() : nullptr);
     int length = 0;
     if (!cipher || key.isEmpty() ||
         EVP_CipherInit_ex(cipher.get(), EVP_aes_256_gcm(), nullptr, octets(key.view()),
@@ -66,7 +65,8 @@ Cipher cipherFor(const SecretKey &key, ByteView nonce, ByteView context, bool se
 /// What both halves agree on, of all zeros when the public one is a trick.
 Result<SecretKey> agreement(const SecretKey &privateKey, const PublicKey &publicKey)
 {
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr);
+    if (!cryptoReady())
+        return failed();
     const Pkey mine(EVP_PKEY_new_raw_private_key(
         EVP_PKEY_X25519, nullptr, octets(privateKey.view()), privateKey.view().size()));
     const Pkey theirs(
@@ -149,7 +149,8 @@ Result<SecretKey> openKey(const SecretKey &under, const SealedKey &box, ByteView
 
 Result<PublicKey> publicHalfOf(const SecretKey &privateKey)
 {
-    OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr);
+    if (!cryptoReady())
+        return failed();
     const Pkey pair(EVP_PKEY_new_raw_private_key(
         EVP_PKEY_X25519, nullptr, octets(privateKey.view()), privateKey.view().size()));
     PublicKey half;

@@ -1,0 +1,138 @@
+// Starting libcrypto: see the header.
+#include "client/base/crypto/crypto_start.h"
+
+#include <openssl/crypto.h>
+#include <openssl/evp.h>
+#include <openssl/hmac.h>
+#include <openssl/kdf.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace arca
+{
+
+namespace
+{
+
+constinit std::atomic<bool> started = false;
+constinit thread_local bool ranShort = false;
+
+/// The reserve: a start takes some 850 KB from it when the system gives nothing. Its pages are
+/// touched only then. Its blocks follow one another and are not used again.
+constexpr std::size_t kReserve = std::size_t{2} << 20, kHead = 16;
+alignas(kHead) constinit std::byte reserve[kReserve] = {};
+constinit std::atomic<std::size_t> reserved = 0;
+
+bool isReserved(const void *block)
+{
+    const auto at = reinterpret_cast<std::uintptr_t>(block);
+    const auto begin = reinterpret_cast<std::uintptr_t>(reserve);
+    return at >= begin && at < begin + kReserve;
+}
+
+/// A block with its size in front: of the system's memory, or else of the reserve.
+void *take(std::size_t size, const char *, int)
+{
+    if (size == 0 || size > SIZE_MAX / 2)
+        return nullptr;
+    const std::size_t whole = kHead + (size + kHead - 1) / kHead * kHead;
+    auto *block = static_cast<std::byte *>(std::malloc(whole));
+    if (block == nullptr && !started) {
+        std::size_t at = reserved;
+        while (whole <= kReserve - at && !reserved.compare_exchange_weak(at, at + whole)) {
+        }
+        if (whole <= kReserve - at)
+            block = reserve + at;
+    }
+    if (block == nullptr) {
+        ranShort = true;
+        return nullptr;
+    }
+    std::memcpy(block, &size, sizeof size);
+    return block + kHead;
+}
+
+void giveBack(void *block, const char *, int)
+{
+    if (block != nullptr && !isReserved(block))
+        std::free(static_cast<std::byte *>(block) - kHead);
+}
+
+void *resize(void *block, std::size_t size, const char *file, int line)
+{
+    void *const moved = take(size, file, line);
+    if (block == nullptr || (moved == nullptr && size != 0))
+        return moved; // the old one stays
+    if (moved != nullptr) {
+        std::size_t before = 0;
+        std::memcpy(&before, static_cast<std::byte *>(block) - kHead, sizeof before);
+        std::memcpy(moved, block, std::min(before, size));
+    }
+    giveBack(block, file, line);
+    return moved;
+}
+
+template <auto Function> struct Free {
+    template <class Object> void operator()(Object *object) const { Function(object); }
+};
+using CipherContext = std::unique_ptr<EVP_CIPHER_CTX, Free<EVP_CIPHER_CTX_free>>;
+using Pkey = std::unique_ptr<EVP_PKEY, Free<EVP_PKEY_free>>;
+using PkeyContext = std::unique_ptr<EVP_PKEY_CTX, Free<EVP_PKEY_CTX_free>>;
+
+/// Uses every algorithm once, which makes all that libcrypto keeps of it.
+bool useAll()
+{
+    unsigned char key[32] = {1}, out[64] = {};
+    std::size_t length = sizeof out;
+    const auto ciphers = [&](const EVP_CIPHER *cipher) {
+        const CipherContext context(EVP_CIPHER_CTX_new());
+        return context && EVP_CipherInit_ex(context.get(), cipher, nullptr, key, key, 1) == 1;
+    };
+    const Pkey half(EVP_PKEY_new_raw_private_key(EVP_PKEY_X25519, nullptr, key, sizeof key));
+    const PkeyContext shared(half ? EVP_PKEY_CTX_new(half.get(), nullptr) : nullptr);
+    const PkeyContext drawn(EVP_PKEY_CTX_new_id(EVP_PKEY_HKDF, nullptr));
+    return EVP_Digest(key, sizeof key, out, nullptr, EVP_sha256(), nullptr) == 1 &&
+           HMAC(EVP_sha256(), key, sizeof key, key, sizeof key, out, nullptr) != nullptr &&
+           ciphers(EVP_aes_128_gcm()) && ciphers(EVP_aes_256_gcm()) &&
+           EVP_PBE_scrypt("", 0, key, sizeof key, 2, 1, 1, 0, out, sizeof key) == 1 && shared &&
+           EVP_PKEY_derive_init(shared.get()) == 1 &&
+           EVP_PKEY_derive_set_peer(shared.get(), half.get()) == 1 &&
+           EVP_PKEY_derive(shared.get(), out, &length) == 1 && drawn &&
+           EVP_PKEY_derive_init(drawn.get()) == 1 &&
+           EVP_PKEY_CTX_set_hkdf_md(drawn.get(), EVP_sha256()) == 1 &&
+           EVP_PKEY_CTX_set1_hkdf_key(drawn.get(), key, sizeof key) == 1 &&
+           EVP_PKEY_derive(drawn.get(), out, &(length = sizeof key)) == 1;
+}
+
+} // namespace
+
+bool cryptoReady() noexcept
+{
+    ranShort = false;
+    if (started)
+        return true;
+    // Before libcrypto takes any memory; each further time it says the same.
+    (void)CRYPTO_set_mem_functions(take, resize, giveBack);
+    // No static of ours, whose initialisation a fork could interrupt: the child would hang.
+    if (OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr) != 1 ||
+        !useAll())
+        return false;
+    started = true;
+    return true;
+}
+
+Error cryptoFailure(const char *text)
+{
+    if (std::exchange(ranShort, false))
+        throw std::bad_alloc();
+    return {ErrorKind::internal, text};
+}
+
+} // namespace arca
