@@ -23,10 +23,7 @@ int openAboveAt(int directory, const char *path, int flags, mode_t mode = 0600);
 /// fails, no directory is left.
 int makeDirectoryAt(int directory, const char *path);
 
-/// Returns a descriptor above 2 for the same open file, which the caller closes. One that is above
-/// 2 already is returned as it is; from a lower one it makes a close-on-exec copy and closes
-/// `descriptor`, also on failure: then it returns -1 with errno. -1 is returned as it is. A
-/// `descriptor` below 3 must be close-on-exec: one that is not is taken for the host's and stays.
+/// psAboveStandard, for what an open of the caller's own returned.
 int moveAbove(int descriptor);
 
 } // namespace arca

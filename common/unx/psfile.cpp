@@ -2,6 +2,7 @@
 #include "common/unx/psfile.h"
 
 #include "common/thrd/psmutex.h"
+#include "common/unx/psdescriptor.h"
 #include "common/unx/pswrite.h"
 
 #include <cerrno>
@@ -75,7 +76,8 @@ void closeKeepingReason(int descriptor) noexcept
 // Without O_NONBLOCK the open itself would wait for the other end of a pipe.
 int openNow(const char *path, int openFlags, mode_t mode) noexcept
 {
-    return psFileAboveStandard(
+    const psStandardHeld held;
+    return psAboveStandard(
         open(path, (openFlags & ~O_TRUNC) | O_CLOEXEC | O_NOCTTY | O_NONBLOCK, mode));
 }
 
@@ -185,15 +187,6 @@ int psFileOpenDescriptor(const char *path, int openFlags, mode_t mode) noexcept
     return descriptor;
 }
 
-int psFileAboveStandard(int descriptor) noexcept
-{
-    if (descriptor < 0 || descriptor > STDERR_FILENO)
-        return descriptor;
-    const int moved = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    closeKeepingReason(descriptor);
-    return moved;
-}
-
 int psFileOpenDirectory(const char *path) noexcept
 {
     return openNow(path, O_RDONLY | O_DIRECTORY, 0);
@@ -201,7 +194,8 @@ int psFileOpenDirectory(const char *path) noexcept
 
 int psFileTemporary(char *path) noexcept
 {
-    const int descriptor = psFileAboveStandard(mkostemp(path, O_CLOEXEC));
+    const psStandardHeld held;
+    const int descriptor = psAboveStandard(mkostemp(path, O_CLOEXEC));
     if (descriptor >= 0)
         giveToOwner(descriptor);
     return descriptor;
@@ -209,10 +203,11 @@ int psFileTemporary(char *path) noexcept
 
 bool psPipe(int ends[2]) noexcept
 {
+    const psStandardHeld held;
     if (pipe2(ends, O_CLOEXEC) != 0)
         return false;
-    ends[0] = psFileAboveStandard(ends[0]);
-    ends[1] = psFileAboveStandard(ends[1]);
+    ends[0] = psAboveStandard(ends[0]);
+    ends[1] = psAboveStandard(ends[1]);
     if (ends[0] >= 0 && ends[1] >= 0)
         return true;
     for (const int end : {ends[0], ends[1]})

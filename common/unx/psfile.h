@@ -3,8 +3,8 @@
 // several processes write.
 //
 // Any thread may call any of these. What they open belongs to the caller, who closes it. Every
-// descriptor from here is above 2 and closes on exec: a host may have closed 0, 1 or 2, and a file
-// of ours in such a place would receive the host's next line of output. Nothing here syncs.
+// descriptor from here is above 2 from the beginning (psdescriptor.h) and closes on exec. Nothing
+// here syncs.
 #ifndef KEEL_COMMON_UNX_PSFILE_H
 #define KEEL_COMMON_UNX_PSFILE_H
 
@@ -30,11 +30,6 @@ int psFileOpenDescriptor(const char *path, int openFlags, mode_t mode = 0600) no
 /// Opens a directory for reading, for fchmodat and the like, and follows links. Returns -1 with
 /// errno set on failure.
 int psFileOpenDirectory(const char *path) noexcept;
-
-/// Replaces a descriptor of 0 to 2 by a close-on-exec copy above 2 and closes the old one. Returns
-/// the copy, or -1 with errno set when there is no free number; the old one is closed then too. A
-/// negative descriptor and one above 2 are returned unchanged.
-int psFileAboveStandard(int descriptor) noexcept;
 
 /// Creates a new file with mode 0600 from a template that ends in XXXXXX, and writes its name over
 /// the template. Returns -1 with errno set on failure; an empty file of that name may be left when

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "common/thrd/psmutex.h"
+#include "common/unx/psdescriptor.h"
 #include "common/unx/psfile.h"
 #include "common/unx/pswrite.h"
 
@@ -120,7 +121,7 @@ class Terminal
 {
 public:
     explicit Terminal(bool secret)
-        : descriptor_(psFileAboveStandard(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)))
+        : descriptor_(psAboveStandard(::open("/dev/tty", O_RDWR | O_CLOEXEC | O_NOCTTY)))
     {
         ready_ = descriptor_ >= 0 && ::tcgetattr(descriptor_, &before_) == 0;
         if (!ready_ || !secret) {

@@ -3,10 +3,10 @@
 
 #include "client/base/descriptor.h"
 #include "client/base/local/sqlite_mutex.h"
+#include "common/unx/pswrite.h"
 
 #include <sqlite3.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstring>
@@ -14,7 +14,6 @@
 #include <sched.h>
 #include <string_view>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -56,42 +55,37 @@ int openSafely(const char *path, int flags, int)
     return descriptor;
 }
 
-/// A write beyond the limit on file sizes would raise SIGXFSZ, which ends the host.
-bool isWithinLimit(std::uint64_t end)
+/// A change beyond the limit on file sizes would raise SIGXFSZ, which ends the host. To SQLite that
+/// is a full disk.
+template <class Change> auto safely(Change change)
 {
-    rlimit limit;
-    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 &&
-        (limit.rlim_cur == RLIM_INFINITY || end <= limit.rlim_cur))
-        return true;
-    errno = ENOSPC;
-    return false;
+    const psWriteGuard guard;
+    const auto result = change();
+    if (result < 0 && errno == EFBIG)
+        errno = ENOSPC;
+    return result;
 }
 
 ssize_t writeSafely(int descriptor, const void *bytes, std::size_t length)
 {
-    const off_t at = lseek(descriptor, 0, SEEK_CUR);
-    if (!isWithinLimit(static_cast<std::uint64_t>(std::max<off_t>(at, 0)) + length))
-        return -1;
-    return write(descriptor, bytes, length);
+    return safely([&] { return write(descriptor, bytes, length); });
 }
 
 ssize_t pwriteSafely(int descriptor, const void *bytes, std::size_t length, off_t at)
 {
-    if (!isWithinLimit(static_cast<std::uint64_t>(at) + length))
-        return -1;
-    return pwrite(descriptor, bytes, length, at);
+    return safely([&] { return pwrite(descriptor, bytes, length, at); });
 }
 
 int truncateSafely(int descriptor, off_t length)
 {
-    return isWithinLimit(static_cast<std::uint64_t>(length)) ? ftruncate(descriptor, length) : -1;
+    return safely([&] { return ftruncate(descriptor, length); });
 }
 
 int allocateSafely(int descriptor, off_t at, off_t length)
 {
-    return isWithinLimit(static_cast<std::uint64_t>(at + length))
-               ? posix_fallocate(descriptor, at, length)
-               : ENOSPC;
+    const psWriteGuard guard;
+    const int number = posix_fallocate(descriptor, at, length);
+    return number == EFBIG ? ENOSPC : number;
 }
 
 /// Reading a mapped file that was cut raises SIGBUS. Without maps there is no write-ahead log

@@ -3,6 +3,7 @@
 #include "client/blob/files/system_file.h"
 
 #include "client/blob/files/retried.h"
+#include "common/unx/pswrite.h"
 
 #include <algorithm>
 #include <fcntl.h>
@@ -43,8 +44,9 @@ public:
 
     Result<void> write(ByteView bytes) override
     {
-        // Beyond the limit of the process the system would not only fail the call but send a signal
-        // that ends the host. The host may change the limit at any time.
+        // Beyond the limit of the process the system not only fails the call but sends a signal
+        // that would end the host. The host may lower the limit at any time, after this check too.
+        const psWriteGuard guard;
         const std::uint64_t limit = fileSizeLimit();
         if (bytes.size() > limit - std::min(written_, limit))
             return beyondLimit("writing");
@@ -58,7 +60,7 @@ public:
                 continue;
             }
             if (done < 0)
-                return failure("writing");
+                return errno == EFBIG ? beyondLimit("writing") : failure("writing");
             bytes = bytes.subspan(static_cast<std::size_t>(done));
         }
         startWriteBack();
@@ -67,6 +69,7 @@ public:
 
     Result<void> allocate(std::uint64_t bytes) override
     {
+        const psWriteGuard guard;
         if (bytes > fileSizeLimit())
             return beyondLimit("allocating");
 #if defined(_POSIX_ADVISORY_INFO) && _POSIX_ADVISORY_INFO > 0
@@ -75,6 +78,8 @@ public:
             number = posix_fallocate(descriptor_, 0, static_cast<off_t>(bytes));
         if (number == 0)
             return {};
+        if (number == EFBIG)
+            return beyondLimit("allocating");
         if (number != EINVAL && number != EOPNOTSUPP)
             return fromErrno(number, "allocating", path_);
 #endif
@@ -182,6 +187,7 @@ public:
     void setNote(std::string_view note) override
     {
         // With a second name it may be something else as well, that is not to be cut.
+        const psWriteGuard guard;
         const auto state = status();
         if (!state || state->st_nlink != 1 || note.size() > fileSizeLimit() ||
             ftruncate(descriptor_, 0) != 0)

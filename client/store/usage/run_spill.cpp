@@ -3,6 +3,8 @@
 #include "client/store/usage/run_spill.h"
 
 #include "client/base/descriptor.h"
+#include "common/unx/psfile.h"
+#include "common/unx/pswrite.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -42,10 +44,9 @@ Result<std::unique_ptr<RunSpill>> RunSpill::make(const std::string &directory, s
     int descriptor = openAbove(place.c_str(), O_TMPFILE | O_RDWR);
     if (descriptor < 0) { // not every file system can
         std::string path = place + "/arca-runs-XXXXXX";
-        const int made = ::mkostemp(path.data(), O_CLOEXEC);
-        if (made >= 0)
+        descriptor = psFileTemporary(path.data());
+        if (descriptor >= 0)
             ::unlink(path.c_str());
-        descriptor = made < 0 ? -1 : moveAbove(made);
     }
     if (descriptor < 0)
         return failure("making a temporary file in " + place);
@@ -76,13 +77,8 @@ Result<void> RunSpill::flush(Share &share)
     }
     const char *from = reinterpret_cast<const char *>(share.pending.data());
     const std::size_t length = share.pending.size() * sizeof(SpilledRun);
-    for (std::size_t done = 0; done < length;) {
-        const auto wrote = ::pwrite(descriptor_, from + done, length - done,
-                                    static_cast<off_t>(page * kPageBytes + done));
-        if (wrote < 0 && errno != EINTR)
-            return failure("writing a temporary file");
-        done += wrote > 0 ? static_cast<std::size_t>(wrote) : 0;
-    }
+    if (!psWriteAllAt(descriptor_, from, length, static_cast<off_t>(page * kPageBytes)))
+        return failure("writing a temporary file");
     share.pages.push_back(page);
     share.pending.clear();
     return {};
