@@ -18,9 +18,20 @@
 #include <cstdint>
 #include <ctime>
 
+// The C library converts times under a lock that a forked child finds held for ever when another
+// thread of its parent was inside, and both libraries are called in such children. So nothing but
+// these three converts a time, and only the process that loaded the library asks the C library.
+
 /// Converts when to the host's local time, thread-safely. Returns false, with *out cleared, for a
-/// time that has no calendar date.
+/// time that has no calendar date. In a forked child the distance from UTC is the one that the
+/// parent saw last, or 0.
 bool cuLocalTime(std::time_t when, struct tm *out) noexcept;
+/// Converts when to UTC, without any lock. Returns false as cuLocalTime does.
+bool cuUtcTime(std::time_t when, struct tm *out) noexcept;
+/// Returns the time of a local date, which tm_isdst may say to be daylight-saving time, as mktime
+/// does, or -1. In a forked child with the distance from UTC that the parent saw last, of such a
+/// date if there was one.
+std::time_t cuTimeOf(const struct tm &local) noexcept;
 
 /// Sets the process-wide formats, which are 1, 1 and 1 until then. Each of the three is atomic; a
 /// thread that formats meanwhile may see the old or the new one.

@@ -8,7 +8,11 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdlib>
+#include <ctime>
 #include <string>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace
 {
@@ -88,6 +92,51 @@ TEST(Narrow, BecomesOneLineOfALog)
     };
     for (const auto &one : cases)
         EXPECT_EQ(stOneLine(one.text, one.limit), one.line);
+}
+
+TEST(Times, OfUtcAreThoseOfTheSystem)
+{
+    for (const std::time_t when :
+         {std::time_t{0}, std::time_t{-1}, std::time_t{951782399}, std::time_t{951868800},
+          std::time_t{4107542400}, std::time_t{1782901815}, std::time_t{-62135596801},
+          std::time_t{253402300799}, std::time_t{13574563200}}) {
+        struct tm expected {
+        }, found{};
+        ASSERT_NE(gmtime_r(&when, &expected), nullptr);
+        EXPECT_TRUE(cuUtcTime(when, &found));
+        char texts[2][80];
+        for (const auto *tm : {&expected, &found})
+            std::strftime(texts[tm == &found], sizeof texts[0], "%Y-%m-%d %H:%M:%S %w %j", tm);
+        EXPECT_STREQ(texts[0], texts[1]);
+    }
+}
+
+// Whose summer time the parent has seen, and nothing of an older winter.
+TEST(Times, OfAForkedChildHaveTheDistanceThatItsParentSaw)
+{
+    setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0", 1);
+    tzset();
+    struct tm local {
+    }, summer{};
+    summer.tm_year = 126;
+    summer.tm_mon = 6;
+    summer.tm_mday = 1;
+    summer.tm_isdst = 1;
+    const std::time_t midnight = cuTimeOf(summer);
+    EXPECT_EQ(midnight, 1782856800);
+    EXPECT_TRUE(cuLocalTime(midnight, &local));
+    EXPECT_TRUE(cuLocalTime(midnight - 180 * 86400, &local));
+    setenv("TZ", "UTC", 1);
+    tzset();
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(cuTimeOf(summer) == midnight && cuLocalTime(midnight, &local) && local.tm_mday == 1 &&
+                      local.tm_hour == 0
+                  ? 0
+                  : 1);
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
 }
 
 TEST(Formats, ShowDatesTimesAndNumbers)

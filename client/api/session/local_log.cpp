@@ -7,6 +7,7 @@
 //      apart.
 #include "client/api/session/local_log.h"
 
+#include "common/cu/cutime.h"
 #include "common/string/ststring.h"
 #include "common/thrd/psmutex.h"
 #include "common/unx/psfile.h"
@@ -29,7 +30,7 @@ std::string lineOf(const std::string &text)
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     char date[64] = "";
-    if (localtime_r(&now, &local) != nullptr)
+    if (cuLocalTime(now, &local))
         (void)std::strftime(date, sizeof date, "%m/%d/%Y %H:%M:%S", &local);
     return std::string(date) + " TID<" + std::to_string(getpid()) + ">  ==>  " + stLogLine(text);
 }

@@ -1,6 +1,8 @@
 // The records of the interface: see the header.
 #include "client/api/session/records.h"
 
+#include "common/cu/cutime.h"
+
 #include <ctime>
 
 namespace arca::api
@@ -8,9 +10,8 @@ namespace arca::api
 
 hoxDate dateOf(std::int64_t seconds)
 {
-    const std::time_t time = static_cast<std::time_t>(seconds);
     std::tm local{};
-    if (localtime_r(&time, &local) == nullptr)
+    if (!cuLocalTime(static_cast<std::time_t>(seconds), &local))
         return {};
     hoxDate date{};
     date.year = static_cast<std::uint16_t>(local.tm_year + 1900);

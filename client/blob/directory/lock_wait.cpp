@@ -2,6 +2,7 @@
 #include "client/blob/directory/lock_wait.h"
 
 #include "client/base/text.h"
+#include "common/cu/cutime.h"
 
 #include <cstdio>
 #include <ctime>
@@ -26,10 +27,9 @@ std::string holderIn(const std::string &note)
     if (std::sscanf(note.c_str(), "%lu %lld %256s %n", &process, &since, host, &used) != 3 ||
         used == 0)
         return holderOfLock();
-    const std::time_t seconds = static_cast<std::time_t>(since);
     std::tm when{};
     char text[32] = "?";
-    if (gmtime_r(&seconds, &when) != nullptr)
+    if (cuUtcTime(static_cast<std::time_t>(since), &when))
         (void)std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &when);
     return "process " + std::to_string(process) + " on " + printable(host) + " since " + text +
            " (" + printable(std::string_view(note).substr(static_cast<std::size_t>(used))) + ")";

@@ -3,6 +3,7 @@
 
 #include "client/base/crypto/hash.h"
 #include "client/base/text.h"
+#include "common/cu/cutime.h"
 
 #include <ctime>
 
@@ -20,7 +21,7 @@ std::string utcText(std::time_t time, const char *format)
 {
     std::tm utc{};
     char text[64] = "";
-    if (gmtime_r(&time, &utc) != nullptr)
+    if (cuUtcTime(time, &utc))
         (void)std::strftime(text, sizeof text, format, &utc);
     return text;
 }

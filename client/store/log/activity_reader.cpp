@@ -2,6 +2,7 @@
 #include "client/store/log/activity_reader.h"
 
 #include "client/base/crypto/hash.h"
+#include "common/cu/cutime.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -227,7 +228,7 @@ std::string logTimeOf(std::int64_t seconds)
     const auto time = static_cast<std::time_t>(std::clamp<std::int64_t>(seconds, 0, 253402300799));
     std::tm utc{};
     char text[32] = "";
-    if (gmtime_r(&time, &utc) != nullptr)
+    if (cuUtcTime(time, &utc))
         (void)std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &utc);
     return text;
 }

@@ -11,6 +11,7 @@
 #include "agents/oracle/common/session/veloquery.h"
 #include "agents/oracle/common/session/velosession.h"
 #include "agents/oracle/unx/psnaming.h"
+#include "common/cu/cutime.h"
 #include "common/string/ststring.h"
 #include "common/ut/utmem.h"
 
@@ -234,7 +235,7 @@ std::uint64_t veloSecondsOf(const hoxDate &date)
     calendar.tm_min = date.minute;
     calendar.tm_sec = date.second;
     calendar.tm_isdst = 1;
-    const std::time_t seconds = date.year == 0 ? -1 : std::mktime(&calendar);
+    const std::time_t seconds = date.year == 0 ? -1 : cuTimeOf(calendar);
     return seconds < 0 ? 0 : static_cast<std::uint64_t>(seconds);
 }
 
