@@ -1,4 +1,4 @@
-// One open message catalogue, and the check that comes before it is opened.
+// One message catalogue: its bytes, checked once and kept.
 //
 // What gencat writes with this C library, all numbers 32 bits wide in the machine's order:
 //
@@ -7,8 +7,9 @@
 //       in the other byte order
 //       the texts, each ended by a NUL; offsets count from the first
 //
-// A lookup divides by P, walks D planes and adds the offset to the start of the texts without
-// checking that any of them lies inside the file.
+// The library's own reader walks them without checking that a text lies inside the file, and maps
+// the file: who cuts it in place, as by copying another release over it, ends the host. So the
+// bytes are read here.
 #include "common/nls/nlscatalogue.h"
 
 #include "common/unx/psfile.h"
@@ -24,7 +25,7 @@
 namespace
 {
 constexpr off_t maxFileSize = 16 * 1024 * 1024;
-constexpr int textSet = 1;
+constexpr std::uint32_t textSet = 1;
 
 bool readWhole(int descriptor, char *buffer, std::size_t size) noexcept
 {
@@ -40,7 +41,6 @@ bool readWhole(int descriptor, char *buffer, std::size_t size) noexcept
     return true;
 }
 
-#if defined(__GLIBC__)
 constexpr std::uint32_t catalogueMagic = 0x960408de;
 constexpr std::size_t headerSize = 12;
 constexpr std::size_t entrySize = 12;
@@ -52,69 +52,59 @@ std::uint32_t numberAt(const char *bytes) noexcept
     return number;
 }
 
-bool contentsSound(const char *bytes, std::size_t size) noexcept
+// Returns the number of entries, or 0 for contents that are not sound.
+std::size_t entriesIn(const char *bytes, std::size_t size) noexcept
 {
     if (size < headerSize || numberAt(bytes) != catalogueMagic || bytes[size - 1] != '\0')
-        return false;
+        return 0;
     const std::uint64_t entries = std::uint64_t{numberAt(bytes + 4)} * numberAt(bytes + 8);
-    if (entries == 0 || entries > (size - headerSize) / (2 * entrySize))
-        return false;
-    const std::size_t textsAt = headerSize + 2 * entrySize * static_cast<std::size_t>(entries);
+    if (entries > (size - headerSize) / (2 * entrySize))
+        return 0;
+    const auto count = static_cast<std::size_t>(entries);
+    const std::size_t textsAt = headerSize + 2 * entrySize * count;
     if (textsAt >= size)
-        return false;
-    for (std::size_t i = 0; i < entries; ++i)
+        return 0;
+    for (std::size_t i = 0; i < count; ++i)
         if (numberAt(bytes + headerSize + i * entrySize + 8) >= size - textsAt)
-            return false;
-    return true;
-}
-#else
-bool contentsSound(const char *, std::size_t size) noexcept
-{
-    return size > 0;
-}
-#endif
-
-bool fileSound(int descriptor) noexcept
-{
-    struct stat file {
-    };
-    if (fstat(descriptor, &file) != 0 || file.st_size <= 0 || file.st_size > maxFileSize)
-        return false;
-    const auto size = static_cast<std::size_t>(file.st_size);
-    const utOwned<char> bytes(static_cast<char *>(utMalloc(size)));
-    return bytes != nullptr && readWhole(descriptor, bytes.get(), size) &&
-           contentsSound(bytes.get(), size);
+            return 0;
+    return count;
 }
 } // namespace
-
-bool nlsCatalogueSound(const char *path) noexcept
-{
-    const int descriptor = psFileOpenDescriptor(path, O_RDONLY);
-    if (descriptor < 0)
-        return false;
-    const bool sound = fileSound(descriptor);
-    close(descriptor);
-    return sound;
-}
 
 bool nlsCatalogue_t::open(const char *path) noexcept
 {
     close();
-    // A name without a slash would be searched for along the host's NLSPATH.
-    if (path == nullptr || std::strchr(path, '/') == nullptr || !nlsCatalogueSound(path))
+    if (path == nullptr || std::strchr(path, '/') == nullptr)
         return false;
-    handle = catopen(path, 0);
+    const int descriptor = psFileOpenDescriptor(path, O_RDONLY);
+    if (descriptor < 0)
+        return false;
+    struct stat file {
+    };
+    if (fstat(descriptor, &file) == 0 && file.st_size > 0 && file.st_size <= maxFileSize) {
+        const auto size = static_cast<std::size_t>(file.st_size);
+        bytes.reset(static_cast<char *>(utMalloc(size)));
+        if (bytes != nullptr && readWhole(descriptor, bytes.get(), size))
+            entries = entriesIn(bytes.get(), size);
+        if (!isOpen())
+            close();
+    }
+    ::close(descriptor);
     return isOpen();
 }
 
 void nlsCatalogue_t::close() noexcept
 {
-    if (isOpen())
-        catclose(handle);
-    handle = closed();
+    bytes.reset();
+    entries = 0;
 }
 
 const char *nlsCatalogue_t::get(int msgNum, const char *absent) const noexcept
 {
-    return isOpen() ? catgets(handle, textSet, msgNum, absent) : absent;
+    for (std::size_t i = 0; i < entries; ++i) {
+        const char *const table = bytes.get() + headerSize, *const entry = table + i * entrySize;
+        if (numberAt(entry) == textSet + 1 && numberAt(entry + 4) == static_cast<unsigned>(msgNum))
+            return table + 2 * entrySize * entries + numberAt(entry + 8);
+    }
+    return absent;
 }

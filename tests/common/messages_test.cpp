@@ -162,6 +162,11 @@ TEST_F(Messages, NeverHandADamagedFileToTheHost)
         textOf(nlsprintf, 2526, "a", 7ULL, 1, 2, 3, "c", "d", "e", "f", "g", "h", "i");
     }
     std::filesystem::remove(path);
+    writeFile(path, whole);
+    ASSERT_EQ(startMessages(directory.path()), 0);
+    std::filesystem::resize_file(path, 0); // while it is in use
+    EXPECT_EQ(textOf(nlsprintf, 2522), noMemory);
+    std::filesystem::remove(path);
     std::filesystem::create_directory(path);
     EXPECT_EQ(startMessages(directory.path()), NLS_RC_OPEN) << "a directory";
 }
