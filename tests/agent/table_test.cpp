@@ -1,6 +1,7 @@
 // The table of contexts, which the exported calls never bring beyond one entry.
 
 #include "agents/oracle/common/context/orcblock.h"
+#include "agents/oracle/common/diagnostics/errorlog.h"
 #include "common/ut/utmem.h"
 
 #include <gtest/gtest.h>
@@ -79,4 +80,19 @@ TEST_F(TableTest, BoundsTheNameOfAnEntry)
     EXPECT_EQ(3, state);
     EXPECT_LT(std::string(name, strnlen(name, sizeof name)).size(), sizeof name);
     EXPECT_EQ(nullptr, pOrcBlock[0].orcCtxP);
+    EXPECT_EQ(0, DelOrcBlock());
+    ASSERT_EQ(0, AddOrcBlock());
+    AccessOrcBlock(&state, name);
+    EXPECT_EQ(0, state);
+    EXPECT_STREQ("", name) << "the next owner of the entry has no file yet";
+}
+
+// Neither a catalogue nor the storage client, nor memory for a text of ours.
+TEST(FailureText, IsThereWithoutMemory)
+{
+    char text[ORC_ERRTEXT_SIZE] = "";
+    utMemFailAfter(1);
+    veloGetApiMsg(0, 0, 7, text);
+    utMemFailAfter(-1);
+    EXPECT_STREQ("RBQ0003S An internal processing error has occurred", text);
 }

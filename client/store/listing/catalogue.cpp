@@ -25,7 +25,7 @@ constexpr std::size_t kRowsAtOnce = 512;
 constexpr unsigned kParts = 256;
 constexpr int kMaxFills = 3; // of one listing: the first, and when the file turns out to be damaged
 
-const std::string kComing = "coming/", kActive = "pieces/", kInactive = "inactive/";
+constexpr const char *kComing = "coming/", *kActive = "pieces/", *kInactive = "inactive/";
 
 /// The last component of a blob's name, as bytes; empty when it is none.
 Bytes digitsIn(const std::string &blobName)
@@ -228,7 +228,7 @@ std::uint64_t Listing::recordOf(PieceId id) const
 Result<void> Listing::listStored(std::byte first, Stored &stored)
 {
     // In this order: a piece is in its next place before it leaves the one before.
-    for (const std::string &place : {kComing, kActive, kInactive}) {
+    for (const std::string place : {kComing, kActive, kInactive}) {
         const std::string directory =
             place + space_.domain().nodeKey() + "/" + toHex(ByteView(&first, 1)) + "/";
         ARCA_CHECK(blobs_.listStamped(directory, [&](const std::string &name, std::uint64_t stamp) {
@@ -311,7 +311,7 @@ Result<bool> Listing::comparePart(std::byte first)
         stored.active.try_emplace(hash, 0); // where it may be by now
     }
     for (const auto &[hash, stamp] : stored.active)
-        ARCA_CHECK(add(kActive + within + toHex(hash), stamp));
+        ARCA_CHECK(add(std::string(kActive) + within + toHex(hash), stamp));
     for (const auto &[id, copies] : stored.inactive)
         for (const std::string &name : copies.names)
             ARCA_CHECK(add(name, copies.stamp));

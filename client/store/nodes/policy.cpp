@@ -21,12 +21,17 @@ constexpr std::size_t kMaxName = 30, kMaxPool = 30, kMaxDescription = 255;
 constexpr std::size_t kHashBytesInNames = 16;
 constexpr int kMaxAttempts = 100;
 
-const ManagementClass kStandard{std::string(kDefaultClass),
-                                "Pieces are kept until the application deletes them",
-                                "BACKUPPOOL",
-                                1,
-                                kNoLimit,
-                                false};
+// Made by each call: an object with memory would be made at the load, when there may be none, and
+// destroyed at the exit, when the host may still call.
+ManagementClass standardClass()
+{
+    return {std::string(kDefaultClass),
+            "Pieces are kept until the application deletes them",
+            "BACKUPPOOL",
+            1,
+            kNoLimit,
+            false};
+}
 
 std::string canonical(std::string_view name)
 {
@@ -128,7 +133,7 @@ Result<std::optional<ManagementClass>> Policy::find(std::string_view name, Retir
     const std::string wanted = canonical(name.substr(0, kMaxName + 1));
     ARCA_TRY(const Known known, read(wanted));
     if (!known.state && wanted == kDefaultClass)
-        return std::optional(kStandard);
+        return std::optional(standardClass());
     if (!known.state || (known.state->retired && retired == Retired::left))
         return std::optional<ManagementClass>();
     return known.state;
@@ -145,7 +150,7 @@ Result<std::vector<ManagementClass>> Policy::list(Retired retired,
     std::vector<ManagementClass> classes;
     ARCA_TRY(const std::string standard, blobPrefixOf(std::string(kDefaultClass)));
     if (!prefixes.contains(standard))
-        classes.push_back(kStandard);
+        classes.push_back(standardClass());
     for (const std::string &prefix : prefixes) {
         NumberedRecord record(store_, prefix, seal_);
         const auto known = readState(record);
@@ -188,7 +193,7 @@ Result<void> Policy::change(std::string_view name,
     for (int attempt = 0;; ++attempt) {
         ARCA_TRY(Known known, read(wanted));
         if (!known.state && wanted == kDefaultClass)
-            known.state = kStandard;
+            known.state = standardClass();
         if (!known.state || known.state->retired)
             return undefined(name);
         change(*known.state);

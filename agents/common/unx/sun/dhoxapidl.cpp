@@ -4,7 +4,11 @@
 #include <array>
 #include <cassert>
 #include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
 #include <dlfcn.h>
+#include <unistd.h>
 
 #include "common/ut/trace.h"
 
@@ -21,6 +25,31 @@ constexpr char kSymbols[][kSymbolWidth] = {DHOX_OPERATIONS(DHOX_NAME)};
 
 constexpr std::size_t kSymbolCount = sizeof kSymbols / sizeof kSymbols[0];
 static_assert(kSymbolCount == 44, "the client's interface has 44 operations");
+
+// The loader keeps in mind for good that a directory of its search path was missing, also when it
+// had no memory to look there. So what it does not find is asked for by its path from this library.
+void *openClient()
+{
+    void *client = dlopen(DHoxApiDL::kLibrary, RTLD_NOW);
+    Dl_info own{};
+    if (client != nullptr || dladdr(kSymbols, &own) == 0 || own.dli_fname == nullptr) {
+        return client;
+    }
+    const char *const slash = std::strrchr(own.dli_fname, '/');
+    const int length = slash == nullptr ? 0 : static_cast<int>(slash - own.dli_fname) + 1;
+    for (const char *place : {"", "../../api/bin64/"}) {
+        char path[PATH_MAX];
+        const int whole = std::snprintf(path, sizeof path, "%.*s%s%s", length, own.dli_fname, place,
+                                        DHoxApiDL::kLibrary);
+        if (length != 0 && whole < PATH_MAX && access(path, R_OK) == 0) {
+            client = dlopen(path, RTLD_NOW);
+        }
+        if (client != nullptr) {
+            break;
+        }
+    }
+    return client;
+}
 
 } // namespace
 
@@ -46,7 +75,7 @@ int DHoxApiDL::Setup()
     int rc = 0;
     errno = 0;
     KEEL_TRACE(TR_API, "Calling dlopen()\n");
-    m_hLumoDll = dlopen(kLibrary, RTLD_NOW);
+    m_hLumoDll = openClient();
     if (m_hLumoDll == nullptr) {
         const int openErrno = errno;
         const char *loaderText = dlerror();

@@ -9,8 +9,8 @@
 class DHoxApiDL : public DHoxApi
 {
 public:
-    /// Opened by this name alone, so that the dynamic linker's search path decides which file it
-    /// is.
+    /// Opened by this name, so that the dynamic linker's search path decides which file it is; when
+    /// that finds none, from where it is installed beside this library.
     static constexpr const char *kLibrary = "libApiHX64.so";
 
     DHoxApiDL() = default;

@@ -107,7 +107,11 @@ void veloFirstErrorRoutine(const char *text)
 static void copyOwnText(std::int16_t found, std::int16_t rc, char *text)
 {
     const OrcMessage own(found == DHOX_NOT_LOADED ? agentRcMessage(rc) : 3);
-    stCopy(text, ORC_ERRTEXT_SIZE, own.empty() ? OrcMessage(3).text() : own.text());
+    const OrcMessage any(3);
+    stCopy(text, ORC_ERRTEXT_SIZE,
+           !own.empty()   ? own.text()
+           : !any.empty() ? any.text()
+                          : "RBQ0003S An internal processing error has occurred"); // no memory
 }
 
 void veloGetApiMsg(std::uint32_t hoxHandle, char /*unused*/, std::int16_t rc, char *text)
