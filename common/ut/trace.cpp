@@ -4,6 +4,7 @@
 #include "common/cu/cutime.h"
 #include "common/string/ststring.h"
 #include "common/thrd/psmutex.h"
+#include "common/thrd/psprocess.h"
 #include "common/ut/traceclasses.h"
 #include "common/ut/tracefile.h"
 
@@ -31,6 +32,7 @@ constexpr unsigned largestSegment = 1000; // megabytes, unless the administrator
 // one is, except by the console routine.
 constinit psMutex_t traceMutex;
 constinit traceFile_t traceFile;
+constinit int opener = 0; // the process that opened the file
 constinit bool begun = false;
 constinit unsigned maximum = 0;
 constinit unsigned segmentSize = 0;
@@ -185,6 +187,7 @@ unsigned trBegin(const char *fileName, int writeBegun) noexcept
     const Undisturbed scope;
     psMutexGuard guard(traceMutex);
     const unsigned rc = traceFile.open(fileName, limitsInForce(), consoleRoutine);
+    opener = psProcessSelf();
     if (rc != 0) {
         resetTrace();
         tellConsole("Unable to open trace output file ", "");
@@ -208,6 +211,18 @@ void trEnd() noexcept
     begun = false;
     maximum = 0;
     segmentSize = 0;
+}
+
+// A host may close the library without trEnd, and the descriptor must not stay. It waits for no
+// thread that is stuck in a write, as this runs at the exit, too; and to a forked child the number
+// may mean a file of its own.
+__attribute__((destructor)) static void closeAtUnload()
+{
+    if (traceMutex.lock(0) != 0)
+        return;
+    if (opener == psProcessSelf())
+        resetTrace();
+    traceMutex.unlock();
 }
 
 void trForget() noexcept

@@ -2,6 +2,7 @@
 // things that are no files where the agent looks for its own. Each case acts in a process of its
 // own, because what goes wrong there ends or holds up the host.
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <dlfcn.h>
@@ -159,6 +160,13 @@ TEST_F(HostTest, FindsItsClosedStreamsClosed)
                       };
                       for (const int stream : {0, 1, 2})
                           ::close(stream);
+                      // A host that prints all the time: it must fail as if nothing were there.
+                      std::atomic<bool> over = false, went = false;
+                      std::thread printing([&] {
+                          while (!over)
+                              for (const int stream : {0, 1, 2})
+                                  went = went || ::write(stream, "a line of the host\n", 19) > 0;
+                      });
                       openChannel(2);
                       closed();
                       EXPECT_EQ(0, updatePassword());
@@ -171,12 +179,35 @@ TEST_F(HostTest, FindsItsClosedStreamsClosed)
                       good = good && read(block).empty() && close().empty();
                       closed();
                       endChannel();
-                      _exit(good ? 0 : 1);
+                      over = true;
+                      printing.join();
+                      _exit(went ? 2 : good ? 0 : 1);
                   }));
         EXPECT_EQ(4096U, contents("piece.SEND").size());
         EXPECT_EQ(4096U, contents("piece.GET").size());
     }
 }
+
+TEST_F(HostTest, KeepsNoDescriptorWhenItIsClosedWithoutAnEnd)
+{
+    installation.configureAgent(kEveryFile);
+    EXPECT_EQ("0", apart([this] {
+                  const auto opened = [] {
+                      return std::distance(fs::directory_iterator("/proc/self/fd"), {});
+                  };
+                  const auto before = opened();
+                  openChannel(2);
+                  EXPECT_LT(before, opened());
+                  dlclose(agent.handle);
+                  EXPECT_EQ(before, opened());
+              }));
+}
+
+#define NAME(call) #call,
+constexpr const char *kEveryCall[] = {
+    AGENT_CALLS(NAME) "sbtopen", "sbtwrite", "sbtread", "sbtclose", "sbtinfo", "sbtremove",
+    "psveloUpdatePswd"};
+#undef NAME
 
 // The cancellation is there before each call; it takes effect after the last one.
 TEST_F(HostTest, KeepsAThreadThatIsCancelledUntilTheCallIsOver)
@@ -185,11 +216,20 @@ TEST_F(HostTest, KeepsAThreadThatIsCancelledUntilTheCallIsOver)
     EXPECT_EQ("0", apart([this] {
                   const std::string stream(8192, 'c');
                   std::string outcome = "none", back;
-                  openChannel();
                   std::thread([&] {
                       pthread_cancel(pthread_self());
+                      openChannel();
                       outcome = backUp("cancelled", stream);
                       outcome += restore("cancelled", back);
+                      info({"cancelled"});
+                      outcome += remove({"cancelled"});
+                      updatePassword();
+                      endChannel();
+                      for (const char *call : kEveryCall) {
+                          using Nulls = long(void *, void *, void *, void *, void *, long, long);
+                          reinterpret_cast<Nulls *>(dlsym(agent.handle, call))(
+                              nullptr, nullptr, nullptr, nullptr, nullptr, 0, 0);
+                      }
                       pthread_testcancel();
                       outcome = "it went on";
                   }).join();

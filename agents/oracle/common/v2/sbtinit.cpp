@@ -110,6 +110,8 @@ void loadFuncPs(sbtEntryPoint *table, int *loaded, char *description)
 
 int sbtinit(sbtInitError *error, const sbtPair *initIn, sbtPair **initOut)
 {
+    // The pin comes only when there is something to pin.
+    const psNoCancel noCancel;
     if (error == nullptr || initOut == nullptr) {
         return -1;
     }
