@@ -134,7 +134,9 @@ TEST_F(ScriptedAgentTest, CopiesTheStreamWhenTestingAsksForIt)
     ASSERT_EQ("", restore("piece", data, 6));
     EXPECT_EQ("12345678", contents("piece.GET").substr(0, 8));
     EXPECT_EQ(12U, contents("piece.GET").size());
-    EXPECT_EQ("", backUp("no/such/place", "1234", {.blockSize = 4}));
+    std::filesystem::create_directory("place");
+    EXPECT_EQ("", backUp("place/inside", "1234", {.blockSize = 4}));
+    EXPECT_TRUE(std::filesystem::is_empty("place")) << "only plain names get a copy";
 }
 
 TEST_F(ScriptedAgentTest, AsksTheDatabaseForItsSize)
