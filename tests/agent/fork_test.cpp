@@ -3,6 +3,9 @@
 
 #include <atomic>
 #include <csignal>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -97,6 +100,34 @@ TEST_F(ForkTest, LetsAChildOpenAChannelOfItsOwn)
         EXPECT_EQ("", restore(piece, back));
         EXPECT_TRUE(back == data) << piece;
     }
+}
+
+// Another thread of the parent is inside the C library's conversion of times at the fork: it reads
+// the time zone from a pipe, under the lock that the child finds held for ever.
+TEST_F(ForkTest, NeedsNoLockOfTheCLibrarysThatAThreadOfTheParentHolds)
+{
+    installation.configureAgent({"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ALL"});
+    openChannel(2);
+    ASSERT_EQ("", backUp("piece", std::string(8192, 'x')));
+    endChannel();
+    ASSERT_EQ(0, mkfifo("zone", 0600));
+    setenv("TZ", (":" + path("zone")).c_str(), 1);
+    std::thread inside([] { tzset(); });
+    int zone = -1;
+    while (zone < 0) // until it reads
+        zone = ::open("zone", O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_EQ(0, inChild([this] {
+                  openChannel(2);
+                  std::string data;
+                  const bool good = backUp("other", std::string(8192, 'y')).empty() &&
+                                    restore("piece", data).empty() && !info({"piece"}).empty() &&
+                                    agent.sbtcommand(nullptr, 0, nullptr) != 0;
+                  endChannel();
+                  return good ? 0 : 1;
+              }));
+    ::close(zone);
+    inside.join();
+    unsetenv("TZ");
 }
 
 } // namespace

@@ -58,6 +58,20 @@ TEST(LibraryTest, BringsTheMaintenanceUtilities)
         EXPECT_NE(std::string::npos, all.find(std::string(" t ") + name + "(")) << name;
 }
 
+// At the load there may be no memory, and after an exit handler of ours the host may still call.
+// What runs there is known to need neither.
+TEST(LibraryTest, MakesNoObjectsAtTheLoad)
+{
+    if (kSanitized)
+        GTEST_SKIP() << "a sanitizer registers every file";
+    std::set<std::string> files;
+    for (const std::string &library : {keel::test::agentLibrary(), keel::test::clientLibrary()})
+        for (const std::string &file : wordsAfter("_GLOBAL__sub_I_", run({"nm", library}).out))
+            if (const auto end = file.find(".cpp"); end != std::string::npos)
+                files.insert(file.substr(0, end));
+    EXPECT_EQ((std::set<std::string>{"cutime", "own_descriptor", "retained"}), files);
+}
+
 TEST(LibraryTest, NeedsOnlyTheSystem)
 {
     const std::string dynamic = run({"readelf", "-dW", keel::test::agentLibrary()}).out;
@@ -148,5 +162,18 @@ TEST(LibraryTest, RefusesAStorageClientThatIsMissingOrIncomplete)
     EXPECT_EQ("0 0 0", initialiseApart([&] {
                   dlopen(fs::absolute("libApiHX64.so").c_str(), RTLD_NOW);
                   return alone();
+              }));
+    // What the loader did not find once it never finds again.
+    fs::create_directories("oracle/bin64");
+    fs::copy_file(keel::test::agentLibrary(), "oracle/bin64/libobk.so");
+    EXPECT_EQ("0 0 0", initialiseApart([&] {
+                  auto *const agent = new AgentLibrary(fs::absolute("oracle/bin64/libobk.so"));
+                  sbtInitError error{};
+                  sbtPair *out = nullptr;
+                  if (agent->sbtinit(&error, nullptr, &out) == 0)
+                      _exit(9);
+                  fs::create_directories("api/bin64");
+                  writeFile("api/bin64/libApiHX64.so", client);
+                  return agent;
               }));
 }

@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sstream>
+#include <thread>
 
 namespace keel::test
 {
@@ -11,18 +13,19 @@ namespace keel::test
 namespace
 {
 
+// Listed again, on purpose: a name that goes missing keeps the agent from loading the client.
+const std::string kOperations =
+    "hoxBeginGetData hoxBeginQuery hoxBeginTxn hoxBindMC hoxChangePW hoxCleanUp "
+    "hoxCreateDesKeyEx hoxDecryptEx hoxDeleteAccess hoxDeleteFS hoxDeleteObj hoxEncryptEx "
+    "hoxEndGetData hoxEndGetDataEx hoxEndGetObj hoxEndQuery hoxEndSendObj hoxEndSendObjEx "
+    "hoxEndTxn hoxEndTxnEx hoxGetData hoxGetNextQObj hoxGetObj hoxGroupHandler hoxInit "
+    "hoxInitEx hoxLogEventEx hoxQueryAccess hoxQueryApiVersion hoxQueryApiVersionEx "
+    "hoxQueryCliOptions hoxQuerySessInfo hoxQuerySessOptions hoxRCMsg hoxRCMsgEx "
+    "hoxRegisterFS hoxRenameObj hoxSendData hoxSendObj hoxSetAccess hoxSetUp hoxTerminate "
+    "hoxUpdateFS hoxUpdateObj";
+
 TEST(ClientLibraryTest, ExportsItsOperationsAndNothingElse)
 {
-    // Listed again, on purpose: a name that goes missing keeps the agent from loading the client.
-    const std::string operations =
-        "hoxBeginGetData hoxBeginQuery hoxBeginTxn hoxBindMC hoxChangePW hoxCleanUp "
-        "hoxCreateDesKeyEx hoxDecryptEx hoxDeleteAccess hoxDeleteFS hoxDeleteObj hoxEncryptEx "
-        "hoxEndGetData hoxEndGetDataEx hoxEndGetObj hoxEndQuery hoxEndSendObj hoxEndSendObjEx "
-        "hoxEndTxn hoxEndTxnEx hoxGetData hoxGetNextQObj hoxGetObj hoxGroupHandler hoxInit "
-        "hoxInitEx hoxLogEventEx hoxQueryAccess hoxQueryApiVersion hoxQueryApiVersionEx "
-        "hoxQueryCliOptions hoxQuerySessInfo hoxQuerySessOptions hoxRCMsg hoxRCMsgEx "
-        "hoxRegisterFS hoxRenameObj hoxSendData hoxSendObj hoxSetAccess hoxSetUp hoxTerminate "
-        "hoxUpdateFS hoxUpdateObj";
     const ProgramResult listed =
         run({"nm", "-D", "--defined-only", "--format=posix", clientLibrary()});
     ASSERT_EQ(listed.status, 0) << listed.err;
@@ -34,7 +37,25 @@ TEST(ClientLibraryTest, ExportsItsOperationsAndNothingElse)
     std::string found;
     for (const std::string &name : names)
         found += (found.empty() ? "" : " ") + name;
-    EXPECT_EQ(found, operations);
+    EXPECT_EQ(found, kOperations);
+}
+
+// What each does with good arguments under a cancellation is tested elsewhere.
+TEST(ClientLibraryTest, NoOperationEndsAThreadThatIsCancelled)
+{
+    const ClientLibrary api;
+    bool cameBack = false;
+    std::thread([&] {
+        std::istringstream names(kOperations);
+        pthread_cancel(pthread_self());
+        for (std::string name; names >> name;) {
+            using Nulls = int(void *, void *, void *, void *, void *, long, long);
+            reinterpret_cast<Nulls *>(dlsym(api.handle, name.c_str()))(nullptr, nullptr, nullptr,
+                                                                       nullptr, nullptr, 0, 0);
+        }
+        cameBack = true;
+    }).join();
+    EXPECT_TRUE(cameBack);
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 #include <atomic>
 #include <functional>
 #include <link.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 // The library takes its memory from the host, and the functions of this host can run out of it, for
 // the library alone.
@@ -227,6 +229,34 @@ TEST_F(MemoryTest, ACommitThatFailsForWantOfMemoryPublishesNothing)
         EXPECT_EQ(restore(handle, piece).has_value(), code == HOX_RC_OK) << granted;
     }
     (void)logOn(); // removes the files that could not be for want of memory
+}
+
+// The first session of a process makes what all later ones use: one that fails must not spoil it.
+TEST_F(MemoryTest, AFirstLogonThatFailsForWantOfMemoryCanBeRepeated)
+{
+    once = true;
+    bool failed = true;
+    for (long granted = 0; failed; granted += 1 + granted / 16) {
+        const pid_t child = fork();
+        if (child == 0) {
+            hoxInitExIn_t start{};
+            start.stVersion = HOX_INITEX_IN_VERSION;
+            hoxInitExOut_t started{};
+            hoxHandle_t handle = 0;
+            left = granted;
+            const int code = whileScarce([&] { return api_.hoxInitEx(&handle, &start, &started); });
+            const bool did = left < 0;
+            const int again = api_.hoxInitEx(&handle, &start, &started);
+            const bool good = again == HOX_RC_OK && (code == HOX_RC_OK || code == HOX_RC_NO_MEMORY);
+            if (!good)
+                std::fprintf(stderr, "%s, then %s\n", text(code).c_str(), text(again).c_str());
+            _exit(!good ? 2 : did ? 1 : 0);
+        }
+        int status = 0;
+        ASSERT_EQ(waitpid(child, &status, 0), child);
+        ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2) << granted;
+        failed = WEXITSTATUS(status) == 1;
+    }
 }
 
 } // namespace

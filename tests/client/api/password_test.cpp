@@ -2,10 +2,13 @@
 #include "tests/client/api/client_fixture.h"
 
 #include <chrono>
+#include <cinttypes>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <functional>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -84,6 +87,74 @@ TEST_F(PasswordTest, HoweverAPasswordComesInItIsTheOneThatCounts)
             EXPECT_TRUE(text(step.code).starts_with("RBS0137E ")) << text(step.code);
         }
     }
+}
+
+// The test itself keeps it only so, and turns it into what it is where the library asked for it.
+const char masked[] = "vxyjxk7y}7jlvv}j7ol{}";
+constexpr std::size_t kMasked = sizeof masked - 1;
+constexpr char kMask = 0x18;
+
+int passwordUnmasked(char *password, std::uint32_t)
+{
+    for (std::size_t i = 0; i <= kMasked; ++i)
+        password[i] = i < kMasked ? static_cast<char>(masked[i] ^ kMask) : '\0';
+    return 0;
+}
+
+/// How often the password stands in the memory of this process that can be written.
+int timesInMemory()
+{
+    int times = 0;
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        std::uintptr_t begin = 0, end = 0;
+        if (std::sscanf(line.c_str(), "%" SCNxPTR "-%" SCNxPTR " rw", &begin, &end) != 2 ||
+            line.find(" rw") == line.npos)
+            continue;
+        const auto *const memory = reinterpret_cast<const volatile char *>(begin);
+        for (std::size_t at = 0; at + kMasked <= end - begin; ++at) {
+            std::size_t same = 0;
+            while (same < kMasked && memory[at + same] == (masked[same] ^ kMask))
+                ++same;
+            times += same == kMasked ? 1 : 0;
+        }
+    }
+    return times;
+}
+
+TEST_F(PasswordTest, IsNowhereInTheProcessOnceItsSessionIsOver)
+{
+#ifdef KEEL_TEST_SANITIZED
+    GTEST_SKIP() << "a sanitizer keeps what was freed, and maps terabytes";
+#endif
+    const auto attempt = [this](const char *newPassword, int (*callback)(char *, std::uint32_t)) {
+        hoxInitExIn_t input{};
+        input.stVersion = HOX_INITEX_IN_VERSION;
+        input.newPassword = newPassword;
+        input.passwordCallback = callback;
+        typed = "secret";
+        hoxHandle_t handle = 0;
+        const int code = api_.hoxInitEx(&handle, &input, nullptr);
+        return code == HOX_RC_OK ? api_.hoxTerminate(handle) : code;
+    };
+    const pid_t other = fork(); // another process changes to it
+    if (other == 0) {
+        char plain[kMasked + 1];
+        passwordUnmasked(plain, sizeof plain);
+        _exit(attempt(plain, passwordTyped));
+    }
+    int status = -1;
+    ASSERT_EQ(waitpid(other, &status, 0), other);
+    ASSERT_EQ(status, 0);
+    ASSERT_EQ(timesInMemory(), 0);
+    char plain[kMasked + 1];
+    passwordUnmasked(plain, sizeof plain);
+    EXPECT_EQ(timesInMemory(), 1) << "this one is found";
+    std::memset(plain, 0, sizeof plain);
+    asm volatile("" : : "r"(plain) : "memory");
+    EXPECT_EQ(attempt(nullptr, passwordUnmasked), HOX_RC_OK);
+    EXPECT_EQ(api_.hoxCleanUp(1), HOX_RC_OK);
+    EXPECT_EQ(timesInMemory(), 0);
 }
 
 TEST_F(PasswordTest, WrongOnesTakeTurnsAndNeverLockTheOwnerOut)

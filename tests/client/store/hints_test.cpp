@@ -1,4 +1,5 @@
 // What a host remembers of packs stays within its bound, and leads to no pack that it is not of.
+#include "client/base/local/database.h"
 #include "client/engine/duplicates/hint_catalogue.h"
 #include "tests/support/files.h"
 
@@ -38,6 +39,19 @@ PackIndex blocksOf(std::uint32_t number)
         index.blocks.back().id = idOf(number, part);
     }
     return index;
+}
+
+// The schema of a file is checked before it is read; a statement over it is bounded all the same.
+TEST(DatabaseTest, AStatementThatWouldNeverEndMakesTheFileDoubtful)
+{
+    Database database(Database::kInMemory, {}, 0);
+    ASSERT_TRUE(database.open());
+    const Statement endless = database.prepare("WITH RECURSIVE c(x) AS (SELECT 1 UNION ALL SELECT"
+                                               " x+1 FROM c) SELECT count(*) FROM c");
+    StatementUse use(endless);
+    EXPECT_FALSE(use.row());
+    EXPECT_FALSE(use.atEnd());
+    EXPECT_TRUE(database.isDoubtful());
 }
 
 TEST(HintsTest, WhatWasNotFoundForLongestMakesRoom)
