@@ -24,18 +24,6 @@ protected:
             ASSERT_EQ(backUp(mine_, piece, std::string("content of ") + piece), HOX_RC_OK);
     }
 
-    /// The other node logs on over the same file of kept passwords.
-    void registerNode(const std::string &node)
-    {
-        const std::string own = readFile(installation_.clientOptions());
-        writeFile(installation_.clientOptions(), "REPOSITORY file://" +
-                                                     installation_.repository().string() +
-                                                     "\nNODENAME " + node + "\n");
-        ASSERT_EQ(run({arcaProgram(), "init", "--optfile", installation_.clientOptions()}).status,
-                  0);
-        writeFile(installation_.clientOptions(), own);
-    }
-
     int grant(const std::string &piece, const char *node = "guest", const char *owner = nullptr)
     {
         const hoxObjName name = nameOf(piece);
@@ -81,29 +69,21 @@ const std::vector<int> kNothing{HOX_RC_OK, HOX_RC_NO_MATCH};
 
 TEST_F(AccessTest, AGuestRestoresWhatWasGrantedAndNothingElse)
 {
-    qryRespBackupData p{}, q{};
-    query(mine_, "p", &p);
-    query(mine_, "q", &q);
+    const hox64_t p = recordOf(mine_, "p").objId, q = recordOf(mine_, "q").objId;
     ASSERT_EQ(grant("p"), HOX_RC_OK);
     hoxHandle_t guest = 0;
     ASSERT_EQ(logOnAsGuest(guest, "testnode"), HOX_RC_OK) << text(HOX_RC_ACCESS_DENIED);
     EXPECT_EQ(restore(guest, "p"), "content of p");
     EXPECT_EQ(query(guest, "q"), kNothing);
     EXPECT_EQ(query(guest, "never"), kNothing);
-    const hoxGetList list{HOX_GETLIST_VERSION, 1, &q.objId};
-    EXPECT_EQ(api_.hoxBeginGetData(guest, 1, HOX_GET_BACKUP, &list), HOX_RC_OBJECT_UNKNOWN);
+    EXPECT_EQ(beginGet(guest, q), HOX_RC_OBJECT_UNKNOWN);
     const std::string hidden = text(HOX_RC_OBJECT_UNKNOWN);
-    const hox64_t none{1, 1};
-    const hoxGetList absent{HOX_GETLIST_VERSION, 1, &none};
-    EXPECT_EQ(api_.hoxBeginGetData(guest, 1, HOX_GET_BACKUP, &absent), HOX_RC_OBJECT_UNKNOWN);
+    EXPECT_EQ(beginGet(guest, {1, 1}), HOX_RC_OBJECT_UNKNOWN);
     EXPECT_EQ(text(HOX_RC_OBJECT_UNKNOWN), hidden) << "what is hidden looks as if it were not";
 
     EXPECT_EQ(api_.hoxBeginTxn(guest), HOX_RC_ACCESS_DENIED);
     EXPECT_EQ(remove(guest, "p"), HOX_RC_ACCESS_DENIED);
-    regFSData filespace{};
-    filespace.stVersion = HOX_REGFS_VERSION;
-    filespace.fsName = "/new";
-    EXPECT_EQ(api_.hoxRegisterFS(guest, &filespace), HOX_RC_ACCESS_DENIED);
+    EXPECT_EQ(registerFilespace(guest, "/new"), HOX_RC_ACCESS_DENIED);
     hoxFSUpd update{};
     update.stVersion = HOX_FSUPD_VERSION;
     EXPECT_EQ(api_.hoxUpdateFS(guest, "/fs", &update, HOX_FSUPD_OCCUPANCY), HOX_RC_ACCESS_DENIED);
@@ -114,10 +94,9 @@ TEST_F(AccessTest, AGuestRestoresWhatWasGrantedAndNothingElse)
     EXPECT_EQ(deleteAccess_(guest, rules().front().ruleNumber), HOX_RC_ACCESS_DENIED);
 
     // Taken back in the middle of a restore.
-    const hoxGetList granted{HOX_GETLIST_VERSION, 1, &p.objId};
-    ASSERT_EQ(api_.hoxBeginGetData(guest, 1, HOX_GET_BACKUP, &granted), HOX_RC_OK);
+    ASSERT_EQ(beginGet(guest, p), HOX_RC_OK);
     EXPECT_EQ(deleteAccess_(mine_, rules().front().ruleNumber), HOX_RC_OK);
-    EXPECT_EQ(api_.hoxGetObj(guest, &p.objId, nullptr), HOX_RC_OBJECT_UNKNOWN);
+    EXPECT_EQ(api_.hoxGetObj(guest, &p, nullptr), HOX_RC_OBJECT_UNKNOWN);
     EXPECT_EQ(api_.hoxEndGetData(guest), HOX_RC_OK);
     EXPECT_EQ(query(guest, "p"), kNothing);
     EXPECT_EQ(restore(mine_, "p"), "content of p");
@@ -138,13 +117,11 @@ TEST_F(AccessTest, WhatIsTakenBackEndsWithTheNextCall)
             }
     };
     // In the middle of a read.
-    qryRespBackupData found{};
-    query(mine_, "long", &found);
-    const hoxGetList granted{HOX_GETLIST_VERSION, 1, &found.objId};
+    const hox64_t id = recordOf(mine_, "long").objId;
     std::string buffer(65536, '\0');
-    DataBlk data{HOX_DATABLK_VERSION, 65536, 0, buffer.data()};
-    ASSERT_EQ(api_.hoxBeginGetData(guest, 1, HOX_GET_BACKUP, &granted), HOX_RC_OK);
-    ASSERT_EQ(api_.hoxGetObj(guest, &found.objId, &data), HOX_RC_MORE_DATA);
+    DataBlk data = blockOf(buffer);
+    ASSERT_EQ(beginGet(guest, id), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxGetObj(guest, &id, &data), HOX_RC_MORE_DATA);
     takeBack("long");
     EXPECT_EQ(api_.hoxGetData(guest, &data), HOX_RC_ACCESS_DENIED);
     EXPECT_EQ(data.numBytes, 0U);
@@ -154,9 +131,7 @@ TEST_F(AccessTest, WhatIsTakenBackEndsWithTheNextCall)
     // In the middle of a listing, and of a query that has found it.
     qryRespBackupData answer{};
     DataBlk record{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-    qryObjectsData all{};
-    all.stVersion = HOX_QRY_OBJECTS_VERSION;
-    all.objState = HOX_STATE_ANY;
+    const qryObjectsData all = everything();
     ASSERT_EQ(api_.hoxBeginQuery(guest, HOX_QUERY_OBJECTS, &all), HOX_RC_OK);
     ASSERT_EQ(api_.hoxGetNextQObj(guest, &record), HOX_RC_MORE_DATA);
     const std::string other = std::string(answer.objName.llName) == "/p" ? "q" : "p";
@@ -195,36 +170,22 @@ TEST_F(AccessTest, DamageIsToldOnlyOfWhatWasGranted)
         const auto after = stored("pieces");
         EXPECT_EQ(backUp(mine_, piece, "content of " + piece), HOX_RC_OK);
         for (const auto &path : before)
-            if (std::find(after.begin(), after.end(), path) == after.end()) {
-                std::string bytes = readFile(path);
-                bytes[70] = static_cast<char>(bytes[70] ^ 1);
-                writeFile(path, bytes);
-            }
+            if (std::find(after.begin(), after.end(), path) == after.end())
+                flipByte(path, 70);
     };
     ASSERT_EQ(grant("p"), HOX_RC_OK);
     hoxHandle_t guest = 0;
     ASSERT_EQ(logOnAsGuest(guest, "testnode"), HOX_RC_OK);
-    qryObjectsData all{};
-    all.stVersion = HOX_QRY_OBJECTS_VERSION;
-    all.objState = HOX_STATE_ANY;
+    qryObjectsData all = everything();
     all.hlName = "*";
     const auto end = [&] {
-        EXPECT_EQ(api_.hoxBeginQuery(guest, HOX_QUERY_OBJECTS, &all), HOX_RC_OK);
-        qryRespBackupData answer{};
-        DataBlk record{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-        int code;
-        while ((code = api_.hoxGetNextQObj(guest, &record)) == HOX_RC_MORE_DATA) {
-        }
-        EXPECT_EQ(api_.hoxEndQuery(guest), HOX_RC_OK);
-        return code;
+        return ask<qryRespBackupData>(guest, HOX_QUERY_OBJECTS, &all, [](auto &) {});
     };
-    qryRespBackupData hidden{};
-    query(mine_, "q", &hidden);
+    const hox64_t hidden = recordOf(mine_, "q").objId;
     EXPECT_EQ(end(), HOX_RC_FINISHED);
     damage("q");
     EXPECT_EQ(end(), HOX_RC_FINISHED) << "it was not granted";
-    const hoxGetList list{HOX_GETLIST_VERSION, 1, &hidden.objId};
-    EXPECT_EQ(api_.hoxBeginGetData(guest, 1, HOX_GET_BACKUP, &list), HOX_RC_OBJECT_UNKNOWN);
+    EXPECT_EQ(beginGet(guest, hidden), HOX_RC_OBJECT_UNKNOWN);
     damage("p");
     EXPECT_EQ(end(), HOX_RC_REPOSITORY_DAMAGED);
     const std::string said = text(HOX_RC_REPOSITORY_DAMAGED);
@@ -234,12 +195,8 @@ TEST_F(AccessTest, DamageIsToldOnlyOfWhatWasGranted)
 
 TEST_F(AccessTest, EventsOfANodeAreReadByThatNode)
 {
-    hoxLogEventExIn_t event{};
-    event.stVersion = HOX_LOGEVENTEX_VERSION;
-    event.logType = HOX_LOG_SERVER;
-    event.severity = HOX_SEVERITY_ERROR;
-    event.message = "names piece df_secret";
-    ASSERT_EQ(api_.hoxLogEventEx(mine_, &event, nullptr), HOX_RC_OK);
+    const auto told = event(HOX_LOG_SERVER, HOX_SEVERITY_ERROR, "names piece df_secret");
+    ASSERT_EQ(api_.hoxLogEventEx(mine_, &told, nullptr), HOX_RC_OK);
     for (const auto &file : stored("log"))
         EXPECT_EQ(readFile(file).find("secret"), std::string::npos);
     hoxHandle_t guest = 0;
@@ -248,16 +205,13 @@ TEST_F(AccessTest, EventsOfANodeAreReadByThatNode)
         qryLogData asked{};
         asked.stVersion = HOX_QRY_LOG_VERSION;
         asked.nodeName = node;
-        EXPECT_EQ(api_.hoxBeginQuery(handle, HOX_QUERY_LOG, &asked), HOX_RC_OK);
         std::string texts;
-        qryRespLogData answer{};
-        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-        while (api_.hoxGetNextQObj(handle, &data) == HOX_RC_MORE_DATA)
-            texts += answer.sealed != 0 ? "sealed" + std::string(answer.message) : answer.message;
-        EXPECT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
+        ask<qryRespLogData>(handle, HOX_QUERY_LOG, &asked, [&](const auto &answer) {
+            texts += (answer.sealed != 0 ? "sealed" : "") + std::string(answer.message);
+        });
         return texts;
     };
-    EXPECT_EQ(shown(mine_, nullptr), event.message);
+    EXPECT_EQ(shown(mine_, nullptr), told.message);
     EXPECT_EQ(shown(guest, nullptr), "");
     EXPECT_EQ(shown(guest, "testnode"), "sealed");
     EXPECT_EQ(shown(guest, HOX_ALL_NODES), "sealed");
@@ -304,9 +258,7 @@ TEST_F(AccessTest, AGuestIsNotToldHowManyObjectsThereAre)
     ASSERT_EQ(logOnAsGuest(guest, "testnode"), HOX_RC_OK);
     for (const auto &[session, mayKnow] : {std::pair{mine_, true}, std::pair{guest, false}}) {
         std::uint64_t most = 0;
-        qryObjectsData asked{};
-        asked.stVersion = HOX_QRY_OBJECTS_VERSION;
-        asked.objState = HOX_STATE_ANY;
+        qryObjectsData asked = everything();
         asked.progressContext = &most;
         asked.progress = [](void *context, std::uint64_t done,
                             std::uint64_t planned) -> std::int16_t {
@@ -314,13 +266,8 @@ TEST_F(AccessTest, AGuestIsNotToldHowManyObjectsThereAre)
             known = std::max({known, done, planned});
             return 0;
         };
-        ASSERT_EQ(api_.hoxBeginQuery(session, HOX_QUERY_OBJECTS, &asked), HOX_RC_OK);
-        qryRespBackupData answer{};
-        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
         std::size_t objects = 0;
-        for (; api_.hoxGetNextQObj(session, &data) == HOX_RC_MORE_DATA; answer = {})
-            ++objects;
-        EXPECT_EQ(api_.hoxEndQuery(session), HOX_RC_OK);
+        ask<qryRespBackupData>(session, HOX_QUERY_OBJECTS, &asked, [&](auto &) { ++objects; });
         EXPECT_EQ(most != 0, mayKnow);
         EXPECT_EQ(objects == 1, !mayKnow);
     }
@@ -361,11 +308,7 @@ TEST_F(AccessTest, RulesAreShownAndTakenBackOneByOne)
     EXPECT_EQ(queryAccess_(mine_, nullptr, nullptr), HOX_RC_NULL_ARGUMENT);
 
     // A rule that was damaged opens nothing.
-    const auto file = stored("access").front();
-    std::string bytes = readFile(file);
-    bytes[bytes.size() / 2] = static_cast<char>(bytes[bytes.size() / 2] ^ 1);
-    std::filesystem::permissions(file, std::filesystem::perms::owner_all);
-    writeFile(file, bytes);
+    flipByte(stored("access").front(), -40);
     EXPECT_EQ(query(anna, "p"), kNothing);
 }
 

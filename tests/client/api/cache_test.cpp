@@ -7,7 +7,6 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
-#include <random>
 #include <sys/stat.h>
 #include <thread>
 
@@ -33,12 +32,15 @@ protected:
 
     static std::string blocks()
     {
-        std::string stream(std::size_t{400} * 8192, ' ');
-        std::mt19937_64 random(5);
-        std::generate(stream.begin(), stream.end(), [&] { return static_cast<char>(random()); });
+        std::string stream = randomBytes(std::size_t{400} * 8192, 5);
         for (std::size_t i = 0; i < stream.size(); i += 8192)
             stream[i] = '\x06';
         return stream;
+    }
+
+    std::uint64_t storedSize(hoxHandle_t handle, const std::string &piece)
+    {
+        return recordOf(handle, piece).storedSize.lo;
     }
 };
 
@@ -143,12 +145,10 @@ TEST_F(CacheTest, WhateverBecomesOfItBackupsGoOnAndDuplicatesAreFoundAgain)
         for (const char *time : {"a", "b"}) {
             const hoxHandle_t handle = logOn();
             const std::string name = time + std::to_string(number);
-            EXPECT_EQ(backUp(handle, name.c_str(), content), HOX_RC_OK);
-            EXPECT_EQ(restore(handle, name.c_str()), content);
-            qryRespBackupData found{};
-            (void)query(handle, name.c_str(), &found);
+            EXPECT_EQ(backUp(handle, name, content), HOX_RC_OK);
+            EXPECT_EQ(restore(handle, name), content);
             if (*time == 'b' && std::string(one.name) != "a directory") {
-                EXPECT_LT(found.storedSize.lo, content.size() / 100) << "stored once more";
+                EXPECT_LT(storedSize(handle, name), content.size() / 100) << "stored once more";
             }
             EXPECT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
         }
@@ -173,23 +173,17 @@ TEST_F(CacheTest, IsCutAndOverwrittenWhileItIsUsed)
                     file.seekp(round % 7 * 1000) << std::string(3000, static_cast<char>(round));
             }
     });
-    qryObjectsData all{};
-    all.stVersion = HOX_QRY_OBJECTS_VERSION;
-    all.objState = HOX_STATE_ANY;
+    const qryObjectsData all = everything();
     for (int i = 0; i < 12; ++i) {
         const std::string piece = "while" + std::to_string(i);
         EXPECT_EQ(backUp(handle, piece, content + piece), HOX_RC_OK);
         EXPECT_EQ(restore(handle, piece), content + piece);
-        ASSERT_EQ(api_.hoxBeginQuery(handle, HOX_QUERY_OBJECTS, &all), HOX_RC_OK);
-        qryRespBackupData answer{};
-        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-        int found = 0, code;
-        while ((code = api_.hoxGetNextQObj(handle, &data)) == HOX_RC_MORE_DATA)
-            ++found;
+        int found = 0;
+        const int code =
+            ask<qryRespBackupData>(handle, HOX_QUERY_OBJECTS, &all, [&](auto &) { ++found; });
         // It may be damaged again and again, but never answers anything else than what is there.
         EXPECT_TRUE(code == HOX_RC_REPOSITORY_IO || (code == HOX_RC_FINISHED && found == i + 2))
             << code << ": " << found;
-        EXPECT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
         EXPECT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
         handle = logOn();
     }
@@ -214,9 +208,7 @@ TEST_F(CacheTest, AFileThatAStoppedProcessHoldsIsAskedOnceAndThenLeft)
         std::this_thread::yield();
     const auto stores = [&](const char *piece) {
         EXPECT_EQ(backUp(handle, piece, content), HOX_RC_OK);
-        qryRespBackupData found{};
-        (void)query(handle, piece, &found);
-        return found.storedSize.lo > content.size() / 2;
+        return storedSize(handle, piece) > content.size() / 2;
     };
     EXPECT_TRUE(stores("held"));
     holder.closeInput();
@@ -313,9 +305,7 @@ TEST_F(CacheTest, ACopyOfTheRepositoryHasItsOwn)
             const std::string stream = content + piece + (which == options ? "" : " of the copy");
             EXPECT_EQ(backUp(handle, piece, stream), HOX_RC_OK);
             EXPECT_EQ(restore(handle, piece), stream);
-            qryRespBackupData found{};
-            (void)query(handle, piece, &found);
-            EXPECT_LT(found.storedSize.lo, content.size() / 10) << "duplicates are found";
+            EXPECT_LT(storedSize(handle, piece), content.size() / 10) << "duplicates are found";
             EXPECT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
         }
     EXPECT_EQ(cached("").size(), 2U) << "one each";
@@ -338,9 +328,7 @@ TEST_F(CacheTest, MuchThatIsMissingIsFilledInBesideTheStreams)
     for (int i = kPacks - 1; i >= 0; --i) {
         const std::string piece = "new" + std::to_string(i);
         ASSERT_EQ(backUp(handle, piece, content(i)), HOX_RC_OK);
-        qryRespBackupData stored{};
-        (void)query(handle, piece, &stored);
-        found += stored.storedSize.lo < 10'000 ? 1 : 0;
+        found += storedSize(handle, piece) < 10'000 ? 1 : 0;
     }
     EXPECT_GT(found, 0) << "none of the packs is known again";
     // A session that ends at once leaves the rest to another.
@@ -364,9 +352,7 @@ TEST_F(CacheTest, WhatIsStoredEncryptedDoesNotRelyOnBlocksInTheClear)
         hoxHandle_t handle = 0;
         ASSERT_EQ(logOn(handle, nullptr, nullptr, one.options), HOX_RC_OK);
         ASSERT_EQ(backUp(handle, one.piece, content), HOX_RC_OK);
-        qryRespBackupData found{};
-        (void)query(handle, one.piece, &found);
-        EXPECT_EQ(found.storedSize.lo > content.size() / 2, one.storedAnew) << one.piece;
+        EXPECT_EQ(storedSize(handle, one.piece) > content.size() / 2, one.storedAnew) << one.piece;
         EXPECT_EQ(restore(handle, one.piece), content);
         EXPECT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
     }

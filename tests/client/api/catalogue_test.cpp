@@ -32,22 +32,7 @@ protected:
 
     int deactivate(const std::string &piece)
     {
-        qryRespBackupData found{};
-        query(handle_, piece, &found);
-        hoxDelInfo info{};
-        info.backID = {HOX_DELBACK_VERSION, found.objId};
-        EXPECT_EQ(api_.hoxBeginTxn(handle_), HOX_RC_OK);
-        const int code = api_.hoxDeleteObj(handle_, HOX_DEACTIVATE_BACKUP_ID, &info);
-        const int ended = endTransaction(handle_, HOX_VOTE_COMMIT);
-        return code != HOX_RC_OK ? code : ended;
-    }
-
-    static qryObjectsData everything()
-    {
-        qryObjectsData asked{};
-        asked.stVersion = HOX_QRY_OBJECTS_VERSION;
-        asked.objState = HOX_STATE_ANY;
-        return asked;
+        return changeById(handle_, HOX_DEACTIVATE_BACKUP_ID, recordOf(handle_, piece).objId);
     }
 
     struct Listed {
@@ -61,23 +46,19 @@ protected:
     };
     Listed list(hoxHandle_t handle, const qryObjectsData &asked = everything())
     {
-        Listed listed{{}, api_.hoxBeginQuery(handle, HOX_QUERY_OBJECTS, &asked)};
-        if (listed.ended != HOX_RC_OK)
-            return listed;
-        qryRespBackupData answer{}, before{};
-        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-        while ((listed.ended = api_.hoxGetNextQObj(handle, &data)) == HOX_RC_MORE_DATA) {
-            const std::string name = answer.objName.llName + 1;
-            const bool active = answer.objState == HOX_STATE_ACTIVE;
-            listed.names.push_back(active ? name : "(" + name + ")");
-            listed.records.emplace_back(data.bufferPtr, sizeof answer);
-            EXPECT_EQ(answer.inactDate.year == 0, active);
-            if (asked.order == HOX_ORDER_INSERTED) {
-                EXPECT_LE(before.insTime.lo, answer.insTime.lo) << "in the order of time";
-            }
-            before = answer;
-        }
-        EXPECT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
+        Listed listed{};
+        qryRespBackupData before{};
+        listed.ended =
+            ask<qryRespBackupData>(handle, HOX_QUERY_OBJECTS, &asked, [&](const auto &answer) {
+                const std::string name = answer.objName.llName + 1;
+                const bool active = answer.objState == HOX_STATE_ACTIVE;
+                listed.names.push_back(active ? name : "(" + name + ")");
+                listed.records.emplace_back(reinterpret_cast<const char *>(&answer), sizeof answer);
+                EXPECT_EQ(answer.inactDate.year == 0, active);
+                EXPECT_TRUE(asked.order != HOX_ORDER_INSERTED ||
+                            before.insTime.lo <= answer.insTime.lo);
+                before = answer;
+            });
         return listed;
     }
     /// Sorted, as objects of one second come in the order of their identifiers.
@@ -188,10 +169,7 @@ TEST_F(CatalogueTest, NobodyWaitsForItWhoNamesAPiece)
         EXPECT_EQ(listSorted(handle_, asked), (Listed{{"(df_2)", "df_2"}, HOX_RC_FINISHED}));
         EXPECT_EQ(file(), fs::path()) << filespace;
     }
-    const fs::path hurt = stored("inactive").front();
-    std::string bytes = readFile(hurt);
-    bytes[70] = static_cast<char>(bytes[70] ^ 1);
-    writeFile(hurt, bytes);
+    flipByte(stored("inactive").front(), 70);
     EXPECT_EQ(list(handle_, asked), (Listed{{"df_2"}, HOX_RC_REPOSITORY_DAMAGED}));
     asked.llName = "/df_1";
     EXPECT_EQ(list(handle_, asked), (Listed{{"df_1"}, HOX_RC_FINISHED}));
@@ -256,14 +234,12 @@ TEST_F(CatalogueTest, IsNeverBehindWhatIsThere)
         // Each identifier that is told leads to an object.
         qryObjectsData asked = everything();
         asked.llName = "/ctl_1";
-        qryRespBackupData exact{}, listed{};
-        if (query(handle_, "ctl_1", &exact).back() != HOX_RC_FINISHED)
+        const qryRespBackupData exact = recordOf(handle_, "ctl_1");
+        if (exact.objId.lo == 0)
             continue;
-        ASSERT_EQ(api_.hoxBeginQuery(handle_, HOX_QUERY_OBJECTS, &asked), HOX_RC_OK);
-        DataBlk data{HOX_DATABLK_VERSION, sizeof listed, 0, reinterpret_cast<char *>(&listed)};
-        EXPECT_EQ(api_.hoxGetNextQObj(handle_, &data), HOX_RC_MORE_DATA);
-        EXPECT_EQ(api_.hoxEndQuery(handle_), HOX_RC_OK);
-        EXPECT_EQ(std::memcmp(&listed, &exact, sizeof exact), 0) << "as the exact query tells it";
+        EXPECT_EQ(list(handle_, asked).records.at(0),
+                  std::string(reinterpret_cast<const char *>(&exact), sizeof exact))
+            << "as the exact query tells it";
     }
     EXPECT_EQ(list(handle_, othersOnly).names, std::vector<std::string>{"df_2"});
     EXPECT_EQ(api_.hoxDeleteFS(other, "/fs", HOX_REPOSITORY_ALL), HOX_RC_OK);
@@ -351,9 +327,7 @@ TEST_F(CatalogueTest, PassesOverWhatIsHurtAndSaysSo)
 {
     ASSERT_EQ(listSorted(handle_), all_);
     const fs::path hurt = stored("pieces").front();
-    std::string bytes = readFile(hurt);
-    bytes[70] ^= 1;
-    writeFile(hurt, bytes);
+    flipByte(hurt, 70);
     const Listed listed = listSorted(handle_);
     EXPECT_EQ(listed.names.size(), all_.names.size() - 1);
     EXPECT_EQ(listed.ended, HOX_RC_REPOSITORY_DAMAGED);

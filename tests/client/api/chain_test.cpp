@@ -11,6 +11,8 @@ namespace keel::test
 namespace
 {
 
+using ChainTest = ClientTest;
+
 constexpr std::size_t kBlock = 8192;
 
 std::string blocksOfADatabase(std::size_t blocks, std::size_t seed)
@@ -39,7 +41,7 @@ std::vector<std::string> databaseOfDays(std::size_t blocks, int days)
 }
 
 // More than is kept in memory at a time, from many packs at once, with zeros in a row.
-TEST_F(ClientTest, APieceOfManyDaysComesBackExactly)
+TEST_F(ChainTest, APieceOfManyDaysComesBackExactly)
 {
     ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK); // registers the filespace
     hoxHandle_t handle = 0;
@@ -59,7 +61,7 @@ TEST_F(ClientTest, APieceOfManyDaysComesBackExactly)
 // days some of that is stored again every day, as little as was promised, and none of it twice. In
 // one that lies in the packs of few others nothing is: files that are multiplexed in another order
 // look the same.
-TEST_F(ClientTest, WhatLiesScatteredIsStoredAgainLittleByLittle)
+TEST_F(ChainTest, WhatLiesScatteredIsStoredAgainLittleByLittle)
 {
     ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK);
     hoxHandle_t handle = 0;
@@ -111,7 +113,7 @@ TEST_F(ClientTest, WhatLiesScatteredIsStoredAgainLittleByLittle)
 }
 
 // One block of every day in a pack of its own. Most files of the process are the database's.
-TEST_F(ClientTest, APieceOfManyPacksTakesFewFiles)
+TEST_F(ChainTest, APieceOfManyPacksTakesFewFiles)
 {
     const hoxHandle_t handle = logOn();
     constexpr std::size_t days = 80;

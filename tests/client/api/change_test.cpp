@@ -40,19 +40,13 @@ protected:
     /// "owner info class", or nothing when the piece is not there.
     std::string described(hoxHandle_t handle, const std::string &piece)
     {
-        qryRespBackupData found{};
-        if (query(handle, piece, &found).size() != 3)
-            return {};
-        return std::string(found.owner) + " " + found.objInfo + " " + found.mcName;
+        const qryRespBackupData found = recordOf(handle, piece);
+        return found.objId.lo == 0
+                   ? std::string()
+                   : std::string(found.owner) + " " + found.objInfo + " " + found.mcName;
     }
 
-    hox64_t idIn(hoxHandle_t handle, const std::string &piece)
-    {
-        qryRespBackupData found{};
-        EXPECT_EQ(query(handle, piece, &found).size(), 3U) << piece;
-        return found.objId;
-    }
-    hox64_t idOf(const std::string &piece) { return idIn(handle_, piece); }
+    hox64_t idOf(const std::string &piece) { return recordOf(handle_, piece).objId; }
 
     int group(hoxHandle_t handle, std::uint8_t action, hox64_t leader,
               const std::vector<hox64_t> &members = {})
@@ -87,25 +81,18 @@ protected:
     std::string members(hox64_t leader)
     {
         const qryGroupData asked{HOX_QRY_GROUP_VERSION, leader};
-        EXPECT_EQ(api_.hoxBeginQuery(handle_, HOX_QUERY_GROUP, &asked), HOX_RC_OK);
         std::string names;
-        qryRespBackupData answer{};
-        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-        while (api_.hoxGetNextQObj(handle_, &data) == HOX_RC_MORE_DATA)
-            names += answer.objName.llName;
-        EXPECT_EQ(api_.hoxEndQuery(handle_), HOX_RC_OK);
+        ask<qryRespBackupData>(handle_, HOX_QUERY_GROUP, &asked,
+                               [&](const auto &answer) { names += answer.objName.llName; });
         return names;
     }
 
     /// What `work` answers while a byte of that file is another one.
     template <class Work> auto whileDamaged(const std::filesystem::path &path, const Work &work)
     {
-        const std::string good = readFile(path);
-        std::string bad = good;
-        bad.at(70) ^= 1;
-        writeFile(path, bad);
+        flipByte(path, 70);
         auto answer = work();
-        writeFile(path, good);
+        flipByte(path, 70);
         return answer;
     }
 
@@ -130,17 +117,8 @@ protected:
     /// What was removed goes for good, and its packs with it.
     void purge()
     {
-        const ProgramResult purged = run({arcaProgram(), "reclaim", "--grace", "0", "--max-freed",
-                                          "100", "--optfile", installation_.clientOptions()});
+        const ProgramResult purged = arca({"reclaim", "--grace", "0", "--max-freed", "100"});
         EXPECT_EQ(purged.status, 0) << purged.err;
-    }
-
-    int registerFilespace()
-    {
-        regFSData filespace{};
-        filespace.stVersion = HOX_REGFS_VERSION;
-        filespace.fsName = "/fs";
-        return api_.hoxRegisterFS(handle_, &filespace);
     }
 
     hoxHandle_t handle_ = 0;
@@ -148,9 +126,7 @@ protected:
 
 TEST_F(ChangeTest, AttributesChangeAsTheMaskSaysAndForEverySession)
 {
-    const ProgramResult defined =
-        run({arcaProgram(), "class", "define", "GOLD", "--optfile", installation_.clientOptions()});
-    ASSERT_EQ(defined.status, 0) << defined.err;
+    ASSERT_EQ(arca({"class", "define", "GOLD"}).status, 0);
     const hoxHandle_t other = logOn();
     const struct {
         const char *owner, *info, *className;
@@ -197,19 +173,18 @@ TEST_F(ChangeTest, AFilespaceGoesWithEverythingInItAndMayComeAnew)
         EXPECT_EQ(api_.hoxDeleteFS(handle_, "/fs", HOX_REPOSITORY_ALL), code);
 
     const auto expectGone = [&] {
-        const hoxGetList list{HOX_GETLIST_VERSION, 1, &a};
-        EXPECT_EQ(api_.hoxBeginGetData(handle_, 1, HOX_GET_BACKUP, &list), HOX_RC_OBJECT_UNKNOWN);
+        EXPECT_EQ(beginGet(handle_, a), HOX_RC_OBJECT_UNKNOWN);
         EXPECT_TRUE(stored("pieces").empty());
     };
     expectGone();
     EXPECT_EQ(query(handle_, "a"), std::vector<int>{HOX_RC_FS_UNKNOWN});
     EXPECT_EQ(send(handle_, "a", "x"), HOX_RC_FS_UNKNOWN);
     endTransaction(handle_, HOX_VOTE_ABORT);
-    EXPECT_EQ(registerFilespace(), HOX_RC_OK);
+    EXPECT_EQ(registerFilespace(handle_, "/fs"), HOX_RC_OK);
     EXPECT_EQ(commit(other), HOX_RC_FS_UNKNOWN) << "it was begun in the filespace that is gone";
     expectGone();
     EXPECT_EQ(query(handle_, "late"), (std::vector<int>{HOX_RC_OK, HOX_RC_NO_MATCH}));
-    EXPECT_EQ(registerFilespace(), HOX_RC_FS_REGISTERED);
+    EXPECT_EQ(registerFilespace(handle_, "/fs"), HOX_RC_FS_REGISTERED);
     EXPECT_EQ(backUp(other, "a", "again"), HOX_RC_OK);
     EXPECT_EQ(restore(handle_, "a"), "again");
 }
@@ -272,8 +247,7 @@ TEST_F(ChangeTest, GroupsTieObjectsTogetherOnceTheyAreClosed)
 TEST_F(ChangeTest, ARenamedObjectIsTheSameUnderAnotherName)
 {
     ASSERT_EQ(update(handle_, "a", "x", "kept", nullptr, HOX_UPDOBJ_OWNER | HOX_UPDOBJ_INFO), 0);
-    qryRespBackupData before{}, after{};
-    query(handle_, "a", &before);
+    const qryRespBackupData before = recordOf(handle_, "a");
     ASSERT_EQ(openGroup(handle_, "b"), HOX_RC_OK);
     ASSERT_EQ(group(handle_, HOX_GROUP_ADD, idOf("b"), {before.objId}), HOX_RC_OK);
     ASSERT_EQ(group(handle_, HOX_GROUP_CLOSE, idOf("b")), HOX_RC_OK);
@@ -297,7 +271,7 @@ TEST_F(ChangeTest, ARenamedObjectIsTheSameUnderAnotherName)
     EXPECT_EQ(restore(handle_, "z"), "content of a");
     EXPECT_EQ(described(handle_, "z"), "x kept STANDARD");
     EXPECT_EQ(described(handle_, "a") + described(handle_, "y"), "");
-    query(handle_, "z", &after);
+    const qryRespBackupData after = recordOf(handle_, "z");
     EXPECT_EQ(std::memcmp(&after.insDate, &before.insDate, sizeof before.insDate), 0);
     const hox64_t b = idOf("b");
     EXPECT_EQ(members(b), "/b/z");
@@ -305,8 +279,7 @@ TEST_F(ChangeTest, ARenamedObjectIsTheSameUnderAnotherName)
     for (const auto &path : stored("pieces"))
         left.insert(whileDamaged(path, [&] { return members(b); }));
     EXPECT_EQ(left, (std::multiset<std::string>{"/b", "/b/z", "/z"})) << "a damaged one of b, c, z";
-    const hoxGetList list{HOX_GETLIST_VERSION, 1, &before.objId};
-    EXPECT_EQ(api_.hoxBeginGetData(handle_, 1, HOX_GET_BACKUP, &list), HOX_RC_OK);
+    EXPECT_EQ(beginGet(handle_, before.objId), HOX_RC_OK);
     EXPECT_EQ(api_.hoxEndGetData(handle_), HOX_RC_OK) << "the old identifier leads to it";
 
     EXPECT_EQ(backUp(handle_, "a", "content of a"), HOX_RC_OK) << "the old name is free";
@@ -314,7 +287,7 @@ TEST_F(ChangeTest, ARenamedObjectIsTheSameUnderAnotherName)
     EXPECT_EQ(rename("b", "/", "/y"), HOX_RC_OK);
     EXPECT_EQ(members(idOf("y")), "/y/z") << "a leader keeps its group";
     EXPECT_EQ(remove(handle_, "z"), HOX_RC_OK);
-    EXPECT_EQ(api_.hoxBeginGetData(handle_, 1, HOX_GET_BACKUP, &list), HOX_RC_OBJECT_UNKNOWN);
+    EXPECT_EQ(beginGet(handle_, before.objId), HOX_RC_OBJECT_UNKNOWN);
     EXPECT_EQ(remove(handle_, "y"), HOX_RC_OK);
     purge();
     for (const char *directory : {"objects", "groups", "changes"})
@@ -324,22 +297,15 @@ TEST_F(ChangeTest, ARenamedObjectIsTheSameUnderAnotherName)
 TEST_F(ChangeTest, AnInactiveObjectIsKeptWithoutItsName)
 {
     const hoxHandle_t other = logOn();
-    const auto step = [&](std::uint8_t type, hox64_t id) {
-        hoxDelInfo info{};
-        info.backID = {HOX_DELBACK_VERSION, id};
-        EXPECT_EQ(api_.hoxBeginTxn(handle_), HOX_RC_OK);
-        const int code = api_.hoxDeleteObj(handle_, type, &info);
-        const int ended = endTransaction(handle_, HOX_VOTE_COMMIT);
-        return code != HOX_RC_OK ? code : ended;
-    };
+    const auto step = [&](std::uint8_t type, hox64_t id) { return changeById(handle_, type, id); };
     /// How many there are of "a" in that state.
     const auto count = [&](std::uint8_t state, qryRespBackupData *last = nullptr) {
         return query(other, "a", last, nullptr, state).size() - 2;
     };
     const auto read = [&](hox64_t id) {
-        const hoxGetList list{HOX_GETLIST_VERSION, 1, &id};
         std::string room(100, '\0');
-        DataBlk data{HOX_DATABLK_VERSION, 100, 0, room.data()};
+        DataBlk data = blockOf(room);
+        const hoxGetList list{HOX_GETLIST_VERSION, 1, &id}; // inactive ones, too
         if (api_.hoxBeginGetData(other, 0, HOX_GET_BACKUP, &list) != HOX_RC_OK)
             return std::string();
         EXPECT_EQ(api_.hoxGetObj(other, &id, &data), HOX_RC_FINISHED);
@@ -357,8 +323,7 @@ TEST_F(ChangeTest, AnInactiveObjectIsKeptWithoutItsName)
     ASSERT_EQ(count(HOX_STATE_INACTIVE, &found), 1U);
     EXPECT_EQ(found.objId.lo, first.lo);
     EXPECT_EQ(found.objState, HOX_STATE_INACTIVE);
-    const hoxGetList asActive{HOX_GETLIST_VERSION, 1, &first};
-    EXPECT_EQ(api_.hoxBeginGetData(other, 1, HOX_GET_BACKUP, &asActive), HOX_RC_OBJECT_UNKNOWN);
+    EXPECT_EQ(beginGet(other, first), HOX_RC_OBJECT_UNKNOWN) << "as an active one";
     EXPECT_STREQ(found.owner, "x") << "its attributes stay";
     EXPECT_NE(found.inactDate.year, 0);
     EXPECT_EQ(found.expDate.year, 0) << "its class keeps it for ever";
@@ -371,7 +336,7 @@ TEST_F(ChangeTest, AnInactiveObjectIsKeptWithoutItsName)
     EXPECT_EQ(count(HOX_STATE_ANY), 3U);
 
     for (const char *verb : {"reclaim", "verify"})
-        EXPECT_EQ(run({arcaProgram(), verb, "--optfile", installation_.clientOptions()}).status, 0);
+        EXPECT_EQ(arca({verb}).status, 0);
     EXPECT_EQ(read(first) + read(second), "content of asecond") << "nothing reclaims their blocks";
     EXPECT_EQ(restore(handle_, "a"), "third");
     const auto codes = whileDamaged(stored("inactive").front(), [&] {
@@ -397,8 +362,7 @@ TEST_F(ChangeTest, ATransactionOfSeveralShowsInOneStepOrNotAtAll)
         const hoxObjName name = nameOf(piece);
         const ObjAttr attr = attributes();
         std::string stream = "content of " + piece;
-        DataBlk data{HOX_DATABLK_VERSION, static_cast<std::uint32_t>(stream.size()), 0,
-                     stream.data()};
+        DataBlk data = blockOf(stream);
         EXPECT_EQ(api_.hoxSendObj(handle_, HOX_SEND_BACKUP, nullptr, &name, &attr, &data), 0);
         EXPECT_EQ(api_.hoxEndSendObj(handle_), HOX_RC_OK);
     };
@@ -409,7 +373,7 @@ TEST_F(ChangeTest, ATransactionOfSeveralShowsInOneStepOrNotAtAll)
         const hoxObjName name = nameOf(lower);
         hoxDelInfo info{};
         if (leaves)
-            info.backID = {HOX_DELBACK_VERSION, idIn(other, lower)};
+            info.backID = {HOX_DELBACK_VERSION, recordOf(other, lower).objId};
         else
             info.backName = {HOX_DELBACK_VERSION, &name};
         EXPECT_EQ(api_.hoxDeleteObj(

@@ -17,18 +17,15 @@ protected:
     std::vector<std::string> classes(hoxHandle_t handle, const char *name, std::uint8_t detail = 1)
     {
         const qryMCData asked{HOX_QRY_MC_VERSION, name, detail};
-        EXPECT_EQ(api_.hoxBeginQuery(handle, HOX_QUERY_MGMT_CLASS, &asked), HOX_RC_OK);
         std::vector<std::string> found;
-        qryRespMCData answer{};
-        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-        int code = 0;
-        while ((code = api_.hoxGetNextQObj(handle, &data)) == HOX_RC_MORE_DATA)
-            found.push_back(std::string(answer.isDefault != 0 ? "*" : "") + answer.mcName + " " +
-                            answer.stgPool + " " + std::to_string(answer.versionsKept) + " " +
-                            std::to_string(answer.daysKept) +
-                            (answer.isDeleted != 0 ? " deleted" : ""));
+        const int code =
+            ask<qryRespMCData>(handle, HOX_QUERY_MGMT_CLASS, &asked, [&](const auto &answer) {
+                found.push_back(std::string(answer.isDefault != 0 ? "*" : "") + answer.mcName +
+                                " " + answer.stgPool + " " + std::to_string(answer.versionsKept) +
+                                " " + std::to_string(answer.daysKept) +
+                                (answer.isDeleted != 0 ? " deleted" : ""));
+            });
         EXPECT_EQ(code, found.empty() ? HOX_RC_NO_MATCH : HOX_RC_FINISHED);
-        EXPECT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
         return found;
     }
 
@@ -85,32 +82,24 @@ TEST_F(ClassTest, WhatIsDefinedIsWhatSessionsSeeAndObjectsCarry)
     int objects = 0;
     for (const auto &step : steps) {
         SCOPED_TRACE("step " + std::to_string(&step - steps));
-        Lines line{arcaProgram(), "class"};
-        line.insert(line.end(), step.words.begin(), step.words.end());
-        line.insert(line.end(), {"--optfile", installation_.clientOptions()});
-        const ProgramResult result = run(line);
+        Lines words = step.words;
+        words.insert(words.begin(), "class");
+        const ProgramResult result = arca(words);
         EXPECT_EQ(result.status, step.status) << result.err;
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), step.status == 0 ? 0 : 1);
         EXPECT_EQ(classes(handle, nullptr), step.all);
         EXPECT_EQ(classes(handle, "gOlD").size(), step.bound == HOX_RC_OK ? 1U : 0U);
         const std::string piece = "p" + std::to_string(objects++);
         EXPECT_EQ(send(handle, piece, "gold"), step.bound);
-        qryRespBackupData found{};
-        if (step.bound == HOX_RC_OK) {
-            query(handle, piece, &found);
-            EXPECT_STREQ(found.mcName, "GOLD");
-        }
+        EXPECT_STREQ(recordOf(handle, piece).mcName, step.bound == HOX_RC_OK ? "GOLD" : "");
     }
-    qryRespBackupData kept{};
-    query(handle, "p1", &kept);
-    EXPECT_STREQ(kept.mcName, "GOLD") << "an object keeps its class";
+    EXPECT_STREQ(recordOf(handle, "p1").mcName, "GOLD") << "an object keeps its class";
     mcBindKey binding{};
     const hoxObjName name = nameOf("p");
     EXPECT_EQ(api_.hoxBindMC(handle, &name, HOX_SEND_BACKUP, &binding), HOX_RC_OK);
     EXPECT_STREQ(binding.mcName, "STANDARD");
     EXPECT_STREQ(binding.backupDestination, "TAPE");
-    const ProgramResult json =
-        run({arcaProgram(), "class", "list", "--json", "--optfile", installation_.clientOptions()});
+    const ProgramResult json = arca({"class", "list", "--json"});
     for (const char *part : {"\"verb\": \"class list\"", "\"name\": \"GOLD\"", "\"daysKept\": 0"})
         EXPECT_NE(json.out.find(part), std::string::npos) << json.out;
 }

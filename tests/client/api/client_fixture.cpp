@@ -66,13 +66,64 @@ hoxHandle_t ClientTest::logOn()
     hoxHandle_t handle = 0;
     const int code = logOn(handle, nullptr, nullptr, " ");
     EXPECT_EQ(code, HOX_RC_OK) << text(code);
-    regFSData filespace{};
-    filespace.stVersion = HOX_REGFS_VERSION;
-    filespace.fsName = "/fs";
-    filespace.fsType = "ORACLE";
-    const int registered = api_.hoxRegisterFS(handle, &filespace);
+    const int registered = registerFilespace(handle, "/fs");
     EXPECT_TRUE(registered == HOX_RC_OK || registered == HOX_RC_FS_REGISTERED) << registered;
     return handle;
+}
+
+int ClientTest::registerFilespace(hoxHandle_t handle, const char *name)
+{
+    regFSData filespace{};
+    filespace.stVersion = HOX_REGFS_VERSION;
+    filespace.fsName = name;
+    filespace.fsType = "ORACLE";
+    return api_.hoxRegisterFS(handle, &filespace);
+}
+
+std::vector<std::string> ClientTest::commandLine(const std::vector<std::string> &words,
+                                                 const std::filesystem::path &optionFile) const
+{
+    std::vector<std::string> line{arcaProgram()};
+    line.insert(line.end(), words.begin(), words.end());
+    line.insert(line.end(),
+                {"--optfile", optionFile.empty() ? installation_.clientOptions() : optionFile});
+    return line;
+}
+
+ProgramResult ClientTest::arca(const std::vector<std::string> &words, const std::string &input,
+                               const std::filesystem::path &optionFile) const
+{
+    ProgramOptions options;
+    options.input = input;
+    return run(commandLine(words, optionFile), options);
+}
+
+std::string ClientTest::repositoryLine() const
+{
+    return "REPOSITORY file://" + installation_.repository().string() + "\n";
+}
+
+void ClientTest::registerNode(const std::string &node) const
+{
+    const std::string own = readFile(installation_.clientOptions());
+    writeFile(installation_.clientOptions(), repositoryLine() + "NODENAME " + node + "\n");
+    ASSERT_EQ(arca({"init"}).status, 0);
+    writeFile(installation_.clientOptions(), own);
+}
+
+hoxLogEventExIn_t ClientTest::event(std::uint32_t log, std::uint32_t severity, const char *message)
+{
+    hoxLogEventExIn_t event{};
+    event.stVersion = HOX_LOGEVENTEX_VERSION;
+    event.logType = log;
+    event.severity = severity;
+    event.message = message;
+    return event;
+}
+
+DataBlk ClientTest::blockOf(std::string &bytes)
+{
+    return {HOX_DATABLK_VERSION, static_cast<std::uint32_t>(bytes.size()), 0, bytes.data()};
 }
 
 hoxObjName ClientTest::nameOf(const std::string &piece)
@@ -108,8 +159,7 @@ int ClientTest::send(hoxHandle_t handle, const std::string &piece, const std::st
     constexpr std::size_t kBlock = 64 * 1024;
     for (std::size_t at = 0; at < stream.size(); at += kBlock) {
         std::string block = stream.substr(at, kBlock);
-        DataBlk data{HOX_DATABLK_VERSION, static_cast<std::uint32_t>(block.size()), 0,
-                     block.data()};
+        DataBlk data = blockOf(block);
         if (const int code = api_.hoxSendData(handle, &data); code != HOX_RC_OK)
             return code;
         EXPECT_EQ(data.numBytes, block.size());
@@ -160,19 +210,39 @@ std::vector<int> ClientTest::query(hoxHandle_t handle, const std::string &piece,
     return codes;
 }
 
+qryRespBackupData ClientTest::recordOf(hoxHandle_t handle, const std::string &piece)
+{
+    qryRespBackupData found{};
+    (void)query(handle, piece, &found);
+    return found;
+}
+
+qryObjectsData ClientTest::everything()
+{
+    qryObjectsData asked{};
+    asked.stVersion = HOX_QRY_OBJECTS_VERSION;
+    asked.objState = HOX_STATE_ANY;
+    return asked;
+}
+
+int ClientTest::beginGet(hoxHandle_t handle, hox64_t id)
+{
+    const hoxGetList list{HOX_GETLIST_VERSION, 1, &id};
+    return api_.hoxBeginGetData(handle, 1, HOX_GET_BACKUP, &list);
+}
+
 std::optional<std::string> ClientTest::restore(hoxHandle_t handle, const std::string &piece,
                                                std::size_t block, std::vector<int> *codes)
 {
     qryRespBackupData found{};
     if (query(handle, piece, &found).back() != HOX_RC_FINISHED)
         return std::nullopt;
-    const hoxGetList list{HOX_GETLIST_VERSION, 1, &found.objId};
-    std::vector<int> seen{api_.hoxBeginGetData(handle, 1, HOX_GET_BACKUP, &list),
+    std::vector<int> seen{beginGet(handle, found.objId),
                           api_.hoxGetObj(handle, &found.objId, nullptr)};
     std::string stream;
     std::string buffer(block, '\0');
     while (seen.back() == HOX_RC_MORE_DATA) {
-        DataBlk data{HOX_DATABLK_VERSION, static_cast<std::uint32_t>(block), 0, buffer.data()};
+        DataBlk data = blockOf(buffer);
         seen.push_back(api_.hoxGetData(handle, &data));
         stream.append(buffer, 0, data.numBytes);
     }
@@ -195,6 +265,16 @@ int ClientTest::remove(hoxHandle_t handle, const std::string &piece)
     const int deleted = api_.hoxDeleteObj(handle, HOX_DELETE_BACKUP_NAME, &info);
     const int ended = endTransaction(handle, HOX_VOTE_COMMIT);
     return deleted != HOX_RC_OK ? deleted : ended;
+}
+
+int ClientTest::changeById(hoxHandle_t handle, std::uint8_t type, hox64_t id)
+{
+    hoxDelInfo info{};
+    info.backID = {HOX_DELBACK_VERSION, id};
+    EXPECT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
+    const int code = api_.hoxDeleteObj(handle, type, &info);
+    const int ended = endTransaction(handle, HOX_VOTE_COMMIT);
+    return code != HOX_RC_OK ? code : ended;
 }
 
 std::string ClientTest::text(int code)

@@ -88,6 +88,19 @@ protected:
 
     static hoxObjName nameOf(const std::string &piece);
     static ObjAttr attributes();
+    static DataBlk blockOf(std::string &bytes);
+    static hoxLogEventExIn_t event(std::uint32_t log, std::uint32_t severity, const char *message);
+    int registerFilespace(hoxHandle_t handle, const char *name);
+
+    /// arca with the option file of the installation, or another one.
+    std::vector<std::string> commandLine(const std::vector<std::string> &words,
+                                         const std::filesystem::path &optionFile = {}) const;
+    ProgramResult arca(const std::vector<std::string> &words, const std::string &input = {},
+                       const std::filesystem::path &optionFile = {}) const;
+    /// The line of an option file that names the repository.
+    std::string repositoryLine() const;
+    /// Registers another node, whose password is kept beside that of ours.
+    void registerNode(const std::string &node) const;
 
     /// Begins a transaction and an object and sends `stream`; the first code that is not 0.
     int send(hoxHandle_t handle, const std::string &piece, const std::string &stream);
@@ -100,11 +113,32 @@ protected:
     std::vector<int> query(hoxHandle_t handle, const std::string &piece,
                            qryRespBackupData *found = nullptr, const char *owner = nullptr,
                            std::uint8_t state = HOX_STATE_ACTIVE);
+    /// What the last answer says of an active piece; all zeros when it is not there.
+    qryRespBackupData recordOf(hoxHandle_t handle, const std::string &piece);
+    /// All objects in any state.
+    static qryObjectsData everything();
+    /// Each answer to a query goes to `each`; the code that ended it.
+    template <class Answer, class Each>
+    int ask(hoxHandle_t handle, std::uint8_t type, const void *asked, const Each &each)
+    {
+        int code = api_.hoxBeginQuery(handle, type, asked);
+        if (code != HOX_RC_OK)
+            return code;
+        Answer answer{};
+        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
+        while ((code = api_.hoxGetNextQObj(handle, &data)) == HOX_RC_MORE_DATA)
+            each(answer);
+        EXPECT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
+        return code;
+    }
+    int beginGet(hoxHandle_t handle, hox64_t id);
     /// The stream, read in blocks of `block` bytes; nothing when it is not there. `codes` receives
     /// what each read answered.
     std::optional<std::string> restore(hoxHandle_t handle, const std::string &piece,
                                        std::size_t block = 1000, std::vector<int> *codes = nullptr);
     int remove(hoxHandle_t handle, const std::string &piece);
+    /// A transaction that deletes or deactivates by an identifier: HOX_DEACTIVATE_BACKUP_ID.
+    int changeById(hoxHandle_t handle, std::uint8_t type, hox64_t id);
 
     std::string text(int code);
     /// Files under a directory of the repository, such as "pieces" or "tmp".

@@ -1,9 +1,7 @@
 // A host that forks while sessions are in the middle of something: its child has none of their
 // threads, and whatever it calls with their handles is refused at once and harms nothing.
 #include "tests/client/api/client_fixture.h"
-
-#include <sys/wait.h>
-#include <unistd.h>
+#include "tests/support/child.h"
 
 namespace keel::test
 {
@@ -18,22 +16,18 @@ TEST_F(ForkTest, HandlesOfTheParentAreNoneInItsChild)
     const hoxHandle_t sending = logOn(), asking = logOn(), reading = logOn();
     const std::string stream = randomBytes(std::size_t{3} << 20, 7);
     ASSERT_EQ(backUp(reading, "kept", stream), HOX_RC_OK);
-    qryRespBackupData found{};
-    ASSERT_EQ(query(reading, "kept", &found).size(), 3U);
-    const hoxGetList list{HOX_GETLIST_VERSION, 1, &found.objId};
-    ASSERT_EQ(api_.hoxBeginGetData(reading, 1, HOX_GET_BACKUP, &list), HOX_RC_OK);
+    const hox64_t kept = recordOf(reading, "kept").objId;
+    ASSERT_EQ(beginGet(reading, kept), HOX_RC_OK);
     std::string room(1000, '\0');
-    DataBlk data{HOX_DATABLK_VERSION, 1000, 0, room.data()};
-    ASSERT_EQ(api_.hoxGetObj(reading, &found.objId, &data), HOX_RC_MORE_DATA);
+    DataBlk data = blockOf(room);
+    ASSERT_EQ(api_.hoxGetObj(reading, &kept, &data), HOX_RC_MORE_DATA);
     ASSERT_EQ(send(sending, "sent", stream), HOX_RC_OK);
 
     ASSERT_EQ(cached("").size(), 1U);
     const std::string cache = readFile(cached("").front());
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(60); // or a hang would hold the test for ever
+    const int wrongCodes = inChild([&] {
         std::uint16_t reason = 0;
-        DataBlk more{HOX_DATABLK_VERSION, 1000, 0, room.data()};
+        DataBlk more = blockOf(room);
         const int codes[] = {api_.hoxSendData(sending, &more),
                              api_.hoxEndSendObj(sending),
                              api_.hoxEndTxn(sending, HOX_VOTE_COMMIT, &reason),
@@ -54,23 +48,16 @@ TEST_F(ForkTest, HandlesOfTheParentAreNoneInItsChild)
         const std::string other = randomBytes(300'000, 8);
         wrong += backUp(own, "child's", other) == HOX_RC_OK ? 0 : 1;
         wrong += restore(own, "child's") == other ? 0 : 1;
-        qryObjectsData all{};
-        all.stVersion = HOX_QRY_OBJECTS_VERSION;
-        all.objState = HOX_STATE_ANY;
-        wrong += api_.hoxBeginQuery(own, HOX_QUERY_OBJECTS, &all) == HOX_RC_OK ? 0 : 1;
-        qryRespBackupData answer{};
-        DataBlk row{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-        for (const int code : {HOX_RC_MORE_DATA, HOX_RC_MORE_DATA, HOX_RC_FINISHED})
-            wrong += api_.hoxGetNextQObj(own, &row) == code ? 0 : 1;
-        wrong += api_.hoxEndQuery(own) == HOX_RC_OK ? 0 : 1;
-        wrong += api_.hoxTerminate(own) == HOX_RC_OK ? 0 : 1;
+        const qryObjectsData all = everything();
+        int found = 0;
+        const int listed =
+            ask<qryRespBackupData>(own, HOX_QUERY_OBJECTS, &all, [&](auto &) { ++found; });
+        wrong += listed == HOX_RC_FINISHED && found == 2 ? 0 : 1;
+        wrong += api_.hoxTerminate(own) == HOX_RC_OK && !HasFailure() ? 0 : 1;
         api_.hoxCleanUp(1);
-        _exit(wrong);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_TRUE(WIFEXITED(status)) << "ended by signal " << WTERMSIG(status);
-    EXPECT_EQ(WEXITSTATUS(status), 0) << "calls with an unexpected code";
+        return wrong;
+    });
+    EXPECT_EQ(wrongCodes, 0) << "calls with an unexpected code";
     // The locks that SQLite counts as held are the parent's, and the child has none of them.
     EXPECT_EQ(cached("").size(), 1U) << "the child opened files of the host's cache";
     EXPECT_EQ(readFile(cached("").front()), cache);

@@ -24,23 +24,23 @@ protected:
         ASSERT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
     }
 
-    /// Makes a repository of that name; its recovery key.
-    std::string keyOfNew(const std::string &place)
+    void pointTo(const std::string &place)
     {
         writeFile(file_, "REPOSITORY file://" + (installation_.directory() / place).string() +
                              "\nNODENAME testnode\n");
+    }
+    /// Makes a repository of that name; its recovery key.
+    std::string keyOfNew(const std::string &place)
+    {
+        pointTo(place);
         const ProgramResult made = arca({"init", "--json"});
         EXPECT_EQ(made.status, 0) << made.err;
         return nlohmann::json::parse(made.out).at("recoveryKey");
     }
 
-    ProgramResult arca(std::vector<std::string> arguments, const std::string &input = {})
+    ProgramResult arca(const std::vector<std::string> &words, const std::string &input = {})
     {
-        arguments.insert(arguments.begin(), arcaProgram());
-        arguments.insert(arguments.end(), {"--optfile", file_});
-        ProgramOptions options;
-        options.input = input;
-        return run(arguments, options);
+        return ClientTest::arca(words, input, file_);
     }
 
     const std::filesystem::path file_ = installation_.directory() / "sealed.opt";
@@ -54,16 +54,14 @@ TEST_F(KeysTest, TheRecoveryKeyIsShownOnceAndATypoInItIsFound)
     // One that could not be shown is not in force: the next run makes and shows another.
     for (const std::string format : {"", " --json"}) {
         const std::string place = "unseen" + format;
-        writeFile(file_, "REPOSITORY file://" + (installation_.directory() / place).string() +
-                             "\nNODENAME testnode\n");
+        pointTo(place);
         const ProgramResult unseen = run({"sh", "-c",
                                           arcaProgram().string() + " init" + format +
                                               " --optfile " + file_.string() + " >/dev/full"});
         EXPECT_EQ(unseen.status, 1) << unseen.err;
         EXPECT_EQ(keyOfNew(place).size(), key_.size());
     }
-    writeFile(file_, "REPOSITORY file://" + (installation_.directory() / "sealed").string() +
-                         "\nNODENAME testnode\n");
+    pointTo("sealed");
     std::string shouted, joined, swapped = key_, changed = key_;
     for (const char c : key_) {
         shouted += static_cast<char>(std::toupper(c));

@@ -1,6 +1,7 @@
 // Channels that die: killed at whatever moment, or out of space. What was acknowledged is whole,
 // the rest is absent, and what was left behind is in nobody's way.
 #include "tests/client/api/client_fixture.h"
+#include "tests/support/child.h"
 
 #include <csignal>
 #include <map>
@@ -11,7 +12,6 @@
 #ifdef __linux__
 #include <sys/mount.h>
 #endif
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace keel::test
@@ -33,37 +33,6 @@ std::string nameOfPiece(int round, int piece)
     return std::to_string(round) + "." + std::to_string(piece);
 }
 
-/// A child process that runs `work`, which writes what it has to say into the pipe it is given.
-struct Child {
-    template <class Work> explicit Child(Work work)
-    {
-        int ends[2];
-        if (pipe(ends) != 0)
-            throw std::runtime_error("pipe");
-        pid = fork();
-        if (pid == 0) {
-            close(ends[0]);
-            work(ends[1]);
-            _exit(0);
-        }
-        close(ends[1]);
-        told = ends[0];
-    }
-    Child(const Child &) = delete;
-    Child &operator=(const Child &) = delete;
-    ~Child() { close(told); }
-
-    int wait() const
-    {
-        int status = 0;
-        waitpid(pid, &status, 0);
-        return status;
-    }
-
-    pid_t pid;
-    int told;
-};
-
 TEST_F(KilledTest, ChannelsKilledAtRandomLeaveWholePiecesAndNothingElse)
 {
     // The child tells a letter before each piece, after each block, and, in capitals, after each
@@ -71,21 +40,20 @@ TEST_F(KilledTest, ChannelsKilledAtRandomLeaveWholePiecesAndNothingElse)
     std::mt19937 random(20261121);
     for (int round = 0; round < 40; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
-        const Child child([&](int tell) {
+        Child child([&](int told) {
             const hoxHandle_t handle = logOn();
             for (int piece = 0; piece < 20; ++piece) {
                 const std::string stream = streamOf(round, piece);
-                (void)!write(tell, "b", 1);
+                tell(told, "b");
                 int code = send(handle, nameOfPiece(round, piece), stream.substr(0, 200000));
-                (void)!write(tell, "b", 1);
+                tell(told, "b");
                 std::string rest = stream.substr(200000);
-                DataBlk data{HOX_DATABLK_VERSION, static_cast<std::uint32_t>(rest.size()), 0,
-                             rest.data()};
+                DataBlk data = blockOf(rest);
                 if (code == HOX_RC_OK)
                     code = api_.hoxSendData(handle, &data);
-                (void)!write(tell, "b", 1);
+                tell(told, "b");
                 if (code == HOX_RC_OK && commit(handle) == HOX_RC_OK)
-                    (void)!write(tell, "C", 1);
+                    tell(told, "C");
             }
         });
         const int letters = std::uniform_int_distribution<int>(1, 40)(random);
@@ -93,8 +61,7 @@ TEST_F(KilledTest, ChannelsKilledAtRandomLeaveWholePiecesAndNothingElse)
         char letter = 0;
         for (int i = 0; i < letters && read(child.told, &letter, 1) == 1; ++i)
             acknowledged += letter == 'C';
-        kill(child.pid, SIGKILL);
-        (void)child.wait();
+        (void)child.end(SIGKILL);
         while (read(child.told, &letter, 1) == 1)
             acknowledged += letter == 'C';
 
@@ -122,17 +89,16 @@ TEST_F(KilledTest, WhereverAPasswordChangeIsKilledTheNodeLogsOn)
     // The child changes the kept password over and over and tells a letter after each change.
     std::mt19937 random(20261121);
     for (int round = 0; round < 15; ++round) {
-        const Child child([&](int tell) {
+        Child child([&](int told) {
             const hoxHandle_t handle = logOn();
             while (api_.hoxChangePW(handle, nullptr, nullptr) == HOX_RC_OK)
-                (void)!write(tell, "c", 1);
+                tell(told, "c");
         });
         const int letters = std::uniform_int_distribution<int>(1, 6)(random);
         char letter = 0;
         for (int i = 0; i < letters; ++i)
             ASSERT_EQ(read(child.told, &letter, 1), 1) << "a change failed";
-        kill(child.pid, SIGKILL);
-        (void)child.wait();
+        (void)child.end(SIGKILL);
         ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK);
     }
 }
@@ -142,14 +108,11 @@ TEST_F(KilledTest, SeveralProcessesWriteOneRepositoryAndOneOfThemWinsEachName)
     constexpr int kProcesses = 4, kPieces = 10;
     std::vector<std::unique_ptr<Child>> children;
     for (int process = 0; process < kProcesses; ++process)
-        children.push_back(std::make_unique<Child>([&](int tell) {
+        children.push_back(std::make_unique<Child>([&](int told) {
             const hoxHandle_t handle = logOn();
             for (int piece = 0; piece < kPieces; ++piece) {
                 const int code = backUp(handle, nameOfPiece(0, piece), streamOf(process, piece));
-                const char letter = code == HOX_RC_OK              ? 'W'
-                                    : code == HOX_RC_OBJECT_EXISTS ? 'L'
-                                                                   : '?';
-                (void)!write(tell, &letter, 1);
+                tell(told, code == HOX_RC_OK ? "W" : code == HOX_RC_OBJECT_EXISTS ? "L" : "?");
             }
         }));
     std::map<int, int> winner;
@@ -184,19 +147,15 @@ TEST_F(KilledTest, OfProcessesThatRenameAndDeleteOneObjectEachIsToldWhatCameOfIt
         ASSERT_EQ(backUp(handle, piece, streamOf(round, 0)), HOX_RC_OK);
         std::vector<std::unique_ptr<Child>> children;
         for (int process = 0; process < 3; ++process)
-            children.push_back(std::make_unique<Child>([&](int tell) {
+            children.push_back(std::make_unique<Child>([&](int told) {
                 const hoxHandle_t own = logOn();
                 const hoxObjName name = nameOf(piece);
-                (void)!write(tell, "b", 1);
+                tell(told, "b");
                 const std::string wanted = "/" + nameOfPiece(round, process + 1);
                 const int code = process == 0 ? remove(own, piece)
                                               : api_.hoxRenameObj(own, HOX_SEND_BACKUP, &name, "/",
                                                                   wanted.c_str());
-                (void)!write(tell,
-                             code == HOX_RC_OK               ? "W"
-                             : code == HOX_RC_OBJECT_UNKNOWN ? "L"
-                                                             : "?",
-                             1);
+                tell(told, code == HOX_RC_OK ? "W" : code == HOX_RC_OBJECT_UNKNOWN ? "L" : "?");
             }));
         char told[3] = {};
         for (int process = 2; process >= 0; --process) {
@@ -230,14 +189,12 @@ TEST_F(KilledTest, OfProcessesThatRenameAndDeleteOneObjectEachIsToldWhatCameOfIt
 
 TEST_F(KilledTest, ALimitOnFileSizesIsNamedAndNoSignal)
 {
-    const Child child([&](int tell) {
+    Child child([&](int told) {
         const hoxHandle_t handle = logOn();
         (void)backUp(handle, "before", "before");
         const rlimit limit{1 << 20, 1 << 20};
         setrlimit(RLIMIT_FSIZE, &limit);
-        std::string big(8 << 20, 'x'); // that can be neither compressed nor found twice
-        std::mt19937_64 random(1);
-        std::generate(big.begin(), big.end(), [&] { return static_cast<char>(random()); });
+        const std::string big = randomBytes(8 << 20, 1);
         // What is sent is on its way for a while: the failure is told there or at the end.
         const int sent = send(handle, "big", big);
         const int ended = commit(handle);
@@ -246,12 +203,9 @@ TEST_F(KilledTest, ALimitOnFileSizesIsNamedAndNoSignal)
                           ended == HOX_RC_REPOSITORY_IO && gone &&
                           text(ended).find("limit") != std::string::npos &&
                           backUp(handle, "small", "small") == HOX_RC_OK;
-        (void)!write(tell, good ? "y" : "n", 1);
+        tell(told, good ? "good" : "bad");
     });
-    char good = 0;
-    EXPECT_EQ(read(child.told, &good, 1), 1) << "the process died";
-    EXPECT_EQ(good, 'y');
-    (void)child.wait();
+    EXPECT_EQ(child.hear(), "good");
     const hoxHandle_t handle = logOn();
     EXPECT_EQ(restore(handle, "before"), "before");
     EXPECT_EQ(restore(handle, "small"), "small");
@@ -318,13 +272,6 @@ protected:
 
 class FullDiskTest : public SmallDisk, public KilledTest
 {
-protected:
-    ProgramResult arca(std::vector<std::string> words) const
-    {
-        words.insert(words.begin(), arcaProgram());
-        words.insert(words.end(), {"--json", "--optfile", installation_.clientOptions()});
-        return run(words);
-    }
 };
 
 TEST_F(FullDiskTest, RefusesBackupsWithOneErrorAndStillRestoresRemovesAndReclaims)
@@ -387,44 +334,6 @@ TEST_F(FullDiskTest, WhereNoFileCanBeMadeItRestoresRemovesAndReclaimsAllTheSame)
     EXPECT_EQ(verified.status, 0) << verified.out << verified.err;
 }
 
-TEST_F(KilledTest, AStepThatFindsNoMemoryKeepsItsTransactionFromBeingCommitted)
-{
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    GTEST_SKIP() << "a sanitizer does not live with little memory";
-#endif
-    const Child child([&](int tell) {
-        const hoxHandle_t handle = logOn();
-        const hoxObjName name = nameOf("p");
-        const ObjAttr attr = attributes();
-        std::string content = "content";
-        rlimit before{}, tight{};
-        getrlimit(RLIMIT_AS, &before);
-        std::uint16_t reason = 0;
-        bool good = api_.hoxBeginTxn(handle) == HOX_RC_OK;
-        std::vector<void *> taken; // what is free already
-        taken.reserve(1 << 16);
-        tight = before;
-        tight.rlim_cur = 1; // no more than there is now
-        setrlimit(RLIMIT_AS, &tight);
-        while (void *const some = std::malloc(256 << 10))
-            taken.push_back(some);
-        DataBlk block{HOX_DATABLK_VERSION, static_cast<std::uint32_t>(content.size()), 0,
-                      content.data()};
-        const int sent = api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, &block);
-        for (void *const some : taken)
-            std::free(some);
-        setrlimit(RLIMIT_AS, &before);
-        good = good && sent == HOX_RC_NO_MEMORY &&
-               api_.hoxEndTxn(handle, HOX_VOTE_COMMIT, &reason) == HOX_RC_CHECK_REASON &&
-               reason == HOX_RC_NO_MEMORY && backUp(handle, "p", "content") == HOX_RC_OK;
-        (void)!write(tell, good ? "y" : "n", 1);
-    });
-    char good = 0;
-    EXPECT_EQ(read(child.told, &good, 1), 1) << "the process died";
-    EXPECT_EQ(good, 'y');
-    (void)child.wait();
-}
-
 TEST_F(KilledTest, ARepositoryThatCannotBeWrittenStillRestores)
 {
     // Root may write whatever the mode says, so a child steps down first.
@@ -444,7 +353,7 @@ TEST_F(KilledTest, ARepositoryThatCannotBeWrittenStillRestores)
     for (const auto &entry : fs::recursive_directory_iterator(installation_.directory()))
         handOver(entry.path());
     handOver(installation_.directory());
-    const Child child([&](int tell) {
+    Child child([&](int told) {
         if (setgid(65534) != 0 || setuid(65534) != 0)
             return;
         const hoxHandle_t handle = logOn();
@@ -452,12 +361,9 @@ TEST_F(KilledTest, ARepositoryThatCannotBeWrittenStillRestores)
         const int refused = backUp(handle, "q", "x");
         const bool good =
             restores && refused == HOX_RC_ACCESS_DENIED && api_.hoxTerminate(handle) == HOX_RC_OK;
-        (void)!write(tell, good ? "y" : "n", 1);
+        tell(told, good ? "good" : "bad");
     });
-    char good = 0;
-    EXPECT_EQ(read(child.told, &good, 1), 1);
-    EXPECT_EQ(good, 'y');
-    (void)child.wait();
+    EXPECT_EQ(child.hear(), "good");
 }
 
 } // namespace

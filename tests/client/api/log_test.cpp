@@ -10,26 +10,23 @@ namespace keel::test
 namespace
 {
 
+using LogTest = ClientTest;
+
 namespace fs = std::filesystem;
 
-TEST_F(ClientTest, ArcaLogShowsWhatSessionsReported)
+TEST_F(LogTest, ArcaLogShowsWhatSessionsReported)
 {
     const hoxHandle_t handle = logOn();
-    hoxLogEventExIn_t event{};
-    event.stVersion = HOX_LOGEVENTEX_VERSION;
-    std::strcpy(event.messageId, "RBQ0599");
-    std::strcpy(event.appName, "KEEL");
-    event.logType = HOX_LOG_SERVER;
     const char *const texts[] = {"said \x1b[2J", "warned", "failed", "broke"};
     for (std::uint32_t severity = 0; severity < 4; ++severity) {
-        event.severity = severity;
-        event.message = texts[severity];
-        ASSERT_EQ(api_.hoxLogEventEx(handle, &event, nullptr), HOX_RC_OK);
+        hoxLogEventExIn_t one = event(HOX_LOG_SERVER, severity, texts[severity]);
+        std::strcpy(one.messageId, "RBQ0599");
+        std::strcpy(one.appName, "KEEL");
+        ASSERT_EQ(api_.hoxLogEventEx(handle, &one, nullptr), HOX_RC_OK);
     }
-    const auto log = [&](std::vector<std::string> more) {
-        more.insert(more.begin(),
-                    {arcaProgram(), "log", "--optfile", installation_.clientOptions()});
-        return run(more);
+    const auto log = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), "log");
+        return arca(words);
     };
     const struct {
         std::vector<std::string> options;
@@ -74,15 +71,11 @@ TEST_F(ClientTest, ArcaLogShowsWhatSessionsReported)
     constexpr std::int64_t kThen = 1578182399; // 2020-01-04 23:59:59
     const auto query = [&](qryLogData asked) {
         asked.stVersion = HOX_QRY_LOG_VERSION;
-        EXPECT_EQ(api_.hoxBeginQuery(handle, HOX_QUERY_LOG, &asked), HOX_RC_OK);
         std::string shown;
-        qryRespLogData answer{};
-        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-        while (api_.hoxGetNextQObj(handle, &data) == HOX_RC_MORE_DATA) {
+        ask<qryRespLogData>(handle, HOX_QUERY_LOG, &asked, [&](const auto &answer) {
             shown += answer.message[0];
             EXPECT_EQ(answer.time.lo == kThen, answer.message[0] == 'l');
-        }
-        EXPECT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
+        });
         return shown;
     };
     const auto prune = [&](std::int64_t before) {

@@ -81,13 +81,9 @@ protected:
         name_ = nameOf(piece);
         attributes_ = attributes();
         stream_ = randomBytes(300'000, 1);
-        event_.stVersion = HOX_LOGEVENTEX_VERSION;
-        event_.logType = HOX_LOG_BOTH;
-        event_.severity = HOX_SEVERITY_ERROR;
-        event_.message = "an event";
+        event_ = event(HOX_LOG_BOTH, HOX_SEVERITY_ERROR, "an event");
         start_.stVersion = HOX_INITEX_IN_VERSION;
-        all_.stVersion = HOX_QRY_OBJECTS_VERSION;
-        all_.objState = HOX_STATE_ANY;
+        all_ = everything();
         handle_ = 0;
         isCommitted_ = false;
         const auto committed = [this](bool now) {
@@ -107,8 +103,7 @@ protected:
              }},
             {"SendData",
              [this] {
-                 block_ = {HOX_DATABLK_VERSION, static_cast<std::uint32_t>(stream_.size()), 0,
-                           stream_.data()};
+                 block_ = blockOf(stream_);
                  return api_.hoxSendData(handle_, &block_);
              }},
             {"EndSendObj", [this] { return api_.hoxEndSendObj(handle_); }},
@@ -153,8 +148,7 @@ protected:
     {
         block_ = {HOX_DATABLK_VERSION, sizeof found_, 0, reinterpret_cast<char *>(&found_)};
         const int code = api_.hoxGetNextQObj(handle_, &block_);
-        block_ = {HOX_DATABLK_VERSION, static_cast<std::uint32_t>(stream_.size()), 0,
-                  stream_.data()};
+        block_ = blockOf(stream_);
         return code;
     }
 
@@ -208,6 +202,21 @@ TEST_F(MemoryTest, WhicheverAllocationFailsTheHostLivesAndNothingAcknowledgedIsL
         EXPECT_EQ(api_.hoxTerminate(again), HOX_RC_OK);
         ASSERT_FALSE(HasFailure());
     }
+}
+
+TEST_F(MemoryTest, AStepThatFindsNoneKeepsItsTransactionFromBeingCommitted)
+{
+    const hoxHandle_t handle = logOn();
+    const hoxObjName name = nameOf("p");
+    const ObjAttr attr = attributes();
+    ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
+    left = 0;
+    EXPECT_EQ(whileScarce([&] {
+                  return api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, nullptr);
+              }),
+              HOX_RC_NO_MEMORY);
+    EXPECT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_NO_MEMORY);
+    EXPECT_EQ(backUp(handle, "p", "content"), HOX_RC_OK);
 }
 
 TEST_F(MemoryTest, ACommitThatFailsForWantOfMemoryPublishesNothing)

@@ -12,23 +12,27 @@ namespace keel::test
 namespace
 {
 
+using MisuseTest = ClientTest;
+
 using Codes = std::vector<int>;
 
-TEST_F(ClientTest, CallsOutOfOrderAreRefusedAndChangeNothing)
+TEST_F(MisuseTest, CallsOutOfOrderAreRefusedAndChangeNothing)
 {
     const hoxHandle_t handle = logOn();
     ASSERT_EQ(backUp(handle, "p", "content"), HOX_RC_OK);
-    qryRespBackupData found{};
-    query(handle, "p", &found);
+    const qryRespBackupData found = recordOf(handle, "p");
 
     char room[sizeof(qryRespBackupData)] = "";
     const hoxObjName name = nameOf("q");
     const ObjAttr attr = attributes();
     const qryBackupData asked{HOX_QRY_BACKUP_VERSION, &name, nullptr, HOX_STATE_ACTIVE};
-    const hoxGetList list{HOX_GETLIST_VERSION, 1, &found.objId};
     hoxDelInfo info{};
     info.backID = {HOX_DELBACK_VERSION, found.objId};
-    const auto data = [&] { return DataBlk{HOX_DATABLK_VERSION, sizeof room, 0, room}; };
+    DataBlk block{};
+    const auto fresh = [&] {
+        block = {HOX_DATABLK_VERSION, sizeof room, 0, room};
+        return &block;
+    };
     struct Operation {
         const char *name;
         std::function<int()> call;
@@ -37,26 +41,14 @@ TEST_F(ClientTest, CallsOutOfOrderAreRefusedAndChangeNothing)
         {"BeginTxn", [&] { return api_.hoxBeginTxn(handle); }},
         {"SendObj",
          [&] { return api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, nullptr); }},
-        {"SendData",
-         [&] {
-             DataBlk block = data();
-             return api_.hoxSendData(handle, &block);
-         }},
+        {"SendData", [&] { return api_.hoxSendData(handle, fresh()); }},
         {"EndSendObj", [&] { return api_.hoxEndSendObj(handle); }},
         {"DeleteObj", [&] { return api_.hoxDeleteObj(handle, HOX_DELETE_BACKUP_ID, &info); }},
         {"BeginQuery", [&] { return api_.hoxBeginQuery(handle, HOX_QUERY_BACKUP, &asked); }},
-        {"GetNextQObj",
-         [&] {
-             DataBlk block = data();
-             return api_.hoxGetNextQObj(handle, &block);
-         }},
-        {"BeginGetData", [&] { return api_.hoxBeginGetData(handle, 1, HOX_GET_BACKUP, &list); }},
+        {"GetNextQObj", [&] { return api_.hoxGetNextQObj(handle, fresh()); }},
+        {"BeginGetData", [&] { return beginGet(handle, found.objId); }},
         {"GetObj", [&] { return api_.hoxGetObj(handle, &found.objId, nullptr); }},
-        {"GetData",
-         [&] {
-             DataBlk block = data();
-             return api_.hoxGetData(handle, &block);
-         }},
+        {"GetData", [&] { return api_.hoxGetData(handle, fresh()); }},
         {"EndGetObj", [&] { return api_.hoxEndGetObj(handle); }},
         {"EndGetData", [&] { return api_.hoxEndGetData(handle); }},
     };
@@ -83,7 +75,7 @@ TEST_F(ClientTest, CallsOutOfOrderAreRefusedAndChangeNothing)
     EXPECT_EQ(operations[6].call(), HOX_RC_MORE_DATA);
     ASSERT_EQ(api_.hoxEndQuery(handle), HOX_RC_OK);
 
-    ASSERT_EQ(api_.hoxBeginGetData(handle, 1, HOX_GET_BACKUP, &list), HOX_RC_OK);
+    ASSERT_EQ(beginGet(handle, found.objId), HOX_RC_OK);
     refusedExcept("getting", {"GetObj", "EndGetData"});
     ASSERT_EQ(api_.hoxGetObj(handle, &found.objId, nullptr), HOX_RC_MORE_DATA);
     refusedExcept("reading", {"GetData", "EndGetObj"});
@@ -91,7 +83,7 @@ TEST_F(ClientTest, CallsOutOfOrderAreRefusedAndChangeNothing)
     EXPECT_EQ(std::string(room, 7), "content");
 }
 
-TEST_F(ClientTest, DeadHandlesAreRefusedEverywhereAndStayDead)
+TEST_F(MisuseTest, DeadHandlesAreRefusedEverywhereAndStayDead)
 {
     const hoxHandle_t ended = logOn();
     ASSERT_EQ(send(ended, "p", "half"), HOX_RC_OK);
@@ -119,7 +111,7 @@ TEST_F(ClientTest, DeadHandlesAreRefusedEverywhereAndStayDead)
     EXPECT_EQ(query(fresh, "p"), (Codes{HOX_RC_OK, HOX_RC_NO_MATCH}));
 }
 
-TEST_F(ClientTest, NullAndMalformedArgumentsGetACode)
+TEST_F(MisuseTest, NullAndMalformedArgumentsGetACode)
 {
     const hoxHandle_t handle = logOn();
     EXPECT_EQ(api_.hoxSetUp(1, nullptr), HOX_RC_NULL_ARGUMENT);
@@ -184,7 +176,7 @@ private:
     std::string before_;
 };
 
-TEST_F(ClientTest, ARecordOfAnUnknownVersionIsNotWritten)
+TEST_F(MisuseTest, ARecordOfAnUnknownVersionIsNotWritten)
 {
     const auto setAccess =
         reinterpret_cast<decltype(&::hoxSetAccess)>(dlsym(api_.handle, "hoxSetAccess"));
@@ -192,14 +184,12 @@ TEST_F(ClientTest, ARecordOfAnUnknownVersionIsNotWritten)
         reinterpret_cast<decltype(&::hoxQueryAccess)>(dlsym(api_.handle, "hoxQueryAccess"));
     const hoxHandle_t idle = logOn(), querying = logOn(), reading = logOn(), sending = logOn();
     ASSERT_EQ(backUp(idle, "p", "content"), HOX_RC_OK);
-    qryRespBackupData found{};
-    query(idle, "p", &found);
+    const qryRespBackupData found = recordOf(idle, "p");
     const hoxObjName name = nameOf("p");
     ASSERT_EQ(setAccess(idle, HOX_ACCESS_READ, &name, "guest", nullptr), HOX_RC_OK);
     const qryBackupData asked{HOX_QRY_BACKUP_VERSION, &name, nullptr, HOX_STATE_ACTIVE};
     ASSERT_EQ(api_.hoxBeginQuery(querying, HOX_QUERY_BACKUP, &asked), HOX_RC_OK);
-    const hoxGetList list{HOX_GETLIST_VERSION, 1, &found.objId};
-    ASSERT_EQ(api_.hoxBeginGetData(reading, 1, HOX_GET_BACKUP, &list), HOX_RC_OK);
+    ASSERT_EQ(beginGet(reading, found.objId), HOX_RC_OK);
     ASSERT_EQ(api_.hoxGetObj(reading, &found.objId, nullptr), HOX_RC_MORE_DATA);
     ASSERT_EQ(send(sending, "q", "more"), HOX_RC_OK);
 
@@ -216,9 +206,7 @@ TEST_F(ClientTest, ARecordOfAnUnknownVersionIsNotWritten)
     group.tag = "tag";
     group.objName = &name;
     const hoxRCMsgExIn_t code{HOX_RCMSGEX_VERSION, 0, 2, 1};
-    hoxLogEventExIn_t event{};
-    event.stVersion = HOX_LOGEVENTEX_VERSION;
-    event.message = "an event";
+    const hoxLogEventExIn_t told = event(HOX_LOG_SERVER, HOX_SEVERITY_INFO, "an event");
     std::uint16_t rules = 1;
 
     constexpr std::uint16_t kUnknown = 99;
@@ -268,7 +256,7 @@ TEST_F(ClientTest, ARecordOfAnUnknownVersionIsNotWritten)
         {"RCMsgEx",
          [&] { return api_.hoxRCMsgEx(0, &code, record.begin<hoxRCMsgExOut_t>(kUnknown)); }},
         {"LogEventEx",
-         [&] { return api_.hoxLogEventEx(0, &event, record.begin<hoxLogEventExOut_t>(kUnknown)); }},
+         [&] { return api_.hoxLogEventEx(0, &told, record.begin<hoxLogEventExOut_t>(kUnknown)); }},
     };
     for (const auto &row : table) {
         EXPECT_EQ(row.call(), HOX_RC_BAD_VERSION) << row.operation;

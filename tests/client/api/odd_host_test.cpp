@@ -2,16 +2,15 @@
 // descriptors, descriptors at all, room in files. It never dies, never hangs, and what it stores
 // holds nothing of what the host prints meanwhile.
 #include "tests/client/api/client_fixture.h"
+#include "tests/support/child.h"
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <fcntl.h>
-#include <functional>
 #include <set>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -31,20 +30,6 @@ protected:
         ASSERT_EQ(api_.hoxCleanUp(1), HOX_RC_OK);
     }
 
-    /// Runs `host` in a process of its own and returns its exit status, or 128 + signal.
-    static int inHost(const std::function<int()> &host)
-    {
-        const pid_t child = fork();
-        if (child == 0) {
-            for (const int number : {SIGXFSZ, SIGPIPE})
-                (void)std::signal(number, SIG_DFL);
-            _exit(host());
-        }
-        int status = 0;
-        EXPECT_EQ(waitpid(child, &status, 0), child);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-
     int logOnQuietly(hoxHandle_t &handle)
     {
         return ClientTest::logOn(handle, nullptr, nullptr, " ");
@@ -52,18 +37,8 @@ protected:
 
     int list(hoxHandle_t handle)
     {
-        qryObjectsData asked{};
-        asked.stVersion = HOX_QRY_OBJECTS_VERSION;
-        asked.objState = HOX_STATE_ANY;
-        if (const int code = api_.hoxBeginQuery(handle, HOX_QUERY_OBJECTS, &asked); code != 0)
-            return code;
-        qryRespBackupData answer{};
-        DataBlk data{HOX_DATABLK_VERSION, sizeof answer, 0, reinterpret_cast<char *>(&answer)};
-        int code;
-        while ((code = api_.hoxGetNextQObj(handle, &data)) == HOX_RC_MORE_DATA) {
-        }
-        (void)api_.hoxEndQuery(handle);
-        return code;
+        const qryObjectsData asked = everything();
+        return ask<qryRespBackupData>(handle, HOX_QUERY_OBJECTS, &asked, [](auto &) {});
     }
 
     /// The open descriptors that a program that is started would inherit.
@@ -82,7 +57,7 @@ TEST_F(OddHostTest, StandardDescriptorsThatAreClosedAreNeverOurs)
 {
     const std::string stream = randomBytes(3'000'000, 1);
     for (int closed = 1; closed < 8; ++closed) {
-        const int status = inHost([&] {
+        const int status = inChild([&] {
             for (int descriptor = 0; descriptor < 3; ++descriptor)
                 if ((closed & 1 << descriptor) != 0)
                     (void)close(descriptor);
@@ -134,7 +109,7 @@ TEST_F(OddHostTest, LimitsOfTheProcessEndInAnAnswer)
     const std::string stream = randomBytes(1'000'000, 2);
     for (const Case &one : cases)
         for (const rlim_t value : one.values) {
-            const int status = inHost([&] {
+            const int status = inChild([&] {
                 if (setUp(installation_.clientOptions()) != HOX_RC_OK)
                     return 1;
                 const rlimit limit{value, value};
@@ -183,9 +158,9 @@ TEST_F(OddHostTest, ATransactionOfManyObjectsNeedsFewDescriptors)
             return 3;
         return api_.hoxCleanUp(1) == HOX_RC_OK ? 0 : 4;
     };
-    EXPECT_EQ(inHost([&] { return host(5, false); }), 0);
+    EXPECT_EQ(inChild([&] { return host(5, false); }), 0);
     EXPECT_EQ(stored("tmp").size(), 6U) << "and a claim";
-    EXPECT_EQ(inHost([&] { return host(4096, true); }), 0);
+    EXPECT_EQ(inChild([&] { return host(4096, true); }), 0);
     ASSERT_EQ(setUp(installation_.clientOptions()), HOX_RC_OK);
     const hoxHandle_t handle = logOn();
     EXPECT_EQ(stored("tmp").size(), 0U);
@@ -198,7 +173,7 @@ TEST_F(OddHostTest, ATransactionOfManyObjectsNeedsFewDescriptors)
 TEST_F(OddHostTest, AThreadThatIsCancelledEndsAfterItsOperations)
 {
     const std::string stream = randomBytes(3'000'000, 4);
-    EXPECT_EQ(inHost([&] {
+    EXPECT_EQ(inChild([&] {
                   const std::string options = installation_.clientOptions();
                   int step = 2;
                   std::thread([&] {
@@ -223,36 +198,23 @@ TEST_F(OddHostTest, TheLocalLogIsWrittenBesideALockThatIsNeverGivenBack)
 {
     ASSERT_EQ(setUp(installation_.clientOptions()), HOX_RC_OK);
     writeFile(installation_.errorLog(), "");
-    int locked[2], over[2];
-    ASSERT_EQ(pipe(locked), 0);
-    ASSERT_EQ(pipe(over), 0);
-    const pid_t holder = fork();
-    if (holder == 0) {
-        (void)close(over[1]);
+    Child holder([&](int told) {
         const int file = open(installation_.errorLog().c_str(), O_RDWR);
-        char byte = lockf(file, F_LOCK, 0) == 0 ? 'y' : 'n';
-        (void)!write(locked[1], &byte, 1);
-        (void)!read(over[0], &byte, 1); // until the test is over
-        _exit(0);
-    }
-    char byte = 0;
-    ASSERT_EQ(read(locked[0], &byte, 1), 1);
-    ASSERT_EQ(byte, 'y');
-    hoxLogEventExIn_t event{};
-    event.stVersion = HOX_LOGEVENTEX_VERSION;
-    event.logType = HOX_LOG_LOCAL;
-    event.message = "written all the same";
-    EXPECT_EQ(api_.hoxLogEventEx(0, &event, nullptr), HOX_RC_OK);
+        tell(told, lockf(file, F_LOCK, 0) == 0 ? "locked" : "not");
+        for (;;)
+            pause();
+    });
+    ASSERT_EQ(holder.hear(), "locked");
+    const auto told = event(HOX_LOG_LOCAL, HOX_SEVERITY_INFO, "written all the same");
+    EXPECT_EQ(api_.hoxLogEventEx(0, &told, nullptr), HOX_RC_OK);
     EXPECT_NE(readFile(installation_.errorLog()).find("written all the same\n"), std::string::npos);
-    for (const int end : {over[0], over[1], locked[0], locked[1]})
-        (void)close(end);
-    EXPECT_EQ(waitpid(holder, nullptr, 0), holder);
+    (void)holder.end(SIGKILL);
 
     // A pipe is no log: the host would die of it when nobody reads.
     std::filesystem::remove(installation_.errorLog());
     ASSERT_EQ(mkfifo(installation_.errorLog().c_str(), 0600), 0);
     const int reader = open(installation_.errorLog().c_str(), O_RDONLY | O_NONBLOCK);
-    EXPECT_EQ(api_.hoxLogEventEx(0, &event, nullptr), HOX_RC_LOG_UNAVAILABLE);
+    EXPECT_EQ(api_.hoxLogEventEx(0, &told, nullptr), HOX_RC_LOG_UNAVAILABLE);
     (void)close(reader);
     std::filesystem::remove(installation_.errorLog());
 }

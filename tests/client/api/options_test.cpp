@@ -11,6 +11,7 @@ namespace
 {
 
 namespace fs = std::filesystem;
+using Words = std::vector<std::string>;
 
 class ClientOptionsTest : public ClientTest
 {
@@ -23,18 +24,7 @@ protected:
         return code == HOX_RC_OK ? "" : text(code);
     }
 
-    ProgramResult arca(const std::vector<std::string> &arguments, const std::string &input = {})
-    {
-        std::vector<std::string> line{arcaProgram()};
-        line.insert(line.end(), arguments.begin(), arguments.end());
-        ProgramOptions options;
-        options.input = input;
-        return run(line, options);
-    }
-
     const fs::path file_ = installation_.directory() / "tried.opt";
-    const std::string repositoryLine_ =
-        "REPOSITORY file://" + installation_.repository().string() + "\n";
 };
 
 TEST_F(ClientOptionsTest, GoodOptionFilesAreTakenAndBadOnesNamedWithTheirLine)
@@ -46,7 +36,7 @@ TEST_F(ClientOptionsTest, GoodOptionFilesAreTakenAndBadOnesNamedWithTheirLine)
     } cases[] = {
         {"", {}},
         {"* only a comment", {}},
-        {"\r\n\n  * indented\n" + repositoryLine_, {}},
+        {"\r\n\n  * indented\n" + repositoryLine(), {}},
         {"repository file:///a%20b\r\nNodeName\t\"my node\"\r\nPASSWORDACCESS Prompt", {}},
         {"*\nNODENAMES x\n", {file + ", line 2", "'NODENAMES'"}},
         {"NODENAME\n", {file + ", line 1", "NODENAME", "no value"}},
@@ -123,33 +113,10 @@ TEST_F(ClientOptionsTest, ARepositoryThatIsNotThereIsNamedAndNeverMade)
     EXPECT_NE(text(HOX_RC_BAD_OPTION_FILE).find("REPOSITORY"), std::string::npos);
 }
 
-TEST_F(ClientOptionsTest, AKeptPasswordThatIsLostOrWrongIsRefused)
-{
-    const fs::path keys = installation_.clientOptions().string() + ".keys";
-    const std::string kept = readFile(keys);
-    EXPECT_EQ(fs::status(keys).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    std::string wrong = kept;
-    char &digit = wrong[wrong.rfind(' ') - 1];
-    digit = digit == '0' ? '1' : '0';
-    const struct {
-        std::string content;
-        int code;
-    } cases[] = {{kept, HOX_RC_OK},
-                 {wrong, HOX_RC_AUTH_FAILURE},
-                 {"", HOX_RC_NO_PASS_FILE},
-                 {"a b c\nd\n\n" + kept, HOX_RC_OK}};
-    for (const auto &c : cases) {
-        writeFile(keys, c.content);
-        hoxHandle_t handle = 0;
-        EXPECT_EQ(logOn(handle, nullptr, nullptr, nullptr), c.code) << c.content;
-        EXPECT_EQ(text(c.code).find(kept.substr(kept.rfind(' ') - 64, 64)), std::string::npos);
-    }
-}
-
 TEST_F(ClientOptionsTest, WithPromptTheApplicationSuppliesThePassword)
 {
-    writeFile(file_, repositoryLine_ + "NODENAME asked\nPASSWORDACCESS prompt\n");
-    ASSERT_EQ(arca({"init", "--stdin", "--optfile", file_}, "secret\n").status, 0);
+    writeFile(file_, repositoryLine() + "NODENAME asked\nPASSWORDACCESS prompt\n");
+    ASSERT_EQ(arca({"init", "--stdin"}, "secret\n", file_).status, 0);
     ASSERT_EQ(setUp(file_), HOX_RC_OK);
     optStruct options{};
     ASSERT_EQ(api_.hoxQueryCliOptions(&options), HOX_RC_OK);
@@ -177,21 +144,20 @@ TEST_F(ClientOptionsTest, InitLeavesWhatIsThereAsItIs)
     const hoxHandle_t handle = logOn();
     ASSERT_EQ(backUp(handle, "p", "content"), HOX_RC_OK);
     const std::string keys = readFile(installation_.clientOptions().string() + ".keys");
-    const ProgramResult again =
-        arca({"init", "--json", "--optfile", installation_.clientOptions()});
+    const ProgramResult again = arca({"init", "--json"});
     EXPECT_EQ(again.status, 0) << again.err;
     EXPECT_NE(again.out.find("\"made\": false"), std::string::npos) << again.out;
     EXPECT_EQ(readFile(installation_.clientOptions().string() + ".keys"), keys);
     EXPECT_EQ(restore(handle, "p"), "content");
 
     // A second node, the first one's password stays; without it the first is not registered anew.
-    writeFile(installation_.clientOptions(), repositoryLine_ + "NODENAME second\n");
-    EXPECT_EQ(arca({"init", "--optfile", installation_.clientOptions()}).status, 0);
+    writeFile(installation_.clientOptions(), repositoryLine() + "NODENAME second\n");
+    EXPECT_EQ(arca({"init"}).status, 0);
     const std::string both = readFile(installation_.clientOptions().string() + ".keys");
     EXPECT_TRUE(both.starts_with(keys));
     EXPECT_TRUE(both.ends_with(" second\n")) << "every node has a password of its own";
-    writeFile(file_, repositoryLine_ + "NODENAME testnode\n");
-    const ProgramResult stranger = arca({"init", "--optfile", file_});
+    writeFile(file_, repositoryLine() + "NODENAME testnode\n");
+    const ProgramResult stranger = arca({"init"}, "", file_);
     EXPECT_EQ(stranger.status, 1);
     EXPECT_NE(stranger.err.find("tried.opt.keys"), std::string::npos) << stranger.err;
     EXPECT_EQ(restore(handle, "p"), "content");
@@ -221,13 +187,15 @@ TEST_F(ClientOptionsTest, InitRefusesInOneLineWhatItCannotDo)
     };
     for (const auto &c : cases) {
         writeFile(file_, c.options);
-        const ProgramResult result = arca(c.arguments);
+        Words line = c.arguments;
+        line.insert(line.begin(), arcaProgram());
+        const ProgramResult result = run(line);
         EXPECT_EQ(result.status, c.status) << c.options;
         EXPECT_NE(result.err.find(c.said), std::string::npos) << result.err;
         EXPECT_EQ(result.err.find('\n'), result.err.size() - 1) << result.err;
     }
     EXPECT_EQ(readFile(occupied / "mine"), "mine");
-    EXPECT_NE(arca({"init", "--help"}).out.find("Example:"), std::string::npos);
+    EXPECT_NE(run({arcaProgram(), "init", "--help"}).out.find("Example:"), std::string::npos);
 }
 
 } // namespace

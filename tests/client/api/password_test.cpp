@@ -18,6 +18,8 @@ namespace keel::test
 namespace
 {
 
+using KeptPasswordTest = ClientTest;
+
 /// What the application answers when it is asked; 1 refuses.
 const char *typed = "";
 int passwordTyped(char *password, std::uint32_t size)
@@ -34,11 +36,8 @@ protected:
     void SetUp() override
     {
         const auto file = installation_.directory() / "prompt.opt";
-        writeFile(file, "REPOSITORY file://" + installation_.repository().string() +
-                            "\nNODENAME asked\nPASSWORDACCESS prompt\n");
-        ProgramOptions options;
-        options.input = "secret\n";
-        ASSERT_EQ(run({arcaProgram(), "init", "--stdin", "--optfile", file}, options).status, 0);
+        writeFile(file, repositoryLine() + "NODENAME asked\nPASSWORDACCESS prompt\n");
+        ASSERT_EQ(arca({"init", "--stdin"}, "secret\n", file).status, 0);
         ASSERT_EQ(setUp(file), HOX_RC_OK);
     }
 
@@ -181,7 +180,7 @@ TEST_F(PasswordTest, WrongOnesTakeTurnsAndNeverLockTheOwnerOut)
     EXPECT_EQ(held, 1U);
 }
 
-TEST_F(ClientTest, AKeptPasswordIsChangedWhateverAnEarlierChangeLeft)
+TEST_F(KeptPasswordTest, AKeptPasswordIsChangedWhateverAnEarlierChangeLeft)
 {
     const std::filesystem::path file = installation_.clientOptions().string() + ".keys";
     const std::string stale = std::string(64, 'a');
@@ -205,13 +204,14 @@ TEST_F(ClientTest, AKeptPasswordIsChangedWhateverAnEarlierChangeLeft)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
-        const std::string text = readFile(file);
-        const std::string line = text.substr(text.find_last_of('\n', text.size() - 2) + 1);
-        writeFile(file, "# old\n" + other + c.left(line));
+        const std::string whole = readFile(file);
+        const std::string line = whole.substr(whole.find_last_of('\n', whole.size() - 2) + 1);
+        writeFile(file, "# old\nd\n\n" + other + c.left(line));
         hoxHandle_t handle = 0;
         EXPECT_EQ(logOn(handle, nullptr, nullptr, nullptr), c.code);
+        EXPECT_EQ(text(c.code).find(line.substr(33, 64)), std::string::npos);
         if (c.code != HOX_RC_OK) {
-            writeFile(file, text);
+            writeFile(file, whole);
             continue;
         }
         EXPECT_EQ(api_.hoxChangePW(handle, nullptr, nullptr), HOX_RC_OK);

@@ -75,13 +75,7 @@ TEST_F(ReadPieceTest, ShowsWhatTheClientShows)
     for (const char *piece : {"gone", "old", "kept", "inactive"})
         ASSERT_EQ(backUp(handle, piece, piece), HOX_RC_OK);
     ASSERT_EQ(remove(handle, "gone"), HOX_RC_OK);
-    qryRespBackupData found{};
-    query(handle, "inactive", &found);
-    hoxDelInfo info{};
-    info.backID = {HOX_DELBACK_VERSION, found.objId};
-    ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
-    EXPECT_EQ(api_.hoxDeleteObj(handle, HOX_DEACTIVATE_BACKUP_ID, &info), HOX_RC_OK);
-    EXPECT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_OK);
+    ASSERT_EQ(changeById(handle, HOX_DEACTIVATE_BACKUP_ID, recordOf(handle, "inactive").objId), 0);
     const auto before = stored("pieces");
     std::vector<std::string> bytes;
     for (const auto &path : before)
@@ -116,7 +110,7 @@ TEST_F(ReadPieceTest, FindsAPieceThatWaitsForItsPlace)
     hoxDelInfo info{};
     info.backName = {HOX_DELBACK_VERSION, &name};
     std::string bytes = "new";
-    DataBlk data{HOX_DATABLK_VERSION, 3, 0, bytes.data()};
+    DataBlk data = blockOf(bytes);
     ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
     ASSERT_EQ(api_.hoxDeleteObj(handle, HOX_DELETE_BACKUP_NAME, &info), HOX_RC_OK);
     ASSERT_EQ(api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, &data), HOX_RC_OK);
@@ -143,9 +137,7 @@ TEST_F(ReadPieceTest, FindsBlocksInPacksThatWereWrittenAnew)
     for (const auto &[piece, stream] : {std::pair{"all", all}, std::pair{"kept", kept}})
         ASSERT_EQ(backUp(handle, piece, stream), HOX_RC_OK);
     ASSERT_EQ(remove(handle, "all"), HOX_RC_OK);
-    const ProgramResult reclaimed =
-        run({arcaProgram(), "reclaim", "--grace", "0", "--optfile", installation_.clientOptions()});
-    ASSERT_EQ(reclaimed.status, 0) << reclaimed.err;
+    ASSERT_EQ(arca({"reclaim", "--grace", "0"}).status, 0);
     ASSERT_EQ(stored("packs").size(), 1U);
     ASSERT_EQ(stored("packs").front().extension(), ".2");
     EXPECT_TRUE(read("kept").out == kept);
@@ -158,17 +150,15 @@ TEST_F(ReadPieceTest, RefusesWhatIsNotWhatWasStored)
     for (const char *place : {"packs", "pieces"}) {
         ASSERT_EQ(stored(place).size(), 1U) << place;
         const auto path = stored(place).front();
-        const std::string good = readFile(path);
-        for (const std::size_t at : {std::size_t{13}, std::size_t{70}, good.size() / 2,
-                                     good.size() - 70, good.size() - 3}) {
-            std::string bad = good;
-            bad[at] = static_cast<char>(bad[at] ^ 1);
-            writeFile(path, bad);
+        const auto middle = static_cast<std::ptrdiff_t>(file_size(path) / 2);
+        for (const std::ptrdiff_t at : {std::ptrdiff_t{13}, std::ptrdiff_t{70}, middle,
+                                        std::ptrdiff_t{-70}, std::ptrdiff_t{-3}}) {
+            flipByte(path, at);
             const ProgramResult result = read("piece");
             EXPECT_EQ(result.status, 1) << place << " with a changed byte at " << at;
             EXPECT_NE(result.err, "");
+            flipByte(path, at);
         }
-        writeFile(path, good);
     }
     EXPECT_EQ(read("piece").status, 0);
 

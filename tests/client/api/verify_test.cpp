@@ -50,9 +50,8 @@ protected:
     /// Its answer; `status` receives how it ended.
     nlohmann::json arca(Names words, int *status = nullptr)
     {
-        words.insert(words.begin(), arcaProgram());
-        words.insert(words.end(), {"--json", "--optfile", installation_.clientOptions()});
-        const ProgramResult result = run(words);
+        words.emplace_back("--json");
+        const ProgramResult result = ClientTest::arca(words);
         if (status != nullptr)
             *status = result.status;
         return nlohmann::json::parse(result.out, nullptr, false);
@@ -66,16 +65,6 @@ protected:
                 names.push_back(hurt.at("name"));
         std::sort(names.begin(), names.end());
         return names;
-    }
-
-    /// From the beginning, or with a negative place from the end.
-    static void flip(const fs::path &path, std::ptrdiff_t place)
-    {
-        std::string bytes = readFile(path);
-        const auto at = place < 0 ? bytes.size() - static_cast<std::size_t>(-place)
-                                  : static_cast<std::size_t>(place);
-        bytes.at(at) = static_cast<char>(bytes.at(at) ^ 4);
-        writeFile(path, bytes);
     }
 
     std::string blobName(const fs::path &path) const
@@ -100,10 +89,10 @@ TEST_F(VerifyTest, FindsWhatIsHurtAndNamesIt)
         Names packs;
         const char *named = nullptr; ///< when not by the piece's own name
     } cases[] = {
-        {"first byte of a pack", [&] { flip(few, 0); }, kStructure, {"few"}, {blobName(few)}},
-        {"a frame", [&] { flip(few, 5000); }, kData, {"few"}, {blobName(few)}},
-        {"the index of a pack", [&] { flip(few, -80); }, kStructure, {"few"}, {blobName(few)}},
-        {"last byte of a pack", [&] { flip(few, -1); }, kStructure, {"few"}, {blobName(few)}},
+        {"first byte of a pack", [&] { flipByte(few, 0); }, kStructure, {"few"}, {blobName(few)}},
+        {"a frame", [&] { flipByte(few, 5000); }, kData, {"few"}, {blobName(few)}},
+        {"the index of a pack", [&] { flipByte(few, -80); }, kStructure, {"few"}, {blobName(few)}},
+        {"last byte of a pack", [&] { flipByte(few, -1); }, kStructure, {"few"}, {blobName(few)}},
         {"a pack is cut",
          [&] { fs::resize_file(few, 70'000); },
          kStructure,
@@ -125,13 +114,13 @@ TEST_F(VerifyTest, FindsWhatIsHurtAndNamesIt)
          {"few", "noise", "twin"},
          {blobName(few), blobName(noise)}},
         {"what tells a piece's name",
-         [&] { flip(manifest, 70); },
+         [&] { flipByte(manifest, 70); },
          kStructure,
          {"few"},
          {},
          "its blob"},
-        {"the runs of a piece", [&] { flip(manifest, -160); }, kStructure, {"few"}, {}},
-        {"the totals of a piece", [&] { flip(manifest, -60); }, kStructure, {"few"}, {}},
+        {"the runs of a piece", [&] { flipByte(manifest, -160); }, kStructure, {"few"}, {}},
+        {"the totals of a piece", [&] { flipByte(manifest, -60); }, kStructure, {"few"}, {}},
         {"two pieces changed places",
          [&] {
              const std::string first = readFile(manifest), second = readFile(manifest_["zeros"]);
@@ -144,7 +133,7 @@ TEST_F(VerifyTest, FindsWhatIsHurtAndNamesIt)
         {"the filespace",
          [&] {
              for (const fs::path &state : stored("filespaces"))
-                 flip(state, 20);
+                 flipByte(state, 20);
          },
          kStructure,
          {"few", "noise", "twin", "zeros"},
@@ -183,8 +172,8 @@ TEST_F(VerifyTest, FindsWhatIsHurtAndNamesIt)
 
 TEST_F(VerifyTest, ADamagedPieceIsRemovedByItsNameAndItsNameStoredAgain)
 {
-    flip(manifest_["few"], 70);
-    flip(manifest_["twin"], 70);
+    flipByte(manifest_["few"], 70);
+    flipByte(manifest_["twin"], 70);
     const auto remove = [&](const std::string &pattern) {
         int status = -1;
         (void)arca({"rm", pattern, "--filespace", "/fs", "--yes"}, &status);
@@ -237,17 +226,17 @@ TEST_F(VerifyTest, GoesOnWhereItStoppedAndRemembersWhatIsProven)
         return std::pair(runs, answer.at("provenSince"));
     };
     const Names quarter = {"verify", "--read-data", "--percent", "25"};
-    flip(pack_["few"], 5000);
+    flipByte(pack_["few"], 5000);
     const auto hurt = round(quarter);
     EXPECT_GT(hurt.first, 2U) << "it took several runs";
     EXPECT_TRUE(hurt.second.is_null());
-    flip(pack_["few"], 5000);
+    flipByte(pack_["few"], 5000);
     const auto clean = round(quarter);
     EXPECT_GT(clean.first, 2U);
     EXPECT_TRUE(clean.second.is_string()) << "what was proven is remembered";
-    flip(pack_["few"], 5000);
+    flipByte(pack_["few"], 5000);
     EXPECT_TRUE(arca({"verify", "--read-data"}).at("provenSince").is_null());
-    flip(pack_["few"], 5000);
+    flipByte(pack_["few"], 5000);
     for (const Names &part : {Names{"verify", "--percent", "1"}, quarter})
         EXPECT_TRUE(arca(part).at("provenSince").is_null()) << "until a whole round finds nothing";
     EXPECT_TRUE(round({"verify", "--read-data"}).second.is_string());
