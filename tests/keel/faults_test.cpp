@@ -114,10 +114,9 @@ TEST_F(KeelTest, RestoreThatWaitsForAReaderEndsWithTheFirstSignal)
         };
         while (!notes())
             ASSERT_NE(readFile(status), "");
-        if (reads)
-            EXPECT_EQ(readFile("fifo"), "content");
-        else
+        if (!reads)
             waits.signal(SIGTERM);
+        EXPECT_EQ(reads ? readFile("fifo") : "content", "content");
         EXPECT_EQ(waits.wait().status, reads ? 0 : 1);
     }
 }

@@ -10,8 +10,6 @@ namespace keel::test
 namespace
 {
 
-using MessageTest = ClientTest;
-
 /// The whole text that hoxRCMsgEx gives, which a server's log wants in English.
 std::string englishText(const ClientLibrary &api, int code)
 {
@@ -23,7 +21,7 @@ std::string englishText(const ClientLibrary &api, int code)
 
 } // namespace
 
-TEST_F(MessageTest, EveryPublishedCodeHasItsText)
+TEST_F(ClientTest, EveryPublishedCodeHasItsText)
 {
     const std::string header = readFile(KEEL_TEST_HOXAPI);
     const std::regex line(R"(#define (HOX_RC_\w+)[\s\\]+\(?(-?\d+))");
@@ -36,7 +34,7 @@ TEST_F(MessageTest, EveryPublishedCodeHasItsText)
         EXPECT_NE(text(code).find("has no text for the return code"), std::string::npos) << code;
 }
 
-TEST_F(MessageTest, SpeaksTheLanguageOfTheHost)
+TEST_F(ClientTest, SpeaksTheLanguageOfTheHost)
 {
     const struct {
         const char *language;
