@@ -193,6 +193,15 @@ std::string AgentTest::errorText()
     return text ? static_cast<const char *>(text) : "(null)";
 }
 
+void AgentTest::installSqlplus(const std::string &script) const
+{
+    const std::filesystem::path program = path("bin/sqlplus");
+    std::filesystem::create_directories(program.parent_path());
+    keel::test::writeFile(program, "#!/bin/sh\n" + script + "\n");
+    std::filesystem::permissions(program, std::filesystem::perms::all);
+    setenv("ORACLE_HOME", installation.directory().c_str(), 1);
+}
+
 std::string AgentTest::contents(const std::string &name) const
 {
     return keel::test::readFile(path(name));

@@ -74,6 +74,9 @@ protected:
     unsigned long errorCode();
     std::string errorText();
 
+    /// Makes ORACLE_HOME lead to a sqlplus that does this.
+    void installSqlplus(const std::string &script) const;
+
     std::string path(const std::string &name) const { return installation.directory() / name; }
     std::string contents(const std::string &name) const;
     std::string errorLog() const { return contents("veloerror.log"); }

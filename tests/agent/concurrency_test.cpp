@@ -1,10 +1,7 @@
-// Many at once over one repository: threads of one process, each with a context of its own, and
-// channels in processes of their own.
+// Many at once over one repository: threads of one process, each with a context of its own.
 
 #include <array>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 #include "tests/agent/agent_fixture.h"
 
@@ -13,9 +10,11 @@ using keel::test::randomBytes;
 namespace
 {
 
+using ConcurrencyTest = RealAgentTest;
+
 constexpr unsigned kMany = 4;
 
-TEST_F(RealAgentTest, ServesThreadsThatCallAtOnce)
+TEST_F(ConcurrencyTest, ServesThreadsThatCallAtOnce)
 {
     installation.configureAgent(
         {"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ALL", "VELO_TRACE_MAX 1"});
@@ -55,57 +54,6 @@ TEST_F(RealAgentTest, ServesThreadsThatCallAtOnce)
     EXPECT_EQ(0, occurrences(trace(), "(Lost Message Hdr)"));
     for (std::string &context : contexts)
         EXPECT_EQ(0, agent.sbtend(context.data(), 0));
-}
-
-TEST_F(RealAgentTest, SharesARepositoryAmongChannelsOfManyProcesses)
-{
-    enum Ending { Won, Lost, Wrong };
-    int gate[2]; // opens for all of them at once
-    ASSERT_EQ(0, pipe(gate));
-    std::vector<pid_t> children;
-    for (unsigned i = 0; i < kMany; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
-            ::close(gate[1]);
-            openChannel(1);
-            char nothing;
-            const std::string own = "own " + std::to_string(i);
-            bool right = ctx != nullptr && ::read(gate[0], &nothing, 1) == 0;
-            for (int piece = 0; right && piece < 5; ++piece)
-                right = backUp(own + std::to_string(piece), randomBytes(8192, i)).empty();
-            const std::string contest = backUp("wanted by all", randomBytes(8192, i));
-            // Who comes second is told by the query, as the transfer starts, or at its end.
-            const bool lost = contest == "sbtbackup 7503" || contest == "sbtbackup 7501" ||
-                              contest == "sbtclose2 7501";
-            right = right && (contest.empty() || (lost && !errorText().empty()));
-            EXPECT_TRUE(right) << contest << ": " << errorText();
-            endChannel();
-            _exit(!right ? Wrong : lost ? Lost : Won);
-        }
-        children.push_back(child);
-    }
-    ::close(gate[0]);
-    ::close(gate[1]);
-    unsigned winner = kMany, winners = 0;
-    for (unsigned i = 0; i < kMany; ++i) {
-        int status = -1;
-        waitpid(children[i], &status, 0);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) != Wrong) << errorLog();
-        if (status == Won) {
-            winner = i;
-            ++winners;
-        }
-    }
-    EXPECT_EQ(1U, winners);
-    openChannel();
-    std::string data;
-    EXPECT_EQ("", restore("wanted by all", data));
-    EXPECT_TRUE(data == randomBytes(8192, winner));
-    for (unsigned i = 0; i < 5 * kMany; ++i) {
-        const std::string own = "own " + std::to_string(i / 5) + std::to_string(i % 5);
-        EXPECT_EQ("", restore(own, data)) << own;
-        EXPECT_TRUE(data == randomBytes(8192, i / 5)) << own;
-    }
 }
 
 } // namespace

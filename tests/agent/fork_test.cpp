@@ -2,35 +2,21 @@
 // threads.
 
 #include <atomic>
-#include <csignal>
+#include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 #include "tests/agent/agent_fixture.h"
+#include "tests/support/child.h"
 
 namespace
 {
 
-class ForkTest : public RealAgentTest
-{
-protected:
-    /// The status of a child that does this, which ends it when it hangs.
-    template <class Work> int inChild(Work work)
-    {
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(120);
-            _exit(work());
-        }
-        int status = -1;
-        waitpid(child, &status, 0);
-        return status;
-    }
-};
+using ForkTest = RealAgentTest;
+using keel::test::inChild;
 
 TEST_F(ForkTest, LeavesOpenPiecesToTheParent)
 {

@@ -11,11 +11,11 @@
 #include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 #include "tests/agent/agent_fixture.h"
+#include "tests/support/child.h"
 
 namespace fs = std::filesystem;
 
@@ -27,29 +27,20 @@ class HostTest : public ScriptedAgentTest
 protected:
     HostTest()
     {
-        fs::create_directory("bin");
-        keel::test::writeFile("bin/sqlplus", "#!/bin/sh\necho; echo; echo; echo 2048\n");
-        fs::permissions("bin/sqlplus", fs::perms::all);
-        setenv("ORACLE_HOME", installation.directory().c_str(), 1);
+        installSqlplus("echo; echo; echo; echo 2048");
         fs::create_directory("pw");
     }
     ~HostTest() override { unsetenv("ORACLE_HOME"); }
 
-    /// How a process ends in which the host does this: "0", or what was wrong.
-    std::string apart(const std::function<void()> &host)
+    /// How a process ends in which the host does this; 0: well.
+    int apart(const std::function<void()> &host)
     {
         std::fflush(nullptr);
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(120); // longer than anything takes that does not hang
+        return keel::test::inChild([&] {
             host();
             std::fflush(nullptr); // what failed
-            _exit(HasFailure() ? 1 : 0);
-        }
-        int status = -1;
-        waitpid(child, &status, 0);
-        return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
-                                   : std::to_string(WEXITSTATUS(status));
+            return HasFailure() ? 1 : 0;
+        });
     }
     int updatePassword()
     {
@@ -138,7 +129,7 @@ TEST_F(HostTest, NoWriterEndsItAtItsLimit)
         SCOPED_TRACE(row.writer);
         installation.configureAgent(row.lines);
         fs::remove(row.file == std::string("agent.trc") ? "agent.trc" : "none");
-        EXPECT_EQ("0", apart([&] {
+        EXPECT_EQ(0, apart([&] {
                       const rlimit none{0, 0};
                       setrlimit(RLIMIT_FSIZE, &none);
                       row.act();
@@ -152,7 +143,7 @@ TEST_F(HostTest, FindsItsClosedStreamsClosed)
     for (const auto &lines : {kEveryFile, wrapping(kEveryFile)}) {
         installation.configureAgent(lines);
         client.passwordAccess = HOX_PASSWORDACCESS_PROMPT;
-        EXPECT_EQ("0", apart([this] {
+        EXPECT_EQ(0, apart([this] {
                       const auto closed = [] {
                           for (const int stream : {0, 1, 2})
                               if (fcntl(stream, F_GETFD) != -1)
@@ -213,7 +204,7 @@ constexpr const char *kEveryCall[] = {
 TEST_F(HostTest, KeepsAThreadThatIsCancelledUntilTheCallIsOver)
 {
     installation.configureAgent({"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ORACLE"});
-    EXPECT_EQ("0", apart([this] {
+    EXPECT_EQ(0, apart([this] {
                   const std::string stream(8192, 'c');
                   std::string outcome = "none", back;
                   std::thread([&] {
@@ -247,12 +238,12 @@ TEST_F(HostTest, IsNotHeldUpByPipesInThePlaceOfFiles)
     for (const auto &lines : {kEveryFile, wrapping(kEveryFile)}) {
         installation.configureAgent(lines);
         client.passwordAccess = HOX_PASSWORDACCESS_PROMPT;
-        EXPECT_EQ("0", apart([this] { writeEverything(); }));
+        EXPECT_EQ(0, apart([this] { writeEverything(); }));
     }
     keel::test::writeFile("endless.opt", "");
     fs::resize_file("endless.opt", std::uintmax_t{1} << 40);
     for (const char *options : {"fifo.opt", "endless.opt", "/proc/self/pagemap"})
-        EXPECT_EQ("0", apart([&] {
+        EXPECT_EQ(0, apart([&] {
                       setenv("VELO_OPTFILE", options, 1);
                       EXPECT_EQ("7011 2534", initialise());
                   }))
@@ -261,7 +252,7 @@ TEST_F(HostTest, IsNotHeldUpByPipesInThePlaceOfFiles)
         return; // the log that is written before any option is known then lies elsewhere
     fs::permissions(installation.directory(), fs::perms::all);
     setenv("VELO_OPTFILE", "/missing.opt", 1);
-    EXPECT_EQ("0", apart([this] {
+    EXPECT_EQ(0, apart([this] {
                   EXPECT_EQ(0, setuid(65534));
                   EXPECT_EQ("7011 2534", initialise());
               }));

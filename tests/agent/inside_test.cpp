@@ -2,11 +2,10 @@
 // or ends a channel: it keeps what it uses, and everything that comes later finds nothing.
 
 #include <future>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 #include "tests/agent/agent_fixture.h"
+#include "tests/support/child.h"
 
 namespace
 {
@@ -83,24 +82,20 @@ TEST_F(InsideTest, AForkedChildBeginsFromNothing)
 {
     openChannel(2);
     ASSERT_EQ("", open("parent"));
-    pid_t child = -1;
+    int status = -1;
     whileInside( // and nothing that a thread of the parent holds at the fork is in the child's way
         "hoxSendData", [this] { EXPECT_EQ("", write(std::string(4096, 'p'))); },
         [&] {
-            child = fork();
-            if (child == 0) {
-                alarm(60);
+            status = keel::test::inChild([&] {
                 const bool shut = write(std::string(4096, 'c')) == "sbtwrite2 7501" &&
                                   close().empty() && client.story().empty();
                 openChannel(2);
-                _exit(shut && !HasFailure() && backUp("child", std::string(4096, 'c')).empty() &&
-                              agent.sbtend(ctx, 0) == 0
-                          ? 0
-                          : 1);
-            }
+                return shut && !HasFailure() && backUp("child", std::string(4096, 'c')).empty() &&
+                               agent.sbtend(ctx, 0) == 0
+                           ? 0
+                           : 1;
+            });
         });
-    int status = -1;
-    waitpid(child, &status, 0);
     EXPECT_EQ(0, status);
     EXPECT_EQ("", close());
     EXPECT_EQ(1U, client.objects.size());

@@ -2,12 +2,12 @@
 // and what it does when the storage client is not what it should be.
 
 #include "tests/agent/agent_fixture.h"
+#include "tests/support/child.h"
 
 #include <dlfcn.h>
 #include <malloc.h>
 #include <set>
 #include <sstream>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -105,27 +105,17 @@ TEST(LibraryTest, LeavesNoMemoryBehindWhenItIsClosed)
 /// The outcome of sbtinit in a process of its own, so that no library opened there stays here.
 template <class Prepare> static std::string initialiseApart(Prepare prepare)
 {
-    int ends[2];
-    if (pipe(ends) != 0)
-        return "no pipe";
-    const pid_t child = fork();
-    if (child == 0) {
+    keel::test::Child child([&](int told) {
         AgentLibrary *agent = prepare();
         sbtInitError error{};
         sbtPair *out = nullptr;
         const int rc = agent->sbtinit(&error, nullptr, &out);
-        const std::string outcome = std::to_string(rc) + " " + std::to_string(error.code) + " " +
-                                    std::to_string(error.secondary);
-        _exit(write(ends[1], outcome.data(), outcome.size()) < 0);
-    }
-    close(ends[1]);
-    char text[64] = "";
-    const ssize_t length = read(ends[0], text, sizeof text);
-    close(ends[0]);
-    int status = -1;
-    waitpid(child, &status, 0);
-    return status == 0 && length > 0 ? std::string(text, static_cast<std::size_t>(length))
-                                     : "ended with " + std::to_string(status);
+        keel::test::tell(told, std::to_string(rc) + " " + std::to_string(error.code) + " " +
+                                   std::to_string(error.secondary));
+    });
+    const std::string outcome = child.hear();
+    const int status = child.wait();
+    return status == 0 ? outcome : "ended with " + std::to_string(status);
 }
 
 TEST(LibraryTest, RefusesAStorageClientThatIsMissingOrIncomplete)

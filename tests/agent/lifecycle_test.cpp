@@ -7,8 +7,9 @@
 #include <cstdlib>
 
 namespace fs = std::filesystem;
+using LifecycleTest = ScriptedAgentTest;
 
-TEST_F(ScriptedAgentTest, NegotiatesWhatTheDatabaseNeeds)
+TEST_F(LifecycleTest, NegotiatesWhatTheDatabaseNeeds)
 {
     const char *versions[][2] = {
         {nullptr, "512"}, {"2.1.10", "257"}, {"2.1.1", "512"}, {"", "512"}};
@@ -34,7 +35,7 @@ TEST_F(ScriptedAgentTest, NegotiatesWhatTheDatabaseNeeds)
     EXPECT_EQ(reinterpret_cast<void *>(agent.sbtwrite2), functions[SBT_FN_WRITE2]);
 }
 
-TEST_F(ScriptedAgentTest, OffersProxyCopyOnlyWithAWholeProxyLibrary)
+TEST_F(LifecycleTest, OffersProxyCopyOnlyWithAWholeProxyLibrary)
 {
     const struct {
         const char *lacking, *traced; // "": the library itself
@@ -156,7 +157,7 @@ TEST_F(EveryCallTest, SurvivesNullPointersAndComingTooEarlyOrTooLate)
     openChannel();
 }
 
-TEST_F(ScriptedAgentTest, ChecksTheLevelOfTheStorageClient)
+TEST_F(LifecycleTest, ChecksTheLevelOfTheStorageClient)
 {
     const struct {
         unsigned short version, release, level, subLevel;
@@ -178,7 +179,7 @@ TEST_F(ScriptedAgentTest, ChecksTheLevelOfTheStorageClient)
     openChannel(); // the failures left nothing behind
 }
 
-TEST_F(ScriptedAgentTest, SetsTheStorageClientUpAndCleansUpWhatItSetUp)
+TEST_F(LifecycleTest, SetsTheStorageClientUpAndCleansUpWhatItSetUp)
 {
     const std::string setUp =
         "hoxSetUp mt=1 argv=1 program=4700 config=" + installation.clientOptions().string() +
@@ -219,7 +220,7 @@ TEST_F(ScriptedAgentTest, SetsTheStorageClientUpAndCleansUpWhatItSetUp)
     }
 }
 
-TEST_F(ScriptedAgentTest, GoesByTheNodeOfTheOptionsTheClientTheEnvironmentOrTheHost)
+TEST_F(LifecycleTest, GoesByTheNodeOfTheOptionsTheClientTheEnvironmentOrTheHost)
 {
     char host[65] = "";
     gethostname(host, sizeof host - 1);
@@ -252,7 +253,7 @@ TEST_F(ScriptedAgentTest, GoesByTheNodeOfTheOptionsTheClientTheEnvironmentOrTheH
     unsetenv("HOXO_NODE");
 }
 
-TEST_F(ScriptedAgentTest, OpensEachSessionAsTheClientAsks)
+TEST_F(LifecycleTest, OpensEachSessionAsTheClientAsks)
 {
     installation.configureAgent({"VELO_NODE mynode", "VELO_OWNER me", "VELO_FS \\prod"});
     openChannel();

@@ -1,10 +1,10 @@
 // The option file: what it sets, and what makes it stop the initialisation.
 
 #include "tests/agent/agent_fixture.h"
+#include "tests/support/child.h"
 
 #include <cstdlib>
 #include <regex>
-#include <sys/wait.h>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
@@ -165,11 +165,7 @@ TEST_F(OptionsTest, LogsBesideTheHostWhenTheInstallationIsNotWritable)
         GTEST_SKIP() << "only root can take the part of somebody else";
     fs::permissions(installation.directory(), fs::perms::all);
     setenv("VELO_OPTFILE", "/missing.opt", 1);
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(setuid(65534) == 0 && initialise() == "7011 2534" ? 0 : 1);
-    int status = -1;
-    waitpid(child, &status, 0);
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(0, keel::test::inChild(
+                     [this] { return setuid(65534) == 0 && initialise() == "7011 2534" ? 0 : 1; }));
     EXPECT_NE(std::string::npos, errorLog().find("RBQ2615E")) << errorLog();
 }

@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using ScriptedTransferTest = ScriptedAgentTest;
 using Operations = std::vector<std::string>;
 
 static bool has(const std::string &text, const std::string &part)
@@ -17,7 +18,7 @@ static bool has(const std::string &text, const std::string &part)
     return text.find(part) != std::string::npos;
 }
 
-TEST_F(ScriptedAgentTest, SaysOfAPieceWhatTheServerIsToKeep)
+TEST_F(ScriptedTransferTest, SaysOfAPieceWhatTheServerIsToKeep)
 {
     openChannel();
     client.calls.clear();
@@ -32,7 +33,7 @@ TEST_F(ScriptedAgentTest, SaysOfAPieceWhatTheServerIsToKeep)
     EXPECT_EQ("hoxSendData bytes=4096", client.callsOf({"hoxSendData"})[0]);
 }
 
-TEST_F(ScriptedAgentTest, AbortsOnRequestWithoutAFilespaceUpdate)
+TEST_F(ScriptedTransferTest, AbortsOnRequestWithoutAFilespaceUpdate)
 {
     openChannel();
     ASSERT_EQ("", open("piece"));
@@ -48,7 +49,7 @@ TEST_F(ScriptedAgentTest, AbortsOnRequestWithoutAFilespaceUpdate)
     EXPECT_TRUE(client.objects.empty());
 }
 
-TEST_F(ScriptedAgentTest, EstimatesTheSizeOfAPiece)
+TEST_F(ScriptedTransferTest, EstimatesTheSizeOfAPiece)
 {
     const struct {
         const char *option;
@@ -70,7 +71,7 @@ TEST_F(ScriptedAgentTest, EstimatesTheSizeOfAPiece)
     }
 }
 
-TEST_F(ScriptedAgentTest, SendsTheClassOfACopy)
+TEST_F(ScriptedTransferTest, SendsTheClassOfACopy)
 {
     installation.configureAgent({"VELO_MGMT_CLASS_2 SILVER"});
     client.boundClass = "BOUND";
@@ -84,7 +85,7 @@ TEST_F(ScriptedAgentTest, SendsTheClassOfACopy)
     EXPECT_EQ("SILVER", client.objects["/lumoorc//two"].className);
 }
 
-TEST_F(ScriptedAgentTest, GathersBlocksInTheTransferBufferWhenTestingAsksForIt)
+TEST_F(ScriptedTransferTest, GathersBlocksInTheTransferBufferWhenTestingAsksForIt)
 {
     const struct {
         const char *flag;
@@ -124,7 +125,7 @@ TEST_F(ScriptedAgentTest, GathersBlocksInTheTransferBufferWhenTestingAsksForIt)
     ASSERT_EQ("", write(std::string(100, 'x')));
 }
 
-TEST_F(ScriptedAgentTest, CopiesTheStreamWhenTestingAsksForIt)
+TEST_F(ScriptedTransferTest, CopiesTheStreamWhenTestingAsksForIt)
 {
     installation.configureAgent({"VELO_TEST_FLAGS TEST_ORACLEDATA TEST_ORACLEDELAY=0"});
     openChannel();
@@ -139,11 +140,9 @@ TEST_F(ScriptedAgentTest, CopiesTheStreamWhenTestingAsksForIt)
     EXPECT_TRUE(std::filesystem::is_empty("place")) << "only plain names get a copy";
 }
 
-TEST_F(ScriptedAgentTest, AsksTheDatabaseForItsSize)
+TEST_F(ScriptedTransferTest, AsksTheDatabaseForItsSize)
 {
-    const auto program = installation.directory() / "bin" / "sqlplus";
-    std::filesystem::create_directories(program.parent_path());
-    const std::string head = "#!/bin/sh\necho run >>runs\nread -r line && echo input >>runs\n";
+    const std::string head = "echo run >>runs\nread -r line && echo input >>runs\n";
     const struct {
         const char *flags, *script, *size;
         int runs;
@@ -154,11 +153,9 @@ TEST_F(ScriptedAgentTest, AsksTheDatabaseForItsSize)
         {"NONE", "printf '\\nSUM\\n---\\n-7\\n'", "0", 4},
         {"TEST_ORCPROTECTSIZE", "printf '\\nSUM\\n---\\n2048\\n'", "0", 4},
     };
-    setenv("ORACLE_HOME", installation.directory().c_str(), 1);
     for (const auto &row : table) {
         SCOPED_TRACE(row.script);
-        keel::test::writeFile(program, head + row.script + "\n");
-        std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+        installSqlplus(head + row.script);
         installation.configureAgent({std::string("VELO_TEST_FLAGS ") + row.flags});
         openChannel();
         EXPECT_EQ("", backUp(std::string(row.flags) + row.script, "data", {.blockSize = 4}));
@@ -173,11 +170,8 @@ TEST_F(ScriptedAgentTest, AsksTheDatabaseForItsSize)
               contents(".sql"));
 }
 
-TEST_F(ScriptedAgentTest, WaitsOnceForASqlplusThatHangsAndEndsWhatItLeavesBehind)
+TEST_F(ScriptedTransferTest, WaitsOnceForASqlplusThatHangsAndEndsWhatItLeavesBehind)
 {
-    const auto program = installation.directory() / "bin" / "sqlplus";
-    std::filesystem::create_directories(program.parent_path());
-    setenv("ORACLE_HOME", installation.directory().c_str(), 1);
     ASSERT_EQ(0, mkfifo("held", 0600));
     const int held = ::open("held", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     ASSERT_GE(held, 0);
@@ -189,8 +183,7 @@ TEST_F(ScriptedAgentTest, WaitsOnceForASqlplusThatHangsAndEndsWhatItLeavesBehind
                  {"NONE", "exec 3>held\nsleep 1000 >/dev/null 2>&1 &", 2}};
     for (const auto &row : table) {
         SCOPED_TRACE(row.script);
-        keel::test::writeFile(program, std::string("#!/bin/sh\n") + row.script + "\n");
-        std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+        installSqlplus(row.script);
         installation.configureAgent({std::string("VELO_TEST_FLAGS ") + row.flag,
                                      "VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ORCLEVEL2"});
         for (int channel = 1; channel <= 2; ++channel) {
@@ -220,7 +213,7 @@ static hoxDate date(const char *text)
         static_cast<std::uint16_t>(part[0]), small(1), small(2), small(3), small(4), small(5), 0};
 }
 
-TEST_F(ScriptedAgentTest, DescribesWhatTheServerKnowsOfAPiece)
+TEST_F(ScriptedTransferTest, DescribesWhatTheServerKnowsOfAPiece)
 {
     setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0", 1);
     tzset();

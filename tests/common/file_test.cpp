@@ -2,6 +2,7 @@
 #include "common/unx/psfile.h"
 #include "common/unx/pswrite.h"
 #include "common/ut/utline.h"
+#include "tests/support/child.h"
 #include "tests/support/files.h"
 
 #include <gtest/gtest.h>
@@ -15,7 +16,6 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -122,23 +122,10 @@ TEST(FileOpen, RefusesWhatIsNoFileAndNeverWaits)
     EXPECT_EQ(psFileWritableDir((directory / "none").c_str()), 0);
 }
 
-/// The exit status of a child that does this, 128 and more for a signal.
-template <class Work> int statusOf(Work work)
-{
-    const pid_t child = fork();
-    if (child == 0) {
-        work();
-        _exit(0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
-    return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-}
-
 TEST(FileOpen, TakesNoneOfTheNumbersOfTheStandardStreams)
 {
     TempDir directory;
-    EXPECT_EQ(0, statusOf([&] {
+    EXPECT_EQ(0, inChild([&] {
                   for (const int stream : {0, 1, 2})
                       close(stream);
                   std::string unnamed = (directory / "XXXXXX").string();
@@ -154,17 +141,18 @@ TEST(FileOpen, TakesNoneOfTheNumbersOfTheStandardStreams)
                                      file == nullptr ? -1 : fileno(const_cast<FILE *>(file))};
                   for (const int descriptor : all)
                       if (!piped || descriptor < 3 || fcntl(descriptor, F_GETFD) != FD_CLOEXEC)
-                          _exit(1);
+                          return 1;
                   for (const int stream : {0, 1, 2})
                       if (fcntl(stream, F_GETFD) != -1)
-                          _exit(2);
+                          return 2;
+                  return 0;
               }));
 }
 
 TEST(FileOpen, LeavesToTheOwnerWhatTheUmaskTakes)
 {
     TempDir directory;
-    EXPECT_EQ(0, statusOf([&] {
+    EXPECT_EQ(0, inChild([&] {
                   umask(0777);
                   std::string unnamed = (directory / "XXXXXX").string();
                   for (const int made :
@@ -173,15 +161,16 @@ TEST(FileOpen, LeavesToTheOwnerWhatTheUmaskTakes)
                       struct stat file {
                       };
                       if (fstat(made, &file) != 0 || (file.st_mode & 0777) != 0600)
-                          _exit(1);
+                          return 1;
                   }
+                  return 0;
               }));
 }
 
 TEST(Write, FailsWithACodeWhereTheSystemWouldEndTheHost)
 {
     TempDir directory;
-    EXPECT_EQ(0, statusOf([&] {
+    EXPECT_EQ(0, inChild([&] {
                   const struct rlimit limit = {5, 5};
                   setrlimit(RLIMIT_FSIZE, &limit);
                   const std::string path = (directory / "file").string();
@@ -192,10 +181,10 @@ TEST(Write, FailsWithACodeWhereTheSystemWouldEndTheHost)
                       psWriteAllAt(file, "x", 1, 5) || errno != EFBIG ||
                       psAppendWhole(log, "x", 1) || ftruncate(log, 3) != 0 ||
                       psAppendWhole(log, "xyz", 3) || !psAppendWhole(log, "ok", 2))
-                      _exit(1);
+                      return 1;
                   if (!psPipe(ends) || close(ends[0]) != 0 || psWriteAll(ends[1], "x", 1) ||
                       errno != EPIPE)
-                      _exit(2);
+                      return 2;
                   sigset_t blocked, pending;
                   sigemptyset(&blocked);
                   sigaddset(&blocked, SIGXFSZ);
@@ -203,8 +192,7 @@ TEST(Write, FailsWithACodeWhereTheSystemWouldEndTheHost)
                   raise(SIGXFSZ); // the host's own, which it looks at later
                   psWriteAll(file, "x", 1);
                   sigpending(&pending);
-                  if (sigismember(&pending, SIGXFSZ) != 1)
-                      _exit(3);
+                  return sigismember(&pending, SIGXFSZ) == 1 ? 0 : 3;
               }));
     EXPECT_EQ(readFile(directory / "file"), std::string("lonok"));
 }
@@ -248,21 +236,15 @@ TEST(LockedAppend, KeepsLinesWholeAmongThreadsAndProcesses)
     TempDir directory;
     const std::string path = (directory / "link.log").string();
     std::filesystem::create_symlink(directory / "real.log", path);
-    std::vector<pid_t> children;
-    for (char who : {'a', 'b', 'c'}) {
-        const pid_t child = fork();
-        if (child == 0) {
-            appendMany(path, who);
-            _exit(0);
-        }
-        children.push_back(child);
-    }
+    std::vector<std::unique_ptr<Child>> children;
+    for (char who : {'a', 'b', 'c'})
+        children.push_back(std::make_unique<Child>([&](int) { appendMany(path, who); }));
     std::thread first(appendMany, path, 'd');
     std::thread second(appendMany, path, 'e');
     first.join();
     second.join();
-    for (const pid_t child : children)
-        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    for (const auto &child : children)
+        ASSERT_EQ(child->wait(), 0);
 
     const std::string content = readFile(path);
     ASSERT_EQ(content.size(), 5U * 100 * 301);
@@ -274,25 +256,39 @@ TEST(LockedAppend, KeepsLinesWholeAmongThreadsAndProcesses)
     EXPECT_EQ(file.st_mode & 0777U, 0600U);
 }
 
+/// Another process that has locked the file and written "fir" into it, until it is to go on.
+class Holder
+{
+public:
+    explicit Holder(const std::string &path)
+    {
+        EXPECT_TRUE(psPipe(release_));
+        child_ = std::make_unique<Child>([&](int told) {
+            char go = 0;
+            const int log = open(path.c_str(), O_RDWR | O_CREAT, 0600);
+            if (lockf(log, F_LOCK, 0) != 0 || write(log, "fir", 3) != 3)
+                _exit(1);
+            tell(told, "locked");
+            _exit(read(release_[0], &go, 1) == 1 && write(log, "st\n", 3) == 3 ? 0 : 1);
+        });
+        EXPECT_EQ(child_->hear(), "locked");
+    }
+    void goOn()
+    {
+        EXPECT_EQ(write(release_[1], "r", 1), 1);
+        EXPECT_EQ(child_->wait(), 0);
+    }
+
+private:
+    int release_[2] = {-1, -1};
+    std::unique_ptr<Child> child_;
+};
+
 TEST(LockedAppend, WaitsForAnotherProcessThatHoldsTheFile)
 {
     TempDir directory;
     const std::string path = (directory / "log").string();
-    int locked[2];
-    int release[2];
-    ASSERT_EQ(pipe(locked), 0);
-    ASSERT_EQ(pipe(release), 0);
-    const pid_t holder = fork();
-    if (holder == 0) {
-        char go = 0;
-        const int log = open(path.c_str(), O_RDWR | O_CREAT, 0600);
-        const bool good = lockf(log, F_LOCK, 0) == 0 && write(log, "fir", 3) == 3 &&
-                          write(locked[1], "l", 1) == 1 && read(release[0], &go, 1) == 1 &&
-                          write(log, "st\n", 3) == 3;
-        _exit(good ? 0 : 1);
-    }
-    char word = 0;
-    ASSERT_EQ(read(locked[0], &word, 1), 1);
+    Holder holder(path);
     std::atomic<bool> appended{false};
     std::thread appender([&] {
         psAppendLocked(path.c_str(), "second\n", 7);
@@ -301,9 +297,8 @@ TEST(LockedAppend, WaitsForAnotherProcessThatHoldsTheFile)
     for (int turn = 0; turn < 50 && !appended; ++turn)
         std::this_thread::yield();
     EXPECT_FALSE(appended);
-    EXPECT_EQ(write(release[1], "r", 1), 1);
+    holder.goOn();
     appender.join();
-    waitpid(holder, nullptr, 0);
     EXPECT_EQ(readFile(path), "first\nsecond\n");
 }
 
@@ -311,26 +306,10 @@ TEST(LockedAppend, DoesNotWaitForAHolderThatNeverLetsGo)
 {
     TempDir directory;
     const std::string path = (directory / "log").string();
-    int locked[2];
-    int release[2];
-    ASSERT_TRUE(psPipe(locked) && psPipe(release));
-    const pid_t holder = fork();
-    if (holder == 0) {
-        char go = 0;
-        const int log = open(path.c_str(), O_RDWR | O_CREAT, 0600);
-        _exit(lockf(log, F_LOCK, 0) == 0 && write(locked[1], "l", 1) == 1 &&
-                      read(release[0], &go, 1) == 1
-                  ? 0
-                  : 1);
-    }
-    char word = 0;
-    ASSERT_EQ(read(locked[0], &word, 1), 1);
+    Holder holder(path);
     psAppendLocked(path.c_str(), "line\n", 5);
-    EXPECT_EQ(readFile(path), "line\n");
-    EXPECT_EQ(write(release[1], "r", 1), 1);
-    int status = -1;
-    waitpid(holder, &status, 0);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(readFile(path), "firline\n");
+    holder.goOn();
 }
 
 TEST(LockedAppend, DoesWithoutLocksWhereThereAreNone)
@@ -348,7 +327,7 @@ TEST(LockedAppend, StopsAtTheLimitOfTheProcessInsteadOfEndingIt)
 {
     TempDir directory;
     const std::string path = (directory / "log").string();
-    EXPECT_EQ(0, statusOf([&] {
+    EXPECT_EQ(0, inChild([&] {
                   const struct rlimit limit = {100, 100};
                   setrlimit(RLIMIT_FSIZE, &limit);
                   const std::string line(60, 'x');
@@ -356,6 +335,7 @@ TEST(LockedAppend, StopsAtTheLimitOfTheProcessInsteadOfEndingIt)
                       psAppendLocked(path.c_str(), line.data(), length);
                   psAppendLocked("/", line.data(), line.size());
                   psAppendLocked("", line.data(), line.size());
+                  return 0;
               }));
     EXPECT_EQ(readFile(path).size(), 100U) << "a whole line or none";
 }

@@ -1,6 +1,7 @@
 // Threads and memory.
 #include "common/thrd/psmutex.h"
 #include "common/ut/utmem.h"
+#include "tests/support/child.h"
 
 #include <gtest/gtest.h>
 
@@ -8,10 +9,8 @@
 #include <cerrno>
 #include <cstring>
 #include <sched.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace
 {
@@ -51,9 +50,7 @@ TEST(Mutex, IsFreeInAForkedChildThatLacksItsHolder)
     while (step != 1)
         std::this_thread::yield();
     psMutexGuard guard(ours);
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(60);
+    const int status = keel::test::inChild([&] {
         const bool free = theirs.lock() == 0 && theirs.unlock() == 0 && theirs.lock(0) == 0;
         const bool kept = ours.unlock() == 0 && ours.unlock() == EPERM && ours.lock(0) == 0;
         // A new thread, which gets the memory of the one that held it.
@@ -61,26 +58,16 @@ TEST(Mutex, IsFreeInAForkedChildThatLacksItsHolder)
         std::thread([&] {
             other = late.lock(0) == 0 && late.unlock() == 0 ? late.unlock() : -1;
         }).join();
-        _exit(free && kept && other == EPERM && late.lock(0) == 0 ? 0 : 1);
-    }
+        return free && kept && other == EPERM && late.lock(0) == 0 ? 0 : 1;
+    });
     step = 2;
     holder.join();
-    int status = -1;
-    waitpid(child, &status, 0);
     EXPECT_EQ(status, 0);
 }
 
 #ifdef CLONE_NEWPID
 TEST(Mutex, IsFreeInAChildThatHasTheNumberOfItsParent)
 {
-    const auto statusOf = [](const auto &work) {
-        const pid_t child = fork();
-        if (child == 0)
-            _exit(work());
-        int status = -1;
-        waitpid(child, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 128;
-    };
     constexpr int kNoNamespace = 77;
     const auto first = [&] {
         psMutex_t theirs;
@@ -93,13 +80,13 @@ TEST(Mutex, IsFreeInAChildThatHasTheNumberOfItsParent)
         while (!held)
             std::this_thread::yield();
         const pid_t number = getpid();
-        return unshare(CLONE_NEWPID) != 0
-                   ? kNoNamespace
-                   : statusOf([&] { return number == getpid() && theirs.lock(0) == 0 ? 0 : 1; });
+        return unshare(CLONE_NEWPID) != 0 ? kNoNamespace : keel::test::inChild([&] {
+            return number == getpid() && theirs.lock(0) == 0 ? 0 : 1;
+        });
     };
     // Whoever has made a namespace cannot make threads any more.
-    const int status =
-        statusOf([&] { return unshare(CLONE_NEWPID) != 0 ? kNoNamespace : statusOf(first); });
+    const int status = keel::test::inChild(
+        [&] { return unshare(CLONE_NEWPID) != 0 ? kNoNamespace : keel::test::inChild(first); });
     if (status == kNoNamespace)
         GTEST_SKIP() << "no namespace can be made";
     EXPECT_EQ(status, 0);
@@ -126,24 +113,6 @@ TEST(Condition, GivesUpARecursivelyHeldMutexAndTakesItBack)
     EXPECT_EQ(mutex.unlock(), 0);
     EXPECT_EQ(mutex.unlock(), 0);
     EXPECT_EQ(mutex.unlock(), EPERM) << "held as often as before the wait";
-}
-
-TEST(Mutex, GuardsACounterOfManyThreads)
-{
-    psMutex_t mutex;
-    int counter = 0;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        threads.emplace_back([&] {
-            for (int n = 0; n < 5000; ++n) {
-                psMutexGuard outer(mutex);
-                psMutexGuard inner(mutex);
-                ++counter;
-            }
-        });
-    for (std::thread &thread : threads)
-        thread.join();
-    EXPECT_EQ(counter, 20000);
 }
 
 TEST(TrackedMemory, CountsWhatIsOutstanding)

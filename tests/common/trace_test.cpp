@@ -1,5 +1,6 @@
 // The agent trace, through its calls and the files it leaves.
 #include "common/ut/trace.h"
+#include "tests/support/child.h"
 #include "tests/support/files.h"
 
 #include <gtest/gtest.h>
@@ -7,8 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <memory>
 #include <pthread.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -125,16 +126,13 @@ TEST_F(Trace, KnowsItsClassesByManyNames)
 template <class Steps> std::string streamsOf(const std::filesystem::path &directory, Steps steps)
 {
     const std::string path = (directory / "streams").string();
-    const pid_t child = fork();
-    if (child == 0) {
+    const int status = inChild([&] {
         const int streams = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
         dup2(streams, STDOUT_FILENO);
         dup2(streams, STDERR_FILENO);
         steps();
-        _exit(0);
-    }
-    int status = -1;
-    waitpid(child, &status, 0);
+        return 0;
+    });
     return std::to_string(status) + " " + readFile(path);
 }
 
@@ -268,12 +266,7 @@ TEST_F(Trace, ChangesNoFileThatIsNotItsOwn)
 TEST_F(Trace, FollowsAMaximumThatAnotherProcessRaised)
 {
     ASSERT_EQ(begin(1), 0U);
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(begin(2) == 0 ? 0 : 1);
-    int status = -1;
-    waitpid(child, &status, 0);
-    ASSERT_EQ(status, 0);
+    ASSERT_EQ(inChild([&] { return static_cast<int>(begin(2)); }), 0);
     writeLines(1, 15'000);
     EXPECT_GT(content().size(), megabyte + 400'000);
 }
@@ -329,23 +322,19 @@ TEST_F(Trace, SurvivesAnyDamageToAWrappingFile)
 TEST_F(Trace, IsSharedByProcessesAndThreads)
 {
     ASSERT_EQ(begin(1), 0U);
-    std::vector<pid_t> children;
-    for (unsigned who = 1; who <= 3; ++who) {
-        const pid_t child = fork();
-        if (child == 0) {
+    std::vector<std::unique_ptr<Child>> children;
+    for (unsigned who = 1; who <= 3; ++who)
+        children.push_back(std::make_unique<Child>([&](int) {
             begin(1);
             writeLines(who * 10'000, who * 10'000 + 999);
-            _exit(0);
-        }
-        children.push_back(child);
-    }
+        }));
     std::vector<std::thread> threads;
     for (unsigned who = 4; who <= 5; ++who)
         threads.emplace_back([who] { writeLines(who * 10'000, who * 10'000 + 999); });
     for (std::thread &thread : threads)
         thread.join();
-    for (const pid_t child : children)
-        ASSERT_EQ(waitpid(child, nullptr, 0), child);
+    for (const auto &child : children)
+        ASSERT_EQ(child->wait(), 0);
     auto numbers = numbersIn(content());
     std::sort(numbers.begin(), numbers.end());
     EXPECT_EQ(std::unique(numbers.begin(), numbers.end()), numbers.end());
@@ -405,15 +394,10 @@ TEST_F(Trace, FollowsAnotherProcessIntoTheNextSegment)
 {
     ASSERT_EQ(begin(2, 1), 0U);
     writeLines(1, 10);
-    const auto inAnother = [&](unsigned first, unsigned last) {
-        const pid_t child = fork();
-        if (child == 0) {
-            writeLines(first, last); // with the descriptor it was born with, as another channel
-            _exit(0);
-        }
-        waitpid(child, nullptr, 0);
-    };
-    inAnother(11, 11'000);
+    (void)inChild([] {
+        writeLines(11, 11'000); // with the descriptor it was born with, as another channel
+        return 0;
+    });
     EXPECT_FALSE(content(".2").empty());
     writeLines(11'001, 11'001);
     EXPECT_EQ(numbersIn(content(".2")).back(), 11'001U);

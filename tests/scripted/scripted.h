@@ -52,8 +52,6 @@ public:
 
     /// Those of the calls that begin with one of the given texts.
     std::vector<std::string> callsOf(const std::vector<std::string> &beginnings) const;
-    /// The operations called, in order, without their fields and without the events logged.
-    std::vector<std::string> operations() const;
     /// What happened since the calls were last cleared, in short: "BeginTxn DeleteObj EndTxn1 L3 S3
     /// Terminate" has the vote behind EndTxn and, of an event, whether it went to the local log or
     /// to the server's and its severity; K4 is an event of kind 4.

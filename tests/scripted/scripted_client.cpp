@@ -58,15 +58,6 @@ std::vector<std::string> ScriptedClient::callsOf(const std::vector<std::string> 
     return found;
 }
 
-std::vector<std::string> ScriptedClient::operations() const
-{
-    std::vector<std::string> names;
-    for (const std::string &call : calls)
-        if (call.compare(0, 13, "hoxLogEventEx") != 0)
-            names.push_back(call.substr(0, call.find(' ')));
-    return names;
-}
-
 std::string ScriptedClient::story() const
 {
     std::string story;
