@@ -182,7 +182,7 @@ TEST_F(HostTest, FindsItsClosedStreamsClosed)
 TEST_F(HostTest, KeepsNoDescriptorWhenItIsClosedWithoutAnEnd)
 {
     installation.configureAgent(kEveryFile);
-    EXPECT_EQ("0", apart([this] {
+    EXPECT_EQ(0, apart([this] {
                   const auto opened = [] {
                       return std::distance(fs::directory_iterator("/proc/self/fd"), {});
                   };

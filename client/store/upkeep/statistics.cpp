@@ -58,8 +58,7 @@ Result<void> countDamage(const engine::Domain &domain, Statistics &sums)
     ARCA_TRY(const engine::DamagedParts parts, records.all());
     sums.damagedParts = parts.all().size();
     for (const engine::DamagedPart &part : parts.all()) {
-        const auto bytes =
-            blob::readWhole(domain.blobs(), records.nameOf(part), kMaxRecordBytes);
+        const auto bytes = blob::readWhole(domain.blobs(), records.nameOf(part), kMaxRecordBytes);
         const auto record = bytes ? decodeDamage(*bytes) : Result<DamageRecord>(bytes.error());
         if (record)
             sums.lastDamage = std::max(sums.lastDamage, record->foundAt);

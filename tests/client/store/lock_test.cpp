@@ -306,10 +306,11 @@ TEST_F(LockTest, ALimitOfFilesThatIsLoweredMeanwhileEndsNoHost)
             const rlimit none{0, 0};
             limitIsHidden = behindTheCheck;
             const bool begun = piece->append(viewOf("x")) && setrlimit(RLIMIT_FSIZE, &none) == 0;
-            std::string said;
+            std::string said = begun ? "" : "not begun ";
             const auto note = [&](const auto &done) {
-                const bool told = !done && done.error().text.find("ulimit -f") != std::string::npos;
-                said += told ? "told " : "- ";
+                const bool named =
+                    !done && done.error().text.find("ulimit -f") != std::string::npos;
+                said += named ? "told " : "- ";
             };
             note(piece->commit("pieces/aa/1", blob::Unsure::takeBack));
             note(other->write(viewOf("x")));
