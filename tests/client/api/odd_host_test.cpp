@@ -173,25 +173,24 @@ TEST_F(OddHostTest, ATransactionOfManyObjectsNeedsFewDescriptors)
 TEST_F(OddHostTest, AThreadThatIsCancelledEndsAfterItsOperations)
 {
     const std::string stream = randomBytes(3'000'000, 4);
-    EXPECT_EQ(inChild([&] {
-                  const std::string options = installation_.clientOptions();
-                  int step = 2;
-                  std::thread([&] {
-                      pthread_cancel(pthread_self());
-                      hoxHandle_t handle = 0;
-                      if (setUp(options) == HOX_RC_OK && logOnQuietly(handle) == HOX_RC_OK &&
-                          list(handle) == HOX_RC_FINISHED &&
-                          backUp(handle, "cancelled", stream) == HOX_RC_OK &&
-                          restore(handle, "cancelled") == stream &&
-                          remove(handle, "cancelled") == HOX_RC_OK &&
-                          api_.hoxCleanUp(1) == HOX_RC_OK)
-                          step = 0;
-                      pthread_testcancel();
-                      step = 3;
-                  }).join();
-                  return step;
-              }),
-              0);
+    EXPECT_EQ(
+        inChild([&] {
+            const std::string options = installation_.clientOptions();
+            int step = 2;
+            std::thread([&] {
+                pthread_cancel(pthread_self());
+                hoxHandle_t handle = 0;
+                if (setUp(options) == HOX_RC_OK && logOnQuietly(handle) == HOX_RC_OK &&
+                    backUp(handle, "cancelled", stream) == HOX_RC_OK &&
+                    list(handle) == HOX_RC_FINISHED && restore(handle, "cancelled") == stream &&
+                    remove(handle, "cancelled") == HOX_RC_OK && api_.hoxCleanUp(1) == HOX_RC_OK)
+                    step = 0;
+                pthread_testcancel();
+                step = 3;
+            }).join();
+            return step;
+        }),
+        0);
 }
 
 TEST_F(OddHostTest, TheLocalLogIsWrittenBesideALockThatIsNeverGivenBack)

@@ -130,13 +130,13 @@ TEST_F(VerifyTest, FindsWhatIsHurtAndNamesIt)
          kStructure,
          {"few", "zeros"},
          {}},
-        {"the filespace",
+        {"the filespace, which keeps no piece out of reach",
          [&] {
              for (const fs::path &state : stored("filespaces"))
                  flipByte(state, 20);
          },
          kStructure,
-         {"few", "noise", "twin", "zeros"},
+         {},
          {}},
     };
     const fs::path kept = installation_.directory() / "kept";
