@@ -35,7 +35,7 @@ Result<std::unique_ptr<DirectoryWriter>> DirectoryStore::beginWriter()
     ARCA_CHECK(ensureDirectory("tmp"));
     for (int attempt = 0; attempt < 100; ++attempt) {
         ARCA_TRY(std::string temporary, newTemporaryName());
-        WritersStore &self = *this; // a base that nobody else sees
+        WritersStore &self = *this; // a private base
         auto writer = std::make_unique<DirectoryWriter>(self, std::move(temporary));
         ARCA_TRY(const bool mine, writer->claim());
         if (mine)

@@ -28,7 +28,7 @@ struct NodeRemoval {
     std::uint64_t pieces = 0, inactive = 0, packs = 0;
 };
 
-/// `shown`: what a person has agreed to lose; null: nobody was asked. `notFound` when there is
+/// `shown`: what a person has agreed to lose; null: no question was put. `notFound` when there is
 /// nothing of such a node; `conflict` while its packs are being reclaimed, and when the node keeps
 /// more by now than was shown: then nothing was removed.
 Result<NodeRemoval> removeNode(blob::BlobStore &store, const std::string &node,

@@ -1,9 +1,10 @@
 // A node's filespaces: registering, describing, deleting.
 //
 // A filespace is deleted by one new state of its record, and from then on nothing in it shows. Its
-// pieces are removed afterwards, at the latest before it is registered anew. Whoever sends a piece
-// looks again after the commit, at the node too: a registration that is not the one he began under
-// takes the piece back, so that no deletion takes a piece that was acknowledged after it.
+// pieces are removed afterwards, at the latest before it is registered again. A commit looks at the
+// filespace and at the node once its piece is published: a registration that is not the one it
+// began under takes the piece back, so that no deletion takes a piece that was acknowledged after
+// it.
 #include "client/base/text.h"
 #include "client/store/changes/coming_piece.h"
 #include "client/store/keys/node_record.h"
@@ -63,9 +64,9 @@ Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &na
     return state;
 }
 
-/// In the place of a record that is damaged, which says no more than that there was one: every
-/// piece of the filespace would be out of reach with it. The next change writes it anew. Verifying
-/// names the damaged state.
+/// In the place of a record that is damaged, which says no more than that there was one: without it
+/// no piece of the filespace could be reached. The next change writes a state that can be read.
+/// Verifying names the damaged one.
 Filespace NodeSpace::standIn(const std::string &name, std::uint32_t number) const
 {
     constexpr std::uint32_t kNeverCountedTo = 0x8000'0000;

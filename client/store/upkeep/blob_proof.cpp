@@ -102,7 +102,7 @@ bool BlobProof::isOwn(const RecordForm &form, const std::string &blobName) const
     return blobName.starts_with(std::string(form.place) + space_.domain().nodeKey() + "/");
 }
 
-/// Nobody without the key may say anything of a filespace but that it is deleted.
+/// Without the key a state may say of a filespace only that it is deleted.
 Result<void> BlobProof::proveFilespace(const std::string &blobName, Bytes stored)
 {
     const RecordSeal seal(space_.domain());
@@ -111,7 +111,7 @@ Result<void> BlobProof::proveFilespace(const std::string &blobName, Bytes stored
     return state ? Result<void>() : state.error();
 }
 
-/// The mark of a rule is the node's, which nobody else can look at.
+/// Only the node has the key to the mark of a rule.
 Result<void> BlobProof::proveRule(const std::string &blobName)
 {
     ARCA_TRY(AccessRules rules, AccessRules::of(blobs_, space_.node(), space_.incarnation()));

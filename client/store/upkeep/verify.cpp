@@ -274,7 +274,7 @@ void Verification::endRound()
     VerifyRound &ended = round();
     if (ended.hurt == 0 && report_.outcome().hurt() == 0 && !report_.outcome().uncounted)
         ended.proven = ended.began;
-    // Whoever reads everything has seen the structure, too.
+    // A run that reads all data has checked the structure, too.
     if (request_.readData)
         state_.structure.proven = std::max(state_.structure.proven, ended.proven);
     ended.began = 0; // and what was hurt stays to be told until the next round begins

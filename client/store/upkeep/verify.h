@@ -25,7 +25,7 @@ struct VerifyRequest {
     bool readData = false;
     unsigned percent = 100;              // of the blobs, by number; 1 to 100
     std::chrono::seconds maxDuration{0}; // 0: as long as it takes
-    RecordSeal shared{}; // Repository::sharedSeal(); without it nobody proves classes and options
+    RecordSeal shared{}; // Repository::sharedSeal(); without it classes and options are not proven
 
     /// Such a run goes on where the one before stopped, and ends with the round at the latest.
     bool isPartial() const { return percent < 100 || maxDuration.count() != 0; }

@@ -1,4 +1,4 @@
-// What a run of verifying finds: counted, and told to whoever watches. One thread uses it at a
+// What a run of verifying finds: counted, and told to the watcher. One thread uses it at a
 // time.
 #ifndef KEEL_CLIENT_STORE_UPKEEP_VERIFY_REPORT_H
 #define KEEL_CLIENT_STORE_UPKEEP_VERIFY_REPORT_H
