@@ -59,6 +59,42 @@ TEST_F(ArcaTest, TheGraceTimeIsTheRepositorysAndMayBeChanged)
     EXPECT_EQ(arcaJson({"reclaim"})["purgedPieces"], 1);
 }
 
+/// The defaults would let go what the records keep.
+TEST_F(ArcaTest, RecordsFromTheBeginningThatAreLostPurgeAndExpireNothing)
+{
+    ASSERT_EQ(arca({"class", "change", "STANDARD", "--versions", "9"}).status, 0);
+    const hoxHandle_t handle = logOn();
+    store(handle, "p", "x");
+    ASSERT_EQ(arca({"rm", "p", "--yes"}).status, 0);
+    for (int version = 0; version < 3; ++version) {
+        store(handle, "q", "x");
+        ASSERT_EQ(arca({"rm", "q", "--deactivate", "--yes"}).status, 0);
+    }
+    for (const char *room : {"options", "classes"})
+        fs::remove_all(installation_.repository() / room);
+
+    EXPECT_EQ(arcaJson({"verify"}, 1)["hurt"].size(), 2U);
+    EXPECT_EQ(arcaJson({"reclaim"})["graceDamaged"], true);
+    EXPECT_EQ(arcaJson({"ls", "--removed"}, 1)["count"], 1);
+    EXPECT_EQ(arcaJson({"expire", "--yes"}, 1)["expired"], 0);
+    store(handle, "r", "stored all the same");
+
+    EXPECT_EQ(arca({"grace", "0"}).status, 0);
+    EXPECT_EQ(arca({"class", "change", "STANDARD", "--versions", "1"}).status, 0);
+    EXPECT_EQ(arcaJson({"expire", "--yes"})["expired"], 2);
+    EXPECT_EQ(arcaJson({"reclaim"})["purgedPieces"], 3);
+    EXPECT_EQ(arca({"verify"}).status, 0);
+
+    // A repository of an older release is watched from the next arca init on.
+    fs::remove_all(installation_.repository() / "options");
+    fs::remove(installation_.repository() / "defaults");
+    EXPECT_EQ(arca({"verify"}).status, 0);
+    EXPECT_EQ(arca({"init"}).status, 0);
+    EXPECT_EQ(arcaJson({"grace"})["graceSeconds"], 7 * 86400);
+    fs::remove_all(installation_.repository() / "options");
+    EXPECT_EQ(arca({"verify"}).status, 1);
+}
+
 TEST_F(ArcaTest, LostManifestsStopReclaimingAndFailVerifying)
 {
     const hoxHandle_t handle = logOn();

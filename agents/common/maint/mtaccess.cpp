@@ -9,7 +9,7 @@ int mtAccessRules(const mtSession &session, std::vector<qryRespAccessData> &rule
         rules.resize(count);
         const int rc = mtApi()->dhoxQueryAccess(mtStatus(), session.handle(), rules.data(), &count);
         if (rc != HOX_RC_MORE_DATA) {
-            rules.resize(rc == HOX_RC_OK ? count : 0);
+            rules.resize(rc == HOX_RC_OK || rc == HOX_RC_REPOSITORY_DAMAGED ? count : 0);
             return rc;
         }
     }

@@ -7,7 +7,8 @@
 
 #include "agents/common/maint/mtsession.h"
 
-/// Reads every rule, in the order of their numbers. After anything but 0 `rules` is empty.
+/// Reads every rule, in the order of their numbers. HOX_RC_REPOSITORY_DAMAGED: those are read that
+/// can be. After any other failure `rules` is empty.
 int mtAccessRules(const mtSession &session, std::vector<qryRespAccessData> &rules);
 
 /// Lets `node` (only `owner` there, when it is not empty) find and read the objects of that name; a

@@ -2,6 +2,7 @@
 #include "client/store/nodes/access.h"
 #include "client/api/objects/filespace_check.h"
 #include "client/api/session/client.h"
+#include "client/api/session/damaged_records.h"
 #include "client/api/session/guest.h"
 #include "client/api/session/records.h"
 
@@ -78,7 +79,8 @@ std::int16_t hoxQueryAccess(hoxHandle_t handle, qryRespAccessData *rules, std::u
         ARCA_TRY(auto known, ownRules(session));
         if (count == nullptr || (rules == nullptr && *count != 0))
             return refused(HOX_RC_NULL_ARGUMENT, "there is no place for the rules");
-        ARCA_TRY(const auto found, known.list(session.space->dataKey()));
+        std::vector<std::string> damaged;
+        ARCA_TRY(const auto found, known.list(session.space->dataKey(), &damaged));
         const std::size_t room = *count;
         const std::size_t filled = std::min(room, found.size());
         for (std::size_t i = 0; i < filled; ++i)
@@ -87,7 +89,12 @@ std::int16_t hoxQueryAccess(hoxHandle_t handle, qryRespAccessData *rules, std::u
             fillRule(rules[i], found[i]);
         // AccessRules::add() refuses more rules than *count can hold.
         *count = static_cast<std::uint16_t>(found.size());
-        return outcome(found.size() > room ? HOX_RC_MORE_DATA : HOX_RC_OK);
+        if (found.size() > room)
+            return outcome(HOX_RC_MORE_DATA);
+        return damaged.empty()
+                   ? success()
+                   : Code(damagedRecords(
+                         "access rules cannot be read, or were not made by this node", damaged));
     });
 }
 

@@ -85,12 +85,16 @@ std::int16_t hoxBindMC(hoxHandle_t handle, const hoxObjName *name, std::uint8_t 
         ARCA_CHECK(expectFillable(binding, HOX_MCBIND_VERSION, "the binding record"));
         ARCA_CHECK(expectBackup(sendType));
         ARCA_CHECK(objectNameOf(name));
-        ARCA_TRY(const auto bound, session.repository->policy().find(store::kDefaultClass));
+        auto bound = session.repository->policy().find(store::kDefaultClass);
+        // What STANDARD keeps decides about expiry only, so its damage stops no backup.
+        if (!bound && isUnreadable(bound.error()))
+            bound = std::optional(store::Policy::standardClass());
+        ARCA_CHECK(bound);
         *binding = mcBindKey{};
         binding->stVersion = HOX_MCBIND_VERSION;
-        fill(binding->mcName, bound->name);
+        fill(binding->mcName, (*bound)->name);
         binding->backupCopyGroup = 1;
-        fill(binding->backupDestination, bound->storagePool);
+        fill(binding->backupDestination, (*bound)->storagePool);
         return success();
     });
 }

@@ -1,6 +1,7 @@
 // Management classes.
 #include "client/api/queries/answer_record.h"
 #include "client/api/queries/queries.h"
+#include "client/api/session/damaged_records.h"
 #include "client/api/session/session.h"
 #include "client/base/text.h"
 
@@ -56,18 +57,6 @@ Code Classes::next(Session &, DataBlk *data)
     return answered();
 }
 
-/// What is said of classes whose records cannot be read.
-Refusal refusedFor(const std::vector<std::string> &records)
-{
-    std::string text;
-    for (const std::string &name : records)
-        text += (text.empty() ? "" : ", ") + name;
-    return refused(HOX_RC_REPOSITORY_DAMAGED,
-                   "management classes cannot be read: the " +
-                       std::string(records.size() == 1 ? "record is " : "records are ") +
-                       printable(text, 400));
-}
-
 } // namespace
 
 BegunQuery beginClassQuery(Session &session, const qryMCData *asked)
@@ -84,7 +73,7 @@ BegunQuery beginClassQuery(Session &session, const qryMCData *asked)
         for (store::ManagementClass &known : classes)
             query->add(std::move(known));
         if (!damaged.empty())
-            query->endWith(refusedFor(damaged));
+            query->endWith(damagedRecords("management classes cannot be read", damaged));
         return BegunQuery(std::move(query));
     }
     // A name too long to be any class matches none.

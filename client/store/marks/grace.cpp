@@ -1,6 +1,7 @@
 // The grace time, to and from bytes.
 #include "client/store/marks/grace.h"
 
+#include "client/store/records/defaults.h"
 #include "client/store/records/record_forms.h"
 
 namespace arca::store
@@ -19,7 +20,7 @@ Result<std::int64_t> decodeGrace(ByteView record)
 
 Result<std::int64_t> GraceTime::read()
 {
-    ARCA_TRY(const auto state, record_.latest());
+    ARCA_TRY(const auto state, latestDefault(blobs_, record_));
     if (!state)
         return kDefaultGrace;
     return inRecord(record_.nameOf(state->number), decodeGrace(state->bytes));
@@ -29,11 +30,23 @@ Result<void> GraceTime::write(std::int64_t seconds)
 {
     if (seconds < 0 || seconds > kMaxGrace)
         return Error{ErrorKind::badArgument, "the grace time is at most 100 years"};
-    ARCA_TRY(const auto state, record_.latest());
+    // A state that cannot be read is superseded like any other.
+    ARCA_TRY(const std::uint32_t newest, record_.newestNumber());
     ByteWriter payload;
     payload.u64(static_cast<std::uint64_t>(seconds));
-    return record_.write(state ? state->number : 0,
+    return record_.write(newest,
                          frameRecord(form::graceTime.kind, form::graceTime.newest, payload.view()));
+}
+
+Result<void> GraceTime::writeDefault()
+{
+    ARCA_TRY(const std::uint32_t newest, record_.newestNumber());
+    if (newest != 0)
+        return {};
+    auto written = write(kDefaultGrace);
+    if (!written && written.error().kind == ErrorKind::conflict)
+        return {};
+    return written;
 }
 
 } // namespace arca::store

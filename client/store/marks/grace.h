@@ -1,5 +1,6 @@
 // How long removed pieces of a repository are kept before reclaiming purges them: its grace time,
-// the same for all nodes. A numbered record, options/grace/<number>; without one the default holds.
+// the same for all nodes. A numbered record, options/grace/<number>, that is written when the
+// repository is made; in repositories of older releases the default holds without one.
 //
 // Payload (kind "ARCAGRAC", version 1): the time in seconds (8 bytes).
 #ifndef KEEL_CLIENT_STORE_MARKS_GRACE_H
@@ -10,6 +11,7 @@
 namespace arca::store
 {
 
+constexpr std::string_view kGracePlace = "options/grace";
 constexpr std::int64_t kDefaultGrace = 7 * 86400;
 constexpr std::int64_t kMaxGrace = std::int64_t{100} * 365 * 86400;
 
@@ -17,15 +19,21 @@ class GraceTime
 {
 public:
     /// `seal`: of the repository's records.
-    GraceTime(blob::BlobStore &blobs, RecordSeal seal) : record_(blobs, "options/grace", seal) {}
+    GraceTime(blob::BlobStore &blobs, RecordSeal seal)
+        : blobs_(blobs), record_(blobs, std::string(kGracePlace), seal)
+    {
+    }
 
-    /// Returns seconds. Errors: damaged.
+    /// Returns seconds. Errors: damaged, also when the record is lost (defaults.h).
     Result<std::int64_t> read();
+    /// Durably, where there is no record yet.
+    Result<void> writeDefault();
     /// Durable on return. Errors: conflict, badArgument when `seconds` is negative or beyond
     /// kMaxGrace.
     Result<void> write(std::int64_t seconds);
 
 private:
+    blob::BlobStore &blobs_;
     NumberedRecord record_;
 };
 

@@ -3,6 +3,7 @@
 
 #include "client/base/crypto/hash.h"
 #include "client/base/text.h"
+#include "client/store/records/defaults.h"
 #include "client/store/records/record_forms.h"
 
 #include <algorithm>
@@ -21,9 +22,11 @@ constexpr std::size_t kMaxName = 30, kMaxPool = 30, kMaxDescription = 255;
 constexpr std::size_t kHashBytesInNames = 16;
 constexpr int kMaxAttempts = 100;
 
+} // namespace
+
 // Made by each call: an object with memory would be made at the load, when there may be none, and
 // destroyed at the exit, when the host may still call.
-ManagementClass standardClass()
+ManagementClass Policy::standardClass()
 {
     return {std::string(kDefaultClass),
             "Pieces are kept until the application deletes them",
@@ -32,6 +35,9 @@ ManagementClass standardClass()
             kNoLimit,
             false};
 }
+
+namespace
+{
 
 std::string canonical(std::string_view name)
 {
@@ -112,11 +118,13 @@ Result<std::string> Policy::placeOf(std::string_view name)
     return blobPrefixOf(canonical(name));
 }
 
-Result<Policy::Known> Policy::read(const std::string &name)
+Result<Policy::Known> Policy::read(const std::string &name, Lost lost)
 {
     ARCA_TRY(const std::string prefix, blobPrefixOf(name));
     Known known{NumberedRecord(store_, prefix, seal_), 0, std::nullopt};
-    ARCA_TRY(const auto state, known.record.latest());
+    ARCA_TRY(const auto state, name == kDefaultClass && lost == Lost::damaged
+                                   ? latestDefault(store_, known.record)
+                                   : known.record.latest());
     if (!state)
         return known;
     ARCA_TRY(known.state,
@@ -149,8 +157,15 @@ Result<std::vector<ManagementClass>> Policy::list(Retired retired,
     }));
     std::vector<ManagementClass> classes;
     ARCA_TRY(const std::string standard, blobPrefixOf(std::string(kDefaultClass)));
-    if (!prefixes.contains(standard))
-        classes.push_back(standardClass());
+    if (!prefixes.contains(standard)) {
+        const auto lost = find(kDefaultClass);
+        if (!lost && damaged != nullptr && isUnreadable(lost.error()))
+            damaged->push_back(standard);
+        else if (!lost)
+            return lost.error();
+        else
+            classes.push_back(**lost);
+    }
     for (const std::string &prefix : prefixes) {
         NumberedRecord record(store_, prefix, seal_);
         const auto known = readState(record);
@@ -191,7 +206,8 @@ Result<void> Policy::change(std::string_view name,
 {
     const std::string wanted = canonical(name.substr(0, kMaxName + 1));
     for (int attempt = 0;; ++attempt) {
-        ARCA_TRY(Known known, read(wanted));
+        // A lost STANDARD begins again as that of a new repository.
+        ARCA_TRY(Known known, read(wanted, Lost::none));
         if (!known.state && wanted == kDefaultClass)
             known.state = standardClass();
         if (!known.state || known.state->retired)
@@ -203,6 +219,19 @@ Result<void> Policy::change(std::string_view name,
         if (written || written.error().kind != ErrorKind::conflict || attempt == kMaxAttempts)
             return written;
     }
+}
+
+Result<void> Policy::writeDefault()
+{
+    ARCA_TRY(const std::string prefix, blobPrefixOf(std::string(kDefaultClass)));
+    NumberedRecord record(store_, prefix, seal_);
+    ARCA_TRY(const std::uint32_t newest, record.newestNumber());
+    if (newest != 0)
+        return {};
+    auto written = record.write(0, encodeManagementClass(standardClass()));
+    if (!written && written.error().kind == ErrorKind::conflict)
+        return {};
+    return written;
 }
 
 Result<void> Policy::retire(std::string_view name)

@@ -3,7 +3,8 @@
 //
 //   classes/<name hash: 32 digits>/<number>   the numbered record of a class
 //
-// STANDARD, the default, is there without a record until somebody changes it, and is never deleted.
+// STANDARD, the default, is written when the repository is made (defaults.h) and is never deleted.
+// In repositories of older releases it is there without a record until somebody changes it.
 // Deleting another class retires it: nothing new is bound to it and no list shows it, but its
 // record stays, so that the pieces that were bound to it keep what it says of them.
 #ifndef KEEL_CLIENT_STORE_NODES_POLICY_H
@@ -48,13 +49,19 @@ public:
     /// What the names of the blobs of a class's record begin with, in whatever case the name is.
     static Result<std::string> placeOf(std::string_view name);
 
+    /// STANDARD as it is in a new repository.
+    static ManagementClass standardClass();
+    /// Durably, where STANDARD has no record yet.
+    Result<void> writeDefault();
+
     enum class Retired { left, included };
     /// Returns the default one first, the others by name. With `damaged` those that cannot be read
     /// are left out, and the names of their newest blobs are added there; without, the first ends
     /// it.
     Result<std::vector<ManagementClass>> list(Retired retired = Retired::left,
                                               std::vector<std::string> *damaged = nullptr);
-    /// Nothing when there is none, or only a retired one that is left out.
+    /// Nothing when there is none, or only a retired one that is left out. Errors: damaged, for
+    /// STANDARD also when its record is lost.
     Result<std::optional<ManagementClass>> find(std::string_view name,
                                                 Retired retired = Retired::left);
 
@@ -74,7 +81,8 @@ private:
         std::uint32_t number = 0; // of the state that was read
         std::optional<ManagementClass> state;
     };
-    Result<Known> read(const std::string &name);
+    enum class Lost { damaged, none }; // what a lost STANDARD is taken for
+    Result<Known> read(const std::string &name, Lost lost = Lost::damaged);
 
     blob::BlobStore &store_;
     RecordSeal seal_;

@@ -23,6 +23,7 @@
 #include "client/base/crypto/hash.h"
 #include "client/base/text.h"
 #include "client/blob/directory/location.h"
+#include "client/store/records/defaults.h"
 
 #include <ctime>
 
@@ -97,7 +98,21 @@ Result<std::unique_ptr<Repository>> Repository::create(std::unique_ptr<blob::Blo
     payload.u64(static_cast<std::uint64_t>(std::time(nullptr)));
     ARCA_CHECK(
         blob::putWhole(*store, std::string(kMarker), frameRecord(kKind, kVersion, payload.view())));
-    return open(std::move(store), shownName);
+    ARCA_TRY(auto made, open(std::move(store), shownName));
+    ARCA_CHECK(made->writeDefaults());
+    return made;
+}
+
+Result<void> Repository::writeDefaults()
+{
+    if (recordForm() != engine::RecordForm::keyed)
+        return {};
+    ARCA_TRY(const bool noted, areDefaultsNoted(*store_));
+    if (noted)
+        return {};
+    ARCA_CHECK(grace().writeDefault());
+    ARCA_CHECK(policy().writeDefault());
+    return noteDefaults(*store_);
 }
 
 Result<NodeKeys> Repository::authenticate(const std::string &node, std::string_view password)

@@ -27,6 +27,10 @@ public:
     static Result<std::unique_ptr<Repository>> create(std::unique_ptr<blob::BlobStore> store,
                                                       const std::string &shownName);
 
+    /// Writes durably what each repository has from its beginning (defaults.h), where it is not
+    /// written: after a create() that was interrupted, or in a repository of an older release.
+    Result<void> writeDefaults();
+
     /// 32 hexadecimal digits that no other repository has.
     const std::string &uuid() const { return uuid_; }
     /// Whether pieces may be made inactive. In a repository of the layout before this one they may

@@ -40,6 +40,8 @@ public:
 
     /// The number of the newest state, whether it can be read or not; 0: there is none.
     Result<std::uint32_t> newestNumber();
+    /// What the names of its states begin with.
+    const std::string &place() const { return prefix_; }
     /// The blob that holds the state of that number.
     std::string nameOf(std::uint32_t number) const;
 

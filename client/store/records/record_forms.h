@@ -25,6 +25,7 @@ constexpr RecordForm access{"access/", "", "ARCAACCS", 2, 2};
 constexpr RecordForm changePlan{"changes/", ".plan", "ARCAPLAN", 1, 2};
 constexpr RecordForm changeDone{"changes/", ".done", "ARCADONE", 1, 1};
 constexpr RecordForm managementClass{"classes/", "", "ARCACLAS", 1, 1};
+constexpr RecordForm defaults{"defaults", "", "ARCADFLT", 1, 1};
 constexpr RecordForm damage{"damage/", "", "ARCADMGE", 1, 1};
 constexpr RecordForm filespace{"filespaces/", "", "ARCAFSPC", 1, 2};
 constexpr RecordForm grant{"grants/", "", "ARCAGRNT", 1, 1};

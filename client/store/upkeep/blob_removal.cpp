@@ -7,6 +7,7 @@
 #include "client/store/nodes/policy.h"
 #include "client/store/pieces/inventory.h"
 #include "client/store/pieces/stored_manifests.h"
+#include "client/store/records/defaults.h"
 #include "client/store/records/record_forms.h"
 #include "client/store/upkeep/record_kinds.h"
 
@@ -73,9 +74,10 @@ Result<void> checkBlob(NodeSpace &space, const std::string &blobName, blob::Blob
         return refusal(blobName, "says which packs are marked: arca reclaim replaces it when it is "
                                  "damaged");
     const auto slash = blobName.find('/');
-    const bool own = slash != std::string::npos &&
-                     (blobName.starts_with("classes/") || blobName.starts_with("options/") ||
-                      blobName.substr(slash + 1, key.size()) == key);
+    const bool own = blobName == form::defaults.place ||
+                     (slash != std::string::npos &&
+                      (blobName.starts_with("classes/") || blobName.starts_with("options/") ||
+                       blobName.substr(slash + 1, key.size()) == key));
     // The keys of the node and of the repository can be made again by nothing.
     if (!own || blobName.starts_with("nodes/"))
         return refusal(blobName, "is none that this node may remove");
@@ -166,7 +168,11 @@ Result<void> fillClass(NodeSpace &space, const std::string &place, BlobRemoval &
         return {};
     }));
     ARCA_TRY(const std::string standard, Policy::placeOf(kDefaultClass));
-    removal.goesWith = place == standard
+    ARCA_TRY(const bool noted, areDefaultsNoted(space.domain().blobs()));
+    removal.goesWith = place == standard && noted
+                           ? "STANDARD is lost then: nothing bound to it expires until arca class "
+                             "change STANDARD says anew what it keeps"
+                       : place == standard
                            ? "STANDARD is as it was when the repository was made"
                            : "the class is not defined any more, and what is bound to it never "
                              "expires";
@@ -195,7 +201,8 @@ Result<void> fillGoesWith(NodeSpace &space, const RecordForm &kind, const std::s
         {form::outcome.place, "how a change that is settled had ended is forgotten"},
         {form::heldPacks.place, "every pack is kept until the manifest beside it is given up"},
         {form::note.place, "pieces that it alone names are not missed when they get lost"},
-        {form::graceTime.place, "removed pieces are kept for the 7 days of a new repository"},
+        {form::defaults.place, "records from the repository's beginning are not missed when they "
+                               "get lost, until arca init is run again"},
     };
     OtherStates others;
     if (isNumbered(kind)) {
@@ -214,6 +221,13 @@ Result<void> fillGoesWith(NodeSpace &space, const RecordForm &kind, const std::s
         return fillFilespace(space, place, removal);
     if (kind.place == form::managementClass.place)
         return fillClass(space, place, removal);
+    if (kind.place == form::graceTime.place) {
+        ARCA_TRY(const bool noted, areDefaultsNoted(space.domain().blobs()));
+        removal.goesWith = noted ? "no removed piece is purged by its time until arca grace sets "
+                                   "the time anew"
+                                 : "removed pieces are kept for the 7 days of a new repository";
+        return {};
+    }
     for (const Known &known : kKnown)
         if (known.place == kind.place)
             removal.goesWith = known.goesWith;

@@ -12,6 +12,7 @@
 #include "client/store/nodes/access.h"
 #include "client/store/nodes/policy.h"
 #include "client/store/pieces/inventory.h"
+#include "client/store/records/defaults.h"
 #include "client/store/space/filespace.h"
 #include "client/store/space/group.h"
 
@@ -43,6 +44,7 @@ constexpr RecordKind kKinds[] = {
     {form::changePlan, check<decodeChangePlan>},
     {form::changeDone, checkDone},
     {form::managementClass, check<decodeManagementClass>},
+    {form::defaults, decodeDefaults},
     {form::damage, check<decodeDamage>},
     {form::filespace, check<decodeFilespace>},
     {form::grant, check<decodeGrant>},

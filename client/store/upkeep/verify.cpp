@@ -3,8 +3,11 @@
 #include "client/store/upkeep/verify.h"
 
 #include "client/base/text.h"
+#include "client/store/marks/grace.h"
 #include "client/store/marks/quarantine.h"
+#include "client/store/nodes/policy.h"
 #include "client/store/pieces/inventory.h"
+#include "client/store/records/defaults.h"
 #include "client/store/upkeep/blob_proof.h"
 #include "client/store/upkeep/record_kinds.h"
 
@@ -38,6 +41,7 @@ std::vector<Section> sectionsOf(const std::string &nodeKey, const std::string &n
         {"changes/" + nodeKey + "/", Checked::record, false},
         {"classes/", Checked::record, false},
         {"damage/" + nodeKey + "/", Checked::record, false},
+        {"defaults", Checked::record, false},
         {"filespaces/" + nodeKey + "/", Checked::record, false},
         {"grants/" + nodeKey + "/", Checked::record, false},
         {"groups/" + nodeKey + "/", Checked::record, false},
@@ -82,6 +86,7 @@ private:
 
     VerifyRound &round() { return request_.readData ? state_.data : state_.structure; }
     Result<void> compareStock();
+    Result<void> compareDefaults();
     Result<std::uint64_t> count();
     void tellStrays();
     Result<Went> checkSections();
@@ -120,6 +125,8 @@ Result<VerifyOutcome> Verification::run()
         round() = VerifyRound{std::time(nullptr), proven, 0, {}};
     }
     ARCA_CHECK(compareStock());
+    if (round().last.empty())
+        ARCA_CHECK(compareDefaults());
     ARCA_TRY(const std::uint64_t blobs, count());
     report_.plan((blobs * request_.percent + 99) / 100);
     if (round().last.empty())
@@ -149,6 +156,24 @@ Result<void> Verification::compareStock()
         ARCA_CHECK(space_.domain().packs().list(
             [&](const engine::PackName &) { return !(packs = true); }));
     report_.endStock(packs);
+    return {};
+}
+
+/// What is there and damaged is told where it lies; here only what is not there at all.
+Result<void> Verification::compareDefaults()
+{
+    const auto noted = areDefaultsNoted(blobs_);
+    if (!noted && isUnreadable(noted.error()))
+        return {};
+    ARCA_CHECK(noted);
+    ARCA_TRY(const std::string standard, Policy::placeOf(kDefaultClass));
+    for (const std::string &place : {std::string(kGracePlace), standard}) {
+        NumberedRecord record(blobs_, place);
+        ARCA_TRY(const std::uint32_t newest, record.newestNumber());
+        if (newest == 0 && *noted)
+            report_.hurt(place, Checked::record,
+                         "the record was written when the repository was made, and is lost");
+    }
     return {};
 }
 

@@ -307,9 +307,11 @@ TEST_F(AccessTest, RulesAreShownAndTakenBackOneByOne)
     EXPECT_EQ(grant("p", std::string(65, 'n').c_str()), HOX_RC_NODE_NAME_TOO_LONG);
     EXPECT_EQ(queryAccess_(mine_, nullptr, nullptr), HOX_RC_NULL_ARGUMENT);
 
-    // A rule that was damaged opens nothing.
+    // A rule that was damaged opens nothing, and who made it is told.
     flipByte(stored("access").front(), -40);
     EXPECT_EQ(query(anna, "p"), kNothing);
+    EXPECT_EQ(queryAccess_(mine_, &one, &count), HOX_RC_REPOSITORY_DAMAGED);
+    EXPECT_EQ(count, 0U);
 }
 
 TEST_F(AccessTest, AGrantOpensForTheNodeItWasMadeFor)

@@ -34,8 +34,10 @@ struct Opened {
 Result<Opened> openOrMake(const std::string &location)
 {
     auto opened = store::Repository::open(location);
-    if (opened)
+    if (opened) {
+        ARCA_CHECK((*opened)->writeDefaults());
         return Opened{std::move(opened).value(), false};
+    }
     if (opened.error().kind != ErrorKind::noRepository)
         return std::move(opened).error();
     ARCA_TRY(auto made, store::Repository::create(location));

@@ -152,8 +152,8 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     if (!command.json)
         show(totals, asked.dryRun);
     if (unknownGrace && !command.json)
-        fmt::print("Damaged     the record of the grace time (arca verify names it): no removed "
-                   "piece was purged; arca grace sets it anew, --grace says it for one run\n");
+        tools::print("Damaged     the record of the grace time (arca verify names it): no removed "
+                     "piece was purged; arca grace sets it anew, --grace says it for one run\n");
     if (!command.json)
         showDamage(totals, asked.dryRun);
     if (totals.damagedPacks.empty())

@@ -20,7 +20,10 @@ namespace arca::tool
 namespace
 {
 
-Json jsonOf(const store::RemovedPiece &piece, std::int64_t grace)
+/// In seconds; nothing when its record cannot be read.
+using Grace = std::optional<std::int64_t>;
+
+Json jsonOf(const store::RemovedPiece &piece, Grace grace)
 {
     const store::PieceInfo &info = piece.info;
     return {{"piece", pieceOf(info.description.name)},
@@ -30,7 +33,7 @@ Json jsonOf(const store::RemovedPiece &piece, std::int64_t grace)
             {"size", info.totals.streamBytes},
             {"stored", tools::utcTimeText(info.insertedAt)},
             {"removed", tools::utcTimeText(piece.removedAt)},
-            {"keptUntil", tools::utcTimeText(piece.removedAt + grace)}};
+            {"keptUntil", grace ? Json(tools::utcTimeText(piece.removedAt + *grace)) : Json()}};
 }
 
 std::string leftText(std::int64_t seconds)
@@ -38,14 +41,15 @@ std::string leftText(std::int64_t seconds)
     return seconds <= 0 ? "over" : ageText(seconds);
 }
 
-void print(const store::RemovedPiece &piece, std::int64_t grace)
+void print(const store::RemovedPiece &piece, Grace grace)
 {
     const store::PieceInfo &info = piece.info;
     const std::int64_t now = std::time(nullptr);
-    tools::print(
-        "{}  {:>10}  {:>8}  {:>8}  {}{}\n", idText(info.id), sizeText(info.totals.streamBytes),
-        ageText(now - piece.removedAt), leftText(piece.removedAt + grace - now),
-        printable(pieceOf(info.description.name), 1300), info.isActive() ? "" : "  (inactive)");
+    tools::print("{}  {:>10}  {:>8}  {:>8}  {}{}\n", idText(info.id),
+                 sizeText(info.totals.streamBytes), ageText(now - piece.removedAt),
+                 grace ? leftText(piece.removedAt + *grace - now) : "unknown",
+                 printable(pieceOf(info.description.name), 1300),
+                 info.isActive() ? "" : "  (inactive)");
 }
 
 } // namespace
@@ -68,7 +72,10 @@ Result<void> listRemoved(const Command &command, const std::string &pattern, boo
                          Json &result)
 {
     ARCA_TRY(const NodeSession session, logOn(command, fromStandardInput, result));
-    ARCA_TRY(const std::int64_t grace, session.repository->grace().read());
+    const auto kept = session.repository->grace().read();
+    if (!kept && kept.error().kind != ErrorKind::damaged)
+        return kept.error();
+    const Grace grace = kept ? Grace(*kept) : Grace();
     Json &objects = result["objects"] = Json::array();
     std::uint64_t count = 0, size = 0;
     ARCA_CHECK(session.space->visitRemoved([&](const store::RemovedPiece &piece) {
@@ -87,11 +94,14 @@ Result<void> listRemoved(const Command &command, const std::string &pattern, boo
     }));
     result["count"] = count;
     result["size"] = size;
-    result["graceSeconds"] = grace;
+    result["graceSeconds"] = grace ? Json(*grace) : Json();
     if (count == 0 && !pattern.empty())
         return Error{ErrorKind::notFound, "no removed piece matches " + printable(pattern, 1300)};
     if (!command.json)
         tools::print("{}, {}\n", tools::counted(count, "removed piece"), sizeText(size));
+    if (!kept)
+        return Error{ErrorKind::damaged,
+                     kept.error().text + "; until arca grace sets it anew nothing is purged"};
     return {};
 }
 
