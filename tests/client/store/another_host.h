@@ -47,8 +47,9 @@ public:
     {
         if (!create)
             return files_.openForLocking(path, create);
-        if (path.starts_with("/r/locks/remove-"))
-            step();           // before a removal compares and unlinks
+        // Before a removal compares and unlinks, and where a repair has its claims.
+        if (path.starts_with("/r/locks/remove-") || path.starts_with("/r/locks/change-"))
+            step();
         static int locks = 0; // that no other one meets: a new file each time
         return files_.create(path + ".of-another-host-" + std::to_string(++locks));
     }

@@ -248,33 +248,34 @@ TEST_F(LateChange, IntoAFilespaceThatIsDeletedMeanwhileShowsBeforeOrNever)
         const auto found = space.find(nameOf("new"));
         return found && *found;
     };
-    meetEverywhere([&](int n, int m) {
-        Elsewhere maker(files_), other(files_);
-        Result<void> done;
-        bool before = false, atEnd = false;
-        std::swap(maker.space, space_);
-        const auto met = meet(
-            maker.host, n,
-            [&] {
+    // Whichever is first stops where the other one meets it.
+    for (const bool deletesFirst : {false, true})
+        meetEverywhere([&](int n, int m) {
+            Elsewhere maker(files_), other(files_);
+            Result<void> done;
+            bool before = false, atEnd = false;
+            std::swap(maker.space, space_);
+            const auto makes = [&] {
                 done = exchange(Old::removed);
                 atEnd = shows(*space_);
-            },
-            other.host, m,
-            [&] {
+            };
+            const auto deletes = [&] {
                 before = shows(*other.space);
                 (void)other.space->deleteFilespace("/fs");
-            });
-        EXPECT_TRUE(!done || before || atEnd) << "acknowledged in a filespace that was deleted";
-        EXPECT_TRUE(open());
-        EXPECT_TRUE(space_->visitRemoved([&](const store::RemovedPiece &piece) {
-            const std::string &name = piece.info.description.name.lowLevel;
-            EXPECT_TRUE(!name.starts_with("/new") || done || before || atEnd)
-                << name << " was never stored";
-            return true;
-        }));
-        restoreStart();
-        return met;
-    });
+            };
+            const auto met = deletesFirst ? meet(other.host, n, deletes, maker.host, m, makes)
+                                          : meet(maker.host, n, makes, other.host, m, deletes);
+            EXPECT_TRUE(!done || before || atEnd || deletesFirst)
+                << "acknowledged in a filespace that was deleted";
+            EXPECT_TRUE(open());
+            EXPECT_TRUE(space_->visitRemoved([&](const store::RemovedPiece &piece) {
+                const std::string &name = piece.info.description.name.lowLevel;
+                EXPECT_TRUE(!name.starts_with("/new") || done) << name << " was never stored";
+                return true;
+            }));
+            restoreStart();
+            return met;
+        });
 }
 
 /// A removal sleeps at any step; another one finishes it, and a node of that name is registered.

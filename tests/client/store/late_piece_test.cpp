@@ -4,6 +4,7 @@
 #include "client/store/upkeep/blob_removal.h"
 #include "client/store/upkeep/repair.h"
 #include "tests/client/store/late_fixture.h"
+#include "tests/client/store/reclaim_fixture.h"
 
 namespace
 {
@@ -110,30 +111,51 @@ TEST_F(LatePiece, SetAsideAndBroughtBackAtOnceIsLostByNeither)
         });
 }
 
-// What takes the claim of a repair for dead has not counted what that publishes afterwards.
-TEST_F(LatePiece, BroughtBackBesideAReclaimingThatCallsItsClaimDeadIsNotLost)
+/// With a piece that needs little of its pack, so that reclaiming marks it.
+class LateReturn : public test::ReclaimTest
 {
-    const std::string path = pathUnder("pieces");
-    meetEverywhere([&](int n, int m) {
-        flip(path);
-        const auto aside = space_->setAside(nameOf("kept"));
-        EXPECT_TRUE(aside);
-        flip("/r/" + *aside);
-        Elsewhere one(files_), other(files_);
-        const auto met = meet(
-            one.host, n, [&] { (void)store::repair(*one.space, false, {}); }, other.host, m,
+protected:
+    struct Meeting : test::LateFixture { // lends how two processes meet
+        using LateFixture::meet;
+    };
+    void flip(const std::string &path) { files_.contentOf(path)[70] ^= 1; }
+};
+
+// What takes the claim of a repair for dead has not counted what that publishes afterwards.
+TEST_F(LateReturn, BesideAReclaimingThatCallsItsClaimDeadLosesNothing)
+{
+    const auto active = space_->find(nameOf("few")).value()->id;
+    std::string path;
+    for (const std::string &one : files_.paths())
+        if (one.starts_with("/r/pieces/"))
+            path = one;
+    flip(path);
+    const auto aside = space_->setAside(nameOf("few"));
+    ASSERT_TRUE(aside);
+    flip("/r/" + *aside);
+    const auto begun = files_.snapshot();
+    bool paused = true;
+    for (int m = 1; paused && !HasFailure(); ++m) {
+        SCOPED_TRACE(m);
+        OtherHost repairing(*this), reclaiming(*this);
+        // Stops where it has its claims and looks for the lock.
+        const auto met = Meeting::meet(
+            repairing.files, 2, [&] { (void)store::repair(*repairing.space, false, {}); },
+            reclaiming.files, m,
             [&] {
-                for (const std::string &claim : pathsUnder({"tmp"}))
-                    EXPECT_TRUE(files_.unlink(claim));
-                (void)store::Reclaim(*other.space, {.grace = 0, .maxFreed = 100}).run();
+                for (const std::string &claim : files_.paths())
+                    if (claim.starts_with("/r/tmp/")) {
+                        EXPECT_TRUE(files_.unlink(claim));
+                    }
+                (void)store::Reclaim(*reclaiming.space, test::kAtOnce).run();
             });
-        EXPECT_TRUE(open());
-        repair(*space_);
-        EXPECT_EQ(state(), " kept");
-        EXPECT_TRUE(isSound());
-        restoreStart();
-        return met;
-    });
+        EXPECT_TRUE(met.stopped);
+        paused = met.paused;
+        open();
+        EXPECT_TRUE(store::repair(*space_, false, {}));
+        expectPiece(active, few_);
+        putBack(begun);
+    }
 }
 
 TEST_F(LatePiece, SetAsideWhileItWaitedIsBroughtBackToItsNameIfItsChangeIsDone)
