@@ -1,6 +1,6 @@
 // The records that a repository has from its beginning: the grace time and the class STANDARD. They
 // are written when it is made, and a blob says so, so that one that got lost is told from one that
-// was never written: without it, what was set aside for 90 days would be purged after the default 7.
+// was never written: without it, what is kept for 90 days would be purged after the default 7.
 //
 //   defaults   a record of kind "ARCADFLT", version 1, without a payload
 //
