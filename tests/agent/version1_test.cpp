@@ -37,9 +37,12 @@ TEST_F(Version1RealTest, StoresDescribesReadsAndRemovesAFile)
     EXPECT_EQ("", remove("first"));
     EXPECT_EQ("7011/2", remove("first")) << "the channel goes on after a removal";
     EXPECT_EQ("7000/0", open("first", SBT1_READ));
-    begin();
-    EXPECT_EQ(nullptr, info("first"));
-    EXPECT_EQ("7011/2", told());
+    for (const auto &[name, outcome] : {std::pair("first", "7011/2"), std::pair("", "7012/2501")}) {
+        begin();
+        EXPECT_EQ(nullptr, info(name));
+        EXPECT_EQ(outcome, told());
+        EXPECT_EQ("7060/2014", remove("first")) << "the channel ends with every description";
+    }
 }
 
 TEST_F(Version1RealTest, StoresSeveralFilesInOneChannel)

@@ -133,7 +133,7 @@ SBT_EXPORT int sbtread(bserc *error, unsigned th, char *buffer);
 /// durable.
 SBT_EXPORT int sbtclose(bserc *error, unsigned th, unsigned long flags);
 /// Returns a record that stays the library's, valid until the next sbtinfo of the process, or null.
-/// The channel is over after the call, unless the name was refused.
+/// The channel is over after the call.
 SBT_EXPORT const sbtFileInfo *sbtinfo(bserc *error, char *fileName);
 /// Deletes a file; 0, or -1 with nothing deleted.
 SBT_EXPORT int sbtremove(bserc *error, char *fileName);

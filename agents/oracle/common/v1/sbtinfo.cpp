@@ -23,6 +23,31 @@ void describe(const char *fileName, const dhoxBackupObject_t &object)
     stCopy(answer.mgmtClass, object.mcName);
 }
 
+// Fills the answer in. False when there is none, with the reason in the error record.
+bool find(Sbt1Call &call, const char *fileName)
+{
+    if (!sbt1FileNameFits(fileName)) {
+        SCOPE_EXIT(call.scope(), " %s: Exit - oer = %d, errno = %d\n\n", call.name(),
+                   static_cast<int>(SBT1_FILE_NAME), 2501);
+        call.fail(SBT1_FILE_NAME, 2501, OrcMessage(2501, call.name()));
+        return false;
+    }
+    dhoxBackupObject_t object{};
+    std::uint16_t rc = ohoxSess(call);
+    if (rc == ORC_RC_OK && (rc = queryObj(call, fileName, &object)) == ORC_RC_OK) {
+        queryMC(call, fileName, object.mcName);
+        describe(fileName, object);
+        return true;
+    }
+    if (rc == HOX_RC_NO_MATCH) {
+        veloReportApiFailure(call.ctx(), HOX_RC_NO_MATCH);
+    }
+    SCOPE_EXIT(call.scope(), " %s: Exit - oer = %d, errno = %d\n\n", call.name(),
+               static_cast<int>(SBT1_FAILED), rc);
+    call.failStep(SBT1_FAILED, rc);
+    return false;
+}
+
 } // namespace
 
 const sbtFileInfo *sbtinfo(bserc *error, char *fileName)
@@ -36,27 +61,9 @@ const sbtFileInfo *sbtinfo(bserc *error, char *fileName)
         return nullptr;
     }
     call.exportNode();
-    if (!sbt1FileNameFits(fileName)) {
-        SCOPE_EXIT(call.scope(), " %s: Exit - oer = %d, errno = %d\n\n", call.name(),
-                   static_cast<int>(SBT1_FILE_NAME), 2501);
-        call.fail(SBT1_FILE_NAME, 2501, OrcMessage(2501, call.name()));
-        return nullptr;
-    }
-    dhoxBackupObject_t object{};
-    std::uint16_t rc = ohoxSess(call);
-    if (rc == ORC_RC_OK && (rc = queryObj(call, fileName, &object)) == ORC_RC_OK) {
-        queryMC(call, fileName, object.mcName);
-        describe(fileName, object);
-    } else if (rc == HOX_RC_NO_MATCH) {
-        veloReportApiFailure(call.ctx(), HOX_RC_NO_MATCH);
-    }
-    if (rc != ORC_RC_OK) {
-        SCOPE_EXIT(call.scope(), " %s: Exit - oer = %d, errno = %d\n\n", call.name(),
-                   static_cast<int>(SBT1_FAILED), rc);
-        call.failStep(SBT1_FAILED, rc);
-    }
+    const bool found = find(call, fileName);
     call.scope().leave();
     ORC_TRACE(2, " %s: Calling veloCleanUp(). Last trace for %s\n", call.name(), call.name());
     call.cleanUp();
-    return rc == ORC_RC_OK ? &answer : nullptr;
+    return found ? &answer : nullptr;
 }
