@@ -262,6 +262,17 @@ TEST_F(BindingTest, HasAnAnswerForWhatIsNotLoaded)
 
 TEST_F(BindingTest, KnowsTheTimeAndWhoAsks)
 {
+    trBegin(path("agent.trc").c_str(), 0);
+    trEnable("API PERFORM", 1);
+    DBaseApi::StartApiCall(&status);
+    DBaseApi::EndApiCall(&status, "other");
+    status.totalTime = 2500;
+    api.LogApiStatus(&status);
+    trEnd();
+    EXPECT_TRUE(inOrder(contents("agent.trc"),
+                        "elapsed seconds 0, total time 0 for other Apis|Performance stats: 2 "
+                        "seconds spent in ARCA API calls"))
+        << contents("agent.trc");
     char text[64];
     DIfcTimeUtil::getTimeStamp(text, sizeof text);
     EXPECT_TRUE(

@@ -66,11 +66,6 @@ void mtCleanUp()
     }
 }
 
-int mtOptions(optStruct &options)
-{
-    return mtApi()->dhoxQueryCliOptions(mtStatus(), &options);
-}
-
 int mtSession::start(const mtLogon_t &logon)
 {
     end();

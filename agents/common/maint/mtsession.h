@@ -21,8 +21,6 @@ int mtSetUp(const std::string &optionFile);
 /// Ends every session and cleans the client up; the library stays loaded. No other call of this
 /// room may run meanwhile. Without a set-up it does nothing.
 void mtCleanUp();
-/// Reads the client's options that are in force since mtSetUp.
-int mtOptions(optStruct &options);
 
 struct mtLogon_t {
     std::string node;     // empty: the client's own choice

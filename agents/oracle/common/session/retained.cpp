@@ -26,7 +26,6 @@ template <class Function> void *addressOf(Function *function)
 __attribute__((used, retain)) void *const retained[] = {
     addressOf(mtSetUp),
     addressOf(mtCleanUp),
-    addressOf(mtOptions),
     addressOf(mtText),
     addressOf(mtQueryObjects),
     addressOf(mtQueryGroup),
@@ -58,6 +57,7 @@ __attribute__((used, retain)) void *const retained[] = {
     addressOf(FunctionNotLoaded),
     addressOf(LumoFunctionNotLoaded),
     addressOf(DIfcTimeUtil::getTimeStamp),
+    addressOf(static_cast<void (*)(DBaseApiStatus *, const char *)>(DBaseApi::EndApiCall)),
     addressOf(psveloGetOwnerName),
     addressOf(nlprintf),
     addressOf(nlfprintf),
