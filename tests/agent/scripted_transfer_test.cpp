@@ -31,6 +31,11 @@ TEST_F(ScriptedTransferTest, SaysOfAPieceWhatTheServerIsToKeep)
                           "protected=0 mask=200030"}),
               client.callsOf({"hoxRegisterFS", "hoxBindMC", "hoxSendObj", "hoxUpdateFS"}));
     EXPECT_EQ("hoxSendData bytes=4096", client.callsOf({"hoxSendData"})[0]);
+    std::string data;
+    ASSERT_EQ("", restore("piece", data)); // the active piece of the name, and no other
+    EXPECT_EQ(
+        (Operations{"hoxBeginGetData mustBeActive=1 type=0 count=1 id=7:1", "hoxGetObj id=7:1"}),
+        client.callsOf({"hoxBeginGetData", "hoxGetObj"}));
 }
 
 TEST_F(ScriptedTransferTest, AbortsOnRequestWithoutAFilespaceUpdate)

@@ -164,6 +164,12 @@ TEST_F(Messages, NeverHandADamagedFileToTheHost)
     std::filesystem::remove(path);
     writeFile(path, whole);
     ASSERT_EQ(startMessages(directory.path()), 0);
+    const auto here = std::filesystem::current_path();
+    std::filesystem::current_path(path.parent_path());
+    nlsCatalogue_t bare;
+    EXPECT_FALSE(bare.open("velo.cat")) << "a name is no path: it depends on where the host stands";
+    EXPECT_TRUE(bare.open("./velo.cat"));
+    std::filesystem::current_path(here);
     std::filesystem::resize_file(path, 0); // while it is in use
     EXPECT_EQ(textOf(nlsprintf, 2522), noMemory);
     std::filesystem::remove(path);

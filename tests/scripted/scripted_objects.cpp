@@ -176,9 +176,11 @@ OPERATION(hoxGetNextQObj)(hoxHandle_t, DataBlk *data)
 
 BARE_OPERATION(hoxEndQuery, 0, hoxHandle_t)
 
-OPERATION(hoxBeginGetData)(hoxHandle_t, uint8_t wait, uint8_t getType, const hoxGetList *list)
+OPERATION(hoxBeginGetData)
+(hoxHandle_t, uint8_t mustBeActive, uint8_t getType, const hoxGetList *list)
 {
-    CALL("hoxBeginGetData", "wait=%d type=%d count=%u", wait, getType, list->numObjId);
+    CALL("hoxBeginGetData", "mustBeActive=%d type=%d count=%u id=%u:%u", mustBeActive, getType,
+         list->numObjId, list->objId->hi, list->objId->lo);
     return 0;
 }
 
