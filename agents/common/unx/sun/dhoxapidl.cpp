@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <cstring>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "common/ut/trace.h"
@@ -28,6 +29,7 @@ static_assert(kSymbolCount == 44, "the client's interface has 44 operations");
 
 // The loader keeps in mind for good that a directory of its search path was missing, also when it
 // had no memory to look there. So what it does not find is asked for by its path from this library.
+// The loader opens files as the effective user, who need not be the one that started the host.
 void *openClient()
 {
     void *client = dlopen(DHoxApiDL::kLibrary, RTLD_NOW);
@@ -41,7 +43,7 @@ void *openClient()
         char path[PATH_MAX];
         const int whole = std::snprintf(path, sizeof path, "%.*s%s%s", length, own.dli_fname, place,
                                         DHoxApiDL::kLibrary);
-        if (length != 0 && whole < PATH_MAX && access(path, R_OK) == 0) {
+        if (length != 0 && whole < PATH_MAX && faccessat(AT_FDCWD, path, R_OK, AT_EACCESS) == 0) {
             client = dlopen(path, RTLD_NOW);
         }
         if (client != nullptr) {

@@ -58,7 +58,8 @@ bool sqlplusIsThere()
     }
     char path[4096];
     const int length = std::snprintf(path, sizeof path, "%s/bin/sqlplus", home);
-    return length > 0 && static_cast<std::size_t>(length) < sizeof path && access(path, X_OK) == 0;
+    return length > 0 && static_cast<std::size_t>(length) < sizeof path &&
+           faccessat(AT_FDCWD, path, X_OK, AT_EACCESS) == 0;
 }
 
 // Writes the script in the working directory, and follows no link, which another user may have put
