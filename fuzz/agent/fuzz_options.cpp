@@ -3,6 +3,7 @@
 
 #include "agents/oracle/common/diagnostics/optionfile.h"
 #include "agents/oracle/common/session/velooptions.h"
+#include "common/ut/trace.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -44,5 +45,11 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char *data, std::size_t siz
     for (int option = 0; option < OPT_COUNT; ++option)
         checkOption(*ctx, option, stream, rc == 0);
     std::fclose(stream);
+    // Flags are read from their options, whatever stands there.
+    trTestEnable(ctx->options[OPT_VELO_TEST_FLAGS]);
+    const char *value = "";
+    require(!trTestFlag("TEST_ORACLEDATA", &value) || std::strlen(value) < ORC_OPTION_SIZE);
+    trEnable(ctx->options[OPT_VELO_TRACE_FLAGS], 1);
+    trEnd();
     return 0;
 }

@@ -1,6 +1,8 @@
-// Any bytes as a small stored record, as the payload of one, as a line of the activity log, and as
-// the file of verifying.
+// Any bytes as a small stored record, as the payload of one, as the name of a blob, as a line of
+// the activity log, and as the file of verifying.
+#include "client/blob/temporary_name.h"
 #include "client/store/log/activity_reader.h"
+#include "client/store/pieces/manifest_place.h"
 #include "client/store/pieces/removed_piece.h"
 #include "client/store/records/record.h"
 #include "client/store/records/record_seal.h"
@@ -16,7 +18,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     if (const auto key = SecretKey::from(Bytes(SecretKey::kBytes, std::byte{1})))
         (void)store::RecordSeal(*key, engine::RecordForm::keyed)
             .open("objects/a/00000001", Bytes(bytes.begin(), bytes.end()));
-    (void)store::parseRemovedName("0", std::string(textOf(bytes)));
+    const std::string name(textOf(bytes));
+    (void)store::parseRemovedName("0", name);
+    (void)store::changeIn(name);
+    (void)blob::isTemporaryName(name);
     static const auto seal = store::LogSeal::of(*SecretKey::random());
     (void)store::parseLogLine(textOf(bytes), "node", *seal);
     (void)store::encodeVerifyState(store::parseVerifyState(textOf(bytes)));

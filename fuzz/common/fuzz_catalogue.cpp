@@ -1,12 +1,15 @@
-// Catalogues, two ways: the bytes as a file that is checked, opened and asked for messages, and the
-// bytes as the stored text of one message with its insert table.
+// Catalogues: the bytes as a file that is checked, opened and asked for messages, as the stored
+// text of one message with its insert table, and as the name of the host's locale, which chooses a
+// file.
 #include "common/nls/nls.h"
 #include "common/nls/nlsinserts.h"
+#include "common/nls/nlslanguage.h"
 #include "common/nls/nlsmsg.h"
 #include "common/ut/utmem.h"
 #include "fuzz/scratch.h"
 
 #include <cstdlib>
+#include <cstring>
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
@@ -73,6 +76,18 @@ void asMessage(std::string_view stored)
     place(message->stored(), "%s,%d,%llu,%f,%c,%*.*s", "text", -1, ~0ULL, 1.5, 'c', 3, 2, "piece");
     utFree(message);
 }
+
+// A language is the name of one directory.
+void asLocale(const char *locale)
+{
+    char language[nlsLanguageSize];
+    char fallback[nlsLanguageSize];
+    nlsLanguageOfLocale(locale, language);
+    nlsFallbackLanguage(language, fallback);
+    for (const char *name : {language, fallback})
+        if (*name == '\0' || *name == '.' || std::strchr(name, '/') != nullptr)
+            std::abort();
+}
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
@@ -80,6 +95,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string text(reinterpret_cast<const char *>(data), size);
     asMessage(text);
     asMessage("RBQ0001E " + text);
+    asLocale(text.c_str());
     asFile(data, size);
     return 0;
 }

@@ -1,15 +1,35 @@
-// The line reader: whatever a keyword file holds, lines end, fit their buffer and say something.
+// Text: whatever a keyword file holds, lines end, fit their buffer and say something; and whatever
+// a log is given, it becomes one line.
+#include "common/string/ststring.h"
 #include "common/ut/utline.h"
+#include "common/ut/utnoargs.h"
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+static void asLogLine(std::string_view text)
+{
+    const std::string formatted = utFormatNoArgs(text);
+    char cut[20];
+    const std::size_t length = utFormatNoArgs(cut, sizeof cut, text);
+    if (formatted.size() > text.size() || formatted.compare(0, length, cut, length) != 0)
+        std::abort();
+    constexpr std::size_t limit = 40;
+    const std::string line = stOneLine(formatted, limit);
+    for (const char c : line)
+        if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F)
+            std::abort();
+    if (line.size() > limit + 3)
+        std::abort();
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
 {
     if (size < 2)
         return 0;
+    asLogLine({reinterpret_cast<const char *>(data), size});
     const long bufferSize = 2 + data[0] % 40;
     FILE *file = fmemopen(const_cast<std::uint8_t *>(data) + 1, size - 1, "r");
     if (file == nullptr)

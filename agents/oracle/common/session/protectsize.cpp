@@ -23,6 +23,7 @@
 #include "agents/oracle/common/diagnostics/callscope.h"
 #include "agents/oracle/common/diagnostics/velotrace.h"
 #include "agents/oracle/common/session/backup.h"
+#include "agents/oracle/common/session/fourthline.h"
 #include "agents/oracle/common/veloprocess.h"
 #include "common/unx/psfile.h"
 #include "common/unx/pswrite.h"
@@ -39,8 +40,6 @@ constexpr std::string_view kScript = "/ as sysdba"
 constexpr const char *kShownCommand = "$ORACLE_HOME/bin/sqlplus -S @.sql 2>&1";
 constexpr const char *kCommand = "\"$ORACLE_HOME\"/bin/sqlplus -S @.sql 2>&1";
 constexpr long kLimitMilliseconds = 60000; // or what the test flag TEST_ORCPROTECTLIMIT says
-constexpr std::size_t kLineSize = 513;
-constexpr int kValueLine = 4;
 
 long long nowMilliseconds()
 {
@@ -168,45 +167,6 @@ private:
 
     pid_t pid_ = -1;
     int out_ = -1;
-};
-
-// Splits the output into lines, cut at kLineSize - 1 characters, and keeps the last of the first
-// four.
-class LastOfFourLines
-{
-public:
-    /// Returns false when the four lines are complete.
-    bool take(const char *data, std::size_t size)
-    {
-        for (std::size_t i = 0; i < size && lines_ < kValueLine; ++i) {
-            building_[used_++] = data[i];
-            if (data[i] == '\n' || used_ == kLineSize - 1) {
-                finishLine();
-            }
-        }
-        return lines_ < kValueLine;
-    }
-    const char *last()
-    {
-        if (used_ != 0 && lines_ < kValueLine) {
-            finishLine();
-        }
-        return line_;
-    }
-
-private:
-    void finishLine()
-    {
-        building_[used_] = '\0';
-        std::memcpy(line_, building_, used_ + 1);
-        used_ = 0;
-        ++lines_;
-    }
-
-    char building_[kLineSize] = "";
-    char line_[kLineSize] = "";
-    std::size_t used_ = 0;
-    int lines_ = 0;
 };
 
 // Reads the output of the child. False when its time was over before its output ended.
