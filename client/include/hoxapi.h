@@ -971,8 +971,9 @@ int16_t hoxSetAccess(hoxHandle_t handle, uint8_t accessType, const hoxObjName *n
 
 /* Fills in the rules that the session's node made, by their numbers. rules points at room for
  * *count records, and may be null when that is 0. *count becomes the number of rules there are;
- * HOX_RC_MORE_DATA when that is more than there was room for, and as many as fit are filled in. On
- * failure neither is changed. */
+ * HOX_RC_MORE_DATA when that is more than there was room for, and as many as fit are filled in.
+ * HOX_RC_REPOSITORY_DAMAGED when all others are filled in and counted: rules that cannot be read,
+ * or that this node did not make, admit nobody. On any other failure neither is changed. */
 int16_t hoxQueryAccess(hoxHandle_t handle, qryRespAccessData *rules, uint16_t *count);
 
 /* Takes a rule back, durably. Sessions of the reader look at the rules before each answer, object

@@ -2,7 +2,6 @@
 #include "client/store/nodes/access.h"
 #include "client/api/objects/filespace_check.h"
 #include "client/api/session/client.h"
-#include "client/api/session/damaged_records.h"
 #include "client/api/session/guest.h"
 #include "client/api/session/records.h"
 

@@ -1,7 +1,6 @@
 // Management classes.
 #include "client/api/queries/answer_record.h"
 #include "client/api/queries/queries.h"
-#include "client/api/session/damaged_records.h"
 #include "client/api/session/session.h"
 #include "client/base/text.h"
 

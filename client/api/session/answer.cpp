@@ -1,6 +1,8 @@
 // From the store's kinds of failure to return codes, and the last failure of each thread.
 #include "client/api/session/answer.h"
 
+#include "client/base/text.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -63,6 +65,17 @@ thread_local LastFailure lastFailure;
 } // namespace
 
 Refusal::Refusal(Error error) : code(codeOf(error.kind)), detail(std::move(error.text)) {}
+
+Refusal damagedRecords(const std::string &fault, const std::vector<std::string> &blobNames)
+{
+    std::string text;
+    for (const std::string &name : blobNames)
+        text += (text.empty() ? "" : ", ") + name;
+    return refused(HOX_RC_REPOSITORY_DAMAGED,
+                   fault + ": the " +
+                       std::string(blobNames.size() == 1 ? "record is " : "records are ") +
+                       printable(text, 400));
+}
 
 std::int16_t remembered(const Refusal &refusal) noexcept
 {

@@ -11,6 +11,7 @@
 
 #include <new>
 #include <string>
+#include <vector>
 
 namespace arca::api
 {
@@ -41,6 +42,10 @@ inline Refusal refused(int code, std::string detail = {})
 {
     return Refusal(static_cast<std::int16_t>(code), std::move(detail));
 }
+
+/// Of records that an answer left out because they cannot be read. `fault`: "SUCH RECORDS cannot be
+/// read"; `blobNames`: at least one.
+Refusal damagedRecords(const std::string &fault, const std::vector<std::string> &blobNames);
 
 /// Keeps a refusal as this thread's last failure, its detail cut to HOX_MAX_RC_MESSAGE bytes, and
 /// returns its code. Allocates nothing.
