@@ -1,5 +1,6 @@
 // Reclaiming beside streams that run, and over files that fail and a machine that stops: what a
 // piece needs is never taken, and what nobody needs goes in the end.
+#include "client/engine/packs/pack_format.h"
 #include "tests/client/store/reclaim_fixture.h"
 
 #include <sys/resource.h>
@@ -35,6 +36,20 @@ TEST_F(ReclaimTest, DeadPacksGoAndMostlyDeadOnesShrinkToWhatIsNeeded)
     EXPECT_EQ(reclaim().freedBytes, 0U);
     ASSERT_TRUE(remove("few") && remove("again"));
     EXPECT_EQ(reclaim().deadPacks, 2U);
+    EXPECT_EQ(packs(), 0U);
+}
+
+/// Its trailer is sound, and its index is not: whoever frees it does not need that.
+TEST_F(ReclaimTest, ADeadPackWithARottenIndexGoes)
+{
+    reclaim(); // the pack of "few" is rewritten: of a first revision no index is read
+    ASSERT_TRUE(remove("few"));
+    for (const std::string &path : files_.paths())
+        if (path.starts_with("/r/packs/")) {
+            std::string &bytes = files_.contentOf(path);
+            bytes[bytes.size() - engine::kPackTrailerBytes - 1] ^= 1;
+        }
+    EXPECT_TRUE(reclaim().damagedPacks.empty());
     EXPECT_EQ(packs(), 0U);
 }
 
@@ -98,6 +113,34 @@ TEST_F(ReclaimTest, WhoeverReadsARemovedPieceReadsItToItsEnd)
     EXPECT_TRUE(got == stream);
     reader->reset();
     EXPECT_EQ(reclaim().deadPacks, 2U);
+}
+
+/// A restore of an inactive version begins between two steps of reclaiming, and the version is
+/// removed at once.
+TEST_F(ReclaimTest, ARestoreOfAnInactivePieceIsReadToItsEnd)
+{
+    const store::PieceId id = (*space_->find(nameOf("few")))->id;
+    ASSERT_TRUE(space_->commitTogether({{}, {}, std::span(&id, 1)}));
+    const auto begun = files_.snapshot();
+    bool came = true;
+    for (int n = 1; came && !HasFailure(); ++n) {
+        SCOPED_TRACE(n);
+        putBack(begun);
+        OtherHost other(*this);
+        std::unique_ptr<store::PieceReader> reader;
+        files_.runBefore(n, [&] {
+            auto opened = other.space->openPiece(id);
+            EXPECT_TRUE(opened && other.space->remove(id));
+            reader = opened ? std::move(*opened) : nullptr;
+        });
+        reclaim();
+        came = files_.hasRun();
+        files_.runBefore(0, nullptr);
+        std::string got(few_.size(), '\0');
+        const auto length =
+            reader ? reader->read(std::as_writable_bytes(std::span(got))) : Result<std::size_t>(0);
+        EXPECT_TRUE(!came || (length && got == few_));
+    }
 }
 
 /// Another process does one thing, whole, between two steps of reclaiming, and between every two.
