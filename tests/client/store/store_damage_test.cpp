@@ -1,4 +1,5 @@
 // Blobs that are not what was stored: flipped, cut, exchanged, or of another release.
+#include "client/base/text.h"
 #include "client/store/marks/quarantine.h"
 #include "client/store/upkeep/blob_removal.h"
 #include "client/store/upkeep/repair.h"
@@ -97,6 +98,22 @@ TEST_F(StoreDamage, ARecordWithoutProofOrFromAnotherPlaceIsRefused)
     ASSERT_TRUE(repository_->policy().define({"GOLD", "", "POOL"}));
     ASSERT_TRUE(repository_->policy().define({"LEAD", "", "POOL"}));
 
+    // A version that became inactive by a change that is done, and a change of a dead process.
+    ASSERT_TRUE(backUp("newer", 'w', 2000));
+    const store::PieceId inactive = (*space_->find(nameOf("newer")))->id;
+    ASSERT_TRUE(space_->commitTogether({{}, {}, std::span(&inactive, 1)}));
+    store::ChangePlan plan;
+    plan.id = 7;
+    plan.going = {ids[0]};
+    const std::string name =
+        "changes/" + space_->domain().nodeKey() + "/" + toHex(plan.id) + ".plan";
+    const auto sealed =
+        store::RecordSeal(space_->domain()).seal(name, store::encodeChangePlan(plan));
+    ASSERT_TRUE(sealed && blob::putWhole(space_->domain().blobs(), name, *sealed));
+
+    const auto sound = [&]() -> Result<void> {
+        return isSound() ? Result<void>() : Error{ErrorKind::damaged, "named"};
+    };
     const auto all = [](auto... results) -> Result<void> {
         Result<void> first;
         ((first = first && !results ? Result<void>(results.error()) : first), ...);
@@ -107,15 +124,19 @@ TEST_F(StoreDamage, ARecordWithoutProofOrFromAnotherPlaceIsRefused)
         {"/r/groups/",
          [&] { return all(space_->groups().find(ids[0]), space_->groups().find(ids[1])); }},
         {"/r/filespaces/", // one that is damaged keeps no piece out of reach
-         [&]() -> Result<void> {
+         [&] {
              EXPECT_TRUE(all(space_->find(ids[0]), space_->find(ids[1])));
-             return isSound() ? Result<void>() : Error{ErrorKind::damaged, "named"};
+             return sound();
          }},
         {"/r/reclaim/", [&] { return all(store::markRecord(space_->domain()).latest()); }},
         {"/r/classes/",
          [&] {
-             return all(repository_->policy().find("GOLD"), repository_->policy().find("LEAD"));
+             return all(repository_->policy().find("GOLD"), repository_->policy().find("LEAD"),
+                        repository_->policy().find("STANDARD"));
          }},
+        {"/r/options/", [&] { return all(repository_->grace().read()); }},
+        {"/r/outcomes/", [&] { return all(space_->find(inactive)); }},
+        {"/r/changes/", [&] { return sound(); }}, // it holds up nothing
     };
     for (const auto &[room, use] : rooms) {
         SCOPED_TRACE(room);
