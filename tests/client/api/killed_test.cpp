@@ -151,7 +151,7 @@ TEST_F(KilledTest, OfProcessesThatRenameAndDeleteOneObjectEachIsToldWhatCameOfIt
                 const hoxHandle_t own = logOn();
                 const hoxObjName name = nameOf(piece);
                 tell(told, "b");
-                const std::string wanted = "/" + nameOfPiece(round, process + 1);
+                const std::string wanted = "/" + nameOfPiece(round, process);
                 const int code = process == 0 ? remove(own, piece)
                                               : api_.hoxRenameObj(own, HOX_SEND_BACKUP, &name, "/",
                                                                   wanted.c_str());
