@@ -10,11 +10,15 @@
 namespace
 {
 
+/// With the first bytes that SQLite asks for, or the fuzzer would mostly see files thrown away.
 void put(const std::string &path, std::span<const std::uint8_t> bytes)
 {
+    constexpr std::string_view kFirst{"SQLite format 3", 16};
+    std::string content(bytes.begin(), bytes.end());
+    if (content.size() >= kFirst.size())
+        content.replace(0, kFirst.size(), kFirst);
     std::ofstream(path, std::ios::binary | std::ios::trunc)
-        .write(reinterpret_cast<const char *>(bytes.data()),
-               static_cast<std::streamsize>(bytes.size()));
+        .write(content.data(), static_cast<std::streamsize>(content.size()));
 }
 
 } // namespace
