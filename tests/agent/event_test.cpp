@@ -196,7 +196,8 @@ TEST_F(EventTest, EndsALineOfTheEarlyLogThatADiskCut)
     EXPECT_EQ("7011 2534", initialise());
     const std::string written = keel::test::readFile(log);
     EXPECT_NE(std::string::npos, written.find(cut + "\n"));
-    EXPECT_NE(std::string::npos, written.find(path("no\\nsuch"))) << "and shows it on one line";
+    const std::string head = " TID<" + std::to_string(getpid()) + ">  ==>  RBQ2615E ";
+    EXPECT_TRUE(inOrder(written, head + "|" + path("no\\nsuch"))) << "and shows it on one line";
 }
 
 TEST_F(EventTest, KeepsTheLastFailureForWhoeverAsks)

@@ -120,6 +120,30 @@ TEST_F(ScriptedAgentTest, TellsTheEndOfACallThatReleasesTheTraces)
         << contents("agent.trc");
 }
 
+TEST_F(ScriptedAgentTest, KeepsTheFormsThatScriptsLookFor)
+{
+    installation.configureAgent({"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ORACLE"});
+    openChannel(2);
+    char command[] = "-a=1";
+    EXPECT_EQ(0, agent.sbtcommand(ctx, 0, command));
+    EXPECT_EQ(-1, agent.sbtremove2(ctx, 0, nullptr));
+    ASSERT_EQ("", open("piece"));
+    EXPECT_EQ("sbtremove2 7501", remove({"piece"}));
+    // What differs between the two traces has always differed.
+    EXPECT_TRUE(inOrder(contents("agent.trc"),
+                        "sbtcommand(): command = '-a=1'\n|"
+                        "sbtremove2(): Exit - NULL filename, hoxHandle = 0\n|"
+                        "sbtremove2(): Exit - wrong state, hoxHandle = 1, state = 2\n|"
+                        "sbterror(): Enter\n"))
+        << contents("agent.trc");
+    EXPECT_TRUE(inOrder(trace(), "sbtremove2(): Exit File Name is NULL, hoxHandle = 0\n|"
+                                 "sbtremove2(): Exit - Wrong State, hoxHandle = 1, state = 2\n|"
+                                 "sbterror(): Enter \n|"
+                                 "sbterror():  Error Code = 7501, Native Message = 'RBQ2614E|"
+                                 "', Unicode Message = '(null)'\n"))
+        << trace();
+}
+
 class TraceTest : public ::testing::Test
 {
 protected:
