@@ -138,8 +138,8 @@ void store(store::NodeSpace &space, std::uint32_t number)
         "pieces/" + space.domain().nodeKey() + "/" + digits.substr(0, 2) + "/" + digits;
     const store::PieceId id =
         std::strtoull(digits.substr(0, 8).c_str(), nullptr, 16) << 32 | (number + 1);
-    const auto manifest = need(store::ManifestWriter::begin(
-        space.domain().blobs(), space.domain().manifestKey(), Cipher::aes256, id, piece));
+    const auto manifest =
+        need(store::ManifestWriter::begin(space.domain(), Cipher::aes256, id, piece));
     store::ManifestEnd end;
     end.insertedAt = 1'700'000'000 + number / 10;
     end.totals.digest = StreamDigest().value();

@@ -82,7 +82,8 @@ class BlobStore
 public:
     virtual ~BlobStore() = default;
 
-    virtual Result<std::unique_ptr<BlobWriter>> begin() = 0;
+    /// `whose`: any text, for which the writer counts as a claim; empty: it counts for every one.
+    virtual Result<std::unique_ptr<BlobWriter>> begin(const std::string &whose = {}) = 0;
     /// `notFound`. What an open reader reads stays readable when the blob is removed.
     virtual Result<std::unique_ptr<BlobReader>> open(const std::string &name) = 0;
     /// Visits every name that begins with `prefix`, in no order; `visit` answers false to stop. The
@@ -111,9 +112,11 @@ public:
     virtual Result<std::unique_ptr<BlobLock>> lock(const std::string &name,
                                                    const std::string &doing) = 0;
 
-    /// The writers that live now, in any process, by names that are never used again. Whoever holds
-    /// a writer thereby says to all others: I may count on what was there when I began.
-    virtual Result<std::set<std::string>> livingWriters() = 0;
+    /// Returns the writers that live now, in any process, by names that are not used again. A
+    /// writer is a claim of its holder on what was there when it began. `whose`: leaves out those
+    /// that were begun for another one; some of them may be returned all the same, as those of
+    /// earlier releases are, which name nobody. Empty: all.
+    virtual Result<std::set<std::string>> livingWriters(const std::string &whose = {}) = 0;
 
     /// Keeps some space back for work that frees space. What cannot be kept now is kept by a later
     /// call.

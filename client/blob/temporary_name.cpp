@@ -12,13 +12,39 @@ namespace arca::blob
 
 /// Between the name of a claim and the rest of the name of what is parked under it.
 static constexpr char kParked = '.';
+/// Before the number of the process: the owner follows it.
+static constexpr char kOwned = '0';
 static constexpr std::size_t kRandomBytes = 8;
+static constexpr std::size_t kOwnerBytes = 4;
 
-Result<std::string> newTemporaryName()
+Result<std::string> ownerDigits(const std::string &whose)
 {
-    Bytes random(kRandomBytes);
+    if (whose.empty())
+        return std::string();
+    ARCA_TRY(const Sha256 digest, sha256({viewOf(whose)}));
+    return toHex(ByteView(digest).first(kOwnerBytes));
+}
+
+Result<std::string> newTemporaryName(const std::string &whose)
+{
+    ARCA_TRY(const std::string owner, ownerDigits(whose));
+    Bytes random(kRandomBytes - owner.size() / 2);
     ARCA_CHECK(fillRandom(random));
-    return "tmp/" + std::to_string(getpid()) + "-" + toHex(random);
+    return "tmp/" + (owner.empty() ? std::string() : std::string(1, kOwned)) +
+           std::to_string(getpid()) + "-" + owner + toHex(random);
+}
+
+bool mayCountFor(std::string_view fileName, std::string_view ownerDigits)
+{
+    const auto dash = fileName.find('-');
+    return ownerDigits.empty() || !fileName.starts_with(kOwned) || dash == fileName.npos ||
+           fileName.substr(dash + 1).starts_with(ownerDigits);
+}
+
+std::string_view processIn(std::string_view fileName)
+{
+    const std::string_view number = fileName.substr(0, fileName.find('-'));
+    return number.substr(number.starts_with(kOwned) ? 1 : 0);
 }
 
 std::string parkedName(const std::string &claim, const std::string &temporary)
@@ -52,7 +78,7 @@ bool ownedByThisProcess([[maybe_unused]] const std::string &fileName)
 #if __has_include(<sys/file.h>)
     return false;
 #else
-    return fileName.starts_with(std::to_string(getpid()) + "-");
+    return processIn(fileName) == std::to_string(getpid());
 #endif
 }
 

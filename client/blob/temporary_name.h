@@ -1,6 +1,12 @@
 // Names of what lies in tmp/:
-//   tmp/<pid>-<16 hexadecimal digits>        a blob being written, or a claim
-//   tmp/<pid>-<16 digits>.<16 digits>        a finished blob, parked under the claim before the dot
+//   tmp/0<pid>-<owner><random>           a blob being written, or a claim, that counts for one
+//                                        owner: 8 hexadecimal digits of its digest, 8 random ones
+//   tmp/<pid>-<random>                   one that counts for every owner: 16 random digits
+//   tmp/<either>.<16 digits>             a finished blob, parked under the claim before the dot
+//
+// An earlier release has the second form only. It takes the first for one of its own, which counts
+// for every owner: so no release takes away what a claim of another one keeps. Two owners of the
+// same digits only wait for each other.
 #ifndef KEEL_CLIENT_BLOB_TEMPORARY_NAME_H
 #define KEEL_CLIENT_BLOB_TEMPORARY_NAME_H
 
@@ -12,8 +18,16 @@
 namespace arca::blob
 {
 
-/// Returns a name that no other writer has. Errors: io, when there are no random numbers.
-Result<std::string> newTemporaryName();
+/// Returns a name that no other writer has. `whose`: the owner; empty: it counts for every one.
+/// Errors: io, when there are no random numbers.
+Result<std::string> newTemporaryName(const std::string &whose);
+
+/// Returns the digits that stand for an owner in these names; empty for none.
+Result<std::string> ownerDigits(const std::string &whose);
+/// Returns false for a name that counts for another owner only. Empty digits: true.
+bool mayCountFor(std::string_view fileName, std::string_view ownerDigits);
+/// Returns the number of the process that made the file, as text.
+std::string_view processIn(std::string_view fileName);
 
 /// Returns the name of what `temporary` wrote when it is parked under `claim`.
 std::string parkedName(const std::string &claim, const std::string &temporary);

@@ -37,13 +37,16 @@ Result<void> DirectoryStore::removeLeftovers()
     return {};
 }
 
-Result<std::set<std::string>> DirectoryStore::livingWriters()
+Result<std::set<std::string>> DirectoryStore::livingWriters(const std::string &whose)
 {
+    ARCA_TRY(const std::string owner, ownerDigits(whose));
     ARCA_TRY(const auto found, namesIn("tmp"));
     std::set<std::string> living;
     for (const std::string &entry : found) {
         if (!isTemporaryName(entry) || lockedFor(entry) != entry)
             continue; // the claim stands for what is parked
+        if (!mayCountFor(entry, owner))
+            continue;
         auto file = files_.openForLocking(pathOf("tmp/" + entry), false);
         if (!file && file.error().kind == ErrorKind::notFound)
             continue;

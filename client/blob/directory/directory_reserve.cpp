@@ -51,7 +51,7 @@ void DirectoryStore::keepReserve()
             made = true;
             continue;
         }
-        const auto writer = beginWriter();
+        const auto writer = beginWriter({});
         if (!writer || !(*writer)->allocate(kLargeBytes) || !(*writer)->commit(name, Unsure::leave))
             return;
     }

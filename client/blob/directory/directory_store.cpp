@@ -24,17 +24,17 @@ DirectoryStore::DirectoryStore(std::string root, FileLayer &files,
 
 DirectoryStore::~DirectoryStore() = default;
 
-Result<std::unique_ptr<BlobWriter>> DirectoryStore::begin()
+Result<std::unique_ptr<BlobWriter>> DirectoryStore::begin(const std::string &whose)
 {
-    ARCA_TRY(auto writer, beginWriter());
+    ARCA_TRY(auto writer, beginWriter(whose));
     return std::unique_ptr<BlobWriter>(std::move(writer));
 }
 
-Result<std::unique_ptr<DirectoryWriter>> DirectoryStore::beginWriter()
+Result<std::unique_ptr<DirectoryWriter>> DirectoryStore::beginWriter(const std::string &whose)
 {
     ARCA_CHECK(ensureDirectory("tmp"));
     for (int attempt = 0; attempt < 100; ++attempt) {
-        ARCA_TRY(std::string temporary, newTemporaryName());
+        ARCA_TRY(std::string temporary, newTemporaryName(whose));
         WritersStore &self = *this; // a private base
         auto writer = std::make_unique<DirectoryWriter>(self, std::move(temporary));
         ARCA_TRY(const bool mine, writer->claim());

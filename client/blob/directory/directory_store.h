@@ -1,7 +1,8 @@
 // The blob store in a local directory.
 //
 //   ROOT/<name>              a blob: complete, synced, never changed
-//   ROOT/tmp/<pid>-<random>  a blob being written; its writer holds a lock on it while it lives
+//   ROOT/tmp/<pid>-<random>  a blob being written; its writer holds a lock on it while it lives;
+//                            temporary_name.h has the forms of its name
 //   ROOT/tmp/<pid>-<random>.<random>
 //                            a finished blob that is parked: who holds the lock on the file of the
 //                            name before the dot commits it, or gives it up
@@ -46,7 +47,7 @@ public:
                    std::chrono::milliseconds patience = kPatience);
     ~DirectoryStore() override;
 
-    Result<std::unique_ptr<BlobWriter>> begin() override;
+    Result<std::unique_ptr<BlobWriter>> begin(const std::string &whose = {}) override;
     Result<std::unique_ptr<BlobReader>> open(const std::string &name) override;
     Result<void> list(const std::string &prefix,
                       const std::function<bool(const std::string &)> &visit) override;
@@ -63,7 +64,7 @@ public:
     Result<std::unique_ptr<BlobLock>> lock(const std::string &name,
                                            const std::string &doing) override;
     std::string holderOf(const std::string &lock) override;
-    Result<std::set<std::string>> livingWriters() override;
+    Result<std::set<std::string>> livingWriters(const std::string &whose = {}) override;
     /// Of the files in reserve/, those that are missing are made.
     void keepReserve() override;
     bool giveUpReserve() override;
@@ -77,7 +78,7 @@ private:
     Result<std::unique_ptr<File>> openLock(const std::string &name);
     Error heldBy(const std::string &name);
     Result<std::vector<std::unique_ptr<BlobLock>>> lockRemoval(const std::string &name);
-    Result<std::unique_ptr<DirectoryWriter>> beginWriter();
+    Result<std::unique_ptr<DirectoryWriter>> beginWriter(const std::string &whose);
     Result<void> publish(const std::string &temporary, const std::string &name, File &written,
                          Unsure unsure) override;
     void takeBack(const std::string &name, File &written);

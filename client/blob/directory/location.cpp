@@ -38,7 +38,7 @@ Result<Location> Location::parse(std::string_view text)
 /// map every user to one. Of the file nothing stays.
 static bool givesFilesTo(uid_t owner, const std::string &directory)
 {
-    const auto name = newTemporaryName();
+    const auto name = newTemporaryName({});
     if (!name)
         return false;
     const auto place = Place::find(directory, directory + "/" + *name, "creating");

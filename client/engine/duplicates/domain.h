@@ -35,6 +35,9 @@ public:
                                                 HostCache cache = {});
 
     blob::BlobStore &blobs() const { return blobs_; }
+    /// Begins a blob, or a claim, that counts for this domain alone: reclaiming in another one does
+    /// not wait for it.
+    Result<std::unique_ptr<blob::BlobWriter>> beginBlob() const { return blobs_.begin(nodeKey_); }
     const std::string &nodeKey() const { return nodeKey_; }
     const HostCache &cache() const { return cache_; }
     const PackStore &packs() const { return packs_; }

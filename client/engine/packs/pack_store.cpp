@@ -123,7 +123,7 @@ Result<PackHeader> PackStore::newHeader(const PackId &id, Cipher cipher)
 Result<std::unique_ptr<PackWriter>> PackStore::begin(const PackName &which,
                                                      const PackHeader &header) const
 {
-    ARCA_TRY(auto blob, blobs_.begin());
+    ARCA_TRY(auto blob, blobs_.begin(nodeKey_));
     ARCA_TRY(const Aead cipher, packCipher(packKey_, header));
     std::unique_ptr<PackWriter> writer(
         new PackWriter(std::move(blob), blobNameOf(which), header, cipher));

@@ -98,7 +98,7 @@ class PackStore
 public:
     /// `packKey` (32 bytes) is kept by reference.
     PackStore(blob::BlobStore &blobs, const std::string &nodeKey, ByteView packKey)
-        : blobs_(blobs), prefix_("packs/" + nodeKey + "/"), packKey_(packKey)
+        : blobs_(blobs), nodeKey_(nodeKey), prefix_("packs/" + nodeKey + "/"), packKey_(packKey)
     {
     }
 
@@ -135,6 +135,7 @@ private:
                                                const PackName &which) const;
 
     blob::BlobStore &blobs_;
+    std::string nodeKey_;
     std::string prefix_;
     ByteView packKey_;
 };

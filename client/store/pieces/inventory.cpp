@@ -246,7 +246,7 @@ Result<bool> Inventory::isUncounted(const Noted &before, std::uint64_t found)
         return false;
     // A piece is visible before its note is; until that is there its commit has a claim. So when
     // none is left, every note is there that the manifests which were found will ever have.
-    ARCA_TRY(const auto claims, domain_.blobs().livingWriters());
+    ARCA_TRY(const auto claims, domain_.blobs().livingWriters(domain_.nodeKey()));
     if (!claims.empty())
         return false;
     ARCA_TRY(const Noted now, readStock());
@@ -348,7 +348,7 @@ CommitNote::CommitNote(engine::Domain &domain) : domain_(domain)
 {
     if (!Inventory(domain).isKept())
         return;
-    if (auto begun = blob::withReserve(domain.blobs(), [&] { return domain.blobs().begin(); }))
+    if (auto begun = blob::withReserve(domain.blobs(), [&] { return domain.beginBlob(); }))
         blob_ = std::move(begun).value();
 }
 

@@ -20,8 +20,7 @@ ManifestWriter::ManifestWriter(std::unique_ptr<blob::BlobWriter> blob, const Man
 {
 }
 
-Result<std::unique_ptr<ManifestWriter>> ManifestWriter::begin(blob::BlobStore &blobs,
-                                                              const SecretKey &manifestKey,
+Result<std::unique_ptr<ManifestWriter>> ManifestWriter::begin(const engine::Domain &domain,
                                                               Cipher cipher, PieceId id,
                                                               const PieceDescription &description)
 {
@@ -33,8 +32,8 @@ Result<std::unique_ptr<ManifestWriter>> ManifestWriter::begin(blob::BlobStore &b
     header.id = id;
     header.descriptionBytes = static_cast<std::uint32_t>(plain.size() + kTagBytes);
     ARCA_CHECK(fillRandom(header.salt));
-    ARCA_TRY(const Aead sealing, manifestCipher(manifestKey, header));
-    ARCA_TRY(auto blob, blobs.begin());
+    ARCA_TRY(const Aead sealing, manifestCipher(domain.manifestKey(), header));
+    ARCA_TRY(auto blob, domain.beginBlob());
     std::unique_ptr<ManifestWriter> writer(new ManifestWriter(std::move(blob), header, sealing));
     ARCA_CHECK(writer->put(writer->headerBytes_));
     ARCA_CHECK(writer->putSealed(descriptionNonce(), writer->headerBytes_, plain));

@@ -4,6 +4,7 @@
 #ifndef KEEL_CLIENT_STORE_PIECES_MANIFEST_WRITER_H
 #define KEEL_CLIENT_STORE_PIECES_MANIFEST_WRITER_H
 
+#include "client/engine/duplicates/domain.h"
 #include "client/store/pieces/manifest_format.h"
 
 namespace arca::store
@@ -12,8 +13,7 @@ namespace arca::store
 class ManifestWriter final : public engine::RunSink
 {
 public:
-    static Result<std::unique_ptr<ManifestWriter>> begin(blob::BlobStore &blobs,
-                                                         const SecretKey &manifestKey,
+    static Result<std::unique_ptr<ManifestWriter>> begin(const engine::Domain &domain,
                                                          Cipher cipher, PieceId id,
                                                          const PieceDescription &description);
 

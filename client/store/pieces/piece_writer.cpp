@@ -18,8 +18,7 @@ Result<std::unique_ptr<PieceWriter>> PieceWriter::begin(engine::Domain &domain,
 {
     std::unique_ptr<PieceWriter> writer(
         new PieceWriter(settings, std::move(blobName), id, description.name));
-    ARCA_TRY(writer->manifest_, ManifestWriter::begin(domain.blobs(), domain.manifestKey(),
-                                                      settings.cipher, id, description));
+    ARCA_TRY(writer->manifest_, ManifestWriter::begin(domain, settings.cipher, id, description));
     engine::AvoidedPacks avoided;
     ARCA_TRY(const CurrentMark current, currentMark(domain));
     avoided.marked = current.mark.packIds();
@@ -38,8 +37,7 @@ Result<std::unique_ptr<PieceWriter>> PieceWriter::copyOf(engine::Domain &domain,
     std::unique_ptr<PieceWriter> writer(
         new PieceWriter({}, std::move(blobName), id, description.name));
     const Cipher cipher = from.info.totals.cipher;
-    ARCA_TRY(writer->manifest_,
-             ManifestWriter::begin(domain.blobs(), domain.manifestKey(), cipher, id, description));
+    ARCA_TRY(writer->manifest_, ManifestWriter::begin(domain, cipher, id, description));
     ARCA_TRY(const CurrentMark current, currentMark(domain));
     ManifestRuns runs(original, from);
     for (;;) {

@@ -97,7 +97,7 @@ Result<void> NodeSpace::prepareChange(const ChangePlan &plan, std::span<const Se
 Result<void> NodeSpace::copyToInactive(PieceId id, const std::string &copyName)
 {
     // The claim comes first: what the copy refers to stays until the copy is counted itself.
-    ARCA_TRY(const auto copy, store_.begin());
+    ARCA_TRY(const auto copy, domain_->beginBlob());
     ARCA_TRY(const Located located, locate(id));
     Bytes buffer(kCopyBytes);
     for (std::uint64_t offset = 0; offset < located.blob->size();) {

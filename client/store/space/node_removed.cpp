@@ -198,7 +198,7 @@ Result<std::unique_ptr<PieceWriter>> NodeSpace::copyRemoved(const Located &remov
     auto piece =
         PieceWriter::copyOf(*domain_, *removed.blob, place.blobName, place.id, info.description);
     if (!piece && piece.error().kind == ErrorKind::conflict) {
-        ARCA_TRY(auto claim, store_.begin());
+        ARCA_TRY(auto claim, domain_->beginBlob());
         ARCA_TRY(auto blob, store_.open(removed.blobName));
         ARCA_TRY(const auto reader,
                  PieceReader::open(*domain_, settings_, std::move(claim), std::move(blob)));

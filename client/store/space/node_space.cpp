@@ -337,7 +337,7 @@ Result<PieceInfo> NodeSpace::find(PieceId id)
 Result<std::unique_ptr<PieceReader>> NodeSpace::openPiece(PieceId id)
 {
     // The claim comes first: what is found after it stays readable to the end.
-    auto claim = store_.begin();
+    auto claim = domain_->beginBlob();
     if (!claim && claim.error().kind != ErrorKind::readOnly &&
         claim.error().kind != ErrorKind::denied && claim.error().kind != ErrorKind::full)
         return std::move(claim).error();

@@ -51,7 +51,7 @@ public:
     Result<std::unique_ptr<PieceWriter>> beginPiece(PieceDescription description,
                                                     std::span<const PieceId> replaced = {});
     /// Begins what a transaction of several pieces parks them under; see ParkingWriter::park().
-    Result<std::unique_ptr<blob::BlobWriter>> beginClaim() { return store_.begin(); }
+    Result<std::unique_ptr<blob::BlobWriter>> beginClaim() { return domain_->beginBlob(); }
 
     /// The active piece of exactly that name; nothing when there is none.
     Result<std::optional<PieceInfo>> find(const ObjectName &name);

@@ -194,7 +194,7 @@ Result<void> BlobProof::provePiece(const std::string &blobName)
 {
     // As for a restore: what is found while the claim is held stays until it goes. Without one,
     // where nothing can be written, nothing is taken away either.
-    auto claim = blobs_.begin();
+    auto claim = space_.domain().beginBlob();
     if (!claim && claim.error().kind != ErrorKind::readOnly &&
         claim.error().kind != ErrorKind::denied && claim.error().kind != ErrorKind::full)
         return std::move(claim).error();

@@ -91,8 +91,8 @@ Result<std::optional<SetAside>> Return::bringBack(const std::string &blobName)
     const std::string plain = plainNameOf(blobName);
     // The claims come first, then the marks.
     if (!dryRun_) {
-        ARCA_TRY(copy_, blobs_.begin());
-        ARCA_TRY(inactiveCopy_, blobs_.begin());
+        ARCA_TRY(copy_, domain_.beginBlob());
+        ARCA_TRY(inactiveCopy_, domain_.beginBlob());
     }
     ARCA_TRY(const CurrentMark current, currentMark(domain_));
     const auto blob = blobs_.open(blobName);

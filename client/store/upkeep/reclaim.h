@@ -78,7 +78,7 @@ struct ReclaimTotals {
     std::uint64_t freedBytes = 0; // by both, or to be; what a rewriting frees is an estimate before
     std::uint64_t waitingPacks = 0; // marked, but some claim from before the mark still lives
     std::uint64_t waitingBytes = 0;
-    std::vector<std::string> waitingFor;    // the claims, as "<process>-<random>"
+    std::vector<std::string> waitingFor;    // the claims: temporary_name.h
     std::set<std::string> damagedManifests; // blobs; what they may need is kept
     std::set<std::string> damagedPacks;     // blobs that pieces need: left for repairing
     std::string damagedMark; // the blob of the mark that could not be read, and was replaced

@@ -33,7 +33,7 @@ Result<void> Reclaim::writeMark(const Mark &mark)
 
 Result<std::set<std::string>> Reclaim::stillLiving(const Mark &mark)
 {
-    ARCA_TRY(const std::set<std::string> now, domain_.blobs().livingWriters());
+    ARCA_TRY(const std::set<std::string> now, domain_.blobs().livingWriters(domain_.nodeKey()));
     if (!mark.claims)
         return now;
     std::set<std::string> left;
@@ -57,7 +57,7 @@ Result<Mark> Reclaim::markPacks(Mark mark)
     mark.claims.reset();
     ARCA_CHECK(writeMark(mark));
     // Only now: a stream that begins after this sees the mark.
-    ARCA_TRY(mark.claims, domain_.blobs().livingWriters());
+    ARCA_TRY(mark.claims, domain_.blobs().livingWriters(domain_.nodeKey()));
     if (!mark.claims->empty())
         ARCA_CHECK(writeMark(mark));
     return mark;

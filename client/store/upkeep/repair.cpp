@@ -336,7 +336,7 @@ Result<Mark> Repair::markThese(CurrentMark current, const std::vector<const Brok
     ARCA_CHECK(record.write(current.number, encodeMark(mark)));
     markNumber_ = current.number + 1;
     // Only now: whatever begins after this sees the mark.
-    ARCA_TRY(mark.claims, blobs_.livingWriters());
+    ARCA_TRY(mark.claims, blobs_.livingWriters(domain_.nodeKey()));
     if (mark.claims->empty())
         return mark;
     ARCA_CHECK(record.write(markNumber_, encodeMark(mark)));
@@ -363,7 +363,7 @@ Result<bool> Repair::isFree(const std::vector<const BrokenPack *> &some)
     } else {
         ARCA_TRY(mark_, markThese(std::move(current), some));
     }
-    ARCA_TRY(const std::set<std::string> now, blobs_.livingWriters());
+    ARCA_TRY(const std::set<std::string> now, blobs_.livingWriters(domain_.nodeKey()));
     std::vector<std::string> left;
     std::ranges::set_intersection(*mark_.claims, now, std::back_inserter(left));
     if (left.empty())

@@ -147,7 +147,7 @@ Result<VerifyOutcome> Verification::run()
 /// What should be there and is not lies under no name that could be checked.
 Result<void> Verification::compareStock()
 {
-    ARCA_TRY(const auto claims, blobs_.livingWriters());
+    ARCA_TRY(const auto claims, blobs_.livingWriters(space_.domain().nodeKey()));
     Inventory inventory(space_.domain());
     ARCA_TRY(const Stock stock, inventory.check());
     report_.missing(stock);

@@ -79,6 +79,27 @@ TEST_F(ReclaimTest, AStreamFromBeforeTheMarkKeepsWhatItCountsOnHoweverSlowItIs)
     EXPECT_EQ(backUp("again", blocks(1, 90)), 90 * kBlock) << "what was needed stays marked";
 }
 
+TEST_F(ReclaimTest, ClaimsOfOtherNodesHoldNothingUpAndThoseThatNameNoneDo)
+{
+    using Claim = Result<std::unique_ptr<blob::BlobWriter>>;
+    const auto ofAnother = [&]() -> Claim {
+        const auto other = store::NodeSpace::open(*store_, "other", SecretKey::from(key_).value(),
+                                                  engine::RecordForm::keyed);
+        return (*other)->beginClaim();
+    };
+    for (const auto &[make, waits] : {std::pair<std::function<Claim()>, bool>(ofAnother, false),
+                                      {[&] { return space_->beginClaim(); }, true},
+                                      // As earlier releases name all of theirs.
+                                      {[&] { return store_->begin(); }, true}}) {
+        startAgain();
+        const auto claim = make();
+        ASSERT_TRUE(claim);
+        EXPECT_EQ(reclaim().waitingPacks, waits ? 2U : 0U);
+        EXPECT_EQ(packs(), waits ? 2U : 1U);
+        EXPECT_EQ(store_->livingWriters()->size(), 1U) << "it is shown whosever it is";
+    }
+}
+
 TEST_F(ReclaimTest, ARenamedPieceSharesItsBlocksUnlessTheyAreMarked)
 {
     for (const bool marked : {false, true}) {

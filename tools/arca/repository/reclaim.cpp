@@ -3,6 +3,7 @@
 #include "agents/common/maint/mttiming.h"
 
 #include "client/base/text.h"
+#include "client/blob/temporary_name.h"
 #include "tools/arca/interrupt.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/repository/grace.h"
@@ -41,12 +42,11 @@ Json jsonOf(const store::ReclaimTotals &totals)
         {"damagedPacks", totals.damagedPacks},     {"damagedMark", totals.damagedMark}};
 }
 
-/// A claim's name begins with the number of its process.
 std::string processesOf(const std::vector<std::string> &claims)
 {
     std::set<std::string> processes;
     for (const std::string &claim : claims)
-        processes.insert(claim.substr(0, claim.find('-')));
+        processes.emplace(blob::processIn(claim));
     std::string text;
     for (const std::string &process : processes)
         text += (text.empty() ? "" : ", ") + process;

@@ -190,7 +190,7 @@ Result<std::vector<Held>> claimsIn(const std::string &root, blob::BlobStore &blo
         std::error_code error;
         if (!lives && !fs::exists(fs::symlink_status(path, error)))
             continue;
-        const std::string number = name.substr(0, name.find('-'));
+        const std::string number(blob::processIn(name));
         const std::string process = lives ? processText(number) : number;
         held.push_back({lives ? "a backup or restore is under way" : "left by a process that died",
                         process, ageOf(path), sizeOf(path), lives, name});
