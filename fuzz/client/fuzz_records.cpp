@@ -1,5 +1,6 @@
 // Any bytes as a small stored record, as the payload of one, as the name of a blob, as a line of
-// the activity log, and as the file of verifying.
+// the activity log, and as the files of verifying and of the sizes of
+// packs.
 #include "client/blob/temporary_name.h"
 #include "client/store/log/activity_reader.h"
 #include "client/store/pieces/manifest_place.h"
@@ -8,6 +9,7 @@
 #include "client/store/records/record_seal.h"
 #include "client/store/upkeep/record_kinds.h"
 #include "client/store/upkeep/verify_state.h"
+#include "client/store/usage/pack_sizes.h"
 
 #include <span>
 
@@ -25,6 +27,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     static const auto seal = store::LogSeal::of(*SecretKey::random());
     (void)store::parseLogLine(textOf(bytes), "node", *seal);
     (void)store::encodeVerifyState(store::parseVerifyState(textOf(bytes)));
+    if (size < 0x10000)
+        (void)store::encodePackSizes(
+            store::parsePackSizes(store::frameRecord("ARCAPSIZ", 1, bytes)));
     for (const store::RecordKind &kind : store::recordKinds()) {
         (void)kind.check(bytes);
         if (size < 0x10000)

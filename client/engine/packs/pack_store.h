@@ -23,6 +23,8 @@ namespace arca::engine
 struct PackName {
     PackId id{};
     std::uint32_t revision = 1;
+
+    bool operator==(const PackName &) const = default;
 };
 
 /// A pack that was opened: its frame is right, its index not yet read. Belongs to one thread, but

@@ -113,16 +113,20 @@ Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &i
                                                          const BlockUse &purged,
                                                          ReclaimTotals &totals)
 {
+    const std::size_t used = countUsed(use);
+    if (staysUnopened(id, used, totals))
+        return std::optional<Candidate>();
     auto opened = openPack(id);
     if (!opened && opened.error().kind == ErrorKind::notFound)
         return std::optional<Candidate>(); // deleted since the listing
-    const std::size_t used = countUsed(use);
     const bool isHeld = damaged_.heldPacks.contains(id);
     if (!opened && isUnreadable(opened.error()))
         return judgeDamaged(id, used == 0 && !isHeld, countUsed(purged) != 0, totals);
     ARCA_TRY(const auto pack, std::move(opened));
     ++totals.packs;
     totals.packBytes += pack->size();
+    if (sizes_)
+        sizes_->keep({pack->which(), pack->blocks() / 2 + 1, pack->size()});
     if (isHeld)
         return std::optional<Candidate>();
     Candidate candidate{id, pack->size(), pack->size(), 0, used == 0, 0};
@@ -152,16 +156,37 @@ Result<std::optional<Reclaim::Candidate>> Reclaim::judge(const engine::PackId &i
         return explain(&index);
     std::uint64_t stored = 0;
     std::uint64_t live = 0;
+    std::uint32_t held = 0;
+    bool gaps = false;
     for (std::size_t i = 0; i < index.blocks.size(); ++i) {
         const std::uint64_t length = index.blocks[i].dropped ? 0 : index.blocks[i].length;
+        held += index.blocks[i].dropped ? 0 : 1;
+        gaps = gaps || (index.blocks[i].dropped && i < use.size() && use[i]);
         stored += length;
         live += i < use.size() && use[i] ? length : 0;
     }
+    if (sizes_ && !gaps)
+        sizes_->isEnough(held); // all that a rewriting left
     if (live > stored / 2)
         return std::optional<Candidate>();
     candidate.freed =
         pack->size() / 1000 * ((stored - live) * 1000 / std::max<std::uint64_t>(stored, 1));
     return explain(&index);
+}
+
+/// Returns true, and counts the pack, when it stays whatever is in it, as this host remembers how
+/// many needed blocks are enough for that. Where it cannot be opened now, verifying tells.
+bool Reclaim::staysUnopened(const engine::PackId &id, std::size_t used, ReclaimTotals &totals)
+{
+    const auto revisions = listing_.revisionsOf(id);
+    const auto size =
+        sizes_ && revisions.size() == 1 ? sizes_->of(revisions.front()) : std::nullopt;
+    if (!size || (used < size->enough && !damaged_.heldPacks.contains(id)))
+        return false;
+    ++totals.packs;
+    totals.packBytes += size->bytes;
+    sizes_->keep(*size);
+    return true;
 }
 
 /// The revisions that a run or a repair which was killed left beside the one that is read.
@@ -210,6 +235,7 @@ Reclaim::judgeDamaged(const engine::PackId &id, bool dead, bool explained, Recla
 Result<std::vector<Reclaim::Candidate>> Reclaim::look(ReclaimTotals &totals)
 {
     ARCA_TRY(listing_, PackListing::of(domain_.packs()));
+    sizes_ = PackSizes::load(domain_.cache().directory(), domain_.nodeKey());
     std::vector<Candidate> found;
     UseQuestion question;
     question.packs = listing_.size();
@@ -227,6 +253,8 @@ Result<std::vector<Reclaim::Candidate>> Reclaim::look(ReclaimTotals &totals)
         });
         return judged;
     }));
+    sizes_->save(domain_.cache().directory(), domain_.nodeKey());
+    sizes_.reset();
     return found;
 }
 

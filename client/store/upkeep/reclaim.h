@@ -50,6 +50,7 @@
 #include "client/store/pieces/inventory.h"
 #include "client/store/space/node_space.h"
 #include "client/store/usage/pack_listing.h"
+#include "client/store/usage/pack_sizes.h"
 #include "client/store/usage/pack_usage.h"
 
 namespace arca::store
@@ -128,6 +129,7 @@ private:
     Result<std::optional<Candidate>> judgeRevisions(const engine::OpenPack &read);
     Result<void> judgeOne(const engine::PackId &id, const ShareUse &use, ReclaimTotals &totals,
                           std::vector<Candidate> &found);
+    bool staysUnopened(const engine::PackId &id, std::size_t used, ReclaimTotals &totals);
     Result<std::unique_ptr<engine::OpenPack>> openPack(const engine::PackId &id);
     bool isOver(const RemovedName &name) const;
     bool leaves(const StoredManifest &stored);
@@ -165,11 +167,12 @@ private:
     Inventory inventory_;
     bool notesAreWhole_ = true, missingAreAccepted_ = false; // by the last compareStock()
     const ReclaimRequest request_;
-    const std::int64_t now_;        // as the run began
-    std::vector<RemovedName> over_; // under removed/, and their time is over
-    std::vector<RemovedName> kept_; // under removed/, and it is not
-    PackListing listing_;           // of the look, or of the sweep
-    engine::DamagedParts known_;    // as the sweep began
+    const std::int64_t now_;         // as the run began
+    std::vector<RemovedName> over_;  // under removed/, and their time is over
+    std::vector<RemovedName> kept_;  // under removed/, and it is not
+    PackListing listing_;            // of the look, or of the sweep
+    std::optional<PackSizes> sizes_; // during the look
+    engine::DamagedParts known_;     // as the sweep began
     DamagedManifests damaged_;
     std::uint32_t markNumber_ = 0; // of the mark that this run read or wrote last
 };

@@ -2,6 +2,7 @@
 // piece needs is never taken, and what nobody needs goes in the end.
 #include "client/engine/packs/pack_format.h"
 #include "tests/client/store/reclaim_fixture.h"
+#include "tests/support/files.h"
 
 #include <sys/resource.h>
 
@@ -77,6 +78,38 @@ TEST_F(ReclaimTest, AStreamFromBeforeTheMarkKeepsWhatItCountsOnHoweverSlowItIs)
     expectPiece("late", blocks(2, 20));
     // Another run may have found that pack needed by nobody, and sleep before it deletes it.
     EXPECT_EQ(backUp("again", blocks(1, 90)), 90 * kBlock) << "what was needed stays marked";
+}
+
+/// Of packs that are needed, the one that comes later is not known yet.
+TEST_F(ReclaimTest, APackThatIsMostlyNeededIsOpenedByTheFirstRunOnly)
+{
+    const keel::test::TempDir cache;
+    const auto reclaimed = [&] {
+        space_ = store::NodeSpace::open(*store_, "node", SecretKey::from(key_).value(),
+                                        engine::RecordForm::keyed,
+                                        HostCache::in({cache.path().string()}, "repository"))
+                     .value();
+        return reclaim();
+    };
+    backUp("whole", blocks(3, 50));
+    EXPECT_EQ(reclaimed().packs, 3U);
+    backUp("later", blocks(4, 50));
+    const ReclaimTotals known = reclaimed();
+    EXPECT_EQ(known.packs, 3U);
+    const auto makePacks = [&](MemoryFiles::Broken how) {
+        for (const std::string &path : files_.paths())
+            if (path.starts_with("/r/packs/"))
+                files_.breakFile(path, how);
+    };
+    makePacks(MemoryFiles::Broken::opening);
+    const ReclaimTotals blind = reclaimed();
+    EXPECT_EQ(blind.packs, 3U);
+    EXPECT_EQ(blind.packBytes, known.packBytes);
+    EXPECT_TRUE(blind.damagedPacks.empty());
+    // What is needed no more is looked at, whatever is remembered.
+    makePacks(MemoryFiles::Broken::no);
+    EXPECT_TRUE(remove("later"));
+    EXPECT_EQ(reclaimed().deadPacks, 1U);
 }
 
 TEST_F(ReclaimTest, ClaimsOfOtherNodesHoldNothingUpAndThoseThatNameNoneDo)
