@@ -60,6 +60,11 @@ std::string activeNameOf(const std::string &comingName)
     return std::string(kActive) + comingName.substr(kComing.size(), end - kComing.size());
 }
 
+std::string NodeSpace::comingPrefixOf(PieceId id) const
+{
+    return std::string(kComing) + prefixOf(id).substr(kActive.size());
+}
+
 /// The blobs in coming/ of a name pieces/.../<name hash>, or of the beginning of one.
 Result<std::vector<std::string>> NodeSpace::comingUnder(const std::string &activeName)
 {

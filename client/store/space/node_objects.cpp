@@ -220,37 +220,48 @@ Result<void> NodeSpace::remove(PieceId id)
     return removed;
 }
 
+/// The active places first: what is left of an inactive piece must not come to be active.
 Result<void> NodeSpace::removeEverywhere(PieceId id, std::int64_t at)
 {
-    const auto aside = [&](const std::string &name,
-                           std::unique_ptr<blob::BlobReader> blob) -> Result<void> {
-        Located located{name, std::move(blob), {}};
-        located.info.id = id;
-        auto removed = putAside(located, at);
-        if (!removed && removed.error().kind == ErrorKind::notFound)
-            return {};
-        return removed;
-    };
-    // The active places first: what is left of an inactive piece must not come to be active. There
-    // are two after a death between the last steps of a change.
+    ARCA_CHECK(removeActive(id, at));
+    blob::ListedDirectory inactive(store_);
+    return removeCopies(id, at, inactive);
+}
+
+Result<void> NodeSpace::putAsideIfThere(PieceId id, std::int64_t at, const std::string &name,
+                                        std::unique_ptr<blob::BlobReader> blob)
+{
+    Located located{name, std::move(blob), {}};
+    located.info.id = id;
+    auto removed = putAside(located, at);
+    return !removed && removed.error().kind == ErrorKind::notFound ? Result<void>() : removed;
+}
+
+Result<void> NodeSpace::removeActive(PieceId id, std::int64_t at)
+{
+    // There are two places after a death between the last steps of a change.
     auto active = locate(id, Unclear::another);
     for (int attempt = 0; active; active = locate(id, Unclear::another)) {
         if (++attempt > kMaxPlaces)
             return Error{ErrorKind::io, "the blob " + active->blobName + " cannot be removed"};
         ARCA_TRY(const bool brought, bringInIfDone(active->blobName));
         if (!brought)
-            ARCA_CHECK(aside(active->blobName, std::move(active->blob)));
+            ARCA_CHECK(putAsideIfThere(id, at, active->blobName, std::move(active->blob)));
     }
-    if (active.error().kind != ErrorKind::notFound)
-        return std::move(active).error();
-    ARCA_TRY(const auto copies, copiesOf(id));
+    return active.error().kind == ErrorKind::notFound ? Result<void>() : active.error();
+}
+
+/// Every blob in the inactive place of the piece, whether it shows or not.
+Result<void> NodeSpace::removeCopies(PieceId id, std::int64_t at, blob::ListedDirectory &inactive)
+{
+    ARCA_TRY(const auto copies, inactive.under(inactiveNameOf(id)));
     for (const std::string &name : copies) {
         auto blob = store_.open(name);
         if (!blob && blob.error().kind == ErrorKind::notFound)
             continue;
         if (!blob)
             return blob.error();
-        ARCA_CHECK(aside(name, std::move(blob).value()));
+        ARCA_CHECK(putAsideIfThere(id, at, name, std::move(blob).value()));
     }
     return {};
 }

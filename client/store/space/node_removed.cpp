@@ -14,7 +14,7 @@
 #include "client/store/space/node_space.h"
 
 #include <algorithm>
-#include <set>
+#include <utility>
 
 namespace arca::store
 {
@@ -28,23 +28,35 @@ Error notRemoved(PieceId id)
 }
 
 /// The names that removed manifests of these pieces have now, by one listing of each directory.
+/// `ids` are sorted.
 Result<std::vector<RemovedName>> removedNamesOf(blob::BlobStore &store, const std::string &key,
-                                                const std::set<PieceId> &ids)
+                                                std::span<const PieceId> ids)
 {
-    std::set<std::string> directories;
-    for (const PieceId id : ids) {
-        const std::string prefix = removedPrefixOf(key, id);
-        directories.insert(prefix.substr(0, prefix.rfind('/') + 1));
-    }
+    blob::ListedDirectory removed(store);
     std::vector<RemovedName> found;
-    for (const std::string &directory : directories)
-        ARCA_CHECK(store.list(directory, [&](const std::string &blobName) {
-            const auto name = parseRemovedName(key, blobName);
-            if (name && ids.contains(name->id))
+    for (const PieceId id : ids) {
+        ARCA_TRY(const auto names, removed.under(removedPrefixOf(key, id)));
+        for (const std::string &blobName : names)
+            if (const auto name = parseRemovedName(key, blobName))
                 found.push_back(*name);
-            return true;
-        }));
+    }
     return found;
+}
+
+/// Each once, sorted.
+std::vector<PieceId> idsOf(std::span<const RemovedName> names)
+{
+    std::vector<PieceId> ids;
+    for (const RemovedName &name : names)
+        ids.push_back(name.id);
+    std::ranges::sort(ids);
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+    return ids;
+}
+
+bool isAmong(std::span<const PieceId> sorted, PieceId id)
+{
+    return std::ranges::binary_search(sorted, id);
 }
 
 } // namespace
@@ -89,7 +101,49 @@ Result<bool> NodeSpace::isStored(PieceId id, bool unclear)
     return isUnreadable(located.error()) ? Result<bool>(unclear) : located.error();
 }
 
-Result<std::optional<RemovedPiece>> NodeSpace::readRemoved(const RemovedName &name)
+Result<void>
+NodeSpace::eachStored(std::span<const PieceId> ids,
+                      const std::function<Result<void>(PieceId, Result<Located>)> &visit)
+{
+    // Each directory is listed in the order in which a piece moves, so one that none of the three
+    // has lies nowhere by the last of them. Of whatever they have, the present is asked.
+    blob::ListedDirectory coming(store_), active(store_), inactive(store_);
+    const auto isAnother = [&](PieceId id, const std::string &name) {
+        const auto blob = store_.open(name);
+        const auto there = blob ? peekIdentifier(**blob) : Result<PieceId>(blob.error());
+        return there && *there != id;
+    };
+    for (const PieceId id : ids) {
+        bool may = false;
+        for (auto [listed, prefix] :
+             {std::pair(&coming, comingPrefixOf(id)), std::pair(&active, prefixOf(id))}) {
+            ARCA_TRY(const auto names, listed->under(prefix));
+            for (const std::string &name : names)
+                may = may || !isAnother(id, name);
+        }
+        ARCA_TRY(const auto copies, inactive.under(inactiveNameOf(id)));
+        if (may || !copies.empty())
+            ARCA_CHECK(visit(id, locateAnywhere(id)));
+    }
+    return {};
+}
+
+Result<std::vector<PieceId>> NodeSpace::storedAmong(std::span<const PieceId> ids, bool unclear)
+{
+    std::vector<PieceId> stored;
+    ARCA_CHECK(eachStored(ids, [&](PieceId id, const Result<Located> &located) -> Result<void> {
+        const bool isNowhere = !located && located.error().kind == ErrorKind::notFound;
+        if (!located && !isNowhere && !isUnreadable(located.error()))
+            return located.error();
+        if (located || (!isNowhere && unclear))
+            stored.push_back(id);
+        return {};
+    }));
+    return stored;
+}
+
+Result<std::optional<RemovedPiece>> NodeSpace::readRemoved(const RemovedName &name,
+                                                           std::optional<bool> stored)
 {
     const std::string blobName = removedNameOf(key_, name);
     auto blob = store_.open(blobName);
@@ -99,11 +153,13 @@ Result<std::optional<RemovedPiece>> NodeSpace::readRemoved(const RemovedName &na
     ARCA_TRY(Manifest manifest, readOwn(*opened, blobName));
     // A leftover of a removal that was killed, or of a piece that was renamed or brought back. One
     // beside a damaged manifest of its name may be all that is left of the piece, so it is shown.
-    ARCA_TRY(const bool stored, isStored(name.id, false));
+    if (!stored) {
+        ARCA_TRY(stored, isStored(name.id, false));
+    }
     ARCA_TRY(const auto state, ObjectRecords(*domain_).read(name.id));
     ARCA_TRY(const bool moved, hasMoved(state.record));
     ARCA_TRY(const bool came, hasCome(state.record));
-    if (name.at == 0 || stored || moved || !came)
+    if (name.at == 0 || *stored || moved || !came)
         return std::optional<RemovedPiece>();
     state.record.applyTo(manifest.info);
     return std::optional(RemovedPiece{std::move(manifest.info), name.at});
@@ -128,12 +184,14 @@ Result<void> NodeSpace::visitRemovedUnder(const std::string &prefix,
     std::ranges::sort(names, [](const RemovedName &one, const RemovedName &other) {
         return std::pair(one.id, other.at) < std::pair(other.id, one.at);
     });
+    // What is removed from now on was not listed above.
+    ARCA_TRY(const auto stored, storedAmong(idsOf(names), false));
     // The last first; one that is damaged does not hide the manifest of an earlier removal.
     std::optional<PieceId> shown;
     for (const RemovedName &name : names) {
         if (shown == name.id)
             continue;
-        const auto piece = readRemoved(name);
+        const auto piece = readRemoved(name, isAmong(stored, name.id));
         if (!piece && !isUnreadable(piece.error()))
             return piece.error();
         if (!piece || !*piece)
@@ -254,7 +312,7 @@ Result<PieceInfo> NodeSpace::undelete(PieceId id)
 }
 
 /// The piece that an undelete stored of it before it was killed; 0 when there is none.
-Result<PieceId> NodeSpace::broughtBack(const Located &removed)
+Result<PieceId> NodeSpace::broughtBack(const Located &removed, blob::ListedDirectory *inactive)
 {
     ObjectRecords records(*domain_);
     ARCA_TRY(const auto old, records.read(removed.info.id));
@@ -270,7 +328,7 @@ Result<PieceId> NodeSpace::broughtBack(const Located &removed)
         if (found && *found)
             candidates.push_back(std::move(**found));
     } else {
-        ARCA_TRY(candidates, inactiveOf(removed.info.description.name));
+        ARCA_TRY(candidates, inactiveOf(removed.info.description.name, nullptr, inactive));
     }
     for (const PieceInfo &piece : candidates) {
         ARCA_TRY(const bool same, isIt(piece));
@@ -295,67 +353,75 @@ Result<PieceInfo> NodeSpace::leadTo(PieceId former, PieceId id)
 Result<std::vector<PieceId>> NodeSpace::goneWith(std::vector<RemovedName> &names,
                                                  Result<void> &unclear)
 {
-    std::set<PieceId> ids, left;
-    for (const RemovedName &name : names)
-        ids.insert(name.id);
+    std::vector<PieceId> there, left;
     // One that cannot be read elsewhere now may be that very piece, and must not be noted as gone.
     // A piece that is removed meanwhile has its name in removed/ before it loses the other one.
-    for (const PieceId id : std::set<PieceId>(ids)) {
-        const auto located = locateAnywhere(id);
+    const auto ids = idsOf(names);
+    ARCA_CHECK(eachStored(ids, [&](PieceId id, const Result<Located> &located) -> Result<void> {
         if (!located && located.error().kind == ErrorKind::notFound)
-            continue;
-        ids.erase(id);
+            return {};
+        there.push_back(id);
         if (located)
-            continue;
+            return {};
         if (!isUnreadable(located.error()))
             return located.error();
         unclear = located.error();
-        left.insert(id);
-    }
-    std::erase_if(names, [&](const RemovedName &name) { return left.contains(name.id); });
-    std::set<std::pair<PieceId, std::int64_t>> going;
+        left.push_back(id);
+        return {};
+    }));
+    std::erase_if(names, [&](const RemovedName &name) { return isAmong(left, name.id); });
+    std::vector<std::pair<PieceId, std::int64_t>> going;
     for (const RemovedName &name : names)
-        going.emplace(name.id, name.at);
-    ARCA_TRY(const auto removed, removedNamesOf(store_, key_, ids));
+        going.emplace_back(name.id, name.at);
+    std::ranges::sort(going);
+    // Those with a name that is not among `names`.
+    std::vector<PieceId> gone;
+    std::ranges::set_difference(ids, there, std::back_inserter(gone));
+    ARCA_TRY(const auto removed, removedNamesOf(store_, key_, gone));
+    std::vector<PieceId> kept;
     for (const RemovedName &name : removed)
-        if (!going.contains({name.id, name.at}))
-            ids.erase(name.id);
-    return std::vector<PieceId>(ids.begin(), ids.end());
+        if (!std::ranges::binary_search(going, std::pair(name.id, name.at)))
+            kept.push_back(name.id);
+    std::erase_if(gone, [&](PieceId id) { return isAmong(kept, id); });
+    return gone;
 }
 
-Result<std::uint64_t> NodeSpace::countRemoved(std::span<const RemovedName> names)
+Result<std::vector<PieceId>> NodeSpace::removedAmong(std::span<const RemovedName> names)
 {
-    std::set<PieceId> ids;
-    for (const RemovedName &name : names)
-        if (name.at != 0)
-            ids.insert(name.id);
-    std::uint64_t pieces = 0;
-    for (const PieceId id : ids) {
-        ARCA_TRY(const bool stored, isStored(id, true));
-        if (!stored && !leadsElsewhere(id))
-            ++pieces;
-    }
-    return pieces;
+    std::vector<RemovedName> timed;
+    std::ranges::copy_if(names, std::back_inserter(timed),
+                         [](const RemovedName &name) { return name.at != 0; });
+    auto ids = idsOf(timed);
+    ARCA_TRY(const auto stored, storedAmong(ids, true));
+    std::erase_if(ids, [&](PieceId id) { return isAmong(stored, id) || leadsElsewhere(id); });
+    return ids;
+}
+
+/// An undelete that was killed before its last step left both, and the records that go with a
+/// removed piece are those of the new one, too.
+Result<void> NodeSpace::finishUndelete(const RemovedName &name, bool stored,
+                                       blob::ListedDirectory &inactive)
+{
+    const auto piece = readRemoved(name, stored);
+    if (!piece || !*piece)
+        return piece ? Result<void>() : piece.error();
+    ARCA_TRY(const PieceId back, broughtBack({{}, nullptr, (*piece)->info}, &inactive));
+    if (back != 0)
+        ARCA_CHECK(leadTo(name.id, back));
+    return {};
 }
 
 Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names)
 {
     ARCA_TRY(const auto turn, lockChanges());
-    std::set<PieceId> left, wereRemoved;
+    const auto ids = idsOf(names);
+    ARCA_TRY(const auto before, storedAmong(ids, false));
+    blob::ListedDirectory inactive(store_);
+    std::vector<PieceId> finished, timed;
     for (const RemovedName &name : names) {
-        // An undelete that was killed before its last step left both, and the records that go with
-        // a removed piece are those of the new one, too.
-        const auto finished = [&]() -> Result<void> {
-            const auto piece = readRemoved(name);
-            if (!piece || !*piece)
-                return piece ? Result<void>() : piece.error();
-            ARCA_TRY(const PieceId back, broughtBack({{}, nullptr, (*piece)->info}));
-            if (back != 0)
-                ARCA_CHECK(leadTo(name.id, back));
-            return {};
-        }();
-        if (!finished && !isUnreadable(finished.error()))
-            return finished.error();
+        const auto undeleted = finishUndelete(name, isAmong(before, name.id), inactive);
+        if (!undeleted && !isUnreadable(undeleted.error()))
+            return undeleted.error();
         const std::string blobName = removedNameOf(key_, name);
         if (const auto blob = store_.open(blobName)) {
             auto removed = store_.remove(blobName, **blob);
@@ -364,21 +430,29 @@ Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names)
         } else if (blob.error().kind != ErrorKind::notFound) {
             return blob.error();
         }
-        ARCA_TRY(const bool stored, isStored(name.id, true));
-        if (!stored && finished) // else the records may still lead to it
-            left.insert(name.id);
-        if (!stored && name.at != 0)
-            wereRemoved.insert(name.id);
+        if (undeleted) // else the records may still lead to it
+            finished.push_back(name.id);
+        if (name.at != 0)
+            timed.push_back(name.id);
     }
+    std::ranges::sort(finished);
+    std::ranges::sort(timed);
+    // Now that these names are gone: of which pieces nothing is left.
+    ARCA_TRY(const auto stored, storedAmong(ids, true));
+    std::vector<PieceId> left;
+    std::ranges::copy_if(ids, std::back_inserter(left),
+                         [&](PieceId id) { return isAmong(finished, id) && !isAmong(stored, id); });
     ARCA_TRY(const auto others, removedNamesOf(store_, key_, left));
+    std::vector<PieceId> kept;
     for (const RemovedName &name : others)
-        left.erase(name.id);
+        kept.push_back(name.id);
+    std::erase_if(left, [&](PieceId id) { return isAmong(kept, id); });
     // Counted before any record goes: that of a piece takes along those that lead to it.
-    std::erase_if(wereRemoved,
-                  [&](PieceId id) { return !left.contains(id) || leadsElsewhere(id); });
+    const auto pieces = std::ranges::count_if(
+        left, [&](PieceId id) { return isAmong(timed, id) && !leadsElsewhere(id); });
     for (const PieceId id : left)
         forgetPurged(id);
-    return wereRemoved.size();
+    return static_cast<std::uint64_t>(pieces);
 }
 
 /// A renaming that was not made leaves its marks in the record until they are cleared.

@@ -258,10 +258,15 @@ Result<void> NodeSpace::settle(const std::string &planName)
     return decided == Decision::done ? finishChange(*plan) : undoChange(*plan, Maker::other);
 }
 
-Result<void> NodeSpace::finishChange(const ChangePlan &plan)
+/// What goes with a change leaves all active places first, and then the inactive ones, whose
+/// directories are so listed once for all of it.
+Result<void> NodeSpace::finishGoing(const ChangePlan &plan)
 {
     ObjectRecords records(*domain_);
-    for (const PieceId id : plan.going) {
+    std::vector<PieceId> going = plan.going, moved;
+    std::ranges::sort(going);
+    const std::int64_t now = std::time(nullptr);
+    for (const PieceId id : going) {
         ARCA_TRY(auto state, records.read(id));
         const bool renamed = state.record.renamedTo != 0 &&
                              (state.record.goneBy == 0 || state.record.goneBy == plan.id);
@@ -272,16 +277,32 @@ Result<void> NodeSpace::finishChange(const ChangePlan &plan)
             ARCA_CHECK(records.write(state));
             ARCA_TRY(state, records.read(id));
         }
+        if (renamed)
+            moved.push_back(id);
         // What was renamed lives on under its new name: the old manifest is not for bringing back.
-        ARCA_CHECK(removeEverywhere(id, renamed ? 0 : std::time(nullptr)));
-        if (!renamed) {
-            if (!keepsRemoved())
-                forget(id);
-        } else if (state.record.goneBy == plan.id) {
+        ARCA_CHECK(removeActive(id, renamed ? 0 : now));
+    }
+    blob::ListedDirectory inactive(store_);
+    for (const PieceId id : going) {
+        const bool renamed = names(moved, id);
+        ARCA_CHECK(removeCopies(id, renamed ? 0 : now, inactive));
+        if (!renamed && !keepsRemoved())
+            forget(id);
+        if (!renamed)
+            continue;
+        ARCA_TRY(auto state, records.read(id));
+        if (state.record.goneBy == plan.id) {
             state.record.goneBy = 0;
             ARCA_CHECK(records.write(state));
         }
     }
+    return {};
+}
+
+Result<void> NodeSpace::finishChange(const ChangePlan &plan)
+{
+    ObjectRecords records(*domain_);
+    ARCA_CHECK(finishGoing(plan));
     for (const PieceId id : plan.leaving)
         ARCA_CHECK(leaveActivePlace(id, copyNameOf(id, plan.id)));
     for (const PieceId id : plan.coming) {

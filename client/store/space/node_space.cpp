@@ -146,6 +146,7 @@ Result<Manifest> NodeSpace::readOwn(blob::BlobReader &blob, const std::string &b
     if (piece.node != node_ || !inPlace)
         return Error{ErrorKind::damaged,
                      "the stored piece in " + blobName + " is another one than its place says"};
+    known_.prove(id, digitsOf(hash));
     return manifest;
 }
 
@@ -159,6 +160,7 @@ Result<NodeSpace::Place> NodeSpace::freePlace(const ObjectName &name,
         return Error{ErrorKind::exists,
                      "the object " + printable(name.joined()) + " exists already"};
     ARCA_TRY(place.id, newId(hash));
+    known_.prove(place.id, digitsOf(hash));
     return place;
 }
 
@@ -197,12 +199,18 @@ Result<std::optional<PieceInfo>> NodeSpace::readShown(blob::BlobReader &blob,
     return std::optional<PieceInfo>(std::move(info));
 }
 
+/// What the blobs of inactive pieces of that name begin with.
+std::string NodeSpace::inactivePrefixOf(const Sha256 &nameHash) const
+{
+    const std::string first = inactiveNameOf(upperHalfOf(nameHash) << 32);
+    return first.substr(0, first.size() - 8);
+}
+
 Result<std::vector<std::string>> NodeSpace::inactiveBlobsOf(const ObjectName &name)
 {
     ARCA_TRY(const Sha256 hash, hashOf(name));
-    const std::string first = inactiveNameOf(upperHalfOf(hash) << 32);
     std::vector<std::string> blobNames;
-    ARCA_CHECK(store_.list(first.substr(0, first.size() - 8), [&](const std::string &blobName) {
+    ARCA_CHECK(store_.list(inactivePrefixOf(hash), [&](const std::string &blobName) {
         blobNames.push_back(blobName);
         return true;
     }));
@@ -210,9 +218,17 @@ Result<std::vector<std::string>> NodeSpace::inactiveBlobsOf(const ObjectName &na
 }
 
 Result<std::vector<PieceInfo>> NodeSpace::inactiveOf(const ObjectName &name,
-                                                     std::optional<Error> *passedOver)
+                                                     std::optional<Error> *passedOver,
+                                                     blob::ListedDirectory *inactive)
 {
-    ARCA_TRY(const auto candidates, inactiveBlobsOf(name));
+    std::vector<std::string> candidates;
+    if (inactive != nullptr) {
+        ARCA_TRY(const Sha256 hash, hashOf(name));
+        ARCA_TRY(const auto listed, inactive->under(inactivePrefixOf(hash)));
+        candidates.assign(listed.begin(), listed.end());
+    } else {
+        ARCA_TRY(candidates, inactiveBlobsOf(name));
+    }
     std::vector<PieceInfo> found;
     for (const std::string &blobName : candidates) {
         auto shown = findAt(blobName);
@@ -236,30 +252,63 @@ Result<NodeSpace::Located> NodeSpace::locate(PieceId id, Unclear unclear)
 {
     // In this order: a piece is in its place before it leaves coming/.
     ARCA_TRY(const auto coming, comingUnder(prefixOf(id)));
-    std::optional<Error> failure;
-    for (const std::string &name : coming) {
-        auto located = locateUnder(name, id, unclear);
-        if (located)
-            return located;
-        if (located.error().kind != ErrorKind::notFound)
-            failure = std::move(located).error();
+    auto waiting = locateAmong(coming, id, unclear);
+    if (waiting)
+        return waiting;
+    auto located = locateInPlace(id, unclear);
+    return !located && waiting.error().kind != ErrorKind::notFound ? std::move(waiting)
+                                                                   : std::move(located);
+}
+
+/// Under pieces/. A directory is listed only when it must be: see KnownPlaces.
+Result<NodeSpace::Located> NodeSpace::locateInPlace(PieceId id, Unclear unclear)
+{
+    const std::string prefix = prefixOf(id);
+    if (const auto digits = known_.provenOf(id)) {
+        const std::string name = prefix.substr(0, prefix.rfind('/') + 1) + *digits;
+        return locateAmong({&name, 1}, id, unclear);
     }
-    auto located = locateUnder(prefixOf(id), id, unclear);
-    return !located && failure ? std::move(*failure) : std::move(located);
+    if (auto located = locateAmong(knownUnder(prefix), id, unclear))
+        return located;
+    ARCA_TRY(const auto names, listAndKnow(prefix));
+    return locateAmong(names, id, unclear);
+}
+
+Result<std::vector<std::string>> NodeSpace::listAndKnow(const std::string &prefix)
+{
+    const std::string directory = prefix.substr(0, prefix.rfind('/') + 1);
+    std::vector<std::string> found, lasts;
+    ARCA_CHECK(store_.list(directory, [&](const std::string &name) {
+        if (name.starts_with(prefix))
+            found.push_back(name);
+        lasts.push_back(name.substr(directory.size()));
+        return true;
+    }));
+    known_.keepListed(directory, lasts);
+    return found;
+}
+
+std::vector<std::string> NodeSpace::knownUnder(const std::string &prefix) const
+{
+    constexpr std::size_t kIdDigits = 2 * sizeof(PieceId);
+    const std::size_t slash = prefix.rfind('/') + 1;
+    const std::string directory = prefix.substr(0, slash);
+    std::vector<std::string> names;
+    for (std::string &digits : known_.listedUnder(directory, prefix.substr(slash))) {
+        if (prefix.starts_with(placePrefix(ManifestPlace::inactive, key_)))
+            digits.insert(kIdDigits, ".");
+        names.push_back(directory + digits);
+    }
+    return names;
 }
 
 /// Under a prefix lie other pieces, too: a later one of the same name, or one whose name hash
 /// begins alike. Damage of theirs is no damage of the piece.
-Result<NodeSpace::Located> NodeSpace::locateUnder(const std::string &prefix, PieceId id,
+Result<NodeSpace::Located> NodeSpace::locateAmong(std::span<const std::string> names, PieceId id,
                                                   Unclear unclear)
 {
-    std::vector<std::string> candidates;
-    ARCA_CHECK(store_.list(prefix, [&](const std::string &name) {
-        candidates.push_back(name);
-        return true;
-    }));
     std::optional<Error> failure;
-    for (const std::string &name : candidates) {
+    for (const std::string &name : names) {
         auto blob = store_.open(name);
         if (!blob) {
             if (blob.error().kind != ErrorKind::notFound)
@@ -282,19 +331,17 @@ Result<NodeSpace::Located> NodeSpace::locateUnder(const std::string &prefix, Pie
     return failure ? *failure : unknownId(id);
 }
 
-Result<std::vector<std::string>> NodeSpace::copiesOf(PieceId id)
-{
-    std::vector<std::string> copies;
-    ARCA_CHECK(store_.list(inactiveNameOf(id), [&](const std::string &name) {
-        copies.push_back(name);
-        return true;
-    }));
-    return copies;
-}
-
 Result<NodeSpace::Located> NodeSpace::locateInactive(PieceId id)
 {
-    ARCA_TRY(const auto copies, copiesOf(id));
+    const std::string prefix = inactiveNameOf(id);
+    if (auto located = locateCopy(knownUnder(prefix), id))
+        return located;
+    ARCA_TRY(const auto copies, listAndKnow(prefix));
+    return locateCopy(copies, id);
+}
+
+Result<NodeSpace::Located> NodeSpace::locateCopy(std::span<const std::string> copies, PieceId id)
+{
     std::optional<Error> failure;
     for (const std::string &name : copies) {
         const ChangeId change = changeIn(name);
@@ -318,6 +365,9 @@ Result<NodeSpace::Located> NodeSpace::locateInactive(PieceId id)
 
 Result<NodeSpace::Located> NodeSpace::locateAnywhere(PieceId id)
 {
+    // Of an inactive piece nothing is left in the other place, or what is left does not hold.
+    if (auto known = locateCopy(knownUnder(inactiveNameOf(id)), id))
+        return known;
     // In this order: a piece is in its inactive place before it leaves the other one.
     auto located = locate(id);
     if (located || (located.error().kind != ErrorKind::notFound && !isUnreadable(located.error())))

@@ -4,12 +4,14 @@
 #define KEEL_CLIENT_STORE_SPACE_NODE_SPACE_H
 
 #include "client/base/crypto/secret_key.h"
+#include "client/blob/listed_directory.h"
 #include "client/store/changes/change_outcome.h"
 #include "client/store/pieces/piece_reader.h"
 #include "client/store/pieces/piece_writer.h"
 #include "client/store/pieces/removed_piece.h"
 #include "client/store/space/filespace.h"
 #include "client/store/space/group.h"
+#include "client/store/space/known_places.h"
 
 #include <functional>
 #include <optional>
@@ -58,7 +60,8 @@ public:
     /// Returns the inactive ones that had that name, the last to become so first. One that cannot
     /// be read is passed over; with `passedOver` the first reason is put there.
     Result<std::vector<PieceInfo>> inactiveOf(const ObjectName &name,
-                                              std::optional<Error> *passedOver = nullptr);
+                                              std::optional<Error> *passedOver = nullptr,
+                                              blob::ListedDirectory *inactive = nullptr);
     /// The blobs that these are in, among others.
     Result<std::vector<std::string>> inactiveBlobsOf(const ObjectName &name);
 
@@ -130,13 +133,14 @@ public:
     /// Returns the pieces of which nothing is left once these removed manifests are purged.
     /// Where that cannot be told now, the names are dropped, and `unclear` says why.
     Result<std::vector<PieceId>> goneWith(std::vector<RemovedName> &names, Result<void> &unclear);
-    /// Returns how many removed pieces have these names. What a killed removal, a rename or an
-    /// undelete left under removed/ is no removed piece, and is not counted.
-    Result<std::uint64_t> countRemoved(std::span<const RemovedName> names);
+    /// Returns the removed pieces that have these names, sorted. What a killed removal, a rename or
+    /// an undelete left under removed/ is no removed piece.
+    Result<std::vector<PieceId>> removedAmong(std::span<const RemovedName> names);
     /// Takes removed manifests away for good, with their records, and locks changes itself. Returns
-    /// how many removed pieces went for good, counted as countRemoved() counts. Only reclaiming
-    /// calls it, after it noted that they go (inventory.h). After an error some may be gone; it may
-    /// be called again.
+    /// how many removed pieces went for good, as removedAmong() tells them. Only reclaiming calls
+    /// it, after it noted that they go (inventory.h). After an error some may be gone; it may be
+    /// called again. In the order of their identifiers it costs least: each directory is listed
+    /// once.
     Result<std::uint64_t> purge(std::span<const RemovedName> names);
 
     /// Changes owner, management class and information of a piece, durably. `notFound`, also when
@@ -206,22 +210,33 @@ private:
     std::string blobNameOf(const Sha256 &nameHash) const;
     std::string prefixOf(PieceId id) const;
     std::string inactiveNameOf(PieceId id) const;
+    std::string inactivePrefixOf(const Sha256 &nameHash) const;
     /// Where the copy is that a change makes of a piece that becomes inactive.
     std::string copyNameOf(PieceId id, ChangeId change) const;
     /// Up to layout 3 they do not.
     bool namesCarryChanges() const { return domain_->recordForm() == engine::RecordForm::keyed; }
-    /// Every blob in the inactive place of a piece, whether it shows or not.
-    Result<std::vector<std::string>> copiesOf(PieceId id);
     /// What a manifest is whose header is damaged: perhaps the piece, or surely another one.
     enum class Unclear { perhapsIt, another };
     /// Finds a stored piece: locate() under coming/ and pieces/, visible or not; locateInactive()
     /// under inactive/, where copies of changes that are not done are none. Errors: notFound, and
     /// those of reading what may be the piece.
     Result<Located> locate(PieceId id, Unclear unclear = Unclear::perhapsIt);
-    Result<Located> locateUnder(const std::string &prefix, PieceId id, Unclear unclear);
+    Result<Located> locateInPlace(PieceId id, Unclear unclear);
+    Result<Located> locateAmong(std::span<const std::string> names, PieceId id, Unclear unclear);
     Result<Located> locateInactive(PieceId id);
+    Result<Located> locateCopy(std::span<const std::string> copies, PieceId id);
     /// The one of both places that can be read. Errors: as locate().
     Result<Located> locateAnywhere(PieceId id);
+    /// Lists what a directory has under `prefix`, and remembers what else it has.
+    Result<std::vector<std::string>> listAndKnow(const std::string &prefix);
+    /// What an earlier listing had under `prefix`; see KnownPlaces.
+    std::vector<std::string> knownUnder(const std::string &prefix) const;
+    /// Calls `visit` with what locateAnywhere() says of each of `ids`, which are sorted, but for
+    /// those that lie nowhere: these are told by one listing of each directory.
+    Result<void> eachStored(std::span<const PieceId> ids,
+                            const std::function<Result<void>(PieceId, Result<Located>)> &visit);
+    /// Returns those of `ids` for which isStored() holds, both sorted.
+    Result<std::vector<PieceId>> storedAmong(std::span<const PieceId> ids, bool unclear);
     Result<std::unique_ptr<blob::BlobReader>> openDamaged(const std::string &blobName);
     /// Of those that show; its attributes as they are now.
     Result<Located> locateShown(PieceId id);
@@ -266,9 +281,11 @@ private:
     Result<void> copyToInactive(PieceId id, const std::string &copyName);
     Result<void> proveCopy(const std::string &blobName);
     Result<void> finishChange(const ChangePlan &plan);
+    Result<void> finishGoing(const ChangePlan &plan);
     Result<void> leaveActivePlace(PieceId id, const std::string &copyName);
 
     // Pieces that come in the place of others: coming_piece.h.
+    std::string comingPrefixOf(PieceId id) const;
     Result<std::vector<std::string>> comingUnder(const std::string &activeName);
     Result<bool> isReplaced(PieceId id, const std::string &activeName);
     Result<std::optional<PieceInfo>> findAt(const std::string &blobName);
@@ -296,10 +313,15 @@ private:
     /// Moves a manifest to removed/, as removed at `at`; takes it away where nothing is kept.
     Result<void> putAside(Located &located, std::int64_t at);
     Result<std::vector<RemovedName>> removedNames(PieceId id); // the last first
-    Result<std::optional<RemovedPiece>> readRemoved(const RemovedName &name);
+    /// `stored`: what isStored() says of it, where that is known.
+    Result<std::optional<RemovedPiece>> readRemoved(const RemovedName &name,
+                                                    std::optional<bool> stored = std::nullopt);
+    Result<void> finishUndelete(const RemovedName &name, bool stored,
+                                blob::ListedDirectory &inactive);
     Result<void> visitRemovedUnder(const std::string &prefix,
                                    const std::function<bool(const RemovedPiece &)> &visit);
-    Result<PieceId> broughtBack(const Located &removed);
+    /// `inactive`, where there is one, lists the inactive pieces.
+    Result<PieceId> broughtBack(const Located &removed, blob::ListedDirectory *inactive = nullptr);
     Result<PieceInfo> leadTo(PieceId former, PieceId id);
     Result<Located> locateRemoved(PieceId id);
     Result<std::unique_ptr<PieceWriter>> copyRemoved(const Located &removed);
@@ -316,6 +338,11 @@ private:
     static Result<void> copyStream(PieceReader &from, PieceWriter &to);
     /// From both places, as removed at `at`; fine when it is in none.
     Result<void> removeEverywhere(PieceId id, std::int64_t at);
+    Result<void> putAsideIfThere(PieceId id, std::int64_t at, const std::string &name,
+                                 std::unique_ptr<blob::BlobReader> blob);
+    Result<void> removeActive(PieceId id, std::int64_t at);
+    /// After removeActive(). `inactive` began to list after it.
+    Result<void> removeCopies(PieceId id, std::int64_t at, blob::ListedDirectory &inactive);
     void forget(PieceId id);
     Result<void> emptyFilespace(const std::string &name);
     Result<void> takeFromFilespace(const StoredManifest &stored, const PieceInfo &info);
@@ -343,6 +370,7 @@ private:
     std::unique_ptr<engine::Domain> domain_;
     engine::Settings settings_;
     bool isOwn_ = true;
+    mutable KnownPlaces known_;
 };
 
 /// The component of blob names that stands for the name of a node; what the node keeps is under

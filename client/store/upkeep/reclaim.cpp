@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <tuple>
 #include <utility>
 
 namespace arca::store
@@ -325,7 +326,8 @@ Result<std::uint64_t> Reclaim::countPurged()
     for (const RemovedName &name : over_)
         if (std::ranges::binary_search(going, name.id))
             names.push_back(name);
-    return space_.countRemoved(names);
+    ARCA_TRY(const auto removed, space_.removedAmong(names));
+    return removed.size();
 }
 
 Result<void> Reclaim::purge(ReclaimTotals &totals)
@@ -338,11 +340,13 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
     ARCA_CHECK(inventory_.noteWent(std::move(went)));
     // What is no removed piece goes first: the record that says so goes with the piece it leads to,
     // and without it the manifest would count as one.
-    std::ranges::stable_partition(over_, [&](const RemovedName &name) {
-        const auto pieces = space_.countRemoved({&name, 1});
-        return pieces && *pieces == 0;
+    ARCA_TRY(const std::vector<PieceId> removed, space_.removedAmong(over_));
+    std::ranges::sort(over_, {}, [&](const RemovedName &name) {
+        const bool is = name.at != 0 && std::ranges::binary_search(removed, name.id);
+        return std::tuple(is, name.id, name.at);
     });
-    constexpr std::size_t kAtOnce = 64;
+    // Few enough that others do not wait for long.
+    constexpr std::size_t kAtOnce = 256;
     for (std::span<const RemovedName> left = over_; !left.empty();) {
         const auto some = left.first(std::min(left.size(), kAtOnce));
         ARCA_TRY(const std::uint64_t pieces,
@@ -365,7 +369,8 @@ Result<ReclaimTotals> Reclaim::plan()
     ARCA_TRY(const auto found, look(totals));
     ARCA_CHECK(expectExplained(found, totals));
     ARCA_TRY(totals.purgedPieces, countPurged());
-    ARCA_TRY(totals.keptPieces, space_.countRemoved(kept_));
+    ARCA_TRY(const auto kept, space_.removedAmong(kept_));
+    totals.keptPieces = kept.size();
     for (const Candidate &candidate : found) {
         if (!living.empty()) {
             ++totals.waitingPacks;
@@ -442,7 +447,8 @@ Result<ReclaimTotals> Reclaim::run(const Step &step)
     // Many notes do no harm, and the next run tries again.
     (void)inventory_.compact();
     domain_.blobs().keepReserve();
-    ARCA_TRY(totals.keptPieces, space_.countRemoved(kept_));
+    ARCA_TRY(const auto kept, space_.removedAmong(kept_));
+    totals.keptPieces = kept.size();
     totals.damagedManifests = damaged_.blobNames;
     return totals;
 }

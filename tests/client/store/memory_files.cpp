@@ -482,6 +482,7 @@ Result<void> MemoryFiles::list(const std::string &path,
         if (!node)
             return absent(path);
         names = node->names;
+        namesTold_ += names.size();
     }
     std::size_t told = 0;
     for (const auto &[name, below] : names)

@@ -104,6 +104,8 @@ public:
     /// Changes one byte of a file, or cuts it, without anybody noticing.
     std::string &contentOf(const std::string &path);
     void breakFile(const std::string &path, Broken how);
+    /// How many names listings told so far.
+    std::uint64_t namesTold() const { return namesTold_; }
     /// Every path of a file, those of directories not.
     std::vector<std::string> paths() const;
 
@@ -145,6 +147,7 @@ private:
     Fault fault_ = Fault::fails;
     std::uint64_t capacity_ = 0; // 0: no limit
     std::uint64_t nextNumber_ = 1;
+    std::uint64_t namesTold_ = 0;
     std::vector<Event> *events_ = nullptr;
 };
 

@@ -2,6 +2,7 @@
 // stored is told from what was lost.
 #include "tests/client/store/reclaim_fixture.h"
 
+#include "client/base/text.h"
 #include "client/store/changes/object_record.h"
 #include "client/store/pieces/inventory.h"
 #include "client/store/upkeep/blob_removal.h"
@@ -116,6 +117,60 @@ TEST_F(RemovedTest, APieceComesBackAsItWasUntilItsGraceTimeIsOver)
     for (const std::string &path : files_.paths())
         EXPECT_FALSE(path.starts_with("/r/objects/") || path.starts_with("/r/removed/")) << path;
     EXPECT_EQ(verified().hurt(), 0U);
+}
+
+/// Half of some pieces of one directory are inactive; all are removed, shown and purged.
+TEST_F(RemovedTest, ADirectoryIsListedAFewTimesHoweverManyOfItsPiecesGo)
+{
+    constexpr std::size_t kPieces = 24, kOthers = 1000;
+    std::vector<PieceId> ids;
+    std::vector<store::RemovedName> names;
+    std::string digits;
+    for (int number = 0; ids.size() < kPieces; ++number) {
+        const std::string name = "p" + std::to_string(number);
+        const Sha256 hash = space_->hashOf(nameOf(name)).value();
+        if (hash[0] != std::byte{0x5a})
+            continue;
+        backUp(name, "");
+        ids.push_back(idOf(name));
+    }
+    const std::size_t half = kPieces / 2;
+    ASSERT_TRUE(space_->commitTogether({{}, {}, std::span(ids).first(half)}));
+    for (std::size_t i = 0; i < kOthers; ++i)
+        for (const std::string place : {"pieces/", "inactive/", "removed/"}) {
+            const std::string last = "5a" + toHex(i) + toHex(i).substr(2);
+            const std::string name = place + space_->domain().nodeKey() + "/5a/" + last;
+            ASSERT_TRUE(blob::putWhole(*store_, name, viewOf("another")));
+        }
+    open(); // what was learnt by storing them is forgotten
+    auto listings = [this, before = files_.namesTold()]() mutable {
+        const std::uint64_t told = files_.namesTold() - std::exchange(before, files_.namesTold());
+        return told / kOthers;
+    };
+    for (const PieceId id : ids)
+        EXPECT_TRUE(space_->find(id));
+    EXPECT_LE(listings(), 4U);
+    ASSERT_TRUE(space_->commitTogether({{}, ids, {}}));
+    EXPECT_LE(listings(), 2U);
+    EXPECT_EQ(removed(*space_).size(), kPieces + 2);
+    EXPECT_LE(listings(), 4U);
+    for (const PieceId id : ids)
+        names.push_back({id, 0});
+    ASSERT_TRUE(store_->list("removed/", [&](const std::string &name) {
+        const auto parsed = store::parseRemovedName(space_->domain().nodeKey(), name);
+        for (store::RemovedName &one : names)
+            if (parsed && parsed->id == one.id)
+                one.at = parsed->at;
+        return true;
+    }));
+    (void)listings();
+    Result<void> unclear;
+    EXPECT_EQ(space_->goneWith(names, unclear)->size(), kPieces);
+    EXPECT_EQ(space_->removedAmong(names)->size(), kPieces);
+    EXPECT_EQ(*space_->purge(names), kPieces);
+    EXPECT_LE(listings(), 16U);
+    for (const PieceId id : ids)
+        EXPECT_FALSE(space_->find(id));
 }
 
 TEST_F(RemovedTest, AnInactivePieceComesBackInactive)
