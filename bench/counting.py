@@ -4,10 +4,12 @@
   bench/counting.py [--build build/release] [--directory /tmp]
                     [--sizes 20000,80000,320000,1000000] [--packs 5000,20000,60000]
 
-For each size many_objects makes a repository of that many pieces without a stream, and arca looks
-at all of them; then for each number of packs one of pieces with a pack each, of which arca removes
-every second one and frees its pack. Printed for each verb: processor microseconds for a piece, and
-the peak of the memory. Where the cost grows straight with the number the columns stay the same.
+For each size many_objects makes a repository of that many pieces without a stream. Arca looks at
+all of them, then removes every tenth and purges what was removed. Then for each number of packs
+many_objects makes one of pieces with a pack each, of which arca removes every second one and frees
+its pack. Printed for each verb: processor microseconds for a piece, of all that there are or of
+those that go, and the peak of the memory. Where the cost grows straight with the number the columns
+stay the same.
 The repositories are removed again.
 """
 import argparse
@@ -25,6 +27,11 @@ LOOKING = {
     "reclaim": ["reclaim", "--dry-run"],
     "ls": ["ls", "--json"],
     "expire": ["expire", "--dry-run"],
+}
+REMOVING = {
+    "rm of every tenth": ["rm", "*7_p1", "--yes"],
+    "ls --removed": ["ls", "--removed"],
+    "reclaim of these": ["reclaim", "--grace", "0"],
 }
 FREEING = {
     "rm": ["rm", "*_p2", "--yes"],
@@ -54,10 +61,11 @@ def measure(count, build, parent, packs):
         subprocess.run(make + ([] if packs else [library]), check=True, stdout=subprocess.DEVNULL)
         environment = dict(os.environ, XDG_CACHE_HOME=os.path.join(place, "cache"))
         arca = os.path.join(build, "root/bin/arca")
-        for name, words in (FREEING if packs else LOOKING).items():
-            command = [arca, *words, "--stdin", "--optfile", repository + ".opt"]
-            seconds, peak = measured(command, environment)
-            print(f"| {count:,} | {name} | {seconds * 1e6 / count:.1f} | {peak:.0f} |", flush=True)
+        for verbs, pieces in [(FREEING, count)] if packs else [(LOOKING, count), (REMOVING, count / 10)]:
+            for name, words in verbs.items():
+                command = [arca, *words, "--stdin", "--optfile", repository + ".opt"]
+                seconds, peak = measured(command, environment)
+                print(f"| {count:,} | {name} | {seconds * 1e6 / pieces:.1f} | {peak:.0f} |", flush=True)
 
 
 def main():
