@@ -98,6 +98,21 @@ void readRecords(const FileText &text, char *password, const std::uint32_t *key)
     password[used] = '\0';
 }
 
+// Makes the name of a file or directory survive the loss of power. False when it may not. Where a
+// directory cannot be opened or synced there is nothing more to be done.
+bool syncName(const std::string &path)
+{
+    const std::size_t slash = path.rfind('/');
+    const std::string directory = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+    const int opened = psFileOpenDirectory(directory.c_str());
+    if (opened < 0) {
+        return true;
+    }
+    const bool synced = fsync(opened) == 0 || errno != EIO;
+    close(opened);
+    return synced;
+}
+
 // Makes the directory when it is missing. Returns 0, or the code that says why it cannot take the
 // file.
 std::uint16_t prepareDirectory(const char *directory)
@@ -116,7 +131,8 @@ std::uint16_t prepareDirectory(const char *directory)
     }
     // The host's umask may have taken away what its owner needs.
     return mkdir(trimmed, S_IRWXU) == 0 &&
-                   fchmodat(AT_FDCWD, trimmed, S_IRWXU, AT_SYMLINK_NOFOLLOW) == 0
+                   fchmodat(AT_FDCWD, trimmed, S_IRWXU, AT_SYMLINK_NOFOLLOW) == 0 &&
+                   syncName(trimmed)
                ? ORC_RC_OK
                : ORC_RC_NO_DIRECTORY;
 }
@@ -199,7 +215,7 @@ public:
             return false;
         }
         temporary_.clear();
-        return true;
+        return syncName(target_);
     }
     [[nodiscard]] const char *path() const { return temporary_.c_str(); }
 

@@ -28,16 +28,18 @@ std::uint16_t psveloReadPswd(char *password, orcObj_t *ctx);
 std::uint16_t psveloReadPswdFromFile(const char *path, char *password, std::uint32_t *key);
 /// Writes a password file beside path, reads it back with a key that is derived again for ctx, and
 /// only then renames it over path (or over the file behind a link of root's or of the effective
-/// user's). Returns 0, or a code of psveloUpdatePswd with the old file as it was. May throw
-/// std::bad_alloc.
+/// user's). The file and its name survive the loss of power when it returns 0. Else it returns a
+/// code of psveloUpdatePswd, with the old file as it was, or with the new one when only the name
+/// could not be synced. May throw std::bad_alloc.
 std::uint16_t psveloWritePswdToFile(const char *directory, const char *path, const char *password,
                                     std::uint32_t *key, orcObj_t *ctx);
 extern "C" {
 /// Writes the password file of the context's node, with mode 0644. Returns 0, or with the password
 /// file as it was 104: no storage client is loaded; 167: the directory cannot be made; 2519: what
 /// was written cannot be read back; 2520: more than 64 characters; 2521: the directory cannot be
-/// used; 2522: no memory; 2539: a null argument (logged); 65535: the file cannot be written. A
-/// directory that was made stays. Another program gets ctx from sbtinit2.
+/// used; 2522: no memory; 2539: a null argument (logged); 65535: the file cannot be written, or
+/// is there and may not survive the loss of power. A directory that was made stays. Another program
+/// gets ctx from sbtinit2.
 SBT_EXPORT std::uint16_t psveloUpdatePswd(char *password, orcObj_t *ctx);
 }
 
