@@ -5,6 +5,8 @@
 #include "tests/client/store/memory_files.h"
 
 #include <functional>
+#include <set>
+#include <utility>
 
 namespace arca::test
 {
@@ -26,6 +28,8 @@ public:
     bool links = true;
     /// Asked before the names of a directory are synced.
     std::function<Result<void>(const std::string &)> beforeSync;
+    /// Runs in the middle of the next listing: a name that comes then, or goes, is not in it.
+    std::function<void()> whileListing;
     bool hasStopped() const { return left_ <= 0; }
     /// Everything fails from the decision of a change on; `decided`: from just after it.
     void dieDeciding(bool decided)
@@ -86,7 +90,13 @@ public:
         if (path.find("/coming/") != std::string::npos ||
             path.find("/quarantine/") != std::string::npos) // the first and the last of a visit
             step();
-        return files_.list(path, visit);
+        if (!whileListing)
+            return files_.list(path, visit);
+        std::set<std::string> before;
+        ARCA_CHECK(files_.list(path, [&](const auto &name) { return before.insert(name).second; }));
+        std::exchange(whileListing, nullptr)();
+        return files_.list(path,
+                           [&](const auto &name) { return !before.contains(name) || visit(name); });
     }
     Result<bool> isDirectory(const std::string &path) override { return files_.isDirectory(path); }
 

@@ -182,6 +182,20 @@ TEST_F(LateChange, ARecordsNumberIsGivenOnce)
     EXPECT_EQ(textOf((*latest)->bytes), "4");
 }
 
+/// A listing may miss the state that comes meanwhile, and the one that goes.
+TEST_F(LateChange, ARecordIsFoundByAListingThatAChangeGoesOnBeside)
+{
+    AnotherHost files(files_);
+    blob::DirectoryStore here("/r", files_), there("/r", files);
+    store::NumberedRecord record(here, "records/one");
+    for (std::uint32_t after = 0; after < 4; after += 2) {
+        ASSERT_TRUE(record.write(after, viewOf("before")));
+        files.whileListing = [&] { EXPECT_TRUE(record.write(after + 1, viewOf("meanwhile"))); };
+        const auto latest = store::NumberedRecord(there, "records/one").latest();
+        EXPECT_TRUE(latest && *latest) << after;
+    }
+}
+
 /// The number of the state that a change of the password is about to write is not given again to
 /// the next node of the name.
 TEST_F(LateChange, OfARemovedNodesPasswordLeavesALaterNodeAlone)

@@ -25,9 +25,9 @@ protected:
     {
         fs::create_directories(directory_ / "real");
         fs::create_directory_symlink(directory_ / "real", root_); // the root may be a link
-        fs::create_directories(outside_ + "/aa");
+        fs::create_directories(outside_ / "aa");
         for (const char *name : {"/1-0123456789abcdef", "/1", "/change-aa", "/remove-aa", "/aa/1"})
-            keel::test::writeFile(outside_ + name, "of others");
+            keel::test::writeFile(outside_.string() + name, "of others");
     }
 
     std::unique_ptr<blob::DirectoryStore> store() const
@@ -56,7 +56,8 @@ protected:
     }
 
     keel::test::TempDir directory_;
-    const std::string root_ = directory_ / "root", outside_ = directory_ / "outside";
+    const std::string root_ = directory_ / "root";
+    const fs::path outside_ = directory_ / "outside";
 };
 
 /// Does everything that a store can do, and returns the texts of what failed.
@@ -79,7 +80,8 @@ std::string everyUse(blob::DirectoryStore &store)
     expect(store.list("pieces/aa/", all));
     expect(store.livingWriters());
     expect(store.removeLeftovers());
-    expect(store.tryLock("change-aa", "trying"));
+    for (const char *lock : {"change-aa", "none"})
+        expect(store.tryLock(lock, "trying"));
     store.keepReserve();
     while (store.giveUpReserve()) {
     }
@@ -89,14 +91,17 @@ std::string everyUse(blob::DirectoryStore &store)
 TEST_F(LinksTest, NothingOutsideTheRepositoryIsTouchedThroughOne)
 {
     const auto before = outside();
-    for (const char *link : {"tmp", "locks", "reserve", "pieces", "pieces/aa", "pieces/aa/1"}) {
+    for (const std::string link :
+         {"tmp", "locks", "reserve", "pieces", "pieces/aa", "pieces/aa/1", "locks/change-aa",
+          "locks/remove-aa", "reserve/1", "locks/none", "reserve/48"}) {
         SCOPED_TRACE(link);
-        const fs::path place = root_ + "/" + link;
+        const fs::path place = root_ + "/" + link, file = outside_ / place.filename();
         fs::create_directories(place.parent_path());
-        fs::create_symlink(link == std::string("pieces/aa/1") ? outside_ + "/1" : outside_, place);
+        fs::create_symlink(link.find('/') != link.npos && link != "pieces/aa" ? file : outside_,
+                           place);
         const std::string failed = everyUse(*store());
         EXPECT_EQ(outside(), before);
-        if (link != std::string("reserve")) { // which is given up silently
+        if (!link.starts_with("reserve")) { // which is given up silently
             EXPECT_NE(failed.find(" is a symbolic link"), std::string::npos) << failed;
         }
         EXPECT_TRUE(fs::is_symlink(place));
@@ -126,7 +131,7 @@ TEST_F(LinksTest, OnlyFilesOfTheStoresOwnAreRemovedAsLeftBehind)
                              "x-0123456789abcdef", "1-0123456789abcdef.bak", "1-0123456789ABCDEF"})
         keel::test::writeFile(tmp + name, "left behind");
     ASSERT_EQ(mkfifo((tmp + "3-0123456789abcdef").c_str(), 0600), 0);
-    fs::create_symlink(outside_ + "/1", tmp + "3-0123456789abcdef.fedcba9876543210");
+    fs::create_symlink(outside_ / "1", tmp + "3-0123456789abcdef.fedcba9876543210");
     EXPECT_TRUE(store()->removeLeftovers());
     std::set<std::string> left;
     for (const auto &entry : fs::directory_iterator(tmp))

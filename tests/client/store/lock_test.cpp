@@ -104,6 +104,7 @@ TEST_F(LockTest, OnlyASignalThatAProgramEndsByEndsAWait)
     const auto waitAfter = [&](const std::function<void()> &host) {
         const Child child([&](int told) {
             (void)std::signal(SIGINT, [](int) {});
+            (void)std::signal(SIGHUP, SIG_DFL); // which the test may ignore
             const auto own = store();
             host();
             tell(told, own->lock("change-aa", "storing").error().kind == ErrorKind::stopped

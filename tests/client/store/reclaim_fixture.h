@@ -134,9 +134,14 @@ protected:
     }
     std::unique_ptr<store::PieceWriter> begin(const std::string &piece, const std::string &stream)
     {
+        return begin(*space_, piece, stream);
+    }
+    static std::unique_ptr<store::PieceWriter>
+    begin(store::NodeSpace &space, const std::string &piece, const std::string &stream)
+    {
         store::PieceDescription description;
         description.name = nameOf(piece);
-        auto writer = space_->beginPiece(description);
+        auto writer = space.beginPiece(description);
         EXPECT_TRUE(writer && (*writer)->append(viewOf(stream)));
         return std::move(writer).value();
     }

@@ -5,6 +5,7 @@
 #include "tests/support/files.h"
 
 #include <sys/resource.h>
+#include <utility>
 
 namespace
 {
@@ -133,6 +134,43 @@ TEST_F(ReclaimTest, ClaimsOfOtherNodesHoldNothingUpAndThoseThatNameNoneDo)
     }
 }
 
+/// A run marks packs and has to wait. Either of the two stops at any of its steps, where
+/// the other one does all its work; then the wait is over, and what is marked goes.
+TEST_F(ReclaimTest, AStreamThatBeginsAsPacksAreMarkedIsStoredWhole)
+{
+    const std::string stream = blocks(1, 90);
+    std::unique_ptr<store::PieceWriter> waited, fresh;
+    int counting = 0;
+    const auto store = [&](store::NodeSpace &space) {
+        fresh = begin(space, "fresh", stream);
+        counting += fresh->finish()->newBytes == 0 ? 1 : 0;
+    };
+    const auto mark = [](store::NodeSpace &space) {
+        EXPECT_EQ(store::Reclaim(space, kAtOnce).run()->waitingPacks, 2U);
+    };
+    using Act = std::function<void(store::NodeSpace &)>;
+    for (const auto &[ours, theirs] : {std::pair<Act, Act>(store, mark), {mark, store}}) {
+        beforeEachStep(
+            theirs,
+            [&, act = ours](const auto &arm) {
+                waited = begin("waited", "x");
+                arm();
+                act(*space_);
+                return true;
+            },
+            [&](bool) {
+                waited.reset();
+                reclaim();
+                if (fresh) {
+                    EXPECT_TRUE(fresh->commit());
+                    expectPiece("fresh", stream);
+                }
+                fresh.reset();
+            });
+        EXPECT_GT(std::exchange(counting, 0), 5);
+    }
+}
+
 TEST_F(ReclaimTest, ARenamedPieceSharesItsBlocksUnlessTheyAreMarked)
 {
     for (const bool marked : {false, true}) {
@@ -169,8 +207,8 @@ TEST_F(ReclaimTest, WhoeverReadsARemovedPieceReadsItToItsEnd)
     EXPECT_EQ(reclaim().deadPacks, 2U);
 }
 
-/// A restore of an inactive version begins between two steps of reclaiming, and the version is
-/// removed at once.
+/// A restore of an inactive version begins between two steps of reclaiming, and the version
+/// is removed at once.
 TEST_F(ReclaimTest, ARestoreOfAnInactivePieceIsReadToItsEnd)
 {
     const store::PieceId id = (*space_->find(nameOf("few")))->id;
@@ -197,8 +235,9 @@ TEST_F(ReclaimTest, ARestoreOfAnInactivePieceIsReadToItsEnd)
     }
 }
 
-/// Another process does one thing, whole, between two steps of reclaiming, and between every two.
-/// The only piece that needs the first pack is where reclaiming has not looked yet, or no longer.
+/// Another process does one thing, whole, between two steps of reclaiming, and between
+/// every two. The only piece that needs the first pack is where reclaiming has not looked
+/// yet, or no longer.
 TEST_F(ReclaimTest, WhatMovesBetweenTwoOfItsStepsIsNotLost)
 {
     const store::ObjectName few = nameOf("few"), moved = nameOf("moved");
@@ -253,7 +292,8 @@ TEST_F(ReclaimTest, WhatMovesBetweenTwoOfItsStepsIsNotLost)
             reclaim();
             const bool came = files_.hasRun();
             files_.runBefore(0, nullptr);
-            // What is purged by then cannot come back; it does, or the reclaiming took it whole.
+            // What is purged by then cannot come back; it does, or the reclaiming took it
+            // whole.
             EXPECT_TRUE(removed || went == came);
             if (removed && !went && came)
                 continue;
@@ -272,8 +312,8 @@ TEST_F(ReclaimTest, WhatMovesBetweenTwoOfItsStepsIsNotLost)
     }
 }
 
-/// A run on another host sleeps before any of its steps. Runs here do all their work meanwhile, and
-/// a stream counts on what they left.
+/// A run on another host sleeps before any of its steps. Runs here do all their work
+/// meanwhile, and a stream counts on what they left.
 TEST_F(ReclaimTest, ARunThatWakesLateDeletesNothingThatCameSince)
 {
     const struct {
@@ -312,8 +352,8 @@ TEST_F(ReclaimTest, ARunThatWakesLateDeletesNothingThatCameSince)
     }
 }
 
-/// A damaged mark stands for every pack. What is needed gets its next revision, with a blob's
-/// second name or without, and is counted on again.
+/// A damaged mark stands for every pack. What is needed gets its next revision, with a
+/// blob's second name or without, and is counted on again.
 TEST_F(ReclaimTest, ADamagedMarkKeepsNoPackMarkedForGood)
 {
     const std::string whole = blocks(7, 20);
@@ -336,7 +376,8 @@ TEST_F(ReclaimTest, ADamagedMarkKeepsNoPackMarkedForGood)
     }
 }
 
-/// Its name once given, a revision may be all that is left: a run here deletes the one before.
+/// Its name once given, a revision may be all that is left: a run here deletes the one
+/// before.
 TEST_F(ReclaimTest, ARevisionIsProvenBeforeAnybodyFindsIt)
 {
     for (int n = 1, came = true; came && !HasFailure(); ++n) {
@@ -363,8 +404,8 @@ TEST_F(ReclaimTest, ARevisionIsProvenBeforeAnybodyFindsIt)
     }
 }
 
-/// With few files open a restore closes packs that it goes on to read. Between two of its steps a
-/// run whose mark is from before the restore puts the next revision of one.
+/// With few files open a restore closes packs that it goes on to read. Between two of its
+/// steps a run whose mark is from before the restore puts the next revision of one.
 TEST_F(ReclaimTest, ARestoreGoesOnInTheNextRevisionOfAPackThatItHadClosed)
 {
     rlimit before;
@@ -419,7 +460,7 @@ TEST_F(ReclaimTest, WhereverItIsStoppedNothingNeededIsLostAndTheNextRunFinishes)
                 files_.stopAt(n);
             else
                 files_.failAt(n, ErrorKind::full);
-            (void)store::Reclaim(*space_, kAtOnce).run();
+            (void)store::Reclaim(*space_, {.grace = 0}).run();
             const bool came = files_.hasFailed();
             space_.reset();
             files_.failAt(0, ErrorKind::io);
@@ -427,7 +468,7 @@ TEST_F(ReclaimTest, WhereverItIsStoppedNothingNeededIsLostAndTheNextRunFinishes)
                 files_.losePower(fault.loss);
             open();
             expectPiece("few", few_);
-            reclaim();
+            reclaim({.grace = 0}); // what was freed must stay explained
             EXPECT_EQ(packs(), 1U);
             expectPiece("few", few_);
             if (!came || HasFailure())
@@ -436,8 +477,8 @@ TEST_F(ReclaimTest, WhereverItIsStoppedNothingNeededIsLostAndTheNextRunFinishes)
     }
 }
 
-/// However many packs there are: in shares, by a temporary file or, without room for one, in more
-/// passes.
+/// However many packs there are: in shares, by a temporary file or, without room for one,
+/// in more passes.
 TEST_F(ReclaimTest, WhatIsNeededIsTheSameInOneShareAndInMany)
 {
     backUp("more", blocks(5, 40) + blocks(1, 30) + blocks(6, 40));
