@@ -58,8 +58,8 @@ TEST_F(PasswordFileTest, KeepsAPasswordInBlocksOfEight)
         for (std::size_t i = 0; i < row.digits.size(); ++i)
             EXPECT_EQ(row.digits[i], file[39 + 9 * i]);
         EXPECT_TRUE(row.password.empty() || file.find(row.password) == std::string::npos);
+        EXPECT_EQ(fs::perms(0644), fs::status("pw/VELO.mynode").permissions()) << "not read yet";
         EXPECT_EQ(row.password, loggedOnWith());
-        EXPECT_EQ(fs::perms(0644), fs::status("pw/VELO.mynode").permissions());
     }
     EXPECT_EQ(fs::perms(0700), fs::status("pw").permissions());
 }

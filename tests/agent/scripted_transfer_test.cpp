@@ -173,6 +173,12 @@ TEST_F(ScriptedTransferTest, AsksTheDatabaseForItsSize)
     EXPECT_FALSE(has(contents("runs"), "input")) << "the host's standard input was read";
     EXPECT_EQ("/ as sysdba\nselect sum(bytes)/1024/1024 from dba_data_files;\nexit",
               contents(".sql"));
+    std::filesystem::remove(".sql");
+    std::filesystem::create_symlink("prepared",
+                                    ".sql"); // by another user, who may write where the host stands
+    openChannel();
+    EXPECT_EQ("", backUp("link", "data", {.blockSize = 4}));
+    EXPECT_FALSE(std::filesystem::exists("prepared"));
 }
 
 TEST_F(ScriptedTransferTest, WaitsOnceForASqlplusThatHangsAndEndsWhatItLeavesBehind)

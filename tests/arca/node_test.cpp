@@ -3,7 +3,9 @@
 #include "tests/arca/arca_fixture.h"
 #include "tests/support/terminal.h"
 
+#include <ctime>
 #include <filesystem>
+#include <map>
 #include <regex>
 #include <sys/stat.h>
 
@@ -219,8 +221,12 @@ TEST_F(NodeTest, UnlockClearsUpBehindTheDeadOnly)
 TEST_F(NodeTest, MetricsAreWhatACollectorReads)
 {
     const hoxHandle_t handle = logOn();
-    store(handle, "a", std::string(100000, 'a'));
-    store(handle, "b", std::string(100000, 'a'));
+    const std::string stream = randomBytes(100'000, 1);
+    for (const char *piece : {"a", "b"})
+        store(handle, piece, stream);
+    store(handle, "old", std::string(5000, 'o'));
+    ASSERT_EQ(arca({"rm", "old", "--deactivate", "--yes"}).status, 0);
+    store(handle, "zeros", std::string(12 * 8192, '\0'));
     const fs::path file = installation_.directory() / "arca.prom";
     for (int i = 0; i < 2; ++i)
         ASSERT_EQ(arca({"metrics", "--output", file}).status, 0);
@@ -228,11 +234,11 @@ TEST_F(NodeTest, MetricsAreWhatACollectorReads)
     const std::string again = arca({"metrics"}).out;
     const auto room = text.find("# HELP arca_filesystem_available");
     EXPECT_EQ(text.substr(0, room), again.substr(0, room));
-    const std::regex sample(R"(([a-z_]+)\{node="testnode"(,[a-z]+="[a-z]+")?\} \d+)");
+    const std::regex sample(R"(([a-z_]+)\{node="testnode"(,[a-z]+="[a-z]+")?\} (\d+))");
     std::istringstream lines(text);
     std::string line, told;
     std::smatch match;
-    int samples = 0;
+    std::map<std::string, std::uint64_t> values;
     while (std::getline(lines, line)) {
         if (std::regex_match(line, match, std::regex(R"(# HELP (arca_[a-z_]+) .+\.)")) ||
             std::regex_match(line, match, std::regex(R"(# TYPE (arca_[a-z_]+) gauge)"))) {
@@ -241,11 +247,53 @@ TEST_F(NodeTest, MetricsAreWhatACollectorReads)
         }
         ASSERT_TRUE(std::regex_match(line, match, sample)) << line;
         EXPECT_EQ(match[1], told) << "each after its own HELP and TYPE";
-        ++samples;
+        values[match[1].str() + match[2].str()] = std::stoull(match[3]);
     }
-    EXPECT_GT(samples, 12);
-    EXPECT_NE(text.find("arca_pieces{node=\"testnode\"} 2\n"), std::string::npos) << text;
-    EXPECT_NE(text.find("arca_logical_bytes{node=\"testnode\"} 200000\n"), std::string::npos);
+    EXPECT_GT(values.size(), 12U);
+    const auto sizeOf = [&](const char *place) {
+        std::uint64_t bytes = 0;
+        for (const auto &blob : stored(place))
+            bytes += fs::file_size(blob);
+        return bytes;
+    };
+    const auto stats = arcaJson({"stats"}), old = arcaJson({"ls", "--inactive"})["objects"][0];
+    const std::uint64_t packBytes = sizeOf("packs"), fresh = 100'000 + 5'000, zeros = 12 * 8192;
+    const struct {
+        std::string metric;
+        const char *field; ///< of `arca stats`; null: none
+        std::uint64_t value;
+    } truths[] = {
+        {"arca_pieces", "pieces", 4},
+        {"arca_inactive_versions", nullptr, 1},
+        {"arca_logical_bytes", "logicalBytes", 100'000 + fresh + zeros},
+        {"arca_stored_bytes", "storedBytes", packBytes},
+        {"arca_saved_bytes,by=\"zeros\"", "savedByZeros", zeros},
+        {"arca_saved_bytes,by=\"duplicates\"", "savedByDuplicates", 100'000},
+        {"arca_saved_bytes,by=\"compression\"", "savedByCompression", fresh - packBytes},
+        {"arca_packs", "packs", stored("packs").size()},
+        {"arca_pack_bytes", "packBytes", packBytes},
+        {"arca_manifest_bytes", "manifestBytes", sizeOf("pieces") + sizeOf("inactive")},
+    };
+    for (const auto &[metric, field, value] : truths) {
+        EXPECT_EQ(values[metric], value) << metric;
+        if (field != nullptr) {
+            EXPECT_EQ(stats[field], value) << field;
+        }
+    }
+    const auto newest = arcaJson({"show", "zeros"})["versions"][0];
+    std::tm then{};
+    ASSERT_NE(strptime(newest["stored"].get<std::string>().c_str(), "%FT%TZ", &then), nullptr);
+    EXPECT_EQ(values["arca_last_piece_timestamp_seconds"],
+              static_cast<std::uint64_t>(timegm(&then)));
+    const std::pair<const char *, nlohmann::json> fields[] = {
+        {"piece", "old"},       {"filespace", "/fs"},    {"active", false},    {"size", 5000},
+        {"class", "STANDARD"},  {"owner", "oracle"},     {"info", "stStream"}, {"compressed", true},
+        {"deduplicated", true}, {"encryption", "AES256"}};
+    for (const auto &[field, value] : fields)
+        EXPECT_EQ(old[field], value) << field;
+    EXPECT_GE(old["inactiveSince"], old["stored"]);
+    EXPECT_LT(newest["storedSize"], 1000) << "its manifest, nothing else";
+    EXPECT_GT(newest["storedSize"], 100);
     const ProgramResult nowhere = arca({"metrics", "--output", "/nonexistent/arca.prom"});
     EXPECT_EQ(nowhere.status, 1);
     for (const Words &mixed : {Words{"metrics"}, {"key", "export", "--stdin"}})
@@ -265,15 +313,21 @@ TEST_F(NodeTest, MetricsAreWhatACollectorReads)
     EXPECT_EQ(arca({"metrics"}).out.find(proven + "data\"} 0\n"), std::string::npos);
     const auto manifests = stored("pieces");
     damageFiles(installation_.repository() / "packs");
-    EXPECT_NE(restore(logOn(), "a"), std::string(100000, 'a'));
+    EXPECT_NE(restore(logOn(), "a"), stream);
     writeFile(manifests.front(), "damaged");
-    (void)arca({"rm", "a", "--yes"});
-    (void)arca({"rm", "b", "--yes"});
+    for (const char *piece : {"a", "b", "zeros"})
+        (void)arca({"rm", piece, "--yes"});
     const std::string hurt = arca({"metrics"}).out;
     for (const char *depth : {"structure", "data"})
         EXPECT_NE(hurt.find(proven + depth + "\"} 0\n"), std::string::npos) << hurt;
     EXPECT_NE(hurt.find("arca_quarantined{node=\"testnode\"} 1\n"), std::string::npos) << hurt;
     EXPECT_NE(hurt.find("arca_damaged_parts{node=\"testnode\"} 1\n"), std::string::npos) << hurt;
+    writeFile(stored("packs").front(), "damaged");
+    EXPECT_NE(arca({"metrics"}).out.find("arca_unreadable{node=\"testnode\"} 1\n"),
+              std::string::npos);
+    const auto worse = arcaJson({"stats"});
+    for (const char *field : {"unreadable", "damagedParts", "quarantined"})
+        EXPECT_EQ(worse[field], 1) << field;
 }
 
 } // namespace

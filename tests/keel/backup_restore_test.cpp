@@ -12,6 +12,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <ctime>
+#include <fstream>
 #include <iomanip>
 #include <sstream>
 
@@ -63,6 +64,24 @@ TEST_F(KeelTest, StreamOfAnyLengthComesBackInBlocksOfAnySize)
         }
     }
 }
+
+#ifndef KEEL_TEST_SANITIZED // which takes minutes
+TEST_F(KeelTest, StreamOfMoreThan4GibibytesComesBackWhole)
+{
+    constexpr std::uint64_t kLength = (std::uint64_t{1} << 32) + 12'345;
+    writeFile("large", "its first bytes");
+    std::filesystem::resize_file("large", kLength - 1);
+    std::ofstream("large", std::ios::app) << "!";
+    const auto stored = keel({"backup", "large", "-i", "large", "--json"});
+    EXPECT_EQ(nlohmann::json::parse(stored.out)["bytes"], kLength);
+    const ProgramResult read = keel({"restore", "large", "-o", "/dev/null", "--json"});
+    EXPECT_EQ(nlohmann::json::parse(read.out)["bytes"], kLength) << read.err;
+    const ProgramResult stats =
+        run({arcaProgram(), "stats", "--json", "--optfile", installation_.clientOptions()});
+    EXPECT_GE(nlohmann::json::parse(stats.out)["logicalBytes"], kLength);
+    EXPECT_GE(nlohmann::json::parse(stats.out)["savedByZeros"], kLength - (1 << 20));
+}
+#endif
 
 TEST_F(KeelTest, StreamThatEndsInATrailerOfItsOwnComesBackWhole)
 {

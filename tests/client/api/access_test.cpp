@@ -70,7 +70,10 @@ const std::vector<int> kNothing{HOX_RC_OK, HOX_RC_NO_MATCH};
 TEST_F(AccessTest, AGuestRestoresWhatWasGrantedAndNothingElse)
 {
     const hox64_t p = recordOf(mine_, "p").objId, q = recordOf(mine_, "q").objId;
-    ASSERT_EQ(grant("p"), HOX_RC_OK);
+    for (const auto &[piece, node, owner] :
+         {std::tuple("p", "guest", ""), std::tuple("q", "third", ""),
+          std::tuple("q", "guest", "anna")})
+        ASSERT_EQ(grant(piece, node, owner), HOX_RC_OK);
     hoxHandle_t guest = 0;
     ASSERT_EQ(logOnAsGuest(guest, "testnode"), HOX_RC_OK) << text(HOX_RC_ACCESS_DENIED);
     EXPECT_EQ(restore(guest, "p"), "content of p");
@@ -95,7 +98,8 @@ TEST_F(AccessTest, AGuestRestoresWhatWasGrantedAndNothingElse)
 
     // Taken back in the middle of a restore.
     ASSERT_EQ(beginGet(guest, p), HOX_RC_OK);
-    EXPECT_EQ(deleteAccess_(mine_, rules().front().ruleNumber), HOX_RC_OK);
+    for (const auto &rule : rules())
+        EXPECT_EQ(deleteAccess_(mine_, rule.ruleNumber), HOX_RC_OK);
     EXPECT_EQ(api_.hoxGetObj(guest, &p, nullptr), HOX_RC_OBJECT_UNKNOWN);
     EXPECT_EQ(api_.hoxEndGetData(guest), HOX_RC_OK);
     EXPECT_EQ(query(guest, "p"), kNothing);
