@@ -114,7 +114,7 @@ Pieces storePieces(MemoryFiles &files)
                                {must(space->find(nameOf("second")))->id}}));
     auto rules = must(store::AccessRules::of(repository->blobs(), "node"));
     must(rules.add({0, "", "reader", "", nameOf("few"), {}, {}}, space->dataKey()));
-    store::ActivityLog log(repository->blobs(), must(store::LogSeal::of(space->dataKey())));
+    store::ActivityLog log(repository->blobs(), must(store::LogSeal::of(space->dataKey(), 0)));
     must(log.append({store::Severity::error, "node", "app", "ID", "something happened"}));
     // A mark that somebody has still to wait for.
     must(space->remove(must(space->find(nameOf("gone")))->id));

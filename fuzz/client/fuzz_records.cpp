@@ -24,7 +24,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     (void)store::parseRemovedName("0", name);
     (void)store::changeIn(name);
     (void)blob::isTemporaryName(name);
-    static const auto seal = store::LogSeal::of(*SecretKey::random());
+    static const auto seal = store::LogSeal::of(*SecretKey::random(), 0);
     (void)store::parseLogLine(textOf(bytes), "node", *seal);
     (void)store::encodeVerifyState(store::parseVerifyState(textOf(bytes)));
     if (size < 0x10000)

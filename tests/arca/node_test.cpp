@@ -62,17 +62,24 @@ TEST_F(NodeTest, RemovedNodeTakesAllItKeepsAndNothingElse)
 
     EXPECT_EQ(arca({"node", "remove", "other"}).status, 2) << "nobody is asked";
     EXPECT_EQ(arca({"node", "remove", "none", "--yes"}).status, 1);
-    // What came while a person was asked is not removed unseen.
-    Terminal asks(commandLine({"node", "remove", "other"}));
-    asks.answer("[y/N] ", "");
-    store(other, "unseen", "stays until it was shown");
-    asks.answer("", "y\n");
-    EXPECT_EQ(asks.finish(), 1) << asks.shown;
-    EXPECT_EQ(nodes(), (Words{"other", "testnode"}));
-    EXPECT_EQ(stored("pieces").size(), 3U);
+    // What came while a person was asked is not removed unseen, nor by as many as went.
+    for (const char *goes : {"", "theirs"}) {
+        Terminal asks(commandLine({"node", "remove", "other"}));
+        asks.answer("[y/N] ", "");
+        if (*goes != '\0') {
+            EXPECT_EQ(arcaAs(others, {"rm", goes, "--yes"}).status, 0);
+        }
+        store(other, *goes == '\0' ? "unseen" : "again", "goes");
+        asks.answer("", "y\n");
+        EXPECT_EQ(asks.finish(), 1) << asks.shown;
+        EXPECT_EQ(nodes(), (Words{"other", "testnode"}));
+        EXPECT_EQ(stored("pieces").size(), 3U);
+    }
     // A channel that is still open: what it commits afterwards must not be left behind.
     ASSERT_EQ(send(other, "late", "in vain"), HOX_RC_OK);
-    EXPECT_EQ(arcaJson({"node", "remove", "other", "--yes"})["pieces"], 2);
+    const auto gone = arcaJson({"node", "remove", "other", "--yes"});
+    EXPECT_EQ(gone["pieces"], 2);
+    EXPECT_EQ(gone["removed"], 1) << "it could have been brought back";
     EXPECT_EQ(commit(other), HOX_RC_FS_UNKNOWN);
     EXPECT_EQ(nodes(), Words{"testnode"});
     EXPECT_EQ(arcaAs(others, {"ls"}).status, 1);
@@ -84,6 +91,7 @@ TEST_F(NodeTest, RemovedNodeTakesAllItKeepsAndNothingElse)
 
     ASSERT_EQ(arcaAs(others, {"init"}).status, 0) << "the name is free again";
     EXPECT_EQ(arcaAs(others, {"ls"}).status, 0);
+    EXPECT_EQ(arcaAs(others, {"verify"}).status, 0) << "the log has lines of the one before";
     EXPECT_EQ(listed({}), "mine");
     EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);
 }

@@ -158,7 +158,7 @@ Answer<hoxHandle_t> startSession(const Request &request, hoxInitExOut_t *output)
     const WipedAtEnd wiping(password);
     ARCA_TRY(store::NodeKeys keys, prove(request, options, *repository, node, password));
     const auto completed = completeGrants(*repository, node, keys);
-    ARCA_TRY(store::LogSeal seal, store::LogSeal::of(keys.data));
+    ARCA_TRY(store::LogSeal seal, store::LogSeal::of(keys.data, keys.incarnation));
     if (objectsOf != node) {
         ARCA_TRY(Admitted admitted,
                  admittedKey(*repository, objectsOf, node, request.owner, keys.identity));

@@ -84,6 +84,11 @@ std::optional<LoggedEvent> parseLogLine(std::string_view line, const std::string
         return logged;
     }
     auto opened = seal.open(head, text);
+    if (!opened && seal.isOfAnother(text)) {
+        logged.sealed = true;
+        text.clear();
+        return logged;
+    }
     if (!opened)
         return std::nullopt;
     text = std::move(*opened);

@@ -23,10 +23,17 @@ Nonce nonceIn(ByteView bytes)
 
 } // namespace
 
-Result<LogSeal> LogSeal::of(const SecretKey &dataKey)
+Result<LogSeal> LogSeal::of(const SecretKey &dataKey, std::uint32_t incarnation)
 {
     ARCA_TRY(SecretKey key, deriveKey(dataKey, "activity log"));
-    return LogSeal(std::move(key));
+    return LogSeal(std::move(key), incarnation);
+}
+
+bool LogSeal::isOfAnother(std::string_view field) const
+{
+    const auto dot = field.rfind('.');
+    const std::string own = std::to_string(incarnation_);
+    return dot == std::string_view::npos ? incarnation_ != 0 : field.substr(dot + 1) != own;
 }
 
 bool LogSeal::isSealed(std::string_view field)
@@ -42,14 +49,16 @@ Result<std::string> LogSeal::seal(std::string_view head, std::string_view text) 
     ARCA_CHECK(Aead(Cipher::aes256, key_->view())
                    .seal(nonceIn(bytes.first(kNonceBytes)), viewOf(head), viewOf(text),
                          bytes.subspan(kNonceBytes)));
-    return std::string(kMark) + toHex(sealed);
+    const std::string whose = incarnation_ == 0 ? "" : "." + std::to_string(incarnation_);
+    return std::string(kMark) + toHex(sealed) + whose;
 }
 
 std::optional<std::string> LogSeal::open(std::string_view head, std::string_view field) const
 {
     if (!isSealed(field))
         return std::nullopt;
-    const auto sealed = fromHex(field.substr(kMark.size()));
+    const std::string_view digits = field.substr(kMark.size());
+    const auto sealed = fromHex(digits.substr(0, digits.find('.')));
     if (!sealed || sealed->size() < kNonceBytes + kTagBytes)
         return std::nullopt;
     const ByteView bytes(*sealed);

@@ -5,6 +5,9 @@
 // nonce, random, and the text encrypted by AES-256-GCM under the key "activity log" of the node's
 // data key, bound to the fields before it. So a line cannot be given another time, severity or
 // node. Earlier releases wrote texts in clear; those are still read.
+//
+// For a later node of a name a dot and its incarnation (node_record.h) follow: what the one before
+// it wrote is another node's, and no damage.
 #ifndef KEEL_CLIENT_STORE_LOG_LOG_SEAL_H
 #define KEEL_CLIENT_STORE_LOG_LOG_SEAL_H
 
@@ -22,19 +25,27 @@ namespace arca::store
 class LogSeal
 {
 public:
-    static Result<LogSeal> of(const SecretKey &dataKey);
+    static Result<LogSeal> of(const SecretKey &dataKey, std::uint32_t incarnation);
 
     /// `head`: the fields before the text, with the tabs between them.
     Result<std::string> seal(std::string_view head, std::string_view text) const;
     /// Returns the text; nothing when the field was not sealed by this node with this head.
     std::optional<std::string> open(std::string_view head, std::string_view field) const;
 
+    /// Whether another node of the same name says that it sealed the field. One without a number is
+    /// of the first, or of an earlier release.
+    bool isOfAnother(std::string_view field) const;
+
     static bool isSealed(std::string_view field);
 
 private:
-    explicit LogSeal(SecretKey key) : key_(std::make_shared<const SecretKey>(std::move(key))) {}
+    LogSeal(SecretKey key, std::uint32_t incarnation)
+        : key_(std::make_shared<const SecretKey>(std::move(key))), incarnation_(incarnation)
+    {
+    }
 
     std::shared_ptr<const SecretKey> key_;
+    std::uint32_t incarnation_;
 };
 
 } // namespace arca::store

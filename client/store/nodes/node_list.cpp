@@ -2,6 +2,7 @@
 // filespaces, which go last.
 #include "client/store/nodes/node_list.h"
 
+#include "client/base/crypto/hash.h"
 #include "client/base/text.h"
 #include "client/store/keys/node_record.h"
 #include "client/store/space/filespace.h"
@@ -28,11 +29,15 @@ Result<std::set<std::string>> keysUnder(blob::BlobStore &store, const std::strin
     return keys;
 }
 
-Result<std::uint64_t> countUnder(blob::BlobStore &store, const std::string &prefix)
+/// Adds a digest of each name to `sum`, in whatever order they come.
+Result<std::uint64_t> countUnder(blob::BlobStore &store, const std::string &prefix,
+                                 std::uint64_t *sum = nullptr)
 {
     std::uint64_t count = 0;
-    ARCA_CHECK(store.list(prefix, [&](const std::string &) {
+    ARCA_CHECK(store.list(prefix, [&](const std::string &name) {
         ++count;
+        if (sum != nullptr)
+            *sum += checksum64(viewOf(name));
         return true;
     }));
     return count;
@@ -98,6 +103,7 @@ Result<NodeSummary> summarise(blob::BlobStore &store, const std::string &key,
     NodeSummary node;
     node.name = name;
     node.key = key;
+    ARCA_TRY(node.number, NumberedRecord(store, "nodes/" + key).newestNumber());
     ARCA_TRY(const auto record, readCounting(store, "nodes/" + key, decodeNodeRecord, node));
     node.registered = (record && !record->removed) || node.damagedRecords != 0;
     if (record) {
@@ -110,9 +116,10 @@ Result<NodeSummary> summarise(blob::BlobStore &store, const std::string &key,
     ARCA_CHECK(addFilespaces(store, node));
     if (node.registered && record)
         node.name = record->node;
-    ARCA_TRY(node.pieces, countUnder(store, "pieces/" + node.key + "/"));
-    ARCA_TRY(node.inactive, countUnder(store, "inactive/" + node.key + "/"));
-    ARCA_TRY(node.packs, countUnder(store, "packs/" + node.key + "/"));
+    ARCA_TRY(node.pieces, countUnder(store, "pieces/" + node.key + "/", &node.kept));
+    ARCA_TRY(node.inactive, countUnder(store, "inactive/" + node.key + "/", &node.kept));
+    ARCA_TRY(node.removed, countUnder(store, "removed/" + node.key + "/", &node.kept));
+    ARCA_TRY(node.packs, countUnder(store, "packs/" + node.key + "/", &node.kept));
     return node;
 }
 
@@ -163,8 +170,9 @@ Result<NodeSummary> summaryOf(blob::BlobStore &store, const std::string &node)
     ARCA_TRY(const std::string key, nodeKey(node));
     ARCA_TRY(NodeSummary summary, summarise(store, key, node));
     // What a channel that outlived the removal left behind tells no name, nor do damaged records.
-    if (summary.name.empty() &&
-        summary.pieces + summary.inactive + summary.packs + summary.damagedRecords != 0)
+    if (summary.name.empty() && summary.pieces + summary.inactive + summary.removed +
+                                        summary.packs + summary.damagedRecords !=
+                                    0)
         summary.name = node;
     if (summary.name != node)
         return Error{ErrorKind::notFound, "there is no node " + printable(node)};

@@ -15,11 +15,14 @@ struct NodeSummary {
     std::string name; // empty: every record that tells it is damaged
     std::string key;  // of what it keeps, in blob names
     std::uint32_t incarnation = 0;
-    bool registered = true; // false: its removal was begun and not finished
+    std::uint32_t number = 0; // of the newest state of its record; 0: there is none
+    bool registered = true;   // false: its removal was begun and not finished
     std::vector<std::string> filespaces;
     std::uint64_t pieces = 0;
     std::uint64_t inactive = 0; // versions that are kept without having the name
+    std::uint64_t removed = 0;  // pieces that can be brought back
     std::uint64_t packs = 0;
+    std::uint64_t kept = 0; // a sum over the names of these: two that differ keep something else
     std::uint64_t damagedRecords = 0; // of the node and of its filespaces
 };
 

@@ -46,15 +46,16 @@ Result<void> endRecord(blob::BlobStore &store, NumberedRecord &record, std::uint
     return ended;
 }
 
-/// What is stored after this count, and before the record ends, is taken back by who stores it.
-Result<void> expectNoMore(blob::BlobStore &store, const NodeSummary &shown)
+/// What is stored after this look, and before the record ends, is taken back by who stores it.
+/// `number`: of the newest state of the record, which the end of the record relies on.
+Result<void> expectAsShown(blob::BlobStore &store, const NodeSummary &shown, std::uint32_t number)
 {
     ARCA_TRY(const NodeSummary now, summaryOf(store, shown.name));
-    if (now.pieces <= shown.pieces && now.inactive <= shown.inactive && now.packs <= shown.packs)
+    if (number == shown.number && now.key == shown.key && now.kept == shown.kept)
         return {};
     return Error{ErrorKind::conflict, "node " + printable(shown.name) +
-                                          " has stored more since you were asked, so nothing was "
-                                          "removed; run it again"};
+                                          " is another one, or keeps something else, since you "
+                                          "were asked, so nothing was removed; run it again"};
 }
 
 Result<void> deleteFilespace(blob::BlobStore &store, const std::string &prefix)
@@ -133,7 +134,7 @@ Result<NodeRemoval> removeNode(blob::BlobStore &store, const std::string &node,
                                               "; try again when that is over"};
     ARCA_TRY(const auto turn, store.lock("change-" + known.key, "removing the node"));
     if (shown != nullptr)
-        ARCA_CHECK(expectNoMore(store, *shown));
+        ARCA_CHECK(expectAsShown(store, *shown, number));
     // Also of a node whose record got lost.
     if (known.registered || number == 0)
         ARCA_CHECK(endRecord(store, record, number, known));
@@ -148,6 +149,7 @@ Result<NodeRemoval> removeNode(blob::BlobStore &store, const std::string &node,
         const std::uint64_t removed = sweep.removed() - before;
         removal.pieces += room == "pieces/" ? removed : 0;
         removal.inactive += room == "inactive/" ? removed : 0;
+        removal.removed += room == "removed/" ? removed : 0;
         removal.packs += room == "packs/" ? removed : 0;
     }
     ARCA_TRY(removal.all, sweep.clear(prefixOf(kFilespaces, known.key)));

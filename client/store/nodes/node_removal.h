@@ -25,12 +25,12 @@ using RemovalStep = std::function<bool(std::uint64_t removed)>;
 /// What one removal took away.
 struct NodeRemoval {
     bool all = false; // nothing is left
-    std::uint64_t pieces = 0, inactive = 0, packs = 0;
+    std::uint64_t pieces = 0, inactive = 0, removed = 0, packs = 0;
 };
 
 /// `shown`: what a person has agreed to lose; null: no question was put. `notFound` when there is
-/// nothing of such a node; `conflict` while its packs are being reclaimed, and when the node keeps
-/// more by now than was shown: then nothing was removed.
+/// nothing of such a node; `conflict` while its packs are being reclaimed, and when another node
+/// has the name by now, or it keeps something else than was shown: then nothing was removed.
 Result<NodeRemoval> removeNode(blob::BlobStore &store, const std::string &node,
                                const RemovalStep &step, const NodeSummary *shown = nullptr);
 

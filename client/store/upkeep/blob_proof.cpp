@@ -73,7 +73,7 @@ Result<void> BlobProof::proveRecord(const std::string &blobName)
 /// the form can be checked.
 Result<void> BlobProof::proveLog(const std::string &blobName)
 {
-    ARCA_TRY(const LogSeal seal, LogSeal::of(space_.dataKey()));
+    ARCA_TRY(const LogSeal seal, LogSeal::of(space_.dataKey(), space_.incarnation()));
     ARCA_TRY(const std::size_t unreadable, unreadableLines(blobs_, blobName, space_.node(), seal));
     if (unreadable == 0)
         return {};

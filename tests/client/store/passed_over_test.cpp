@@ -46,7 +46,7 @@ protected:
     /// How many events the log shows, and how much of it cannot be read.
     std::pair<std::size_t, std::size_t> events()
     {
-        const auto seal = store::LogSeal::of(space_->dataKey());
+        const auto seal = store::LogSeal::of(space_->dataKey(), 0);
         auto reader = store::ActivityReader::open(repository_->blobs(), {}, "node", *seal);
         std::size_t shown = 0;
         for (auto event = reader->next(); event && *event; event = reader->next())
@@ -108,7 +108,7 @@ TEST_F(PassedOver, ABlobThatTheDiskFailsToReadHoldsUpNothingElse)
     const std::string key = space_->domain().nodeKey();
     put("x", 'x');
     ASSERT_TRUE(backUp("aside", 'y', 10) && remove("aside"));
-    const auto seal = store::LogSeal::of(space_->dataKey());
+    const auto seal = store::LogSeal::of(space_->dataKey(), 0);
     store::ActivityLog log(repository_->blobs(), *seal);
     for (const char *text : {"one", "two"})
         ASSERT_TRUE(log.append({store::Severity::error, "node", {}, {}, text}));
@@ -142,7 +142,7 @@ TEST_F(PassedOver, ABlobThatTheDiskFailsToReadHoldsUpNothingElse)
 
 TEST_F(PassedOver, ADamagedLogIsNamedAndACopyOfItCountsOnce)
 {
-    const auto seal = store::LogSeal::of(space_->dataKey());
+    const auto seal = store::LogSeal::of(space_->dataKey(), 0);
     store::ActivityLog log(repository_->blobs(), *seal);
     for (const char *text : {"same", "same"})
         ASSERT_TRUE(log.append({store::Severity::info, "node", {}, {}, text}));

@@ -72,7 +72,7 @@ protected:
         ASSERT_TRUE(store::AccessRules::of(blobs(), node)
                         ->add({0, "", other, first ? "x" : "y", {"/fs", "/", "/a", 1}, {}, {}},
                               space->dataKey()));
-        const auto seal = store::LogSeal::of(space->dataKey());
+        const auto seal = store::LogSeal::of(space->dataKey(), 0);
         const std::string event = "an event";
         for (int i = 0; i < 2; ++i) {
             const std::string field = *seal->seal("head", event);

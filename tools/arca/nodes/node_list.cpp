@@ -21,6 +21,7 @@ Json jsonOf(const store::NodeSummary &node)
             {"filespaces", node.filespaces},
             {"pieces", node.pieces},
             {"inactive", node.inactive},
+            {"removed", node.removed},
             {"packs", node.packs},
             {"damagedRecords", node.damagedRecords}};
 }
@@ -35,6 +36,7 @@ Result<void> list(const Command &command, Json &result)
     tools::Table table({{"Node"},
                         {"Pieces", Align::kRight},
                         {"Inactive", Align::kRight},
+                        {"Removed", Align::kRight},
                         {"Packs", Align::kRight},
                         {"Filespaces"}});
     Json &shown = result["nodes"] = Json::array();
@@ -49,7 +51,8 @@ Result<void> list(const Command &command, Json &result)
                             told.empty() ? "" : " ", node.damagedRecords,
                             node.damagedRecords == 1 ? "is" : "are");
         table.add({node.name.empty() ? "(unknown)" : node.name, std::to_string(node.pieces),
-                   std::to_string(node.inactive), std::to_string(node.packs), told});
+                   std::to_string(node.inactive), std::to_string(node.removed),
+                   std::to_string(node.packs), told});
     }
     if (!command.json)
         tools::print("{}", table.text());

@@ -30,8 +30,9 @@ struct Asked {
 /// Of a NodeSummary, or of a NodeRemoval.
 template <class Content> std::string contentText(const Content &node)
 {
-    return fmt::format("{}, {} and {}", tools::counted(node.pieces, "piece"),
+    return fmt::format("{}, {}, {} and {}", tools::counted(node.pieces, "piece"),
                        tools::counted(node.inactive, "inactive version"),
+                       tools::counted(node.removed, "removed piece"),
                        tools::counted(node.packs, "pack"));
 }
 
@@ -93,6 +94,7 @@ Result<void> remove(const Command &command, const Asked &asked, Json &result)
     ARCA_CHECK(config::NodeKeys(options.file).forget(repository->uuid(), asked.node, holds));
     result["pieces"] = removal.pieces;
     result["inactive"] = removal.inactive;
+    result["removed"] = removal.removed;
     result["packs"] = removal.packs;
     if (!command.json)
         tools::print("Node {} removed, with {}\n", printable(asked.node), contentText(removal));
