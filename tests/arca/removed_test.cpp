@@ -62,7 +62,9 @@ TEST_F(ArcaTest, TheGraceTimeIsTheRepositorysAndMayBeChanged)
 /// The defaults would let go what the records keep.
 TEST_F(ArcaTest, RecordsFromTheBeginningThatAreLostPurgeAndExpireNothing)
 {
+    ASSERT_EQ(arca({"grace", "90d"}).status, 0);
     ASSERT_EQ(arca({"class", "change", "STANDARD", "--versions", "9"}).status, 0);
+    EXPECT_EQ(stored("options").size() + stored("classes").size(), 2U) << "the newest is the last";
     const hoxHandle_t handle = logOn();
     store(handle, "p", "x");
     ASSERT_EQ(arca({"rm", "p", "--yes"}).status, 0);
@@ -80,9 +82,18 @@ TEST_F(ArcaTest, RecordsFromTheBeginningThatAreLostPurgeAndExpireNothing)
     store(handle, "r", "stored all the same");
 
     EXPECT_EQ(arca({"grace", "0"}).status, 0);
-    EXPECT_EQ(arca({"class", "change", "STANDARD", "--versions", "1"}).status, 0);
+    for (const char *part : {"--versions", "--days"})
+        EXPECT_EQ(arca({"class", "change", "STANDARD", part, "1"}).status, 1);
+    EXPECT_EQ(arca({"class", "change", "STANDARD", "--versions", "1", "--days", "1"}).status, 0);
     EXPECT_EQ(arcaJson({"expire", "--yes"})["expired"], 2);
     EXPECT_EQ(arcaJson({"reclaim"})["purgedPieces"], 3);
+    EXPECT_EQ(arca({"verify"}).status, 0);
+
+    writeFile(installation_.repository() / "defaults", "damaged");
+    EXPECT_EQ(arcaJson({"verify"}, 1)["hurt"].size(), 1U);
+    EXPECT_EQ(arca({"init"}).status, 0);
+    EXPECT_EQ(arca({"rm", "--blob", "defaults", "--yes"}).status, 0);
+    EXPECT_EQ(arca({"init"}).status, 0);
     EXPECT_EQ(arca({"verify"}).status, 0);
 
     // A repository of an older release is watched from the next arca init on.

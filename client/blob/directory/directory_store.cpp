@@ -93,7 +93,8 @@ Result<void> DirectoryStore::remove(const std::string &name, BlobReader &opened)
     if (there != meant)
         return Error{ErrorKind::notFound, "the blob " + name + " was replaced meanwhile"};
     ARCA_CHECK(files_.unlink(pathOf(name)));
-    return files_.syncDirectory(pathOf(name.substr(0, name.rfind('/'))));
+    const auto slash = name.rfind('/');
+    return files_.syncDirectory(pathOf(slash == std::string::npos ? "" : name.substr(0, slash)));
 }
 
 bool DirectoryStore::leadsTo(const std::string &name, File &file)

@@ -34,8 +34,9 @@ Result<void> GraceTime::write(std::int64_t seconds)
     ARCA_TRY(const std::uint32_t newest, record_.newestNumber());
     ByteWriter payload;
     payload.u64(static_cast<std::uint64_t>(seconds));
-    return record_.write(newest,
-                         frameRecord(form::graceTime.kind, form::graceTime.newest, payload.view()));
+    // Of two states the one before would hold when the newest is lost: only the last stays.
+    return record_.end(newest,
+                       frameRecord(form::graceTime.kind, form::graceTime.newest, payload.view()));
 }
 
 Result<void> GraceTime::writeDefault()

@@ -201,21 +201,40 @@ Result<void> Policy::define(ManagementClass fresh)
     return written;
 }
 
+/// A lost STANDARD begins again as that of a new repository, with what it keeps said anew: what is
+/// left out would be the default in the place of what was said before.
+Result<void> Policy::expectSaid(const std::function<void(ManagementClass &)> &change)
+{
+    ARCA_TRY(const bool noted, areDefaultsNoted(store_));
+    ManagementClass one = standardClass(), other = standardClass();
+    other.versionsKept = static_cast<std::uint16_t>(one.versionsKept + 1);
+    other.daysKept = static_cast<std::uint16_t>(one.daysKept - 1);
+    change(one);
+    change(other);
+    if (!noted || (one.versionsKept == other.versionsKept && one.daysKept == other.daysKept))
+        return {};
+    return Error{ErrorKind::damaged,
+                 "the record of the management class STANDARD is lost: say both "
+                 "how many versions and how many days it keeps"};
+}
+
 Result<void> Policy::change(std::string_view name,
                             const std::function<void(ManagementClass &)> &change)
 {
     const std::string wanted = canonical(name.substr(0, kMaxName + 1));
     for (int attempt = 0;; ++attempt) {
-        // A lost STANDARD begins again as that of a new repository.
         ARCA_TRY(Known known, read(wanted, Lost::none));
-        if (!known.state && wanted == kDefaultClass)
+        if (!known.state && wanted == kDefaultClass) {
             known.state = standardClass();
+            ARCA_CHECK(expectSaid(change));
+        }
         if (!known.state || known.state->retired)
             return undefined(name);
         change(*known.state);
         known.state->name = wanted;
         ARCA_CHECK(check(*known.state));
-        auto written = known.record.write(known.number, encodeManagementClass(*known.state));
+        // Of two states the one before would hold when the newest is lost: only the last stays.
+        auto written = known.record.end(known.number, encodeManagementClass(*known.state));
         if (written || written.error().kind != ErrorKind::conflict || attempt == kMaxAttempts)
             return written;
     }

@@ -81,6 +81,7 @@ private:
         std::uint32_t number = 0; // of the state that was read
         std::optional<ManagementClass> state;
     };
+    Result<void> expectSaid(const std::function<void(ManagementClass &)> &change);
     enum class Lost { damaged, none }; // what a lost STANDARD is taken for
     Result<Known> read(const std::string &name, Lost lost = Lost::damaged);
 

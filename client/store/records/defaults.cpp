@@ -26,14 +26,10 @@ Result<void> noteDefaults(blob::BlobStore &blobs)
 
 Result<bool> areDefaultsNoted(blob::BlobStore &blobs)
 {
-    const std::string name(form::defaults.place);
-    const auto bytes = blob::readWhole(blobs, name, kMaxRecordBytes);
-    if (!bytes && bytes.error().kind == ErrorKind::notFound)
-        return false;
-    if (!bytes)
-        return bytes.error();
-    ARCA_CHECK(inRecord(name, decodeDefaults(*bytes)));
-    return true;
+    const auto there = blobs.open(std::string(form::defaults.place));
+    if (!there && there.error().kind != ErrorKind::notFound)
+        return there.error();
+    return static_cast<bool>(there);
 }
 
 Result<std::optional<NumberedRecord::State>> latestDefault(blob::BlobStore &blobs,

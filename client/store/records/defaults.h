@@ -25,8 +25,7 @@ Result<void> noteDefaults(blob::BlobStore &blobs);
 Result<std::optional<NumberedRecord::State>> latestDefault(blob::BlobStore &blobs,
                                                            NumberedRecord &record);
 
-/// Whether that blob is there. Errors: damaged, newerFormat when it is another than noteDefaults()
-/// puts.
+/// Whether that blob is there, damaged or not: verifying says what is in it.
 Result<bool> areDefaultsNoted(blob::BlobStore &blobs);
 /// Errors: damaged, newerFormat, whatever the bytes are.
 Result<void> decodeDefaults(ByteView record);

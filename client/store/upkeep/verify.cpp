@@ -162,15 +162,12 @@ Result<void> Verification::compareStock()
 /// What is there and damaged is told where it lies; here only what is not there at all.
 Result<void> Verification::compareDefaults()
 {
-    const auto noted = areDefaultsNoted(blobs_);
-    if (!noted && isUnreadable(noted.error()))
-        return {};
-    ARCA_CHECK(noted);
+    ARCA_TRY(const bool noted, areDefaultsNoted(blobs_));
     ARCA_TRY(const std::string standard, Policy::placeOf(kDefaultClass));
     for (const std::string &place : {std::string(kGracePlace), standard}) {
         NumberedRecord record(blobs_, place);
         ARCA_TRY(const std::uint32_t newest, record.newestNumber());
-        if (newest == 0 && *noted)
+        if (newest == 0 && noted)
             report_.hurt(place, Checked::record,
                          "the record was written when the repository was made, and is lost");
     }
