@@ -65,7 +65,11 @@ std::int16_t hoxSetAccess(hoxHandle_t handle, std::uint8_t accessType, const hox
         ARCA_CHECK(rules.add(std::move(rule), session.space->dataKey()));
         // A filespace that was deleted meanwhile must leave no rule: see hoxDeleteFS.
         if (auto registered = expectFilespace(session, filespace); !registered) {
-            ARCA_CHECK(rules.removeOf(filespace));
+            ARCA_TRY(const auto deleted, session.space->deletedRegistration(filespace));
+            ARCA_CHECK(rules.removeOf(filespace, [&]() -> Result<bool> {
+                ARCA_TRY(const auto now, session.space->deletedRegistration(filespace));
+                return now && now == deleted;
+            }));
             return registered.error();
         }
         return success();

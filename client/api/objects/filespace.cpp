@@ -94,16 +94,22 @@ std::int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, std::uint8_t re
         // The rules are removed before the filespace, so that a crash in between leaves no rule for
         // a filespace that is registered again, and once more after it, for a rule that was made
         // meanwhile. hoxSetAccess looks at the filespace after it made a rule, so a later rule is
-        // taken back there.
+        // taken back there. What was granted since it was registered again stays.
         ARCA_TRY(auto rules,
                  store::AccessRules::of(session.repository->blobs(), session.space->node(),
                                         session.space->incarnation()));
-        ARCA_CHECK(rules.removeOf(name));
+        ARCA_TRY(const auto known, session.space->filespace(name));
+        const std::uint32_t registration = known ? known->registration : 0;
+        ARCA_CHECK(rules.removeOf(name, [&]() -> Result<bool> {
+            ARCA_TRY(const auto now, session.space->filespace(name));
+            return now && now->registration == registration;
+        }));
         auto deleted = session.space->deleteFilespace(name);
         if (!deleted && deleted.error().kind == ErrorKind::notFound)
             return refused(HOX_RC_FS_UNKNOWN, std::move(deleted).error().text);
         ARCA_CHECK(std::move(deleted));
-        ARCA_CHECK(rules.removeOf(name));
+        ARCA_CHECK(
+            rules.removeOf(name, [&] { return session.space->isDeleted(name, registration); }));
         return success();
     });
 }

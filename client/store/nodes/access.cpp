@@ -220,7 +220,8 @@ Result<void> AccessRules::remove(std::uint32_t number)
     return removed;
 }
 
-Result<void> AccessRules::removeOf(const std::string &filespace)
+Result<void> AccessRules::removeOf(const std::string &filespace,
+                                   const std::function<Result<bool>()> &isMeant)
 {
     ARCA_TRY(const State present, state());
     for (const auto &[blobName, stamp] : present) {
@@ -231,6 +232,9 @@ Result<void> AccessRules::removeOf(const std::string &filespace)
         ARCA_CHECK(rule);
         if (rule->name.filespace != filespace)
             continue;
+        ARCA_TRY(const bool meant, isMeant());
+        if (!meant)
+            return {};
         auto removed = remove(rule->number);
         if (!removed && removed.error().kind != ErrorKind::notFound)
             return removed;

@@ -70,8 +70,10 @@ public:
     /// `notFound`. Durable on return; ends the access.
     Result<void> remove(std::uint32_t number);
     /// Removes the rules for objects of a filespace; durable on return. Damaged rules, which open
-    /// nothing, stay.
-    Result<void> removeOf(const std::string &filespace);
+    /// nothing, stay. `isMeant` is asked after a rule was read and before it goes: it says whether
+    /// what is there by then may go.
+    Result<void> removeOf(const std::string &filespace,
+                          const std::function<Result<bool>()> &isMeant);
 
     /// What tells the rules that are there from those at any other time: as long as it is the same,
     /// so are the rules, because none ever changes. Costs one listing of a directory.

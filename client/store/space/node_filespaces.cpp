@@ -158,19 +158,43 @@ Result<void> NodeSpace::emptyFilespace(const std::string &name)
             return {};
         ARCA_CHECK(manifest);
         return manifest->info.description.name.filespace == name
-                   ? takeFromFilespace(stored, manifest->info)
+                   ? takeFromFilespace(stored, manifest->info, state.filespace->registration)
                    : Result<void>();
     });
 }
 
+Result<std::optional<std::uint32_t>> NodeSpace::deletedRegistration(const std::string &name)
+{
+    ARCA_TRY(const FilespaceState now, readFilespace(name));
+    return now.filespace && now.filespace->deleted ? std::optional(now.filespace->registration)
+                                                   : std::nullopt;
+}
+
+Result<bool> NodeSpace::isDeleted(const std::string &name, std::uint32_t registration)
+{
+    ARCA_TRY(const auto deleted, deletedRegistration(name));
+    return deleted == registration;
+}
+
+/// A piece that is open already when the filespace is looked at, and is deleted as it was, came
+/// before the filespace can be registered again: what is stored after that, perhaps under the same
+/// name, is never taken, however long this process slept.
+///
 /// What came with a change that is not made is no removed piece. The change is undone first, so
 /// that its maker, wherever it is by now, does not acknowledge what goes here: it looks at the
 /// filespace after everything is published, and so does this.
-Result<void> NodeSpace::takeFromFilespace(const StoredManifest &stored, const PieceInfo &info)
+Result<void> NodeSpace::takeFromFilespace(const StoredManifest &stored, const PieceInfo &info,
+                                          std::uint32_t registration)
 {
     auto blob = store_.open(stored.blobName);
     if (!blob)
         return blob.error().kind == ErrorKind::notFound ? Result<void>() : blob.error();
+    const auto id = peekIdentifier(**blob);
+    if (!id || *id != info.id)
+        return {}; // another one came under its name
+    ARCA_TRY(const bool deleted, isDeleted(info.description.name.filespace, registration));
+    if (!deleted)
+        return {};
     const auto came = decideComing(info.id, stored.blobName);
     if (!came) // it shows nowhere, and is left until it can be decided
         return isUnreadable(came.error()) ? Result<void>() : came.error();
@@ -200,7 +224,12 @@ Result<bool> NodeSpace::decideComing(PieceId id, const std::string &blobName)
     }
     ARCA_CHECK(plan);
     ARCA_TRY(const Decision decided, decide(*plan, Decision::undone));
-    return decided == Decision::done;
+    if (decided == Decision::done)
+        return true;
+    // The outcome may have been "done", and forgotten since the plan was read. Before that the
+    // record said so.
+    ARCA_TRY(const auto now, ObjectRecords(*domain_).read(id));
+    return state.record.shownBy == change && now.number != 0 && now.record.shownBy != change;
 }
 
 Result<void> NodeSpace::expectFilespaces(std::span<const Sent> pieces)
@@ -245,6 +274,11 @@ Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
         auto located = locateAnywhere(put.id);
         for (; located && places > 0; located = locateAnywhere(put.id), --places)
             (void)store_.remove(located->blobName, *located->blob);
+        // Who deleted the filespace may have put it there.
+        if (const auto removed = removedNames(put.id))
+            for (const RemovedName &name : *removed)
+                if (const auto blob = store_.open(removedNameOf(key_, name)))
+                    (void)store_.remove(removedNameOf(key_, name), **blob);
         if (!located && located.error().kind == ErrorKind::notFound)
             return failure;
         return inContext(failure, "whether the object " + printable(put.name.joined()) +

@@ -93,6 +93,12 @@ Result<std::vector<RemovedName>> NodeSpace::removedNames(PieceId id)
     return found;
 }
 
+Result<bool> NodeSpace::isRemoved(PieceId id)
+{
+    ARCA_TRY(const auto names, removedNames(id));
+    return !names.empty();
+}
+
 Result<bool> NodeSpace::isStored(PieceId id, bool unclear)
 {
     const auto located = locateAnywhere(id);

@@ -197,6 +197,12 @@ public:
     /// freed. What an interrupted deletion did not free is freed by the next one, or when the
     /// filespace is registered anew. `notFound`.
     Result<void> deleteFilespace(const std::string &name);
+    /// The last registration of a filespace that is deleted; nothing for any other.
+    Result<std::optional<std::uint32_t>> deletedRegistration(const std::string &name);
+    /// Whether it is deleted, and was not registered again after that registration.
+    Result<bool> isDeleted(const std::string &name, std::uint32_t registration);
+    /// Whether a piece was removed, and what is left of it waits for the end of its grace time.
+    Result<bool> isRemoved(PieceId id);
 
 private:
     struct Located {
@@ -345,7 +351,8 @@ private:
     Result<void> removeCopies(PieceId id, std::int64_t at, blob::ListedDirectory &inactive);
     void forget(PieceId id);
     Result<void> emptyFilespace(const std::string &name);
-    Result<void> takeFromFilespace(const StoredManifest &stored, const PieceInfo &info);
+    Result<void> takeFromFilespace(const StoredManifest &stored, const PieceInfo &info,
+                                   std::uint32_t registration);
     /// Decides that the change which a manifest came with is undone, unless it is done. Returns
     /// true when the piece was stored; `damaged` when nothing can be decided.
     Result<bool> decideComing(PieceId id, const std::string &blobName);

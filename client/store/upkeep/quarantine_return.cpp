@@ -159,8 +159,15 @@ Result<void> Return::writeActive(blob::BlobReader &blob, const Manifest &manifes
     const NodeSpace::PutPiece piece{info.description.name, aside.now, info.id};
     const auto written = writeAs(blob, manifest, false, aside.now);
     auto claimed = written ? space_.claimName(piece, 0) : written.error();
-    if (claimed)
+    if (claimed) {
+        // Another repair may have brought it back before, and somebody removed it then.
+        ARCA_TRY(const bool removed, space_.isRemoved(info.id));
+        if (removed && *written == Written::now) {
+            space_.giveNameBack(piece);
+            aside.reason = "it was brought back and removed meanwhile";
+        }
         return {};
+    }
     const ErrorKind lost = claimed.error().kind;
     if (lost != ErrorKind::exists && lost != ErrorKind::conflict)
         return claimed;

@@ -30,6 +30,8 @@ public:
     std::function<Result<void>(const std::string &)> beforeSync;
     /// Runs in the middle of the next listing: a name that comes then, or goes, is not in it.
     std::function<void()> whileListing;
+    /// Asked before a file gets the name of a blob.
+    std::function<void(const std::string &)> beforeName;
     bool hasStopped() const { return left_ <= 0; }
     /// Everything fails from the decision of a change on; `decided`: from just after it.
     void dieDeciding(bool decided)
@@ -60,6 +62,8 @@ public:
     Result<void> moveNew(const std::string &from, const std::string &to) override
     {
         step();
+        if (beforeName)
+            beforeName(to);
         const bool decides = diesDeciding_ && to.starts_with("/r/outcomes/");
         if (decides && !hasDecided_)
             files_.stopAt(1);

@@ -262,15 +262,20 @@ TEST_F(LateChange, IntoAFilespaceThatIsDeletedMeanwhileShowsBeforeOrNever)
         const auto found = space.find(nameOf("new"));
         return found && *found;
     };
+    const auto storeOne = [&]() -> Result<void> {
+        ARCA_TRY(const auto writer, finished("new", test::streamOf('n', 3000)));
+        return space_->commit(*writer, registration_);
+    };
     // Whichever is first stops where the other one meets it.
-    for (const bool deletesFirst : {false, true})
-        meetEverywhere([&](int n, int m) {
+    for (const auto &[deletesFirst, several] :
+         {std::pair(false, true), {true, true}, {false, false}, {true, false}})
+        meetEverywhere([&, deletesFirst = deletesFirst, several = several](int n, int m) {
             Elsewhere maker(files_), other(files_);
             Result<void> done;
             bool before = false, atEnd = false;
             std::swap(maker.space, space_);
             const auto makes = [&] {
-                done = exchange(Old::removed);
+                done = several ? exchange(Old::removed) : storeOne();
                 atEnd = shows(*space_);
             };
             const auto deletes = [&] {
@@ -290,6 +295,81 @@ TEST_F(LateChange, IntoAFilespaceThatIsDeletedMeanwhileShowsBeforeOrNever)
             restoreStart();
             return met;
         });
+}
+
+/// A deletion, or a registration after one, sleeps while the filespace is registered again and gets
+/// pieces.
+TEST_F(LateChange, OfAFilespaceTakesNothingThatCameIntoALaterOne)
+{
+    const store::Filespace filespace{"", "/fs", "ORACLE", "", 0, 0, 0};
+    for (const bool registers : {false, true})
+        for (int n = 1; !HasFailure(); ++n) {
+            SCOPED_TRACE((registers ? "registers, step " : "deletes, step ") + std::to_string(n));
+            if (registers) {
+                ASSERT_TRUE(space_->deleteFilespace("/fs"));
+            }
+            Elsewhere late(files_);
+            bool stored = false;
+            late.host.stopBefore(n, [&] {
+                (void)space_->deleteFilespace("/fs");
+                EXPECT_TRUE(space_->registerFilespace(filespace));
+                const auto writer = finished("kept", test::streamOf('s', 3000));
+                const auto again = (*space_->filespace("/fs"))->registration;
+                stored = writer && space_->commit(**writer, again);
+                EXPECT_TRUE(stored);
+            });
+            (void)(registers ? late.space->registerFilespace(filespace)
+                             : late.space->deleteFilespace("/fs"));
+            const bool stopped = late.host.hasStopped();
+            EXPECT_TRUE(open());
+            // Its own deletion may be the later one; what was removed by it is kept.
+            const auto known = space_->filespace("/fs");
+            if (stopped && known && *known) {
+                expectPiece("kept", 's', 3000);
+            }
+            restoreStart();
+            if (!stopped)
+                break;
+        }
+}
+
+/// A deletion reads the plan of a change that is being made, and sleeps before it decides. The
+/// change is made, and its outcome forgotten, before it wakes.
+TEST_F(LateChange, ThatIsMadeBeforeADeletionDecidesItLosesNothing)
+{
+    Elsewhere maker(files_), deleter(files_);
+    std::promise<void> begun, mayRead, hasRead, mayDecide;
+    bool reads = false, decides = false;
+    deleter.host.beforeName = [&](const std::string &to) {
+        if (to.starts_with("/r/filespaces/") && !std::exchange(reads, true)) {
+            // It has settled what was there.
+            begun.set_value();
+            mayRead.get_future().wait();
+        } else if (to.starts_with("/r/outcomes/") && !std::exchange(decides, true)) {
+            hasRead.set_value();
+            mayDecide.get_future().wait();
+        }
+    };
+    std::thread thread([&] { (void)deleter.space->deleteFilespace("/fs"); });
+    begun.get_future().wait();
+    maker.host.beforeName = [&](const std::string &to) {
+        if (to.starts_with("/r/outcomes/")) {
+            mayRead.set_value();
+            hasRead.get_future().wait();
+        }
+    };
+    std::swap(maker.space, space_);
+    EXPECT_TRUE(exchange(Old::removed));
+    mayDecide.set_value();
+    thread.join();
+    ASSERT_TRUE(open());
+    std::size_t kept = 0;
+    EXPECT_TRUE(space_->visitRemoved([&](const store::RemovedPiece &piece) {
+        kept += piece.info.description.name.lowLevel.starts_with("/new") ? 1 : 0;
+        return true;
+    }));
+    EXPECT_EQ(kept, 2U) << "both are removed with their filespace, and can be brought back";
+    EXPECT_EQ(store::verify(*space_, {}, {})->missing, 0U);
 }
 
 /// A removal sleeps at any step; another one finishes it, and a node of that name is registered.

@@ -111,6 +111,32 @@ TEST_F(LatePiece, SetAsideAndBroughtBackAtOnceIsLostByNeither)
         });
 }
 
+// One repair sleeps, another one brings the piece back, and it is removed.
+TEST_F(LatePiece, BroughtBackTwiceStaysRemoved)
+{
+    const std::string path = pathUnder("pieces");
+    flip(path);
+    const auto aside = space_->setAside(nameOf("kept"));
+    ASSERT_TRUE(aside);
+    flip("/r/" + *aside);
+    const auto begun = files_.snapshot();
+    for (int n = 1; !HasFailure(); ++n) {
+        SCOPED_TRACE(n);
+        Elsewhere late(files_);
+        late.host.stopBefore(n, [&] {
+            repair(*space_);
+            EXPECT_TRUE(remove("kept"));
+        });
+        (void)store::repair(*late.space, false, {});
+        if (!late.host.hasStopped())
+            break;
+        EXPECT_TRUE(open());
+        EXPECT_EQ(state(), "");
+        files_.putBack(begun);
+        EXPECT_TRUE(open());
+    }
+}
+
 /// With a piece that needs little of its pack, so that reclaiming marks it.
 class LateReturn : public test::ReclaimTest
 {
