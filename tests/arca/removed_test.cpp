@@ -161,14 +161,15 @@ TEST_F(ArcaTest, WhateverDirectoryIsGoneNothingIsCalledProvenOrDeletedThatShould
         const char *said; ///< by verify
     } cases[] = {
         {"access", "", 0, 0, "Proven"},
-        {"classes", "", 0, 0, "Proven"},
+        {"classes", "", 1, 0, "and is lost"},
+        {"defaults", "", 0, 0, "Proven"},
         {"filespaces", "", 1, 1, "the record of the filespace /fs is not there"},
         {"format", "", 1, 1, "there is no repository"},
         {"inactive", "", 1, 1, "1 piece was stored and never purged"},
         {"inventory", "", 1, 0, "nothing says how many pieces there should be"},
         {"keys", "", 1, 0, "keys/recovery"},
         {"nodes", "", 1, 1, "the node testnode is not registered"},
-        {"options", "", 0, 0, "Proven"},
+        {"options", "", 1, 0, "and is lost"},
         {"packs", "", 1, 0, "hurt: 4 pieces"},
         {"pieces", "", 1, 1, "2 pieces were stored and never purged"},
         {"removed", "", 1, 1, "1 piece was stored and never purged"},
