@@ -1,6 +1,8 @@
 // Starting libcrypto: see the header.
 #include "client/base/crypto/crypto_start.h"
 
+#include "client/base/crypto/crypto_locks.h"
+
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
@@ -13,6 +15,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <pthread.h>
 #include <utility>
 
 namespace arca
@@ -23,6 +26,12 @@ namespace
 
 constinit std::atomic<bool> started = false;
 constinit thread_local bool ranShort = false;
+constinit std::atomic<int> starting = 0; ///< threads that are at it
+
+/// A block that `resize` replaced is freed when it replaces the next. A thread of the parent that a
+/// fork stops before it has stored where its table went leaves the old place in the child's memory,
+/// which must not be another's by then.
+constinit std::atomic<void *> replaced = nullptr;
 
 /// The reserve: a start takes some 850 KB from it when the system gives nothing. Its pages are
 /// touched only then. Its blocks follow one another and are not used again.
@@ -75,7 +84,7 @@ void *resize(void *block, std::size_t size, const char *file, int line)
         std::memcpy(&before, static_cast<std::byte *>(block) - kHead, sizeof before);
         std::memcpy(moved, block, std::min(before, size));
     }
-    giveBack(block, file, line);
+    giveBack(moved != nullptr ? replaced.exchange(block) : block, file, line);
     return moved;
 }
 
@@ -111,21 +120,72 @@ bool useAll()
            EVP_PKEY_derive(drawn.get(), out, &(length = sizeof key)) == 1;
 }
 
+// What libcrypto knows of algorithms (names, providers, methods found) hangs on a library context.
+// A child whose parent was at work on it leaves it as it is, perhaps half changed, and begins with
+// another.
+constinit std::atomic<bool> watching = false, torn = false;
+constinit std::atomic<OSSL_LIB_CTX *> another = nullptr;
+
+/// In a forked child, which has no other thread yet.
+void afterFork()
+{
+    const bool changing = freeCryptoLocks();
+    if (changing || starting != 0) {
+        torn = true;
+        replaced = nullptr; // a table may lie there still
+        another = nullptr;
+        started = false;
+    }
+    starting = 0;
+}
+
+/// Lets this thread work with the context that is sound in this process.
+bool useContext()
+{
+    static constinit thread_local OSSL_LIB_CTX *used = nullptr;
+    if (!torn)
+        return true;
+    OSSL_LIB_CTX *sound = another;
+    if (sound == nullptr) {
+        OSSL_LIB_CTX *const made = OSSL_LIB_CTX_new();
+        if (made == nullptr)
+            return false;
+        if (another.compare_exchange_strong(sound, made))
+            sound = made;
+        else
+            OSSL_LIB_CTX_free(made);
+    }
+    if (used != sound && OSSL_LIB_CTX_set0_default(sound) == nullptr)
+        return false;
+    used = sound;
+    return true;
+}
+
+bool start()
+{
+    // Twice does no harm: another thread may come here meanwhile.
+    if (!watching && pthread_atfork(nullptr, nullptr, afterFork) != 0)
+        return false;
+    watching = true;
+    ++starting;
+    // Before libcrypto takes any memory; each further time it says the same.
+    (void)CRYPTO_set_mem_functions(take, resize, giveBack);
+    // No static of ours, whose initialisation a fork could interrupt: the child would hang.
+    const bool good =
+        OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr) == 1 &&
+        useContext() && useAll();
+    if (good)
+        started = true;
+    --starting;
+    return good;
+}
+
 } // namespace
 
 bool cryptoReady() noexcept
 {
     ranShort = false;
-    if (started)
-        return true;
-    // Before libcrypto takes any memory; each further time it says the same.
-    (void)CRYPTO_set_mem_functions(take, resize, giveBack);
-    // No static of ours, whose initialisation a fork could interrupt: the child would hang.
-    if (OPENSSL_init_crypto(OPENSSL_INIT_NO_LOAD_CONFIG | OPENSSL_INIT_NO_ATEXIT, nullptr) != 1 ||
-        !useAll())
-        return false;
-    started = true;
-    return true;
+    return started ? useContext() : start();
 }
 
 Error cryptoFailure(const char *text)

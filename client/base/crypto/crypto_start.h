@@ -14,8 +14,12 @@ namespace arca
 
 /// Starts libcrypto and fetches every algorithm that we use, in the first call that gets through;
 /// later ones cost next to nothing. Call it before any other call of libcrypto. Returns false on
-/// failure; a later call tries again. Any thread may call it. No configuration file of the host is
-/// read and no exit handler is left behind: the process is not ours.
+/// failure; a later call tries again. Any thread may call it, and each that calls libcrypto must:
+/// in a child that was forked while another thread was starting libcrypto, or changing what it
+/// keeps, it gives the thread another library context, which the child starts from nothing. A child
+/// may use nothing that its parent made with libcrypto. No configuration file of the host is read
+/// and no exit handler is left behind: the process is not ours. One for forks is, as the library
+/// that has it is never unmapped.
 bool cryptoReady() noexcept;
 
 /// What a call of libcrypto that failed means: `internal` with this text. Throws std::bad_alloc

@@ -1,14 +1,35 @@
 // The storage client in a host: one that brings libraries of its own, whose threads live on, that
 // opens and closes it again and again.
 #include "tests/client/api/client_fixture.h"
+#include "tests/support/child.h"
 
+#include <atomic>
 #include <condition_variable>
 #include <dlfcn.h>
 #include <functional>
 #include <malloc.h>
 #include <memory>
 #include <mutex>
+#include <pthread.h>
+#include <semaphore>
 #include <thread>
+#include <unistd.h>
+
+static std::atomic<int> stopAt = 0; // the lock, from now on, with which a thread of the host stops
+static std::binary_semaphore stopped{0}, mayGoOn{0};
+
+/// Of the host, in place of the C library's.
+extern "C" int pthread_rwlock_wrlock(pthread_rwlock_t *lock)
+{
+    using Take = int (*)(pthread_rwlock_t *);
+    static const Take take = reinterpret_cast<Take>(dlsym(RTLD_NEXT, "pthread_rwlock_wrlock"));
+    const int code = take(lock);
+    if (stopAt > 0 && --stopAt == 0) {
+        stopped.release();
+        mayGoOn.acquire();
+    }
+    return code;
+}
 
 namespace keel::test
 {
@@ -30,6 +51,49 @@ TEST(ClientLibraryTest, GoesWithItsOwnLibrariesWhateverTheHostHas)
     EXPECT_EQ(wanted.out.find("ZSTD_"), std::string::npos);
     EXPECT_EQ(wanted.out.find("sqlite3_"), std::string::npos);
     EXPECT_EQ(wanted.out.find("EVP_"), std::string::npos);
+}
+
+// A thread of the host is stopped with a lock of the cipher library at the fork, in the middle of
+// its start or later on. Comes before all that uses that library in this process.
+using ForkedHostTest = ClientTest;
+
+TEST_F(ForkedHostTest, NeedsNoLockThatAThreadOfTheParentHolds)
+{
+    const std::string stream = randomBytes(100'000, 2);
+    const auto restored = [&] {
+        hoxHandle_t own = 0;
+        return logOn(own, nullptr, nullptr, nullptr) == HOX_RC_OK &&
+               restore(own, "kept", 65536) == stream;
+    };
+    ASSERT_EQ(inChild([&] { return backUp(logOn(), "kept", stream) == HOX_RC_OK ? 0 : 1; }), 0);
+    const auto childOfOneThatStops = [&](bool later, int lock) {
+        if (later && !restored())
+            return 2;
+        stopAt = lock;
+        bool done = false;
+        std::thread other([&] {
+            done = restored();
+            if (stopAt > 0) // it takes fewer
+                stopped.release();
+        });
+        stopped.acquire();
+        const int missed = stopAt.exchange(0);
+        const int status = inChild([&] {
+            alarm(60); // that it does not hang is what is shown
+            bool good[2] = {false, false};
+            std::thread beside([&] { good[0] = restored(); });
+            good[1] = restored();
+            beside.join();
+            return good[0] && good[1] ? inChild([&] { return restored() ? 0 : 3; }) : 4;
+        });
+        mayGoOn.release();
+        other.join();
+        return missed != 0 ? 5 : done ? status : 6;
+    };
+    for (const int lock : {1, 5, 20, 40, 80, 120, 400, 800, 1200})
+        EXPECT_EQ(inChild([&] { return childOfOneThatStops(false, lock); }), 0) << lock;
+    for (const int lock : {1, 2, 5})
+        EXPECT_EQ(inChild([&] { return childOfOneThatStops(true, lock); }), 0) << "later: " << lock;
 }
 
 /// A thread of the host, which goes on when the library has gone.
