@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <sstream>
 
 namespace keel::test
 {
@@ -25,7 +26,71 @@ std::string offered(const std::filesystem::path &completion, const std::string &
         .out;
 }
 
+using Words = std::vector<std::string>;
+
+/// Returns the words that a line of the manual sets in bold.
+Words bold(std::string line)
+{
+    for (auto at = line.find("\\-"); at != std::string::npos; at = line.find("\\-"))
+        line.erase(at, 1);
+    Words found;
+    for (auto at = line.find("\\fB"); at != std::string::npos; at = line.find("\\fB", at)) {
+        const auto end = line.find("\\fR", at += 3);
+        found.push_back(line.substr(at, end - at));
+    }
+    return found;
+}
+
+/// A variable that a script never set must not swallow the option behind it, nor turn a flag round.
+/// The first word of `verb` is the program's file. Neither repository nor option file is there.
+void expectNoDoubtfulWords(const Words &verb, const std::string &option, bool isFlag)
+{
+    Words wrong[] = {{option + "="}, {option, "--json"}};
+    if (isFlag)
+        wrong[1] = {option + "=-1"};
+    for (const Words &words : wrong) {
+        Words line = verb;
+        line.insert(line.end(), words.begin(), words.end());
+        line.emplace_back("--dry-run");
+        const ProgramResult result = run(line);
+        const char *why = isFlag              ? ": it takes no value"
+                          : words.size() == 1 ? ": nothing is behind"
+                                              : ": its value is missing";
+        EXPECT_EQ(result.status, 2) << testing::PrintToString(line) << result.out;
+        EXPECT_NE(result.err.find(": " + option + why), std::string::npos) << result.err;
+        EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
+    }
+}
+
 } // namespace
+
+TEST(Generated, NoOptionOfAnyVerbTakesAWordThatWasNotMeant)
+{
+    std::size_t options = 0;
+    for (const auto &program : {keelProgram(), arcaProgram()}) {
+        const TempDir share;
+        ASSERT_EQ(run({program, "--generate", share.path()}).status, 0);
+        for (const auto &page : std::filesystem::directory_iterator(share / "man/man1")) {
+            Words verb = {program};
+            std::istringstream lines(readFile(page.path()));
+            for (std::string line, before; std::getline(lines, line); before = line) {
+                if (before == ".SH SYNOPSIS") {
+                    std::istringstream words(bold(line).front());
+                    std::string word;
+                    for (words >> word; words >> word;)
+                        verb.push_back(word);
+                }
+                if (!line.starts_with("\\fB\\-"))
+                    continue;
+                for (const std::string &option : bold(line)) {
+                    expectNoDoubtfulWords(verb, option, line.find("\\fI") == std::string::npos);
+                    ++options;
+                }
+            }
+        }
+    }
+    EXPECT_GT(options, 300U);
+}
 
 TEST(Generated, ManualAndCompletionsSayWhatHelpSaysAndAreSound)
 {

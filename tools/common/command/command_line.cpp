@@ -1,6 +1,7 @@
 // See command_line.h.
 #include "tools/common/command/command_line.h"
 
+#include "tools/common/command/doubtful_words.h"
 #include "tools/common/command/generate.h"
 #include "tools/common/command/outline.h"
 #include "tools/common/command/streams.h"
@@ -98,6 +99,7 @@ bool Program::read(const std::string &version, int argc, char **argv, int &statu
         return false;
     refuseEmptyValues(*owned_);
     try {
+        refuseDoubtfulWords(*owned_, argc, argv);
         owned_->parse(argc, argv);
         return true;
     } catch (const CLI::ParseError &error) {
