@@ -54,6 +54,39 @@ TEST_F(KeelTest, RefusalIsOneLineWithCodeAndStatus)
     EXPECT_FALSE(std::filesystem::exists(directory / "nowhere"));
 }
 
+/// The agent appends its trace to whatever file it is given.
+TEST_F(KeelTest, ATraceIsAppendedToNothingButATrace)
+{
+    writeFile("in", "content");
+    backUp("p", "content");
+    std::filesystem::create_hard_link("in", "same");
+    writeFile("log", "");
+    const struct {
+        Words arguments;
+        const char *trace;
+        int status;
+    } cases[] = {
+        {{"backup", "q", "-i", "in"}, "same", 2},
+        {{"backup", "q", "-i", "-"}, "/dev/stdin", 2},
+        {{"bench", "-i", "in"}, "./in", 2},
+        {{"restore", "p", "-o", "in", "-f"}, "in", 2},
+        {{"restore", "p", "-o", "out"}, "./out", 2},
+        {{"info", "p", "--log", "log"}, "log", 2},
+        {{"info", "p"}, "in", 1},
+    };
+    for (const auto &c : cases) {
+        Words arguments = c.arguments;
+        arguments.insert(arguments.end(), {"--trace", c.trace});
+        expectRefusal(arguments, c.status, c.status == 2 ? "--trace needs a file" : "in holds");
+        EXPECT_EQ(readFile("in"), "content");
+        EXPECT_FALSE(std::filesystem::exists("out"));
+    }
+    EXPECT_FALSE(isStored("q"));
+    for (const char *trace : {"new", "new", "/dev/null"})
+        EXPECT_EQ(keel({"info", "p", "--trace", trace}).status, 0) << trace;
+    EXPECT_GT(readFile("new").size(), 500U);
+}
+
 TEST_F(KeelTest, WrongUseIsStatus2AndHelpIs0)
 {
     const Words wrong[] = {

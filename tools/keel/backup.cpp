@@ -103,6 +103,7 @@ void addBackup(tools::Verb app, Command &command)
         backup->attributes.fileType = fileType(backup->type);
         command.verb = "backup";
         command.subject = backup->name;
+        command.dataFile = backup->input == "-" ? "/dev/stdin" : backup->input;
         command.run = [backup, &command](Json &result) { return run(*backup, command, result); };
     });
 }

@@ -22,9 +22,11 @@ void addCommonOptions(tools::Verb verb, Command &command)
     verb.addOption("--library", command.channel.library,
                    "Agent to load (default: the libobk.so installed beside this program)")
         .valueName("FILE");
-    const tools::Option trace = verb.addOption("--trace", command.channel.traceFile,
-                                               "Append the agent's database trace to this file")
-                                    .valueName("FILE");
+    const tools::Option trace =
+        verb.addOption("--trace", command.channel.traceFile,
+                       "Append the agent's database trace to this file, which is "
+                       "new, empty or such a trace")
+            .valueName("FILE");
     verb.addOption("--trace-level", command.channel.traceLevel,
                    "0 failures, 1 also calls (default), 2 also details")
         .needs(trace)

@@ -24,8 +24,9 @@ struct Command {
     std::string optionFile; ///< empty: as the agent finds it
     bool json = false;
     bool quiet = false;
-    std::string logFile; ///< gets a line about the outcome; empty: no file does
-    bool timing = false; ///< of the verbs that transfer: show where the time went
+    std::string logFile;  ///< gets a line about the outcome; empty: no file does
+    std::string dataFile; ///< that the verb reads or writes, as /dev/stdin; empty: none
+    bool timing = false;  ///< of the verbs that transfer: show where the time went
     std::string verb;
     std::string subject; ///< for messages: the piece it is about; empty when there are several
 

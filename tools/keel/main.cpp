@@ -7,6 +7,7 @@
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/channel/interrupt.h"
 #include "tools/keel/command.h"
+#include "tools/keel/trace_file.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -118,6 +119,7 @@ int perform(Command &command, const char *program)
         chooseOptionFile(command.optionFile);
         if (command.channel.library.empty())
             command.channel.library = defaultLibrary(program);
+        expectTraceFile(command.channel.traceFile, {command.dataFile, command.logFile});
         catchInterrupts();
         return conclude(command, result, command.run(result));
     } catch (const UsageError &error) {

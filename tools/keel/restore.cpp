@@ -106,6 +106,7 @@ void addRestore(tools::Verb app, Command &command)
     verb.onChosen([restore, &command] {
         command.verb = "restore";
         command.subject = restore->name;
+        command.dataFile = restore->output == "-" ? "/dev/stdout" : restore->output;
         command.run = [restore, &command](Json &result) { return run(*restore, command, result); };
     });
 }

@@ -277,6 +277,7 @@ void addBench(tools::Verb app, Command &command)
         "meanwhile. Processor time is that of the channels, without making the data.");
     verb.onChosen([asked, &command] {
         command.verb = "bench";
+        command.dataFile = asked->plan.input;
         command.run = [asked, &command](Json &result) { return run(*asked, command, result); };
     });
 }
