@@ -136,6 +136,17 @@ TEST_F(KeelTest, DoctorNamesWhatIsBrokenWithItsCure)
     }
 }
 
+TEST_F(KeelTest, DoctorAsksWhatTheEffectiveUserMay)
+{
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "only root can have another effective user";
+    std::filesystem::permissions(installation_.directory(), std::filesystem::perms{0755});
+    const ProgramResult result =
+        run({"setpriv", "--euid", "12345", "--clear-groups", keelProgram(), "doctor", "--json"});
+    EXPECT_EQ(checkOf(result, "user")["text"], "no name (12345)") << result.out << result.err;
+    EXPECT_EQ(checkOf(result, "directory")["status"], "failed") << result.out;
+}
+
 TEST_F(KeelTest, BenchStoresWhatItSaysAndRemovesItEvenWhenInterrupted)
 {
     writeFile("input", randomBytes(100'000, 3));

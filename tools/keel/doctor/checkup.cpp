@@ -12,6 +12,7 @@
 #include <cstring>
 #include <ctime>
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <nl_types.h>
 #include <pwd.h>
@@ -64,7 +65,7 @@ std::string catalogueDirectory(const std::string &locale)
 
 bool opensAsCatalogue(const std::string &file)
 {
-    if (::access(file.c_str(), R_OK) != 0)
+    if (!mayAccess(file, R_OK))
         return false;
     const nl_catd catalogue = ::catopen(file.c_str(), 0);
     if (catalogue == reinterpret_cast<nl_catd>(-1))
@@ -75,6 +76,11 @@ bool opensAsCatalogue(const std::string &file)
 
 } // namespace
 
+bool mayAccess(const std::string &path, int mode)
+{
+    return ::faccessat(AT_FDCWD, path.c_str(), mode, AT_EACCESS) == 0;
+}
+
 std::string whyUnreadable(const std::string &file)
 {
     struct stat status = {};
@@ -82,7 +88,7 @@ std::string whyUnreadable(const std::string &file)
         return std::strerror(errno);
     if (!S_ISREG(status.st_mode))
         return "it is no file";
-    return ::access(file.c_str(), R_OK) == 0 ? "" : std::strerror(errno);
+    return mayAccess(file, R_OK) ? "" : std::strerror(errno);
 }
 
 void Checkup::good(const std::string &check, const std::string &text)
@@ -184,7 +190,7 @@ void Checkup::lookAtDirectories()
             reason = std::strerror(errno);
         else if (!S_ISDIR(status.st_mode))
             reason = "it is no directory";
-        else if (::access(directory.path.c_str(), X_OK | (directory.written ? W_OK : R_OK)) != 0)
+        else if (!mayAccess(directory.path, X_OK | (directory.written ? W_OK : R_OK)))
             reason = directory.written ? "this user may not write there" : std::strerror(errno);
         if (reason.empty())
             continue;
@@ -215,13 +221,13 @@ std::map<std::string, std::uint64_t> Checkup::errorLogs() const
 void Checkup::lookAtErrorLog()
 {
     const std::string log = options_.logDirectory() + "/veloerror.log";
-    if (::access(log.c_str(), F_OK) != 0)
+    if (!mayAccess(log, F_OK))
         good("errorlog", optionFileIsGood_
                              ? "nothing has gone wrong yet"
                              : fmt::format("{} is not there; as long as the option file is wrong, "
                                            "lines may go elsewhere",
                                            shown(log)));
-    else if (::access(log.c_str(), W_OK) != 0)
+    else if (!mayAccess(log, W_OK))
         bad("errorlog", fmt::format("{}: {}", shown(log), std::strerror(errno)),
             "Give the file to the user that the database runs as.");
     else

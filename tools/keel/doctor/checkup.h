@@ -75,6 +75,10 @@ private:
     bool optionFileIsGood_ = true;
 };
 
+/// Returns what access(2) answers, for the effective user: the agent works with that one's rights.
+/// On false errno says why.
+[[nodiscard]] bool mayAccess(const std::string &path, int mode);
+
 /// Returns why the file cannot be opened for reading; empty when it can.
 [[nodiscard]] std::string whyUnreadable(const std::string &file);
 

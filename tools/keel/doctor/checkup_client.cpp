@@ -197,7 +197,7 @@ void Checkup::lookAtRepository()
                    fmt::format("Mount its file system; if it was never made, run: arca init "
                                "--optfile {}",
                                shown(options_.clientFile())));
-    if (::access(directory.c_str(), R_OK | W_OK | X_OK) != 0)
+    if (!mayAccess(directory, R_OK | W_OK | X_OK))
         return bad("repository", fmt::format("{}: {}", shown(directory), std::strerror(errno)),
                    "Give the directory, with all in it, to the user that the database runs as.");
     good("repository", shown(directory));
