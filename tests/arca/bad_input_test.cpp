@@ -140,6 +140,8 @@ TEST_F(ArcaTest, AWrongCommandLineIsStatus2)
                            {"class", "define", "x", "--days", "-1"},
                            {"class", "change", "STANDARD"},
                            {"access", "grant", "other", "df_*"},
+                           {"access", "grant", "*"},
+                           {"access", "grant", "other", "--owner", "o?"},
                            {"access", "grant", "other", "--filespace", std::string(1100, 'f')}};
     for (const Words &words : later)
         EXPECT_EQ(arca(words).status, 2) << testing::PrintToString(words);
@@ -181,11 +183,15 @@ TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)
         for (const bool ignored : {false, true}) {
             Terminal gone({"/bin/sh", "-c", (ignored ? "trap '' HUP; exec" : "exec") + asks});
             gone.hangUp("[y/N] ");
-            // Whoever notes signals says that nothing was changed.
-            const bool notes = ignored || words.starts_with("rm");
-            EXPECT_EQ(gone.finish(), notes ? 1 : 128 + SIGHUP) << words;
+            EXPECT_EQ(gone.finish(), 1) << words;
         }
         EXPECT_TRUE(readFile("jobs.log").ends_with(": nothing was changed: nothing was given\n"));
+        Terminal interrupts({"/bin/sh", "-c", "exec" + asks + " --json"});
+        interrupts.answer("[y/N] ", "\x03");
+        EXPECT_EQ(interrupts.finish(), 1) << words;
+        EXPECT_NE(interrupts.shown.find("\"error\": \"nothing was changed: interrupted\""),
+                  std::string::npos)
+            << interrupts.shown;
     }
     EXPECT_EQ(run({"sh", "-c", ls + " 2>&- | head -n 1 >/dev/null"}).status, 0);
     EXPECT_EQ(arcaJson({"ls"})["count"], 200);

@@ -226,7 +226,7 @@ TEST_F(KeelTest, RemoveAsksAndLogsAndTimesWhenAsked)
     for (const auto &[typed, status] : {std::pair("\n", 1), std::pair("maybe\nno\n", 1),
                                         std::pair("\x03", 1), std::pair("Yes\n", 0)}) {
         EXPECT_TRUE(isStored("p"));
-        Terminal terminal({keelProgram(), "remove", "p", "--log", "keel.log"});
+        Terminal terminal({keelProgram(), "remove", "p", "p", "--log", "keel.log"});
         terminal.answer("Remove p? [y/N] ", typed);
         EXPECT_EQ(terminal.finish(), status) << terminal.shown;
     }

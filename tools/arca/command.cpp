@@ -4,6 +4,7 @@
 #include "agents/common/maint/mtprompt.h"
 #include "client/base/text.h"
 #include "keel_paths.h"
+#include "tools/arca/interrupt.h"
 #include "tools/timing/timing.h"
 
 #include <cstdio>
@@ -52,6 +53,7 @@ Result<void> confirm(const std::string &question, bool yes)
 {
     if (yes)
         return {};
+    catchInterrupts();
     bool agreed = false;
     mtAsk_t code = MT_ASK_NO_TERMINAL;
     if (::isatty(STDIN_FILENO) == 1)

@@ -77,8 +77,9 @@ void addCommonOptions(tools::Verb verb, Command &command);
 /// Adds --yes, for the verbs that destroy.
 void addYesOption(tools::Verb verb, bool &yes);
 /// Succeeds when `yes` is set, or a person answers yes on the terminal to the question, which says
-/// what will be done. Errors: badArgument ("nothing was changed") for any other answer. Throws
-/// UsageError when standard input is no terminal, or there is none to ask on.
+/// what will be done. Before it asks it calls catchInterrupts(). Errors: badArgument ("nothing was
+/// changed") for any other answer and for a signal. Throws UsageError when standard input is no
+/// terminal, or there is none to ask on.
 Result<void> confirm(const std::string &question, bool yes);
 
 /// Returns the option file in force: that of --optfile, else that of ARCA_OPTFILE, else the

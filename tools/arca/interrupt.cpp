@@ -26,7 +26,8 @@ extern "C" void noteInterrupt(int number)
 
 void catchInterrupts()
 {
-    tools::noteSignals(noteInterrupt);
+    static const bool once = (tools::noteSignals(noteInterrupt), true);
+    (void)once;
 }
 
 bool interrupted()

@@ -13,7 +13,8 @@ namespace arca::tool
 {
 
 /// From now on the first SIGINT, SIGTERM or SIGHUP is only noted; a question to a person ends with
-/// it all the same. Signals that were ignored when the program started stay ignored.
+/// it all the same. Signals that were ignored when the program started stay ignored. Any further
+/// call does nothing, so that a second signal still ends the program.
 void catchInterrupts();
 
 /// Returns true once a signal was noted. Any thread.

@@ -60,12 +60,10 @@ bool isThere(Channel &channel, const std::string &name)
 
 /// The agent passes over pieces that it cannot find or delete and returns success, so each is asked
 /// for before and after.
-int run(Remove &remove, const Command &command, Json &result)
+int run(const Remove &remove, const Command &command, Json &result)
 {
     if (!confirmed(remove))
         throw Failure("nothing was removed");
-    std::ranges::sort(remove.names); // to drop names that were given twice
-    remove.names.erase(std::unique(remove.names.begin(), remove.names.end()), remove.names.end());
     const auto channel = openChannel(command.channel);
     std::vector<std::string> present, missing, removed, remaining;
     for (const std::string &name : remove.names)
@@ -109,6 +107,9 @@ void addRemove(tools::Verb app, Command &command)
         "damaged piece is set aside: its name is free, and what is left of it is kept in the "
         "repository's quarantine. The calls of --sbt1 refuse such a piece.");
     verb.onChosen([remove, &command] {
+        std::ranges::sort(remove->names); // to drop names that were given twice
+        const auto again = std::ranges::unique(remove->names);
+        remove->names.erase(again.begin(), again.end());
         command.verb = "remove";
         command.subject = subjectOf(remove->names);
         command.run = [remove, &command](Json &result) { return run(*remove, command, result); };

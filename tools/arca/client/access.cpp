@@ -59,14 +59,13 @@ Result<void> list(ClientSession &client, const Command &command, const Asked &, 
     return answered(rc);
 }
 
-/// A rule names one piece or all pieces. Any other pattern would be kept literally, and grant
-/// nothing.
-void expectNoPattern(const std::string &text, const char *what)
+/// A rule names one piece or all pieces, one node and at most one owner. Any other pattern would be
+/// kept literally, and grant nothing.
+void expectNoPattern(const std::string &text, const char *what, const char *cure)
 {
     if (text.find_first_of("*?") != std::string::npos)
-        throw UsageError(fmt::format("'{}' is a pattern, and a rule names one {}; leave PIECE out "
-                                     "to grant every piece of a filespace",
-                                     printable(text, 40), what));
+        throw UsageError(fmt::format("'{}' is a pattern, and a rule names one {}; {}",
+                                     printable(text, 40), what, cure));
 }
 
 Result<void> grant(ClientSession &client, const Command &command, const Asked &asked, Json &result)
@@ -79,9 +78,12 @@ Result<void> grant(ClientSession &client, const Command &command, const Asked &a
                                   : asked.filespace.empty() ? kAgentFilespace
                                                             : asked.filespace;
     const bool every = typed.piece.empty() || typed.piece == "*";
+    constexpr const char *kEvery = "leave PIECE out to grant every piece of a filespace";
     if (!every)
-        expectNoPattern(typed.piece, "piece");
-    expectNoPattern(filespace, "filespace");
+        expectNoPattern(typed.piece, "piece", kEvery);
+    expectNoPattern(filespace, "filespace", kEvery);
+    expectNoPattern(asked.reader, "node", "grant each node a rule of its own");
+    expectNoPattern(asked.owner, "owner", "leave --owner out to let every owner there read");
     const hoxObjName name = objectName(filespace, every ? "*" : typed.piece);
     ARCA_CHECK(answered(mtAccessGrant(client.session(), name, asked.reader, asked.owner)));
     result["granted"] = asked.reader;

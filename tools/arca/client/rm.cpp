@@ -34,8 +34,9 @@ struct Asked {
 
 struct Totals {
     std::uint64_t objects = 0, size = 0, missing = 0, damaged = 0;
-    mtObjectIds_t ids;      // of the objects that look() found, ascending
-    int damage = HOX_RC_OK; // the code that look() ended with when it passed over damaged pieces
+    bool sizeIsKnown = true; // of a piece that was removed by identifier alone it is not
+    mtObjectIds_t ids;       // of the objects that look() found, ascending
+    int damage = HOX_RC_OK;  // the code that look() ended with when it passed over damaged pieces
 
     std::uint64_t seen() const { return objects + missing + damaged; }
 };
@@ -116,6 +117,7 @@ public:
             const bool damaged = rc == HOX_RC_REPOSITORY_DAMAGED;
             ++(rc == HOX_RC_OK ? done_.objects : damaged ? done_.damaged : done_.missing);
             done_.size += rc == HOX_RC_OK ? object.size : 0;
+            done_.sizeIsKnown &= rc != HOX_RC_OK || !object.fsName.empty();
             if (damaged && !command_.json)
                 tools::print("{} {} is damaged\n", idText(object.objId),
                              printable(object.fsName + object.hlName + object.llName, 2400));
@@ -166,7 +168,7 @@ Result<void> conclude(ClientSession *client, const Command &command, const Asked
     result[asked.deactivate ? "deactivated" : "deleted"] = done.objects;
     result["missing"] = done.missing;
     result["damaged"] = done.damaged;
-    result["size"] = done.size;
+    result["size"] = done.sizeIsKnown ? Json(done.size) : Json(nullptr);
     const std::string told = amountText(done) + " " + verbText(asked);
     if (!asked.dryRun && done.objects != 0)
         (void)mtLogAppend(client->session(), HOX_SEVERITY_INFO, "ARCA010", "arca rm: " + told);
