@@ -39,8 +39,13 @@ TEST_F(ArcaTest, ARemovedPieceComesBackUntilReclaimingPurgesIt)
     EXPECT_EQ(taken.status, 1);
     EXPECT_NE(taken.err.find("exists already"), std::string::npos) << taken.err;
 
-    EXPECT_EQ(arcaJson({"reclaim", "--grace", "0", "--dry-run"})["purgedPieces"], 2);
-    EXPECT_EQ(arcaJson({"reclaim", "--grace", "0"})["purgedPieces"], 2);
+    writeFile(stored("removed").front(), "damaged");
+    for (const Words &words :
+         {Words{"reclaim", "--grace", "0", "--dry-run"}, {"reclaim", "--grace", "0"}}) {
+        const auto told = arcaJson(words);
+        EXPECT_EQ(told["purgedPieces"], 2) << told;
+        EXPECT_EQ(told["purgedDamaged"], 1) << told;
+    }
     EXPECT_EQ(listed({"--removed"}), "");
     EXPECT_EQ(restore(handle, "df_1"), "newer");
     EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);

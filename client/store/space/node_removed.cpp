@@ -447,7 +447,7 @@ Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names)
     ARCA_TRY(const auto stored, storedAmong(ids, true));
     std::vector<PieceId> left;
     std::ranges::copy_if(ids, std::back_inserter(left),
-                         [&](PieceId id) { return isAmong(finished, id) && !isAmong(stored, id); });
+                         [&](PieceId id) { return !isAmong(stored, id); });
     ARCA_TRY(const auto others, removedNamesOf(store_, key_, left));
     std::vector<PieceId> kept;
     for (const RemovedName &name : others)
@@ -457,7 +457,8 @@ Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names)
     const auto pieces = std::ranges::count_if(
         left, [&](PieceId id) { return isAmong(timed, id) && !leadsElsewhere(id); });
     for (const PieceId id : left)
-        forgetPurged(id);
+        if (isAmong(finished, id))
+            forgetPurged(id);
     return static_cast<std::uint64_t>(pieces);
 }
 

@@ -330,6 +330,13 @@ Result<std::uint64_t> Reclaim::countPurged()
     return removed.size();
 }
 
+std::uint64_t Reclaim::countDamaged(std::span<const RemovedName> names) const
+{
+    return static_cast<std::uint64_t>(std::ranges::count_if(names, [&](const RemovedName &name) {
+        return name.at != 0 && damaged_.leaving.contains(removedNameOf(domain_.nodeKey(), name));
+    }));
+}
+
 Result<void> Reclaim::purge(ReclaimTotals &totals)
 {
     if (over_.empty())
@@ -352,6 +359,7 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
         ARCA_TRY(const std::uint64_t pieces,
                  blob::withReserve(domain_.blobs(), [&] { return space_.purge(some); }));
         totals.purgedPieces += pieces;
+        totals.purgedDamaged += countDamaged(some);
         left = left.subspan(some.size());
     }
     over_.clear();
@@ -369,6 +377,7 @@ Result<ReclaimTotals> Reclaim::plan()
     ARCA_TRY(const auto found, look(totals));
     ARCA_CHECK(expectExplained(found, totals));
     ARCA_TRY(totals.purgedPieces, countPurged());
+    totals.purgedDamaged = countDamaged(over_);
     ARCA_TRY(const auto kept, space_.removedAmong(kept_));
     totals.keptPieces = kept.size();
     for (const Candidate &candidate : found) {

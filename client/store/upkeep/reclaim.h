@@ -68,6 +68,7 @@ constexpr unsigned kMaxUnexplained = 50;
 
 struct ReclaimTotals {
     std::uint64_t purgedPieces = 0;  // removed ones, or to be purged; leftovers are not counted
+    std::uint64_t purgedDamaged = 0; // manifests among these that were damaged
     std::uint64_t keptPieces = 0;    // removed ones whose grace time is not over
     std::uint64_t missingPieces = 0; // that were accepted as lost
     std::uint64_t damagedNotes = 0;  // of what was stored: what they say is not known
@@ -138,6 +139,7 @@ private:
                                  const ReclaimTotals &totals) const;
     Result<bool> settleFound(Mark &mark, const Step &step, ReclaimTotals &totals);
     Result<std::uint64_t> countPurged();
+    std::uint64_t countDamaged(std::span<const RemovedName> names) const;
     Result<void> purge(ReclaimTotals &totals);
     Result<std::set<std::string>> stillLiving(const Mark &mark);
     Result<Mark> markPacks(Mark mark);

@@ -59,10 +59,15 @@ Result<void> visitRuns(engine::Domain &domain, const UseQuestion &question, cons
             // A read that failed in passing must not make a sound manifest a damaged one.
             if (!taken && isUnreadable(taken.error()))
                 taken = takeRuns(stored, domain.manifestKey(), leaves, take);
-            // What is damaged and leaves needs nothing any more.
-            if (taken || (leaves && taken.error().kind == ErrorKind::damaged))
+            if (taken)
                 return {};
             DamagedManifests *const damaged = question.damaged;
+            // What is damaged and leaves needs nothing any more.
+            if (leaves && taken.error().kind == ErrorKind::damaged) {
+                if (damaged != nullptr)
+                    damaged->leaving.insert(stored.blobName);
+                return {};
+            }
             if (damaged == nullptr || !isUnreadable(taken.error()))
                 return inContext(std::move(taken).error(),
                                  "the stored piece in " + stored.blobName);

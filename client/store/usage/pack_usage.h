@@ -23,6 +23,7 @@ using PackUse = std::map<engine::PackId, BlockUse>;
 /// Manifests that cannot be read, and all packs that they may need (quarantine.h).
 struct DamagedManifests {
     std::set<std::string> blobNames;
+    std::set<std::string> leaving; // others, that are about to go: they hold nothing
     std::set<engine::PackId> heldPacks;
     bool keepLists = true; // of these packs, in the repository
 };

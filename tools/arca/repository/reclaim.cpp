@@ -31,15 +31,23 @@ std::string sizeText(std::uint64_t bytes)
 
 Json jsonOf(const store::ReclaimTotals &totals)
 {
-    return {
-        {"purgedPieces", totals.purgedPieces},     {"keptPieces", totals.keptPieces},
-        {"missingPieces", totals.missingPieces},   {"damagedNotes", totals.damagedNotes},
-        {"uncounted", totals.uncounted},           {"packs", totals.packs},
-        {"packBytes", totals.packBytes},           {"deadPacks", totals.deadPacks},
-        {"rewrittenPacks", totals.rewrittenPacks}, {"freedBytes", totals.freedBytes},
-        {"waitingPacks", totals.waitingPacks},     {"waitingBytes", totals.waitingBytes},
-        {"waitingFor", totals.waitingFor},         {"damagedManifests", totals.damagedManifests},
-        {"damagedPacks", totals.damagedPacks},     {"damagedMark", totals.damagedMark}};
+    return {{"purgedPieces", totals.purgedPieces},
+            {"purgedDamaged", totals.purgedDamaged},
+            {"keptPieces", totals.keptPieces},
+            {"missingPieces", totals.missingPieces},
+            {"damagedNotes", totals.damagedNotes},
+            {"uncounted", totals.uncounted},
+            {"packs", totals.packs},
+            {"packBytes", totals.packBytes},
+            {"deadPacks", totals.deadPacks},
+            {"rewrittenPacks", totals.rewrittenPacks},
+            {"freedBytes", totals.freedBytes},
+            {"waitingPacks", totals.waitingPacks},
+            {"waitingBytes", totals.waitingBytes},
+            {"waitingFor", totals.waitingFor},
+            {"damagedManifests", totals.damagedManifests},
+            {"damagedPacks", totals.damagedPacks},
+            {"damagedMark", totals.damagedMark}};
 }
 
 std::string processesOf(const std::vector<std::string> &claims)
@@ -56,8 +64,11 @@ std::string processesOf(const std::vector<std::string> &claims)
 void show(const store::ReclaimTotals &totals, bool dryRun)
 {
     if (totals.purgedPieces != 0)
-        tools::print("{}  {} whose grace time is over\n", dryRun ? "Would purge" : "Purged    ",
-                     tools::counted(totals.purgedPieces, "removed piece"));
+        tools::print("{}  {} whose grace time is over{}\n", dryRun ? "Would purge" : "Purged    ",
+                     tools::counted(totals.purgedPieces, "removed piece"),
+                     totals.purgedDamaged == 0
+                         ? ""
+                         : fmt::format(", {} of them damaged", totals.purgedDamaged));
     if (totals.keptPieces != 0)
         tools::print("Kept        {} whose grace time is not over (arca ls --removed)\n",
                      tools::counted(totals.keptPieces, "removed piece"));
