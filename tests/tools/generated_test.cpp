@@ -90,6 +90,13 @@ TEST(Generated, NoOptionOfAnyVerbTakesAWordThatWasNotMeant)
         }
     }
     EXPECT_GT(options, 300U);
+    for (const Words &line : {Words{"remove", "[a,b]", "-y"}, {"remove", "-y", "--", "x", "[a]"}}) {
+        Words words = {keelProgram()};
+        words.insert(words.end(), line.begin(), line.end());
+        const ProgramResult result = run(words);
+        EXPECT_EQ(result.status, 2) << testing::PrintToString(line);
+        EXPECT_NE(result.err.find("square brackets"), std::string::npos) << result.err;
+    }
 }
 
 TEST(Generated, ManualAndCompletionsSayWhatHelpSaysAndAreSound)

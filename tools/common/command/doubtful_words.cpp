@@ -72,19 +72,37 @@ const CLI::App *verbOf(const CLI::App &app, const std::string &word)
     return named.empty() ? nullptr : named.front();
 }
 
+/// The library would take it for a list, and "[a,b]" for the names a and b.
+void refuseList(const CLI::App &verb, const std::string &word)
+{
+    if (word.size() < 2 || word.front() != '[' || word.back() != ']')
+        return;
+    const auto several = verb.get_options([](const CLI::Option *option) {
+        return option->get_positional() && option->get_allow_extra_args();
+    });
+    if (!several.empty())
+        throw CLI::ValidationError(printable(word), "a name in square brackets cannot be told from "
+                                                    "a list where several may be given");
+}
+
 } // namespace
 
 void refuseDoubtfulWords(const CLI::App &program, int argc, const char *const *argv)
 {
     const CLI::App *verb = &program;
     const std::span words(argv, static_cast<std::size_t>(argc));
+    bool operands = false;
     for (std::size_t i = 1; i < words.size(); ++i) {
         const std::string word = words[i];
-        if (word == "--")
-            return;
+        if (word == "--" || operands) {
+            operands = true;
+            refuseList(*verb, word);
+            continue;
+        }
         if (word.size() < 2 || word.front() != '-') {
             if (const CLI::App *inner = verbOf(*verb, word))
                 verb = inner;
+            refuseList(*verb, word);
             continue;
         }
         if (!takesNextWord(*verb, word) || i + 1 == words.size())

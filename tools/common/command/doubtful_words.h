@@ -17,7 +17,8 @@ namespace tools
 ///   1. --flag= and -f=, with anything or nothing behind the `=`: a flag takes no value;
 ///   2. --option= and -o=, with nothing behind the `=`: the library would take the next word;
 ///   3. --option WORD where WORD begins with --, or with - and a letter that is an option of the
-///      verb. A value that looks so is joined: --option=WORD.
+///      verb. A value that looks so is joined: --option=WORD;
+///   4. [WORD] where several names may be given: the library would take it apart at its commas.
 ///
 /// `-` alone is a value. Behind `--` every word is an operand.
 void refuseDoubtfulWords(const CLI::App &program, int argc, const char *const *argv);

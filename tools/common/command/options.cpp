@@ -169,7 +169,10 @@ Option Verb::addOption(const std::string &names, std::string &value, const std::
 Option Verb::addOption(const std::string &names, std::vector<std::string> &values,
                        const std::string &help) const
 {
-    return Option(app_->add_option(names, values, help));
+    CLI::Option *const option = app_->add_option(names, values, help);
+    if (names.front() == '-')
+        option->allow_extra_args(false); // or "[a,b]" would be taken for two
+    return Option(option);
 }
 
 Option Verb::addOption(const std::string &names, std::vector<std::uint32_t> &values,
