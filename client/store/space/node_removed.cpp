@@ -417,7 +417,8 @@ Result<void> NodeSpace::finishUndelete(const RemovedName &name, bool stored,
     return {};
 }
 
-Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names)
+Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names,
+                                       std::span<const PieceId> noted)
 {
     ARCA_TRY(const auto turn, lockChanges());
     const auto ids = idsOf(names);
@@ -425,6 +426,9 @@ Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names)
     blob::ListedDirectory inactive(store_);
     std::vector<PieceId> finished, timed;
     for (const RemovedName &name : names) {
+        // It was elsewhere when what goes was noted, and a change that died has been settled since.
+        if (!isAmong(noted, name.id) && !isAmong(before, name.id))
+            continue;
         const auto undeleted = finishUndelete(name, isAmong(before, name.id), inactive);
         if (!undeleted && !isUnreadable(undeleted.error()))
             return undeleted.error();

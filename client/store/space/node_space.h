@@ -138,10 +138,11 @@ public:
     Result<std::vector<PieceId>> removedAmong(std::span<const RemovedName> names);
     /// Takes removed manifests away for good, with their records, and locks changes itself. Returns
     /// how many removed pieces went for good, as removedAmong() tells them. Only reclaiming calls
-    /// it, after it noted that they go (inventory.h). After an error some may be gone; it may be
-    /// called again. In the order of their identifiers it costs least: each directory is listed
-    /// once.
-    Result<std::uint64_t> purge(std::span<const RemovedName> names);
+    /// it, after it noted that they go (inventory.h): `noted`, sorted. Of any other piece a name is
+    /// taken away only while the piece is elsewhere; else the next run notes it first. After an
+    /// error some may be gone; it may be called again. In the order of their identifiers it costs
+    /// least: each directory is listed once.
+    Result<std::uint64_t> purge(std::span<const RemovedName> names, std::span<const PieceId> noted);
 
     /// Changes owner, management class and information of a piece, durably. `notFound`, also when
     /// `only` has a value and the name leads to a piece of another identifier.

@@ -344,7 +344,8 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
     // A piece whose removal was killed in between still shows, and is not noted as gone.
     Result<void> unclear;
     ARCA_TRY(std::vector<PieceId> went, space_.goneWith(over_, unclear));
-    ARCA_CHECK(inventory_.noteWent(std::move(went)));
+    std::ranges::sort(went);
+    ARCA_CHECK(inventory_.noteWent(went));
     // What is no removed piece goes first: the record that says so goes with the piece it leads to,
     // and without it the manifest would count as one.
     ARCA_TRY(const std::vector<PieceId> removed, space_.removedAmong(over_));
@@ -357,7 +358,7 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
     for (std::span<const RemovedName> left = over_; !left.empty();) {
         const auto some = left.first(std::min(left.size(), kAtOnce));
         ARCA_TRY(const std::uint64_t pieces,
-                 blob::withReserve(domain_.blobs(), [&] { return space_.purge(some); }));
+                 blob::withReserve(domain_.blobs(), [&] { return space_.purge(some, went); }));
         totals.purgedPieces += pieces;
         totals.purgedDamaged += countDamaged(some);
         left = left.subspan(some.size());
