@@ -23,7 +23,7 @@ struct Lock {
     pthread_rwlock_t system;
     /// The generation that made it; negative while it is made again in that one.
     std::atomic<std::int64_t> made;
-    bool written; ///< belongs to whoever holds it
+    bool written; ///< belongs to the thread that holds it
 };
 
 bool make(Lock &lock)
@@ -33,7 +33,7 @@ bool make(Lock &lock)
 }
 
 /// The lock, made again by the first thread of this process that takes it when it is a parent's:
-/// nobody here can hold it yet. A thread that is stopped by another fork meanwhile leaves a
+/// no thread here can hold it yet. A thread that is stopped by another fork meanwhile leaves a
 /// negative number, which the next generation does not wait for.
 Lock &ours(void *given)
 {

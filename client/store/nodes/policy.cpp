@@ -201,7 +201,7 @@ Result<void> Policy::define(ManagementClass fresh)
     return written;
 }
 
-/// A lost STANDARD begins again as that of a new repository, with what it keeps said anew: what is
+/// A lost STANDARD begins again as that of a new repository, with what it keeps said again: what is
 /// left out would be the default in the place of what was said before.
 Result<void> Policy::expectSaid(const std::function<void(ManagementClass &)> &change)
 {

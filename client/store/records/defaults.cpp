@@ -46,7 +46,7 @@ Result<std::optional<NumberedRecord::State>> latestDefault(blob::BlobStore &blob
     if (!state)
         return Error{ErrorKind::damaged, "the record " + record.place() +
                                              " is lost: bring it back from a copy of the "
-                                             "repository, or write it anew"};
+                                             "repository, or set it again"};
     return state;
 }
 

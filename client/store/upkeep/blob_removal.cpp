@@ -171,7 +171,7 @@ Result<void> fillClass(NodeSpace &space, const std::string &place, BlobRemoval &
     ARCA_TRY(const bool noted, areDefaultsNoted(space.domain().blobs()));
     removal.goesWith = place == standard && noted
                            ? "STANDARD is lost then: nothing bound to it expires until arca class "
-                             "change STANDARD says anew what it keeps"
+                             "change STANDARD says again what it keeps"
                        : place == standard
                            ? "STANDARD is as it was when the repository was made"
                            : "the class is not defined any more, and what is bound to it never "
@@ -224,7 +224,7 @@ Result<void> fillGoesWith(NodeSpace &space, const RecordForm &kind, const std::s
     if (kind.place == form::graceTime.place) {
         ARCA_TRY(const bool noted, areDefaultsNoted(space.domain().blobs()));
         removal.goesWith = noted ? "no removed piece is purged by its time until arca grace sets "
-                                   "the time anew"
+                                   "the time again"
                                  : "removed pieces are kept for the 7 days of a new repository";
         return {};
     }

@@ -101,7 +101,8 @@ Result<void> listRemoved(const Command &command, const std::string &pattern, boo
         tools::print("{}, {}\n", tools::counted(count, "removed piece"), sizeText(size));
     if (!kept)
         return Error{ErrorKind::damaged,
-                     kept.error().text + "; until arca grace sets it anew nothing is purged"};
+                     kept.error().text +
+                         "; nothing is purged by its time until arca grace sets it again"};
     return {};
 }
 
