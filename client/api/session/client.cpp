@@ -30,20 +30,33 @@ Client &Client::instance()
     return *known;
 }
 
-Client::Client(Client *parents)
+Client::Client(const Client *parents)
     : process_(psProcessSelf()), lastHandle_(parents == nullptr ? 0 : parents->lastHandle_.load())
 {
-    // A mutex that is held was held by a thread of the parent, which may have been changing this.
-    if (parents != nullptr)
-        if (const std::unique_lock whole(parents->mutex_, std::try_to_lock); whole)
-            setUp_ = parents->setUp_;
+    // Without the parent's mutex: one that was held at the fork stays held, and threads of this
+    // process that come at once would keep it from each other.
+    const SetUp *const known = parents == nullptr ? nullptr : parents->setUp_.load();
+    if (known != nullptr)
+        setUp_ = new SetUp(*known);
+}
+
+Client::~Client()
+{
+    delete setUp_.load();
+}
+
+void Client::replaceSetUp(std::unique_ptr<const SetUp> setUp) noexcept
+{
+    // A child that is forked between the two finds the new one, whole.
+    const std::unique_ptr<const SetUp> former(setUp_.exchange(setUp.release()));
 }
 
 void Client::setUp(SetUp setUp)
 {
     cleanUp();
+    auto next = std::make_unique<const SetUp>(std::move(setUp));
     const std::lock_guard hold(mutex_);
-    setUp_ = std::move(setUp);
+    replaceSetUp(std::move(next));
     warned_.clear();
 }
 
@@ -57,15 +70,16 @@ void Client::cleanUp()
     for (const auto &[handle, session] : ending)
         endSession(*session);
     const std::lock_guard hold(mutex_);
-    setUp_.reset();
+    replaceSetUp(nullptr);
 }
 
 Answer<SetUp> Client::currentSetUp()
 {
     const std::lock_guard hold(mutex_);
-    if (!setUp_)
+    const SetUp *const known = setUp_;
+    if (known == nullptr)
         return refused(HOX_RC_NOT_SET_UP);
-    return *setUp_;
+    return *known;
 }
 
 Client::Place Client::placeFor(std::shared_ptr<Session> session)
@@ -115,8 +129,8 @@ bool Client::logLocally(const std::string &text)
     std::string path;
     {
         const std::lock_guard hold(mutex_);
-        if (setUp_)
-            path = setUp_->localLog;
+        if (const SetUp *const known = setUp_; known != nullptr)
+            path = known->localLog;
     }
     return !path.empty() && appendToLocalLog(path, text);
 }

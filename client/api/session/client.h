@@ -25,9 +25,9 @@ class Client
 {
 public:
     /// Returns this process's, which is never destroyed. A forked child gets one of its own, set up
-    /// as its parent's was (unless a thread of the parent held the mutex: then not set up), with no
-    /// session: a handle of the parent returns HOX_RC_BAD_HANDLE there, and what it stood for is
-    /// left to the parent; no thread is joined and no file touched. Throws std::bad_alloc.
+    /// as its parent's was, with no session: a handle of the parent returns HOX_RC_BAD_HANDLE
+    /// there, and what it stood for is left to the parent; no thread is joined and no file touched.
+    /// Throws std::bad_alloc.
     static Client &instance();
 
     /// Replaces the set-up, after cleanUp().
@@ -60,12 +60,18 @@ public:
 private:
     /// `parents`: the object of the process that this one was forked from, or null. Handles go on
     /// from the parent's, so that those stay dead in the child.
-    explicit Client(Client *parents);
+    explicit Client(const Client *parents);
+    ~Client();
+
+    /// The caller holds the mutex.
+    void replaceSetUp(std::unique_ptr<const SetUp> setUp) noexcept;
 
     const int process_;
 
     std::mutex mutex_; // guards all below; never held while a session's mutex is waited for
-    std::optional<SetUp> setUp_;
+    // Owned, or null. Never altered but replaced, so that a forked child can copy it as it was at
+    // the fork, whatever its parent's threads were doing.
+    std::atomic<const SetUp *> setUp_ = nullptr;
     std::string warned_;
     std::map<hoxHandle_t, std::shared_ptr<Session>> sessions_;
     std::atomic<hoxHandle_t> lastHandle_; // written under mutex_; a child reads it without

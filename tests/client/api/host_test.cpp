@@ -4,6 +4,7 @@
 #include "tests/support/child.h"
 
 #include <atomic>
+#include <barrier>
 #include <condition_variable>
 #include <dlfcn.h>
 #include <functional>
@@ -14,6 +15,7 @@
 #include <semaphore>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 static std::atomic<int> stopAt = 0; // the lock, from now on, with which a thread of the host stops
 static std::binary_semaphore stopped{0}, mayGoOn{0};
@@ -94,6 +96,27 @@ TEST_F(ForkedHostTest, NeedsNoLockThatAThreadOfTheParentHolds)
         EXPECT_EQ(inChild([&] { return childOfOneThatStops(false, lock); }), 0) << lock;
     for (const int lock : {1, 2, 5})
         EXPECT_EQ(inChild([&] { return childOfOneThatStops(true, lock); }), 0) << "later: " << lock;
+}
+
+TEST_F(ForkedHostTest, EveryThreadOfAChildFindsWhatTheParentSet)
+{
+    const auto manyAtOnce = [&] {
+        std::barrier together(4);
+        std::atomic<int> refused = 0;
+        const auto ask = [&] {
+            auto options = std::make_unique<optStruct>();
+            together.arrive_and_wait();
+            refused += api_.hoxQueryCliOptions(options.get()) != HOX_RC_OK;
+        };
+        {
+            std::vector<std::jthread> threads;
+            for (int count = 0; count < 4; ++count)
+                threads.emplace_back(ask);
+        }
+        return refused.load();
+    };
+    for (int round = 0; round < 300; ++round)
+        ASSERT_EQ(inChild(manyAtOnce), 0) << round;
 }
 
 /// A thread of the host, which goes on when the library has gone.
