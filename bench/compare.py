@@ -7,11 +7,15 @@
 
 Every peer stores day 0, day 1 and (where the scenario has it) day 7 one after the other in one repository, then gives
 each back. A scenario of many days stores them once, and gives some of them back in turn, as often as repetitions are
-asked for. The peers take turns within a repetition, so that what the machine does meanwhile hits all alike; a ratio is
-of two peers of one repetition, and its median over the repetitions counts. Sources lie in a tmpfs, repositories on
-disk; before a restore the page cache is dropped (as root; otherwise it is warm for all). A restore goes to /dev/null
-and is timed; in the first repetition another one is compared byte by byte. Figures are of the process tree under
-/usr/bin/time: wall clock, processor seconds, resident memory of its largest process.
+asked for. The peers take turns within a repetition, each time in another order, so that what the machine does meanwhile
+hits all alike; a ratio is of two peers of one repetition, and its median over the repetitions counts. There is no table
+of fewer than three repetitions. Sources lie in a tmpfs, repositories on disk. A backup has ended when the file system
+of the repository is synced, for every peer; before a restore the page cache is dropped, which takes root. A restore
+goes to /dev/null and is timed; in the first repetition another one is compared byte by byte. Figures are of the process
+tree under /usr/bin/time: wall clock, processor seconds, resident memory of its largest process.
+
+What compresses is compared at one level, that of zstd: the name of a peer says which where it is not zstd 3 (restic has
+no levels; "auto", its default, is that of zstd 3).
 
 Needs bench/gen_dbf (make -C bench), a built tree (--root), and /usr/bin/time, restic, borgbackup, zstd."""
 import argparse
@@ -29,10 +33,12 @@ MIB = 1 << 20
 
 
 class Scenario:
-    """With `restored` a chain: its days are stored once, each made when it is its turn, and only these given back."""
+    """`peers`: of each group the first is compared with the others. With `restored` a chain: its days are stored once,
+    each made when it is its turn, and only these given back."""
 
-    def __init__(self, title, days, make, peers, share=1.0, restored=None):
-        self.title, self.days, self.make, self.peers, self.share = title, days, make, peers, share
+    def __init__(self, title, days, make, groups, share=1.0, restored=None):
+        self.title, self.days, self.make, self.groups, self.share = title, days, make, groups, share
+        self.peers = list(dict.fromkeys(peer for group in groups for peer in group))
         self.chain, self.restored = restored is not None, restored or days
 
 
@@ -71,21 +77,24 @@ def incompressible(day, size, path):
             out.write(source.randbytes(MIB))
 
 
-ALL = ['keel', 'restic', 'borg', 'zstd -3', 'cp']
+FEWEST = 3  # repetitions of a table
+
+AT_3 = ['keel, zstd 3', 'restic', 'borg', 'zstd -3', 'cp']
 SCENARIOS = {
-    'blocks': Scenario('Database blocks, 3 % changed a day', [0, 1, 7], database(), ALL),
-    'days': Scenario('30 days of database blocks, 3 % changed a day', list(range(31)), database(), ['keel'],
+    'blocks': Scenario('Database blocks, 3 % changed a day', [0, 1, 7], database(),
+                       [AT_3 + ['borg, blocks of 8 KiB'], ['keel', 'borg, zstd 1', 'zstd -1']]),
+    'days': Scenario('30 days of database blocks, 3 % changed a day', list(range(31)), database(), [['keel']],
                      restored=[0, 1, 7, 30]),
     'runs': Scenario('Database blocks, 3 % changed a day in runs of 16', [0, 1], database('--cluster', '16'),
-                     ['keel', 'restic', 'borg']),
+                     [['keel, zstd 3', 'restic', 'borg', 'borg, blocks of 8 KiB']]),
     'multiplexed': Scenario('Database blocks of 4 files multiplexed, 3 % changed a day', [0, 1, 7],
-                            database('--mux', '4'), ALL, 0.5),
-    'tar': Scenario('A tar of system files', [0, 1], system_files, ALL, 0.5),
-    'random': Scenario('Incompressible bytes', [0, 1], incompressible, ALL, 0.5),
+                            database('--mux', '4'), [AT_3 + ['borg, blocks of 8 KiB']], 0.5),
+    'tar': Scenario('A tar of system files', [0, 1], system_files, [AT_3], 0.5),
+    'random': Scenario('Incompressible bytes', [0, 1], incompressible, [AT_3], 0.5),
     'plain': Scenario('Stored as it is: no compression, no duplicates, no encryption', [0], database(),
-                      ['keel plain', 'dd fdatasync']),
+                      [['keel plain', 'dd, direct']]),
     'channels': Scenario('Two channels, each its own half of the database blocks', [0, 1], database(),
-                         ['keel', 'keel, 2 channels', 'restic, 2 at once']),
+                         [['keel, zstd 3', 'keel, zstd 3, 2 channels', 'restic, 2 at once']]),
 }
 
 
@@ -98,28 +107,43 @@ class Peer:
 
 def peers(root):
     keel = f'KEEL_ROOT={root} REPO={{repo}} DAY={{day}} OP=%s {HERE}/keel-peer'
-    plain = "OPTIONS='COMPRESSION no;DEDUPLICATION no;ENCRYPTION no;VERIFY no' "
     restic = 'restic -q -r {repo} '
     store = Peer(f'{root}/bin/keel', keel % 'init', keel % 'backup' + ' <{src}', keel % 'restore')
     rest = Peer('restic', restic + 'init --repository-version 2',
                 restic + 'backup --stdin --stdin-filename piece --tag {day} <{src}',
                 restic + 'dump --tag {day} latest piece')
+
+    def keel_with(options, parts=1):
+        return Peer(store.program, f"OPTIONS='{options}' {store.init}", store.backup, store.restore, parts)
+
+    def borg(options):
+        return Peer('borg', 'borg init -e repokey-blake2 {repo}', f'borg create {options} {{repo}}::{{day}} - <{{src}}',
+                    'borg extract --stdout {repo}::{day}')
+
+    def zstd(level):
+        return Peer('zstd', 'mkdir -p {repo}', f'zstd -{level} -T2 -q -f {{src}} -o {{repo}}/{{day}}',
+                    'zstd -d -c -q {repo}/{day}')
+
     return {
         'keel': store,
-        'keel, 2 channels': Peer(store.program, store.init, store.backup, store.restore, 2),
-        'keel plain': Peer(store.program, plain + store.init, store.backup, store.restore),
+        'keel, zstd 3': keel_with('COMPRESSION zstd 3'),
+        'keel, zstd 3, 2 channels': keel_with('COMPRESSION zstd 3', 2),
+        'keel plain': keel_with('COMPRESSION no;DEDUPLICATION no;ENCRYPTION no;VERIFY no'),
         'restic': rest,
         'restic, 2 at once': Peer('restic', rest.init, rest.backup, rest.restore, 2),
-        'borg': Peer('borg', 'borg init -e repokey-blake2 {repo}', 'borg create -C zstd,3 {repo}::{day} - <{src}',
-                     'borg extract --stdout {repo}::{day}'),
-        'zstd -3': Peer('zstd', 'mkdir -p {repo}', 'zstd -3 -T2 -q -f {src} -o {repo}/{day}',
-                        'zstd -d -c -q {repo}/{day}'),
-        'cp': Peer('cp', 'mkdir -p {repo}', 'cp {src} {repo}/{day} && sync {repo}/{day}', 'cat {repo}/{day}'),
-        'dd fdatasync': Peer('dd', 'mkdir -p {repo}', 'dd if={src} of={repo}/{day} bs=256k conv=fdatasync status=none',
-                             'dd if={repo}/{day} bs=256k status=none'),
+        'borg': borg('-C zstd,3'),
+        'borg, zstd 1': borg('-C zstd,1'),
+        'borg, blocks of 8 KiB': borg('-C zstd,3 --chunker-params fixed,8192'),
+        'zstd -3': zstd(3),
+        'zstd -1': zstd(1),
+        'cp': Peer('cp', 'mkdir -p {repo}', 'cp {src} {repo}/{day}', 'cat {repo}/{day}'),
+        'dd, direct': Peer('dd', 'mkdir -p {repo}', 'dd if={src} of={repo}/{day} bs=1M oflag=direct status=none',
+                           'dd if={repo}/{day} bs=1M iflag=direct status=none'),
     }
 
 
+VERSIONS = {'{root}/bin/keel': '--version', 'restic': 'version', 'borg': '--version', 'zstd': '--version',
+            'dd': '--version', 'uname': '-sr', 'nproc': '--all'}
 ENVIRONMENT = {
     'RESTIC_PASSWORD': 'bench', 'RESTIC_CACHE_DIR': '{dir}/restic-cache', 'BORG_BASE_DIR': '{dir}/borg',
     'BORG_PASSPHRASE': 'bench', 'BORG_RELOCATED_REPO_ACCESS_IS_OK': 'yes',
@@ -189,7 +213,7 @@ class Run:
             os.sync()
             before = stored(self.repo)
             began = time.time()
-            figures = self.shell(self.commands(peer, peer.backup, path, day))
+            figures = self.shell(self.commands(peer, peer.backup, path, day) + f' && sync -f {self.repo}')
             if peer.parts == 2:  # how evenly the two got on
                 one, two = (float(open(f'{self.args.dir}/end{part}', encoding='ascii').read()) - began
                             for part in (1, 2))
@@ -209,7 +233,16 @@ class Run:
             if repetition == 0 and peer.parts == 1:
                 self.shell(f'{{ {command}; }} | cmp - {path}')
 
+    def versions(self):
+        """Of every program that takes part, and of the machine."""
+        for program, question in VERSIONS.items():
+            program = program.format(root=os.path.abspath(self.args.root))
+            if shutil.which(program):
+                said = subprocess.run([program, question], capture_output=True, text=True, check=True).stdout
+                self.record('versions', os.path.basename(program), 0, said.strip().split('\n')[0])
+
     def run(self):
+        self.versions()
         for name, scenario in SCENARIOS.items():
             if not re.fullmatch(self.args.scenario, name):
                 continue
@@ -217,7 +250,7 @@ class Run:
                 os.makedirs(path, exist_ok=True)
             sources = self.sources(name, scenario)
             for repetition in range(self.args.first, self.args.first + self.args.reps):
-                for peer in scenario.peers:
+                for peer in random.sample(scenario.peers, len(scenario.peers)):
                     if not shutil.which(self.peers[peer].program):
                         self.record(name, peer, repetition, 'missing')
                         continue
@@ -238,18 +271,20 @@ def drop_caches():
     try:
         with open('/proc/sys/vm/drop_caches', 'w', encoding='ascii') as control:
             control.write('3')
-    except OSError:
-        pass
+    except OSError as error:
+        sys.exit(f'The page cache cannot be dropped before a restore, so it would prove nothing: {error}. Run it as root.')
 
 
 class Results:
     """scenario → peer → step → repetition → (bytes, wall, processor, memory, stored)"""
 
     def __init__(self, path):
-        self.rows = {}
+        self.rows, self.versions = {}, {}
         for line in open(path, encoding='utf-8'):
             scenario, peer, repetition, step, *figures = line.rstrip('\n').split('\t')
-            if figures:
+            if scenario == 'versions':
+                self.versions[peer] = step
+            elif figures:
                 self.rows.setdefault(scenario, {}).setdefault(peer, {}).setdefault(step, {})[int(repetition)] = \
                     [float(figure) for figure in figures]
 
@@ -270,11 +305,16 @@ def rate(row):
 
 
 def report(results, plots):
+    print('Programs: ' + '; '.join(f'{program}: {said}' for program, said in results.versions.items()) + '.\n')
     for name, scenario in SCENARIOS.items():
         if name not in results.rows:
             continue
         steps = [f'{what}{day}' for what in ('day', 'restore') for day in scenario.restored]
-        count = max(len(step) for step in next(iter(results.rows[name].values())).values())
+        count = min(len(step) for steps in results.rows[name].values()
+                    for what, step in steps.items() if not scenario.chain or what.startswith('restore'))
+        if count < FEWEST:
+            print(f'{name}: {count} of {FEWEST} repetitions, so no table.', file=sys.stderr)
+            continue
         print(f'### {scenario.title}\n\nMedian of {count}, MiB/s (processor seconds per GiB)'
               f'{"; stored, as part of the stream" if len(scenario.days) > 1 else ""}.\n')
         print('| |' + ''.join(f' {step.replace("day", "day ").replace("restore", "restore ")} |' for step in steps) +
@@ -294,10 +334,12 @@ def report(results, plots):
             apart = results.median(name, peer, 'apart0', lambda row: row[1])
             if apart:
                 print(f'| | the slower one took {apart:.2f} × the time of the other' + ' |' * (len(steps) + 1))
+        for first, *others in scenario.groups:
+            for peer in others:
+                ratios = [(step, results.ratio(name, first, peer, step)) for step in steps]
+                print(f'\n{first} against {peer}: ' +
+                      ', '.join(f'{step} {ratio:.2f} ×' for step, ratio in ratios if ratio))
         first = scenario.peers[0]
-        for peer in scenario.peers[1:]:
-            ratios = [(step, results.ratio(name, first, peer, step)) for step in steps]
-            print(f'\n{first} against {peer}: ' + ', '.join(f'{step} {ratio:.2f} ×' for step, ratio in ratios if ratio))
         if scenario.chain:
             ratios = [(step, results.ratio(name, first, first, step, 'restore0')) for step in steps[-3:]]
             print('\nAgainst restore0: ' + ', '.join(f'{step} {ratio:.2f} ×' for step, ratio in ratios if ratio))
@@ -311,17 +353,20 @@ def report(results, plots):
 
 def draw(path, title, values, groups):
     """Bars, a group for each step, a colour for each peer."""
-    colours = ['#0b6e4f', '#c8553d', '#5b7db1', '#e0a458', '#8a8d91']
+    colours = ['#0b6e4f', '#c8553d', '#5b7db1', '#e0a458', '#8a8d91', '#7a4988', '#3fa796', '#d48fb0', '#4a4a4a']
     highest = max(value for row in values.values() for value in row if value)
-    width, left, top, height, bar = 760, 60, 60, 240, 96 // len(values)
+    across = 4  # names in a row of the legend
+    width, left, height, bar = 760, 60, 240, 96 // len(values)
+    top = 60 + 16 * ((len(values) - 1) // across)
     step = (width - left) // len(groups)
     parts = [f'<svg xmlns="http://www.w3.org/2000/svg" width="{width}" height="{top + height + 40}" '
              f'font-family="sans-serif" font-size="11"><rect width="100%" height="100%" fill="white"/>'
              f'<text x="{left}" y="18" font-size="14">{title}: MiB/s</text>']
     for number, (peer, row) in enumerate(values.items()):
         colour = colours[number % len(colours)]
-        parts.append(f'<rect x="{left + number * 130}" y="28" width="10" height="10" fill="{colour}"/>'
-                     f'<text x="{left + 14 + number * 130}" y="37">{peer}</text>')
+        parts.append(f'<rect x="{left + number % across * 170}" y="{28 + number // across * 16}" width="10" '
+                     f'height="10" fill="{colour}"/><text x="{left + 14 + number % across * 170}" '
+                     f'y="{37 + number // across * 16}">{peer}</text>')
         for group, value in enumerate(row):
             tall = height * (value or 0) / highest
             x, y = left + group * step + number * bar, top + height - tall
