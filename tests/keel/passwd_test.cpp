@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <csignal>
+#include <sstream>
+#include <thread>
 
 namespace keel::test
 {
@@ -49,6 +51,30 @@ TEST_F(KeelPasswdTest, PasswordFromStandardInputIsWrittenAndTheOptionsAreNamed)
         EXPECT_TRUE(written() == longest) << "nothing is half done";
     }
     EXPECT_EQ(keel({"passwd", "secret"}).status, 2) << "never on the command line";
+}
+
+TEST_F(KeelPasswdTest, AStopInTheMiddleOfAPipedLineTakesNothingFromIt)
+{
+    const auto handled = [](pid_t pid, int number) { // by the process, or it has stopped
+        std::istringstream status(readFile("/proc/" + std::to_string(pid) + "/status"));
+        for (std::string word; status >> word;)
+            if (word == "ShdPnd:" && status >> word)
+                return (std::stoull(word, nullptr, 16) >> (number - 1)) % 2 == 0;
+        return false;
+    };
+    Program keel({keelProgram(), "passwd", "--stdin"});
+    ASSERT_TRUE(keel.feed("correct"));
+    while (!keel.taken())
+        std::this_thread::yield();
+    keel.signal(SIGTSTP);
+    while (!handled(keel.pid(), SIGTSTP))
+        std::this_thread::yield();
+    keel.signal(SIGCONT);
+    ASSERT_TRUE(keel.feed(" horse\n"));
+    keel.closeInput();
+    const ProgramResult result = keel.wait();
+    EXPECT_EQ(result.status, 0) << result.err;
+    EXPECT_EQ(written().size(), 39U + 2 * 9) << "13 characters";
 }
 
 TEST_F(KeelPasswdTest, AgentLogsOnWithTheFileAndWithNoOtherPassword)

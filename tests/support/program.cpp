@@ -1,6 +1,7 @@
 // See program.h.
 #include "tests/support/program.h"
 
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -144,6 +145,12 @@ Program::~Program()
 bool Program::feed(std::string_view bytes)
 {
     return writeAll(input_, bytes);
+}
+
+bool Program::taken() const
+{
+    int waiting = 0;
+    return ::ioctl(input_, FIONREAD, &waiting) == 0 && waiting == 0;
 }
 
 void Program::closeInput()

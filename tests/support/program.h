@@ -46,6 +46,8 @@ public:
     /// Returns when the program, or the pipe, has taken all of it. False when nobody reads any
     /// more.
     bool feed(std::string_view bytes);
+    /// Has the program read all that it was fed?
+    [[nodiscard]] bool taken() const;
     void closeInput();
     void signal(int number);
     [[nodiscard]] ProgramResult wait();

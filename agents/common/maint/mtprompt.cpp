@@ -23,6 +23,10 @@ namespace
 
 constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
 constexpr std::size_t kSignalCount = sizeof kSignals / sizeof kSignals[0];
+// Without a terminal there is nothing to restore before a stop; and a question that began anew in
+// the middle of a line would take the rest of it for the answer.
+constexpr std::size_t kEndingSignals = kSignalCount - 1;
+static_assert(kSignals[kEndingSignals] == SIGTSTP);
 
 psMutex_t askMutex;
 volatile std::sig_atomic_t caught = 0;
@@ -54,7 +58,8 @@ void wipe(char *memory, std::size_t size)
 class SignalWatch
 {
 public:
-    SignalWatch()
+    /// Of the first `count` signals.
+    explicit SignalWatch(std::size_t count) : count_(count)
     {
         caught = 0;
         if (!psPipe(wakeUp)) {
@@ -67,7 +72,7 @@ public:
         };
         note.sa_handler = mtNoteSignal;
         ::sigemptyset(&note.sa_mask);
-        for (std::size_t i = 0; i < kSignalCount; ++i) {
+        for (std::size_t i = 0; i < count_; ++i) {
             ::sigaction(kSignals[i], nullptr, &before_[i]);
             if (before_[i].sa_handler != SIG_IGN) {
                 ::sigaction(kSignals[i], &note, nullptr);
@@ -77,7 +82,7 @@ public:
     }
     ~SignalWatch()
     {
-        for (std::size_t i = 0; watching_ && i < kSignalCount; ++i) {
+        for (std::size_t i = 0; watching_ && i < count_; ++i) {
             ::sigaction(kSignals[i], &before_[i], nullptr);
         }
         for (int &end : wakeUp) {
@@ -113,6 +118,7 @@ public:
 
 private:
     struct sigaction before_[kSignalCount] = {};
+    const std::size_t count_;
     bool watching_ = false;
 };
 
@@ -219,11 +225,12 @@ mtAsk_t readLine(int descriptor, char *answer, std::size_t size)
 mtAsk_t askOnce(const mtQuestion_t &question, const std::string &shown, char *answer,
                 std::size_t size)
 {
-    const SignalWatch watch;
+    const bool piped = question.from == mtAskFrom::standardInput;
+    const SignalWatch watch(piped ? kEndingSignals : kSignalCount);
     if (!watch.watching()) {
         return MT_ASK_ERROR;
     }
-    if (question.from == mtAskFrom::standardInput) {
+    if (piped) {
         return readLine(STDIN_FILENO, answer, size);
     }
     const Terminal terminal(question.secret);
