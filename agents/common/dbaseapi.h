@@ -10,21 +10,22 @@
 #include <cstddef>
 #include <cstdint>
 
-/// A stop-watch over the time of day; it jumps when the system's clock is set.
+/// A stop-watch over the time of day: a clock that is set forward meanwhile makes the time longer.
 class DIfcTimeUtil
 {
 public:
     /// Note the present time as start or end. Both return 1.
     int startTimer();
     int endTimer();
-    /// Return the time from the last start to the last end in whole milliseconds or seconds; 0 when
-    /// the clock was set back.
+    /// Return the time from the last start to the last end in whole milliseconds or seconds, cut; 0
+    /// when the end lies before the start: between a start and its end, or after the clock was set
+    /// back.
     long getElapsedMs();
     long getElapsedSec();
     /// Sleeps that long, across signals.
     static void milliSleep(unsigned milliseconds);
     /// Writes "YYYY-MM-DD hh:mm:ss.uuuuuu" of now, local time, cut to size - 1 characters and
-    /// terminated.
+    /// terminated; nothing for a size of 0.
     static void getTimeStamp(char *text, std::size_t size);
 
 private:
@@ -34,7 +35,8 @@ private:
     std::atomic<std::int64_t> end_{0};
 };
 
-/// The totals of the calls made so far.
+/// The totals of the calls made so far. A call counts in `calls` when it begins, in `totalTime`
+/// when it ends. Calls that overlap share the one stop-watch, so that totalTime is too low then.
 class DBaseApiStatus : public DIfcTimeUtil
 {
 public:
@@ -47,7 +49,7 @@ public:
 class DBaseApi
 {
 public:
-    /// The name is copied, cut at 63 characters; it serves in traces.
+    /// The name is copied, cut at 63 characters, null as ""; it serves in traces.
     explicit DBaseApi(const char *apiName = "");
     virtual ~DBaseApi() = default;
     DBaseApi(const DBaseApi &) = delete;
@@ -71,7 +73,8 @@ public:
     static void StartApiCall(DBaseApiStatus *status);
     void EndApiCall(DBaseApiStatus *status);
     static void EndApiCall(DBaseApiStatus *status, const char *name);
-    /// Writes the total in seconds to the agent trace (class TR_PERFORM).
+    /// Writes the total in seconds to the agent trace (class TR_PERFORM), taking all of it for
+    /// milliseconds.
     void LogApiStatus(DBaseApiStatus *status);
 
 protected:

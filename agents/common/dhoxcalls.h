@@ -3,10 +3,12 @@
 //
 //     rc = hoxApi().dhoxSendData(HoxApiStatusObjP, handle, &block);
 //
-// A call is traced and, unless it returns void, timed; the client's code is returned unchanged, and
-// hoxapi.h says what it means. Any thread may call. Every instance of the process shares the one
-// table of operations. The table is filled and cleared under the initialisation lock and does not
-// change while a channel is active, so that reading it needs no lock.
+// A call is traced and, unless it returns void, timed and counted, loaded or not; with a null
+// status it is not. The client's code is returned unchanged, and hoxapi.h says what it means. Any
+// thread may call. Every instance of the process shares the one table of operations, so one that
+// another instance filled serves all. The table is filled and cleared under the initialisation lock
+// and does not change while a channel is active or a call is inside (callpin.h), so that reading it
+// needs no lock; a program without channels sees to that itself.
 #ifndef KEEL_AGENTS_COMMON_DHOXCALLS_H
 #define KEEL_AGENTS_COMMON_DHOXCALLS_H
 
@@ -17,7 +19,8 @@
 #include "client/include/hoxapi.h"
 #include "common/ut/trace.h"
 
-/// The code of every call while no client is loaded; its arguments are not touched then.
+/// The code of every call while no client is loaded or the binding is not usable(); its arguments
+/// are not touched then. An operation that returns void then does nothing, and nothing says so.
 constexpr std::int16_t DHOX_NOT_LOADED = 104;
 
 /// One operation, called through the class-wide pointer to it.

@@ -1,7 +1,8 @@
 // KEELCTrace: starts and enables the agent trace on behalf of libobk.so. One object a process, made
-// at initialisation before the database trace and deleted at clean-up; its destructor ends the
-// trace and forgets the test flags. The statements themselves are KEEL_TRACE. The calls have no
-// state but that of the trace, see common/ut/trace.h.
+// at initialisation before the database trace and deleted at clean-up. Making it sets the trace's
+// client type to 9; its destructor ends the trace, as trEnd does, and forgets the test flags. The
+// statements themselves are KEEL_TRACE. The calls have no state but that of the trace, see
+// common/ut/trace.h, which also says how long a file name may be.
 #ifndef KEEL_AGENTS_COMMON_KEELCTRACE_H
 #define KEEL_AGENTS_COMMON_KEELCTRACE_H
 
@@ -17,9 +18,11 @@ public:
     KEELCTrace(const KEELCTrace &) = delete;
     KEELCTrace &operator=(const KEELCTrace &) = delete;
 
-    /// Starts tracing to fileName, with process and thread in every line; writes the header block
-    /// when writeHeader is not 0. Returns 0, or with the trace off kCannotEnable, 406 for a name
-    /// that is missing or too long, 426 for a file that cannot be opened.
+    /// Closes an earlier trace file and starts tracing to fileName, with process and thread in
+    /// every line. Whatever writeHeader is, "Trace begun" is written once since trEnd; the block
+    /// "Tracing started for" follows when it is not 0. Returns 0, kCannotEnable, or, with no file
+    /// open and every class off, 406 for a name that is missing or too long and 426 for a file that
+    /// cannot be opened.
     std::uint32_t trBegin(const char *fileName, int writeHeader);
 
     /// As the functions of those names in common/ut/trace.h.

@@ -15,11 +15,13 @@
 
 /// Loads the storage client and sets it up with this option file (empty: the client's default) for
 /// all sessions of the process; a second set-up ends the sessions of the first. No other call of
-/// this room may run meanwhile. HOX_RC_BAD_OPTION_FILE also for a path that is too long. After
-/// anything but 0 no session can be started; the library may stay loaded.
+/// this room may run meanwhile. A path that is too long is HOX_RC_BAD_OPTION_FILE and leaves an
+/// earlier set-up as it was; after any other failure no session can be started, and the library may
+/// stay loaded.
 int mtSetUp(const std::string &optionFile);
 /// Ends every session and cleans the client up; the library stays loaded. No other call of this
-/// room may run meanwhile. Without a set-up it does nothing.
+/// room may run meanwhile. Without a set-up it does nothing. An mtSession whose session was ended
+/// so, or by a second set-up, keeps its handle; calls with it answer HOX_RC_BAD_HANDLE.
 void mtCleanUp();
 
 struct mtLogon_t {
@@ -42,9 +44,10 @@ public:
     /// Ends the session and what is under way in it; does nothing when none is open.
     void end();
 
-    /// The handle for calls through mtApi(); 0 while no session is open.
+    /// The handle for calls through mtApi(); 0 before start(), after its failure and after end().
     [[nodiscard]] hoxHandle_t handle() const { return handle_; }
-    /// The facts of the session that was started last.
+    /// The facts of the session that was started last; blank before the first, or when start()
+    /// failed after the logon.
     [[nodiscard]] const ApiSessInfo &info() const { return info_; }
     /// Returns how many objects a transaction takes; at least 1.
     [[nodiscard]] std::size_t mostPerTransaction() const;
@@ -54,12 +57,14 @@ private:
     ApiSessInfo info_{};
 };
 
-/// Returns the sentence for a code, in English, without its identifier, for any code. It names more
-/// (an object, a path) when the code is that of the last failure on this thread.
+/// Returns the sentence for a code, in English, without its identifier. It names more (an object, a
+/// path) when the code is that of the last failure on this thread. For a code without a text, and
+/// for all but DHOX_NOT_LOADED while nothing is loaded: "the storage client answered N".
 [[nodiscard]] std::string mtText(int rc);
 
 /// One call of the storage client by a utility, counted under MT_TIME_CLIENT while the object
-/// lives: mtApi()->dhoxBeginTxn(mtStatus(), ...). Use it as a temporary only.
+/// lives: mtApi()->dhoxBeginTxn(mtStatus(), ...). Use it as a temporary only: all that the thread
+/// does while it lives counts.
 class mtCall
 {
 public:

@@ -27,15 +27,19 @@ struct mtMeasured_t {
 /// True while measuring is on; changed by mtMeasure only.
 extern std::atomic<bool> mtMeasuring;
 
-/// Switches measuring on, which sets the sums to 0, or off, which keeps them.
+/// Switches measuring on, which sets the sums to 0, or off, which keeps them. What an mtTimed does
+/// is decided when it begins: one that began while measuring was on adds all its time at its end,
+/// whatever was switched meanwhile, and one that began while it was off adds nothing.
 void mtMeasure(bool on) noexcept;
-/// Returns the sums of a category so far, without an mtTimed that is still running.
+/// Returns the sums of a category so far, without an mtTimed that is still running; zeros for no
+/// category. While others end, count and time may not belong together.
 [[nodiscard]] mtMeasured_t mtMeasured(mtCategory_t category) noexcept;
 /// Returns a constant: "client calls", "transfer", "waiting", "database"; "" for no category.
 [[nodiscard]] const char *mtCategoryName(mtCategory_t category) noexcept;
 
-/// Counts the time that it lives. On the stack only: the innermost mtTimed of a thread runs, the
-/// outer ones pause.
+/// Counts the time that it lives, and 1 (an inner one of the same category too). On the stack only:
+/// the innermost mtTimed of a thread runs, the outer ones pause. The category is not checked: never
+/// MT_TIME_CATEGORIES.
 class mtTimed
 {
 public:

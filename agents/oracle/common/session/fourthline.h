@@ -1,5 +1,6 @@
-// The last of the first four lines of an output, which may hold anything. Lines are cut at 512
-// characters; what follows the cut is the next line. One thread.
+// The last of the first four lines of an output, which may hold anything. A line is cut at 512
+// characters, its end included; what follows the cut, be it the line end alone, is the next line.
+// One thread.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_SESSION_FOURTHLINE_H
 #define KEEL_AGENTS_ORACLE_COMMON_SESSION_FOURTHLINE_H
 
@@ -9,7 +10,8 @@
 class LastOfFourLines
 {
 public:
-    /// Takes the next part of the output. Returns false once the four lines are complete.
+    /// Takes the next part of the output. Returns false once the four lines are complete; what
+    /// follows them is ignored.
     bool take(const char *data, std::size_t size)
     {
         for (std::size_t i = 0; i < size && lines_ < kLines; ++i) {
@@ -20,8 +22,9 @@ public:
         }
         return lines_ < kLines;
     }
-    /// Ends the output, in the middle of a line too. Returns the line, with its line end; "" when
-    /// there was no output. The text is the object's.
+    /// Ends the output, in the middle of a line too: what take() gets afterwards is a new line.
+    /// Returns the line, with its line end; "" when there was no output. The text, which a NUL of
+    /// the output ends, is the object's and is overwritten by the next line.
     const char *last()
     {
         if (used_ != 0 && lines_ < kLines) {

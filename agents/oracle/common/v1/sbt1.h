@@ -52,15 +52,19 @@ public:
         return ctx_ == nullptr ? 0 : static_cast<int>(ctx_->hoxHandle);
     }
 
-    // The fields of the entry; each call takes orcMutex itself. Only with an entry.
+    // The fields of the entry. Only with an entry (exportNode() too): there is no check. Each call
+    // takes orcMutex itself, which the caller may hold. Block sizes and counts are bytes. openFile
+    // also notes the context's session handle in the entry and sets the byte count to 0.
     [[nodiscard]] std::uint32_t blockSize() const;
     [[nodiscard]] std::int16_t state() const;
     void setState(std::int16_t state);
     void openFile(std::uint64_t blockSize, std::int16_t state);
     void countBytes(std::uint64_t bytes);
 
-    /// Set the error record and return -1. The message, or the storage client's text of apiRc, is
-    /// written to the error log and to the agent trace. failNoEntry: errnum is 2014.
+    /// Set the error record and return -1. fail and failApi write the message, or the storage
+    /// client's text of apiRc, to the error log; all four write it to the agent trace. failNoEntry:
+    /// errnum is 2014, the constructor has logged the text already, and the exit text is set; after
+    /// the others the caller sets it.
     int fail(std::uint32_t oer, std::uint32_t errnum, const OrcMessage &message);
     int failApi(std::uint32_t oer, std::uint32_t errnum, std::int16_t apiRc);
     int failNoEntry(std::uint32_t oer);
@@ -85,7 +89,9 @@ private:
 };
 
 // The storage steps. They return 0 or a 16-bit code of the storage client or of this library. Where
-// not said otherwise a failure is reported: in the context's error text and in the error log.
+// not said otherwise a failure is reported: in the context's error text and in the error log. No
+// step checks a file name: one that sbt1FileNameFits refuses would be cut silently and would then
+// name another piece.
 
 /// Ends the session of an earlier file and opens one; its handle is kept in the entry and in the
 /// context. On failure there is no session.
@@ -104,13 +110,17 @@ std::uint16_t queryMC(Sbt1Call &call, const char *fileName, const char *mcName);
 /// Registers the context's filespace; one that is registered already is a success.
 std::uint16_t regFS(orcObj_t *ctx);
 
-/// Begins to write: 2503 when the object exists. On failure no transaction is open; the session is.
+/// Begins to write: 2503 when the object exists, and in place of 121 of queryObj. On failure no
+/// transaction is open; the session is.
 std::uint16_t prepareSend(Sbt1Call &call, const char *fileName);
-/// Begins to read: 2 when there is no such object. On failure the session stays open.
+/// Begins to read: 2, reported, when there is no such object; 121 of queryObj is returned as it is.
+/// On failure the session stays open.
 std::uint16_t prepareGet(Sbt1Call &call, const char *fileName);
 
 /// End the object of a session, and commit it or end the reading. Each makes both of its steps and
-/// returns the first failure, which it does not report; after 0 of closeSend the file is durable.
+/// returns the first failure, which it does not report. After 0 of closeSend the file is durable;
+/// after a failure nothing is stored, and the transaction has ended all the same. The session stays
+/// open until cleanUp() or the next ohoxSess.
 std::uint16_t closeSend(std::uint32_t th);
 std::uint16_t closeGet(std::uint32_t th);
 

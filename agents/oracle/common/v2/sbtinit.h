@@ -11,14 +11,17 @@
 constexpr std::size_t ORC_TRACEFILE_SIZE = 1025;
 constexpr std::size_t ORC_DESCRIPTION_SIZE = 513;
 
-extern char traceFile[ORC_TRACEFILE_SIZE]; // named by sbtinit's caller
-extern std::uint64_t traceLevel;           // given to sbtinit2
-extern std::uint64_t clientApiVsn;         // given to sbtinit2: high byte major, low byte minor
-extern std::uint32_t OpNotify;             // operation notification was asked for
+// Named by sbtinit's caller, cut silently; every sbtinit clears it first.
+extern char traceFile[ORC_TRACEFILE_SIZE];
+// Given to sbtinit2, which sets the three to 0 first; an item without a value counts as 0.
+extern std::uint64_t traceLevel;
+extern std::uint64_t clientApiVsn; // high byte major, low byte minor
+extern std::uint32_t OpNotify;     // operation notification was asked for
 
 /// Fills the table of SBT_FN_COUNT entry points. With a whole proxy-copy library *loaded is 1, its
-/// ten entries are filled, and description (ORC_DESCRIPTION_SIZE characters) is the library's, cut
-/// to fit; else *loaded is 0, the ten entries are null, and description is empty.
+/// ten entries are filled, description (ORC_DESCRIPTION_SIZE characters) is the library's, cut to
+/// fit, and the library stays open for good; else *loaded is 0, the ten entries are null,
+/// description is empty, no library is open, and only the agent trace says why.
 void loadFuncPs(sbtEntryPoint *table, int *loaded, char *description);
 
 #endif
