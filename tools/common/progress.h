@@ -1,5 +1,6 @@
 // The progress of long work, in one line of standard error that is written over. Shows nothing when
-// standard error is no terminal. One thread at a time. A failed write is ignored.
+// standard error is no terminal, and nothing in the first 100 ms and then at most every 100 ms, but
+// for finish(). One thread at a time. A failed write is ignored.
 #ifndef KEEL_TOOLS_COMMON_PROGRESS_H
 #define KEEL_TOOLS_COMMON_PROGRESS_H
 
@@ -14,7 +15,8 @@ namespace tools
 class Progress
 {
 public:
-    /// `total` is the number of bytes expected, if known. `quiet`: nothing is shown on a terminal
+    /// `label` is copied and made printable(). `total` is the number of bytes expected, if known;
+    /// 0, or a count beyond it, is shown as if it were not. `quiet`: nothing is shown on a terminal
     /// either. Time counts from here.
     explicit Progress(const std::string &label, std::optional<std::uint64_t> total = std::nullopt,
                       bool quiet = false);
@@ -23,22 +25,21 @@ public:
     Progress(const Progress &) = delete;
     Progress &operator=(const Progress &) = delete;
 
-    /// Counts `bytes` more, by which the time left is estimated. The line changes at most every 100
-    /// ms.
+    /// Counts `bytes` more, by which the time left is estimated.
     void add(std::uint64_t bytes);
 
     /// For work that is planned in steps, by which the time left is estimated. `bytes` are those so
-    /// far, and their rate is shown; with 0 the rate of the steps is.
+    /// far, and their rate is shown; with 0 the rate of the steps is. `planned` is shown as at
+    /// least `done`; with 0 the bar stays at 0 %, and with both 0 only the time passed is shown.
     void show(std::uint64_t done, std::uint64_t planned, std::uint64_t bytes);
 
     /// Removes the line; call it before something else is printed. The next change shows it again.
     void clear();
 
-    /// Ends the line with the bytes, the time and the rate; it stays.
+    /// Ends the line with the bytes(), the time and the rate, however short the work was; it stays.
     void finish();
 
-    /// Returns the bytes counted by add(), or given to show() last; counted when nothing is shown,
-    /// too.
+    /// Returns the bytes: show() sets them, add() adds to them; counted when nothing is shown, too.
     [[nodiscard]] std::uint64_t bytes() const { return bytes_; }
     /// Returns the seconds since the object was made.
     [[nodiscard]] double seconds() const;
