@@ -24,20 +24,22 @@ struct mtLogEvent_t {
 };
 
 /// Writes an event in the name of this application. An event of severity error or worse is durable
-/// on return, any other when the session ends. messageId is cut silently to the record's length.
+/// on return, any other when the session ends. messageId is cut silently at 8 bytes, the message at
+/// HOX_MAX_LOG_TEXT; its control characters become '?'. HOX_RC_LOG_UNAVAILABLE: the log cannot be
+/// written now, and the session's next event brings this one along.
 int mtLogAppend(const mtSession &session, std::uint32_t severity, const std::string &messageId,
                 const std::string &message);
 
 /// Calls `visit` with each event, day by day in the order of time; false ends the query, which then
-/// returns 0. Returns 0 also when there is no event. `unreadable` is the number of lines that are
-/// no events of the log, and of its files that cannot be read: all that were met, also when there
-/// is no event.
+/// returns 0. `visit` must not use the session or throw. Returns 0 also when there is no event.
+/// `unreadable` is the number of lines that are no events of the log, and of its files that cannot
+/// be read: all of them at the end, also when there is no event; else those that were met so far.
 int mtLogQuery(const mtSession &session, const mtLogFilter_t &filter,
                const std::function<bool(const mtLogEvent_t &event)> &visit,
                std::uint32_t &unreadable);
 
-/// Deletes the events of the days (UTC) that had ended at `before` (seconds since 1970, UTC). Days
-/// that an interrupted call left are deleted by the next call.
+/// Deletes the events of the days (UTC) that had ended at `before` (seconds since 1970, UTC), of
+/// all nodes. Days that an interrupted call left are deleted by the next call.
 int mtLogPrune(const mtSession &session, std::int64_t before);
 
 #endif

@@ -23,7 +23,7 @@ struct mtClass_t {
 
 /// Reads the classes, the default one first; deleted ones only with alsoDeleted. After anything but
 /// 0 `classes` may hold some of them. HOX_RC_REPOSITORY_DAMAGED when classes cannot be read: then
-/// it holds all others.
+/// it holds all others, and does not begin with the default one when that is damaged.
 int mtClasses(const mtSession &session, bool alsoDeleted, std::vector<mtClass_t> &classes);
 
 /// The fields to set; one without a value is left as it is.
@@ -32,11 +32,13 @@ struct mtClassChange_t {
     std::optional<std::uint16_t> versionsKept, daysKept;
 };
 
-/// Defines a class. Fields without a value get the storage pool of the default class, 1 version,
-/// no limit of days. Errors: HOX_RC_OBJECT_EXISTS; HOX_RC_BAD_ARGUMENT for an invalid name and for
-/// a text that is too long.
+/// Defines a class, also under the name of a deleted one; names are in any case. Fields without a
+/// value get the storage pool of the default class, 1 version, no limit of days. Errors:
+/// HOX_RC_OBJECT_EXISTS; HOX_RC_BAD_ARGUMENT for an invalid name and for a text that is too long;
+/// HOX_RC_REPOSITORY_DAMAGED when the storage pool is not given and cannot be read.
 int mtClassDefine(const mtSession &session, const std::string &name, const mtClassChange_t &change);
-/// Changes a class. Errors: HOX_RC_MC_UNKNOWN, HOX_RC_BAD_ARGUMENT.
+/// Changes a class; what others change in it at the same time is kept. Errors: HOX_RC_MC_UNKNOWN;
+/// HOX_RC_BAD_ARGUMENT also when no field has a value.
 int mtClassChange(const mtSession &session, const std::string &name, const mtClassChange_t &change);
 /// Marks a class as deleted. Errors: HOX_RC_MC_UNKNOWN; HOX_RC_BAD_ARGUMENT for the default class.
 int mtClassDelete(const mtSession &session, const std::string &name);
@@ -48,7 +50,8 @@ int mtClassDelete(const mtSession &session, const std::string &name);
 /// another one took its name, meanwhile. A dry run reports and binds nothing. After any error the
 /// objects that were reported with 0 stay bound. Errors: HOX_RC_MC_UNKNOWN (nothing was done),
 /// HOX_RC_ABORTED when the report or the progress said stop, HOX_RC_REPOSITORY_DAMAGED when objects
-/// cannot be read: they are not reported, and all others were treated.
+/// cannot be read: they are not reported, and all others were treated; or when the class may be
+/// among those that cannot be read: then nothing was done.
 int mtBindObjects(const mtSession &finding, const mtSession &changing, const mtFilter_t &filter,
                   const std::string &className, bool dryRun, const mtRemovalReport_t &report);
 

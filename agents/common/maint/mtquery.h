@@ -43,7 +43,8 @@ enum class mtOrder_t : std::uint8_t {
 };
 
 /// Receives one object, valid during the call. Returning false ends the query, which then returns
-/// 0.
+/// 0. It must not throw: the query would stay open, and the session take nothing else until it
+/// ends.
 using mtObjectVisitor_t = std::function<bool(const dhoxBackupObject_t &object)>;
 
 /// Calls `visit` with each object that the filter names. `visit` must not use the session. Returns

@@ -15,7 +15,7 @@
 
 enum class mtAction_t {
     deactivate, // active objects become inactive: their names are free, expiry deletes them later
-    remove,     // active and inactive objects are deleted
+    remove,     // active and inactive objects are deleted; only an administrator brings them back
     nothing,    // a dry run: each object is reported with 0, and nothing is done
 };
 
@@ -34,7 +34,8 @@ struct mtObject_t {
 /// Receives what became of an object: 0; HOX_RC_OBJECT_UNKNOWN when it does not exist any more or,
 /// for deactivate, is inactive already; HOX_RC_REPOSITORY_DAMAGED when it cannot be read, and stays
 /// as it is. Called after the object's transaction, in the thread of add() or finish(). Returning
-/// false stops the removal; the other objects of the same transaction are still reported.
+/// false stops the removal; the other objects of the same transaction are still reported. It must
+/// not throw in the two calls that query: mtquery.h says why.
 using mtRemovalReport_t = std::function<bool(const mtObject_t &object, int rc)>;
 
 /// A removal that is fed objects one by one. One thread. The destructor carries nothing out:

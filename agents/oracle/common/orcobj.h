@@ -18,17 +18,17 @@
 
 // The codes of this library; those of the storage client pass through as they are.
 constexpr std::uint16_t ORC_RC_OK = 0;
-constexpr std::uint16_t ORC_RC_NOT_FOUND = 7;      // no such piece
-constexpr std::uint16_t ORC_RC_FOUND = 8;          // the piece is there
-constexpr std::uint16_t ORC_RC_COPY_NUMBER = 11;   // above 4
-constexpr std::uint16_t ORC_RC_NO_DIRECTORY = 167; // of the password file
-constexpr std::uint16_t ORC_RC_TRACE_OPEN = 406;
-constexpr std::uint16_t ORC_RC_TRACE_FILE = 426;
-constexpr std::uint16_t ORC_RC_NO_ENTRY = 2014;
-constexpr std::uint16_t ORC_RC_CLIENT_TOO_OLD = 2507;
-constexpr std::uint16_t ORC_RC_PSWD_DIRECTORY = 2521;
+constexpr std::uint16_t ORC_RC_NOT_FOUND = 7;         // no such piece
+constexpr std::uint16_t ORC_RC_FOUND = 8;             // the piece is there
+constexpr std::uint16_t ORC_RC_COPY_NUMBER = 11;      // above 4
+constexpr std::uint16_t ORC_RC_NO_DIRECTORY = 167;    // of the password file
+constexpr std::uint16_t ORC_RC_TRACE_OPEN = 406;      // the trace's name is missing or too long
+constexpr std::uint16_t ORC_RC_TRACE_FILE = 426;      // the trace file cannot be opened
+constexpr std::uint16_t ORC_RC_NO_ENTRY = 2014;       // of this process in the context table
+constexpr std::uint16_t ORC_RC_CLIENT_TOO_OLD = 2507; // the storage client, or it is not loaded
+constexpr std::uint16_t ORC_RC_PSWD_DIRECTORY = 2521; // of the password file: it cannot be used
 constexpr std::uint16_t ORC_RC_NO_MEMORY = 2522;
-constexpr std::uint16_t ORC_RC_OPTION_FILE = 2534;
+constexpr std::uint16_t ORC_RC_OPTION_FILE = 2534; // it cannot be read, or a line is wrong
 constexpr std::uint16_t ORC_RC_NULL_CONTEXT = 2539;
 constexpr std::uint16_t ORC_RC_NO_INSTALL_PATH = 2601;
 constexpr std::uint16_t ORC_RC_EXISTS_ALREADY = 65535; // the context table; also plain -1
@@ -83,7 +83,7 @@ struct orcObj_t {
     std::int32_t infoCount;    // names that bkupInfoTypeP has room for
     std::int16_t state;        // ORC_STATE_
     std::int16_t resumedPiece; // positive: the piece continues work of an earlier session
-    std::uint32_t prevError;   // 1: a transfer of this piece failed, nothing more may be sent
+    std::uint32_t prevError;   // 1: a transfer failed or it was aborted: nothing more may be sent
     std::uint32_t blockSize;   // bytes, of the open piece
     std::int64_t maxSize;      // as sbtbackup was given it; 0: not announced
     std::int32_t cliType;      // as nlinit takes it

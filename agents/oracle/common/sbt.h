@@ -63,8 +63,9 @@ SBT_EXPORT int sbtinit2(void *ctx, unsigned long flags, const sbtPair *init2In);
 /// nothing that the context owns.
 SBT_EXPORT int sbtend(void *ctx, unsigned long flags);
 
-/// Begins a piece. blockSize is the size of every later block; copyNumber 2 to 4 selects a
-/// management class of the option file; the rest only describes the piece. After -1 nothing is
+/// Begins a piece. blockSize is the size of every later block, 1 to 4,294,967,295 bytes; copyNumber
+/// 2 to 4 selects a management class of the option file, 0 and 1 the client's, and more is refused;
+/// maxSize may become the size estimate, the rest only describes the piece. After -1 nothing is
 /// stored; call sbtclose2 (or sbtend), unless the call was refused because a piece is open already:
 /// that one continues unharmed. 7503: the piece exists, or the look for it failed.
 SBT_EXPORT int sbtbackup(void *ctx, unsigned long flags, const char *pieceName,
@@ -76,14 +77,16 @@ SBT_EXPORT int sbtwrite2(void *ctx, unsigned long flags, void *buffer);
 /// Ends the open piece and the session, whatever it returns; the channel can begin another piece. 0
 /// after a backup means that the piece is stored and durable, unless SBT_CLOSE_ABORT was given or
 /// an sbtwrite2 failed: then 0 means that nothing is stored. -1 may also mean that the piece is
-/// stored and only the record of its filespace could not be updated.
+/// stored and only the record of its filespace could not be updated. Without an open piece 0, with
+/// message 2614 and code 7501 when the channel was idle already.
 SBT_EXPORT int sbtclose2(void *ctx, unsigned long flags);
 /// Begins to read a piece. After -1 call sbtclose2 (or sbtend), unless the call was refused because
 /// a piece is open already. 7502: there is no such piece, or the look for it failed.
 SBT_EXPORT int sbtrestore(void *ctx, unsigned long flags, const char *pieceName,
                           unsigned long blockSize);
 /// Writes the next block to buffer (the block size of sbtrestore). The last block may be shorter;
-/// its length is not reported. -1 with 7504 after the last block, as often as asked.
+/// its length is not reported. -1 with 7504 after the last block, as often as asked. After -1
+/// nothing in the buffer counts.
 SBT_EXPORT int sbtread2(void *ctx, unsigned long flags, void *buffer);
 
 /// Describes pieces. pieceNames ends at a null pointer. *info ends at SBTBFINFO_END and stays the
@@ -95,8 +98,9 @@ SBT_EXPORT int sbtinfo2(void *ctx, unsigned long flags, char **pieceNames, sbtPa
 /// After -1 the pieces before the failure may be deleted.
 SBT_EXPORT int sbtremove2(void *ctx, unsigned long flags, char **pieceNames);
 
-/// Appends a text (at most 512 characters, the rest is dropped silently) to the options of all
-/// later sessions of the channel. Its content is not checked.
+/// Appends a text to the options of all later sessions of the channel, without a blank between. At
+/// most 512 characters of it are taken, and 513 of all texts; the rest is dropped silently. Its
+/// content is not checked. A null or empty one is 0.
 SBT_EXPORT int sbtcommand(void *ctx, unsigned long flags, void *command);
 /// Returns the code and the text of the last failure. No success clears the code; sbtwrite2,
 /// sbtrestore and the end of a file clear the text. Any of the places may be null. *nativeMsg
@@ -114,7 +118,7 @@ SBT_EXPORT void veloQueryVersion(veloVersion *record);
 
 /// The answer of sbtinfo for a stored file.
 struct sbtFileInfo {
-    char name[256];
+    char name[256];             // cut silently
     std::uint64_t size;         // bytes
     std::uint64_t creationTime; // seconds since the epoch; 0 when it is not known
     std::uint32_t media;        // SBT1_MEDIA_
@@ -155,7 +159,8 @@ constexpr std::uint32_t SBT_NOT_FOUND = 7502;
 constexpr std::uint32_t SBT_EXISTS = 7503;
 constexpr std::uint32_t SBT_END_OF_FILE = 7504;
 
-// Items of sbtinit's in-list, and of its out-list.
+// Items of sbtinit's in-list (END, TRACEFILE: a path), and of its out-list: values are pointers to
+// 64-bit numbers, but DESC is a text, FUNCTIONS the table of entry points, and PROXY null.
 constexpr std::uint64_t SBTINIT_END = 1;
 constexpr std::uint64_t SBTINIT_TRACEFILE = 2;
 constexpr std::uint64_t SBTINIT_MAXSIZE = 3;
@@ -167,13 +172,13 @@ constexpr std::uint64_t SBTINIT_MMSVSN = 8;
 constexpr std::uint64_t SBTINIT_PROXY = 9;
 constexpr std::uint64_t SBTINIT_MAXPROXYFILES = 10;
 
-// Items of sbtinit2's in-list.
+// Items of sbtinit2's in-list; values are pointers to 64-bit numbers.
 constexpr std::uint64_t SBTINIT2_TRACELEVEL = 1;
 constexpr std::uint64_t SBTINIT2_CLIENTAPI = 2;
 constexpr std::uint64_t SBTINIT2_NOTIFY = 3;
 constexpr std::uint64_t SBTINIT2_END = 9999;
 
-// Items of sbtbackup's object list.
+// Items of sbtbackup's object list: a text, a number cast to a pointer, a pointer to 64 bits.
 constexpr std::uint64_t SBTOBJECT_DBNAME = 2;
 constexpr std::uint64_t SBTOBJECT_DBID = 3;
 constexpr std::uint64_t SBTOBJECT_FILETYPE = 5;
@@ -185,8 +190,8 @@ constexpr std::uint64_t SBT_FILETYPE_OTHER = 3;
 // Flags of sbtclose2.
 constexpr unsigned long SBT_CLOSE_ABORT = 1;
 
-// Items of the array that sbtinfo2 answers with; times are pointers to 64-bit seconds since the
-// epoch.
+// Items of the array that sbtinfo2 answers with. NAME, LABEL and COMMENT are texts, NOTFOUND and
+// END null, the others pointers to 64-bit numbers; times are seconds since the epoch.
 constexpr std::uint64_t SBTBFINFO_NAME = 1;
 constexpr std::uint64_t SBTBFINFO_METHOD = 2;
 constexpr std::uint64_t SBTBFINFO_CRETIME = 3;

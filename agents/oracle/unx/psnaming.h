@@ -10,8 +10,8 @@
 
 #include "agents/oracle/common/orcobj.h"
 
-/// Fills the context's object name for a piece: filespace, "/", "/" + piece. The caller has bounded
-/// the name.
+/// Fills the context's object name for a piece: filespace, "/", "/" + piece. The caller has tested
+/// the name by psveloPieceNameFits: a longer one would be cut, and name another piece.
 void psveloFillObjName(orcObj_t *ctx, const char *pieceName);
 /// As above into a record, with the filespace name unchanged. Returns 0.
 int psfillObjName(const char *pieceName, const char *fsName, hoxObjName *name);

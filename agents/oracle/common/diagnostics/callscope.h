@@ -56,8 +56,8 @@ public:
     /// is RMANTR_DETAIL and level 1.
     enum class Exit { Failure, Flow, EndOfFile };
 
-    /// Sets the exit text, cut silently at 4,095 bytes; the last one set wins. After leave() it
-    /// does nothing. Use SCOPE_EXIT.
+    /// Sets the whole exit text, with the routine's name and line end, cut silently at 4,095 bytes;
+    /// the last one set wins. After leave() it does nothing. Use SCOPE_EXIT.
     void setExit(Exit kind, const char *file, unsigned line, const char *format, ...)
         __attribute__((format(printf, 5, 6)));
 
@@ -75,8 +75,8 @@ public:
     [[nodiscard]] bool traced() const;
 
 protected:
-    /// databaseEnter: what the database trace says on entry; null keeps the routine out of that
-    /// trace.
+    /// databaseEnter: what the database trace says on entry behind the name, with its line end;
+    /// null keeps the routine out of that trace.
     TraceScope(const char *name, const char *file, unsigned line, const char *databaseEnter);
 
 private:

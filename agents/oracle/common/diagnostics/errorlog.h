@@ -15,8 +15,9 @@
 constexpr std::size_t ORC_PATH_SIZE = 1025;
 
 /// Writes the path of the error log to path (ORC_PATH_SIZE characters). The option file is read at
-/// every call: its HOXI_LOG, or without that the installation directory; when the process cannot
-/// create files there, the current directory. Returns 0, or the code of psveloGetVeloDir.
+/// every call: its HOXI_LOG, or without that the installation directory; when that is blank, too
+/// long, or the process cannot create files there, the current directory. Returns 0, or the code of
+/// psveloGetVeloDir.
 std::uint16_t getErrorLog(char *path);
 
 /// Appends "DATE TIME TID<process> ==> text" to the error log (local time). Control characters of
@@ -44,6 +45,7 @@ void veloLogApiText(std::uint32_t hoxHandle, std::int16_t rc);
 
 /// Reports a storage-client call that failed: its English text becomes the context's error text,
 /// the text in the host's language a line of the error log. The context's SBT code stays as it is.
+/// ctx is not null here.
 void veloReportApiFailure(orcObj_t *ctx, std::int16_t rc);
 
 /// Reports a message of this library: it becomes the context's error text (ctx may be null) and a
@@ -64,8 +66,8 @@ void veloReportWrongState(orcObj_t *ctx, const char *function);
 /// initMutex.
 std::uint16_t callNlinit(const orcObj_t *ctx);
 
-/// Returns the date, time or number format of an option's text; 1 when it is negative or above
-/// highest, 0 when it is no number.
+/// Returns the date, time or number format of an option's text, the digits that it begins with; 1
+/// when it is negative or above highest, 0 when it is no number.
 unsigned veloFormatNumber(const char *option, unsigned highest);
 
 /// Returns the message number for an agent return code, which is always 4, and traces the code.

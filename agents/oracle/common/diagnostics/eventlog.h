@@ -46,8 +46,9 @@ public:
     void logApiMsg(std::uint32_t hoxHandle, logType_t, std::uint32_t severity, std::int16_t rc);
     void queueApiMsg(std::uint32_t hoxHandle, logType_t, std::uint32_t severity, std::int16_t rc);
 
-    /// Sends the queue from its head and empties it. When the log answers 2041 the rest stays
-    /// queued: a later call tries it again, the destructor drops it unsent.
+    /// Sends the queue from its head and empties it; call it before the session of its messages
+    /// ends, or they are lost. When the log answers 2041 the rest stays queued: a later call tries
+    /// it again, the destructor drops it unsent.
     void logQueuedMsgs();
 
 private:

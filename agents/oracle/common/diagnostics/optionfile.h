@@ -1,8 +1,9 @@
 // Reading an option file: choosing it, its lines, and looking one option up. Nothing here reports:
 // the error log itself reads the file, for every line.
 //
-// Keyword-value lines; a line whose first character is an asterisk is a comment; keywords in any
-// case; the last occurrence of a keyword wins in the whole reading, the first in a single look-up.
+// Keyword-value lines; a line that begins with an asterisk, after white space too, is a comment;
+// keywords in any case; the last occurrence of a keyword wins in the whole reading, the first in a
+// single look-up.
 // A line of more than 512 characters counts as several. Any thread; nothing here is shared.
 #ifndef KEEL_AGENTS_ORACLE_COMMON_DIAGNOSTICS_OPTIONFILE_H
 #define KEEL_AGENTS_ORACLE_COMMON_DIAGNOSTICS_OPTIONFILE_H
@@ -42,13 +43,14 @@ private:
     std::FILE *stream_ = nullptr;
 };
 
-/// Opens the file that VELO_OPTFILE names, else the default one; file.path is set in either case.
-/// Returns 0, or 2534 (reported) when it cannot be opened or holds more than 16 MiB.
+/// Opens the file that VELO_OPTFILE names (one pair of quotes around the path is removed), or the
+/// default one when that is not set, empty or too long; file.path is set in either case. Returns 0,
+/// or 2534 when it cannot be opened or holds more than 16 MiB.
 std::uint16_t veloOpenOptionFile(OptionFile &file);
 
-/// Rewinds the file and copies the value of the first line with that keyword (upper case) to value
-/// (ORC_OPTION_SIZE characters). Returns 0, or 65535 with value untouched when there is no such
-/// line or it has no value.
+/// Rewinds the file and copies the cleaned value of the first line with that keyword (upper case)
+/// to value (ORC_OPTION_SIZE characters); blanks or quotes alone are a value, "". Returns 0, or
+/// 65535 with value untouched when there is no such line or nothing follows its keyword.
 std::uint16_t veloGetOption(std::FILE *stream, const char *keyword, char *value, int encoding,
                             int flags);
 

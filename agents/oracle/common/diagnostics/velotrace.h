@@ -9,9 +9,10 @@
 /// under initMutex.
 extern KEELCTrace *keelTrcClass;
 
-/// Sets the test flags, starts the trace that the options name and selects its classes;
-/// keelTrcClass exists. A trace that does not start is reported in the error log (message 201 or 3)
-/// and stays off. The caller holds initMutex.
+/// Sets the test flags that the options name (none: the earlier ones hold), starts the trace and
+/// selects its classes; keelTrcClass exists. A trace that does not start is reported in the error
+/// log (message 201 or 3) and stays off; an unknown class is noted in the trace. The caller holds
+/// initMutex.
 void veloInitTrace(orcObj_t *ctx);
 
 /// Writes the "Tracing started for" block and the settings dump, whatever classes are on; nothing
@@ -22,7 +23,7 @@ void veloTraceHeaderInfo(const orcObj_t *ctx);
 void veloTraceBuffer(const void *data, std::size_t size);
 
 /// Reads a test flag whose value is a number. Returns false, with *number untouched, when the flag
-/// is off; *number is 0 for a flag without a value.
+/// is off; *number is 0 for a flag without a value or with one that is no number.
 bool veloTestNumber(const char *flag, long *number);
 
 #endif

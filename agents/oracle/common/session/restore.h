@@ -14,8 +14,8 @@
 /// does that.
 std::uint16_t veloPrepGet(orcObj_t *ctx);
 
-/// Ends the object and the read. Returns the code of ending the read; a failure to end the object
-/// does not count. Both failures are reported, and in both event logs.
+/// Ends the object and the read; the session stays open. Returns the code of ending the read; a
+/// failure to end the object does not count. Both failures are reported, and in both event logs.
 std::uint16_t closeGet(orcObj_t *ctx);
 
 #endif

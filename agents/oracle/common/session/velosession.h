@@ -20,20 +20,21 @@ std::uint16_t veloCheck_API_Level();
 /// client keeps the node password (bUsePwGenerate) and which node its options name, and clears the
 /// context's node, owner and password path when the client keeps it (reported as 2610). Returns 0,
 /// the storage client's code, or an errno value. A failure is reported, except of chmod and of
-/// reading the client's options, which only the agent trace shows. After a failed first set-up a
-/// file /tmp/VELO.* stays.
+/// reading the client's options, which only the agent trace shows; after the latter the client
+/// stays set up, and veloCleanUp cleans it up. After a failed first set-up a file /tmp/VELO.*
+/// stays.
 std::uint16_t psDoHoxSetUp(orcObj_t *ctx);
 
 /// Opens a session for a context that has none and stores its handle there. Options of the session
 /// that cannot be read are reported, and the session is good all the same. Returns 0, the storage
 /// client's code, or that of the password reader; a failure is reported. When the client refuses
 /// the session, the context's state becomes 1 (initialised); when its facts cannot be read, the
-/// session stays open.
+/// session stays open. The password is wiped before the return.
 std::int16_t veloSession(orcObj_t *ctx);
 
 /// Prepares what a session start needs: when the client keeps the password, the context's option
-/// string gets a blank; else the password is read from its file. Returns 0, or the password
-/// reader's code, which is reported and becomes the exit text of scope.
+/// string gets a blank, and password stays empty; else the password is read from its file. Returns
+/// 0, or the password reader's code, which is reported and becomes the exit text of scope.
 std::uint16_t veloSessionSecrets(orcObj_t *ctx, SessionPassword &password, TraceScope &scope);
 
 /// Ends the context's session, if there is one, and zeroes its handle; a failure is ignored.
