@@ -8,9 +8,10 @@
 #include <string>
 #include <string_view>
 
-/// Both cut src to the size bytes of dst and terminate it (unless size is 0). They return false
-/// when something was cut, which may split a character of UTF-8. src may lie within dst. stAppend
-/// takes a dst without a terminator as full and terminates it.
+/// Both cut src to the size bytes of dst and terminate it (unless size is 0); what lies behind the
+/// terminator stays as it was, a secret too. They return false when something was cut, which may
+/// split a character of UTF-8. src may lie within dst. stAppend takes a dst without a terminator as
+/// full and terminates it.
 bool stCopy(char *dst, std::size_t size, std::string_view src) noexcept;
 bool stAppend(char *dst, std::size_t size, std::string_view src) noexcept;
 

@@ -1,6 +1,7 @@
 // Tracked memory: the amount outstanding can be read at any time, so that a leak shows.
 //
-// Every block from here is released through utFree, never through free. Any thread; no locks.
+// Every block from here is released through utFree, never through free. Nothing is wiped. Any
+// thread; no locks.
 #ifndef KEEL_COMMON_UT_UTMEM_H
 #define KEEL_COMMON_UT_UTMEM_H
 
