@@ -21,7 +21,8 @@ struct TypedName {
     std::string piece;
 };
 /// Takes a full name, "/lumoorc//df_12_1" as messages and arca show have it, or the name of a piece
-/// apart. Throws UsageError when the full name has no filespace, or no piece.
+/// apart; a text without "//", or without a slash at its beginning, is the latter. Throws
+/// UsageError when the full name has no filespace, or no piece.
 TypedName typedName(const std::string &text);
 
 /// Returns the name of the object. A filespace without a slash at its beginning gets one. Throws

@@ -1,6 +1,7 @@
 // Secrets from a person: typed without echo on the terminal, or the next line of standard input.
-// All fail with badArgument when there is no terminal to ask on, no line, or one that is empty or
-// too long; the text never holds what was typed. One thread.
+// All throw UsageError when there is no terminal to ask on, and fail with badArgument for no line,
+// one that is empty or too long (in bytes) and one with control characters; the text never holds
+// what was typed. A line that was refused is wiped here. One thread.
 #ifndef KEEL_TOOLS_ARCA_SECRETS_H
 #define KEEL_TOOLS_ARCA_SECRETS_H
 

@@ -27,8 +27,9 @@ void addSelectionOptions(tools::Verb verb, Selection &selection);
 bool hasFilters(const Selection &selection);
 
 /// Returns the filter of a query, with its progress shown. A pattern with "//" names a filespace
-/// and a piece. Throws UsageError when a time or a size is malformed, the pattern and --filespace
-/// both name a filespace, or the pattern begins with "//".
+/// and a piece; such a one, and one without "*" and "?", means pieces of the agent only (high-level
+/// name "/"). --filespace gets a slash in front where it lacks one. Throws UsageError when a time
+/// or a size is malformed, the pattern and --filespace both name a filespace, or typedName() does.
 mtFilter_t filterFrom(const Selection &selection);
 
 /// Returns the failure "no piece matches df_*".

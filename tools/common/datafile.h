@@ -24,13 +24,15 @@ namespace tools
 constexpr std::size_t kDatafileBlock = 8192;
 
 struct DatafileSettings {
-    std::uint64_t bytes = std::uint64_t{1} << 30; ///< on day 0, without the header block
+    // A cluster, files or burst of 0 counts as 1.
+    std::uint64_t bytes = std::uint64_t{1} << 30; ///< on day 0, without the header block; of whole
+                                                  ///< blocks, the rest is dropped
     std::uint64_t seed = 1;
     std::uint32_t day = 0;
     double rate = 3.0;               ///< per cent of the blocks that change in a day
     std::uint32_t cluster = 1;       ///< blocks that change together
     double empty = 15.0;             ///< per cent of the blocks that were not used on day 0
-    std::uint64_t inserts = 4;       ///< extents that come into use in a day
+    std::uint64_t inserts = 4;       ///< extents that come into use in a day; above 64 some repeat
     std::uint64_t insertBlocks = 61; ///< blocks of such an extent
     std::uint32_t files = 1;         ///< that the stream interleaves, each day in another order
     std::uint32_t burst = 32;        ///< blocks of a file at a time

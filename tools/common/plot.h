@@ -12,7 +12,7 @@ namespace tools
 {
 
 /// Returns a bar in proportion to value / most, `width` columns for `most` or more. A value above 0
-/// has at least one step; one of 0 or less is an empty text.
+/// has at least one step; one of 0 or less, and any where `most` is, is an empty text.
 [[nodiscard]] std::string bar(double value, double most, std::size_t width);
 
 /// Returns a column for each value, as high as the value is beside the greatest. With more values

@@ -15,8 +15,8 @@ namespace tools
 /// it is below 20 or above 1,000.
 [[nodiscard]] std::size_t terminalWidth(int descriptor);
 
-/// Returns true when the locale of the environment (LC_ALL, LC_CTYPE, LANG) is a UTF-8 one, so that
-/// output may hold more than ASCII.
+/// Returns true when the locale of the environment (the first of LC_ALL, LC_CTYPE, LANG that is not
+/// empty) is a UTF-8 one, so that output may hold more than ASCII.
 [[nodiscard]] bool speaksUtf8();
 
 /// Returns the columns that the text takes on a terminal. A byte that is not part of a UTF-8

@@ -19,8 +19,8 @@ namespace tools
 /// Returns "0:07", "1:02:33": minutes and hours, rounded to seconds; less than 0 as 0.
 [[nodiscard]] std::string durationText(double seconds);
 
-/// Returns the text as one line: ASCII control characters become "\n", "\x1b" and the like. Nothing
-/// is cut.
+/// Returns the text as one line: control characters (those of ASCII, and U+0080 to U+009F, also as
+/// single bytes) become "\n", "\t", "\x1b" and the like. Nothing is cut; a backslash stays one.
 [[nodiscard]] std::string printable(std::string_view text);
 
 /// Returns the text with its ASCII letters in lower case.

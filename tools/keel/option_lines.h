@@ -11,8 +11,9 @@
 namespace keel
 {
 
-/// The lines in their order, keywords in upper case, values without quotation marks and blanks at
-/// their ends. A keyword may come several times, and its last line counts; a value may be empty.
+/// The lines in their order, however long, keywords in upper case, values without quotation marks
+/// and without blanks at their ends. A keyword may come several times, and its last line counts; a
+/// value may be empty, and so may the keyword of a line of commas.
 using OptionLines = std::vector<std::pair<std::string, std::string>>;
 [[nodiscard]] OptionLines optionLinesIn(std::istream &input);
 /// Returns no lines for a file that cannot be read or is larger than the agent reads, 16 MiB, and

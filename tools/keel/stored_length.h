@@ -9,15 +9,16 @@ namespace keel
 {
 
 /// Fills in the size of every piece that was found. The size of a piece that the agent does not
-/// describe stays empty: the call that needs the piece reports why. No channel may be open; each
-/// piece takes a session of its own. Nothing is written to the database trace. Throws only
-/// std::bad_alloc.
+/// describe, and of one with a name above 255 bytes, stays empty: the call that needs the piece
+/// reports why. No channel may be open; each piece takes a session of its own. Nothing is written
+/// to the database trace. Throws only std::bad_alloc.
 void addStoredLengths(ChannelOptions options, std::vector<PieceInfo> &pieces);
 
-/// Returns the size of the blocks to restore a piece in: `asked`, or when that is 0 the default, or
-/// the largest power of two that the stored length is a multiple of. Throws Failure when the length
-/// is no multiple of `asked`: the piece was stored in other blocks. Which these were, the length
-/// does not show.
+/// Returns the size of the blocks to restore a piece in, in bytes: `asked`, or when that is 0 the
+/// default, or, where the stored length is no multiple of that, the largest power of two below it
+/// that fits. Throws Failure when the length is no multiple of `asked` (the piece was stored in
+/// other blocks; in which, the length does not show) or of any block size of keel. Without a length
+/// nothing is checked.
 [[nodiscard]] std::size_t restoreBlockSize(std::size_t asked,
                                            std::optional<std::uint64_t> storedLength);
 

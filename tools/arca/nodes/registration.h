@@ -14,7 +14,8 @@ namespace arca::tool
 /// Registers the node, durably. Returns false when it is registered already, and with
 /// PASSWORDACCESS generate its password is kept here. The next run finishes an interrupted one.
 /// Errors: badArgument (the name, or what was typed), noPassword (registered, and its password is
-/// not kept here), exists (another host registered it meanwhile), and those of writing.
+/// not kept here), exists (another host registered it meanwhile), and those of writing. Throws
+/// UsageError as secrets.h says.
 Result<bool> registerNode(store::Repository &repository, const config::Options &options,
                           const std::string &node, bool fromStandardInput);
 

@@ -12,12 +12,12 @@ namespace arca::tool
 /// "/".
 std::string pieceOf(const store::ObjectName &name);
 /// Returns true when `pattern` (* and ?) matches pieceOf(name) or, when the pattern has "//" in it,
-/// the whole name. An empty pattern matches all.
+/// the whole name. An empty pattern matches all. Throws UsageError as typedName() does.
 bool isMeant(const store::ObjectName &name, const std::string &pattern);
 
 /// Logs on, as logOn() does, and shows the removed pieces that match: a line each, or the fields
 /// "objects", "count", "size" and "graceSeconds" of `result`. Errors: those of logOn(); notFound
-/// when none matches a pattern.
+/// when none matches a pattern; damaged, after all were shown, when the grace time cannot be read.
 Result<void> listRemoved(const Command &command, const std::string &pattern, bool fromStandardInput,
                          Json &result);
 

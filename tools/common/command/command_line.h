@@ -24,9 +24,9 @@ public:
     /// Reads the command line into the variables of the options and calls what onChosen() set for
     /// the chosen verb. An empty value of an option or an operand is wrong use, except for
     /// --description; so are the words of doubtful_words.h. Returns false when the program is to
-    /// end with `status`: after --help,
-    /// --version or --generate (outline.h), which fail with 1 when their text cannot be written,
-    /// and after wrong use, which was reported on standard error. Call it once.
+    /// end with `status`: after --help, --version or --generate (generate.h), which fail with 1
+    /// when their text cannot be written, and after wrong use (2), which was reported on standard
+    /// error. Otherwise `status` is left as it is. Call it once.
     bool read(const std::string &version, int argc, char **argv, int &status);
 
 private:

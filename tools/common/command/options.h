@@ -53,8 +53,9 @@ private:
 
 /// A verb, or the program itself: a handle as Option is. Names are as "--input,-i", or as "NAME"
 /// for an operand. A variable is filled in when the command line is read, and left as it is when
-/// the option is not given; it must live until then. Numbers are decimal, whatever zeros they begin
-/// with, and all of the value.
+/// the option is not given; it must live until then. An option that is given twice is wrong use,
+/// unless its variable is a list. Numbers are decimal, whatever zeros they begin with, without an
+/// exponent, and all of the value.
 class Verb
 {
 public:
@@ -99,7 +100,8 @@ public:
     /// Returns every option added so far except --help and `option`; operands are not among them.
     [[nodiscard]] std::vector<Option> otherOptions(Option option) const;
 
-    /// `chosen` is called when the verb was chosen, with all variables filled in.
+    /// `chosen` is called when the verb was chosen, with all variables filled in. What it throws
+    /// passes through Program::read().
     void onChosen(std::function<void()> chosen) const;
     /// Makes a command line without one of this verb's verbs wrong use.
     void requireVerb() const;

@@ -1,4 +1,4 @@
-// The standard streams that a program was started with.
+// The standard streams that a program was started with. Any thread, but for the first call.
 #ifndef KEEL_TOOLS_COMMON_COMMAND_STREAMS_H
 #define KEEL_TOOLS_COMMON_COMMAND_STREAMS_H
 
@@ -10,10 +10,10 @@
 namespace tools
 {
 
-/// Opens /dev/null for reading wherever a standard descriptor is closed, so that no file that is
-/// opened later gets its number and the program's output; writing there fails with EBADF. Ignores
-/// SIGPIPE and SIGXFSZ: a reader that ends, and the limit on the size of files, become a failed
-/// write. Call it before anything is opened.
+/// Opens /dev/null, the wrong way round, wherever a standard descriptor is closed, so that no file
+/// that is opened later gets its number and the program's output; reading standard input and
+/// writing the two others then fail with EBADF. Ignores SIGPIPE and SIGXFSZ: a reader that ends,
+/// and the limit on the size of files, become a failed write. Call it before anything is opened.
 void secureStandardStreams();
 
 /// Writes `text` to standard error as it is. A failure is ignored: the last message of a program

@@ -1,8 +1,9 @@
 // Files that the programs write under a name that a person gave. One set of rules for all of them:
 //
-//   1. A regular file, or a name that leads to nothing, is written under a random name beside it,
-//      and gets its name in one step when all of it is there. A reader finds the file of before or
-//      the whole of the new one.
+//   1. A regular file, or a name that leads to nothing, is written under a random name beside it
+//      (.unfinished.XXXXXX, mode 0600, which a program that is killed leaves behind), and gets its
+//      name in one step when all of it is there. A reader finds the file of before or the whole of
+//      the new one.
 //   2. A symbolic link to a regular file, or to nothing, is refused: another user may have made the
 //      link, and must not choose what a program of root writes.
 //   3. A device, a FIFO and a standard stream (/dev/stdout, /dev/fd/3) are written to as they are,
@@ -49,7 +50,8 @@ struct FileRules {
 class WrittenFile
 {
 public:
-    /// Opens what is to be written. Throws FileFailure, and then nothing was made or changed.
+    /// Opens what is to be written; "-" is a name as any other. Throws FileFailure, and then
+    /// nothing was made or changed.
     explicit WrittenFile(const std::string &name, const FileRules &rules = {});
     /// Closes the file. Without publish() nothing stays of a file that is written aside.
     ~WrittenFile();

@@ -22,7 +22,8 @@ struct BenchPlan {
     std::string input;       ///< file to store; empty: data are generated
     std::string prefix;      ///< of the pieces' names
 
-    /// Returns the name of the piece that the channel stores on that day; channels count from 0.
+    /// Returns the name of the piece that the channel stores on that day, "PREFIX-DAY-N"; channels
+    /// count from 0, N from 1.
     [[nodiscard]] std::string pieceOf(unsigned day, unsigned channelNumber) const;
 };
 

@@ -25,7 +25,7 @@ struct ChannelOptions {
 struct PieceAttributes {
     std::string database;                  ///< empty: none named
     std::optional<std::uint64_t> fileType; ///< SBT_FILETYPE_...
-    unsigned long copy = 1;
+    unsigned long copy = 1;                ///< 1 to 4; from 2 on a class of the agent's option file
 };
 
 /// What the agent knows of a piece. Times are seconds since 1970, UTC, 0 for none.
@@ -52,7 +52,8 @@ public:
     Channel(const Channel &) = delete;
     Channel &operator=(const Channel &) = delete;
 
-    /// Opens a new piece of that name, which must be free. `blockSize` is that of all its blocks.
+    /// Opens a new piece of that name, which must be free. `blockSize`, in bytes, is that of all
+    /// its blocks.
     virtual void beginBackup(const std::string &name, const PieceAttributes &attributes,
                              std::size_t blockSize) = 0;
     /// Sends one block of exactly that size. Not durable before closePiece().
@@ -61,7 +62,7 @@ public:
     /// Opens the piece of that name for reading in blocks of that size.
     virtual void beginRestore(const std::string &name, std::size_t blockSize) = 0;
     /// Fills one block. Returns false when the block before was the last. The agent does not report
-    /// how much of the last block it filled.
+    /// how much of the last block it filled; the rest is left as it was.
     virtual bool readBlock(std::span<std::byte> block) = 0;
 
     /// Ends the piece. A backup is durable and visible when this returns; after a failure do not
@@ -72,8 +73,9 @@ public:
     /// there.
     [[nodiscard]] virtual std::vector<PieceInfo> info(std::vector<std::string> names) = 0;
 
-    /// Deletes the pieces. A piece that is not there is no failure, and the agent may pass over one
-    /// that it cannot delete; ask info() what became of them.
+    /// Deletes the pieces, durably, each by itself: after a failure some may be deleted. A piece
+    /// that is not there is no failure, and the agent may pass over one that it cannot delete; ask
+    /// info() what became of them.
     virtual void remove(std::vector<std::string> names) = 0;
 };
 

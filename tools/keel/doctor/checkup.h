@@ -34,10 +34,10 @@ public:
     {
     }
 
-    /// Makes every check, in the order in which a channel would meet the things. At last it stores,
-    /// reads and removes a small piece. A fault is a finding and no exception; the piece is removed
-    /// after one, too, or the finding says that it is still there. Throws UsageError as
-    /// openChannel() does.
+    /// Makes every check, in the order in which a channel would meet the things. It makes and
+    /// removes a file in the log directory, and at last it stores, reads and removes a small piece.
+    /// A fault is a finding and no exception; the piece is removed after one, too, or the finding
+    /// says that it is still there. Throws UsageError as openChannel() does.
     void run();
 
 private:
