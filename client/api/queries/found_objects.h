@@ -13,7 +13,7 @@ class FoundObjects final : public Query
 {
 public:
     void add(store::PieceInfo piece) { left_.push_back(std::move(piece)); }
-    /// What next() returns once all objects were handed out.
+    /// Sets what next() returns, each time, once all objects were handed out.
     void endWith(Refusal damage) { damage_ = std::move(damage); }
     bool endsWithDamage() const { return damage_.has_value(); }
 

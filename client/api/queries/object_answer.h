@@ -12,10 +12,11 @@ namespace arca::api
 class ObjectAnswer
 {
 public:
-    /// Fails unless the buffer holds a record of the right size and version.
+    /// Fails unless the buffer holds a record of the right size and version. Writes nothing.
     static Answer<void> expectRecord(DataBlk *data);
     /// Fills the record, with the time until which its class keeps an inactive object, by what the
-    /// class said when this first met it.
+    /// class said when this first met it; a class that cannot be read keeps it for ever. After a
+    /// failure the record is as it was.
     Answer<void> deliver(Session &session, DataBlk *data, const store::PieceInfo &piece);
 
 private:

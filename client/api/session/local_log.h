@@ -8,9 +8,9 @@
 namespace arca::api
 {
 
-/// Appends "<date> <time> TID<pid>  ==>  <text>" (local time) and a newline as one write, under a
-/// lock on the whole file; when another process holds that for more than a second, without it. The
-/// file is made with mode 0600 when it is not there. Control characters of the text are escaped
+/// Appends "MM/DD/YYYY HH:MM:SS TID<PID>  ==>  TEXT" (local time) and a newline as one write, under
+/// a lock on the whole file; when another process holds that for more than a second, without it.
+/// The file is made with mode 0600 when it is not there. Control characters of the text are escaped
 /// ("\n"), and more than 4,000 bytes are cut and marked "...", as the agent does in the same file.
 /// The line is not synced. Returns false when it could not be written whole, also because the path
 /// leads to no regular file; nothing of the line is there then, unless the lock was not had. Throws

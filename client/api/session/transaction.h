@@ -53,7 +53,9 @@ public:
 
     /// Publishes everything, durably and in one step, or nothing: then it returns the code of the
     /// step that failed, HOX_RC_STEP_FAILED when an object was not ended, or what publishing failed
-    /// with. Call it once; drop the transaction afterwards.
+    /// with, whose text says when it is not known whether all of it was published. Damaged
+    /// manifests are set aside first, and stay so when publishing fails; each is a line for `say`.
+    /// Call it once; drop the transaction afterwards.
     Answer<void> commit();
 
 private:
