@@ -23,7 +23,7 @@ int openAboveAt(int directory, const char *path, int flags, mode_t mode = 0600);
 /// fails, no directory is left.
 int makeDirectoryAt(int directory, const char *path);
 
-/// psAboveStandard, for what an open of the caller's own returned.
+/// psAboveStandard (psdescriptor.h), for what an open of the caller's own returned.
 int moveAbove(int descriptor);
 
 } // namespace arca

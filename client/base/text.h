@@ -12,10 +12,10 @@
 namespace arca
 {
 
-/// Lower-case hexadecimal digits, two a byte; a number has 16, the highest first.
+/// Returns lower-case hexadecimal digits, two a byte; a number has 16, the highest first.
 std::string toHex(ByteView bytes);
 std::string toHex(std::uint64_t value);
-/// Digits in any case. Nothing when one is no digit, or their number is odd.
+/// Takes digits in any case, none too. Nothing when one is no digit, or their number is odd.
 std::optional<Bytes> fromHex(std::string_view digits);
 
 /// Returns a text from outside in a form that fits one line of a message: control characters
@@ -29,7 +29,8 @@ bool equalIgnoringCase(std::string_view a, std::string_view b);
 std::string_view trimmed(std::string_view text);
 
 /// Returns true when the pattern covers the whole text: "*" stands for any run of bytes, also an
-/// empty one, "?" for one byte, everything else for itself.
+/// empty one, "?" for one byte, everything else for itself. An empty pattern covers the empty text
+/// only.
 bool matchesPattern(std::string_view text, std::string_view pattern);
 
 } // namespace arca

@@ -20,7 +20,7 @@ using Digest128 = std::array<std::byte, 16>;
 /// Returns the SHA-256 of the parts, each preceded by its length (64 bits, little-endian), so that
 /// no two lists give the same input. Errors: internal.
 Result<Sha256> sha256(std::initializer_list<ByteView> parts);
-/// Errors: internal.
+/// Returns the HMAC under a key of any length. Errors: internal.
 Result<Sha256> hmacSha256(ByteView key, ByteView message);
 
 /// Compares in a time that depends on the length alone, so that nobody can measure how much of a
