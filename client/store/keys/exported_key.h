@@ -35,13 +35,16 @@ struct SealedExport {
     Bytes sealed;
 };
 
-/// Slow on purpose: a passphrase can be tried by whoever has the text.
+/// Both are slow on purpose (scrypt): a reader of the text can try passphrases. They
+/// keep nothing of key and passphrase, which the caller wipes.
 Result<SealedExport> sealExport(const ExportedKey &key, std::string_view passphrase);
-/// `authentication` when the passphrase is another one, or the text was changed.
+/// Errors: authentication when the passphrase is another one, or the text was changed; badArgument,
+/// damaged.
 Result<ExportedKey> openExport(const SealedExport &sealed, std::string_view passphrase);
 
 std::string writtenExport(const SealedExport &sealed);
-/// `badArgument` when the text is no such thing.
+/// Reads what writtenExport() wrote; text before its title and blanks are passed over. Errors:
+/// badArgument when the text is no such thing or longer than 64 KiB, newerFormat.
 Result<SealedExport> readExport(std::string_view text);
 
 } // namespace arca::store

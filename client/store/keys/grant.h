@@ -34,9 +34,9 @@ struct Grant {
     std::string grantor;
     std::string reader;
 
-    /// Fills in `sealed`.
+    /// Fills in `sealed`; the other members are set before.
     Result<void> seal(const SecretKey &dataKey);
-    /// The key of who granted; `damaged`.
+    /// Returns the data key of the grantor. Errors: damaged.
     Result<SecretKey> open(const SecretKey &readersIdentity) const;
 };
 
@@ -53,14 +53,18 @@ public:
     {
     }
 
-    /// Durable on return; one that is there already does no harm.
+    /// Puts the key, durably. One that is there already stays as it is, even damaged, and counts as
+    /// success.
     Result<void> give(std::uint32_t rule, const std::string &reader, const PublicKey &readerKey,
                       const SecretKey &dataKey);
-    /// Nothing when the rule has no key for that identity; `damaged`.
+    /// Returns nothing when the rule has no key for that identity. Errors: damaged, also when the
+    /// grant belongs elsewhere.
     Result<std::optional<SecretKey>> find(std::uint32_t rule, const std::string &reader,
                                           const SecretKey &identity);
+    /// Removes the keys of a rule for all readers; fine when there is none. After an error some may
+    /// be gone. Errors: notFound when another process removes them at the same time.
     Result<void> removeAll(std::uint32_t rule);
-    /// Rules that have a key for whomsoever.
+    /// Returns the rules that have a key for any reader.
     Result<std::set<std::uint32_t>> rules();
 
 private:
@@ -71,12 +75,12 @@ private:
     std::string prefix_;
 };
 
-/// The number of a rule in blob names.
+/// Returns the number of a rule as blob names have it, in hexadecimal digits.
 constexpr std::size_t kRuleDigits = 8;
 std::string ruleDigits(std::uint32_t number);
-/// The numbers that the names under a prefix begin with.
+/// Returns the numbers that the names under a prefix begin with; other names are passed over.
 Result<std::set<std::uint32_t>> rulesUnder(blob::BlobStore &store, const std::string &prefix);
-/// Removes a blob by its name; `notFound`.
+/// Removes the blob that has a name now. Errors: notFound.
 Result<void> removeBlob(blob::BlobStore &store, const std::string &name);
 
 } // namespace arca::store

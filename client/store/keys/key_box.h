@@ -22,16 +22,17 @@ using PublicKey = std::array<std::byte, 32>; // X25519
 using SealedKey = std::array<std::byte, 60>;
 using SealedToPublic = std::array<std::byte, 92>;
 
+/// Seals `key`. Fails only when the cipher library does, or a key is empty.
 Result<SealedKey> sealKey(const SecretKey &under, const SecretKey &key, ByteView context);
-/// `damaged` when the box is not what was sealed under that key and context.
+/// Errors: damaged when the box is not what was sealed under that key and context.
 Result<SecretKey> openKey(const SecretKey &under, const SealedKey &box, ByteView context);
 
-/// Every 32 random bytes are a private key.
+/// Any 32 bytes are a private key.
 Result<PublicKey> publicHalfOf(const SecretKey &privateKey);
 
-/// `damaged` when `receiver` is no key that anything could be sealed to.
+/// Errors: damaged when `receiver` is no key that anything could be sealed to.
 Result<SealedToPublic> sealKeyTo(const PublicKey &receiver, const SecretKey &key, ByteView context);
-/// `damaged` when the box is not what was sealed to that key with that context.
+/// Errors: damaged when the box is not what was sealed to that key with that context.
 Result<SecretKey> openKeyWith(const SecretKey &privateKey, const SealedToPublic &box,
                               ByteView context);
 

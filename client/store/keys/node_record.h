@@ -1,5 +1,5 @@
 // The record of a node: what its password is checked against, and its keys, sealed under the
-// password and to the repository's recovery key. A new password wraps the same keys anew; nothing
+// password and to the repository's recovery key. A new password wraps the same keys again; nothing
 // that was sealed under them changes, and neither does what the recovery key opens.
 //
 // The payload (kind "ARCANODE", version 4):
@@ -35,7 +35,7 @@
 //
 // The context of each sealed key is "ARCANODE", what it is ("data key", "identity") and the name of
 // the node, each as a 16-bit length and as many bytes. Under the wrapping key, since version 4, the
-// layout and the incarnation follow (4 bytes each): nobody without the password can say that the
+// layout and the incarnation follow (4 bytes each): without the password nothing can say that the
 // repository has another layout. (Sealed keys: client/store/keys/key_box.h.)
 //
 // Everybody can seal something to the recovery key. The proof says that what is sealed to it in
@@ -59,6 +59,7 @@ struct NodeKeys {
     bool proven = true; // false: the proof of the record does not hold
 };
 
+/// Returns random keys.
 Result<NodeKeys> newNodeKeys();
 
 struct NodeRecord {
@@ -76,8 +77,9 @@ struct NodeRecord {
     Sha256 proof{};
     bool removed = false; // then only the name and the incarnation are set
 
-    /// Seals the keys under a new password. The proof, where there is one, is made anew, unless
-    /// `keys` say that it did not hold: then it goes on not to hold.
+    /// Seals the keys under a new password; slow when a person may have chosen it (password.h). The
+    /// proof, where there is one, is made again, unless `keys` say that it did not hold: then it
+    /// goes on not to hold. After an error the record is of no use.
     Result<void> wrap(std::string_view password, const NodeKeys &keys);
 };
 
@@ -88,27 +90,30 @@ struct NodePlace {
     std::uint32_t incarnation = 0;
 };
 
-/// `recovery`: the public half of the repository's recovery key.
+/// Makes the record of a new node. `recovery`: the public half of the repository's recovery key.
 Result<NodeRecord> makeNodeRecord(const NodePlace &place, std::string_view password,
                                   const NodeKeys &keys, const PublicKey &recovery);
 /// Returns false when the record has a proof that this data key did not make.
 Result<bool> isProven(const NodeRecord &record, const SecretKey &dataKey);
-/// Returns what to tell the node then.
+/// Returns the sentence to tell the node then.
 std::string unprovenText(const std::string &node);
-/// The keys of `node`: `authentication` when the password, or the record, is not its own.
+/// Returns the keys of `node`; NodeKeys::proven says whether the proof holds. As slow as wrap().
+/// Errors: authentication when the password, or the record, is not its own; damaged.
 Result<NodeKeys> openNodeRecord(const NodeRecord &record, const std::string &node,
                                 std::string_view password);
-/// The same by the recovery key: `authentication` when it does not open them, `damaged` when the
-/// proof does not hold.
+/// The same by the recovery key. Errors: authentication when it does not open them, damaged when
+/// the proof does not hold.
 Result<NodeKeys> recoverNodeRecord(const NodeRecord &record, const std::string &node,
                                    const SecretKey &recoveryKey);
 
 /// Without its record a node is looked for in the incarnations up to this one: far more than the
 /// states of a record that is replaced now and then.
 constexpr std::uint32_t kLastSearched = 64;
-/// The component of blob names that stands for what an incarnation of a node keeps.
+/// Returns the component of blob names (32 digits) that stands for what an incarnation of a node
+/// keeps.
 Result<std::string> spaceKeyOf(const std::string &node, std::uint32_t incarnation);
 
+/// The whole envelope. decodeNodeRecord() checks no proof. Errors: damaged, newerFormat.
 Bytes encodeNodeRecord(const NodeRecord &record);
 Result<NodeRecord> decodeNodeRecord(ByteView bytes);
 

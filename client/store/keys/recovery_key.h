@@ -21,19 +21,21 @@
 namespace arca::store
 {
 
-/// Nothing when the repository has no recovery key yet.
+/// Returns nothing when the repository has no recovery key yet. Errors: damaged, newerFormat.
 Result<std::optional<PublicKey>> recoveryHalf(blob::BlobStore &store);
-/// Makes this the repository's recovery key, durably; `exists` when it has one.
+/// Makes this the repository's recovery key, durably. After another error than exists it may be.
+/// Errors: exists when the repository has one.
 Result<void> publishRecoveryHalf(blob::BlobStore &store, const PublicKey &half);
 
 Bytes encodeRecoveryHalf(const PublicKey &half, std::uint64_t made);
 Result<PublicKey> decodeRecoveryHalf(ByteView bytes);
 
-/// The private half as people write it down: nine groups of eight hexadecimal digits, the last one
-/// a check of those before it (SHA-256, its first four bytes). The caller wipes it.
+/// Returns the private half as people write it down: nine groups of eight hexadecimal digits, the
+/// last one a check of those before it (SHA-256, its first four bytes). The caller wipes it.
 Result<std::string> writtenRecoveryKey(const SecretKey &key);
-/// From what somebody typed, in any case, with blanks or hyphens anywhere. `badArgument` with a
-/// sentence that says what is wrong with it and repeats nothing of it.
+/// Reads what a person typed, in any case, with blanks, tabs or hyphens anywhere; a line end is
+/// refused. The caller wipes `typed`. Errors: badArgument with a sentence that says what is wrong
+/// with it and repeats nothing of it.
 Result<SecretKey> typedRecoveryKey(std::string_view typed);
 
 } // namespace arca::store

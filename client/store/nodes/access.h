@@ -3,7 +3,7 @@
 //
 //   access/<node key>/<number: 8 digits>   one rule, never changed; taking it back removes the blob
 //
-// Numbers are random, so that whoever takes back a rule that is gone already cannot hit a new one.
+// Numbers are random, so taking back a rule that is gone already cannot hit a new one.
 //
 // What a rule names is kept by the client; the bytes open with the data key of the node that made
 // the rule, and this the reader gets by a grant beside the rule (client/store/keys/grant.h). A rule
@@ -27,13 +27,13 @@ struct AccessRule {
     std::uint32_t number = 0; // never 0
     std::string grantor;
     std::string node;      // who may read
-    std::string owner;     // there; empty: anybody
-    ObjectName name;       // highLevel and lowLevel "/*": every one
+    std::string owner;     // there; empty: every one
+    ObjectName name;       // highLevel and lowLevel "/*": every one; the rest is compared
     PublicKey readerKey{}; // all zeros: `node` was not registered
     Sha256 mark{};
 
     /// `readersOwner` is what the reader says of itself: an owner narrows what a rule opens by
-    /// mistake, and keeps nobody out.
+    /// mistake, and is no protection.
     bool admits(const std::string &reader, const std::string &readersOwner) const;
     bool covers(const ObjectName &piece) const;
     /// Returns true when no part of the name stands for every one.
@@ -43,7 +43,7 @@ struct AccessRule {
 /// The payload of a record of kind "ARCAACCS", version 2: number and object type (4 bytes each),
 /// then grantor, node, owner, filespace, high-level and low-level name, each a 16-bit length and as
 /// many bytes, then the reader's public key and the mark (32 bytes each). The mark is HMAC-SHA-256
-/// of all before it under the key "access rule" of the grantor's data key: nobody else can make a
+/// of all before it under the key "access rule" of the grantor's data key: no other node can make a
 /// rule.
 Bytes encodeAccessRule(const AccessRule &rule);
 Result<AccessRule> decodeAccessRule(ByteView record);
@@ -52,26 +52,31 @@ Result<AccessRule> decodeAccessRule(ByteView record);
 class AccessRules
 {
 public:
-    /// Of the node that has the name now.
+    /// Of the node that has the name now, or had it last; the first one when its record cannot be
+    /// read.
     static Result<AccessRules> of(blob::BlobStore &store, std::string grantor);
     static Result<AccessRules> of(blob::BlobStore &store, std::string grantor,
                                   std::uint32_t incarnation);
 
     std::uint32_t incarnation() const { return incarnation_; }
 
-    /// In the order of their numbers. One that is damaged, or was not made with the grantor's data
-    /// key, opens nothing and is left out; its blob is added to `damaged`.
+    /// Returns the rules in the order of their numbers. One that cannot be read, or was not made
+    /// with the grantor's data key, opens nothing and is left out; `damaged` is set to the names of
+    /// their blobs.
     Result<std::vector<AccessRule>> list(const SecretKey &dataKey,
                                          std::vector<std::string> *damaged = nullptr);
-    /// Durable on return, and its key given when the reader is registered; number, grantor,
+    /// Makes a rule, durably, and gives its key when the reader is registered; number, grantor,
     /// reader's key and mark are filled in. A rule that is there already is not made twice, but
-    /// takes effect for the key that the reader has now. `badArgument` when there are too many.
+    /// takes effect for the key that the reader has now. After an error the rule is taken back, as
+    /// far as that can be done. Errors: badArgument for more than 1,024 rules.
     Result<void> add(AccessRule rule, const SecretKey &dataKey);
-    /// `notFound`. Durable on return; ends the access.
+    /// Removes a rule, durably, which ends the access. A key that cannot be removed with it goes by
+    /// complete(). Errors: notFound.
     Result<void> remove(std::uint32_t number);
     /// Removes the rules for objects of a filespace; durable on return. Damaged rules, which open
     /// nothing, stay. `isMeant` is asked after a rule was read and before it goes: it says whether
-    /// what is there by then may go.
+    /// what is there by then may go; false ends the call with success. After an error some are
+    /// gone; it may be called again.
     Result<void> removeOf(const std::string &filespace,
                           const std::function<Result<bool>()> &isMeant);
 
@@ -80,12 +85,12 @@ public:
     using State = std::vector<std::pair<std::string, std::uint64_t>>;
     Result<State> state();
 
-    /// Gives their key to rules that have none because the reader was not registered or somebody
-    /// was interrupted, and removes what was given with rules that are gone. The first failure,
-    /// after all was tried.
+    /// Gives their key to rules that have none because the reader was not registered or a grantor
+    /// was interrupted, and removes what was given with rules that are gone. Returns the first
+    /// failure, after all was tried.
     Result<void> complete(const SecretKey &dataKey);
-    /// For a session of `reader`: the grantor's data key. `denied`, with a sentence that says what
-    /// is missing.
+    /// Returns the grantor's data key, for a session of `reader`. Errors: denied, with a sentence
+    /// that says what is missing.
     Result<SecretKey> keyFor(const std::string &reader, const std::string &readersOwner,
                              const SecretKey &identity);
 

@@ -1,6 +1,8 @@
 // The nodes that a repository knows, and how each proves who it is. The repository keeps no
 // password, only what a password is checked against, and the keys of the node sealed under it.
-// Trying passwords one after the other is slow.
+// Trying passwords one after the other is slow: a check of one that a person chose may wait 2 s for
+// its turn, and a wrong one costs half a second more. Passwords are not kept; the caller wipes its
+// own. Changes are durable on return. Errors of all calls: damaged, newerFormat.
 #ifndef KEEL_CLIENT_STORE_NODES_NODE_REGISTRY_H
 #define KEEL_CLIENT_STORE_NODES_NODE_REGISTRY_H
 
@@ -15,36 +17,40 @@ namespace arca::store
 class NodeRegistry
 {
 public:
-    /// `layout`: of the repository; 0: nothing is written, and nobody proves himself.
+    /// `layout`: of the repository; 0 is enough for a caller that neither writes nor authenticates.
     explicit NodeRegistry(blob::BlobStore &store, std::uint32_t layout = 0)
         : store_(store), layout_(layout)
     {
     }
 
-    /// `badArgument` for a name that no session could be started with: empty, with control
-    /// characters, or with blanks at its ends.
+    /// Errors: badArgument for a name that no session could be started with: empty, with control
+    /// characters, or with blanks at its ends. The length is not looked at.
     static Result<void> expectName(const std::string &node);
     Result<bool> isRegistered(const std::string &node);
-    /// What others seal to; nothing when the node is not registered.
+    /// Returns what others seal to; nothing when the node is not registered.
     Result<std::optional<PublicKey>> identityOf(const std::string &node);
-    /// Makes its keys. `exists` when it is registered already, `notFound` when the repository has
-    /// no recovery key yet, `badArgument` as expectName().
+    /// Registers a node with new keys. Errors: exists when it is registered already, or something
+    /// is left of a removed node of that name; notFound when the repository has no recovery key
+    /// yet; badArgument as expectName().
     Result<void> registerNode(const std::string &node, std::string_view password);
-    /// The incarnation of the node that has the name now, or had it last.
+    /// Returns the incarnation of the node that has the name now, or had it last; 0 when none had.
     Result<std::uint32_t> incarnationOf(const std::string &node);
-    /// The keys of the node; `authentication` when it is not registered or the password is not its
-    /// own, `damaged` when the node was registered in a repository of a later layout than this one
-    /// says it has. Gives a record of before the form of today, as well as that can be done.
+    /// Returns the keys of the node. Writes a record of an earlier form in that of today, where it
+    /// can. Errors: authentication when it is not registered or the password is not its own;
+    /// damaged also when the node was registered in a repository of a later layout than this one
+    /// says it has.
     Result<NodeKeys> authenticate(const std::string &node, std::string_view password);
-    /// Replaces the password and leaves the keys as they are; `authentication` when `oldPassword`
-    /// is wrong.
+    /// Replaces the password and leaves the keys as they are; open sessions go on. After an error
+    /// other than these either password may be the valid one. Errors: authentication when
+    /// `oldPassword` is wrong, conflict when the record was changed at the same time.
     Result<void> changePassword(const std::string &node, std::string_view oldPassword,
                                 std::string_view newPassword);
 
-    /// The keys of a node by the repository's recovery key; `authentication`.
+    /// Returns the keys of a node by the repository's recovery key. Errors: authentication when it
+    /// does not open them or the node is not registered.
     Result<NodeKeys> recover(const std::string &node, const SecretKey &recoveryKey);
-    /// A new password for a node that lost its own. Both refuse keys that do not open what the node
-    /// has stored, `damaged`.
+    /// Sets a new password for a node that lost its own. Both calls answer damaged for keys that do
+    /// not open what the node has stored. Errors: as above, and conflict.
     Result<void> recover(const std::string &node, const SecretKey &recoveryKey,
                          std::string_view newPassword);
 

@@ -4,7 +4,7 @@
 //   classes/<name hash: 32 digits>/<number>   the numbered record of a class
 //
 // STANDARD, the default, is written when the repository is made (defaults.h) and is never deleted.
-// In repositories of older releases it is there without a record until somebody changes it.
+// In repositories of older releases it is there without a record until it is changed.
 // Deleting another class retires it: nothing new is bound to it and no list shows it, but its
 // record stays, so that the pieces that were bound to it keep what it says of them.
 #ifndef KEEL_CLIENT_STORE_NODES_POLICY_H
@@ -39,40 +39,44 @@ Bytes encodeManagementClass(const ManagementClass &managementClass);
 Result<ManagementClass> decodeManagementClass(ByteView record);
 
 /// Names match in any case. Everything is durable on return; several processes may change classes
-/// at once.
+/// at once, and none undoes another's change unseen. Errors of all calls: damaged, newerFormat.
+/// After an error that is not named a change may hold.
 class Policy
 {
 public:
     /// `seal`: of the repository's records, bound to its identifier.
     Policy(blob::BlobStore &store, RecordSeal seal) : store_(store), seal_(seal) {}
 
-    /// What the names of the blobs of a class's record begin with, in whatever case the name is.
+    /// Returns what the names of the blobs of a class's record begin with, in whatever case the
+    /// name is.
     static Result<std::string> placeOf(std::string_view name);
 
     /// STANDARD as it is in a new repository.
     static ManagementClass standardClass();
-    /// Durably, where STANDARD has no record yet.
+    /// Writes that record where STANDARD has none yet.
     Result<void> writeDefault();
 
     enum class Retired { left, included };
     /// Returns the default one first, the others by name. With `damaged` those that cannot be read
-    /// are left out, and the names of their newest blobs are added there; without, the first ends
-    /// it.
+    /// are left out, and the names of their newest blobs are added there; without, the first such
+    /// one ends the list with its error.
     Result<std::vector<ManagementClass>> list(Retired retired = Retired::left,
                                               std::vector<std::string> *damaged = nullptr);
-    /// Nothing when there is none, or only a retired one that is left out. Errors: damaged, for
-    /// STANDARD also when its record is lost.
+    /// Returns nothing when there is none, or only a retired one that is left out. Errors: damaged,
+    /// for STANDARD also when its record is lost.
     Result<std::optional<ManagementClass>> find(std::string_view name,
                                                 Retired retired = Retired::left);
 
-    /// `exists`; `badArgument` when a text is too long or the name is none: 1 to 30 letters,
-    /// digits,
-    /// '_', '-' and '.'. A class that was retired may be defined anew.
+    /// Defines a class, also one that was retired. Errors: exists; badArgument when the name is not
+    /// 1 to 30 letters, digits, '_', '-' and '.', the storage pool not 1 to 30 bytes, or the
+    /// description longer than 255.
     Result<void> define(ManagementClass fresh);
-    /// `notFound`, `badArgument`. `change` leaves the name as it is.
+    /// Applies `change`, which may be called several times, also on a made-up class: it must depend
+    /// on its argument only. The name stays as it is. A lost STANDARD is written again when
+    /// `change` sets both versions and days. Errors: notFound, badArgument.
     Result<void> change(std::string_view name,
                         const std::function<void(ManagementClass &)> &change);
-    /// `notFound`; `badArgument` for the default one.
+    /// Errors: notFound, also when it is retired already; badArgument for the default one.
     Result<void> retire(std::string_view name);
 
 private:

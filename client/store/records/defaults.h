@@ -25,9 +25,10 @@ Result<void> noteDefaults(blob::BlobStore &blobs);
 Result<std::optional<NumberedRecord::State>> latestDefault(blob::BlobStore &blobs,
                                                            NumberedRecord &record);
 
-/// Whether that blob is there, damaged or not: verifying says what is in it.
+/// Returns true when that blob is there, damaged or not: verifying says what is in it.
 Result<bool> areDefaultsNoted(blob::BlobStore &blobs);
-/// Errors: damaged, newerFormat, whatever the bytes are.
+/// Returns success for the bytes of that blob. Errors: damaged, newerFormat, whatever the bytes
+/// are.
 Result<void> decodeDefaults(ByteView record);
 
 } // namespace arca::store

@@ -16,8 +16,9 @@
 namespace arca::store
 {
 
-/// A record with successive states at PREFIX/00000001, PREFIX/00000002 ... Any number of processes
-/// may change it; none can undo another's change unseen.
+/// A record with successive states at PREFIX/00000001, PREFIX/00000002 ... (eight hexadecimal
+/// digits; other names are ignored). Any number of processes may change it; none can undo another's
+/// change unseen.
 class NumberedRecord
 {
 public:
@@ -35,22 +36,27 @@ public:
         bool proven = false;
     };
 
-    /// Nothing when the record was never written. Errors: damaged, also when it is not proven.
+    /// Returns the state with the highest number; an earlier one never stands in for one that is
+    /// damaged. Nothing when the record was never written. Errors: damaged, also when it is not
+    /// proven.
     Result<std::optional<State>> latest();
 
-    /// The number of the newest state, whether it can be read or not; 0: there is none.
+    /// Returns the number of the newest state, whether it can be read or not; 0: there is none.
     Result<std::uint32_t> newestNumber();
-    /// What the names of its states begin with.
+    /// Returns what the names of its states begin with, without the slash.
     const std::string &place() const { return prefix_; }
-    /// The blob that holds the state of that number.
+    /// Returns the name of the blob that holds the state of that number.
     std::string nameOf(std::uint32_t number) const;
 
-    /// Writes the state after `number`; 0 for the first. `conflict` when another one was faster,
-    /// also one whose state was superseded and removed since, so that its number was free again.
+    /// Writes the state after `number`, durably; 0 for the first. `bytes`: an envelope of
+    /// frameRecord(). Older states but the one before go, where they can be removed. After an error
+    /// other than conflict the state may hold. Errors: conflict when another one was faster, also
+    /// one whose state was superseded and removed since, so that its number was free again.
     Result<void> write(std::uint32_t number, ByteView bytes);
 
     /// As write(), and deletes all states before. The last state stays for good, so that no number
-    /// is ever given again: a change that was begun before meets it, however late.
+    /// is ever given again: a change that was begun before meets it, however late. When only the
+    /// deleting fails, that is returned, and the new state holds.
     Result<void> end(std::uint32_t number, ByteView bytes);
 
     /// Deletes the states up to `number`. A reader that was listing them meanwhile may find none,

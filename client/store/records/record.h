@@ -20,12 +20,12 @@ namespace arca::store
 
 constexpr std::size_t kMaxRecordBytes = 64 * 1024;
 
-/// `kind` has eight letters.
+/// Returns the whole envelope. `kind` has eight letters.
 Bytes frameRecord(std::string_view kind, std::uint32_t version, ByteView payload);
 
-/// The payload, whatever the bytes are: `damaged` when they are no such record, `newerFormat` when
-/// its version is beyond `newestVersion`, `olderFormat` when it is before `oldestVersion`. The view
-/// looks into `bytes`.
+/// Returns the payload as a view into `bytes`, which may be anything. Errors: damaged when they are
+/// no such record, newerFormat when its version is beyond `newestVersion`, olderFormat when it is
+/// before `oldestVersion`.
 Result<ByteView> unframeRecord(ByteView bytes, std::string_view kind, std::uint32_t newestVersion,
                                std::uint32_t oldestVersion = 1);
 

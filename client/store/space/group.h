@@ -1,5 +1,5 @@
 // Groups of pieces: a leader and its members, under a tag. A group ties its pieces together for
-// whoever asks for them, and nothing else: each is stored, read and removed by itself.
+// queries, and for nothing else: each is stored, read and removed by itself.
 //
 //   groups/<node key>/<identifier of the leader: 16 digits>/<number>   the numbered record of a
 //   group
@@ -20,8 +20,9 @@ namespace arca::store
 
 constexpr std::size_t kMaxGroupMembers = 4096;
 
+/// Nothing checks the members but decodeGroup(): more than kMaxGroupMembers read as damaged.
 struct Group {
-    PieceId leader = 0;
+    PieceId leader = 0;   // the first identifier of the piece, as those of the members
     bool deleted = false; // the leader leads none; it may open another
     std::string tag;
     std::vector<PieceId> members; // without the leader, none twice
@@ -33,7 +34,7 @@ Bytes encodeGroup(const Group &group);
 Result<Group> decodeGroup(ByteView record);
 
 /// The groups of one node. Everything is durable on return; several processes may change a group at
-/// once.
+/// once. Errors of all calls: damaged. After an error that is not named a change may hold.
 class Groups
 {
 public:
@@ -42,13 +43,14 @@ public:
     {
     }
 
-    /// `notFound`.
+    /// Errors: notFound when the piece leads no group.
     Result<Group> find(PieceId leader);
-    /// `exists` when the leader leads one already.
+    /// Errors: exists when the leader leads one already.
     Result<void> make(const Group &group);
-    /// Applies `change`, which may refuse. `notFound`.
+    /// Applies `change`, which may refuse: its error is returned, and nothing is changed. It is
+    /// called again on the present group when another process was faster. Errors: notFound.
     Result<void> change(PieceId leader, const std::function<Result<void>(Group &)> &change);
-    /// When the leader is removed.
+    /// Removes the record, when the leader is removed. What cannot be removed stays, harmlessly.
     void forget(PieceId leader) { (void)recordOf(leader).remove(); }
 
 private:

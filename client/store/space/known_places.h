@@ -24,13 +24,14 @@ namespace arca::store
 class KnownPlaces
 {
 public:
-    /// The name hash of a piece, as a proven manifest gives it: the digits of its blob's name.
+    /// Remembers the name hash of a piece, as a proven manifest gives it: the 32 digits of its
+    /// blob's name. Other digits are ignored.
     void prove(PieceId id, std::string_view hashDigits);
     /// Returns these digits, or nothing when they are not known.
     std::optional<std::string> provenOf(PieceId id) const;
 
-    /// What a directory was found to have: last components of blob names of 32 digits, among which
-    /// dots are passed over. Others are left out.
+    /// Remembers what a directory was found to have, in place of what it had: last components of
+    /// blob names of 32 digits, among which dots are passed over. Others are left out.
     void keepListed(const std::string &directory, const std::vector<std::string> &lasts);
     /// Returns those of them that begin with `digits`, without dots; empty when there is none.
     std::vector<std::string> listedUnder(const std::string &directory,

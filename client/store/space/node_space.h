@@ -1,5 +1,11 @@
 // What one node keeps in a repository: its pieces, its filespaces, its log. Nothing of another node
 // can be reached through it. One thread uses it at a time; it must not outlive its repository.
+//
+// What a call changes is durable on return. A call that needs the lock of changes (lockChanges())
+// takes it itself; the caller does not hold it, but for claimName() and giveNameBack(), which take
+// none. "Errors" names those to branch on: any call may also fail with damaged, io and the other
+// kinds of the store. After such an error a change may have been made unless the call says
+// otherwise.
 #ifndef KEEL_CLIENT_STORE_SPACE_NODE_SPACE_H
 #define KEEL_CLIENT_STORE_SPACE_NODE_SPACE_H
 
@@ -28,7 +34,8 @@ class NodeSpace
 {
 public:
     /// `dataKey` is the key of that node, under which all it keeps is sealed; `records`: how its
-    /// repository keeps records; `incarnation`: node_record.h.
+    /// repository keeps records; `incarnation`: node_record.h. Reads nothing: a wrong key shows as
+    /// damaged manifests.
     static Result<std::unique_ptr<NodeSpace>> open(blob::BlobStore &store, std::string node,
                                                    SecretKey dataKey, engine::RecordForm records,
                                                    HostCache cache = {},
@@ -49,53 +56,62 @@ public:
 
     /// Begins a piece under a name that is free now, or that one of the pieces `replaced` has:
     /// these must be removed, or made inactive, by the same commitTogether(). Whether the name is
-    /// free then is decided there. description.node is filled in. Errors: exists.
+    /// free then is decided there, and only there whether the filespace is registered.
+    /// description.node is filled in. A damaged manifest that has the name is set aside. Errors:
+    /// exists.
     Result<std::unique_ptr<PieceWriter>> beginPiece(PieceDescription description,
                                                     std::span<const PieceId> replaced = {});
-    /// Begins what a transaction of several pieces parks them under; see ParkingWriter::park().
+    /// Begins the claim under which a transaction parks its pieces; see ParkingWriter::park().
     Result<std::unique_ptr<blob::BlobWriter>> beginClaim() { return domain_->beginBlob(); }
 
-    /// The active piece of exactly that name; nothing when there is none.
+    /// Returns the active piece of that name (the type is not compared); nothing when there is
+    /// none. Does not ask whether the filespace is registered: the caller does. Errors: damaged.
     Result<std::optional<PieceInfo>> find(const ObjectName &name);
-    /// Returns the inactive ones that had that name, the last to become so first. One that cannot
-    /// be read is passed over; with `passedOver` the first reason is put there.
+    /// Returns the inactive pieces that had exactly that name, the last to become inactive first.
+    /// One that cannot be read is passed over; with `passedOver` the first reason is put there.
+    /// `inactive`: a listing to use for many names; null: the store is listed.
     Result<std::vector<PieceInfo>> inactiveOf(const ObjectName &name,
                                               std::optional<Error> *passedOver = nullptr,
                                               blob::ListedDirectory *inactive = nullptr);
-    /// The blobs that these are in, among others.
+    /// Returns the names of the blobs that may hold them (a superset).
     Result<std::vector<std::string>> inactiveBlobsOf(const ObjectName &name);
 
-    /// `notFound` when no piece, active or inactive, has that identifier. A piece that was renamed
-    /// is found by those it had before, too, and tells the one it has now.
+    /// Returns the piece, active or inactive, of a registered filespace. A piece that was renamed
+    /// or brought back is found by its former identifiers, too; `id` of what is returned is the
+    /// present one. Errors: notFound, also of a removed piece.
     Result<PieceInfo> find(PieceId id);
+    /// Opens the same piece for reading, under a claim: it stays readable to the end although it is
+    /// removed meanwhile. Where no claim can be made (read-only, denied, full) it reads without.
     Result<std::unique_ptr<PieceReader>> openPiece(PieceId id);
 
-    /// The manifest in a blob of this node, whether the piece shows or not; `damaged` also when it
-    /// belongs elsewhere.
+    /// Returns the manifest in a blob of this node, whether the piece shows or not. Errors:
+    /// damaged, also when it belongs elsewhere.
     Result<Manifest> readOwn(blob::BlobReader &blob, const std::string &blobName) const;
 
-    /// What is in a blob of this node, as it shows now, whatever becomes of its filespace; nothing
-    /// when it does not show.
+    /// Returns the piece in a blob of this node with its present attributes, whatever becomes of
+    /// its filespace; nothing when it does not show.
     Result<std::optional<PieceInfo>> readShown(blob::BlobReader &blob, const std::string &blobName);
-    /// The pieces that changes name which are being made: what shows of them depends on more than
-    /// their blobs and records.
+    /// Returns the pieces named by changes that are being made: what shows of them depends on more
+    /// than their blobs and records.
     Result<std::set<PieceId>> beingChanged();
-    /// What the blob names of pieces of that name, and their identifiers, begin with.
+    /// Returns the keyed hash that the blob names of pieces of that name, and the upper halves of
+    /// their identifiers, begin with.
     Result<Sha256> hashOf(const ObjectName &name) const;
 
-    /// Moves what is stored under a name out of the way when its manifest is damaged: it is kept
-    /// (quarantine.h), and the name is free. Returns where it is now. Errors: notFound when nothing
-    /// is stored there, exists when what is there can be read.
+    /// Moves the active piece of a name out of the way when its manifest is damaged: it is kept
+    /// (quarantine.h), and the name is free. Returns the blob's new name. Errors: notFound when
+    /// nothing is stored there, exists when what is there can be read.
     Result<std::string> setAside(const ObjectName &name);
     /// Returns success when setAside() would move what is stored under a name. Errors: as there.
     Result<void> expectDamaged(const ObjectName &name);
     /// The same for any manifest of the node that `judged` found damaged; quarantine.h says what
-    /// holds. Takes the lock of changes itself.
+    /// holds.
     Result<std::string> setAside(const std::string &blobName, blob::BlobReader &judged);
 
-    /// Held by each process that removes pieces, changes their records, or moves manifests to the
-    /// quarantine or back. It only saves work. Settles first what was left half-changed: what is
-    /// found so under it was left by the dead.
+    /// Waits for the lock of changes, which each process holds that removes pieces, changes their
+    /// records, or moves manifests to the quarantine or back. It only saves work. Settles first
+    /// what was left half-changed: what is found so under the lock was left by dead processes; what
+    /// cannot be settled now waits for the next holder. Errors: conflict, which names the holder.
     Result<std::unique_ptr<blob::BlobLock>> lockChanges();
     /// A piece that was put at its place in pieces/, and is acknowledged to no one yet.
     struct PutPiece {
@@ -114,21 +130,21 @@ public:
     Result<bool> wasStored(PieceId id, bool waited);
 
     /// Removes the piece, durably: it shows no more, and can be brought back until it is purged
-    /// (removed_piece.h). `notFound` also when it was removed, or replaced, meanwhile.
+    /// (removed_piece.h). Errors: notFound, also when it was removed, or replaced, meanwhile.
     Result<void> remove(PieceId id);
 
     /// Returns true when removed pieces are kept for a grace time. In a repository of an earlier
-    /// layout a removal is final, and the next four calls find nothing.
+    /// layout a removal is final, and the calls up to purge() find nothing.
     bool keepsRemoved() const { return domain_->recordForm() == engine::RecordForm::keyed; }
-    /// Visits the removed pieces by their identifiers; `visit` answers false to stop. One that
-    /// cannot be read is passed over: verifying names it.
+    /// Visits the removed pieces in the order of their identifiers; `visit` answers false to stop.
+    /// One that cannot be read is passed over: verifying names it.
     Result<void> visitRemoved(const std::function<bool(const RemovedPiece &)> &visit);
-    /// Returns those that had that name, the last to be removed first.
+    /// Returns those that had exactly that name, the last to be removed first.
     Result<std::vector<RemovedPiece>> removedOf(const ObjectName &name);
     /// Brings a removed piece back under its name, durably: active when it was active, else
     /// inactive. It has another identifier then, which is returned with the rest, and the old one
-    /// leads to it. After an error call it again: it may be back. Takes the lock of changes itself.
-    /// Errors: notFound, exists when its name is in use, noFilespace.
+    /// leads to it. After an error call it again: it may be back. Errors: notFound, exists when its
+    /// name is in use, noFilespace.
     Result<PieceInfo> undelete(PieceId id);
     /// Returns the pieces of which nothing is left once these removed manifests are purged.
     /// Where that cannot be told now, the names are dropped, and `unclear` says why.
@@ -144,18 +160,21 @@ public:
     /// least: each directory is listed once.
     Result<std::uint64_t> purge(std::span<const RemovedName> names, std::span<const PieceId> noted);
 
-    /// Changes owner, management class and information of a piece, durably. `notFound`, also when
-    /// `only` has a value and the name leads to a piece of another identifier.
+    /// Changes owner, management class and information of the active piece of a name; what else
+    /// `change` alters is ignored. Errors: notFound, also when `only` has a value and the name
+    /// leads to a piece of another identifier.
     Result<void> update(const ObjectName &name, std::optional<PieceId> only,
                         const std::function<void(PieceDescription &)> &change);
 
-    /// The identifier that a piece was stored under before it was ever renamed; `unreadable`: also
-    /// of a piece that cannot be read. Errors: notFound.
+    /// Returns the identifier that a piece was stored under before it was ever renamed;
+    /// `unreadable`: also of a piece that cannot be read. Errors: notFound.
     Result<PieceId> firstId(PieceId id, bool unreadable = false);
     Groups groups() { return Groups(*domain_); }
 
     /// Commits a finished piece, if its filespace is still the one that was registered under that
-    /// number when it was begun; `exists`, `noFilespace`.
+    /// number when it was begun. After an error the piece is taken back; where that fails, the text
+    /// says that it may be stored. The writer is of no use then. Errors: exists, conflict,
+    /// noFilespace (also when the node was removed).
     Result<void> commit(PieceWriter &piece, std::uint32_t registration);
 
     struct Sent {
@@ -168,41 +187,49 @@ public:
         std::span<const PieceId> deactivations;
     };
     /// Commits finished pieces, removes others and makes others inactive in one step: at every
-    /// moment, whoever looks and whatever dies, all of it shows or nothing. `exists`, `notFound`,
-    /// `noFilespace`.
+    /// moment, for every process and whatever dies, all of it shows or nothing. A piece both
+    /// removed and deactivated is removed. After an error nothing of it shows, unless the text says
+    /// that this is not known until the node next logs on. Errors: exists, notFound (a deactivation
+    /// also of an inactive piece), conflict when another process undid the change, noFilespace as
+    /// above.
     Result<void> commitTogether(const Step &step);
-    /// Gives a piece another name of its filespace, in one step. It gets another identifier, and is
-    /// found by the old one, too. `notFound`, `exists`.
+    /// Gives the active piece of a name another name, in one step. It gets another identifier, and
+    /// is found by the old one, too. Its inactive and removed versions keep the old name. After an
+    /// error as commitTogether(). Errors: notFound (also no filespace for `to`), exists, conflict.
     Result<void> rename(const ObjectName &from, const ObjectName &to);
     /// Finishes or undoes what processes that died left half-changed, unless another process holds
-    /// the lock of changes, which does it itself.
+    /// the lock of changes, which does it itself. What fails is left to the next call.
     void settleChanges();
     /// Removes outcomes that no copy needs any more, and what the makers of undone changes
-    /// published late. Takes the lock of changes itself. The first failure, after all was tried.
+    /// published late. Returns the first failure, after all was tried.
     Result<void> tidyOutcomes();
 
-    /// Nothing when it was never registered, or deleted.
+    /// Returns nothing when it was never registered, or is deleted. For a damaged record it returns
+    /// a stand-in without type, information and sizes, so that the pieces stay within reach.
     Result<std::optional<Filespace>> filespace(const std::string &name);
     /// Returns false when not even a record says that it was deleted: every filespace that a piece
     /// was ever stored in keeps one.
     Result<bool> everHadFilespace(const std::string &name);
-    /// What the names of the blobs of a filespace's record begin with, registered or not.
+    /// Returns what the names of the blobs of a filespace's record begin with, registered or not.
     Result<std::string> filespacePlace(const std::string &name) const;
-    /// `exists` when it is registered already.
+    /// Registers it; node and registration are filled in. What a deletion left in it is removed
+    /// first. Errors: exists when it is registered already, noFilespace when the node was removed.
     Result<void> registerFilespace(const Filespace &filespace);
-    /// Applies `change` to what is registered, also when others change it at the same time.
-    /// `notFound`.
+    /// Applies `change` to what is registered; it is called again on the present state when another
+    /// process was faster. Errors: notFound.
     Result<void> updateFilespace(const std::string &name,
                                  const std::function<void(Filespace &)> &change);
-    /// Deletes it and every piece in it: in one step they all stop showing, then their space is
-    /// freed. What an interrupted deletion did not free is freed by the next one, or when the
-    /// filespace is registered anew. `notFound`.
+    /// Deletes it and every piece in it: in one step they all stop showing, then each becomes a
+    /// removed piece, which a later registration of the name lets be brought back. What this or an
+    /// interrupted deletion could not remove is no error: the next one removes it, or the next
+    /// registration of the filespace. Errors: notFound, also when it is deleted already.
     Result<void> deleteFilespace(const std::string &name);
-    /// The last registration of a filespace that is deleted; nothing for any other.
+    /// Returns the last registration of a filespace that is deleted; nothing for any other.
     Result<std::optional<std::uint32_t>> deletedRegistration(const std::string &name);
-    /// Whether it is deleted, and was not registered again after that registration.
+    /// Returns true when it is deleted, and was not registered again after that registration.
     Result<bool> isDeleted(const std::string &name, std::uint32_t registration);
-    /// Whether a piece was removed, and what is left of it waits for the end of its grace time.
+    /// Returns true when removed/ has a manifest of the piece, which may be a leftover of a rename
+    /// or of a removal that was interrupted.
     Result<bool> isRemoved(PieceId id);
 
 private:
@@ -381,8 +408,8 @@ private:
     mutable KnownPlaces known_;
 };
 
-/// The component of blob names that stands for the name of a node; what the node keeps is under
-/// spaceKeyOf().
+/// Returns the component of blob names (32 digits) that stands for the name of a node; what the
+/// node keeps is under spaceKeyOf().
 Result<std::string> nodeKey(const std::string &node);
 
 } // namespace arca::store
