@@ -46,12 +46,12 @@ public:
     {
     }
 
-    /// Decides as `wanted`, unless it is decided already. Returns what holds, durably. After an
-    /// error it may or may not be decided.
+    /// Decides as `wanted`, unless it is decided already. Returns what holds, durably; only that
+    /// counts. After an error it may or may not be decided: ask again.
     Result<Decision> decide(const ChangePlan &plan, Decision wanted);
-    /// Returns nothing when the change is not decided, or was settled long ago.
+    /// Returns nothing when the change is not decided, or was settled long ago. Errors: damaged.
     Result<std::optional<ChangeOutcome>> find(ChangeId change);
-    /// All that are kept. One that is damaged is left out.
+    /// Returns all that are kept, in no order. One that cannot be read is left out.
     Result<std::vector<ChangeOutcome>> list();
     /// Fine when there is none.
     Result<void> forget(ChangeId change);

@@ -47,7 +47,7 @@ struct ChangePlan {
     std::vector<PieceId> coming, going, leaving; // leaving: the active ones
 };
 
-constexpr std::size_t kMaxPlanned = 4096; // of all together
+constexpr std::size_t kMaxPlanned = 4096; // of all together: what a transaction takes
 
 /// The payload, for the records that hold a plan. takePlan() leaves it to its caller to see whether
 /// the reader is still ok() and at its end, and that the change is not 0.

@@ -21,7 +21,7 @@
 //                                                     A piece that a repair brings back from the
 //                                                     quarantine is such a C, too.
 //
-// What holds, whichever of these steps anybody stops before, dies before, or does late:
+// What holds, whichever of these steps a process stops before, dies before, or does late:
 //
 //   1. A is at H, or B is found: B leaves coming/ only when it is at H. Who looks for the name
 //      looks at H, into coming/, and at H again. Who visits every manifest visits coming/ first.

@@ -3,8 +3,9 @@
 //
 //   objects/<node key>/<identifier: 16 digits>/<number>   the numbered record of a piece
 //
-// A record outlives its piece only when a process died between removing the two. That is harmless:
-// no identifier is given twice.
+// A record outlives its piece when the piece was removed (until it is purged), renamed or brought
+// back (it leads on), or came with an undone change (change_plan.h), or when a process died between
+// removing the two. That is harmless: no identifier is given twice.
 #ifndef KEEL_CLIENT_STORE_CHANGES_OBJECT_RECORD_H
 #define KEEL_CLIENT_STORE_CHANGES_OBJECT_RECORD_H
 
@@ -24,7 +25,7 @@ struct ObjectRecord {
     PieceId renamedTo = 0;       // where it is now, once the change `goneBy` is done
     ChangeId shownBy = 0;        // it shows once that change is done
     ChangeId goneBy = 0;         // it is gone once that change is done
-    std::int64_t insertedAt = 0; // 0: as the piece says
+    std::int64_t insertedAt = 0; // seconds since 1970, UTC; 0: as the piece says
     bool described = false;      // the texts below hold, in place of those of the piece
     std::string owner, managementClass, info;
 
@@ -39,7 +40,8 @@ struct ObjectRecord {
 Bytes encodeObjectRecord(const ObjectRecord &record);
 Result<ObjectRecord> decodeObjectRecord(ByteView record);
 
-/// The records of one node. Who writes holds the node's lock of changes.
+/// The records of one node. The caller of write() and remove() holds the node's lock of changes.
+/// Errors of all calls: damaged, newerFormat.
 class ObjectRecords
 {
 public:
@@ -53,8 +55,10 @@ public:
         ObjectRecord record;
     };
     Result<State> read(PieceId id);
-    /// The state after the one that was read.
+    /// Writes `next.record` as the state after the one that read() returned, durably. Errors:
+    /// conflict when another one was faster.
     Result<void> write(const State &next);
+    /// Takes the record away; fine when there is none.
     Result<void> remove(PieceId id);
 
 private:

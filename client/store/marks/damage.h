@@ -8,7 +8,7 @@
 //   2. Its name says all that a stream needs. A stream takes the names without opening the records:
 //      a record that is damaged itself, or forged, costs space and never a piece.
 //   3. A stream reads them after it took its claim, as it does with the marks of reclaiming. From
-//      then on it refers to no block that they name, and stores what it brings of these anew.
+//      then on it refers to no block that they name, and stores what it brings of these again.
 //   4. A record goes only when its part was read and found right, or when its revision is gone. Who
 //      writes the next revision records what is damaged in that before the old one goes; of gaps a
 //      record is written for it again.
@@ -55,18 +55,20 @@ public:
     /// The part that a blob of this place is about; nothing when its name is none of ours.
     std::optional<engine::DamagedPart> partIn(std::string_view blobName) const;
 
-    /// Durable when it returns; fine when the part is recorded already. `found` is cut to 1,000
-    /// bytes. Errors: what the store says; then nothing was recorded.
+    /// Durable when it returns; fine when the part is recorded already, whatever that record says.
+    /// `found` is made printable and cut to 1,000 bytes. Errors: what the store says; then the part
+    /// may not be recorded.
     Result<void> note(const engine::DamagedPart &part, const std::string &found);
     /// Of a revision that is gone: what is recorded of its gaps is recorded of the newest revision,
     /// which has no block more. Does nothing for another part, or when the pack is gone.
     Result<void> passOnGaps(const engine::PackStore &packs, const engine::DamagedPart &part,
                             const std::string &found);
-    /// Everything that is recorded; blobs with other names are left out.
+    /// Returns everything that is recorded, by the names alone; blobs with other names are left
+    /// out.
     Result<engine::DamagedParts> all() const;
     /// Of one revision of a pack.
     Result<engine::DamagedParts> of(const engine::PackName &pack) const;
-    /// Fine when there is none.
+    /// Removes the record of a part; fine when there is none.
     Result<void> remove(const engine::DamagedPart &part);
 
 private:

@@ -12,7 +12,7 @@ namespace arca::store
 {
 
 constexpr std::string_view kGracePlace = "options/grace";
-constexpr std::int64_t kDefaultGrace = 7 * 86400;
+constexpr std::int64_t kDefaultGrace = 7 * 86400; // seconds, as the next
 constexpr std::int64_t kMaxGrace = std::int64_t{100} * 365 * 86400;
 
 class GraceTime
@@ -26,10 +26,11 @@ public:
 
     /// Returns seconds. Errors: damaged, also when the record is lost (defaults.h).
     Result<std::int64_t> read();
-    /// Durably, where there is no record yet.
+    /// Writes kDefaultGrace durably, where there is no record yet.
     Result<void> writeDefault();
-    /// Durable on return. Errors: conflict, badArgument when `seconds` is negative or beyond
-    /// kMaxGrace.
+    /// Durable on return; replaces a record that cannot be read, too. After another error than
+    /// these the new time may hold. Errors: conflict when another process set it at the same time;
+    /// badArgument when `seconds` is negative or beyond kMaxGrace.
     Result<void> write(std::int64_t seconds);
 
 private:

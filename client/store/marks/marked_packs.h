@@ -65,16 +65,18 @@ constexpr std::size_t kMaxMarkedClaims = 400;
 constexpr std::size_t kMaxMarkBytes =
     kMaxMarkedPacks * (sizeof(engine::PackId) + 4) + kMaxMarkedClaims * 64 + 1024;
 
+/// More claims than kMaxMarkedClaims are written as unknown.
 Bytes encodeMark(const Mark &mark);
-/// `damaged`, `newerFormat`, whatever the bytes are.
+/// Errors: damaged, newerFormat, whatever the bytes are.
 Result<Mark> parseMark(ByteView bytes);
 
 /// Limits packs that are marked without a revision to the revisions that there are now; packs that
 /// are gone are no longer marked. Write the result as a new mark before anything is deleted by it.
 Result<void> limitToPresent(Mark &mark, const engine::PackStore &packs);
 
+/// Returns the record, which refers to `domain`.
 NumberedRecord markRecord(const engine::Domain &domain);
-/// The mark that holds now.
+/// The mark that holds now; an empty one when there is none.
 struct CurrentMark {
     Mark mark;
     std::uint32_t number = 0; // of its state; 0: there is none
@@ -82,11 +84,15 @@ struct CurrentMark {
     /// a stream that took its claim before it asked cannot know which of them reclaiming will
     /// delete, but what comes later was never marked. Its claims are unknown.
     std::string unreadable;
-    /// Whether it is damaged, and not just out of reach now. Only then may another one replace it.
+    /// True when it is damaged, and not just out of reach now. Only then may another one replace
+    /// it.
     bool damaged = false;
 };
-/// The same for a run that marks or unmarks: `io` when the mark is out of reach now.
+/// Returns it for a run that marks or unmarks. Errors: io when the mark is out of reach now, and as
+/// currentMark().
 Result<CurrentMark> markToChange(const engine::Domain &domain);
+/// Returns it for a stream, which took its claim before. A mark that is damaged or gives io is no
+/// error: see CurrentMark::unreadable. Errors: denied, newerFormat, what listing says.
 Result<CurrentMark> currentMark(const engine::Domain &domain);
 
 } // namespace arca::store

@@ -5,8 +5,7 @@
 //
 // The digest (XXH3-128, 32 digits) is that of the manifest's bytes as they are.
 //
-//   1. What a damaged manifest needs, nobody can tell. But a manifest refers only to packs that
-//   were
+//   1. Nothing tells what a damaged manifest needs. But a manifest refers only to packs that were
 //      durable before it was published. So the packs that are there when it is first found damaged
 //      include all that it may need, and a pack that is not among them may go. That list is put
 //      once for the manifest's very bytes, wherever it lies; it needs no clock.
@@ -49,7 +48,7 @@ public:
     }
 
     const std::string &prefix() const { return prefix_; }
-    /// Returns true for the name of a manifest that was set aside.
+    /// Returns true for the name of a manifest that was set aside, there or not.
     bool isManifest(std::string_view blobName) const;
 
     /// Moves a damaged manifest here, durably, and returns its new name. `judged` is the reader in
@@ -59,18 +58,21 @@ public:
     /// here.
     Result<std::string> setAside(const std::string &blobName, blob::BlobReader &judged);
 
-    /// The packs that a damaged manifest may need. With `write` the list is kept; without, and when
-    /// there is none yet, it is made for this once.
+    /// Returns the packs that a damaged manifest may need; every pack when its list is damaged.
+    /// With `write` the list is kept, durably; without, and when there is none yet, it is made for
+    /// this once.
     Result<std::set<engine::PackId>> packsHeldFor(blob::BlobReader &manifest, bool write);
 
-    /// Every pack that is there.
+    /// Returns every pack that is there.
     Result<std::set<engine::PackId>> packsNow() const;
 
-    /// Puts a manifest here under `name`, with its list, unless it is here. Errors: io when it
-    /// reads differently each time.
+    /// Puts a manifest here under `name`, a whole blob name, durably and with its list, unless it
+    /// is here. Errors: io when it reads differently each time; then the blob `name` may be a wrong
+    /// copy.
     Result<void> keep(const std::string &name, blob::BlobReader &manifest);
 
-    /// Deletes a manifest that was set aside, and its list, for good. Errors: notFound.
+    /// Deletes a manifest that was set aside for good, and its list unless another place's manifest
+    /// of the same bytes needs it. Errors: notFound, also for a name that isManifest() refuses.
     Result<void> giveUp(const std::string &blobName);
 
 private:

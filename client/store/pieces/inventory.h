@@ -12,9 +12,8 @@
 //      note, never a note without a piece. A note that cannot be written fails no commit.
 //   2. Only reclaiming takes a manifest away for good. It notes what goes first; then it purges.
 //   3. That a piece went is never forgotten (8 bytes each): a note that it came may be put later,
-//   by
-//      a commit or a compaction that slept, and nothing tells how long. Another host may take the
-//      claim of such a process for that of a dead one.
+//      by a commit or a compaction that slept, and nothing tells how long. Another host may take
+//      the claim of such a process for that of a dead one.
 //   4. A compaction writes one note for many, and removes the many: those in which nothing went
 //      first. Killed anywhere, the notes that are there say the same.
 #ifndef KEEL_CLIENT_STORE_PIECES_INVENTORY_H
@@ -68,12 +67,14 @@ public:
     /// Begins to count in a node that has no notes: notes durably what is there, under the lock of
     /// reclaiming. Does nothing unless Stock::uncounted holds.
     Result<void> noteFound();
-    /// Notes durably that these went. Only who holds the node's lock of reclaiming may call it.
+    /// Notes durably that these went, before they go; after an error some may be noted, and it may
+    /// be called again. The caller holds the node's lock of reclaiming.
     Result<void> noteWent(std::vector<PieceId> went);
     /// Notes durably that what a manifest in the quarantine may have been is given up, under the
     /// same lock and before the manifest goes, so that it does not count as missing then.
     Result<void> noteGivenUp(const std::string &blobName);
-    /// Makes few notes of many, under the same lock. Failing, it leaves notes that say the same.
+    /// Makes few notes of many, under the same lock. Notes that cannot be read stay. Failing, it
+    /// leaves notes that say the same.
     Result<void> compact();
 
 private:
@@ -102,7 +103,8 @@ public:
     /// that the store keeps back is used.
     explicit CommitNote(engine::Domain &domain);
     ~CommitNote();
-    /// After the pieces became visible.
+    /// Notes the pieces, after they became visible. Never fails: what cannot be written is missing.
+    /// Ends the claim that the object was.
     void write(std::vector<PieceId> came);
 
 private:

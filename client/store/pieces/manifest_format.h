@@ -14,9 +14,8 @@
 //                high-level name, low-level name, owner, management class, information: each a
 //                16-bit length and as many bytes
 //
-//   chunk k      length with its tag (4), then sealed: how the runs are compressed (1: 0 not, 1
-//   zstd),
-//                their length before (4), the runs:
+//   chunk k      length with its tag (4), then sealed: how the runs are compressed (1: 0 not,
+//                1 zstd), their length before (4), the runs:
 //                  packs of this chunk p (varint), p identifiers of 16 bytes,
 //                  then each run: 0 and the number of zero bytes (varint),
 //                                 or 1 + the place of its pack above (varint), first block
@@ -39,9 +38,8 @@
 //   note         only of a piece that was made inactive, behind the tail:
 //   (32 bytes)   0     8  "ARCAINAC"
 //                8     8  when that was, seconds since 1970, UTC
-//               16    16  the beginning of HMAC-SHA-256(manifest key of the node, identifier | the
-//               16
-//                         bytes before)
+//               16    16  the beginning of HMAC-SHA-256(manifest key of the node, identifier |
+//                         the 16 bytes before)
 //
 // The key of a manifest is HMAC-SHA-256(manifest key of the node, identifier | salt); no other blob
 // has it. Nonces: kind 2 and 0 for the description, kind 3 and k for a chunk, kind 4 and 0 for the
@@ -83,11 +81,14 @@ struct ManifestEnd {
     std::int64_t insertedAt = 0;
 };
 
+/// The parts, to and from bytes. Each parse function takes any bytes, and keeps no view of them.
+/// Errors: damaged, with half a sentence that the caller puts the name of the blob before.
 Bytes encodeManifestHeader(const ManifestHeader &header);
-/// From exactly kManifestHeaderBytes, whatever they are. Errors: damaged.
+/// From exactly kManifestHeaderBytes.
 Result<ManifestHeader> parseManifestHeader(ByteView bytes);
 Bytes encodeManifestTail(ByteView headerBytes, const ManifestHeader &header,
                          const ManifestTail &tail);
+/// `headerBytes` belong to a header that was parsed; `blobBytes`: without an inactive note.
 Result<ManifestTail> parseManifestTail(ByteView headerBytes, ByteView tailBytes,
                                        std::uint64_t blobBytes);
 
@@ -96,14 +97,15 @@ Result<PieceDescription> parseDescription(ByteView bytes);
 Bytes encodeEnd(const ManifestEnd &end);
 Result<ManifestEnd> parseEnd(ByteView bytes);
 
-/// The runs of a chunk with how they are compressed.
+/// The runs of a chunk with how they are compressed; a run is never empty.
 Result<Bytes> encodeRuns(std::span<const engine::Run> runs);
 Result<std::vector<engine::Run>> parseRuns(ByteView bytes);
 
-/// What makes the blob of an active piece that of an inactive one when it is appended; `at` is not
-/// 0.
+/// Returns what makes the blob of an active piece that of an inactive one when it is appended;
+/// `at`: seconds since 1970, UTC, not 0.
 Result<Bytes> encodeInactiveNote(const SecretKey &manifestKey, PieceId id, std::int64_t at);
-/// 0 when the bytes, kInactiveNoteBytes of them, are none. `damaged` when it is another piece's.
+/// Returns 0 when the bytes, kInactiveNoteBytes of them, are no note. Errors: damaged when it is
+/// another piece's.
 Result<std::int64_t> parseInactiveNote(ByteView bytes, const SecretKey &manifestKey, PieceId id);
 
 Result<Aead> manifestCipher(const SecretKey &manifestKey, const ManifestHeader &header);
@@ -130,12 +132,13 @@ struct Manifest {
     Aead cipher;
 };
 
-/// Opens and checks all but the chunks.
+/// Opens and checks all but the chunks, without keeping the reader. Errors: damaged, also under
+/// another key; what reading says.
 Result<Manifest> readManifest(blob::BlobReader &blob, const SecretKey &manifestKey);
-/// What the piece is, even when the rest of its manifest is damaged.
+/// Returns what the piece is, even when the rest of its manifest is damaged. Errors: as before.
 Result<PieceDescription> readDescription(blob::BlobReader &blob, const SecretKey &manifestKey);
-/// The identifier that the header claims, without a key: for choosing among blobs, not for
-/// trusting.
+/// Returns the identifier that the header claims, without a key: for choosing among blobs, not for
+/// trusting. Errors: damaged, what reading says.
 Result<PieceId> peekIdentifier(blob::BlobReader &blob);
 
 } // namespace arca::store

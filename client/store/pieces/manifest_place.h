@@ -13,10 +13,12 @@ using ChangeId = std::uint64_t; // of a change of several names in one step; 0: 
 
 enum class ManifestPlace { coming, active, inactive, removed, quarantined };
 
-/// The prefix of the blob names of a place, with a slash at its end.
+/// Returns the prefix of the blob names of a place, with a slash at its end. `nodeKey`:
+/// spaceKeyOf() (node_record.h).
 std::string placePrefix(ManifestPlace place, const std::string &nodeKey);
 
-/// The change in the name of a manifest that comes, or of an inactive copy; 0 when it carries none.
+/// Returns the change in the name of a manifest that comes, or of an inactive copy; 0 when it
+/// carries none.
 ChangeId changeIn(std::string_view blobName);
 
 } // namespace arca::store

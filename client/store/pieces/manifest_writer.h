@@ -1,6 +1,7 @@
 // Writes a manifest while the stream it describes is stored: runs come in, chunks go out. Nothing
 // shows before commit(). While it lives it is the claim of its stream: packs that reclaiming marks
-// from now on are not taken away before it is gone. Belongs to one thread at a time.
+// from now on are not taken away before it is gone. Belongs to one thread at a time. After an error
+// of any call drop it: then nothing shows.
 #ifndef KEEL_CLIENT_STORE_PIECES_MANIFEST_WRITER_H
 #define KEEL_CLIENT_STORE_PIECES_MANIFEST_WRITER_H
 
@@ -13,20 +14,21 @@ namespace arca::store
 class ManifestWriter final : public engine::RunSink
 {
 public:
+    /// Errors: badArgument when the texts of `description` come to more than 16 KiB.
     static Result<std::unique_ptr<ManifestWriter>> begin(const engine::Domain &domain,
                                                          Cipher cipher, PieceId id,
                                                          const PieceDescription &description);
 
     Result<void> take(const engine::Run &run) override;
 
-    /// After the last run. Tells how long the manifest is.
+    /// After the last run. Returns the length of the manifest in bytes.
     Result<std::uint64_t> finish(const ManifestEnd &end);
     /// After finish(): keeps no descriptor and no buffer until commit(); see ParkingWriter::park().
     Result<void> park(const blob::BlobWriter &claim);
-    /// After finish(): what makes the piece an inactive one.
+    /// After finish(): makes the piece an inactive one, since `at` (seconds since 1970, UTC).
     Result<void> addInactiveNote(const SecretKey &manifestKey, std::int64_t at);
-    /// Durable and visible under that name; `exists` when it is taken. After another failure the
-    /// piece is not stored, and its name is free as far as that can be brought about.
+    /// Makes the manifest durable and visible under that name. After an error other than exists the
+    /// piece is taken back, as far as that can be done. Errors: exists when the name is taken.
     Result<void> commit(const std::string &blobName)
     {
         return blob_->commit(blobName, blob::Unsure::takeBack);
@@ -48,7 +50,8 @@ private:
     std::uint64_t offset_ = 0;
 };
 
-/// The runs of a stored piece, in order. It refers to the blob and the cipher of its caller.
+/// The runs of a stored piece, in order. It refers to the blob and the manifest of its caller.
+/// After an error (damaged, what reading says) drop it.
 class ManifestRuns final : public engine::RunSource
 {
 public:

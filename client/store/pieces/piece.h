@@ -14,7 +14,7 @@ namespace arca::store
 using PieceId =
     std::uint64_t; // never 0; a piece that is stored again under its name has another one
 
-/// Compared to the byte.
+/// Compared to the byte, in the case it has.
 struct ObjectName {
     std::string filespace;
     std::string highLevel;
@@ -31,8 +31,8 @@ struct PieceDescription {
     ObjectName name;
     std::string owner;
     std::string managementClass;
-    std::string info; // the application's own
-    std::uint64_t sizeEstimate = 0;
+    std::string info;               // the application's own
+    std::uint64_t sizeEstimate = 0; // bytes
     std::uint32_t copyGroup = 0;
 
     bool operator==(const PieceDescription &) const = default;

@@ -19,7 +19,7 @@ public:
     /// `claim` was taken before the manifest was looked for; null when the repository cannot be
     /// written, where nothing is reclaimed either. `domain` must outlive the reader. When the
     /// stream meets damage, the damaged part is recorded in `damage`, if given, as well as that can
-    /// be done.
+    /// be done. Errors: damaged when the manifest is.
     static Result<std::unique_ptr<PieceReader>> open(engine::Domain &domain,
                                                      const engine::Settings &settings,
                                                      std::unique_ptr<blob::BlobWriter> claim,
@@ -28,11 +28,12 @@ public:
 
     const PieceInfo &info() const { return manifest_.info; }
 
-    /// Fills `into`; less only at the end of the stream. The last bytes come only after length and
-    /// digest of the whole stream were compared. `damaged`: drop the reader.
+    /// Fills `into` and returns the bytes read; less only at the end of the stream, 0 beyond it.
+    /// The last bytes come only after length and digest of the whole stream were compared. After an
+    /// error `into` may hold anything: drop the reader. Errors: damaged, what reading says.
     Result<std::size_t> read(std::span<std::byte> into);
 
-    /// Whether everything was read, and found right.
+    /// Returns true when everything was read, and found right.
     bool atEnd() const { return delivered_ == info().totals.streamBytes && ended_; }
 
 private:

@@ -14,15 +14,17 @@ class PieceWriter
 {
 public:
     /// `blobName` is where the manifest will be; the piece's identifier is `id`. `domain` must
-    /// outlive the writer.
+    /// outlive the writer, which holds a claim until it goes. Errors: badArgument when the texts
+    /// of `description` are too long.
     static Result<std::unique_ptr<PieceWriter>> begin(engine::Domain &domain,
                                                       const engine::Settings &settings,
                                                       std::string blobName, PieceId id,
                                                       PieceDescription description);
 
-    /// A finished piece of the stream of another one of the domain, without reading that: it
-    /// refers to the same blocks. `conflict` when some of them may be on their way out; then the
-    /// stream must be stored anew. Only commit() is left to call.
+    /// Returns a finished piece with the stream of another one of the domain, without reading that:
+    /// it refers to the same blocks, and has the other's totals and time of insertion. Only
+    /// makeInactive() and commit() are left to call. Errors: conflict when reclaiming may delete
+    /// some of the blocks; then store the stream again.
     static Result<std::unique_ptr<PieceWriter>> copyOf(engine::Domain &domain,
                                                        blob::BlobReader &original,
                                                        std::string blobName, PieceId id,
@@ -31,11 +33,12 @@ public:
     /// Takes the next bytes of the stream. After an error the piece is lost: drop the writer.
     Result<void> append(ByteView bytes) { return stream_->append(bytes); }
 
-    /// Ends the stream and tells what it came to; every block is durable then. append() is over.
+    /// Ends the stream and returns its totals; every block is durable then. append() is over. After
+    /// an error the piece is lost.
     Result<PieceTotals> finish();
 
-    /// After the end of the stream: the piece will be an inactive one, since `at`. Its blob must be
-    /// the one of an inactive piece.
+    /// After the end of the stream: the piece will be an inactive one, since `at` (seconds since
+    /// 1970, UTC). Its blob name must be that of an inactive piece.
     Result<void> makeInactive(const SecretKey &manifestKey, std::int64_t at)
     {
         return manifest_->addInactiveNote(manifestKey, at);
@@ -46,8 +49,9 @@ public:
     /// error the piece is lost: drop the writer.
     Result<void> park(const blob::BlobWriter &claim) { return manifest_->park(claim); }
 
-    /// Makes the finished piece durable and visible. `exists` when another piece has the name by
-    /// now.
+    /// Makes the finished piece durable and visible; only NodeSpace::claimName() says afterwards
+    /// whether it has its name. Errors: exists when another piece has the name by now; after any
+    /// other it is taken back, as far as that can be done.
     Result<void> commit() { return manifest_->commit(blobName_); }
     /// The same under another name, where the piece waits for its place.
     Result<void> commitAs(const std::string &blobName) { return manifest_->commit(blobName); }

@@ -27,7 +27,7 @@ struct RemovedPiece {
     std::int64_t removedAt = 0;
 };
 
-/// What the names of all removed manifests of a piece begin with.
+/// Returns what the names of all removed manifests of a piece begin with; each removal gives one.
 std::string removedPrefixOf(const std::string &nodeKey, PieceId id);
 std::string removedNameOf(const std::string &nodeKey, const RemovedName &name);
 /// Returns nothing when the blob name is none that removedNameOf() gives.

@@ -22,6 +22,7 @@
 namespace arca::store
 {
 
+/// Valid during the visit only.
 struct StoredManifest {
     ManifestPlace place;
     const std::string &blobName;
@@ -32,9 +33,9 @@ struct StoredManifest {
 /// moved between places by hand has another one, and is found under no name of a piece.
 bool isNamedFor(ManifestPlace place, const std::string &nodeKey, const std::string &blobName);
 
-/// Visits each stored manifest. Of one that exists and cannot be opened every read fails with the
-/// reason. One that moves forward meanwhile may be visited in both places. The
-/// first failure of `visit` ends it and is returned.
+/// Visits each stored manifest, those set aside, too, in no order within a place. Of one that
+/// exists and cannot be opened every read fails with the reason. One that moves forward meanwhile
+/// may be visited in both places. The first failure of `visit` ends the visit and is returned.
 Result<void> visitManifests(blob::BlobStore &blobs, const std::string &nodeKey,
                             const std::function<Result<void>(const StoredManifest &)> &visit);
 

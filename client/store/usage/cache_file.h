@@ -14,9 +14,9 @@ namespace arca::store
 /// regular file; or when `directory` is empty. Whoever may write in the cache may have written it.
 Bytes readCacheFile(const std::string &directory, const std::string &name, std::size_t limit);
 
-/// Replaces the file, and makes the directory if need be. A process that is killed, or a failure,
-/// leaves the file as it was. Nothing is synced: after a loss of power it may be anything. With an
-/// empty directory nothing is done.
+/// Replaces the file, and makes the directory and its parent if need be. A process that is killed,
+/// or a failure, which is not reported, leaves the file as it was. Nothing is synced: after a loss
+/// of power it may be anything. With an empty directory nothing is done.
 void replaceCacheFile(const std::string &directory, const std::string &name, ByteView content);
 
 } // namespace arca::store

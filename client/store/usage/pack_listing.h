@@ -14,7 +14,7 @@ namespace arca::store
 class PackListing
 {
 public:
-    /// 20 bytes of memory for each revision.
+    /// Lists the packs. 20 bytes of memory for each revision. Errors: what listing says.
     static Result<PackListing> of(const engine::PackStore &packs);
 
     /// Returns the revisions of a pack, the oldest first; empty when it was not there.
@@ -26,6 +26,7 @@ public:
             if (i == 0 || found_[i - 1].id != found_[i].id)
                 visit(found_[i].id);
     }
+    /// Returns the number of revisions, of all packs together.
     std::size_t size() const { return found_.size(); }
 
 private:

@@ -20,7 +20,7 @@ namespace arca::store
 
 struct PackSize {
     engine::PackName which;
-    std::uint32_t enough = 0; // with so many needed blocks, or more, it stays as it is
+    std::uint32_t enough = 0; // with this number of needed blocks, or more, it stays
     std::uint64_t bytes = 0;
 
     bool isBefore(const PackSize &other) const;
@@ -38,12 +38,13 @@ public:
     std::optional<PackSize> of(const engine::PackName &which) const;
     /// Keeps a pack for the next save(). Each pack once.
     void keep(const PackSize &size) { kept_.push_back(size); }
-    /// Says of the pack that was kept last that fewer blocks are enough.
+    /// Says of the pack that was kept last that fewer blocks are enough. Only after keep().
     void isEnough(std::uint32_t blocks)
     {
         kept_.back().enough = std::min(kept_.back().enough, blocks);
     }
-    /// Remembers what was kept, and nothing else, unless that is what was remembered already.
+    /// Remembers what was kept, and nothing else, unless that is what was remembered already. Never
+    /// fails: what cannot be written (or more than 4 Mi packs) is remembered by this object only.
     void save(const std::string &directory, const std::string &nodeKey);
 
 private:
@@ -52,7 +53,7 @@ private:
 };
 
 Bytes encodePackSizes(std::span<const PackSize> sizes);
-/// Whatever the bytes are: empty when they are no such record.
+/// Takes any bytes: empty when they are no such record.
 std::vector<PackSize> parsePackSizes(ByteView bytes);
 
 } // namespace arca::store

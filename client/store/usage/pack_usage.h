@@ -16,7 +16,7 @@
 namespace arca::store
 {
 
-/// For each block of a pack whether it is needed; blocks beyond the end are not.
+/// For each block of a pack, by its number, whether it is needed; blocks beyond the end are not.
 using BlockUse = std::vector<bool>;
 using PackUse = std::map<engine::PackId, BlockUse>;
 
@@ -55,16 +55,21 @@ struct ShareUse {
 
 /// Visits each share once, in their order. The temporary file is made in the directory of the
 /// host's cache; where that does not work, the manifests are gone through once for each share.
-/// Errors: damaged, what reading says, and the first one of `visit`, which ends it.
+/// `visit` may take what it is given away. Memory: 2 KiB for each of 16,384 packs at a time. Takes
+/// no lock: the caller sees to it that what comes later needs nothing that it takes away. Errors:
+/// damaged, what reading says, and the first one of `visit`, which ends it.
 Result<void> visitUse(engine::Domain &domain, const UseQuestion &question,
                       const std::function<Result<void>(ShareUse &)> &visit);
 
-/// Returns the use of the packs that `wanted` admits, all in memory at once. Errors: damaged.
+/// Returns the use of the packs that `wanted` admits, all in memory at once. Errors: damaged when a
+/// manifest cannot be read, what reading says.
 Result<PackUse> usedBlocks(engine::Domain &domain,
                            const std::function<bool(const engine::PackId &)> &wanted);
 
+/// Returns the number of needed blocks.
 std::size_t countUsed(const BlockUse &use);
 
+/// Returns the share, below `shares`, that a pack is in.
 std::size_t shareOf(const engine::PackId &id, std::size_t shares);
 
 } // namespace arca::store

@@ -35,11 +35,12 @@ public:
 
     /// Errors: io, full. After an error: drop the object.
     Result<void> add(std::size_t share, const SpilledRun &run);
-    /// Visits the runs of a share in the order in which they came.
+    /// Visits the runs of a share in the order in which they came; they stay. `visit` may have seen
+    /// some when an error is returned. Errors: io.
     Result<void> take(std::size_t share, const std::function<void(const SpilledRun &)> &visit);
     /// Forgets a share; its place in the file is used again.
     void clear(std::size_t share);
-    /// What of the file is in use.
+    /// Returns the bytes of the file that are in use.
     std::uint64_t fileBytes() const;
 
 private:
