@@ -22,7 +22,8 @@
 namespace arca::store
 {
 
-/// Which pieces are wanted; what is empty or 0 asks for nothing.
+/// Which pieces are wanted; what is empty or 0 asks for nothing. Times are seconds since 1970, UTC;
+/// From, min and max are within, Before is not; inactiveBefore admits inactive pieces only.
 struct ListSelection {
     enum class State { active, inactive, any };
 
@@ -34,8 +35,9 @@ struct ListSelection {
     std::int64_t insertedFrom = 0, insertedBefore = 0, inactiveBefore = 0;
     std::uint64_t minBytes = 0, maxBytes = 0;
 
+    /// Compares all but state and time of insertion, which the other one compares.
     bool admits(const PieceInfo &piece) const;
-    /// What a row of the catalogue tells of it, too.
+    /// Compares what a row of the catalogue says in the clear.
     bool admits(bool inactive, std::int64_t inserted) const;
 };
 
@@ -43,28 +45,32 @@ struct ListSelection {
 class Listing
 {
 public:
-    /// Compares the catalogue with what is there. What cannot be read is passed over.
-    /// `progress` is told of objects: here on another thread, until both numbers are the same, and
-    /// from the beginning once more by next().
+    /// Compares the catalogue with what is there: what is stored later is not listed. What cannot
+    /// be read is passed over. `progress` is told of objects: here on another thread, until both
+    /// numbers are the same, and from the beginning once more by next(). Errors: stopped, full when
+    /// no catalogue can be made, what listing says.
     static Result<std::unique_ptr<Listing>> begin(NodeSpace &space, ListSelection selection,
                                                   Progress progress = {});
     ~Listing();
 
-    /// Nothing after the last one. By the time of insertion, then by the identifier; or name by
-    /// name, in the order of insertion.
+    /// Returns the next piece, of a registered filespace; nothing after the last one. By the time
+    /// of insertion, then by the identifier; or name by name (the names in an order of their own,
+    /// which is always the same), in the order of insertion. Node and digest may be missing. After
+    /// an error drop the listing.
     Result<std::optional<PieceInfo>> next();
 
-    /// What was passed over, in a sentence each that names the blob; at most kHurtKept of them.
+    /// What was passed over so far, in a sentence each that names the blob; what comes after
+    /// kHurtKept is left out.
     static constexpr std::size_t kHurtKept = 100;
     const std::vector<std::string> &hurt() const { return hurt_; }
 
 private:
-    /// What is stored under one of the 256 beginnings of name hashes, with its stamps.
     /// The blobs in the inactive place of a piece. At most one of them shows.
     struct InactiveCopies {
         std::uint64_t stamp = 0; // of all of them together
         std::vector<std::string> names;
     };
+    /// What is stored under one of the 256 beginnings of name hashes, with its stamps.
     struct Stored {
         std::multimap<NameHash, std::string> coming; // their blobs: coming_piece.h
         std::map<NameHash, std::uint64_t> active;

@@ -1,7 +1,7 @@
 // The rows of the object catalogue in a file of SQLite: what was read of each piece, sealed, with
 // as much in the clear as its order and the comparison with the blobs need. The file is a cache. It
 // may be lost, cut, damaged or another's at any time, and several processes may use it at once;
-// whoever calls makes it again (see catalogue.h). One thread at a time.
+// the caller makes it again then (see catalogue.h). One thread at a time.
 //
 //   about(name, value)   'whose': layout of the file, and a digest that only the node's key gives
 //   objects(hash, inserted, id, inactive, stamp, record, sealed), in the order of the first four
@@ -59,29 +59,34 @@ public:
     CatalogueFile(const std::string &path, const SecretKey &key);
     ~CatalogueFile();
 
-    // Each answers false when it did not come about; then the file is of no use any more.
+    // Each returns false on failure; discard the file then.
 
-    /// Opens it, or makes it; one that is another's is thrown away first.
+    /// Opens it, or makes it; one that is damaged or another's is thrown away first. Waits up to 5
+    /// s for another process, as change() does.
     bool open();
-    /// The rows of the names whose hash begins with that byte, without what is sealed.
+    /// Adds the rows of the names whose hash begins with that byte, in order, without what is
+    /// sealed.
     bool rowsUnder(std::byte first, std::vector<CatalogueRow> &rows);
-    /// In one step.
+    /// Takes rows away and puts others, in one transaction: after a failure neither was done.
     bool change(const std::vector<CatalogueRow> &gone, const std::vector<CatalogueRow> &fresh);
-    /// Whether table and index say the same in the same order, all of it: a file that was changed
-    /// behind our back is found out before anything of it is answered. `goOn` is asked now and
-    /// then; false ends it, and the file is as good as before.
+    /// Makes the index where it is missing, and returns true when table and index say the same in
+    /// the same order, all of it: a file that was changed behind our back is found out before
+    /// anything of it is answered. `goOn` is asked now and then; false ends it, and the file is as
+    /// good as before.
     bool isConsistent(const std::function<bool()> &goOn);
-    /// Some rows behind a position.
+    /// Adds the rows behind a position, at most `limit`; fewer only at the end.
     bool rowsAfter(CatalogueOrder order, const CataloguePosition &after, std::size_t limit,
                    std::vector<CatalogueRow> &rows);
 
-    /// Whether something failed because the file is damaged.
+    /// Returns true when something failed since open() because the file is damaged.
     bool isDamaged() const { return damaged_; }
     /// See Database::discard().
     bool discard();
 
+    /// Fills in row.sealed; the other columns are set before, as they are bound to it.
     Result<void> seal(CatalogueRow &row, const PieceInfo &piece) const;
-    /// `damaged` unless everything in the row is what was put there.
+    /// Returns the piece without its node and digest. Errors: damaged unless everything in the row
+    /// is what was put there.
     Result<PieceInfo> openRow(const CatalogueRow &row) const;
 
 private:

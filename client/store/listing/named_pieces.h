@@ -8,9 +8,10 @@
 namespace arca::store
 {
 
-/// The names that three patterns, as matchesPattern has them, can stand for: one for each
-/// registered filespace, always in the same order. Nothing when the high or the low level is not to
-/// the letter, and also when the filespaces cannot be told.
+/// Returns the names that three patterns, as matchesPattern has them, can stand for: one for each
+/// registered filespace that fits (an empty pattern: all), always in the same order; of a filespace
+/// to the letter that one, registered or not. Nothing when the high or the low level is not to the
+/// letter, and also when the record of a filespace cannot be read.
 Result<std::optional<std::vector<ObjectName>>> literalNames(NodeSpace &space,
                                                             const std::string &filespace,
                                                             const std::string &highLevel,
@@ -21,8 +22,9 @@ struct Versions {
     std::vector<std::string> hurt; // what could not be read, in a sentence each
 };
 
-/// All pieces of that name, active and inactive, as they were at one moment. Nothing when they are
-/// too many to be held.
+/// Returns all pieces of that name (the type is not compared), active and inactive, as they were at
+/// one moment, whether or not their filespace is registered. Nothing when they are more than
+/// 10,000.
 Result<std::optional<Versions>> versionsOf(NodeSpace &space, const ObjectName &name);
 
 } // namespace arca::store

@@ -8,8 +8,8 @@
 namespace arca::store
 {
 
-/// How much is done of about how much; both are the same at the end. False stops the work:
-/// `stopped`. Empty: nobody wants to know.
+/// Called with how much is done of about how much; both are the same at the end. False stops the
+/// work, which then fails with `stopped`. May be empty. The work says on which thread it calls.
 using Progress = std::function<bool(std::uint64_t done, std::uint64_t planned)>;
 
 } // namespace arca::store

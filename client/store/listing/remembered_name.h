@@ -8,13 +8,13 @@
 namespace arca::store
 {
 
-/// The catalogue's file; empty when this host keeps none.
+/// Returns the path of the catalogue's file; empty when this host keeps none.
 std::string cataloguePathOf(NodeSpace &space);
-/// The key that its rows are sealed with.
+/// Returns the key that its rows are sealed with.
 Result<SecretKey> catalogueKeyOf(const NodeSpace &space);
 
 /// Returns the name of the piece whose manifest was listed in that blob, active or inactive; empty
-/// when the catalogue is not there, or does not know it. Makes no file.
+/// when the catalogue is not there, or does not know it. Makes no file where there is none.
 std::string rememberedName(NodeSpace &space, const std::string &blobName);
 
 } // namespace arca::store

@@ -22,26 +22,26 @@ struct LoggedEvent {
 
 /// Which events are wanted.
 struct LogSelection {
-    std::string since; // in the form of LoggedEvent::time; empty: from the beginning
+    std::string since; // in the form of LoggedEvent::time, within; empty: from the beginning
     Severity atLeast = Severity::info;
     std::string node;        // empty: all
-    std::string before = {}; // empty: to the end
+    std::string before = {}; // not within; empty: to the end
 };
 
-/// One line without its line feed; nothing when it is no line of the log, or is one of `node` that
-/// its key does not open. A text that is sealed for another node is left out.
+/// Parses one line without its line feed; returns nothing when it is no line of the log, or is one
+/// of `node` that its key does not open. A text that is sealed for another node is left out.
 std::optional<LoggedEvent> parseLogLine(std::string_view line, const std::string &node,
                                         const LogSeal &seal);
 
-/// Returns how many lines of a blob are none of the log's, or were changed. Errors: what opening
-/// and reading say.
+/// Returns how many lines of a blob are none of the log's, or were changed. Errors: damaged when it
+/// is longer than 4 MiB, what opening and reading say.
 Result<std::size_t> unreadableLines(blob::BlobStore &store, const std::string &blobName,
                                     const std::string &node, const LogSeal &seal);
 
-/// The same a day at a time, so that the memory is that of a day, and a few bytes for each sealed
-/// line: the days on which events were published, and those of a day in the order of time. A sealed
-/// line is taken once, as no two are alike: what else has it is a copy. Belongs to one thread; must
-/// not outlive the store.
+/// Reads events a day at a time, so that the memory is that of a day, and a few bytes for each
+/// sealed line: the days on which events were published, and those of a day in the order of time. A
+/// sealed line is taken once, as no two are alike: what else has it is a copy. Belongs to one
+/// thread; must not outlive the store.
 class ActivityReader
 {
 public:
@@ -49,7 +49,8 @@ public:
     static Result<ActivityReader> open(blob::BlobStore &store, LogSelection selection,
                                        std::string node, LogSeal seal);
 
-    /// Nothing after the last one.
+    /// Returns nothing after the last one. What cannot be read is counted by unreadable(), and no
+    /// error.
     Result<std::optional<LoggedEvent>> next();
     /// Returns how many lines of the days that were begun are none of the log's or were changed. A
     /// blob that cannot be read counts as one.
@@ -74,10 +75,11 @@ private:
     std::size_t unreadable_ = 0;
 };
 
-/// Removes what was published on days (UTC) that were over at that time: seconds since 1970.
+/// Removes what was published on days (UTC) that were over at that time: seconds since 1970. After
+/// an error some of it may be gone; call it again.
 Result<void> pruneActivityLog(blob::BlobStore &store, std::int64_t before);
 
-/// The form of LoggedEvent::time, and back; 0 when it is none.
+/// The form of LoggedEvent::time (seconds before 1970 become 1970), and back; 0 when it is none.
 std::string logTimeOf(std::int64_t seconds);
 std::int64_t secondsOf(const std::string &logTime);
 

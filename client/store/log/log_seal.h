@@ -27,15 +27,16 @@ class LogSeal
 public:
     static Result<LogSeal> of(const SecretKey &dataKey, std::uint32_t incarnation);
 
-    /// `head`: the fields before the text, with the tabs between them.
+    /// Returns the field. `head`: the fields before the text, with the tabs between them.
     Result<std::string> seal(std::string_view head, std::string_view text) const;
     /// Returns the text; nothing when the field was not sealed by this node with this head.
     std::optional<std::string> open(std::string_view head, std::string_view field) const;
 
-    /// Whether another node of the same name says that it sealed the field. One without a number is
-    /// of the first, or of an earlier release.
+    /// Returns true when another node of the same name says that it sealed the field. One without a
+    /// number is of the first, or of an earlier release.
     bool isOfAnother(std::string_view field) const;
 
+    /// Returns true when the field has the form of a sealed one, of any node.
     static bool isSealed(std::string_view field);
 
 private:

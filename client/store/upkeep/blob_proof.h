@@ -26,10 +26,13 @@ public:
     {
     }
 
-    /// Fails with what is wrong with the blob, also when it was removed meanwhile. Damaged parts of
-    /// packs are recorded, as far as anything can be written, and those that were found right go.
+    /// Returns success for a sound blob, and after wasCutShort(). Fails with what is wrong with the
+    /// blob, also when it was removed meanwhile: the caller looks whether it is there. Damaged
+    /// parts of packs are recorded, as far as anything can be written, and those that were found
+    /// right go.
     Result<void> prove(const std::string &blobName, Checked what);
-    /// Whether the last proof was given up because `isOut` said so: nothing is known then.
+    /// Returns true when the last proof was given up because `isOut` said so: nothing is known
+    /// then.
     bool wasCutShort() const { return cutShort_; }
 
 private:

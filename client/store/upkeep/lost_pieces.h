@@ -1,4 +1,4 @@
-// Which pieces need blocks that nobody has any more.
+// Which pieces need blocks that no pack has any more.
 #ifndef KEEL_CLIENT_STORE_UPKEEP_LOST_PIECES_H
 #define KEEL_CLIENT_STORE_UPKEEP_LOST_PIECES_H
 
@@ -9,7 +9,8 @@
 namespace arca::store
 {
 
-/// Blocks that cannot be read: of each pack their numbers, or all of them.
+/// Blocks that cannot be read: of each pack their numbers, or all of them. After addAll() add() is
+/// not called for that pack.
 class LostBlocks
 {
 public:
@@ -33,12 +34,12 @@ private:
 };
 
 struct LostPiece {
-    std::string name; // its own, else that of its blob
+    std::string name; // its own, else that of its blob; not made printable
     std::string reason;
 };
 
-/// Names every stored piece whose manifest is damaged, or that needs one of `lost`. Errors: what
-/// listing or reading says, but for damage.
+/// Names every stored piece whose manifest cannot be read, or that needs one of `lost`; removed
+/// ones and those set aside, too. Errors: what listing or reading says, but for damage.
 Result<void> visitLostPieces(NodeSpace &space, const LostBlocks &lost,
                              const std::function<void(const LostPiece &)> &visit);
 

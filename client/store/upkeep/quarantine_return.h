@@ -6,8 +6,7 @@
 //      by now, or gets it meanwhile, it becomes an inactive piece of that name. A piece that waited
 //      in coming/ has the name that it waited for.
 //   2. Like every writer it takes its claim first and reads the marks of reclaiming then. What
-//   needs
-//      a marked pack waits for the next run: from the quarantine it keeps its packs as well.
+//      needs a marked pack waits for the next run: from the quarantine it keeps its packs as well.
 //   3. It leaves the quarantine only when what was written was read and found right, and its name
 //      is claimed. Killed before, both are there, and the next run ends it. When a name is lost,
 //      the inactive piece is there before the name is given back, as another run may have counted
@@ -34,8 +33,9 @@ struct SetAside {
 };
 
 /// Tells `visit` each manifest that can be read; those that cannot are passed over. With `dryRun`
-/// nothing changes, and `now` is where it would be. Only who holds the node's lock of reclaiming
-/// calls it. Errors: what listing and writing say.
+/// nothing changes, and `now` is where it would be. The caller holds the node's lock of reclaiming,
+/// unless it is a dry run; the lock of changes is taken for each piece. Errors: what listing and
+/// writing say; what was brought back by then stays so.
 Result<void> bringBackReadable(NodeSpace &space, bool dryRun,
                                const std::function<void(const SetAside &)> &visit);
 

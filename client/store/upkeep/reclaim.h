@@ -7,7 +7,7 @@
 //   3. mark    them in a record: streams that begin from now on stay off them (see marked_packs.h)
 //   4. purge   these removed pieces
 //   5. wait    until every claim that was there at the mark has gone. A channel that is slow or
-//              stopped holds its claim, a dead one does not; whoever comes back later goes on here
+//              stopped holds its claim, a dead one does not; a later run goes on here
 //   6. look again at the marked packs, as a stream from before the mark may count on them by now
 //   7. sweep   delete what is all dead; then write the live blocks of the others into a next
 //              revision, prove it before it gets its name, and delete the one before
@@ -18,8 +18,7 @@
 //   1. A pack is deleted or rewritten only when it is marked, every claim from before the mark is
 //      gone, and a look that began after both found no manifest that needs what is taken.
 //   2. A manifest that was there when that look began is met by it: manifests move forward only,
-//   and
-//      the look visits the places in that order (stored_manifests.h).
+//      and the look visits the places in that order (stored_manifests.h).
 //   3. A manifest that appears later belongs to a writer that took its claim before it read the
 //      marks. If it took the claim before the mark, its claim had to be gone before the look began,
 //      and the claim goes only as the manifest appears (or never will): then 2 holds. If it took
@@ -91,13 +90,18 @@ class Reclaim
 public:
     using Step = std::function<bool(const ReclaimTotals &)>;
 
+    /// For one plan() or one run(). `space` must outlive it.
     explicit Reclaim(NodeSpace &space, const ReclaimRequest &request = {});
 
-    /// Returns what a run would do now, and fails where it would refuse; changes nothing.
+    /// Returns what a run would do now, and fails where it would refuse; changes nothing and takes
+    /// no lock.
     Result<ReclaimTotals> plan();
-    /// `step` is told after each pack; false ends the run early, and cleanly. Errors: conflict when
-    /// another one is at work for this node; damaged when pieces are missing, a manifest cannot be
-    /// read, or more would be freed than removals explain. After these nothing was freed.
+    /// Returns with waitingPacks set when claims hold it up; run it again later. `step` is told
+    /// after each pack; false ends the run early, and cleanly. Errors: conflict when another one is
+    /// at work for this node; damaged when pieces, or the record of their filespace, are missing,
+    /// or more would be freed than removals explain: then nothing was freed but by an earlier run's
+    /// mark. After others (conflict, too, when another run overtook this one) some may be freed;
+    /// the next run goes on.
     Result<ReclaimTotals> run(const Step &step = {});
 
 private:

@@ -20,12 +20,13 @@ struct RecordKind {
     Result<void> (*check)(ByteView record);
 };
 
+/// A static table, as what recordKindAt() points into.
 std::span<const RecordKind> recordKinds();
-/// The kind whose place a blob's name says; null when no record belongs there.
+/// Returns the kind whose place a blob's name says; null when no record belongs there.
 const RecordKind *recordKindAt(std::string_view blobName);
-/// How long a record of that name may be.
+/// Returns how many bytes a record of that name may have.
 std::size_t maxRecordBytesAt(std::string_view blobName);
-/// The envelope of a record as RecordKind::check() takes it, from what is stored in its place. Its
+/// Returns the envelope of a record as RecordKind::check() takes it, from what is stored. Its
 /// digest is compared where only the node's key makes one, and, with `shared`, the seal of the
 /// records that all nodes share, where only that does; else it is left out. Errors: damaged.
 Result<Bytes> recordAt(const engine::Domain &domain, std::string_view blobName, Bytes stored,

@@ -12,12 +12,13 @@
 //   4. mend    write the next revision with all that can be read, and prove it before it gets its
 //              name
 //   5. remove  the revisions before, and their records
-//   6. unmark, and name the pieces that need what nobody has
+//   6. unmark, and name the pieces that need what no pack has
 //
 // What stays true:
 //   a. A revision goes only when a later one was proven to have every block of it that can be read.
 //      A pack that gains nothing stays as it is, and so does one that the system fails to read.
-//   b. Blocks that nobody has are dropped, and their identities stay. A record says so until copies
+//   b. Blocks that no pack has are dropped, and their identities stay. A record says so until
+//   copies
 //      are found.
 //   c. Killed anywhere it does no harm: a new revision beside the old one has the same blocks under
 //      the same numbers, and the next run, or reclaiming, goes on.
@@ -53,9 +54,10 @@ struct RepairWatcher {
     std::function<bool()> goOn;                     // false ends the run early, and cleanly
 };
 
-/// `dryRun` changes nothing. A pack that cannot be read or written holds up no other one. Errors:
-/// conflict when another process repairs or reclaims for this node, stopped, and what listing and
-/// the records say; what was mended by then stays so.
+/// Repairs what can be repaired now; lost pieces and waiting packs are counted, and no error.
+/// `dryRun` changes nothing and takes no lock. A pack that cannot be read or written holds up no
+/// other one. Errors: conflict when another process repairs or reclaims for this node, stopped, and
+/// what listing and the records say; what was mended by then stays so.
 Result<RepairOutcome> repair(NodeSpace &space, bool dryRun, const RepairWatcher &watcher);
 
 } // namespace arca::store

@@ -27,7 +27,7 @@ struct Statistics {
     PieceSums all;
     std::uint64_t inactivePieces = 0;       // among them
     std::map<std::int64_t, PieceSums> days; // by the day of storing: days since 1970, UTC
-    std::int64_t newest = 0;                // when the last of them was stored
+    std::int64_t newest = 0; // when the last was stored: seconds since 1970, UTC, as lastDamage
     std::uint64_t manifestBytes = 0;
     std::uint64_t unreadable = 0;   // pieces and packs that cannot be opened; they are in no sum
     std::uint64_t damagedParts = 0; // of packs, that have a record
@@ -37,8 +37,9 @@ struct Statistics {
     std::uint64_t packBytes = 0; // also of blocks that no piece needs any more
 };
 
-/// Of the pieces that show now; what comes or goes meanwhile may be counted or not.
-/// `progress` is told of pieces and packs.
+/// Sums up the pieces that show now, and every revision of every pack; what comes or goes meanwhile
+/// may be counted or not. `progress` is told of pieces and packs. Errors: stopped, what listing
+/// says.
 Result<Statistics> gatherStatistics(NodeSpace &space, const Progress &progress = {});
 
 } // namespace arca::store

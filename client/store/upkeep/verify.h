@@ -1,6 +1,7 @@
 // Proves that what a node keeps is all there and all right, beside any number of sessions; what is
 // removed while it looks is no fault. It writes nothing but the records of damaged packs
-// (damage.h), and removes those whose part it found right. One thread uses it at a time.
+// (damage.h) and, in this host's cache, how far it came (verify_state.h), and removes the records
+// whose part it found right. It takes no lock. One thread uses it at a time.
 //
 // Checked are, one blob after the other: the small records of the node and of the repository; the
 // packs (each opens, and its index agrees with the rest of it); the pieces (each opens, and every
@@ -31,7 +32,8 @@ struct VerifyRequest {
     bool isPartial() const { return percent < 100 || maxDuration.count() != 0; }
 };
 
-/// Fails only when it cannot go on: whatever is wrong with one blob is told to the watcher.
+/// Fails only when it cannot go on: whatever is wrong with one blob is told to the watcher. What
+/// was told by then holds; the next partial run goes on from some seconds before.
 Result<VerifyOutcome> verify(NodeSpace &space, const VerifyRequest &request,
                              const VerifyWatcher &watcher);
 

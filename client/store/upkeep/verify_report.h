@@ -67,15 +67,16 @@ public:
     const VerifyProgress &progress() const { return progress_; }
 
     void plan(std::uint64_t blobs) { progress_.planned = blobs; }
-    /// What should be there and is not.
+    /// Counts what should be there and is not; the first 100 are told.
     void missing(const Stock &stock);
-    /// After missing(): whether there are packs, and nothing that could need one.
+    /// After missing(). `onlyPacks`: there are packs, and nothing that could need one.
     void endStock(bool onlyPacks);
     /// A blob is not as it should be. The reason may begin with the blob's name.
     void hurt(const std::string &blobName, Checked what, std::string reason);
     /// A damaged manifest lies in the quarantine; it counts as checked.
     void quarantined(const std::string &blobName);
-    /// Pieces of a filespace without a record. Told once: there may be a million of them.
+    /// Counts pieces of a filespace without a record as one damaged record, told once for the
+    /// filespace: there may be a million of them.
     void lostFilespace(const std::string &name);
     /// A record of a damaged part was made, or went.
     void recorded() { ++outcome_.recorded; }
