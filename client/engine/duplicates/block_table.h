@@ -34,18 +34,21 @@ public:
 
     std::optional<Slot> slotOf(const PackId &pack) const;
     const PackId &packOf(Slot slot) const { return packs_.at(slot).id; }
-    /// Blocks of that pack, dropped ones included.
+    /// Returns the highest number that was added of that pack, plus 1.
     std::uint32_t blocksOf(Slot slot) const { return packs_.at(slot).blocks; }
 
-    /// Which frame of that pack holds a block; null when its frames are not known.
+    /// Returns the frame of that pack that holds a block, until the pack goes; null when its frames
+    /// are not known.
     const FrameSpan *frameOf(const Place &place) const;
 
-    /// `frames` in the order of the pack.
+    /// Adds a pack that is not in the table. Its slot is valid until the pack goes, and never given
+    /// again; slotOf() tells. `frames` in the order of the pack.
     Slot addPack(const PackId &pack, std::vector<FrameSpan> frames = {});
-    /// Forgets others if it must. The numbers of a pack's blocks may come in any order.
+    /// Adds a block of a pack that is in the table. Forgets other packs if it must, and the block
+    /// itself when its pack alone fills the table. The numbers may come in any order.
     void add(Slot slot, const BlockId &block, std::uint32_t number);
 
-    /// Marks the pack as met.
+    /// Returns one place of the block, and marks the pack as met.
     std::optional<Place> find(const BlockId &block);
     /// Visits every place of the block.
     template <class Visit> void eachPlace(const BlockId &block, Visit visit) const

@@ -1,5 +1,5 @@
 // What the streams of one node share: its keys, its packs, and what this host remembers of them. A
-// block is found again in all of a node's pieces and in nobody else's. Any thread may use it; it
+// block is found again in all of a node's pieces and in no other node's. Any thread may use it; it
 // must not outlive the blob store.
 #ifndef KEEL_CLIENT_ENGINE_DUPLICATES_DOMAIN_H
 #define KEEL_CLIENT_ENGINE_DUPLICATES_DOMAIN_H
@@ -29,7 +29,8 @@ public:
     /// Ends the thread that fills the hints, if there is one.
     ~Domain();
 
-    /// `nodeKey`: the component of blob names that stands for the node.
+    /// `nodeKey`: the component of blob names that stands for what the node keeps. Derives keys
+    /// only: it reads nothing, and a wrong `dataKey` is not noticed.
     static Result<std::unique_ptr<Domain>> open(blob::BlobStore &blobs, std::string nodeKey,
                                                 const SecretKey &dataKey, RecordForm records,
                                                 HostCache cache = {});
@@ -47,11 +48,11 @@ public:
     const SecretKey &recordKey() const { return keys_.records; }
     RecordForm recordForm() const { return recordForm_; }
 
-    /// Opened when it is first needed, and then compared with the packs that are there if that was
-    /// not done for a while: at once when little is new, else on a thread that goes on beside the
-    /// streams, so that none waits for it. What that thread has not come to is found again by the
-    /// next session. Call it on a thread of ours: a limit on the size of files would be told to any
-    /// other one by a signal.
+    /// Returns the hints, which live as long as the domain. They are opened when they are first
+    /// needed, and compared with the packs that are there if that was not done for an hour: at once
+    /// when little is new, else on a thread that goes on beside the streams, so that none waits for
+    /// it. What that thread has not come to is found again by the next session. Call it on a thread
+    /// of ours: SIGXFSZ must not be delivered to a host thread.
     HintCatalogue &hints();
 
 private:

@@ -43,18 +43,20 @@ public:
     /// `settings` ask for a cipher.
     DuplicateIndex(Domain &domain, AvoidedPacks avoided, const Settings &settings);
 
+    /// Returns a place of the block, reading hints and indexes of packs if need be; nothing when
+    /// none is found. Never fails: what cannot be read counts as not stored, and is stored again.
     std::optional<StoredBlock> find(const BlockId &block);
-    /// Where the stream itself has stored it.
+    /// Returns where the stream itself has stored it last, as far as that is in memory.
     std::optional<BlockRef> findOwn(const BlockId &block) const;
-    /// Has the packs in memory that are said to hold the block, though it was found already.
-    /// Whether one came in.
+    /// Brings the packs into memory that are said to hold the block, though it was found already.
+    /// Returns true when one came in.
     bool bringIn(const BlockId &block);
     /// Visits every place that is in memory now.
     template <class Visit> void eachCopy(const BlockId &block, Visit visit) const
     {
         table_.eachPlace(block, [&](const BlockTable::Place &place) { visit(storedAt(place)); });
     }
-    /// A block that this stream stores itself.
+    /// Adds a block that this stream stores itself.
     void addOwn(const BlockRef &place, const BlockId &block);
 
     const LookupCounts &counts() const { return counts_; }

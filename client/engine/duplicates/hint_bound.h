@@ -14,7 +14,8 @@
 namespace arca::engine
 {
 
-/// The caller holds the lock of the catalogue. Every function returns false on failure.
+/// The caller holds the lock of the catalogue. Every function that changes the file returns false
+/// on failure, next() 0; the caller rolls the transaction back.
 class HintBound
 {
 public:
@@ -26,9 +27,10 @@ public:
 
     /// Prepares the statements. The database is open.
     bool prepare();
+    /// Lets the statements go; the database may be closed then.
     void letGo();
 
-    /// A pack was found whose last use is `used`. Written by the next write().
+    /// Notes that a pack was found whose last use is `used`. Written by the next write().
     void found(std::int64_t pack, std::int64_t used);
     /// In a transaction: writes what was found.
     bool write();
@@ -39,7 +41,7 @@ public:
     bool added(std::int64_t pack, std::int64_t hints);
     /// In a transaction: the pack is about to be forgotten.
     bool forgotten(std::int64_t pack);
-    /// The number that the next pack will have; none is given twice.
+    /// In a transaction: returns the number that the next pack will have; none is given twice.
     std::int64_t next();
 
 private:

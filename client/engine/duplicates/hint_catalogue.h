@@ -47,15 +47,16 @@ public:
 
     /// Returns false when it knows nothing, now and later: remembering is in vain.
     bool isOpen();
-    /// The packs that are said to hold the block, newest first, at most `limit`.
+    /// Returns the packs that are said to hold the block, newest first, at most `limit`.
     std::vector<PackId> packsWith(const BlockId &block, std::size_t limit);
-    /// Remembers the sampled blocks of a pack.
+    /// Remembers the sampled blocks of a pack, all or none of them. Older packs may lose theirs.
     void remember(const PackId &pack, const PackIndex &index);
     void forget(const PackId &pack);
 
-    /// The packs it knows; for comparing with those that are there.
+    /// Returns the packs it knows; for comparing with those that are there.
     std::vector<PackId> packs();
-    /// When the packs were last compared with those that are there: seconds since 1970, 0 never.
+    /// Returns when the packs were last compared with those that are there: seconds since 1970,
+    /// UTC; 0 never.
     std::int64_t comparedAt();
     void setComparedAt(std::int64_t when);
 

@@ -14,22 +14,24 @@ namespace arca::engine
 class BlockSearch
 {
 public:
-    /// As many as may be wanted at once: some 100 bytes of memory each.
+    /// As many as the caller may want at once: some 100 bytes of memory each.
     static constexpr std::size_t kMaxWanted = std::size_t{1} << 18;
 
     /// Copies in the `damaged` parts are not looked at.
     BlockSearch(Domain &domain, const DamagedParts &damaged) : domain_(domain), damaged_(damaged) {}
 
-    /// A block without an identity, stored where no duplicates were looked for, is never found.
+    /// Adds a block to look for, before run(). One without an identity, stored where no duplicates
+    /// were looked for, is never found.
     void want(const BlockEntry &block);
     std::size_t wanted() const { return wanted_.size(); }
 
     /// Goes through the indexes of all revisions of all packs. A pack that cannot be read is left
-    /// out. `goOn` is asked before each pack. Errors: stopped, and what listing them says.
+    /// out. `goOn`, which may be empty, is asked before each pack. Errors: stopped, and what
+    /// listing them says.
     Result<void> run(const std::function<bool()> &goOn);
 
-    /// Reads a copy and compares it with its identity. The bytes stay until the next call. Nothing
-    /// when there is no copy that can be read.
+    /// Reads a copy of a block that was wanted and compares it with its identity. The bytes stay
+    /// until the next call. Returns nothing when there is no copy that can be read.
     std::optional<ByteView> fetch(const BlockEntry &block);
 
 private:

@@ -29,8 +29,9 @@ struct PackFindings {
     bool isWhole() const { return !isSound() && damaged.front().kind == DamageKind::whole; }
 };
 
-/// Checks `pack`. `progress` is told the bytes of each frame that was read. Damage is a finding,
-/// not an error. Errors: notFound when there is no such revision, io, denied.
+/// Checks `pack`. `progress`, which may be empty, is told the bytes of each frame that was read.
+/// Damage is a finding, not an error, and so is a frame that gives io. Errors: notFound when there
+/// is no such revision; io, denied when header, index or trailer cannot be read.
 Result<PackFindings> checkPack(Domain &domain, const PackName &pack, CheckDepth depth,
                                const std::function<void(std::size_t bytes)> &progress);
 
@@ -38,10 +39,11 @@ Result<PackFindings> checkPack(Domain &domain, const PackName &pack, CheckDepth 
 Result<PackFindings> checkPack(Domain &domain, const OpenPack &pack, CheckDepth depth,
                                const std::function<void(std::size_t bytes)> &progress);
 
-/// Returns true when `content` is the block that the index names.
+/// Returns true when `content` is the block that the index names, or the block has no identity.
 bool fitsIdentity(const BlockHasher &identify, const BlockEntry &block, ByteView content);
 
-/// Reads and opens a frame; `raw` receives its blocks, one after the other. Errors: damaged, io.
+/// Reads and opens a frame; `raw` receives its blocks, one after the other, without the dropped
+/// ones. After an error `sealed` and `raw` may hold anything. Errors: damaged, io.
 Result<void> openFrame(const OpenPack &pack, FrameCoder &coder, std::uint32_t number,
                        const FrameEntry &entry, Bytes &sealed, Bytes &raw);
 

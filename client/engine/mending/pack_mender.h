@@ -50,7 +50,8 @@ struct MendPlan {
     bool isWorthIt() const { return found != 0 && !losesUnreadable; }
 };
 
-/// Reads the copies that `search` found. Writes nothing.
+/// Says what can be done, reading the copies that `search` found. Writes nothing. What pieces need
+/// may change after it: `isNeeded` is asked again for a later plan.
 MendPlan planMending(const BrokenPack &pack, BlockSearch &search,
                      const std::function<bool(std::uint32_t block)> &isNeeded);
 

@@ -21,8 +21,8 @@ struct RewrittenPack {
 /// `isNeeded` is asked for numbers of blocks; at least one must be. Every needed block is compared
 /// with its identity, and the new revision is proven by reading it again before it gets its name.
 /// Durable when it returns; the old revision is still there. Errors: damaged when frames with
-/// needed blocks are not what was written, then `found` has them; damaged without any when what was
-/// written is not right; exists when another process wrote that revision; those of
+/// needed blocks are not what was written, then they are added to `found`; damaged without any when
+/// what was written is not right; exists when another process wrote that revision; those of
 /// `next.stillMarked`. After these no name leads to what was written; after another error one may,
 /// and what it leads to is proven.
 Result<RewrittenPack> rewritePack(Domain &domain, OpenPack &pack, const NextRevision &next,

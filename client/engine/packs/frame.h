@@ -26,12 +26,15 @@ public:
     FrameCoder(const FrameCoder &) = delete;
     FrameCoder &operator=(const FrameCoder &) = delete;
 
-    /// With settings.verify what was made is taken apart again and compared: a fault of memory,
-    /// processor or library must not become a backup that nobody can read.
+    /// Compresses, where that saves a thirty-second, and seals blocks of at most kMaxFrameBytes
+    /// into `into`. With settings.verify what was made is taken apart again and compared: a fault
+    /// of memory, processor or library must not become a backup that cannot be read. After an error
+    /// (internal) `into` is of no use.
     Result<void> seal(const Settings &settings, const Aead &cipher, const PackId &pack,
                       std::uint32_t number, ByteView raw, SealedFrame &into);
 
-    /// `sealed` as the index says; `raw` has entry.rawBytes. `damaged`.
+    /// Opens `sealed`, as long as the index says, into `raw`, which has entry.rawBytes. After an
+    /// error `raw` may hold anything. Errors: damaged.
     Result<void> open(const Aead &cipher, const PackId &pack, std::uint32_t number,
                       const FrameEntry &entry, ByteView sealed, std::span<std::byte> raw);
 

@@ -18,7 +18,8 @@ public:
     static constexpr std::size_t kSmall = std::size_t{512} << 10;
     static constexpr std::size_t kLarge = std::size_t{2} << 20;
 
-    /// At least `bytes` (no more than kLarge), aligned for direct transfers.
+    /// Returns at least `bytes` (no more than kLarge), aligned for direct transfers and not
+    /// cleared. The pool itself belongs to a shared_ptr. Throws bad_alloc.
     std::shared_ptr<std::byte> take(std::size_t bytes);
 
 private:

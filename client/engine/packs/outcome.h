@@ -1,5 +1,5 @@
 // How work on several threads ends: the first failure of any of them, kept for the caller's thread.
-// Guarded by the mutex of whoever has it.
+// Guarded by its owner's mutex. A failure stays for good.
 #ifndef KEEL_CLIENT_ENGINE_PACKS_OUTCOME_H
 #define KEEL_CLIENT_ENGINE_PACKS_OUTCOME_H
 
@@ -21,14 +21,15 @@ public:
         if (!failed())
             failure_ = std::move(failure);
     }
+    /// Keeps the exception that is being handled.
     void failByException()
     {
         if (!failed())
             thrown_ = std::current_exception();
     }
-    /// Without allocating anything.
+    /// Allocates nothing.
     void failForMemory() { noMemory_ = true; }
-    /// What was thrown is thrown again.
+    /// Returns the failure; what was thrown is thrown again, and bad_alloc for memory.
     Result<void> now() const
     {
         if (thrown_)

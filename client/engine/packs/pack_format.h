@@ -10,15 +10,14 @@
 //                 32    32  salt, random
 //
 //   frames    one after the other; a frame is some blocks, compressed together, sealed: as many
-//   bytes
-//             as its content and a tag of 16
+//             bytes as its content and a tag of 16
 //
 //   index     sealed:
 //                  0     4  frames f      4  4  blocks b
 //                  8  24*f  a frame: offset in the pack (8), length with its tag (4), length of its
 //                           blocks together (4), method (4: 0 as it is, 1 zstd), blocks (4)
-//                  -  20*b  a block: identity (16), length (4; bit 31: dropped, not stored any
-//                  more)
+//                  -  20*b  a block: identity (16; all zeros: duplicates were not looked for),
+//                           length (4; bit 31: dropped, not stored any more)
 //
 //   trailer        0     8  "ARCAPEND"
 //   (64 bytes,     8     8  offset of the index
@@ -33,7 +32,7 @@
 // 1 and 0 for the index. Associated data: of a frame identifier, its number (4), length of its
 // blocks (4), method (4); of the index header and trailer without its checksum.
 //
-// A pack is never changed. Rewritten without the blocks that nobody needs, it is another blob of
+// A pack is never changed. Rewritten without the blocks that no piece needs, it is another blob of
 // the next revision (NAME.2, NAME.3 ...): identifier and numbers of the blocks stay, so whatever
 // refers to a block finds it there.
 #ifndef KEEL_CLIENT_ENGINE_PACKS_PACK_FORMAT_H
@@ -91,7 +90,7 @@ struct PackTrailer {
     std::uint32_t blocks = 0;
 };
 
-/// The pack that the same stream wrote next.
+/// Returns the identifier of the pack that the same stream wrote next, if it did.
 PackId successorOf(const PackId &id);
 
 Bytes encodePackHeader(const PackHeader &header);
@@ -100,11 +99,14 @@ Result<PackHeader> parsePackHeader(ByteView bytes);
 
 /// With its checksum, which covers `header`, too.
 Bytes encodePackTrailer(const PackHeader &header, const PackTrailer &trailer);
+/// `headerBytes` are those of a header that was parsed; `packBytes`: of the whole pack. Errors:
+/// damaged.
 Result<PackTrailer> parsePackTrailer(ByteView headerBytes, ByteView trailerBytes,
                                      std::uint64_t packBytes);
 
 Bytes encodePackIndex(const PackIndex &index);
-/// `framesEnd`: no frame may reach beyond. Everything in it is checked against everything else.
+/// Everything in it is checked against everything else: the frames fill the pack from the header to
+/// the index and hold all blocks. Errors: damaged.
 Result<PackIndex> parsePackIndex(ByteView bytes, const PackTrailer &trailer);
 
 /// The cipher of one pack.

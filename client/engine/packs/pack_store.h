@@ -27,8 +27,8 @@ struct PackName {
     bool operator==(const PackName &) const = default;
 };
 
-/// A pack that was opened: its frame is right, its index not yet read. Belongs to one thread, but
-/// for read().
+/// A pack that was opened: header and trailer are right, its index not yet read. Belongs to one
+/// thread, but for read(). Must not outlive the blob store.
 class OpenPack
 {
 public:
@@ -40,16 +40,18 @@ public:
     const std::string &blobName() const { return name_; }
     const Aead &cipher() const { return cipher_; }
     std::uint64_t size() const { return size_; }
-    /// With those that were dropped.
+    /// Returns their number, with those that were dropped.
     std::uint32_t blocks() const { return trailer_.blocks; }
 
-    /// `damaged` unless it is what was written.
+    /// Errors: damaged unless the index is what was written; as read().
     Result<PackIndex> readIndex() const;
-    /// Fewer bytes only at its end. Any number of threads at once.
+    /// Reads sealed bytes, fewer only at the end of the pack. Any number of threads at once.
+    /// Errors: notFound after close() when the revision is gone, what reading says.
     Result<std::size_t> read(std::uint64_t offset, std::span<std::byte> into) const;
-    /// A hint that all of it will be read soon.
+    /// A hint that all of it will be read soon. Not after close().
     void readAhead() const { blob_->readAhead(0, size_); }
-    /// Does not hold the blob open until more is read. Somebody's claim has to keep it.
+    /// Holds the blob open no longer: each later read() opens it by its name. A claim has to keep
+    /// it, or read() may find it gone.
     void close();
 
 private:
@@ -65,14 +67,15 @@ private:
     Aead cipher_;
 };
 
-/// Writes one pack. Nothing shows before commit(); dropped, it leaves nothing. Belongs to one
-/// thread.
+/// Writes one pack. Nothing shows before commit(); dropped, it leaves nothing. After an error drop
+/// it. Belongs to one thread.
 class PackWriter
 {
 public:
-    /// `blocks` are those in the frame, in its order.
+    /// Appends the next frame. `blocks` are those in it, in its order, dropped ones too.
     Result<void> append(const SealedFrame &frame, std::span<const BlockEntry> blocks);
-    /// Durable when it returns.
+    /// Ends the pack; durable when it returns. Errors: exists when the name is taken. After another
+    /// error the name may lead to the whole pack.
     Result<void> commit();
 
     std::uint64_t storedBytes() const { return offset_; }
@@ -107,29 +110,32 @@ public:
     blob::BlobStore &blobs() const { return blobs_; }
     ByteView packKey() const { return packKey_; }
 
-    /// The salt is the caller's so that frames can be sealed before the pack is begun.
+    /// Begins a pack, which is a claim until it is committed or dropped. The salt is the caller's
+    /// so that frames can be sealed before the pack is begun.
     Result<std::unique_ptr<PackWriter>> begin(const PackName &which,
                                               const PackHeader &header) const;
     /// Ends the pack that `writer` writes and opens it before it has a name. Commit it, or drop it,
     /// when that is gone; append nothing more.
     Result<std::unique_ptr<OpenPack>> readBack(PackWriter &writer, const PackName &which) const;
-    /// A header with a new salt.
+    /// Returns a header with a new salt.
     static Result<PackHeader> newHeader(const PackId &id, Cipher cipher);
 
-    /// The newest revision of it. `notFound`, `damaged`.
+    /// Opens revision 1 while that is there, else the newest one. Errors: notFound, damaged.
     Result<std::unique_ptr<OpenPack>> open(const PackId &id) const;
     Result<std::unique_ptr<OpenPack>> open(const PackName &which) const;
 
-    /// The revision that open() by identifier leads to; nothing when there is none, or when that
-    /// cannot be told.
+    /// Returns the revision that open() by identifier leads to; nothing when there is none, or when
+    /// listing fails.
     std::optional<std::uint32_t> revisionToRead(const PackId &id) const;
 
-    /// Every revision of every pack, in no order; `visit` answers false to stop.
+    /// Visits every revision of every pack, in no order; `visit` answers false to stop. Blobs with
+    /// other names are passed over.
     Result<void> list(const std::function<bool(const PackName &)> &visit) const;
     std::string blobNameOf(const PackName &which) const;
-    /// Empty when there is none.
+    /// Returns the revisions that are there; empty when there is none.
     Result<std::set<std::uint32_t>> revisionsOf(const PackId &id) const;
-    /// Which pack the last component of a blob's name stands for; nothing when it is none.
+    /// Returns the pack that the last component of a blob's name stands for; nothing when it is
+    /// none. The components before are not looked at: compare with blobNameOf().
     std::optional<PackName> nameFrom(std::string_view blobName) const;
 
 private:

@@ -1,5 +1,5 @@
-// Writes the next revision of a pack: every block under the number it had, kept or dropped. Belongs
-// to one thread.
+// Writes the next revision of a pack: every block under the number it had, kept or dropped. Nothing
+// shows before commit(); after an error of any call drop the writer. Belongs to one thread.
 #ifndef KEEL_CLIENT_ENGINE_PACKS_REVISION_WRITER_H
 #define KEEL_CLIENT_ENGINE_PACKS_REVISION_WRITER_H
 
@@ -24,11 +24,12 @@ struct NextRevision {
 class RevisionWriter
 {
 public:
-    /// The revision `next` of `pack`, under the same cipher.
+    /// Begins the revision `next` of `pack`, under the same cipher. Errors: those of
+    /// next.stillMarked, what the store says.
     static Result<std::unique_ptr<RevisionWriter>>
     begin(const PackStore &packs, const OpenPack &pack, const NextRevision &next);
 
-    /// Each block of the pack in its order, with one of the two.
+    /// Each block of the pack in its order, with one of the two. `block` has entry.length bytes.
     Result<void> keep(BlockEntry entry, ByteView block);
     void drop(BlockEntry entry);
 
@@ -36,7 +37,7 @@ public:
     /// on whatever has one. Drop what it returns before the writer.
     Result<std::unique_ptr<OpenPack>> readBack();
     /// Durable when it returns. At least one block was kept. Errors: exists when another process
-    /// wrote that revision; then nothing changed.
+    /// wrote that revision; then nothing changed. After another error the name may lead to it.
     Result<void> commit();
 
     const PackName &which() const { return which_; }

@@ -22,6 +22,7 @@ class RunSink
 {
 public:
     virtual ~RunSink() = default;
+    /// Takes the next run. An error ends the stream.
     virtual Result<void> take(const Run &run) = 0;
 };
 
@@ -29,7 +30,7 @@ class RunSource
 {
 public:
     virtual ~RunSource() = default;
-    /// Nothing after the last one.
+    /// Returns nothing after the last one. After an error it is not called again.
     virtual Result<std::optional<Run>> next() = 0;
 };
 

@@ -1,6 +1,6 @@
 // Decides how sealed frames are fetched from packs: those that lie together in one read, and where
-// most of a pack is needed, what follows, too. Belongs to one thread, but for what a stretch says
-// of itself.
+// most of a pack is needed, what follows, too. Belongs to one thread, but for what a stretch (a
+// read range) says of itself.
 #ifndef KEEL_CLIENT_ENGINE_RESTORING_FRAME_FETCHER_H
 #define KEEL_CLIENT_ENGINE_RESTORING_FRAME_FETCHER_H
 
@@ -15,7 +15,7 @@
 namespace arca::engine
 {
 
-/// A part of a pack that is read at once. Whoever reads it does so before others look at it.
+/// A read range: a part of a pack that is read at once, by one thread, before others look at it.
 class Stretch
 {
 public:
@@ -24,10 +24,13 @@ public:
     bool holds(const FrameEntry &frame) const;
     std::size_t bytes() const { return static_cast<std::size_t>(end_ - begin_); }
 
+    /// Reads it once, whole pages; where the pack ends, less. Errors: what reading says, but for a
+    /// revision that is gone.
     Result<void> read(IoBuffers &buffers);
     /// Returns true when read() found the revision of the pack gone: later_revision.h.
     bool isGone() const { return gone_; }
-    /// `damaged` when the pack ends before it.
+    /// Returns a view of a frame that it holds, valid as long as the range; after read(), and not
+    /// when isGone(). Errors: damaged when the pack ends before it.
     Result<ByteView> sealed(const FrameEntry &frame) const;
 
 private:
@@ -56,7 +59,8 @@ public:
     /// `readAhead`: bytes that may be kept of what was read and not asked for yet.
     explicit FrameFetcher(std::size_t readAhead) : budget_(readAhead) {}
 
-    /// Gives every frame its stretch; their order does not matter. Which of these are to be read.
+    /// Gives every frame its stretch; their order does not matter. Returns the stretches that are
+    /// to be read: the others were returned before.
     Stretches assign(std::span<FetchedFrame *const> frames);
 
 private:

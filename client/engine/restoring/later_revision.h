@@ -25,7 +25,7 @@ public:
     /// Hands out `length` bytes from `offset` on of a frame as `gone` has it, in order, each
     /// portion with its place in that frame; a portion is valid until `take` returns. Errors:
     /// damaged when the pack is missing, lacks a block of them or has other blocks; what reading
-    /// says.
+    /// says. Some may have been handed out by then.
     Result<void> read(const PackLayout &gone, std::uint32_t frame, std::uint32_t offset,
                       std::uint64_t length, FrameCoder &coder,
                       const std::function<void(std::uint32_t at, ByteView)> &take);

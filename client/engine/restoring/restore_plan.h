@@ -24,18 +24,18 @@ struct PackLayout {
     std::uint64_t used = 0;
 
     const PackId &id() const { return pack->which().id; }
-    /// Which frame holds a block.
+    /// Returns the frame that holds a block; `block` is below blockOffset.size().
     std::uint32_t frameOf(std::uint32_t block) const;
     std::uint32_t endOf(std::uint32_t frame) const // the block after its last one
     {
         return firstBlock[frame] + frames[frame].blocks;
     }
-    /// Of a block of that frame; 0: it was dropped.
+    /// Returns the bytes of a block of that frame; 0: it was dropped.
     std::uint32_t lengthOf(std::uint32_t block, std::uint32_t frame) const;
 };
 
-/// Opens the newest revision of a pack. Errors: damaged, also when there is none. When it cannot be
-/// opened because it is damaged, `part`, unless null, receives which part.
+/// Opens a pack as PackStore::open() does. Errors: damaged, also when there is none. When it cannot
+/// be opened because it is damaged, `part`, unless null, receives which part.
 Result<std::shared_ptr<PackLayout>> openLayout(const PackStore &packs, const PackId &id,
                                                std::optional<DamagedPart> *part = nullptr);
 
@@ -52,7 +52,8 @@ class RestorePlan
 public:
     RestorePlan(const PackStore &packs, RunSource &runs);
 
-    /// Nothing after the last one. `damaged` when a run leads nowhere.
+    /// Returns nothing after the last one. After an error drop the plan. Errors: damaged when a run
+    /// leads nowhere or its pack is missing, what reading says.
     Result<std::optional<Extent>> next();
     /// After next() failed: the pack that could not be opened because it is damaged, or that lacks
     /// a block which is needed, if that is what failed.
@@ -67,7 +68,7 @@ private:
     RunSource &runs_;
     const std::size_t maxLayouts_;
     std::map<PackId, std::shared_ptr<PackLayout>> layouts_;
-    std::map<PackId, std::weak_ptr<PackLayout>> others_; // that somebody may still use
+    std::map<PackId, std::weak_ptr<PackLayout>> others_; // that extents may still use
     std::uint64_t clock_ = 0;
     std::optional<DamagedPart> damage_;
     Run run_; // what is left of the current one

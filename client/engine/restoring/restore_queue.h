@@ -15,18 +15,22 @@ public:
     /// `maxRead`: bytes that may have been read and not been expanded.
     explicit RestoreQueue(std::size_t maxRead) : maxRead_(maxRead) {}
 
-    /// Their stretches are among `fresh`, or were handed in before. How many can be expanded now.
+    /// Adds tasks whose stretches are among `fresh`, or were handed in before. Returns how many of
+    /// them can be expanded now.
     std::size_t add(const FrameFetcher::Stretches &fresh, std::vector<RestoreTaskPtr> tasks);
 
     /// Small stretches are read side by side; of large ones the nearest is read first.
     bool canRead() const;
+    /// Returns the next one to read; only when canRead().
     std::shared_ptr<Stretch> beginRead();
-    /// It was read. How many more tasks can be expanded now.
+    /// Says that it was read. Returns how many more tasks can be expanded now.
     std::size_t endRead(const std::shared_ptr<Stretch> &stretch);
 
     bool canExpand() const { return !toExpand_.empty(); }
+    /// Returns the next one; only when canExpand().
     RestoreTaskPtr takeTask();
-    /// A task does not need its stretch any more. Whether there is room for a read again.
+    /// Says that a task does not need its stretch (null: it had none) any more. Returns true when
+    /// there is room for a read again.
     bool letGo(const Stretch *stretch);
 
 private:

@@ -41,13 +41,13 @@ public:
     }
 
     /// Plans the next `bytes` bytes of the stream, fewer at its end, and returns the number
-    /// planned. Errors: damaged.
+    /// planned. After an error (as RestorePlan::next()) drop it.
     Result<std::size_t> plan(std::size_t bytes);
     bool allPlanned() const { return allPlanned_; }
     /// As RestorePlan::damage(), after plan() failed.
     std::optional<DamagedPart> damage() const { return plan_.damage(); }
-    /// Some of those that lie far enough back, in the order of the stream; none when there are
-    /// none.
+    /// Returns some of those that lie far enough back, in the order of the stream: call it until
+    /// there are none. Once all is planned, the rest.
     std::vector<RestoreTaskPtr> takeDue();
 
 private:

@@ -21,8 +21,9 @@ public:
                                                        const Settings &settings, RunSource &runs);
     virtual ~StreamReader() = default;
 
-    /// Fills `into`; less only at the end of the stream. `damaged`, `notFound` when a pack is
-    /// missing: drop the reader.
+    /// Fills `into` and returns the bytes read; less only at the end of the stream. After an error
+    /// `into` may hold some of them: drop the reader. Throws what a thread of its own threw,
+    /// bad_alloc above all. Errors: damaged, also when a pack is missing; what reading says.
     virtual Result<std::size_t> read(std::span<std::byte> into) = 0;
 
     /// After read() returned `damaged`: the parts of packs that were found damaged by then. None

@@ -46,12 +46,13 @@ struct Chunk {
     std::vector<Cut> cuts;
 };
 
+/// Returns true when every byte is 0, also for none.
 bool isZero(ByteView bytes);
 
 class Cutter
 {
 public:
-    /// deduplicating = false: cuts as large as they may be.
+    /// `blockSize` divides kChunkBytes. `deduplicating` false: cuts as large as they may be.
     Cutter(std::size_t blockSize, bool deduplicating)
         : blockSize_(blockSize), deduplicating_(deduplicating)
     {

@@ -5,8 +5,8 @@
 //
 // The idea is the capping of Lillibridge, Eshghi and Bhagwat, "Improving Restore Speed for Backup
 // Systems that Use Inline Chunk-Based Deduplication" (FAST 2013). Here the bound is on what is
-// stored again, a part of the stream, and only a frame whose blocks are in sight together can be
-// judged, while all that it still gives is in memory.
+// stored again, a part of the stream, and only a frame whose blocks are in sight (in the look-ahead
+// window) together can be judged, while all that it still gives is in memory.
 //
 // A stream that lies in the packs of few others is quick to restore whatever order its blocks have:
 // nothing of it is stored again. When files are multiplexed in another order than on the day
@@ -30,7 +30,7 @@
 namespace arca::engine
 {
 
-/// What is known of the blocks of a chunk, in the order of its cuts; nothing: to be stored.
+/// Where the blocks of a chunk are stored already, in the order of its cuts; nothing: to be stored.
 using KnownBlocks = std::vector<std::optional<StoredBlock>>;
 
 class Defragmenter
@@ -38,10 +38,12 @@ class Defragmenter
 public:
     explicit Defragmenter(DuplicateIndex &duplicates) : duplicates_(duplicates) {}
 
-    /// The next chunk of the stream comes into sight. Its cuts are used until it was settled.
+    /// Takes the next chunk of the stream into the look-ahead window. `known` is as long as `cuts`,
+    /// which are used until the chunk was settled.
     void see(std::span<const Cut> cuts, KnownBlocks known);
-    /// The oldest chunk in sight goes: from where each of its blocks is taken. Of several copies it
-    /// is the one in the frame that is used most.
+    /// Takes the oldest chunk out of the window; there is one. Returns the copy to refer to for
+    /// each of its blocks: of several the one whose frame the window uses most. Nothing: store the
+    /// block, unless the stream has stored it itself since.
     KnownBlocks settle();
 
 private:

@@ -37,16 +37,18 @@ public:
     {
     }
 
+    /// Call it once, first.
     Result<void> start();
 
-    /// The frame that is full when a block of that length does not fit any more; else null.
+    /// Returns the frame that is full when a block of that length does not fit any more; else null.
     std::unique_ptr<Frame> makeRoom(std::size_t length);
-    /// Where the block will be.
+    /// Copies the block, after makeRoom() for it. Returns where it will be.
     Result<BlockRef> add(const BlockId &id, ByteView block);
-    /// What is left at the end of the stream; null when everything was taken.
+    /// Returns what is left at the end of the stream; null when everything was taken. It may have
+    /// no blocks, and then only ends its pack.
     std::unique_ptr<Frame> takeLast();
 
-    /// How far frames shrink, so that packs come out at about their size. Any thread.
+    /// Learns how far frames shrink, so that packs come out at about their size. Any thread.
     void learn(std::size_t rawBytes, std::size_t storedBytes);
 
 private:
@@ -71,6 +73,7 @@ class RunMerger
 public:
     explicit RunMerger(RunSink &sink) : sink_(sink) {}
 
+    /// In the order of the stream; flush() hands the last run over, at its end.
     Result<void> addZeros(std::uint64_t bytes);
     Result<void> addBlock(const BlockRef &place);
     Result<void> flush();

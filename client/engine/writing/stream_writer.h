@@ -5,9 +5,9 @@
 //                       (workers)    (workers, one     (workers)                (one thread,
 //                                     after the other)                           in order)
 //
-// Every arrow is a bounded queue, so the memory of the whole is bounded; whoever waits for room
-// helps with what comes after. A failure anywhere is what the next append() or finish() returns.
-// One thread uses it at a time.
+// Every arrow is a bounded queue, so the memory of the whole is bounded; a worker that waits for
+// room helps with what comes after. A failure anywhere is what the next append() or finish()
+// returns, or throws (bad_alloc); drop the writer then. One thread uses it at a time.
 #ifndef KEEL_CLIENT_ENGINE_WRITING_STREAM_WRITER_H
 #define KEEL_CLIENT_ENGINE_WRITING_STREAM_WRITER_H
 
@@ -41,8 +41,10 @@ public:
     /// reclaimed.
     virtual ~StreamWriter() = default;
 
+    /// Copies the bytes; waits while the queues are full. Success says nothing of them yet.
     virtual Result<void> append(ByteView bytes) = 0;
-    /// Ends the stream: every pack is durable and every run was taken when it returns.
+    /// Ends the stream: every pack is durable and every run was taken when it returns. The last
+    /// call.
     virtual Result<StreamTotals> finish() = 0;
 };
 
