@@ -14,7 +14,8 @@ constexpr std::uint32_t kEveryAttribute = HOX_UPDOBJ_OWNER | HOX_UPDOBJ_INFO | H
 Answer<void> expectBackup(std::uint8_t sendType);
 
 /// Takes the attributes that `mask` names into `piece`, nothing cut; a null or empty class name
-/// becomes the default class. After a failure some may have been taken. Errors:
+/// becomes the default class, another one gets the case it was defined in; a class whose record
+/// cannot be read is bound all the same. After a failure some may have been taken. Errors:
 /// HOX_RC_NULL_ARGUMENT, HOX_RC_BAD_VERSION, HOX_RC_BAD_ARGUMENT, HOX_RC_MC_UNKNOWN.
 Answer<void> takeAttributes(Session &session, const ObjAttr *attributes, std::uint32_t mask,
                             store::PieceDescription &piece);
