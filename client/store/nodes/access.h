@@ -32,8 +32,8 @@ struct AccessRule {
     PublicKey readerKey{}; // all zeros: `node` was not registered
     Sha256 mark{};
 
-    /// `readersOwner` is what the reader says of itself: an owner narrows what a rule opens by
-    /// mistake, and is no protection.
+    /// Returns true when the rule is for this reader. `readersOwner` is what the reader says of
+    /// itself: an owner narrows what a rule opens by mistake, and is no protection.
     bool admits(const std::string &reader, const std::string &readersOwner) const;
     bool covers(const ObjectName &piece) const;
     /// Returns true when no part of the name stands for every one.

@@ -58,8 +58,8 @@ public:
 
     enum class Retired { left, included };
     /// Returns the default one first, the others by name. With `damaged` those that cannot be read
-    /// are left out, and the names of their newest blobs are added there; without, the first such
-    /// one ends the list with its error.
+    /// are left out, and the names of their newest blobs (of a lost STANDARD its place) are added
+    /// there; without, the first such one ends the list with its error.
     Result<std::vector<ManagementClass>> list(Retired retired = Retired::left,
                                               std::vector<std::string> *damaged = nullptr);
     /// Returns nothing when there is none, or only a retired one that is left out. Errors: damaged,

@@ -62,7 +62,8 @@ public:
     bool isKept() const { return domain_.recordForm() == engine::RecordForm::keyed; }
     /// Compares the notes with the manifests that are there. One whose name is of no form that its
     /// place gives was moved by hand, and is not there. A damaged manifest counts as one piece
-    /// of the name that its place is for. Notes that cannot be read are passed over.
+    /// of the name that its place is for. Notes that cannot be read are passed over. Reads the
+    /// manifests once or twice; takes no lock.
     Result<Stock> check();
     /// Begins to count in a node that has no notes: notes durably what is there, under the lock of
     /// reclaiming. Does nothing unless Stock::uncounted holds.

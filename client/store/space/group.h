@@ -48,7 +48,8 @@ public:
     /// Errors: exists when the leader leads one already.
     Result<void> make(const Group &group);
     /// Applies `change`, which may refuse: its error is returned, and nothing is changed. It is
-    /// called again on the present group when another process was faster. Errors: notFound.
+    /// called again on the present group when another process was faster. Errors: notFound;
+    /// conflict after 100 times.
     Result<void> change(PieceId leader, const std::function<Result<void>(Group &)> &change);
     /// Removes the record, when the leader is removed. What cannot be removed stays, harmlessly.
     void forget(PieceId leader) { (void)recordOf(leader).remove(); }

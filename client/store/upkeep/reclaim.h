@@ -93,8 +93,8 @@ public:
     /// For one plan() or one run(). `space` must outlive it.
     explicit Reclaim(NodeSpace &space, const ReclaimRequest &request = {});
 
-    /// Returns what a run would do now, and fails where it would refuse; changes nothing and takes
-    /// no lock.
+    /// Returns what a run would do now, and fails where it would refuse; changes nothing in the
+    /// repository and takes no lock.
     Result<ReclaimTotals> plan();
     /// Returns with waitingPacks set when claims hold it up; run it again later. `step` is told
     /// after each pack; false ends the run early, and cleanly. Errors: conflict when another one is

@@ -18,7 +18,9 @@ enum class Checked { record, pack, piece };
 
 struct Hurt {
     Checked what;
-    std::string name; // of a piece its own, else, or when that cannot be read, that of the blob
+    /// Of a piece its own, "NAME (BLOB)" when only this host's catalogue knows it, else the blob's;
+    /// of a missing piece its identifier, of a lost filespace that one's name. Not made printable.
+    std::string name;
     std::string reason;
 };
 
@@ -28,6 +30,7 @@ struct VerifyProgress {
     std::uint64_t bytes = 0;   // of packs and streams that were read
 };
 
+/// Counts are of this run, but for `round`.
 struct VerifyOutcome {
     std::uint64_t records = 0, packs = 0, pieces = 0;
     std::uint64_t hurtRecords = 0, hurtPacks = 0, hurtPieces = 0;
@@ -71,7 +74,7 @@ public:
     void missing(const Stock &stock);
     /// After missing(). `onlyPacks`: there are packs, and nothing that could need one.
     void endStock(bool onlyPacks);
-    /// A blob is not as it should be. The reason may begin with the blob's name.
+    /// A blob is not as it should be. What the reason has up to the blob's name is left out.
     void hurt(const std::string &blobName, Checked what, std::string reason);
     /// A damaged manifest lies in the quarantine; it counts as checked.
     void quarantined(const std::string &blobName);
