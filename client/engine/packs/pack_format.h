@@ -109,7 +109,7 @@ Bytes encodePackIndex(const PackIndex &index);
 /// the index and hold all blocks. Errors: damaged.
 Result<PackIndex> parsePackIndex(ByteView bytes, const PackTrailer &trailer);
 
-/// The cipher of one pack.
+/// Returns the cipher of one pack. Errors: internal.
 Result<Aead> packCipher(ByteView packKey, const PackHeader &header);
 
 Bytes frameAssociated(const PackId &id, std::uint32_t number, std::uint32_t rawBytes,
