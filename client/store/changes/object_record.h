@@ -30,6 +30,7 @@ struct ObjectRecord {
     std::string owner, managementClass, info;
 
     PieceId first() const { return origin != 0 ? origin : id; }
+    /// Takes owner, class and information over; applyTo() puts them, and the time, into a piece.
     void describe(const PieceDescription &as);
     void applyTo(PieceInfo &piece) const;
 };

@@ -6,6 +6,10 @@
 //       12     4  length n of the payload
 //       16     n  payload
 //     16+n     8  XXH3-64 of everything before
+//
+// The encode and decode functions of each kind, beside its struct, make and take a whole envelope,
+// before RecordSeal seals it. Decoding takes any bytes. Errors: damaged, newerFormat, and
+// olderFormat where record_forms.h says that the first versions are not read any more.
 #ifndef KEEL_CLIENT_STORE_RECORDS_RECORD_H
 #define KEEL_CLIENT_STORE_RECORDS_RECORD_H
 

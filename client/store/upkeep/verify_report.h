@@ -84,6 +84,7 @@ public:
     /// A record of a damaged part was made, or went.
     void recorded() { ++outcome_.recorded; }
     void healed() { ++outcome_.healed; }
+    /// Both tell the progress.
     void read(std::size_t bytes);
     void checked(Checked what);
 
