@@ -122,6 +122,7 @@ public:
 
     /// Opens revision 1 while that is there, else the newest one. Errors: notFound, damaged.
     Result<std::unique_ptr<OpenPack>> open(const PackId &id) const;
+    /// Opens that revision only. Errors: the same.
     Result<std::unique_ptr<OpenPack>> open(const PackName &which) const;
 
     /// Returns the revision that open() by identifier leads to; nothing when there is none, or when

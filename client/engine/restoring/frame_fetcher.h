@@ -19,6 +19,7 @@ namespace arca::engine
 class Stretch
 {
 public:
+    /// Rounded to pages of 4 KiB, outwards; `end` lies behind the last byte.
     Stretch(std::shared_ptr<PackLayout> pack, std::uint64_t begin, std::uint64_t end);
 
     bool holds(const FrameEntry &frame) const;
