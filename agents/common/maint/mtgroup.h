@@ -16,14 +16,15 @@
 int mtGroupMake(const mtSession &session, const std::string &tag, const hoxObjName &leader,
                 std::span<const std::uint64_t> members, std::uint64_t &leaderId);
 
-/// Add members to a group, and take members out of it. Errors: HOX_RC_OBJECT_UNKNOWN when the group
-/// or a member does not exist.
+/// Add members to a group (those that are in it already are passed over), and take members out of
+/// it. Errors: HOX_RC_OBJECT_UNKNOWN when the group or an object does not exist, or one to be taken
+/// out is no member.
 int mtGroupAdd(const mtSession &session, std::uint64_t leaderId,
                std::span<const std::uint64_t> members);
 int mtGroupTakeOut(const mtSession &session, std::uint64_t leaderId,
                    std::span<const std::uint64_t> members);
 
-/// Deletes the group; its objects stay.
+/// Deletes the group; its objects stay. Errors: HOX_RC_OBJECT_UNKNOWN.
 int mtGroupDelete(const mtSession &session, std::uint64_t leaderId);
 
 #endif

@@ -24,7 +24,7 @@ void psveloSetKey(std::uint32_t *key, orcObj_t *ctx);
 std::uint16_t psveloReadPswd(char *password, orcObj_t *ctx);
 /// Sets the mode of a regular file to 0644 and reads its password: at most 64 characters of the
 /// first 36 records. Returns 0, or 168 with password empty when there is no regular file or reading
-/// it fails.
+/// it fails. A file that is damaged, or of another key, gives a wrong or empty password and 0.
 std::uint16_t psveloReadPswdFromFile(const char *path, char *password, std::uint32_t *key);
 /// Writes a password file beside path, reads it back with a key that is derived again for ctx, and
 /// only then renames it over path (or over the file behind a link of root's or of the effective

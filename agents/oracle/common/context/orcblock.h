@@ -23,8 +23,8 @@ std::uint16_t InitOrcBlock();
 /// (logged) when there is no free entry or no memory; the entries stay as they were.
 std::uint16_t AddOrcBlock();
 
-/// Returns the index of this process's entry, valid while the caller holds orcMutex, or -1, which
-/// is logged. trace: 1 writes Enter and Exit lines.
+/// Returns the index of this process's entry (the first of two), valid while the caller holds
+/// orcMutex, or -1, which is logged. trace: 1 writes Enter and Exit lines.
 std::int16_t SearchOrcBlock(std::int32_t trace);
 
 /// Read and set the state and the name area of the entry. Both return 0, also without an entry:

@@ -25,8 +25,8 @@ std::uint16_t veloInit();
 /// Ends the context's session (ctx may be null), whose open transaction publishes nothing, zeroes
 /// its handle and counts the channel out. With the last channel it shuts later calls out, the rest
 /// of the calling thread's own too, and releases everything process-wide: at once, or by the last
-/// call that is inside, for which it does not wait. What the context owns is not freed. Takes
-/// initMutex itself; the caller does not hold orcMutex.
+/// call that is inside, for which it does not wait. What the context owns is not freed: the caller
+/// does that before. Takes initMutex itself; the caller does not hold orcMutex.
 void veloCleanUp(orcObj_t *ctx);
 
 #endif

@@ -8,7 +8,8 @@
 
 /// Returns the seconds since the epoch of a date of the storage client, read as daylight-saving
 /// time of the host's time zone whatever the season, so that a winter date comes out earlier,
-/// usually by an hour; 0 when the year is 0, the date is before 1970 or cannot be converted.
+/// usually by an hour; 0 when the year is 0, the date is before 1970 or cannot be converted. Other
+/// fields out of range are carried over: a month 13 is January of the next year.
 std::uint64_t veloSecondsOf(const hoxDate &date);
 
 enum class InfoFreed { ForTheNextQuery, AtTheEnd };
