@@ -51,8 +51,8 @@ void nlsSetErrorRoutine(nlsOutputFn error) noexcept;
 /// cacheLimit messages of each language in memory. A missing local catalogue or converter is
 /// reported to the error routine, and English serves. When the object is started already it returns
 /// 0 and keeps its catalogues; call nlterm first to change them. The process's date, time and
-/// number formats are set in every case but an empty reposName. info may be null, else it receives
-/// the code and the path. Errors: NLS_RC_ARGUMENT, NLS_RC_NO_MEMORY, NLS_RC_OPEN; they start
+/// number formats are set in every case but a null or empty reposName. info may be null, else it
+/// gets the code and the path. Errors: NLS_RC_ARGUMENT, NLS_RC_NO_MEMORY, NLS_RC_OPEN; they start
 /// nothing, and leave nothing open that was not.
 int nlinit(const char *reposName, int cacheLimit, const char *catalogDir, cliType_t clientType,
            unsigned dateFormat, unsigned timeFormat, unsigned numberFormat, nlsReturnInfo_t *info,

@@ -25,8 +25,9 @@ inline bool trTest(trClass which) noexcept
 
 /// Closes an earlier trace file and starts the trace to a file, or to STDOUT, STDERR or CONSOLE (in
 /// any case); writes the "Trace begun" lines when writeBegun is not 0 and no earlier call since
-/// trEnd wrote them. A file that wraps switches TR_TIMESTAMP and TR_PREFIX on. Returns 0 or one of
-/// the codes above; then no file is open and every class is off.
+/// trEnd wrote them. A file is appended to, whatever it holds; one that wraps must be empty or such
+/// a trace (else TR_RC_OPEN) and switches TR_TIMESTAMP and TR_PREFIX on. Returns 0 or a code of
+/// tracewords.h; then no file is open and every class is off.
 unsigned trBegin(const char *fileName, int writeBegun) noexcept;
 
 /// Ends the trace, closes its file, switches every class off and forgets the sizes.
@@ -69,7 +70,8 @@ unsigned trTestEnable(const char *flags) noexcept;
 bool trTestFlag(const char *name, const char **value) noexcept;
 
 /// One statement. write() cuts the text, with its source prefix, at 5,181 characters and adds no
-/// line end. It writes whatever classes are on; KEEL_TRACE tests the class first.
+/// line end. It writes whatever classes are on, and nothing while no trace is open; KEEL_TRACE
+/// tests the class first.
 class KEELCTraceStatement
 {
 public:

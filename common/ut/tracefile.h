@@ -19,7 +19,7 @@ public:
     unsigned open(const char *name, const traceLimits_t &limits, trConsoleFn console) noexcept;
     bool isOpen() const noexcept { return kind != Kind::none; }
     bool wraps() const noexcept { return kind == Kind::wrapping; }
-    /// The name last given to open, cut at 260 characters; it stays after close.
+    /// The last name given to open that was not empty, cut at 260 characters; it stays after close.
     const char *name() const noexcept { return fileName; }
 
     /// Writes a line of length characters, behind which the buffer has room for traceEndMarker and
