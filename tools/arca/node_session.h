@@ -19,9 +19,9 @@ struct NodeSession {
 /// Logs the node of the option file on, with the password that the client keeps or, with
 /// PASSWORDACCESS prompt, one that is asked for on the terminal or read from standard input. Puts
 /// "repository" and "node" into `result`, also when the password is wrong. Warns on standard error
-/// when nothing proves that the node's keys are those of its registration. Errors: badOption,
-/// noRepository, authentication, noPassword, badArgument (no password was typed). Throws UsageError
-/// as secrets.h says.
+/// when the node's record was changed without the node's key. Errors: badOption, noRepository,
+/// authentication, noPassword, badArgument (no password was typed). Throws UsageError as secrets.h
+/// says.
 Result<NodeSession> logOn(const Command &command, bool passwordFromStandardInput, Json &result);
 
 /// Adds --stdin, for the verbs that log on.

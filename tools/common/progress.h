@@ -16,8 +16,8 @@ class Progress
 {
 public:
     /// `label` is copied and made printable(). `total` is the number of bytes expected, if known;
-    /// 0, or a count beyond it, is shown as if it were not. `quiet`: nothing is shown on a terminal
-    /// either. Time counts from here.
+    /// without it, with 0, and once more is counted, no bar and no time left are shown. `quiet`:
+    /// nothing is shown on a terminal either. Time counts from here.
     explicit Progress(const std::string &label, std::optional<std::uint64_t> total = std::nullopt,
                       bool quiet = false);
     /// Removes an unfinished line, so that the next output begins on a clean one.

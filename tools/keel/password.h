@@ -19,7 +19,8 @@ public:
     Password &operator=(const Password &) = delete;
 
     /// Reads one line of standard input, and nothing behind it. Throws Failure when the line is
-    /// empty, longer than kLongest or not there, and when a signal comes.
+    /// empty, longer than kLongest bytes, not there or not readable, or holds control characters,
+    /// and when a signal comes.
     void read();
 
     /// Asks for it twice, without echo, on the controlling terminal, whatever standard input is.

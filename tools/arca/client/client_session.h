@@ -48,7 +48,8 @@ private:
 /// Logs the node of the option file on, with the password that the client keeps or, with
 /// PASSWORDACCESS prompt, one that is asked for on the terminal or read from standard input. Puts
 /// "repository" and "node" (with ASNODE the other node) into `result`, also when the log-on fails.
-/// Errors: badOption, badArgument (no password was typed), and those of logging on.
+/// Errors: badOption, badArgument (no password was typed), and those of logging on. Throws
+/// UsageError as secrets.h says.
 Result<std::unique_ptr<ClientSession>> logOnClient(const Command &command,
                                                    bool passwordFromStandardInput, Json &result);
 

@@ -18,7 +18,7 @@ namespace tools
 struct OutlineOption {
     std::vector<std::string> names; ///< "-i", "--input"; empty for an operand
     std::string operand;            ///< the name of an operand
-    std::string value;              ///< "FILE", "yes|no"; empty for a flag
+    std::string value;              ///< "FILE", "yes|no"; empty for a flag and for an operand
     std::string help;               ///< with " (default: X)" behind it where there is a default
     bool required = false;
     bool repeated = false; ///< may be given more than once
