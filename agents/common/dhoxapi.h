@@ -22,15 +22,15 @@ class DHoxApiStatus : public DBaseApiStatus
 struct dhoxBackupObject_t {
     hoxObjName objName;
     std::uint64_t objId;
-    std::uint64_t sizeEstimate;
-    std::uint64_t size;       // bytes
-    std::uint64_t storedSize; // bytes that it added to the repository
-    std::int64_t insTime;     // insDate and inactDate as seconds since 1970, UTC; 0: none
+    std::uint64_t sizeEstimate; // bytes, as its sender expected
+    std::uint64_t size;         // bytes
+    std::uint64_t storedSize;   // bytes that it added to the repository
+    std::int64_t insTime;       // insDate and inactDate as seconds since 1970, UTC; 0: none
     std::int64_t inactTime;
     std::uint32_t copyGroup;
     std::uint32_t restoreOrder;
-    std::uint8_t mediaClass;
-    std::uint8_t objState;
+    std::uint8_t mediaClass; // HOX_MEDIA_
+    std::uint8_t objState;   // HOX_STATE_
     char mcName[HOX_MAX_MC_NAME + 1];
     char owner[HOX_MAX_OWNER_NAME + 1];
     char objInfo[HOX_MAX_OBJ_INFO + 1];

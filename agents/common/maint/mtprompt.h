@@ -4,8 +4,8 @@
 // While a question is open:
 // 1. SIGINT, SIGTERM, SIGHUP and SIGQUIT first restore the terminal and the former handlers, and
 //    are then raised again. When the process survives that, the call returns MT_ASK_SIGNAL.
-// 2. SIGTSTP stops the process with the terminal restored; the question is asked again when the
-//    process continues.
+// 2. SIGTSTP stops the process with the terminal restored; its question is asked again when the
+//    process continues. A line of standard input is read on where it was.
 // 3. Signals that were ignored stay ignored.
 // 4. A second thread that asks waits for its turn without limit.
 // The handlers are the process's: a signal that arrives in another thread is noted here too.

@@ -33,8 +33,8 @@ struct mtWrapLimits_t {
 /// Appends the line, and a newline when it has none. Returns 0, or an errno value: EINVAL for the
 /// error log, an empty or null path, and a text of more than one line; EEXIST when the file, or one
 /// that would be renamed or overwritten, is no such log: then nothing is changed; ENOSPC and the
-/// like leave nothing of the line behind, except as 3. says. Any thread; a mutex orders the threads
-/// of a process. Not synced.
+/// like leave nothing of the line behind, except as 3. says. Files are opened as psFileOpen does
+/// it, new ones with mode 0600. Any thread; a mutex orders the threads of a process. Not synced.
 int mtWrapAppend(const char *path, const mtWrapLimits_t &limits, std::string_view line) noexcept;
 
 #endif

@@ -127,7 +127,7 @@ struct orcBlock_t {
     std::uint64_t blockSize; // version-1 interface, bytes
     std::uint32_t ctxState;  // ORC_STATE_ of the version-1 interface
     std::uint32_t BlockID;   // process identifier; 0: the entry is free
-    std::uint64_t bytesDone; // version-1 interface, for the filespace's occupancy
+    std::uint64_t bytesDone; // version-1 interface: of each block those before its first NUL
     char *strP;              // ORC_SCRATCH_SIZE bytes, owned, kept when the entry is freed
     std::uint64_t cleared;   // always 0; keeps the layout
     char fileName[96]; // the entry's name area: the node, or the file of the version-1 interface

@@ -134,12 +134,12 @@ SBT_EXPORT int sbtwrite(bserc *error, unsigned th, char *buffer);
 /// Reads one block; 0 or -1, with oer 7061 after the last.
 SBT_EXPORT int sbtread(bserc *error, unsigned th, char *buffer);
 /// Ends the file. flags 1 and 2 both commit what was written: 0 means that it is stored and
-/// durable.
+/// durable. Any other is -1, ends the channel, and nothing is stored.
 SBT_EXPORT int sbtclose(bserc *error, unsigned th, unsigned long flags);
 /// Returns a record that stays the library's, valid until the next sbtinfo of the process, or null.
 /// The channel is over after the call.
 SBT_EXPORT const sbtFileInfo *sbtinfo(bserc *error, char *fileName);
-/// Deletes a file; 0, or -1 with nothing deleted.
+/// Deletes a file, durably; 0, or -1 with nothing deleted, also when there is no such file.
 SBT_EXPORT int sbtremove(bserc *error, char *fileName);
 }
 

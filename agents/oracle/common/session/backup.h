@@ -21,12 +21,12 @@ std::uint16_t veloPrepSend(orcObj_t *ctx);
 
 /// Ends the piece and frees the transfer buffer. Without flags: sends what the buffer holds, ends
 /// the object and commits; 0 means that the piece is stored and durable, unless ctx->prevError is
-/// set: then a transfer failed before, the transaction is over, nothing is stored, and 0 is
-/// returned. With SBT_CLOSE_ABORT: aborts, sets ctx->prevError and returns 0, also when the abort
-/// failed; the client's reason for it (HOX_RC_ABORTED after one that went well) is reported. Else
-/// the storage client's code, or 65535 when the buffer could not be sent; nothing is stored then,
-/// and the failure is reported, that of the commit in both event logs as well. The session stays
-/// open in every case.
+/// set: then a transfer failed before, nothing is stored (the transaction is over, or ends with the
+/// session), and 0 is returned. With SBT_CLOSE_ABORT: aborts, sets ctx->prevError and returns 0,
+/// also when the abort failed; the client's reason for it (HOX_RC_ABORTED after one that went well)
+/// is reported. Else the storage client's code, or 65535 when the buffer could not be sent; nothing
+/// is stored then, and the failure is reported, that of the commit in both event logs as well. The
+/// session stays open in every case.
 std::uint16_t closeSend(orcObj_t *ctx, unsigned long flags);
 
 /// Fills *attributes for the start of the context's object: owner, size estimate (traced under

@@ -13,8 +13,9 @@
 /// The 21 keywords; the index is the option's number.
 extern const char *const optLookup[OPT_COUNT];
 
-/// Clears the whole context and fills its option block: defaults, then the option file. Returns 0,
-/// 2534 (reported), or the code of a path helper; on failure a part of the options may be set.
+/// Clears the whole context, without freeing what it owns, and fills its option block: defaults,
+/// then the option file. Without a node and an owner in it bUsePwGenerate is 1. Returns 0, 2534
+/// (reported), or the code of a path helper; on failure a part of the options may be set.
 std::uint16_t veloSetOptions(orcObj_t *ctx);
 
 /// Puts the context's filespace name into its canonical form: with a leading slash, which replaces
