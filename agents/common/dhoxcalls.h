@@ -3,8 +3,8 @@
 //
 //     rc = hoxApi().dhoxSendData(HoxApiStatusObjP, handle, &block);
 //
-// A call is traced and, unless it returns void, timed and counted, loaded or not; with a null
-// status it is not. The client's code is returned unchanged, and hoxapi.h says what it means. Any
+// A call is traced and, unless it returns void or the status is null, timed and counted, whether a
+// client is loaded or not. The client's code is returned unchanged; hoxapi.h says its meaning. Any
 // thread may call. Every instance of the process shares the one table of operations, so one that
 // another instance filled serves all. The table is filled and cleared under the initialisation lock
 // and does not change while a channel is active or a call is inside (callpin.h), so that reading it

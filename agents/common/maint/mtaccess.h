@@ -1,6 +1,7 @@
 // Access for other nodes: what the session's node lets them find and read. Each call returns the
 // storage client's code, 0 for success; a change that returned 0 is durable. The session is idle:
-// no transaction or query is under way. One for another node's objects: HOX_RC_ACCESS_DENIED.
+// no transaction or query is under way. In a session for another node's objects each call returns
+// HOX_RC_ACCESS_DENIED.
 #ifndef KEEL_AGENTS_COMMON_MAINT_MTACCESS_H
 #define KEEL_AGENTS_COMMON_MAINT_MTACCESS_H
 

@@ -35,7 +35,7 @@ struct mtObject_t {
 /// for deactivate, is inactive already; HOX_RC_REPOSITORY_DAMAGED when it cannot be read, and stays
 /// as it is. Called after the object's transaction, in the thread of add() or finish(). Returning
 /// false stops the removal; the other objects of the same transaction are still reported. It must
-/// not throw in the two calls that query: mtquery.h says why.
+/// not throw where it is called within a query (mtquery.h).
 using mtRemovalReport_t = std::function<bool(const mtObject_t &object, int rc)>;
 
 /// A removal that is fed objects one by one. One thread. The destructor carries nothing out:

@@ -9,10 +9,10 @@
 /// under initMutex.
 extern KEELCTrace *keelTrcClass;
 
-/// Sets the test flags that the options name (none: the earlier ones hold), starts the trace and
-/// selects its classes; keelTrcClass exists. A trace that does not start is reported in the error
-/// log (message 201 or 3) and stays off; an unknown class is noted in the trace. The caller holds
-/// initMutex.
+/// Sets the test flags that the options name (without any, earlier flags stay), starts the trace
+/// and selects its classes; keelTrcClass exists. A trace that does not start is reported in the
+/// error log (message 201 or 3) and stays off; an unknown class is noted in the trace. The caller
+/// holds initMutex.
 void veloInitTrace(orcObj_t *ctx);
 
 /// Writes the "Tracing started for" block and the settings dump, whatever classes are on; nothing
