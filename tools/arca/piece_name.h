@@ -21,7 +21,7 @@ struct TypedName {
     std::string piece;
 };
 /// Takes a full name, "/lumoorc//df_12_1" as messages and arca show have it, or the name of a piece
-/// apart; a text without "//", or without a slash at its beginning, is the latter. Throws
+/// apart. A text without "//", or without a slash at its beginning, is the name of a piece. Throws
 /// UsageError when the full name has no filespace, or no piece.
 TypedName typedName(const std::string &text);
 

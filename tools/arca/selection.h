@@ -27,9 +27,10 @@ void addSelectionOptions(tools::Verb verb, Selection &selection);
 bool hasFilters(const Selection &selection);
 
 /// Returns the filter of a query, with its progress shown. A pattern with "//" names a filespace
-/// and a piece; such a one, and one without "*" and "?", means pieces of the agent only (high-level
-/// name "/"). --filespace gets a slash in front where it lacks one. Throws UsageError when a time
-/// or a size is malformed, the pattern and --filespace both name a filespace, or typedName() does.
+/// and a piece. Such a pattern, and one without "*" and "?", means pieces of the agent only
+/// (high-level name "/"). --filespace gets a slash in front where it lacks one. Throws UsageError
+/// when a time or a size is malformed, the pattern and --filespace both name a filespace, or
+/// typedName() throws it.
 mtFilter_t filterFrom(const Selection &selection);
 
 /// Returns the failure "no piece matches df_*".

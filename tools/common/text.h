@@ -20,7 +20,7 @@ namespace tools
 [[nodiscard]] std::string durationText(double seconds);
 
 /// Returns the text as one line: control characters (those of ASCII, and U+0080 to U+009F, also as
-/// single bytes) become "\n", "\t", "\x1b" and the like. Nothing is cut; a backslash stays one.
+/// single bytes) become "\n", "\t", "\x1b" and the like. Nothing is cut; backslashes stay.
 [[nodiscard]] std::string printable(std::string_view text);
 
 /// Returns the text with its ASCII letters in lower case.
