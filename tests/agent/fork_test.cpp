@@ -7,7 +7,6 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <thread>
-#include <unistd.h>
 
 #include "tests/agent/agent_fixture.h"
 #include "tests/support/child.h"

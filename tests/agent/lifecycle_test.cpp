@@ -162,11 +162,8 @@ TEST_F(LifecycleTest, ChecksTheLevelOfTheStorageClient)
     const struct {
         unsigned short version, release, level, subLevel;
         const char *outcome;
-    } table[] = {{7, 1, 2, 9, "7011 2507"},
-                 {6, 9, 9, 9, "7011 2507"},
-                 {7, 1, 3, 0, ""},
-                 {8, 0, 0, 0, ""},
-                 {7, 0, 13, 0, ""}};
+    } table[] = {{7, 1, 2, 9, "7011 2507"}, {6, 9, 9, 9, "7011 2507"}, {7, 1, 3, 0, ""},
+                 {8, 0, 0, 0, ""},          {7, 0, 13, 0, ""},         {6, 11, 3, 0, ""}};
     for (const auto &row : table) {
         client.level = {2, row.version, row.release, row.level, row.subLevel};
         EXPECT_EQ(row.outcome, initialise()) << row.version << row.release << row.level;

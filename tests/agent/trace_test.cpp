@@ -8,6 +8,7 @@
 #include <thread>
 
 using keel::test::readFile;
+using DatabaseTraceTest = ScriptedAgentTest;
 
 static const char kBanner[] = "===========================================================\n"
                               "Tracing started for:\n"
@@ -16,7 +17,7 @@ static const char kBanner[] = "=================================================
                               "              Version :   7.1.3.0\n"
                               "===========================================================\n";
 
-TEST_F(ScriptedAgentTest, TracesAsMuchAsTheDatabaseAsksFor)
+TEST_F(DatabaseTraceTest, TracesAsMuchAsTheDatabaseAsksFor)
 {
     const struct {
         int level;
@@ -57,7 +58,7 @@ TEST_F(ScriptedAgentTest, TracesAsMuchAsTheDatabaseAsksFor)
     }
 }
 
-TEST_F(ScriptedAgentTest, ReadsTheTypeOfAFileOnlyForTheTraceThatShowsIt)
+TEST_F(DatabaseTraceTest, ReadsTheTypeOfAFileOnlyForTheTraceThatShowsIt)
 {
     // Some databases pass the number itself there, and some pass nothing.
     const auto storeWithType = [&](const std::string &piece, std::uintptr_t type) {
@@ -73,7 +74,7 @@ TEST_F(ScriptedAgentTest, ReadsTheTypeOfAFileOnlyForTheTraceThatShowsIt)
     EXPECT_EQ(1, occurrences(contents("agent.trc"), "type FILETYPE, value UNKNOWN(0)"));
 }
 
-TEST_F(ScriptedAgentTest, IsNotDisturbedByATraceFileItCannotWrite)
+TEST_F(DatabaseTraceTest, IsNotDisturbedByATraceFileItCannotWrite)
 {
     for (const std::string &name : {path("no/such/directory"), path(std::string(300, 'x')),
                                     installation.directory().string()}) {
@@ -93,7 +94,7 @@ TEST_F(ScriptedAgentTest, IsNotDisturbedByATraceFileItCannotWrite)
     }
 }
 
-TEST_F(ScriptedAgentTest, ShowsBuffersAndCodesInTheAgentTrace)
+TEST_F(DatabaseTraceTest, ShowsBuffersAndCodesInTheAgentTrace)
 {
     installation.configureAgent(
         {"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ORCBUFF EXTRC_DETAIL"});
@@ -111,7 +112,7 @@ TEST_F(ScriptedAgentTest, ShowsBuffersAndCodesInTheAgentTrace)
     EXPECT_EQ(1, occurrences(contents("agent.trc"), "hoxHandle = 0, rc = 137, 'RBS0137E Server"));
 }
 
-TEST_F(ScriptedAgentTest, TellsTheEndOfACallThatReleasesTheTraces)
+TEST_F(DatabaseTraceTest, TellsTheEndOfACallThatReleasesTheTraces)
 {
     installation.configureAgent({"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ORACLE"});
     ASSERT_EQ("", initialise());
@@ -120,7 +121,7 @@ TEST_F(ScriptedAgentTest, TellsTheEndOfACallThatReleasesTheTraces)
         << contents("agent.trc");
 }
 
-TEST_F(ScriptedAgentTest, KeepsTheFormsThatScriptsLookFor)
+TEST_F(DatabaseTraceTest, KeepsTheFormsThatScriptsLookFor)
 {
     installation.configureAgent({"VELO_TRACE_FILE agent.trc", "VELO_TRACE_FLAGS ORACLE"});
     openChannel(2);

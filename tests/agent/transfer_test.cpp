@@ -2,8 +2,6 @@
 
 #include "tests/agent/agent_fixture.h"
 
-#include <ctime>
-#include <sys/resource.h>
 #include <unistd.h>
 
 using keel::test::randomBytes;
@@ -39,6 +37,8 @@ TEST_F(TransferTest, GivesBackEveryBlockAndThenTheEndOfTheFile)
 TEST_F(TransferTest, KeepsEveryNameToTheByte)
 {
     openChannel();
+    EXPECT_EQ("9999", info({}));
+    EXPECT_EQ("", remove({}));
     const std::string names[] = {"a b",
                                  " a b",
                                  "a b ",
@@ -72,7 +72,7 @@ TEST_F(TransferTest, KeepsEveryNameToTheByte)
     }
 }
 
-TEST_F(TransferTest, RefusesNamesThatDoNotFitAndLosesNothing)
+TEST_F(TransferTest, RefusesNamesAndSizesThatDoNotFitAndLosesNothing)
 {
     openChannel();
     ASSERT_EQ("", backUp(std::string(255, 'x'), "kept", {.blockSize = 4}));
@@ -85,6 +85,8 @@ TEST_F(TransferTest, RefusesNamesThatDoNotFitAndLosesNothing)
         EXPECT_EQ("8 1=other 8 9999", answer.substr(answer.find(' ') + 1));
         EXPECT_EQ("", remove({name}));
     }
+    for (const unsigned long size : {0UL, 1UL << 32})
+        EXPECT_EQ("sbtbackup 7501", open("sized", {.blockSize = size})) << size;
     EXPECT_EQ(-1, agent.sbtbackup(ctx, 0, nullptr, nullptr, 4096, 0, 1, 0));
     EXPECT_EQ(7501U, errorCode());
     EXPECT_EQ(-1, agent.sbtrestore(ctx, 0, nullptr, 4096));
@@ -92,38 +94,6 @@ TEST_F(TransferTest, RefusesNamesThatDoNotFitAndLosesNothing)
     std::string data;
     EXPECT_EQ("", restore(std::string(255, 'x'), data, 4));
     EXPECT_EQ("kept", data);
-}
-
-TEST_F(TransferTest, TellsWhyAPieceCannotBeOpened)
-{
-    openChannel(0);
-    ASSERT_EQ("", backUp("there", "old!", {.blockSize = 4}));
-    EXPECT_EQ("sbtbackup 7503", backUp("there", "new!", {.blockSize = 4}));
-    EXPECT_NE(std::string::npos, errorText().find("RBQ2503E")) << errorText();
-    EXPECT_NE(std::string::npos, errorLog().find("/lumoorc//there"));
-    EXPECT_EQ("sbtrestore 7502", openRestore("missing"));
-    EXPECT_NE(std::string::npos, trace().find("Exit File Not Found"));
-    close();
-    for (const unsigned long size : {0UL, 1UL << 32})
-        EXPECT_EQ("sbtbackup 7501", open("sized", {.blockSize = size})) << size;
-    std::string data;
-    EXPECT_EQ("", restore("there", data, 4));
-    EXPECT_EQ("old!", data);
-}
-
-TEST_F(TransferTest, StoresNothingOfWhatWasNotClosed)
-{
-    openChannel();
-    ASSERT_EQ("", open("given up", {.blockSize = 4}));
-    ASSERT_EQ("", write("data"));
-    EXPECT_EQ("", close(SBT_CLOSE_ABORT));
-    ASSERT_EQ("", open("ended", {.blockSize = 4}));
-    ASSERT_EQ("", write("data"));
-    endChannel();
-    openChannel();
-    EXPECT_EQ("1=given up 8 1=ended 8 9999", info({"given up", "ended"}));
-    EXPECT_EQ("", backUp("given up", "done", {.blockSize = 4}));
-    EXPECT_EQ("", backUp("ended", "done", {.blockSize = 4}));
 }
 
 TEST_F(TransferTest, RejectsCallsInTheWrongStateAndGoesOn)
@@ -167,135 +137,6 @@ TEST_F(TransferTest, RejectsCallsInTheWrongStateAndGoesOn)
     std::string data;
     EXPECT_EQ("", restore("second", data, 4));
     EXPECT_EQ("abcdefgh", data);
-}
-
-TEST_F(TransferTest, BindsEachCopyToItsClass)
-{
-    installation.configureAgent({"VELO_MGMT_CLASS_2 STANDARD", "VELO_MGMT_CLASS_4 GOLD"});
-    openChannel();
-    const struct {
-        unsigned long copy;
-        const char *outcome, *message;
-    } table[] = {{0, "", ""},
-                 {1, "", ""},
-                 {2, "", ""},
-                 {3, "sbtbackup 7501", "RBS2025"},
-                 {4, "sbtbackup 7501", "RBS"},
-                 {5, "sbtbackup 7501", "RBQ2511"}};
-    for (const auto &row : table) {
-        SCOPED_TRACE(row.copy);
-        const std::string piece = "copy" + std::to_string(row.copy);
-        EXPECT_EQ(row.outcome, backUp(piece, "data", {.blockSize = 4, .copyNumber = row.copy}));
-        EXPECT_NE(std::string::npos, errorLog().find(row.message)) << errorLog();
-        if (*row.outcome)
-            close();
-        const std::string answer = info({piece});
-        EXPECT_EQ(*row.outcome == '\0', answer.find(" 9=STANDARD 9999") != std::string::npos)
-            << answer;
-    }
-}
-
-TEST_F(TransferTest, DescribesAndRemovesByName)
-{
-    openChannel();
-    EXPECT_EQ("9999", info({}));
-    EXPECT_EQ("", remove({}));
-    ASSERT_EQ("", backUp("one", "data", {.blockSize = 4}));
-    ASSERT_EQ("", backUp("three", "data", {.blockSize = 4}));
-    std::string answer = info({"one", "two", "three"});
-    EXPECT_EQ(0U, answer.find("1=one 2=1 6=2 7=2 3="));
-    EXPECT_NE(std::string::npos, answer.find(" 4=0 5=")) << answer;
-    EXPECT_NE(std::string::npos, answer.find(" 9=STANDARD 1=two 8 1=three 2=1 ")) << answer;
-    const long created = std::stol(answer.substr(answer.find(" 3=") + 3));
-    EXPECT_NEAR(static_cast<double>(std::time(nullptr)), static_cast<double>(created), 7200);
-
-    EXPECT_EQ("", remove({"one", "two", "three"})); // what is not there is no failure of the call
-    EXPECT_EQ(7501U, errorCode());
-    EXPECT_EQ("1=one 8 1=two 8 1=three 8 9999", info({"one", "two", "three"}));
-    EXPECT_EQ("", backUp("one", "more", {.blockSize = 4}));
-}
-
-TEST_F(TransferTest, StoresAndRemovesUnderANameWhosePieceIsDamaged)
-{
-    openChannel();
-    for (const bool stored : {true, false}) {
-        SCOPED_TRACE(stored);
-        ASSERT_EQ("", backUp("bad", "data", {.blockSize = 4}));
-        keel::test::damageFiles(installation.repository() / "pieces");
-        std::string data;
-        EXPECT_NE("", restore("bad", data, 4));
-        close();
-        if (stored) {
-            EXPECT_EQ("", backUp("bad", "more", {.blockSize = 4}));
-            EXPECT_EQ("", restore("bad", data, 4));
-            EXPECT_EQ("more", data);
-        }
-        EXPECT_EQ("", remove({"bad"}));
-        EXPECT_EQ("1=bad 8 9999", info({"bad"}));
-    }
-}
-
-TEST_F(TransferTest, TellsWhatIsWrongWithTheRepository)
-{
-    openChannel();
-    ASSERT_EQ("", backUp("kept", "data", {.blockSize = 4}));
-    endChannel();
-    const std::string place = installation.repository().string();
-    const std::string good = contents("arca.opt");
-    const struct {
-        std::string clientOptions;
-        std::vector<std::string> agentOptions;
-        const char *info; // of a piece that is there under the good options
-        std::string told;
-    } table[] = {
-        {"REPOSITORY file://" + place + ".gone\nNODENAME testnode\n",
-         {},
-         "sbtinfo2 7501",
-         place + ".gone"},
-        {"REPOSITORY file://" + place + "\nNODENAME stranger\nPASSWORDACCESS generate\n",
-         {},
-         "sbtinfo2 7501",
-         "stranger"},
-        {good, {"VELO_FS misspelt"}, "sbtinfo2 7501", "misspelt"},
-    };
-    for (const auto &row : table) {
-        SCOPED_TRACE(row.told);
-        keel::test::writeFile("arca.opt", row.clientOptions);
-        installation.configureAgent(row.agentOptions);
-        openChannel();
-        EXPECT_EQ(row.info, info({"kept"}));
-        EXPECT_NE(std::string::npos, errorText().find("RBS")) << errorText();
-        EXPECT_NE(std::string::npos, errorLog().find(row.told)) << errorLog();
-        EXPECT_EQ("sbtremove2 7501", remove({"kept"}));
-        EXPECT_EQ("sbtrestore", openRestore("kept").substr(0, 10));
-        endChannel();
-    }
-    EXPECT_FALSE(std::filesystem::exists(place + ".gone")) << "made without being asked for";
-    keel::test::writeFile("arca.opt", good);
-    installation.configureAgent({});
-    openChannel();
-    std::string data;
-    EXPECT_EQ("", restore("kept", data, 4));
-}
-
-TEST_F(TransferTest, SurvivesAFileSystemThatTakesNoMore)
-{
-    openChannel();
-    rlimit unlimited{};
-    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &unlimited));
-    const rlimit limited{1U << 20, unlimited.rlim_max};
-    const std::string data = randomBytes(8U << 20, 5);
-    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limited));
-    const std::string failure = backUp("big", data, {.blockSize = 1U << 18});
-    EXPECT_TRUE(failure == "sbtwrite2 7501" || failure == "sbtclose2 7501") << failure;
-    EXPECT_EQ(0U, errorText().find("RBS")) << errorText();
-    close();
-    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &unlimited));
-    EXPECT_EQ("1=big 8 9999", info({"big"}));
-    ASSERT_EQ("", backUp("big", data, {.blockSize = 1U << 18}));
-    std::string back;
-    EXPECT_EQ("", restore("big", back, 1U << 18));
-    EXPECT_TRUE(back == data);
 }
 
 TEST_F(TransferTest, LeavesTheProcessHealthyWhenItGoes)
