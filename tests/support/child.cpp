@@ -1,7 +1,9 @@
 // See child.h.
 #include "tests/support/child.h"
 
+#include <algorithm>
 #include <csignal>
+#include <fstream>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -63,6 +65,13 @@ void tell(int told, const std::string &what)
 {
     if (write(told, what.data(), what.size()) < 0)
         _exit(1);
+}
+
+bool isInCall(pid_t thread, std::initializer_list<long> calls)
+{
+    std::ifstream file("/proc/" + std::to_string(thread) + "/syscall");
+    long number = -1;
+    return file >> number && std::ranges::count(calls, number) != 0;
 }
 
 int inChild(const std::function<int()> &work)

@@ -3,6 +3,7 @@
 #define KEEL_TESTS_SUPPORT_CHILD_H
 
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <sys/types.h>
 
@@ -31,6 +32,9 @@ public:
 
 /// Says something on behalf of a child.
 void tell(int told, const std::string &what);
+
+/// Whether that thread, of whichever process, is in one of these system calls.
+[[nodiscard]] bool isInCall(pid_t thread, std::initializer_list<long> calls);
 
 /// The exit status of a child that does this, or 128 + signal. One that hangs is ended.
 int inChild(const std::function<int()> &work);

@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <fcntl.h>
+#include <sstream>
 #include <system_error>
 
 namespace keel::test
@@ -91,6 +92,24 @@ std::vector<char *> pointers(std::vector<std::string> &texts)
 }
 
 } // namespace
+
+std::vector<std::string> wordsOf(const std::string &line)
+{
+    std::istringstream stream(line);
+    std::vector<std::string> words;
+    for (std::string word; stream >> word;)
+        words.push_back(word == "''" ? "" : word);
+    return words;
+}
+
+std::vector<std::vector<std::string>> linesOf(const std::string &lines)
+{
+    std::istringstream stream(lines);
+    std::vector<std::vector<std::string>> found;
+    for (std::string line; std::getline(stream, line, ';');)
+        found.push_back(wordsOf(line));
+    return found;
+}
 
 void defaultSignals()
 {

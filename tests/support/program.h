@@ -33,6 +33,11 @@ void defaultSignals();
 [[nodiscard]] ProgramResult run(const std::vector<std::string> &argv,
                                 const ProgramOptions &options = {});
 
+/// The words of a command line, which blanks keep apart; '' is an empty one.
+[[nodiscard]] std::vector<std::string> wordsOf(const std::string &line);
+/// Those of several lines, which semicolons keep apart.
+[[nodiscard]] std::vector<std::vector<std::string>> linesOf(const std::string &lines);
+
 /// A program that runs beside the test, its standard input a pipe that the test holds. One that is
 /// still there when the object goes is killed.
 class Program

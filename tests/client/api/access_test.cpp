@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <dlfcn.h>
 #include <functional>
 
 namespace keel::test
@@ -27,7 +26,7 @@ protected:
     int grant(const std::string &piece, const char *node = "guest", const char *owner = nullptr)
     {
         const hoxObjName name = nameOf(piece);
-        return setAccess_(mine_, HOX_ACCESS_READ, &name, node, owner);
+        return api_.hoxSetAccess(mine_, HOX_ACCESS_READ, &name, node, owner);
     }
 
     /// A session of `guest` for testnode's objects.
@@ -47,22 +46,12 @@ protected:
     {
         std::vector<qryRespAccessData> found(10);
         std::uint16_t count = 10;
-        EXPECT_EQ(queryAccess_(mine_, found.data(), &count), HOX_RC_OK);
+        EXPECT_EQ(api_.hoxQueryAccess(mine_, found.data(), &count), HOX_RC_OK);
         found.resize(count);
         return found;
     }
 
-    template <class Function> Function *operation(const char *name)
-    {
-        return reinterpret_cast<Function *>(dlsym(api_.handle, name));
-    }
-
     hoxHandle_t mine_ = 0;
-    decltype(&::hoxSetAccess) setAccess_ = operation<decltype(::hoxSetAccess)>("hoxSetAccess");
-    decltype(&::hoxQueryAccess) queryAccess_ =
-        operation<decltype(::hoxQueryAccess)>("hoxQueryAccess");
-    decltype(&::hoxDeleteAccess) deleteAccess_ =
-        operation<decltype(::hoxDeleteAccess)>("hoxDeleteAccess");
 };
 
 const std::vector<int> kNothing{HOX_RC_OK, HOX_RC_NO_MATCH};
@@ -92,14 +81,15 @@ TEST_F(AccessTest, AGuestRestoresWhatWasGrantedAndNothingElse)
     EXPECT_EQ(api_.hoxUpdateFS(guest, "/fs", &update, HOX_FSUPD_OCCUPANCY), HOX_RC_ACCESS_DENIED);
     const hoxObjName name = nameOf("q");
     std::uint16_t count = 0;
-    EXPECT_EQ(setAccess_(guest, HOX_ACCESS_READ, &name, "guest", nullptr), HOX_RC_ACCESS_DENIED);
-    EXPECT_EQ(queryAccess_(guest, nullptr, &count), HOX_RC_ACCESS_DENIED);
-    EXPECT_EQ(deleteAccess_(guest, rules().front().ruleNumber), HOX_RC_ACCESS_DENIED);
+    EXPECT_EQ(api_.hoxSetAccess(guest, HOX_ACCESS_READ, &name, "guest", nullptr),
+              HOX_RC_ACCESS_DENIED);
+    EXPECT_EQ(api_.hoxQueryAccess(guest, nullptr, &count), HOX_RC_ACCESS_DENIED);
+    EXPECT_EQ(api_.hoxDeleteAccess(guest, rules().front().ruleNumber), HOX_RC_ACCESS_DENIED);
 
     // Taken back in the middle of a restore.
     ASSERT_EQ(beginGet(guest, p), HOX_RC_OK);
     for (const auto &rule : rules())
-        EXPECT_EQ(deleteAccess_(mine_, rule.ruleNumber), HOX_RC_OK);
+        EXPECT_EQ(api_.hoxDeleteAccess(mine_, rule.ruleNumber), HOX_RC_OK);
     EXPECT_EQ(api_.hoxGetObj(guest, &p, nullptr), HOX_RC_OBJECT_UNKNOWN);
     EXPECT_EQ(api_.hoxEndGetData(guest), HOX_RC_OK);
     EXPECT_EQ(query(guest, "p"), kNothing);
@@ -117,7 +107,7 @@ TEST_F(AccessTest, WhatIsTakenBackEndsWithTheNextCall)
     const auto takeBack = [&](const std::string &piece) {
         for (const auto &rule : rules())
             if (piece == rule.objName.llName + 1) {
-                EXPECT_EQ(deleteAccess_(mine_, rule.ruleNumber), HOX_RC_OK);
+                EXPECT_EQ(api_.hoxDeleteAccess(mine_, rule.ruleNumber), HOX_RC_OK);
             }
     };
     // In the middle of a read.
@@ -286,7 +276,7 @@ TEST_F(AccessTest, RulesAreShownAndTakenBackOneByOne)
     ASSERT_EQ(grant("*", "guest", "anna"), HOX_RC_OK);
     std::uint16_t count = 1;
     qryRespAccessData one{};
-    EXPECT_EQ(queryAccess_(mine_, &one, &count), HOX_RC_MORE_DATA);
+    EXPECT_EQ(api_.hoxQueryAccess(mine_, &one, &count), HOX_RC_MORE_DATA);
     EXPECT_EQ(count, 2U);
 
     hoxHandle_t anna = 0;
@@ -298,8 +288,8 @@ TEST_F(AccessTest, RulesAreShownAndTakenBackOneByOne)
         const bool all = std::strcmp(rule.objName.llName, "/*") == 0;
         EXPECT_STREQ(rule.ownerName, all ? "anna" : "");
         if (all) {
-            EXPECT_EQ(deleteAccess_(mine_, rule.ruleNumber), HOX_RC_OK);
-            EXPECT_EQ(deleteAccess_(mine_, rule.ruleNumber), HOX_RC_OBJECT_UNKNOWN);
+            EXPECT_EQ(api_.hoxDeleteAccess(mine_, rule.ruleNumber), HOX_RC_OK);
+            EXPECT_EQ(api_.hoxDeleteAccess(mine_, rule.ruleNumber), HOX_RC_OBJECT_UNKNOWN);
         }
     }
     EXPECT_EQ(query(anna, "q"), kNothing);
@@ -309,12 +299,12 @@ TEST_F(AccessTest, RulesAreShownAndTakenBackOneByOne)
     EXPECT_EQ(grant("p", "testnode"), HOX_RC_BAD_ARGUMENT);
     EXPECT_EQ(grant("p", nullptr), HOX_RC_NULL_ARGUMENT);
     EXPECT_EQ(grant("p", std::string(65, 'n').c_str()), HOX_RC_NODE_NAME_TOO_LONG);
-    EXPECT_EQ(queryAccess_(mine_, nullptr, nullptr), HOX_RC_NULL_ARGUMENT);
+    EXPECT_EQ(api_.hoxQueryAccess(mine_, nullptr, nullptr), HOX_RC_NULL_ARGUMENT);
 
     // A rule that was damaged opens nothing, and who made it is told.
     flipByte(stored("access").front(), -40);
     EXPECT_EQ(query(anna, "p"), kNothing);
-    EXPECT_EQ(queryAccess_(mine_, &one, &count), HOX_RC_REPOSITORY_DAMAGED);
+    EXPECT_EQ(api_.hoxQueryAccess(mine_, &one, &count), HOX_RC_REPOSITORY_DAMAGED);
     EXPECT_EQ(count, 0U);
 }
 
@@ -348,7 +338,7 @@ TEST_F(AccessTest, AGrantOpensForTheNodeItWasMadeFor)
         {restarted, "had another key", 1},
         {granted, "", 1},
         {granted, "", 1},
-        {[&] { ASSERT_EQ(deleteAccess_(mine_, rules().front().ruleNumber), HOX_RC_OK); },
+        {[&] { ASSERT_EQ(api_.hoxDeleteAccess(mine_, rules().front().ruleNumber), HOX_RC_OK); },
          "grants no access", 0},
     };
     for (const auto &step : steps) {

@@ -47,34 +47,34 @@ TEST_F(ClassTest, WhatIsDefinedIsWhatSessionsSeeAndObjectsCarry)
     const hoxHandle_t handle = logOn();
     const std::string standard = "*STANDARD BACKUPPOOL 1 65535";
     const struct {
-        Lines words; ///< of arca class
+        std::string words; ///< of arca class
         int status;
         Lines all;
         int bound; ///< of an object that names "gold"
     } steps[] = {
-        {{"list"}, 0, {standard}, HOX_RC_MC_UNKNOWN},
-        {{"define", "Gold", "--pool", "FAST", "--versions", "3", "--days", "365"},
+        {"list", 0, {standard}, HOX_RC_MC_UNKNOWN},
+        {"define Gold --pool FAST --versions 3 --days 365",
          0,
          {standard, "GOLD FAST 3 365"},
          HOX_RC_OK},
-        {{"define", "GOLD"}, 1, {standard, "GOLD FAST 3 365"}, HOX_RC_OK},
-        {{"define", "a.long-term_1"},
+        {"define GOLD", 1, {standard, "GOLD FAST 3 365"}, HOX_RC_OK},
+        {"define a.long-term_1",
          0,
          {standard, "A.LONG-TERM_1 BACKUPPOOL 1 65535", "GOLD FAST 3 365"},
          HOX_RC_OK},
-        {{"delete", "a.long-term_1"}, 0, {standard, "GOLD FAST 3 365"}, HOX_RC_OK},
-        {{"change", "gold", "--versions", "nolimit"}, 0, {standard, "GOLD FAST 65535 365"}, 0},
-        {{"change", "gold", "--days", "-1"}, 2, {standard, "GOLD FAST 65535 365"}, HOX_RC_OK},
-        {{"change", "gold", "--versions", "0"}, 2, {standard, "GOLD FAST 65535 365"}, HOX_RC_OK},
-        {{"delete", "gold"}, 0, {standard}, HOX_RC_MC_UNKNOWN},
-        {{"delete", "gold"}, 1, {standard}, HOX_RC_MC_UNKNOWN},
-        {{"change", "gold", "--days", "1"}, 1, {standard}, HOX_RC_MC_UNKNOWN},
-        {{"define", "gold", "--days", "0"}, 0, {standard, "GOLD BACKUPPOOL 1 0"}, HOX_RC_OK},
-        {{"define", "sl/ash"}, 1, {standard, "GOLD BACKUPPOOL 1 0"}, HOX_RC_OK},
-        {{"define", std::string(31, 'x')}, 1, {standard, "GOLD BACKUPPOOL 1 0"}, HOX_RC_OK},
-        {{"delete", "standard"}, 1, {standard, "GOLD BACKUPPOOL 1 0"}, HOX_RC_OK},
-        {{"define", "STANDARD"}, 1, {standard, "GOLD BACKUPPOOL 1 0"}, HOX_RC_OK},
-        {{"change", "STANDARD", "--pool", "TAPE"},
+        {"delete a.long-term_1", 0, {standard, "GOLD FAST 3 365"}, HOX_RC_OK},
+        {"change gold --versions nolimit", 0, {standard, "GOLD FAST 65535 365"}, 0},
+        {"change gold --days -1", 2, {standard, "GOLD FAST 65535 365"}, HOX_RC_OK},
+        {"change gold --versions 0", 2, {standard, "GOLD FAST 65535 365"}, HOX_RC_OK},
+        {"delete gold", 0, {standard}, HOX_RC_MC_UNKNOWN},
+        {"delete gold", 1, {standard}, HOX_RC_MC_UNKNOWN},
+        {"change gold --days 1", 1, {standard}, HOX_RC_MC_UNKNOWN},
+        {"define gold --days 0", 0, {standard, "GOLD BACKUPPOOL 1 0"}, HOX_RC_OK},
+        {"define sl/ash", 1, {standard, "GOLD BACKUPPOOL 1 0"}, HOX_RC_OK},
+        {"define " + std::string(31, 'x'), 1, {standard, "GOLD BACKUPPOOL 1 0"}, HOX_RC_OK},
+        {"delete standard", 1, {standard, "GOLD BACKUPPOOL 1 0"}, HOX_RC_OK},
+        {"define STANDARD", 1, {standard, "GOLD BACKUPPOOL 1 0"}, HOX_RC_OK},
+        {"change STANDARD --pool TAPE",
          0,
          {"*STANDARD TAPE 1 65535", "GOLD BACKUPPOOL 1 0"},
          HOX_RC_OK},
@@ -82,9 +82,7 @@ TEST_F(ClassTest, WhatIsDefinedIsWhatSessionsSeeAndObjectsCarry)
     int objects = 0;
     for (const auto &step : steps) {
         SCOPED_TRACE("step " + std::to_string(&step - steps));
-        Lines words = step.words;
-        words.insert(words.begin(), "class");
-        const ProgramResult result = arca(words);
+        const ProgramResult result = arca(wordsOf("class " + step.words));
         EXPECT_EQ(result.status, step.status) << result.err;
         EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), step.status == 0 ? 0 : 1);
         EXPECT_EQ(classes(handle, nullptr), step.all);

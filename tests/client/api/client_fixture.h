@@ -57,6 +57,9 @@ struct ClientLibrary {
     KEEL_OPERATION(hoxRenameObj);
     KEEL_OPERATION(hoxUpdateObj);
     KEEL_OPERATION(hoxGroupHandler);
+    KEEL_OPERATION(hoxSetAccess);
+    KEEL_OPERATION(hoxQueryAccess);
+    KEEL_OPERATION(hoxDeleteAccess);
     KEEL_OPERATION(hoxLogEventEx);
     KEEL_OPERATION(hoxRCMsg);
     KEEL_OPERATION(hoxRCMsgEx);

@@ -3,7 +3,6 @@
 #include "tests/client/api/client_fixture.h"
 
 #include <cstring>
-#include <dlfcn.h>
 #include <sys/mman.h>
 
 namespace keel::test
@@ -150,13 +149,14 @@ TEST_F(MisuseTest, NullAndMalformedArgumentsGetACode)
     }
 }
 
-/// The beginning of a record of the caller's, the last in its page: whatever is written beyond it
-/// meets no memory.
+/// The beginning of a record of the caller's, of a version that nobody knows, the last in its page:
+/// whatever is written beyond it meets no memory.
 class RecordAtTheEnd
 {
 public:
-    template <class Record> Record *begin(std::uint16_t version)
+    template <class Record> Record *record()
     {
+        constexpr std::uint16_t version = 99;
         std::memset(at_, '#', kBytes);
         std::memcpy(at_, &version, sizeof version);
         before_.assign(at_, kBytes);
@@ -178,15 +178,11 @@ private:
 
 TEST_F(MisuseTest, ARecordOfAnUnknownVersionIsNotWritten)
 {
-    const auto setAccess =
-        reinterpret_cast<decltype(&::hoxSetAccess)>(dlsym(api_.handle, "hoxSetAccess"));
-    const auto queryAccess =
-        reinterpret_cast<decltype(&::hoxQueryAccess)>(dlsym(api_.handle, "hoxQueryAccess"));
     const hoxHandle_t idle = logOn(), querying = logOn(), reading = logOn(), sending = logOn();
     ASSERT_EQ(backUp(idle, "p", "content"), HOX_RC_OK);
     const qryRespBackupData found = recordOf(idle, "p");
     const hoxObjName name = nameOf("p");
-    ASSERT_EQ(setAccess(idle, HOX_ACCESS_READ, &name, "guest", nullptr), HOX_RC_OK);
+    ASSERT_EQ(api_.hoxSetAccess(idle, HOX_ACCESS_READ, &name, "guest", nullptr), HOX_RC_OK);
     const qryBackupData asked{HOX_QRY_BACKUP_VERSION, &name, nullptr, HOX_STATE_ACTIVE};
     ASSERT_EQ(api_.hoxBeginQuery(querying, HOX_QUERY_BACKUP, &asked), HOX_RC_OK);
     ASSERT_EQ(beginGet(reading, found.objId), HOX_RC_OK);
@@ -209,58 +205,46 @@ TEST_F(MisuseTest, ARecordOfAnUnknownVersionIsNotWritten)
     const hoxLogEventExIn_t told = event(HOX_LOG_SERVER, HOX_SEVERITY_INFO, "an event");
     std::uint16_t rules = 1;
 
-    constexpr std::uint16_t kUnknown = 99;
-    RecordAtTheEnd record;
-    const struct {
-        const char *operation;
-        std::function<int()> call;
-    } table[] = {
-        {"QueryApiVersionEx",
-         [&] {
-             api_.hoxQueryApiVersionEx(record.begin<hoxApiVersionEx>(kUnknown));
-             return HOX_RC_BAD_VERSION; // which it cannot return
-         }},
-        {"InitEx",
-         [&] { return api_.hoxInitEx(&started, &start, record.begin<hoxInitExOut_t>(kUnknown)); }},
-        {"QuerySessInfo",
-         [&] { return api_.hoxQuerySessInfo(idle, record.begin<ApiSessInfo>(kUnknown)); }},
-        {"BindMC",
-         [&] { return api_.hoxBindMC(idle, &name, 0, record.begin<mcBindKey>(kUnknown)); }},
+    RecordAtTheEnd at;
+    DataBlk answer{HOX_DATABLK_VERSION, sizeof(qryRespBackupData), 0, nullptr};
+    const auto queryVersion = [&] {
+        api_.hoxQueryApiVersionEx(at.record<hoxApiVersionEx>());
+        return HOX_RC_BAD_VERSION; // which it cannot return
+    };
+    const auto intoAnswer = [&] {
+        answer.bufferPtr = at.record<char>();
+        return api_.hoxGetNextQObj(querying, &answer);
+    };
+    const std::pair<const char *, std::function<int()>> table[] = {
+        {"QueryApiVersionEx", queryVersion},
+        {"InitEx", [&] { return api_.hoxInitEx(&started, &start, at.record<hoxInitExOut_t>()); }},
+        {"QuerySessInfo", [&] { return api_.hoxQuerySessInfo(idle, at.record<ApiSessInfo>()); }},
+        {"BindMC", [&] { return api_.hoxBindMC(idle, &name, 0, at.record<mcBindKey>()); }},
         {"EndTxnEx",
-         [&] {
-             return api_.hoxEndTxnEx(sending, &vote, record.begin<hoxEndTxnExOut_t>(kUnknown));
-         }},
+         [&] { return api_.hoxEndTxnEx(sending, &vote, at.record<hoxEndTxnExOut_t>()); }},
         {"EndSendObjEx",
          [&] {
-             return api_.hoxEndSendObjEx(sending, &endOfObject,
-                                         record.begin<hoxEndSendObjExOut_t>(kUnknown));
+             return api_.hoxEndSendObjEx(sending, &endOfObject, at.record<hoxEndSendObjExOut_t>());
          }},
         {"GetNextQObj, of the block",
-         [&] { return api_.hoxGetNextQObj(querying, record.begin<DataBlk>(kUnknown)); }},
-        {"GetNextQObj, of the answer",
-         [&] {
-             DataBlk block{HOX_DATABLK_VERSION, sizeof(qryRespBackupData), 0,
-                           record.begin<char>(kUnknown)};
-             return api_.hoxGetNextQObj(querying, &block);
-         }},
-        {"GetData", [&] { return api_.hoxGetData(reading, record.begin<DataBlk>(kUnknown)); }},
+         [&] { return api_.hoxGetNextQObj(querying, at.record<DataBlk>()); }},
+        {"GetNextQObj, of the answer", intoAnswer},
+        {"GetData", [&] { return api_.hoxGetData(reading, at.record<DataBlk>()); }},
         {"EndGetDataEx",
          [&] {
-             return api_.hoxEndGetDataEx(reading, &endOfRead,
-                                         record.begin<hoxEndGetDataExOut_t>(kUnknown));
+             return api_.hoxEndGetDataEx(reading, &endOfRead, at.record<hoxEndGetDataExOut_t>());
          }},
         {"GroupHandler",
-         [&] { return api_.hoxGroupHandler(idle, &group, record.begin<hoxGroupOut_t>(kUnknown)); }},
+         [&] { return api_.hoxGroupHandler(idle, &group, at.record<hoxGroupOut_t>()); }},
         {"QueryAccess",
-         [&] { return queryAccess(idle, record.begin<qryRespAccessData>(kUnknown), &rules); }},
-        {"RCMsgEx",
-         [&] { return api_.hoxRCMsgEx(0, &code, record.begin<hoxRCMsgExOut_t>(kUnknown)); }},
+         [&] { return api_.hoxQueryAccess(idle, at.record<qryRespAccessData>(), &rules); }},
+        {"RCMsgEx", [&] { return api_.hoxRCMsgEx(0, &code, at.record<hoxRCMsgExOut_t>()); }},
         {"LogEventEx",
-         [&] { return api_.hoxLogEventEx(0, &told, record.begin<hoxLogEventExOut_t>(kUnknown)); }},
+         [&] { return api_.hoxLogEventEx(0, &told, at.record<hoxLogEventExOut_t>()); }},
     };
-    for (const auto &row : table) {
-        EXPECT_EQ(row.call(), HOX_RC_BAD_VERSION) << row.operation;
-        EXPECT_TRUE(record.isUnchanged()) << row.operation;
+    for (const auto &[operation, call] : table) {
+        EXPECT_EQ(call(), HOX_RC_BAD_VERSION) << operation;
+        EXPECT_TRUE(at.isUnchanged()) << operation;
     }
     EXPECT_EQ(started, 77U);
     EXPECT_EQ(readFile(installation_.errorLog()).find("an event"), std::string::npos);

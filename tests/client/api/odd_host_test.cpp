@@ -145,7 +145,7 @@ TEST_F(OddHostTest, ATransactionOfManyObjectsNeedsFewDescriptors)
         for (int i = 0; i < objects; ++i) {
             const hoxObjName name = nameOf(nameOfObject(i));
             std::string bytes = nameOfObject(i);
-            const auto length = static_cast<std::uint32_t>(i % 1000 == 1 ? bytes.size() : 0);
+            const auto length = static_cast<std::uint32_t>(i % 250 == 1 ? bytes.size() : 0);
             DataBlk data{HOX_DATABLK_VERSION, length, 0, bytes.data()};
             if (api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, &data) != 0 ||
                 api_.hoxEndSendObj(handle) != HOX_RC_OK)
@@ -160,13 +160,13 @@ TEST_F(OddHostTest, ATransactionOfManyObjectsNeedsFewDescriptors)
     };
     EXPECT_EQ(inChild([&] { return host(5, false); }), 0);
     EXPECT_EQ(stored("tmp").size(), 6U) << "and a claim";
-    EXPECT_EQ(inChild([&] { return host(4096, true); }), 0);
+    EXPECT_EQ(inChild([&] { return host(1024, true); }), 0);
     ASSERT_EQ(setUp(installation_.clientOptions()), HOX_RC_OK);
     const hoxHandle_t handle = logOn();
     EXPECT_EQ(stored("tmp").size(), 0U);
-    EXPECT_EQ(stored("pieces").size(), 4096U);
-    for (const int i : {1, 2001, 4001, 4095})
-        EXPECT_EQ(restore(handle, nameOfObject(i)), i % 1000 == 1 ? nameOfObject(i) : "");
+    EXPECT_EQ(stored("pieces").size(), 1024U);
+    for (const int i : {1, 501, 1001, 1023})
+        EXPECT_EQ(restore(handle, nameOfObject(i)), i % 250 == 1 ? nameOfObject(i) : "");
 }
 
 // The cancellation is there before each operation; it takes effect after the last one.

@@ -113,32 +113,6 @@ TEST_F(ClientOptionsTest, ARepositoryThatIsNotThereIsNamedAndNeverMade)
     EXPECT_NE(text(HOX_RC_BAD_OPTION_FILE).find("REPOSITORY"), std::string::npos);
 }
 
-TEST_F(ClientOptionsTest, WithPromptTheApplicationSuppliesThePassword)
-{
-    writeFile(file_, repositoryLine() + "NODENAME asked\nPASSWORDACCESS prompt\n");
-    ASSERT_EQ(arca({"init", "--stdin"}, "secret\n", file_).status, 0);
-    ASSERT_EQ(setUp(file_), HOX_RC_OK);
-    optStruct options{};
-    ASSERT_EQ(api_.hoxQueryCliOptions(&options), HOX_RC_OK);
-    EXPECT_EQ(options.passwordAccess, HOX_PASSWORDACCESS_PROMPT);
-    EXPECT_STREQ(options.nodeName, "asked");
-
-    hoxHandle_t handle = 0;
-    for (const char *wrong : {"", "Secret", "secret ", "secretsecret"})
-        EXPECT_EQ(logOn(handle, nullptr, wrong, nullptr), HOX_RC_AUTH_FAILURE) << wrong;
-    EXPECT_EQ(text(HOX_RC_AUTH_FAILURE).find("secretsecret"), std::string::npos);
-    ASSERT_EQ(logOn(handle, nullptr, "secret", nullptr), HOX_RC_OK);
-    EXPECT_EQ(api_.hoxChangePW(handle, "wrong", "new"), HOX_RC_AUTH_FAILURE);
-    EXPECT_EQ(api_.hoxChangePW(handle, "secret", "new"), HOX_RC_OK);
-    EXPECT_EQ(logOn(handle, nullptr, "secret", nullptr), HOX_RC_AUTH_FAILURE);
-    const hoxApiVersion version{7, 1, 3};
-    EXPECT_EQ(api_.hoxInit(&handle, &version, "asked", "owner", "new", "app", nullptr, nullptr), 0);
-    ApiSessInfo info{};
-    ASSERT_EQ(api_.hoxQuerySessInfo(handle, &info), HOX_RC_OK);
-    EXPECT_STREQ(info.nodeName, "asked");
-    EXPECT_STREQ(info.ownerName, "owner");
-}
-
 TEST_F(ClientOptionsTest, InitLeavesWhatIsThereAsItIs)
 {
     const hoxHandle_t handle = logOn();

@@ -70,7 +70,7 @@ TEST_F(PasswordTest, HoweverAPasswordComesInItIsTheOneThatCounts)
         {nullptr, nullptr, "", HOX_RC_AUTH_FAILURE},
         {nullptr, nullptr, "wrong", HOX_RC_AUTH_FAILURE},
         {nullptr, nullptr, "secret", HOX_RC_OK},
-        {"wrong", nullptr, "secret", HOX_RC_AUTH_FAILURE},
+        {"Secret", nullptr, "secret", HOX_RC_AUTH_FAILURE},
         {nullptr, "second", "secret", HOX_RC_OK},
         {"secret", nullptr, "", HOX_RC_AUTH_FAILURE},
         {"secret", "third", "", HOX_RC_AUTH_FAILURE},
@@ -84,8 +84,23 @@ TEST_F(PasswordTest, HoweverAPasswordComesInItIsTheOneThatCounts)
         EXPECT_EQ(tried(step.given, step.changedTo, step.typed), step.code);
         if (step.code == HOX_RC_AUTH_FAILURE) {
             EXPECT_TRUE(text(step.code).starts_with("RBS0137E ")) << text(step.code);
+            EXPECT_EQ(text(step.code).find(longest), std::string::npos);
         }
     }
+    hoxHandle_t handle = 0;
+    ASSERT_EQ(logOn(handle, nullptr, longest.c_str(), nullptr), HOX_RC_OK);
+    EXPECT_EQ(api_.hoxChangePW(handle, "wrong", "new"), HOX_RC_AUTH_FAILURE);
+    EXPECT_EQ(api_.hoxChangePW(handle, longest.c_str(), "new"), HOX_RC_OK);
+    const hoxApiVersion version{7, 1, 3};
+    EXPECT_EQ(api_.hoxInit(&handle, &version, "asked", "owner", "new", "app", nullptr, nullptr), 0);
+    ApiSessInfo info{};
+    ASSERT_EQ(api_.hoxQuerySessInfo(handle, &info), HOX_RC_OK);
+    EXPECT_STREQ(info.nodeName, "asked");
+    EXPECT_STREQ(info.ownerName, "owner");
+    optStruct options{};
+    ASSERT_EQ(api_.hoxQueryCliOptions(&options), HOX_RC_OK);
+    EXPECT_EQ(options.passwordAccess, HOX_PASSWORDACCESS_PROMPT);
+    EXPECT_STREQ(options.nodeName, "asked");
 }
 
 // The test itself keeps it only so, and turns it into what it is where the library asked for it.
