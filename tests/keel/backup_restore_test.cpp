@@ -19,6 +19,8 @@
 namespace keel::test
 {
 
+using BackupTest = KeelTest;
+
 namespace
 {
 
@@ -36,7 +38,7 @@ std::string trailerText(std::uint32_t blockSize, std::uint64_t length)
 
 } // namespace
 
-TEST_F(KeelTest, StreamOfAnyLengthComesBackInBlocksOfAnySize)
+TEST_F(BackupTest, StreamOfAnyLengthComesBackInBlocksOfAnySize)
 {
     const std::size_t block = 4096;
     for (const std::size_t size :
@@ -66,7 +68,7 @@ TEST_F(KeelTest, StreamOfAnyLengthComesBackInBlocksOfAnySize)
 }
 
 #ifndef KEEL_TEST_SANITIZED // which takes minutes
-TEST_F(KeelTest, StreamOfMoreThan4GibibytesComesBackWhole)
+TEST_F(BackupTest, StreamOfMoreThan4GibibytesComesBackWhole)
 {
     constexpr std::uint64_t kLength = (std::uint64_t{1} << 32) + 12'345;
     writeFile("large", "its first bytes");
@@ -83,7 +85,7 @@ TEST_F(KeelTest, StreamOfMoreThan4GibibytesComesBackWhole)
 }
 #endif
 
-TEST_F(KeelTest, StreamThatEndsInATrailerOfItsOwnComesBackWhole)
+TEST_F(BackupTest, StreamThatEndsInATrailerOfItsOwnComesBackWhole)
 {
     const std::string zeros(512 - kTrailerRecordSize, '\0');
     const std::string first(512, 'a');
@@ -107,7 +109,7 @@ TEST_F(KeelTest, StreamThatEndsInATrailerOfItsOwnComesBackWhole)
     }
 }
 
-TEST_F(KeelTest, APieceOfLargeBlocksComesBackWholeOrNotAtAll)
+TEST_F(BackupTest, APieceOfLargeBlocksComesBackWholeOrNotAtAll)
 {
     const std::string stream = randomBytes((std::size_t{5} << 20) + 1, 1);
     for (const std::string size : {"4M", "64M"}) { // with the most padding that there can be
@@ -119,7 +121,7 @@ TEST_F(KeelTest, APieceOfLargeBlocksComesBackWholeOrNotAtAll)
     }
 }
 
-TEST_F(KeelTest, StreamGoesFromPipeToPipe)
+TEST_F(BackupTest, StreamGoesFromPipeToPipe)
 {
     const std::string stream = randomBytes(3'000'001, 2);
     writeFile(installation_.directory() / "stream", stream);
@@ -131,7 +133,7 @@ TEST_F(KeelTest, StreamGoesFromPipeToPipe)
     EXPECT_TRUE(same(readFile(installation_.directory() / "copy"), stream));
 }
 
-TEST_F(KeelTest, FilesGetTheirContentBackAndAreNotReplacedUnasked)
+TEST_F(BackupTest, FilesGetTheirContentBackAndAreNotReplacedUnasked)
 {
     const auto directory = installation_.directory() / "files";
     std::filesystem::create_directory(directory);
@@ -162,7 +164,7 @@ TEST_F(KeelTest, FilesGetTheirContentBackAndAreNotReplacedUnasked)
     EXPECT_EQ(listing(directory), (std::vector<std::string>{"input", "new", "taken"}));
 }
 
-TEST_F(KeelTest, InputThatIsClosedIsNotAnEmptyOne)
+TEST_F(BackupTest, InputThatIsClosedIsNotAnEmptyOne)
 {
     const ProgramResult result =
         run({"sh", "-c", keelProgram().string() + " backup p --input - <&-"});
@@ -171,7 +173,7 @@ TEST_F(KeelTest, InputThatIsClosedIsNotAnEmptyOne)
     EXPECT_FALSE(isStored("p"));
 }
 
-TEST_F(KeelTest, AFileThatIsCutWhileItIsReadIsNotStored)
+TEST_F(BackupTest, AFileThatIsCutWhileItIsReadIsNotStored)
 {
     const std::string input = installation_.directory() / "input";
     writeFile(input, "some bytes");
@@ -214,7 +216,7 @@ TEST_F(KeelTest, AFileThatIsCutWhileItIsReadIsNotStored)
     EXPECT_NE(restored("proc").find("backup"), std::string::npos);
 }
 
-TEST_F(KeelTest, TheCommandLineBeatsTheEnvironmentForEveryVerb)
+TEST_F(BackupTest, TheCommandLineBeatsTheEnvironmentForEveryVerb)
 {
     namespace fs = std::filesystem;
     const auto directory = installation_.directory();
@@ -254,7 +256,7 @@ TEST_F(KeelTest, TheCommandLineBeatsTheEnvironmentForEveryVerb)
     EXPECT_EQ(restored("p"), "the environment's");
 }
 
-TEST_F(KeelTest, JsonTellsWhatHappened)
+TEST_F(BackupTest, JsonTellsWhatHappened)
 {
     using nlohmann::json;
     const ProgramResult backup =
@@ -283,7 +285,7 @@ TEST_F(KeelTest, JsonTellsWhatHappened)
     EXPECT_EQ(pieces[1], (json{{"name", "nobody"}, {"found", false}}));
 }
 
-TEST_F(KeelTest, TerminalShowsTheRateUnlessQuiet)
+TEST_F(BackupTest, TerminalShowsTheRateUnlessQuiet)
 {
     writeFile(installation_.directory() / "stream", randomBytes(1'000'000, 8));
     const std::string command = keelProgram().string() + " backup -i stream ";
@@ -294,7 +296,7 @@ TEST_F(KeelTest, TerminalShowsTheRateUnlessQuiet)
     EXPECT_EQ(run({"script", "-qec", command + "--quiet hidden", "/dev/null"}).out, "");
 }
 
-TEST_F(KeelTest, RemovedPieceIsGoneAndTheOthersStay)
+TEST_F(BackupTest, RemovedPieceIsGoneAndTheOthersStay)
 {
     for (const char *name : {"one", "two", "three"})
         backUp(name, name);
@@ -310,13 +312,11 @@ TEST_F(KeelTest, RemovedPieceIsGoneAndTheOthersStay)
     EXPECT_EQ(restored("one"), "a new one");
 }
 
-TEST_F(KeelTest, ADamagedPieceIsSetAsideAndHoldsUpNoOther)
+TEST_F(BackupTest, ADamagedPieceIsSetAsideAndHoldsUpNoOther)
 {
     namespace fs = std::filesystem;
     backUp("bad", "bad");
-    for (const auto &file : fs::recursive_directory_iterator(installation_.repository() / "pieces"))
-        if (file.is_regular_file())
-            writeFile(file, "damaged");
+    damageFiles(installation_.repository() / "pieces");
     backUp("one", "one");
     backUp("two", "two");
     const ProgramResult refused = keel({"--sbt1", "remove", "bad", "one", "--yes", "--json"});
@@ -330,9 +330,12 @@ TEST_F(KeelTest, ADamagedPieceIsSetAsideAndHoldsUpNoOther)
     EXPECT_FALSE(isStored("two"));
     EXPECT_FALSE(fs::is_empty(installation_.repository() / "quarantine"));
     backUp("bad", "its name is free");
+    damageFiles(installation_.repository() / "pieces");
+    backUp("bad", "over a damaged one");
+    EXPECT_EQ(restored("bad"), "over a damaged one");
 }
 
-TEST_F(KeelTest, CreationTimeIsRightInAnyZoneAndSeason)
+TEST_F(BackupTest, CreationTimeIsRightInAnyZoneAndSeason)
 {
     for (const char *zone : {"UTC0", "CET-1CEST,M3.5.0,M10.5.0/3", "EST5EDT,M3.2.0,M11.1.0",
                              "AEST-10AEDT,M10.1.0,M4.1.0/3"}) {
@@ -351,7 +354,7 @@ TEST_F(KeelTest, CreationTimeIsRightInAnyZoneAndSeason)
     ::unsetenv("TZ");
 }
 
-TEST_F(KeelTest, AttributesAndTraceReachTheAgent)
+TEST_F(BackupTest, AttributesAndTraceReachTheAgent)
 {
     const auto agentTrace = installation_.directory() / "agent.trace";
     installation_.configureAgent({"VELO_MGMT_CLASS_2 STANDARD", "VELO_TRACE_FLAGS ORACLE",

@@ -10,7 +10,9 @@
 namespace keel::test
 {
 
-TEST_F(KeelTest, RefusalIsOneLineWithCodeAndStatus)
+using RefusalTest = KeelTest;
+
+TEST_F(RefusalTest, RefusalIsOneLineWithCodeAndStatus)
 {
     backUp("taken", "content");
     const auto directory = installation_.directory();
@@ -55,7 +57,7 @@ TEST_F(KeelTest, RefusalIsOneLineWithCodeAndStatus)
 }
 
 /// The agent appends its trace to whatever file it is given.
-TEST_F(KeelTest, ATraceIsAppendedToNothingButATrace)
+TEST_F(RefusalTest, ATraceIsAppendedToNothingButATrace)
 {
     writeFile("in", "content");
     backUp("p", "content");
@@ -87,25 +89,15 @@ TEST_F(KeelTest, ATraceIsAppendedToNothingButATrace)
     EXPECT_GT(readFile("new").size(), 500U);
 }
 
-TEST_F(KeelTest, WrongUseIsStatus2AndHelpIs0)
+TEST_F(RefusalTest, WrongUseIsStatus2AndHelpIs0)
 {
-    const Words wrong[] = {
-        {},
-        {"sing"},
-        {"backup"},
-        {"backup", "p"},
-        {"info"},
-        {"backup", "p", "-i", "-", "--block-size", "1000"},
-        {"backup", "p", "-i", "-", "--block-size", "0"},
-        {"backup", "p", "-i", "-", "--block-size", "1G"},
-        {"backup", "p", "-i", "-", "--copy", "5"},
-        {"backup", "p", "-i", "-", "--type", "tablespace"},
-        {"backup", "p", "-i", "-", "--trace-level", "2"},
-        {"restore", "p", "-o", "-", "--json"},
-        {"restore", "p", "-o", "/dev/stdout", "--json"},
-        {"info", "p", "--optfile", std::string(1025, 'x')},
-    };
-    for (const auto &arguments : wrong)
+    const auto wrong = linesOf(
+        "; sing; backup; backup p; info; backup p -i - --block-size 1000; "
+        "backup p -i - --block-size 0; backup p -i - --block-size 1G; backup p -i - --copy 5; "
+        "backup p -i - --type tablespace; backup p -i - --trace-level 2; restore p -o - --json; "
+        "restore p -o /dev/stdout --json; info p --optfile " +
+        std::string(1025, 'x'));
+    for (const Words &arguments : wrong)
         expectRefusal(arguments, 2);
     // The agent would silently take the installed option file, and another repository, instead.
     backUp("kept", "content");
@@ -131,7 +123,7 @@ TEST_F(KeelTest, WrongUseIsStatus2AndHelpIs0)
     }
 }
 
-TEST_F(KeelTest, RestoreThatWaitsForAReaderEndsWithTheFirstSignal)
+TEST_F(RefusalTest, RestoreThatWaitsForAReaderEndsWithTheFirstSignal)
 {
     backUp("p", "content");
     ASSERT_EQ(::mkfifo("fifo", 0600), 0);
@@ -154,7 +146,7 @@ TEST_F(KeelTest, RestoreThatWaitsForAReaderEndsWithTheFirstSignal)
     }
 }
 
-TEST_F(KeelTest, BackupThatIsEndedBySignalLeavesNothing)
+TEST_F(RefusalTest, BackupThatIsEndedBySignalLeavesNothing)
 {
     const std::string half = randomBytes(std::size_t{4} << 20, 5);
     for (const int number : {SIGINT, SIGTERM, SIGKILL}) {
@@ -176,20 +168,10 @@ TEST_F(KeelTest, BackupThatIsEndedBySignalLeavesNothing)
     EXPECT_TRUE(restored("half") == half);
 }
 
-TEST_F(KeelTest, DamagedPieceLeavesNoFile)
+TEST_F(RefusalTest, DamagedPieceLeavesNoFile)
 {
     backUp("damaged", randomBytes(1'000'000, 6));
-    // The largest pack holds the piece; one bit of it is turned.
-    std::filesystem::path largest;
-    for (const auto &entry :
-         std::filesystem::recursive_directory_iterator(installation_.repository() / "packs")) {
-        if (entry.is_regular_file() && (largest.empty() || entry.file_size() > file_size(largest)))
-            largest = entry.path();
-    }
-    std::string bytes = readFile(largest);
-    bytes[bytes.size() / 2] ^= 0x10;
-    writeFile(largest, bytes);
-
+    damageFiles(installation_.repository() / "packs", 500'000);
     const auto directory = installation_.directory() / "output";
     std::filesystem::create_directory(directory);
     const ProgramResult result = keel({"restore", "damaged", "--output", directory / "file"});
@@ -198,7 +180,7 @@ TEST_F(KeelTest, DamagedPieceLeavesNoFile)
     EXPECT_EQ(listing(directory), std::vector<std::string>());
 }
 
-TEST_F(KeelTest, ReaderThatGoesAwayIsAnError)
+TEST_F(RefusalTest, ReaderThatGoesAwayIsAnError)
 {
     backUp("long", randomBytes(std::size_t{8} << 20, 7));
     const ProgramResult result = run(

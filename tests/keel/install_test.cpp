@@ -11,6 +11,8 @@
 namespace keel::test
 {
 
+using InstallTest = KeelTest;
+
 namespace
 {
 
@@ -28,7 +30,7 @@ Json checkOf(const ProgramResult &result, const std::string &name)
 
 } // namespace
 
-TEST_F(KeelTest, DoctorFindsNothingWrongAndLeavesNothing)
+TEST_F(InstallTest, DoctorFindsNothingWrongAndLeavesNothing)
 {
     const ProgramResult result = keel({"doctor", "--json"});
     EXPECT_EQ(result.status, 0) << result.err << result.out;
@@ -46,14 +48,11 @@ TEST_F(KeelTest, DoctorFindsNothingWrongAndLeavesNothing)
     EXPECT_EQ(keel({"doctor"}).status, 0);
 }
 
-TEST_F(KeelTest, DoctorCountsWhatIsDamagedAndItsCureWorks)
+TEST_F(InstallTest, DoctorCountsWhatIsDamagedAndItsCureWorks)
 {
     writeFile("input", randomBytes(100'000, 3));
     ASSERT_EQ(keel({"backup", "p", "--input", "input", "--quiet"}).status, 0);
-    for (const auto &file :
-         std::filesystem::recursive_directory_iterator(installation_.repository() / "pieces"))
-        if (file.is_regular_file())
-            writeFile(file.path(), "damaged");
+    damageFiles(installation_.repository() / "pieces");
     const std::string nothing = "no damaged part of a pack is recorded, and no manifest is set "
                                 "aside; arca verify looks for more";
     EXPECT_EQ(checkOf(keel({"doctor", "--json"}), "damage")["text"], nothing);
@@ -79,7 +78,7 @@ TEST_F(KeelTest, DoctorCountsWhatIsDamagedAndItsCureWorks)
     EXPECT_EQ(others["cure"].get<std::string>().find(options), std::string::npos) << others;
 }
 
-TEST_F(KeelTest, DoctorNamesWhatIsBrokenWithItsCure)
+TEST_F(InstallTest, DoctorNamesWhatIsBrokenWithItsCure)
 {
     const auto directory = installation_.directory();
     const std::string client = "REPOSITORY file://" + installation_.repository().string() +
@@ -136,7 +135,7 @@ TEST_F(KeelTest, DoctorNamesWhatIsBrokenWithItsCure)
     }
 }
 
-TEST_F(KeelTest, DoctorAsksWhatTheEffectiveUserMay)
+TEST_F(InstallTest, DoctorAsksWhatTheEffectiveUserMay)
 {
     if (::geteuid() != 0)
         GTEST_SKIP() << "only root can have another effective user";
@@ -147,7 +146,7 @@ TEST_F(KeelTest, DoctorAsksWhatTheEffectiveUserMay)
     EXPECT_EQ(checkOf(result, "directory")["status"], "failed") << result.out;
 }
 
-TEST_F(KeelTest, BenchStoresWhatItSaysAndRemovesItEvenWhenInterrupted)
+TEST_F(InstallTest, BenchStoresWhatItSaysAndRemovesItEvenWhenInterrupted)
 {
     writeFile("input", randomBytes(100'000, 3));
     const struct {
@@ -184,7 +183,7 @@ TEST_F(KeelTest, BenchStoresWhatItSaysAndRemovesItEvenWhenInterrupted)
     EXPECT_EQ(Json::parse(left.out)["pieces"], 0) << left.out << left.err;
 }
 
-TEST_F(KeelTest, RmanCommandsNameThisInstallation)
+TEST_F(InstallTest, RmanCommandsNameThisInstallation)
 {
     const std::string parms = "'SBT_LIBRARY=" + agentLibrary().string() +
                               ",\n     ENV=(VELO_OPTFILE=" + installation_.agentOptions().string() +
@@ -209,7 +208,7 @@ TEST_F(KeelTest, RmanCommandsNameThisInstallation)
     EXPECT_EQ(keel({"rman", "--optfile", "a)b"}).status, 2);
 }
 
-TEST_F(KeelTest, RemoveAsksAndLogsAndTimesWhenAsked)
+TEST_F(InstallTest, RemoveAsksAndLogsAndTimesWhenAsked)
 {
     EXPECT_EQ(keel({"backup", "p", "-i", "-", "--log", "keel.log"}, "content").status, 0);
     const ProgramResult timed = keel({"restore", "p", "-o", "out", "--json", "--timing"});

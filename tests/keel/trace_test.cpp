@@ -8,6 +8,8 @@
 namespace keel::test
 {
 
+using KeelTraceTest = KeelTest;
+
 namespace
 {
 
@@ -35,7 +37,7 @@ std::string full(const std::string &lines, int next)
 
 } // namespace
 
-TEST_F(KeelTest, TraceOfTheAgentThatWentAroundComesOutInTheOrderOfTime)
+TEST_F(KeelTraceTest, TraceOfTheAgentThatWentAroundComesOutInTheOrderOfTime)
 {
     const auto trace = installation_.directory() / "agent.trace";
     installation_.configureAgent(
@@ -70,7 +72,7 @@ TEST_F(KeelTest, TraceOfTheAgentThatWentAroundComesOutInTheOrderOfTime)
     EXPECT_GT(compared, 1000);
 }
 
-TEST_F(KeelTest, TraceIsPrintedWhereverTheAgentStopped)
+TEST_F(KeelTraceTest, TraceIsPrintedWhereverTheAgentStopped)
 {
     const struct {
         std::string file, printed;
@@ -95,7 +97,7 @@ TEST_F(KeelTest, TraceIsPrintedWhereverTheAgentStopped)
     }
 }
 
-TEST_F(KeelTest, SegmentsOfATraceComeInTheOrderOfTime)
+TEST_F(KeelTraceTest, SegmentsOfATraceComeInTheOrderOfTime)
 {
     const auto trace = installation_.directory() / "trace";
     const auto segment = [&](int number, const std::string &bytes) {
@@ -116,7 +118,7 @@ TEST_F(KeelTest, SegmentsOfATraceComeInTheOrderOfTime)
     EXPECT_EQ(result.out, "") << "all are looked at before the first is printed";
 }
 
-TEST_F(KeelTest, WhatIsNoTraceIsRefusedInOneLine)
+TEST_F(KeelTraceTest, WhatIsNoTraceIsRefusedInOneLine)
 {
     const auto directory = installation_.directory();
     const std::string good = wrapped("one\n", kEnd);

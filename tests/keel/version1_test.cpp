@@ -9,7 +9,9 @@
 namespace keel::test
 {
 
-TEST_F(KeelTest, FirstVersionGivesStreamsBackAndSharesThemWithTheSecond)
+using KeelVersion1Test = KeelTest;
+
+TEST_F(KeelVersion1Test, FirstVersionGivesStreamsBackAndSharesThemWithTheSecond)
 {
     for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{4096},
                                    std::size_t{3 * 4096 + 17}, std::size_t{1'000'000}}) {
@@ -30,7 +32,7 @@ TEST_F(KeelTest, FirstVersionGivesStreamsBackAndSharesThemWithTheSecond)
     EXPECT_EQ(keel({"--sbt1", "restore", "new", "-o", "-"}).out, "of the second version");
 }
 
-TEST_F(KeelTest, FirstVersionDescribesAndRemovesEachOfSeveral)
+TEST_F(KeelVersion1Test, FirstVersionDescribesAndRemovesEachOfSeveral)
 {
     for (const char *name : {"one", "two", "three"})
         EXPECT_EQ(keel({"--sbt1", "backup", name, "-i", "-", "--block-size", "4K"}, name).status,
@@ -55,7 +57,7 @@ TEST_F(KeelTest, FirstVersionDescribesAndRemovesEachOfSeveral)
     EXPECT_TRUE(isStored("three"));
 }
 
-TEST_F(KeelTest, FirstVersionRefusesInOneLineWithItsOwnCodes)
+TEST_F(KeelVersion1Test, FirstVersionRefusesInOneLineWithItsOwnCodes)
 {
     backUp("taken", "content");
     const struct {
@@ -81,7 +83,7 @@ TEST_F(KeelTest, FirstVersionRefusesInOneLineWithItsOwnCodes)
 }
 
 // Both ways to close a file commit it, so this is about not closing.
-TEST_F(KeelTest, FirstVersionLeavesNothingOfABackupThatIsGivenUp)
+TEST_F(KeelVersion1Test, FirstVersionLeavesNothingOfABackupThatIsGivenUp)
 {
     Program program({keelProgram(), "--sbt1", "backup", "half", "-i", "-"});
     ASSERT_TRUE(program.feed(randomBytes(std::size_t{4} << 20, 5)));
