@@ -17,21 +17,6 @@ using Words = std::vector<std::string>;
 class ArcaTest : public ClientTest
 {
 protected:
-    Words commandLine(const Words &words) const
-    {
-        Words line{arcaProgram()};
-        line.insert(line.end(), words.begin(), words.end());
-        line.insert(line.end(), {"--optfile", installation_.clientOptions()});
-        return line;
-    }
-
-    ProgramResult arca(const Words &words, const std::string &input = {}) const
-    {
-        ProgramOptions options;
-        options.input = input;
-        return run(commandLine(words), options);
-    }
-
     /// What --json printed; the test fails when the status is another one.
     nlohmann::json arcaJson(Words words, int status = 0, const std::string &input = {}) const
     {
@@ -69,8 +54,7 @@ protected:
         ASSERT_EQ(api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, nullptr),
                   HOX_RC_OK);
         std::string bytes = stream;
-        DataBlk data{HOX_DATABLK_VERSION, static_cast<std::uint32_t>(bytes.size()), 0,
-                     bytes.data()};
+        DataBlk data = blockOf(bytes);
         ASSERT_EQ(api_.hoxSendData(handle, &data), HOX_RC_OK);
         ASSERT_EQ(commit(handle), HOX_RC_OK);
     }

@@ -14,31 +14,16 @@ namespace keel::test
 namespace
 {
 
+using BadInputTest = ArcaTest;
+
 namespace fs = std::filesystem;
 
-const Words kVerbs[] = {{"ls"},
-                        {"show", "p"},
-                        {"rm", "p", "--yes"},
-                        {"expire", "--yes"},
-                        {"access", "list"},
-                        {"class", "list"},
-                        {"class", "define", "x"},
-                        {"log"},
-                        {"log", "--prune", "1", "--yes"},
-                        {"metrics"},
-                        {"stats"},
-                        {"verify"},
-                        {"reclaim"},
-                        {"repair"},
-                        {"ls", "--removed"},
-                        {"undelete", "p"},
-                        {"grace", "1d"},
-                        {"key", "export", "--stdin"},
-                        {"node", "list"},
-                        {"node", "remove", "testnode", "--yes"},
-                        {"unlock"}};
+const std::vector<Words> kVerbs = linesOf(
+    "ls; show p; rm p --yes; expire --yes; access list; class list; class define x; log; "
+    "log --prune 1 --yes; metrics; stats; verify; reclaim; repair; ls --removed; undelete p; "
+    "grace 1d; key export --stdin; node list; node remove testnode --yes; unlock");
 
-TEST_F(ArcaTest, WhatIsWrongIsSaidInOneLine)
+TEST_F(BadInputTest, WhatIsWrongIsSaidInOneLine)
 {
     store(logOn(), "p", "stays");
     ASSERT_EQ(api_.hoxCleanUp(1), HOX_RC_OK);
@@ -62,16 +47,15 @@ TEST_F(ArcaTest, WhatIsWrongIsSaidInOneLine)
         std::size_t verbs; ///< how many of them, from the front, cannot do without
     } cases[] = {
         {"no option file", [&] { fs::rename(options, options.string() + ".x"); },
-         [&] { fs::rename(options.string() + ".x", options); }, std::size(kVerbs)},
+         [&] { fs::rename(options.string() + ".x", options); }, kVerbs.size()},
         {"a wrong option file", [&] { writeFile(options, optionText + "NONSENSE 1\n"); },
-         [&] { writeFile(options, optionText); }, std::size(kVerbs)},
+         [&] { writeFile(options, optionText); }, kVerbs.size()},
         {"no repository", [&] { fs::rename(root, root.string() + ".x"); },
-         [&] { fs::rename(root.string() + ".x", root); }, std::size(kVerbs)},
+         [&] { fs::rename(root.string() + ".x", root); }, kVerbs.size()},
         {"another user's repository", // where only root can make it one
-         [&] { given(12345); }, [&] { given(::geteuid()); },
-         ::geteuid() == 0 ? std::size(kVerbs) : 0},
+         [&] { given(12345); }, [&] { given(::geteuid()); }, ::geteuid() == 0 ? kVerbs.size() : 0},
         {"another layout", [&] { writeFile(root / "format", newer); },
-         [&] { writeFile(root / "format", marker); }, std::size(kVerbs)},
+         [&] { writeFile(root / "format", marker); }, kVerbs.size()},
         {"what was never granted", [&] { writeFile(options, optionText + "ASNODE other\n"); },
          [&] { writeFile(options, optionText); }, 9},
         {"a node that nobody knows", [&] { writeFile(options, optionText + "NODENAME none\n"); },
@@ -82,7 +66,7 @@ TEST_F(ArcaTest, WhatIsWrongIsSaidInOneLine)
     for (const auto &c : cases) {
         c.spoil();
         for (std::size_t i = 0; i < c.verbs; ++i) {
-            SCOPED_TRACE(std::string(c.situation) + testing::PrintToString(kVerbs[i]));
+            SCOPED_TRACE(c.situation + testing::PrintToString(kVerbs[i]));
             const ProgramResult result = arca(kVerbs[i], "a long passphrase\n");
             EXPECT_EQ(result.status, 1);
             EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;
@@ -105,27 +89,16 @@ TEST_F(ArcaTest, WhatIsWrongIsSaidInOneLine)
 }
 
 /// What is wrong by itself is status 2 whatever the repository holds: there is none here.
-TEST_F(ArcaTest, AWrongCommandLineIsStatus2)
+TEST_F(BadInputTest, AWrongCommandLineIsStatus2)
 {
     fs::rename(installation_.repository(), "elsewhere");
-    const Words wrong[] = {{"ls", "--older", "yesterday"},
-                           {"ls", "--larger", "0x10"},
-                           {"log", "--prune", "0x10", "--yes"},
-                           {"ls", "//p"},
-                           {"ls", "/fs//p", "--filespace", "/fs"},
-                           {"rm"},
-                           {"rm", "--id", "x", "--yes"},
-                           {"rm", "--blob", "b", "--deactivate"},
-                           {"expire", "//p", "--yes"},
-                           {"undelete", "--id", "x"},
-                           {"grace", "soon"},
-                           {"verify", "--max-duration", "soon"},
-                           {"verify", "--percent", "0"},
-                           {"reclaim", "--max-freed", "101"},
-                           {"node", "add", std::string(65, 'n')},
-                           {"log", "--severity", "bad"},
-                           {"nonsense"},
-                           {"ls", "--nonsense"}};
+    const auto wrong =
+        linesOf("ls --older yesterday; ls --larger 0x10; log --prune 0x10 --yes; ls //p; "
+                "ls /fs//p --filespace /fs; rm; rm --id x --yes; rm --blob b --deactivate; "
+                "expire //p --yes; undelete --id x; grace soon; verify --max-duration soon; "
+                "verify --percent 0; reclaim --max-freed 101; log --severity bad; nonsense; "
+                "ls --nonsense; node add " +
+                std::string(65, 'n'));
     for (const Words &words : wrong) {
         const ProgramResult result = arca(words);
         EXPECT_EQ(result.status, 2) << testing::PrintToString(words);
@@ -134,20 +107,16 @@ TEST_F(ArcaTest, AWrongCommandLineIsStatus2)
     EXPECT_FALSE(arcaJson({"grace", "soon"}, 2)["ok"]);
     // These ask the storage client first.
     fs::rename("elsewhere", installation_.repository());
-    const Words later[] = {{"log", "--since", "yesterday"},
-                           {"show", "//p"},
-                           {"reclaim", "--grace", "soon"},
-                           {"class", "define", "x", "--days", "-1"},
-                           {"class", "change", "STANDARD"},
-                           {"access", "grant", "other", "df_*"},
-                           {"access", "grant", "*"},
-                           {"access", "grant", "other", "--owner", "o?"},
-                           {"access", "grant", "other", "--filespace", std::string(1100, 'f')}};
+    const auto later =
+        linesOf("log --since yesterday; show //p; reclaim --grace soon; class define x --days -1; "
+                "class change STANDARD; access grant other df_*; access grant *; "
+                "access grant other --owner o?; access grant other --filespace " +
+                std::string(1100, 'f'));
     for (const Words &words : later)
         EXPECT_EQ(arca(words).status, 2) << testing::PrintToString(words);
 }
 
-TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)
+TEST_F(BadInputTest, OutputThatGoesNowhereIsAFailure)
 {
     const hoxHandle_t handle = logOn();
     for (int i = 0; i < 200; ++i)
@@ -208,7 +177,7 @@ TEST_F(ArcaTest, OutputThatGoesNowhereIsAFailure)
     EXPECT_EQ(arcaJson({"ls"})["count"], 199);
 }
 
-TEST_F(ArcaTest, AFullDiskIsSaidAndSpaceCanBeFreedOnIt)
+TEST_F(BadInputTest, AFullDiskIsSaidAndSpaceCanBeFreedOnIt)
 {
     const hoxHandle_t handle = logOn();
     store(handle, "p", "stays");

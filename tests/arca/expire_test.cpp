@@ -2,6 +2,7 @@
 // is killed and begun again ends as one that was not.
 #include "agents/common/maint/mtexpire.h"
 #include "tests/arca/arca_fixture.h"
+#include "tests/support/child.h"
 #include "tests/support/terminal.h"
 
 #include <csignal>
@@ -38,15 +39,8 @@ protected:
     {
         for (int i = 0; i < inactive + (active ? 1 : 0); ++i) {
             store(handle, piece, piece + std::to_string(i), className);
-            qryRespBackupData found{};
-            query(handle, piece, &found);
-            hoxDelInfo info{};
-            info.backID = {HOX_DELBACK_VERSION, found.objId};
-            if (i == inactive)
-                continue;
-            ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
-            ASSERT_EQ(api_.hoxDeleteObj(handle, HOX_DEACTIVATE_BACKUP_ID, &info), HOX_RC_OK);
-            ASSERT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_OK);
+            const hox64_t id = recordOf(handle, piece).objId;
+            ASSERT_EQ(i < inactive ? changeById(handle, HOX_DEACTIVATE_BACKUP_ID, id) : 0, 0);
         }
     }
 
@@ -138,9 +132,7 @@ TEST_F(ExpireTest, WhatIsBoundToADamagedClassStaysAndNothingElseDoes)
     ASSERT_EQ(arca({"class", "change", "STANDARD", "--days", "0"}).status, 0);
     history(handle, "bad", 1, true, "BAD");
     history(handle, "plain", 1, true, nullptr);
-    std::string bytes = readFile(record);
-    bytes.at(20) ^= 1;
-    writeFile(record, bytes);
+    flipByte(record, 20);
 
     const std::string blob = record.lexically_relative(installation_.repository());
     const ProgramResult expired = arca({"expire", "--yes"});
@@ -177,9 +169,7 @@ TEST_F(ExpireTest, WhatIsBoundToADamagedClassStaysAndNothingElseDoes)
     // A damaged record of a filespace keeps nothing of it out of reach; rm --blob takes along all
     // that lies in it, and says so.
     const auto space = stored("filespaces").back();
-    bytes = readFile(space);
-    bytes.at(20) ^= 1;
-    writeFile(space, bytes);
+    flipByte(space, 20);
     const std::string named = space.lexically_relative(installation_.repository());
     EXPECT_EQ(arca({"ls"}).status, 0);
     const ProgramResult verified = arca({"verify"});
@@ -305,9 +295,7 @@ TEST_F(ExpireTest, TheFirstSignalEndsAWaitForALock)
     for (const int number : {SIGINT, SIGTERM}) {
         Program running(commandLine({"rm", "p", "--yes"}));
         // Between two looks at a lock it sleeps, and nowhere else.
-        const std::string sleeping = std::to_string(SYS_clock_nanosleep) + " ";
-        const std::string call = "/proc/" + std::to_string(running.pid()) + "/syscall";
-        while (isRunning(running.pid()) && !readFile(call).starts_with(sleeping)) {
+        while (isRunning(running.pid()) && !isInCall(running.pid(), {SYS_clock_nanosleep})) {
         }
         running.signal(number);
         const ProgramResult result = running.wait();

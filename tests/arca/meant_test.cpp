@@ -31,27 +31,25 @@ protected:
     /// Every verb that arca has, as its manual pages name them, with operands that let it work.
     std::vector<Words> verbs() const
     {
-        const std::map<std::string, Words> operands = {
-            {"access grant", {"other", "--filespace", "/fs"}},
-            {"access revoke", {"1"}},
-            {"class bind", {"GOLD", "*", "--yes"}},
-            {"class change", {"STANDARD", "--days", "5"}},
-            {"class define", {"gold"}},
-            {"class delete", {"gold"}},
-            {"expire", {"--yes"}},
-            {"grace", {"1d"}},
-            {"key check", {"--stdin"}},
-            {"key export", {"--stdin"}},
-            {"key import", {"/dev/null", "--stdin"}},
-            {"log", {"--prune", "1", "--yes"}},
-            {"node add", {"another", "--stdin"}},
-            {"node passwd", {"testnode", "--recovery", "--stdin"}},
-            {"node remove", {"testnode", "--yes"}},
-            {"repair", {}},
-            {"rm", {"*", "--yes"}},
-            {"show", {"p"}},
-            {"undelete", {"*"}},
-        };
+        const std::map<std::string, const char *> operands = {
+            {"access grant", "other --filespace /fs"},
+            {"access revoke", "1"},
+            {"class bind", "GOLD * --yes"},
+            {"class change", "STANDARD --days 5"},
+            {"class define", "gold"},
+            {"class delete", "gold"},
+            {"expire", "--yes"},
+            {"grace", "1d"},
+            {"key check", "--stdin"},
+            {"key export", "--stdin"},
+            {"key import", "/dev/null --stdin"},
+            {"log", "--prune 1 --yes"},
+            {"node add", "another --stdin"},
+            {"node passwd", "testnode --recovery --stdin"},
+            {"node remove", "testnode --yes"},
+            {"rm", "* --yes"},
+            {"show", "p"},
+            {"undelete", "*"}};
         EXPECT_EQ(run({arcaProgram(), "--generate", "share"}).status, 0);
         std::vector<Words> found;
         for (const auto &page : fs::directory_iterator("share/man/man1")) {
@@ -60,13 +58,8 @@ protected:
                 continue; // the program itself, and verbs that only hold others
             name.erase(0, std::string("arca-").size());
             std::ranges::replace(name, '-', ' ');
-            Words words;
-            std::istringstream parts(name);
-            for (std::string part; parts >> part;)
-                words.push_back(part);
-            if (const auto more = operands.find(name); more != operands.end())
-                words.insert(words.end(), more->second.begin(), more->second.end());
-            found.push_back(words);
+            const auto more = operands.find(name);
+            found.push_back(wordsOf(more == operands.end() ? name : name + " " + more->second));
         }
         std::ranges::sort(found, {}, [](const Words &words) { // the node goes last
             return std::pair(words.size() > 1 && words[1] == "remove", words);
@@ -160,26 +153,14 @@ TEST_F(MeantTest, WhatSelectsNothingOrIsImpossibleNeverMeansEverything)
          {Words{"--older", "1h"}, {"--larger", "1M"}, {"--inactive"}, {"--owner", "nobody"}})
         refused(byId, filter, 1); // filters narrow what identifiers name
     refused({"rm", "/fs//p", "--yes"}, {"--filespace", "/other"}, 2);
-    const Words others[] = {
-        {"rm", "", "--yes"},
-        {"rm", "//p", "--yes"},
-        {"rm", "--id", "", "--yes"},
-        {"expire", "", "--yes"},
-        {"class", "bind", "gold", "", "--yes"},
-        {"class", "bind", "", "*", "--yes"},
-        {"class", "change", "gold", "--days", ""},
-        {"access", "grant", "other", ""},
-        {"access", "grant", "", "p"},
-        {"access", "grant", "other", "p*", "--filespace", "/fs"},
-        {"access", "grant", "other", "p", "--filespace", "/f?"},
-        {"access", "grant", "other", "/fs//p", "--filespace", "/fs"},
-        {"access", "grant", "other", "/fs//p*"},
-        {"access", "grant", "other", "/fs//"},
-        {"log", "--prune", "0", "--yes"},
-        {"log", "--prune", "30", "--yes", "--node", "other"},
-        {"log", "--prune", "30", "--yes", "--before", "90d"},
-        {"log", "--since", "1970-01-01"},
-    };
+    const auto others = linesOf(
+        "rm '' --yes; rm //p --yes; rm --id '' --yes; expire '' --yes; class bind gold '' --yes; "
+        "class bind '' * --yes; class change gold --days ''; access grant other ''; "
+        "access grant '' p; access grant other p* --filespace /fs; "
+        "access grant other p --filespace /f?; access grant other /fs//p --filespace /fs; "
+        "access grant other /fs//p*; access grant other /fs//; log --prune 0 --yes; "
+        "log --prune 30 --yes --node other; log --prune 30 --yes --before 90d; "
+        "log --since 1970-01-01");
     for (const Words &wrong : others)
         refused(wrong, {}, 2);
     EXPECT_EQ(arcaJson({"access", "list"})["rules"].size(), 0U);

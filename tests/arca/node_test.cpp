@@ -28,13 +28,10 @@ protected:
         return file;
     }
 
-    static ProgramResult arcaAs(const fs::path &options, Words words, const std::string &input = {})
+    ProgramResult arcaAs(const fs::path &options, const Words &words,
+                         const std::string &input = {}) const
     {
-        words.insert(words.begin(), arcaProgram());
-        words.insert(words.end(), {"--optfile", options});
-        ProgramOptions given;
-        given.input = input;
-        return run(words, given);
+        return arca(words, input, options);
     }
 
     Words nodes() const
@@ -132,8 +129,7 @@ TEST_F(NodeTest, ANameThatCouldNotLogOnIsRefusedEverywhere)
         EXPECT_EQ(
             ClientTest::logOn(handle, name.c_str(), "a long passphrase", "-passwordaccess=prompt"),
             HOX_RC_AUTH_FAILURE);
-        writeFile(options, "REPOSITORY file://" + installation_.repository().string() +
-                               "\nNODENAME \"" + name + "\"\n");
+        writeFile(options, repositoryLine() + "NODENAME \"" + name + "\"\n");
         EXPECT_EQ(arcaAs(options, {"init"}).status, 1);
     }
     EXPECT_EQ(nodes(), Words{"testnode"});
@@ -288,6 +284,7 @@ TEST_F(NodeTest, MetricsAreWhatACollectorReads)
             EXPECT_EQ(stats[field], value) << field;
         }
     }
+    EXPECT_EQ(stats["days"].size(), 1U);
     const auto newest = arcaJson({"show", "zeros"})["versions"][0];
     std::tm then{};
     ASSERT_NE(strptime(newest["stored"].get<std::string>().c_str(), "%FT%TZ", &then), nullptr);

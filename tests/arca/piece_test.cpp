@@ -9,7 +9,9 @@ namespace keel::test
 namespace
 {
 
-TEST_F(ArcaTest, LsFindsWhatItIsAskedFor)
+using PieceTest = ArcaTest;
+
+TEST_F(PieceTest, LsFindsWhatItIsAskedFor)
 {
     ASSERT_EQ(arca({"class", "define", "gold", "--days", "9"}).status, 0);
     const hoxHandle_t handle = logOn();
@@ -71,7 +73,7 @@ TEST_F(ArcaTest, LsFindsWhatItIsAskedFor)
     EXPECT_EQ(arca({"show", "df_*"}).status, 1);
 }
 
-TEST_F(ArcaTest, RmDoesWhatItSaidAndNothingElse)
+TEST_F(PieceTest, RmDoesWhatItSaidAndNothingElse)
 {
     const hoxHandle_t handle = logOn();
     for (const char *piece : {"df_1", "df_2", "log_1"})
@@ -120,7 +122,7 @@ TEST_F(ArcaTest, RmDoesWhatItSaidAndNothingElse)
     EXPECT_NE(arca({"log"}).out.find("arca rm: 2 pieces deleted"), std::string::npos);
 }
 
-TEST_F(ArcaTest, ADamagedPieceHoldsUpNoOther)
+TEST_F(PieceTest, ADamagedPieceHoldsUpNoOther)
 {
     ASSERT_EQ(arca({"class", "define", "gold"}).status, 0);
     ASSERT_EQ(arca({"class", "change", "STANDARD", "--days", "0"}).status, 0);
@@ -179,7 +181,7 @@ TEST_F(ArcaTest, ADamagedPieceHoldsUpNoOther)
     EXPECT_EQ(listed({"--all"}), "") << "the others went";
 }
 
-TEST_F(ArcaTest, BindAndAccessSayWhatHolds)
+TEST_F(PieceTest, BindAndAccessSayWhatHolds)
 {
     ASSERT_EQ(arca({"class", "define", "gold"}).status, 0);
     const hoxHandle_t handle = logOn();
@@ -203,13 +205,8 @@ TEST_F(ArcaTest, BindAndAccessSayWhatHolds)
     EXPECT_NE(all.out.find("every piece of filespace /fs, stored already or from now on"),
               std::string::npos)
         << all.out;
-    const auto guest = [&](Words words) {
-        words.insert(words.begin(), arcaProgram());
-        words.insert(words.end(), {"--optfile", "guest.opt"});
-        return run(words);
-    };
-    writeFile("guest.opt",
-              "REPOSITORY file://" + installation_.repository().string() + "\nNODENAME other\n");
+    const auto guest = [&](const Words &words) { return arca(words, "", "guest.opt"); };
+    writeFile("guest.opt", repositoryLine() + "NODENAME other\n");
     ASSERT_EQ(guest({"node", "add", "other"}).status, 0);
     ASSERT_EQ(api_.hoxTerminate(logOn()), HOX_RC_OK); // gives the key that the rules lack
     writeFile("guest.opt", readFile("guest.opt") + "ASNODE testnode\n");

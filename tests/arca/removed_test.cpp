@@ -10,9 +10,11 @@ namespace keel::test
 namespace
 {
 
+using UndeleteTest = ArcaTest;
+
 namespace fs = std::filesystem;
 
-TEST_F(ArcaTest, ARemovedPieceComesBackUntilReclaimingPurgesIt)
+TEST_F(UndeleteTest, ARemovedPieceComesBackUntilReclaimingPurgesIt)
 {
     const std::string stream(70000, 's');
     const hoxHandle_t handle = logOn();
@@ -51,7 +53,7 @@ TEST_F(ArcaTest, ARemovedPieceComesBackUntilReclaimingPurgesIt)
     EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);
 }
 
-TEST_F(ArcaTest, TheGraceTimeIsTheRepositorysAndMayBeChanged)
+TEST_F(UndeleteTest, TheGraceTimeIsTheRepositorysAndMayBeChanged)
 {
     EXPECT_EQ(arcaJson({"grace"})["graceSeconds"], 7 * 86400);
     for (const char *wrong : {"", "-1", "1.5d", "soon", "7", "99999w", "0x1d"})
@@ -65,7 +67,7 @@ TEST_F(ArcaTest, TheGraceTimeIsTheRepositorysAndMayBeChanged)
 }
 
 /// The defaults would let go what the records keep.
-TEST_F(ArcaTest, RecordsFromTheBeginningThatAreLostPurgeAndExpireNothing)
+TEST_F(UndeleteTest, RecordsFromTheBeginningThatAreLostPurgeAndExpireNothing)
 {
     ASSERT_EQ(arca({"grace", "90d"}).status, 0);
     ASSERT_EQ(arca({"class", "change", "STANDARD", "--versions", "9"}).status, 0);
@@ -111,48 +113,32 @@ TEST_F(ArcaTest, RecordsFromTheBeginningThatAreLostPurgeAndExpireNothing)
     EXPECT_EQ(arca({"verify"}).status, 1);
 }
 
-TEST_F(ArcaTest, LostManifestsStopReclaimingAndFailVerifying)
+TEST_F(UndeleteTest, LostManifestsStopReclaimingAndFailVerifying)
 {
     const hoxHandle_t handle = logOn();
     for (const char *piece : {"a", "b"})
         store(handle, piece, std::string(50000, *piece));
-    const fs::path pieces = installation_.repository() / "pieces",
-                   aside = pieces.string() + "-away";
-    fs::rename(pieces, aside);
+    fs::remove_all(installation_.repository() / "pieces");
     const auto packs = stored("packs");
     for (const Words &verb :
-         {Words{"reclaim"}, Words{"reclaim", "--grace", "0"}, Words{"reclaim", "--dry-run"},
-          Words{"verify"}, Words{"reclaim", "--accept-missing", "other"}}) {
-        const ProgramResult refused = arca(verb);
-        EXPECT_EQ(refused.status, 1) << testing::PrintToString(verb) << refused.out;
+         {Words{"reclaim", "--dry-run"}, Words{"reclaim", "--accept-missing", "other"}}) {
+        EXPECT_EQ(arca(verb).status, 1) << testing::PrintToString(verb);
         EXPECT_EQ(stored("packs"), packs);
     }
     EXPECT_EQ(arcaJson({"verify"}, 1)["missing"], 2);
-    fs::rename(aside, pieces);
-    EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);
-    EXPECT_EQ(arca({"reclaim"}).status, 0);
-    EXPECT_EQ(restore(handle, "a", 65536), std::string(50000, 'a'));
-
-    fs::remove_all(pieces);
     EXPECT_EQ(arcaJson({"reclaim", "--accept-missing", "testnode"})["missingPieces"], 2);
     EXPECT_TRUE(stored("packs").empty());
     EXPECT_EQ(arca({"verify"}).status, 0);
 }
 
 /// A copy of a repository that was restored in part, or that was tidied by hand.
-TEST_F(ArcaTest, WhateverDirectoryIsGoneNothingIsCalledProvenOrDeletedThatShouldNotBe)
+TEST_F(UndeleteTest, WhateverDirectoryIsGoneNothingIsCalledProvenOrDeletedThatShouldNotBe)
 {
     const hoxHandle_t handle = logOn();
     ASSERT_EQ(arca({"class", "define", "GOLD", "--versions", "9"}).status, 0);
     for (const char *piece : {"a", "b", "inactive", "removed"})
         store(handle, piece, std::string(50000, *piece) + piece, "GOLD");
-    qryRespBackupData found{};
-    (void)query(handle, "inactive", &found);
-    hoxDelInfo info{};
-    info.backID = {HOX_DELBACK_VERSION, found.objId};
-    ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
-    ASSERT_EQ(api_.hoxDeleteObj(handle, HOX_DEACTIVATE_BACKUP_ID, &info), HOX_RC_OK);
-    ASSERT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_OK);
+    ASSERT_EQ(changeById(handle, HOX_DEACTIVATE_BACKUP_ID, recordOf(handle, "inactive").objId), 0);
     ASSERT_EQ(remove(handle, "removed"), HOX_RC_OK);
     ASSERT_EQ(arca({"access", "grant", "other", "--filespace", "/fs"}).status, 0);
     ASSERT_EQ(arca({"grace", "20d"}).status, 0);

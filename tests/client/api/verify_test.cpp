@@ -257,33 +257,6 @@ TEST_F(VerifyTest, GoesOnWhereItStoppedAndRemembersWhatIsProven)
     }
 }
 
-TEST_F(VerifyTest, StatsTellWhatIsStoredAndWhatWasSaved)
-{
-    const nlohmann::json answer = arca({"stats"});
-    std::uintmax_t logical = 0, packBytes = 0;
-    for (const auto &[piece, stream] : streams_)
-        logical += stream.size();
-    for (const fs::path &pack : stored("packs"))
-        packBytes += fs::file_size(pack);
-    EXPECT_EQ(answer.at("pieces"), streams_.size());
-    EXPECT_EQ(answer.at("logicalBytes"), logical);
-    EXPECT_EQ(answer.at("savedByZeros"), streams_["zeros"].size());
-    EXPECT_EQ(answer.at("packs"), stored("packs").size());
-    EXPECT_EQ(answer.at("packBytes"), packBytes);
-    EXPECT_EQ(answer.at("storedBytes"), packBytes) << "nothing was removed yet";
-    EXPECT_GE(answer.at("savedByDuplicates"), streams_["twin"].size() * 9 / 10);
-    EXPECT_EQ(answer.at("days").size(), 1U);
-    // Of inactive versions, too, whose manifests say when they became that.
-    int status = 0;
-    (void)arca({"rm", "zeros", "--deactivate", "--yes"}, &status);
-    ASSERT_EQ(status, 0);
-    std::uintmax_t manifestBytes = 0;
-    for (const char *place : {"pieces", "inactive"})
-        for (const fs::path &manifest : stored(place))
-            manifestBytes += fs::file_size(manifest);
-    EXPECT_EQ(arca({"stats"}).at("manifestBytes"), manifestBytes);
-}
-
 } // namespace
 
 } // namespace keel::test
