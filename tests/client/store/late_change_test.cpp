@@ -1,6 +1,5 @@
 // A process that makes a change sleeps at any step of it, while others see a plan that was left and
 // settle it; then it wakes. What holds is one decision, the same for everybody.
-#include "client/store/nodes/node_removal.h"
 #include "client/store/records/numbered_record.h"
 #include "tests/client/store/late_fixture.h"
 
@@ -15,26 +14,11 @@ using test::AnotherHost;
 class LateChange : public test::LateFixture
 {
 protected:
-    /// What the fixture works with becomes the other host's.
-    void moveToOtherHost()
-    {
-        host_ = std::make_unique<AnotherHost>(files_);
-        space_.reset();
-        auto opened =
-            store::Repository::open(std::make_unique<blob::DirectoryStore>("/r", *host_), "test");
-        ASSERT_TRUE(opened);
-        repository_ = std::move(*opened);
-        space_ = repository_->logOn("node", test::kPassword).value();
-        space_->use({.threads = 1});
-    }
-
     std::vector<std::string> manifests() { return pathsUnder({"pieces", "inactive", "coming"}); }
 
     void neverEnds(const Work &work);
     Met expectOneWinner(int n, int m, bool removed);
     void removeActive(store::PieceId id);
-
-    std::unique_ptr<AnotherHost> host_;
 };
 
 TEST_F(LateChange, MeetsWhatWasDecidedWhileItSlept)
@@ -196,64 +180,6 @@ TEST_F(LateChange, ARecordIsFoundByAListingThatAChangeGoesOnBeside)
     }
 }
 
-/// The number of the state that a change of the password is about to write is not given again to
-/// the next node of the name.
-TEST_F(LateChange, OfARemovedNodesPasswordLeavesALaterNodeAlone)
-{
-    const std::string later(64, 'b'), late(64, 'c');
-    for (int n = 1;; ++n) {
-        SCOPED_TRACE(n);
-        moveToOtherHost();
-        host_->stopBefore(n, [&] {
-            const auto here = store::Repository::open(blobs(), "test").value();
-            EXPECT_TRUE(store::removeNode(here->blobs(), "node", [](auto) { return true; }));
-            EXPECT_FALSE(here->nodes().isRegistered("node").value());
-            EXPECT_TRUE(here->nodes().registerNode("node", later));
-        });
-        (void)repository_->nodes().changePassword("node", test::kPassword, late);
-        if (!host_->hasStopped())
-            break;
-        EXPECT_TRUE(repository_->logOn("node", later));
-        EXPECT_FALSE(repository_->logOn("node", late));
-        restoreStart();
-    }
-}
-
-/// A session that logged on before the node was removed stores nothing in what is left of it.
-TEST_F(LateChange, IntoANodeThatIsRemovedMeanwhileIsRefused)
-{
-    const auto storeOne = [&]() -> Result<void> {
-        ARCA_CHECK(space_->registerFilespace({"", "/late", "ORACLE", "", 0, 0, 0}));
-        store::PieceDescription description;
-        description.name = {"/late", "/", "/new", 1};
-        ARCA_TRY(const auto writer, space_->beginPiece(description));
-        ARCA_CHECK(writer->append(viewOf(test::streamOf('n', 3000))));
-        ARCA_CHECK(writer->finish());
-        return space_->commit(*writer, 1);
-    };
-    for (const bool several : {false, true})
-        for (int n = 1;; ++n) {
-            SCOPED_TRACE(n);
-            moveToOtherHost();
-            bool shown = false;
-            host_->stopBefore(n, [&] {
-                const auto here = store::Repository::open(blobs(), "test").value();
-                auto space = here->logOn("node", test::kPassword).value();
-                const auto one = space->find({several ? "/fs" : "/late", "/", "/new", 1});
-                shown = one && *one;
-                space.reset();
-                (void)store::removeNode(here->blobs(), "node", [](auto) { return true; });
-            });
-            const auto done = several ? exchange(Old::removed) : storeOne();
-            if (!host_->hasStopped())
-                break;
-            EXPECT_TRUE(!done || shown) << "acknowledged in a node that was removed before";
-            space_.reset();
-            files_.putBack(start_);
-            ASSERT_TRUE(open());
-        }
-}
-
 /// What came with a change that is not made is neither stored, nor removed, when its filespace
 /// goes.
 TEST_F(LateChange, IntoAFilespaceThatIsDeletedMeanwhileShowsBeforeOrNever)
@@ -370,39 +296,6 @@ TEST_F(LateChange, ThatIsMadeBeforeADeletionDecidesItLosesNothing)
     }));
     EXPECT_EQ(kept, 2U) << "both are removed with their filespace, and can be brought back";
     EXPECT_EQ(store::verify(*space_, {}, {})->missing, 0U);
-}
-
-/// A removal sleeps at any step; another one finishes it, and a node of that name is registered.
-TEST_F(LateChange, ARemovalOfANodeLeavesALaterNodeAlone)
-{
-    const std::string later(64, 'b');
-    for (int n = 1;; ++n) {
-        SCOPED_TRACE(n);
-        moveToOtherHost();
-        bool removed = false;
-        host_->stopBefore(n, [&] {
-            const auto here = store::Repository::open(blobs(), "test").value();
-            (void)store::removeNode(here->blobs(), "node", [](auto) { return true; });
-            removed = !here->nodes().isRegistered("node").value() &&
-                      here->nodes().registerNode("node", later);
-            auto space = here->logOn("node", later).value();
-            EXPECT_TRUE(space->registerFilespace({"", "/fs", "ORACLE", "", 0, 0, 0}));
-            std::swap(space_, space);
-            EXPECT_TRUE(backUp("kept", 'n', 3000));
-            std::swap(space_, space);
-        });
-        (void)store::removeNode(repository_->blobs(), "node", [](auto) { return true; });
-        if (!host_->hasStopped())
-            break;
-        const auto again = store::Repository::open(blobs(), "test").value();
-        ASSERT_TRUE(removed);
-        space_ = again->logOn("node", later).value();
-        expectPiece("kept", 'n', 3000);
-        EXPECT_TRUE(isSound());
-        space_.reset();
-        files_.putBack(start_);
-        ASSERT_TRUE(open());
-    }
 }
 
 /// The manifest alone, as a process does that has come to that step of a removal.

@@ -29,6 +29,19 @@ protected:
         std::unique_ptr<store::NodeSpace> space;
     };
 
+    /// What the fixture works with becomes the other host's.
+    void moveToOtherHost()
+    {
+        host_ = std::make_unique<AnotherHost>(files_);
+        space_.reset();
+        auto opened =
+            store::Repository::open(std::make_unique<blob::DirectoryStore>("/r", *host_), "test");
+        ASSERT_TRUE(opened);
+        repository_ = std::move(*opened);
+        space_ = repository_->logOn("node", kPassword).value();
+        space_->use({.threads = 1});
+    }
+
     /// A session of this host settles what it finds.
     void settleHere()
     {
@@ -95,6 +108,8 @@ protected:
             }
         }
     }
+
+    std::unique_ptr<AnotherHost> host_;
 };
 
 } // namespace arca::test
