@@ -122,6 +122,11 @@ TEST(Times, OfAForkedChildHaveTheDistanceThatItsParentSaw)
     summer.tm_mon = 6;
     summer.tm_mday = 1;
     summer.tm_isdst = 1;
+    struct tm leap {
+    };
+    leap.tm_year = 128;
+    leap.tm_mon = 1;
+    leap.tm_mday = 29;
     const std::time_t midnight = cuTimeOf(summer);
     EXPECT_EQ(midnight, 1782856800);
     EXPECT_TRUE(cuLocalTime(midnight, &local));
@@ -131,7 +136,7 @@ TEST(Times, OfAForkedChildHaveTheDistanceThatItsParentSaw)
     const pid_t child = fork();
     if (child == 0)
         _exit(cuTimeOf(summer) == midnight && cuLocalTime(midnight, &local) && local.tm_mday == 1 &&
-                      local.tm_hour == 0
+                      local.tm_hour == 0 && cuTimeOf(leap) == 1835395200 - 7200
                   ? 0
                   : 1);
     int status = -1;
