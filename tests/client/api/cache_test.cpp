@@ -77,6 +77,14 @@ TEST_F(CacheTest, WhateverBecomesOfItBackupsGoOnAndDuplicatesAreFoundAgain)
     const fs::path catalogue = file();
     const fs::path yesterday = catalogue.string() + ".yesterday";
     fs::copy_file(catalogue, yesterday);
+    alter(catalogue, "DELETE FROM hints; DELETE FROM packs;"
+                     "UPDATE about SET value=value+1000000 WHERE name='compared';");
+    {
+        const hoxHandle_t handle = logOn();
+        ASSERT_EQ(backUp(handle, "ahead", content), HOX_RC_OK);
+        EXPECT_LT(storedSize(handle, "ahead"), content.size() / 100) << "by a clock that was ahead";
+        ASSERT_EQ(api_.hoxTerminate(handle), HOX_RC_OK);
+    }
     struct Case {
         const char *name;
         std::function<void(const fs::path &)> hurt;

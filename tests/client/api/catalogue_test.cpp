@@ -96,6 +96,13 @@ TEST_F(CatalogueTest, AnswersWhatTheFiltersAdmit)
         {"inactive", [](auto &q) { q.objState = HOX_STATE_INACTIVE; }, {"(df_2)"}},
         {"a run", [](auto &q) { q.llName = "/df*"; }, {"(df_2)", "df_1", "df_2"}},
         {"one byte", [](auto &q) { q.llName = "/*_?"; }, {"(df_2)", "ctl_1", "df_1", "df_2"}},
+        {"one byte where the rest is named",
+         [](auto &q) {
+             q.fsName = "/fs";
+             q.hlName = "/";
+             q.llName = "/df_?";
+         },
+         {"(df_2)", "df_1", "df_2"}},
         {"case matters", [](auto &q) { q.llName = "/DF*"; }, {}, HOX_RC_NO_MATCH},
         {"filespace",
          [](auto &q) {

@@ -44,6 +44,9 @@ TEST_F(ClientOptionsTest, GoodOptionFilesAreTakenAndBadOnesNamedWithTheirLine)
         {"REPOSITORY /srv/arca\n", {"line 1", "file:///"}},
         {"REPOSITORY file://host/srv\n", {"line 1", "file:///"}},
         {"REPOSITORY file:///100%\n", {"line 1", "%25"}},
+        {"THREADS 4x\n", {"line 1", "'4x'", "from 1 to 16"}},
+        {"THREADS 17\n", {"line 1", "'17'"}},
+        {"MEMORY 31\n", {"line 1", "'31'", "from 32 to 1024"}},
         {"PASSWORDACCESS maybe\n", {"line 1", "'maybe'", "generate", "prompt"}},
         {std::string("NODENAME a\0b\n", 13), {"line 1"}},
         {std::string("\x7f"
