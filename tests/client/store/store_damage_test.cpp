@@ -160,6 +160,7 @@ TEST_F(StoreDamage, ARecordWithoutProofOrFromAnotherPlaceIsRefused)
         const auto plain = store::RecordSeal().open({}, Bytes(bytes.begin(), bytes.end()));
         ASSERT_TRUE(plain);
         expectRefused(std::string(textOf(plain->record)), "made without the key");
+        expectRefused(good + '!', "more than was written");
         if (newest.size() > 1)
             expectRefused(files_.contentOf(newest.rbegin()->second), "another one's");
         std::string earlier = path;
