@@ -159,9 +159,9 @@ TEST_F(NodeTest, HalfRemovedNodeIsFinishedBeforeItsNameIsFree)
 
 TEST_F(NodeTest, ExportedKeyOpensTheNodeElsewhere)
 {
-    const std::string phrase = "correct horse battery\n";
+    const std::string phrase = "ten chars!\n";
     const fs::path file = installation_.directory() / "node.key";
-    EXPECT_EQ(arca({"key", "export", "--stdin", "-o", file}, "short\n").status, 1);
+    EXPECT_EQ(arca({"key", "export", "--stdin", "-o", file}, "nine char\n").status, 1);
     ASSERT_EQ(arca({"key", "export", "--stdin", "-o", file}, phrase).status, 0);
     EXPECT_EQ(arca({"key", "export", "--stdin", "-o", file}, phrase).status, 1) << "nothing lost";
     struct stat state = {};

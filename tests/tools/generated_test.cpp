@@ -15,6 +15,7 @@ namespace
 
 struct Row {
     const char *program, *verb, *option; ///< that must be in every one of the files
+    const char *fish;                    ///< when it offers one of the verbs
 };
 
 /// What bash offers for the words, the last of which is not yet typed whole.
@@ -101,7 +102,11 @@ TEST(Generated, NoOptionOfAnyVerbTakesAWordThatWasNotMeant)
 
 TEST(Generated, ManualAndCompletionsSayWhatHelpSaysAndAreSound)
 {
-    const Row rows[] = {{"keel", "doctor", "duplicate-from"}, {"arca", "class-define", "dry-run"}};
+    const Row rows[] = {
+        {"keel", "doctor", "duplicate-from", "-n '__fish_use_subcommand' -a doctor "},
+        {"arca", "class-define", "dry-run",
+         "from class; and not __fish_seen_subcommand_from define list change delete bind' -a "
+         "define "}};
     for (const Row &row : rows) {
         const TempDir share;
         const std::string program = row.program;
@@ -120,6 +125,7 @@ TEST(Generated, ManualAndCompletionsSayWhatHelpSaysAndAreSound)
             {"bash", "bash-completion/completions/" + program},
             {"zsh", "zsh/vendor-completions/_" + program},
             {"fish", "fish/vendor_completions.d/" + program + ".fish"}};
+        EXPECT_NE(readFile(share / completions[2].second).find(row.fish), std::string::npos);
         for (const auto &[shell, file] : completions) {
             EXPECT_NE(readFile(share / file).find(row.option), std::string::npos) << file;
             if (run({"sh", "-c", "command -v " + shell}).status == 0) {
