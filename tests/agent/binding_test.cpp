@@ -114,14 +114,29 @@ TEST_F(BindingTest, TellsTheTextOfACode)
                                                           "hoxDeleteObj: " +
                                                           whole));
     api.Cleanup();
-    hoxApiVersionEx none{};
-    EXPECT_EQ(107, api.checkCompatibility(&status, &none)) << "a client that is not there";
-    EXPECT_EQ(104, api.dhoxLogMessage(&status, 1, "text"));
     EXPECT_EQ(104, api.AgtHoxRCMsg(&status, 1, 2102, text, sizeof text, &length));
     EXPECT_EQ(std::string(), text);
     EXPECT_EQ(0U, length);
     api.GetApiError(&status, 1, 2102, text, sizeof text, &length);
     EXPECT_STREQ("no text returned for LUMO Api error 2102", text);
+}
+
+TEST_F(BindingTest, KnowsTheLevelItWasMadeFor)
+{
+    const struct {
+        std::uint16_t version, release, level, subLevel;
+        int rc;
+    } table[] = {{7, 1, 3, 0, 0}, {7, 1, 2, 999, 107}, {6, 9, 9, 0, 107}, {6, 11, 3, 0, 0}};
+    for (const auto &row : table) {
+        client.level = {2, row.version, row.release, row.level, row.subLevel};
+        hoxApiVersionEx found{};
+        EXPECT_EQ(row.rc, api.checkCompatibility(&status, &found));
+        EXPECT_EQ(row.subLevel, found.subLevel);
+    }
+    hoxApiVersionEx none{};
+    api.Cleanup();
+    EXPECT_EQ(107, api.checkCompatibility(&status, &none)) << "a client that is not there";
+    EXPECT_EQ(104, api.dhoxLogMessage(&status, 1, "text"));
 }
 
 class MaintenanceTest : public BindingTest
