@@ -53,6 +53,12 @@ bool prepareThreadStorage() noexcept
     return true;
 }
 
+const char *NoThread::what() const noexcept
+{
+    return "the system starts no further thread for this process: raise its limit on threads or "
+           "memory, or lower THREADS";
+}
+
 Thread::Thread(std::function<void()> body, std::function<void()> noMemory)
 {
     const AllSignalsBlocked blocked;
@@ -64,7 +70,7 @@ Thread::Thread(std::function<void()> body, std::function<void()> noMemory)
                 noMemory();
         });
     } catch (const std::system_error &) {
-        throw std::bad_alloc(); // EAGAIN: memory, or the limit on threads
+        throw NoThread();
     }
 }
 

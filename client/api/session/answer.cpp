@@ -1,7 +1,9 @@
 // From the store's kinds of failure to return codes, and the last failure of each thread.
 #include "client/api/session/answer.h"
 
+#include "client/api/session/messages.h"
 #include "client/base/text.h"
+#include "client/base/thread.h"
 
 #include <algorithm>
 #include <cstring>
@@ -58,13 +60,22 @@ std::int16_t codeOf(ErrorKind kind)
 // host, perhaps while the process exits.
 struct LastFailure {
     std::int16_t code;
+    std::int16_t text;
     char detail[HOX_MAX_RC_MESSAGE + 1];
 };
 thread_local LastFailure lastFailure;
 
 } // namespace
 
-Refusal::Refusal(Error error) : code(codeOf(error.kind)), detail(std::move(error.text)) {}
+Refusal::Refusal(Error error) : Refusal(codeOf(error.kind), std::move(error.text)) {}
+
+Refusal shortage(const std::bad_alloc &shortage) noexcept
+{
+    Refusal refusal(HOX_RC_NO_MEMORY);
+    if (dynamic_cast<const NoThread *>(&shortage) != nullptr)
+        refusal.text = kNoThreadText;
+    return refusal;
+}
 
 Refusal damagedRecords(const std::string &fault, const std::vector<std::string> &blobNames)
 {
@@ -82,6 +93,7 @@ std::int16_t remembered(const Refusal &refusal) noexcept
     const std::size_t length =
         std::min<std::size_t>(refusal.detail.size(), sizeof lastFailure.detail - 1);
     lastFailure.code = refusal.code;
+    lastFailure.text = refusal.text;
     std::memcpy(lastFailure.detail, refusal.detail.data(), length);
     lastFailure.detail[length] = '\0';
     return refusal.code;
@@ -90,6 +102,11 @@ std::int16_t remembered(const Refusal &refusal) noexcept
 const char *lastDetail(std::int16_t code) noexcept
 {
     return lastFailure.code == code && lastFailure.detail[0] != '\0' ? lastFailure.detail : nullptr;
+}
+
+std::int16_t lastText(std::int16_t code) noexcept
+{
+    return lastFailure.code == code && code != HOX_RC_OK ? lastFailure.text : code;
 }
 
 } // namespace arca::api

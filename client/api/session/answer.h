@@ -18,10 +18,14 @@ namespace arca::api
 
 struct Refusal {
     std::int16_t code;
-    std::string detail; // empty: there is nothing to add to the general text of the code
+    std::string detail; // empty: there is nothing to add to the general text
+    std::int16_t text;  // the number of the general text; but for kNoThreadText the code
 
     // Explicit, or a number that is an answer would pass for a failure.
-    explicit Refusal(std::int16_t rc, std::string text = {}) : code(rc), detail(std::move(text)) {}
+    explicit Refusal(std::int16_t rc, std::string added = {})
+        : code(rc), detail(std::move(added)), text(rc)
+    {
+    }
     Refusal(Error error); // the kind becomes a code, the text the detail
 };
 
@@ -43,6 +47,10 @@ inline Refusal refused(int code, std::string detail = {})
     return Refusal(static_cast<std::int16_t>(code), std::move(detail));
 }
 
+/// For what runs out while no memory is left: HOX_RC_NO_MEMORY, with a text of its own when
+/// `shortage` is a NoThread. Allocates nothing.
+Refusal shortage(const std::bad_alloc &shortage) noexcept;
+
 /// Of records that an answer left out because they cannot be read. `fault`: "SUCH RECORDS cannot be
 /// read"; `blobNames`: at least one.
 Refusal damagedRecords(const std::string &fault, const std::vector<std::string> &blobNames);
@@ -55,8 +63,12 @@ std::int16_t remembered(const Refusal &refusal) noexcept;
 /// text is the library's, valid until the next failure on this thread.
 const char *lastDetail(std::int16_t code) noexcept;
 
+/// Returns the number of the general text of this thread's last failure if that was `code`; else
+/// `code`.
+std::int16_t lastText(std::int16_t code) noexcept;
+
 /// The border to the host: runs the body of an operation and returns its code. A failure is
-/// remembered(); an exception becomes HOX_RC_NO_MEMORY or HOX_RC_INTERNAL, without a detail. A
+/// remembered(), a shortage() too; any other exception becomes HOX_RC_INTERNAL, without a detail. A
 /// cancellation of the thread waits until the operation is over.
 template <class Body> std::int16_t atBoundary(Body body) noexcept
 {
@@ -66,8 +78,8 @@ template <class Body> std::int16_t atBoundary(Body body) noexcept
     try {
         Code answer = body();
         return answer ? *answer : remembered(answer.error());
-    } catch (const std::bad_alloc &) {
-        return HOX_RC_NO_MEMORY;
+    } catch (const std::bad_alloc &failure) {
+        return remembered(shortage(failure));
     } catch (...) {
         return HOX_RC_INTERNAL;
     }

@@ -146,10 +146,10 @@ void Client::warnOnce(const std::string &text)
     (void)logLocally("Warning: " + text);
 }
 
-void poisonOpenTransaction(Session &session, std::int16_t code) noexcept
+void poisonOpenTransaction(Session &session, const Refusal &cause) noexcept
 {
     if (session.transaction)
-        session.transaction->poison(refused(code));
+        session.transaction->poison(cause);
 }
 
 void endSession(Session &session) noexcept

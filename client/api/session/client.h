@@ -82,8 +82,8 @@ private:
 /// mutex finds the session ended and returns HOX_RC_BAD_HANDLE.
 void endSession(Session &session) noexcept;
 
-/// Makes the open transaction, if any, fail with `code`. The caller holds the session's mutex.
-void poisonOpenTransaction(Session &session, std::int16_t code) noexcept;
+/// Makes the open transaction, if any, fail with `cause`. The caller holds the session's mutex.
+void poisonOpenTransaction(Session &session, const Refusal &cause) noexcept;
 
 /// Runs an operation on a session, as atBoundary() does: `body` gets the session with its mutex
 /// held. A body that throws (memory, mostly) may have been a step of a transaction, so the open one
@@ -97,11 +97,11 @@ template <class Body> std::int16_t inSession(hoxHandle_t handle, Body body) noex
             return refused(HOX_RC_BAD_HANDLE);
         try {
             return body(*session);
-        } catch (const std::bad_alloc &) {
-            poisonOpenTransaction(*session, HOX_RC_NO_MEMORY);
+        } catch (const std::bad_alloc &failure) {
+            poisonOpenTransaction(*session, shortage(failure));
             throw;
         } catch (...) {
-            poisonOpenTransaction(*session, HOX_RC_INTERNAL);
+            poisonOpenTransaction(*session, refused(HOX_RC_INTERNAL));
             throw;
         }
     });

@@ -16,7 +16,7 @@ std::string sentenceFor(std::int16_t rc)
 {
     const char *detail = lastDetail(rc);
     if (detail == nullptr)
-        return messageSentence(rc);
+        return messageSentence(lastText(rc));
     std::string sentence = printable(detail, HOX_MAX_RC_MESSAGE - 16);
     if (sentence.front() >= 'a' && sentence.front() <= 'z' &&
         sentence.find(' ') != std::string::npos)
@@ -33,9 +33,9 @@ std::int16_t hoxRCMsg(hoxHandle_t, std::int16_t rc, char *message)
     if (message == nullptr)
         return HOX_RC_NULL_ARGUMENT;
     return atBoundary([&]() -> Code {
-        std::string text = messageInHostLanguage(rc);
+        std::string text = messageInHostLanguage(lastText(rc));
         if (text.empty())
-            text = messageIdentifier(rc) + " " + sentenceFor(rc);
+            text = messageIdentifier(lastText(rc)) + " " + sentenceFor(rc);
         else if (lastDetail(rc) != nullptr) // names and numbers, which are the same everywhere
             text += " (" + sentenceFor(rc) + ")";
         const std::size_t length = std::min<std::size_t>(text.size(), HOX_MAX_RC_MESSAGE);
@@ -52,7 +52,7 @@ std::int16_t hoxRCMsgEx(hoxHandle_t, const hoxRCMsgExIn_t *input, hoxRCMsgExOut_
     if (input->stVersion != HOX_RCMSGEX_VERSION || !mayFill(*output, HOX_RCMSGEX_VERSION))
         return HOX_RC_BAD_VERSION;
     return atBoundary([&]() -> Code {
-        const std::string identifier = messageIdentifier(input->rc);
+        const std::string identifier = messageIdentifier(lastText(input->rc));
         const std::string sentence = sentenceFor(input->rc);
         *output = hoxRCMsgExOut_t{};
         output->stVersion = HOX_RCMSGEX_VERSION;

@@ -8,6 +8,10 @@
 namespace arca::api
 {
 
+/// The number of a text that no return code has: what HOX_RC_NO_MEMORY means when the system
+/// refuses a thread. The functions below take it like a code.
+constexpr std::int16_t kNoThreadText = 103;
+
 /// Returns the prefix, four digits and a severity letter (I, W, E or S), as "RBS2101E". Of a code
 /// that is not ours the last four digits and E.
 std::string messageIdentifier(std::int16_t code);

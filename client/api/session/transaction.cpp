@@ -26,8 +26,10 @@ template <class T> Answer<T> answered(Result<T> result)
 void Transaction::poison(const Refusal &cause)
 {
     const bool first = failure_.code == HOX_RC_OK;
-    if (first)
+    if (first) {
         failure_.code = cause.code;
+        failure_.text = cause.text;
+    }
     // What was sent is dropped at once: the failure may be a lack of the space that it takes.
     open_ = {};
     finished_.clear();

@@ -1,9 +1,12 @@
 // A host that runs out of memory in the middle of an operation: whichever allocation fails, the
 // operation says so or goes on without, the process lives, and what was acknowledged is stored.
 #include "tests/client/api/client_fixture.h"
+#include "tests/support/host_locale.h"
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <dlfcn.h>
 #include <functional>
 #include <link.h>
 #include <sys/wait.h>
@@ -42,6 +45,16 @@ extern "C" void *calloc(std::size_t count, std::size_t size)
 extern "C" void *realloc(void *block, std::size_t size)
 {
     return isGranted(__builtin_return_address(0)) ? __libc_realloc(block, size) : nullptr;
+}
+
+static std::atomic<bool> refusesThreads = false;
+
+extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
+                              void *(*body)(void *), void *argument)
+{
+    static const auto next =
+        reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    return refusesThreads ? EAGAIN : next(thread, attributes, body, argument);
 }
 
 namespace keel::test
@@ -216,6 +229,34 @@ TEST_F(MemoryTest, AStepThatFindsNoneKeepsItsTransactionFromBeingCommitted)
               }),
               HOX_RC_NO_MEMORY);
     EXPECT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_NO_MEMORY);
+    EXPECT_EQ(backUp(handle, "p", "content"), HOX_RC_OK);
+}
+
+// Memory is told as such only when that is what there is none of, at each step of the transaction.
+TEST_F(MemoryTest, AThreadThatTheSystemRefusesIsNamedInTheLanguageOfTheHost)
+{
+    const hoxHandle_t handle = logOn();
+    const hoxObjName name = nameOf("p");
+    const ObjAttr attr = attributes();
+    ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
+    const auto sendObject = [&] {
+        return api_.hoxSendObj(handle, HOX_SEND_BACKUP, nullptr, &name, &attr, nullptr);
+    };
+    refusesThreads = true;
+    EXPECT_EQ(sendObject(), HOX_RC_NO_MEMORY);
+    refusesThreads = false;
+    EXPECT_EQ(text(HOX_RC_NO_MEMORY).find("RBS0103E The system starts no further thread"), 0U);
+    EXPECT_EQ(sendObject(), HOX_RC_WILL_ABORT);
+    EXPECT_EQ(endTransaction(handle, HOX_VOTE_COMMIT), HOX_RC_NO_MEMORY);
+    {
+        const HostLocale host("de_DE", "UTF-8");
+        EXPECT_EQ(text(HOX_RC_NO_MEMORY).find("RBS0103E Das System startet"), 0U);
+    }
+    ASSERT_EQ(api_.hoxBeginTxn(handle), HOX_RC_OK);
+    left = 0;
+    EXPECT_EQ(whileScarce(sendObject), HOX_RC_NO_MEMORY);
+    EXPECT_EQ(text(HOX_RC_NO_MEMORY).find("RBS0102E There is not enough memory"), 0U);
+    EXPECT_EQ(endTransaction(handle, HOX_VOTE_ABORT), HOX_RC_ABORTED);
     EXPECT_EQ(backUp(handle, "p", "content"), HOX_RC_OK);
 }
 
