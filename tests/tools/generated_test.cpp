@@ -46,17 +46,20 @@ Words bold(std::string line)
 /// The first word of `verb` is the program's file. Neither repository nor option file is there.
 void expectNoDoubtfulWords(const Words &verb, const std::string &option, bool isFlag)
 {
-    Words wrong[] = {{option + "="}, {option, "--json"}};
+    std::vector<Words> wrong = {{option + "="}, {option, "--json"}};
     if (isFlag)
         wrong[1] = {option + "=-1"};
+    else if (option.size() == 2)
+        wrong.push_back({option + "=x"});
     for (const Words &words : wrong) {
         Words line = verb;
         line.insert(line.end(), words.begin(), words.end());
         line.emplace_back("--dry-run");
         const ProgramResult result = run(line);
-        const char *why = isFlag              ? ": it takes no value"
-                          : words.size() == 1 ? ": nothing is behind"
-                                              : ": its value is missing";
+        const char *why = isFlag                        ? ": it takes no value"
+                          : words.size() == 2           ? ": its value is missing"
+                          : words.front().back() == 'x' ? ": its value is given without a ="
+                                                        : ": nothing is behind";
         EXPECT_EQ(result.status, 2) << testing::PrintToString(line) << result.out;
         EXPECT_NE(result.err.find(": " + option + why), std::string::npos) << result.err;
         EXPECT_EQ(std::ranges::count(result.err, '\n'), 1) << result.err;

@@ -57,8 +57,9 @@ bool takesNextWord(const CLI::App &verb, std::string_view word)
         const std::string_view rest = word.substr(i + 1);
         if (isFlag(*option) && rest.starts_with('='))
             throw CLI::ValidationError(name, "it takes no value");
-        if (!isFlag(*option) && rest == "=")
-            throw CLI::ValidationError(name, "nothing is behind its =");
+        if (!isFlag(*option) && rest.starts_with('='))
+            throw CLI::ValidationError(name, rest == "=" ? "nothing is behind its ="
+                                                         : "its value is given without a =");
         if (!isFlag(*option))
             return rest.empty();
     }

@@ -16,6 +16,7 @@ namespace tools
 ///
 ///   1. --flag= and -f=, with anything or nothing behind the `=`: a flag takes no value;
 ///   2. --option= and -o=, with nothing behind the `=`: the library would take the next word;
+///      -o=VALUE: the library would take the `=` for a part of the value;
 ///   3. --option WORD where WORD begins with --, or with - and a letter that is an option of the
 ///      verb. A value that looks so is joined: --option=WORD;
 ///   4. [WORD] where several names may be given: the library would take it apart at its commas.
