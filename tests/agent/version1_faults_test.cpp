@@ -45,7 +45,7 @@ TEST_F(Version1FaultTest, TellsTheStorageCodeOfEveryFailure)
         {Open, "Init:1=-50", "",
          "Terminate Init Init QuerySessOptions " NOT_FOUND "RegisterFS BeginTxn BindMC SendObj"},
         {Open, "Init:1=-50 Init:2=-50 Init:3=-50 Init:4=-50 Init:5=-50", "7011/65486",
-         "Terminate Init Init Init Init Init CleanUp"},
+         "Terminate Init Init Init Init Init CleanUp", "rc = -50, oer = 7011, errno = 65486"},
         {Open, "BeginQuery:1=124", "", SESSION "BeginQuery RegisterFS BeginTxn BindMC SendObj"},
         {Open, "BeginQuery:1=2102", "7011/2102", SESSION "BeginQuery " RELEASED},
         {Open, "GetNextQObj:1=2105", "", SESSION NOT_FOUND "RegisterFS BeginTxn BindMC SendObj"},

@@ -192,9 +192,7 @@ std::uint16_t prepareSend(Sbt1Call &call, const char *fileName)
         return 2503;
     }
     if (rc != HOX_RC_NO_MATCH || (rc = regFS(ctx)) != ORC_RC_OK) {
-        SCOPE_EXIT(scope, " %s: Exit - hoxHandle = %d, rc = %d\n\n", scope.name(), call.handle(),
-                   rc);
-        return rc;
+        return exitWith(scope, ctx->hoxHandle, rc);
     }
     return beginSend(ctx, scope);
 }

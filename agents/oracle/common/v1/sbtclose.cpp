@@ -46,7 +46,7 @@ int sbtclose(bserc *error, unsigned th, unsigned long flags)
     const std::uint16_t rc = reading ? closeGet(th) : closeWritten(call, th);
     if (rc != ORC_RC_OK) {
         SCOPE_EXIT(call.scope(), " %s: Exit - hoxHandle = %d, rc = %d\n\n", call.name(), handle,
-                   rc);
+                   static_cast<std::int16_t>(rc));
         call.failApi(SBT1_CLOSE_FAILED, rc, static_cast<std::int16_t>(rc));
         call.cleanUp();
         return -1;

@@ -65,8 +65,8 @@ int sbtopen(bserc *error, char *fileName, unsigned long mode, unsigned long bloc
         const std::uint32_t errnum = absent ? 0 : rc;
         SCOPE_EXIT(call.scope(),
                    " %s: Exit  %s failed. - hoxHandle = %d, rc = %d, oer = %d, errno = %d\n\n",
-                   call.name(), step, call.handle(), rc, static_cast<int>(oer),
-                   static_cast<int>(errnum));
+                   call.name(), step, call.handle(), static_cast<std::int16_t>(rc),
+                   static_cast<int>(oer), static_cast<int>(errnum));
         call.failStep(oer, errnum);
         call.cleanUp();
         return -1;
