@@ -27,7 +27,8 @@ public:
     {
     }
 
-    /// Returns nothing when it cannot be read, or is none that was set aside by its place.
+    /// Returns nothing when it cannot be read, is none that was set aside by its place, or left the
+    /// quarantine meanwhile without this repair.
     Result<std::optional<SetAside>> bringBack(const std::string &blobName);
 
 private:
@@ -110,8 +111,13 @@ Result<std::optional<SetAside>> Return::bringBack(const std::string &blobName)
     ARCA_TRY(aside.reason, whyItStays(*manifest, packs, current.mark, blobName));
     if (aside.reason.empty() && !dryRun_)
         ARCA_CHECK(write(**blob, *manifest, aside));
-    if (!aside.reason.empty())
-        aside.now.clear();
+    if (aside.reason.empty())
+        return std::optional(std::move(aside));
+    // Another repair may have ended it meanwhile: then it does not stay, and that one reported it.
+    const auto still = blobs_.open(blobName);
+    if (!still && still.error().kind == ErrorKind::notFound)
+        return std::optional<SetAside>();
+    aside.now.clear();
     return std::optional(std::move(aside));
 }
 
@@ -160,7 +166,7 @@ Result<void> Return::writeActive(blob::BlobReader &blob, const Manifest &manifes
     const auto written = writeAs(blob, manifest, false, aside.now);
     auto claimed = written ? space_.claimName(piece, 0) : written.error();
     if (claimed) {
-        // Another repair may have brought it back before, and somebody removed it then.
+        // Another repair may have brought it back before, and it was removed then.
         ARCA_TRY(const bool removed, space_.isRemoved(info.id));
         if (removed && *written == Written::now) {
             space_.giveNameBack(piece);

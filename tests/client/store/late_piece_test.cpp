@@ -127,7 +127,13 @@ TEST_F(LatePiece, BroughtBackTwiceStaysRemoved)
             repair(*space_);
             EXPECT_TRUE(remove("kept"));
         });
-        (void)store::repair(*late.space, false, {});
+        store::RepairWatcher watcher;
+        watcher.setAside = [&](const store::SetAside &told) {
+            const auto paths = files_.paths();
+            EXPECT_TRUE(!told.now.empty() || std::ranges::count(paths, "/r/" + *aside) != 0)
+                << "what lies there no more is not kept there: " << told.reason;
+        };
+        (void)store::repair(*late.space, false, watcher);
         if (!late.host.hasStopped())
             break;
         EXPECT_TRUE(open());
