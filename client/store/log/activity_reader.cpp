@@ -84,7 +84,7 @@ std::optional<LoggedEvent> parseLogLine(std::string_view line, const std::string
         return logged;
     }
     auto opened = seal.open(head, text);
-    if (!opened && seal.isOfAnother(text)) {
+    if (!opened && seal.isOfEarlier(head, text)) {
         logged.sealed = true;
         text.clear();
         return logged;

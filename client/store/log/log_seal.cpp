@@ -5,6 +5,8 @@
 #include "client/base/crypto/hash.h"
 #include "client/base/text.h"
 
+#include <charconv>
+
 namespace arca::store
 {
 
@@ -21,6 +23,30 @@ Nonce nonceIn(ByteView bytes)
     return {kind, reader.u64()};
 }
 
+struct Parts {
+    Bytes sealed;
+    std::optional<std::uint32_t> incarnation; // nothing: the field says none
+};
+
+/// Returns nothing when seal() writes no such field.
+std::optional<Parts> partsOf(std::string_view field)
+{
+    if (!LogSeal::isSealed(field))
+        return std::nullopt;
+    const auto dot = field.find('.');
+    auto sealed = fromHex(field.substr(0, dot).substr(kMark.size()));
+    if (!sealed || sealed->size() < kNonceBytes + kTagBytes)
+        return std::nullopt;
+    if (dot == std::string_view::npos)
+        return Parts{std::move(*sealed), {}};
+    const std::string_view digits = field.substr(dot + 1);
+    std::uint32_t number = 0;
+    const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (read.ec != std::errc() || number == 0 || digits != std::to_string(number))
+        return std::nullopt;
+    return Parts{std::move(*sealed), number};
+}
+
 } // namespace
 
 Result<LogSeal> LogSeal::of(const SecretKey &dataKey, std::uint32_t incarnation)
@@ -29,11 +55,11 @@ Result<LogSeal> LogSeal::of(const SecretKey &dataKey, std::uint32_t incarnation)
     return LogSeal(std::move(key), incarnation);
 }
 
-bool LogSeal::isOfAnother(std::string_view field) const
+bool LogSeal::isOfEarlier(std::string_view head, std::string_view field) const
 {
-    const auto dot = field.rfind('.');
-    const std::string own = std::to_string(incarnation_);
-    return dot == std::string_view::npos ? incarnation_ != 0 : field.substr(dot + 1) != own;
+    const auto parts = partsOf(field);
+    return parts && parts->incarnation.value_or(0) < incarnation_ &&
+           !decrypted(head, parts->sealed);
 }
 
 bool LogSeal::isSealed(std::string_view field)
@@ -55,17 +81,18 @@ Result<std::string> LogSeal::seal(std::string_view head, std::string_view text) 
 
 std::optional<std::string> LogSeal::open(std::string_view head, std::string_view field) const
 {
-    if (!isSealed(field))
+    const auto parts = partsOf(field);
+    if (!parts || parts->incarnation.value_or(incarnation_) != incarnation_)
         return std::nullopt;
-    const std::string_view digits = field.substr(kMark.size());
-    const auto sealed = fromHex(digits.substr(0, digits.find('.')));
-    if (!sealed || sealed->size() < kNonceBytes + kTagBytes)
-        return std::nullopt;
-    const ByteView bytes(*sealed);
-    std::string text(bytes.size() - kNonceBytes - kTagBytes, '\0');
+    return decrypted(head, parts->sealed);
+}
+
+std::optional<std::string> LogSeal::decrypted(std::string_view head, ByteView sealed) const
+{
+    std::string text(sealed.size() - kNonceBytes - kTagBytes, '\0');
     const auto opened =
         Aead(Cipher::aes256, key_->view())
-            .open(nonceIn(bytes.first(kNonceBytes)), viewOf(head), bytes.subspan(kNonceBytes),
+            .open(nonceIn(sealed.first(kNonceBytes)), viewOf(head), sealed.subspan(kNonceBytes),
                   std::as_writable_bytes(std::span(text)));
     return opened ? std::optional(std::move(text)) : std::nullopt;
 }

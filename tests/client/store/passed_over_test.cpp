@@ -156,6 +156,41 @@ TEST_F(PassedOver, ADamagedLogIsNamedAndACopyOfItCountsOnce)
     EXPECT_EQ(store::verify(*space_, {}, {})->hurtRecords, 1U);
 }
 
+TEST_F(PassedOver, ALineOfTheLogIsAnEarlierNodesOnlyIfOneCanHaveWrittenIt)
+{
+    const auto former = SecretKey::random();
+    const auto sealOf = [&](const SecretKey &key, std::uint32_t incarnation) {
+        return *store::LogSeal::of(key, incarnation);
+    };
+    const std::string head = "2026-11-21T08:31:00Z\tI\tnode\t\t";
+    const std::string own = *sealOf(space_->dataKey(), 7).seal(head, "text");
+    const std::string first = *sealOf(*former, 0).seal(head, "text"), cut = own.substr(0, 40);
+    const std::pair<std::string, const char *> cases[] = {
+        {own, "text"},
+        {first, "sealed"},
+        {first + ".3", "sealed"},
+        {own + "0", nullptr},
+        {own.substr(0, own.size() - 1) + "3", nullptr},
+        {first + ".7", nullptr},
+        {first + ".8", nullptr},
+        {first + ".03", nullptr},
+        {first + ".0", nullptr},
+        {first + ".3x", nullptr},
+        {first + "x3", nullptr},
+        {first + ".", nullptr},
+        {cut + ".3", nullptr},
+        {first + ".4294967299", nullptr},
+    };
+    for (const auto &[field, shown] : cases) {
+        const auto line =
+            store::parseLogLine(head + "\t" + field, "node", sealOf(space_->dataKey(), 7));
+        ASSERT_EQ(static_cast<bool>(line), shown != nullptr) << field;
+        if (line) {
+            EXPECT_EQ(line->sealed ? "sealed" : line->event.text, shown) << field;
+        }
+    }
+}
+
 TEST_F(PassedOver, AQuarantinedManifestExcusesOneMissingPiece)
 {
     const store::PieceId first = putInactive("x", 'i'), second = putInactive("x", 'j');
