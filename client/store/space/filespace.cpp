@@ -43,7 +43,7 @@ Result<Filespace> decodeFilespace(ByteView record)
         filespace.registration = reader.u32();
         filespace.deleted = reader.u16() != 0;
     }
-    if (!reader.ok())
+    if (!reader.ok() || reader.remaining() != 0)
         return Error{ErrorKind::damaged, "the record of a filespace is damaged"};
     return filespace;
 }

@@ -191,6 +191,17 @@ TEST_F(PassedOver, ALineOfTheLogIsAnEarlierNodesOnlyIfOneCanHaveWrittenIt)
     }
 }
 
+TEST_F(PassedOver, ARecordOfAFilespaceWithMoreThanItsFieldsIsDamaged)
+{
+    const Bytes record = store::encodeFilespace({"node", "/fs", "ORACLE", "", 0, 0, 0});
+    ASSERT_TRUE(store::decodeFilespace(record));
+    ByteWriter longer;
+    longer.raw(*store::unframeRecord(record, "ARCAFSPC", 2));
+    longer.u16(0);
+    const auto read = store::decodeFilespace(store::frameRecord("ARCAFSPC", 2, longer.view()));
+    EXPECT_TRUE(!read && read.error().kind == ErrorKind::damaged);
+}
+
 TEST_F(PassedOver, AQuarantinedManifestExcusesOneMissingPiece)
 {
     const store::PieceId first = putInactive("x", 'i'), second = putInactive("x", 'j');
