@@ -333,6 +333,14 @@ TEST_F(NodeTest, MetricsAreWhatACollectorReads)
     const auto worse = arcaJson({"stats"});
     for (const char *field : {"unreadable", "damagedParts", "quarantined"})
         EXPECT_EQ(worse[field], 1) << field;
+    const auto foundIn = [&](const char *depth) {
+        const std::string metric = "arca_verify_hurt{node=\"testnode\",depth=\"";
+        return arca({"metrics"}).out.find(metric + depth + "\"} 0\n") == std::string::npos;
+    };
+    EXPECT_EQ(arca({"verify"}).status, 1);
+    EXPECT_TRUE(foundIn("structure") && !foundIn("data"));
+    EXPECT_EQ(arca({"verify", "--read-data"}).status, 1);
+    EXPECT_TRUE(foundIn("data"));
 }
 
 } // namespace

@@ -2,7 +2,22 @@
 // was removed.
 #include "tests/arca/arca_fixture.h"
 
+#include <ctime>
 #include <set>
+#include <time.h>
+
+// The second that the library in this host sees; 0: the system's.
+static std::time_t second = 0;
+
+extern "C" std::time_t time(std::time_t *result) noexcept
+{
+    timespec now{};
+    (void)clock_gettime(CLOCK_REALTIME, &now);
+    const std::time_t told = second != 0 ? second : now.tv_sec;
+    if (result != nullptr)
+        *result = told;
+    return told;
+}
 
 namespace keel::test
 {
@@ -51,6 +66,34 @@ TEST_F(UndeleteTest, ARemovedPieceComesBackUntilReclaimingPurgesIt)
     EXPECT_EQ(listed({"--removed"}), "");
     EXPECT_EQ(restore(handle, "df_1"), "newer");
     EXPECT_EQ(arca({"verify", "--read-data"}).status, 0);
+}
+
+// Of those removed in one second the one that was stored last, if that can be told.
+TEST_F(UndeleteTest, UndeletesOfOneNameTheLastOrAsksWhichOne)
+{
+    const std::time_t now = std::time(nullptr);
+    const hoxHandle_t handle = logOn();
+    const auto gone = [&](const char *piece, const char *stream, std::time_t stored,
+                          std::time_t removed) {
+        second = now - stored;
+        store(handle, piece, stream);
+        second = now - removed;
+        EXPECT_EQ(remove(handle, piece), HOX_RC_OK);
+        second = 0;
+    };
+    for (const char *piece : {"told", "tie", "older tie"})
+        gone(piece, "one", 9, 5);
+    gone("told", "two", 8, 5);
+    gone("tie", "two", 9, 5);
+    gone("older tie", "two", 9, 5);
+    gone("older tie", "three", 6, 4);
+    for (const auto &[piece, back] : {std::pair("told", "two"), {"older tie", "three"}}) {
+        ASSERT_EQ(arca({"undelete", piece}).status, 0) << piece;
+        EXPECT_EQ(restore(handle, piece), back);
+    }
+    const ProgramResult tie = arca({"undelete", "tie"});
+    EXPECT_EQ(tie.status, 1);
+    EXPECT_NE(tie.err.find("take one by --id"), std::string::npos) << tie.err;
 }
 
 TEST_F(UndeleteTest, TheGraceTimeIsTheRepositorysAndMayBeChanged)

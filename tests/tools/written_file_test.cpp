@@ -5,10 +5,22 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <fcntl.h>
 #include <functional>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+// Where a network file system refuses at last what it took.
+static bool closeFails = false;
+
+extern "C" int close(int descriptor)
+{
+    const long closed = syscall(SYS_close, descriptor);
+    errno = closeFails ? EDQUOT : errno;
+    return closeFails ? -1 : static_cast<int>(closed);
+}
 
 namespace keel::test
 {
@@ -70,6 +82,16 @@ TEST_F(WrittenFileTest, ANameIsReplacedWholeOrLeftAsItIs)
         EXPECT_NE(written(name).find("is a symbolic link"), std::string::npos);
     EXPECT_FALSE(fs::exists(directory_ / "nothing"));
     EXPECT_EQ(files(), 5U) << "nothing is left beside them";
+}
+
+TEST_F(WrittenFileTest, WhatTheSystemRefusesAtTheCloseIsNotPublished)
+{
+    writeFile(directory_ / "old", "old");
+    closeFails = true;
+    EXPECT_THROW(tools::writeWhole(directory_ / "old", "text", {}), tools::FileFailure);
+    closeFails = false;
+    EXPECT_EQ(readFile(directory_ / "old"), "old");
+    EXPECT_EQ(files(), 1U);
 }
 
 TEST_F(WrittenFileTest, WhatComesInBetweenIsNotReplaced)

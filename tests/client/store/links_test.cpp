@@ -88,6 +88,15 @@ std::string everyUse(blob::DirectoryStore &store)
     return failed;
 }
 
+TEST_F(LinksTest, AFileThatIsBegunIsNeverOneThatIsThere)
+{
+    const std::string path = root_ + "/1-0123456789abcdef";
+    keel::test::writeFile(path, "of others");
+    const auto begun = blob::filesBelow(root_)->create(path);
+    ASSERT_FALSE(begun);
+    EXPECT_EQ(begun.error().kind, ErrorKind::exists);
+}
+
 TEST_F(LinksTest, NothingOutsideTheRepositoryIsTouchedThroughOne)
 {
     const auto before = outside();

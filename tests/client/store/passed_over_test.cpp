@@ -91,13 +91,21 @@ TEST_F(PassedOver, ADamagedInactivePieceHidesNoOtherOneOfItsName)
     const store::PieceId gone = putInactive("x", 'r');
     ASSERT_TRUE(space_->remove(gone));
     ASSERT_TRUE(put("x", 'a'));
-    files_.contentOf(fileUnder("inactive", digits(bad)))[70] ^= 1;
-    std::optional<Error> passedOver;
-    const auto found = space_->inactiveOf(nameOf("x"), &passedOver);
-    ASSERT_TRUE(found) << found.error().text;
-    ASSERT_EQ(found->size(), 1U);
-    EXPECT_EQ(found->front().id, good);
-    EXPECT_TRUE(passedOver && passedOver->kind == ErrorKind::damaged);
+    // The note at the end: that it is inactive, since when, and what proves it.
+    std::string &bytes = files_.contentOf(fileUnder("inactive", digits(bad)));
+    const std::string whole = bytes;
+    for (const std::size_t at :
+         {bytes.size() - 32, bytes.size() - 17, bytes.size() - 1, std::size_t{70}}) {
+        SCOPED_TRACE(at);
+        bytes = whole;
+        bytes[at] ^= 1;
+        std::optional<Error> passedOver;
+        const auto found = space_->inactiveOf(nameOf("x"), &passedOver);
+        ASSERT_TRUE(found) << found.error().text;
+        ASSERT_EQ(found->size(), 1U);
+        EXPECT_EQ(found->front().id, good);
+        EXPECT_TRUE(passedOver && passedOver->kind == ErrorKind::damaged);
+    }
     EXPECT_TRUE(space_->undelete(gone));
     EXPECT_EQ(space_->firstId(bad).error().kind, ErrorKind::damaged);
     EXPECT_EQ(*space_->firstId(bad, true), bad) << "what it leads shows all the same";

@@ -1,9 +1,11 @@
 // Reclaiming beside streams that run, and over files that fail and a machine that stops: what a
 // piece needs is never taken, and what nobody needs goes in the end.
 #include "client/engine/packs/pack_format.h"
+#include "client/store/marks/marked_packs.h"
 #include "tests/client/store/reclaim_fixture.h"
 #include "tests/support/files.h"
 
+#include <set>
 #include <sys/resource.h>
 #include <utility>
 
@@ -475,6 +477,40 @@ TEST_F(ReclaimTest, WhereverItIsStoppedNothingNeededIsLostAndTheNextRunFinishes)
                 break;
         }
     }
+}
+
+/// What it writes later would appear among revisions that the other one has swept.
+TEST_F(ReclaimTest, ThatAnotherOneHasOvertakenBeginsNoRevision)
+{
+    const auto under = [&](const char *room) {
+        auto paths = files_.paths();
+        std::erase_if(paths, [&](const std::string &path) { return !path.starts_with(room); });
+        return std::set<std::string>(paths.begin(), paths.end());
+    };
+    std::set<std::string> then;
+    bool overtaken = false;
+    int rounds = 0;
+    beforeEachStep(
+        [&](store::NodeSpace &other) {
+            const auto current = store::currentMark(other.domain());
+            overtaken = current && current->number == 1 && under("/r/tmp/").empty();
+            if (!overtaken)
+                return;
+            ++rounds;
+            then = under("/r/packs/");
+            EXPECT_TRUE(store::markRecord(other.domain()).write(1, encodeMark(current->mark)));
+        },
+        [&](const auto &arm) {
+            overtaken = false;
+            arm();
+            (void)store::Reclaim(*space_, kAtOnce).run();
+            return true;
+        },
+        [&](bool) {
+            for (const std::string &path : under("/r/packs/"))
+                EXPECT_TRUE(!overtaken || then.contains(path)) << path;
+        });
+    EXPECT_GT(rounds, 3);
 }
 
 /// However many packs there are: in shares, by a temporary file or, without room for one,
