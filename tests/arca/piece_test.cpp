@@ -212,8 +212,9 @@ TEST_F(PieceTest, BindAndAccessSayWhatHolds)
     writeFile("guest.opt", readFile("guest.opt") + "ASNODE testnode\n");
     ASSERT_EQ(guest({"ls"}).status, 0);
     // A dry run refuses a guest what the real run would.
-    for (Words words : {Words{"rm", "df_*"}, Words{"rm", "df_*", "--deactivate"},
-                        Words{"class", "bind", "gold", "*"}, Words{"expire"}}) {
+    for (Words words :
+         {Words{"rm", "df_*"}, Words{"rm", "--id", "5"}, Words{"rm", "df_*", "--deactivate"},
+          Words{"class", "bind", "gold", "*"}, Words{"expire"}}) {
         words.emplace_back("--dry-run");
         const std::string dry = guest(words).err;
         words.back() = "--yes";
@@ -229,7 +230,7 @@ TEST_F(PieceTest, BindAndAccessSayWhatHolds)
     std::string number;
     for (const auto &rule : rules) {
         number = std::to_string(rule["rule"].get<std::uint32_t>());
-        EXPECT_EQ(arca({"access", "revoke", number}).status, 0);
+        EXPECT_EQ(arca({"access", "revoke", number, number}).status, 0);
     }
     EXPECT_EQ(arca({"access", "revoke", number}).status, 1);
     EXPECT_EQ(arcaJson({"access", "list"})["rules"].size(), 0U);

@@ -254,6 +254,9 @@ TEST_F(BackupTest, TheCommandLineBeatsTheEnvironmentForEveryVerb)
         EXPECT_EQ(keel(verb, "", {"--optfile", ""}).status, 2) << verb[0];
     }
     EXPECT_EQ(restored("p"), "the environment's");
+    // The agent would take the quotation marks off.
+    writeFile("'named.opt'", readFile("named.opt"));
+    EXPECT_EQ(keel(verbs[0], "named", {"--optfile", "'named.opt'"}).status, 2);
 }
 
 TEST_F(BackupTest, JsonTellsWhatHappened)

@@ -75,11 +75,14 @@ TEST_F(RefusalTest, ATraceIsAppendedToNothingButATrace)
         {{"restore", "p", "-o", "out"}, "./out", 2},
         {{"info", "p", "--log", "log"}, "log", 2},
         {{"info", "p"}, "in", 1},
+        {{"restore", "p", "-o", "out", "--log", "./out"}, nullptr, 2},
+        {{"backup", "q", "-i", "in", "--log", "same"}, nullptr, 2},
     };
     for (const auto &c : cases) {
         Words arguments = c.arguments;
-        arguments.insert(arguments.end(), {"--trace", c.trace});
-        expectRefusal(arguments, c.status, c.status == 2 ? "--trace needs a file" : "in holds");
+        if (c.trace != nullptr)
+            arguments.insert(arguments.end(), {"--trace", c.trace});
+        expectRefusal(arguments, c.status, c.status == 2 ? "needs a file of its own" : "in holds");
         EXPECT_EQ(readFile("in"), "content");
         EXPECT_FALSE(std::filesystem::exists("out"));
     }

@@ -66,6 +66,16 @@ void expectNoDoubtfulWords(const Words &verb, const std::string &option, bool is
     }
 }
 
+/// The library's word for the end of a verb is no operand that is dropped: the verb could mean
+/// everything without it.
+void expectNoEndOfVerb(Words verb)
+{
+    verb.emplace_back("++");
+    const ProgramResult result = run(verb);
+    EXPECT_EQ(result.status, 2) << testing::PrintToString(verb);
+    EXPECT_NE(result.err.find("only behind --"), std::string::npos) << result.err;
+}
+
 } // namespace
 
 TEST(Generated, NoOptionOfAnyVerbTakesAWordThatWasNotMeant)
@@ -84,6 +94,8 @@ TEST(Generated, NoOptionOfAnyVerbTakesAWordThatWasNotMeant)
                     for (words >> word; words >> word;)
                         verb.push_back(word);
                 }
+                if (line == ".SH DESCRIPTION")
+                    expectNoEndOfVerb(verb);
                 if (!line.starts_with("\\fB\\-"))
                     continue;
                 for (const std::string &option : bold(line)) {
@@ -94,12 +106,14 @@ TEST(Generated, NoOptionOfAnyVerbTakesAWordThatWasNotMeant)
         }
     }
     EXPECT_GT(options, 300U);
-    for (const Words &line : {Words{"remove", "[a,b]", "-y"}, {"remove", "-y", "--", "x", "[a]"}}) {
+    for (const auto &[line, why] : {std::pair{Words{"remove", "[a,b]", "-y"}, "square brackets"},
+                                    {Words{"remove", "-y", "--", "x", "[a]"}, "square brackets"},
+                                    {Words{"remove", "a", "-y0"}, "-0: there is no such option"}}) {
         Words words = {keelProgram()};
         words.insert(words.end(), line.begin(), line.end());
         const ProgramResult result = run(words);
         EXPECT_EQ(result.status, 2) << testing::PrintToString(line);
-        EXPECT_NE(result.err.find("square brackets"), std::string::npos) << result.err;
+        EXPECT_NE(result.err.find(why), std::string::npos) << result.err;
     }
 }
 

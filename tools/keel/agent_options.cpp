@@ -31,9 +31,7 @@ constexpr std::array kKeywords = {"HOXI_DIR",          "HOXI_LOG",          "HOX
 /// Returns the name without the quotation marks that an administrator may have put around it.
 std::string chosenFile(const std::string &value)
 {
-    const bool quoted = value.size() > 1 && value.front() == value.back() &&
-                        (value.front() == '"' || value.front() == '\'');
-    return quoted ? value.substr(1, value.size() - 2) : value;
+    return isQuoted(value) ? value.substr(1, value.size() - 2) : value;
 }
 
 std::string orElse(std::string value, const char *usual)
@@ -42,6 +40,12 @@ std::string orElse(std::string value, const char *usual)
 }
 
 } // namespace
+
+bool isQuoted(std::string_view value)
+{
+    return value.size() > 1 && value.front() == value.back() &&
+           (value.front() == '"' || value.front() == '\'');
+}
 
 AgentOptions::AgentOptions()
 {

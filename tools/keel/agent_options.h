@@ -6,10 +6,14 @@
 
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace keel
 {
+
+/// Returns true for a name in quotation marks, " or ', which the agent takes off.
+bool isQuoted(std::string_view value);
 
 class AgentOptions
 {

@@ -4,6 +4,7 @@
 #include "tools/common/command/command_line.h"
 #include "tools/common/command/streams.h"
 #include "tools/common/text.h"
+#include "tools/keel/agent_options.h"
 #include "tools/keel/channel/failure.h"
 #include "tools/keel/channel/interrupt.h"
 #include "tools/keel/command.h"
@@ -14,6 +15,7 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <utility>
 
 #include <fmt/format.h>
 
@@ -46,6 +48,10 @@ void chooseOptionFile(const std::string &file)
     // Refused here, because the agent would silently ignore it and take the installed file, which
     // may lead to another repository.
     constexpr std::size_t kLongest = 1024;
+    if (isQuoted(file))
+        throw UsageError(fmt::format("the agent would take the quotation marks off {} and read "
+                                     "another file; give it with its directory, as ./{}",
+                                     tools::printable(file), tools::printable(file)));
     const char *inherited = std::getenv("VELO_OPTFILE");
     if (file.size() > kLongest)
         throw UsageError("the name of the option file is longer than 1024 characters");
@@ -120,6 +126,9 @@ int perform(Command &command, const char *program)
         if (command.channel.library.empty())
             command.channel.library = defaultLibrary(program);
         expectTraceFile(command.channel.traceFile, {command.dataFile, command.logFile});
+        const std::string log = std::exchange(command.logFile, {}); // a refusal is not logged there
+        expectLogFile(log, command.dataFile);
+        command.logFile = log;
         catchInterrupts();
         return conclude(command, result, command.run(result));
     } catch (const UsageError &error) {

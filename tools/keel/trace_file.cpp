@@ -23,16 +23,16 @@ namespace
 namespace fs = std::filesystem;
 
 /// Returns true when both names lead to one file, or would once it is made.
-bool leadsTo(const std::string &trace, const std::string &other)
+bool leadsTo(const std::string &name, const std::string &other)
 {
-    struct stat traced = {}, status = {};
-    const bool exists = ::stat(trace.c_str(), &traced) == 0;
-    if (exists && S_ISCHR(traced.st_mode))
+    struct stat named = {}, status = {};
+    const bool exists = ::stat(name.c_str(), &named) == 0;
+    if (exists && S_ISCHR(named.st_mode))
         return false;
     if (::stat(other.c_str(), &status) == 0)
-        return exists && traced.st_dev == status.st_dev && traced.st_ino == status.st_ino;
+        return exists && named.st_dev == status.st_dev && named.st_ino == status.st_ino;
     std::error_code error;
-    const fs::path place = fs::weakly_canonical(fs::absolute(trace, error), error);
+    const fs::path place = fs::weakly_canonical(fs::absolute(name, error), error);
     return !error && place == fs::weakly_canonical(fs::absolute(other, error), error) && !error;
 }
 
@@ -47,17 +47,29 @@ bool beginsAsTrace(std::string_view beginning)
             beginning[4] <= '9');
 }
 
+void expectOwnFile(const char *option, const std::string &name,
+                   const std::vector<std::string> &others)
+{
+    for (const std::string &other : others)
+        if (!other.empty() && leadsTo(name, other))
+            throw UsageError(fmt::format("{} needs a file of its own: {} is that of another "
+                                         "option, too",
+                                         option, tools::printable(name)));
+}
+
 } // namespace
+
+void expectLogFile(const std::string &log, const std::string &data)
+{
+    if (!log.empty())
+        expectOwnFile("--log", log, {data});
+}
 
 void expectTraceFile(const std::string &trace, const std::vector<std::string> &others)
 {
     if (trace.empty())
         return;
-    for (const std::string &other : others)
-        if (!other.empty() && leadsTo(trace, other))
-            throw UsageError(fmt::format("--trace needs a file of its own: {} is that of another "
-                                         "option, too",
-                                         tools::printable(trace)));
+    expectOwnFile("--trace", trace, others);
     struct stat status = {};
     if (::stat(trace.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0)
         return; // the agent reports what it cannot open

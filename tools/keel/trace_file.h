@@ -1,5 +1,5 @@
-// Looks at the file that --trace names before the agent appends to it: the agent appends to
-// whatever it is given. One thread.
+// Looks at the files that --trace and --log name before anything is appended to them: the agent and
+// the log append to whatever they are given. One thread.
 #ifndef KEEL_TOOLS_KEEL_TRACE_FILE_H
 #define KEEL_TOOLS_KEEL_TRACE_FILE_H
 
@@ -16,6 +16,10 @@ namespace keel
 /// Throws UsageError when it is one of `others`, and Failure when it holds something else or cannot
 /// be looked at.
 void expectTraceFile(const std::string &trace, const std::vector<std::string> &others);
+
+/// Succeeds when the log leads to another file than the data of the piece, as above; a character
+/// device may be both. Throws UsageError.
+void expectLogFile(const std::string &log, const std::string &data);
 
 } // namespace keel
 

@@ -3,6 +3,7 @@
 #include "client/base/text.h"
 #include "tools/arca/client/actions.h"
 #include "tools/arca/client/client_session.h"
+#include "tools/arca/each_once.h"
 #include "tools/arca/node_session.h"
 #include "tools/arca/piece_name.h"
 #include "tools/common/command/streams.h"
@@ -95,7 +96,7 @@ Result<void> grant(ClientSession &client, const Command &command, const Asked &a
 Result<void> revoke(ClientSession &client, const Command &command, const Asked &asked, Json &result)
 {
     Json &revoked = result["revoked"] = Json::array();
-    for (const std::uint32_t rule : asked.rules) {
+    for (const std::uint32_t rule : eachOnce(asked.rules)) {
         const int rc = mtAccessRevoke(client.session(), rule);
         if (rc == HOX_RC_OBJECT_UNKNOWN)
             return Error{ErrorKind::notFound,

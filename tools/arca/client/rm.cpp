@@ -264,11 +264,23 @@ Result<void> removeByIds(const Command &command, const Asked &asked, const mtObj
     return conclude(client.get(), command, asked, watcher.done(), rc, result);
 }
 
+/// With ASNODE the deletion would be refused, so the dry run is, too.
+Result<void> refuseForAnotherNode(const Command &command, const Asked &asked, Json &result)
+{
+    ARCA_TRY(const config::Options options, optionsOf(command));
+    ARCA_TRY(const std::string node, config::nodeNameFor(options));
+    if (options.asNodeName.empty() || options.asNodeName == node)
+        return {};
+    ARCA_TRY(const auto client, logOnClient(command, asked.fromStandardInput, result));
+    return client->expectOwnPieces();
+}
+
 /// The dry run of removeByIds(): it looks as the deletion does, so that a piece is found by the
 /// identifiers that it had before it was renamed or brought back, too.
 Result<void> showByIds(const Command &command, const Asked &asked, const mtObjectIds_t &ids,
                        Json &result)
 {
+    ARCA_CHECK(refuseForAnotherNode(command, asked, result));
     ARCA_TRY(const NodeSession session, logOn(command, asked.fromStandardInput, result));
     Totals found;
     std::optional<Error> damage;

@@ -61,11 +61,12 @@ std::string processesOf(const std::vector<std::string> &claims)
     return text;
 }
 
-void show(const store::ReclaimTotals &totals, bool dryRun)
+void show(const store::ReclaimTotals &totals, bool dryRun, bool graceWaived)
 {
     if (totals.purgedPieces != 0)
-        tools::print("{}  {} whose grace time is over{}\n", dryRun ? "Would purge" : "Purged    ",
+        tools::print("{}  {} whose grace time is {}{}\n", dryRun ? "Would purge" : "Purged    ",
                      tools::counted(totals.purgedPieces, "removed piece"),
+                     graceWaived ? "over or waived" : "over",
                      totals.purgedDamaged == 0
                          ? ""
                          : fmt::format(", {} of them damaged", totals.purgedDamaged));
@@ -161,7 +162,7 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
     const bool unknownGrace = request.grace == kUnknownGrace;
     result["graceDamaged"] = unknownGrace;
     if (!command.json)
-        show(totals, asked.dryRun);
+        show(totals, asked.dryRun, !asked.grace.empty());
     if (unknownGrace && !command.json)
         tools::print("Damaged     the record of the grace time (arca verify names it): no removed "
                      "piece was purged; arca grace sets it anew, --grace says it for one run\n");

@@ -4,6 +4,7 @@
 #include "client/base/text.h"
 #include "client/store/listing/named_pieces.h"
 #include "client/store/upkeep/blob_removal.h"
+#include "tools/arca/each_once.h"
 #include "tools/arca/node_session.h"
 #include "tools/common/command/streams.h"
 
@@ -65,7 +66,8 @@ Result<void> removeBlobs(const Command &command, const BlobRequest &request, Jso
     std::string question;
     std::vector<store::BlobRemoval> fates;
     Json &blobs = result["blobs"] = Json::array();
-    for (const std::string &name : request.names) {
+    const std::vector<std::string> names = eachOnce(request.names);
+    for (const std::string &name : names) {
         ARCA_TRY(fates.emplace_back(), store::fateOfBlob(*session.space, name));
         question += fmt::format("{} {}.\n", printable(name, 400), fateText(fates.back()));
         if (request.dryRun)
@@ -78,8 +80,8 @@ Result<void> removeBlobs(const Command &command, const BlobRequest &request, Jso
         return {};
     }
     ARCA_CHECK(confirm(question + "Go on?", request.yes));
-    for (std::size_t i = 0; i < request.names.size(); ++i) {
-        const std::string &name = request.names[i];
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        const std::string &name = names[i];
         ARCA_TRY(const store::BlobRemoval done, store::removeBlob(*session.space, name));
         store::BlobRemoval &removal = fates[i];
         removal.fate = done.fate;

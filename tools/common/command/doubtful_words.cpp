@@ -48,10 +48,13 @@ bool takesNextWord(const CLI::App &verb, std::string_view word)
             throw CLI::ValidationError(name, "nothing is behind its =");
         return !isFlag(*option) && equals == std::string_view::npos;
     }
-    // Several flags may share a dash, and the last may be an option, with its value joined.
+    // Several flags may share a dash, and the last may be an option, with its value joined. Of
+    // flags and a digit the library would make flags and an operand.
     for (std::size_t i = 1; i < word.size(); ++i) {
         const std::string name = {'-', word[i]};
         const CLI::Option *option = optionOf(verb, name);
+        if (option == nullptr && i > 1 && word[i] >= '0' && word[i] <= '9')
+            throw CLI::ValidationError(name, "there is no such option");
         if (option == nullptr)
             return false;
         const std::string_view rest = word.substr(i + 1);
@@ -86,6 +89,14 @@ void refuseList(const CLI::App &verb, const std::string &word)
                                                     "a list where several may be given");
 }
 
+/// The library would take it for the end of the verb, and drop it: a verb without the only operand
+/// that it was given may mean everything.
+void refuseEndOfVerb(const std::string &word)
+{
+    if (word == "++")
+        throw CLI::ValidationError(word, "it is a name only behind --");
+}
+
 } // namespace
 
 void refuseDoubtfulWords(const CLI::App &program, int argc, const char *const *argv)
@@ -104,6 +115,7 @@ void refuseDoubtfulWords(const CLI::App &program, int argc, const char *const *a
             if (const CLI::App *inner = verbOf(*verb, word))
                 verb = inner;
             refuseList(*verb, word);
+            refuseEndOfVerb(word);
             continue;
         }
         if (!takesNextWord(*verb, word) || i + 1 == words.size())

@@ -19,7 +19,8 @@ namespace tools
 ///      -o=VALUE: the library would take the `=` for a part of the value;
 ///   3. --option WORD where WORD begins with --, or with - and a letter that is an option of the
 ///      verb. A value that looks so is joined: --option=WORD;
-///   4. [WORD] where several names may be given: the library would take it apart at its commas.
+///   4. [WORD] where several names may be given: the library would take it apart at its commas;
+///   5. ++ in the place of an operand: the library would end the verb there, and drop the word.
 ///
 /// `-` alone is a value. Behind `--` every word is an operand.
 void refuseDoubtfulWords(const CLI::App &program, int argc, const char *const *argv);

@@ -272,9 +272,10 @@ void addBench(tools::Verb app, Command &command)
     verb.footer(
         "Example: keel bench --channels 4 --size 4G --days 3 --restore\n"
         "It stores pieces in the repository that the options name, and removes them at the\n"
-        "end, also when it is interrupted; arca reclaim then gives their space back. What is\n"
-        "stored is told when the repository is a directory, and counts what others store\n"
-        "meanwhile. Processor time is that of the channels, without making the data.");
+        "end, also when it is interrupted; arca reclaim gives their space back once their\n"
+        "grace time is over, and arca reclaim --grace 0 at once. What is stored is told when the\n"
+        "repository is a directory, and counts what others store meanwhile. Processor time is that "
+        "of the channels, without making the data.");
     verb.onChosen([asked, &command] {
         command.verb = "bench";
         command.dataFile = asked->plan.input;
