@@ -14,6 +14,8 @@
 namespace
 {
 
+// ---- locks
+
 /// How many forks led here: a lock of an earlier generation was made by a parent.
 constinit std::atomic<std::int64_t> generation = 1;
 /// Threads that hold a lock for writing, or wait for one.
@@ -34,28 +36,90 @@ bool make(Lock &lock)
 
 /// The lock, made again by the first thread of this process that takes it when it is a parent's:
 /// no thread here can hold it yet. A thread that is stopped by another fork meanwhile leaves a
-/// negative number, which the next generation does not wait for.
-Lock &ours(void *given)
+/// negative number, which the next generation does not wait for. Null for null: libcrypto takes
+/// locks that it could not make.
+Lock *ours(void *given)
 {
-    Lock &lock = *static_cast<Lock *>(given);
+    auto *const lock = static_cast<Lock *>(given);
+    if (lock == nullptr)
+        return nullptr;
     const std::int64_t now = generation;
-    for (std::int64_t made = lock.made; made != now; made = lock.made) {
+    for (std::int64_t made = lock->made; made != now; made = lock->made) {
         if (made == -now)
             (void)sched_yield();
-        else if (lock.made.compare_exchange_strong(made, -now)) {
-            (void)make(lock);
-            lock.made = now;
+        else if (lock->made.compare_exchange_strong(made, -now)) {
+            (void)make(*lock);
+            lock->made = now;
         }
     }
     return lock;
 }
 
+// ---- values of each thread
+//
+// libcrypto wants a few keys of the system's, asks for each once, and never again when it gets
+// none: a host that is short of them for a moment would have no libcrypto until it ends. So the
+// values lie in our own storage of the thread, and one key of the system's, asked for again until
+// there is one, tells of a thread's end. Without it what such a thread has is not freed.
+
+using CleanUp = void (*)(void *);
+
+/// It asks for five, and for two more in each child that needs a library context of its own.
+constexpr unsigned kValues = 16;
+
+struct Kind {
+    std::atomic<unsigned> made = 0; ///< odd while it is in use: the value of an older one is none
+    std::atomic<CleanUp> cleanUp = nullptr;
+};
+constinit Kind kinds[kValues];
+
+struct Value {
+    void *content;
+    unsigned made;
+};
+constinit thread_local Value values[kValues] = {};
+
+void endThread(void *)
+{
+    for (unsigned at = 0; at < kValues; ++at) {
+        void *const content = values[at].made == kinds[at].made ? values[at].content : nullptr;
+        const CleanUp cleanUp = kinds[at].cleanUp;
+        if (content == nullptr || cleanUp == nullptr)
+            continue;
+        values[at].content = nullptr;
+        cleanUp(content);
+    }
+}
+
+constexpr std::int64_t kNone = -1;
+constinit std::atomic<std::int64_t> ending = kNone;
+
+/// Two threads, or a fork that interrupts one, may leave a key that nobody uses.
+bool hasEnding() noexcept
+{
+    pthread_key_t key = 0;
+    if (ending == kNone && pthread_key_create(&key, endThread) == 0) {
+        std::int64_t none = kNone;
+        if (!ending.compare_exchange_strong(none, key))
+            (void)pthread_key_delete(key);
+    }
+    return ending != kNone;
+}
+
+/// As the library is loaded, when the host has keys to spare.
+[[maybe_unused]] const bool hadEnding = hasEnding();
+
 } // namespace
 
-bool arca::freeCryptoLocks() noexcept
+void arca::freeCryptoLocks() noexcept
 {
     ++generation;
-    return writers.exchange(0) != 0;
+    writers = 0;
+}
+
+bool arca::cryptoIsChanging() noexcept
+{
+    return writers != 0;
 }
 
 extern "C" {
@@ -74,30 +138,35 @@ CRYPTO_RWLOCK *CRYPTO_THREAD_lock_new(void)
     return lock;
 }
 
-int CRYPTO_THREAD_read_lock(CRYPTO_RWLOCK *lock)
+int CRYPTO_THREAD_read_lock(CRYPTO_RWLOCK *given)
 {
-    return pthread_rwlock_rdlock(&ours(lock).system) == 0 ? 1 : 0;
+    Lock *const lock = ours(given);
+    return lock != nullptr && pthread_rwlock_rdlock(&lock->system) == 0 ? 1 : 0;
 }
 
 int CRYPTO_THREAD_write_lock(CRYPTO_RWLOCK *given)
 {
-    Lock &lock = ours(given);
+    Lock *const lock = ours(given);
+    if (lock == nullptr)
+        return 0;
     ++writers;
-    if (pthread_rwlock_wrlock(&lock.system) != 0) {
+    if (pthread_rwlock_wrlock(&lock->system) != 0) {
         --writers;
         return 0;
     }
-    lock.written = true;
+    lock->written = true;
     return 1;
 }
 
 int CRYPTO_THREAD_unlock(CRYPTO_RWLOCK *given)
 {
-    Lock &lock = ours(given);
-    const bool written = lock.written;
+    Lock *const lock = ours(given);
+    if (lock == nullptr)
+        return 0;
+    const bool written = lock->written;
     if (written)
-        lock.written = false;
-    const int done = pthread_rwlock_unlock(&lock.system) == 0 ? 1 : 0;
+        lock->written = false;
+    const int done = pthread_rwlock_unlock(&lock->system) == 0 ? 1 : 0;
     if (written)
         --writers;
     return done;
@@ -107,7 +176,7 @@ void CRYPTO_THREAD_lock_free(CRYPTO_RWLOCK *lock)
 {
     if (lock == nullptr)
         return;
-    (void)pthread_rwlock_destroy(&ours(lock).system);
+    (void)pthread_rwlock_destroy(&ours(lock)->system);
     OPENSSL_free(lock);
 }
 
@@ -117,24 +186,38 @@ int CRYPTO_THREAD_run_once(CRYPTO_ONCE *once, void (*work)(void))
     return pthread_once(once, work) == 0 ? 1 : 0;
 }
 
-int CRYPTO_THREAD_init_local(CRYPTO_THREAD_LOCAL *key, void (*cleanUp)(void *))
+int CRYPTO_THREAD_init_local(CRYPTO_THREAD_LOCAL *key, CleanUp cleanUp)
 {
-    return pthread_key_create(key, cleanUp) == 0 ? 1 : 0;
+    for (unsigned at = 0; at < kValues; ++at) {
+        unsigned made = kinds[at].made;
+        if (made % 2 == 0 && kinds[at].made.compare_exchange_strong(made, made + 1)) {
+            kinds[at].cleanUp = cleanUp;
+            *key = at;
+            return 1;
+        }
+    }
+    return 0;
 }
 
 void *CRYPTO_THREAD_get_local(CRYPTO_THREAD_LOCAL *key)
 {
-    return pthread_getspecific(*key);
+    const Value &value = values[*key];
+    return value.made == kinds[*key].made ? value.content : nullptr;
 }
 
-int CRYPTO_THREAD_set_local(CRYPTO_THREAD_LOCAL *key, void *value)
+int CRYPTO_THREAD_set_local(CRYPTO_THREAD_LOCAL *key, void *content)
 {
-    return pthread_setspecific(*key, value) == 0 ? 1 : 0;
+    values[*key] = {content, kinds[*key].made};
+    if (content != nullptr && kinds[*key].cleanUp != nullptr && hasEnding())
+        (void)pthread_setspecific(static_cast<pthread_key_t>(ending.load()), values);
+    return 1;
 }
 
 int CRYPTO_THREAD_cleanup_local(CRYPTO_THREAD_LOCAL *key)
 {
-    return pthread_key_delete(*key) == 0 ? 1 : 0;
+    kinds[*key].cleanUp = nullptr;
+    ++kinds[*key].made;
+    return 1;
 }
 
 CRYPTO_THREAD_ID CRYPTO_THREAD_get_current_id(void)

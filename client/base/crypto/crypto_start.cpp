@@ -2,6 +2,8 @@
 #include "client/base/crypto/crypto_start.h"
 
 #include "client/base/crypto/crypto_locks.h"
+#include "common/thrd/psmutex.h"
+#include "common/thrd/psprocess.h"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
@@ -123,21 +125,36 @@ bool useAll()
 // What libcrypto knows of algorithms (names, providers, methods found) hangs on a library context.
 // A child whose parent was at work on it leaves it as it is, perhaps half changed, and begins with
 // another.
-constinit std::atomic<bool> watching = false, torn = false;
+constinit std::atomic<bool> torn = false;
 constinit std::atomic<OSSL_LIB_CTX *> another = nullptr;
 
-/// In a forked child, which has no other thread yet.
-void afterFork()
+/// In a forked child, once, before any of its threads calls libcrypto. When another fork interrupts
+/// it, that one's child does it whole: `starting` and the writers are forgotten last.
+void beginInChild()
 {
-    const bool changing = freeCryptoLocks();
-    if (changing || starting != 0) {
+    if (cryptoIsChanging() || starting != 0) {
         torn = true;
         replaced = nullptr; // a table may lie there still
         another = nullptr;
         started = false;
     }
     starting = 0;
+    freeCryptoLocks();
 }
+
+/// A child knows itself by its process when it first gets ready. The handler of forks does it
+/// earlier, for what ends or frees without getting ready; it is not called in the child of a fork
+/// that was under way when the library was loaded.
+constinit psProcessMark process;
+
+void knowProcess()
+{
+    process.adopt(beginInChild);
+}
+
+// Its own handler comes first, as the identity of the process hangs on it.
+[[maybe_unused]] const bool watched =
+    (psProcessSelf() != 0) && pthread_atfork(nullptr, nullptr, knowProcess) == 0;
 
 /// Lets this thread work with the context that is sound in this process.
 bool useContext()
@@ -163,10 +180,6 @@ bool useContext()
 
 bool start()
 {
-    // Twice does no harm: another thread may come here meanwhile.
-    if (!watching && pthread_atfork(nullptr, nullptr, afterFork) != 0)
-        return false;
-    watching = true;
     ++starting;
     // Before libcrypto takes any memory; each further time it says the same.
     (void)CRYPTO_set_mem_functions(take, resize, giveBack);
@@ -185,6 +198,7 @@ bool start()
 bool cryptoReady() noexcept
 {
     ranShort = false;
+    knowProcess();
     return started ? useContext() : start();
 }
 

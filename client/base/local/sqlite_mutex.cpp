@@ -1,8 +1,11 @@
 // Recursive mutexes of the system, static and allocated: see the header.
 #include "client/base/local/sqlite_mutex.h"
 
+#include "common/thrd/psmutex.h"
+
 #include <sqlite3.h>
 
+#include <iterator>
 #include <new>
 #include <pthread.h>
 
@@ -18,6 +21,7 @@ namespace
 
 constexpr int kFirstStatic = SQLITE_MUTEX_RECURSIVE + 1, kStatics = 16;
 sqlite3_mutex statics[kStatics];
+constinit psProcessMark process; // that the static ones belong to
 
 void make(sqlite3_mutex &mutex)
 {
@@ -29,7 +33,7 @@ void make(sqlite3_mutex &mutex)
     (void)pthread_mutexattr_destroy(&attributes);
 }
 
-/// Runs at the start, and in a child at the fork, when the child has this thread only.
+/// Runs at the start, and in a child before it first takes one of them.
 void makeStatics()
 {
     for (sqlite3_mutex &mutex : statics)
@@ -39,7 +43,7 @@ void makeStatics()
 int begin()
 {
     makeStatics();
-    return pthread_atfork(nullptr, nullptr, makeStatics) == 0 ? SQLITE_OK : SQLITE_NOMEM;
+    return SQLITE_OK;
 }
 
 int end()
@@ -63,13 +67,23 @@ void release(sqlite3_mutex *mutex)
     delete mutex;
 }
 
+/// No handler of forks does it: one that is registered while a fork is under way is not called in
+/// its child.
+void adopt(const sqlite3_mutex *mutex)
+{
+    if (mutex >= std::begin(statics) && mutex < std::end(statics))
+        process.adopt(makeStatics);
+}
+
 void enter(sqlite3_mutex *mutex)
 {
+    adopt(mutex);
     (void)pthread_mutex_lock(&mutex->system);
 }
 
 int tryEnter(sqlite3_mutex *mutex)
 {
+    adopt(mutex);
     return pthread_mutex_trylock(&mutex->system) == 0 ? SQLITE_OK : SQLITE_BUSY;
 }
 

@@ -8,9 +8,9 @@ struct sqlite3_mutex_methods;
 namespace arca
 {
 
-/// Returns the table for SQLITE_CONFIG_MUTEX, which is never destroyed. From its first use by
-/// SQLite on, every forked child makes the static mutexes again. What such a mutex guarded may be
-/// half changed in the child: sqlite_host.h says what a child may use.
+/// Returns the table for SQLITE_CONFIG_MUTEX, which is never destroyed. A forked child
+/// makes the static mutexes again before it takes the first of them. What such a mutex guarded may
+/// be half changed in the child: sqlite_host.h says what a child may use.
 const sqlite3_mutex_methods &forkedMutexes();
 
 } // namespace arca

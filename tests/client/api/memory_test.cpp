@@ -1,6 +1,7 @@
 // A host that runs out of memory in the middle of an operation: whichever allocation fails, the
 // operation says so or goes on without, the process lives, and what was acknowledged is stored.
 #include "tests/client/api/client_fixture.h"
+#include "tests/support/child.h"
 #include "tests/support/host_locale.h"
 
 #include <algorithm>
@@ -9,7 +10,10 @@
 #include <dlfcn.h>
 #include <functional>
 #include <link.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 // The library takes its memory from the host, and the functions of this host can run out of it, for
@@ -23,9 +27,17 @@ static std::atomic<bool> scarce = false;
 static std::atomic<long> left = 0;     // allocations that succeed while memory is scarce
 static std::atomic<bool> once = false; // and all others behind the first that fails
 
+// The library's allocation of that number stops its thread, for good in a child that is forked
+// then.
+static std::atomic<long> untilStop = 0;
+static std::atomic<bool> stopped = false;
+
 static bool isGranted(const void *caller)
 {
     const bool ours = library <= caller && caller < libraryEnd;
+    if (ours && untilStop > 0 && --untilStop == 0)
+        for (stopped = true; stopped;)
+            (void)sched_yield();
     if (!ours || !scarce)
         return true;
     const long before = left.fetch_sub(1);
@@ -56,6 +68,15 @@ extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attribute
         reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
     return refusesThreads ? EAGAIN : next(thread, attributes, body, argument);
 }
+
+// What the host does when it forks, before anything of the library's.
+static void (*whileForking)() = nullptr;
+static const int watchesForks = pthread_atfork(
+    [] {
+        if (whileForking != nullptr)
+            whileForking();
+    },
+    nullptr, nullptr);
 
 namespace keel::test
 {
@@ -307,6 +328,57 @@ TEST_F(MemoryTest, AFirstLogonThatFailsForWantOfMemoryCanBeRepeated)
         ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) < 2) << granted;
         failed = WEXITSTATUS(status) == 1;
     }
+}
+
+/// The code of a process's first logon.
+int firstLogon(const ClientLibrary &api)
+{
+    hoxInitExIn_t start{};
+    start.stVersion = HOX_INITEX_IN_VERSION;
+    hoxInitExOut_t started{};
+    hoxHandle_t handle = 0;
+    return api.hoxInitEx(&handle, &start, &started);
+}
+
+TEST_F(MemoryTest, AFirstLogonNeedsNoKeyForTheStorageOfThreads)
+{
+    for (const std::size_t free : {0U, 1U, 2U, 3U, 4U})
+        EXPECT_EQ(0, inChild([&] {
+                      std::vector<pthread_key_t> keys;
+                      for (pthread_key_t key = 0; pthread_key_create(&key, nullptr) == 0;)
+                          keys.push_back(key);
+                      for (std::size_t i = 0; i < free; ++i)
+                          pthread_key_delete(keys[i]);
+                      return firstLogon(api_);
+                  }))
+            << free;
+}
+
+// The host's handler takes its time, and another thread has got that far in its first logon.
+TEST_F(MemoryTest, AChildForkedDuringAFirstLogonCanLogOn)
+{
+    static const ClientLibrary *api = nullptr;
+    static long at = 0;
+    ASSERT_EQ(watchesForks, 0);
+    api = &api_;
+    for (at = 32; at < 8192; at *= 2)
+        EXPECT_EQ(0, inChild([] {
+                      whileForking = [] {
+                          whileForking = nullptr;
+                          std::thread([] {
+                              untilStop = at;
+                              (void)firstLogon(*api);
+                              stopped = true; // it took less
+                          }).detach();
+                          while (!stopped)
+                              (void)sched_yield();
+                      };
+                      return inChild([] {
+                          alarm(60); // or a wait for the parent's thread would last for long
+                          return firstLogon(*api);
+                      });
+                  }))
+            << at;
 }
 
 } // namespace
