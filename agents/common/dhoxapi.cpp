@@ -1,7 +1,9 @@
 // The binding's state, and the operations that do more than call.
 #include "agents/common/dhoxapi.h"
 
+#include <cstddef>
 #include <cstring>
+#include <new>
 
 #include "agents/common/callpin.h"
 #include "common/cu/cu64.h"
@@ -23,11 +25,15 @@ public:
     int Cleanup() override { return 0; }
 };
 
+/// Made as the library is loaded, and never destroyed. A static that the first call makes would
+/// hang a child that is forked meanwhile.
+alignas(NothingLoaded) std::byte room[sizeof(NothingLoaded)];
+NothingLoaded &nothingLoaded = *new (room) NothingLoaded;
+
 } // namespace
 
 DHoxApi &hoxApi()
 {
-    static NothingLoaded nothingLoaded;
     return !callShutOut() && gHoxApiObjP != nullptr ? *gHoxApiObjP : nothingLoaded;
 }
 

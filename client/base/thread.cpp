@@ -36,10 +36,16 @@ private:
 
 } // namespace
 
+namespace
+{
+pthread_key_t made; // set where the storage is; looking at it allocates nothing
+/// As the library is loaded: a static that the first call initialises would hang a child that is
+/// forked meanwhile.
+const bool hasKey = pthread_key_create(&made, nullptr) == 0;
+} // namespace
+
 bool prepareThreadStorage() noexcept
 {
-    static pthread_key_t made; // set where the storage is; looking at it allocates nothing
-    static const bool hasKey = pthread_key_create(&made, nullptr) == 0;
     if (hasKey && pthread_getspecific(made) != nullptr)
         return true;
     constexpr std::size_t kEnough = std::size_t{64} << 10;

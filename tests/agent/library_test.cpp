@@ -70,9 +70,18 @@ TEST(LibraryTest, MakesNoObjectsAtTheLoad)
              wordsAfter("_GLOBAL__sub_I_", run({"nm", library.string()}).out))
             if (const auto end = file.find(".cpp"); end != std::string::npos)
                 files.insert(file.substr(0, end));
-    EXPECT_EQ((std::set<std::string>{"crypto_locks", "crypto_start", "cutime", "own_descriptor",
-                                     "retained"}),
+    EXPECT_EQ((std::set<std::string>{"crypto_locks", "crypto_start", "cutime", "dhoxapi",
+                                     "mtsession", "own_descriptor", "retained", "thread"}),
               files);
+}
+
+// A child that is forked while a thread makes such an object waits for that thread for ever.
+TEST(LibraryTest, MakesNoStaticObjectInItsFirstUse)
+{
+    for (const auto &library : {keel::test::agentLibrary(), keel::test::clientLibrary()})
+        for (const std::string &object :
+             wordsAfter("guard variable for ", run({"nm", "-C", library.string()}).out))
+            EXPECT_TRUE(object.starts_with("std::")) << object;
 }
 
 TEST(LibraryTest, NeedsOnlyTheSystem)

@@ -2,6 +2,8 @@
 #include "agents/common/maint/mtsession.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <new>
 
 #include "agents/common/unx/pslumo.h"
 #include "agents/common/unx/sun/dhoxapidl.h"
@@ -10,12 +12,10 @@
 namespace
 {
 
-/// Never destroyed: other static objects may call the client until the process ends.
-DHoxApiDL &binding()
-{
-    static auto *const api = new DHoxApiDL("ARCA");
-    return *api;
-}
+/// Never destroyed: other static objects may call the client until the process ends. Made at the
+/// start: a static that the first call makes would hang a child that is forked meanwhile.
+alignas(DHoxApiDL) std::byte room[sizeof(DHoxApiDL)];
+DHoxApiDL &binding = *new (room) DHoxApiDL;
 
 int fillEnvironment(envSetUp &env, const std::string &optionFile)
 {
@@ -35,18 +35,18 @@ int fillEnvironment(envSetUp &env, const std::string &optionFile)
 
 mtCall mtApi()
 {
-    return mtCall(binding());
+    return mtCall(binding);
 }
 
 DBaseApiStatus *mtStatus()
 {
-    static auto *const status = new DHoxApiStatus;
-    return status;
+    static constinit DHoxApiStatus status;
+    return &status;
 }
 
 int mtSetUp(const std::string &optionFile)
 {
-    if (const int rc = binding().Setup(); rc != 0) {
+    if (const int rc = binding.Setup(); rc != 0) {
         return rc;
     }
     envSetUp env{};
