@@ -25,8 +25,8 @@ inline bool trTest(trClass which) noexcept
 
 /// Closes an earlier trace file and starts the trace to a file, or to STDOUT, STDERR or CONSOLE (in
 /// any case); writes the "Trace begun" lines when writeBegun is not 0 and no earlier call since
-/// trEnd wrote them. A file is appended to, whatever it holds; one that wraps must be empty or such
-/// a trace (else TR_RC_OPEN) and switches TR_TIMESTAMP and TR_PREFIX on. Returns 0 or a code of
+/// trEnd wrote them. A file is appended to; it must be new, empty or such a trace, and readable
+/// (else TR_RC_OPEN). One that wraps switches TR_TIMESTAMP and TR_PREFIX on. Returns 0 or a code of
 /// tracewords.h; then no file is open and every class is off.
 unsigned trBegin(const char *fileName, int writeBegun) noexcept;
 

@@ -49,31 +49,50 @@ bool traceFile_t::openStream(int stream) noexcept
     return true;
 }
 
+// A name that is misspelt in the option file may be that of the host's data, or of our own keys.
 bool traceFile_t::openPlain() noexcept
 {
-    descriptor = psFileOpenDescriptor(fileName, O_WRONLY | O_CREAT | O_APPEND);
+    descriptor = psFileOpenDescriptor(fileName, O_RDWR | O_CREAT | O_APPEND);
     if (descriptor < 0)
         return false;
     kind = Kind::plain;
-    char banner[160];
-    const int length = std::snprintf(banner, sizeof banner,
-                                     "ARCA Trace   %s\nBuild Date: %s\nBEGINNING NEW TRACE\n\n",
-                                     traceProduct, traceBuildDate);
-    if (write(banner, static_cast<std::size_t>(length)))
+    if (traceIsOurs(descriptor) && writeBanner())
         return true;
     close();
     return false;
 }
 
+bool traceFile_t::writeBanner() noexcept
+{
+    char banner[160];
+    const int length = std::snprintf(banner, sizeof banner,
+                                     "ARCA Trace   %s\nBuild Date: %s\nBEGINNING NEW TRACE\n\n",
+                                     traceProduct, traceBuildDate);
+    return writePlain(banner, static_cast<std::size_t>(length));
+}
+
+bool traceFile_t::writePlain(const char *line, std::size_t length) noexcept
+{
+    struct stat file {
+    };
+    return fstat(descriptor, &file) == 0 && psWithinFileLimit(file.st_size, length) != 0 &&
+           psWriteAll(descriptor, line, length);
+}
+
+// A file that was emptied meanwhile gets its tag again, without which no process would go on with
+// it.
+bool traceFile_t::isEmptied() const noexcept
+{
+    struct stat file {
+    };
+    return fstat(descriptor, &file) == 0 && S_ISREG(file.st_mode) && file.st_size == 0;
+}
+
 bool traceFile_t::write(char *line, std::size_t length) noexcept
 {
     switch (kind) {
-    case Kind::plain: {
-        struct stat file {
-        };
-        return fstat(descriptor, &file) == 0 && psWithinFileLimit(file.st_size, length) != 0 &&
-               psWriteAll(descriptor, line, length);
-    }
+    case Kind::plain:
+        return (!isEmptied() || writeBanner()) && writePlain(line, length);
     case Kind::stream:
         return psWriteAll(descriptor, line, length);
     case Kind::console:

@@ -15,7 +15,8 @@ public:
     constexpr traceFile_t() noexcept = default;
 
     /// Closes what was open and opens the destination of that name; console may be null. Returns 0,
-    /// or TR_RC_NAME or TR_RC_OPEN with nothing open.
+    /// or TR_RC_NAME or TR_RC_OPEN with nothing open. A file that is neither empty nor a trace is
+    /// left as it is: TR_RC_OPEN.
     unsigned open(const char *name, const traceLimits_t &limits, trConsoleFn console) noexcept;
     bool isOpen() const noexcept { return kind != Kind::none; }
     bool wraps() const noexcept { return kind == Kind::wrapping; }
@@ -34,6 +35,9 @@ private:
     enum class Kind { none, plain, stream, console, wrapping };
 
     bool openPlain() noexcept;
+    bool writeBanner() noexcept;
+    bool writePlain(const char *line, std::size_t length) noexcept;
+    bool isEmptied() const noexcept;
     bool openStream(int stream) noexcept;
 
     Kind kind = Kind::none;

@@ -24,7 +24,7 @@ enum trClass : unsigned {
 
 constexpr unsigned TR_RC_NAME = 406; // no file name, or longer than 260 characters
 constexpr unsigned TR_RC_FLAG = 419; // an unknown trace flag
-constexpr unsigned TR_RC_OPEN = 426; // the trace file cannot be opened or written
+constexpr unsigned TR_RC_OPEN = 426; // the trace file cannot be opened or written, or is none
 
 /// Receives what is traced to CONSOLE, one text after the other; the text is valid during the call
 /// only.

@@ -89,15 +89,6 @@ bool readHeader(int descriptor, Header &header) noexcept
            header.position <= static_cast<std::uint64_t>(file.st_size);
 }
 
-// True for an empty file, and for one that was cut within its tag.
-bool isTrace(int descriptor) noexcept
-{
-    char bytes[tagText.size()];
-    const ssize_t length = pread(descriptor, bytes, sizeof bytes, 0);
-    return length >= 0 &&
-           tagText.starts_with(std::string_view(bytes, static_cast<std::size_t>(length)));
-}
-
 // False with EAGAIN when another process keeps the lock for long. Any other failure counts as
 // success: on a file system without locks, lines that overwrite each other are better than no
 // trace.
@@ -108,6 +99,14 @@ bool lockFile(int descriptor) noexcept
     return rc != EAGAIN;
 }
 } // namespace
+
+bool traceIsOurs(int descriptor) noexcept
+{
+    char bytes[tagText.size()];
+    const ssize_t length = pread(descriptor, bytes, sizeof bytes, 0);
+    return length >= 0 &&
+           tagText.starts_with(std::string_view(bytes, static_cast<std::size_t>(length)));
+}
 
 unsigned traceLimits_t::segments() const noexcept
 {
@@ -161,7 +160,7 @@ bool traceWrap_t::openSegment(unsigned number) noexcept
     const int opened = psFileOpenDescriptor(path, O_RDWR | O_CREAT);
     if (opened < 0)
         return false;
-    if (!isTrace(opened)) {
+    if (!traceIsOurs(opened)) {
         ::close(opened);
         errno = EINVAL;
         return false;
@@ -241,7 +240,7 @@ bool traceWrap_t::locate(off_t &dataStart, off_t &position) noexcept
     const auto usable = [&] {
         return readHeader(descriptor, header) && adopt(header.maximum, header.size);
     };
-    if (!usable() && (!isTrace(descriptor) || !beginAnew(0) || !usable()))
+    if (!usable() && (!traceIsOurs(descriptor) || !beginAnew(0) || !usable()))
         return false;
     dataStart = header.dataStart;
     position = static_cast<off_t>(header.position);

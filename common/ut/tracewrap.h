@@ -27,6 +27,10 @@ struct traceLimits_t {
 constexpr char traceEndMarker[] = "\nEND OF DATA\n\n";
 constexpr std::size_t traceEndLength = sizeof traceEndMarker - 1;
 
+/// Whether lines may be written to a file: it begins with the tag of a trace, is empty, or was cut
+/// within its tag. The descriptor is open for reading.
+bool traceIsOurs(int descriptor) noexcept;
+
 class traceWrap_t
 {
 public:

@@ -239,14 +239,21 @@ TEST_F(Trace, WrapsWithinItsMaximumAndGoesOnWhereItEnded)
 TEST_F(Trace, ChangesNoFileThatIsNotItsOwn)
 {
     const std::string data = "ARCA Trade\n" + std::string(3 * megabyte, 'd');
-    for (const unsigned megabytes : {1U, 2000U}) {
+    for (const unsigned megabytes : {0U, 1U, 2000U}) {
         SCOPED_TRACE(megabytes);
-        const char *suffix = megabytes == 1 ? "" : ".1";
+        const char *suffix = megabytes < 2000 ? "" : ".1";
         writeFile(file() + suffix, data);
         EXPECT_EQ(begin(megabytes), TR_RC_OPEN);
         EXPECT_FALSE(trActive());
         EXPECT_EQ(content(suffix), data);
     }
+    // A trace that is emptied while it is used stays one.
+    writeFile(file(), "");
+    ASSERT_EQ(begin(), 0U);
+    writeFile(file(), "");
+    writeLines(1, 1);
+    ASSERT_EQ(begin(), 0U);
+    EXPECT_EQ(countOf(content(), "ARCA Trace   "), 2U);
     // One that stands where the next segment is to be ends the trace.
     writeFile(file() + ".1", "");
     writeFile(file() + ".2", data);
