@@ -104,7 +104,7 @@ std::int16_t hoxDeleteFS(hoxHandle_t handle, const char *fsName, std::uint8_t re
             ARCA_TRY(const auto now, session.space->filespace(name));
             return now && now->registration == registration;
         }));
-        auto deleted = session.space->deleteFilespace(name);
+        auto deleted = session.space->deleteFilespace(name, registration);
         if (!deleted && deleted.error().kind == ErrorKind::notFound)
             return refused(HOX_RC_FS_UNKNOWN, std::move(deleted).error().text);
         ARCA_CHECK(std::move(deleted));

@@ -156,7 +156,8 @@ Result<void> NodeRegistry::registerNode(const std::string &node, std::string_vie
         place = {node, layout_, found.number};
     ARCA_TRY(const NodeKeys keys, newNodeKeys());
     ARCA_TRY(const NodeRecord made, makeNodeRecord(place, password, keys, *recovery));
-    auto written = found.place.write(found.number, encodeNodeRecord(made));
+    // The state before says that a node was removed.
+    auto written = found.place.end(found.number, encodeNodeRecord(made));
     if (!written && written.error().kind == ErrorKind::conflict)
         return taken;
     return written;

@@ -195,7 +195,8 @@ Result<void> Policy::define(ManagementClass fresh)
     ARCA_TRY(Known before, read(fresh.name));
     if (fresh.isDefault() || (before.state && !before.state->retired))
         return known;
-    auto written = before.record.write(before.number, encodeManagementClass(fresh));
+    // Else what was said before its deletion would hold again when this state is lost.
+    auto written = before.record.end(before.number, encodeManagementClass(fresh));
     if (!written && written.error().kind == ErrorKind::conflict)
         return known;
     return written;

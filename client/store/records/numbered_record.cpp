@@ -77,7 +77,8 @@ Result<void> NumberedRecord::write(std::uint32_t number, ByteView bytes)
 Result<void> NumberedRecord::end(std::uint32_t number, ByteView bytes)
 {
     ARCA_CHECK(write(number, bytes));
-    return removeUpTo(number);
+    (void)removeUpTo(number);
+    return {};
 }
 
 Result<void> NumberedRecord::removeUpTo(std::uint32_t number)

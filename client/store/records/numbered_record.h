@@ -55,8 +55,8 @@ public:
     Result<void> write(std::uint32_t number, ByteView bytes);
 
     /// As write(), and deletes all states before. The last state stays for good, so that no number
-    /// is ever given again: a change that was begun before meets it, however late. When only the
-    /// deleting fails, that is returned, and the new state holds.
+    /// is ever given again: a change that was begun before meets it, however late. States before
+    /// that cannot be deleted now stay, as the new one holds: the next change tries again.
     Result<void> end(std::uint32_t number, ByteView bytes);
 
     /// Deletes the states up to `number`. A reader that was listing them meanwhile may find none,

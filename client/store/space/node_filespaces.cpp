@@ -24,6 +24,7 @@ namespace
 constexpr int kMaxAttempts = 1000;
 constexpr std::size_t kHashBytesInNames = 16;
 constexpr std::size_t kKeptBytes = std::size_t{256} << 10;
+constexpr std::uint32_t kNeverCountedTo = 0x8000'0000;
 
 Error unregistered(const std::string &name, ErrorKind kind)
 {
@@ -49,9 +50,14 @@ Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &na
     ARCA_TRY(NumberedRecord record, filespaceRecord(name));
     FilespaceState state{std::move(record), 0, std::nullopt};
     const auto known = [&]() -> Result<std::optional<Filespace>> {
-        ARCA_TRY(const auto latest, state.record.latest());
+        ARCA_TRY(auto latest, state.record.latest());
+        if (!latest) {
+            // The listing met a registration that had removed the states before.
+            ARCA_TRY(latest, state.record.latest());
+        }
         if (!latest)
             return std::optional<Filespace>();
+        state.number = latest->number; // what is written next is a change of what was read here
         ARCA_TRY(Filespace found, decodeFilespaceState(*latest, RecordSeal(*domain_)));
         if (found.node != node_ || found.name != name)
             return Error{ErrorKind::damaged, "it is another one than its place says"};
@@ -59,7 +65,9 @@ Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &na
     }();
     if (!known && known.error().kind != ErrorKind::damaged)
         return known.error();
-    ARCA_TRY(state.number, state.record.newestNumber());
+    if (!known) {
+        ARCA_TRY(state.number, state.record.newestNumber());
+    }
     state.filespace = known ? *known : standIn(name, state.number);
     return state;
 }
@@ -69,7 +77,6 @@ Result<NodeSpace::FilespaceState> NodeSpace::readFilespace(const std::string &na
 /// Verifying names the damaged one.
 Filespace NodeSpace::standIn(const std::string &name, std::uint32_t number) const
 {
-    constexpr std::uint32_t kNeverCountedTo = 0x8000'0000;
     Filespace filespace;
     filespace.node = node_;
     filespace.name = name;
@@ -96,8 +103,10 @@ Result<void> NodeSpace::registerFilespace(const Filespace &filespace)
     const Error known{ErrorKind::exists,
                       "the filespace " + printable(filespace.name) + " is registered already"};
     ARCA_TRY(FilespaceState before, readFilespace(filespace.name));
-    if (before.filespace && !before.filespace->deleted)
+    if (before.filespace && !before.filespace->deleted) {
+        ARCA_CHECK(keepRegistration(before));
         return known;
+    }
     ARCA_CHECK(expectNode());
     Filespace own = filespace;
     own.node = node_;
@@ -108,10 +117,52 @@ Result<void> NodeSpace::registerFilespace(const Filespace &filespace)
         ARCA_CHECK(emptyFilespace(own.name));
         own.registration = before.filespace->registration + 1;
     }
-    auto written = before.record.write(before.number, encodeFilespace(own));
+    // The state before says that it is deleted, which must not hold again when this one is lost.
+    auto written = before.record.end(before.number, encodeFilespace(own));
     if (!written && written.error().kind == ErrorKind::conflict)
         return known;
-    return written;
+    ARCA_CHECK(std::move(written));
+    auto still = expectNode();
+    if (!still)
+        takeBackIfNodeIsGone(before.record, before.number + 1);
+    return still;
+}
+
+/// Who registered it may have died before the state was durable, and before what said that it is
+/// deleted was gone. Once in a session: later states of a registration follow this one.
+Result<void> NodeSpace::keepRegistration(FilespaceState &state)
+{
+    const std::pair key(state.filespace->name, state.filespace->registration);
+    if (kept_.contains(key))
+        return {};
+    auto synced = store_.sync(state.record.nameOf(state.number));
+    // Superseded meanwhile, by one that is durable.
+    if (!synced && synced.error().kind != ErrorKind::notFound)
+        return synced;
+    if (state.filespace->registration < kNeverCountedTo) // no stand-in
+        (void)state.record.removeUpTo(state.number - 1);
+    kept_.insert(key);
+    return {};
+}
+
+/// A removal that may still be given up has left the state of the node before it, and what was
+/// stored here would be lost with the record.
+void NodeSpace::takeBackIfNodeIsGone(NumberedRecord &record, std::uint32_t number)
+{
+    const auto key = nodeKey(node_);
+    if (!key)
+        return;
+    NumberedRecord node(store_, "nodes/" + *key);
+    const auto newest = node.newestNumber();
+    if (!newest || *newest == 0)
+        return;
+    const auto before = store_.open(node.nameOf(*newest - 1));
+    if (before || before.error().kind != ErrorKind::notFound)
+        return;
+    // Given up, it has a later state before the others go.
+    const auto now = node.newestNumber();
+    if (now && *now == *newest && !expectNode())
+        (void)record.removeUpTo(number);
 }
 
 Result<void> NodeSpace::updateFilespace(const std::string &name,
@@ -129,12 +180,29 @@ Result<void> NodeSpace::updateFilespace(const std::string &name,
     }
 }
 
-Result<void> NodeSpace::deleteFilespace(const std::string &name)
+/// A late one must not delete what was registered since.
+Result<void> NodeSpace::markDeleted(const std::string &name, std::uint32_t registration)
 {
+    for (int attempt = 0;; ++attempt) {
+        ARCA_TRY(FilespaceState state, readFilespace(name));
+        if (!state.filespace || state.filespace->deleted ||
+            state.filespace->registration != registration)
+            return unregistered(name, ErrorKind::notFound);
+        state.filespace->deleted = true;
+        auto written = state.record.write(state.number, encodeFilespace(*state.filespace));
+        if (written || written.error().kind != ErrorKind::conflict || attempt == kMaxAttempts)
+            return written;
+    }
+}
+
+Result<void> NodeSpace::deleteFilespace(const std::string &name, std::optional<std::uint32_t> only)
+{
+    if (!only) {
+        ARCA_TRY(const auto known, filespace(name));
+        only = known ? known->registration : 0;
+    }
     ARCA_TRY(const auto turn, lockChanges());
-    const auto deleted = blob::withReserve(store_, [&] {
-        return updateFilespace(name, [](Filespace &known) { known.deleted = true; });
-    });
+    const auto deleted = blob::withReserve(store_, [&] { return markDeleted(name, *only); });
     if (!deleted && deleted.error().kind != ErrorKind::notFound)
         return deleted;
     // Deleted already, or just now. What cannot be freed now is found again, and shows nowhere.
@@ -148,19 +216,38 @@ Result<void> NodeSpace::emptyFilespace(const std::string &name)
     ARCA_TRY(const FilespaceState state, readFilespace(name));
     if (!state.filespace || !state.filespace->deleted)
         return {};
+    Result<void> all;
     // Removed pieces of it stay where they are.
-    return visitManifests(store_, key_, [&](const StoredManifest &stored) -> Result<void> {
+    ARCA_CHECK(visitManifests(store_, key_, [&](const StoredManifest &stored) -> Result<void> {
         if (stored.place == ManifestPlace::removed)
             return {};
         auto manifest = readOwn(stored.blob, stored.blobName);
-        // One that cannot be read may be another filespace's: it is left to be looked into.
-        if (!manifest && isUnreadable(manifest.error()))
+        auto done = manifest ? Result<void>() : Result<void>(manifest.error());
+        if (manifest && manifest->info.description.name.filespace == name)
+            done = takeFromFilespace(stored, manifest->info, state.filespace->registration);
+        if (!done && isUnreadable(done.error()))
+            done = passOver(stored, done.error());
+        if (!done && isUnreadable(done.error())) { // the others can be taken
+            all = std::move(done);
             return {};
-        ARCA_CHECK(manifest);
-        return manifest->info.description.name.filespace == name
-                   ? takeFromFilespace(stored, manifest->info, state.filespace->registration)
-                   : Result<void>();
-    });
+        }
+        return done;
+    }));
+    return all;
+}
+
+/// What cannot be read may be of that filespace, and would show in a later registration of it when
+/// it can be read again. A damaged one goes to the quarantine; what failed in passing is an error.
+Result<void> NodeSpace::passOver(const StoredManifest &stored, const Error &failure)
+{
+    if (stored.place == ManifestPlace::quarantined)
+        return {};
+    const auto blob = store_.open(stored.blobName);
+    if (!blob)
+        return blob.error().kind == ErrorKind::notFound ? Result<void>() : blob.error();
+    ARCA_TRY(const bool aside, setAsideIfDamaged(**blob, stored.blobName));
+    return aside ? Result<void>()
+                 : inContext(failure, "what may be a piece of a deleted filespace cannot be read");
 }
 
 Result<std::optional<std::uint32_t>> NodeSpace::deletedRegistration(const std::string &name)
@@ -189,15 +276,15 @@ Result<void> NodeSpace::takeFromFilespace(const StoredManifest &stored, const Pi
     auto blob = store_.open(stored.blobName);
     if (!blob)
         return blob.error().kind == ErrorKind::notFound ? Result<void>() : blob.error();
-    const auto id = peekIdentifier(**blob);
-    if (!id || *id != info.id)
+    ARCA_TRY(const PieceId id, peekIdentifier(**blob));
+    if (id != info.id)
         return {}; // another one came under its name
     ARCA_TRY(const bool deleted, isDeleted(info.description.name.filespace, registration));
     if (!deleted)
         return {};
     const auto came = decideComing(info.id, stored.blobName);
-    if (!came) // it shows nowhere, and is left until it can be decided
-        return isUnreadable(came.error()) ? Result<void>() : came.error();
+    if (!came) // a damaged plan cannot be made: it shows nowhere, and is left to be looked into
+        return came.error().kind == ErrorKind::damaged ? Result<void>() : came.error();
     Located located{stored.blobName, std::move(blob).value(), info};
     auto removed = *came ? removeStored(located) : store_.remove(located.blobName, *located.blob);
     if (!removed && removed.error().kind != ErrorKind::notFound)
@@ -234,14 +321,18 @@ Result<bool> NodeSpace::decideComing(PieceId id, const std::string &blobName)
 
 Result<void> NodeSpace::expectFilespaces(std::span<const Sent> pieces)
 {
-    for (const Sent &sent : pieces) {
-        ARCA_TRY(const auto known, filespace(sent.piece->name().filespace));
-        if (!known || known->registration != sent.registration)
-            return Error{ErrorKind::noFilespace, "the filespace " +
-                                                     printable(sent.piece->name().filespace) +
-                                                     " was deleted meanwhile"};
-    }
+    for (const Sent &sent : pieces)
+        ARCA_CHECK(expectRegistered(sent.piece->name().filespace, sent.registration));
     return {};
+}
+
+Result<void> NodeSpace::expectRegistered(const std::string &name, std::uint32_t registration)
+{
+    ARCA_TRY(FilespaceState now, readFilespace(name));
+    if (!now.filespace || now.filespace->deleted || now.filespace->registration != registration)
+        return Error{ErrorKind::noFilespace,
+                     "the filespace " + printable(name) + " was deleted meanwhile"};
+    return keepRegistration(now);
 }
 
 Result<void> NodeSpace::expectNode()
@@ -293,11 +384,8 @@ Result<void> NodeSpace::commit(PieceWriter &piece, std::uint32_t registration)
             giveNameBack(put);
             return takeBack(claimed.error(), 0);
         }
-        const auto now = filespace(put.name.filespace);
-        if (!now || !*now || (*now)->registration != registration)
-            return takeBack(now ? unregistered(put.name.filespace, ErrorKind::noFilespace)
-                                : now.error(),
-                            3); // coming/, pieces/, inactive/
+        if (const auto now = expectRegistered(put.name.filespace, registration); !now)
+            return takeBack(now.error(), 3); // coming/, pieces/, inactive/
         if (const auto still = expectNode(); !still)
             return takeBack(still.error(), 3);
     } catch (const std::bad_alloc &) {

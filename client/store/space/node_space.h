@@ -222,8 +222,9 @@ public:
     /// Deletes it and every piece in it: in one step they all stop showing, then each becomes a
     /// removed piece, which a later registration of the name lets be brought back. What this or an
     /// interrupted deletion could not remove is no error: the next one removes it, or the next
-    /// registration of the filespace. Errors: notFound, also when it is deleted already.
-    Result<void> deleteFilespace(const std::string &name);
+    /// registration of the filespace. `only`: the registration that is meant; nothing: the present
+    /// one when the call begins. Errors: notFound, also when that one is deleted already.
+    Result<void> deleteFilespace(const std::string &name, std::optional<std::uint32_t> only = {});
     /// Returns the last registration of a filespace that is deleted; nothing for any other.
     Result<std::optional<std::uint32_t>> deletedRegistration(const std::string &name);
     /// Returns true when it is deleted, and was not registered again after that registration.
@@ -388,6 +389,9 @@ private:
     /// before this is called is swept by a removal that it does not see.
     Result<void> expectNode();
     Result<void> expectFilespaces(std::span<const Sent> pieces);
+    /// Success when it is registered under that number, and stays so whatever gets lost but that
+    /// state. Errors: noFilespace.
+    Result<void> expectRegistered(const std::string &name, std::uint32_t registration);
     Result<NumberedRecord> filespaceRecord(const std::string &name);
     struct FilespaceState {
         NumberedRecord record;
@@ -395,6 +399,11 @@ private:
         std::optional<Filespace> filespace; // a deleted one, too
     };
     Result<FilespaceState> readFilespace(const std::string &name);
+    Result<void> keepRegistration(FilespaceState &state);
+    /// Takes away the record of a filespace that was registered when the node was gone already.
+    void takeBackIfNodeIsGone(NumberedRecord &record, std::uint32_t number);
+    Result<void> markDeleted(const std::string &name, std::uint32_t registration);
+    Result<void> passOver(const StoredManifest &stored, const Error &failure);
     Filespace standIn(const std::string &name, std::uint32_t number) const;
 
     blob::BlobStore &store_;
@@ -406,6 +415,7 @@ private:
     engine::Settings settings_;
     bool isOwn_ = true;
     mutable KnownPlaces known_;
+    std::set<std::pair<std::string, std::uint32_t>> kept_; // see keepRegistration()
 };
 
 /// Returns the component of blob names (32 digits) that stands for the name of a node; what the

@@ -61,6 +61,7 @@ TEST_F(LateNode, ThatIsRemovedMeanwhileTakesNothingMore)
             if (!host_->hasStopped())
                 break;
             EXPECT_TRUE(!done || shown) << "acknowledged in a node that was removed before";
+            EXPECT_EQ(pathsUnder({"filespaces"}), std::vector<std::string>{}) << "a ghost";
             space_.reset();
             files_.putBack(start_);
             ASSERT_TRUE(open());

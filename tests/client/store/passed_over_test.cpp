@@ -148,6 +148,30 @@ TEST_F(PassedOver, ABlobThatTheDiskFailsToReadHoldsUpNothingElse)
     }
 }
 
+/// It may be a piece of a filespace that was deleted, and would show in a later one.
+TEST_F(PassedOver, AManifestThatCannotBeReadIsInNoLaterFilespace)
+{
+    const store::Filespace filespace{"", "/fs", "ORACLE", "", 0, 0, 0};
+    const std::string path = activeFile(put("x", 'x'));
+    for (const auto how :
+         {test::MemoryFiles::Broken::reading, test::MemoryFiles::Broken::opening}) {
+        files_.breakFile(path, how);
+        (void)space_->deleteFilespace("/fs");
+        const auto registered = space_->registerFilespace(filespace);
+        EXPECT_TRUE(!registered && registered.error().kind == ErrorKind::io);
+        files_.breakFile(path, test::MemoryFiles::Broken::no);
+        const auto before = files_.snapshot();
+        ASSERT_TRUE(space_->registerFilespace(filespace));
+        EXPECT_EQ(state(), "");
+        files_.putBack(before);
+        ASSERT_TRUE(open());
+    }
+    files_.contentOf(path)[70] ^= 1;
+    ASSERT_TRUE(space_->registerFilespace(filespace));
+    EXPECT_EQ(store::verify(*space_, {}, {})->quarantined, 1U);
+    EXPECT_EQ(files_.contentOf(fileUnder("quarantine", "")).size() > 0, true);
+}
+
 TEST_F(PassedOver, ADamagedLogIsNamedAndACopyOfItCountsOnce)
 {
     const auto seal = store::LogSeal::of(space_->dataKey(), 0);

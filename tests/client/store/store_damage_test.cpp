@@ -173,6 +173,57 @@ TEST_F(StoreDamage, ARecordWithoutProofOrFromAnotherPlaceIsRefused)
     EXPECT_EQ(*restore(ids[1]), test::streamOf('n', 3000));
 }
 
+/// Else all pieces would count as deleted again, and a class would keep what it kept then.
+TEST_F(StoreDamage, WhatIsMadeAgainAfterItsDeletionLeavesNoStateOfBefore)
+{
+    const store::Filespace filespace{"", "/fs", "ORACLE", "", 0, 0, 0};
+    store::Policy policy = repository_->policy();
+    const auto statesUnder = [&](const std::string &room) {
+        std::vector<std::string> states;
+        for (const std::string &path : files_.paths())
+            if (path.starts_with("/r/" + room + "/"))
+                states.push_back(path);
+        return states;
+    };
+    const auto standard = statesUnder("classes").size();
+    ASSERT_TRUE(policy.define({"GOLD", "", "POOL"}) && policy.retire("GOLD"));
+    ASSERT_TRUE(policy.define({"GOLD", "", "POOL"}));
+    EXPECT_EQ(statesUnder("classes").size(), standard + 1);
+    // What cannot be removed now makes no failure of what holds.
+    store::NumberedRecord record(repository_->blobs(), "options/other");
+    ASSERT_TRUE(record.write(0, viewOf("one")));
+    files_.breakFile("/r/" + record.nameOf(1), test::MemoryFiles::Broken::opening);
+    EXPECT_TRUE(record.end(1, viewOf("two")));
+    files_.breakFile("/r/" + record.nameOf(1), test::MemoryFiles::Broken::no);
+    ASSERT_TRUE(record.remove());
+
+    ASSERT_TRUE(space_->deleteFilespace("/fs"));
+    const std::string deleted = statesUnder("filespaces").back();
+    const std::string content = files_.contentOf(deleted);
+    ASSERT_TRUE(space_->registerFilespace(filespace));
+    const auto registered = statesUnder("filespaces");
+    ASSERT_EQ(registered.size(), 1U);
+    // Who registers it dies before that is durable and before the other state is gone.
+    for (const bool registers : {true, false}) {
+        ASSERT_TRUE(blob::putWhole(repository_->blobs(), deleted.substr(3), viewOf(content)));
+        ASSERT_TRUE(open());
+        EXPECT_EQ(state(), "");
+        if (registers) {
+            EXPECT_EQ(space_->registerFilespace(filespace).error().kind, ErrorKind::exists);
+        } else {
+            const auto writer = finished("new", test::streamOf('n', 3000));
+            ASSERT_TRUE(writer && space_->commit(**writer, registration_));
+        }
+        EXPECT_EQ(statesUnder("filespaces"), registered);
+    }
+    ASSERT_TRUE(files_.unlink(registered.back()));
+    ASSERT_TRUE(open());
+    EXPECT_EQ(store::verify(*space_, {}, {})->hurtRecords, 1U);
+    EXPECT_FALSE(reclaimAll()) << "nothing may be freed";
+    ASSERT_TRUE(space_->registerFilespace(filespace));
+    expectPiece("new", 'n', 3000);
+}
+
 /// A release that knows no proofs may be at work in a repository of its layout.
 TEST_F(StoreDamage, InARepositoryOfThePresentLayoutRecordsStayAsOlderReleasesReadThem)
 {
