@@ -28,34 +28,79 @@ std::string prefixOf(std::string_view room, const std::string &key)
     return std::string(room) + key + "/";
 }
 
-/// The last state says that the node was removed, and stays. `number`: of the newest state when the
-/// removal began, as another node may have the name by now.
-Result<void> endRecord(blob::BlobStore &store, NumberedRecord &record, std::uint32_t number,
-                       const NodeSummary &known)
+/// Writes that the node was removed, after the state `number`: that of the newest one when the
+/// removal began, as another node may have the name by now. From then on who stores something takes
+/// it back. `last`: the states before go, too.
+Result<void> writeRemoved(blob::BlobStore &store, NumberedRecord &record, std::uint32_t number,
+                          const NodeSummary &known, bool last)
 {
-    NodeRecord last;
-    const std::string &node = last.node = known.name;
-    last.incarnation = known.incarnation;
-    last.removed = true;
-    auto ended =
-        blob::withReserve(store, [&] { return record.end(number, encodeNodeRecord(last)); });
-    if (!ended && ended.error().kind == ErrorKind::conflict)
+    NodeRecord removed;
+    removed.node = known.name;
+    removed.incarnation = known.incarnation;
+    removed.removed = true;
+    const Bytes state = encodeNodeRecord(removed);
+    auto written = blob::withReserve(
+        store, [&] { return last ? record.end(number, state) : record.write(number, state); });
+    if (!written && written.error().kind == ErrorKind::conflict)
         return Error{ErrorKind::conflict,
-                     "the record of node " + printable(node) +
+                     "the record of node " + printable(known.name) +
                          " was changed meanwhile, so nothing was removed; see arca node list"};
-    return ended;
+    return written;
 }
 
-/// What is stored after this look, and before the record ends, is taken back by who stores it.
-/// `number`: of the newest state of the record, which the end of the record relies on.
-Result<void> expectAsShown(blob::BlobStore &store, const NodeSummary &shown, std::uint32_t number)
+Result<void> expectAsShown(blob::BlobStore &store, const NodeSummary &shown)
 {
-    ARCA_TRY(const NodeSummary now, summaryOf(store, shown.name));
-    if (number == shown.number && now.key == shown.key && now.kept == shown.kept)
+    const auto now = summaryOf(store, shown.name);
+    // Of one that kept nothing no more is left than that it was removed.
+    const bool isGone = !now && now.error().kind == ErrorKind::notFound;
+    if (!now && !isGone)
+        return now.error();
+    if (isGone ? shown.kept == 0 : now->key == shown.key && now->kept == shown.kept)
         return {};
     return Error{ErrorKind::conflict, "node " + printable(shown.name) +
                                           " is another one, or keeps something else, since you "
                                           "were asked, so nothing was removed; run it again"};
+}
+
+/// First nothing can be stored any more, then comes the look at what is lost, and then the removal
+/// goes on or is given up: by a state with the next number each time, so that of two that decide
+/// only one does.
+Result<void> endAsShown(blob::BlobStore &store, NumberedRecord &record, const NodeSummary &known,
+                        const NodeSummary &shown)
+{
+    ARCA_TRY(const std::uint32_t number, record.newestNumber());
+    const auto before = record.latest();
+    if (!before && before.error().kind != ErrorKind::damaged)
+        return before.error();
+    if (number != shown.number || (before && *before && (*before)->number != number))
+        return Error{ErrorKind::conflict, "the record of node " + printable(shown.name) +
+                                              " was changed since you were asked, so nothing was "
+                                              "removed; run it again"};
+    ARCA_CHECK(expectAsShown(store, shown));
+    if (!before || !*before) // cannot be given back
+        return writeRemoved(store, record, number, known, true);
+    ARCA_CHECK(writeRemoved(store, record, number, known, false));
+    auto same = expectAsShown(store, shown);
+    if (same) {
+        (void)record.removeUpTo(number);
+        return {};
+    }
+    auto back = blob::withReserve(store, [&] { return record.end(number + 1, (*before)->bytes); });
+    return back || back.error().kind == ErrorKind::conflict
+               ? same
+               : inContext(back.error(), "node " + printable(shown.name) +
+                                             " keeps something else since you were asked; nothing "
+                                             "of it was removed, but its record says that it was");
+}
+
+/// A removal that stopped before it had decided is decided here: it does not give the node back.
+Result<void> endStopped(blob::BlobStore &store, NumberedRecord &record, std::uint32_t number,
+                        const NodeSummary &known)
+{
+    const auto before = store.open(record.nameOf(number - 1));
+    if (!before && before.error().kind == ErrorKind::notFound)
+        return {};
+    return writeRemoved(store, record, number, known, true);
 }
 
 Result<void> deleteFilespace(blob::BlobStore &store, const std::string &prefix)
@@ -133,11 +178,15 @@ Result<NodeRemoval> removeNode(blob::BlobStore &store, const std::string &node,
                                               blob::holderOf(store, "reclaim-" + known.key) +
                                               "; try again when that is over"};
     ARCA_TRY(const auto turn, store.lock("change-" + known.key, "removing the node"));
-    if (shown != nullptr)
-        ARCA_CHECK(expectAsShown(store, *shown, number));
-    // Also of a node whose record got lost.
-    if (known.registered || number == 0)
-        ARCA_CHECK(endRecord(store, record, number, known));
+    const bool ends = known.registered || number == 0; // also when its record got lost
+    if (ends && shown != nullptr)
+        ARCA_CHECK(endAsShown(store, record, known, *shown));
+    else if (ends)
+        ARCA_CHECK(writeRemoved(store, record, number, known, true));
+    else if (shown != nullptr)
+        ARCA_CHECK(expectAsShown(store, *shown));
+    if (!ends)
+        ARCA_CHECK(endStopped(store, record, number, known));
     ARCA_CHECK(deleteFilespaces(store, known.key));
     Sweep sweep(store, step);
     NodeRemoval removal;

@@ -7,6 +7,11 @@
 // records of the filespaces last, by which an unfinished removal is found and finished. The name
 // cannot be registered again before that. A pack that such a channel still publishes keeps the name
 // from being registered, too, and goes with one more removal.
+//
+// When somebody was shown what the node keeps, that is looked at again after the last record is
+// written. If it is something else, the removal is given up: the node's record of before becomes
+// the newest state again. Until that is decided the record of before stays beneath the last one.
+// Killed in between the node stays removed, and the next removal shows what there is.
 #ifndef KEEL_CLIENT_STORE_NODES_NODE_REMOVAL_H
 #define KEEL_CLIENT_STORE_NODES_NODE_REMOVAL_H
 

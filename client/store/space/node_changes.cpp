@@ -186,7 +186,9 @@ Result<void> NodeSpace::decideDone(const ChangePlan &plan, CommitNote &note)
     }
     // The sweep of a removal may have missed the change, and taken what it is about.
     if (const auto still = expectNode(); !still && still.error().kind == ErrorKind::noFilespace)
-        return still;
+        return inContext(still.error(),
+                         "the change was made, and counts only if the removal of the node is "
+                         "given up");
     try {
         // On a full disk, too: what goes is put aside before its old name is free.
         (void)blob::withReserve(store_, [&] { return finishChange(plan); });

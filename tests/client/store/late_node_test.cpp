@@ -101,4 +101,44 @@ TEST_F(LateNode, ARemovalLeavesALaterOneAlone)
     }
 }
 
+/// Somebody was shown what a node keeps, and agreed. What is stored while it is being removed is
+/// refused or makes the removal give up, unless another one finishes that.
+TEST_F(LateNode, ARemovalTakesOnlyWhatWasShown)
+{
+    for (const bool finishes : {false, true})
+        for (int n = 1;; ++n) {
+            SCOPED_TRACE(n);
+            moveToOtherHost();
+            Elsewhere channel(files_);
+            const auto shown = store::summaryOf(repository_->blobs(), "node").value();
+            bool stored = false, finished = false;
+            host_->stopBefore(n, [&] {
+                std::swap(space_, channel.space);
+                const auto writer = this->finished("late", test::streamOf('l', 3000));
+                stored = writer && space_->commit(**writer, registration_);
+                std::swap(space_, channel.space);
+                const auto here = store::Repository::open(blobs(), "test").value();
+                finished =
+                    finishes && store::removeNode(here->blobs(), "node", [](auto) { return true; });
+            });
+            const auto removed = store::removeNode(
+                repository_->blobs(), "node", [](auto) { return true; }, &shown);
+            const bool stopped = host_->hasStopped();
+            const auto here = store::Repository::open(blobs(), "test").value();
+            EXPECT_EQ(here->nodes().isRegistered("node").value(), !removed && !finished);
+            EXPECT_EQ(finished, finishes && stopped);
+            EXPECT_FALSE(removed && stored && !finished) << "it goes without having been shown";
+            if (!removed && !finished) {
+                EXPECT_TRUE(open());
+                expectPiece("kept", 'k', 5000);
+                EXPECT_TRUE(isSound());
+            }
+            space_.reset();
+            files_.putBack(start_);
+            ASSERT_TRUE(open());
+            if (!stopped)
+                break;
+        }
+}
+
 } // namespace
