@@ -106,9 +106,32 @@ Result<void> Grants::give(std::uint32_t rule, const std::string &reader, const P
     Grant grant{rule, readerKey, {}, grantor_, reader};
     ARCA_CHECK(grant.seal(dataKey));
     auto written = blob::putWhole(store_, name, encodeGrant(grant));
-    if (!written && written.error().kind == ErrorKind::exists)
-        return {};
-    return written;
+    if (written || written.error().kind != ErrorKind::exists)
+        return written;
+    // Given already, unless what lies there is damaged: it makes way.
+    const auto there = store_.open(name);
+    if (!there)
+        return there.error().kind == ErrorKind::notFound ? Result<void>() : there.error();
+    const auto known = read(**there, name, grant);
+    if (known || known.error().kind != ErrorKind::damaged)
+        return known ? Result<void>() : known.error();
+    auto removed = store_.remove(name, **there);
+    if (!removed && removed.error().kind != ErrorKind::notFound)
+        return removed;
+    written = blob::putWhole(store_, name, encodeGrant(grant));
+    return !written && written.error().kind == ErrorKind::exists ? Result<void>() : written;
+}
+
+Result<Grant> Grants::read(blob::BlobReader &blob, const std::string &name,
+                           const Grant &expected) const
+{
+    ARCA_TRY(const Bytes record, blob::readWhole(blob, name, kMaxRecordBytes));
+    ARCA_TRY(Grant grant, inRecord(name, decodeGrant(record)));
+    if (grant.rule != expected.rule || grant.readerKey != expected.readerKey ||
+        grant.grantor != expected.grantor || grant.reader != expected.reader)
+        return Error{ErrorKind::damaged,
+                     "the grant in " + name + " is another one than its place says"};
+    return grant;
 }
 
 Result<std::optional<SecretKey>> Grants::find(std::uint32_t rule, const std::string &reader,
@@ -116,15 +139,11 @@ Result<std::optional<SecretKey>> Grants::find(std::uint32_t rule, const std::str
 {
     ARCA_TRY(const PublicKey half, publicHalfOf(identity));
     ARCA_TRY(const std::string name, nameOf(rule, half));
-    auto bytes = blob::readWhole(store_, name, kMaxRecordBytes);
-    if (!bytes && bytes.error().kind == ErrorKind::notFound)
+    auto blob = store_.open(name);
+    if (!blob && blob.error().kind == ErrorKind::notFound)
         return std::optional<SecretKey>();
-    ARCA_TRY(const Bytes record, std::move(bytes));
-    ARCA_TRY(const Grant grant, inRecord(name, decodeGrant(record)));
-    if (grant.rule != rule || grant.readerKey != half || grant.grantor != grantor_ ||
-        grant.reader != reader)
-        return Error{ErrorKind::damaged,
-                     "the grant in " + name + " is another one than its place says"};
+    ARCA_TRY(const auto opened, std::move(blob));
+    ARCA_TRY(const Grant grant, read(*opened, name, {rule, half, {}, grantor_, reader}));
     auto key = grant.open(identity);
     if (!key)
         return inContext(std::move(key).error(), "the grant in " + name);

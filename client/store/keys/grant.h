@@ -53,8 +53,8 @@ public:
     {
     }
 
-    /// Puts the key, durably. One that is there already stays as it is, even damaged, and counts as
-    /// success.
+    /// Puts the key, durably. One that is there already stays as it is, and counts as success; a
+    /// damaged one is replaced.
     Result<void> give(std::uint32_t rule, const std::string &reader, const PublicKey &readerKey,
                       const SecretKey &dataKey);
     /// Returns nothing when the rule has no key for that identity. Errors: damaged, also when the
@@ -69,6 +69,10 @@ public:
 
 private:
     Result<std::string> nameOf(std::uint32_t rule, const PublicKey &readerKey) const;
+    /// Errors: damaged, also when it is another one than `expected`, whose `sealed` is not
+    /// compared.
+    Result<Grant> read(blob::BlobReader &blob, const std::string &name,
+                       const Grant &expected) const;
 
     blob::BlobStore &store_;
     std::string grantor_;

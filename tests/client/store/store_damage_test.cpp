@@ -224,6 +224,20 @@ TEST_F(StoreDamage, WhatIsMadeAgainAfterItsDeletionLeavesNoStateOfBefore)
     expectPiece("new", 'n', 3000);
 }
 
+TEST_F(StoreDamage, ADamagedGrantIsReplacedWhenItIsGivenAgain)
+{
+    const auto grant = [&] {
+        return rules().add({0, "", "reader", "", nameOf("kept"), {}, {}}, space_->dataKey());
+    };
+    ASSERT_TRUE(grant() && readersKey());
+    for (const std::string &path : files_.paths())
+        if (path.starts_with("/r/grants/"))
+            files_.contentOf(path)[40] ^= 1;
+    EXPECT_FALSE(readersKey());
+    EXPECT_TRUE(grant());
+    EXPECT_TRUE(readersKey());
+}
+
 /// A release that knows no proofs may be at work in a repository of its layout.
 TEST_F(StoreDamage, InARepositoryOfThePresentLayoutRecordsStayAsOlderReleasesReadThem)
 {
