@@ -18,7 +18,7 @@ Answer<void> expectFilespace(Session &session, const std::string &name)
     ARCA_TRY(const auto filespace, std::move(known));
     if (!filespace)
         return refused(HOX_RC_FS_UNKNOWN, "the filespace " + printable(name) +
-                                              " was never registered by node " +
+                                              " is not registered by node " +
                                               printable(session.space->node()));
     return {};
 }
