@@ -3,6 +3,9 @@
 // The order of a commit is what makes it safe: content synced, then one link under the final name,
 // then every directory on the way synced. Whenever the machine stops, the name is either absent or
 // leads to the whole blob; and it is there for good before commit() returns.
+//
+// Whoever named a blob, or took its name away, may have died before the sync. So who answers that a
+// name is taken, or gone, syncs it first: the caller counts on that as if it had done it itself.
 #include "client/blob/directory/directory_store.h"
 
 #include "client/blob/directory/directory_reader.h"
@@ -59,8 +62,10 @@ Result<bool> DirectoryStore::link(const std::string &from, BlobReader &opened,
     ARCA_CHECK(expectBlobName(to));
     const std::string directory = to.substr(0, to.rfind('/'));
     ARCA_CHECK(ensureDirectory(directory));
-    ARCA_TRY(const bool linked, files_.link(pathOf(from), pathOf(to)));
+    const auto linked = files_.link(pathOf(from), pathOf(to));
     if (!linked)
+        return afterSync(to, linked.error());
+    if (!*linked)
         return false;
     // Before the look, as a server may tell only now that the name did not come about.
     ARCA_CHECK(files_.syncDirectory(pathOf(directory)));
@@ -87,12 +92,16 @@ Result<void> DirectoryStore::remove(const std::string &name, BlobReader &opened)
     // removing the name cannot come to lead to another blob. The reader keeps its file open, so
     // that its identity cannot be used again meanwhile.
     ARCA_TRY(const auto guard, lockRemoval(name));
-    ARCA_TRY(const auto present, files_.open(pathOf(name)));
-    ARCA_TRY(const FileIdentity there, present->identity());
+    const auto present = files_.open(pathOf(name));
+    if (!present)
+        return afterSync(name, present.error());
+    ARCA_TRY(const FileIdentity there, (*present)->identity());
     ARCA_TRY(const FileIdentity meant, static_cast<DirectoryReader &>(opened).file().identity());
     if (there != meant)
-        return Error{ErrorKind::notFound, "the blob " + name + " was replaced meanwhile"};
-    ARCA_CHECK(files_.unlink(pathOf(name)));
+        return afterSync(name,
+                         {ErrorKind::notFound, "the blob " + name + " was replaced meanwhile"});
+    if (const auto gone = files_.unlink(pathOf(name)); !gone)
+        return afterSync(name, gone.error());
     const auto slash = name.rfind('/');
     return files_.syncDirectory(pathOf(slash == std::string::npos ? "" : name.substr(0, slash)));
 }
@@ -116,7 +125,7 @@ Result<void> DirectoryStore::publish(const std::string &temporary, const std::st
     if (!moved) {
         // A file server that answers a repeated request says `exists` of what the first one did.
         if (!leadsTo(name, written))
-            return moved;
+            return afterSync(name, std::move(moved).error());
         (void)files_.unlink(pathOf(temporary));
     }
     auto synced = files_.syncDirectory(pathOf(directory));
@@ -139,9 +148,44 @@ void DirectoryStore::takeBack(const std::string &name, File &written)
         (void)files_.unlink(pathOf(name));
 }
 
+/// With the directories on the way: who made one may not have come to syncing its entry. Of a
+/// directory that is not there nothing is to be synced, as none is ever removed.
 Result<void> DirectoryStore::sync(const std::string &name)
 {
-    return files_.syncDirectory(pathOf(name.substr(0, name.rfind('/') + 1)));
+    const auto slash = name.rfind('/');
+    const std::string directory = slash == std::string::npos ? "" : name.substr(0, slash);
+    auto synced = files_.syncDirectory(pathOf(directory));
+    if (!synced)
+        return synced.error().kind == ErrorKind::notFound ? Result<void>() : std::move(synced);
+    {
+        const std::lock_guard hold(mutex_);
+        if (directory.empty() || durable_.contains(directory))
+            return {};
+    }
+    ARCA_CHECK(sync(directory));
+    const std::lock_guard hold(mutex_);
+    durable_.insert(directory);
+    return {};
+}
+
+Result<void> DirectoryStore::syncListed(const std::string &prefix)
+{
+    auto listed = files_.entries(pathOf(prefix), {}, false);
+    if (!listed)
+        return listed.error().kind == ErrorKind::notFound ? Result<void>() : listed.error();
+    for (const FileLayer::Entry &entry : *listed)
+        if (entry.state.directory)
+            ARCA_CHECK(files_.syncDirectory(pathOf(prefix + entry.name)));
+    return sync(prefix);
+}
+
+/// What is answered about a name, `exists` or `notFound`, once it is sure to stay so.
+Error DirectoryStore::afterSync(const std::string &name, Error found)
+{
+    if (found.kind != ErrorKind::exists && found.kind != ErrorKind::notFound)
+        return found;
+    auto synced = sync(name);
+    return synced ? found : std::move(synced).error();
 }
 
 Result<void> DirectoryStore::ensureDirectory(const std::string &relative)

@@ -25,6 +25,7 @@
 #include "client/blob/files/file_layer.h"
 #include "client/blob/linking_store.h"
 #include "client/blob/lock_holder.h"
+#include "client/blob/syncing_store.h"
 
 #include <chrono>
 #include <mutex>
@@ -35,6 +36,7 @@ namespace arca::blob
 
 class DirectoryStore final : public BlobStore,
                              public LinkingStore,
+                             public SyncingStore,
                              public NamesHolders,
                              private WritersStore
 {
@@ -57,6 +59,7 @@ public:
     Result<bool> link(const std::string &from, BlobReader &opened, const std::string &to) override;
     Result<void> remove(const std::string &name, BlobReader &opened) override;
     Result<void> sync(const std::string &name) override;
+    Result<void> syncListed(const std::string &prefix) override;
     Result<void> removeLeftovers() override;
     /// A file in locks/, which stays.
     Result<std::unique_ptr<BlobLock>> tryLock(const std::string &name,
@@ -83,6 +86,7 @@ private:
                          Unsure unsure) override;
     void takeBack(const std::string &name, File &written);
     bool leadsTo(const std::string &name, File &file);
+    Error afterSync(const std::string &name, Error found);
     Result<void> ensureDirectory(const std::string &relative);
     Result<void> walk(const std::string &prefix, bool stamped,
                       const std::function<bool(const std::string &, std::uint64_t)> &visit);

@@ -1,6 +1,7 @@
 // The look-up of one block: the table, then the hints if the block is one of those they have.
 #include "client/engine/duplicates/duplicate_index.h"
 
+#include <algorithm>
 #include <bit>
 
 namespace arca::engine
@@ -26,6 +27,18 @@ std::vector<FrameSpan> framesOf(const PackIndex &index)
         frames.push_back(frame);
     }
     return frames;
+}
+
+/// The writer of a pack may not have come to making its name durable, and what a stream counts on
+/// must not go with the power. The hints have none of which that is not known.
+bool survives(Domain &domain, const PackName &pack, const PackIndex &index)
+{
+    if (!index.blocks.empty()) {
+        const auto known = domain.hints().packsWith(index.blocks.front().id, kPacksPerHint);
+        if (std::ranges::find(known, pack.id) != known.end())
+            return true;
+    }
+    return static_cast<bool>(domain.blobs().sync(domain.packs().blobNameOf(pack)));
 }
 
 } // namespace
@@ -107,6 +120,10 @@ bool DuplicateIndex::load(const PackId &pack)
     if (!index || damaged_.isWhole((*opened)->which()) ||
         (sealedOnly_ && (*opened)->cipher().cipher() == Cipher::none)) {
         // Missing, damaged, or in the clear: nothing new must come to rely on it.
+        unusable_.insert(pack);
+        return false;
+    }
+    if (!survives(domain_, (*opened)->which(), *index)) {
         unusable_.insert(pack);
         return false;
     }

@@ -71,6 +71,18 @@ Error leftOver(const std::string &node, bool removed)
                                    name};
 }
 
+/// Who registered the node may have died before that survives a loss of power, and what is stored
+/// with the keys in that record is nothing without them. Where nothing can be written a restore
+/// must still be possible.
+Result<void> makeDurable(blob::BlobStore &store, const NumberedRecord &record, std::uint32_t number)
+{
+    auto synced = store.sync(record.nameOf(number));
+    if (!synced &&
+        (synced.error().kind == ErrorKind::readOnly || synced.error().kind == ErrorKind::denied))
+        return {};
+    return synced;
+}
+
 Error unregistered(const std::string &node)
 {
     return {ErrorKind::authentication, "the node " + printable(node) + " is not registered"};
@@ -101,6 +113,8 @@ Result<NodeRegistry::Found> NodeRegistry::look(const std::string &node)
 Result<bool> NodeRegistry::isRegistered(const std::string &node)
 {
     ARCA_TRY(const Found found, look(node));
+    if (found.record)
+        ARCA_CHECK(makeDurable(store_, found.place, found.number));
     return found.record.has_value();
 }
 
@@ -136,13 +150,17 @@ Result<void> NodeRegistry::expectName(const std::string &node)
 Result<void> NodeRegistry::registerNode(const std::string &node, std::string_view password)
 {
     ARCA_CHECK(expectName(node));
+    // Published by another process, perhaps, and every node's keys are sealed to it.
+    ARCA_CHECK(store_.sync("keys/recovery/"));
     ARCA_TRY(const auto recovery, recoveryHalf(store_));
     if (!recovery)
         return Error{ErrorKind::notFound, "the repository has no recovery key yet; run arca init"};
     const Error taken{ErrorKind::exists, "the node " + printable(node) + " is registered already"};
     ARCA_TRY(Found found, look(node));
-    if (found.record)
+    if (found.record) {
+        ARCA_CHECK(makeDurable(store_, found.place, found.number));
         return taken;
+    }
     // Without a record nothing says which incarnation was the last one.
     const std::uint32_t last = found.number == 0 ? kLastSearched : found.incarnation;
     for (std::uint32_t one = found.incarnation; one <= last; ++one) {
@@ -208,6 +226,7 @@ Result<NodeKeys> NodeRegistry::authenticate(const std::string &node, std::string
     ARCA_TRY(Found found, find(node));
     ARCA_TRY(NodeKeys keys, openInTurn(store_, *found.record, node, password));
     ARCA_CHECK(expectLayout(*found.record));
+    ARCA_CHECK(makeDurable(store_, found.place, found.number));
     renew(found, password, keys);
     return keys;
 }

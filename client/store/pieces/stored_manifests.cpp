@@ -2,6 +2,7 @@
 #include "client/store/pieces/stored_manifests.h"
 
 #include "client/base/text.h"
+#include "client/blob/syncing_store.h"
 #include "client/store/pieces/removed_piece.h"
 #include "client/store/records/record_forms.h"
 
@@ -76,6 +77,14 @@ Result<void> visitManifests(blob::BlobStore &blobs, const std::string &nodeKey,
         ARCA_CHECK(std::move(visited));
         ARCA_CHECK(std::move(listed));
     }
+    return {};
+}
+
+Result<void> syncVisited(blob::BlobStore &blobs, const std::string &nodeKey)
+{
+    for (const ManifestPlace place : {ManifestPlace::coming, ManifestPlace::active,
+                                      ManifestPlace::inactive, ManifestPlace::removed})
+        ARCA_CHECK(blob::syncListed(blobs, placePrefix(place, nodeKey)));
     return {};
 }
 

@@ -317,7 +317,10 @@ Result<bool> NodeSpace::bringInIfDone(const std::string &blobName)
 {
     if (!isComingName(blobName))
         return false;
-    ARCA_TRY(const bool done, isDone(changeIn(blobName)));
+    ARCA_TRY(bool done, isDone(changeIn(blobName)));
+    if (done) {
+        ARCA_TRY(done, yieldsTo(blobName)); // durably
+    }
     if (done)
         ARCA_CHECK(bringIn(blobName));
     return done;

@@ -241,6 +241,7 @@ Result<void> NodeSpace::removeActive(PieceId id, std::int64_t at)
 {
     // There are two places after a death between the last steps of a change.
     auto active = locate(id, Unclear::another);
+    const bool isFound = static_cast<bool>(active);
     for (int attempt = 0; active; active = locate(id, Unclear::another)) {
         if (++attempt > kMaxPlaces)
             return Error{ErrorKind::io, "the blob " + active->blobName + " cannot be removed"};
@@ -248,13 +249,18 @@ Result<void> NodeSpace::removeActive(PieceId id, std::int64_t at)
         if (!brought)
             ARCA_CHECK(putAsideIfThere(id, at, active->blobName, std::move(active->blob)));
     }
-    return active.error().kind == ErrorKind::notFound ? Result<void>() : active.error();
+    if (active.error().kind != ErrorKind::notFound)
+        return active.error();
+    // What another process took away may not be durable yet.
+    return isFound ? Result<void>() : store_.sync(prefixOf(id));
 }
 
 /// Every blob in the inactive place of the piece, whether it shows or not.
 Result<void> NodeSpace::removeCopies(PieceId id, std::int64_t at, blob::ListedDirectory &inactive)
 {
     ARCA_TRY(const auto copies, inactive.under(inactiveNameOf(id)));
+    if (copies.empty())
+        return store_.sync(inactiveNameOf(id));
     for (const std::string &name : copies) {
         auto blob = store_.open(name);
         if (!blob && blob.error().kind == ErrorKind::notFound)

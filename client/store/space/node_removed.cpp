@@ -9,6 +9,7 @@
 // late with removing the old one can only ever meet the old one.
 #include "client/base/text.h"
 #include "client/blob/linking_store.h"
+#include "client/store/pieces/inventory.h"
 #include "client/store/pieces/manifest_place.h"
 #include "client/store/pieces/removed_piece.h"
 #include "client/store/space/node_space.h"
@@ -25,6 +26,12 @@ namespace
 Error notRemoved(PieceId id)
 {
     return {ErrorKind::notFound, "no removed object has the identifier " + toHex(id)};
+}
+
+/// What the names of the states of a piece's record begin with (object_record.h).
+std::string recordsOf(const std::string &key, PieceId id)
+{
+    return "objects/" + key + "/" + toHex(id) + "/";
 }
 
 /// The names that removed manifests of these pieces have now, by one listing of each directory.
@@ -350,6 +357,13 @@ Result<PieceId> NodeSpace::broughtBack(const Located &removed, blob::ListedDirec
 Result<PieceInfo> NodeSpace::leadTo(PieceId former, PieceId id)
 {
     ObjectRecords records(*domain_);
+    CommitNote note(*domain_);
+    // Who died may have stored it: what it had no time for is done before the removed piece is
+    // hidden.
+    ARCA_TRY(const Located back, locateAnywhere(id));
+    ARCA_CHECK(store_.sync(back.blobName));
+    ARCA_CHECK(store_.sync(recordsOf(key_, id)));
+    note.write({id});
     ARCA_TRY(auto old, records.read(former));
     old.record.renamedTo = id;
     ARCA_CHECK(records.write(old));
@@ -409,8 +423,11 @@ Result<void> NodeSpace::finishUndelete(const RemovedName &name, bool stored,
                                        blob::ListedDirectory &inactive)
 {
     const auto piece = readRemoved(name, stored);
-    if (!piece || !*piece)
-        return piece ? Result<void>() : piece.error();
+    if (!piece)
+        return piece.error();
+    // Its record, which may lead on, must not be the one before when the manifest is gone.
+    if (!*piece)
+        return store_.sync(recordsOf(key_, name.id));
     ARCA_TRY(const PieceId back, broughtBack({{}, nullptr, (*piece)->info}, &inactive));
     if (back != 0)
         ARCA_CHECK(leadTo(name.id, back));
@@ -437,7 +454,9 @@ Result<std::uint64_t> NodeSpace::purge(std::span<const RemovedName> names,
             auto removed = store_.remove(blobName, **blob);
             if (!removed && removed.error().kind != ErrorKind::notFound)
                 return std::move(removed).error();
-        } else if (blob.error().kind != ErrorKind::notFound) {
+        } else if (blob.error().kind == ErrorKind::notFound) {
+            ARCA_CHECK(store_.sync(blobName)); // before packs or records go
+        } else {
             return blob.error();
         }
         if (undeleted) // else the records may still lead to it

@@ -17,12 +17,13 @@ namespace
 
 constexpr std::string_view kPlan = ".plan", kDone = ".done";
 
+/// Whoever took it away before may have died before that was durable.
 Result<void> removeIfThere(blob::BlobStore &store, const std::string &name)
 {
     auto opened = store.open(name);
     auto removed = opened ? store.remove(name, **opened) : Result<void>(opened.error());
     if (!removed && removed.error().kind == ErrorKind::notFound)
-        return {};
+        return store.sync(name);
     return removed;
 }
 
@@ -37,6 +38,12 @@ Result<bool> isThere(blob::BlobStore &store, const std::string &name)
 bool names(const std::vector<PieceId> &ids, PieceId id)
 {
     return std::find(ids.begin(), ids.end(), id) != ids.end();
+}
+
+/// The record of a piece, as another process may have written it (object_record.h).
+Result<void> syncRecord(blob::BlobStore &store, const std::string &key, PieceId id)
+{
+    return store.sync("objects/" + key + "/" + toHex(id) + "/");
 }
 
 /// Keeps the first failure while the rest is tried.
@@ -294,11 +301,15 @@ Result<void> NodeSpace::finishGoing(const ChangePlan &plan)
         if (state.record.goneBy == plan.id) {
             state.record.goneBy = 0;
             ARCA_CHECK(records.write(state));
+        } else {
+            ARCA_CHECK(syncRecord(store_, key_, id));
         }
     }
     return {};
 }
 
+/// Plan and outcome go last, and only when every step of the change survives a loss of power: one
+/// that was found done already may be the work of a process that died before its sync.
 Result<void> NodeSpace::finishChange(const ChangePlan &plan)
 {
     ObjectRecords records(*domain_);
@@ -308,9 +319,13 @@ Result<void> NodeSpace::finishChange(const ChangePlan &plan)
     for (const PieceId id : plan.coming) {
         // Its place is free now, if it comes in the place of another one.
         ARCA_CHECK(bringIn(id, plan.id));
+        if (replacesOne(plan, id))
+            ARCA_CHECK(store_.sync(comingPrefixOf(id)));
         ARCA_TRY(auto state, records.read(id));
-        if (state.record.shownBy != plan.id)
+        if (state.record.shownBy != plan.id) {
+            ARCA_CHECK(syncRecord(store_, key_, id));
             continue;
+        }
         // Written, never removed: a process that does this late would take away what came since.
         state.record.shownBy = 0;
         ARCA_CHECK(records.write(state));
@@ -328,6 +343,7 @@ Result<void> NodeSpace::leaveActivePlace(PieceId id, const std::string &copyName
     auto active = locate(id, Unclear::another);
     if (active)
         ARCA_CHECK(proveCopy(copyName));
+    const bool isFound = static_cast<bool>(active);
     // There are two active places after a death between the last steps of an earlier change.
     for (int attempt = 0; active; active = locate(id, Unclear::another)) {
         if (++attempt > kMaxPlaces)
@@ -337,7 +353,9 @@ Result<void> NodeSpace::leaveActivePlace(PieceId id, const std::string &copyName
         if (!removed && removed.error().kind != ErrorKind::notFound)
             return removed;
     }
-    return active.error().kind == ErrorKind::notFound ? Result<void>() : active.error();
+    if (active.error().kind != ErrorKind::notFound)
+        return active.error();
+    return isFound ? Result<void>() : store_.sync(prefixOf(id));
 }
 
 /// `maker`: who undoes. The maker itself will publish nothing more, so that its records may go.
@@ -377,7 +395,7 @@ Result<void> NodeSpace::takeBack(PieceId id, ChangeId change)
         return {};
     auto located = locate(id, Unclear::another);
     if (!located && located.error().kind == ErrorKind::notFound)
-        return {};
+        return store_.sync(prefixOf(id)); // its record, which hides it, may go
     if (!located)
         return located.error();
     auto removed = store_.remove(located->blobName, *located->blob);
@@ -418,7 +436,12 @@ Result<void> NodeSpace::forgetIfUnused(const ChangePlan &plan)
     for (std::size_t i = 0; i < plan.leaving.size() && !used; ++i) {
         ARCA_TRY(used, isThere(store_, copyNameOf(plan.leaving[i], plan.id)));
     }
-    return used ? Result<void>() : Outcomes(*domain_).forget(plan.id);
+    if (used)
+        return {};
+    ARCA_CHECK(store_.sync(changeName(plan.id, kPlan)));
+    for (const PieceId id : plan.leaving)
+        ARCA_CHECK(store_.sync(copyNameOf(id, plan.id)));
+    return Outcomes(*domain_).forget(plan.id);
 }
 
 /// What a late maker published of a change that was undone before.

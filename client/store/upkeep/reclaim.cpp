@@ -3,6 +3,7 @@
 
 #include "client/base/text.h"
 #include "client/blob/lock_holder.h"
+#include "client/store/pieces/stored_manifests.h"
 
 #include <algorithm>
 #include <ctime>
@@ -341,6 +342,8 @@ Result<void> Reclaim::purge(ReclaimTotals &totals)
 {
     if (over_.empty())
         return {};
+    // What was removed must not be where it was before once it is purged.
+    ARCA_CHECK(syncVisited(domain_.blobs(), domain_.nodeKey()));
     // A piece whose removal was killed in between still shows, and is not noted as gone.
     Result<void> unclear;
     ARCA_TRY(std::vector<PieceId> went, space_.goneWith(over_, unclear));

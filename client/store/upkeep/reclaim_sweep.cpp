@@ -3,6 +3,7 @@
 #include "client/engine/mending/pack_check.h"
 #include "client/engine/mending/pack_rewriter.h"
 #include "client/store/marks/damage.h"
+#include "client/store/pieces/stored_manifests.h"
 #include "client/store/upkeep/reclaim.h"
 
 #include <algorithm>
@@ -53,6 +54,9 @@ Result<void> Reclaim::sweepSome(const std::set<engine::PackId> &packs, Sweep &sw
 /// The dead ones first, because they free space for the others.
 Result<void> Reclaim::sweepShare(std::span<const engine::PackId> packs, PackUse &use, Sweep &sweep)
 {
+    // A pack that no manifest needs: none may come back without its packs.
+    if (!packs.empty())
+        ARCA_CHECK(syncVisited(domain_.blobs(), domain_.nodeKey()));
     std::vector<engine::PackId> others;
     for (const engine::PackId &id : packs) {
         if (!sweep.goOn)
@@ -141,6 +145,8 @@ Result<void> Reclaim::keepNewest(const engine::PackId &id, const BlockUse &use, 
     }
     if (gaps)
         ARCA_CHECK(noteGaps(newest));
+    // Who wrote it may have died before its name was durable.
+    ARCA_CHECK(domain_.blobs().sync(domain_.packs().blobNameOf(newest)));
     const std::uint32_t marked = sweep.marked(id);
     ARCA_TRY(const std::uint64_t freed, deleteRevisions(id, std::min(marked, newest.revision - 1)));
     sweep.totals.freedBytes += freed;

@@ -5,6 +5,7 @@
 #include "tests/client/store/reclaim_fixture.h"
 #include "tests/support/files.h"
 
+#include <cstring>
 #include <set>
 #include <sys/resource.h>
 #include <utility>
@@ -547,6 +548,41 @@ TEST_F(ReclaimTest, WhatIsNeededIsTheSameInOneShareAndInMany)
     unsetenv("TMPDIR");
     EXPECT_EQ(once + spilled + compacted, 3);
     EXPECT_GT(roomless, 1);
+}
+
+/// A backup dies when its second pack has its name and is not synced. Another one of the same data
+/// follows the first pack into that one, and then the power goes.
+TEST_F(ReclaimTest, APackThatNobodySyncedIsNotCountedOn)
+{
+    std::mt19937_64 random(5);
+    std::string stream(std::size_t{40} << 20, ' ');
+    for (std::size_t i = 0; i + sizeof(std::uint64_t) <= stream.size();
+         i += sizeof(std::uint64_t)) {
+        const std::uint64_t word = random();
+        std::memcpy(stream.data() + i, &word, sizeof word);
+    }
+    startAgain(); // knowing no packs
+    {
+        OtherHost dying(*this);
+        int named = 0;
+        dying.files.beforeName = [&](const std::string &to) {
+            if (to.starts_with("/r/packs/") && ++named == 2)
+                (void)space_->domain().hints(); // of the first pack, and not of this one
+        };
+        dying.files.beforeSync = [&](const std::string &path) -> Result<void> {
+            if (named == 2 && path.starts_with("/r/packs/"))
+                files_.stopAt(1);
+            return {};
+        };
+        const auto writer = begin(*dying.space, "dying", stream);
+        EXPECT_FALSE(writer->finish());
+    }
+    EXPECT_TRUE(files_.hasFailed());
+    files_.failAt(0, ErrorKind::io);
+    EXPECT_LT(backUp("new", stream), stream.size() / 2); // the rest is there
+    files_.losePower(test::MemoryFiles::Loss::everythingUnsynced);
+    open();
+    expectPiece("new", stream);
 }
 
 } // namespace

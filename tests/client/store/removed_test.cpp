@@ -197,6 +197,51 @@ TEST_F(RemovedTest, WhereverItStopsNothingIsLost)
     }
 }
 
+/// A process dies between any of its steps, another one does the same again or only reclaims, and
+/// then the power goes. What is left of a piece is whole, and what came back is noted.
+TEST_F(RemovedTest, WhatADeadProcessDidNotSyncIsNeverTheLastOfAPiece)
+{
+    using Act = std::function<bool(store::NodeSpace &)>;
+    const PieceId few = idOf("few");
+    const PieceId big = space_->removedOf(nameOf("big")).value().at(0).info.id;
+    const std::pair<const char *, Act> acts[] = {
+        {"removal", [&](auto &space) { return bool(space.remove(few)); }},
+        {"undelete", [&](auto &space) { return bool(space.undelete(big)); }},
+        {"reclaiming", [&](auto &space) { return bool(store::Reclaim(space, kAtOnce).run()); }},
+    };
+    for (const auto &[what, act] : acts)
+        for (bool again : {false, true}) {
+            bool came = true;
+            for (int n = 1; came && !HasFailure(); n += 2) {
+                SCOPED_TRACE(std::string(what) + (again ? " again" : "") + " stops at " +
+                             std::to_string(n));
+                startAgain();
+                files_.stopAt(n);
+                (void)act(*space_);
+                came = files_.hasFailed();
+                files_.failAt(0, ErrorKind::io);
+                open();
+                if (again)
+                    (void)act(*space_);
+                const bool isBack = space_->find(nameOf("big"))->has_value();
+                reclaim();
+                files_.losePower(test::MemoryFiles::Loss::everythingUnsynced);
+                open();
+                EXPECT_EQ(isBack, static_cast<bool>(space_->find(big)));
+                for (const auto &[id, stream] : {std::pair(few, few_), {big, blocks(1, 90)}})
+                    if (space_->find(id) || space_->undelete(id))
+                        expectPiece(id, stream);
+                EXPECT_EQ(verified().hurt(), 0U);
+                if (!isBack)
+                    continue;
+                const PieceId back = idOf("big");
+                EXPECT_TRUE(files_.unlink("/r/" + manifestOf(back)));
+                EXPECT_EQ(store::Inventory(space_->domain()).check()->missing,
+                          std::vector<PieceId>{back});
+            }
+        }
+}
+
 TEST_F(RemovedTest, AtZeroBytesFreeARemovalAndReclaimingWithoutGraceMakeRoom)
 {
     store_->keepReserve();

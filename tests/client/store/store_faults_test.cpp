@@ -7,6 +7,7 @@ namespace
 {
 
 using namespace arca;
+using test::kPassword;
 using test::MemoryFiles;
 using test::StoreFaults;
 using test::streamOf;
@@ -121,6 +122,55 @@ INSTANTIATE_TEST_SUITE_P(OfWhatIsNotSynced, PowerLoss,
                                          MemoryFiles::Loss::contentUnsynced,
                                          MemoryFiles::Loss::namesUnsynced),
                          nameOfLoss);
+
+/// One process dies, another goes on over what it left, and then the power goes: with it goes what
+/// the first one did, or took away, and did not sync. The other one must not have counted on that.
+TEST_F(StoreFaults, WhatADeadProcessDidNotSyncIsCountedOnByNobody)
+{
+    const auto die = [&](int n, const auto &act) {
+        files_.stopAt(n);
+        act();
+        const bool came = files_.hasFailed();
+        space_.reset();
+        repository_.reset();
+        files_.failAt(0, ErrorKind::io);
+        EXPECT_TRUE(open());
+        return came;
+    };
+    const auto losePower = [&] {
+        space_.reset();
+        repository_.reset();
+        files_.losePower(MemoryFiles::Loss::everythingUnsynced);
+        EXPECT_TRUE(open());
+    };
+    bool came = true;
+    for (int n = 1; came && !HasFailure(); n += kStride) {
+        SCOPED_TRACE("a node, operation " + std::to_string(n));
+        came = die(n, [&] { (void)repository_->nodes().registerNode("third", kPassword); });
+        const auto known = repository_->authenticate("third", kPassword);
+        EXPECT_TRUE(known || repository_->nodes().registerNode("third", kPassword));
+        losePower();
+        EXPECT_TRUE(repository_->authenticate("third", kPassword));
+        putBack(start_);
+    }
+    const std::set<std::string> some = {"backup",   "removal",     "rename",
+                                        "together", "superseding", "replacing"};
+    for (const Work &work : works()) {
+        came = some.contains(work.name);
+        for (int n = 1; came && !HasFailure(); n += 3 * kStride) {
+            SCOPED_TRACE(std::string(work.name) + ", operation " + std::to_string(n));
+            came = die(n, [&] { (void)work.run(*this); });
+            EXPECT_TRUE(rules().complete(space_->dataKey()));
+            space_->settleChanges();
+            const bool isToDo = state() == work.before && work.before != std::string(work.after);
+            const bool done = isToDo && work.run(*this);
+            EXPECT_TRUE(reclaimAll());
+            losePower();
+            expectWhole(work, done);
+            restoreStart();
+        }
+    }
+}
 
 TEST_F(StoreFaults, ARemovalNeverTakesThePieceThatReplacedTheOneMeant)
 {
