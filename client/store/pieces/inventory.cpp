@@ -305,6 +305,14 @@ Result<void> Inventory::noteWent(std::vector<PieceId> went)
     return {};
 }
 
+Result<bool> Inventory::hasGone(PieceId id)
+{
+    std::vector<std::string> damaged;
+    ARCA_TRY(const auto notes, isKept() ? readAll(damaged) : std::vector<Read>());
+    return std::ranges::any_of(
+        notes, [&](const Read &read) { return std::ranges::count(read.note.went, id) != 0; });
+}
+
 Result<void> Inventory::compact()
 {
     if (!isKept())

@@ -71,6 +71,8 @@ public:
     /// Notes durably that these went, before they go; after an error some may be noted, and it may
     /// be called again. The caller holds the node's lock of reclaiming.
     Result<void> noteWent(std::vector<PieceId> went);
+    /// Returns true when a piece is noted as gone. A note that cannot be read says nothing.
+    Result<bool> hasGone(PieceId id);
     /// Notes durably that what a manifest in the quarantine may have been is given up, under the
     /// same lock and before the manifest goes, so that it does not count as missing then.
     Result<void> noteGivenUp(const std::string &blobName);

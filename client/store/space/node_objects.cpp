@@ -156,13 +156,22 @@ Result<bool> NodeSpace::isTaken(const std::string &blobName, std::span<const Pie
 /// Also true when the name leads nowhere any more.
 Result<bool> NodeSpace::removeIfUndone(const std::string &blobName)
 {
-    const auto blob = store_.open(blobName);
+    auto blob = store_.open(blobName);
     if (!blob && blob.error().kind == ErrorKind::notFound)
         return true;
     if (!blob)
         return blob.error();
-    ARCA_TRY(const Manifest manifest, readOwn(**blob, blobName));
+    ARCA_TRY(Manifest manifest, readOwn(**blob, blobName));
     ARCA_TRY(const auto state, ObjectRecords(*domain_).read(manifest.info.id));
+    ARCA_TRY(const bool moved, hasMoved(state.record));
+    if (moved) {
+        Located left{blobName, std::move(*blob), std::move(manifest.info)};
+        auto aside = putAside(left, 0);
+        if (!aside && aside.error().kind == ErrorKind::notFound)
+            return false;
+        ARCA_CHECK(aside);
+        return true;
+    }
     if (state.record.shownBy == 0)
         return false;
     ARCA_TRY(const auto outcome, Outcomes(*domain_).find(state.record.shownBy));

@@ -291,7 +291,7 @@ private:
     Result<Decision> decide(const ChangePlan &plan, Decision wanted);
     Result<void> putRecord(const std::string &name, Bytes record);
     Result<bool> isTaken(const std::string &blobName, std::span<const PieceId> replaced);
-    /// Removes a piece that came with a change that is undone; false when it is none.
+    /// Removes what was renamed, or came with a change that is undone; false for any other piece.
     Result<bool> removeIfUndone(const std::string &blobName);
 
     Result<void> settleUnderLock();

@@ -11,8 +11,13 @@
 //      is claimed. Killed before, both are there, and the next run ends it. When a name is lost,
 //      the inactive piece is there before the name is given back, as another run may have counted
 //      on what it found there.
-//   4. A piece that came with a change which was undone, or given up, was never stored, and stays.
-//   5. It holds the lock of changes, which only saves work: quarantine.h says what keeps the piece
+//   4. What became of the piece since is never undone. Killed between two steps, a repair or a
+//      setting aside leaves the piece in the quarantine and in its place, from where it may be
+//      deleted, renamed or made inactive. So before the piece is published, and once more after it
+//      was, these places are looked at. When it is in one of them, it only leaves the quarantine.
+//      When it is noted as gone for good (inventory.h), it stays, and a person decides.
+//   5. A piece that came with a change which was undone, or given up, was never stored, and stays.
+//   6. It holds the lock of changes, which only saves work: quarantine.h says what keeps the piece
 //      when it is set aside at that moment.
 #ifndef KEEL_CLIENT_STORE_UPKEEP_QUARANTINE_RETURN_H
 #define KEEL_CLIENT_STORE_UPKEEP_QUARANTINE_RETURN_H
@@ -28,8 +33,9 @@ namespace arca::store
 struct SetAside {
     std::string blobName; // in the quarantine
     std::string piece;    // its name
-    std::string now;      // the blob that it is in now; empty: it stays where it is
-    std::string reason;   // why it stays
+    std::string now;      // the blob that it is in now; empty: it was not brought back
+    std::string reason;   // why it was not
+    bool dropped = false; // only taken out of the quarantine: the piece is elsewhere
 };
 
 /// Tells `visit` each manifest that can be read; those that cannot are passed over. With `dryRun`

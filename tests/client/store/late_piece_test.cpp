@@ -111,35 +111,84 @@ TEST_F(LatePiece, SetAsideAndBroughtBackAtOnceIsLostByNeither)
         });
 }
 
-// One repair sleeps, another one brings the piece back, and it is removed.
-TEST_F(LatePiece, BroughtBackTwiceStaysRemoved)
+// What becomes of a piece that is in its place as well as in the quarantine, as a repair or a
+// setting aside leaves it that was killed; and while a repair sleeps, which another one overtakes.
+TEST_F(LatePiece, OfTheQuarantineStaysWhatItBecameSince)
 {
-    const std::string path = pathUnder("pieces");
-    flip(path);
-    const auto aside = space_->setAside(nameOf("kept"));
-    ASSERT_TRUE(aside);
-    flip("/r/" + *aside);
-    const auto begun = files_.snapshot();
-    for (int n = 1; !HasFailure(); ++n) {
-        SCOPED_TRACE(n);
-        Elsewhere late(files_);
-        late.host.stopBefore(n, [&] {
+    using Ids = std::span<const store::PieceId>;
+    const auto id = space_->find(nameOf("kept")).value()->id;
+    const Ids ids(&id, 1);
+    const auto deactivate = [&] { EXPECT_TRUE(space_->commitTogether({{}, {}, ids})); };
+    const auto remove = [&] { EXPECT_TRUE(space_->remove(id)); };
+    const auto purge = [&] { EXPECT_TRUE(reclaimAll()); };
+    const auto rename = [&] { EXPECT_TRUE(space_->rename(nameOf("kept"), nameOf("moved"))); };
+    const auto store = [&] {
+        EXPECT_TRUE(finished("kept", test::streamOf('r', 4100), "2").value()->commit());
+    };
+    using Steps = std::vector<std::function<void()>>;
+    const struct {
+        const char *what;
+        Steps steps;
+        const char *after;
+        bool inactive = false;
+    } cases[] = {
+        {"inactive", {deactivate}, " (kept)"},
+        {"inactive, and its name in use", {deactivate, store}, " kept2 (kept)"},
+        {"removed", {remove}, ""},
+        {"removed, and its name in use", {remove, store}, " kept2"},
+        {"purged", {remove, purge}, ""},
+        {"renamed", {rename}, " moved"},
+        {"renamed and purged", {rename, purge}, " moved"},
+        {"brought back", {remove, [&] { EXPECT_TRUE(space_->undelete(id)); }}, " kept"},
+        {"removed when it was inactive", {remove}, "", true},
+        {"purged when it was inactive", {remove, purge}, "", true},
+    };
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.what);
+        if (one.inactive)
+            deactivate();
+        const std::string path = pathUnder(one.inactive ? "inactive" : "pieces");
+        const std::string bytes = files_.contentOf(path);
+        flip(path);
+        flip("/r/" +
+             space_->setAside(path.substr(3), **repository_->blobs().open(path.substr(3))).value());
+        const auto aside = files_.snapshot();
+        bool stopped = true;
+        for (int n = 0; stopped && !HasFailure(); ++n) {
+            SCOPED_TRACE(n);
+            Elsewhere late(files_);
+            const auto meanwhile = [&] {
+                for (const auto &step : one.steps)
+                    step();
+            };
+            if (n == 0) { // killed
+                EXPECT_TRUE(blob::putWhole(repository_->blobs(), path.substr(3), viewOf(bytes)));
+                meanwhile();
+            } else {
+                late.host.stopBefore(n, [&] {
+                    repair(*space_);
+                    meanwhile();
+                });
+                store::RepairWatcher watcher;
+                watcher.setAside = [&](const store::SetAside &told) {
+                    EXPECT_TRUE(!told.now.empty() || told.dropped ||
+                                !pathsUnder({"quarantine"}).empty())
+                        << "what lies there no more is not kept there: " << told.reason;
+                };
+                (void)store::repair(*late.space, false, watcher);
+                stopped = late.host.hasStopped();
+            }
+            EXPECT_TRUE(open());
             repair(*space_);
-            EXPECT_TRUE(remove("kept"));
-        });
-        store::RepairWatcher watcher;
-        watcher.setAside = [&](const store::SetAside &told) {
-            const auto paths = files_.paths();
-            EXPECT_TRUE(!told.now.empty() || std::ranges::count(paths, "/r/" + *aside) != 0)
-                << "what lies there no more is not kept there: " << told.reason;
-        };
-        (void)store::repair(*late.space, false, watcher);
-        if (!late.host.hasStopped())
-            break;
-        EXPECT_TRUE(open());
-        EXPECT_EQ(state(), "");
-        files_.putBack(begun);
-        EXPECT_TRUE(open());
+            if (stopped) {
+                EXPECT_EQ(state(), one.after);
+                if (!space_->find(nameOf("kept")).value())
+                    store(); // nothing keeps its name
+            }
+            files_.putBack(aside);
+            EXPECT_TRUE(open());
+        }
+        restoreStart();
     }
 }
 

@@ -96,7 +96,12 @@ Result<void> perform(const Command &command, const Asked &asked, Json &result)
         if (command.json)
             returned.push_back({{"piece", aside.piece},
                                 {"blob", stays ? aside.blobName : aside.now},
-                                {"reason", aside.reason}});
+                                {"reason", aside.reason},
+                                {"dropped", aside.dropped}});
+        else if (aside.dropped)
+            tools::print("{}  {}, which can be read again: {}\n",
+                         asked.dryRun ? "Would drop" : "Dropped", printable(aside.piece, 4000),
+                         printable(aside.reason, 4000));
         else if (stays)
             tools::print("Kept aside  {}, which can be read again: {}\n",
                          printable(aside.piece, 4000), printable(aside.reason, 4000));
