@@ -137,15 +137,20 @@ Result<void> NodeSpace::change(const Step &step, bool renamed)
     ARCA_TRY(plan.id, newChangeId());
     for (const Sent &sent : step.pieces)
         plan.coming.push_back(sent.piece->id());
+    // Who chose a piece meant it under the name that it had then, not where it went since.
+    const auto expectChosen = [](const Located &located, PieceId id) -> Result<void> {
+        return located.info.id == id
+                   ? Result<void>()
+                   : Error{ErrorKind::notFound, "the object was renamed meanwhile"};
+    };
     for (const PieceId id : step.removals) {
         ARCA_TRY(const Located located, locateShown(id));
-        // Whoever names a piece to rename it means it under that name, not where it went since.
-        if (renamed && located.info.id != id)
-            return Error{ErrorKind::notFound, "the object was renamed meanwhile"};
+        ARCA_CHECK(expectChosen(located, id));
         plan.going.push_back(located.info.id);
     }
     for (const PieceId id : step.deactivations) {
         ARCA_TRY(const Located located, locateShown(id));
+        ARCA_CHECK(expectChosen(located, id));
         if (!located.info.isActive())
             return Error{ErrorKind::notFound, "the object was made inactive meanwhile"};
         // What goes as well, goes.

@@ -223,6 +223,9 @@ Result<void> NodeSpace::remove(PieceId id)
 {
     ARCA_TRY(const auto turn, lockChanges());
     ARCA_TRY(Located located, locateShown(id));
+    // As in a change of several: not under a name that it got since it was chosen.
+    if (located.info.id != id)
+        return unknownId(id);
     auto removed = blob::withReserve(store_, [&] { return removeStored(located); });
     if (!removed && removed.error().kind == ErrorKind::notFound)
         return unknownId(id);

@@ -193,6 +193,16 @@ TEST_F(StoreFaults, ARemovalNeverTakesThePieceThatReplacedTheOneMeant)
     ASSERT_FALSE(lookedUpBefore);
     EXPECT_EQ(lookedUpBefore.error().kind, ErrorKind::notFound);
     expectPiece("kept", 'x', 10);
+    // And when the one meant has another name by then.
+    const auto chosen = space_->find(nameOf("kept")).value()->id;
+    const std::span<const store::PieceId> ids(&chosen, 1);
+    ASSERT_TRUE(space_->rename(nameOf("kept"), nameOf("moved")));
+    for (const auto &late : {space_->remove(chosen), space_->commitTogether({{}, ids, {}}),
+                             space_->commitTogether({{}, {}, ids})}) {
+        ASSERT_FALSE(late);
+        EXPECT_EQ(late.error().kind, ErrorKind::notFound);
+    }
+    expectPiece("moved", 'x', 10);
 }
 
 } // namespace
