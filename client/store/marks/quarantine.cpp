@@ -125,18 +125,29 @@ Result<void> Quarantine::keep(const std::string &name, blob::BlobReader &manifes
 {
     ARCA_CHECK(packsHeldFor(manifest, true));
     ARCA_TRY(const std::string digest, digestOf(manifest));
-    ARCA_TRY(const auto copy, blobs_.begin());
-    ARCA_CHECK(readAll(manifest, [&](ByteView bytes) { return copy->append(bytes); }));
-    auto committed = copy->commit(name);
-    if (!committed && committed.error().kind != ErrorKind::exists)
-        return committed;
-    // What was copied must be what was there, or the list of its packs is another's.
-    ARCA_TRY(const auto there, blobs_.open(name));
-    ARCA_TRY(const std::string copied, digestOf(*there));
-    if (copied != digest)
-        return Error{ErrorKind::io, "a blob reads differently each time, so " + name +
-                                        " may not be what was set aside"};
-    return blobs_.sync(name);
+    for (const bool again : {false, true}) {
+        ARCA_TRY(const auto copy, blobs_.begin());
+        ARCA_CHECK(readAll(manifest, [&](ByteView bytes) { return copy->append(bytes); }));
+        auto committed = copy->commit(name);
+        if (!committed && committed.error().kind != ErrorKind::exists)
+            return committed;
+        // What was copied must be what was there, or the list of its packs is another's.
+        ARCA_TRY(const auto there, blobs_.open(name));
+        ARCA_TRY(std::string copied, digestOf(*there));
+        if (copied != digest) { // a read that failed in passing makes no copy wrong
+            ARCA_TRY(copied, digestOf(*there));
+        }
+        if (copied == digest)
+            return blobs_.sync(name);
+        if (again)
+            break;
+        // It is in the way of a right one for ever. What came into its place meanwhile stays.
+        auto gone = blobs_.remove(name, *there);
+        if (!gone && gone.error().kind != ErrorKind::notFound)
+            return gone;
+    }
+    return Error{ErrorKind::io, "a blob reads differently each time, so " + name +
+                                    " may not be what was set aside"};
 }
 
 Result<std::string> Quarantine::setAside(const std::string &blobName, blob::BlobReader &judged)

@@ -385,7 +385,12 @@ TEST_F(RemovedTest, APieceOfTheQuarantineComesBackOrIsGivenUp)
         EXPECT_EQ(verified().hurt(), 0U);
         putBack(whole);
     }
+    const std::string wrong = setAside();
+    putBack(whole);
+    ASSERT_TRUE(blob::putWhole(*store_, wrong, viewOf("a wrong copy")));
     const std::string aside = setAside();
+    EXPECT_EQ(aside, wrong);
+    EXPECT_NE(files_.contentOf("/r/" + aside), "a wrong copy");
     reclaim();
     ASSERT_TRUE(store::removeBlob(*space_, aside));
     EXPECT_EQ(verified().missing, 0U);
