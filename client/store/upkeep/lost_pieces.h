@@ -9,12 +9,16 @@
 namespace arca::store
 {
 
-/// Blocks that cannot be read: of each pack their numbers, or all of them. After addAll() add() is
-/// not called for that pack.
+/// Blocks that cannot be read: of each pack their numbers, or all of them.
 class LostBlocks
 {
 public:
-    void add(const engine::PackId &pack, std::uint32_t block) { packs_[pack].insert(block); }
+    void add(const engine::PackId &pack, std::uint32_t block)
+    {
+        const auto [known, first] = packs_.try_emplace(pack);
+        if (first || !known->second.empty())
+            known->second.insert(block);
+    }
     void addAll(const engine::PackId &pack) { packs_[pack].clear(); }
     bool empty() const { return packs_.empty(); }
 

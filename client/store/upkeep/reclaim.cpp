@@ -312,7 +312,7 @@ Result<void> Reclaim::expectExplained(std::span<const Candidate> found,
                      (notesAreWhole_ ? ""
                                      : " while the notes of what was stored are damaged or not "
                                        "there") +
-                     ", so nothing was freed; see whether pieces are missing "
+                     ", so none of that was freed; see whether pieces are missing "
                      "(arca ls), and allow it with --max-freed " +
                      std::to_string(percent)};
 }
