@@ -3,10 +3,9 @@
 // has to be read and expanded whole. So the blocks of a frame that the stream hardly uses any more
 // are stored again, together with what is new next to them, and that frame is not needed any more.
 //
-// The idea is the capping of Lillibridge, Eshghi and Bhagwat, "Improving Restore Speed for Backup
-// Systems that Use Inline Chunk-Based Deduplication" (FAST 2013). Here the bound is on what is
-// stored again, a part of the stream, and only a frame whose blocks are in sight (in the look-ahead
-// window) together can be judged, while all that it still gives is in memory.
+// The bound is on what is stored again, a part of the stream. Only a frame whose blocks are in
+// sight (in the look-ahead window) together can be judged, while all that it still gives is in
+// memory.
 //
 // A stream that lies in the packs of few others is quick to restore whatever order its blocks have:
 // nothing of it is stored again. When files are multiplexed in another order than on the day
