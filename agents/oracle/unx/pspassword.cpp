@@ -76,16 +76,13 @@ struct FileText {
 };
 
 // Deciphers the records into password. A count is clamped to the size of a block, the whole to the
-// longest password; a short record ends the reading. False, with password empty, when there is no
-// client to decipher them.
-bool readRecords(const FileText &text, char *password, const std::uint32_t *key)
+// longest password; a short record ends the reading.
+void readRecords(const FileText &text, char *password, const std::uint32_t *key)
 {
     std::size_t used = 0;
+    // Without a client nothing is deciphered, and what was on the stack would be the password.
     unsigned char clear[kBlock] = {};
     const SecretGuard wipe(clear, sizeof clear);
-    if (!hoxApi().usable() || !DHoxApi::IsLoaded()) {
-        return false; // deciphering, which has no return code, would leave clear as it is
-    }
     for (std::size_t at = text.headerSize(); at + kRecord <= text.size; at += kRecord) {
         const unsigned char *record = text.bytes + at;
         ORC_TRACE(2, " %s: Calling HOXDECRYPTEX()\n", "psveloReadPswdFromFile()");
@@ -100,7 +97,6 @@ bool readRecords(const FileText &text, char *password, const std::uint32_t *key)
         }
     }
     password[used] = '\0';
-    return true;
 }
 
 // Makes the name of a file or directory survive the loss of power. False when it may not. Where a
@@ -282,10 +278,7 @@ std::uint16_t psveloReadPswdFromFile(const char *path, char *password, std::uint
                    ORC_RC_NO_PASS_FILE);
         return ORC_RC_NO_PASS_FILE;
     }
-    if (!readRecords(text, password, key)) {
-        SCOPE_EXIT(scope, " %s: Exit - the storage client is not loaded\n\n", scope.name());
-        return DHOX_NOT_LOADED;
-    }
+    readRecords(text, password, key);
     return ORC_RC_OK;
 }
 
@@ -300,9 +293,7 @@ std::uint16_t psveloReadPswd(char *password, orcObj_t *ctx)
     psveloSetKey(key, ctx);
     const std::uint16_t rc = psveloReadPswdFromFile(path, password, key);
     if (rc != ORC_RC_OK) {
-        if (rc == ORC_RC_NO_PASS_FILE) {
-            veloReportMessage(ctx, OrcMessage(2519));
-        }
+        veloReportMessage(ctx, OrcMessage(2519));
         SCOPE_EXIT(scope, " %s: Exit - psveloReadPswdFromFile() failed. hoxHandle = %d, rc= %d\n\n",
                    scope.name(), static_cast<int>(ctx->hoxHandle), rc);
     }

@@ -20,13 +20,11 @@ void psveloGetFileName(char *directory, char *path, orcObj_t *ctx);
 /// Derives the key (8 bytes) of the context's node. The caller wipes it.
 void psveloSetKey(std::uint32_t *key, orcObj_t *ctx);
 /// Reads the password of the context's node into password (HOX_MAX_PASSWORD + 1 characters), which
-/// the caller wipes. Returns 0, or with password empty 168, with message 2519 reported, or 104,
-/// with nothing reported: no storage client is loaded, or the call is shut out.
+/// the caller wipes. Returns 0, or 168 with message 2519 reported and password empty.
 std::uint16_t psveloReadPswd(char *password, orcObj_t *ctx);
 /// Sets the mode of a regular file to 0644 and reads its password: at most 64 characters of the
-/// first 36 records. Returns 0, or with password empty 168 when there is no regular file or reading
-/// it fails, and 104 as above. A file that is damaged, or of another key, gives a wrong or empty
-/// password and 0.
+/// first 36 records. Returns 0, or 168 with password empty when there is no regular file or reading
+/// it fails. A file that is damaged, or of another key, gives a wrong or empty password and 0.
 std::uint16_t psveloReadPswdFromFile(const char *path, char *password, std::uint32_t *key);
 /// Writes a password file beside path, reads it back with a key that is derived again for ctx, and
 /// only then renames it over path (or over the file behind a link of root's or of the effective

@@ -69,9 +69,6 @@ std::uint16_t veloSessionSecrets(orcObj_t *ctx, SessionPassword &password, Trace
         return ORC_RC_OK;
     }
     const std::uint16_t rc = psveloReadPswd(password.text, ctx);
-    if (rc == DHOX_NOT_LOADED) {
-        reportWithText(ctx, static_cast<std::int16_t>(rc), scope);
-    }
     if (rc != ORC_RC_OK) {
         SCOPE_EXIT(scope, " %s: Exit psReadPswd() failed. hoxHandle = %d, rc = %d\n\n",
                    scope.name(), static_cast<int>(ctx->hoxHandle), rc);
