@@ -15,8 +15,8 @@ public:
 
     /// Makes the names and the absences that a listing of `prefix`, which ends with a slash, told
     /// survive a loss of power: those right below it, and those one component further down. Who
-    /// takes something away by what a listing lacks calls it in between, because whoever took that
-    /// name away may have died before it was durable.
+    /// takes something away by what a listing lacks calls it in between, because the process
+    /// that took the name away may have died before that was durable.
     virtual Result<void> syncListed(const std::string &prefix) = 0;
 };
 

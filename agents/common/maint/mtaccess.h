@@ -10,7 +10,7 @@
 #include "agents/common/maint/mtsession.h"
 
 /// Reads every rule, in the order of their numbers. HOX_RC_REPOSITORY_DAMAGED: those are read that
-/// can be; the others admit nobody. After any other failure `rules` is empty.
+/// can be; the others grant nothing. After any other failure `rules` is empty.
 int mtAccessRules(const mtSession &session, std::vector<qryRespAccessData> &rules);
 
 /// Lets `node` (only `owner` there, when it is not empty) find and read the objects of that name; a

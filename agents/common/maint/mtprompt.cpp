@@ -23,8 +23,8 @@ namespace
 
 constexpr int kSignals[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP};
 constexpr std::size_t kSignalCount = sizeof kSignals / sizeof kSignals[0];
-// Without a terminal there is nothing to restore before a stop; and a question that began anew in
-// the middle of a line would take the rest of it for the answer.
+// Without a terminal there is nothing to restore before a stop; and a question that began again
+// in the middle of a line would take the rest of it for the answer.
 constexpr std::size_t kEndingSignals = kSignalCount - 1;
 static_assert(kSignals[kEndingSignals] == SIGTSTP);
 

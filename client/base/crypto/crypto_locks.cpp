@@ -94,7 +94,7 @@ void endThread(void *)
 constexpr std::int64_t kNone = -1;
 constinit std::atomic<std::int64_t> ending = kNone;
 
-/// Two threads, or a fork that interrupts one, may leave a key that nobody uses.
+/// Two threads, or a fork that interrupts one, may leave a key that is never used.
 bool hasEnding() noexcept
 {
     pthread_key_t key = 0;

@@ -4,8 +4,8 @@
 // then every directory on the way synced. Whenever the machine stops, the name is either absent or
 // leads to the whole blob; and it is there for good before commit() returns.
 //
-// Whoever named a blob, or took its name away, may have died before the sync. So who answers that a
-// name is taken, or gone, syncs it first: the caller counts on that as if it had done it itself.
+// A process that named a blob, or took its name away, may have died before the sync. So an answer
+// that a name is taken, or gone, is synced first: the caller counts on it as on its own work.
 #include "client/blob/directory/directory_store.h"
 
 #include "client/blob/directory/directory_reader.h"

@@ -8,7 +8,7 @@
 // cannot be registered again before that. A pack that such a channel still publishes keeps the name
 // from being registered, too, and goes with one more removal.
 //
-// When somebody was shown what the node keeps, that is looked at again after the last record is
+// When a person was shown what the node keeps, that is looked at again after the last record is
 // written. If it is something else, the removal is given up: the node's record of before becomes
 // the newest state again. Until that is decided the record of before stays beneath the last one.
 // Killed in between the node stays removed, and the next removal shows what there is.

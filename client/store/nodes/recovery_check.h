@@ -10,7 +10,7 @@ namespace arca::store
 
 /// Returns false when there are records of filespaces that carry a proof and none of the first 16
 /// is the work of these keys, or when none of the first 16 manifests is and more than 3 could be
-/// opened: so many may be damaged. A node that has stored nothing fits any keys. Errors: what
+/// opened: up to 3 may be damaged. A node that has stored nothing fits any keys. Errors: what
 /// listing says.
 Result<bool> opensWhatIsStored(blob::BlobStore &store, const std::string &node,
                                const NodeKeys &keys);

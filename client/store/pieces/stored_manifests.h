@@ -39,8 +39,8 @@ bool isNamedFor(ManifestPlace place, const std::string &nodeKey, const std::stri
 Result<void> visitManifests(blob::BlobStore &blobs, const std::string &nodeKey,
                             const std::function<Result<void>(const StoredManifest &)> &visit);
 
-/// Makes what a visit found, and what it lacked, survive a loss of power: a name that whoever died
-/// took away must not come back when its packs are gone. Between the visit and taking anything away
+/// Makes what a visit found, and what it lacked, survive a loss of power: a name that a
+/// process took away before it died must not come back when its packs are gone. Between the visit and taking anything away
 /// by it.
 Result<void> syncVisited(blob::BlobStore &blobs, const std::string &nodeKey);
 
