@@ -40,8 +40,8 @@ Result<void> visitManifests(blob::BlobStore &blobs, const std::string &nodeKey,
                             const std::function<Result<void>(const StoredManifest &)> &visit);
 
 /// Makes what a visit found, and what it lacked, survive a loss of power: a name that a
-/// process took away before it died must not come back when its packs are gone. Between the visit and taking anything away
-/// by it.
+/// process took away before it died must not come back when its packs are gone. Between the visit
+/// and taking anything away by it.
 Result<void> syncVisited(blob::BlobStore &blobs, const std::string &nodeKey);
 
 } // namespace arca::store
